@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+
+namespace corvana {
+
+/// What the program asks of the machine it runs on and of the user it runs for. Thread: main.
+class Machine {
+ public:
+  virtual ~Machine() = default;
+
+  virtual std::string homeFolder() const = 0;
+  virtual std::string desktopFolder() const = 0;
+  virtual std::string downloadsFolder() const = 0;
+  /// The user's configuration folder, where "corvana9/defaults.ini" lies.
+  virtual std::string configurationFolder() const = 0;
+  virtual std::string loginName() const = 0;
+  virtual std::string networkName() const = 0;
+  /// IANA name such as "Europe/Paris", or "UTC"; asked at each evaluation, since it may change.
+  virtual std::string timeZoneName() const = 0;
+  /// POSIX name of the region for dates and numbers, such as "fr_FR.UTF-8" or "C".
+  virtual std::string regionName() const = 0;
+  /// Languages the user reads, most wanted first, such as "fr", "en".
+  virtual std::string languageNames() const = 0;
+  /// 10.8.0 is 100800.
+  virtual int systemVersion() const = 0;
+  /// Full path of the running program.
+  virtual std::string executablePath() const = 0;
+  /// Path of the agent's own application bundle, the ".app" around the running program.
+  virtual std::string bundlePath() const = 0;
+  /// Whether the file belongs to root and runs with root's rights.
+  virtual bool isOwnedByRootAndSetUserId(const std::string& path) const = 0;
+  /// The process's standard user defaults, null without that key.
+  virtual ZAN_Value userDefault(const std::string& key) const = 0;
+  virtual void setUserDefault(const std::string& key, const ZAN_Value& value) = 0;
+  /// Asks the system to power off, or says why it will not.
+  virtual Outcome shutDown() = 0;
+};
+
+/// The system log: one line a call, for the administrator.
+class SystemLog {
+ public:
+  virtual ~SystemLog() = default;
+  virtual void write(const std::string& line) = 0;
+};
+
+}  // namespace corvana

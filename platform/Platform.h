@@ -1,0 +1,26 @@
+#pragma once
+
+namespace corvana {
+
+class Clock;
+class DistributedNotifications;
+class Input;
+class Machine;
+class Processes;
+class RunLoop;
+class SystemLog;
+class UserInterface;
+
+/// Everything that the agent asks of its surroundings, in one hand: real, or simulated with a virtual clock.
+struct Platform {
+  Clock& clock;
+  RunLoop& runLoop;
+  Machine& machine;
+  Processes& processes;
+  Input& input;
+  UserInterface& userInterface;
+  DistributedNotifications& notifications;
+  SystemLog& systemLog;
+};
+
+}  // namespace corvana

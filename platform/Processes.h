@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Time.h"
+
+namespace corvana {
+
+/// A running program of the same user and the same home, as the workspace lists it.
+struct RunningProcess {
+  std::int64_t pid = 0;
+  ReferenceTime start = 0;
+  std::string executable;  ///< full path; a trailing " (deleted)" is cut
+  /// The innermost enclosing "X.app" when the executable lies in its Contents/MacOS, else empty.
+  std::string bundlePath;
+  std::string bundleExecutable;  ///< last path component of the executable
+};
+
+/// A child process. It is passive: nothing happens to the child when the object goes, except that its
+/// pipes are closed. Thread: main.
+class ChildProcess {
+ public:
+  virtual ~ChildProcess() = default;
+  virtual std::int64_t pid() const = 0;
+  virtual bool isRunning() = 0;
+  /// The exit code, or the number of the signal that ended it; 0 while it runs.
+  virtual int terminationStatus() = 0;
+  virtual void terminate() = 0;
+  /// Ignored when the child has no standard input or has closed it.
+  virtual void write(std::string_view data) = 0;
+  /// What the child has written to its standard output and error so far and was not yet taken, without
+  /// waiting; empty when there is nothing.
+  virtual std::string readAvailable() = 0;
+};
+
+/// Call-backs of a child, all on the main thread.
+struct ChildObserver {
+  std::function<void(std::string_view)> output;  ///< standard output and standard error in one stream
+  std::function<void()> outputEnded;
+};
+
+class Processes {
+ public:
+  virtual ~Processes() = default;
+
+  /// Starts `arguments[0]` (a full path, no shell, no search) with the rest as its arguments. Standard input
+  /// is a pipe when asked for, else empty. Thread: main.
+  virtual Result<std::unique_ptr<ChildProcess>> start(const std::vector<std::string>& arguments,
+                                                      bool standardInput, ChildObserver observer) = 0;
+
+  /// Starts a tool, waits for its end (`seconds` at most, then it is killed) and returns its output; an
+  /// error when it cannot be started, does not end in time or ends with a status other than 0. Blocks.
+  virtual Result<std::string> runTool(const std::vector<std::string>& arguments, double seconds) = 0;
+
+  /// Every process of this user with the same home, in no particular order; what was known before is taken
+  /// from a cache by id and start time, so a call costs a listing. Thread: main.
+  virtual std::vector<RunningProcess> running() = 0;
+  virtual std::int64_t ownPid() const = 0;
+  virtual ReferenceTime ownStart() const = 0;
+  /// Ends a process for good; ignored when it is gone or not ours.
+  virtual void kill(std::int64_t pid) = 0;
+  /// Starts an application or opens a document or folder, detached from the agent.
+  virtual Outcome open(const std::string& path) = 0;
+  /// Replaces this process by a fresh run of the program at `path`; returns only when that fails.
+  virtual Error relaunch(const std::string& path) = 0;
+};
+
+}  // namespace corvana

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace corvana {
+
+/// The windows that the duties show, hide and ask about.
+enum class Window {
+  queue, nextActions, latestActions, status, mountVolumes, allDisks, volumesFolderError, lowSpace,
+  startupDisk, errorSummary, executionSurvey, preferences, update, floatingIcon
+};
+
+struct MessageWindow {
+  std::string title;
+  std::string text;
+  double seconds = 0;
+  bool closeButton = false;
+};
+
+/// Which picture the status item shows.
+enum class StatusIcon {
+  normal, disabled, diskChanged, willDisable, running, pause, surveyResult, error
+};
+
+/// What the agent shows, as the duties see it: they say what is to be seen, not how it is drawn.
+/// Nothing here waits for the user; an answer comes back by a call-back. Thread: main.
+class UserInterface {
+ public:
+  virtual ~UserInterface() = default;
+
+  virtual void openMessageWindow(const MessageWindow& message) = 0;
+  virtual void closeMessageWindow() = 0;
+  /// Makes what was asked for visible now: for a message shown just before the main thread blocks.
+  virtual void paintNow() = 0;
+  /// The strip that names the action about to run.
+  virtual void openAnnounceWindow(const std::string& title) = 0;
+  virtual void closeAnnounceWindow() = 0;
+  virtual void setAnnounceProgress(double value, const std::string& text) = 0;
+  /// A notice of the desktop; `button` may be empty.
+  virtual void deliverNotification(const std::string& title, const std::string& text, const std::string& button) = 0;
+
+  virtual void createStatusItem() = 0;
+  virtual void removeStatusItem() = 0;
+  virtual bool hasStatusItem() const = 0;
+  virtual void setStatusIcon(StatusIcon icon, int context) = 0;
+  /// The pie of the count-down; more than 59 minutes shows the plain icon. `seconds` to the next action.
+  virtual void setStatusCountDown(int minutes, int context) = 0;
+  virtual void setStatusTitle(const std::string& text) = 0;
+  virtual void setStatusInformation(const std::string& text) = 0;
+  virtual void setToolTip(const std::string& text) = 0;
+  /// What the menus show has changed: they are read again when opened.
+  virtual void menusChanged() = 0;
+  virtual void setExecutionControlsEnabled(bool enabled) = 0;
+  virtual void rearrangeMessageWindows() = 0;
+  virtual void popUpFloatingMenu() = 0;
+
+  virtual void showWindow(Window window) = 0;
+  virtual void hideWindow(Window window) = 0;
+  virtual bool isWindowVisible(Window window) const = 0;
+  virtual void bringWindowsToFront() = 0;
+  /// The tables of the queue and of the next actions have changed.
+  virtual void listsChanged() = 0;
+  virtual void setFloatingIconOpacity(double percent) = 0;
+  /// Size copied so far in bytes (-1: none yet), progress and errors of the running action.
+  virtual void setActionExecuted(std::int64_t sizeCopied, int progress, std::int64_t errors) = 0;
+
+  /// Asks, and calls back with true for the confirming answer.
+  virtual void ask(Window window, const std::string& title, const std::string& text,
+                   std::function<void(bool)> answer) = 0;
+  /// An alert that leaves nothing to decide.
+  virtual void alert(const std::string& title, const std::string& text, const std::string& button) = 0;
+};
+
+}  // namespace corvana
