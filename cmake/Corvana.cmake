@@ -59,10 +59,11 @@ function(corvana_room)
   endif()
 endfunction()
 
-# corvana_test(name ROOMS rooms... [LIBS libraries...] [SOURCES files...])
-# One binary and one ctest entry from every .cpp of the directory (or of SOURCES).
+# corvana_test(name ROOMS rooms... [LIBS libraries...] [SOURCES files...] [TIMEOUT seconds] [BUS])
+# One binary and one ctest entry from every .cpp of the directory (or of SOURCES). BUS: it runs with a session
+# bus of its own on which nothing is started by itself.
 function(corvana_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "ROOMS;LIBS;SOURCES" ${ARGN})
+  cmake_parse_arguments(ARG "BUS" "TIMEOUT" "ROOMS;LIBS;SOURCES" ${ARGN})
   if(NOT ARG_SOURCES)
     file(GLOB ARG_SOURCES CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   endif()
@@ -76,6 +77,11 @@ function(corvana_test name)
     target_link_libraries(${name} PRIVATE ${other_target})
   endforeach()
   target_link_libraries(${name} PRIVATE GTest::gmock_main Threads::Threads ${ARG_LIBS})
-  add_test(NAME ${name} COMMAND ${name})
+  if(ARG_BUS)
+    add_test(NAME ${name} COMMAND dbus-run-session --config-file=${CMAKE_SOURCE_DIR}/tests/session-bus.conf
+                                  -- $<TARGET_FILE:${name}>)
+  else()
+    add_test(NAME ${name} COMMAND ${name})
+  endif()
   set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT})
 endfunction()

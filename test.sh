@@ -1,0 +1,90 @@
+#!/usr/bin/env bash
+# Builds everything and runs every test. See --help.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")"
+
+usage() {
+  cat << 'END'
+Usage: ./test.sh [--release | --tsan | --fuzz SECONDS] [--only REGEX]
+
+Installs what is missing (apt), checks the walls between the rooms, builds and runs all tests. The tests get
+a home and a session bus of their own and leave nothing behind. Ends with 0 when every test has passed.
+
+  --release       the optimised build instead of the one with address and undefined-behaviour sanitizers
+  --tsan          the rooms above the wall, with the thread sanitizer
+  --fuzz SECONDS  instead of the tests: every fuzzer for that long, from the seeds in fuzz/corpus
+  --only REGEX    only the tests (or fuzzers) whose name matches
+  --help          this text
+END
+}
+
+preset=dev only='' seconds=''
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --release) preset=release ;;
+    --tsan) preset=tsan ;;
+    --fuzz) preset=fuzz seconds="${2:-}"; shift
+      [[ "$seconds" =~ ^[0-9]+$ ]] || { echo "--fuzz wants a number of seconds" >&2; exit 2; } ;;
+    --only) only="${2:-}"; shift
+      [ -n "$only" ] || { echo "--only wants a regular expression" >&2; exit 2; } ;;
+    --help | -h) usage; exit 0 ;;
+    *) echo "unknown word: $1" >&2; usage >&2; exit 2 ;;
+  esac
+  shift
+done
+
+start=$SECONDS
+. cmake/packages.sh
+if [ "$preset" = fuzz ]; then corvana_need build fuzz; else corvana_need build test; fi
+
+if [ "$preset" != fuzz ]; then
+  echo "==> walls between the rooms"
+  python3 tests/walls/check.py
+fi
+corvana_build "$preset"
+build="$PWD/build/$preset"
+
+scratch=$(mktemp -d "${TMPDIR:-/tmp}/corvana-test.XXXXXX")
+trap 'chmod -R u+rwX "$scratch" 2> /dev/null || true; rm -rf "$scratch"' EXIT
+mkdir -p "$scratch"/{home,runtime,tmp}
+chmod 700 "$scratch/runtime"
+
+if [ "$preset" = fuzz ]; then
+  failed=()
+  for fuzzer in "$build"/fuzz/fuzz_*; do
+    name=$(basename "$fuzzer")
+    [ -f "$fuzzer" ] && [ -x "$fuzzer" ] || continue
+    [ -z "$only" ] || [[ "$name" =~ $only ]] || continue
+    echo "==> $name for $seconds s"
+    mkdir -p "$build/corpus/$name" "$build/findings"
+    seeds=()
+    for folder in "fuzz/corpus/$name" "fuzz/corpus/${name#fuzz_}"; do
+      [ -d "$folder" ] && seeds+=("$folder")
+    done
+    "$fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -verbosity=0 -print_final_stats=1 \
+      -artifact_prefix="$build/findings/$name-" "$build/corpus/$name" "${seeds[@]}" 2>&1 | tail -n 40 ||
+      failed+=("$name")
+  done
+  [ ${#failed[@]} -eq 0 ] || { echo "FOUND by ${failed[*]}: see build/fuzz/findings"; exit 1; }
+  echo "==> fuzzers found nothing, $((SECONDS - start)) s in all"
+  exit 0
+fi
+
+echo "==> tests"
+unset DISPLAY WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS CORVANA9_VOLUMES LANG LANGUAGE LC_TIME LC_NUMERIC
+export HOME="$scratch/home" TMPDIR="$scratch/tmp" XDG_RUNTIME_DIR="$scratch/runtime"
+export XDG_CONFIG_HOME="$HOME/.config" XDG_DATA_HOME="$HOME/.local/share" XDG_CACHE_HOME="$HOME/.cache"
+export XDG_STATE_HOME="$HOME/.local/state" LC_ALL=C.UTF-8 TZ=UTC
+export UBSAN_OPTIONS="print_stacktrace=1" QT_LOGGING_RULES="qt.*.debug=false"
+
+arguments=(--test-dir "$build" --output-on-failure --no-tests=error -j "$(nproc)")
+[ -z "$only" ] || arguments+=(-R "$only")
+runner=()
+if [ "$preset" = tsan ]; then
+  # Qt's own threads are not instrumented, so the platform's real half stays out; the sanitizer wants a
+  # memory layout without randomisation.
+  arguments+=(-E 'qt|linux|real|walls')
+  runner=(setarch "$(uname -m)" -R)
+fi
+"${runner[@]}" dbus-run-session --config-file="$PWD/tests/session-bus.conf" -- ctest "${arguments[@]}"
+echo "==> all done in $((SECONDS - start)) s"
