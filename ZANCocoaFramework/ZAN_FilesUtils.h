@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Time.h"
+
+namespace corvana {
+
+/// Tells whether a file is still the one that was read: a file that was replaced or rewritten has another
+/// identity.
+struct ZAN_FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::int64_t modified = 0;  ///< nanoseconds since 1970
+  std::uint64_t size = 0;
+  bool operator==(const ZAN_FileIdentity&) const = default;
+};
+
+/// What the extended attribute "user.com.apple.FinderInfo" says about a file: 32 bytes, of which type,
+/// creator (four characters each) and flags (big-endian, at offset 8) are read and written.
+struct ZAN_FinderInfo {
+  static constexpr std::uint16_t kAlias = 0x8000;
+  static constexpr std::uint16_t kHiddenExtension = 0x0010;
+
+  std::string type;
+  std::string creator;
+  std::uint16_t flags = 0;
+
+  bool isAlias() const { return (flags & kAlias) != 0; }
+  bool operator==(const ZAN_FinderInfo&) const = default;
+};
+
+/// A file with the bytes and the identity that belong together.
+struct ZAN_FileContents {
+  std::string bytes;
+  ZAN_FileIdentity identity;
+};
+
+/// Files, folders and paths. Symbolic links are followed unless said otherwise. Thread: any.
+class ZAN_FilesUtils {
+ public:
+  ZAN_FilesUtils() = delete;
+
+  // Paths: text only, nothing is looked up. A trailing "/" does not count as a component.
+  static std::string_view lastPathComponent(std::string_view path);  ///< of "/" it is "/"
+  /// Without its last component and the "/" before it; "/" for an entry of the root, empty for a bare name.
+  static std::string_view parentPath(std::string_view path);
+  /// What follows the last "." of the last component; empty without one or when the name only begins with it.
+  static std::string_view pathExtension(std::string_view path);
+  /// The path without its extension and the "." before it.
+  static std::string_view pathWithoutExtension(std::string_view path);
+  /// Joined by exactly one "/"; an empty part adds nothing.
+  static std::string joinedPath(std::string_view folder, std::string_view name);
+  /// A name that can be one component: "/" becomes ":" and NUL is dropped; at most 255 bytes, cut on a
+  /// code-point border before `suffix`, which is always whole. "." and ".." become "_" and "__".
+  static std::string safeFileName(std::string_view name, std::string_view suffix = {});
+
+  static bool exists(const std::string& path);
+  static bool isFolder(const std::string& path);
+  /// Nothing when there is no file, or none that can be seen.
+  static std::optional<ZAN_FileIdentity> identity(const std::string& path);
+  static std::optional<ReferenceTime> modificationDate(const std::string& path);
+
+  /// The whole file. `absent` when there is none; `limit` when it holds more than `limit` bytes; a folder or
+  /// a device is `unreadable`.
+  static Result<ZAN_FileContents> readFile(const std::string& path,
+                                           std::uint64_t limit = std::uint64_t{1} << 30);
+
+  /// Creates the folder and those above it; one that is there already is fine and keeps its mode.
+  static Outcome createFolder(const std::string& path, unsigned mode = 0777);
+  /// Removes a file or a link; nothing there is fine.
+  static Outcome removeFile(const std::string& path);
+  static Outcome renameFile(const std::string& from, const std::string& to);
+  /// Names of a folder's entries without "." and "..", sorted by their bytes.
+  static Result<std::vector<std::string>> listFolder(const std::string& path);
+
+  /// Nothing when the file has no such attribute, or its file system none.
+  static std::optional<ZAN_FinderInfo> finderInfo(const std::string& path);
+  static Outcome setFinderInfo(const std::string& path, const ZAN_FinderInfo& info);
+};
+
+}  // namespace corvana
