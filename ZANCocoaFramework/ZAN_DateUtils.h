@@ -1,0 +1,121 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "ZANCocoaFramework/ZAN_CivilDay.h"
+#include "ZANCocoaFramework/ZAN_Time.h"
+
+namespace corvana {
+
+/// The user's calendar: one time zone and one region, and what days, weeks and times of day mean
+/// there.
+///
+/// An instant (`ReferenceTime`) and a time on the clock are two things; the zone leads from one to
+/// the other, and not always both ways. Here a time of day that a change of the clocks skips is the
+/// same distance after the gap (2:30 becomes 3:30), one that comes twice is the first of the two,
+/// and a day without 0:00 begins at its first instant. "Seconds in day" is what the clock shows,
+/// hour * 3600 + minute * 60 + second, so 8:00 is 28800 on every day, however long.
+///
+/// Nothing here fails: an instant that is no number reads as the reference date, one farther away
+/// than `kFarthest` as that bound.
+///
+/// A value: copying costs a reference count. Making one reads the zone's file; the rest touches no
+/// file. Thread: any.
+class ZAN_DateUtils {
+ public:
+  static constexpr ReferenceTime kFarthest = 1e12;  ///< seconds; about 31,700 years, either way
+
+  /// `zoneName`: IANA name such as "Europe/Paris"; an unknown one is UTC. `regionName`: POSIX name
+  /// such as "fr_FR.UTF-8"; "", "C" and "POSIX" name no region.
+  ZAN_DateUtils(std::string_view zoneName, std::string_view regionName);
+  ~ZAN_DateUtils();
+  ZAN_DateUtils(const ZAN_DateUtils&);
+  ZAN_DateUtils& operator=(const ZAN_DateUtils&);
+
+  const std::string& zoneName() const;    ///< as given
+  const std::string& regionName() const;  ///< as given
+  bool isKnownZone() const;
+  /// The name of the process's zone: the variable TZ, else where /etc/localtime leads, else "UTC".
+  static std::string systemZoneName();
+  /// The name of the process's region for dates: LC_ALL, LC_TIME, LANG, the first that is not
+  /// empty, or "C".
+  static std::string systemRegionName();
+
+  // Days as instants.
+  ReferenceTime todayAt0h00(ReferenceTime now) const { return dayAt0h00(now); }
+  ReferenceTime dayAt0h00(ReferenceTime date) const;
+  /// The date with its seconds cut: 10:31:47.5 becomes 10:31:00 of the same minute.
+  ReferenceTime dayAt0Seconds(ReferenceTime date) const;
+  /// The first instant of the day after the date's. A day that a zone leaves out is never it.
+  ReferenceTime nextDay(ReferenceTime date) const;
+  /// Seconds in day, fractions cut; 0 to 86399.
+  int secondsInDay(ReferenceTime date) const;
+  /// That time of day on the date's day; 86400 and more, and negative ones, reach into neighbouring
+  /// days.
+  ReferenceTime timeOfDay(ReferenceTime day, std::int64_t seconds) const;
+  /// The same clock time plus `seconds` on the clock: like elapsed seconds, except across a change.
+  ReferenceTime addClockSeconds(ReferenceTime date, std::int64_t seconds) const;
+  bool sameDay(ReferenceTime date1, ReferenceTime date2) const;
+  /// Calendar days from now's day to the date's: 0 today, 1 tomorrow, -1 yesterday.
+  std::int64_t daysFromTodayForDate(ReferenceTime date, ReferenceTime now) const;
+  int dayForDate(ReferenceTime date) const;  ///< of the month, 1 to 31
+  /// ISO 8601 week where the region's weeks begin on Monday; else weeks begin on Sunday and week 1
+  /// is the one that holds 1 January, so that the last days of December may be in week 1.
+  int weekForDate(ReferenceTime date) const;
+  int monthForDate(ReferenceTime date) const;  ///< 1 to 12
+  int yearForDate(ReferenceTime date) const;
+  int weekdayForDate(ReferenceTime date) const;  ///< 1 = Sunday to 7 = Saturday
+  /// The first instant of that day; null when the calendar has no such day.
+  std::optional<ReferenceTime> dateForDay(std::int64_t day, std::int64_t month,
+                                          std::int64_t year) const;
+  /// The first instant of the day with the same day and month one year later; null for 29 February.
+  std::optional<ReferenceTime> sameDayNextYear(ReferenceTime date) const;
+
+  // Where the date's day stands in its month. Working days are Monday to Friday; weekdays as above.
+  bool isFirstDayOfMonth(ReferenceTime date) const;
+  bool isFirstWorkingDayOfMonth(ReferenceTime date) const;
+  bool isLastDayOfMonth(ReferenceTime date) const;
+  bool isLastWorkingDayOfMonth(ReferenceTime date) const;
+  bool isFirstWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const;
+  bool isSecondWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const;
+  bool isLastWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const;
+
+  // The same by day numbers (`ZAN_CivilDay`), for searches over many days.
+  std::int64_t dayNumber(ReferenceTime date) const;
+  ReferenceTime firstInstantOfDay(std::int64_t dayNumber) const;
+  ReferenceTime timeOnDay(std::int64_t dayNumber, std::int64_t seconds) const;
+  /// Whether the zone went from the day before it to the day after it.
+  bool isSkippedDay(std::int64_t dayNumber) const;
+  int weekOfDay(std::int64_t dayNumber) const;
+  bool weeksBeginOnMonday() const;
+
+  struct Components {
+    std::int32_t year = 2001;
+    int month = 1, day = 1, hour = 0, minute = 0, second = 0;
+    int weekday = 2;    ///< 1 = Sunday to 7 = Saturday
+    int utcOffset = 0;  ///< seconds east of Greenwich
+    bool operator==(const Components&) const = default;
+  };
+  Components components(ReferenceTime date) const;
+  /// The first instant with that clock time, by the rule above; months and so on out of range carry
+  /// over.
+  ReferenceTime dateForComponents(const Components& parts) const;
+
+  // Texts.
+  /// strftime patterns, in English whatever the region: "%Y%m%d", "%Y-%m-%d %H:%M:%S".
+  std::string format(ReferenceTime date, std::string_view pattern) const;
+  std::string shortTime(ReferenceTime date) const;  ///< as the region writes it: "18:30", "6:30 PM"
+  std::string shortDate(ReferenceTime date) const;  ///< "21/11/2026"
+  std::string longDate(ReferenceTime date) const;   ///< "Saturday, November 21, 2026"
+  std::string weekdayName(int weekday) const;  ///< 1 = Sunday to 7 = Saturday; empty for others
+
+ private:
+  struct Calendar;
+  std::shared_ptr<const Calendar> mCalendar;
+};
+
+}  // namespace corvana
