@@ -1,0 +1,58 @@
+#pragma once
+
+#include <algorithm>
+#include <functional>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Time.h"
+
+namespace corvana {
+
+class DeadlineList;
+
+/// An instant that something waits for. It stands in the list of all of them from its construction
+/// to its end, so that it moves along when the clock of the machine is set back. Thread: main.
+class Deadline {
+ public:
+  explicit Deadline(DeadlineList& list, ReferenceTime at = 0);
+  ~Deadline();
+  Deadline(const Deadline&) = delete;
+  Deadline& operator=(const Deadline&) = delete;
+
+  ReferenceTime at() const { return mAt; }
+  void set(ReferenceTime at) { mAt = at; }
+  void atTheLatest(ReferenceTime at) { mAt = std::min(mAt, at); }
+  void notBefore(ReferenceTime at) { mAt = std::max(mAt, at); }
+  void clear() { mAt = 0; }
+  bool isSet() const { return mAt != 0; }
+  /// now >= the deadline
+  bool isReached(ReferenceTime now) const { return now >= mAt; }
+  /// now > the deadline
+  bool isPassed(ReferenceTime now) const { return now > mAt; }
+
+ private:
+  DeadlineList& mList;
+  ReferenceTime mAt;
+};
+
+/// Every deadline of the agent. It must outlive them. Thread: main.
+class DeadlineList {
+ public:
+  DeadlineList() = default;
+  DeadlineList(const DeadlineList&) = delete;
+  DeadlineList& operator=(const DeadlineList&) = delete;
+
+  /// The clock was found `jump` seconds off (negative: set back) and it is `now`: every deadline
+  /// later than now moves by the jump; those that are due stay due. Then everybody who asked by
+  /// `whenMoved` is called.
+  void moveDeadlines(double jump, ReferenceTime now);
+  /// For owners of instants that are not a Deadline: dates in queue records, dates saved in a file.
+  void whenMoved(std::function<void(double jump, ReferenceTime now)> body);
+
+ private:
+  friend class Deadline;
+  std::vector<Deadline*> mDeadlines;
+  std::vector<std::function<void(double, ReferenceTime)>> mWhenMoved;
+};
+
+}  // namespace corvana

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "core/record/Deadline.h"
+#include "platform/UserInterface.h"
+
+namespace corvana {
+
+class ActionStore;
+class Clock;
+class Machine;
+class Preferences;
+class RunLoop;
+class SchedulerLog;
+
+/// What the agent tells the user: small message windows, one at a time, or notices of the desktop,
+/// and the list of the last ones. Thread: main, except where said.
+class Messages {
+ public:
+  Messages(const Clock& clock, RunLoop& runLoop, Machine& machine, UserInterface& userInterface,
+           DeadlineList& deadlines, Preferences& preferences, SchedulerLog& log, ActionStore& store,
+           const ZAN_StringUtils& strings);
+
+  /// A message of the agent with everything that belongs to it: with a code other than 0 an entry
+  /// of the scheduler log and a line of the last notifications, always a line in the day's report,
+  /// and then a message window of 5 s, or a notice of the desktop when the user prefers those.
+  void displayStandardMessage(const std::string& text, int logCode);
+
+  /// Nothing unless the user wants notices of the desktop. Delivered from the main loop, not within
+  /// the call. Thread: any.
+  void sendUserNotification(const std::string& text, const std::string& button = {});
+
+  /// Opens a message window, or lets the message wait while one is up. At least 2 s.
+  void showMessage(const std::string& title, const std::string& text, double seconds,
+                   bool closeButton);
+  /// The same, and the window is painted before the call returns.
+  void showMessageImmediatly(const std::string& title, const std::string& text, double seconds,
+                             bool closeButton);
+  /// Opens the first waiting message in place of whatever is up.
+  void showNextPendingMessage();
+  void closeMessageWindow();
+
+  /// A message window is up.
+  bool isShown() const { return mEndOfMessage.isSet(); }
+  /// A message window is up and its time is over.
+  bool isOver(ReferenceTime now) const { return isShown() && mEndOfMessage.isPassed(now); }
+  bool hasPending() const { return !mPendingMessages.empty(); }
+
+  /// Newest first, at most 21 texts "date - message".
+  std::vector<std::string> lastNotifications() const;
+
+  /// The list of the last notifications has changed.
+  std::function<void()> onNotificationsChanged;
+
+ private:
+  void remember(const std::string& text);
+  void show(const std::string& title, const std::string& text, double seconds, bool closeButton,
+            bool immediatly);
+  void openMessageWindow(const MessageWindow& message, bool immediatly);
+  void notificationWithMessage(const std::string& text, const std::string& button);
+
+  const Clock& mClock;
+  RunLoop& mRunLoop;
+  Machine& mMachine;
+  UserInterface& mUserInterface;
+  Preferences& mPreferences;
+  SchedulerLog& mLog;
+  ActionStore& mStore;
+  const ZAN_StringUtils& mStrings;
+  std::deque<MessageWindow> mPendingMessages;
+  Deadline mEndOfMessage;  ///< 0 while no message window is up
+};
+
+}  // namespace corvana

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "platform/UserInterface.h"
+
+namespace corvana {
+
+/// What the menu, the windows, other machines and the bus may ask of the scheduler. One object
+/// answers it; those who ask know nothing else of it. A command that makes no sense now does
+/// nothing. Thread: main.
+class SchedulerCommands {
+ public:
+  virtual ~SchedulerCommands() = default;
+
+  // Automatic execution
+  virtual void setSchedulerActive(bool active) = 0;
+  virtual void enableSchedule() = 0;
+  virtual void disableSchedule() = 0;
+  virtual void disableScheduleWhenAllDone() = 0;
+  /// Item of the main status pop-up: 0 enables, 1 disables when all is done, 2 disables.
+  virtual void changeExecutionStatus(int item) = 0;
+  virtual void setContextMode(int context) = 0;
+  virtual void setContext(int context) = 0;  ///< chosen from the menu
+
+  // The running execution
+  /// Toggles between paused and running, and tells the execute application so.
+  virtual void pauseExecution() = 0;
+  virtual void continueExecution() = 0;
+  /// Cleans the volumes folder and continues when that succeeded.
+  virtual void repairAndContinueExecution() = 0;
+  virtual void stopExecution() = 0;
+  virtual void skipItem() = 0;
+  virtual void showProgress() = 0;
+  /// Index of the execution-survey mode pop-up, handed to the execute application.
+  virtual void setExecutionMode(int mode) = 0;
+
+  // The queue
+  /// Queues an action as if by hand, or says why it is not queued.
+  virtual Outcome launchAction(std::int64_t ref, bool estimateSize) = 0;
+  /// From another machine: due in 5 s, refused when the action does not allow it.
+  virtual void launchActionRemotely(std::int64_t ref) = 0;
+  /// The queued action runs now even though automatic execution is off.
+  virtual void executeNow(std::int64_t ref) = 0;
+  virtual void removeFromQueue(const std::vector<std::size_t>& rows) = 0;
+
+  // Windows
+  virtual void menuWillOpen() = 0;
+  virtual void showWindow(Window window) = 0;
+  virtual void hideWindow(Window window) = 0;
+  virtual void showAllVisibleWindows() = 0;
+  /// Shows the failures and takes the error state back.
+  virtual void showErrorSummary() = 0;
+  /// The user closed a message by its button.
+  virtual void messageClosedByUser() = 0;
+  virtual void userNotificationActivated() = 0;
+  virtual void openNotificationInMainApp(std::size_t index) = 0;
+  virtual void showLatestActions() = 0;
+  virtual void openMainApp() = 0;
+  virtual void askAboutStartupDiskChange() = 0;
+
+  // Volumes: a row of the list of volumes to mount
+  virtual void updateListOfVolumesToMount() = 0;
+  virtual void mountVolume(std::size_t row, bool diagnostic) = 0;
+
+  // The agent itself
+  /// The preferences of the settings file are to be read again and taken over.
+  virtual void preferencesDidChange() = 0;
+  virtual void sendDailyReportNow() = 0;
+  /// Asks before it quits.
+  virtual void quitScheduler() = 0;
+  virtual void terminateBySelf() = 0;
+  virtual void relaunchScheduler() = 0;
+};
+
+}  // namespace corvana

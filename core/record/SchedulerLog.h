@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "ZANCocoaFramework/ZAN_Value.h"
+
+namespace corvana {
+
+class ActionStore;
+class Clock;
+class History;
+class Preferences;
+class SiblingChannel;
+class ZAN_StringTable;
+struct SchedulerState;
+
+/// Codes of the entries under "C".
+namespace LogCode {
+inline constexpr int launched = 1;
+inline constexpr int completed = 2;
+inline constexpr int abortedByUser = 3;
+inline constexpr int volumeNotFound = 4;
+inline constexpr int unexpectedError = 5;
+inline constexpr int crashed = 6;
+inline constexpr int timeOut = 11;
+inline constexpr int schedulerMessage = 12;
+inline constexpr int message = 13;
+inline constexpr int completedWithErrors = 14;
+inline constexpr int volumeGone = 15;
+inline constexpr int volumeNotAvailable = 17;
+inline constexpr int agentStarted = 20;
+inline constexpr int agentTerminates = 21;
+}  // namespace LogCode
+
+/// The record of events: what the user sees as the log, and what follows from an event by its code.
+/// Thread: main.
+class SchedulerLog {
+ public:
+  SchedulerLog(const Clock& clock, History& history, ActionStore& store, SiblingChannel& channel,
+               Preferences& preferences, SchedulerState& state, const ZAN_StringTable& texts);
+
+  /// Records an event: a dictionary with its code under "C" and optional "N" (title or text), "R"
+  /// (reference), "P" (path as shown), "S" (termination status). A copy with "M" = now goes to the
+  /// log list, the main application is told, codes of failures become the error state that the
+  /// menus show, and then by code: a missing volume is said to the user, errors and crashes are
+  /// counted. Anything but a dictionary is ignored.
+  void addSchedulerLog(const ZAN_Value& entry);
+  /// The usual short form {"N": text, "C": code}, without "N" for an empty text.
+  void addSchedulerLog(int code, std::string_view text = {});
+
+  /// The user has seen the errors: the error state goes.
+  void clearErrorState();
+
+  /// The error state has become another one (see SchedulerState::mErrorInExecution).
+  std::function<void()> onErrorStateChanged;
+  /// Shows a text to the user as a standard message with that log code; set by Messages.
+  std::function<void(const std::string& text, int logCode)> showStandardMessage;
+
+ private:
+  void setErrorState(int code);
+
+  const Clock& mClock;
+  History& mHistory;
+  ActionStore& mStore;
+  SiblingChannel& mChannel;
+  Preferences& mPreferences;
+  SchedulerState& mState;
+  const ZAN_StringTable& mTexts;
+};
+
+}  // namespace corvana

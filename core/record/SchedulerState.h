@@ -1,0 +1,53 @@
+#pragma once
+
+#include "core/record/Deadline.h"
+
+namespace corvana {
+
+/// What three or more duties of the scheduler share: whether it may work, what it waits for, and
+/// what the user sees of it. Small values without behaviour of their own. Thread: main.
+struct SchedulerState {
+  explicit SchedulerState(ReferenceTime now)
+      : mPauseBeforeNextStep(deadlines),
+        mNextCheck(deadlines, now + 60.0),
+        mStartOfIdleTime(deadlines, now + 60.0) {}
+
+  /// First, since deadlines register here while they are made.
+  DeadlineList deadlines;
+
+  /// Automatic execution is off; so it starts, and the end of the start-up enables it.
+  bool mScheduleDisabled = true;
+  /// Automatic execution goes off when the queue is empty and nothing runs.
+  bool mScheduleDisabledWhenDone = false;
+  bool mPause = false;
+  /// 0 none, 1 office, 2 home, 3 nomad.
+  int mContext = 0;
+  /// The start-up disk is another one than the actions were made for, and the question is still
+  /// open.
+  bool mStartedFromNewMachine = false;
+  /// Code of the last log entry that told of a failure; 0: none since the user looked.
+  int mErrorInExecution = 0;
+  /// Whether the main application ran when last looked.
+  bool mMainAppLaunched = false;
+  /// No complete evaluation has happened yet since a cold start.
+  bool mFirstCheckAfterStartup = false;
+  /// The user chose something from the menu.
+  bool mMenuWasUsed = false;
+  /// The status icon is drawn again at the tick that finds 1; larger values count down.
+  int mMenuMustBeUpdatedTicks = 1;
+
+  /// The launch step does nothing before.
+  Deadline mPauseBeforeNextStep;
+  /// The next complete trigger evaluation.
+  Deadline mNextCheck;
+  /// The last moment of user activity; a moment to come just after the start.
+  Deadline mStartOfIdleTime;
+
+  void holdBackUntil(ReferenceTime at) { mPauseBeforeNextStep.set(at); }
+  void checkAt(ReferenceTime at) { mNextCheck.set(at); }
+  void checkAtTheLatestAt(ReferenceTime at) { mNextCheck.atTheLatest(at); }
+  void userWasActive(ReferenceTime now) { mStartOfIdleTime.set(now); }
+  void updateMenu() { mMenuMustBeUpdatedTicks = 1; }
+};
+
+}  // namespace corvana
