@@ -1,0 +1,115 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "core/work/NextAction.h"
+#include "core/work/QueueRecord.h"
+#include "core/work/WorkSurroundings.h"
+
+namespace corvana {
+
+/// What became of a wish to execute an action.
+enum class QueueAddition {
+  queued,
+  alreadyQueued,
+  unknownAction,   ///< no such action, or one without settings
+  notPermitted,    ///< launching it by hand, or from another machine, is switched off for it
+  volumesMissing,  ///< its volumes are not all mounted and it asks for them
+};
+
+/// The ordered list of actions that wait for execution. The first one is running or about to run;
+/// nothing is ever put before it. One entry point applies the refusals and writes the report lines;
+/// every change is stored in the preferences, so that the queue survives a restart. Thread: main.
+class ActionQueue {
+ public:
+  explicit ActionQueue(const WorkSurroundings& surroundings);
+
+  // Hooks, set once by the owner of all duties; an empty one is skipped.
+  std::function<void()>
+      onQueueChanged;  ///< after every change: tables and texts are to be read anew
+  std::function<void()>
+      onStatusItemNeeded;  ///< something was asked for: the status item must exist
+  std::function<void(std::int64_t)>
+      onVolumeMissing;                    ///< refused, as volumes of this action are not mounted
+  std::function<void()> onProgressReset;  ///< the progress display goes back to nothing
+  std::function<void()>
+      onExecutionStatusChanged;  ///< execution was enabled: menus, status to the siblings
+
+  /// Adds an action. A negative `row` appends, 0 counts as 1 while the queue is not empty, a row
+  /// past the end appends. Marks the action's last schedule date, also when it is then refused for
+  /// missing volumes: now, or for an automatic addition (neither by hand nor from another machine)
+  /// the later of now and `launchTime`, so that an addition ahead of time does not make the same
+  /// occasion due twice.
+  QueueAddition addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row,
+                                 bool manualLaunch, bool remoteLaunch, bool estimateSize);
+  /// The same, automatic.
+  QueueAddition addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row);
+
+  /// Stores the queue without its head in the preferences (an empty list when the queue is not to
+  /// be kept) and saves them.
+  void saveActionsQueue();
+  /// Appends what was stored, in order and with its dates; nothing when the agent was started from
+  /// another machine or the queue is not to be kept. Elements that are no records are skipped.
+  void restoreActionsQueue();
+
+  /// Removes the records at these rows; the head only while no execution runs.
+  void removeFromQueue(const std::set<std::size_t>& rows);
+  /// Moves a record so that it stands at `to` afterwards; a running head neither moves nor is
+  /// passed.
+  void moveRecord(std::size_t from, std::size_t to);
+  /// Removes, from the last record down to position 2, those whose action exists and belongs to a
+  /// context other than `context`. Positions 0 and 1 stay.
+  void removeRecordsOfOtherContexts(std::int64_t context);
+
+  /// Enqueues what the main application wrote into a request file, as launched by hand; enables
+  /// execution unless the user switched it off; deletes the file.
+  void executeActionsInFile(const std::string& path);
+  /// Enqueues every listed action whose date is less than 60 s away, past ones too, each at its own
+  /// date and with the refusals of a launch by hand. Says how many were really added.
+  std::size_t enqueueActionsDueWithinAMinute(std::span<const NextAction> nextActions);
+
+  /// Moves the dates of the records that wait by `seconds`: the clock has jumped by so much.
+  void shiftDates(double seconds);
+
+  const std::vector<QueueRecord>& actionsList() const { return mActionsList; }
+  bool empty() const { return mActionsList.empty(); }
+  bool contains(std::int64_t ref) const;
+  /// Only while the queue is not empty.
+  const QueueRecord& head() const { return mActionsList.front(); }
+
+  // Execute-now requests: records of the queue that run although execution is disabled.
+  const std::vector<QueueRecord>& executeNowActionsList() const { return mExecuteNowActionsList; }
+  /// Asks for a queued action at once: it moves behind a running head, due now. Whether it was
+  /// queued.
+  bool executeNow(std::int64_t ref);
+  void clearExecuteNowActions();
+  /// Drops the requests whose record has left the queue.
+  void dropFinishedExecuteNowActions();
+
+  // For the supervision of executions only.
+  void setHeadIsRunning(bool running) { mHeadIsRunning = running; }
+  bool headIsRunning() const { return mHeadIsRunning; }
+  /// Puts a copy of the head at position 1: the crashed action runs again right after.
+  void insertCopyOfHead();
+  /// Removes the head and saves; nothing on an empty queue. Does not tell `onQueueChanged`.
+  void removeHead();
+
+ private:
+  QueueAddition add(const QueueRecord& record, int row, bool manualLaunch, bool remoteLaunch,
+                    ReferenceTime scheduleDate);
+  void changed();
+
+  WorkSurroundings mSurroundings;
+  std::vector<QueueRecord> mActionsList;
+  std::vector<QueueRecord> mExecuteNowActionsList;
+  bool mHeadIsRunning = false;
+};
+
+}  // namespace corvana

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "core/work/ActionQueue.h"
+#include "core/work/WorkSurroundings.h"
+
+namespace corvana {
+
+/// Where the machine is: 0 nowhere in particular, 1 office, 2 home, 3 nomad. Actions bound to
+/// another context do not run. Thread: main.
+class Contexts {
+ public:
+  Contexts(const WorkSurroundings& surroundings, ActionQueue& queue);
+
+  std::function<void()>
+      onContextChanged;  ///< the status icon shows the context and is to be drawn anew
+
+  /// Sets the context, clamped to 0..3, and remembers it. A change is reported; in a context,
+  /// queued actions of other contexts are removed but for the first two.
+  void setContextMode(std::int64_t value);
+  /// The menu's command: the tag of the chosen item.
+  void setContext(std::int64_t tag);
+
+ private:
+  WorkSurroundings mSurroundings;
+  ActionQueue& mQueue;
+};
+
+}  // namespace corvana

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "core/work/ActionQueue.h"
+#include "core/work/WorkSurroundings.h"
+#include "core/work/ZAN_TaskWrapper.h"
+
+namespace corvana {
+
+/// What a launch of the head came to.
+enum class LaunchResult {
+  launched,
+  queueEmpty,
+  actionGone,      ///< the action or its settings are no longer there: the head is to go
+  programMissing,  ///< the execute program is not there or does not start: the head stays, tried
+                   ///< again later
+};
+
+/// Runs the head of the queue in the execute application, one child at a time: starts it, sees it
+/// run and end, tells a crash from a normal end and makes one new try after a crash. Thread: main.
+class ExecuteSupervisor : private TaskController {
+ public:
+  ExecuteSupervisor(const WorkSurroundings& surroundings, ActionQueue& queue);
+  ~ExecuteSupervisor() override;
+
+  // Hooks; an empty one is skipped.
+  std::function<void()>
+      onExecutionEnded;  ///< the bookkeeping of an end is done: the evaluation is to run
+  std::function<void()> onProgressReset;  ///< the progress display goes back to nothing
+  std::function<void(const std::string&)>
+      onCurrentActionText;                               ///< the text that names the running action
+  std::function<void(const std::string&)> onSurveyLine;  ///< the line of the execution survey
+  std::function<void()>
+      onNoReplyExpected;  ///< no execute application runs: its last reply is out of date
+
+  /// Launches the head of the queue. When the program is missing or does not start this is said
+  /// once, with its cause, and the next step is held back for 60 s.
+  LaunchResult launchNextAction();
+  /// To be called on each tick while an execution is held: sees the child start and end, answers a
+  /// crash.
+  void supervise();
+  /// The bookkeeping at the end of an execution: releases the child, removes the head, holds the
+  /// next step back for 2 s, tells the siblings and `onExecutionEnded`. Harmless without an
+  /// execution.
+  void executionDidEnd();
+  /// Ends the bookkeeping of an execution whose child no longer runs.
+  void clearFinishedProcess();
+  /// Stops the child of a held execution and ends its bookkeeping.
+  void stopAndClearProcess();
+  /// The user's stop: asks the execute application to end; its end is then seen by `supervise`. An
+  /// execution whose child has already gone is cleared at once.
+  void stopExecution();
+  /// Ends every process of the execute application at its usual place under /Applications.
+  void killExecute();
+  /// Refreshes the execution survey and asks the execute application for its state.
+  void doSurvey5Seconds();
+
+  /// Whether an execution is held, its child running or not yet cleared.
+  bool isExecuting() const { return mProcessTask != nullptr; }
+  /// 0 none, 2 launched and not yet seen running, 3 seen running.
+  int processStatus() const { return mProcessStatus; }
+  ReferenceTime startOfCurrentAction() const { return mStartOfCurrentAction; }  ///< 0 when none
+  int retryNb() const { return mRetryNb; }
+  std::int64_t crashReference() const {
+    return mCrashReference;
+  }  ///< last action that crashed, 0 when none
+  std::int64_t estimateSize() const { return mEstimateSize; }
+  /// As last reported by the execute application.
+  double progressValue() const { return mProgressValue; }
+  void setProgressValue(double value) { mProgressValue = value; }
+  /// How the execution survey wants the next execution run; back to 0 when its window is hidden.
+  int executionMode() const { return mExecutionMode; }
+  void setExecutionMode(int mode) { mExecutionMode = mode; }
+
+  /// The latest progress reports, oldest first.
+  const std::deque<ZAN_Value>& latestExecuteCurrentPath() const {
+    return mLatestExecuteCurrentPath;
+  }
+  /// Trims the reports to 500 when there are 501 or more.
+  void trimExecuteCurrentPaths();
+  void addExecuteCurrentPath(ZAN_Value report) {
+    mLatestExecuteCurrentPath.push_back(std::move(report));
+  }
+
+  /// Writes to the standard input of the running child; ignored without one.
+  void sendDataToProcess(std::string_view data);
+  /// Moves the dates held here: the clock has jumped by `seconds`.
+  void shiftDates(double seconds);
+
+ private:
+  void processStarted() override;
+  void appendOutput(std::string_view data) override;
+  void allDataReceived() override;
+  void processFinished() override;
+
+  void endOfExecution();
+  void answerCrash(std::int64_t ref, int status);
+  std::string crashPath() const;
+  void sayProgramMissing(const std::string& cause);
+
+  WorkSurroundings mSurroundings;
+  ActionQueue& mQueue;
+  std::unique_ptr<ZAN_TaskWrapper> mProcessTask;
+  int mProcessStatus = 0;
+  ReferenceTime mStartOfCurrentAction = 0;
+  int mRetryNb = 0;
+  std::int64_t mCrashReference = 0;
+  std::int64_t mEstimateSize = 0;
+  double mProgressValue = 0;
+  int mExecutionMode = 0;
+  std::deque<ZAN_Value> mLatestExecuteCurrentPath;
+  std::deque<std::string> mOutputLines;
+  std::string mUnfinishedLine;
+  bool mSaidProgramMissing = false;
+};
+
+}  // namespace corvana

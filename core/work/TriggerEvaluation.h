@@ -1,0 +1,95 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "core/work/ActionQueue.h"
+#include "core/work/NextAction.h"
+#include "core/work/WorkSurroundings.h"
+
+namespace corvana {
+
+class MailSender;
+class ProgrammedAction;
+
+/// Walks the tree and decides for each automatic action whether it is due now, when it is next due,
+/// or whether the volume just mounted starts it. Due actions go to the queue two seconds ahead; all
+/// are listed with their next date. Thread: main.
+class TriggerEvaluation {
+ public:
+  TriggerEvaluation(const WorkSurroundings& surroundings, ActionQueue& queue, MailSender& mail);
+  ~TriggerEvaluation();
+
+  // Hooks; an empty one is skipped.
+  std::function<void()> onNextActionsChanged;  ///< the list was built anew
+  /// The earliest future action so far: the text that names it and its time. Not while an execution
+  /// runs.
+  std::function<void(const std::string&)> onNextActionText;
+
+  /// Evaluates the whole tree, for the mounting of the volume at `mountedDevice` when there is one.
+  /// Brings the next check closer, enqueues what is due and builds the list of next actions.
+  /// Nothing but a later check while the question about the start-up disk is open or execution is
+  /// to end when all is done; the first evaluation of a disabled agent waits for the main
+  /// application.
+  void checkActionsToLaunch(std::optional<std::string_view> mountedDevice = std::nullopt);
+
+  /// Builds the list of next actions with their dates and sorts it, enqueueing nothing.
+  void rebuildActionsList();
+
+  /// The look-ahead: enqueues what is due within a minute and, when something was added, evaluates
+  /// again. `startOfNextAction` keeps its value.
+  void enqueueActionsDueWithinAMinute();
+
+  /// The list of next actions as last built: sorted, groups among the undated.
+  const std::vector<NextAction>& actionsNextList() const { return mActionsNextList; }
+  /// The earliest future date found, a year ahead when there is none, 0 while execution is
+  /// disabled.
+  ReferenceTime startOfNextAction() const { return mStartOfNextAction; }
+  /// Whether the look-ahead has already handled `startOfNextAction`.
+  bool listNextWasUpdated() const { return mListNextWasUpdated; }
+  void setListNextWasUpdated(bool updated) { mListNextWasUpdated = updated; }
+  /// Whether some action waits for the user to be idle.
+  bool idleTimeScheduling() const { return mIdleTimeScheduling; }
+  /// Moves the deadlines held here: the clock has jumped by `seconds`.
+  void shiftDates(double seconds);
+
+  /// Whether records wait for the notice that they were not executed for long.
+  bool hasNotExecutedNotices() const { return !mNotificationNotExecutedSince.empty(); }
+  /// Posts the notice of the first waiting record and removes it; nothing without one.
+  void postNextNotExecutedNotice();
+  /// Says by message, by e-mail or both that the action of this record was not executed for so many
+  /// days.
+  void actionNotExecutedSince(const ZAN_Value& settings);
+
+  /// Compares the running applications with those of the last call.
+  void updateAppLists();
+  /// Whether the application of this path, by its name, ran at the last comparison.
+  bool isApplicationOpened(std::string_view path) const;
+  /// Whether it ended between the last two comparisons.
+  bool didApplicationQuit(std::string_view path) const;
+
+ private:
+  struct Walk;
+
+  void walkGroup(Walk& walk, const ProgrammedAction& group);
+  void walkAction(Walk& walk, const ProgrammedAction& action);
+
+  WorkSurroundings mSurroundings;
+  ActionQueue& mQueue;
+  MailSender& mMail;
+  std::vector<NextAction> mActionsNextList;
+  ReferenceTime mStartOfNextAction = 0;
+  bool mListNextWasUpdated = false;
+  bool mIdleTimeScheduling = false;
+  bool mNotificationNotExecutedDone = false;
+  std::vector<ZAN_Value> mNotificationNotExecutedSince;
+  std::unordered_set<std::string> mOpenedApplicationsList;
+  std::unordered_set<std::string> mQuittedApplicationsList;
+};
+
+}  // namespace corvana

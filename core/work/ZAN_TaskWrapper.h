@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+
+namespace corvana {
+
+class ChildProcess;
+class Processes;
+
+/// Who is told of a child's life. Thread: main.
+class TaskController {
+ public:
+  virtual ~TaskController() = default;
+  virtual void processStarted() = 0;
+  virtual void appendOutput(std::string_view data) = 0;
+  virtual void allDataReceived() = 0;
+  virtual void processFinished() = 0;
+};
+
+/// One child process and its pipes, held for as long as its execution is looked after. Releasing a
+/// wrapper stops the child first. Thread: main.
+class ZAN_TaskWrapper {
+ public:
+  /// `arguments[0]` is the full path of the program. The controller outlives the wrapper.
+  ZAN_TaskWrapper(Processes& processes, TaskController& controller,
+                  std::vector<std::string> arguments);
+  ~ZAN_TaskWrapper();
+  ZAN_TaskWrapper(const ZAN_TaskWrapper&) = delete;
+  ZAN_TaskWrapper& operator=(const ZAN_TaskWrapper&) = delete;
+
+  /// Starts the child, with a pipe as its standard input when asked for, or says why it does not
+  /// start.
+  Outcome startProcess(bool standardInput);
+  /// Ends the child, takes the output that is still in its pipe and tells the controller that it is
+  /// finished; nothing the second time.
+  void stopProcess();
+  bool isRunning() const;
+  /// The exit code, or the number of the signal that ended the child; 0 without a child.
+  int terminationStatus() const;
+  /// Ignored without a child or without standard input.
+  void sendDataToProcess(std::string_view data);
+
+ private:
+  Processes& mProcesses;
+  TaskController* mController;
+  std::vector<std::string> mArguments;
+  std::unique_ptr<ChildProcess> mTask;
+};
+
+}  // namespace corvana

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+
+namespace corvana {
+
+class Processes;
+class RunLoop;
+
+/// How a mail reaches its server.
+struct MailSettings {
+  std::string server;
+  std::string ports;         ///< one, or several by comma; empty: 25, 465, 587
+  std::int64_t tlsMode = 0;  ///< 0 none, 1 when the server offers it, 2 required
+  std::string username;
+  std::string password;
+  std::int64_t authMethod = 0;  ///< 0 none, 1 LOGIN, 2 CRAM-MD5
+  std::string sender;
+  std::string recipients;  ///< several by comma
+  std::int64_t crFormat =
+      0;  ///< line ends of the body: 0 by system, 1 "\n" to "<br>", else the reverse
+};
+
+/// Sends mail without keeping the caller waiting. Thread: main.
+class MailSender {
+ public:
+  /// Called once on the main thread, after the call that was given it has returned.
+  using Done = std::function<void(const Outcome&)>;
+
+  MailSender(Processes& processes, RunLoop& runLoop);
+  virtual ~MailSender();
+
+  /// Sends over SMTP. What cannot even be tried is the returned error, and `done` is not called;
+  /// else `done` (may be empty) gets the result.
+  virtual Outcome send(const MailSettings& settings, const std::string& subject,
+                       const std::string& body, Done done);
+
+  /// Hands a message to the system's mail program, "/usr/sbin/sendmail", with the recipient as its
+  /// only argument. "<br>" becomes a line end; what is not ASCII becomes "?". `done` (may be empty)
+  /// gets the error when the program is missing or does not end with 0.
+  virtual void sendEmailWithMessage(const std::string& message, const std::string& subject,
+                                    const std::string& recipient, Done done);
+
+ private:
+  Processes& mProcesses;
+  RunLoop& mRunLoop;
+};
+
+}  // namespace corvana
