@@ -12,8 +12,8 @@
 
 namespace corvana {
 
-/// Tells whether a file is still the one that was read: a file that was replaced or rewritten has another
-/// identity.
+/// Tells whether a file is still the one that was read: a file that was replaced or rewritten has
+/// another identity.
 struct ZAN_FileIdentity {
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
@@ -22,8 +22,8 @@ struct ZAN_FileIdentity {
   bool operator==(const ZAN_FileIdentity&) const = default;
 };
 
-/// What the extended attribute "user.com.apple.FinderInfo" says about a file: 32 bytes, of which type,
-/// creator (four characters each) and flags (big-endian, at offset 8) are read and written.
+/// What the extended attribute "user.com.apple.FinderInfo" says about a file: 32 bytes, of which
+/// type, creator (four characters each) and flags (big-endian, at offset 8) are read and written.
 struct ZAN_FinderInfo {
   static constexpr std::uint16_t kAlias = 0x8000;
   static constexpr std::uint16_t kHiddenExtension = 0x0010;
@@ -49,16 +49,19 @@ class ZAN_FilesUtils {
 
   // Paths: text only, nothing is looked up. A trailing "/" does not count as a component.
   static std::string_view lastPathComponent(std::string_view path);  ///< of "/" it is "/"
-  /// Without its last component and the "/" before it; "/" for an entry of the root, empty for a bare name.
+  /// Without its last component and the "/" before it; "/" for an entry of the root, empty for a
+  /// bare name.
   static std::string_view parentPath(std::string_view path);
-  /// What follows the last "." of the last component; empty without one or when the name only begins with it.
+  /// What follows the last "." of the last component; empty without one or when the name only
+  /// begins with it.
   static std::string_view pathExtension(std::string_view path);
   /// The path without its extension and the "." before it.
   static std::string_view pathWithoutExtension(std::string_view path);
   /// Joined by exactly one "/"; an empty part adds nothing.
   static std::string joinedPath(std::string_view folder, std::string_view name);
-  /// A name that can be one component: "/" becomes ":" and NUL is dropped; at most 255 bytes, cut on a
-  /// code-point border before `suffix`, which is always whole. "." and ".." become "_" and "__".
+  /// A name that can be one component: "/" becomes ":" and NUL is dropped; at most 255 bytes, cut
+  /// on a code-point border before `suffix`, which is always whole. "." and ".." become "_" and
+  /// "__".
   static std::string safeFileName(std::string_view name, std::string_view suffix = {});
 
   static bool exists(const std::string& path);
@@ -67,8 +70,8 @@ class ZAN_FilesUtils {
   static std::optional<ZAN_FileIdentity> identity(const std::string& path);
   static std::optional<ReferenceTime> modificationDate(const std::string& path);
 
-  /// The whole file. `absent` when there is none; `limit` when it holds more than `limit` bytes; a folder or
-  /// a device is `unreadable`.
+  /// The whole file. `absent` when there is none; `limit` when it holds more than `limit` bytes; a
+  /// folder or a device is `unreadable`.
   static Result<ZAN_FileContents> readFile(const std::string& path,
                                            std::uint64_t limit = std::uint64_t{1} << 30);
 

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+
+namespace corvana {
+
+class ActionStore;
+
+/// The log list: one entry an event, the oldest dropped beyond 5000, mirrored as text in
+/// "Library/Logs/Corvana 9.log". An entry is a dictionary with "C" (code of the event), "M" (date)
+/// and optional "N" (title of the action or text), "F" (further text), "R" (reference), "P" (path)
+/// and "S" (status). What other programs added is taken in before each change. Thread: main.
+class ActionLog {
+ public:
+  static constexpr std::size_t kMaximum = 5000;
+
+  enum class Clean {
+    all = 1,
+    olderThan7Days,
+    olderThan30Days,
+    olderThan90Days,
+    applicationEvents,
+    listed
+  };
+
+  explicit ActionLog(ActionStore& store);
+
+  /// The stored array, oldest entry first.
+  ZAN_Value readLogList();
+  void saveLogList(const ZAN_Value& list);
+  void addLog(const ZAN_Value& entry);
+  /// Entries without a date stay when cleaning by age. `indexes` (an index set) only for
+  /// Clean::listed.
+  void cleanLogs(Clean mode, const ZAN_Value& indexes = {});
+
+  /// What happened, in words, without the date.
+  static std::string messageForEntry(const ZAN_Value& entry);
+  static bool isApplicationEvent(std::int64_t code);
+
+ private:
+  std::string lineForEntry(const ZAN_Value& entry) const;
+  void saveLogListAsLog(const ZAN_Value& list);
+  void refresh();
+
+  ActionStore& mStore;
+  ZAN_Value mList = ZAN_Value::array();
+  std::optional<ZAN_FileIdentity> mIdentity;
+};
+
+}  // namespace corvana

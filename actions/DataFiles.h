@@ -1,0 +1,124 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "ZANCocoaFramework/ZAN_FileLock.h"
+#include "ZANCocoaFramework/ZAN_FileWriter.h"
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/DataFolder.h"
+#include "actions/FileSaver.h"
+
+namespace corvana {
+
+class Clock;
+class SystemLog;
+
+/// Reads and writes the two containers that all data files use: one archived array (list) or one
+/// archived dictionary or array (object).
+///
+/// Reading never fails: a missing, empty or damaged file reads as an empty list or as null, and the
+/// reason is logged. Writing replaces the file whole. A file that is there and cannot be read is
+/// never lost: before it is overwritten it is kept as "<name> (damaged <date>)" beside it, which is
+/// logged once. Thread: main.
+class DataFiles {
+ public:
+  struct List {
+    ZAN_Value elements = ZAN_Value::array();  ///< always an array
+    std::optional<ZAN_FileIdentity>
+        identity;  ///< of the file that was read; nothing when there is none
+  };
+  struct Object {
+    ZAN_Value value;  ///< null when there is none
+    std::optional<ZAN_FileIdentity> identity;
+  };
+
+  /// Held while a file that other programs write too is read, changed and written. Taking the same
+  /// lock again while it is held is free. When another program keeps it for longer than two seconds
+  /// the work goes on without it, and that is logged.
+  class Lock {
+   public:
+    Lock() = default;
+    Lock(Lock&& other) noexcept : mFiles(other.mFiles), mName(std::move(other.mName)) {
+      other.mFiles = nullptr;
+    }
+    Lock& operator=(Lock&& other) noexcept;
+    ~Lock();
+
+   private:
+    friend class DataFiles;
+    Lock(DataFiles& files, std::string name) : mFiles(&files), mName(std::move(name)) {}
+    DataFiles* mFiles = nullptr;
+    std::string mName;
+  };
+
+  DataFiles(const DataFolder& folder, Clock& clock, SystemLog& log, FileSaver& saver);
+
+  /// The full reader: three attempts with a pause of 0.05 s between them; a first element that is
+  /// the text `firstIndexCode` is left out.
+  List readListAtPath(const std::string& path, std::optional<std::string_view> firstIndexCode);
+  ZAN_Value readListAtPath(const std::string& path);
+  ZAN_Value readListFromFile(std::string_view name);  ///< name in the data folder
+  Outcome writeListToPath(const ZAN_Value& list, const std::string& path);
+  Outcome writeListToFile(const ZAN_Value& list, std::string_view name);
+
+  Object readObject(const std::string& path);
+  ZAN_Value readObjectAtPath(const std::string& path);
+  ZAN_Value readObjectFromFile(std::string_view name);
+  Outcome writeObjectToPath(const ZAN_Value& object, const std::string& path,
+                            bool synchronise = true);
+  Outcome writeObjectToFile(const ZAN_Value& object, std::string_view name,
+                            bool synchronise = true);
+
+  /// The attributes of data files: mode 0666, type 'CVda', creator 'CVA9', hidden extension.
+  static ZAN_FileWriter::Attributes dataFileAttributes();
+  /// Replaces what is there by an empty file.
+  Outcome createEmptyFileAtPath(const std::string& path,
+                                const ZAN_FileWriter::Attributes& attributes);
+  /// Replaces the file whole and synchronised. A failure is logged as "Unable saving data in file
+  /// %@".
+  Outcome writeFileAtPath(const std::string& path, const ZAN_FileWriter::Attributes& attributes,
+                          std::span<const std::byte> data, bool synchronise = true);
+  Outcome writeTextAtPath(const std::string& path, std::string_view text);
+
+  /// Takes the lock that goes with a file of the data folder. The tree and its changes share one.
+  [[nodiscard]] Lock lock(std::string_view fileName);
+
+  Clock& clock() { return mClock; }
+  SystemLog& systemLog() { return mLog; }
+  const DataFolder& folder() const { return mFolder; }
+  FileSaver& saver() { return mSaver; }
+
+ private:
+  struct Held {
+    ZAN_FileLock lock;
+    int count = 0;
+  };
+  enum class Content { list, object };
+
+  Result<ZAN_Value> unarchived(const std::string& path, const ZAN_FileContents& contents,
+                               Content content);
+  bool keepDamagedFile(const std::string& path);
+  Outcome writeContainer(const ZAN_Value& value, const std::string& path, Content content,
+                         bool synchronise);
+  void release(const std::string& name);
+  void logOnce(const std::string& line);
+
+  const DataFolder& mFolder;
+  Clock& mClock;
+  SystemLog& mLog;
+  FileSaver& mSaver;
+  std::map<std::string, Held> mLocks;
+  std::map<std::string, ZAN_FileIdentity> mReadable;  ///< last read or written without an error
+  std::map<std::string, ZAN_FileIdentity> mEmpty;     ///< known to hold nothing
+  std::set<std::string> mLogged;
+};
+
+}  // namespace corvana

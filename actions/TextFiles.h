@@ -1,0 +1,80 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Time.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/DataFiles.h"
+
+namespace corvana {
+
+class Machine;
+
+/// The small plain-text files that people read. A file that cannot be read counts as empty;
+/// failures to write are logged. Thread: main.
+class TextFiles {
+ public:
+  TextFiles(DataFiles& files, Machine& machine);
+
+  /// Adds date, application name and text to "Corvana Log.txt". The file is ASCII: other characters
+  /// become
+  /// "?". With 100001 characters or more only what follows the first 75000 is kept before adding.
+  void addToLogFile(std::string_view text);
+  /// Adds a line to the list of packages to be checked; `one` and `two` are joined before the dash.
+  void addToCheckPackagesFile(std::string_view one, std::string_view two, std::string_view text);
+
+  /// Puts "<short time and date> <text>" on top of "_Corvana 9 (Last Executions).txt" in an
+  /// existing folder; of 28 lines or more the first 25 stay.
+  void addLastExecution(std::string_view text, const std::string& rootPath);
+
+  // The path that the execute program is working on.
+  void saveCurrentPath(
+      std::string_view path);  ///< writes at most once a second, drops what comes between
+  /// Also begins anew with the last error path. Nothing: only the latter.
+  void saveCurrentPathForFirstError(std::optional<std::string_view> path);
+  void saveCurrentPathForLastError(std::string_view path);
+  std::optional<std::string> readCurrentPath() const;
+  std::optional<std::string> readCurrentPathForFirstError() const;
+  std::optional<std::string> readCurrentPathForLastError() const;
+  void clearCurrentPath();
+
+  /// Full path of the report file of that local day, of today without a date.
+  std::string reportFileNameForDate(std::optional<ReferenceTime> date) const;
+  std::string reportEmailFileNameForDate(std::optional<ReferenceTime> date) const;
+  /// Adds "<short time and date> (<application>) - <text>" to today's report.
+  void addToReportFile(std::string_view text);
+
+ private:
+  std::string datedReport(std::string_view pattern, std::optional<ReferenceTime> date) const;
+  std::optional<std::string> textOf(std::string_view name) const;
+
+  DataFiles& mFiles;
+  Machine& mMachine;
+  ReferenceTime mNextSaveCurrentPath;
+};
+
+/// The complete log of one execution, for actions that ask for it. Thread: main.
+class CompleteLog {
+ public:
+  CompleteLog(DataFiles& files, Machine& machine);
+
+  /// Begins anew for an action's settings record: empties its file and writes the title line when
+  /// "ProgrammedActionLinksCreateFullLog" is non-zero, else there is no complete log.
+  /// `title` is the format of the first line, filled with the date.
+  void initCreateCompleteLogForAction(const ZAN_Value& settings, std::string_view titleFormat);
+  bool mustCreateCompleteLog() const { return mMustCreate; }
+  const std::string& path() const { return mPath; }
+  /// Appends "<date> - <text>" or "><text>", synchronised; nothing while there is no complete log.
+  void addToCompleteLogFile(std::string_view text, bool addDate);
+
+ private:
+  DataFiles& mFiles;
+  Machine& mMachine;
+  bool mMustCreate = false;
+  std::string mPath;
+};
+
+}  // namespace corvana
