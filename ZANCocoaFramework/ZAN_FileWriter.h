@@ -46,7 +46,7 @@ class ZAN_FileWriter {
   /// synchronising the folder can still fail, which is reported too.
   Outcome write(const std::string& path, std::span<const std::byte> bytes,
                 const Options& options) const;
-  Outcome write(const std::string& path, std::string_view text, const Options& options = {}) const;
+  Outcome write(const std::string& path, std::string_view text, const Options& options) const;
 
   /// Removes what writers that no longer live have left in the temporary folder; files that a
   /// living writer of any program still holds stay.

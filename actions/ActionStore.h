@@ -7,6 +7,7 @@
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/ActivityRecord.h"
+#include "actions/CompleteLog.h"
 #include "actions/DataFiles.h"
 #include "actions/DataFolder.h"
 #include "actions/FileSaver.h"

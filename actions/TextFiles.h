@@ -6,7 +6,6 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/DataFiles.h"
 
 namespace corvana {
@@ -54,27 +53,6 @@ class TextFiles {
   DataFiles& mFiles;
   Machine& mMachine;
   ReferenceTime mNextSaveCurrentPath;
-};
-
-/// The complete log of one execution, for actions that ask for it. Thread: main.
-class CompleteLog {
- public:
-  CompleteLog(DataFiles& files, Machine& machine);
-
-  /// Begins anew for an action's settings record: empties its file and writes the title line when
-  /// "ProgrammedActionLinksCreateFullLog" is non-zero, else there is no complete log.
-  /// `title` is the format of the first line, filled with the date.
-  void initCreateCompleteLogForAction(const ZAN_Value& settings, std::string_view titleFormat);
-  bool mustCreateCompleteLog() const { return mMustCreate; }
-  const std::string& path() const { return mPath; }
-  /// Appends "<date> - <text>" or "><text>", synchronised; nothing while there is no complete log.
-  void addToCompleteLogFile(std::string_view text, bool addDate);
-
- private:
-  DataFiles& mFiles;
-  Machine& mMachine;
-  bool mMustCreate = false;
-  std::string mPath;
 };
 
 }  // namespace corvana
