@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+
+namespace corvana {
+
+/// Property lists, binary ("bplist00") and XML, read from bytes that need not be trusted. What a
+/// binary list shares stays shared. Thread: any.
+class ZAN_PropertyList {
+ public:
+  ZAN_PropertyList() = delete;
+
+  /// Whether the bytes begin as a binary or XML property list.
+  static bool isPropertyList(std::span<const std::byte> data);
+
+  /// Integers get the letter 'q' ('Q' above its range), booleans 'c'. The error's text is the
+  /// reason alone.
+  static Result<ZAN_Value> propertyListWithData(std::span<const std::byte> data);
+
+  /// The list as XML, UTF-8. Null, sets, index sets, opaque values and entries whose key is not a
+  /// text have no form there and are left out; a root of such a kind gives an empty dictionary.
+  static std::string xmlPropertyList(const ZAN_Value& root);
+};
+
+}  // namespace corvana
