@@ -1,0 +1,67 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/Machine.h"
+
+namespace corvana {
+
+/// A machine whose home folder is a real folder, made by the test, and whose other traits are set
+/// freely.
+class SimulatedMachine final : public Machine {
+ public:
+  explicit SimulatedMachine(const std::string& home);
+
+  std::string homeFolder() const override { return home; }
+  std::string desktopFolder() const override { return desktop; }
+  std::string downloadsFolder() const override { return downloads; }
+  std::string configurationFolder() const override { return configuration; }
+  std::string loginName() const override { return login; }
+  std::string networkName() const override { return network; }
+  std::string timeZoneName() const override { return timeZone; }
+  std::string regionName() const override { return region; }
+  std::string languageNames() const override { return languages; }
+  int systemVersion() const override { return version; }
+  std::string executablePath() const override { return executable; }
+  std::string bundlePath() const override { return bundle; }
+  bool isOwnedByRootAndSetUserId(const std::string& path) const override {
+    return rootOwned.contains(path);
+  }
+  ZAN_Value userDefault(const std::string& key) const override;
+  void setUserDefault(const std::string& key, const ZAN_Value& value) override;
+  Outcome shutDown() override;
+
+  /// Places the product at `folder`/Corvana 9.app; nothing is made on disk. At first it is in
+  /// "Applications" of the home folder.
+  void setProductFolder(const std::string& folder);
+
+  std::string home;
+  std::string desktop;
+  std::string downloads;
+  std::string configuration;
+  std::string login = "anna";
+  std::string network = "annas-machine";
+  std::string timeZone = "UTC";
+  std::string region = "en_US.UTF-8";
+  std::string languages = "en";
+  int version = 101500;
+  std::string executable;
+  std::string bundle;
+  std::set<std::string> rootOwned;
+  std::map<std::string, ZAN_Value> userDefaults;
+  int shutDowns = 0;        ///< how often the machine was asked to power off
+  Outcome shutDownOutcome;  ///< what it answers
+};
+
+/// Keeps the lines that were written.
+class SimulatedSystemLog final : public SystemLog {
+ public:
+  void write(const std::string& line) override { lines.push_back(line); }
+  std::vector<std::string> lines;
+};
+
+}  // namespace corvana

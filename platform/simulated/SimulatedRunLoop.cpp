@@ -1,0 +1,182 @@
+#include "platform/simulated/SimulatedRunLoop.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace corvana {
+
+RunLoop::TimerId SimulatedRunLoop::performAfter(double delay, std::function<void()> body) {
+  const TimerId id = ++mLastTimer;
+  Timer& timer = mTimers[id];
+  timer.body = std::move(body);
+  timer.date = mTime.nanoseconds() + std::max<std::int64_t>(VirtualTime::toNanoseconds(delay), 0);
+  arm(id, timer);
+  return id;
+}
+
+RunLoop::TimerId SimulatedRunLoop::repeat(double interval, std::function<void()> body) {
+  const TimerId id = ++mLastTimer;
+  Timer& timer = mTimers[id];
+  timer.body = std::move(body);
+  timer.start = mTime.nanoseconds();
+  timer.interval = std::max<std::int64_t>(VirtualTime::toNanoseconds(interval), 1);
+  timer.date = timer.start + timer.interval;
+  arm(id, timer);
+  return id;
+}
+
+void SimulatedRunLoop::arm(TimerId id, Timer& timer) {
+  timer.event = mTime.add(VirtualTime::Kind::loop, timer.date, [this, id] { fire(id); });
+}
+
+void SimulatedRunLoop::fire(TimerId id) {
+  const auto found = mTimers.find(id);
+  if (found == mTimers.end()) return;
+  Timer& timer = found->second;
+  if (timer.interval == 0) {
+    const auto body = std::move(timer.body);
+    mTimers.erase(found);
+    body();
+    return;
+  }
+  // The body may cancel its own timer.
+  const auto body = timer.body;
+  const std::int64_t passed = (mTime.nanoseconds() - timer.start) / timer.interval;
+  timer.date = timer.start + (passed + 1) * timer.interval;
+  arm(id, timer);
+  body();
+}
+
+void SimulatedRunLoop::cancel(TimerId timer) {
+  const auto found = mTimers.find(timer);
+  if (found == mTimers.end()) return;
+  mTime.cancel(found->second.event);
+  mTimers.erase(found);
+}
+
+void SimulatedRunLoop::performOnMain(std::function<void()> body) {
+  mTime.add(VirtualTime::Kind::loop, mTime.nanoseconds(), std::move(body));
+}
+
+void SimulatedRunLoop::detachThread(const std::string&, std::function<void()> body) {
+  mTime.startThread(std::move(body));
+}
+
+int SimulatedRunLoop::run() {
+  begin();
+  while (!isOver() && mTime.waiting() > 0) step(std::numeric_limits<std::int64_t>::max());
+  return mQuitCode.value_or(-1);
+}
+
+void SimulatedRunLoop::quit(int code) { mQuitCode = code; }
+
+void SimulatedRunLoop::runFor(double seconds) {
+  begin();
+  const std::int64_t end = mTime.nanoseconds() + VirtualTime::toNanoseconds(seconds);
+  while (!isOver() && step(end)) {
+  }
+  if (!isOver()) mTime.advanceTo(end);
+}
+
+void SimulatedRunLoop::runUntil(ReferenceTime date) {
+  begin();
+  const auto end = [&] {
+    const auto wall = VirtualTime::toNanoseconds(date) - VirtualTime::toNanoseconds(mTime.now());
+    return mTime.nanoseconds() + wall;
+  };
+  while (!isOver() && mTime.now() <= date && step(end())) {
+  }
+  if (!isOver()) mTime.advanceTo(end());
+}
+
+bool SimulatedRunLoop::runUntil(const std::function<bool()>& condition, double seconds) {
+  begin();
+  const std::int64_t end = mTime.nanoseconds() + VirtualTime::toNanoseconds(seconds);
+  while (!condition()) {
+    if (isOver()) return false;
+    if (step(end)) continue;
+    mTime.advanceTo(end);
+    return condition();
+  }
+  return true;
+}
+
+bool SimulatedRunLoop::runUntilIdle(double seconds) {
+  begin();
+  const std::int64_t end = mTime.nanoseconds() + VirtualTime::toNanoseconds(seconds);
+  const auto idle = [&] {
+    const auto repeating = std::count_if(mTimers.begin(), mTimers.end(), [](const auto& timer) {
+      return timer.second.interval > 0;
+    });
+    return mTime.waiting() == static_cast<std::size_t>(repeating);
+  };
+  while (!isOver() && !idle()) {
+    if (!step(end)) return false;
+  }
+  return idle();
+}
+
+void SimulatedRunLoop::begin() {
+  if (mDepth > 0) return;
+  mQuitCode.reset();
+  mReplaced = false;
+}
+
+bool SimulatedRunLoop::step(std::int64_t limit) {
+  if (mEmptyTicks && mDepth == 0) skip(limit);
+  ++mDepth;
+  bool performed = false;
+  try {
+    performed = mTime.performNext(limit, false);
+    --mDepth;
+  } catch (const Replaced&) {
+    --mDepth;
+    mReplaced = true;
+    mTimers.clear();
+    mTime.finishThreads();
+    mTime.dropLoopEvents();
+  } catch (...) {
+    --mDepth;
+    throw;
+  }
+  return performed;
+}
+
+std::map<RunLoop::TimerId, SimulatedRunLoop::Timer>::iterator SimulatedRunLoop::fastest() {
+  auto best = mTimers.end();
+  for (auto one = mTimers.begin(); one != mTimers.end(); ++one) {
+    if (one->second.interval == 0) continue;
+    if (best == mTimers.end() || one->second.interval < best->second.interval) best = one;
+  }
+  return best;
+}
+
+void SimulatedRunLoop::skip(std::int64_t limit) {
+  const auto found = fastest();
+  if (found == mTimers.end()) return;
+  Timer& timer = found->second;
+  if (mTime.nextEvent() != timer.event || timer.date < mTime.nanoseconds()) return;
+  std::int64_t last = limit;
+  if (const auto other = mTime.nextDate(timer.event)) last = std::min(last, *other - 1);
+  if (last < timer.date) return;
+  const std::int64_t room = (last - timer.date) / timer.interval + 1;
+  const std::int64_t count = std::min<std::int64_t>(mEmptyTicks(), room);
+  if (count <= 0) return;
+  mTime.cancel(timer.event);
+  mTime.advanceTo(timer.date + (count - 1) * timer.interval);
+  timer.date += count * timer.interval;
+  arm(found->first, timer);
+  if (mSkipped) mSkipped(static_cast<int>(count));
+}
+
+void SimulatedRunLoop::skipper(std::function<int()> emptyTicks, std::function<void(int)> skipped) {
+  mEmptyTicks = std::move(emptyTicks);
+  mSkipped = std::move(skipped);
+}
+
+void SimulatedRunLoop::endByReplacement() {
+  if (mDepth > 0) throw Replaced{};
+}
+
+}  // namespace corvana

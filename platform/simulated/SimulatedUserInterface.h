@@ -1,0 +1,109 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/RunLoop.h"
+#include "platform/UserInterface.h"
+
+namespace corvana {
+
+/// A screen that remembers: what is shown now, and what was shown so far.
+class SimulatedUserInterface final : public UserInterface {
+ public:
+  struct Notification {
+    std::string title;
+    std::string text;
+    std::string button;
+    bool operator==(const Notification&) const = default;
+  };
+  struct Question {
+    Window window = Window::queue;
+    std::string title;
+    std::string text;
+  };
+
+  explicit SimulatedUserInterface(RunLoop& runLoop) : mRunLoop(runLoop) {}
+
+  void openMessageWindow(const MessageWindow& shown) override;
+  void closeMessageWindow() override { message.reset(); }
+  void paintNow() override { ++paints; }
+  void openAnnounceWindow(const std::string& title) override;
+  void closeAnnounceWindow() override { announce.reset(); }
+  void setAnnounceProgress(double value, const std::string& text) override;
+  void deliverNotification(const std::string& title, const std::string& text,
+                           const std::string& button) override;
+
+  void createStatusItem() override { statusItem = true; }
+  void removeStatusItem() override { statusItem = false; }
+  bool hasStatusItem() const override { return statusItem; }
+  void setStatusIcon(StatusIcon icon, int context) override;
+  void setStatusCountDown(int minutes, int context) override;
+  void setStatusTitle(const std::string& text) override;
+  void setStatusInformation(const std::string& text) override { statusInformation = text; }
+  void setToolTip(const std::string& text) override { toolTip = text; }
+  void menusChanged() override { ++menuChanges; }
+  void setExecutionControlsEnabled(bool enabled) override { executionControls = enabled; }
+  void rearrangeMessageWindows() override { ++rearrangements; }
+  void popUpFloatingMenu() override { ++floatingMenus; }
+
+  void showWindow(Window window) override { windows.insert(window); }
+  void hideWindow(Window window) override { windows.erase(window); }
+  bool isWindowVisible(Window window) const override { return windows.contains(window); }
+  void bringWindowsToFront() override { ++broughtToFront; }
+  void listsChanged() override { ++listChanges; }
+  void setFloatingIconOpacity(double percent) override { floatingIconOpacity = percent; }
+  void setActionExecuted(std::int64_t sizeCopied, int progress, std::int64_t errors) override;
+
+  /// The answer comes through the loop; a question whose window has no answer set stays open until
+  /// `answer`.
+  void ask(Window window, const std::string& title, const std::string& text,
+           std::function<void(bool)> answer) override;
+  void alert(const std::string& title, const std::string& text, const std::string& button) override;
+
+  /// What the user answers to every later question of that window; nothing lets it wait.
+  void setAnswer(Window window, std::optional<bool> answer);
+  /// Answers the oldest question of that window that waits; false when there is none.
+  bool answer(Window window, bool confirmed);
+
+  std::optional<MessageWindow> message;  ///< the message window that is open
+  std::vector<MessageWindow> messages;   ///< every one that was opened
+  int paints = 0;
+  std::optional<std::string> announce;
+  std::vector<std::string> announces;
+  std::optional<std::pair<double, std::string>> announceProgress;
+  std::vector<Notification> notifications;
+  bool statusItem = false;
+  std::optional<std::pair<StatusIcon, int>>
+      statusIcon;                                ///< with its context; nothing: a count-down
+  std::optional<std::pair<int, int>> countDown;  ///< minutes with context; nothing: an icon
+  std::vector<StatusIcon> statusIcons;
+  std::string statusTitle;
+  std::vector<std::string> statusTitles;  ///< each change
+  std::string statusInformation;
+  std::string toolTip;
+  int menuChanges = 0;
+  int listChanges = 0;
+  int rearrangements = 0;
+  int floatingMenus = 0;
+  int broughtToFront = 0;
+  bool executionControls = false;
+  std::set<Window> windows;  ///< those visible now
+  double floatingIconOpacity = 100;
+  std::int64_t sizeCopied = -1;
+  int progress = 0;
+  std::int64_t errors = 0;
+  std::vector<Question> questions;  ///< every one that was asked
+  std::vector<Notification> alerts;
+
+ private:
+  RunLoop& mRunLoop;
+  std::map<Window, bool> mAnswers;
+  std::vector<std::pair<Window, std::function<void(bool)>>> mWaiting;
+};
+
+}  // namespace corvana
