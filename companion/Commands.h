@@ -1,0 +1,58 @@
+#pragma once
+
+#include <array>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "companion/Arguments.h"
+
+namespace corvana {
+
+/// Where a subcommand reads and writes: what it is asked for goes to `out`, reasons to `err`.
+struct Console {
+  std::istream& in;
+  std::ostream& out;
+  std::ostream& err;
+};
+
+/// Exit codes of every subcommand.
+inline constexpr int kDone = 0;
+inline constexpr int kCouldNot = 1;    ///< the reason is on `err`
+inline constexpr int kWrongWords = 2;  ///< so is what was wrong with the words
+
+/// Prints "corvana9: reason"; gives kCouldNot.
+int failed(const Console& console, const Error& error);
+/// The same for words that were wrong; gives kWrongWords, upon which the usage line follows by
+/// itself.
+int wrongWords(const Console& console, const Error& error);
+
+/// Runs "corvana9 words…" and gives the exit code of the program.
+int runCommandLine(const std::vector<std::string>& words, const Console& console);
+
+/// A subcommand takes what it knows out of the arguments, then `Arguments::words`.
+struct Command {
+  std::string_view name;
+  std::string_view arguments;  ///< as the usage line shows them
+  std::string_view help;       ///< one line
+  std::string_view details;    ///< what `--help` adds, whole lines; may be empty
+  int (*run)(Arguments& arguments, const Console& console);
+};
+
+int dumpCommand(Arguments& arguments, const Console& console);
+int packCommand(Arguments& arguments, const Console& console);
+
+/// In the order in which the help shows them.
+inline constexpr std::array kCommands{
+    Command{"dump", "FILE [--mask]", "show a data file as JSON",
+            "Reads the agent's own archives, keyed archives and property lists, told apart by "
+            "content.\n"
+            "  --mask   hide passwords\n",
+            dumpCommand},
+    Command{"pack", "JSON FILE", "write a data file from JSON",
+            "JSON may be \"-\" for the standard input. FILE is replaced as a whole.\n",
+            packCommand},
+};
+
+}  // namespace corvana
