@@ -21,7 +21,8 @@ void printUsage(std::ostream& out) {
 void printHelp(const Command& command, std::ostream& out) {
   out << "usage: corvana9 " << command.name;
   if (!command.arguments.empty()) out << ' ' << command.arguments;
-  out << "\n\n" << command.help << '\n' << command.details;
+  out << "\n\n" << command.help << '\n';
+  if (!command.details.empty()) out << '\n' << command.details;
 }
 
 }  // namespace
