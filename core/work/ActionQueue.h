@@ -26,7 +26,8 @@ enum class QueueAddition {
 
 /// The ordered list of actions that wait for execution. The first one is running or about to run;
 /// nothing is ever put before it. One entry point applies the refusals and writes the report lines;
-/// every change is stored in the preferences, so that the queue survives a restart. Thread: main.
+/// every change is stored in the preferences, so that the queue survives a restart. When the clock
+/// was set back, the dates of the waiting records move along with the deadlines. Thread: main.
 class ActionQueue {
  public:
   explicit ActionQueue(const WorkSurroundings& surroundings);
@@ -75,9 +76,6 @@ class ActionQueue {
   /// date and with the refusals of a launch by hand. Says how many were really added.
   std::size_t enqueueActionsDueWithinAMinute(std::span<const NextAction> nextActions);
 
-  /// Moves the dates of the records that wait by `seconds`: the clock has jumped by so much.
-  void shiftDates(double seconds);
-
   const std::vector<QueueRecord>& actionsList() const { return mActionsList; }
   bool empty() const { return mActionsList.empty(); }
   bool contains(std::int64_t ref) const;
@@ -105,6 +103,7 @@ class ActionQueue {
   QueueAddition add(const QueueRecord& record, int row, bool manualLaunch, bool remoteLaunch,
                     ReferenceTime scheduleDate);
   void changed();
+  void moveDates(double jump);
 
   WorkSurroundings mSurroundings;
   std::vector<QueueRecord> mActionsList;

@@ -33,6 +33,10 @@ class ExecuteSupervisor : private TaskController {
   std::function<void()>
       onExecutionEnded;  ///< the bookkeeping of an end is done: the evaluation is to run
   std::function<void()> onProgressReset;  ///< the progress display goes back to nothing
+  std::function<void()>
+      onStatusChanged;  ///< the scheduler status is to be sent to the main application
+  /// The queue has become empty: the status item may be hidden from that moment on.
+  std::function<void(ReferenceTime)> onStatusItemMayHide;
   std::function<void(const std::string&)>
       onCurrentActionText;                               ///< the text that names the running action
   std::function<void(const std::string&)> onSurveyLine;  ///< the line of the execution survey
@@ -90,8 +94,6 @@ class ExecuteSupervisor : private TaskController {
 
   /// Writes to the standard input of the running child; ignored without one.
   void sendDataToProcess(std::string_view data);
-  /// Moves the dates held here: the clock has jumped by `seconds`.
-  void shiftDates(double seconds);
 
  private:
   void processStarted() override;

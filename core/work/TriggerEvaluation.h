@@ -8,6 +8,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "core/record/Deadline.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/NextAction.h"
 #include "core/work/WorkSurroundings.h"
@@ -49,15 +50,12 @@ class TriggerEvaluation {
   const std::vector<NextAction>& actionsNextList() const { return mActionsNextList; }
   /// The earliest future date found, a year ahead when there is none, 0 while execution is
   /// disabled.
-  ReferenceTime startOfNextAction() const { return mStartOfNextAction; }
+  ReferenceTime startOfNextAction() const { return mStartOfNextAction.at(); }
   /// Whether the look-ahead has already handled `startOfNextAction`.
   bool listNextWasUpdated() const { return mListNextWasUpdated; }
   void setListNextWasUpdated(bool updated) { mListNextWasUpdated = updated; }
   /// Whether some action waits for the user to be idle.
   bool idleTimeScheduling() const { return mIdleTimeScheduling; }
-  /// Moves the deadlines held here: the clock has jumped by `seconds`.
-  void shiftDates(double seconds);
-
   /// Whether records wait for the notice that they were not executed for long.
   bool hasNotExecutedNotices() const { return !mNotificationNotExecutedSince.empty(); }
   /// Posts the notice of the first waiting record and removes it; nothing without one.
@@ -83,7 +81,7 @@ class TriggerEvaluation {
   ActionQueue& mQueue;
   MailSender& mMail;
   std::vector<NextAction> mActionsNextList;
-  ReferenceTime mStartOfNextAction = 0;
+  Deadline mStartOfNextAction;
   bool mListNextWasUpdated = false;
   bool mIdleTimeScheduling = false;
   bool mNotificationNotExecutedDone = false;

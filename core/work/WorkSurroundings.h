@@ -4,16 +4,18 @@ namespace corvana {
 
 class ActionStore;
 class ActionTree;
-class History;
-class MailSender;
+class DebugLog;
+class ExecutionCounters;
 class Messages;
 class Preferences;
 class SchedulerLog;
-class SchedulerState;
 class SiblingChannel;
 class SiblingWatch;
+class SurveyExecution;
 class VolumeIdentity;
+class ZAN_StringTable;
 struct Platform;
+struct SchedulerState;
 
 /// What the queue, the evaluation and the supervision lean on, in one hand. Everything outlives
 /// them.
@@ -21,14 +23,17 @@ struct WorkSurroundings {
   Platform& platform;
   ActionTree& tree;
   ActionStore& store;
-  History& history;
+  ExecutionCounters& counters;
   Preferences& preferences;
   SchedulerState& state;
   SchedulerLog& log;
+  DebugLog& debugLog;
+  SurveyExecution& survey;
   Messages& messages;
   SiblingChannel& siblings;
   SiblingWatch& siblingWatch;
   VolumeIdentity& volumes;
+  const ZAN_StringTable& texts;
 };
 
 }  // namespace corvana

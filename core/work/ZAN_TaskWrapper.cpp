@@ -1,0 +1,52 @@
+#include "core/work/ZAN_TaskWrapper.h"
+
+#include <utility>
+
+#include "platform/Processes.h"
+
+namespace corvana {
+
+ZAN_TaskWrapper::ZAN_TaskWrapper(Processes& processes, TaskController& controller,
+                                 std::vector<std::string> arguments)
+    : mProcesses(processes), mController(&controller), mArguments(std::move(arguments)) {}
+
+ZAN_TaskWrapper::~ZAN_TaskWrapper() { stopProcess(); }
+
+Outcome ZAN_TaskWrapper::startProcess(bool standardInput) {
+  if (mController != nullptr) mController->processStarted();
+  ChildObserver observer;
+  observer.output = [this](std::string_view data) {
+    if (mController != nullptr) mController->appendOutput(data);
+  };
+  observer.outputEnded = [this] {
+    if (mController != nullptr) mController->allDataReceived();
+  };
+  auto child = mProcesses.start(mArguments, standardInput, std::move(observer));
+  if (!child) {
+    // Nothing ever ran: there is no end to tell of.
+    mController = nullptr;
+    return child.error();
+  }
+  mTask = std::move(child).value();
+  return {};
+}
+
+void ZAN_TaskWrapper::stopProcess() {
+  TaskController* const controller = std::exchange(mController, nullptr);
+  if (controller == nullptr || !mTask) return;
+  mTask->terminate();
+  for (std::string chunk = mTask->readAvailable(); !chunk.empty(); chunk = mTask->readAvailable())
+    controller->appendOutput(chunk);
+  controller->allDataReceived();
+  controller->processFinished();
+}
+
+bool ZAN_TaskWrapper::isRunning() const { return mTask && mTask->isRunning(); }
+
+int ZAN_TaskWrapper::terminationStatus() const { return mTask ? mTask->terminationStatus() : 0; }
+
+void ZAN_TaskWrapper::sendDataToProcess(std::string_view data) {
+  if (mTask) mTask->write(data);
+}
+
+}  // namespace corvana
