@@ -69,7 +69,7 @@ class ZAN_DateUtils {
   int monthForDate(ReferenceTime date) const;  ///< 1 to 12
   int yearForDate(ReferenceTime date) const;
   int weekdayForDate(ReferenceTime date) const;  ///< 1 = Sunday to 7 = Saturday
-  /// The first instant of that day; null when the calendar has no such day.
+  /// The first instant of that day; null when there is no such day, in general or in this zone.
   std::optional<ReferenceTime> dateForDay(std::int64_t day, std::int64_t month,
                                           std::int64_t year) const;
   /// The first instant of the day with the same day and month one year later; null for 29 February.
@@ -88,6 +88,10 @@ class ZAN_DateUtils {
   std::int64_t dayNumber(ReferenceTime date) const;
   ReferenceTime firstInstantOfDay(std::int64_t dayNumber) const;
   ReferenceTime timeOnDay(std::int64_t dayNumber, std::int64_t seconds) const;
+  /// The number of a day of the calendar; null when there is no such day, in general or in this
+  /// zone.
+  std::optional<std::int64_t> dayNumberForDay(std::int64_t day, std::int64_t month,
+                                              std::int64_t year) const;
   /// Whether the zone went from the day before it to the day after it.
   bool isSkippedDay(std::int64_t dayNumber) const;
   int weekOfDay(std::int64_t dayNumber) const;
@@ -111,6 +115,7 @@ class ZAN_DateUtils {
   std::string shortTime(ReferenceTime date) const;  ///< as the region writes it: "18:30", "6:30 PM"
   std::string shortDate(ReferenceTime date) const;  ///< "21/11/2026"
   std::string longDate(ReferenceTime date) const;   ///< "Saturday, November 21, 2026"
+  std::string monthName(int month) const;           ///< 1 to 12; empty for others
   std::string weekdayName(int weekday) const;  ///< 1 = Sunday to 7 = Saturday; empty for others
 
  private:

@@ -1,0 +1,311 @@
+#include "ZANCocoaFramework/ZAN_DateUtils.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+
+#include "ZANCocoaFramework/ZAN_RegionDates.h"
+#include "ZANCocoaFramework/ZAN_ZoneTable.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr std::int64_t kDay = 86400;
+constexpr std::int64_t kFarthestDay = 12'000'000;
+constexpr std::int64_t kMaxSeconds = 2'000'000'000'000;  ///< of a count of clock seconds
+constexpr auto kEpoch = static_cast<std::int64_t>(kReferenceEpochInUnixTime);
+
+double held(ReferenceTime date) {
+  if (std::isnan(date)) return 0;
+  return std::clamp(date, -ZAN_DateUtils::kFarthest, ZAN_DateUtils::kFarthest);
+}
+std::int64_t unixSeconds(ReferenceTime date) {
+  return static_cast<std::int64_t>(std::floor(held(date))) + kEpoch;
+}
+ReferenceTime referenceTime(std::int64_t unixTime) {
+  return static_cast<double>(unixTime - kEpoch);
+}
+
+std::int64_t floorDay(std::int64_t civil) {
+  return (civil >= 0 ? civil : civil - (kDay - 1)) / kDay;
+}
+
+int dayOfYear(std::int64_t dayNumber) {
+  const ZAN_CivilDay day = ZAN_CivilDay::ofNumber(dayNumber);
+  return static_cast<int>(dayNumber - ZAN_CivilDay{day.year, 1, 1}.number()) + 1;
+}
+
+bool isWorkingDay(int weekday) { return weekday >= 2 && weekday <= 6; }
+
+std::string environmentVariable(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+}  // namespace
+
+struct ZAN_DateUtils::Calendar {
+  Calendar(std::string_view zone, std::string_view regionName)
+      : zoneName(zone), regionName(regionName), table(zone), region(regionName) {}
+
+  std::int64_t civil(ReferenceTime date) const {
+    const std::int64_t instant = unixSeconds(date);
+    return instant + table.offsetAt(instant);
+  }
+  std::int64_t day(ReferenceTime date) const { return floorDay(civil(date)); }
+
+  std::string zoneName;
+  std::string regionName;
+  ZAN_ZoneTable table;
+  ZAN_RegionDates region;
+};
+
+ZAN_DateUtils::ZAN_DateUtils(std::string_view zoneName, std::string_view regionName)
+    : mCalendar(std::make_shared<const Calendar>(zoneName, regionName)) {}
+ZAN_DateUtils::~ZAN_DateUtils() = default;
+ZAN_DateUtils::ZAN_DateUtils(const ZAN_DateUtils&) = default;
+ZAN_DateUtils& ZAN_DateUtils::operator=(const ZAN_DateUtils&) = default;
+
+const std::string& ZAN_DateUtils::zoneName() const { return mCalendar->zoneName; }
+const std::string& ZAN_DateUtils::regionName() const { return mCalendar->regionName; }
+bool ZAN_DateUtils::isKnownZone() const { return mCalendar->table.isKnown(); }
+
+std::string ZAN_DateUtils::systemZoneName() {
+  constexpr std::string_view folder = "zoneinfo/";
+  const auto inFolder = [&](const std::string& path) {
+    const auto at = path.rfind(folder);
+    return at == std::string::npos ? std::string() : path.substr(at + folder.size());
+  };
+  if (const char* variable = std::getenv("TZ"); variable != nullptr) {
+    std::string name = *variable == ':' ? variable + 1 : variable;
+    if (const std::string inside = inFolder(name); !inside.empty()) name = inside;
+    return name.empty() ? "UTC" : name;
+  }
+  std::error_code error;
+  const std::string target = std::filesystem::read_symlink("/etc/localtime", error).string();
+  const std::string name = error ? std::string() : inFolder(target);
+  return name.empty() ? "UTC" : name;
+}
+
+std::string ZAN_DateUtils::systemRegionName() {
+  for (const char* name : {"LC_ALL", "LC_TIME", "LANG"}) {
+    if (std::string value = environmentVariable(name); !value.empty()) return value;
+  }
+  return "C";
+}
+
+ReferenceTime ZAN_DateUtils::dayAt0h00(ReferenceTime date) const {
+  return firstInstantOfDay(mCalendar->day(date));
+}
+
+ReferenceTime ZAN_DateUtils::dayAt0Seconds(ReferenceTime date) const {
+  const std::int64_t instant = unixSeconds(date);
+  const std::int64_t civil = instant + mCalendar->table.offsetAt(instant);
+  const std::int64_t seconds = civil % 60;
+  return referenceTime(instant - (seconds >= 0 ? seconds : seconds + 60));
+}
+
+ReferenceTime ZAN_DateUtils::nextDay(ReferenceTime date) const {
+  std::int64_t day = mCalendar->day(date) + 1;
+  while (mCalendar->table.isSkippedDay(day)) ++day;
+  return firstInstantOfDay(day);
+}
+
+int ZAN_DateUtils::secondsInDay(ReferenceTime date) const {
+  const std::int64_t civil = mCalendar->civil(date);
+  return static_cast<int>(civil - floorDay(civil) * kDay);
+}
+
+ReferenceTime ZAN_DateUtils::timeOfDay(ReferenceTime day, std::int64_t seconds) const {
+  return timeOnDay(mCalendar->day(day), seconds);
+}
+
+ReferenceTime ZAN_DateUtils::addClockSeconds(ReferenceTime date, std::int64_t seconds) const {
+  const double fraction = held(date) - std::floor(held(date));
+  const std::int64_t civil =
+      mCalendar->civil(date) + std::clamp(seconds, -kMaxSeconds, kMaxSeconds);
+  return referenceTime(mCalendar->table.instantOf(civil)) + fraction;
+}
+
+bool ZAN_DateUtils::sameDay(ReferenceTime date1, ReferenceTime date2) const {
+  return mCalendar->day(date1) == mCalendar->day(date2);
+}
+
+std::int64_t ZAN_DateUtils::daysFromTodayForDate(ReferenceTime date, ReferenceTime now) const {
+  return mCalendar->day(date) - mCalendar->day(now);
+}
+
+int ZAN_DateUtils::dayForDate(ReferenceTime date) const {
+  return ZAN_CivilDay::ofNumber(mCalendar->day(date)).day;
+}
+int ZAN_DateUtils::weekForDate(ReferenceTime date) const { return weekOfDay(mCalendar->day(date)); }
+int ZAN_DateUtils::monthForDate(ReferenceTime date) const {
+  return ZAN_CivilDay::ofNumber(mCalendar->day(date)).month;
+}
+int ZAN_DateUtils::yearForDate(ReferenceTime date) const {
+  return ZAN_CivilDay::ofNumber(mCalendar->day(date)).year;
+}
+int ZAN_DateUtils::weekdayForDate(ReferenceTime date) const {
+  return ZAN_CivilDay::weekdayOfNumber(mCalendar->day(date));
+}
+
+std::optional<ReferenceTime> ZAN_DateUtils::dateForDay(std::int64_t day, std::int64_t month,
+                                                       std::int64_t year) const {
+  const std::optional<std::int64_t> number = dayNumberForDay(day, month, year);
+  return number ? std::optional(firstInstantOfDay(*number)) : std::nullopt;
+}
+
+std::optional<std::int64_t> ZAN_DateUtils::dayNumberForDay(std::int64_t day, std::int64_t month,
+                                                           std::int64_t year) const {
+  constexpr std::int64_t kFarthestYear = 30000;
+  if (std::abs(year) > kFarthestYear || month < 1 || month > 12 || day < 1 ||
+      day > ZAN_CivilDay::daysInMonth(year, static_cast<int>(month))) {
+    return std::nullopt;
+  }
+  const ZAN_CivilDay civil{static_cast<std::int32_t>(year), static_cast<std::int8_t>(month),
+                           static_cast<std::int8_t>(day)};
+  const std::int64_t number = civil.number();
+  return isSkippedDay(number) ? std::nullopt : std::optional(number);
+}
+
+std::optional<ReferenceTime> ZAN_DateUtils::sameDayNextYear(ReferenceTime date) const {
+  const ZAN_CivilDay day = ZAN_CivilDay::ofNumber(mCalendar->day(date));
+  return dateForDay(day.day, day.month, static_cast<std::int64_t>(day.year) + 1);
+}
+
+namespace {
+
+/// A day with what the month tests ask of it.
+struct DayInMonth {
+  explicit DayInMonth(std::int64_t number)
+      : civil(ZAN_CivilDay::ofNumber(number)),
+        weekday(ZAN_CivilDay::weekdayOfNumber(number)),
+        daysInMonth(ZAN_CivilDay::daysInMonth(civil.year, civil.month)) {}
+
+  ZAN_CivilDay civil;
+  int weekday;
+  int daysInMonth;
+};
+
+}  // namespace
+
+bool ZAN_DateUtils::isFirstDayOfMonth(ReferenceTime date) const { return dayForDate(date) == 1; }
+
+bool ZAN_DateUtils::isFirstWorkingDayOfMonth(ReferenceTime date) const {
+  const DayInMonth day(mCalendar->day(date));
+  constexpr int kMonday = 2;
+  return isWorkingDay(day.weekday) &&
+         (day.civil.day == 1 || (day.weekday == kMonday && day.civil.day <= 3));
+}
+
+bool ZAN_DateUtils::isLastDayOfMonth(ReferenceTime date) const {
+  const DayInMonth day(mCalendar->day(date));
+  return day.civil.day == day.daysInMonth;
+}
+
+bool ZAN_DateUtils::isLastWorkingDayOfMonth(ReferenceTime date) const {
+  const DayInMonth day(mCalendar->day(date));
+  constexpr int kFriday = 6;
+  return isWorkingDay(day.weekday) &&
+         (day.civil.day == day.daysInMonth ||
+          (day.weekday == kFriday && day.civil.day >= day.daysInMonth - 2));
+}
+
+bool ZAN_DateUtils::isFirstWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const {
+  const DayInMonth day(mCalendar->day(ofMonth));
+  return day.weekday == weekday && day.civil.day <= 7;
+}
+
+bool ZAN_DateUtils::isSecondWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const {
+  const DayInMonth day(mCalendar->day(ofMonth));
+  return day.weekday == weekday && day.civil.day > 7 && day.civil.day <= 14;
+}
+
+bool ZAN_DateUtils::isLastWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const {
+  const DayInMonth day(mCalendar->day(ofMonth));
+  return day.weekday == weekday && day.civil.day > day.daysInMonth - 7;
+}
+
+std::int64_t ZAN_DateUtils::dayNumber(ReferenceTime date) const { return mCalendar->day(date); }
+
+ReferenceTime ZAN_DateUtils::firstInstantOfDay(std::int64_t dayNumber) const {
+  dayNumber = std::clamp(dayNumber, -kFarthestDay, kFarthestDay);
+  return referenceTime(mCalendar->table.firstInstantOfDay(dayNumber));
+}
+
+ReferenceTime ZAN_DateUtils::timeOnDay(std::int64_t dayNumber, std::int64_t seconds) const {
+  if (seconds == 0) return firstInstantOfDay(dayNumber);
+  const std::int64_t civil = std::clamp(dayNumber, -kFarthestDay, kFarthestDay) * kDay +
+                             std::clamp(seconds, -kMaxSeconds, kMaxSeconds);
+  return referenceTime(mCalendar->table.instantOf(civil));
+}
+
+bool ZAN_DateUtils::isSkippedDay(std::int64_t dayNumber) const {
+  return mCalendar->table.isSkippedDay(dayNumber);
+}
+
+int ZAN_DateUtils::weekOfDay(std::int64_t dayNumber) const {
+  const int weekday = ZAN_CivilDay::weekdayOfNumber(dayNumber);
+  if (weeksBeginOnMonday()) {
+    const int fromMonday = (weekday + 5) % 7;
+    return (dayOfYear(dayNumber - fromMonday + 3) - 1) / 7 + 1;
+  }
+  const std::int64_t saturday = dayNumber + (7 - weekday);
+  const int endOfWeek = dayOfYear(saturday);
+  // A week that reaches into January is the new year's first.
+  return endOfWeek <= 7 ? 1 : (endOfWeek + 6) / 7;
+}
+
+bool ZAN_DateUtils::weeksBeginOnMonday() const { return mCalendar->region.weeksBeginOnMonday(); }
+
+ZAN_DateUtils::Components ZAN_DateUtils::components(ReferenceTime date) const {
+  const std::int64_t instant = unixSeconds(date);
+  Components parts;
+  parts.utcOffset = mCalendar->table.offsetAt(instant);
+  const std::int64_t civil = instant + parts.utcOffset;
+  const std::int64_t number = floorDay(civil);
+  const ZAN_CivilDay day = ZAN_CivilDay::ofNumber(number);
+  const auto seconds = static_cast<int>(civil - number * kDay);
+  parts.year = day.year;
+  parts.month = day.month;
+  parts.day = day.day;
+  parts.hour = seconds / 3600;
+  parts.minute = seconds / 60 % 60;
+  parts.second = seconds % 60;
+  parts.weekday = ZAN_CivilDay::weekdayOfNumber(number);
+  return parts;
+}
+
+ReferenceTime ZAN_DateUtils::dateForComponents(const Components& parts) const {
+  const std::int64_t months = static_cast<std::int64_t>(parts.year) * 12 + parts.month - 1;
+  const std::int64_t year =
+      std::clamp<std::int64_t>((months >= 0 ? months : months - 11) / 12, -30000, 30000);
+  const std::int64_t month = ((months % 12) + 12) % 12 + 1;
+  const ZAN_CivilDay first{static_cast<std::int32_t>(year), static_cast<std::int8_t>(month), 1};
+  const std::int64_t seconds = static_cast<std::int64_t>(parts.hour) * 3600 +
+                               static_cast<std::int64_t>(parts.minute) * 60 + parts.second;
+  const std::int64_t day =
+      first.number() + std::clamp<std::int64_t>(parts.day, -10'000'000, 10'000'000) - 1;
+  return referenceTime(mCalendar->table.instantOf(day * kDay + seconds));
+}
+
+std::string ZAN_DateUtils::format(ReferenceTime date, std::string_view pattern) const {
+  return mCalendar->region.format(unixSeconds(date), components(date).utcOffset, pattern);
+}
+std::string ZAN_DateUtils::shortTime(ReferenceTime date) const {
+  return mCalendar->region.shortTime(secondsInDay(date));
+}
+std::string ZAN_DateUtils::shortDate(ReferenceTime date) const {
+  return mCalendar->region.shortDate(ZAN_CivilDay::ofNumber(dayNumber(date)));
+}
+std::string ZAN_DateUtils::longDate(ReferenceTime date) const {
+  return mCalendar->region.longDate(ZAN_CivilDay::ofNumber(dayNumber(date)));
+}
+std::string ZAN_DateUtils::weekdayName(int weekday) const {
+  return mCalendar->region.weekdayName(weekday);
+}
+std::string ZAN_DateUtils::monthName(int month) const { return mCalendar->region.monthName(month); }
+
+}  // namespace corvana

@@ -1,0 +1,69 @@
+#include "ZANCocoaFramework/ZAN_RegionDates.h"
+
+#include <absl/strings/string_view.h>
+#include <absl/time/time.h>
+
+#include <QDate>
+#include <QLocale>
+#include <QTime>
+
+namespace corvana {
+
+namespace {
+
+std::string format(ZAN_CivilDay day, std::string_view pattern) {
+  const absl::Time midnight = absl::FromUnixSeconds(day.number() * 86400);
+  return absl::FormatTime(absl::string_view(pattern.data(), pattern.size()), midnight,
+                          absl::UTCTimeZone());
+}
+
+QDate qtDay(ZAN_CivilDay day) { return QDate(day.year, day.month, day.day); }
+
+}  // namespace
+
+ZAN_RegionDates::ZAN_RegionDates(std::string_view regionName) {
+  const std::string_view name = regionName.substr(0, regionName.find_first_of(".@"));
+  if (name.empty() || name == "C" || name == "POSIX") return;
+  auto locale =
+      std::make_unique<QLocale>(QString::fromUtf8(name.data(), static_cast<int>(name.size())));
+  if (locale->language() == QLocale::C) return;
+  mWeeksBeginOnMonday = locale->firstDayOfWeek() == Qt::Monday;
+  mLocale = std::move(locale);
+}
+
+ZAN_RegionDates::~ZAN_RegionDates() = default;
+
+std::string ZAN_RegionDates::shortTime(int secondsInDay) const {
+  const QTime time = QTime(0, 0).addSecs(secondsInDay);
+  return (mLocale ? mLocale->toString(time, QLocale::ShortFormat) : time.toString(u"HH:mm"))
+      .toStdString();
+}
+
+std::string ZAN_RegionDates::shortDate(ZAN_CivilDay day) const {
+  if (!mLocale) return corvana::format(day, "%Y-%m-%d");
+  return mLocale->toString(qtDay(day), QLocale::ShortFormat).toStdString();
+}
+
+std::string ZAN_RegionDates::longDate(ZAN_CivilDay day) const {
+  if (!mLocale) return corvana::format(day, "%A %-d %B %Y");
+  return mLocale->toString(qtDay(day), QLocale::LongFormat).toStdString();
+}
+
+std::string ZAN_RegionDates::weekdayName(int weekday) const {
+  if (weekday < 1 || weekday > 7) return {};
+  const QLocale& locale = mLocale ? *mLocale : QLocale::c();
+  return locale.standaloneDayName(weekday == 1 ? 7 : weekday - 1).toStdString();
+}
+
+std::string ZAN_RegionDates::monthName(int month) const {
+  if (month < 1 || month > 12) return {};
+  return (mLocale ? *mLocale : QLocale::c()).standaloneMonthName(month).toStdString();
+}
+
+std::string ZAN_RegionDates::format(std::int64_t instant, int utcOffset,
+                                    std::string_view pattern) const {
+  return absl::FormatTime(absl::string_view(pattern.data(), pattern.size()),
+                          absl::FromUnixSeconds(instant), absl::FixedTimeZone(utcOffset));
+}
+
+}  // namespace corvana
