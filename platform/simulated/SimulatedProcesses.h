@@ -21,17 +21,17 @@ struct StartedChild;
 struct ChildScript {
   static constexpr double kUntilStopped = std::numeric_limits<double>::infinity();
 
-  double seconds = 1;    ///< how long it runs; kUntilStopped: until it is stopped
-  int status = 0;        ///< its exit code, or the signal number that ends it
-  std::string output;    ///< written at its start
-  std::string farewell;  ///< written at its end
+  double seconds = 1;         ///< how long it runs; kUntilStopped: until it is stopped
+  int status = 0;             ///< its exit code, or the signal number that ends it
+  std::string output = {};    ///< written at its start
+  std::string farewell = {};  ///< written at its end
   bool ignoresTerminate = false;
-  std::function<void(StartedChild&)> onStart;  ///< before anything else of the agent runs
-  std::function<void(StartedChild&)>
-      onEnd;  ///< just before it is gone; may change the script's status
-  std::function<void(std::string_view)> onInput;  ///< what is written to its standard input
+  std::function<void(StartedChild&)> onStart = {};  ///< before anything else of the agent runs
+  /// Just before it is gone; may change the status in its script.
+  std::function<void(StartedChild&)> onEnd = {};
+  std::function<void(std::string_view)> onInput = {};  ///< what is written to its standard input
   /// Things it does on the way, each so many seconds after its start.
-  std::vector<std::pair<double, std::function<void(StartedChild&)>>> steps;
+  std::vector<std::pair<double, std::function<void(StartedChild&)>>> steps = {};
 };
 
 /// The record of one start, kept for ever.
