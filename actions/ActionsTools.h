@@ -1,0 +1,126 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_DateUtils.h"
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/Schedule.h"
+
+namespace corvana {
+
+/// The dates at which actions are due, from their settings records, a calendar and a now.
+///
+/// Made for one moment and used for as many records as one likes: it keeps today's beginning, and
+/// no other state. Null dates are "never ran" as a last date and "no date" as a result; a result
+/// may lie in the past, which means that the action is due. Nothing here fails, whatever a record
+/// holds; a damaged schedule list is told to `log` at every computation and ignored.
+///
+/// Thread: any; `log` is called on the calling one.
+class ActionsTools {
+ public:
+  using Log = std::function<void(const std::string& line)>;
+
+  ActionsTools(const ZAN_DateUtils& calendar, ReferenceTime now, Log log = {});
+
+  ReferenceTime now() const { return mNow; }
+  const ZAN_DateUtils& calendar() const { return mCalendar; }
+
+  /// The next date of an action: the earlier of its periodic date and of its schedule list's.
+  /// `shutDown` is set when the list's best entry, or one that was best before it, is a shutdown
+  /// occasion, whichever date wins. `firstAfterStartup` makes the start-up frequencies due now.
+  std::optional<ReferenceTime> getNextScheduleDateForSettings(const Schedule& schedule,
+                                                              bool firstAfterStartup,
+                                                              bool* shutDown = nullptr) const;
+  std::optional<ReferenceTime> getNextScheduleDateForSettings(const ZAN_Value& settings,
+                                                              bool firstAfterStartup,
+                                                              bool* shutDown = nullptr) const;
+
+  /// The first point of the series `start` + `increment`, + `delay`, + `delay`… that is not earlier
+  /// than the last date + 120 s, then `startTime` seconds on. Without a last date that is the first
+  /// point; without a start the series starts at today's 0:00. A `delay` of exactly 86400 steps by
+  /// calendar days: to `increment` seconds on the clock of the next day. Any other is elapsed time;
+  /// one below 1 s never steps.
+  ReferenceTime getNextSchedule(std::optional<ReferenceTime> start,
+                                std::optional<ReferenceTime> lastSchedule, std::int64_t startTime,
+                                std::int64_t increment, std::int64_t delay) const;
+
+  struct Programmed {
+    std::optional<ReferenceTime> date;
+    bool startUp = false;
+    bool shutDown = false;
+  };
+  /// The earliest date of the schedule list, within the allowed hours. A flag that an entry set
+  /// when it was the best so far stays set.
+  Programmed getNextScheduleProgrammed(const Schedule& schedule) const;
+  Programmed getNextScheduleProgrammed(const ZAN_Value& settings) const;
+  /// One entry's first date from `start`'s day on, within its horizon: 2 days for every day, 8 for
+  /// weekdays, 32 for days of the month (3, 15, 63 with even or odd numbers), 368 for one date a
+  /// year.
+  Programmed getNextScheduleForDict(const ScheduleEntry& entry, ReferenceTime start,
+                                    std::optional<ReferenceTime> last) const;
+  /// The time of day of `startTime` on the day; null without a time, and when it is earlier than
+  /// the last date + 120 s. `mode` makes no difference.
+  std::optional<ReferenceTime> getNextScheduleForDay(ReferenceTime day,
+                                                     std::optional<ReferenceTime> lastSchedule,
+                                                     std::optional<ReferenceTime> startTime,
+                                                     int mode = 0) const;
+
+  /// The date from which the series continues: "LastScheduleDate", for both values of `lastOnly`.
+  /// One more than a day ahead of now comes from a clock that was wrong, and reads as now.
+  std::optional<ReferenceTime> getLastScheduleDateForSettings(const Schedule& schedule,
+                                                              bool lastOnly) const;
+  std::optional<ReferenceTime> getLastScheduleDateForSettings(const ZAN_Value& settings,
+                                                              bool lastOnly) const;
+  /// Whether the stored last date is read as now, so that the record wants healing.
+  bool isLastScheduleDateAhead(const ZAN_Value& settings) const;
+
+  static std::optional<ReferenceTime> getLastExecutionDateForSettings(const ZAN_Value& settings);
+  static std::int64_t getExecutionsCountForSettings(const ZAN_Value& settings);
+
+  /// The folder descriptions of an action's sources: those of "ItemsListOfSourcePath", an array of
+  /// them or one, and without any the one of "ItemsSource". Empty when the record describes none.
+  static std::vector<ZAN_Value> getSourcesForAction(const ZAN_Value& settings);
+  /// The folder description of the destination; null when the record has none.
+  static ZAN_Value getDestinationForAction(const ZAN_Value& settings);
+
+  /// What the texts below are formed with; an English wording steps in for a key that the table
+  /// lacks.
+  struct Texts {
+    const ZAN_StringTable& table;
+    const ZAN_StringUtils& strings;
+  };
+  /// What makes the action run: "Every day at 8:00 AM", "Every 15 minutes", "When a volume is
+  /// mounted", "Not automatic".
+  std::string getNextScheduleModeForSettings(const ZAN_Value& settings, const Texts& texts) const;
+  /// When it runs next: "Tomorrow at 8:00 AM", "At shutdown, today at 6:30 PM", "No date".
+  std::string getNextScheduleStringForSettings(const ZAN_Value& settings, const Texts& texts) const;
+  /// Both in one line.
+  std::string getNextScheduleSummaryForSettings(const ZAN_Value& settings,
+                                                const Texts& texts) const;
+  std::string getScheduleStringForDate(ReferenceTime date, const Texts& texts) const;
+  std::string getStartupStringForDate(ReferenceTime date, const Texts& texts) const;
+  std::string getShutdownStringForDate(ReferenceTime date, const Texts& texts) const;
+
+ private:
+  struct AllowedHours;
+  AllowedHours allowedHours(const Schedule& schedule) const;
+  std::optional<ReferenceTime> heldLast(std::optional<ReferenceTime> last) const;
+  std::optional<ReferenceTime> periodicDate(const Schedule& schedule, bool firstAfterStartup,
+                                            const AllowedHours& hours) const;
+  Programmed programmedDate(const Schedule& schedule, const AllowedHours& hours) const;
+  std::optional<ReferenceTime> entryDate(const ScheduleEntry& entry, std::int64_t startDay,
+                                         std::optional<ReferenceTime> last) const;
+
+  ZAN_DateUtils mCalendar;
+  ReferenceTime mNow;
+  std::int64_t mTodayNumber;
+  ReferenceTime mToday;
+  Log mLog;
+};
+
+}  // namespace corvana

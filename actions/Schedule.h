@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Time.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+
+namespace corvana {
+
+/// One line of a schedule list: on which days, at what time, and whether it is a start-up or a
+/// shutdown occasion rather than a date.
+struct ScheduleEntry {
+  enum class Mode : std::uint8_t { everyDay, daysOfWeek, daysOfMonth, yearly, never };
+  enum class Parity : std::uint8_t { every, odd, even };
+  enum class Occasion : std::uint8_t { none, startUp, shutDown };
+
+  ScheduleEntry() = default;
+  /// Missing keys and values out of range choose no day. `entry` is a dictionary.
+  explicit ScheduleEntry(const ZAN_Value& entry);
+
+  bool choosesWeekday(int weekday) const { return (weekdays >> weekday & 1) != 0; }
+  bool choosesMonthDay(int day) const { return (monthDays >> day & 1) != 0; }
+  bool hasParity(int number) const {
+    return parity == Parity::every || (number % 2 != 0) == (parity == Parity::odd);
+  }
+
+  std::optional<ReferenceTime> time;  ///< only its time of day counts; without it there is no date
+  Mode mode = Mode::everyDay;
+  Parity parity = Parity::every;
+  Occasion occasion = Occasion::none;
+  std::uint8_t weekdays = 0;     ///< bit 1 = Sunday to bit 7 = Saturday
+  std::int8_t monthMode = 0;     ///< 1, 10 to 16; 0 chooses no day
+  std::int8_t monthWeekDay = 0;  ///< 1 = Sunday to 7 = Saturday; 0 chooses no day
+  std::int8_t day = 0;           ///< of a date a year; 0 chooses no day
+  std::int8_t month = 0;
+  std::uint32_t monthDays = 0;  ///< bit 1 to bit 31
+};
+
+/// What a settings record says about when its action is due, decoded once: numbers instead of keys,
+/// the schedule list taken out of its archive. It does not depend on the time zone. Thread: any
+/// once made.
+struct Schedule {
+  /// No automatic execution.
+  Schedule() = default;
+  explicit Schedule(const ZAN_Value& settings);
+
+  /// Whether a change of the value under that key makes a decoded schedule stale.
+  /// "LastScheduleDate" does not: it is set by `setLastScheduleDate`.
+  static bool dependsOnKey(std::string_view key);
+  /// `date` as stored: null and anything but a date that exists count as never.
+  void setLastScheduleDate(const ZAN_Value& date);
+
+  bool automatic = false;
+  bool hasAllowedHours = false;
+  bool hasList = false;
+  std::uint8_t hourDelay = 0;  ///< quarters of an hour past, 0 to 3
+  std::int64_t frequency = 0;
+  std::int64_t minutes = 1;           ///< at least 1
+  std::optional<ReferenceTime> time;  ///< of these dates only the time of day counts
+  std::optional<ReferenceTime> allowedFrom;
+  std::optional<ReferenceTime> allowedTo;
+  std::optional<ReferenceTime> lastScheduleDate;  ///< as stored, also when it lies ahead of now
+  std::vector<ScheduleEntry> list;
+  /// Why the list cannot be read, as "name: reason"; empty when it can. The list is empty then.
+  std::string listDamage;
+};
+
+}  // namespace corvana
