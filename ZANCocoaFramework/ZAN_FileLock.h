@@ -1,9 +1,10 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <string>
+#include <utility>
 
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_Result.h"
 
 namespace corvana {
@@ -15,9 +16,6 @@ class ZAN_FileLock {
  public:
   /// Holds nothing.
   ZAN_FileLock() = default;
-  ZAN_FileLock(ZAN_FileLock&& other) noexcept;
-  ZAN_FileLock& operator=(ZAN_FileLock&& other) noexcept;
-  ~ZAN_FileLock();
 
   /// Takes the lock of that file, which is created (with its folder) when missing and never
   /// removed. While another holds it, tries again after each `pause`, which blocks for the given
@@ -26,13 +24,13 @@ class ZAN_FileLock {
   static Result<ZAN_FileLock> acquire(const std::string& path, double seconds,
                                       const std::function<void(double)>& pause);
 
-  bool isHeld() const { return mDescriptor >= 0; }
-  void release();
+  bool isHeld() const { return static_cast<bool>(mFile); }
+  void release() { mFile.close(); }
 
  private:
-  explicit ZAN_FileLock(int descriptor) : mDescriptor(descriptor) {}
+  explicit ZAN_FileLock(ZAN_Descriptor file) : mFile(std::move(file)) {}
 
-  int mDescriptor = -1;
+  ZAN_Descriptor mFile;
 };
 
 }  // namespace corvana
