@@ -8,8 +8,8 @@
 
 namespace corvana {
 
-class ActionStore;
 class Clock;
+class TextFiles;
 
 /// The agent's diary for the people who look for a fault: lines with the time since its start, and
 /// sums of the time that its regular work takes. Thread: main.
@@ -19,7 +19,7 @@ class DebugLog {
 
   /// `startOfScheduler` is the launch date of this process. Lines are written only when the main
   /// application ran at start-up.
-  DebugLog(const Clock& clock, ActionStore& store, ReferenceTime startOfScheduler,
+  DebugLog(const Clock& clock, TextFiles& files, ReferenceTime startOfScheduler,
            bool mainAppRanAtStartup);
 
   /// Writes "(+%d ms) - %@" into the short log; without `always` only during the first 60 s.
@@ -33,7 +33,7 @@ class DebugLog {
 
  private:
   const Clock& mClock;
-  ActionStore& mStore;
+  TextFiles& mFiles;
   ReferenceTime mStartOfScheduler;
   bool mMainAppRanAtStartup;
   std::array<double, 3> mDebugTimers{};

@@ -11,19 +11,19 @@
 
 namespace corvana {
 
-class ActionStore;
 class Clock;
 class Machine;
 class Preferences;
 class RunLoop;
 class SchedulerLog;
+class TextFiles;
 
 /// What the agent tells the user: small message windows, one at a time, or notices of the desktop,
 /// and the list of the last ones. Thread: main, except where said.
 class Messages {
  public:
   Messages(const Clock& clock, RunLoop& runLoop, Machine& machine, UserInterface& userInterface,
-           DeadlineList& deadlines, Preferences& preferences, SchedulerLog& log, ActionStore& store,
+           DeadlineList& deadlines, Preferences& preferences, SchedulerLog& log, TextFiles& files,
            const ZAN_StringUtils& strings);
 
   /// A message of the agent with everything that belongs to it: with a code other than 0 an entry
@@ -70,7 +70,7 @@ class Messages {
   UserInterface& mUserInterface;
   Preferences& mPreferences;
   SchedulerLog& mLog;
-  ActionStore& mStore;
+  TextFiles& mFiles;
   const ZAN_StringUtils& mStrings;
   std::deque<MessageWindow> mPendingMessages;
   Deadline mEndOfMessage;  ///< 0 while no message window is up

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,18 +13,17 @@
 
 namespace corvana {
 
-class ActionStore;
 class Machine;
-class SystemLog;
+class SettingsFiles;
 
 /// The agent's preferences: a cache of its settings file, and the known values taken out of it.
 ///
-/// The settings file is written whole from the cache. A file that is there but cannot be read is
-/// never written over: it is first put aside under another name, and that is said. Thread: main.
+/// The settings file is written whole from the cache; one that is there but cannot be read is kept
+/// aside by the store before that. Thread: main.
 class Preferences {
  public:
   /// `now` gives the built-in date of the first pruning of volume information.
-  Preferences(ActionStore& store, Machine& machine, SystemLog& systemLog, DeadlineList& deadlines,
+  Preferences(SettingsFiles& settings, Machine& machine, DeadlineList& deadlines,
               ReferenceTime now);
 
   /// The value under a key, null for none. A key that the file lacks is looked up in the user
@@ -40,9 +39,6 @@ class Preferences {
 
   /// 16 bytes of the shortcut; all zero without one.
   KeyMap keysForShortcut();
-
-  /// A settings file was put aside since it could not be read; the text says where it is now.
-  std::function<void(const std::string& path)> onDamagedFileKept;
 
   // The known values as of the last `loadPrefs`. A duty that changes one stores it by `setPref`
   // too. Those without a comment: "SchedulerPref" and the name without its "mPref", 0 without a
@@ -84,16 +80,14 @@ class Preferences {
   Deadline mSchedulerCleanVolumesInfos;  ///< next pruning of volume information
 
  private:
-  void readFile();
+  ZAN_Value& cache();
   int integer(std::string_view key, int builtIn);
   double real(std::string_view key, double builtIn);
 
-  ActionStore& mStore;
+  SettingsFiles& mSettings;
   Machine& mMachine;
-  SystemLog& mSystemLog;
   ReferenceTime mFirstPruning;
   std::optional<ZAN_Value> mSchedulerPrefs;  ///< nothing: read at the next lookup
-  bool mFileIsDamaged = false;
 };
 
 }  // namespace corvana

@@ -9,9 +9,10 @@
 
 namespace corvana {
 
-class ActionStore;
+class ActionLog;
 class Clock;
-class History;
+class ExecutionCounters;
+
 class Preferences;
 class SiblingChannel;
 class ZAN_StringTable;
@@ -39,8 +40,9 @@ inline constexpr int agentTerminates = 21;
 /// Thread: main.
 class SchedulerLog {
  public:
-  SchedulerLog(const Clock& clock, History& history, ActionStore& store, SiblingChannel& channel,
-               Preferences& preferences, SchedulerState& state, const ZAN_StringTable& texts);
+  SchedulerLog(const Clock& clock, ActionLog& log, ExecutionCounters& counters,
+               SiblingChannel& channel, Preferences& preferences, SchedulerState& state,
+               const ZAN_StringTable& texts);
 
   /// Records an event: a dictionary with its code under "C" and optional "N" (title or text), "R"
   /// (reference), "P" (path as shown), "S" (termination status). A copy with "M" = now goes to the
@@ -63,8 +65,8 @@ class SchedulerLog {
   void setErrorState(int code);
 
   const Clock& mClock;
-  History& mHistory;
-  ActionStore& mStore;
+  ActionLog& mLog;
+  ExecutionCounters& mCounters;
   SiblingChannel& mChannel;
   Preferences& mPreferences;
   SchedulerState& mState;
