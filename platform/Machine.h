@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
@@ -26,7 +27,7 @@ class Machine {
   /// POSIX name of the region for dates and numbers, such as "fr_FR.UTF-8" or "C".
   virtual std::string regionName() const = 0;
   /// Languages the user reads, most wanted first, such as "fr", "en".
-  virtual std::string languageNames() const = 0;
+  virtual std::vector<std::string> languageNames() const = 0;
   /// 10.8.0 is 100800.
   virtual int systemVersion() const = 0;
   /// Full path of the running program.

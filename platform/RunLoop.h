@@ -25,7 +25,8 @@ class RunLoop {
   /// Performs on the main thread after what already waits there, without waiting for it. Thread: any.
   virtual void performOnMain(std::function<void()> body) = 0;
   /// Runs `body` on a thread of its own; it hands results back by performOnMain. The loop joins all such
-  /// threads before it is destroyed, so `body` must end by itself. Thread: any.
+  /// threads before it is destroyed, so `body` must end by itself. The main thread waits for such a thread, if
+  /// it must, by Clock::sleep between looks, not on a lock or a condition. Thread: any.
   virtual void detachThread(const std::string& name, std::function<void()> body) = 0;
 
   /// Runs until `quit`; returns its code. Thread: main.

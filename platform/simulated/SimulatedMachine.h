@@ -24,7 +24,7 @@ class SimulatedMachine final : public Machine {
   std::string networkName() const override { return network; }
   std::string timeZoneName() const override { return timeZone; }
   std::string regionName() const override { return region; }
-  std::string languageNames() const override { return languages; }
+  std::vector<std::string> languageNames() const override { return languages; }
   int systemVersion() const override { return version; }
   std::string executablePath() const override { return executable; }
   std::string bundlePath() const override { return bundle; }
@@ -47,7 +47,7 @@ class SimulatedMachine final : public Machine {
   std::string network = "annas-machine";
   std::string timeZone = "UTC";
   std::string region = "en_US.UTF-8";
-  std::string languages = "en";
+  std::vector<std::string> languages{"en"};
   int version = 101500;
   std::string executable;
   std::string bundle;
