@@ -1,0 +1,95 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "actions/ProgrammedAction.h"
+
+namespace corvana {
+
+class Clock;
+class SystemLog;
+class TreeFiles;
+
+/// Owner of the tree of programmed actions: reads it when it is first asked for, merges changes,
+/// gives out references and writes it back. Thread: main.
+class ActionTree {
+ public:
+  ActionTree(TreeFiles& files, Clock& clock, SystemLog& log, const ZAN_StringTable& texts);
+  ~ActionTree();
+  ActionTree(const ActionTree&) = delete;
+  ActionTree& operator=(const ActionTree&) = delete;
+
+  /// The root, read from disk with the pending changes applied when there is none. It is the same
+  /// as before its release when neither file changed and nothing unsaved was in it. A tree that
+  /// cannot be read is an empty root.
+  ProgrammedAction& rootItem();
+  bool hasRoot() const { return mRoot != nullptr && !mReleased; }
+  /// The tree is read again at the next use; no node may be used any more.
+  void releaseRootItem();
+
+  /// Of nodes with the same reference the first in depth-first order keeps it, the later ones get
+  /// new ones; then the tree is saved and that is logged. Nothing without a root.
+  void repairReferencesIfDuplicates();
+
+  /// Applies the pending changes to the root, which is read when there is none. Changes of actions
+  /// that are gone are dropped. With `mergeIntoFile`, and when there are changes, tree and changes
+  /// are read again under their lock, the merged tree is written, the list emptied and the root
+  /// released. Refused, with the changes kept and a line in the log, when the tree's file cannot be
+  /// read or written.
+  Outcome updateActionsWithChanges(bool mergeIntoFile);
+  /// Writes the tree as it is in memory. Refused when its file is there but could not be read.
+  Outcome saveActionsTree();
+
+  /// An edit of the stored tree that loses nothing of what others do: under the lock, reads the
+  /// tree, merges the pending changes, lets `edit` change the root, and writes. Nothing is written
+  /// when `edit` fails. The root is released afterwards.
+  Outcome editStoredTree(const std::function<Outcome(ProgrammedAction& root)>& edit);
+
+  /// Same as the root's, at the cost of a comparison while the tree is being filled.
+  std::int64_t getNextFreeReference();
+  /// Sets the value in the node's record and appends it to the stored list of changes.
+  void addInChangesList(ProgrammedAction& node, ZAN_Value value, std::string_view forKey);
+
+  Clock& clock() { return mClock; }
+  SystemLog& systemLog() { return mLog; }
+  const ZAN_StringTable& texts() const { return mTexts; }
+
+ private:
+  friend class ProgrammedAction;
+
+  /// What the next free reference is made from: over all nodes with a record at depth d below the
+  /// root, the largest of reference + 1 + d, and the largest d.
+  struct Highest {
+    std::int64_t reference = 0;
+    std::int64_t depth = 0;
+  };
+
+  void load();
+  std::size_t applyChanges(const ZAN_Value& changes);
+  void nodeAdded(const ProgrammedAction& node);
+  void nodeChanged();
+  bool isInTree(const ProgrammedAction& node) const;
+
+  TreeFiles& mFiles;
+  Clock& mClock;
+  SystemLog& mLog;
+  const ZAN_StringTable& mTexts;
+  std::unique_ptr<ProgrammedAction> mRoot;
+  bool mReleased = false;
+  bool mUnsaved = false;  ///< memory holds what the files do not
+  bool mReadable = true;  ///< the tree's file could be read, or is not there
+  std::optional<Highest> mHighest;
+  std::optional<ZAN_FileIdentity> mActionsIdentity;
+  std::optional<ZAN_FileIdentity> mChangesIdentity;
+  ZAN_Value mUnwrittenChanges = ZAN_Value::array();
+};
+
+}  // namespace corvana

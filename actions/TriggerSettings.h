@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "ZANCocoaFramework/ZAN_Time.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/Schedule.h"
+
+namespace corvana {
+
+/// What the evaluation asks of a settings record at every pass, decoded once: beside the schedule
+/// the events that start the action and the notice that it was not executed for long.
+struct TriggerSettings {
+  TriggerSettings() = default;
+  explicit TriggerSettings(const ZAN_Value& settings);
+
+  Schedule schedule;
+  std::int64_t context = 0;      ///< "TriggerContextPopup"; 0: any
+  std::int64_t idleMinutes = 0;  ///< "TriggerScheduleMinutes" as stored
+  std::int64_t notExecuted = 0;  ///< "TriggerNotificationNotExecuted": bit 0 message, bit 1 mail
+  std::int64_t notExecutedDays = 0;  ///< "TriggerDelayNotExecuted" as stored
+  ZAN_Value appQuitPath;             ///< "TriggerAppQuitPath": text or null
+};
+
+}  // namespace corvana
