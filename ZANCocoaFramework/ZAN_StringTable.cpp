@@ -235,26 +235,21 @@ class Parser {
   const char* mReason = nullptr;
 };
 
-/// The languages of a list, and behind each one with a region its plain form; names that could
-/// leave the folder are dropped.
-std::vector<std::string> languageNames(std::string_view list) {
+/// The names under which the wanted languages may be found, each with a region before its plain
+/// form; what could leave the folder is dropped.
+std::vector<std::string> folderNames(const std::vector<std::string>& languages) {
   std::vector<std::string> names;
-  const auto add = [&names](std::string name) {
-    if (std::find(names.begin(), names.end(), name) == names.end())
-      names.push_back(std::move(name));
+  const auto add = [&names](const std::string& name) {
+    if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
   };
-  while (!list.empty()) {
-    const std::size_t end = std::min(list.find_first_of(",:; \t\n"), list.size());
-    std::string_view name = list.substr(0, end);
-    list.remove_prefix(std::min(end + 1, list.size()));
-    name = name.substr(0, name.find_first_of(".@"));
+  for (const std::string& language : languages) {
+    std::string name = language.substr(0, language.find_first_of(".@"));
     if (name.empty() || !std::all_of(name.begin(), name.end(), isWordCharacter)) continue;
-    std::string other(name);
-    std::replace(other.begin(), other.end(), '-', '_');
-    add(other);
-    std::replace(other.begin(), other.end(), '_', '-');
-    add(other);
-    add(other.substr(0, other.find('-')));
+    std::replace(name.begin(), name.end(), '-', '_');
+    add(name);
+    std::replace(name.begin(), name.end(), '_', '-');
+    add(name);
+    add(name.substr(0, name.find('-')));
   }
   return names;
 }
@@ -282,8 +277,9 @@ ZAN_StringTable::Entries ZAN_StringTable::parse(std::string_view bytes,
   return entries;
 }
 
-Outcome ZAN_StringTable::load(const std::string& resourcesFolder, std::string_view languages) {
-  std::vector<std::string> names = languageNames(languages);
+Outcome ZAN_StringTable::load(const std::string& resourcesFolder,
+                              const std::vector<std::string>& languages) {
+  std::vector<std::string> names = folderNames(languages);
   // English is complete, so whatever the user wants less than English is never looked at.
   names.erase(std::find(names.begin(), names.end(), "en"), names.end());
   names.emplace_back("en");

@@ -24,12 +24,12 @@ class ZAN_StringTable {
   explicit ZAN_StringTable(Entries entries) : mEntries(std::move(entries)) {}
 
   /// Reads `<resourcesFolder>/<language>.lproj/Localizable.strings` for the wanted languages, most
-  /// wanted first and separated by ",", ":", ";" or blanks ("fr_CA:de" looks for fr_CA, fr-CA, fr,
-  /// de), with English behind: a text that a language lacks comes from the next one. What was
-  /// loaded before is replaced. A language without a file is skipped. A damaged line costs its own
-  /// entry only; the result then names the damaged lines ("path:line: reason", one a line) while
-  /// everything else is there. English missing is an error of kind `absent`.
-  Outcome load(const std::string& resourcesFolder, std::string_view languages);
+  /// wanted first, with English behind: a text that a language lacks comes from the next one.
+  /// "fr_CA" stands for fr_CA, fr-CA and fr, in this order. What was loaded before is replaced. A
+  /// language without a file is skipped. A damaged line costs its own entry only; the result then
+  /// names the damaged lines ("path:line: reason", one a line) while everything else is there.
+  /// English missing is an error of kind `absent`.
+  Outcome load(const std::string& resourcesFolder, const std::vector<std::string>& languages);
 
   /// The text under a key; the empty string when there is none. Valid until the next `load`.
   const std::string& text(std::string_view key) const;

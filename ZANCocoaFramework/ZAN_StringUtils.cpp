@@ -147,7 +147,7 @@ QString without(const QString& pattern, QChar letter, qsizetype length) {
     i = end;
   }
   result.remove(QStringLiteral("()"));
-  const auto isLoose = [](QChar c) { return c.isSpace() || c == u','; };
+  const auto isLoose = [](QChar c) { return c.isSpace() || c == u',' || c == QChar(0x060C); };
   while (!result.isEmpty() && isLoose(result.front())) result.remove(0, 1);
   while (!result.isEmpty() && isLoose(result.back())) result.chop(1);
   return result;
@@ -181,13 +181,14 @@ struct ZAN_StringUtils::State {
   }
 
   QDateTime civil(ReferenceTime time) const {
-    constexpr double kFirst = -63113904000.0;  // the year 1
-    constexpr double kLast = 252423993599.0;   // the end of the year 9999
+    constexpr double kDay = 86400.0;  // no zone is further from UTC
+    constexpr double kFirst = -63113904000.0 + kDay;
+    constexpr double kLast = 252423993599.0 - kDay;
     const double held = std::isnan(time) ? 0 : std::clamp(time, kFirst, kLast);
     const auto seconds = static_cast<std::int64_t>(std::floor(held + kReferenceEpochInUnixTime));
     const absl::CivilSecond c = absl::ToCivilSecond(absl::FromUnixSeconds(seconds), zone);
-    const auto year = static_cast<int>(std::clamp<absl::civil_year_t>(c.year(), 1, 9999));
-    return {QDate(year, c.month(), c.day()), QTime(c.hour(), c.minute(), c.second()), Qt::UTC};
+    return {QDate(static_cast<int>(c.year()), c.month(), c.day()),
+            QTime(c.hour(), c.minute(), c.second()), Qt::UTC};
   }
   std::string text(const QDateTime& civil, const QString& pattern) const {
     return dates.toString(civil, pattern).toStdString();

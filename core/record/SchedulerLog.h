@@ -12,7 +12,6 @@ namespace corvana {
 class ActionLog;
 class Clock;
 class ExecutionCounters;
-
 class Preferences;
 class SiblingChannel;
 class ZAN_StringTable;
