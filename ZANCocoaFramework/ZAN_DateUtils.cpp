@@ -109,7 +109,7 @@ ReferenceTime ZAN_DateUtils::dayAt0Seconds(ReferenceTime date) const {
 
 ReferenceTime ZAN_DateUtils::nextDay(ReferenceTime date) const {
   std::int64_t day = mCalendar->day(date) + 1;
-  while (mCalendar->table.isSkippedDay(day)) ++day;
+  while (mCalendar->table.nextSkippedDay(day) == day) ++day;
   return firstInstantOfDay(day);
 }
 
@@ -167,7 +167,7 @@ std::optional<std::int64_t> ZAN_DateUtils::dayNumberForDay(std::int64_t day, std
   const ZAN_CivilDay civil{static_cast<std::int32_t>(year), static_cast<std::int8_t>(month),
                            static_cast<std::int8_t>(day)};
   const std::int64_t number = civil.number();
-  return isSkippedDay(number) ? std::nullopt : std::optional(number);
+  return nextSkippedDay(number) == number ? std::nullopt : std::optional(number);
 }
 
 std::optional<ReferenceTime> ZAN_DateUtils::sameDayNextYear(ReferenceTime date) const {
@@ -242,8 +242,8 @@ ReferenceTime ZAN_DateUtils::timeOnDay(std::int64_t dayNumber, std::int64_t seco
   return referenceTime(mCalendar->table.instantOf(civil));
 }
 
-bool ZAN_DateUtils::isSkippedDay(std::int64_t dayNumber) const {
-  return mCalendar->table.isSkippedDay(dayNumber);
+std::int64_t ZAN_DateUtils::nextSkippedDay(std::int64_t dayNumber) const {
+  return mCalendar->table.nextSkippedDay(dayNumber);
 }
 
 int ZAN_DateUtils::weekOfDay(std::int64_t dayNumber) const {
@@ -293,15 +293,6 @@ ReferenceTime ZAN_DateUtils::dateForComponents(const Components& parts) const {
 
 std::string ZAN_DateUtils::format(ReferenceTime date, std::string_view pattern) const {
   return mCalendar->region.format(unixSeconds(date), components(date).utcOffset, pattern);
-}
-std::string ZAN_DateUtils::shortTime(ReferenceTime date) const {
-  return mCalendar->region.shortTime(secondsInDay(date));
-}
-std::string ZAN_DateUtils::shortDate(ReferenceTime date) const {
-  return mCalendar->region.shortDate(ZAN_CivilDay::ofNumber(dayNumber(date)));
-}
-std::string ZAN_DateUtils::longDate(ReferenceTime date) const {
-  return mCalendar->region.longDate(ZAN_CivilDay::ofNumber(dayNumber(date)));
 }
 std::string ZAN_DateUtils::weekdayName(int weekday) const {
   return mCalendar->region.weekdayName(weekday);

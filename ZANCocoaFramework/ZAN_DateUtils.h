@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -92,8 +93,10 @@ class ZAN_DateUtils {
   /// zone.
   std::optional<std::int64_t> dayNumberForDay(std::int64_t day, std::int64_t month,
                                               std::int64_t year) const;
-  /// Whether the zone went from the day before it to the day after it.
-  bool isSkippedDay(std::int64_t dayNumber) const;
+  /// The first day from that one on that the zone left out, going from the day before it to the day after
+  /// it; `kNoDay` when there is none.
+  std::int64_t nextSkippedDay(std::int64_t dayNumber) const;
+  static constexpr std::int64_t kNoDay = std::numeric_limits<std::int64_t>::max();
   int weekOfDay(std::int64_t dayNumber) const;
   bool weeksBeginOnMonday() const;
 
@@ -112,9 +115,6 @@ class ZAN_DateUtils {
   // Texts.
   /// strftime patterns, in English whatever the region: "%Y%m%d", "%Y-%m-%d %H:%M:%S".
   std::string format(ReferenceTime date, std::string_view pattern) const;
-  std::string shortTime(ReferenceTime date) const;  ///< as the region writes it: "18:30", "6:30 PM"
-  std::string shortDate(ReferenceTime date) const;  ///< "21/11/2026"
-  std::string longDate(ReferenceTime date) const;   ///< "Saturday, November 21, 2026"
   std::string monthName(int month) const;           ///< 1 to 12; empty for others
   std::string weekdayName(int weekday) const;  ///< 1 = Sunday to 7 = Saturday; empty for others
 

@@ -3,23 +3,9 @@
 #include <absl/strings/string_view.h>
 #include <absl/time/time.h>
 
-#include <QDate>
 #include <QLocale>
-#include <QTime>
 
 namespace corvana {
-
-namespace {
-
-std::string format(ZAN_CivilDay day, std::string_view pattern) {
-  const absl::Time midnight = absl::FromUnixSeconds(day.number() * 86400);
-  return absl::FormatTime(absl::string_view(pattern.data(), pattern.size()), midnight,
-                          absl::UTCTimeZone());
-}
-
-QDate qtDay(ZAN_CivilDay day) { return QDate(day.year, day.month, day.day); }
-
-}  // namespace
 
 ZAN_RegionDates::ZAN_RegionDates(std::string_view regionName) {
   const std::string_view name = regionName.substr(0, regionName.find_first_of(".@"));
@@ -32,22 +18,6 @@ ZAN_RegionDates::ZAN_RegionDates(std::string_view regionName) {
 }
 
 ZAN_RegionDates::~ZAN_RegionDates() = default;
-
-std::string ZAN_RegionDates::shortTime(int secondsInDay) const {
-  const QTime time = QTime(0, 0).addSecs(secondsInDay);
-  return (mLocale ? mLocale->toString(time, QLocale::ShortFormat) : time.toString(u"HH:mm"))
-      .toStdString();
-}
-
-std::string ZAN_RegionDates::shortDate(ZAN_CivilDay day) const {
-  if (!mLocale) return corvana::format(day, "%Y-%m-%d");
-  return mLocale->toString(qtDay(day), QLocale::ShortFormat).toStdString();
-}
-
-std::string ZAN_RegionDates::longDate(ZAN_CivilDay day) const {
-  if (!mLocale) return corvana::format(day, "%A %-d %B %Y");
-  return mLocale->toString(qtDay(day), QLocale::LongFormat).toStdString();
-}
 
 std::string ZAN_RegionDates::weekdayName(int weekday) const {
   if (weekday < 1 || weekday > 7) return {};

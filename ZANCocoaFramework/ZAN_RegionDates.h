@@ -5,15 +5,12 @@
 #include <string>
 #include <string_view>
 
-#include "ZANCocoaFramework/ZAN_CivilDay.h"
-
 class QLocale;
 
 namespace corvana {
 
-/// How a region writes dates and when its weeks begin. Without a region ("", "C", "POSIX", or one
-/// that is not known) weeks begin on Sunday and dates are written plainly: "18:30", "2026-11-21",
-/// "Saturday 21 November 2026".
+/// When a region's weeks begin and what it calls days and months. Without a region ("", "C", "POSIX", or one
+/// that is not known) weeks begin on Sunday and the names are English.
 ///
 /// Immutable once made. Thread: any.
 class ZAN_RegionDates {
@@ -25,9 +22,6 @@ class ZAN_RegionDates {
   ZAN_RegionDates& operator=(const ZAN_RegionDates&) = delete;
 
   bool weeksBeginOnMonday() const { return mWeeksBeginOnMonday; }
-  std::string shortTime(int secondsInDay) const;
-  std::string shortDate(ZAN_CivilDay day) const;
-  std::string longDate(ZAN_CivilDay day) const;
   std::string weekdayName(int weekday) const;  ///< 1 = Sunday to 7 = Saturday; empty for others
   std::string monthName(int month) const;      ///< 1 to 12; empty for others
   /// A strftime pattern, in English: an instant in seconds since 1970 at an offset in seconds.

@@ -3,15 +3,12 @@
 #include <absl/time/civil_time.h>
 #include <absl/time/time.h>
 
-#include <algorithm>
 #include <limits>
 #include <string>
 
 namespace corvana {
 
 namespace {
-
-constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
 absl::CivilSecond civilOf(std::int64_t seconds) { return absl::CivilSecond() + seconds; }
 
@@ -83,10 +80,6 @@ std::int64_t ZAN_ZoneTable::instantOf(std::int64_t civil) const { return find(ci
 std::int64_t ZAN_ZoneTable::firstInstantOfDay(std::int64_t dayNumber) const {
   const Clock clock = find(dayNumber * 86400);
   return clock.isSkipped ? clock.change : clock.instant;
-}
-
-bool ZAN_ZoneTable::isSkippedDay(std::int64_t dayNumber) const {
-  return !mSkippedDays.empty() && std::ranges::binary_search(mSkippedDays, dayNumber);
 }
 
 int ZAN_ZoneTable::laterOffset(std::int64_t instant) const {

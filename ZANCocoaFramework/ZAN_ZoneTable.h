@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -29,8 +31,12 @@ class ZAN_ZoneTable {
   /// The instant of a clock time: the first of two, and as far after a gap as it is into the gap.
   std::int64_t instantOf(std::int64_t civil) const;
   std::int64_t firstInstantOfDay(std::int64_t dayNumber) const;
-  /// Whether the clocks went past the whole of that day.
-  bool isSkippedDay(std::int64_t dayNumber) const;
+  /// The first day from that one on that the clocks went past as a whole; the largest number when there is
+  /// none.
+  std::int64_t nextSkippedDay(std::int64_t dayNumber) const {
+    if (mSkippedDays.empty() || dayNumber > mSkippedDays.back()) return kNever;
+    return *std::ranges::lower_bound(mSkippedDays, dayNumber);
+  }
 
  private:
   struct Span {
@@ -45,6 +51,7 @@ class ZAN_ZoneTable {
     std::int64_t change = 0;  ///< of a skipped time: when the clocks went past it
   };
 
+  static constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
   static constexpr std::int64_t kEnd = 4102444800;  ///< 2100-01-01
   static constexpr std::int64_t kBegin =
       -2208988800;                        ///< 1900-01-01; earlier spans are searched from the first

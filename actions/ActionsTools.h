@@ -109,12 +109,17 @@ class ActionsTools {
  private:
   struct AllowedHours;
   AllowedHours allowedHours(const Schedule& schedule) const;
+  bool isOutside(const AllowedHours& hours, ReferenceTime date) const;
   std::optional<ReferenceTime> heldLast(std::optional<ReferenceTime> last) const;
   std::optional<ReferenceTime> periodicDate(const Schedule& schedule, bool firstAfterStartup,
+                                            std::optional<ReferenceTime> last,
                                             const AllowedHours& hours) const;
-  Programmed programmedDate(const Schedule& schedule, const AllowedHours& hours) const;
+  Programmed programmedDate(const Schedule& schedule, std::optional<ReferenceTime> last,
+                            const AllowedHours& hours) const;
   std::optional<ReferenceTime> entryDate(const ScheduleEntry& entry, std::int64_t startDay,
                                          std::optional<ReferenceTime> last) const;
+  std::optional<ReferenceTime> dateOnDay(std::int64_t day, std::optional<ReferenceTime> last,
+                                         int seconds) const;
 
   ZAN_DateUtils mCalendar;
   ReferenceTime mNow;

@@ -43,7 +43,8 @@ struct ScheduleEntry {
 /// What a settings record says about when its action is due, decoded once: numbers instead of keys,
 /// the schedule list taken out of its archive. It does not depend on the time zone. Thread: any
 /// once made.
-struct Schedule {
+class Schedule {
+ public:
   /// No automatic execution.
   Schedule() = default;
   explicit Schedule(const ZAN_Value& settings);
@@ -56,7 +57,6 @@ struct Schedule {
 
   bool automatic = false;
   bool hasAllowedHours = false;
-  bool hasList = false;
   std::uint8_t hourDelay = 0;  ///< quarters of an hour past, 0 to 3
   std::int64_t frequency = 0;
   std::int64_t minutes = 1;           ///< at least 1
@@ -67,6 +67,9 @@ struct Schedule {
   std::vector<ScheduleEntry> list;
   /// Why the list cannot be read, as "name: reason"; empty when it can. The list is empty then.
   std::string listDamage;
+
+ private:
+  void readList(const ZAN_Value& archive);
 };
 
 }  // namespace corvana
