@@ -59,9 +59,8 @@ class Messages {
 
  private:
   void remember(const std::string& text);
-  void show(const std::string& title, const std::string& text, double seconds, bool closeButton,
-            bool immediatly);
-  void openMessageWindow(const MessageWindow& message, bool immediatly);
+  void show(MessageWindow message, bool immediatly);
+  void openMessageWindow(MessageWindow message, bool immediatly);
   void notificationWithMessage(const std::string& text, const std::string& button);
 
   const Clock& mClock;

@@ -80,6 +80,7 @@ class Preferences {
 
  private:
   ZAN_Value& cache();
+  void moveSavedDates(double jump, ReferenceTime now);
   int integer(std::string_view key, int builtIn);
   double real(std::string_view key, double builtIn);
 

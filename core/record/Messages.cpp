@@ -1,0 +1,132 @@
+#include "core/record/Messages.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "ZANCocoaFramework/ZAN_Unarchiver.h"
+#include "actions/TextFiles.h"
+#include "core/record/Preferences.h"
+#include "core/record/SchedulerLog.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/RunLoop.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr double kShortestDisplay = 2.0;
+constexpr double kStandardDisplay = 5.0;
+constexpr std::size_t kNotificationsBeforeInsertion = 20;
+constexpr int kFirstSystemWithNotifications = 100800;
+constexpr std::string_view kLastNotifications = "SchedulerPrefLastNotifications";
+
+}  // namespace
+
+Messages::Messages(const Clock& clock, RunLoop& runLoop, Machine& machine,
+                   UserInterface& userInterface, DeadlineList& deadlines, Preferences& preferences,
+                   SchedulerLog& log, TextFiles& files, const ZAN_StringUtils& strings)
+    : mClock(clock),
+      mRunLoop(runLoop),
+      mMachine(machine),
+      mUserInterface(userInterface),
+      mPreferences(preferences),
+      mLog(log),
+      mFiles(files),
+      mStrings(strings),
+      mEndOfMessage(deadlines) {
+  mLog.showStandardMessage = [this](const std::string& text, int logCode) {
+    displayStandardMessage(text, logCode);
+  };
+}
+
+void Messages::displayStandardMessage(const std::string& text, int logCode) {
+  if (logCode != 0) {
+    mLog.addSchedulerLog(ZAN_Value::dictionary({{"N", text}, {"C", logCode}}));
+    remember(text);
+  }
+  mFiles.addToReportFile(text);
+  if (mPreferences.mPrefShowMessageInNotificationCenter == 0) {
+    showMessage(text, {}, kStandardDisplay, true);
+  } else {
+    sendUserNotification(text);
+  }
+}
+
+std::vector<std::string> Messages::lastNotifications() const {
+  ZAN_Value stored = mPreferences.prefForKey(kLastNotifications);
+  if (stored.isData()) {
+    auto list = ZAN_Unarchiver::unarchiveObjectWithData(stored.bytes());
+    stored = list ? *list : ZAN_Value();
+  }
+  std::vector<std::string> texts;
+  for (const ZAN_Value& text : stored.elements()) {
+    if (text.isString()) texts.push_back(text.string());
+  }
+  return texts;
+}
+
+void Messages::remember(const std::string& text) {
+  std::vector<std::string> texts = lastNotifications();
+  if (texts.size() > kNotificationsBeforeInsertion) texts.resize(kNotificationsBeforeInsertion);
+  ZAN_Value list = ZAN_Value::array();
+  list.append(ZAN_StringUtils::format("%@ - %@", {mStrings.getShortTimeDate(mClock.now()), text}));
+  for (const std::string& earlier : texts) list.append(earlier);
+  mPreferences.setPref(kLastNotifications,
+                       ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(list)));
+  // A failure to save is logged by the store; the list stands for this run.
+  static_cast<void>(mPreferences.savePrefs());
+  if (onNotificationsChanged) onNotificationsChanged();
+}
+
+void Messages::sendUserNotification(const std::string& text, const std::string& button) {
+  mRunLoop.performOnMain([this, text, button] { notificationWithMessage(text, button); });
+}
+
+void Messages::notificationWithMessage(const std::string& text, const std::string& button) {
+  if (mPreferences.mPrefShowMessageInNotificationCenter == 0) return;
+  if (mMachine.systemVersion() < kFirstSystemWithNotifications) return;
+  mUserInterface.deliverNotification("Corvana 9", text, button);
+}
+
+void Messages::showMessage(const std::string& title, const std::string& text, double seconds,
+                           bool closeButton) {
+  show({title, text, seconds, closeButton}, false);
+}
+
+void Messages::showMessageImmediatly(const std::string& title, const std::string& text,
+                                     double seconds, bool closeButton) {
+  show({title, text, seconds, closeButton}, true);
+}
+
+void Messages::show(MessageWindow message, bool immediatly) {
+  if (isShown()) {
+    mPendingMessages.push_back(std::move(message));
+  } else {
+    openMessageWindow(std::move(message), immediatly);
+  }
+}
+
+void Messages::showNextPendingMessage() {
+  if (mPendingMessages.empty()) return;
+  MessageWindow message = std::move(mPendingMessages.front());
+  mPendingMessages.pop_front();
+  openMessageWindow(std::move(message), false);
+}
+
+void Messages::openMessageWindow(MessageWindow message, bool immediatly) {
+  closeMessageWindow();
+  message.seconds = std::max(kShortestDisplay, message.seconds);
+  mEndOfMessage.set(mClock.now() + message.seconds);
+  mUserInterface.openMessageWindow(message);
+  if (immediatly) mUserInterface.paintNow();
+}
+
+void Messages::closeMessageWindow() {
+  if (!isShown()) return;
+  mEndOfMessage.clear();
+  mUserInterface.closeMessageWindow();
+}
+
+}  // namespace corvana

@@ -1,0 +1,137 @@
+#include "core/record/Preferences.h"
+
+#include <algorithm>
+
+#include "actions/SettingsFiles.h"
+#include "platform/Machine.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr double kFirstPruningAfter = 257.0;
+constexpr int kFirstSystemWithNotifications = 100800;
+constexpr std::string_view kNextFreeSpaceCheck = "SchedulerPrefCheckStartupHDFreeSpace";
+constexpr std::string_view kNextPruning = "SchedulerPrefCleanVolumesInfo";
+
+}  // namespace
+
+Preferences::Preferences(SettingsFiles& settings, Machine& machine, DeadlineList& deadlines,
+                         ReferenceTime now)
+    : mCheckStartupDiskFreeSpace(deadlines),
+      mSchedulerCleanVolumesInfos(deadlines),
+      mSettings(settings),
+      mMachine(machine),
+      mFirstPruning(now + kFirstPruningAfter) {
+  deadlines.whenMoved([this](double jump, ReferenceTime at) { moveSavedDates(jump, at); });
+}
+
+ZAN_Value& Preferences::cache() {
+  if (!mSchedulerPrefs) {
+    mSchedulerPrefs = mSettings.schedulerSettings();
+    if (!mSchedulerPrefs->isDictionary()) mSchedulerPrefs = ZAN_Value::dictionary();
+  }
+  return *mSchedulerPrefs;
+}
+
+ZAN_Value Preferences::prefForKey(std::string_view key) {
+  const ZAN_Value& stored = cache().value(key);
+  if (!stored.isNull()) return stored;
+  ZAN_Value fromDefaults = mMachine.userDefault(std::string(key));
+  if (!fromDefaults.isNull()) cache().setValue(key, fromDefaults);
+  return fromDefaults;
+}
+
+void Preferences::setPref(std::string_view key, const ZAN_Value& value) {
+  if (value.isNull()) {
+    cache().removeKey(key);
+  } else {
+    cache().setValue(key, value);
+  }
+}
+
+Outcome Preferences::savePrefs() { return mSettings.saveSchedulerSettings(cache()); }
+
+int Preferences::integer(std::string_view key, int builtIn) {
+  const ZAN_Value value = prefForKey(key);
+  return value.isNull() ? builtIn : static_cast<int>(value.integerValue());
+}
+
+double Preferences::real(std::string_view key, double builtIn) {
+  const ZAN_Value value = prefForKey(key);
+  return value.isNull() ? builtIn : value.doubleValue();
+}
+
+void Preferences::loadPrefs() {
+  mSchedulerPrefs.reset();
+  mPrefScheduleDisabled = integer("SchedulerPrefScheduleDisabled", 0);
+  mPrefShowWelcomeMessage = integer("SchedulerPrefShowWelcomeMessage", 0);
+  mPrefStackWindows = integer("SchedulerPrefStackWindows", 0);
+  mSurveyVolumesFolder = integer("SchedulerPrefSurveyVolumesFolder", 1);
+  mShortcutOperation = integer("SchedulerPrefShortcutOperation", 0);
+  mCheckWakeupMachine = integer("SchedulerPrefWakeupMachine", 0) != 0;
+  mSchedulerLastWakeupTime = prefForKey("SchedulerLastWakeupTime").integerValue();
+  mCheckFreeSpace = integer("SchedulerPrefSurveyFreeSpace", 1) != 0;
+  mPrefAllowRemoteControl = integer("SchedulerPrefAllowRemoteControl", 0);
+  mPrefShowMountMessage = integer("SchedulerPrefShowMountMessage", 0);
+  mPrefShowActionProgress = integer("SchedulerPrefShowActionProgress", 0);
+  mPrefSetFrontProcess = integer("SchedulerPrefSetFrontProcess", 0);
+  mPrefAlertIfManualInterruption = integer("SchedulerPrefAlertIfManualInterruption", 0);
+  mPrefShowMessageInNotificationCenter =
+      mMachine.systemVersion() >= kFirstSystemWithNotifications
+          ? integer("SchedulerPrefShowMessageInNotificationCenter", 0)
+          : 0;
+  mPrefShowActionsQueue = integer("SchedulerPrefShowActionsQueue", 0);
+  mShowIconMenuMode = integer("SchedulerPrefDisplayIcon", 0);
+  mShowIconMenuType = integer("SchedulerPrefDisplayIconType", 0);
+  mShowFloatingIconMode = integer("SchedulerPrefDisplayIconWindow", 0);
+  mPrefShowMessageBeforeAction = integer("SchedulerPrefShowMessageBeforeAction", 0);
+  mPrefShowMessageColor = integer("SchedulerPrefShowMessageColor", 0);
+  mPrefKeepQueueAtShutdown = integer("SchedulerPrefKeepQueueAtShutdown", 1);
+  mPrefFloatingIconNbLines = integer("SchedulerPrefFloatingIconNbLines", 5);
+  mPrefFloatingIconTransparency = real("SchedulerPrefFloatingIconTransparency", 80.0);
+  mPrefShowMessageTransparency = real("SchedulerPrefShowMessageTransparency", 80.0);
+  mShowMessagePosition = {real("SchedulerPrefShowMessagePositionX", 50.0),
+                          real("SchedulerPrefShowMessagePositionY", 10.0)};
+  mShowMiniProgressPosition.reset();
+  const ZAN_Value x = prefForKey("SchedulerPrefShowAnnouncePositionX");
+  const ZAN_Value y = prefForKey("SchedulerPrefShowAnnouncePositionY");
+  if (!x.isNull() && !y.isNull()) mShowMiniProgressPosition = {x.doubleValue(), y.doubleValue()};
+
+  if (const auto name = prefForKey("SchedulerPrefRemoteControlLocalName").asString()) {
+    mRemoteControlLocalName = *name;
+  } else {
+    mRemoteControlLocalName = mMachine.networkName();
+    std::ranges::replace(mRemoteControlLocalName, '-', ' ');
+  }
+  mRemoteControlPassword = prefForKey("SchedulerPrefRemoteControlPassword").string();
+
+  mCheckStartupDiskFreeSpace.set(real(kNextFreeSpaceCheck, 0));
+  mSchedulerCleanVolumesInfos.set(real(kNextPruning, mFirstPruning));
+  mShowErrorWindows = integer("SchedulerShowErrorWindows", 0);
+  mAutoUnmountVolumes = integer("SchedulerPrefAutoUnmountVolumes", 0);
+}
+
+KeyMap Preferences::keysForShortcut() {
+  KeyMap keys{};
+  const ZAN_Value stored = prefForKey("SchedulerPrefKeysForShortcut");
+  const auto bytes = stored.bytes();
+  for (std::size_t i = 0; i < std::min(keys.size(), bytes.size()); ++i) {
+    keys[i] = std::to_integer<std::uint8_t>(bytes[i]);
+  }
+  return keys;
+}
+
+void Preferences::moveSavedDates(double jump, ReferenceTime now) {
+  if (mFirstPruning > now) mFirstPruning += jump;
+  bool moved = false;
+  for (const std::string_view key : {kNextFreeSpaceCheck, kNextPruning}) {
+    const double date = cache().value(key).doubleValue();
+    if (date <= now) continue;
+    setPref(key, date + jump);
+    moved = true;
+  }
+  if (moved) static_cast<void>(savePrefs());
+}
+
+}  // namespace corvana

@@ -1,0 +1,91 @@
+#include "core/record/SchedulerLog.h"
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "actions/ActionLog.h"
+#include "actions/ExecutionCounters.h"
+#include "core/record/Preferences.h"
+#include "core/record/SchedulerState.h"
+#include "core/record/SiblingChannel.h"
+#include "platform/Clock.h"
+
+namespace corvana {
+
+namespace {
+
+bool isFailure(std::int64_t code) {
+  switch (code) {
+    case LogCode::volumeNotFound:
+    case LogCode::unexpectedError:
+    case LogCode::crashed:
+    case LogCode::timeOut:
+    case LogCode::completedWithErrors:
+    case LogCode::volumeGone:
+    case LogCode::volumeNotAvailable:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+SchedulerLog::SchedulerLog(const Clock& clock, ActionLog& log, ExecutionCounters& counters,
+                           SiblingChannel& channel, Preferences& preferences, SchedulerState& state,
+                           const ZAN_StringTable& texts)
+    : mClock(clock),
+      mLog(log),
+      mCounters(counters),
+      mChannel(channel),
+      mPreferences(preferences),
+      mState(state),
+      mTexts(texts) {}
+
+void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
+  if (!entry.isDictionary()) return;
+  ZAN_Value dated = entry;
+  dated.setValue("M", ZAN_Value::date(mClock.now()));
+  mLog.addLog(dated);
+  mChannel.postToMainApp("LogChanged");
+
+  const std::int64_t code = entry.integer("C");
+  if (isFailure(code)) setErrorState(static_cast<int>(code));
+  switch (code) {
+    case LogCode::volumeNotFound:
+    case LogCode::volumeNotAvailable:
+      if (showStandardMessage) {
+        showStandardMessage(mTexts.text("ActionNotExecutedNoVolume", {entry.string("N")}),
+                            LogCode::message);
+      }
+      break;
+    case LogCode::unexpectedError:
+    case LogCode::completedWithErrors:
+      mCounters.incrementCounter(ExecutionCounters::kErrors, entry.integer("R"));
+      break;
+    case LogCode::crashed:
+      mCounters.incrementCounter(ExecutionCounters::kCrashes, entry.integer("R"));
+      break;
+    default:
+      break;
+  }
+}
+
+void SchedulerLog::addSchedulerLog(int code, std::string_view text) {
+  ZAN_Value entry = ZAN_Value::dictionary({{"C", code}});
+  if (!text.empty()) entry.setValue("N", text);
+  addSchedulerLog(entry);
+}
+
+void SchedulerLog::clearErrorState() { setErrorState(0); }
+
+void SchedulerLog::setErrorState(int code) {
+  if (mState.mErrorInExecution == code) return;
+  mState.mErrorInExecution = code;
+  mState.updateMenu();
+  // Kept in the preferences, so that a failure stays in sight when the agent starts itself anew.
+  mPreferences.setPref("SchedulerPrefErrorInExecution", code);
+  // A failure to save is logged by the store, and the state holds for this run.
+  static_cast<void>(mPreferences.savePrefs());
+  if (onErrorStateChanged) onErrorStateChanged();
+}
+
+}  // namespace corvana
