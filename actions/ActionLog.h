@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -42,7 +44,6 @@ class ActionLog {
   static bool isApplicationEvent(std::int64_t code);
 
  private:
-  std::string lineForEntry(const ZAN_Value& entry) const;
   void saveLogListAsLog(const ZAN_Value& list);
   void refresh();
 

@@ -13,6 +13,7 @@
 #include "actions/FileSaver.h"
 #include "actions/FileTypes.h"
 #include "actions/InstallPaths.h"
+#include "actions/LocalDates.h"
 #include "actions/SettingsFiles.h"
 #include "actions/TextFiles.h"
 #include "actions/TreeFiles.h"
@@ -39,11 +40,14 @@ class ActionStore {
   ActivityRecord& activity() { return mActivity; }
   FileTypes& fileTypes() { return mFileTypes; }
   const InstallPaths& installPaths() const { return mInstallPaths; }
+  LocalDates& dates() { return mDates; }
 
   /// Once at the start of the program: creates the data files that are missing, empty, and the
-  /// history folder, removes what an earlier crash left in the hidden folder, and reports missing
-  /// parts of the installation.
+  /// history folder, and removes what an earlier crash left in the hidden folder.
   void createMissingDataFiles();
+  /// Once at the start of the agent: missing parts of the installation are written to a file on the
+  /// desktop.
+  void reportMissingParts() const;
   /// Whether the tree file was missing when createMissingDataFiles looked.
   bool isFirstRun() const { return mFirstRun; }
 
@@ -61,6 +65,7 @@ class ActionStore {
   Clock& mClock;
   Machine& mMachine;
   SystemLog& mLog;
+  LocalDates mDates;
   DataFolder mFolder;
   ZAN_FileWriter mWriter;
   std::unique_ptr<FileSaver> mSaver;

@@ -8,12 +8,10 @@
 
 namespace corvana {
 
-class Machine;
-
 /// The complete log of one execution, for actions that ask for it. Thread: main.
 class CompleteLog {
  public:
-  CompleteLog(DataFiles& files, Machine& machine);
+  explicit CompleteLog(DataFiles& files) : mFiles(files) {}
 
   /// Begins anew for an action's settings record: empties its file and writes the title line when
   /// "ProgrammedActionLinksCreateFullLog" is non-zero, else there is no complete log.
@@ -26,7 +24,6 @@ class CompleteLog {
 
  private:
   DataFiles& mFiles;
-  Machine& mMachine;
   bool mMustCreate = false;
   std::string mPath;
 };

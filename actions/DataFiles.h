@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
-#include <memory>
 #include <optional>
-#include <set>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -19,6 +19,7 @@
 namespace corvana {
 
 class Clock;
+class LocalDates;
 class SystemLog;
 
 /// Reads and writes the two containers that all data files use: one archived array (list) or one
@@ -59,7 +60,8 @@ class DataFiles {
     std::string mName;
   };
 
-  DataFiles(const DataFolder& folder, Clock& clock, SystemLog& log, FileSaver& saver);
+  DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, SystemLog& log,
+            FileSaver& saver);
 
   /// The full reader: three attempts with a pause of 0.05 s between them; a first element that is
   /// the text `firstIndexCode` is left out.
@@ -86,39 +88,51 @@ class DataFiles {
   /// %@".
   Outcome writeFileAtPath(const std::string& path, const ZAN_FileWriter::Attributes& attributes,
                           std::span<const std::byte> data, bool synchronise = true);
-  Outcome writeTextAtPath(const std::string& path, std::string_view text);
 
   /// Takes the lock that goes with a file of the data folder. The tree and its changes share one.
   [[nodiscard]] Lock lock(std::string_view fileName);
+
+  /// A damaged file was put aside: where it was and where it is now. The line in the log is written
+  /// anyway.
+  std::function<void(const std::string& path, const std::string& kept)> onDamagedFileKept;
 
   Clock& clock() { return mClock; }
   SystemLog& systemLog() { return mLog; }
   const DataFolder& folder() const { return mFolder; }
   FileSaver& saver() { return mSaver; }
+  LocalDates& dates() { return mDates; }
 
  private:
   struct Held {
     ZAN_FileLock lock;
     int count = 0;
   };
+  /// Of the same file, so that one cause is logged once and a file without contents is waited for
+  /// once.
+  struct Known {
+    enum class State { readable, unreadable, empty } state;
+    ZAN_FileIdentity identity;
+  };
   enum class Content { list, object };
 
-  Result<ZAN_Value> unarchived(const std::string& path, const ZAN_FileContents& contents,
-                               Content content);
-  bool keepDamagedFile(const std::string& path);
+  bool isKnown(const std::string& path, const std::optional<ZAN_FileIdentity>& identity,
+               Known::State state) const;
+  Result<ZAN_Value> unarchived(const ZAN_FileContents& contents, Content content) const;
+  void noteFailure(const std::string& path, const std::optional<ZAN_FileIdentity>& identity,
+                   const Error& error);
+  ZAN_Value decoded(const std::string& path, const ZAN_FileContents& contents, Content content);
+  bool keepDamagedFile(const std::string& path, Content content);
   Outcome writeContainer(const ZAN_Value& value, const std::string& path, Content content,
                          bool synchronise);
   void release(const std::string& name);
-  void logOnce(const std::string& line);
 
   const DataFolder& mFolder;
+  LocalDates& mDates;
   Clock& mClock;
   SystemLog& mLog;
   FileSaver& mSaver;
   std::map<std::string, Held> mLocks;
-  std::map<std::string, ZAN_FileIdentity> mReadable;  ///< last read or written without an error
-  std::map<std::string, ZAN_FileIdentity> mEmpty;     ///< known to hold nothing
-  std::set<std::string> mLogged;
+  std::map<std::string, Known> mKnown;
 };
 
 }  // namespace corvana

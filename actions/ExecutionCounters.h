@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
+#include <string_view>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
 
@@ -13,17 +13,17 @@ class ActionStore;
 /// main.
 class ExecutionCounters {
  public:
-  static constexpr const char* kExecutions = "Nb";
-  static constexpr const char* kErrors = "Er";
-  static constexpr const char* kCrashes = "Cr";
+  static constexpr std::string_view kExecutions = "Nb";
+  static constexpr std::string_view kErrors = "Er";
+  static constexpr std::string_view kCrashes = "Cr";
 
-  explicit ExecutionCounters(ActionStore& store);
+  explicit ExecutionCounters(ActionStore& store) : mStore(store) {}
 
   /// Adds one. `reference` 0 stands for an action that is not known.
-  void incrementCounter(const std::string& counter, std::int64_t reference);
-  std::int64_t counter(const std::string& counter, std::int64_t reference);
+  void incrementCounter(std::string_view counter, std::int64_t reference);
+  std::int64_t counter(std::string_view counter, std::int64_t reference);
   /// Over all actions.
-  std::int64_t total(const std::string& counter);
+  std::int64_t total(std::string_view counter);
 
  private:
   ActionStore& mStore;

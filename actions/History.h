@@ -7,6 +7,9 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/ActionLog.h"
+#include "actions/ActionResults.h"
+#include "actions/ExecutionCounters.h"
 
 namespace corvana {
 
@@ -22,6 +25,11 @@ class History {
 
   explicit History(ActionStore& store);
 
+  // The other records of what happened.
+  ActionLog& log() { return mLog; }
+  ExecutionCounters& counters() { return mCounters; }
+  ActionResults& results() { return mResults; }
+
   /// Reads the file again when it has changed.
   void reloadProgrammedHistoryList();
   /// The stored array; its element 0 is a header, the entries follow, oldest first.
@@ -36,11 +44,15 @@ class History {
   void saveProgrammedHistoryList();
 
  private:
-  std::string lineForEntry(const ZAN_Value& entry) const;
   void saveProgrammedHistoryListAsLog();
 
+  void refresh();
+
   ActionStore& mStore;
-  ZAN_Value mList;
+  ActionLog mLog;
+  ExecutionCounters mCounters;
+  ActionResults mResults;
+  ZAN_Value mList = ZAN_Value::array();
   std::optional<ZAN_FileIdentity> mIdentity;
 };
 

@@ -7,7 +7,7 @@
 namespace corvana {
 
 class Machine;
-class DataFiles;
+class SystemLog;
 
 /// Where the parts of the product are installed, found once from the running program's own place.
 /// Thread: any, once built.
@@ -42,7 +42,7 @@ class InstallPaths {
   std::string missingParts() const;
   /// Writes the missing parts to "Corvana Install Error.txt" (main application) or "Corvana Install
   /// Error2.txt" on the desktop; nothing when all are there.
-  void reportMissingParts(const std::string& desktopFolder, DataFiles& files) const;
+  void reportMissingParts(const std::string& desktopFolder, SystemLog& log) const;
 
  private:
   std::array<std::string, 17> mPaths;

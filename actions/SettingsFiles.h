@@ -10,6 +10,8 @@
 
 namespace corvana {
 
+class ZAN_StringUtils;
+
 /// The settings of the main application and those of the scheduler. Both are read from disk only
 /// when the file's identity changed. Thread: main.
 class SettingsFiles {
@@ -24,10 +26,11 @@ class SettingsFiles {
   Outcome setMainAppSetting(const ZAN_Value& value, std::string_view key);
   /// Adds one to an integer of the main application's settings; a missing one counts as 0.
   Outcome incrementCounterInInMainPrefsForKey(std::string_view key);
-  /// The region for dates that the user chose in the main application; nothing: that of the system.
-  /// To be handed to the text helpers.
+  /// The region for dates that the user chose in the main application, under
+  /// "ZAN_StringUtils_dateLocale"; nothing: that of the system.
   std::optional<std::string> dateLocaleFromSettings();
-  /// Hands the chosen region for dates, or none, to the text helpers.
+  /// Hands it, or none, to the text helpers. Those of the store itself are always meant too.
+  void applyDateLocaleFromSettings(ZAN_StringUtils& strings);
   void applyDateLocaleFromSettings();
 
   ZAN_Value schedulerSettings() { return read(mScheduler, DataFolder::kSchedulerSettings); }

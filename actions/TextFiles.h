@@ -10,20 +10,21 @@
 
 namespace corvana {
 
+class LocalDates;
 class Machine;
 
 /// The small plain-text files that people read. A file that cannot be read counts as empty;
 /// failures to write are logged. Thread: main.
 class TextFiles {
  public:
-  TextFiles(DataFiles& files, Machine& machine);
+  TextFiles(DataFiles& files, Machine& machine, LocalDates& dates);
 
   /// Adds date, application name and text to "Corvana Log.txt". The file is ASCII: other characters
   /// become
   /// "?". With 100001 characters or more only what follows the first 75000 is kept before adding.
   void addToLogFile(std::string_view text);
-  /// Adds a line to the list of packages to be checked; `one` and `two` are joined before the dash.
-  void addToCheckPackagesFile(std::string_view one, std::string_view two, std::string_view text);
+  /// Adds "<short time and date> - <text>" to the list of packages to be checked.
+  void addToCheckPackagesFile(std::string_view text);
 
   /// Puts "<short time and date> <text>" on top of "_Corvana 9 (Last Executions).txt" in an
   /// existing folder; of 28 lines or more the first 25 stay.
@@ -48,11 +49,14 @@ class TextFiles {
 
  private:
   std::string datedReport(std::string_view pattern, std::optional<ReferenceTime> date) const;
+  std::string applicationName() const;
   std::optional<std::string> textOf(std::string_view name) const;
+  void writeText(const std::string& path, std::string_view text);
 
   DataFiles& mFiles;
   Machine& mMachine;
-  ReferenceTime mNextSaveCurrentPath;
+  LocalDates& mDates;
+  ReferenceTime mNextSaveCurrentPath = 0;
 };
 
 }  // namespace corvana
