@@ -147,6 +147,21 @@ Result<ZAN_FileContents> ZAN_FilesUtils::readFile(const std::string& path, std::
   return contents;
 }
 
+Outcome ZAN_FilesUtils::appendToFile(const std::string& path, std::string_view text,
+                                     bool synchronise) {
+  ZAN_Descriptor file(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+  if (!file) return failure(ErrorKind::unwritable, path, errno);
+  while (!text.empty()) {
+    const ssize_t count = ::write(file.get(), text.data(), text.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return failure(ErrorKind::unwritable, path, errno);
+    text.remove_prefix(static_cast<std::size_t>(count));
+  }
+  if (synchronise && ::fsync(file.get()) != 0) return failure(ErrorKind::unwritable, path, errno);
+  if (file.close() != 0) return failure(ErrorKind::unwritable, path, errno);
+  return {};
+}
+
 Outcome ZAN_FilesUtils::createFolder(const std::string& path, unsigned mode) {
   if (::mkdir(path.c_str(), mode) == 0) return {};
   int code = errno;

@@ -75,6 +75,9 @@ class ZAN_FilesUtils {
   static Result<ZAN_FileContents> readFile(const std::string& path,
                                            std::uint64_t limit = std::uint64_t{1} << 30);
 
+  /// Adds to the end of a file, which is created when missing; for logs that grow by lines.
+  static Outcome appendToFile(const std::string& path, std::string_view text, bool synchronise);
+
   /// Creates the folder and those above it; one that is there already is fine and keeps its mode.
   static Outcome createFolder(const std::string& path, unsigned mode = 0777);
   /// Removes a file or a link; nothing there is fine.

@@ -23,6 +23,8 @@ class CompleteLog {
   void addToCompleteLogFile(std::string_view text, bool addDate);
 
  private:
+  void append(std::string_view text);
+
   DataFiles& mFiles;
   bool mMustCreate = false;
   std::string mPath;

@@ -78,9 +78,12 @@ class DataFiles {
                             bool synchronise = true);
   Outcome writeObjectToFile(const ZAN_Value& object, std::string_view name,
                             bool synchronise = true);
+  /// With a type of its own in place of 'CVda'.
+  Outcome writeTypedObjectToPath(const ZAN_Value& object, const std::string& path,
+                                 std::string_view type);
 
-  /// The attributes of data files: mode 0666, type 'CVda', creator 'CVA9', hidden extension.
-  static ZAN_FileWriter::Attributes dataFileAttributes();
+  /// The attributes of data files: mode 0666, type, creator 'CVA9', hidden extension.
+  static ZAN_FileWriter::Attributes dataFileAttributes(std::string_view type = "CVda");
   /// Replaces what is there by an empty file.
   Outcome createEmptyFileAtPath(const std::string& path,
                                 const ZAN_FileWriter::Attributes& attributes);
@@ -118,12 +121,13 @@ class DataFiles {
   bool isKnown(const std::string& path, const std::optional<ZAN_FileIdentity>& identity,
                Known::State state) const;
   Result<ZAN_Value> unarchived(const ZAN_FileContents& contents, Content content) const;
+  void noteReadable(const std::string& path);
   void noteFailure(const std::string& path, const std::optional<ZAN_FileIdentity>& identity,
                    const Error& error);
   ZAN_Value decoded(const std::string& path, const ZAN_FileContents& contents, Content content);
   bool keepDamagedFile(const std::string& path, Content content);
   Outcome writeContainer(const ZAN_Value& value, const std::string& path, Content content,
-                         bool synchronise);
+                         const ZAN_FileWriter::Options& options);
   void release(const std::string& name);
 
   const DataFolder& mFolder;

@@ -1,0 +1,277 @@
+#include "actions/DataFiles.h"
+
+#include <unistd.h>
+
+#include <utility>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "ZANCocoaFramework/ZAN_Unarchiver.h"
+#include "actions/LocalDates.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr int kAttempts = 3;
+constexpr double kPauseBetweenAttempts = 0.05;
+constexpr double kLongestWaitForLock = 2.0;
+
+std::string_view exceptionName(ErrorKind kind) {
+  switch (kind) {
+    case ErrorKind::limit:
+      return "LimitExceeded";
+    case ErrorKind::damaged:
+      return "ArchiveDamaged";
+    default:
+      return "FileUnreadable";
+  }
+}
+
+/// The tree is never changed without a look at its changes, nor the other way round; likewise the
+/// latest files and errors.
+std::string lockNameFor(std::string_view fileName) {
+  if (fileName == DataFolder::kChanges) fileName = DataFolder::kActions;
+  if (fileName == DataFolder::kErrors) fileName = DataFolder::kFiles;
+  return std::string(fileName) + ".lock";
+}
+
+}  // namespace
+
+DataFiles::Lock& DataFiles::Lock::operator=(Lock&& other) noexcept {
+  std::swap(mFiles, other.mFiles);
+  std::swap(mName, other.mName);
+  return *this;
+}
+
+DataFiles::Lock::~Lock() {
+  if (mFiles != nullptr) mFiles->release(mName);
+}
+
+DataFiles::DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, SystemLog& log,
+                     FileSaver& saver)
+    : mFolder(folder), mDates(dates), mClock(clock), mLog(log), mSaver(saver) {}
+
+DataFiles::List DataFiles::readListAtPath(const std::string& path,
+                                          std::optional<std::string_view> firstIndexCode) {
+  List list;
+  list.identity = ZAN_FilesUtils::identity(path);
+  if (!list.identity || isKnown(path, list.identity, Known::State::empty)) return list;
+
+  // The other programs of the product may be rewriting the file in place at this moment.
+  const int attempts = isKnown(path, list.identity, Known::State::unreadable) ? 1 : kAttempts;
+  std::optional<ZAN_FileContents> contents;
+  for (int attempt = 1; attempt <= attempts; ++attempt) {
+    if (attempt > 1) mClock.sleep(kPauseBetweenAttempts);
+    auto read = ZAN_FilesUtils::readFile(path);
+    if (read) {
+      contents = std::move(*read);
+      list.identity = contents->identity;
+      if (!contents->bytes.empty()) break;
+    } else if (attempt == attempts && !contents && read.error().kind != ErrorKind::absent) {
+      noteFailure(path, list.identity, read.error());
+    }
+  }
+  if (!contents) return list;
+  if (contents->bytes.empty()) {
+    mKnown.insert_or_assign(path, Known{Known::State::empty, contents->identity});
+    return list;
+  }
+  ZAN_Value elements = decoded(path, *contents, Content::list);
+  if (!elements.isArray()) return list;
+  if (firstIndexCode && elements.at(0).isString() &&
+      elements.at(0).stringView() == *firstIndexCode) {
+    elements.removeAt(0);
+  }
+  list.elements = std::move(elements);
+  return list;
+}
+
+ZAN_Value DataFiles::readListAtPath(const std::string& path) {
+  return readListAtPath(path, {}).elements;
+}
+
+ZAN_Value DataFiles::readListFromFile(std::string_view name) {
+  return readListAtPath(mFolder.dataFolderPathWithFileName(name));
+}
+
+Outcome DataFiles::writeListToPath(const ZAN_Value& list, const std::string& path) {
+  return writeContainer(list, path, Content::list,
+                        {.attributes = dataFileAttributes(), .synchronise = true});
+}
+
+Outcome DataFiles::writeListToFile(const ZAN_Value& list, std::string_view name) {
+  return writeListToPath(list, mFolder.dataFolderPathWithFileName(name));
+}
+
+DataFiles::Object DataFiles::readObject(const std::string& path) {
+  Object object;
+  auto contents = ZAN_FilesUtils::readFile(path);
+  if (!contents) {
+    object.identity = ZAN_FilesUtils::identity(path);
+    if (contents.error().kind != ErrorKind::absent) {
+      noteFailure(path, object.identity, contents.error());
+    }
+    return object;
+  }
+  object.identity = contents->identity;
+  if (!contents->bytes.empty()) object.value = decoded(path, *contents, Content::object);
+  return object;
+}
+
+ZAN_Value DataFiles::readObjectAtPath(const std::string& path) { return readObject(path).value; }
+
+ZAN_Value DataFiles::readObjectFromFile(std::string_view name) {
+  return readObjectAtPath(mFolder.dataFolderPathWithFileName(name));
+}
+
+Outcome DataFiles::writeObjectToPath(const ZAN_Value& object, const std::string& path,
+                                     bool synchronise) {
+  return writeContainer(object, path, Content::object,
+                        {.attributes = dataFileAttributes(), .synchronise = synchronise});
+}
+
+Outcome DataFiles::writeTypedObjectToPath(const ZAN_Value& object, const std::string& path,
+                                          std::string_view type) {
+  return writeContainer(object, path, Content::object,
+                        {.attributes = dataFileAttributes(type), .synchronise = true});
+}
+
+Outcome DataFiles::writeObjectToFile(const ZAN_Value& object, std::string_view name,
+                                     bool synchronise) {
+  return writeObjectToPath(object, mFolder.dataFolderPathWithFileName(name), synchronise);
+}
+
+ZAN_FileWriter::Attributes DataFiles::dataFileAttributes(std::string_view type) {
+  return {
+      .mode = 0666,
+      .finderInfo = ZAN_FinderInfo{
+          .type = std::string(type), .creator = "CVA9", .flags = ZAN_FinderInfo::kHiddenExtension}};
+}
+
+Outcome DataFiles::createEmptyFileAtPath(const std::string& path,
+                                         const ZAN_FileWriter::Attributes& attributes) {
+  const Outcome outcome = writeFileAtPath(path, attributes, {});
+  if (const auto identity = ZAN_FilesUtils::identity(path); outcome && identity) {
+    mKnown.insert_or_assign(path, Known{Known::State::empty, *identity});
+  }
+  return outcome;
+}
+
+Outcome DataFiles::writeFileAtPath(const std::string& path,
+                                   const ZAN_FileWriter::Attributes& attributes,
+                                   std::span<const std::byte> data, bool synchronise) {
+  Outcome outcome =
+      mSaver.save({.path = path,
+                   .bytes = {data.begin(), data.end()},
+                   .options = {.attributes = attributes, .synchronise = synchronise}});
+  if (!outcome) {
+    mLog.write("Unable saving data in file " + path);
+    mLog.write(outcome.error().text);
+  }
+  return outcome;
+}
+
+Outcome DataFiles::writeContainer(const ZAN_Value& value, const std::string& path, Content content,
+                                  const ZAN_FileWriter::Options& options) {
+  if (!keepDamagedFile(path, content)) {
+    mLog.write("Unable saving data in file " + path);
+    return Error{ErrorKind::unwritable, path + ": what is there cannot be read nor put aside"};
+  }
+  Outcome outcome =
+      writeFileAtPath(path, options.attributes, ZAN_Archiver::archivedDataWithRootObject(value),
+                      options.synchronise);
+  if (outcome) noteReadable(path);
+  return outcome;
+}
+
+DataFiles::Lock DataFiles::lock(std::string_view fileName) {
+  const std::string name = lockNameFor(fileName);
+  Held& held = mLocks[name];
+  if (held.count++ == 0) {
+    const std::string path = ZAN_FilesUtils::joinedPath(
+        ZAN_FilesUtils::joinedPath(mFolder.hiddenFolderPath(), "Locks"), name);
+    auto lock = ZAN_FileLock::acquire(path, kLongestWaitForLock,
+                                      [this](double seconds) { mClock.sleep(seconds); });
+    if (lock) {
+      held.lock = std::move(*lock);
+    } else {
+      mLog.write("Going on without lock: " + lock.error().text);
+    }
+  }
+  return Lock(*this, name);
+}
+
+void DataFiles::release(const std::string& name) {
+  const auto held = mLocks.find(name);
+  if (held != mLocks.end() && --held->second.count == 0) mLocks.erase(held);
+}
+
+bool DataFiles::isKnown(const std::string& path, const std::optional<ZAN_FileIdentity>& identity,
+                        Known::State state) const {
+  const auto known = mKnown.find(path);
+  return identity && known != mKnown.end() && known->second.state == state &&
+         known->second.identity == *identity;
+}
+
+Result<ZAN_Value> DataFiles::unarchived(const ZAN_FileContents& contents, Content content) const {
+  auto value = ZAN_Unarchiver::unarchiveObjectWithData(std::as_bytes(std::span(contents.bytes)));
+  if (!value) return value;
+  const bool fits = value->isArray() || (content == Content::object && value->isDictionary());
+  if (fits || value->isNull()) return value;
+  return Error{ErrorKind::damaged, content == Content::list ? "not a list" : "not an object"};
+}
+
+void DataFiles::noteReadable(const std::string& path) {
+  if (const auto identity = ZAN_FilesUtils::identity(path)) {
+    mKnown.insert_or_assign(path, Known{Known::State::readable, *identity});
+  }
+}
+
+void DataFiles::noteFailure(const std::string& path,
+                            const std::optional<ZAN_FileIdentity>& identity, const Error& error) {
+  if (isKnown(path, identity, Known::State::unreadable)) return;
+  mLog.write("Exception reading file " + path + ": " + std::string(exceptionName(error.kind)) +
+             ": " + error.text);
+  if (identity) mKnown.insert_or_assign(path, Known{Known::State::unreadable, *identity});
+}
+
+ZAN_Value DataFiles::decoded(const std::string& path, const ZAN_FileContents& contents,
+                             Content content) {
+  auto value = unarchived(contents, content);
+  if (!value) {
+    noteFailure(path, contents.identity, value.error());
+    return {};
+  }
+  mKnown.insert_or_assign(path, Known{Known::State::readable, contents.identity});
+  return std::move(*value);
+}
+
+bool DataFiles::keepDamagedFile(const std::string& path, Content content) {
+  const auto identity = ZAN_FilesUtils::identity(path);
+  if (!identity || identity->size == 0 || isKnown(path, identity, Known::State::readable)) {
+    return true;
+  }
+  if (!isKnown(path, identity, Known::State::unreadable)) {
+    const auto contents = ZAN_FilesUtils::readFile(path);
+    if (!contents && contents.error().kind == ErrorKind::absent) return true;
+    if (contents && (contents->bytes.empty() || unarchived(*contents, content))) return true;
+  }
+  const std::string base =
+      path + " (damaged " + mDates.calendar().format(mClock.now(), "%Y-%m-%d %H.%M.%S") + ")";
+  std::string kept = base;
+  for (int number = 2; ZAN_FilesUtils::exists(kept); ++number) {
+    kept = base + " " + std::to_string(number);
+  }
+  // A second name for the same file costs no space, so it is there on a full disk too.
+  if (::link(path.c_str(), kept.c_str()) != 0 && !ZAN_FilesUtils::renameFile(path, kept)) {
+    return false;
+  }
+  mLog.write("Damaged file " + path + " kept as " + kept);
+  if (onDamagedFileKept) onDamagedFileKept(path, kept);
+  return true;
+}
+
+}  // namespace corvana

@@ -1,0 +1,89 @@
+#include "actions/SettingsFiles.h"
+
+#include <limits>
+#include <span>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Compression.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/LocalDates.h"
+
+namespace corvana {
+
+namespace {
+constexpr std::string_view kDateLocale = "ZAN_StringUtils_dateLocale";
+}
+
+ZAN_Value SettingsFiles::read(Cached& cached, std::string_view name) {
+  const std::string path = mFiles.folder().pathOf(name);
+  if (!cached.read || cached.object.identity != ZAN_FilesUtils::identity(path)) {
+    cached.object = mFiles.readObject(path);
+    if (!cached.object.value.isDictionary()) cached.object.value = {};
+    cached.read = true;
+  }
+  return cached.object.value;
+}
+
+Outcome SettingsFiles::save(Cached& cached, std::string_view name, const ZAN_Value& settings) {
+  const DataFiles::Lock held = mFiles.lock(name);
+  Outcome outcome = mFiles.writeObjectToFile(settings, name);
+  cached.read = static_cast<bool>(outcome);
+  if (outcome) {
+    cached.object = {.value = settings,
+                     .identity = ZAN_FilesUtils::identity(mFiles.folder().pathOf(name))};
+  }
+  return outcome;
+}
+
+Outcome SettingsFiles::saveMainAppSettings(const ZAN_Value& settings) {
+  return save(mMainApp, DataFolder::kSettings, settings);
+}
+
+Outcome SettingsFiles::saveSchedulerSettings(const ZAN_Value& settings) {
+  return save(mScheduler, DataFolder::kSchedulerSettings, settings);
+}
+
+Outcome SettingsFiles::setMainAppSetting(const ZAN_Value& value, std::string_view key) {
+  const DataFiles::Lock held = lockMainAppSettings();
+  ZAN_Value settings = mainAppSettings();
+  if (settings.isNull()) settings = ZAN_Value::dictionary();
+  if (value.isNull()) {
+    settings.removeKey(key);
+  } else {
+    settings.setValue(key, value);
+  }
+  return saveMainAppSettings(settings);
+}
+
+Outcome SettingsFiles::incrementCounterInInMainPrefsForKey(std::string_view key) {
+  const DataFiles::Lock held = lockMainAppSettings();
+  const std::int64_t count = mainAppSettingForKey(key).integerValue() + 1;
+  const bool small = count <= std::numeric_limits<int>::max();
+  return setMainAppSetting(ZAN_Value::integer(count, small ? 'i' : 'q'), key);
+}
+
+std::optional<std::string> SettingsFiles::dateLocaleFromSettings() {
+  return mainAppSettingForKey(kDateLocale).asString();
+}
+
+void SettingsFiles::applyDateLocaleFromSettings(ZAN_StringUtils& strings) {
+  applyDateLocaleFromSettings();
+  strings.setDateRegion(dateLocaleFromSettings().value_or(""));
+}
+
+void SettingsFiles::applyDateLocaleFromSettings() {
+  mFiles.dates().setDateRegion(dateLocaleFromSettings().value_or(""));
+}
+
+ZAN_Value SettingsFiles::compressPassword(std::string_view password) {
+  return ZAN_Value::data(ZAN_Compression::compressedData(std::as_bytes(std::span(password))));
+}
+
+std::string SettingsFiles::decompressPassword(const ZAN_Value& stored) {
+  if (!stored.isData()) return stored.string();
+  const auto bytes = ZAN_Compression::decompressedData(stored.bytes());
+  if (!bytes) return {};
+  return {reinterpret_cast<const char*>(bytes->data()), bytes->size()};
+}
+
+}  // namespace corvana

@@ -1,0 +1,59 @@
+#include "actions/TreeFiles.h"
+
+#include <string_view>
+
+namespace corvana {
+
+namespace {
+constexpr std::string_view kHeader = "ProgrammedActions";
+}
+
+ZAN_Value TreeFiles::readActionsList() {
+  DataFiles::List list = mFiles.readListAtPath(
+      mFiles.folder().dataFolderPathWithFileName(DataFolder::kActions), kHeader);
+  mActionsIdentity = list.identity;
+  return std::move(list.elements);
+}
+
+Outcome TreeFiles::saveActionsTree(const ZAN_Value& records) {
+  const DataFiles::Lock held = lock();
+  ZAN_Value list = ZAN_Value::array({kHeader});
+  for (const ZAN_Value& record : records.elements()) list.append(record);
+  Outcome outcome = mFiles.writeListToFile(list, DataFolder::kActions);
+  if (outcome) mActionsIdentity = actionsFileIdentity();
+  return outcome;
+}
+
+std::optional<ZAN_FileIdentity> TreeFiles::actionsFileIdentity() const {
+  return ZAN_FilesUtils::identity(mFiles.folder().pathOf(DataFolder::kActions));
+}
+
+ZAN_Value TreeFiles::readChangesList() {
+  if (!mChangesRead || mChanges.identity != changesFileIdentity()) {
+    mChanges =
+        mFiles.readListAtPath(mFiles.folder().dataFolderPathWithFileName(DataFolder::kChanges), {});
+    mChangesRead = true;
+  }
+  return mChanges.elements;
+}
+
+Outcome TreeFiles::saveChangesList(const ZAN_Value& changes) {
+  const DataFiles::Lock held = lock();
+  Outcome outcome = mFiles.writeListToFile(changes, DataFolder::kChanges);
+  mChangesRead = static_cast<bool>(outcome);
+  if (outcome) mChanges = {.elements = changes, .identity = changesFileIdentity()};
+  return outcome;
+}
+
+Outcome TreeFiles::appendToChangesList(const ZAN_Value& change) {
+  const DataFiles::Lock held = lock();
+  ZAN_Value changes = readChangesList();
+  changes.append(change);
+  return saveChangesList(changes);
+}
+
+std::optional<ZAN_FileIdentity> TreeFiles::changesFileIdentity() const {
+  return ZAN_FilesUtils::identity(mFiles.folder().pathOf(DataFolder::kChanges));
+}
+
+}  // namespace corvana
