@@ -4,8 +4,6 @@
 
 namespace corvana {
 
-class ProgrammedAction;
-
 /// Whether the volumes that an action names are there. Thread: main.
 class VolumeIdentity {
  public:
@@ -18,9 +16,10 @@ class VolumeIdentity {
   /// Null or no dictionary: no.
   virtual bool checkIfVolumeMounted(const ZAN_Value& item, bool tolerant);
 
-  /// Whether every source of the action and then its destination is mounted. Without a list of
-  /// sources yes, whatever the destination; without a destination the sources decide.
-  bool checkIfAllVolumesMounted(const ProgrammedAction& action);
+  /// Whether every source of the action with these settings and then its destination is mounted.
+  /// Without a list of sources yes, whatever the destination; without a destination the sources
+  /// decide.
+  bool checkIfAllVolumesMounted(const ZAN_Value& settings);
 };
 
 }  // namespace corvana
