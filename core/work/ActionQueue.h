@@ -33,15 +33,16 @@ class ActionQueue {
   explicit ActionQueue(const WorkSurroundings& surroundings);
 
   // Hooks, set once by the owner of all duties; an empty one is skipped.
-  std::function<void()>
-      onQueueChanged;  ///< after every change: tables and texts are to be read anew
-  std::function<void()>
-      onStatusItemNeeded;  ///< something was asked for: the status item must exist
-  std::function<void(std::int64_t)>
-      onVolumeMissing;                    ///< refused, as volumes of this action are not mounted
-  std::function<void()> onProgressReset;  ///< the progress display goes back to nothing
-  std::function<void()>
-      onExecutionStatusChanged;  ///< execution was enabled: menus, status to the siblings
+  /// After every change: tables and texts are to be read anew.
+  std::function<void()> onQueueChanged;
+  /// Something was asked for: the status item must exist.
+  std::function<void()> onStatusItemNeeded;
+  /// Refused, since volumes of this action are not mounted.
+  std::function<void(std::int64_t ref)> onVolumeMissing;
+  /// The progress display goes back to nothing.
+  std::function<void()> onProgressReset;
+  /// Execution was enabled: the menus change and the siblings want to know.
+  std::function<void()> onExecutionStatusChanged;
 
   /// Adds an action. A negative `row` appends, 0 counts as 1 while the queue is not empty, a row
   /// past the end appends. Marks the action's last schedule date, also when it is then refused for
@@ -91,6 +92,9 @@ class ActionQueue {
   /// Drops the requests whose record has left the queue.
   void dropFinishedExecuteNowActions();
 
+  /// Performs `body`; what it changes is saved and told once, at its end.
+  void batch(const std::function<void()>& body);
+
   // For the supervision of executions only.
   void setHeadIsRunning(bool running) { mHeadIsRunning = running; }
   bool headIsRunning() const { return mHeadIsRunning; }
@@ -103,12 +107,15 @@ class ActionQueue {
   QueueAddition add(const QueueRecord& record, int row, bool manualLaunch, bool remoteLaunch,
                     ReferenceTime scheduleDate);
   void changed();
+  void erase(std::size_t row);
   void moveDates(double jump);
 
-  WorkSurroundings mSurroundings;
+  WorkSurroundings m;
   std::vector<QueueRecord> mActionsList;
   std::vector<QueueRecord> mExecuteNowActionsList;
   bool mHeadIsRunning = false;
+  int mBatchDepth = 0;
+  bool mChangedInBatch = false;
 };
 
 }  // namespace corvana

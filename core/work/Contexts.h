@@ -24,7 +24,7 @@ class Contexts {
   void setContext(std::int64_t tag);
 
  private:
-  WorkSurroundings mSurroundings;
+  WorkSurroundings m;
   ActionQueue& mQueue;
 };
 

@@ -14,6 +14,7 @@ class SiblingWatch;
 class SurveyExecution;
 class VolumeIdentity;
 class ZAN_StringTable;
+class ZAN_StringUtils;
 struct Platform;
 struct SchedulerState;
 
@@ -34,6 +35,7 @@ struct WorkSurroundings {
   SiblingWatch& siblingWatch;
   VolumeIdentity& volumes;
   const ZAN_StringTable& texts;
+  const ZAN_StringUtils& strings;
 };
 
 }  // namespace corvana

@@ -1,0 +1,245 @@
+#include "core/work/ActionQueue.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "actions/ActionStore.h"
+#include "actions/ActionTree.h"
+#include "actions/ProgrammedAction.h"
+#include "core/record/DebugLog.h"
+#include "core/record/Messages.h"
+#include "core/record/Preferences.h"
+#include "core/record/SchedulerState.h"
+#include "core/record/SiblingChannel.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
+#include "platform/UserInterface.h"
+#include "volumes/VolumeIdentity.h"
+
+namespace corvana {
+namespace {
+
+constexpr double kLaunchedFromFileDelay = 0.01;
+constexpr double kLookAhead = 60.0;
+
+}  // namespace
+
+ActionQueue::ActionQueue(const WorkSurroundings& surroundings) : m(surroundings) {
+  m.state.deadlines.whenMoved([this](double jump, ReferenceTime) { moveDates(jump); });
+}
+
+QueueAddition ActionQueue::addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row) {
+  return addActionToQueue(ref, launchTime, row, false, false, false);
+}
+
+QueueAddition ActionQueue::addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row,
+                                            bool manualLaunch, bool remoteLaunch,
+                                            bool estimateSize) {
+  const ReferenceTime now = m.platform.clock.now();
+  const bool automatic = !manualLaunch && !remoteLaunch;
+  return add({ref, launchTime, estimateSize ? 1 : 0}, row, manualLaunch, remoteLaunch,
+             automatic ? std::max(now, launchTime) : now);
+}
+
+QueueAddition ActionQueue::add(const QueueRecord& record, int row, bool manualLaunch,
+                               bool remoteLaunch, ReferenceTime scheduleDate) {
+  if (contains(record.ref)) return QueueAddition::alreadyQueued;
+  if (onStatusItemNeeded) onStatusItemNeeded();
+
+  ProgrammedAction* const action = m.tree.rootItem().actionForReference(record.ref);
+  if (action == nullptr || !action->getSettings().isDictionary())
+    return QueueAddition::unknownAction;
+  const ZAN_Value settings = action->getSettings();
+  if ((manualLaunch && settings.integer("TriggerPreventManualLaunch") != 0) ||
+      (remoteLaunch && settings.integer("TriggerPreventRemoteLaunch") != 0))
+    return QueueAddition::notPermitted;
+
+  const std::string title = action->getTitle();
+  const std::int64_t type = action->actionType();
+  action->setLastScheduleDate(scheduleDate);
+  m.siblings.postToMainApp("ActionListChanged");
+  if (settings.integer("TriggerIfVolumesMounted") != 0 &&
+      !m.volumes.checkIfAllVolumesMounted(settings)) {
+    m.store.texts().addToReportFile(
+        m.texts.text("ReportAddActionInQueueNoVolume", {title, type, record.ref}));
+    m.messages.sendUserNotification(m.texts.text("ReportAddActionInQueueNoVolume", {title}));
+    if (onVolumeMissing) onVolumeMissing(record.ref);
+    return QueueAddition::volumesMissing;
+  }
+
+  m.store.texts().addToReportFile(
+      m.texts.text(manualLaunch ? "ReportManualAddActionInQueue" : "ReportAddActionInQueue",
+                   {title, type, record.ref}));
+  // The notice has the same words however the action came in.
+  m.messages.sendUserNotification(m.texts.text("ReportAddActionInQueue", {title}));
+
+  const std::size_t count = mActionsList.size();
+  std::size_t at = count;
+  if (row >= 0)
+    at = std::min(count, std::max<std::size_t>(count == 0 ? 0 : 1, static_cast<std::size_t>(row)));
+  mActionsList.insert(mActionsList.begin() + static_cast<std::ptrdiff_t>(at), record);
+  changed();
+  if (m.preferences.mPrefShowActionsQueue != 0) m.platform.userInterface.showWindow(Window::queue);
+  return QueueAddition::queued;
+}
+
+void ActionQueue::changed() {
+  if (mBatchDepth > 0) {
+    mChangedInBatch = true;
+    return;
+  }
+  saveActionsQueue();
+  m.platform.userInterface.listsChanged();
+  if (onQueueChanged) onQueueChanged();
+}
+
+void ActionQueue::saveActionsQueue() {
+  ZAN_Value list = ZAN_Value::array();
+  if (m.preferences.mPrefKeepQueueAtShutdown != 0)
+    for (std::size_t i = 1; i < mActionsList.size(); ++i) list.append(mActionsList[i].toValue());
+  m.preferences.setPref("SchedulerActionsToDoList", list);
+  if (const Outcome saved = m.preferences.savePrefs(); !saved)
+    m.platform.systemLog.write("The queue could not be saved: " + saved.error().text);
+}
+
+void ActionQueue::restoreActionsQueue() {
+  if (m.state.mStartedFromNewMachine || m.preferences.mPrefKeepQueueAtShutdown == 0) return;
+  const ZAN_Value stored = m.preferences.prefForKey("SchedulerActionsToDoList");
+  for (const ZAN_Value& element : stored.elements())
+    if (const auto record = QueueRecord::fromValue(element)) mActionsList.push_back(*record);
+}
+
+void ActionQueue::removeFromQueue(const std::set<std::size_t>& rows) {
+  for (std::size_t row = mActionsList.size(); row-- > 1;)
+    if (rows.contains(row)) erase(row);
+  if (!mHeadIsRunning && !mActionsList.empty() && rows.contains(0)) {
+    erase(0);
+    if (onProgressReset) onProgressReset();
+  }
+  changed();
+}
+
+void ActionQueue::moveRecord(std::size_t from, std::size_t to) {
+  const std::size_t first = mHeadIsRunning ? 1 : 0;
+  if (from >= mActionsList.size() || from < first) return;
+  to = std::clamp(to, first, mActionsList.size() - 1);
+  const auto begin = mActionsList.begin();
+  const auto position = [&](std::size_t row) { return begin + static_cast<std::ptrdiff_t>(row); };
+  if (from < to)
+    std::rotate(position(from), position(from + 1), position(to + 1));
+  else
+    std::rotate(position(to), position(from), position(from + 1));
+  changed();
+}
+
+void ActionQueue::removeRecordsOfOtherContexts(std::int64_t context) {
+  bool removed = false;
+  for (std::size_t row = mActionsList.size(); row-- > 2;) {
+    const ProgrammedAction* const action =
+        m.tree.rootItem().actionForReference(mActionsList[row].ref);
+    if (action == nullptr) continue;
+    const std::int64_t own = action->getActionContext();
+    if (own == 0 || own == context) continue;
+    erase(row);
+    removed = true;
+  }
+  if (removed)
+    changed();
+  else
+    m.platform.userInterface.listsChanged();
+}
+
+void ActionQueue::executeActionsInFile(const std::string& path) {
+  const ZAN_Value records = m.store.files().readListAtPath(path);
+  batch([&] {
+    for (const ZAN_Value& record : records.elements())
+      addActionToQueue(record.integer("Ref"), m.platform.clock.now() + kLaunchedFromFileDelay, -1,
+                       true, false, record.integer("EstimateSize") != 0);
+  });
+  m.debugLog.logMessage("Scheduler execute actions manually launched from a file", true);
+  if (m.preferences.mPrefScheduleDisabled == 0) {
+    m.state.mScheduleDisabled = false;
+    m.state.checkAt(m.platform.clock.now() + 1.0);
+    if (onExecutionStatusChanged) onExecutionStatusChanged();
+  }
+  std::error_code failure;
+  std::filesystem::remove(path, failure);
+  if (failure) m.platform.systemLog.write(path + ": cannot be deleted: " + failure.message());
+}
+
+std::size_t ActionQueue::enqueueActionsDueWithinAMinute(std::span<const NextAction> nextActions) {
+  const ReferenceTime now = m.platform.clock.now();
+  std::size_t added = 0;
+  batch([&] {
+    for (const NextAction& next : nextActions) {
+      if (!next.hasDate || next.date - now >= kLookAhead) continue;
+      const auto addition =
+          add({next.ref, next.date, 0}, -1, true, false, std::max(now, next.date));
+      if (addition == QueueAddition::queued) ++added;
+    }
+  });
+  return added;
+}
+
+void ActionQueue::moveDates(double jump) {
+  const std::size_t first = mHeadIsRunning ? 1 : 0;
+  if (mActionsList.size() <= first) return;
+  for (std::size_t row = first; row < mActionsList.size(); ++row) mActionsList[row].date += jump;
+  changed();
+}
+
+bool ActionQueue::contains(std::int64_t ref) const {
+  return std::ranges::find(mActionsList, ref, &QueueRecord::ref) != mActionsList.end();
+}
+
+bool ActionQueue::executeNow(std::int64_t ref) {
+  const auto found = std::ranges::find(mActionsList, ref, &QueueRecord::ref);
+  if (found == mActionsList.end()) return false;
+  if (std::ranges::find(mExecuteNowActionsList, ref, &QueueRecord::ref) ==
+      mExecuteNowActionsList.end())
+    mExecuteNowActionsList.push_back(*found);
+  if (mHeadIsRunning && found == mActionsList.begin()) return true;
+  found->date = m.platform.clock.now();
+  moveRecord(static_cast<std::size_t>(found - mActionsList.begin()), 0);
+  return true;
+}
+
+void ActionQueue::clearExecuteNowActions() { mExecuteNowActionsList.clear(); }
+
+void ActionQueue::dropFinishedExecuteNowActions() {
+  std::erase_if(mExecuteNowActionsList,
+                [this](const QueueRecord& record) { return !contains(record.ref); });
+}
+
+void ActionQueue::insertCopyOfHead() {
+  if (mActionsList.empty()) return;
+  const QueueRecord copy = head();
+  mActionsList.insert(mActionsList.begin() + 1, copy);
+}
+
+void ActionQueue::removeHead() {
+  if (mActionsList.empty()) return;
+  erase(0);
+  saveActionsQueue();
+}
+
+void ActionQueue::erase(std::size_t row) {
+  mActionsList.erase(mActionsList.begin() + static_cast<std::ptrdiff_t>(row));
+}
+
+void ActionQueue::batch(const std::function<void()>& body) {
+  ++mBatchDepth;
+  try {
+    body();
+  } catch (...) {
+    --mBatchDepth;
+    throw;
+  }
+  if (--mBatchDepth == 0 && std::exchange(mChangedInBatch, false)) changed();
+}
+
+}  // namespace corvana
