@@ -4,10 +4,12 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "core/work/ActionQueue.h"
+#include "core/work/ChildOutput.h"
 #include "core/work/WorkSurroundings.h"
 #include "core/work/ZAN_TaskWrapper.h"
 
@@ -30,18 +32,20 @@ class ExecuteSupervisor : private TaskController {
   ~ExecuteSupervisor() override;
 
   // Hooks; an empty one is skipped.
-  std::function<void()>
-      onExecutionEnded;  ///< the bookkeeping of an end is done: the evaluation is to run
-  std::function<void()> onProgressReset;  ///< the progress display goes back to nothing
-  std::function<void()>
-      onStatusChanged;  ///< the scheduler status is to be sent to the main application
+  /// The bookkeeping of an end is done: the evaluation is to run.
+  std::function<void()> onExecutionEnded;
+  /// The progress display goes back to nothing.
+  std::function<void()> onProgressReset;
+  /// The scheduler status is to be sent to the main application.
+  std::function<void()> onStatusChanged;
   /// The queue has become empty: the status item may be hidden from that moment on.
   std::function<void(ReferenceTime)> onStatusItemMayHide;
-  std::function<void(const std::string&)>
-      onCurrentActionText;                               ///< the text that names the running action
-  std::function<void(const std::string&)> onSurveyLine;  ///< the line of the execution survey
-  std::function<void()>
-      onNoReplyExpected;  ///< no execute application runs: its last reply is out of date
+  /// The text that names the running action.
+  std::function<void(const std::string&)> onCurrentActionText;
+  /// The line of the execution survey.
+  std::function<void(const std::string&)> onSurveyLine;
+  /// No execute application runs: its last reply is out of date.
+  std::function<void()> onNoReplyExpected;
 
   /// Launches the head of the queue. When the program is missing or does not start this is said
   /// once, with its cause, and the next step is held back for 60 s.
@@ -101,15 +105,17 @@ class ExecuteSupervisor : private TaskController {
   void allDataReceived() override;
   void processFinished() override;
 
+  LaunchResult programMissing(const std::string& cause);
   void endOfExecution();
   void answerCrash(std::int64_t ref, int status);
-  std::string crashPath() const;
-  void sayProgramMissing(const std::string& cause);
+  std::optional<std::string> crashPath() const;
+  void logLines(const std::string& lines);
 
-  WorkSurroundings mSurroundings;
+  WorkSurroundings m;
   ActionQueue& mQueue;
   std::unique_ptr<ZAN_TaskWrapper> mProcessTask;
   int mProcessStatus = 0;
+  ReferenceTime mLaunchTime = 0;
   ReferenceTime mStartOfCurrentAction = 0;
   int mRetryNb = 0;
   std::int64_t mCrashReference = 0;
@@ -117,8 +123,7 @@ class ExecuteSupervisor : private TaskController {
   double mProgressValue = 0;
   int mExecutionMode = 0;
   std::deque<ZAN_Value> mLatestExecuteCurrentPath;
-  std::deque<std::string> mOutputLines;
-  std::string mUnfinishedLine;
+  ChildOutput mOutput;
   bool mSaidProgramMissing = false;
 };
 

@@ -35,10 +35,18 @@ void ZAN_TaskWrapper::stopProcess() {
   TaskController* const controller = std::exchange(mController, nullptr);
   if (controller == nullptr || !mTask) return;
   mTask->terminate();
-  for (std::string chunk = mTask->readAvailable(); !chunk.empty(); chunk = mTask->readAvailable())
-    controller->appendOutput(chunk);
+  drainInto(*controller);
   controller->allDataReceived();
   controller->processFinished();
+}
+
+void ZAN_TaskWrapper::takeRemainingOutput() {
+  if (mController != nullptr && mTask) drainInto(*mController);
+}
+
+void ZAN_TaskWrapper::drainInto(TaskController& controller) {
+  for (std::string chunk = mTask->readAvailable(); !chunk.empty(); chunk = mTask->readAvailable())
+    controller.appendOutput(chunk);
 }
 
 bool ZAN_TaskWrapper::isRunning() const { return mTask && mTask->isRunning(); }

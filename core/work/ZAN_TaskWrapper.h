@@ -39,6 +39,8 @@ class ZAN_TaskWrapper {
   /// Ends the child, takes the output that is still in its pipe and tells the controller that it is
   /// finished; nothing the second time.
   void stopProcess();
+  /// Hands what the child has written so far and was not yet handed to the controller.
+  void takeRemainingOutput();
   bool isRunning() const;
   /// The exit code, or the number of the signal that ended the child; 0 without a child.
   int terminationStatus() const;
@@ -46,6 +48,8 @@ class ZAN_TaskWrapper {
   void sendDataToProcess(std::string_view data);
 
  private:
+  void drainInto(TaskController& controller);
+
   Processes& mProcesses;
   TaskController* mController;
   std::vector<std::string> mArguments;

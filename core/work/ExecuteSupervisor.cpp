@@ -1,0 +1,289 @@
+#include "core/work/ExecuteSupervisor.h"
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/ActionStore.h"
+#include "actions/ActionTree.h"
+#include "actions/ExecutionCounters.h"
+#include "actions/ProgrammedAction.h"
+#include "core/record/DebugLog.h"
+#include "core/record/Messages.h"
+#include "core/record/Preferences.h"
+#include "core/record/SchedulerLog.h"
+#include "core/record/SchedulerState.h"
+#include "core/record/SiblingChannel.h"
+#include "core/record/SiblingWatch.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
+#include "platform/Processes.h"
+#include "platform/UserInterface.h"
+
+namespace corvana {
+namespace {
+
+constexpr const char* kUsualExecutePath =
+    "/Applications/Corvana 9.app/Contents/Resources/Corvana 9 Execute.app";
+constexpr std::size_t kMaximumPaths = 500;
+constexpr double kRetryOfMissingProgram = 60.0;
+
+bool exists(const std::string& path) {
+  std::error_code failure;
+  return std::filesystem::exists(path, failure);
+}
+
+void call(const std::function<void()>& hook) {
+  if (hook) hook();
+}
+
+}  // namespace
+
+ExecuteSupervisor::ExecuteSupervisor(const WorkSurroundings& surroundings, ActionQueue& queue)
+    : m(surroundings), mQueue(queue) {
+  m.state.deadlines.whenMoved([this](double jump, ReferenceTime) {
+    if (mStartOfCurrentAction != 0) mStartOfCurrentAction += jump;
+  });
+}
+
+ExecuteSupervisor::~ExecuteSupervisor() = default;
+
+LaunchResult ExecuteSupervisor::launchNextAction() {
+  if (mExecutionMode != 0 && !m.platform.userInterface.isWindowVisible(Window::executionSurvey))
+    mExecutionMode = 0;
+  if (mQueue.empty()) return LaunchResult::queueEmpty;
+  const QueueRecord record = mQueue.head();
+  mEstimateSize = record.estimateSize;
+  // A retry belongs to the action that crashed; when that has left the queue it is over.
+  if (record.ref != mCrashReference) mRetryNb = 0;
+
+  m.tree.releaseRootItem();
+  const ProgrammedAction* const action = m.tree.rootItem().actionForReference(record.ref);
+  if (action == nullptr || !action->getSettings().isDictionary()) return LaunchResult::actionGone;
+  const std::string title = action->getTitle();
+
+  std::string program = m.store.installPaths().installPathForCode(InstallPaths::executeExecutable);
+  if (onCurrentActionText) onCurrentActionText(m.texts.text("CurrentAction", {title}));
+  if (!exists(program)) return programMissing(program + ": there is no such program");
+  if (action->getExecuteWithAdminPrivileges() != 0 && exists(program + " Admin"))
+    program += " Admin";
+
+  auto task = std::make_unique<ZAN_TaskWrapper>(
+      m.platform.processes, static_cast<TaskController&>(*this),
+      std::vector<std::string>{program, std::to_string(record.ref),
+                               std::to_string(m.preferences.mPrefShowActionProgress),
+                               std::to_string(m.preferences.mPrefShowMountMessage), "1",
+                               std::to_string(mRetryNb), std::to_string(mExecutionMode), "",
+                               std::to_string(record.estimateSize),
+                               std::to_string(m.preferences.mPrefSetFrontProcess)});
+  if (const Outcome started = task->startProcess(true); !started)
+    return programMissing(started.error().text);
+
+  const ReferenceTime now = m.platform.clock.now();
+  mProcessTask = std::move(task);
+  mSaidProgramMissing = false;
+  mProcessStatus = 2;
+  mLaunchTime = now;
+  mQueue.setHeadIsRunning(true);
+  m.state.holdBackUntil(now + 1.0);
+  m.platform.userInterface.setExecutionControlsEnabled(true);
+  m.platform.userInterface.listsChanged();
+
+  m.log.addSchedulerLog(
+      ZAN_Value::dictionary({{"R", record.ref}, {"N", title}, {"C", LogCode::launched}}));
+  m.counters.incrementCounter(ExecutionCounters::kExecutions, record.ref);
+  m.store.texts().addToReportFile(
+      m.texts.text("ReportExecuteAction", {title, action->actionType(), record.ref}));
+
+  m.state.updateMenu();
+  call(onStatusChanged);
+  call(mQueue.onQueueChanged);
+  m.store.activity().saveActivity(0, m.siblingWatch.isMainAppLaunched(), true, std::nullopt,
+                                  m.platform.processes.running());
+  return LaunchResult::launched;
+}
+
+LaunchResult ExecuteSupervisor::programMissing(const std::string& cause) {
+  m.state.holdBackUntil(m.platform.clock.now() + kRetryOfMissingProgram);
+  if (!std::exchange(mSaidProgramMissing, true)) {
+    m.platform.systemLog.write("The execute program cannot be started: " + cause);
+    m.messages.displayStandardMessage(m.texts.text("ExecuteProgramMissing", {cause}),
+                                      LogCode::message);
+  }
+  return LaunchResult::programMissing;
+}
+
+void ExecuteSupervisor::supervise() {
+  if (!mProcessTask) return;
+  if (mProcessStatus == 2) {
+    mProcessStatus = 3;
+    if (mProcessTask->isRunning()) {
+      mStartOfCurrentAction = m.platform.clock.now();
+      if (mQueue.empty() || m.tree.rootItem().actionForReference(mQueue.head().ref) == nullptr)
+        stopExecution();
+      return;
+    }
+    // It ended before it could be seen running.
+    mStartOfCurrentAction = mLaunchTime;
+  }
+  if (mProcessStatus == 3 && !mProcessTask->isRunning()) endOfExecution();
+}
+
+void ExecuteSupervisor::endOfExecution() {
+  m.platform.clock.sleep(0.01);
+  const std::int64_t ref = mQueue.empty() ? 0 : mQueue.head().ref;
+  ProgrammedAction* const action = m.tree.rootItem().actionForReference(ref);
+  if (action != nullptr && mEstimateSize == 0) {
+    action->setLastBackupExecutionDate();
+    m.siblings.postToMainApp("ActionListChanged");
+  }
+  const int status = mProcessTask->terminationStatus();
+  if (status != 0) {
+    answerCrash(ref, status);
+    return;
+  }
+  clearFinishedProcess();
+  mProcessStatus = 0;
+  mRetryNb = 0;
+}
+
+void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {
+  const ProgrammedAction* const action = m.tree.rootItem().actionForReference(ref);
+  const std::string title = action != nullptr ? action->getTitle() : "???";
+  const std::int64_t type = action != nullptr ? action->actionType() : 0;
+  m.messages.sendUserNotification(m.texts.text("ExecuteTerminatedCrash", {title}));
+  m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", ref},
+                                               {"N", title},
+                                               {"P", crashPath().value_or("???")},
+                                               {"S", status},
+                                               {"C", LogCode::crashed}}));
+
+  const auto elapsed = static_cast<std::int64_t>(m.platform.clock.now() - mStartOfCurrentAction);
+  const bool retry = mRetryNb < 1;
+  std::string report =
+      m.texts.text(retry ? "ExecuteTerminatedCrashRedo" : "ExecuteTerminatedCrashAfter",
+                   {title, type, ref, elapsed});
+  mProcessTask->takeRemainingOutput();
+  logLines(mOutput.finish());
+  for (const std::string& line : mOutput.lastLines()) report += "\n" + line;
+  m.store.texts().addToReportFile(report);
+  if (retry) {
+    ++mRetryNb;
+    mCrashReference = ref;
+    mQueue.insertCopyOfHead();
+  } else {
+    mRetryNb = 0;
+  }
+  clearFinishedProcess();
+  mProcessStatus = 0;
+
+  m.messages.showMessage(m.texts.text("ExecuteBadTerminatedTitle"),
+                         m.texts.text("ExecuteBadTerminatedMessage", {title}), 15.0, true);
+  m.state.holdBackUntil(m.platform.clock.now() + 15.0);
+  if (!retry) return;
+  m.messages.showMessage(m.texts.text("ExecuteBadTerminatedRetryTitle"),
+                         m.texts.text("ExecuteBadTerminatedRetryNoPathMessage", {title}), 10.0,
+                         true);
+  m.state.holdBackUntil(m.platform.clock.now() + 25.0);
+  call(onProgressReset);
+}
+
+std::optional<std::string> ExecuteSupervisor::crashPath() const {
+  std::ifstream file(m.store.folder().pathOf("Corvana 9 CurrentPath.txt"), std::ios::binary);
+  std::string path{std::istreambuf_iterator<char>(file), {}};
+  if (!path.empty()) return path;
+  if (mLatestExecuteCurrentPath.empty()) return std::nullopt;
+  return mLatestExecuteCurrentPath.front()["CurrentPath"].asString();
+}
+
+void ExecuteSupervisor::executionDidEnd() {
+  // Released first, so that whoever asks during the bookkeeping sees no execution.
+  if (auto task = std::exchange(mProcessTask, nullptr)) {
+    task->stopProcess();
+    task.reset();
+    mQueue.setHeadIsRunning(false);
+    call(onStatusChanged);
+  }
+  mProcessStatus = 0;
+  call(onProgressReset);
+  const ReferenceTime now = m.platform.clock.now();
+  if (!mQueue.empty()) {
+    m.state.holdBackUntil(now + 2.0);
+    mStartOfCurrentAction = 0;
+    mQueue.removeHead();
+  }
+  if (mQueue.empty() && onStatusItemMayHide) onStatusItemMayHide(now + 5.0);
+  m.platform.userInterface.setExecutionControlsEnabled(!mQueue.empty());
+  m.state.updateMenu();
+  m.platform.userInterface.listsChanged();
+  call(onExecutionEnded);
+  call(mQueue.onQueueChanged);
+  m.siblings.postToMainApp("UpdateHistory");
+  m.platform.userInterface.setActionExecuted(-1, 0, 0);
+}
+
+void ExecuteSupervisor::clearFinishedProcess() {
+  if (mProcessTask && !mProcessTask->isRunning()) executionDidEnd();
+}
+
+void ExecuteSupervisor::stopAndClearProcess() {
+  if (!mProcessTask) return;
+  mProcessTask->stopProcess();
+  executionDidEnd();
+}
+
+void ExecuteSupervisor::stopExecution() {
+  m.state.mMenuWasUsed = true;
+  if (mProcessTask && !mProcessTask->isRunning()) {
+    clearFinishedProcess();
+    mProcessStatus = 0;
+  }
+  m.siblings.postToExecute("ActionStop");
+}
+
+void ExecuteSupervisor::killExecute() {
+  for (const RunningProcess& process : m.platform.processes.running())
+    if (process.bundlePath == kUsualExecutePath) m.platform.processes.kill(process.pid);
+}
+
+void ExecuteSupervisor::doSurvey5Seconds() {
+  const bool running = m.siblingWatch.isExecuteAppLaunched();
+  if (!running) call(onNoReplyExpected);
+  if (onSurveyLine) {
+    const std::string& state = m.texts.text(!running       ? "SurveyExecuteNoExecuteProcess"
+                                            : mProcessTask ? "SurveyExecuteExecuteProcessLaunched"
+                                                           : "SurveyExecuteNoTask");
+    onSurveyLine(m.strings.getShortTimeWithSeconds(m.platform.clock.now()) + " " + state);
+  }
+  if (running) m.siblings.postToExecute("AskExecuteReply");
+}
+
+void ExecuteSupervisor::trimExecuteCurrentPaths() {
+  while (mLatestExecuteCurrentPath.size() > kMaximumPaths) mLatestExecuteCurrentPath.pop_front();
+}
+
+void ExecuteSupervisor::sendDataToProcess(std::string_view data) {
+  if (mProcessTask) mProcessTask->sendDataToProcess(data);
+}
+
+void ExecuteSupervisor::processStarted() { mOutput.clear(); }
+
+void ExecuteSupervisor::appendOutput(std::string_view data) { logLines(mOutput.append(data)); }
+
+void ExecuteSupervisor::allDataReceived() { logLines(mOutput.finish()); }
+
+void ExecuteSupervisor::processFinished() {}
+
+void ExecuteSupervisor::logLines(const std::string& lines) {
+  if (!lines.empty()) m.debugLog.logMessage("Execute: " + lines, true);
+}
+
+}  // namespace corvana
