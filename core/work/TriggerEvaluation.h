@@ -1,13 +1,14 @@
 #pragma once
 
+#include <deque>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
 #include <vector>
 
+#include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "core/record/Deadline.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/NextAction.h"
@@ -17,6 +18,8 @@ namespace corvana {
 
 class MailSender;
 class ProgrammedAction;
+struct Schedule;
+struct TriggerSettings;
 
 /// Walks the tree and decides for each automatic action whether it is due now, when it is next due,
 /// or whether the volume just mounted starts it. Due actions go to the queue two seconds ahead; all
@@ -24,13 +27,15 @@ class ProgrammedAction;
 class TriggerEvaluation {
  public:
   TriggerEvaluation(const WorkSurroundings& surroundings, ActionQueue& queue, MailSender& mail);
-  ~TriggerEvaluation();
 
   // Hooks; an empty one is skipped.
-  std::function<void()> onNextActionsChanged;  ///< the list was built anew
-  /// The earliest future action so far: the text that names it and its time. Not while an execution
-  /// runs.
+  /// The list of next actions was built anew.
+  std::function<void()> onNextActionsChanged;
+  /// The text that names the earliest future action and its time. Not while an execution runs.
   std::function<void(const std::string&)> onNextActionText;
+  /// The user's time zone or region is another one than before; the calendar is already the new
+  /// one.
+  std::function<void(const ZAN_DateUtils&)> onCalendarChanged;
 
   /// Evaluates the whole tree, for the mounting of the volume at `mountedDevice` when there is one.
   /// Brings the next check closer, enqueues what is due and builds the list of next actions.
@@ -64,6 +69,9 @@ class TriggerEvaluation {
   /// days.
   void actionNotExecutedSince(const ZAN_Value& settings);
 
+  /// The user's calendar, as found at the last evaluation.
+  const ZAN_DateUtils& calendar() const { return mCalendar; }
+
   /// Compares the running applications with those of the last call.
   void updateAppLists();
   /// Whether the application of this path, by its name, ran at the last comparison.
@@ -74,18 +82,27 @@ class TriggerEvaluation {
  private:
   struct Walk;
 
+  void updateCalendar();
   void walkGroup(Walk& walk, const ProgrammedAction& group);
-  void walkAction(Walk& walk, const ProgrammedAction& action);
+  void walkAction(Walk& walk, ProgrammedAction& action);
+  void collectNotExecuted(ReferenceTime now, const ProgrammedAction& action,
+                          const TriggerSettings& trigger);
+  bool concernsMountedVolume(const Walk& walk, const ZAN_Value& settings);
+  bool isInAllowedHours(ReferenceTime now, const Schedule& schedule) const;
+  bool isStartedByEvent(const Walk& walk, const TriggerSettings& trigger);
+  void showNextAction(const Walk& walk);
+  void sendByMail(const std::string& text);
 
-  WorkSurroundings mSurroundings;
+  WorkSurroundings m;
   ActionQueue& mQueue;
   MailSender& mMail;
+  ZAN_DateUtils mCalendar;
   std::vector<NextAction> mActionsNextList;
   Deadline mStartOfNextAction;
   bool mListNextWasUpdated = false;
   bool mIdleTimeScheduling = false;
   bool mNotificationNotExecutedDone = false;
-  std::vector<ZAN_Value> mNotificationNotExecutedSince;
+  std::deque<ZAN_Value> mNotificationNotExecutedSince;
   std::unordered_set<std::string> mOpenedApplicationsList;
   std::unordered_set<std::string> mQuittedApplicationsList;
 };

@@ -1,0 +1,302 @@
+#include "core/work/TriggerEvaluation.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/ActionTree.h"
+#include "actions/ActionsTools.h"
+#include "actions/ProgrammedAction.h"
+#include "actions/TriggerSettings.h"
+#include "core/record/SchedulerState.h"
+#include "core/record/SiblingWatch.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
+#include "platform/Processes.h"
+#include "platform/UserInterface.h"
+#include "volumes/VolumeIdentity.h"
+
+namespace corvana {
+namespace {
+
+constexpr double kAheadOfLaunch = 2.0;
+constexpr double kYear = 31536000.0;
+constexpr double kDay = 86400.0;
+constexpr double kActiveUser = 60.0;
+constexpr std::int64_t kVolumeMounted = 10;
+constexpr std::int64_t kApplicationQuit = 11;
+constexpr std::int64_t kUserIdle = 40;
+
+/// The last component of a path without its extension.
+std::string applicationName(std::string_view path) {
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  path = path.substr(path.rfind('/') + 1);
+  if (const auto dot = path.rfind('.'); dot != std::string_view::npos && dot > 0)
+    path = path.substr(0, dot);
+  return std::string(path);
+}
+
+/// Whether the path is the folder or lies in it.
+bool liesIn(std::string_view path, std::string_view folder) {
+  while (folder.size() > 1 && folder.ends_with('/')) folder.remove_suffix(1);
+  if (!path.starts_with(folder)) return false;
+  return path.size() == folder.size() || folder.ends_with('/') || path[folder.size()] == '/';
+}
+
+NextAction entryOf(const ProgrammedAction& node) {
+  const ZAN_Value& settings = node.getSettings();
+  NextAction entry;
+  entry.isGroup = node.isGroup();
+  entry.ref = node.getReference();
+  entry.actionType = node.actionType();
+  entry.title = settings["Title"];
+  entry.shortcutText = settings["Shortcut"];
+  return entry;
+}
+
+}  // namespace
+
+/// One pass over the tree.
+struct TriggerEvaluation::Walk {
+  ActionsTools tools;
+  std::string mountedDevice;  ///< empty: none
+  bool onlyListing;           ///< nothing is enqueued, no deadline moves
+  bool firstAfterStartup;
+  bool collectsNotExecuted;
+  ReferenceTime startOfNextAction;
+  ZAN_Value nextTitle{};
+  bool foundNext = false;
+
+  ReferenceTime now() const { return tools.now(); }
+};
+
+TriggerEvaluation::TriggerEvaluation(const WorkSurroundings& surroundings, ActionQueue& queue,
+                                     MailSender& mail)
+    : m(surroundings),
+      mQueue(queue),
+      mMail(mail),
+      mCalendar(m.platform.machine.timeZoneName(), m.platform.machine.regionName()),
+      mStartOfNextAction(m.state.deadlines) {}
+
+void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mountedDevice) {
+  const ReferenceTime now = m.platform.clock.now();
+  SchedulerState& state = m.state;
+  if (state.mStartedFromNewMachine || state.mScheduleDisabledWhenDone) {
+    state.checkAt(now + 15.0);
+    return;
+  }
+  state.mMainAppLaunched = m.siblingWatch.isMainAppLaunched();
+  if (state.mScheduleDisabled && state.mFirstCheckAfterStartup) {
+    state.checkAt(now + (state.mMainAppLaunched ? 1.0 : 5.0));
+    return;
+  }
+  // While the main application runs, it merges the changes itself; a failure is logged there.
+  if (!state.mMainAppLaunched) (void)m.tree.updateActionsWithChanges(true);
+  updateCalendar();
+
+  const ProgrammedAction& root = m.tree.rootItem();
+  const bool userIsActive = now - state.mStartOfIdleTime.at() < kActiveUser;
+  Walk walk{
+      .tools = ActionsTools(mCalendar, now,
+                            [this](const std::string& line) { m.platform.systemLog.write(line); }),
+      .mountedDevice = std::string(mountedDevice.value_or("")),
+      .onlyListing = false,
+      .firstAfterStartup = state.mFirstCheckAfterStartup,
+      .collectsNotExecuted = userIsActive && !mNotificationNotExecutedDone,
+      .startOfNextAction = now + kYear};
+  // A mount is no occasion for actions that wait for the end of an application: what ended since is
+  // kept for the next full evaluation.
+  if (!mountedDevice) updateAppLists();
+  mActionsNextList.clear();
+  mIdleTimeScheduling = false;
+  mQueue.batch([&] { walkGroup(walk, root); });
+
+  mStartOfNextAction.set(walk.startOfNextAction);
+  if (walk.foundNext) showNextAction(walk);
+  sortActions(mActionsNextList);
+  if (state.mScheduleDisabled) {
+    state.checkAt(now + 60.0);
+    mStartOfNextAction.clear();
+  }
+  if (userIsActive) mNotificationNotExecutedDone = true;
+  if (mountedDevice)
+    // All but the actions of that volume are listed without their dates.
+    state.checkAt(now);
+  else
+    state.mFirstCheckAfterStartup = false;
+  state.updateMenu();
+  m.platform.userInterface.listsChanged();
+  if (onNextActionsChanged) onNextActionsChanged();
+}
+
+void TriggerEvaluation::rebuildActionsList() {
+  updateCalendar();
+  Walk walk{.tools = ActionsTools(mCalendar, m.platform.clock.now()),
+            .mountedDevice = {},
+            .onlyListing = true,
+            .firstAfterStartup = false,
+            .collectsNotExecuted = false,
+            .startOfNextAction = 0};
+  mActionsNextList.clear();
+  walkGroup(walk, m.tree.rootItem());
+  sortActions(mActionsNextList);
+  m.platform.userInterface.listsChanged();
+  if (onNextActionsChanged) onNextActionsChanged();
+}
+
+void TriggerEvaluation::enqueueActionsDueWithinAMinute() {
+  if (mQueue.enqueueActionsDueWithinAMinute(mActionsNextList) == 0) return;
+  const ReferenceTime start = mStartOfNextAction.at();
+  checkActionsToLaunch();
+  mStartOfNextAction.set(start);
+}
+
+void TriggerEvaluation::updateCalendar() {
+  const std::string zone = m.platform.machine.timeZoneName();
+  const std::string region = m.platform.machine.regionName();
+  if (zone == mCalendar.zoneName() && region == mCalendar.regionName()) return;
+  mCalendar = ZAN_DateUtils(zone, region);
+  if (onCalendarChanged) onCalendarChanged(mCalendar);
+}
+
+void TriggerEvaluation::walkGroup(Walk& walk, const ProgrammedAction& group) {
+  for (const auto& child : group.getChildrenList()) {
+    if (child->isGroup()) {
+      mActionsNextList.push_back(entryOf(*child));
+      walkGroup(walk, *child);
+    } else {
+      walkAction(walk, *child);
+    }
+  }
+}
+
+void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
+  const ReferenceTime now = walk.now();
+  if (!walk.onlyListing) {
+    const auto last = action.schedule().lastScheduleDate;
+    if (last && *last > now + kDay) {
+      m.platform.systemLog.write("The last schedule date of \"" + action.getTitle() +
+                                 "\" lies more than a day ahead; it is now taken as now");
+      action.setLastScheduleDate(now);
+    }
+  }
+  mActionsNextList.push_back(entryOf(action));
+  const std::size_t listed = mActionsNextList.size() - 1;
+  const TriggerSettings& trigger = action.triggerSettings();
+  const Schedule& schedule = trigger.schedule;
+  SchedulerState& state = m.state;
+
+  const bool inContext =
+      trigger.context == 0 || state.mContext == 0 || trigger.context == state.mContext;
+  if (walk.collectsNotExecuted) collectNotExecuted(now, action, trigger);
+  if (!isInAllowedHours(now, schedule) || !schedule.automatic || !inContext) return;
+
+  const auto enqueue = [&] {
+    mQueue.addActionToQueue(action.getReference(), now + kAheadOfLaunch, -1);
+  };
+  if (!walk.mountedDevice.empty()) {
+    if (schedule.frequency == kVolumeMounted && !state.mScheduleDisabled &&
+        concernsMountedVolume(walk, action.getSettings()))
+      enqueue();
+    return;
+  }
+  if (!walk.onlyListing && isStartedByEvent(walk, trigger)) {
+    enqueue();
+    return;
+  }
+
+  bool shutDown = false;
+  const auto date =
+      walk.tools.getNextScheduleDateForSettings(schedule, walk.firstAfterStartup, &shutDown);
+  if (!date || shutDown) return;
+  mActionsNextList[listed].hasDate = true;
+  mActionsNextList[listed].date = *date;
+  if (walk.onlyListing) return;
+  if (*date <= now) {
+    if (state.mScheduleDisabled) return;
+    enqueue();
+    state.checkAt(now + 5.0);
+    return;
+  }
+  state.checkAtTheLatestAt(*date);
+  if (*date < walk.startOfNextAction) {
+    walk.startOfNextAction = *date;
+    walk.nextTitle = action.getSettings()["Title"];
+    walk.foundNext = true;
+  }
+}
+
+/// Both bounds count; a window over midnight never matches.
+bool TriggerEvaluation::isInAllowedHours(ReferenceTime now, const Schedule& schedule) const {
+  if (!schedule.hasAllowedHours) return true;
+  const auto bound = [&](const std::optional<ReferenceTime>& time) {
+    return mCalendar.timeOfDay(now, time ? mCalendar.secondsInDay(*time) : 0);
+  };
+  return bound(schedule.allowedFrom) <= now && now <= bound(schedule.allowedTo);
+}
+
+bool TriggerEvaluation::isStartedByEvent(const Walk& walk, const TriggerSettings& trigger) {
+  const ReferenceTime now = walk.now();
+  SchedulerState& state = m.state;
+  if (trigger.schedule.frequency == kUserIdle) {
+    mIdleTimeScheduling = true;
+    const double span =
+        trigger.idleMinutes > 0 ? static_cast<double>(trigger.idleMinutes) * 60.0 : 600.0;
+    const ReferenceTime idleSince = state.mStartOfIdleTime.at();
+    if (now > idleSince + span) {
+      const auto last = walk.tools.getLastScheduleDateForSettings(trigger.schedule, false);
+      return !last || idleSince > *last + 180.0;
+    }
+    state.checkAtTheLatestAt(now + 15.0);
+    return false;
+  }
+  if (trigger.schedule.frequency == kApplicationQuit && !state.mScheduleDisabled) {
+    const std::string_view path = trigger.appQuitPath.stringView();
+    state.checkAtTheLatestAt(now + (isApplicationOpened(path) ? 5.0 : 15.0));
+    return didApplicationQuit(path);
+  }
+  return false;
+}
+
+bool TriggerEvaluation::concernsMountedVolume(const Walk& walk, const ZAN_Value& settings) {
+  const auto sources = ActionsTools::getSourcesForAction(settings);
+  if (sources.empty()) return false;
+  const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
+  const auto onVolume = [&](const ZAN_Value& item) {
+    return liesIn(item["VolumeFolderPathLocalized"].stringView(), walk.mountedDevice);
+  };
+  // The names are compared first: looking at a volume may take its time.
+  if (!std::ranges::any_of(sources, onVolume) && !onVolume(destination)) return false;
+  return m.volumes.checkIfAllVolumesMounted(settings);
+}
+
+void TriggerEvaluation::showNextAction(const Walk& walk) {
+  const std::string text = m.texts.text(
+      "NextAction", {walk.nextTitle.string(), m.strings.getShortTime(walk.startOfNextAction)});
+  if (!mQueue.headIsRunning() && onNextActionText) onNextActionText(text);
+  m.platform.userInterface.setToolTip(text + "\n" + m.texts.text("IconToolTip"));
+  mListNextWasUpdated = false;
+}
+
+void TriggerEvaluation::updateAppLists() {
+  std::unordered_set<std::string> opened;
+  for (const RunningProcess& process : m.platform.processes.running())
+    opened.insert(
+        applicationName(process.bundlePath.empty() ? process.executable : process.bundlePath));
+  mQuittedApplicationsList.clear();
+  for (const std::string& name : mOpenedApplicationsList)
+    if (!opened.contains(name)) mQuittedApplicationsList.insert(name);
+  mOpenedApplicationsList = std::move(opened);
+}
+
+bool TriggerEvaluation::isApplicationOpened(std::string_view path) const {
+  return mOpenedApplicationsList.contains(applicationName(path));
+}
+
+bool TriggerEvaluation::didApplicationQuit(std::string_view path) const {
+  return mQuittedApplicationsList.contains(applicationName(path));
+}
+
+}  // namespace corvana
