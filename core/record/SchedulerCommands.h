@@ -31,8 +31,6 @@ class SchedulerCommands {
   /// Toggles between paused and running, and tells the execute application so.
   virtual void pauseExecution() = 0;
   virtual void continueExecution() = 0;
-  /// Cleans the volumes folder and continues when that succeeded.
-  virtual void repairAndContinueExecution() = 0;
   virtual void stopExecution() = 0;
   virtual void skipItem() = 0;
   virtual void showProgress() = 0;
@@ -61,16 +59,10 @@ class SchedulerCommands {
   virtual void openNotificationInMainApp(std::size_t index) = 0;
   virtual void showLatestActions() = 0;
   virtual void openMainApp() = 0;
-  virtual void askAboutStartupDiskChange() = 0;
-
-  // Volumes: a row of the list of volumes to mount
-  virtual void updateListOfVolumesToMount() = 0;
-  virtual void mountVolume(std::size_t row, bool diagnostic) = 0;
 
   // The agent itself
   /// The preferences of the settings file are to be read again and taken over.
   virtual void preferencesDidChange() = 0;
-  virtual void sendDailyReportNow() = 0;
   /// Asks before it quits.
   virtual void quitScheduler() = 0;
   virtual void terminateBySelf() = 0;

@@ -1,0 +1,112 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "core/record/SchedulerCommands.h"
+
+namespace corvana {
+
+class ActionQueue;
+class Contexts;
+class ExecuteSupervisor;
+class FloatingIcon;
+class LaunchStep;
+class Messages;
+class Preferences;
+class SchedulerLog;
+class SiblingChannel;
+class SiblingStatus;
+class StatusItem;
+class TextFiles;
+class TriggerEvaluation;
+class ZAN_StringTable;
+struct Platform;
+struct SchedulerState;
+
+/// The user's hand on the scheduler: every command of the menus, the windows, the bus and other
+/// machines ends here. Thread: main.
+class Controls : public SchedulerCommands {
+ public:
+  /// What it leans on; everything outlives it.
+  struct Surroundings {
+    Platform& platform;
+    SchedulerState& state;
+    Preferences& preferences;
+    TextFiles& report;
+    SchedulerLog& log;
+    Messages& messages;
+    SiblingChannel& channel;
+    SiblingStatus& siblings;
+    ActionQueue& queue;
+    TriggerEvaluation& evaluation;
+    ExecuteSupervisor& supervisor;
+    Contexts& contexts;
+    StatusItem& statusItem;
+    FloatingIcon& floatingIcon;
+    LaunchStep& launchStep;
+    const ZAN_StringTable& texts;
+    std::string mainAppBundlePath;
+    std::string executeBundlePath;
+  };
+
+  explicit Controls(Surroundings surroundings);
+
+  /// The agent is to end, or to be replaced by a fresh run of itself.
+  std::function<void()> onQuitWanted;
+  std::function<void()> onRelaunchWanted;
+  /// Automatic execution was switched on or off: what other machines see has to follow.
+  std::function<void()> onActiveChanged;
+  /// Preferences were read again.
+  std::function<void()> onPreferencesChanged;
+
+  /// Enables automatic execution without a word, as at the end of the start-up.
+  void enableAfterStartup();
+  /// The menus, the menu's title and the main application follow a change of the execution's state.
+  void updateExecutionStatusMenus();
+  /// Sets the pause without telling the execute application, as it asked for it itself.
+  void setPause(bool pause);
+  void bringWindowsToFront();
+
+  bool queueWindowOpenedByUser() const { return mListActionWasOpenByUser; }
+
+  void setSchedulerActive(bool active) override;
+  void enableSchedule() override { setSchedulerActive(true); }
+  void disableSchedule() override { setSchedulerActive(false); }
+  void disableScheduleWhenAllDone() override;
+  void changeExecutionStatus(int item) override;
+  void setContextMode(int context) override;
+  void setContext(int context) override;
+  void pauseExecution() override;
+  void continueExecution() override;
+  void stopExecution() override;
+  void skipItem() override;
+  void showProgress() override;
+  void setExecutionMode(int mode) override;
+  Outcome launchAction(std::int64_t ref, bool estimateSize) override;
+  void launchActionRemotely(std::int64_t ref) override;
+  void executeNow(std::int64_t ref) override;
+  void removeFromQueue(const std::vector<std::size_t>& rows) override;
+  void menuWillOpen() override;
+  void showWindow(Window window) override;
+  void hideWindow(Window window) override;
+  void showAllVisibleWindows() override;
+  void showErrorSummary() override;
+  void messageClosedByUser() override;
+  void userNotificationActivated() override;
+  void openNotificationInMainApp(std::size_t index) override;
+  void showLatestActions() override;
+  void openMainApp() override;
+  void preferencesDidChange() override;
+  void quitScheduler() override;
+  void terminateBySelf() override;
+  void relaunchScheduler() override;
+
+ private:
+  void togglePause(bool tellExecute);
+
+  Surroundings m;
+  bool mListActionWasOpenByUser = false;
+};
+
+}  // namespace corvana

@@ -1,0 +1,186 @@
+#include "core/drive/NotificationDispatch.h"
+
+#include <string>
+#include <vector>
+
+#include "actions/ActionTree.h"
+#include "actions/ProgrammedAction.h"
+#include "core/drive/Controls.h"
+#include "core/drive/LaunchStep.h"
+#include "core/drive/SiblingStatus.h"
+#include "core/record/DebugLog.h"
+#include "core/record/Messages.h"
+#include "core/record/SchedulerLog.h"
+#include "core/record/SchedulerState.h"
+#include "core/record/SiblingChannel.h"
+#include "core/record/SurveyExecution.h"
+#include "core/work/ActionQueue.h"
+#include "core/work/ExecuteSupervisor.h"
+#include "core/work/TriggerEvaluation.h"
+#include "platform/Clock.h"
+#include "platform/Platform.h"
+#include "platform/RunLoop.h"
+#include "platform/UserInterface.h"
+#include "ui/Announce.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr double kManualLaunchDelay = 0.01;
+constexpr double kAnswerDelay = 0.1;
+constexpr double kDefaultMessageSeconds = 10.0;
+
+}  // namespace
+
+std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
+  static constexpr Row kRows[] = {
+      {"LaunchAction", &NotificationDispatch::launchAction},
+      {"ApplicationIsLaunched", &NotificationDispatch::applicationIsLaunched},
+      {"ApplicationWillQuit", &NotificationDispatch::applicationWillQuit},
+      {"PreferencesDidChange", &NotificationDispatch::preferencesDidChange},
+      {"OpenPreferences", &NotificationDispatch::openPreferences},
+      {"ActionListChanged", &NotificationDispatch::actionListChanged},
+      {"ActionChanged", &NotificationDispatch::actionChanged},
+      {"ExecuteProgress", &NotificationDispatch::executeProgress},
+      {"Message", &NotificationDispatch::message},
+      {"MessageOff", &NotificationDispatch::messageOff},
+      {"ActivateExecution", &NotificationDispatch::activateExecution},
+      {"ActionPause", &NotificationDispatch::actionPause},
+      {"ActionHistoryChanged", &NotificationDispatch::actionHistoryChanged},
+      {"AddToLog", &NotificationDispatch::addToLog},
+      {"DisplayUserNotification", &NotificationDispatch::displayUserNotification},
+      {"GetCVAProcessStatus", &NotificationDispatch::getProcessStatus},
+      {"QuitCVAProcess", &NotificationDispatch::quitProcess},
+      {"ShowPendingActions", &NotificationDispatch::showPendingActions},
+      {"ShowLatestActions", &NotificationDispatch::showLatestActions},
+      {"ShowAllVisibleWindowsActions", &NotificationDispatch::showAllVisibleWindows},
+      {"LaunchShutDownActions", &NotificationDispatch::launchShutDownActions},
+      {"ShutDownMac", &NotificationDispatch::shutDownMac},
+  };
+  return kRows;
+}
+
+NotificationDispatch::NotificationDispatch(const Surroundings& surroundings)
+    : m(surroundings), mMainAppReceiveNotifications(m.state.mMainAppLaunched) {}
+
+NotificationDispatch::~NotificationDispatch() {
+  m.platform.notifications.stopObserving(std::string(kSchedulerNotification));
+}
+
+void NotificationDispatch::observe() {
+  m.platform.notifications.observe(
+      std::string(kSchedulerNotification),
+      [this](const DistributedNotification& note) { schedulerNotificationReceived(note); });
+}
+
+void NotificationDispatch::schedulerNotificationReceived(
+    const DistributedNotification& notification) {
+  const SurveyExecution::Bracket bracket(m.survey, "receiveNotification");
+  if (notification.name != kSchedulerNotification) return;
+  const double start = m.platform.clock.monotonic();
+  if (!m.launchStep.welcomeMessageWasDisplayed()) m.state.holdBackUntil(m.platform.clock.now());
+  for (const Row& row : rows()) {
+    if (row.object != notification.object) continue;
+    (this->*row.action)(notification.userInfo);
+    break;
+  }
+  m.debugLog.addToTimer(DebugLog::Timer::notifications, m.platform.clock.monotonic() - start);
+}
+
+void NotificationDispatch::launchAction(const ZAN_Value& userInfo) {
+  m.queue.addActionToQueue(userInfo.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay, -1,
+                           true, false, userInfo.integer("EstimateSize") != 0);
+  m.debugLog.logMessage("Scheduler received notification for action manually launched", true);
+}
+
+void NotificationDispatch::preferencesDidChange(const ZAN_Value&) {
+  m.controls.preferencesDidChange();
+}
+
+void NotificationDispatch::openPreferences(const ZAN_Value&) {
+  m.controls.showWindow(Window::preferences);
+}
+
+void NotificationDispatch::actionListChanged(const ZAN_Value&) {
+  m.tree.releaseRootItem();
+  m.evaluation.checkActionsToLaunch();
+  if (onActionListChanged) onActionListChanged();
+}
+
+void NotificationDispatch::actionChanged(const ZAN_Value&) {
+  m.tree.releaseRootItem();
+  m.siblings.postActionListChanged();
+}
+
+void NotificationDispatch::executeProgress(const ZAN_Value& userInfo) {
+  m.supervisor.trimExecuteCurrentPaths();
+  if (userInfo.contains("CurrentPath")) m.supervisor.addExecuteCurrentPath(userInfo);
+  if (userInfo.contains("ProgressValue")) {
+    m.supervisor.setProgressValue(userInfo["ProgressValue"].doubleValue());
+    m.announce.showProgress(userInfo);
+  }
+}
+
+void NotificationDispatch::message(const ZAN_Value& userInfo) {
+  const double seconds =
+      userInfo.contains("Seconds") ? userInfo["Seconds"].doubleValue() : kDefaultMessageSeconds;
+  m.messages.showMessage(userInfo.string("Title"), userInfo.string("Text"), seconds, true);
+}
+
+void NotificationDispatch::messageOff(const ZAN_Value&) { m.messages.closeMessageWindow(); }
+
+void NotificationDispatch::activateExecution(const ZAN_Value& userInfo) {
+  m.controls.setSchedulerActive(userInfo["Activate"].boolValue());
+}
+
+void NotificationDispatch::actionPause(const ZAN_Value& userInfo) {
+  m.controls.setPause(userInfo["Pause"].boolValue());
+}
+
+void NotificationDispatch::actionHistoryChanged(const ZAN_Value&) {
+  if (onHistoryChanged) onHistoryChanged();
+}
+
+void NotificationDispatch::addToLog(const ZAN_Value& userInfo) { m.log.addSchedulerLog(userInfo); }
+
+void NotificationDispatch::displayUserNotification(const ZAN_Value& userInfo) {
+  if (userInfo.contains("Msg"))
+    m.messages.sendUserNotification(userInfo.string("Msg"), userInfo.string("Titl"));
+}
+
+void NotificationDispatch::getProcessStatus(const ZAN_Value&) {
+  m.platform.runLoop.performAfter(kAnswerDelay, [this] { m.siblings.sendStatus(); });
+}
+
+void NotificationDispatch::quitProcess(const ZAN_Value&) {
+  if (m.supervisor.isExecuting()) m.controls.stopExecution();
+  m.platform.runLoop.performAfter(kAnswerDelay, [this] { m.controls.terminateBySelf(); });
+}
+
+void NotificationDispatch::showPendingActions(const ZAN_Value&) {
+  m.controls.showWindow(Window::queue);
+}
+
+void NotificationDispatch::showLatestActions(const ZAN_Value&) { m.controls.showLatestActions(); }
+
+void NotificationDispatch::showAllVisibleWindows(const ZAN_Value&) {
+  m.controls.bringWindowsToFront();
+}
+
+void NotificationDispatch::launchShutDownActions(const ZAN_Value&) {
+  ProgrammedAction::Nodes actions;
+  m.tree.rootItem().getListOfShutDownActions(actions);
+  // An addition may release the tree, and its nodes with it.
+  std::vector<std::int64_t> references;
+  for (const ProgrammedAction* action : actions) references.push_back(action->getReference());
+  for (const std::int64_t ref : references)
+    m.queue.addActionToQueue(ref, m.platform.clock.now(), -1);
+  onTerminateWhenAllDone();
+}
+
+void NotificationDispatch::shutDownMac(const ZAN_Value&) {
+  m.launchStep.shutDownAfterCurrentAction();
+}
+
+}  // namespace corvana

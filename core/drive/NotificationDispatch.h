@@ -1,0 +1,101 @@
+#pragma once
+
+#include <functional>
+#include <span>
+#include <string_view>
+
+#include "platform/DistributedNotifications.h"
+
+namespace corvana {
+
+class ActionQueue;
+class ActionTree;
+class Announce;
+class Controls;
+class DebugLog;
+class ExecuteSupervisor;
+class LaunchStep;
+class Messages;
+class SchedulerLog;
+class SiblingStatus;
+class SurveyExecution;
+class TriggerEvaluation;
+struct Platform;
+struct SchedulerState;
+
+/// Answers the messages of the main application and the execute application: a table from what a
+/// message says to what is done. Unknown messages, and missing or wrong details, are ignored.
+/// Thread: main.
+class NotificationDispatch {
+ public:
+  /// What it leans on; everything outlives it.
+  struct Surroundings {
+    Platform& platform;
+    SchedulerState& state;
+    ActionTree& tree;
+    SchedulerLog& log;
+    DebugLog& debugLog;
+    SurveyExecution& survey;
+    Messages& messages;
+    SiblingStatus& siblings;
+    ActionQueue& queue;
+    TriggerEvaluation& evaluation;
+    ExecuteSupervisor& supervisor;
+    Announce& announce;
+    LaunchStep& launchStep;
+    Controls& controls;
+  };
+
+  explicit NotificationDispatch(const Surroundings& surroundings);
+  ~NotificationDispatch();
+
+  /// The tree was changed by another program: what is derived from it has to follow.
+  std::function<void()> onActionListChanged;
+  /// The history was changed by another program.
+  std::function<void()> onHistoryChanged;
+  /// The agent ends once everything asked for is done.
+  std::function<void()> onTerminateWhenAllDone;
+
+  /// Listens from now on, until the end.
+  void observe();
+  void schedulerNotificationReceived(const DistributedNotification& notification);
+
+  /// Whether the main application has said that it listens.
+  bool mainAppReceivesNotifications() const { return mMainAppReceiveNotifications; }
+  void setMainAppReceivesNotifications(bool receives) { mMainAppReceiveNotifications = receives; }
+
+ private:
+  struct Row {
+    std::string_view object;
+    void (NotificationDispatch::*action)(const ZAN_Value& userInfo);
+  };
+  static std::span<const Row> rows();
+
+  void launchAction(const ZAN_Value& userInfo);
+  void applicationIsLaunched(const ZAN_Value&) { mMainAppReceiveNotifications = true; }
+  void applicationWillQuit(const ZAN_Value&) { mMainAppReceiveNotifications = false; }
+  void preferencesDidChange(const ZAN_Value&);
+  void openPreferences(const ZAN_Value&);
+  void actionListChanged(const ZAN_Value&);
+  void actionChanged(const ZAN_Value&);
+  void executeProgress(const ZAN_Value& userInfo);
+  void message(const ZAN_Value& userInfo);
+  void messageOff(const ZAN_Value&);
+  void activateExecution(const ZAN_Value& userInfo);
+  void actionPause(const ZAN_Value& userInfo);
+  void actionHistoryChanged(const ZAN_Value&);
+  void addToLog(const ZAN_Value& userInfo);
+  void displayUserNotification(const ZAN_Value& userInfo);
+  void getProcessStatus(const ZAN_Value&);
+  void quitProcess(const ZAN_Value&);
+  void showPendingActions(const ZAN_Value&);
+  void showLatestActions(const ZAN_Value&);
+  void showAllVisibleWindows(const ZAN_Value&);
+  void launchShutDownActions(const ZAN_Value&);
+  void shutDownMac(const ZAN_Value&);
+
+  Surroundings m;
+  bool mMainAppReceiveNotifications = false;
+};
+
+}  // namespace corvana

@@ -1,0 +1,240 @@
+#include "core/drive/SchedulerTick.h"
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <limits>
+
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/ActionStore.h"
+#include "core/drive/LaunchStep.h"
+#include "core/drive/SiblingStatus.h"
+#include "core/record/Messages.h"
+#include "core/record/SchedulerState.h"
+#include "core/record/SiblingWatch.h"
+#include "core/work/ActionQueue.h"
+#include "core/work/ExecuteSupervisor.h"
+#include "core/work/TriggerEvaluation.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
+#include "platform/Processes.h"
+#include "platform/UserInterface.h"
+#include "ui/FloatingIcon.h"
+#include "ui/StatusItem.h"
+#include "volumes/VolumeWatch.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr double kStalled = 15.0;
+constexpr int kTicksAfterStall = 20;
+/// So far back the clock may go between two ticks before it counts as set back.
+constexpr double kClockSetBack = 2.0;
+constexpr double kCheckInterval = 600.0;
+constexpr int kActivityTicks = 60;
+constexpr double kFirstRelaunch = 10800.0;
+constexpr double kRelaunchInterval = 3700.0;
+constexpr double kKeepAwayFromAction = 300.0;
+constexpr int kFarAway = 100;
+constexpr int kLookAhead = 15;
+constexpr int kCountDownFrom = 59;
+
+}  // namespace
+
+// In this order. Everything below the first row waits while the machine wakes up.
+const SchedulerTick::Row SchedulerTick::kRows[] = {
+    {kActivityTicks, nullptr, &SchedulerTick::saveActivity},
+    {1, nullptr, &SchedulerTick::followPointer},
+    {1, &SchedulerTick::messageIsOver, &SchedulerTick::closeMessage},
+    {1, &SchedulerTick::checkIsDue, &SchedulerTick::checkTriggers},
+    {1, &SchedulerTick::noticeWaits, &SchedulerTick::postNotice},
+    {1, &SchedulerTick::savingIsDue, &SchedulerTick::saveVolumes},
+    {20, &SchedulerTick::surveyIsVisible, &SchedulerTick::refreshSurvey},
+    {10, nullptr, &SchedulerTick::watchMainApp},
+    {1, &SchedulerTick::messageCanFollow, &SchedulerTick::showNextMessage},
+    {1, nullptr, &SchedulerTick::launch},
+    {1, nullptr, &SchedulerTick::lookAhead},
+    {1, nullptr, &SchedulerTick::drawStatusIcon},
+    {1, nullptr, &SchedulerTick::restWhenIdle},
+};
+
+SchedulerTick::SchedulerTick(const Surroundings& surroundings)
+    : m(surroundings),
+      mLastTimerExecution(m.platform.clock.now()),
+      mSchedulerLaunchTime(m.state.deadlines, m.platform.clock.now() + kFirstRelaunch) {}
+
+void SchedulerTick::schedulerTick(std::int64_t n) {
+  try {
+    mNow = m.platform.clock.now();
+    noticeClock();
+    bool gateIsOpen = true;
+    for (const Row& row : kRows) {
+      if (&row == &kRows[1]) gateIsOpen = !sleepGate();
+      if (!gateIsOpen) return;
+      if (n % row.every == 0 && (row.due == nullptr || (this->*row.due)())) (this->*row.duty)(n);
+    }
+  } catch (const std::exception& exception) {
+    m.platform.systemLog.write(
+        ZAN_StringUtils::format("Exception updating Corvana 9 Scheduler Timer: %@: %@",
+                                {"std::exception", exception.what()}));
+  }
+}
+
+/// A timer that stalled, a clock that was set back.
+void SchedulerTick::noticeClock() {
+  const double sinceLast = mNow - mLastTimerExecution;
+  if (sinceLast > kStalled) mWakeAfterSleepCounter = kTicksAfterStall;
+  if (sinceLast < -kClockSetBack) {
+    const double jump = sinceLast - kInterval;
+    m.state.deadlines.moveDeadlines(jump, mNow);
+    m.state.checkAt(mNow);
+  }
+  mLastTimerExecution = mNow;
+}
+
+/// Whether the machine is still waking up.
+bool SchedulerTick::sleepGate() {
+  if (mWakeAfterSleepCounter < 1) return false;
+  --mWakeAfterSleepCounter;
+  m.state.userWasActive(mNow);
+  return true;
+}
+
+bool SchedulerTick::messageIsOver() const { return m.messages.isOver(mNow); }
+bool SchedulerTick::checkIsDue() const { return m.state.mNextCheck.isReached(mNow); }
+bool SchedulerTick::noticeWaits() const { return m.evaluation.hasNotExecutedNotices(); }
+bool SchedulerTick::savingIsDue() const { return m.volumes.isSavingDue(mNow); }
+bool SchedulerTick::surveyIsVisible() const {
+  return m.platform.userInterface.isWindowVisible(Window::executionSurvey);
+}
+bool SchedulerTick::messageCanFollow() const {
+  return m.messages.hasPending() && !m.messages.isShown();
+}
+
+void SchedulerTick::saveActivity(std::int64_t) {
+  const auto running = m.platform.processes.running();
+  m.store.activity().saveActivity(std::nullopt, m.siblingWatch.isMainAppLaunched(),
+                                  m.siblingWatch.isExecuteAppLaunched(), std::nullopt, running);
+}
+
+void SchedulerTick::followPointer(std::int64_t) {
+  Input& input = m.platform.input;
+  const auto pointer = input.pointer();
+  if (!pointer) return;
+  if (*pointer != mLastMouseLocation) {
+    m.state.userWasActive(mNow);
+    mLastMouseLocation = *pointer;
+  }
+  const Rect screen = input.mainScreen();
+  if (screen != mLastScreen) {
+    mLastScreen = screen;
+    if (m.platform.userInterface.isWindowVisible(Window::floatingIcon)) {
+      m.platform.userInterface.showWindow(Window::floatingIcon);
+    }
+  }
+  m.floatingIcon.hover(*pointer, screen, input.visibleFrame());
+}
+
+void SchedulerTick::closeMessage(std::int64_t) { m.messages.closeMessageWindow(); }
+
+void SchedulerTick::checkTriggers(std::int64_t) {
+  m.state.checkAt(mNow + kCheckInterval);
+  if (onToolTip) onToolTip();
+  m.evaluation.checkActionsToLaunch();
+}
+
+void SchedulerTick::postNotice(std::int64_t) { m.evaluation.postNextNotExecutedNotice(); }
+
+void SchedulerTick::saveVolumes(std::int64_t) {
+  m.volumes.saveVolumesInfos(m.supervisor.isExecuting());
+}
+
+void SchedulerTick::refreshSurvey(std::int64_t) { m.supervisor.doSurvey5Seconds(); }
+
+void SchedulerTick::watchMainApp(std::int64_t) {
+  const bool runs = m.siblingWatch.isMainAppLaunched();
+  if (runs == m.state.mMainAppLaunched) return;
+  m.state.mMainAppLaunched = runs;
+  if (runs) {
+    m.siblings.sendSchedulerStatusToMainApp();
+  } else {
+    m.statusItem.canHide().set(mNow + 3.0);
+  }
+}
+
+void SchedulerTick::showNextMessage(std::int64_t) { m.messages.showNextPendingMessage(); }
+
+void SchedulerTick::launch(std::int64_t) { m.launchStep.run(); }
+
+int SchedulerTick::secondsToNextAction() const {
+  const double seconds = m.evaluation.startOfNextAction() - m.platform.clock.now();
+  return seconds < 0 ? kFarAway : static_cast<int>(std::min(seconds, 1e9));
+}
+
+void SchedulerTick::lookAhead(std::int64_t) {
+  mCountDown.reset();
+  const int seconds = secondsToNextAction();
+  if (seconds < kLookAhead && !m.evaluation.listNextWasUpdated()) {
+    m.evaluation.setListNextWasUpdated(true);
+    m.evaluation.enqueueActionsDueWithinAMinute();
+  } else if (seconds > kCountDownFrom && m.state.mPauseBeforeNextStep.isPassed(mNow)) {
+    keepWindowsAndIcon();
+  } else {
+    mSchedulerLaunchTime.notBefore(mNow + kKeepAwayFromAction);
+    mCountDown = seconds;
+  }
+}
+
+void SchedulerTick::keepWindowsAndIcon() {
+  UserInterface& ui = m.platform.userInterface;
+  if (m.queue.empty() && ui.isWindowVisible(Window::queue) && !queueWindowOpenedByUser()) {
+    ui.hideWindow(Window::queue);
+  }
+  const bool isNeeded = m.state.mMainAppLaunched || m.supervisor.isExecuting() ||
+                        !m.queue.empty() || ui.isWindowVisible(Window::nextActions) ||
+                        ui.isWindowVisible(Window::status);
+  m.statusItem.applyMode(isNeeded);
+}
+
+void SchedulerTick::drawStatusIcon(std::int64_t n) { m.statusItem.update(n, mCountDown); }
+
+void SchedulerTick::restWhenIdle(std::int64_t) {
+  if (m.messages.hasPending() || !m.queue.empty() || (isBusyElsewhere && isBusyElsewhere())) return;
+  if (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) {
+    onAllDone();
+  } else if (mSchedulerLaunchTime.isPassed(mNow)) {
+    mSchedulerLaunchTime.set(mNow + kRelaunchInterval);
+    if (onRelaunchWanted) onRelaunchWanted();
+  }
+}
+
+int SchedulerTick::emptyTicks() const {
+  if (mWakeAfterSleepCounter > 0 || m.state.mMenuMustBeUpdatedTicks != 0 ||
+      !m.launchStep.isAtRest() || m.evaluation.hasNotExecutedNotices() || surveyIsVisible() ||
+      (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) ||
+      m.platform.input.pointer().has_value() || m.evaluation.idleTimeScheduling()) {
+    return 0;
+  }
+  const ReferenceTime now = m.platform.clock.now();
+  ReferenceTime next =
+      std::min({m.state.mNextCheck.at(), m.volumes.nextSaving(), mSchedulerLaunchTime.at()});
+  for (const ReferenceTime at : {m.state.mPauseBeforeNextStep.at(), m.statusItem.canHide().at()}) {
+    if (at >= now) next = std::min(next, at);
+  }
+  const ReferenceTime start = m.evaluation.startOfNextAction();
+  if (start >= now) next = std::min(next, start - (kCountDownFrom + 2));
+  const double ticks = std::floor((next - now) / kInterval) - 1;
+  return ticks <= 0 ? 0 : static_cast<int>(std::min(ticks, 1e6));
+}
+
+void SchedulerTick::skipTicks(std::int64_t last, int count) {
+  mLastTimerExecution = m.platform.clock.now();
+  // The record of activity is the one thing that such ticks would have written.
+  for (std::int64_t n = last / kActivityTicks * kActivityTicks; n > last - count;
+       n -= kActivityTicks)
+    saveActivity(n);
+}
+
+}  // namespace corvana
