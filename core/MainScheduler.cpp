@@ -1,0 +1,356 @@
+#include "core/MainScheduler.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "actions/ProgrammedAction.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/Processes.h"
+#include "platform/RunLoop.h"
+#include "platform/UserInterface.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr double kHoldWithMainApp = 1.0;
+constexpr double kHoldAtLogin = 30.0;
+constexpr double kHoldAfterRelaunch = 2.0;
+/// A quit no longer ago than this was a relaunch.
+constexpr double kRelaunchWindow = 10.0;
+constexpr double kOtherInstanceMessageSeconds = 10.0;
+constexpr double kOtherInstanceBlockSeconds = 15.0;
+constexpr std::int64_t kActivityQuits = 1;
+constexpr std::int64_t kActivityStarted = 2;
+constexpr std::string_view kRequestFile = "Corvana 9 Execute Actions.cva9data";
+
+std::string fileName(const std::string& path) {
+  return std::filesystem::path(path).filename().string();
+}
+
+}  // namespace
+
+MainScheduler::MainScheduler(Platform platform)
+    : mPlatform(platform),
+      mStartOfScheduler(platform.processes.ownStart()),
+      mStore(platform.clock, platform.machine, platform.systemLog),
+      mStrings(platform.machine.regionName(), platform.machine.timeZoneName()),
+      mState(platform.clock.now()),
+      mPreferences(mStore.settings(), platform.machine, mState.deadlines, platform.clock.now()),
+      mSurvey(platform.clock, platform.runLoop,
+              std::filesystem::path(platform.machine.bundlePath()).stem().string()),
+      mSiblingWatch(platform.processes, mSurvey,
+                    mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
+                    mStore.installPaths().installPathForCode(InstallPaths::executeBundle)),
+      mChannel(platform.notifications, mSiblingWatch),
+      mCounters(mStore),
+      mActionLog(mStore),
+      mHistory(mStore),
+      mLog(platform.clock, mActionLog, mCounters, mChannel, mPreferences, mState, mTexts),
+      mDebugLog(platform.clock, mStore.texts(), mStartOfScheduler,
+                mSiblingWatch.isMainAppLaunched()),
+      mMessages(platform.clock, platform.runLoop, platform.machine, platform.userInterface,
+                mState.deadlines, mPreferences, mLog, mStore.texts(), mStrings),
+      mTree(mStore.tree(), platform.clock, platform.systemLog, mTexts),
+      mVolumeWatch(platform.clock, mState.deadlines),
+      mMail(platform.processes, platform.runLoop),
+      mQueue(workSurroundings()),
+      mEvaluation(workSurroundings(), mQueue, mMail),
+      mSupervisor(workSurroundings(), mQueue),
+      mContexts(workSurroundings(), mQueue),
+      mStatusItem(platform.clock, platform.userInterface, mState, mPreferences, mTexts),
+      mFloatingIcon(platform.clock, platform.userInterface, mState, mPreferences, mStatusItem),
+      mAnnounce(platform.userInterface, mTree, mQueue, mStrings, mTexts),
+      mSiblingStatus(mChannel, mState, mPreferences, mSupervisor, platform.machine.bundlePath()),
+      mLaunchStep({platform.clock, platform.userInterface, mState, mPreferences, mMessages,
+                   mDebugLog, mTree, mQueue, mEvaluation, mSupervisor, mVolumeWatch, mAnnounce,
+                   mTexts}),
+      mControls({mPlatform, mState, mPreferences, mStore.texts(), mLog, mMessages, mChannel,
+                 mSiblingStatus, mQueue, mEvaluation, mSupervisor, mContexts, mStatusItem,
+                 mFloatingIcon, mLaunchStep, mTexts,
+                 mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
+                 mStore.installPaths().installPathForCode(InstallPaths::executeBundle)}),
+      mTick({mPlatform, mState, mStore, mMessages, mSiblingWatch, mQueue, mEvaluation, mSupervisor,
+             mVolumeWatch, mStatusItem, mFloatingIcon, mLaunchStep, mSiblingStatus}),
+      mTimer(platform.runLoop, platform.clock, platform.input, mSurvey,
+             {[this](std::int64_t n) { mTick.schedulerTick(n); },
+              [this] { mState.userWasActive(mPlatform.clock.now()); },
+              [this] { mPlatform.userInterface.popUpFloatingMenu(); },
+              [this](int operation) { showShortcutTargets(operation); },
+              [this] { mPlatform.userInterface.rearrangeMessageWindows(); }}),
+      mDispatch({mPlatform, mState, mTree, mLog, mDebugLog, mSurvey, mMessages, mSiblingStatus,
+                 mQueue, mEvaluation, mSupervisor, mAnnounce, mLaunchStep, mControls}) {
+  wire();
+  setUp();
+}
+
+MainScheduler::~MainScheduler() = default;
+
+WorkSurroundings MainScheduler::workSurroundings() {
+  return {mPlatform, mTree,   mStore,    mCounters, mPreferences,  mState,          mLog,
+          mDebugLog, mSurvey, mMessages, mChannel,  mSiblingWatch, mVolumeIdentity, mTexts};
+}
+
+void MainScheduler::wire() {
+  mLog.showStandardMessage = [this](const std::string& text, int code) {
+    mMessages.displayStandardMessage(text, code);
+  };
+  mLog.onErrorStateChanged = [this] {
+    mState.updateMenu();
+    if (mState.mErrorInExecution != 0) mStatusItem.createStatusItem();
+  };
+  mMessages.onNotificationsChanged = [this] { mPlatform.userInterface.menusChanged(); };
+  wireWork();
+  wireDrive();
+}
+
+void MainScheduler::wireWork() {
+  mQueue.onQueueChanged = [this] { listsChanged(); };
+  mQueue.onStatusItemNeeded = [this] { mStatusItem.createStatusItem(); };
+  mQueue.onExecutionStatusChanged = [this] { mControls.updateExecutionStatusMenus(); };
+  mQueue.onProgressReset = [this] { mPlatform.userInterface.setActionExecuted(-1, 0, 0); };
+  mEvaluation.onNextActionsChanged = [this] { listsChanged(); };
+  mEvaluation.onNextActionText = [this](const std::string& text) {
+    mStatusItem.setStatusTitle(text);
+    refreshToolTip(text);
+  };
+  mSupervisor.onProgressReset = mQueue.onProgressReset;
+  mSupervisor.onStatusChanged = [this] { mSiblingStatus.sendSchedulerStatusToMainApp(); };
+  mSupervisor.onStatusItemMayHide = [this](ReferenceTime at) { mStatusItem.canHide().set(at); };
+  mSupervisor.onCurrentActionText = [this](const std::string& text) {
+    mStatusItem.setStatusTitle(text);
+  };
+  mSupervisor.onExecutionEnded = [this] {
+    mAnnounce.closeAnnounceWindow();
+    mEvaluation.checkActionsToLaunch();
+    listsChanged();
+  };
+  mContexts.onContextChanged = [this] {
+    mStatusItem.forgetCurrentIcon();
+    mState.updateMenu();
+  };
+}
+
+void MainScheduler::wireDrive() {
+  mStatusItem.isExecuting = [this] { return mSupervisor.isExecuting(); };
+  mLaunchStep.onShutDownWanted = [this] {
+    mPlatform.runLoop.performAfter(0.001, [this] { terminateBySelf(); });
+    if (const Outcome outcome = mPlatform.machine.shutDown(); !outcome) {
+      mPlatform.systemLog.write(outcome.error().text);
+    }
+  };
+  mLaunchStep.onAllDone = [this] { mControls.disableSchedule(); };
+  mControls.onQuitWanted = [this] { terminateBySelf(); };
+  mControls.onRelaunchWanted = [this] { relaunchScheduler(); };
+  mControls.onPreferencesChanged = [this] {
+    mStore.settings().applyDateLocaleFromSettings();
+    readShortcut();
+    listsChanged();
+  };
+  mTick.onToolTip = [this] { refreshToolTip({}); };
+  mTick.onRelaunchWanted = [this] {
+    mPlatform.runLoop.performAfter(1.0, [this] { mControls.relaunchScheduler(); });
+  };
+  mTick.mustTerminateWhenAllDone = [this] { return mMustTerminateWhenAllDone; };
+  mTick.onAllDone = [this] {
+    mQueue.saveActionsQueue();
+    terminateBySelf();
+  };
+  mTick.queueWindowOpenedByUser = [this] { return mControls.queueWindowOpenedByUser(); };
+  mDispatch.onActionListChanged = [this] {
+    mEvaluation.rebuildActionsList();
+    mPlatform.userInterface.menusChanged();
+  };
+  mDispatch.onHistoryChanged = [this] { mHistory.reloadProgrammedHistoryList(); };
+  mDispatch.onTerminateWhenAllDone = [this] { mMustTerminateWhenAllDone = true; };
+}
+
+void MainScheduler::setUp() {
+  mStore.createMissingDataFiles();
+  const std::string& resources =
+      mStore.installPaths().installPathForCode(InstallPaths::schedulerResources);
+  if (const Outcome loaded = mTexts.load(resources, mPlatform.machine.languageNames()); !loaded) {
+    mPlatform.systemLog.write(loaded.error().text);
+  }
+  mStore.settings().applyDateLocaleFromSettings();
+  mState.mMainAppLaunched = mSiblingWatch.isMainAppLaunched();
+  mPreferences.loadPrefs();
+  mContexts.setContextMode(mPreferences.prefForKey("SchedulerPrefCurrentContext").integerValue());
+  mState.mErrorInExecution =
+      static_cast<int>(mPreferences.prefForKey("SchedulerPrefErrorInExecution").integerValue());
+  readShortcut();
+  mTree.rootItem();
+  mTree.repairReferencesIfDuplicates();
+  mQueue.restoreActionsQueue();
+}
+
+void MainScheduler::readShortcut() {
+  mTimer.setShortcut(mPreferences.keysForShortcut(), mPreferences.mShortcutOperation);
+}
+
+void MainScheduler::applicationDidFinishLaunching() {
+  RunLoop& loop = mPlatform.runLoop;
+  Clock& clock = mPlatform.clock;
+  const bool helperIsPrivileged = isHelperPrivileged();
+  mDispatch.observe();
+  if (mPreferences.mPrefScheduleDisabled == 0) {
+    mControls.enableAfterStartup();
+  } else {
+    mState.checkAt(clock.now() + 1.0);
+    mControls.updateExecutionStatusMenus();
+  }
+  mPlatform.userInterface.listsChanged();
+
+  if (mState.mMainAppLaunched) {
+    mLaunchStep.setWelcomeMessageWasDisplayed();
+    mState.holdBackUntil(clock.now() + kHoldWithMainApp);
+  } else {
+    mState.holdBackUntil(clock.now() + kHoldAtLogin);
+    const std::string& mainApp =
+        mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle);
+    std::error_code ignored;
+    const bool mainAppIsInstalled = std::filesystem::exists(
+        mStore.installPaths().installPathForCode(InstallPaths::mainAppExecutable), ignored);
+    if (!helperIsPrivileged && mainAppIsInstalled)
+      static_cast<void>(mPlatform.processes.open(mainApp));
+    // A date held against the date of the next free-space check: with any real one the hold is 60
+    // s.
+    if (mState.mPauseBeforeNextStep.at() > mPreferences.mCheckStartupDiskFreeSpace.at()) {
+      mState.holdBackUntil(mState.mPauseBeforeNextStep.at() + kHoldAtLogin);
+    }
+  }
+
+  mState.mFirstCheckAfterStartup = false;
+  const auto quitDate = mPreferences.prefForKey("SchedulerQuitDate").asDate();
+  if (quitDate && *quitDate - clock.now() > -kRelaunchWindow) {
+    mLaunchStep.setWelcomeMessageWasDisplayed();
+    mState.holdBackUntil(clock.now() + kHoldAfterRelaunch);
+  } else {
+    mState.mFirstCheckAfterStartup = true;
+    if (anotherInstanceRuns()) {
+      leaveToTheOtherInstance();
+      return;
+    }
+  }
+
+  mStatusItem.createStatusItem();
+  loop.performAfter(5.0, [this] { mFloatingIcon.applyMode(); });
+  mVolumeWatch.saveVolumesInfosAt(clock.now() + 30.0);
+  mTimer.start();
+  mLog.addSchedulerLog(LogCode::agentStarted);
+  mEvaluation.rebuildActionsList();
+  mPlatform.userInterface.menusChanged();
+  loop.performAfter(2.0, [this] { mSiblingStatus.sendSchedulerStatusToMainApp(); });
+  static_cast<void>(mPreferences.savePrefs());
+  recordActivity(kActivityStarted);
+  executeRequestedActions();
+  mDebugLog.logMessage("Scheduler did finish launching", true);
+  if (const Outcome counted =
+          mStore.settings().incrementCounterInInMainPrefsForKey("SchedulerCounter");
+      !counted) {
+    mPlatform.systemLog.write(counted.error().text);
+  }
+}
+
+bool MainScheduler::isHelperPrivileged() const {
+  return mPlatform.machine.isOwnedByRootAndSetUserId(
+      mStore.installPaths().installPathForCode(InstallPaths::adminLauncher));
+}
+
+bool MainScheduler::anotherInstanceRuns() const {
+  const std::string own = fileName(mPlatform.machine.bundlePath());
+  if (own.empty()) return false;
+  const auto running = mPlatform.processes.running();
+  return std::ranges::count_if(running, [&](const RunningProcess& process) {
+           return fileName(process.bundlePath) == own;
+         }) >= 2;
+}
+
+void MainScheduler::leaveToTheOtherInstance() {
+  const std::string& text = mTexts.text("SchedulerLaunchedMultipleText");
+  mLog.addSchedulerLog(LogCode::message, text);
+  mPlatform.notifications.stopObserving(std::string(kSchedulerNotification));
+  mPlatform.notifications.post(
+      {std::string(kSchedulerNotification), "ShowAllVisibleWindowsActions", {}});
+  mMessages.showMessageImmediatly(mTexts.text("SchedulerLaunchedMultiple"), text,
+                                  kOtherInstanceMessageSeconds, false);
+  mPlatform.clock.sleep(kOtherInstanceBlockSeconds);
+  // The other instance's preferences and queue are newer than what was read here: nothing is saved.
+  mTerminateBySelf = true;
+  mPlatform.runLoop.quit(0);
+}
+
+void MainScheduler::executeRequestedActions() {
+  const std::string path = mStore.folder().dataFolderPathWithFileName(kRequestFile);
+  std::error_code ignored;
+  if (!std::filesystem::exists(path, ignored)) return;
+  mPlatform.runLoop.performAfter(5.0, [this, path] { mQueue.executeActionsInFile(path); });
+}
+
+void MainScheduler::listsChanged() {
+  UserInterface& ui = mPlatform.userInterface;
+  ui.listsChanged();
+  ui.setExecutionControlsEnabled(!mQueue.empty());
+}
+
+void MainScheduler::showShortcutTargets(int operation) {
+  if (operation == 0 || operation == 2) mControls.showWindow(Window::nextActions);
+  if (operation == 1 || operation == 2) mControls.showAllVisibleWindows();
+}
+
+void MainScheduler::refreshToolTip(const std::string& text) {
+  const std::string& help = mTexts.text("IconToolTip");
+  mPlatform.userInterface.setToolTip(text.empty() ? help : text + "\n" + help);
+}
+
+void MainScheduler::skipTimerCalls(int calls) {
+  mTimer.skip(calls);
+  // The tick body runs on odd counts.
+  const std::int64_t counter = mTimer.counter();
+  mTick.skipTicks((counter % 2 != 0 ? counter : counter - 1) / 2, calls / 2);
+}
+
+void MainScheduler::recordActivity(std::int64_t status) {
+  mStore.activity().saveActivity(status, mSiblingWatch.isMainAppLaunched(),
+                                 mSiblingWatch.isExecuteAppLaunched(), std::nullopt,
+                                 mPlatform.processes.running());
+}
+
+void MainScheduler::terminateBySelf() {
+  if (mTerminateBySelf) return;
+  mTerminateBySelf = true;
+  applicationShouldTerminate();
+  applicationWillTerminate();
+  if (mSelfRelaunch) {
+    const std::string& executable = mPlatform.machine.executablePath();
+    mPlatform.systemLog.write(mPlatform.processes.relaunch(executable).text);
+  }
+  mPlatform.runLoop.quit(0);
+}
+
+void MainScheduler::relaunchScheduler() {
+  mSelfRelaunch = true;
+  terminateBySelf();
+}
+
+void MainScheduler::applicationShouldTerminate() {
+  recordActivity(kActivityQuits);
+  mDebugLog.logMessage("Scheduler quits", true);
+}
+
+void MainScheduler::applicationWillTerminate() {
+  mTimer.stop();
+  mPreferences.setPref("SchedulerQuitDate", ZAN_Value::date(mPlatform.clock.now()));
+  if (mPreferences.mShowMiniProgressPosition) {
+    mPreferences.setPref("SchedulerPrefShowAnnouncePositionX",
+                         mPreferences.mShowMiniProgressPosition->x);
+    mPreferences.setPref("SchedulerPrefShowAnnouncePositionY",
+                         mPreferences.mShowMiniProgressPosition->y);
+  }
+  static_cast<void>(mPreferences.savePrefs());
+  mPlatform.notifications.stopObserving(std::string(kSchedulerNotification));
+  mLog.addSchedulerLog(LogCode::agentTerminates);
+}
+
+}  // namespace corvana
