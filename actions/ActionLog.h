@@ -29,7 +29,7 @@ class ActionLog {
     listed
   };
 
-  explicit ActionLog(ActionStore& store);
+  explicit ActionLog(ActionStore& store) : mStore(store) {}
 
   /// The stored array, oldest entry first.
   ZAN_Value readLogList();

@@ -1,12 +1,16 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/DataFolder.h"
 
 namespace corvana {
 
@@ -16,10 +20,12 @@ class ActionStore;
 /// all actions together, newest first. Thread: main.
 class ActionResults {
  public:
-  /// How many executions the latest lists cover.
+  /// How many executions, and how many items of them all together, each of the latest lists covers;
+  /// the newest execution is always there whole.
   static constexpr std::size_t kMaximum = 500;
+  static constexpr std::size_t kMaximumItems = 50'000;
 
-  explicit ActionResults(ActionStore& store);
+  explicit ActionResults(ActionStore& store) : mStore(store) {}
 
   /// Writes the results file of one execution and merges it into the latest lists. `header` carries
   /// "Ref", "Title" and "Date"; the lists are arrays, null ones are left empty.
@@ -30,7 +36,7 @@ class ActionResults {
   std::optional<std::string> getActionResultsPathForRef(std::int64_t reference,
                                                         ReferenceTime date) const;
   /// The dictionary of a results file, null when it cannot be read.
-  ZAN_Value readActionResults(const std::string& path);
+  ZAN_Value readActionResults(const std::string& path) const;
   /// Merges the results files that came since the last time, of whichever program.
   void updateActionResults();
   void addActionResultsFromFile(const std::string& path);
@@ -48,9 +54,28 @@ class ActionResults {
   void saveProgrammedErrorsList();
 
  private:
+  /// One of the two latest lists: a header, then the entries, newest first.
+  struct Latest {
+    std::string_view file;
+    std::string_view key;  ///< of the results that it takes in
+    ZAN_Value list = ZAN_Value::array();
+    std::optional<ZAN_FileIdentity> identity = {};
+  };
+
+  void refresh(Latest& latest);
+  void save(Latest& latest);
+  std::size_t count(Latest& latest);
+  ZAN_Value entryAtIndex(Latest& latest, std::int64_t index);
+  void clear(Latest& latest, std::optional<std::int64_t> reference);
+  /// Whether something was added.
+  static bool merge(Latest& latest, const ZAN_Value& results);
+  /// `written`: when the results file was, for files that came from elsewhere.
+  void addResults(const ZAN_Value& results, std::optional<ReferenceTime> written = {});
+  std::string pathFor(std::int64_t reference, ReferenceTime date) const;
+
   ActionStore& mStore;
-  ZAN_Value mFiles;
-  ZAN_Value mErrors;
+  Latest mFiles{DataFolder::kFiles, "Files"};
+  Latest mErrors{DataFolder::kErrors, "Errors"};
 };
 
 }  // namespace corvana

@@ -74,13 +74,19 @@ DataFiles::List DataFiles::readListAtPath(const std::string& path,
       noteFailure(path, list.identity, read.error());
     }
   }
-  if (!contents) return list;
+  if (!contents) {
+    list.readable = !list.identity || !ZAN_FilesUtils::exists(path);
+    return list;
+  }
   if (contents->bytes.empty()) {
     mKnown.insert_or_assign(path, Known{Known::State::empty, contents->identity});
     return list;
   }
   ZAN_Value elements = decoded(path, *contents, Content::list);
-  if (!elements.isArray()) return list;
+  if (!elements.isArray()) {
+    list.readable = isKnown(path, list.identity, Known::State::readable);
+    return list;
+  }
   if (firstIndexCode && elements.at(0).isString() &&
       elements.at(0).stringView() == *firstIndexCode) {
     elements.removeAt(0);

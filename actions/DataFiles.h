@@ -34,7 +34,8 @@ class DataFiles {
   struct List {
     ZAN_Value elements = ZAN_Value::array();  ///< always an array
     std::optional<ZAN_FileIdentity>
-        identity;  ///< of the file that was read; nothing when there is none
+        identity;          ///< of the file that was read; nothing when there is none
+    bool readable = true;  ///< not when there is a file with something in it that cannot be read
   };
   struct Object {
     ZAN_Value value;  ///< null when there is none

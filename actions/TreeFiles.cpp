@@ -12,6 +12,7 @@ ZAN_Value TreeFiles::readActionsList() {
   DataFiles::List list = mFiles.readListAtPath(
       mFiles.folder().dataFolderPathWithFileName(DataFolder::kActions), kHeader);
   mActionsIdentity = list.identity;
+  mActionsReadable = list.readable;
   return std::move(list.elements);
 }
 

@@ -21,6 +21,9 @@ class TreeFiles {
   /// The records of the tree in storage form, without the header; an empty array when there are
   /// none.
   ZAN_Value readActionsList();
+  /// Whether the last readActionsList read the file, or found none. When not, what it gave must
+  /// not be written over the file.
+  bool actionsListWasReadable() const { return mActionsReadable; }
   /// Writes the header "ProgrammedActions" and then the given records (an array).
   Outcome saveActionsTree(const ZAN_Value& records);
   /// Identity of the tree file now: the tree has to be read again only when it differs from
@@ -42,6 +45,7 @@ class TreeFiles {
  private:
   DataFiles& mFiles;
   std::optional<ZAN_FileIdentity> mActionsIdentity;
+  bool mActionsReadable = true;
   DataFiles::List mChanges;
   bool mChangesRead = false;
 };

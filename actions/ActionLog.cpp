@@ -1,0 +1,155 @@
+#include "actions/ActionLog.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/ActionStore.h"
+#include "platform/Clock.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr std::string_view kTextLog = "Corvana 9.log";
+constexpr double kDay = 86400;
+
+struct Wording {
+  std::int64_t code;
+  std::string_view text;
+};
+
+constexpr std::array kWordings{
+    Wording{1, "Start execution of action %@"},
+    Wording{2, "Action %@ completed"},
+    Wording{3, "Action %@ aborted (user)"},
+    Wording{4, "Action %@ cancelled (volume/folder not found)"},
+    Wording{5, "Action %@ aborted (unexpected error)"},
+    Wording{6, "Action %@ aborted (crash)"},
+    Wording{7, "Open Corvana"},
+    Wording{8, "Quit Corvana"},
+    Wording{9, "Launch Corvana Scheduler"},
+    Wording{10, "Quit Corvana Scheduler"},
+    Wording{11, "Action %@ aborted (time out)"},
+    Wording{14, "Action %@ completed with errors"},
+    Wording{15, "Action %@ aborted (volume no longer available)"},
+    Wording{17, "Action %@ cancelled (volume/folder not available)"},
+    Wording{20, "Launch Corvana Scheduler"},
+    Wording{21, "Quit Corvana Scheduler"},
+    Wording{22, "Clean Corvana Scheduler"},
+};
+
+/// Which entries of the list are removed.
+class Selection {
+ public:
+  Selection(ActionLog::Clean mode, const ZAN_Value& indexes, ReferenceTime now)
+      : mMode(mode), mIndexes(indexes), mNow(now) {}
+
+  bool contains(std::size_t index, const ZAN_Value& entry) const {
+    switch (mMode) {
+      case ActionLog::Clean::all:
+        return true;
+      case ActionLog::Clean::olderThan7Days:
+        return isOlder(entry, 7);
+      case ActionLog::Clean::olderThan30Days:
+        return isOlder(entry, 30);
+      case ActionLog::Clean::olderThan90Days:
+        return isOlder(entry, 90);
+      case ActionLog::Clean::applicationEvents:
+        return ActionLog::isApplicationEvent(entry.integer("C"));
+      case ActionLog::Clean::listed:
+        return mIndexes.containsIndex(index);
+    }
+    return false;
+  }
+
+ private:
+  bool isOlder(const ZAN_Value& entry, int days) const {
+    const auto date = entry["M"].asDate();
+    return date && *date < mNow - days * kDay;
+  }
+
+  ActionLog::Clean mMode;
+  const ZAN_Value& mIndexes;
+  ReferenceTime mNow;
+};
+
+}  // namespace
+
+void ActionLog::refresh() {
+  const std::string path = mStore.folder().dataFolderPathWithFileName(DataFolder::kLog);
+  if (mIdentity && mIdentity == ZAN_FilesUtils::identity(path)) return;
+  DataFiles::List list = mStore.files().readListAtPath(path, {});
+  mList = std::move(list.elements);
+  mIdentity = list.identity;
+}
+
+ZAN_Value ActionLog::readLogList() {
+  refresh();
+  return mList;
+}
+
+void ActionLog::saveLogList(const ZAN_Value& list) {
+  const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
+  mList = list;
+  // What could not be written is read from the file again, as other programs see it.
+  mIdentity = {};
+  if (mStore.files().writeListToFile(mList, DataFolder::kLog)) {
+    mIdentity = ZAN_FilesUtils::identity(mStore.folder().pathOf(DataFolder::kLog));
+  }
+  saveLogListAsLog(mList);
+}
+
+void ActionLog::addLog(const ZAN_Value& entry) {
+  const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
+  refresh();
+  ZAN_Value list = std::move(mList);
+  list.append(entry);
+  if (list.size() > kMaximum) list.removeRange(0, list.size() - kMaximum);
+  saveLogList(list);
+}
+
+void ActionLog::cleanLogs(Clean mode, const ZAN_Value& indexes) {
+  const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
+  refresh();
+  const Selection selection(mode, indexes, mStore.clock().now());
+  std::vector<ZAN_Value> kept;
+  for (std::size_t index = 0; index < mList.size(); ++index) {
+    if (!selection.contains(index, mList.at(index))) kept.push_back(mList.at(index));
+  }
+  saveLogList(ZAN_Value::array(std::move(kept)));
+}
+
+bool ActionLog::isApplicationEvent(std::int64_t code) {
+  return (code >= 7 && code <= 10) || (code >= 18 && code <= 22);
+}
+
+std::string ActionLog::messageForEntry(const ZAN_Value& entry) {
+  const std::int64_t code = entry.integer("C");
+  const std::string name = entry.string("N");
+  const auto* wording = std::find_if(kWordings.begin(), kWordings.end(),
+                                     [&](const Wording& each) { return each.code == code; });
+  std::string message = wording == kWordings.end()
+                            ? name
+                            : ZAN_StringUtils::format(wording->text, {"\"" + name + "\""});
+  if (message.empty()) message = "Event " + std::to_string(code);
+  for (const char* key : {"F", "P"}) {
+    if (!entry[key].stringView().empty()) message += " - " + entry.string(key);
+  }
+  return message;
+}
+
+void ActionLog::saveLogListAsLog(const ZAN_Value& list) {
+  const ZAN_DateUtils& calendar = mStore.dates().calendar();
+  std::string text;
+  for (const ZAN_Value& entry : list.elements()) {
+    if (const auto date = entry["M"].asDate()) text += calendar.format(*date, "%Y-%m-%d %H:%M:%S");
+    text += " - " + messageForEntry(entry) + "\n";
+  }
+  const std::string path =
+      ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
+  (void)mStore.files().writeFileAtPath(path, {}, std::as_bytes(std::span(text)), false);
+}
+
+}  // namespace corvana

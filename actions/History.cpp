@@ -1,0 +1,115 @@
+#include "actions/History.h"
+
+#include <cmath>
+#include <vector>
+
+#include "actions/ActionStore.h"
+#include "platform/Clock.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr std::string_view kTextLog = "Corvana 9 Actions.log";
+constexpr std::string_view kHeader = "Programmed History Data";
+
+/// "1:02:03"; hours grow as they must.
+std::string durationText(double seconds) {
+  const auto total = static_cast<std::int64_t>(std::max(0.0, std::min(seconds, 1e12)));
+  const auto twoDigits = [](std::int64_t number) {
+    return (number < 10 ? "0" : "") + std::to_string(number);
+  };
+  return std::to_string(total / 3600) + ":" + twoDigits(total / 60 % 60) + ":" +
+         twoDigits(total % 60);
+}
+
+std::string lineForEntry(const ZAN_Value& entry, const ZAN_DateUtils& calendar) {
+  std::string line;
+  const auto start = entry["Date"].asDate();
+  const auto end = entry["EndDate"].asDate();
+  if (start) line = calendar.format(*start, "%Y-%m-%d %H:%M:%S");
+  line += " - ";
+  if (start && end) line += durationText(*end - *start) + " - ";
+  line +=
+      ActionLog::messageForEntry(ZAN_Value::dictionary({{"C", entry["C"]}, {"N", entry["Title"]}}));
+  const std::int64_t errors = entry.integer("ActionErrors");
+  if (errors > 0) line += " (errors: " + std::to_string(errors) + ")";
+  return line;
+}
+
+}  // namespace
+
+History::History(ActionStore& store)
+    : mStore(store), mLog(store), mCounters(store), mResults(store) {}
+
+void History::refresh() {
+  const std::string path = mStore.folder().dataFolderPathWithFileName(DataFolder::kHistory);
+  if (mIdentity && mIdentity == ZAN_FilesUtils::identity(path)) return;
+  DataFiles::List list = mStore.files().readListAtPath(path, {});
+  mList = std::move(list.elements);
+  mIdentity = list.identity;
+}
+
+void History::reloadProgrammedHistoryList() { refresh(); }
+
+ZAN_Value History::getProgrammedHistoryList() {
+  refresh();
+  return mList;
+}
+
+std::size_t History::historyCount() {
+  refresh();
+  return mList.empty() ? 0 : mList.size() - 1;
+}
+
+ZAN_Value History::historyEntryAtIndex(std::int64_t index) {
+  if (index < 0 || static_cast<std::size_t>(index) >= historyCount()) return {};
+  return mList.at(static_cast<std::size_t>(index) + 1);
+}
+
+void History::addHistoryEntry(const ZAN_Value& entry) {
+  const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
+  refresh();
+  if (mList.empty()) mList.append(kHeader);
+  const auto date = entry["Date"].asDate();
+  if (mList.size() > 1 && date && mList.at(mList.size() - 1)["Date"].asDate() == date) {
+    mList.removeAt(mList.size() - 1);
+  }
+  mList.append(entry);
+  if (mList.size() > kMaximum + 1) mList.removeRange(1, mList.size() - kMaximum - 1);
+  saveProgrammedHistoryList();
+}
+
+void History::removeHistoryEntriesBefore(ReferenceTime date) {
+  const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
+  refresh();
+  std::vector<ZAN_Value> kept;
+  for (std::size_t index = 0; index < mList.size(); ++index) {
+    const auto start = mList.at(index)["Date"].asDate();
+    if (index == 0 || !start || *start >= date) kept.push_back(mList.at(index));
+  }
+  mList = ZAN_Value::array(std::move(kept));
+  saveProgrammedHistoryList();
+}
+
+void History::saveProgrammedHistoryList() {
+  const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
+  mIdentity = {};
+  if (mStore.files().writeListToFile(mList, DataFolder::kHistory)) {
+    mIdentity = ZAN_FilesUtils::identity(mStore.folder().pathOf(DataFolder::kHistory));
+  }
+  saveProgrammedHistoryListAsLog();
+}
+
+void History::saveProgrammedHistoryListAsLog() {
+  const ZAN_DateUtils& calendar = mStore.dates().calendar();
+  std::string text;
+  for (std::size_t index = 1; index < mList.size(); ++index) {
+    text += lineForEntry(mList.at(index), calendar) + "\n";
+  }
+  const std::string path =
+      ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
+  (void)mStore.files().writeFileAtPath(path, {}, std::as_bytes(std::span(text)), false);
+}
+
+}  // namespace corvana
