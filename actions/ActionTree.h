@@ -29,7 +29,8 @@ class ActionTree {
 
   /// The root, read from disk with the pending changes applied when there is none. It is the same
   /// as before its release when neither file changed and nothing unsaved was in it. A tree that
-  /// cannot be read is an empty root.
+  /// cannot be read is an empty root, and is tried again when its file changes. The root itself
+  /// stays the same object.
   ProgrammedAction& rootItem();
   bool hasRoot() const { return mRoot != nullptr && !mReleased; }
   /// The tree is read again at the next use; no node may be used any more.
@@ -73,10 +74,16 @@ class ActionTree {
   };
 
   void load();
-  std::size_t applyChanges(const ZAN_Value& changes);
-  void nodeAdded(const ProgrammedAction& node);
-  void nodeChanged();
-  bool isInTree(const ProgrammedAction& node) const;
+  bool isCurrent() const;
+  void ensureCurrentRoot();
+  void applyChanges(const ZAN_Value& changes);
+  Outcome mergeAndWrite(const ZAN_Value& changes);
+  Outcome writeChanges();
+  Highest highest(const ProgrammedAction& node, std::int64_t depth) const;
+  // What nodes tell.
+  void edited() { mUnsaved = true; }
+  void added(const ProgrammedAction& node);
+  void referencesChanged();
 
   TreeFiles& mFiles;
   Clock& mClock;

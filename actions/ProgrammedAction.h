@@ -18,7 +18,6 @@
 namespace corvana {
 
 class ActionTree;
-class ZAN_DateUtils;
 
 /// A node of the tree of programmed actions: an action with its settings record, or a group, which
 /// owns its children in order. A group is what has a list of children, be it empty. The root is a
@@ -136,8 +135,9 @@ class ProgrammedAction {
   void getAllActionsInOneList(Nodes& list, bool withGroups);
   void getAllActionsInOneSortedList(Nodes& list);        ///< by title
   void getAllActionsSortedByExecutionDate(Nodes& list);  ///< earliest first, undated last
-  /// Actions that start by themselves and have a shut-down occasion in their schedule list.
-  void getListOfShutDownActions(Nodes& list);
+  /// Actions that start by themselves and have a shut-down occasion in their schedule list; with
+  /// `today`, one that chooses its day.
+  void getListOfShutDownActions(Nodes& list, const ActionsTools* today = nullptr);
   /// The children in storage form: an array of records, a group's with its own under "List".
   ZAN_Value getListOfActionsSettings() const;
   /// Appends one line per node below the receiver, "[ID:%d] %@ [%@]\n" (reference, title, type),
@@ -184,10 +184,10 @@ class ProgrammedAction {
   const ProgrammedAction* getFirstActionToDisplay() const;
 
   // What an execution leaves behind: set in the record and noted in the list of changes, so that a
-  // program that edits the tree meanwhile loses nothing. Groups are left alone. A change that
-  // cannot be written is logged and written with the next one.
+  // program that edits the tree meanwhile loses nothing. A change that cannot be written is logged,
+  // kept and written with the next one; a null value changes nothing.
 
-  void incrementExecutionCounter();
+  void incrementExecutionCounter();   ///< of an action
   void setLastExecutionDate();        ///< now
   void setLastBackupExecutionDate();  ///< "LastBackupDateForFilter" = "LastExecutionDate"
   void setLastScheduleDate();         ///< now
@@ -199,10 +199,19 @@ class ProgrammedAction {
  private:
   friend class ActionTree;
 
-  void recordChanged();
-  void collect(Nodes& list, bool withGroups);
+  void takeRecord(ZAN_Value settings);
+  void setReference(std::int64_t reference);
+  void fill(const ZAN_Value& list, bool createDuplicate,
+            std::optional<ReferenceTime> resetCreationDate, std::size_t depth);
+  void readListOfGroup(const ZAN_Value& archive, bool createDuplicate,
+                       std::optional<ReferenceTime> resetCreationDate, std::size_t depth);
+  /// Calls `visit(action)` for every action below, depth-first.
+  template <class Visit>
+  void forEachAction(const Visit& visit);
+  template <class Visit>
+  void forEachAction(const Visit& visit) const;
   std::vector<std::string> searchTokens(const ZAN_DateUtils& calendar, ReferenceTime now) const;
-  bool passes(const DisplayFilter& filter, const ActionSort& sort) const;
+  bool passes(const DisplayFilter& filter, const ActionsTools& tools) const;
 
   ActionTree& mTree;
   ProgrammedAction* mParent;

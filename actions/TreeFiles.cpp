@@ -21,7 +21,10 @@ Outcome TreeFiles::saveActionsTree(const ZAN_Value& records) {
   ZAN_Value list = ZAN_Value::array({kHeader});
   for (const ZAN_Value& record : records.elements()) list.append(record);
   Outcome outcome = mFiles.writeListToFile(list, DataFolder::kActions);
-  if (outcome) mActionsIdentity = actionsFileIdentity();
+  if (outcome) {
+    mActionsIdentity = actionsFileIdentity();
+    mActionsReadable = true;
+  }
   return outcome;
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <string_view>
 
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/Schedule.h"
 
@@ -14,6 +13,10 @@ namespace corvana {
 struct TriggerSettings {
   TriggerSettings() = default;
   explicit TriggerSettings(const ZAN_Value& settings);
+
+  /// Whether a change of the value under that key makes what was decoded stale. "LastScheduleDate"
+  /// does not: `schedule.setLastScheduleDate` takes it.
+  static bool dependsOnKey(std::string_view key);
 
   Schedule schedule;
   std::int64_t context = 0;      ///< "TriggerContextPopup"; 0: any

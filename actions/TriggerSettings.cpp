@@ -1,0 +1,21 @@
+#include "actions/TriggerSettings.h"
+
+namespace corvana {
+
+TriggerSettings::TriggerSettings(const ZAN_Value& settings)
+    : schedule(settings),
+      context(settings.integer("TriggerContextPopup")),
+      idleMinutes(settings.integer("TriggerScheduleMinutes")),
+      notExecuted(settings.integer("TriggerNotificationNotExecuted")),
+      notExecutedDays(settings.integer("TriggerDelayNotExecuted")) {
+  const ZAN_Value& path = settings["TriggerAppQuitPath"];
+  if (path.isString()) appQuitPath = path;
+}
+
+bool TriggerSettings::dependsOnKey(std::string_view key) {
+  return Schedule::dependsOnKey(key) || key == "TriggerContextPopup" ||
+         key == "TriggerScheduleMinutes" || key == "TriggerNotificationNotExecuted" ||
+         key == "TriggerDelayNotExecuted" || key == "TriggerAppQuitPath";
+}
+
+}  // namespace corvana
