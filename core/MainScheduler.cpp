@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "actions/ProgrammedAction.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
@@ -88,8 +89,9 @@ MainScheduler::MainScheduler(Platform platform)
 MainScheduler::~MainScheduler() = default;
 
 WorkSurroundings MainScheduler::workSurroundings() {
-  return {mPlatform, mTree,   mStore,    mCounters, mPreferences,  mState,          mLog,
-          mDebugLog, mSurvey, mMessages, mChannel,  mSiblingWatch, mVolumeIdentity, mTexts};
+  return {mPlatform, mTree,         mStore,          mCounters, mPreferences,
+          mState,    mLog,          mDebugLog,       mSurvey,   mMessages,
+          mChannel,  mSiblingWatch, mVolumeIdentity, mTexts,    mStrings};
 }
 
 void MainScheduler::wire() {
@@ -114,6 +116,9 @@ void MainScheduler::wireWork() {
   mEvaluation.onNextActionText = [this](const std::string& text) {
     mStatusItem.setStatusTitle(text);
     refreshToolTip(text);
+  };
+  mEvaluation.onCalendarChanged = [this](const ZAN_DateUtils& calendar) {
+    mStrings.setTimeZone(calendar.zoneName());
   };
   mSupervisor.onProgressReset = mQueue.onProgressReset;
   mSupervisor.onStatusChanged = [this] { mSiblingStatus.sendSchedulerStatusToMainApp(); };
@@ -144,7 +149,7 @@ void MainScheduler::wireDrive() {
   mControls.onQuitWanted = [this] { terminateBySelf(); };
   mControls.onRelaunchWanted = [this] { relaunchScheduler(); };
   mControls.onPreferencesChanged = [this] {
-    mStore.settings().applyDateLocaleFromSettings();
+    mStore.settings().applyDateLocaleFromSettings(mStrings);
     readShortcut();
     listsChanged();
   };
@@ -173,7 +178,7 @@ void MainScheduler::setUp() {
   if (const Outcome loaded = mTexts.load(resources, mPlatform.machine.languageNames()); !loaded) {
     mPlatform.systemLog.write(loaded.error().text);
   }
-  mStore.settings().applyDateLocaleFromSettings();
+  mStore.settings().applyDateLocaleFromSettings(mStrings);
   mState.mMainAppLaunched = mSiblingWatch.isMainAppLaunched();
   mPreferences.loadPrefs();
   mContexts.setContextMode(mPreferences.prefForKey("SchedulerPrefCurrentContext").integerValue());
