@@ -7,22 +7,36 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <set>
+#include <stdexcept>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "ZANCocoaFramework/ZAN_Opaque.h"
+#include "ZANCocoaFramework/ZAN_TextPool.h"
 
 namespace corvana {
 
 namespace {
 
-/// Below this many entries a scan over the hashes, which lie in the entries themselves, is quickest.
+/// Below this many entries a scan over the hashes, which lie in the entries themselves, is
+/// quickest.
 constexpr std::size_t kScanLimit = 128;
 
 std::uint32_t hashOf(std::string_view text) {
-  std::uint32_t hash = 2166136261U;
-  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
-  return hash;
+  constexpr std::uint64_t kMultiplier = 0x9e3779b97f4a7c15U;
+  std::uint64_t hash = text.size() * kMultiplier;
+  const char* next = text.data();
+  for (std::size_t left = text.size(); left > 0;) {
+    const std::size_t step = std::min<std::size_t>(left, 8);
+    std::uint64_t word = 0;
+    std::memcpy(&word, next, step);
+    hash = (hash ^ word) * kMultiplier;
+    hash ^= hash >> 29;
+    next += step;
+    left -= step;
+  }
+  return static_cast<std::uint32_t>(hash ^ (hash >> 32));
 }
 
 const ZAN_Value& nullValue() {
@@ -36,24 +50,23 @@ struct ZAN_Value::Node {
   mutable std::atomic<std::uint32_t> references{1};
 };
 
-/// The characters follow the node in the same allocation.
-struct ZAN_Value::StringNode : Node {
+/// Text or data; the bytes follow the node in the same allocation.
+struct ZAN_Value::BytesNode : Node {
   std::uint32_t length = 0;
+  std::uint16_t lastOrdinal = 0;  ///< of a pooled text: the last one given to an object
   char* characters() { return reinterpret_cast<char*>(this + 1); }
   const char* characters() const { return reinterpret_cast<const char*>(this + 1); }
   std::string_view view() const { return {characters(), length}; }
 
-  static StringNode* make(std::string_view text) {
-    void* memory = ::operator new(sizeof(StringNode) + text.size());
-    auto* node = new (memory) StringNode;
+  static BytesNode* make(std::string_view text) {
+    if (text.size() > std::numeric_limits<std::uint32_t>::max())
+      throw std::length_error("ZAN_Value");
+    void* memory = ::operator new(sizeof(BytesNode) + text.size());
+    auto* node = new (memory) BytesNode;
     node->length = static_cast<std::uint32_t>(text.size());
-    std::memcpy(node->characters(), text.data(), text.size());
+    if (!text.empty()) std::memcpy(node->characters(), text.data(), text.size());
     return node;
   }
-};
-
-struct ZAN_Value::DataNode : Node {
-  std::vector<std::byte> bytes;
 };
 
 struct ZAN_Value::ArrayNode : Node {
@@ -61,9 +74,11 @@ struct ZAN_Value::ArrayNode : Node {
 };
 
 struct ZAN_Value::DictionaryNode : Node {
+  using Index = std::unordered_multimap<std::uint32_t, std::uint32_t>;
+
   std::vector<Entry> entries;
-  /// Text keys of a large dictionary to the last entry of that key; empty below kScanLimit.
-  std::unordered_multimap<std::uint32_t, std::uint32_t> index;
+  std::unique_ptr<Index>
+      index;  ///< hashes of a large dictionary's text keys; none below kScanLimit
 
   static constexpr std::size_t npos = std::numeric_limits<std::size_t>::max();
 
@@ -73,11 +88,12 @@ struct ZAN_Value::DictionaryNode : Node {
 
   std::size_t find(std::string_view key) const {
     const std::uint32_t hash = hashOf(key);
-    if (!index.empty()) {
+    if (index) {
       std::size_t found = npos;
-      const auto [first, last] = index.equal_range(hash);
+      const auto [first, last] = index->equal_range(hash);
       for (auto it = first; it != last; ++it) {
-        if (matches(entries[it->second], hash, key) && (found == npos || it->second > found)) found = it->second;
+        if (matches(entries[it->second], hash, key) && (found == npos || it->second > found))
+          found = it->second;
       }
       return found;
     }
@@ -88,14 +104,16 @@ struct ZAN_Value::DictionaryNode : Node {
   }
 
   void rebuildIndex() {
-    index.clear();
+    index.reset();
     if (entries.size() < kScanLimit) return;
-    index.reserve(entries.size());
+    index = std::make_unique<Index>();
+    index->reserve(entries.size());
     for (std::size_t i = 0; i < entries.size(); ++i) addToIndex(i);
   }
 
   void addToIndex(std::size_t i) {
-    if (entries[i].key.isString()) index.emplace(entries[i].key.mTag, static_cast<std::uint32_t>(i));
+    if (entries[i].key.isString())
+      index->emplace(entries[i].key.mTag, static_cast<std::uint32_t>(i));
   }
 
   void append(Entry entry) {
@@ -116,26 +134,27 @@ struct ZAN_Value::OpaqueNode : Node {
   std::shared_ptr<const ZAN_Opaque> object;
 };
 
-ZAN_Value::ZAN_Value(bool value) : mKind(Kind::number), mLetter('c') { mInteger = value ? 1 : 0; }
-ZAN_Value::ZAN_Value(int value) : mKind(Kind::number), mLetter('i') { mInteger = value; }
-ZAN_Value::ZAN_Value(long value) : mKind(Kind::number), mLetter('q') { mInteger = value; }
-ZAN_Value::ZAN_Value(long long value) : mKind(Kind::number), mLetter('q') { mInteger = value; }
-ZAN_Value::ZAN_Value(unsigned value) : mKind(Kind::number), mLetter('q') { mInteger = value; }
+ZAN_Value::ZAN_Value(bool value) : mKind(Kind::number), mOrdinal('c') { mInteger = value ? 1 : 0; }
+ZAN_Value::ZAN_Value(int value) : mKind(Kind::number), mOrdinal('i') { mInteger = value; }
+ZAN_Value::ZAN_Value(long value) : mKind(Kind::number), mOrdinal('q') { mInteger = value; }
+ZAN_Value::ZAN_Value(long long value) : mKind(Kind::number), mOrdinal('q') { mInteger = value; }
+ZAN_Value::ZAN_Value(unsigned value) : mKind(Kind::number), mOrdinal('q') { mInteger = value; }
 ZAN_Value::ZAN_Value(unsigned long value) : ZAN_Value(static_cast<unsigned long long>(value)) {}
-ZAN_Value::ZAN_Value(unsigned long long value) : mKind(Kind::number) {
-  mLetter = value <= static_cast<unsigned long long>(std::numeric_limits<std::int64_t>::max()) ? 'q' : 'Q';
+ZAN_Value::ZAN_Value(unsigned long long value) : mKind(Kind::number), mOrdinal('q') {
+  if (value > static_cast<unsigned long long>(std::numeric_limits<std::int64_t>::max()))
+    mOrdinal = 'Q';
   mInteger = static_cast<std::int64_t>(value);
 }
-ZAN_Value::ZAN_Value(double value) : mKind(Kind::number), mLetter('d') { mReal = value; }
+ZAN_Value::ZAN_Value(double value) : mKind(Kind::number), mOrdinal('d') { mReal = value; }
 ZAN_Value::ZAN_Value(const char* text) : ZAN_Value(std::string_view(text)) {}
 ZAN_Value::ZAN_Value(const std::string& text) : ZAN_Value(std::string_view(text)) {}
 ZAN_Value::ZAN_Value(std::string_view text) : mKind(Kind::string), mTag(hashOf(text)) {
-  mNode = StringNode::make(text);
+  mNode = BytesNode::make(text);
 }
 
 ZAN_Value ZAN_Value::integer(std::int64_t value, char letter) {
   ZAN_Value number(static_cast<long long>(value));
-  number.mLetter = letter == 'l' ? 'q' : letter == 'L' ? 'Q' : letter;
+  number.mOrdinal = static_cast<unsigned char>(letter == 'l' ? 'q' : letter == 'L' ? 'Q' : letter);
   return number;
 }
 
@@ -145,14 +164,14 @@ ZAN_Value ZAN_Value::unsignedInteger(std::uint64_t value) {
 
 ZAN_Value ZAN_Value::real(double value, char letter) {
   ZAN_Value number(value);
-  number.mLetter = letter;
+  number.mOrdinal = static_cast<unsigned char>(letter);
   return number;
 }
 
 ZAN_Value ZAN_Value::date(ReferenceTime time) {
   ZAN_Value value(time);
   value.mKind = Kind::date;
-  value.mLetter = 0;
+  value.mOrdinal = 0;
   return value;
 }
 
@@ -164,13 +183,11 @@ ZAN_Value ZAN_Value::withNode(Kind kind, Node* node) {
 }
 
 ZAN_Value ZAN_Value::data(std::span<const std::byte> bytes) {
-  auto node = std::make_unique<DataNode>();
-  node->bytes.assign(bytes.begin(), bytes.end());
-  return withNode(Kind::data, node.release());
+  return data(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 
 ZAN_Value ZAN_Value::data(std::string_view bytes) {
-  return data(std::as_bytes(std::span(bytes.data(), bytes.size())));
+  return withNode(Kind::data, BytesNode::make(bytes));
 }
 
 ZAN_Value ZAN_Value::array(std::vector<ZAN_Value> elements) {
@@ -185,7 +202,8 @@ ZAN_Value ZAN_Value::set(std::vector<ZAN_Value> elements) {
   return value;
 }
 
-ZAN_Value ZAN_Value::dictionary(std::initializer_list<std::pair<std::string_view, ZAN_Value>> entries) {
+ZAN_Value ZAN_Value::dictionary(
+    std::initializer_list<std::pair<std::string_view, ZAN_Value>> entries) {
   std::vector<Entry> list;
   list.reserve(entries.size());
   for (const auto& [key, value] : entries) list.push_back({ZAN_Value(key), value});
@@ -200,7 +218,8 @@ ZAN_Value ZAN_Value::dictionaryOf(std::vector<Entry> entries) {
 }
 
 ZAN_Value ZAN_Value::indexSet(std::vector<Range> ranges) {
-  std::sort(ranges.begin(), ranges.end(), [](const Range& a, const Range& b) { return a.location < b.location; });
+  std::sort(ranges.begin(), ranges.end(),
+            [](const Range& a, const Range& b) { return a.location < b.location; });
   auto node = std::make_unique<IndexSetNode>();
   for (const Range& range : ranges) {
     if (range.length == 0) continue;
@@ -230,30 +249,39 @@ void ZAN_Value::retain() const {
 void ZAN_Value::release() {
   if (!hasNode() || mNode->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
   switch (mKind) {
-    case Kind::string: {
-      auto* node = static_cast<StringNode*>(mNode);
-      node->~StringNode();
+    case Kind::string:
+    case Kind::data: {
+      auto* node = static_cast<BytesNode*>(mNode);
+      node->~BytesNode();
       ::operator delete(node);
       break;
     }
-    case Kind::data: std::default_delete<DataNode>()(static_cast<DataNode*>(mNode)); break;
     case Kind::array:
-    case Kind::set: std::default_delete<ArrayNode>()(static_cast<ArrayNode*>(mNode)); break;
-    case Kind::dictionary: std::default_delete<DictionaryNode>()(static_cast<DictionaryNode*>(mNode)); break;
-    case Kind::indexSet: std::default_delete<IndexSetNode>()(static_cast<IndexSetNode*>(mNode)); break;
-    case Kind::opaque: std::default_delete<OpaqueNode>()(static_cast<OpaqueNode*>(mNode)); break;
-    default: break;
+    case Kind::set:
+      std::default_delete<ArrayNode>()(static_cast<ArrayNode*>(mNode));
+      break;
+    case Kind::dictionary:
+      std::default_delete<DictionaryNode>()(static_cast<DictionaryNode*>(mNode));
+      break;
+    case Kind::indexSet:
+      std::default_delete<IndexSetNode>()(static_cast<IndexSetNode*>(mNode));
+      break;
+    case Kind::opaque:
+      std::default_delete<OpaqueNode>()(static_cast<OpaqueNode*>(mNode));
+      break;
+    default:
+      break;
   }
 }
 
 ZAN_Value::ZAN_Value(const ZAN_Value& other)
-    : mKind(other.mKind), mLetter(other.mLetter), mFlags(other.mFlags), mTag(other.mTag) {
+    : mKind(other.mKind), mFlags(other.mFlags), mOrdinal(other.mOrdinal), mTag(other.mTag) {
   mInteger = other.mInteger;
   retain();
 }
 
 ZAN_Value::ZAN_Value(ZAN_Value&& other) noexcept
-    : mKind(other.mKind), mLetter(other.mLetter), mFlags(other.mFlags), mTag(other.mTag) {
+    : mKind(other.mKind), mFlags(other.mFlags), mOrdinal(other.mOrdinal), mTag(other.mTag) {
   mInteger = other.mInteger;
   other.mKind = Kind::null;
 }
@@ -268,8 +296,8 @@ ZAN_Value& ZAN_Value::operator=(ZAN_Value&& other) noexcept {
   // The old contents go last: `other` may be part of them.
   ZAN_Value old(std::move(*this));
   mKind = other.mKind;
-  mLetter = other.mLetter;
   mFlags = other.mFlags;
+  mOrdinal = other.mOrdinal;
   mTag = other.mTag;
   mInteger = other.mInteger;
   other.mKind = Kind::null;
@@ -308,12 +336,12 @@ double ZAN_Value::doubleValue() const {
   }
   if (!isNumber()) return 0;
   if (isReal()) return mReal;
-  if (mLetter == 'Q') return static_cast<double>(static_cast<std::uint64_t>(mInteger));
+  if (letter() == 'Q') return static_cast<double>(static_cast<std::uint64_t>(mInteger));
   return static_cast<double>(mInteger);
 }
 
 std::string_view ZAN_Value::stringView() const {
-  return isString() ? static_cast<const StringNode*>(mNode)->view() : std::string_view();
+  return isString() ? static_cast<const BytesNode*>(mNode)->view() : std::string_view();
 }
 
 std::optional<std::string> ZAN_Value::asString() const {
@@ -322,7 +350,8 @@ std::optional<std::string> ZAN_Value::asString() const {
 
 std::span<const std::byte> ZAN_Value::bytes() const {
   if (!isData()) return {};
-  return static_cast<const DataNode*>(mNode)->bytes;
+  const std::string_view view = static_cast<const BytesNode*>(mNode)->view();
+  return std::as_bytes(std::span(view.data(), view.size()));
 }
 
 std::optional<ReferenceTime> ZAN_Value::asDate() const {
@@ -340,8 +369,9 @@ std::span<const ZAN_Value::Range> ZAN_Value::ranges() const {
 
 bool ZAN_Value::containsIndex(std::uint64_t index) const {
   const auto list = ranges();
-  const auto after = std::upper_bound(list.begin(), list.end(), index,
-                                      [](std::uint64_t i, const Range& range) { return i < range.location; });
+  const auto after =
+      std::upper_bound(list.begin(), list.end(), index,
+                       [](std::uint64_t i, const Range& range) { return i < range.location; });
   return after != list.begin() && index - std::prev(after)->location < std::prev(after)->length;
 }
 
@@ -376,8 +406,9 @@ const ZAN_Value& ZAN_Value::value(std::string_view key) const {
   return i == DictionaryNode::npos ? nullValue() : node->entries[i].value;
 }
 
-bool ZAN_Value::containsNull(std::string_view key) const {
-  return isDictionary() && static_cast<const DictionaryNode*>(mNode)->find(key) != DictionaryNode::npos;
+bool ZAN_Value::contains(std::string_view key) const {
+  return isDictionary() &&
+         static_cast<const DictionaryNode*>(mNode)->find(key) != DictionaryNode::npos;
 }
 
 ZAN_Value::ArrayNode* ZAN_Value::mutableArray() {
@@ -398,7 +429,7 @@ ZAN_Value::DictionaryNode* ZAN_Value::mutableDictionary() {
   if (mNode->references.load(std::memory_order_acquire) > 1) {
     auto copy = std::make_unique<DictionaryNode>();
     copy->entries = static_cast<DictionaryNode*>(mNode)->entries;
-    copy->index = static_cast<DictionaryNode*>(mNode)->index;
+    copy->rebuildIndex();
     release();
     mNode = copy.release();
   }
@@ -429,10 +460,11 @@ void ZAN_Value::setValue(std::string_view key, ZAN_Value value) {
 }
 
 bool ZAN_Value::removeKey(std::string_view key) {
-  if (!containsNull(key)) return false;
+  if (!contains(key)) return false;
   DictionaryNode* node = mutableDictionary();
   const std::uint32_t hash = hashOf(key);
-  std::erase_if(node->entries, [&](const Entry& entry) { return DictionaryNode::matches(entry, hash, key); });
+  std::erase_if(node->entries,
+                [&](const Entry& entry) { return DictionaryNode::matches(entry, hash, key); });
   node->rebuildIndex();
   return true;
 }
@@ -445,7 +477,8 @@ void ZAN_Value::insert(std::size_t index, ZAN_Value element) {
   ArrayNode* node = mutableArray();
   if (node == nullptr) return;
   index = std::min(index, node->elements.size());
-  node->elements.insert(node->elements.begin() + static_cast<std::ptrdiff_t>(index), std::move(element));
+  node->elements.insert(node->elements.begin() + static_cast<std::ptrdiff_t>(index),
+                        std::move(element));
 }
 
 void ZAN_Value::removeAt(std::size_t index) { removeRange(index, 1); }
@@ -467,9 +500,11 @@ void ZAN_Value::addIndex(std::uint64_t index) {
   IndexSetNode* node = mutableIndexSet();
   if (node == nullptr || containsIndex(index)) return;
   auto& list = node->ranges;
-  const auto next = std::upper_bound(list.begin(), list.end(), index,
-                                     [](std::uint64_t i, const Range& range) { return i < range.location; });
-  const bool joinsPrevious = next != list.begin() && std::prev(next)->location + std::prev(next)->length == index;
+  const auto next =
+      std::upper_bound(list.begin(), list.end(), index,
+                       [](std::uint64_t i, const Range& range) { return i < range.location; });
+  const bool joinsPrevious =
+      next != list.begin() && std::prev(next)->location + std::prev(next)->length == index;
   const bool joinsNext = next != list.end() && next->location == index + 1;
   if (joinsPrevious && joinsNext) {
     std::prev(next)->length += 1 + next->length;
@@ -487,7 +522,8 @@ void ZAN_Value::addIndex(std::uint64_t index) {
 void ZAN_Value::removeIndexesUpTo(std::uint64_t index) {
   if (ranges().empty() || ranges().front().location > index) return;
   auto& list = mutableIndexSet()->ranges;
-  std::erase_if(list, [&](const Range& range) { return range.location + (range.length - 1) <= index; });
+  std::erase_if(list,
+                [&](const Range& range) { return range.location + (range.length - 1) <= index; });
   if (!list.empty() && list.front().location <= index) {
     const std::uint64_t cut = index - list.front().location + 1;
     list.front().location += cut;
@@ -496,44 +532,102 @@ void ZAN_Value::removeIndexesUpTo(std::uint64_t index) {
 }
 
 std::uint64_t ZAN_Value::identity() const {
-  if (hasNode()) return reinterpret_cast<std::uint64_t>(mNode);
-  return mTag;
+  if (!hasNode()) return mTag;
+  const auto node = reinterpret_cast<std::uint64_t>(mNode);
+  if (!isPooled()) return node;
+  // An address has 47 bits and is even, so this is exact and never another node's address.
+  return mOrdinal == 0 ? 0 : node << 17 | std::uint64_t{mOrdinal} << 1 | 1;
+}
+
+bool ZAN_Value::mayBeShared() const {
+  if (!hasNode()) return mTag != 0;
+  return isPooled() ? mOrdinal != 0 : mNode->references.load(std::memory_order_relaxed) > 1;
 }
 
 void ZAN_Value::setScalarIdentity(std::uint32_t number) {
   if (!hasNode()) mTag = number;
 }
 
-bool ZAN_Value::operator==(const ZAN_Value& other) const {
-  if (mKind != other.mKind) return false;
-  if (hasNode() && mNode == other.mNode) return true;
-  switch (mKind) {
-    case Kind::null: return true;
-    case Kind::number:
-      if (isReal() || other.isReal()) return doubleValue() == other.doubleValue();
-      // The same bits mean two numbers when one is unsigned and above the signed range.
-      return mInteger == other.mInteger && (mInteger >= 0 || (mLetter == 'Q') == (other.mLetter == 'Q'));
-    case Kind::date: return mReal == other.mReal;
-    case Kind::string: return mTag == other.mTag && stringView() == other.stringView();
-    case Kind::data: return std::ranges::equal(bytes(), other.bytes());
-    case Kind::array: return std::ranges::equal(elements(), other.elements());
-    case Kind::set:
-      return elements().size() == other.elements().size() &&
-             std::is_permutation(elements().begin(), elements().end(), other.elements().begin());
-    case Kind::indexSet: return std::ranges::equal(ranges(), other.ranges());
-    case Kind::dictionary:
-      return size() == other.size() && std::ranges::all_of(entries(), [&](const Entry& entry) {
-               if (entry.key.isString()) {
-                 const std::string_view key = entry.key.stringView();
-                 return other.contains(key) && other.value(key) == entry.value;
-               }
-               return std::ranges::any_of(other.entries(), [&](const Entry& candidate) {
-                 return candidate.key == entry.key && candidate.value == entry.value;
-               });
-             });
-    case Kind::opaque: return asOpaque() != nullptr && other.asOpaque() != nullptr && *asOpaque() == *other.asOpaque();
+/// Compares two values, and each pair of nodes that both sides share only once.
+class ZAN_Value::Comparison {
+ public:
+  bool equal(const ZAN_Value& a, const ZAN_Value& b) {
+    if (a.mKind != b.mKind) return false;
+    if (a.hasNode() && a.mNode == b.mNode) return true;
+    switch (a.mKind) {
+      case Kind::null:
+        return true;
+      case Kind::number:
+        if (a.isReal() || b.isReal()) return a.doubleValue() == b.doubleValue();
+        // The same bits mean two numbers when one is unsigned and above the signed range.
+        return a.mInteger == b.mInteger &&
+               (a.mInteger >= 0 || (a.letter() == 'Q') == (b.letter() == 'Q'));
+      case Kind::date:
+        return a.mReal == b.mReal;
+      case Kind::string:
+        return a.mTag == b.mTag && a.stringView() == b.stringView();
+      case Kind::data:
+        return std::ranges::equal(a.bytes(), b.bytes());
+      case Kind::indexSet:
+        return std::ranges::equal(a.ranges(), b.ranges());
+      default:
+        return knownEqual(a, b) || (containersEqual(a, b) && remember(a, b));
+    }
   }
-  return false;
+
+ private:
+  bool containersEqual(const ZAN_Value& a, const ZAN_Value& b) {
+    const auto same = [this](const ZAN_Value& x, const ZAN_Value& y) { return equal(x, y); };
+    const auto left = a.elements();
+    const auto right = b.elements();
+    switch (a.mKind) {
+      case Kind::array:
+        return std::ranges::equal(left, right, same);
+      case Kind::set:
+        return left.size() == right.size() &&
+               std::is_permutation(left.begin(), left.end(), right.begin(), same);
+      case Kind::dictionary:
+        return a.size() == b.size() && std::ranges::all_of(a.entries(), [&](const Entry& entry) {
+                 if (entry.key.isString()) {
+                   const std::string_view key = entry.key.stringView();
+                   return b.contains(key) && equal(b.value(key), entry.value);
+                 }
+                 return std::ranges::any_of(b.entries(), [&](const Entry& candidate) {
+                   return equal(candidate.key, entry.key) && equal(candidate.value, entry.value);
+                 });
+               });
+      default:
+        return opaqueEqual(a.asOpaque(), b.asOpaque());
+    }
+  }
+
+  bool opaqueEqual(const ZAN_Opaque* a, const ZAN_Opaque* b) {
+    if (a == nullptr || b == nullptr) return a == b;
+    return a->classes == b->classes &&
+           std::ranges::equal(a->groups, b->groups, [this](const auto& x, const auto& y) {
+             return x.types == y.types &&
+                    std::ranges::equal(
+                        x.leaves, y.leaves,
+                        [this](const ZAN_Value& v, const ZAN_Value& w) { return equal(v, w); });
+           });
+  }
+
+  static bool worthRemembering(const ZAN_Value& a, const ZAN_Value& b) {
+    return a.mayBeShared() && b.mayBeShared();
+  }
+  bool knownEqual(const ZAN_Value& a, const ZAN_Value& b) const {
+    return !mEqual.empty() && worthRemembering(a, b) && mEqual.contains({a.mNode, b.mNode});
+  }
+  bool remember(const ZAN_Value& a, const ZAN_Value& b) {
+    if (worthRemembering(a, b)) mEqual.emplace(a.mNode, b.mNode);
+    return true;
+  }
+
+  std::set<std::pair<const Node*, const Node*>> mEqual;
+};
+
+bool ZAN_Value::operator==(const ZAN_Value& other) const {
+  return Comparison().equal(*this, other);
 }
 
 std::size_t ZAN_Value::footprint() const {
@@ -544,7 +638,9 @@ std::size_t ZAN_Value::footprint() const {
     const ZAN_Value& value = *pending.back();
     pending.pop_back();
     if (!value.hasNode() || !seen.insert(value.mNode).second) continue;
-    total += sizeof(DictionaryNode);
+    total += value.isDictionary() ? sizeof(DictionaryNode)
+             : value.isArray()    ? sizeof(ArrayNode)
+                                  : sizeof(BytesNode);
     total += value.stringView().size() + value.bytes().size() + value.ranges().size_bytes();
     total += value.elements().size_bytes() + value.entries().size_bytes();
     for (const ZAN_Value& element : value.elements()) pending.push_back(&element);
@@ -554,6 +650,45 @@ std::size_t ZAN_Value::footprint() const {
     }
   }
   return total;
+}
+
+ZAN_TextPool::ZAN_TextPool() : mSlots(64) {}
+ZAN_TextPool::~ZAN_TextPool() = default;
+
+ZAN_Value ZAN_TextPool::text(std::string_view text) {
+  const std::uint32_t hash = hashOf(text);
+  std::size_t i = hash & (mSlots.size() - 1);
+  for (; mSlots[i].isString(); i = (i + 1) & (mSlots.size() - 1)) {
+    if (mSlots[i].mTag == hash && mSlots[i].stringView() == text) return mSlots[i];
+  }
+  ZAN_Value fresh(text);
+  fresh.mFlags = ZAN_Value::kPooled;
+  mSlots[i] = fresh;
+  if (++mCount * 2 > mSlots.size()) grow();
+  return fresh;
+}
+
+void ZAN_TextPool::grow() {
+  std::vector<ZAN_Value> old(mSlots.size() * 2);
+  old.swap(mSlots);
+  for (ZAN_Value& slot : old) {
+    if (!slot.isString()) continue;
+    std::size_t i = slot.mTag & (mSlots.size() - 1);
+    while (mSlots[i].isString()) i = (i + 1) & (mSlots.size() - 1);
+    mSlots[i] = std::move(slot);
+  }
+}
+
+void ZAN_TextPool::markShared(ZAN_Value& text) {
+  if (!text.isPooled() || text.mOrdinal != 0) return;
+  auto* node = static_cast<ZAN_Value::BytesNode*>(text.mNode);
+  if (node->lastOrdinal < std::numeric_limits<std::uint16_t>::max()) {
+    text.mOrdinal = ++node->lastOrdinal;
+    return;
+  }
+  const bool isMutable = text.isMutable();
+  text = ZAN_Value(text.stringView());
+  text.setMutable(isMutable);
 }
 
 }  // namespace corvana

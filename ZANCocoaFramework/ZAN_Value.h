@@ -19,19 +19,30 @@ struct ZAN_Opaque;
 
 /// A property-list value: what the data files, the preferences and the messages are made of.
 ///
-/// Sixteen bytes; text, data and containers are shared between copies until one of them is changed, so a
-/// copy costs a reference count. Reading never fails: a missing key, an index out of range and a value of
-/// another kind read as null, zero or empty. A null value stands both for "no value" and for the null object.
+/// Sixteen bytes; text, data and containers are shared between copies until one of them is changed,
+/// so a copy costs a reference count. Reading never fails: a missing key, an index out of range and
+/// a value of another kind read as null, zero or empty. A null value stands both for "no value" and
+/// for the null object.
 ///
-/// What the archive's bytes depend on is carried along: the order of a dictionary's keys, whether a text or a
-/// container was mutable, a number's stored type letter, and identity, that is whether two places hold the
-/// same object or two equal ones. Copying a value copies its identity, as a pointer would.
+/// What the archive's bytes depend on is carried along: the order of a dictionary's keys, whether a
+/// text or a container was mutable, a number's stored type letter, and identity, that is whether
+/// two places hold the same object or two equal ones. Copying a value copies its identity, as a
+/// pointer would.
 ///
 /// Thread: one value belongs to one thread; copies of it may be used on others.
 class ZAN_Value {
  public:
   enum class Kind : std::uint8_t {
-    null, number, string, data, date, array, dictionary, set, indexSet, opaque
+    null,
+    number,
+    string,
+    data,
+    date,
+    array,
+    dictionary,
+    set,
+    indexSet,
+    opaque
   };
   /// A run of indexes: first, how many. Never empty in a stored index set.
   struct Range {
@@ -67,7 +78,8 @@ class ZAN_Value {
   static ZAN_Value data(std::string_view bytes);
   static ZAN_Value array(std::vector<ZAN_Value> elements = {});
   static ZAN_Value set(std::vector<ZAN_Value> elements);
-  static ZAN_Value dictionary(std::initializer_list<std::pair<std::string_view, ZAN_Value>> entries = {});
+  static ZAN_Value dictionary(
+      std::initializer_list<std::pair<std::string_view, ZAN_Value>> entries = {});
   static ZAN_Value dictionaryOf(std::vector<Entry> entries);
   /// Sorted and merged whatever the order and overlap of `ranges`; empty ranges are dropped.
   static ZAN_Value indexSet(std::vector<Range> ranges = {});
@@ -91,17 +103,18 @@ class ZAN_Value {
   bool isIndexSet() const { return mKind == Kind::indexSet; }
   bool isOpaque() const { return mKind == Kind::opaque; }
 
-  // Numbers. A text that begins with a decimal number reads as that number, as the platform does; anything
-  // else reads as 0. Reals are cut towards zero and held within the range of the result.
+  // Numbers. A text that begins with a decimal number reads as that number, as the platform does;
+  // anything else reads as 0. Reals are cut towards zero and held within the range of the result.
   std::int64_t integerValue() const;
   std::uint64_t unsignedValue() const;
   double doubleValue() const;
   bool boolValue() const { return isNumber() ? doubleValue() != 0 : integerValue() != 0; }
   /// The stored type letter of a number, 0 for other kinds.
-  char letter() const { return mKind == Kind::number ? mLetter : '\0'; }
+  char letter() const { return mKind == Kind::number ? static_cast<char>(mOrdinal) : '\0'; }
   bool isReal() const { return letter() == 'd' || letter() == 'f'; }
 
-  /// The UTF-8 text, empty for other kinds; valid as long as this value is neither changed nor destroyed.
+  /// The UTF-8 text, empty for other kinds; valid as long as this value is neither changed nor
+  /// destroyed.
   std::string_view stringView() const;
   std::string string() const { return std::string(stringView()); }
   std::optional<std::string> asString() const;
@@ -119,15 +132,16 @@ class ZAN_Value {
   const ZAN_Value& at(std::size_t index) const;
   /// The entries of a dictionary in stored order; empty for other kinds.
   std::span<const Entry> entries() const;
-  /// The value under a text key, null when there is none. With a key stored twice the last one counts.
+  /// The value under a text key, null when there is none. With a key stored twice the last one
+  /// counts.
   const ZAN_Value& value(std::string_view key) const;
   const ZAN_Value& operator[](std::string_view key) const { return value(key); }
-  bool contains(std::string_view key) const { return !value(key).isNull() || containsNull(key); }
+  bool contains(std::string_view key) const;
   std::int64_t integer(std::string_view key) const { return value(key).integerValue(); }
   std::string string(std::string_view key) const { return value(key).string(); }
 
-  // Changes. A null value becomes a container of the kind that the change needs; on another kind nothing
-  // happens. What other copies see stays as it was.
+  // Changes. A null value becomes a container of the kind that the change needs; on another kind
+  // nothing happens. What other copies see stays as it was.
   void setValue(std::string_view key, ZAN_Value value);  ///< replaces in place or appends
   bool removeKey(std::string_view key);                  ///< whether it was there
   void append(ZAN_Value element);                        ///< to an array
@@ -135,38 +149,48 @@ class ZAN_Value {
   void removeAt(std::size_t index);
   void removeRange(std::size_t first, std::size_t count);
   void setAt(std::size_t index, ZAN_Value element);
-  void addIndex(std::uint64_t index);               ///< to an index set
-  void removeIndexesUpTo(std::uint64_t index);      ///< removes every index <= `index`
+  void addIndex(std::uint64_t index);           ///< to an index set
+  void removeIndexesUpTo(std::uint64_t index);  ///< removes every index <= `index`
 
   /// Whether the archive names the mutable class; new values are not mutable.
   bool isMutable() const { return (mFlags & kMutable) != 0; }
-  void setMutable(bool flag) { mFlags = static_cast<std::uint8_t>(flag ? (mFlags | kMutable) : (mFlags & ~kMutable)); }
+  void setMutable(bool flag) {
+    mFlags = static_cast<std::uint8_t>(flag ? (mFlags | kMutable) : (mFlags & ~kMutable));
+  }
 
-  /// Something equal exactly for values that are one object: a shared node, or a scalar marked as shared.
-  /// 0 for a scalar that is an object of its own.
+  /// Something equal exactly for values that are one object: a shared node, or a scalar or a text
+  /// of a ZAN_TextPool marked as shared. 0 for one of those that is an object of its own.
   std::uint64_t identity() const;
-  /// Gives a scalar (number, date, null) an identity that its copies keep; `number` is unique to the object
-  /// within one archive and not 0. Ignored for kinds with a node.
+  /// Whether other values may be the same object; where it says no, nobody need remember the
+  /// identity.
+  bool mayBeShared() const;
+  /// Gives a scalar (number, date, null) an identity that its copies keep; `number` is unique to
+  /// the object within one archive and not 0. Ignored for kinds with a node. A null with an
+  /// identity is the null object even where nil could stand.
   void setScalarIdentity(std::uint32_t number);
 
-  /// Equal contents: order of keys, mutability, letters and identity do not count (1 equals 1.0); cost is
-  /// bounded by the smaller value's own nodes only when nothing is shared, so not for bytes from outside.
+  /// Equal contents: order of keys, mutability, letters and identity do not count (1 equals 1.0).
+  /// Nodes that are shared within both values are compared once.
   bool operator==(const ZAN_Value& other) const;
 
-  /// Bytes that this value alone holds on to, nodes shared within it counted once; for budgets and figures.
+  /// Bytes that this value alone holds on to, nodes shared within it counted once; for budgets and
+  /// figures.
   std::size_t footprint() const;
 
  private:
+  friend class ZAN_TextPool;
+
   static constexpr std::uint8_t kMutable = 1;
-  struct StringNode;
-  struct DataNode;
+  static constexpr std::uint8_t kPooled = 2;
+  struct BytesNode;
   struct ArrayNode;
   struct DictionaryNode;
   struct IndexSetNode;
   struct OpaqueNode;
   struct Node;
 
-  bool containsNull(std::string_view key) const;
+  class Comparison;
+  bool isPooled() const { return (mFlags & kPooled) != 0; }
   bool hasNode() const { return mKind >= Kind::string && mKind != Kind::date; }
   void retain() const;
   void release();
@@ -176,8 +200,9 @@ class ZAN_Value {
   IndexSetNode* mutableIndexSet();
 
   Kind mKind = Kind::null;
-  char mLetter = 0;
   std::uint8_t mFlags = 0;
+  std::uint16_t mOrdinal =
+      0;                   ///< of a number: its letter; of a pooled text: which object, 0 unshared
   std::uint32_t mTag = 0;  ///< of a text: its hash; of a scalar: its identity
   union {
     std::int64_t mInteger = 0;

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_ArchiveTypes.h"
+#include "ZANCocoaFramework/ZAN_Result.h"
+
+namespace corvana {
+
+/// The lower half of reading a sequential archive: bytes, numbers and the table of shared strings.
+///
+/// Every function that gives a bool gives false after damage, and `error` then says what and where;
+/// nothing may be read after that.
+class ZAN_ArchiveStream {
+ public:
+  /// A string of the table with what it means as a type string.
+  struct Shared {
+    std::string_view bytes;
+    char letter = 0;          ///< of a single type; kBytes for "[Nc]"; 0 for anything else
+    std::uint32_t count = 0;  ///< N of "[Nc]"
+    std::int32_t types = -1;  ///< parsed form, once it was asked for
+  };
+  static constexpr char kBytes = 'D';
+  static constexpr std::int32_t kNoString = -1;
+
+  explicit ZAN_ArchiveStream(std::span<const std::byte> data);
+
+  bool readHeader();
+
+  std::size_t position() const { return static_cast<std::size_t>(mNext - mBegin); }
+  std::size_t remaining() const { return static_cast<std::size_t>(mEnd - mNext); }
+
+  bool readByte(std::uint8_t& byte) {
+    if (mNext == mEnd) return fail("the data is cut short");
+    byte = *mNext++;
+    return true;
+  }
+  /// Takes `byte` if it is the next one.
+  bool takeIf(std::uint8_t byte) {
+    if (mNext == mEnd || *mNext != byte) return false;
+    ++mNext;
+    return true;
+  }
+  bool readBytes(std::size_t count, std::string_view& bytes) {
+    if (count > remaining()) return fail("the data is cut short");
+    bytes = {reinterpret_cast<const char*>(mNext), count};
+    mNext += count;
+    return true;
+  }
+
+  /// An integer of at most `width` bytes (2, 4 or 8) whose head was read already.
+  bool readInteger(std::uint8_t head, int width, std::int64_t& value) {
+    const auto small = static_cast<std::int8_t>(head);
+    if (small >= archive::kFirstReference) {
+      value = small;
+      return true;
+    }
+    return readWideInteger(head, width, value);
+  }
+  bool readInteger(int width, std::int64_t& value) {
+    std::uint8_t head = 0;
+    return readByte(head) && readInteger(head, width, value);
+  }
+  bool readReal(char letter, double& value);
+  /// A length or a count.
+  bool readLength(std::uint8_t head, std::size_t& length);
+  bool readLength(std::size_t& length) {
+    std::uint8_t head = 0;
+    return readByte(head) && readLength(head, length);
+  }
+  /// The number of an entry in a table of `size` entries, from its head.
+  bool readReference(std::uint8_t head, std::size_t size, std::size_t& index);
+
+  /// Index in the table of shared strings, kNoString for nil.
+  bool readShared(std::int32_t& index);
+  const Shared& shared(std::int32_t index) const {
+    return mShared[static_cast<std::size_t>(index)];
+  }
+  /// The parsed form of a type string; fails when it is none that can be read.
+  bool parsedTypes(std::int32_t index, const std::vector<archive::Type>*& types);
+
+  bool fail(const char* reason, ErrorKind kind = ErrorKind::damaged);
+  Error error() const;
+
+ private:
+  template <class T>
+  bool readFixed(T& value);
+  bool readWideInteger(std::uint8_t head, int width, std::int64_t& value);
+
+  const std::uint8_t* mBegin;
+  const std::uint8_t* mNext;
+  const std::uint8_t* mEnd;
+  bool mBigEndian = false;
+  std::vector<Shared> mShared;
+  std::deque<std::vector<archive::Type>> mTypes;  ///< handed out by address
+  const char* mReason = "";
+  ErrorKind mErrorKind = ErrorKind::damaged;
+};
+
+}  // namespace corvana

@@ -1,0 +1,62 @@
+#include "ZANCocoaFramework/ZAN_Utf8.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace corvana {
+
+namespace {
+
+/// How many bytes the well-formed character at the start takes, 0 when there is none.
+std::size_t characterLength(std::string_view text) {
+  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const auto follows = [&](std::size_t i, unsigned least, unsigned most) {
+    return i < text.size() && byte(i) >= least && byte(i) <= most;
+  };
+  const unsigned first = byte(0);
+  if (first < 0x80) return 1;
+  if (first < 0xc2 || first > 0xf4) return 0;
+  if (first < 0xe0) return follows(1, 0x80, 0xbf) ? 2 : 0;
+  // The second byte keeps out overlong forms, surrogates and what lies above the last code point.
+  const unsigned least = first == 0xe0 ? 0xa0 : first == 0xf0 ? 0x90 : 0x80;
+  const unsigned most = first == 0xed ? 0x9f : first == 0xf4 ? 0x8f : 0xbf;
+  if (!follows(1, least, most) || !follows(2, 0x80, 0xbf)) return 0;
+  if (first < 0xf0) return 3;
+  return follows(3, 0x80, 0xbf) ? 4 : 0;
+}
+
+/// How many bytes at the start are well-formed characters.
+std::size_t wellFormedLength(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size()) {
+    std::uint64_t word = 0;
+    if (text.size() - i >= sizeof word) {
+      std::memcpy(&word, text.data() + i, sizeof word);
+      if ((word & 0x8080808080808080U) == 0) {
+        i += sizeof word;
+        continue;
+      }
+    }
+    const std::size_t length = characterLength(text.substr(i));
+    if (length == 0) return i;
+    i += length;
+  }
+  return i;
+}
+
+}  // namespace
+
+bool isUtf8(std::string_view text) { return wellFormedLength(text) == text.size(); }
+
+std::string withReplacedBytes(std::string_view text) {
+  std::string out;
+  while (!text.empty()) {
+    const std::size_t good = wellFormedLength(text);
+    out.append(text.substr(0, good));
+    if (good < text.size()) out += "\xef\xbf\xbd";
+    text.remove_prefix(good < text.size() ? good + 1 : good);
+  }
+  return out;
+}
+
+}  // namespace corvana
