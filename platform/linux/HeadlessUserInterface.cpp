@@ -1,0 +1,51 @@
+#include "platform/linux/HeadlessUserInterface.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace corvana {
+
+HeadlessUserInterface::HeadlessUserInterface(RunLoop& runLoop,
+                                             std::function<void(const std::string&)> log)
+    : mRunLoop(runLoop), mLog(std::move(log)) {}
+
+void HeadlessUserInterface::tell(const std::string& what, const std::string& title,
+                                 const std::string& text) {
+  std::string line = what + ": " + title;
+  if (!text.empty() && !title.empty()) line += " - ";
+  line += text;
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  mLog(line);
+}
+
+void HeadlessUserInterface::openMessageWindow(const MessageWindow& message) {
+  tell("Message", message.title, message.text);
+}
+
+void HeadlessUserInterface::openAnnounceWindow(const std::string& title) {
+  tell("Announced", title, {});
+}
+
+void HeadlessUserInterface::deliverNotification(const std::string& title, const std::string& text,
+                                                const std::string& /*button*/) {
+  tell("Notification", title, text);
+}
+
+void HeadlessUserInterface::setStatusTitle(const std::string& text) {
+  if (text == mStatusTitle) return;
+  mStatusTitle = text;
+  if (!text.empty()) tell("Status", text, {});
+}
+
+void HeadlessUserInterface::ask(Window /*window*/, const std::string& title,
+                                const std::string& text, std::function<void(bool)> answer) {
+  tell("Question, answered with no", title, text);
+  mRunLoop.performOnMain([answer = std::move(answer)] { answer(false); });
+}
+
+void HeadlessUserInterface::alert(const std::string& title, const std::string& text,
+                                  const std::string& /*button*/) {
+  tell("Alert", title, text);
+}
+
+}  // namespace corvana

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <functional>
+#include <set>
+#include <string>
+
+#include "platform/RunLoop.h"
+#include "platform/UserInterface.h"
+
+namespace corvana {
+
+/// A user interface without a screen: what there is to be told goes line by line to a log, what is
+/// only for the eye is dropped, and a question is answered as a careful user would who is not
+/// there: not confirmed.
+class HeadlessUserInterface final : public UserInterface {
+ public:
+  /// `log` takes one line without its end.
+  HeadlessUserInterface(RunLoop& runLoop, std::function<void(const std::string&)> log);
+
+  void openMessageWindow(const MessageWindow& message) override;
+  void closeMessageWindow() override {}
+  void paintNow() override {}
+  void openAnnounceWindow(const std::string& title) override;
+  void closeAnnounceWindow() override {}
+  void setAnnounceProgress(double /*value*/, const std::string& /*text*/) override {}
+  void deliverNotification(const std::string& title, const std::string& text,
+                           const std::string& button) override;
+
+  void createStatusItem() override { mHasStatusItem = true; }
+  void removeStatusItem() override { mHasStatusItem = false; }
+  bool hasStatusItem() const override { return mHasStatusItem; }
+  void setStatusIcon(StatusIcon /*icon*/, int /*context*/) override {}
+  void setStatusCountDown(int /*minutes*/, int /*context*/) override {}
+  void setStatusTitle(const std::string& text) override;
+  void setStatusInformation(const std::string& /*text*/) override {}
+  void setToolTip(const std::string& /*text*/) override {}
+  void menusChanged() override {}
+  void setExecutionControlsEnabled(bool /*enabled*/) override {}
+  void rearrangeMessageWindows() override {}
+  void popUpFloatingMenu() override {}
+
+  /// No window can be seen, so none is visible: what waits for one to be closed does not wait here.
+  void showWindow(Window /*window*/) override {}
+  void hideWindow(Window /*window*/) override {}
+  bool isWindowVisible(Window /*window*/) const override { return false; }
+  void bringWindowsToFront() override {}
+  void listsChanged() override {}
+  void setFloatingIconOpacity(double /*percent*/) override {}
+  void setActionExecuted(std::int64_t /*sizeCopied*/, int /*progress*/,
+                         std::int64_t /*errors*/) override {}
+
+  void ask(Window window, const std::string& title, const std::string& text,
+           std::function<void(bool)> answer) override;
+  void alert(const std::string& title, const std::string& text, const std::string& button) override;
+
+ private:
+  void tell(const std::string& what, const std::string& title, const std::string& text);
+
+  RunLoop& mRunLoop;
+  std::function<void(const std::string&)> mLog;
+  std::string mStatusTitle;
+  bool mHasStatusItem = false;
+};
+
+}  // namespace corvana

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/Machine.h"
+#include "platform/linux/UserDefaults.h"
+
+namespace corvana {
+
+/// This machine, as the environment, the user database and the file system describe it.
+class LinuxMachine final : public Machine {
+ public:
+  /// Where the system says which zone it is in, and the program file that runs.
+  struct Places {
+    std::string localTime = "/etc/localtime";
+    std::string timeZone = "/etc/timezone";
+    std::string executable = "/proc/self/exe";
+  };
+
+  explicit LinuxMachine(const Places& places);
+  LinuxMachine() : LinuxMachine(Places{}) {}
+
+  std::string homeFolder() const override { return mHome; }
+  /// The user's folders as the desktop has named them, else "Desktop" and "Downloads" of the home.
+  std::string desktopFolder() const override;
+  std::string downloadsFolder() const override;
+  std::string configurationFolder() const override { return mConfiguration; }
+  std::string loginName() const override;
+  std::string networkName() const override;
+  /// TZ, else the target of the local-time link, else the name in the time-zone file, else "UTC".
+  std::string timeZoneName() const override;
+  std::string regionName() const override;
+  std::vector<std::string> languageNames() const override;
+  int systemVersion() const override { return 101500; }
+  std::string executablePath() const override { return mExecutable; }
+  /// The folder of the program when it lies in no bundle.
+  std::string bundlePath() const override;
+  bool isOwnedByRootAndSetUserId(const std::string& path) const override;
+  ZAN_Value userDefault(const std::string& key) const override { return mDefaults.value(key); }
+  void setUserDefault(const std::string& key, const ZAN_Value& value) override {
+    mDefaults.setValue(key, value);
+  }
+  Outcome shutDown() override;
+
+ private:
+  std::string userFolder(const std::string& key, const std::string& otherwise) const;
+
+  Places mPlaces;
+  std::string mHome;
+  std::string mConfiguration;
+  std::string mExecutable;
+  UserDefaults mDefaults;
+};
+
+}  // namespace corvana

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/Processes.h"
+
+namespace corvana {
+
+/// The processes of this user with the same HOME, read from /proc. What a process is stays known as
+/// long as it lives, so that a listing costs little more than reading one folder; because a process
+/// can become another program, the young ones and applications are looked at anew each time, the
+/// others in turn. Thread: main.
+class ProcessTable {
+ public:
+  /// `home` is compared with the HOME of the others; `folder` is where the system shows its
+  /// processes.
+  explicit ProcessTable(std::string home, std::string folder = "/proc");
+
+  std::vector<RunningProcess> list();
+  /// Whether it runs and belongs to this user.
+  bool isOwn(pid_t pid) const;
+  /// The children of a process, ended ones that nobody has waited for included. Reads every
+  /// process.
+  std::vector<pid_t> childrenOf(pid_t parent) const;
+
+ private:
+  struct Known {
+    std::uint64_t inode = 0;  ///< of its folder: another one may be another process
+    double firstSeen = 0;     ///< monotonic
+    std::uint64_t round = 0;  ///< of the latest listing that had it
+    std::uint64_t startTicks = 0;
+    bool counts = false;  ///< of this user, with the same home
+    RunningProcess process;
+  };
+  struct Origin {
+    pid_t parent = 0;
+    std::uint64_t startTicks = 0;  ///< 0: gone
+  };
+
+  void examine(pid_t pid, Known& known) const;
+  void look(pid_t pid, Known& known) const;
+  Origin originOf(pid_t pid) const;
+  std::string executableOf(pid_t pid) const;
+  bool hasSameHome(pid_t pid) const;
+  std::string pathOf(pid_t pid, const char* name) const;
+  template <class Body>
+  void eachProcess(Body body) const;
+
+  std::string mHome;
+  std::string mFolder;
+  double mBoot = 0;  ///< reference time of the system's start
+  std::unordered_map<pid_t, Known> mKnown;
+  std::uint64_t mRound = 0;
+};
+
+}  // namespace corvana

@@ -1,0 +1,250 @@
+#include "platform/qt/QtRunLoop.h"
+
+#include <pthread.h>
+
+#include <QCoreApplication>
+#include <QObject>
+#include <QSocketNotifier>
+#include <QTimerEvent>
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <deque>
+#include <list>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/SystemClock.h"
+
+namespace corvana {
+
+namespace {
+
+/// Far below the range of Qt's milliseconds; what is further off is looked at again then.
+constexpr double kLongestWait = 86400;
+/// Longer ones may be gathered with other wake-ups of the process.
+constexpr double kExactBelow = 0.2;
+
+QSocketNotifier::Type typeOf(DescriptorWatch::Event event) {
+  switch (event) {
+    case DescriptorWatch::Event::readable:
+      return QSocketNotifier::Read;
+    case DescriptorWatch::Event::writable:
+      return QSocketNotifier::Write;
+    case DescriptorWatch::Event::exceptional:
+      return QSocketNotifier::Exception;
+  }
+  return QSocketNotifier::Read;
+}
+
+struct DetachedThread {
+  std::thread thread;
+  std::atomic<bool> ended = false;
+};
+
+}  // namespace
+
+class QtRunLoop::Private final : public QObject {
+ public:
+  using Body = std::function<void()>;
+
+  void timerEvent(QTimerEvent* event) override {
+    if (event->timerId() == mDelayTimer) {
+      performDelayed();
+      return;
+    }
+    const auto found = mRepeating.find(event->timerId());
+    if (found == mRepeating.end() || mQuit) return;
+    // The body may cancel its own timer.
+    const std::shared_ptr<Body> body = found->second;
+    (*body)();
+  }
+
+  void armDelayed() {
+    if (mDelayTimer != 0) killTimer(std::exchange(mDelayTimer, 0));
+    if (mDelayed.empty()) return;
+    const double wait =
+        std::clamp(mDelayed.begin()->first.first - mClock.monotonic(), 0.0, kLongestWait);
+    const auto type = wait < kExactBelow ? Qt::PreciseTimer : Qt::CoarseTimer;
+    mDelayTimer = startTimer(static_cast<int>(std::ceil(wait * 1000)), type);
+    mArmedFor = mDelayed.begin()->first.first;
+  }
+
+  void performDelayed() {
+    // Those added by the bodies wait for the next pass, so that a chain of them blocks nothing.
+    const TimerId last = mLastTimer;
+    const double now = mClock.monotonic();
+    for (auto next = mDelayed.begin(); !mQuit && next != mDelayed.end();) {
+      if (next->first.first > now) break;
+      if (next->first.second > last) {
+        ++next;
+        continue;
+      }
+      const Body body = std::move(next->second);
+      mDates.erase(next->first.second);
+      mDelayed.erase(next);
+      body();
+      next = mDelayed.begin();
+    }
+    armDelayed();
+  }
+
+  void performPosted() {
+    std::deque<Body> bodies;
+    {
+      const std::lock_guard lock(mPostedMutex);
+      bodies.swap(mPosted);
+      mWakeIsPosted = false;
+    }
+    while (!bodies.empty() && !mQuit) {
+      const Body body = std::move(bodies.front());
+      bodies.pop_front();
+      body();
+    }
+  }
+
+  void reapThreads(bool all) {
+    std::list<DetachedThread> ended;
+    {
+      const std::lock_guard lock(mThreadsMutex);
+      for (auto one = mThreads.begin(); one != mThreads.end();) {
+        const auto next = std::next(one);
+        if (all || one->ended) ended.splice(ended.end(), mThreads, one);
+        one = next;
+      }
+    }
+    for (DetachedThread& one : ended) one.thread.join();
+  }
+
+  SystemClock mClock;
+  // One timer of Qt serves the earliest delayed perform, so that equal dates keep their order.
+  TimerId mLastTimer = 0;
+  std::map<std::pair<double, TimerId>, Body> mDelayed;
+  std::unordered_map<TimerId, double> mDates;
+  int mDelayTimer = 0;
+  double mArmedFor = 0;
+  std::unordered_map<int, std::shared_ptr<Body>> mRepeating;  ///< by Qt's number
+  std::unordered_map<TimerId, int> mRepeatingNumbers;
+
+  std::mutex mPostedMutex;
+  std::deque<Body> mPosted;
+  bool mWakeIsPosted = false;
+
+  std::mutex mThreadsMutex;
+  std::list<DetachedThread> mThreads;
+
+  WatchId mLastWatch = 0;
+  std::unordered_map<WatchId, std::unique_ptr<QSocketNotifier>> mWatches;
+  std::vector<std::unique_ptr<QSocketNotifier>> mRetired;
+
+  std::optional<int> mQuit;
+};
+
+QtRunLoop::QtRunLoop() : mPrivate(std::make_unique<Private>()) {}
+
+QtRunLoop::~QtRunLoop() {
+  // A thread may start another before it ends.
+  for (;;) {
+    mPrivate->reapThreads(true);
+    const std::lock_guard lock(mPrivate->mThreadsMutex);
+    if (mPrivate->mThreads.empty()) break;
+  }
+}
+
+RunLoop::TimerId QtRunLoop::performAfter(double delay, std::function<void()> body) {
+  Private& my = *mPrivate;
+  const TimerId id = ++my.mLastTimer;
+  const double date = my.mClock.monotonic() + std::max(delay, 0.0);
+  my.mDelayed.emplace(std::pair(date, id), std::move(body));
+  my.mDates.emplace(id, date);
+  if (my.mDelayTimer == 0 || date < my.mArmedFor) my.armDelayed();
+  return id;
+}
+
+RunLoop::TimerId QtRunLoop::repeat(double interval, std::function<void()> body) {
+  Private& my = *mPrivate;
+  const TimerId id = ++my.mLastTimer;
+  const double milliseconds = std::clamp(interval * 1000, 1.0, kLongestWait * 1000);
+  const int number = my.startTimer(static_cast<int>(std::lround(milliseconds)), Qt::CoarseTimer);
+  my.mRepeating.emplace(number, std::make_shared<Private::Body>(std::move(body)));
+  my.mRepeatingNumbers.emplace(id, number);
+  return id;
+}
+
+void QtRunLoop::cancel(TimerId timer) {
+  Private& my = *mPrivate;
+  if (const auto date = my.mDates.find(timer); date != my.mDates.end()) {
+    my.mDelayed.erase({date->second, timer});
+    my.mDates.erase(date);
+    // A wake-up for nothing is cheaper than arming anew each time.
+    return;
+  }
+  const auto number = my.mRepeatingNumbers.find(timer);
+  if (number == my.mRepeatingNumbers.end()) return;
+  my.killTimer(number->second);
+  my.mRepeating.erase(number->second);
+  my.mRepeatingNumbers.erase(number);
+}
+
+void QtRunLoop::performOnMain(std::function<void()> body) {
+  Private& my = *mPrivate;
+  const std::lock_guard lock(my.mPostedMutex);
+  my.mPosted.push_back(std::move(body));
+  if (std::exchange(my.mWakeIsPosted, true)) return;
+  QMetaObject::invokeMethod(
+      mPrivate.get(), [&my] { my.performPosted(); }, Qt::QueuedConnection);
+}
+
+void QtRunLoop::detachThread(const std::string& name, std::function<void()> body) {
+  Private& my = *mPrivate;
+  my.reapThreads(false);
+  const std::lock_guard lock(my.mThreadsMutex);
+  DetachedThread& made = my.mThreads.emplace_back();
+  made.thread = std::thread([&made, body = std::move(body)] {
+    body();
+    made.ended = true;
+  });
+  // The system takes 15 bytes.
+  pthread_setname_np(made.thread.native_handle(), name.substr(0, 15).c_str());
+}
+
+int QtRunLoop::run() {
+  if (!mPrivate->mQuit) QCoreApplication::exec();
+  return std::exchange(mPrivate->mQuit, std::nullopt).value_or(0);
+}
+
+void QtRunLoop::quit(int code) {
+  mPrivate->mQuit = code;
+  QCoreApplication::exit(code);
+}
+
+DescriptorWatch::WatchId QtRunLoop::watch(int descriptor, Event event, std::function<void()> body) {
+  Private& my = *mPrivate;
+  const WatchId id = ++my.mLastWatch;
+  auto notifier = std::make_unique<QSocketNotifier>(descriptor, typeOf(event));
+  const auto shared = std::make_shared<std::function<void()>>(std::move(body));
+  QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [shared, &my] {
+    const auto kept = shared;
+    if (!my.mQuit) (*kept)();
+  });
+  my.mWatches.emplace(id, std::move(notifier));
+  return id;
+}
+
+void QtRunLoop::unwatch(WatchId watch) {
+  Private& my = *mPrivate;
+  const auto found = my.mWatches.find(watch);
+  if (found == my.mWatches.end()) return;
+  found->second->setEnabled(false);
+  // It may be the one that is calling back right now.
+  my.mRetired.push_back(std::move(found->second));
+  my.mWatches.erase(found);
+  performOnMain([&my] { my.mRetired.clear(); });
+}
+
+}  // namespace corvana

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/RunLoop.h"
+#include "platform/linux/DescriptorWatch.h"
+
+namespace corvana {
+
+/// The main loop on Qt's event loop. One application object of Qt must live around it. Delays are
+/// measured with the clock that stands still while the machine sleeps.
+class QtRunLoop final : public RunLoop, public DescriptorWatch {
+ public:
+  QtRunLoop();
+  QtRunLoop(const QtRunLoop&) = delete;
+  QtRunLoop& operator=(const QtRunLoop&) = delete;
+  /// Waits for the detached threads; what still waits to be performed is dropped.
+  ~QtRunLoop() override;
+
+  TimerId performAfter(double delay, std::function<void()> body) override;
+  TimerId repeat(double interval, std::function<void()> body) override;
+  void cancel(TimerId timer) override;
+  void performOnMain(std::function<void()> body) override;
+  void detachThread(const std::string& name, std::function<void()> body) override;
+  /// Returns at once when `quit` was called before.
+  int run() override;
+  void quit(int code) override;
+
+  WatchId watch(int descriptor, Event event, std::function<void()> body) override;
+  void unwatch(WatchId watch) override;
+
+ private:
+  class Private;
+  std::unique_ptr<Private> mPrivate;
+};
+
+}  // namespace corvana

@@ -1,0 +1,144 @@
+#include "platform/qt/QtRunLoop.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/real/RealLoop.h"
+
+namespace corvana {
+namespace {
+
+using testing::ElementsAre;
+
+struct QtRunLoopTest : testing::Test {
+  RealLoop real;
+  QtRunLoop& loop = real.loop;
+  std::vector<std::string> seen;
+
+  std::function<void()> note(const std::string& text) {
+    return [this, text] { seen.push_back(text); };
+  }
+};
+
+TEST_F(QtRunLoopTest, PerformsByDateThenByOrderOfAskingAndNeverEarly) {
+  const double start = real.clock.monotonic();
+  double fired = 0;
+  loop.performAfter(0.06, [&] {
+    fired = real.clock.monotonic() - start;
+    seen.push_back("late");
+  });
+  loop.performAfter(0.03, note("first"));
+  loop.cancel(loop.performAfter(0.03, note("cancelled")));
+  loop.performAfter(0.03, note("second"));
+  loop.performAfter(-5, note("overdue"));
+  EXPECT_TRUE(real.runUntil([&] { return fired > 0; }));
+  EXPECT_THAT(seen, ElementsAre("overdue", "first", "second", "late"));
+  EXPECT_GE(fired, 0.06);
+}
+
+TEST_F(QtRunLoopTest, ADelayBeyondTheRangeOfMillisecondsDoesNotFireNow) {
+  loop.performAfter(40.0 * 86400, note("in 40 days"));
+  loop.performAfter(1e12, note("never"));
+  loop.performAfter(0.05, note("soon"));
+  EXPECT_TRUE(real.runUntil([&] { return !seen.empty(); }));
+  EXPECT_THAT(seen, ElementsAre("soon"));
+}
+
+TEST_F(QtRunLoopTest, MissedOccasionsOfARepeatingTimerAreNotMadeUp) {
+  std::vector<double> dates;
+  const double start = real.clock.monotonic();
+  loop.repeat(0.05, [&] {
+    dates.push_back(real.clock.monotonic() - start);
+    if (dates.size() == 2) real.clock.sleep(0.6);
+  });
+  EXPECT_TRUE(real.runUntil([&] { return dates.size() == 10; }));
+  // Twelve occasions were missed: at most one comes late, then the rhythm goes on.
+  EXPECT_GE(dates.at(9) - dates.at(3), 6 * 0.05 * 0.8);
+}
+
+TEST_F(QtRunLoopTest, RepeatingTimersKeepTheirRhythmAndMayCancelThemselves) {
+  int fast = 0;
+  int few = 0;
+  RunLoop::TimerId self = 0;
+  loop.repeat(0.02, [&] { ++fast; });
+  self = loop.repeat(0.01, [&] {
+    if (++few == 3) loop.cancel(self);
+  });
+  const double start = real.clock.monotonic();
+  EXPECT_TRUE(real.runUntil([&] { return fast == 30; }));
+  EXPECT_GE(real.clock.monotonic() - start, 30 * 0.02 * 0.9);
+  EXPECT_EQ(few, 3);
+}
+
+TEST_F(QtRunLoopTest, ThreadsHandBackInOrderAndAreJoined) {
+  std::atomic<int> running = 0;
+  const auto main = std::this_thread::get_id();
+  bool onMain = true;
+  for (int i = 0; i < 8; ++i) {
+    loop.detachThread("worker with a long name", [&, i] {
+      ++running;
+      for (int k = 0; k < 100; ++k) {
+        loop.performOnMain([&, i, k] {
+          onMain = onMain && std::this_thread::get_id() == main;
+          if (i == 0) seen.push_back(std::to_string(k));
+        });
+      }
+      --running;
+    });
+  }
+  EXPECT_TRUE(real.runUntil([&] { return seen.size() == 100; }));
+  EXPECT_TRUE(onMain);
+  for (int k = 0; k < 100; ++k) EXPECT_EQ(seen.at(static_cast<std::size_t>(k)), std::to_string(k));
+
+  std::atomic<bool> ended = false;
+  {
+    QtRunLoop other;
+    other.detachThread("slow", [&] {
+      real.clock.sleep(0.1);
+      ended = true;
+    });
+  }
+  EXPECT_TRUE(ended);
+}
+
+TEST_F(QtRunLoopTest, QuittingEndsTheRunBeforeAnythingElse) {
+  loop.performOnMain([&] {
+    loop.quit(9);
+    seen.push_back("quits");
+  });
+  loop.performOnMain(note("too late"));
+  loop.performAfter(0, note("too late"));
+  EXPECT_EQ(loop.run(), 9);
+  EXPECT_THAT(seen, ElementsAre("quits"));
+
+  loop.quit(4);
+  EXPECT_EQ(loop.run(), 4) << "quitting before the run counts";
+}
+
+TEST_F(QtRunLoopTest, DescriptorsCallBackUntilNobodyWatches) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK), 0);
+  DescriptorWatch::WatchId id = 0;
+  id = loop.watch(ends[0], DescriptorWatch::Event::readable, [&] {
+    char letter = 0;
+    if (read(ends[0], &letter, 1) == 1) seen.emplace_back(1, letter);
+    if (letter == 'b') loop.unwatch(id);
+  });
+  ASSERT_EQ(write(ends[1], "abc", 3), 3);
+  bool later = false;
+  loop.performAfter(0.1, [&] { later = true; });
+  EXPECT_TRUE(real.runUntil([&] { return later; }));
+  EXPECT_THAT(seen, ElementsAre("a", "b"));
+  close(ends[0]);
+  close(ends[1]);
+}
+
+}  // namespace
+}  // namespace corvana
