@@ -48,8 +48,10 @@ struct LinuxProcessesTest : testing::Test {
 };
 
 TEST_F(LinuxProcessesTest, AChildHandsBackItsOutputAndItsExitCode) {
-  auto child = shell("echo out; echo err >&2; exit 3");
+  auto child = shell("read line; echo $line; echo err >&2; exit 3", true);
+  EXPECT_TRUE(child->isRunning());
   EXPECT_EQ(child->terminationStatus(), 0);
+  child->write("out\n");
   ASSERT_TRUE(waitFor(*child));
   EXPECT_EQ(output, "out\nerr\n");
   EXPECT_EQ(child->terminationStatus(), 3);
