@@ -1,5 +1,6 @@
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 
+#include <QUtf8StringView>
 #include <algorithm>
 #include <fstream>
 #include <optional>
@@ -83,6 +84,12 @@ bool isWordCharacter(char c) {
          c == '-' || c == '.';
 }
 
+/// What may be shown and sent: UTF-8 without NUL.
+bool isText(const std::string& bytes) {
+  return bytes.find('\0') == std::string::npos &&
+         QUtf8StringView(bytes.data(), static_cast<qsizetype>(bytes.size())).isValidUtf8();
+}
+
 class Parser {
  public:
   Parser(std::string_view text, ZAN_StringTable::Entries& entries,
@@ -114,6 +121,7 @@ class Parser {
     if (!value) return mReason;
     skipBlanks();
     if (!take(';')) return "\";\" expected after the value";
+    if (!isText(*key) || !isText(*value)) return "not a UTF-8 text";
     mEntries.insert_or_assign(*key, std::move(*value));
     return nullptr;
   }

@@ -64,13 +64,15 @@ TEST(StringTable, DamageCostsItsOwnLine) {
       "\"D\" = \"4\";\n"
       "/* open\n"
       "\"E\" = \"5\";\n"
+      "\"Latin\" = \"caf\xe9\";\n"
+      "\"Nul\" = \"a\\u0000\";\n"
       "\"Last\" = \"",
       damages);
   const ZAN_StringTable::Entries expected{{"A", "1"}, {"B", "2"}, {"D", "4"}, {"E", "5"}};
   EXPECT_EQ(entries, expected);
   std::vector<int> lines;
   for (const auto& damage : damages) lines.push_back(damage.line);
-  EXPECT_EQ(lines, (std::vector<int>{2, 4, 5, 6, 8, 10}));
+  EXPECT_EQ(lines, (std::vector<int>{2, 4, 5, 6, 8, 10, 11, 12}));
 }
 
 TEST(StringTable, EnglishStandsBehindTheWantedLanguages) {
