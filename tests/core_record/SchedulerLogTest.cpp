@@ -1,0 +1,69 @@
+#include "tests/core_record/RecordFixture.h"
+
+namespace corvana {
+namespace {
+
+using SchedulerLogTest = RecordTest;
+
+TEST_F(SchedulerLogTest, AnEventIsDatedKeptAndTold) {
+  RecordedAgent agent(p);
+  const ZAN_Value entry = ZAN_Value::dictionary({{"C", 1}, {"N", "Photos"}, {"R", 12}});
+  agent.schedulerLog.addSchedulerLog(entry);
+  EXPECT_EQ(p.notifications.count(kMainAppliNotification, "LogChanged"), 0U) << "nobody is there";
+
+  p.processes.startApplication(
+      agent.store.installPaths().installPathForCode(InstallPaths::mainAppBundle));
+  agent.schedulerLog.addSchedulerLog(entry);
+  EXPECT_EQ(p.notifications.count(kMainAppliNotification, "LogChanged"), 1U);
+
+  EXPECT_EQ(agent.log.readLogList().size(), 2U);
+  EXPECT_EQ(agent.lastLogEntry()["M"].asDate(), agent.now());
+  EXPECT_EQ(agent.lastLogEntry().string("N"), "Photos");
+  EXPECT_FALSE(entry.contains("M"));
+  agent.schedulerLog.addSchedulerLog(ZAN_Value("no entry"));
+  EXPECT_EQ(agent.log.readLogList().size(), 2U);
+}
+
+TEST_F(SchedulerLogTest, FailuresShowUntilTheyWereSeen) {
+  RecordedAgent agent(p);
+  int changes = 0;
+  agent.schedulerLog.onErrorStateChanged = [&changes] { ++changes; };
+  for (const int code : {1, 2, 3, 12, 13, 20, 21}) agent.schedulerLog.addSchedulerLog(code);
+  EXPECT_EQ(agent.state.mErrorInExecution, 0);
+  for (const int code : {4, 5, 6, 11, 14, 15, 17}) {
+    agent.schedulerLog.addSchedulerLog(code);
+    EXPECT_EQ(agent.state.mErrorInExecution, code);
+  }
+  EXPECT_EQ(changes, 7);
+  EXPECT_EQ(RecordedAgent(p).preferences.prefForKey("SchedulerPrefErrorInExecution").integerValue(),
+            17)
+      << "the next run knows";
+  agent.schedulerLog.addSchedulerLog(2);
+  EXPECT_EQ(agent.state.mErrorInExecution, 17) << "a success does not hide an earlier failure";
+  agent.schedulerLog.clearErrorState();
+  EXPECT_EQ(agent.state.mErrorInExecution, 0);
+  EXPECT_EQ(changes, 8);
+}
+
+TEST_F(SchedulerLogTest, ErrorsAndCrashesAreCountedForTheirAction) {
+  RecordedAgent agent(p);
+  for (const int code : {5, 14, 6, 11, 2}) {
+    agent.schedulerLog.addSchedulerLog(ZAN_Value::dictionary({{"C", code}, {"R", 12}}));
+  }
+  EXPECT_EQ(agent.counters.counter(ExecutionCounters::kErrors, 12), 2);
+  EXPECT_EQ(agent.counters.counter(ExecutionCounters::kCrashes, 12), 1);
+  EXPECT_EQ(agent.counters.counter(ExecutionCounters::kErrors, 13), 0);
+}
+
+TEST_F(SchedulerLogTest, AMissingVolumeIsSaidToTheUser) {
+  RecordedAgent agent(p);
+  agent.schedulerLog.addSchedulerLog(17, "Photos");
+  ASSERT_TRUE(p.userInterface.message);
+  EXPECT_EQ(p.userInterface.message->title, "Photos has no volume");
+  EXPECT_EQ(agent.lastLogEntry().integer("C"), 13);
+  EXPECT_EQ(agent.log.readLogList().size(), 2U);
+  EXPECT_EQ(agent.state.mErrorInExecution, 17);
+}
+
+}  // namespace
+}  // namespace corvana
