@@ -1,0 +1,169 @@
+#include <gtest/gtest.h>
+
+#include "StoreHome.h"
+#include "ZANCocoaFramework/ZAN_Unarchiver.h"
+
+namespace corvana {
+namespace {
+
+class Texts : public testing::Test, protected StoreHome {
+ protected:
+  static std::string lines(int count) {
+    std::string text;
+    for (int i = 1; i <= count; ++i) text += "line " + std::to_string(i) + "\n";
+    return text;
+  }
+};
+
+TEST_F(Texts, TheShortLogIsCutAtItsBound) {
+  const std::string start(75000, 'a');
+  const std::string end(25000, 'b');
+  put(DataFolder::kShortLog, start + end);
+  store.texts().addToLogFile("n\u00e4chste");
+  const std::string added = "2024-01-02 12:00:00\nCorvana 9 Scheduler\nn?chste\n";
+  EXPECT_EQ(text(path(DataFolder::kShortLog)), start + end + added);
+
+  put(DataFolder::kShortLog, start + end + "c");
+  store.texts().addToLogFile("n\u00e4chste");
+  EXPECT_EQ(text(path(DataFolder::kShortLog)), end + "c" + added);
+}
+
+TEST_F(Texts, TheNewestExecutionComesFirst) {
+  const std::string root = machine.folder.makeFolder("Backup");
+  const std::string file = root + "/_Corvana 9 (Last Executions).txt";
+  machine.folder.write("Backup/_Corvana 9 (Last Executions).txt", lines(27));
+  store.texts().addLastExecution("Photos", root);
+  const std::string first = text(file).substr(0, text(file).find('\n') + 1);
+  EXPECT_TRUE(first.ends_with(" Photos\n"));
+  EXPECT_EQ(text(file), first + lines(27));
+  store.texts().addLastExecution("Photos", root);
+  EXPECT_EQ(text(file), first + first + lines(24));
+  store.texts().addLastExecution("Photos", machine.folder.at("absent"));
+  EXPECT_FALSE(ZAN_FilesUtils::exists(machine.folder.at("absent")));
+}
+
+TEST_F(Texts, TheCurrentPathIsWrittenOnceASecond) {
+  TextFiles& texts = store.texts();
+  EXPECT_FALSE(texts.readCurrentPath());
+  texts.saveCurrentPath("/one");
+  machine.clock.sleep(0.9);
+  texts.saveCurrentPath("/two");
+  EXPECT_EQ(texts.readCurrentPath(), "/one");
+  machine.clock.sleep(0.2);
+  texts.saveCurrentPath("/three");
+  EXPECT_EQ(texts.readCurrentPath(), "/three");
+  machine.clock.setNow(machine.clock.now() - 86400);
+  texts.saveCurrentPath("/after the clock was set back");
+  EXPECT_EQ(texts.readCurrentPath(), "/after the clock was set back");
+
+  texts.saveCurrentPathForFirstError("/first");
+  texts.saveCurrentPathForLastError("/last");
+  texts.saveCurrentPathForFirstError({});
+  EXPECT_EQ(texts.readCurrentPathForFirstError(), "/first");
+  EXPECT_FALSE(texts.readCurrentPathForLastError());
+  texts.clearCurrentPath();
+  EXPECT_FALSE(texts.readCurrentPath());
+}
+
+TEST_F(Texts, ReportsAreOfTheLocalDay) {
+  machine.machine.timeZone = "Pacific/Auckland";  // 01:00 of the next day
+  store.texts().addToReportFile("Started");
+  const std::string report = data() + "/Reports/20240103 Corvana Report.txt";
+  EXPECT_EQ(store.texts().reportFileNameForDate({}), report);
+  EXPECT_TRUE(text(report).ends_with(" (Corvana 9 Scheduler) - Started\n")) << text(report);
+  machine.machine.timeZone = "UTC";
+  EXPECT_EQ(store.texts().reportEmailFileNameForDate(machine.clock.now()),
+            data() + "/Reports/20240102 Corvana Email Report.txt");
+}
+
+TEST_F(Texts, TheCompleteLogBelongsToOneExecution) {
+  CompleteLog& log = store.completeLog();
+  ZAN_Value settings = ZAN_Value::dictionary({{"Title", "a/b"}});
+  log.initCreateCompleteLogForAction(settings, "Log of %@");
+  log.addToCompleteLogFile("not written", true);
+  EXPECT_FALSE(log.mustCreateCompleteLog());
+
+  settings.setValue("ProgrammedActionLinksCreateFullLog", 1);
+  for (int execution = 0; execution < 2; ++execution) {
+    log.initCreateCompleteLogForAction(settings, "Log of %@");
+    log.addToCompleteLogFile("copied", true);
+    log.addToCompleteLogFile("/x", false);
+  }
+  EXPECT_EQ(log.path(), data() + "/LogFiles/a:b-LogFile.txt");
+  const std::string written = text(log.path());
+  EXPECT_TRUE(written.starts_with("Log of ")) << written;
+  EXPECT_TRUE(written.ends_with("\n2024-01-02 12:00:00 +0000 - copied\n>/x\n")) << written;
+  EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), 3);
+}
+
+class Activity : public testing::Test, protected StoreHome {
+ protected:
+  ZAN_Value set(const std::string& key) {
+    const ZAN_Value record = other.activity().readActivity();
+    const auto minutes = ZAN_Unarchiver::unarchiveObjectWithData(record[key].bytes());
+    return minutes ? *minutes : ZAN_Value();
+  }
+  static RunningProcess execute(std::int64_t pid) {
+    RunningProcess process;
+    process.pid = pid;
+    process.bundlePath = "/Applications/Corvana 9.app/Contents/Resources/Corvana 9 Execute.app";
+    return process;
+  }
+};
+
+TEST_F(Activity, MinutesOlderThanTheKeptPeriodGo) {
+  ActivityRecord& activity = store.activity();
+  machine.clock.setNow(60);
+  activity.saveActivity(2, true, false, {}, {});
+  machine.clock.setNow(5184059);
+  activity.saveActivity({}, false, true, 5184600.0, {});
+  EXPECT_TRUE(set("SchedulerActivity").containsIndex(1)) << "too early to forget anything";
+  machine.clock.setNow(5184060);
+  activity.saveActivity({}, false, false, {}, {});
+  EXPECT_FALSE(set("SchedulerActivity").containsIndex(1));
+  EXPECT_FALSE(set("MainAppActivity").containsIndex(1));
+  EXPECT_TRUE(set("SchedulerActivity").containsIndex(86400));
+  EXPECT_TRUE(set("SchedulerActivity").containsIndex(86401));
+  EXPECT_TRUE(set("ExecuteActivity").containsIndex(86400));
+  EXPECT_TRUE(set("WakeUpActivity").containsIndex(86410));
+
+  EXPECT_EQ(other.activity().readActivity()["SchedulerStatus"].integer("60"), 2);
+  machine.clock.setNow(5184061);
+  activity.saveActivity(1, false, false, {}, {});
+  EXPECT_EQ(other.activity().readActivity()["SchedulerStatus"],
+            ZAN_Value::dictionary({{"5184061", 1}}));
+}
+
+TEST_F(Activity, ProcessesAreNotedWhenTheyChange) {
+  RunningProcess foreign;
+  foreign.pid = 7;
+  foreign.bundlePath = "/Applications/Other.app";
+  const std::vector<RunningProcess> two{execute(31), foreign, execute(5)};
+  for (int i = 0; i < 3; ++i) {
+    machine.clock.sleep(30);
+    store.activity().saveActivity({}, false, false, {}, {});
+  }
+  store.activity().saveActivity({}, false, true, {}, two);
+  store.activity().saveActivity({}, false, true, {}, two);
+  const ZAN_Value processes = other.activity().readActivity()["ProcessActivity"];
+  ASSERT_EQ(processes.size(), 2U);
+  EXPECT_EQ(processes.at(0).string("pid"), "");
+  EXPECT_EQ(processes.at(1).string("pid"), "5,31");
+}
+
+TEST_F(Activity, AnIdleAgentDoesNotWakeTheDisk) {
+  int synchronised = 0;
+  ActionStore quiet(machine.clock, machine.machine, machine.systemLog,
+                    [&](ZAN_FileWriter::Step step, const std::string&) {
+                      synchronised += step == ZAN_FileWriter::Step::synchronise ||
+                                      step == ZAN_FileWriter::Step::synchroniseFolder;
+                      return 0;
+                    });
+  quiet.activity().saveActivity({}, false, false, {}, {});
+  EXPECT_EQ(synchronised, 0);
+  ASSERT_TRUE(quiet.tree().saveActionsTree(ZAN_Value::array()));
+  EXPECT_EQ(synchronised, 2);
+}
+
+}  // namespace
+}  // namespace corvana
