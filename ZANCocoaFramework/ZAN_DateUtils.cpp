@@ -72,7 +72,7 @@ const std::string& ZAN_DateUtils::zoneName() const { return mCalendar->zoneName;
 const std::string& ZAN_DateUtils::regionName() const { return mCalendar->regionName; }
 bool ZAN_DateUtils::isKnownZone() const { return mCalendar->table.isKnown(); }
 
-std::string ZAN_DateUtils::systemZoneName(const std::string& localTime) {
+std::string ZAN_DateUtils::systemZoneName() {
   constexpr std::string_view folder = "zoneinfo/";
   const auto inFolder = [&](const std::string& path) {
     const auto at = path.rfind(folder);
@@ -84,7 +84,7 @@ std::string ZAN_DateUtils::systemZoneName(const std::string& localTime) {
     return name.empty() ? "UTC" : name;
   }
   std::error_code error;
-  const std::string target = std::filesystem::read_symlink(localTime, error).string();
+  const std::string target = std::filesystem::read_symlink("/etc/localtime", error).string();
   const std::string name = error ? std::string() : inFolder(target);
   return name.empty() ? "UTC" : name;
 }
@@ -160,7 +160,7 @@ std::optional<ReferenceTime> ZAN_DateUtils::dateForDay(std::int64_t day, std::in
 std::optional<std::int64_t> ZAN_DateUtils::dayNumberForDay(std::int64_t day, std::int64_t month,
                                                            std::int64_t year) const {
   constexpr std::int64_t kFarthestYear = 30000;
-  if (std::abs(year) > kFarthestYear || month < 1 || month > 12 || day < 1 ||
+  if (year < -kFarthestYear || year > kFarthestYear || month < 1 || month > 12 || day < 1 ||
       day > ZAN_CivilDay::daysInMonth(year, static_cast<int>(month))) {
     return std::nullopt;
   }
