@@ -1,0 +1,344 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "actions/ActionsTools.h"
+#include "tests/actions/ModelDates.h"
+
+namespace corvana {
+namespace {
+
+/// A calendar, a now and a record; times are written "2026-11-21 10:31" on the zone's clock.
+class Case {
+ public:
+  Case(std::string zone, std::string_view now, std::string_view region = "C")
+      : mCalendar(zone, region), mNow(at(now)) {}
+
+  ReferenceTime at(std::string_view text) const {
+    int part[6] = {};
+    int count = 0;
+    for (std::size_t i = 0; i < text.size() && count < 6; ++count) {
+      while (i < text.size() && text[i] >= '0' && text[i] <= '9')
+        part[count] = part[count] * 10 + (text[i++] - '0');
+      ++i;
+    }
+    ZAN_DateUtils::Components parts;
+    parts.year = part[0];
+    parts.month = part[1];
+    parts.day = part[2];
+    parts.hour = part[3];
+    parts.minute = part[4];
+    parts.second = part[5];
+    return mCalendar.dateForComponents(parts);
+  }
+  Case& set(std::string_view key, std::int64_t value) {
+    mSettings.setValue(key, value);
+    return *this;
+  }
+  Case& setDate(std::string_view key, std::string_view date) {
+    mSettings.setValue(key, ZAN_Value::date(at(date)));
+    return *this;
+  }
+  Case& last(std::string_view date) { return setDate("LastScheduleDate", date); }
+  Case& entry(std::initializer_list<std::pair<std::string_view, ZAN_Value>> keys,
+              std::string_view time) {
+    ZAN_Value entry = ZAN_Value::dictionary(keys);
+    if (!time.empty()) entry.setValue("TriggerScheduleTime", ZAN_Value::date(at(time)));
+    mList.append(entry);
+    return *this;
+  }
+
+  ActionsTools tools() const { return ActionsTools(mCalendar, mNow); }
+  const ZAN_DateUtils& calendar() const { return mCalendar; }
+  ZAN_Value settings() const {
+    ZAN_Value settings = mSettings;
+    settings.setValue("TriggerAutomatic", 1);
+    if (!mList.empty()) {
+      settings.setValue("TriggerScheduleList",
+                        ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(mList)));
+    }
+    return settings;
+  }
+  /// The next date on the clock, with " shutdown" behind it when so flagged; "none".
+  std::string next(bool firstAfterStartup = false) const {
+    bool shutDown = false;
+    const auto date =
+        tools().getNextScheduleDateForSettings(settings(), firstAfterStartup, &shutDown);
+    return (date ? mCalendar.format(*date, "%Y-%m-%d %H:%M:%S") : "none") +
+           (shutDown ? " shutdown" : "");
+  }
+
+ private:
+  ZAN_DateUtils mCalendar;
+  ReferenceTime mNow;
+  ZAN_Value mSettings = ZAN_Value::dictionary();
+  ZAN_Value mList = ZAN_Value::array();
+};
+
+Case paris(std::string_view now = "2026-11-21 10:40") { return Case("Europe/Paris", now); }
+Case daily(std::string_view time, std::string_view now = "2026-11-21 10:40") {
+  return paris(now).set("TriggerFrequencyPopup", 1).setDate("TriggerScheduleTime", time);
+}
+
+TEST(Dates, ADailyTimeKeepsItsDistanceFromTheLastRun) {
+  EXPECT_EQ(daily("2026-11-01 08:00").last("2026-11-21 07:57").next(), "2026-11-21 08:00:00");
+  EXPECT_EQ(daily("2026-11-01 08:00").last("2026-11-21 07:58").next(), "2026-11-21 08:00:00");
+  EXPECT_EQ(daily("2026-11-01 08:00").last("2026-11-21 07:58:01").next(), "2026-11-22 08:00:00");
+  EXPECT_EQ(daily("2026-11-01 08:00").last("2026-11-21 08:00").next(), "2026-11-22 08:00:00");
+  EXPECT_EQ(daily("2026-11-01 08:00").next(), "2026-11-21 08:00:00")
+      << "never ran: today, be it past";
+  EXPECT_EQ(daily("2026-11-01 08:00").last("2026-12-25 08:00").next(), "2026-11-22 08:00:00")
+      << "a last date more than a day ahead reads as now";
+  EXPECT_EQ(paris().set("TriggerFrequencyPopup", 1).next(), "none") << "without a time";
+  EXPECT_EQ(daily("2026-11-01 08:00").set("TriggerAutomatic", 0).next(), "2026-11-21 08:00:00");
+}
+
+TEST(Dates, ATimeOfDayIsTheOneOnTheClock) {
+  // Stored in summer, read in winter; then the nights on which the clocks change.
+  EXPECT_EQ(daily("2026-07-01 08:00").next(), "2026-11-21 08:00:00");
+  EXPECT_EQ(daily("2026-07-01 08:00", "2026-03-29 12:00").next(), "2026-03-29 08:00:00");
+  EXPECT_EQ(daily("2026-07-01 02:30", "2026-03-29 12:00").next(), "2026-03-29 03:30:00");
+  EXPECT_EQ(daily("2026-07-01 02:30", "2026-03-29 12:00").last("2026-03-29 03:30").next(),
+            "2026-03-30 02:30:00");
+  const Case autumn = daily("2026-07-01 02:30", "2026-10-25 12:00");
+  EXPECT_EQ(*autumn.tools().getNextScheduleDateForSettings(autumn.settings(), false),
+            autumn.at("2026-10-25 00:00") + 2.5 * 3600)
+      << "the first of the two";
+  Case saoPaulo("America/Sao_Paulo", "2018-11-04 12:00");
+  saoPaulo.set("TriggerFrequencyPopup", 1).setDate("TriggerScheduleTime", "2018-07-01 00:00");
+  EXPECT_EQ(saoPaulo.next(), "2018-11-04 01:00:00") << "the day began at 1:00";
+}
+
+TEST(Dates, HoursCountFromTheBeginningOfTheDay) {
+  Case hourly = paris().set("TriggerFrequencyPopup", 21);
+  EXPECT_EQ(hourly.set("TriggerHourDelay", 2).last("2026-11-21 10:31").next(),
+            "2026-11-21 11:30:00");
+  EXPECT_EQ(hourly.last("2026-11-21 09:58").next(), "2026-11-21 10:30:00");
+  EXPECT_EQ(hourly.last("2026-11-21 09:58:01").next(), "2026-11-21 11:30:00")
+      << "the offset comes after the test";
+  EXPECT_EQ(hourly.set("TriggerHourDelay", 4).last("2026-11-21 10:31").next(),
+            "2026-11-21 11:00:00");
+  Case threeHourly = paris().set("TriggerFrequencyPopup", 22).set("TriggerAllowedHours", 1);
+  threeHourly.setDate("TriggerAllowedHoursFrom", "2026-01-01 08:30")
+      .setDate("TriggerAllowedHoursTo", "2026-01-01 18:00");
+  EXPECT_EQ(threeHourly.last("2026-11-21 11:30").next(), "2026-11-21 14:30:00");
+  EXPECT_EQ(threeHourly.last("2026-11-21 17:30").next(), "none")
+      << "20:30 is behind the allowed hours";
+}
+
+TEST(Dates, MinutesCountFromTheLastRun) {
+  Case minutes = paris().set("TriggerFrequencyPopup", 20).set("TriggerScheduleMinutes", 15);
+  EXPECT_EQ(minutes.last("2026-11-21 10:31:47").next(), "2026-11-21 10:46:00");
+  EXPECT_EQ(minutes.last("2026-11-20 23:50").next(), "2026-11-21 00:05:00")
+      << "the first that reaches today + 120 s";
+  EXPECT_EQ(minutes.last("2026-11-20 23:46").next(), "2026-11-21 00:16:00");
+  EXPECT_EQ(Case(minutes).set("TriggerScheduleMinutes", 0).last("2026-11-21 10:31:47").next(),
+            "2026-11-21 10:32:00");
+  EXPECT_EQ(paris().set("TriggerFrequencyPopup", 20).set("TriggerScheduleMinutes", 15).next(),
+            "2026-11-21 00:15:00");
+  EXPECT_EQ(minutes.set("TriggerScheduleMinutes", 7).last("1996-11-21 10:31").next(),
+            "2026-11-21 00:05:00")
+      << "thirty years of sevens";
+  EXPECT_EQ(minutes.set("TriggerScheduleMinutes", 1440).last("2026-11-20 10:31").next(),
+            "2026-11-21 10:31:00");
+  EXPECT_EQ(minutes.last("2026-11-17 10:31").next(), "2026-11-22 00:00:00")
+      << "a day's step, then a day's minutes";
+}
+
+TEST(Dates, StepsOfADayGoAroundADayThatWasLeftOut) {
+  // After the first one they come every second midnight, so the day that the zone left out shifts
+  // them all.
+  const model::Zone zone("Pacific/Apia");
+  const ReferenceTime now = 817032774;
+  const ZAN_DateUtils calendar("Pacific/Apia", "C");
+  for (ReferenceTime last = 346000000; last < 348000000; last += 43000) {
+    model::Record record;
+    record.frequency = 20;
+    record.minutes = 1440;
+    record.last = last;
+    EXPECT_EQ(ActionsTools(calendar, now).getNextScheduleDateForSettings(record.schedule(), false),
+              model::Dates(zone, false, now).nextDate(record, false).date);
+  }
+}
+
+TEST(Dates, StartUpFrequenciesAreDueNowOrTomorrow) {
+  for (const std::int64_t frequency : {30, 31}) {
+    Case startUp = paris().set("TriggerFrequencyPopup", frequency);
+    EXPECT_EQ(startUp.next(true), "2026-11-21 10:40:00");
+    EXPECT_EQ(startUp.next(false), "none");
+    EXPECT_EQ(startUp.last("2026-11-20 23:58:59").next(true), "2026-11-21 10:40:00");
+  }
+  Case once = paris().set("TriggerFrequencyPopup", 30).set("TriggerAllowedHours", 1);
+  once.setDate("TriggerAllowedHoursFrom", "2026-01-01 09:00")
+      .setDate("TriggerAllowedHoursTo", "2026-01-01 10:00");
+  EXPECT_EQ(once.next(true), "none") << "now is out of hours";
+  EXPECT_EQ(once.last("2026-11-20 23:59").next(true), "2026-11-22 09:00:00");
+  Case today = paris().set("TriggerFrequencyPopup", 32);
+  EXPECT_EQ(today.next(true), "none");
+  EXPECT_EQ(today.last("2026-11-20 23:59:59").next(true), "none");
+  EXPECT_EQ(today.last("2026-11-21 00:00").next(false), "2026-11-22 00:00:00");
+}
+
+TEST(Dates, AWindowThatEndsBeforeItBeginsNeverMatches) {
+  Case night = daily("2026-01-01 23:00").set("TriggerAllowedHours", 1);
+  night.setDate("TriggerAllowedHoursFrom", "2026-01-01 22:00")
+      .setDate("TriggerAllowedHoursTo", "2026-01-01 06:00");
+  EXPECT_EQ(night.next(), "none");
+  Case open = daily("2026-01-01 08:00").set("TriggerAllowedHours", 1);
+  open.setDate("TriggerAllowedHoursTo", "2026-01-01 08:00");
+  EXPECT_EQ(open.next(), "2026-11-21 08:00:00") << "from 0:00, both bounds allowed";
+}
+
+TEST(Dates, AListGivesItsEarliestEntryAndEveryFlagItMet) {
+  const ZAN_Value shutDown = 21;
+  Case list = paris().last("2026-11-21 10:00");
+  list.entry({{"TriggerFrequencyPopup", shutDown}}, "2026-01-01 18:30")
+      .entry({}, "2026-01-01 12:00");
+  EXPECT_EQ(list.next(), "2026-11-21 12:00:00 shutdown") << "the first entry was best for a while";
+  Case tie = paris().last("2026-11-21 10:00").entry({}, "2026-01-01 12:00");
+  tie.entry({{"TriggerFrequencyPopup", shutDown}}, "2026-01-01 12:00");
+  EXPECT_EQ(tie.next(), "2026-11-21 12:00:00") << "the first of equal dates";
+  Case both = daily("2026-01-01 11:00").last("2026-11-21 10:00");
+  both.entry({{"TriggerFrequencyPopup", shutDown}}, "2026-01-01 18:30");
+  EXPECT_EQ(both.next(), "2026-11-21 11:00:00 shutdown") << "the flag is the list's, whoever wins";
+  EXPECT_EQ(paris().entry({{"TriggerScheduleMode", 1}}, "2026-01-01 12:00").next(), "none")
+      << "no weekday";
+  EXPECT_EQ(paris().entry({}, "").next(), "none") << "no time";
+}
+
+TEST(Dates, YearlyAndMonthlyDaysAreThoseThatExist) {
+  const auto yearly = [](std::string_view now, int day, int month) {
+    return paris(now)
+        .entry({{"TriggerScheduleMode", 3},
+                {"TriggerScheduleDay", day},
+                {"TriggerScheduleMonth", month}},
+               "2020-01-01 09:00")
+        .next();
+  };
+  EXPECT_EQ(yearly("2027-06-01 12:00", 29, 2), "2028-02-29 09:00:00");
+  EXPECT_EQ(yearly("2026-01-01 12:00", 29, 2), "none") << "neither this year nor the next";
+  EXPECT_EQ(yearly("2026-11-21 12:00", 20, 11), "2027-11-20 09:00:00");
+  EXPECT_EQ(yearly("2026-11-21 12:00", 31, 4), "none");
+  const auto monthly = [](std::string_view now, int mode, int weekday, const char* days) {
+    return paris(now)
+        .entry({{"TriggerScheduleMode", 2},
+                {"TriggerScheduleMonthMode", mode},
+                {"TriggerScheduleMonthWeekDay", weekday},
+                {"TriggerScheduleMonthDays", days}},
+               "2020-01-01 09:00")
+        .next();
+  };
+  EXPECT_EQ(monthly("2026-11-21 12:00", 1, 0, "5, 31 ,x,30"), "2026-11-30 09:00:00");
+  EXPECT_EQ(monthly("2027-01-31 12:00", 1, 0, "30"), "none") << "32 days end on 3 March";
+  EXPECT_EQ(monthly("2026-10-21 12:00", 13, 0, ""), "2026-10-30 09:00:00");
+  EXPECT_EQ(monthly("2026-11-21 12:00", 16, 6, ""), "2026-12-11 09:00:00") << "second Friday";
+  EXPECT_EQ(monthly("2026-11-21 12:00", 5, 0, "1,2,3"), "none");
+}
+
+TEST(Dates, OddAndEvenWeeksAreTheRegions) {
+  const auto evenSundays = [](std::string_view region) {
+    return Case("Europe/Paris", "2026-11-19 12:00", region)
+        .entry({{"TriggerScheduleMode", 1},
+                {"TriggerScheduleSunday", 1},
+                {"TriggerScheduleEvenOdd", 2}},
+               "2020-01-01 09:00")
+        .next();
+  };
+  EXPECT_EQ(evenSundays("fr_FR.UTF-8"), "2026-11-29 09:00:00");
+  EXPECT_EQ(evenSundays("en_US.UTF-8"), "2026-11-22 09:00:00");
+  EXPECT_EQ(evenSundays("C"), "2026-11-22 09:00:00");
+}
+
+TEST(Dates, ATimeThatFallsIntoTheNextDayIsNotThatDays) {
+  // The clocks went from 23:30 to 0:30; 23:45 became 0:45 of the next day.
+  Case toronto = Case("America/Toronto", "1919-03-30 12:00").entry({}, "1919-01-01 23:45");
+  EXPECT_EQ(toronto.next(), "1919-03-31 23:45:00");
+}
+
+TEST(Dates, NothingThatARecordHoldsIsTooMuch) {
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  constexpr std::int64_t huge = std::int64_t{1} << 62;
+  for (const double date : {std::nan(""), infinity, -infinity, 3e19, -3e19, 1e12, -1e12, 1e300}) {
+    for (const std::int64_t number : {huge, -huge, std::int64_t{99}, std::int64_t{-1}}) {
+      for (const std::int64_t frequency :
+           {std::int64_t{1}, std::int64_t{20}, std::int64_t{22}, std::int64_t{30}, number}) {
+        ZAN_Value entry = ZAN_Value::dictionary(
+            {{"TriggerScheduleMonthMode", 14}, {"TriggerScheduleMonthDays", "99999999999,-1,,"}});
+        for (const char* key :
+             {"TriggerScheduleMode", "TriggerScheduleEvenOdd", "TriggerScheduleMonthWeekDay",
+              "TriggerScheduleDay", "TriggerScheduleMonth"}) {
+          entry.setValue(key, number);
+        }
+        Case wrong = paris();
+        ZAN_Value settings = wrong.set("TriggerFrequencyPopup", frequency)
+                                 .set("TriggerScheduleMinutes", number)
+                                 .set("TriggerAllowedHours", number)
+                                 .set("TriggerHourDelay", number)
+                                 .settings();
+        for (const char* key :
+             {"TriggerScheduleTime", "TriggerAllowedHoursFrom", "LastScheduleDate"}) {
+          settings.setValue(key, ZAN_Value::date(date));
+          entry.setValue(key, ZAN_Value::date(date));
+        }
+        Schedule schedule(settings);
+        for (int mode = 0; mode < 4; ++mode) {
+          entry.setValue("TriggerScheduleMode", mode);
+          schedule.list.emplace_back(entry);
+        }
+        for (const double now : {817032774.0, date}) {
+          const ActionsTools tools(wrong.calendar(), now);
+          const auto next = tools.getNextScheduleDateForSettings(schedule, true);
+          EXPECT_TRUE(!next || std::isfinite(*next));
+          EXPECT_TRUE(std::isfinite(tools.getNextSchedule(date, -date, number, number, number)));
+          EXPECT_TRUE(std::isfinite(tools.getNextSchedule(date, now, 0, number, 86400)));
+        }
+      }
+    }
+  }
+}
+
+TEST(Dates, ADamagedListCostsItsDatesAndIsTold) {
+  std::vector<std::string> lines;
+  const Case clock = daily("2026-01-01 11:00").last("2026-11-21 10:00");
+  const ActionsTools tools(clock.calendar(), clock.at("2026-11-21 10:40"),
+                           [&](const std::string& line) { lines.push_back(line); });
+  for (const ZAN_Value& list :
+       {ZAN_Value::data("no archive"), ZAN_Value(7), ZAN_Value("text"),
+        ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(ZAN_Value("text"))),
+        ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(ZAN_Value::array(
+            {ZAN_Value::dictionary({{"TriggerFrequencyPopup", 21}}), ZAN_Value(3)})))}) {
+    lines.clear();
+    ZAN_Value settings = clock.settings();
+    settings.setValue("TriggerScheduleList", list);
+    bool shutDown = true;
+    EXPECT_EQ(tools.getNextScheduleDateForSettings(settings, false, &shutDown),
+              clock.at("2026-11-21 11:00"));
+    EXPECT_FALSE(shutDown);
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_TRUE(lines[0].starts_with("Exception in getNextScheduleProgrammed: ")) << lines[0];
+  }
+}
+
+TEST(ActionItems, SourcesComeAsOneOrMany) {
+  const ZAN_Value one = ZAN_Value::dictionary({{"VolumeFolderPath", "/a"}});
+  const ZAN_Value two = ZAN_Value::dictionary({{"VolumeFolderPath", "/b"}});
+  const auto paths = [](const ZAN_Value& settings) {
+    std::string text;
+    for (const ZAN_Value& folder : ActionsTools::getSourcesForAction(settings))
+      text += folder.string("VolumeFolderPath");
+    return text + "|" + ActionsTools::getDestinationForAction(settings).string("VolumeFolderPath");
+  };
+  EXPECT_EQ(paths(ZAN_Value::dictionary({{"ItemsSource", one}, {"ItemsDestination", two}})),
+            "/a|/b");
+  EXPECT_EQ(paths(ZAN_Value::dictionary(
+                {{"ItemsSource", one}, {"ItemsListOfSourcePath", ZAN_Value::array({two, one})}})),
+            "/b/a|");
+  EXPECT_EQ(paths(ZAN_Value::dictionary(
+                {{"ItemsListOfSourcePath", ZAN_Value::array()}, {"ItemsDestination", "text"}})),
+            "|");
+}
+
+}  // namespace
+}  // namespace corvana
