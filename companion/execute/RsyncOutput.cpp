@@ -122,9 +122,10 @@ void RsyncOutput::readProgressLine(std::string_view line) {
 void RsyncOutput::readErrorLine(std::string_view line) {
   // The closing line only sums up, and a file that vanished while being read was not the copy's
   // fault.
-  if (line.starts_with("rsync error:") || line.starts_with("rsync warning:") ||
-      !line.starts_with("rsync:"))
-    return;
+  for (const std::string_view harmless :
+       {"rsync error:", "rsync warning:", "file has vanished:", "IO error encountered"}) {
+    if (line.starts_with(harmless)) return;
+  }
   ++mErrorCount;
   if (mErrors.size() < kKeptErrors) mErrors.push_back(decodedName(line));
   const auto open = line.find('"');
