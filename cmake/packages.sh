@@ -7,7 +7,7 @@ corvana_packages() {
     # cmake reads tests and benchmarks in the same configuration
     test) echo libgtest-dev libgmock-dev libbenchmark-dev python3 dbus libglib2.0-bin rsync attr tzdata \
             e2fsprogs openssl python3-aiosmtpd python3-dbusmock ;;
-    bench) echo libgtest-dev libgmock-dev libbenchmark-dev python3 dbus ;;
+    bench) echo libgtest-dev libgmock-dev libbenchmark-dev python3 dbus libglib2.0-bin ;;
     run) echo libgtest-dev libgmock-dev libbenchmark-dev python3 dbus rsync tzdata ;;
     fuzz) echo clang libclang-rt-14-dev libgtest-dev libgmock-dev ;;
     *) echo "unknown set of packages: $1" >&2; return 1 ;;

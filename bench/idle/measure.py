@@ -1,0 +1,99 @@
+#!/usr/bin/env python3
+"""Figures of processes at rest: measure.py AGENT PEER COMMAND SECONDS, in the environment's HOME and bus."""
+
+import json
+import os
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+AGENT, PEER, COMMAND, SECONDS = sys.argv[1], sys.argv[2], sys.argv[3], float(sys.argv[4])
+ACTIONS = 1000
+DATA = Path(os.environ["HOME"], "Library/Application Support/Corvana 9")
+
+
+def cpu_seconds(pid):
+    # schedstat counts nanoseconds, where stat has ticks of 10 ms.
+    tasks = Path(f"/proc/{pid}/task").glob("*/schedstat")
+    return sum(int(path.read_text().split()[0]) for path in tasks) / 1e9
+
+
+def memory(pid):
+    values = {}
+    for line in Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()[1:]:
+        name, value = line.split(":")
+        values[name] = int(value.split()[0])
+    return values["Rss"], values["Private_Clean"] + values["Private_Dirty"]
+
+
+def at_rest(arguments, settle):
+    process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL)
+    try:
+        time.sleep(settle)
+        before = cpu_seconds(process.pid)
+        time.sleep(SECONDS)
+        used = (cpu_seconds(process.pid) - before) / SECONDS
+        return (*memory(process.pid), used)
+    finally:
+        process.terminate()
+        process.wait()
+
+
+def write_tree():
+    """A thousand daily actions, none due while measuring."""
+    now = time.time() - 978307200
+    actions = [{
+        "Ref": 1000 + number, "Title": f"Action {number}", "Mode": 2, "OptionsPerformer": "corvana9",
+        "TriggerAutomatic": 1, "TriggerFrequencyPopup": 30, "TriggerScheduleTime": {"$date": now + 6 * 3600},
+        "LastScheduleDate": {"$date": now}, "LastExecutionDate": {"$date": now},
+        **{f"Options{key}": key for key in range(60)},
+    } for number in range(ACTIONS)]
+    DATA.mkdir(parents=True, mode=0o700)
+    subprocess.run([COMMAND, "pack", "-", str(DATA / "Programmed Actions.cva9data")], check=True,
+                   input=json.dumps(["ProgrammedActions", *actions]).encode())
+
+
+def first_tick():
+    """From the start to the agent's first sign of a tick: its name on the bus answers."""
+    start = time.monotonic()
+    process = subprocess.Popen([AGENT, "--headless"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL)
+    try:
+        while time.monotonic() - start < 20:
+            asked = subprocess.run(
+                ["gdbus", "call", "--session", "--dest", "com.zan.corvana9.Scheduler", "--object-path",
+                 "/com/zan/corvana9/Scheduler", "--method", "com.zan.corvana9.Scheduler.Status"],
+                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            if asked.returncode == 0:
+                return time.monotonic() - start
+        return None
+    finally:
+        process.terminate()
+        process.wait()
+
+
+def best_of(count, arguments):
+    times = []
+    for _ in range(count):
+        start = time.monotonic()
+        subprocess.run(arguments, check=True, stdout=subprocess.DEVNULL)
+        times.append(time.monotonic() - start)
+    return min(times)
+
+
+def main():
+    write_tree()
+    peer = at_rest([PEER], 2)
+    agent = at_rest([AGENT, "--headless"], 15)
+    print(f"{'at rest, ' + str(int(SECONDS)) + ' s':34} {'agent':>12} {'bare Qt':>12} {'ratio':>8}")
+    for name, unit, ours, theirs in (("resident", "kB", agent[0], peer[0]), ("private", "kB", agent[1], peer[1]),
+                                     ("processor", "ms/s", agent[2] * 1000, peer[2] * 1000)):
+        print(f"{name + ', ' + unit:34} {ours:12.3f} {theirs:12.3f} {ours / theirs if theirs else 0:8.2f}")
+    tick = first_tick()
+    print(f"{'start to answering, ms':34} {tick * 1000 if tick else float('nan'):12.1f}")
+    print(f"{'corvana9 next, 1000 actions, ms':34} {best_of(5, [COMMAND, 'next']) * 1000:12.1f}")
+
+
+main()
