@@ -164,10 +164,10 @@ class ProgrammedAction {
 
   struct DisplayFilter {
     bool favorite = false;
-    std::string search;                ///< empty: any; see `matchesSearch`
-    std::optional<std::int64_t> type;  ///< nothing: any
-    std::string usingVolume;           ///< mount path; empty: any
-    std::optional<std::set<std::int64_t>> references;
+    std::string search = {};                ///< empty: any; see `matchesSearch`
+    std::optional<std::int64_t> type = {};  ///< nothing: any
+    std::string usingVolume = {};           ///< mount path; empty: any
+    std::optional<std::set<std::int64_t>> references = {};
   };
   /// Builds the lists of the receiver and of all groups in it. A group is displayed when something
   /// in it is.
