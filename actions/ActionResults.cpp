@@ -34,7 +34,9 @@ Outcome ActionResults::saveActionResults(const ZAN_Value& header, const ZAN_Valu
                                                    {"Excluded", arrayOf(excluded)}});
   Outcome outcome =
       mStore.files().writeTypedObjectToPath(results, pathFor(header.integer("Ref"), *date), kType);
-  addResults(results);
+  std::vector<Written> all = notYetMerged();
+  all.push_back({results, {}});
+  mergeAndSave(all);
   return outcome;
 }
 
@@ -68,36 +70,45 @@ ZAN_Value ActionResults::readActionResults(const std::string& path) const {
 
 void ActionResults::updateActionResults() {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kFiles);
+  mergeAndSave(notYetMerged());
+}
+
+std::vector<ActionResults::Written> ActionResults::notYetMerged() {
   refresh(mFiles);
   const auto mergedUntil = mFiles.list.at(0)[kMergedUntil].asDate();
   const std::string folder = mStore.folder().historyFolderPath();
-  const auto names = ZAN_FilesUtils::listFolder(folder);
-  if (!names) return;
-  for (const std::string& name : *names) {
+  std::vector<Written> fresh;
+  for (const std::string& name : ZAN_FilesUtils::listFolder(folder).valueOr({})) {
     if (ZAN_FilesUtils::pathExtension(name) != kExtension) continue;
     const std::string path = ZAN_FilesUtils::joinedPath(folder, name);
-    const auto written = ZAN_FilesUtils::modificationDate(path);
-    if (written && (!mergedUntil || *written > *mergedUntil)) addActionResultsFromFile(path);
+    const auto date = ZAN_FilesUtils::modificationDate(path);
+    if (!date || (mergedUntil && *date <= *mergedUntil)) continue;
+    fresh.push_back({readActionResults(path), date});
   }
+  return fresh;
 }
 
 void ActionResults::addActionResultsFromFile(const std::string& path) {
-  const ZAN_Value results = readActionResults(path);
-  if (!results.isNull()) addResults(results, ZAN_FilesUtils::modificationDate(path));
+  mergeAndSave({{readActionResults(path), {}}});
 }
 
-void ActionResults::addResults(const ZAN_Value& results, std::optional<ReferenceTime> written) {
+void ActionResults::mergeAndSave(const std::vector<Written>& all) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kFiles);
   for (Latest* latest : {&mFiles, &mErrors}) {
     refresh(*latest);
-    if (!merge(*latest, results) && !written) continue;
+    bool changed = false;
     ZAN_Value header = latest->list.at(0);
-    const auto before = header[kMergedUntil].asDate();
-    if (written && (!before || *before < *written)) {
-      header.setValue(kMergedUntil, ZAN_Value::date(*written));
-      latest->list.setAt(0, header);
+    for (const Written& written : all) {
+      changed |= merge(*latest, written.results);
+      const auto before = header[kMergedUntil].asDate();
+      // Of the two lists the one of the files remembers how far the results were taken in.
+      if (latest == &mFiles && written.date && (!before || *before < *written.date)) {
+        header.setValue(kMergedUntil, ZAN_Value::date(*written.date));
+        changed = true;
+      }
     }
-    save(*latest);
+    latest->list.setAt(0, header);
+    if (changed) save(*latest);
   }
 }
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Result.h"
@@ -69,8 +70,14 @@ class ActionResults {
   void clear(Latest& latest, std::optional<std::int64_t> reference);
   /// Whether something was added.
   static bool merge(Latest& latest, const ZAN_Value& results);
-  /// `written`: when the results file was, for files that came from elsewhere.
-  void addResults(const ZAN_Value& results, std::optional<ReferenceTime> written = {});
+  /// Contents of a results file, and when it was written, for files that are looked through in that
+  /// order.
+  struct Written {
+    ZAN_Value results;
+    std::optional<ReferenceTime> date;
+  };
+  std::vector<Written> notYetMerged();
+  void mergeAndSave(const std::vector<Written>& all);
   std::string pathFor(std::int64_t reference, ReferenceTime date) const;
 
   ActionStore& mStore;

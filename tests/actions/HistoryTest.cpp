@@ -149,7 +149,6 @@ TEST_F(HistoryFiles, ResultsAreFoundAndMergedIntoTheLatestLists) {
   EXPECT_FALSE(history.results().getActionResultsPathForRef(8, 1000));
 
   // What the user cleared does not come back from results that were merged already.
-  history.results().updateActionResults();
   history.results().clearLatestFiles(7);
   history.results().updateActionResults();
   EXPECT_EQ(otherHistory.results().latestFilesCount(), 1U);
