@@ -1,0 +1,228 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "WorkWorld.h"
+
+namespace corvana::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+class ExecuteSupervisorTest : public testing::Test, protected WorkWorld {
+ protected:
+  /// Launches the head and lets the ticks supervise it until it is over.
+  void execute(ChildScript script) {
+    machine.processes.next(std::move(script));
+    ASSERT_EQ(supervisor.launchNextAction(), LaunchResult::launched);
+    for (int tick = 0; supervisor.isExecuting() && tick < 1000; ++tick) {
+      advance(0.5);
+      supervisor.supervise();
+    }
+  }
+  const ZAN_Value lastLogEntry() {
+    const ZAN_Value list = actionLog.readLogList();
+    return list.at(list.size() - 1);
+  }
+};
+
+TEST_F(ExecuteSupervisorTest, ANormalRunIsRecordedAndLeavesTheQueue) {
+  setActions(
+      {action(7, {{"LastExecutionDate", ZAN_Value::date(5000)}, {"AdminMode", 1}}), action(8)});
+  const std::string program = installExecute();
+  machine.folder.write(program.substr(machine.folder.path().size() + 1) + " Admin", "");
+  preferences.mPrefShowActionProgress = 1;
+  preferences.mPrefSetFrontProcess = 1;
+  supervisor.setExecutionMode(3);
+  machine.processes.startApplication(
+      store.installPaths().installPathForCode(InstallPaths::mainAppBundle));
+  enqueue({7, 8});
+  int ended = 0;
+  supervisor.onExecutionEnded = [&] {
+    EXPECT_FALSE(supervisor.isExecuting());
+    EXPECT_THAT(queued(), ElementsAre(8));
+    ++ended;
+  };
+  machine.processes.next({.seconds = 3, .output = "one\ntwo"});
+  ASSERT_EQ(supervisor.launchNextAction(), LaunchResult::launched);
+  EXPECT_THAT(machine.processes.starts.back()->arguments,
+              ElementsAre(program + " Admin", "7", "1", "0", "1", "0", "0", "", "0", "1"));
+  EXPECT_TRUE(machine.processes.starts.back()->standardInput);
+  EXPECT_EQ(supervisor.processStatus(), 2);
+  EXPECT_EQ(state.mPauseBeforeNextStep.at(), now() + 1.0);
+  EXPECT_THAT(report(), HasSubstr("“A7” was started"));
+  EXPECT_EQ(lastLogEntry().integer("C"), LogCode::launched);
+  EXPECT_EQ(lastLogEntry().integer("R"), 7);
+  EXPECT_EQ(counters.counter("Nb", 7), 1);
+
+  advance(0.5);
+  supervisor.supervise();
+  EXPECT_EQ(supervisor.processStatus(), 3);
+  EXPECT_EQ(supervisor.startOfCurrentAction(), now());
+  advance(3);
+  supervisor.supervise();
+  EXPECT_EQ(ended, 1);
+  EXPECT_EQ(supervisor.processStatus(), 0);
+  EXPECT_EQ(settings(7)["LastBackupDateForFilter"].asDate(), 5000);
+  EXPECT_EQ(state.mPauseBeforeNextStep.at(), now() + 2.0);
+  EXPECT_EQ(machine.notifications.count("CVA9_MainAppliNotification", "UpdateHistory"), 1u);
+  EXPECT_THAT(report(), Not(HasSubstr("ended unexpectedly")));
+}
+
+TEST_F(ExecuteSupervisorTest, AnEstimateLeavesTheBackupDateAlone) {
+  setActions({action(7, {{"LastExecutionDate", ZAN_Value::date(5000)}})});
+  installExecute();
+  queue.addActionToQueue(7, now(), -1, true, false, true);
+  execute({.seconds = 2});
+  EXPECT_EQ(machine.processes.starts.back()->arguments[8], "1");
+  EXPECT_TRUE(settings(7)["LastBackupDateForFilter"].isNull());
+  EXPECT_TRUE(queue.empty());
+}
+
+TEST_F(ExecuteSupervisorTest, ACrashIsAnsweredByOneNewTry) {
+  setActions({action(7), action(8)});
+  installExecute();
+  enqueue({7, 8});
+  std::string output;
+  for (int line = 1; line <= 250; ++line) output += "line " + std::to_string(line) + ".\n";
+
+  execute({.seconds = 4, .status = 11, .output = output, .farewell = "last words"});
+  EXPECT_THAT(queued(), ElementsAre(7, 8));
+  EXPECT_EQ(supervisor.retryNb(), 1);
+  EXPECT_EQ(supervisor.crashReference(), 7);
+  EXPECT_EQ(state.mPauseBeforeNextStep.at(), now() + 25.0);
+  EXPECT_EQ(lastLogEntry().integer("C"), LogCode::crashed);
+  EXPECT_EQ(lastLogEntry().integer("S"), 11);
+  EXPECT_EQ(lastLogEntry().string("P"), "???");
+  EXPECT_THAT(report(), HasSubstr("“A7” ended unexpectedly after 3 s. It is run once more"));
+  EXPECT_THAT(report(), HasSubstr("line 52.\n"));
+  EXPECT_THAT(report(), HasSubstr("line 250.\nlast words"));
+  EXPECT_THAT(report(), Not(HasSubstr("line 51.\n")));
+  EXPECT_EQ(machine.userInterface.messages.back().seconds, 15.0);
+  EXPECT_TRUE(messages.hasPending());
+
+  execute({.seconds = 4, .status = 11});
+  EXPECT_EQ(machine.processes.starts.back()->arguments[5], "1");
+  EXPECT_THAT(queued(), ElementsAre(8));
+  EXPECT_EQ(supervisor.retryNb(), 0);
+  EXPECT_EQ(state.mPauseBeforeNextStep.at(), now() + 15.0);
+  EXPECT_THAT(report(), HasSubstr("“A7” ended unexpectedly after 3 s. It is not run again"));
+
+  execute({.seconds = 1, .status = 1});
+  EXPECT_EQ(supervisor.retryNb(), 1);
+  execute({.seconds = 1, .status = 0});
+  EXPECT_EQ(supervisor.retryNb(), 0);
+  EXPECT_TRUE(queue.empty());
+}
+
+TEST_F(ExecuteSupervisorTest, ATryOfAnotherActionIsNotTakenForTheNewTry) {
+  setActions({action(7), action(8)});
+  installExecute();
+  enqueue({7, 8});
+  execute({.seconds = 1, .status = 1});
+  queue.removeFromQueue({0});
+  execute({.seconds = 1, .status = 1});
+  EXPECT_EQ(machine.processes.starts.back()->arguments[5], "0");
+  EXPECT_THAT(queued(), ElementsAre(8));
+}
+
+TEST_F(ExecuteSupervisorTest, TheLogSaysWhereACrashHappened) {
+  setActions({action(7)});
+  installExecute();
+  enqueue({7});
+  for (int i = 0; i < 600; ++i) {
+    supervisor.trimExecuteCurrentPaths();
+    supervisor.addExecuteCurrentPath(
+        ZAN_Value::dictionary({{"CurrentPath", "/data/" + std::to_string(i)}}));
+  }
+  EXPECT_EQ(supervisor.latestExecuteCurrentPath().size(), 501u);
+  std::ofstream(dataFile("Corvana 9 CurrentPath.txt"));
+  execute({.seconds = 1, .status = 1});
+  EXPECT_EQ(lastLogEntry().string("P"), "/data/99");
+  std::ofstream(dataFile("Corvana 9 CurrentPath.txt")) << "/data/ä";
+  execute({.seconds = 1, .status = 1});
+  EXPECT_EQ(lastLogEntry().string("P"), "/data/ä");
+}
+
+TEST_F(ExecuteSupervisorTest, AMissingProgramIsSaidOnceAndTheHeadStays) {
+  setActions({action(7)});
+  enqueue({7});
+  EXPECT_EQ(supervisor.launchNextAction(), LaunchResult::programMissing);
+  EXPECT_EQ(state.mPauseBeforeNextStep.at(), now() + 60.0);
+  advance(60);
+  installExecute();
+  machine.processes.failNextStart({ErrorKind::unavailable, "/x: permission denied"});
+  EXPECT_EQ(supervisor.launchNextAction(), LaunchResult::programMissing);
+  EXPECT_FALSE(supervisor.isExecuting());
+  EXPECT_THAT(queued(), ElementsAre(7));
+  EXPECT_THAT(notices(), ElementsAre(HasSubstr("“A7”"), HasSubstr("cannot be executed")));
+
+  execute({.seconds = 1});
+  EXPECT_TRUE(queue.empty());
+  enqueue({7});
+  machine.processes.failNextStart({ErrorKind::unavailable, "/x: permission denied"});
+  EXPECT_EQ(supervisor.launchNextAction(), LaunchResult::programMissing);
+  EXPECT_THAT(notices().back(), HasSubstr("/x: permission denied"));
+}
+
+TEST_F(ExecuteSupervisorTest, AChildThatEndsBeforeTheFirstTickEndsTheExecution) {
+  setActions({action(7)});
+  installExecute();
+  enqueue({7});
+  execute({.seconds = 0.1});
+  EXPECT_FALSE(supervisor.isExecuting());
+  EXPECT_TRUE(queue.empty());
+}
+
+TEST_F(ExecuteSupervisorTest, AnActionThatGoesIsNotLaunchedOrIsStopped) {
+  setActions({action(7)});
+  installExecute();
+  enqueue({7});
+  setActions({});
+  EXPECT_EQ(supervisor.launchNextAction(), LaunchResult::actionGone);
+  supervisor.executionDidEnd();
+  EXPECT_TRUE(queue.empty());
+
+  setActions({action(7)});
+  enqueue({7});
+  machine.processes.next({.seconds = 5});
+  supervisor.launchNextAction();
+  setActions({});
+  advance(0.5);
+  supervisor.supervise();
+  EXPECT_EQ(machine.notifications.count("CVA9_ExecuteNotification", "ActionStop"), 1u);
+}
+
+TEST_F(ExecuteSupervisorTest, StopWaitsForTheChildUnlessItHasGone) {
+  setActions({action(7), action(8)});
+  installExecute();
+  enqueue({7, 8});
+  machine.processes.next({.seconds = 5});
+  supervisor.launchNextAction();
+  supervisor.stopExecution();
+  EXPECT_TRUE(supervisor.isExecuting());
+  EXPECT_FALSE(machine.processes.starts.back()->terminated);
+  advance(6);
+  supervisor.stopExecution();
+  EXPECT_FALSE(supervisor.isExecuting());
+  EXPECT_THAT(queued(), ElementsAre(8));
+  EXPECT_EQ(machine.notifications.count("CVA9_ExecuteNotification", "ActionStop"), 2u);
+
+  machine.processes.next({.seconds = ChildScript::kUntilStopped, .farewell = "interrupted"});
+  supervisor.launchNextAction();
+  supervisor.stopAndClearProcess();
+  EXPECT_TRUE(machine.processes.starts.back()->terminated);
+  EXPECT_TRUE(queue.empty());
+}
+
+TEST_F(ExecuteSupervisorTest, OnlyTheExecuteApplicationAtItsUsualPlaceIsKilled) {
+  const std::string usual = "/Applications/Corvana 9.app/Contents/Resources/Corvana 9 Execute.app";
+  const auto pid = machine.processes.startApplication(usual);
+  machine.processes.startApplication("/opt" + usual);
+  supervisor.killExecute();
+  EXPECT_THAT(machine.processes.kills, ElementsAre(pid));
+}
+
+}  // namespace
+}  // namespace corvana::test

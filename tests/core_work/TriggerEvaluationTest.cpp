@@ -1,0 +1,375 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "WorkWorld.h"
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+
+namespace corvana::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr double kDay = 86400;
+
+class TriggerEvaluationTest : public testing::Test, protected WorkWorld {
+ protected:
+  /// Due every day at that hour of the clock.
+  ZAN_Value daily(int ref, double hour,
+                  std::initializer_list<std::pair<std::string_view, ZAN_Value>> more = {}) {
+    ZAN_Value record = automatic(ref, 1, more);
+    record.setValue("TriggerScheduleTime", ZAN_Value::date(hour * 3600));
+    if (!record.contains("LastScheduleDate"))
+      record.setValue("LastScheduleDate", ZAN_Value::date(now() - 600));
+    return record;
+  }
+  ReferenceTime today(double hour) const { return 725889600.0 - 12 * 3600 + hour * 3600; }
+  /// The listed date of an action, 0 without one.
+  ReferenceTime listed(int ref) const {
+    const auto& list = evaluation.actionsNextList();
+    const auto found = std::ranges::find_if(
+        list, [&](const NextAction& next) { return !next.isGroup && next.ref == ref; });
+    EXPECT_NE(found, list.end()) << ref;
+    return found != list.end() && found->hasDate ? found->date : 0;
+  }
+  void empty() {
+    while (!queue.empty()) queue.removeHead();
+  }
+};
+
+TEST_F(TriggerEvaluationTest, OpenQuestionsOnlyMoveTheNextCheck) {
+  setActions({daily(1, 11)});
+  state.mStartedFromNewMachine = true;
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(state.mNextCheck.at(), now() + 15.0);
+  state.mStartedFromNewMachine = false;
+  state.mScheduleDisabledWhenDone = true;
+  state.checkAt(now() + 600);
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(state.mNextCheck.at(), now() + 15.0);
+  state.mScheduleDisabledWhenDone = false;
+
+  state.mScheduleDisabled = state.mFirstCheckAfterStartup = true;
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(state.mNextCheck.at(), now() + 5.0);
+  machine.processes.startApplication(
+      store.installPaths().installPathForCode(InstallPaths::mainAppBundle));
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(state.mNextCheck.at(), now() + 1.0);
+  EXPECT_TRUE(state.mFirstCheckAfterStartup);
+  EXPECT_THAT(evaluation.actionsNextList(), IsEmpty());
+}
+
+TEST_F(TriggerEvaluationTest, WhatIsDueIsQueuedTwoSecondsAheadUnlessDisabled) {
+  setActions({daily(1, 11, {{"LastScheduleDate", ZAN_Value::date(now() - kDay)}}), daily(2, 13),
+              daily(3, 11.5, {{"TriggerAutomatic", 0}})});
+  state.mScheduleDisabled = true;
+  evaluation.checkActionsToLaunch();
+  EXPECT_TRUE(queue.empty());
+  EXPECT_EQ(listed(1), today(11));
+  EXPECT_EQ(state.mNextCheck.at(), now() + 60.0);
+  EXPECT_EQ(evaluation.startOfNextAction(), 0);
+
+  state.mScheduleDisabled = false;
+  state.checkAt(now() + 600);
+  evaluation.checkActionsToLaunch();
+  EXPECT_THAT(queue.actionsList(), ElementsAre(QueueRecord{1, now() + 2, 0}));
+  EXPECT_EQ(listed(1), today(11));
+  EXPECT_EQ(state.mNextCheck.at(), now() + 5.0);
+  EXPECT_EQ(evaluation.startOfNextAction(), today(13));
+
+  // Its occasion is marked, so it is not queued again once it has run.
+  empty();
+  evaluation.checkActionsToLaunch();
+  EXPECT_TRUE(queue.empty());
+  EXPECT_EQ(listed(1), today(11) + kDay);
+}
+
+TEST_F(TriggerEvaluationTest, HoursAndContextTakeTheDateAway) {
+  const auto hours = [&](int ref, double from, double to) {
+    return daily(ref, 12.5,
+                 {{"TriggerAllowedHours", 1},
+                  {"TriggerAllowedHoursFrom", ZAN_Value::date(from * 3600)},
+                  {"TriggerAllowedHoursTo", ZAN_Value::date(to * 3600)}});
+  };
+  setActions({hours(1, 12, 13), hours(2, 11, 12), hours(3, 22, 14), hours(4, 12.25, 13),
+              daily(5, 12.5, {{"TriggerContextPopup", 2}}),
+              daily(6, 12.5, {{"TriggerContextPopup", 1}})});
+  state.mContext = 1;
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(listed(1), today(12.5));
+  EXPECT_EQ(listed(2), 0);  // in its hours at 12:00:00 sharp, but 12:30 is not
+  EXPECT_EQ(listed(3), 0);
+  EXPECT_EQ(listed(4), 0);
+  EXPECT_EQ(listed(5), 0);
+  EXPECT_EQ(listed(6), today(12.5));
+  state.mContext = 0;
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(listed(5), today(12.5));
+}
+
+TEST_F(TriggerEvaluationTest, AMountStartsTheActionsOfThatVolumeAlone) {
+  const std::string source = machine.folder.makeFolder("Source");
+  const std::string disk = machine.folder.makeFolder("Disk");
+  const std::string disk2 = machine.folder.makeFolder("Disk 2");
+  setActions(
+      {automatic(1, 10, {{"ItemsSource", item(source)}, {"ItemsDestination", item(disk)}}),
+       automatic(2, 10, {{"ItemsSource", item("/not/there")}, {"ItemsDestination", item(disk)}}),
+       automatic(3, 10, {{"ItemsSource", item(disk2)}}),
+       automatic(4, 10, {{"ItemsDestination", item(disk)}}),
+       automatic(5, 10, {{"ItemsSource", item(disk + "/Photos")}}),
+       daily(6, 11, {{"LastScheduleDate", ZAN_Value::date(now() - kDay)}})});
+  machine.folder.makeFolder("Disk/Photos");
+  state.mFirstCheckAfterStartup = true;
+  state.checkAt(now() + 600);
+  evaluation.checkActionsToLaunch(disk);
+  EXPECT_THAT(queued(), ElementsAre(1, 5));
+  EXPECT_EQ(queue.head().date, now() + 2);
+  EXPECT_EQ(listed(6), 0);
+  EXPECT_LE(state.mNextCheck.at(), now());
+  EXPECT_TRUE(state.mFirstCheckAfterStartup);
+
+  empty();
+  state.mScheduleDisabled = true;
+  state.mFirstCheckAfterStartup = false;
+  evaluation.checkActionsToLaunch(disk);
+  EXPECT_TRUE(queue.empty());
+}
+
+TEST_F(TriggerEvaluationTest, AnIdleUserStartsAnActionOncePerIdlePeriod) {
+  setActions({automatic(1, 40, {{"TriggerScheduleMinutes", 0}}),
+              automatic(2, 40, {{"TriggerScheduleMinutes", 20}})});
+  state.userWasActive(now() - 600);
+  state.checkAt(now() + 600);
+  evaluation.checkActionsToLaunch();
+  EXPECT_TRUE(queue.empty());
+  EXPECT_TRUE(evaluation.idleTimeScheduling());
+  EXPECT_EQ(state.mNextCheck.at(), now() + 15.0);
+  advance(1);
+  evaluation.checkActionsToLaunch();
+  EXPECT_THAT(queued(), ElementsAre(1));
+  empty();
+  advance(700);
+  evaluation.checkActionsToLaunch();
+  EXPECT_THAT(queued(), ElementsAre(2));
+
+  // A new idle period counts only when it began more than three minutes after the last occasion.
+  empty();
+  const ReferenceTime last = lastScheduleDate(2);
+  state.userWasActive(last + 180);
+  advance(3600);
+  evaluation.checkActionsToLaunch();
+  EXPECT_THAT(queued(), ElementsAre(1));
+  state.userWasActive(last + 181);
+  evaluation.checkActionsToLaunch();
+  EXPECT_THAT(queued(), ElementsAre(1, 2));
+}
+
+TEST_F(TriggerEvaluationTest, TheEndOfAnApplicationIsNoticedOnceAndNotLostToAMount) {
+  setActions({automatic(1, 11, {{"TriggerAppQuitPath", "/Applications/Mail.app"}}),
+              automatic(2, 11, {{"TriggerAppQuitPath", "/usr/bin/editor"}})});
+  machine.processes.startApplication("/Applications/Mail.app");
+  state.checkAt(now() + 600);
+  evaluation.checkActionsToLaunch();
+  EXPECT_TRUE(queue.empty());
+  EXPECT_TRUE(evaluation.isApplicationOpened("/elsewhere/Mail.app"));
+  EXPECT_EQ(state.mNextCheck.at(), now() + 5.0);
+  machine.processes.quitApplication("/Applications/Mail.app");
+  evaluation.checkActionsToLaunch("/Volumes/Disk");
+  EXPECT_TRUE(queue.empty());
+  evaluation.checkActionsToLaunch();
+  EXPECT_THAT(queued(), ElementsAre(1));
+  empty();
+  state.checkAt(now() + 600);
+  evaluation.checkActionsToLaunch();
+  EXPECT_TRUE(queue.empty());
+  EXPECT_EQ(state.mNextCheck.at(), now() + 15.0);
+
+  // Disabled, it is left to its schedule.
+  machine.processes.startApplication("/Applications/Mail.app");
+  evaluation.checkActionsToLaunch();
+  machine.processes.quitApplication("/Applications/Mail.app");
+  state.mScheduleDisabled = true;
+  evaluation.checkActionsToLaunch();
+  EXPECT_TRUE(queue.empty());
+}
+
+TEST_F(TriggerEvaluationTest, TheListIsSortedByDateThenName) {
+  const auto named = [](ZAN_Value record, const char* title) {
+    record.setValue("Title", title);
+    return record;
+  };
+  ZAN_Value group = ZAN_Value::dictionary({{"Ref", 90}, {"Title", "Ätna"}});
+  group.setValue("List", ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(
+                             ZAN_Value::array({named(daily(5, 13), "zebra")}))));
+  setActions({named(daily(1, 13), "b"), named(action(2), "ähre"), named(daily(3, 13), "A"), group,
+              named(daily(4, 12.5), "Z")});
+  std::vector<std::string> texts;
+  evaluation.onNextActionText = [&](const std::string& text) { texts.push_back(text); };
+  evaluation.checkActionsToLaunch();
+  std::vector<std::string> names;
+  for (const NextAction& next : evaluation.actionsNextList()) names.push_back(next.name());
+  EXPECT_THAT(names, ElementsAre("Z", "A", "b", "zebra", "ähre", "Ätna"));
+  EXPECT_TRUE(evaluation.actionsNextList().back().isGroup);
+  EXPECT_THAT(texts, ElementsAre(HasSubstr("Z at 12:30")));
+  EXPECT_THAT(machine.userInterface.toolTip, HasSubstr("Z at 12:30"));
+
+  std::vector<NextAction> mixed(3);
+  mixed[0].title = "a";
+  mixed[2].hasDate = true;
+  sortActions(mixed);
+  EXPECT_TRUE(mixed[0].hasDate);
+  EXPECT_TRUE(mixed[1].title.isNull());
+}
+
+TEST_F(TriggerEvaluationTest, TheLookAheadQueuesTheMinuteAndKeepsTheNextStart) {
+  setActions({daily(1, 12 + 10. / 3600),
+              daily(2, 12 + 59. / 3600, {{"TriggerPreventManualLaunch", 1}}),
+              daily(3, 12 + 60. / 3600), daily(4, 12 + 59. / 3600)});
+  evaluation.checkActionsToLaunch();
+  EXPECT_TRUE(queue.empty());
+  const ReferenceTime start = evaluation.startOfNextAction();
+  EXPECT_EQ(start, now() + 10);
+  evaluation.setListNextWasUpdated(true);
+  evaluation.enqueueActionsDueWithinAMinute();
+  EXPECT_THAT(queue.actionsList(),
+              ElementsAre(QueueRecord{1, now() + 10, 0}, QueueRecord{4, now() + 59, 0}));
+  EXPECT_EQ(evaluation.startOfNextAction(), start);
+  EXPECT_FALSE(evaluation.listNextWasUpdated());
+  EXPECT_EQ(lastScheduleDate(4), now() + 59);
+  EXPECT_EQ(listed(4), now() + 59 + kDay);
+  EXPECT_EQ(lastScheduleDate(2), now() - 600);
+  EXPECT_THAT(report(), HasSubstr("“A1” was added to the queue by hand"));
+
+  // Nothing new: no further evaluation.
+  int evaluations = 0;
+  evaluation.onNextActionsChanged = [&] { ++evaluations; };
+  evaluation.enqueueActionsDueWithinAMinute();
+  EXPECT_EQ(evaluations, 0);
+
+  // What may not be launched by hand comes on its own date.
+  advance(60);
+  evaluation.checkActionsToLaunch();
+  EXPECT_THAT(queued(), ElementsAre(1, 4, 2, 3));
+}
+
+TEST_F(TriggerEvaluationTest, ADateFromAWrongClockIsHealedOnce) {
+  setActions({daily(1, 11, {{"LastScheduleDate", ZAN_Value::date(now() + 365 * kDay)}}),
+              daily(2, 11, {{"LastScheduleDate", ZAN_Value::date(now() + kDay)}})});
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(lastScheduleDate(1), now());
+  EXPECT_EQ(lastScheduleDate(2), now() + kDay);
+  EXPECT_EQ(listed(1), today(11) + kDay);
+  const auto lines = [&] {
+    return std::ranges::count_if(machine.systemLog.lines, [](const std::string& line) {
+      return line.find("\"A1\" lies more than a day ahead") != std::string::npos;
+    });
+  };
+  EXPECT_EQ(lines(), 1);
+  tree.releaseRootItem();
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(lines(), 1);
+}
+
+TEST_F(TriggerEvaluationTest, StartUpActionsRunInTheFirstCompleteEvaluationOnly) {
+  setActions({automatic(1, 31)});
+  state.mFirstCheckAfterStartup = true;
+  evaluation.checkActionsToLaunch("/Volumes/Disk");
+  EXPECT_TRUE(queue.empty());
+  evaluation.checkActionsToLaunch();
+  EXPECT_THAT(queued(), ElementsAre(1));
+  empty();
+  evaluation.checkActionsToLaunch();
+  EXPECT_TRUE(queue.empty());
+}
+
+TEST_F(TriggerEvaluationTest, ANewTimeZoneCountsFromTheNextEvaluation) {
+  setActions({automatic(1, 21, {{"LastScheduleDate", ZAN_Value::date(now() - 60)}})});
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(listed(1), today(13));
+  machine.machine.timeZone = "Asia/Kolkata";  // five and a half hours ahead
+  std::string zone;
+  evaluation.onCalendarChanged = [&](const ZAN_DateUtils& calendar) { zone = calendar.zoneName(); };
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(zone, "Asia/Kolkata");
+  EXPECT_EQ(listed(1), today(12.5));
+}
+
+TEST_F(TriggerEvaluationTest, LongUnexecutedActionsAreToldOnceWhileTheUserIsThere) {
+  const auto told = [&](int ref, int ways, int days, double since) {
+    return action(ref, {{"TriggerNotificationNotExecuted", ways},
+                        {"TriggerDelayNotExecuted", days},
+                        {"LastExecutionDate", ZAN_Value::date(now() - since * kDay)}});
+  };
+  setActions({told(1, 1, 0, 7), told(2, 1, 0, 6.9), told(3, 2, 3, 3.5), told(4, 0, 3, 30),
+              action(5, {{"TriggerNotificationNotExecuted", 3},
+                         {"SaveEditDate", ZAN_Value::date(now() - 8 * kDay)}}),
+              action(6, {{"TriggerNotificationNotExecuted", 3}})});
+  const auto setMail = [&](const char* server) {
+    (void)store.settings().saveMainAppSettings(ZAN_Value::dictionary(
+        {{"SendReportEmailAddress", "anna@example.org"},
+         {"SendReportEmailSender", "agent@example.org"},
+         {"SendReportEmailSMTPServer", server},
+         {"SendReportEmailSMTPServerUseTLSCB", 1},
+         {"SendReportEmailSMTPServerPassword", SettingsFiles::compressPassword("secret")}}));
+  };
+  setMail("mail.example.org");
+  state.userWasActive(now() - 60);
+  evaluation.checkActionsToLaunch();
+  EXPECT_FALSE(evaluation.hasNotExecutedNotices());
+  state.userWasActive(now() - 59);
+  evaluation.checkActionsToLaunch();
+  evaluation.checkActionsToLaunch();
+  for (int posted = 0; posted < 3; ++posted) {
+    ASSERT_TRUE(evaluation.hasNotExecutedNotices());
+    evaluation.postNextNotExecutedNotice();
+  }
+  EXPECT_FALSE(evaluation.hasNotExecutedNotices());
+  EXPECT_THAT(notices(),
+              ElementsAre("“A1” was not executed for 7 days", "“A5” was not executed for 8 days"));
+  ASSERT_EQ(mail.sent.size(), 2u);
+  EXPECT_EQ(mail.sent[0].body, "“A3” was not executed for 3 days");
+  EXPECT_EQ(mail.sent[0].settings.tlsMode, 2);
+  EXPECT_EQ(mail.sent[0].settings.password, "secret");
+
+  setMail("nowhere");
+  evaluation.actionNotExecutedSince(told(7, 2, 0, 9));
+  EXPECT_THAT(notices().back(), HasSubstr("e-mail could not be sent"));
+
+  // Without a server the system's mail program is used.
+  setMail("");
+  machine.processes.next({.seconds = 1, .status = 0});
+  evaluation.actionNotExecutedSince(told(8, 2, 0, 9));
+  const auto sendmail = machine.processes.starts.back();
+  EXPECT_THAT(sendmail->arguments, ElementsAre("/usr/sbin/sendmail", "anna@example.org"));
+  EXPECT_EQ(sendmail->input,
+            "To: anna@example.org\nSubject: An action was not executed for a while\n\n"
+            "?A8? was not executed for 9 days\n.\n");
+  const std::size_t before = notices().size();
+  advance(2);
+  EXPECT_EQ(notices().size(), before);
+  machine.processes.next({.seconds = 1, .status = 1});
+  evaluation.actionNotExecutedSince(told(8, 2, 0, 9));
+  advance(2);
+  EXPECT_EQ(notices().size(), before + 1);
+}
+
+TEST_F(TriggerEvaluationTest, TheListAloneCanBeRebuilt) {
+  setActions({daily(1, 11, {{"LastScheduleDate", ZAN_Value::date(now() - kDay)}}),
+              automatic(2, 40, {}), daily(3, 13)});
+  state.userWasActive(now() - 5000);
+  const ReferenceTime next = state.mNextCheck.at();
+  evaluation.rebuildActionsList();
+  EXPECT_TRUE(queue.empty());
+  EXPECT_EQ(state.mNextCheck.at(), next);
+  EXPECT_EQ(listed(1), today(11));
+  EXPECT_EQ(listed(2), 0);
+  EXPECT_EQ(listed(3), today(13));
+}
+
+}  // namespace
+}  // namespace corvana::test
