@@ -15,7 +15,7 @@ using Json = nlohmann::json;
 /// A value's own memory sets how much text it may become, so that what it shares cannot be written
 /// out without end.
 constexpr std::size_t kTextPerByte = 64;
-constexpr std::size_t kLeastText = std::size_t{64} << 20;
+constexpr std::size_t kLeastText = std::size_t{8} << 20;
 
 /// Receives the parts of the text from the parser.
 class Handler : public nlohmann::json_sax<Json> {
