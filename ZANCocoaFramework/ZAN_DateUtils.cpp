@@ -72,7 +72,7 @@ const std::string& ZAN_DateUtils::zoneName() const { return mCalendar->zoneName;
 const std::string& ZAN_DateUtils::regionName() const { return mCalendar->regionName; }
 bool ZAN_DateUtils::isKnownZone() const { return mCalendar->table.isKnown(); }
 
-std::string ZAN_DateUtils::systemZoneName() {
+std::string ZAN_DateUtils::systemZoneName(const std::string& localTime) {
   constexpr std::string_view folder = "zoneinfo/";
   const auto inFolder = [&](const std::string& path) {
     const auto at = path.rfind(folder);
@@ -84,7 +84,7 @@ std::string ZAN_DateUtils::systemZoneName() {
     return name.empty() ? "UTC" : name;
   }
   std::error_code error;
-  const std::string target = std::filesystem::read_symlink("/etc/localtime", error).string();
+  const std::string target = std::filesystem::read_symlink(localTime, error).string();
   const std::string name = error ? std::string() : inFolder(target);
   return name.empty() ? "UTC" : name;
 }

@@ -40,8 +40,9 @@ class ZAN_DateUtils {
   const std::string& zoneName() const;    ///< as given
   const std::string& regionName() const;  ///< as given
   bool isKnownZone() const;
-  /// The name of the process's zone: the variable TZ, else where /etc/localtime leads, else "UTC".
-  static std::string systemZoneName();
+  /// The name of the process's zone: the variable TZ, else where the link `localTime` leads, else
+  /// "UTC".
+  static std::string systemZoneName(const std::string& localTime = "/etc/localtime");
   /// The name of the process's region for dates: LC_ALL, LC_TIME, LANG, the first that is not
   /// empty, or "C".
   static std::string systemRegionName();
