@@ -88,20 +88,21 @@ class ActionsTools {
   /// The folder description of the destination; null when the record has none.
   static ZAN_Value getDestinationForAction(const ZAN_Value& settings);
 
-  /// What the texts below are formed with; an English wording steps in for a key that the table
-  /// lacks.
+  /// What the texts below are formed with. `strings` is of the calendar's zone.
   struct Texts {
     const ZAN_StringTable& table;
     const ZAN_StringUtils& strings;
   };
-  /// What makes the action run: "Every day at 8:00 AM", "Every 15 minutes", "When a volume is
+  /// What makes the action run: "Every day at 8:00 AM", "Every 15 minutes", "When its volume is
   /// mounted", "Not automatic".
   std::string getNextScheduleModeForSettings(const ZAN_Value& settings, const Texts& texts) const;
-  /// When it runs next: "Tomorrow at 8:00 AM", "At shutdown, today at 6:30 PM", "No date".
+  /// When it runs next: "Tomorrow at 8:00 AM", "At shutdown: today at 6:30 PM", "No date".
   std::string getNextScheduleStringForSettings(const ZAN_Value& settings, const Texts& texts) const;
-  /// Both in one line.
+  /// Both in one line; without a date only what makes it run.
   std::string getNextScheduleSummaryForSettings(const ZAN_Value& settings,
                                                 const Texts& texts) const;
+  /// A date as people say it: "Now" when it has come, today, tomorrow, a weekday, or the whole
+  /// date.
   std::string getScheduleStringForDate(ReferenceTime date, const Texts& texts) const;
   std::string getStartupStringForDate(ReferenceTime date, const Texts& texts) const;
   std::string getShutdownStringForDate(ReferenceTime date, const Texts& texts) const;
@@ -114,6 +115,7 @@ class ActionsTools {
   std::optional<ReferenceTime> periodicDate(const Schedule& schedule, bool firstAfterStartup,
                                             std::optional<ReferenceTime> last,
                                             const AllowedHours& hours) const;
+  ReferenceTime todayAt(ReferenceTime storedTime) const;
   Programmed programmedDate(const Schedule& schedule, std::optional<ReferenceTime> last,
                             const AllowedHours& hours) const;
   std::optional<ReferenceTime> entryDate(const ScheduleEntry& entry, std::int64_t startDay,

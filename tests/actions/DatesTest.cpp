@@ -321,6 +321,35 @@ TEST(Dates, ADamagedListCostsItsDatesAndIsTold) {
   }
 }
 
+TEST(ScheduleTexts, SayWhatMakesAnActionRunAndWhen) {
+  ZAN_StringTable table;
+  ASSERT_TRUE(table.load(CORVANA_SOURCE_FOLDER "/resources", {"en"}));
+  const ZAN_StringUtils strings("C", "Europe/Paris");
+  const auto summary = [&](const Case& action) {
+    return action.tools().getNextScheduleSummaryForSettings(action.settings(), {table, strings});
+  };
+  EXPECT_EQ(summary(daily("2026-07-01 08:00").last("2026-11-21 08:00")),
+            "Every day at 08:00; next: Tomorrow at 08:00");
+  EXPECT_EQ(summary(daily("2026-07-01 08:00").last("2026-11-20 08:00")),
+            "Every day at 08:00; next: Now");
+  EXPECT_EQ(summary(paris()
+                        .set("TriggerFrequencyPopup", 22)
+                        .set("TriggerHourDelay", 1)
+                        .last("2026-11-21 10:00")),
+            "Every 3 hours, 15 minutes past; next: Today at 12:15");
+  EXPECT_EQ(summary(paris().set("TriggerFrequencyPopup", 40)),
+            "When nobody has used the computer for 10 minutes");
+  const auto friday = [](int popup) {
+    return paris().entry({{"TriggerScheduleMode", 1},
+                          {"TriggerScheduleFriday", 1},
+                          {"TriggerFrequencyPopup", popup}},
+                         "2026-01-01 18:30");
+  };
+  EXPECT_EQ(summary(friday(0)), "On the days of its list; next: Friday at 18:30");
+  EXPECT_EQ(summary(friday(20)), "On the days of its list; next: At start-up: Friday at 18:30");
+  EXPECT_EQ(summary(friday(21)), "On the days of its list; next: At shutdown: Friday at 18:30");
+}
+
 TEST(ActionItems, SourcesComeAsOneOrMany) {
   const ZAN_Value one = ZAN_Value::dictionary({{"VolumeFolderPath", "/a"}});
   const ZAN_Value two = ZAN_Value::dictionary({{"VolumeFolderPath", "/b"}});

@@ -1,0 +1,108 @@
+#include "actions/ActionsTools.h"
+
+// What the user reads about schedules.
+
+namespace corvana {
+
+namespace {
+
+/// "Mail" of "/Applications/Mail.app".
+std::string applicationName(std::string_view path) {
+  while (path.ends_with('/')) path.remove_suffix(1);
+  const auto slash = path.rfind('/');
+  if (slash != std::string_view::npos) path.remove_prefix(slash + 1);
+  const auto point = path.rfind('.');
+  return std::string(point == std::string_view::npos || point == 0 ? path : path.substr(0, point));
+}
+
+}  // namespace
+
+std::string ActionsTools::getNextScheduleModeForSettings(const ZAN_Value& settings,
+                                                         const Texts& texts) const {
+  const Schedule schedule(settings);
+  const ZAN_StringTable& table = texts.table;
+  if (!schedule.automatic) return table.text("ScheduleNotAutomatic");
+  const int minutesPast = schedule.hourDelay * 15;
+  switch (schedule.frequency) {
+    case 1:
+      if (schedule.time)
+        return table.text("ScheduleDaily", {texts.strings.getShortTime(todayAt(*schedule.time))});
+      break;
+    case 10:
+      return table.text("ScheduleVolumeMounted");
+    case 11:
+      return table.text("ScheduleApplicationQuit",
+                        {applicationName(settings["TriggerAppQuitPath"].stringView())});
+    case 20:
+      if (schedule.minutes == 1) return table.text("ScheduleEveryMinute");
+      return table.text("ScheduleMinutes", {schedule.minutes});
+    case 21:
+      if (minutesPast == 0) return table.text("ScheduleHourly");
+      return table.text("ScheduleHourlyPast", {minutesPast});
+    case 22:
+      if (minutesPast == 0) return table.text("ScheduleThreeHourly");
+      return table.text("ScheduleThreeHourlyPast", {minutesPast});
+    case 30:
+      return table.text("ScheduleFirstStartUp");
+    case 31:
+      return table.text("ScheduleStartUp");
+    case 32:
+      return table.text("ScheduleNextDay");
+    case 40: {
+      const std::int64_t minutes = settings.integer("TriggerScheduleMinutes");
+      return table.text("ScheduleIdle", {minutes > 0 ? minutes : std::int64_t{10}});
+    }
+    default:
+      break;
+  }
+  return table.text(schedule.list.empty() ? "ScheduleNoDate" : "ScheduleList");
+}
+
+std::string ActionsTools::getNextScheduleStringForSettings(const ZAN_Value& settings,
+                                                           const Texts& texts) const {
+  const Schedule schedule(settings);
+  bool shutDown = false;
+  const std::optional<ReferenceTime> date =
+      getNextScheduleDateForSettings(schedule, false, &shutDown);
+  if (!date) return texts.table.text("ScheduleNoDate");
+  if (shutDown) return getShutdownStringForDate(*date, texts);
+  const Programmed programmed = getNextScheduleProgrammed(schedule);
+  if (programmed.startUp && programmed.date == date) return getStartupStringForDate(*date, texts);
+  return getScheduleStringForDate(*date, texts);
+}
+
+std::string ActionsTools::getNextScheduleSummaryForSettings(const ZAN_Value& settings,
+                                                            const Texts& texts) const {
+  const std::string mode = getNextScheduleModeForSettings(settings, texts);
+  const Schedule schedule(settings);
+  if (!getNextScheduleDateForSettings(schedule, false)) return mode;
+  return texts.table.text("ScheduleSummary",
+                          {mode, getNextScheduleStringForSettings(settings, texts)});
+}
+
+std::string ActionsTools::getScheduleStringForDate(ReferenceTime date, const Texts& texts) const {
+  const ZAN_StringTable& table = texts.table;
+  const std::string time = texts.strings.getShortTime(date);
+  if (date <= mNow) return table.text("ScheduleDue");
+  const std::int64_t days = mCalendar.dayNumber(date) - mTodayNumber;
+  if (days == 0) return table.text("ScheduleToday", {time});
+  if (days == 1) return table.text("ScheduleTomorrow", {time});
+  if (days < 7)
+    return table.text("ScheduleWeekday",
+                      {mCalendar.weekdayName(mCalendar.weekdayForDate(date)), time});
+  return table.text("ScheduleDate", {texts.strings.getShortDate(date), time});
+}
+
+std::string ActionsTools::getStartupStringForDate(ReferenceTime date, const Texts& texts) const {
+  return texts.table.text("ScheduleAtStartUp", {getScheduleStringForDate(date, texts)});
+}
+
+std::string ActionsTools::getShutdownStringForDate(ReferenceTime date, const Texts& texts) const {
+  return texts.table.text("ScheduleAtShutDown", {getScheduleStringForDate(date, texts)});
+}
+
+ReferenceTime ActionsTools::todayAt(ReferenceTime storedTime) const {
+  return mCalendar.timeOnDay(mTodayNumber, mCalendar.secondsInDay(storedTime));
+}
+
+}  // namespace corvana
