@@ -218,6 +218,20 @@ int QtRunLoop::run() {
   return std::exchange(mPrivate->mQuit, std::nullopt).value_or(0);
 }
 
+bool QtRunLoop::joinThreads(double seconds) {
+  Private& my = *mPrivate;
+  const double end = my.mClock.monotonic() + seconds;
+  for (;;) {
+    my.reapThreads(false);
+    {
+      const std::lock_guard lock(my.mThreadsMutex);
+      if (my.mThreads.empty()) return true;
+    }
+    if (my.mClock.monotonic() >= end) return false;
+    my.mClock.sleep(0.01);
+  }
+}
+
 void QtRunLoop::quit(int code) {
   mPrivate->mQuit = code;
   QCoreApplication::exit(code);

@@ -24,6 +24,8 @@ class QtRunLoop final : public RunLoop, public DescriptorWatch {
   void detachThread(const std::string& name, std::function<void()> body) override;
   /// Returns at once when `quit` was called before.
   int run() override;
+  /// Waits for the detached threads, `seconds` at most; whether all have ended.
+  bool joinThreads(double seconds);
   void quit(int code) override;
 
   WatchId watch(int descriptor, Event event, std::function<void()> body) override;

@@ -1,0 +1,108 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <QCoreApplication>
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "app/Options.h"
+#include "app/StandardStreams.h"
+#include "app/TerminationSignals.h"
+#include "core/MainScheduler.h"
+#include "platform/linux/HeadlessUserInterface.h"
+#include "platform/linux/LinuxMachine.h"
+#include "platform/linux/LinuxProcesses.h"
+#include "platform/linux/LocalNotifications.h"
+#include "platform/linux/NoInput.h"
+#include "platform/linux/SystemClock.h"
+#include "platform/linux/SystemLogs.h"
+#include "platform/qt/QtRunLoop.h"
+
+namespace corvana {
+namespace {
+
+/// How long threads that still mount or copy something may take to end.
+constexpr double kLastWait = 10;
+
+std::unique_ptr<SystemLog> systemLog(const Options& options) {
+  if (options.headless || isatty(STDERR_FILENO) != 0) return std::make_unique<StandardErrorLog>();
+  return std::make_unique<Syslog>();
+}
+
+std::unique_ptr<QCoreApplication> application(int& count, char** arguments) {
+  // A quarter of the wake-ups' cost is the other dispatcher; children are to have it nevertheless.
+  const bool hadNoGlib = qEnvironmentVariableIsSet("QT_NO_GLIB");
+  qputenv("QT_NO_GLIB", "1");
+  // It complains aloud where the locale is the plain one, and goes on.
+  const QtMessageHandler handler =
+      qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+  auto made = std::make_unique<QCoreApplication>(count, arguments);
+  qInstallMessageHandler(handler);
+  if (!hadNoGlib) qunsetenv("QT_NO_GLIB");
+  // It has taken over the user's decimal sign; numbers in files and on the wire have a point.
+  std::setlocale(LC_NUMERIC, "C");
+  return made;
+}
+
+int run(const Options& options, ReferenceTime start, int count, char** arguments) {
+  TerminationSignals terminations;
+  const std::vector<std::string> words(arguments, arguments + count);
+  const auto qt = application(count, arguments);
+  const std::unique_ptr<SystemLog> log = systemLog(options);
+  QtRunLoop loop;
+  SystemClock clock;
+  LinuxMachine machine;
+  LinuxProcesses processes(loop, {words, start, machine.homeFolder()});
+  NoInput input;
+  HeadlessUserInterface userInterface(loop, [&log](const std::string& line) { log->write(line); });
+  LocalNotifications notifications;
+  std::optional<MainScheduler> scheduler;
+  scheduler.emplace(
+      Platform{clock, loop, machine, processes, input, userInterface, notifications, *log});
+  terminations.watch(loop, [&](int number) {
+    log->write(std::string("Ended by ") + strsignal(number));
+    scheduler->terminateBySelf();
+  });
+  loop.performOnMain([&] { scheduler->applicationDidFinishLaunching(); });
+  const int code = loop.run();
+  if (!loop.joinThreads(kLastWait)) {
+    // What they wait for may never come, and everything is saved.
+    log->write("Something in the background does not end; it is left behind");
+    std::fflush(nullptr);
+    _exit(code);
+  }
+  scheduler.reset();
+  return code;
+}
+
+}  // namespace
+}  // namespace corvana
+
+int main(int count, char** arguments) {
+  using corvana::Options;
+  const corvana::ReferenceTime start = corvana::SystemClock().now();
+  corvana::openMissingStandardStreams();
+  // Inherited as ignored, it would let the ends of children get lost.
+  signal(SIGCHLD, SIG_DFL);
+  const Options options =
+      Options::parse(std::vector<std::string>(arguments + (count > 0 ? 1 : 0), arguments + count));
+  switch (options.wish) {
+    case Options::Wish::help:
+      std::fputs(Options::help().c_str(), stdout);
+      return 0;
+    case Options::Wish::version:
+      std::puts("Corvana 9 Scheduler " CORVANA_VERSION);
+      return 0;
+    case Options::Wish::refuse:
+      std::fprintf(stderr, "%s: not understood; --help tells what is\n", options.wrong.c_str());
+      return 2;
+    case Options::Wish::run:
+      break;
+  }
+  return corvana::run(options, start, count, arguments);
+}
