@@ -283,7 +283,8 @@ void MainScheduler::leaveToTheOtherInstance() {
   mPlatform.clock.sleep(kOtherInstanceBlockSeconds);
   // The other instance's preferences and queue are newer than what was read here: nothing is saved.
   mTerminateBySelf = true;
-  mPlatform.runLoop.quit(0);
+  // The loop may not run yet, and would not hear it.
+  mPlatform.runLoop.performAfter(0, [this] { mPlatform.runLoop.quit(0); });
 }
 
 void MainScheduler::executeRequestedActions() {

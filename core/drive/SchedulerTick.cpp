@@ -85,7 +85,10 @@ void SchedulerTick::schedulerTick(std::int64_t n) {
 /// A timer that stalled, a clock that was set back.
 void SchedulerTick::noticeClock() {
   const double sinceLast = mNow - mLastTimerExecution;
-  if (sinceLast > kStalled) mWakeAfterSleepCounter = kTicksAfterStall;
+  // A machine that slept has also stalled: the longer of the two waits counts.
+  if (sinceLast > kStalled) {
+    mWakeAfterSleepCounter = std::max(mWakeAfterSleepCounter, kTicksAfterStall);
+  }
   if (sinceLast < -kClockSetBack) {
     const double jump = sinceLast - kInterval;
     m.state.deadlines.moveDeadlines(jump, mNow);

@@ -1,6 +1,7 @@
 #include "platform/simulated/TemporaryFolder.h"
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -10,8 +11,19 @@ namespace corvana {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+/// In memory where the machine has such a place: virtual years write as often as real ones, and
+/// waiting for a disk proves nothing there.
+fs::path parentFolder() {
+  const fs::path inMemory = "/dev/shm";
+  return access(inMemory.c_str(), W_OK) == 0 ? inMemory : fs::temp_directory_path();
+}
+
+}  // namespace
+
 TemporaryFolder::TemporaryFolder() {
-  std::string pattern = (fs::temp_directory_path() / "corvana-XXXXXX").string();
+  std::string pattern = (parentFolder() / "corvana-XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error(pattern + ": cannot be made");
   // Programs see canonical paths, so the tests compare with them.
   mPath = fs::canonical(pattern).string();
