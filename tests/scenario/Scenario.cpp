@@ -1,0 +1,193 @@
+#include "tests/scenario/Scenario.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+
+namespace corvana {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+ReferenceTime parse(const ZAN_DateUtils& calendar, std::string_view civil) {
+  ZAN_DateUtils::Components parts;
+  std::sscanf(std::string(civil).c_str(), "%d-%d-%d %d:%d:%d", &parts.year, &parts.month,
+              &parts.day, &parts.hour, &parts.minute, &parts.second);
+  return calendar.dateForComponents(parts);
+}
+
+}  // namespace
+
+Scenario::Scenario(std::string_view begin, const std::string& zone)
+    : machine(parse(ZAN_DateUtils(zone, "C"), begin)),
+      mCalendar(zone, "C"),
+      mStore(machine.clock, machine.machine, machine.systemLog) {
+  machine.machine.timeZone = zone;
+  const fs::path scheduler = machine.machine.bundle;
+  fs::create_directories(scheduler / "Contents");
+  fs::create_symlink(CORVANA_RESOURCES, scheduler / "Contents/Resources");
+  const fs::path execute =
+      mStore.installPaths().installPathForCode(InstallPaths::executeExecutable);
+  fs::create_directories(execute.parent_path());
+  std::ofstream(execute) << "execute";
+  machine.processes.script([this](const std::vector<std::string>& arguments) {
+    const auto known =
+        arguments.size() > 1 ? scripts.find(mTitles[std::stoll(arguments[1])]) : scripts.end();
+    if (known != scripts.end()) return known->second;
+    ChildScript script;
+    script.seconds = 20;
+    return script;
+  });
+}
+
+Scenario::~Scenario() = default;
+
+std::int64_t Scenario::action(const std::string& title, const ZAN_Value& record) {
+  ZAN_Value settings =
+      ZAN_Value::dictionary({{"Ref", ++mLastRef},
+                             {"Title", title},
+                             {"Mode", 2},
+                             {"TriggerAutomatic", 1},
+                             {"CreationDate", ZAN_Value::date(machine.clock.now())}});
+  for (const auto& entry : record.entries()) settings.setValue(entry.key.stringView(), entry.value);
+  mTitles[mLastRef] = title;
+  mRecords.append(settings);
+  return mLastRef;
+}
+
+void Scenario::writeTree() {
+  if (!mStore.tree().saveActionsTree(mRecords)) std::abort();
+}
+
+void Scenario::removeAction(std::int64_t ref) {
+  for (std::size_t i = mRecords.size(); i-- > 0;) {
+    if (mRecords.at(i).integer("Ref") == ref) mRecords.removeAt(i);
+  }
+  writeTree();
+}
+
+ReferenceTime Scenario::at(std::string_view civil) const { return parse(mCalendar, civil); }
+
+ReferenceTime Scenario::timeOfDay(std::string_view clock) const {
+  return at("2024-01-02 " + std::string(clock));
+}
+
+std::string Scenario::civil(ReferenceTime time) const {
+  return mCalendar.format(time, "%Y-%m-%d %H:%M:%S");
+}
+
+void Scenario::start(bool relaunched) {
+  agent.reset();
+  if (relaunched) {
+    ZAN_Value settings = mStore.settings().schedulerSettings();
+    settings.setValue("SchedulerQuitDate", ZAN_Value::date(machine.clock.now() - 1));
+    if (!mStore.settings().saveSchedulerSettings(settings)) std::abort();
+  }
+  agent = std::make_unique<MainScheduler>(machine.platform());
+  agent->applicationDidFinishLaunching();
+  if (mSkips) allowSkipping();
+}
+
+void Scenario::quit() {
+  agent->terminateBySelf();
+  agent.reset();
+}
+
+void Scenario::allowSkipping() {
+  mSkips = true;
+  if (agent == nullptr) return;
+  machine.runLoop.skipper([this] { return agent->emptyTimerCalls(); },
+                          [this](int calls) { agent->skipTimerCalls(calls); });
+}
+
+void Scenario::continueAfterRelaunch() {
+  if (machine.processes.relaunches.empty()) return;
+  machine.processes.relaunches.clear();
+  start();
+}
+
+void Scenario::runUntil(std::string_view civil) {
+  const ReferenceTime end = at(civil);
+  while (machine.clock.now() < end) {
+    machine.runLoop.runUntil(end);
+    continueAfterRelaunch();
+  }
+}
+
+void Scenario::runFor(double seconds) {
+  const double end = machine.clock.monotonic() + seconds;
+  while (machine.clock.monotonic() < end) {
+    machine.runLoop.runFor(end - machine.clock.monotonic());
+    continueAfterRelaunch();
+  }
+}
+
+void Scenario::sleepUntil(std::string_view civil) {
+  if (agent != nullptr) agent->machineWillSleep();
+  machine.clock.setNow(at(civil));
+}
+
+std::string Scenario::executions() const {
+  std::string story;
+  for (const auto& start : machine.processes.starts) {
+    const auto title = mTitles.find(std::stoll(start->arguments.at(1)));
+    story += civil(start->date) + " " + (title == mTitles.end() ? "?" : title->second) + "\n";
+  }
+  return story;
+}
+
+std::size_t Scenario::executionsOf(const std::string& title) const {
+  std::size_t count = 0;
+  for (const auto& start : machine.processes.starts) {
+    const auto known = mTitles.find(std::stoll(start->arguments.at(1)));
+    if (known != mTitles.end() && known->second == title) ++count;
+  }
+  return count;
+}
+
+std::vector<std::string> Scenario::report() {
+  std::ifstream file(mStore.texts().reportFileNameForDate(machine.clock.now()));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) {
+    const auto dash = line.find(" - ");
+    lines.push_back(dash == std::string::npos ? line : line.substr(dash + 3));
+  }
+  return lines;
+}
+
+std::vector<std::int64_t> Scenario::logCodes() {
+  std::vector<std::int64_t> codes;
+  ActionLog log(mStore);
+  const ZAN_Value list = log.readLogList();
+  for (const ZAN_Value& entry : list.elements()) codes.push_back(entry.integer("C"));
+  return codes;
+}
+
+ZAN_Value everyMinutes(int minutes, ReferenceTime last) {
+  return ZAN_Value::dictionary({{"TriggerFrequencyPopup", 20},
+                                {"TriggerScheduleMinutes", minutes},
+                                {"LastScheduleDate", ZAN_Value::date(last)}});
+}
+
+ZAN_Value hourly(ReferenceTime last) {
+  return ZAN_Value::dictionary(
+      {{"TriggerFrequencyPopup", 21}, {"LastScheduleDate", ZAN_Value::date(last)}});
+}
+
+ZAN_Value daily(ReferenceTime time, ReferenceTime last) {
+  return ZAN_Value::dictionary({{"TriggerFrequencyPopup", 1},
+                                {"TriggerScheduleTime", ZAN_Value::date(time)},
+                                {"LastScheduleDate", ZAN_Value::date(last)}});
+}
+
+ZAN_Value scheduled(std::vector<ZAN_Value> entries, ReferenceTime last) {
+  const auto bytes = ZAN_Archiver::archivedDataWithRootObject(ZAN_Value::array(std::move(entries)));
+  return ZAN_Value::dictionary({{"TriggerFrequencyPopup", 0},
+                                {"TriggerScheduleList", ZAN_Value::data(bytes)},
+                                {"LastScheduleDate", ZAN_Value::date(last)}});
+}
+
+}  // namespace corvana

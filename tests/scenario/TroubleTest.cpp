@@ -1,0 +1,174 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/scenario/Scenario.h"
+
+namespace corvana {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool anyContains(const std::vector<std::string>& lines, std::string_view text) {
+  return std::ranges::any_of(
+      lines, [&](const std::string& line) { return line.find(text) != std::string::npos; });
+}
+
+TEST(Trouble, ACrashIsTriedAgainOnceAndSaid) {
+  Scenario day;
+  day.scripts["Photos"] = {.seconds = 5, .status = 11};
+  day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
+  day.writeTree();
+  day.allowSkipping();
+  day.start();
+  day.runUntil("2024-01-02 12:40:00");
+  ASSERT_EQ(day.machine.processes.starts.size(), 2U) << day.executions();
+  // The fifth argument tells the execute application that it does a crashed run again.
+  EXPECT_EQ(day.machine.processes.starts[0]->arguments.at(5), "0");
+  EXPECT_EQ(day.machine.processes.starts[1]->arguments.at(5), "1");
+  EXPECT_TRUE(day.agent->queue().empty());
+  EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1, 6, 1, 6}));
+  EXPECT_EQ(day.machine.userInterface.messages.size(), 3U)
+      << "two for the first crash, one for the second";
+  EXPECT_FALSE(day.machine.userInterface.message) << "the last one has gone by itself";
+}
+
+TEST(Trouble, AMissingExecuteProgramHoldsTheHeadAndIsSaidOnce) {
+  Scenario day;
+  day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
+  day.writeTree();
+  const std::string program =
+      day.store().installPaths().installPathForCode(InstallPaths::executeExecutable);
+  fs::rename(program, program + ".away");
+  day.allowSkipping();
+  day.start();
+  day.runUntil("2024-01-02 12:50:00");
+  EXPECT_EQ(day.agent->queue().actionsList().size(), 1U);
+  EXPECT_EQ(std::ranges::count_if(
+                day.report(),
+                [&](const std::string& line) { return line.find(program) != std::string::npos; }) +
+                    std::ranges::count_if(day.machine.systemLog.lines,
+                                          [&](const std::string& line) {
+                                            return line.find(program) != std::string::npos;
+                                          }) >=
+                1,
+            true);
+  fs::rename(program + ".away", program);
+  day.runUntil("2024-01-02 12:52:00");
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
+}
+
+TEST(Trouble, AnActionDeletedWhileItWaitsLeavesTheQueue) {
+  Scenario day;
+  const ReferenceTime begin = day.machine.clock.now();
+  const std::int64_t photos = day.action("Photos", daily(day.timeOfDay("12:30"), begin));
+  day.action("Mail", hourly(begin));
+  day.writeTree();
+  day.start();
+  day.runUntil("2024-01-02 12:29:50");
+  ASSERT_EQ(day.agent->queue().actionsList().size(), 1U);
+  day.removeAction(photos);
+  day.runUntil("2024-01-02 13:05:00");
+  EXPECT_EQ(day.executions(), "2024-01-02 13:00:00 Mail\n");
+  EXPECT_TRUE(day.agent->queue().empty());
+}
+
+TEST(Trouble, ADamagedTreeIsSaidKeptAndNeverWrittenOver) {
+  Scenario day;
+  const std::int64_t photos =
+      day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
+  day.writeTree();
+  const fs::path tree =
+      day.store().folder().dataFolderPathWithFileName("Programmed Actions.cva9data");
+  const auto size = fs::file_size(tree);
+  fs::resize_file(tree, size / 2);
+  // A change that waits to be merged must survive as well.
+  const ZAN_Value change =
+      ZAN_Value::dictionary({{"Ref", photos}, {"ChangesObject", 1}, {"ChangesKey", "ExecCounter"}});
+  ASSERT_TRUE(day.store().tree().appendToChangesList(change));
+  day.allowSkipping();
+  day.start();
+  day.runUntil("2024-01-02 14:00:00");
+  EXPECT_TRUE(anyContains(day.machine.systemLog.lines, "Programmed Actions.cva9data"));
+  EXPECT_EQ(fs::file_size(tree), size / 2);
+  EXPECT_EQ(day.store().tree().readChangesList().size(), 1U);
+  // Mended, it is taken up without a restart.
+  day.writeTree();
+  day.runUntil("2024-01-02 14:30:00");
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
+}
+
+TEST(Trouble, ASecondInstanceAsksTheFirstToShowItselfAndSavesNothing) {
+  Scenario day;
+  day.action("Mail", hourly(day.machine.clock.now()));
+  day.writeTree();
+  const std::string settings =
+      day.store().folder().dataFolderPathWithFileName("Corvana 9 Scheduler Settings.cva9data");
+  day.machine.processes.startApplication(day.machine.machine.bundle);
+  const double before = day.machine.clock.monotonic();
+  day.start();
+  day.machine.runLoop.run();
+  EXPECT_EQ(day.machine.runLoop.quitCode(), 0);
+  EXPECT_GE(day.machine.clock.monotonic() - before, 15.0);
+  EXPECT_FALSE(fs::exists(settings));
+  ASSERT_EQ(day.machine.userInterface.messages.size(), 1U);
+  EXPECT_EQ(day.machine.userInterface.paints, 1);
+  ASSERT_EQ(day.machine.notifications.posts.size(), 1U);
+  EXPECT_EQ(day.machine.notifications.posts[0].object, "ShowAllVisibleWindowsActions");
+  EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{13}));
+}
+
+TEST(Trouble, DisabledSchedulingLaunchesOnlyWhatIsAskedFor) {
+  Scenario day;
+  const ReferenceTime begin = day.machine.clock.now();
+  const std::int64_t photos = day.action("Photos", daily(day.timeOfDay("12:30"), begin));
+  day.action("Mail", hourly(begin));
+  day.writeTree();
+  day.allowSkipping();
+  day.start();
+  day.runUntil("2024-01-02 12:10:00");
+  day.agent->commands().disableSchedule();
+  day.runUntil("2024-01-02 13:10:00");
+  EXPECT_EQ(day.executions(), "");
+  ASSERT_TRUE(day.agent->commands().launchAction(photos, false));
+  day.agent->commands().executeNow(photos);
+  day.runUntil("2024-01-02 13:11:00");
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
+  // What was missed meanwhile runs once when scheduling is switched on again.
+  day.agent->commands().enableSchedule();
+  day.runUntil("2024-01-02 13:20:00");
+  EXPECT_EQ(day.executionsOf("Mail"), 1U) << day.executions();
+}
+
+TEST(Trouble, DisableWhenAllIsDoneLetsTheQueueFinish) {
+  Scenario day;
+  const ReferenceTime begin = day.machine.clock.now();
+  day.action("Photos", daily(day.timeOfDay("12:30"), begin));
+  day.action("Music", daily(day.timeOfDay("12:30"), begin));
+  day.action("Mail", hourly(begin));
+  day.writeTree();
+  day.allowSkipping();
+  day.start();
+  day.runUntil("2024-01-02 12:30:05");
+  day.agent->commands().disableScheduleWhenAllDone();
+  day.runUntil("2024-01-02 13:30:00");
+  EXPECT_EQ(day.machine.processes.starts.size(), 2U) << day.executions();
+  EXPECT_TRUE(day.agent->state().mScheduleDisabled);
+  EXPECT_FALSE(day.agent->state().mScheduleDisabledWhenDone);
+}
+
+TEST(Trouble, TheAnnounceStandsASecondBeforeTheLaunch) {
+  Scenario day;
+  day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
+  day.writeTree();
+  day.start();
+  day.agent->preferences().mPrefShowMessageBeforeAction = 1;
+  day.runUntil("2024-01-02 12:31:00");
+  ASSERT_EQ(day.machine.userInterface.announces.size(), 1U);
+  EXPECT_EQ(day.executions(), "2024-01-02 12:30:00 Photos\n");
+  EXPECT_FALSE(day.machine.userInterface.announce) << "it goes with the end of the execution";
+}
+
+}  // namespace
+}  // namespace corvana
