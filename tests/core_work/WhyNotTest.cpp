@@ -1,0 +1,115 @@
+#include "core/work/WhyNot.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "WorkWorld.h"
+
+namespace corvana::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Cause = WhyNot::Cause;
+
+/// Tuesday 2024-01-02, 12:00 UTC.
+class WhyNotTest : public testing::Test, protected WorkWorld {
+ protected:
+  /// Complete, its volumes there and due since an hour unless `more` says otherwise.
+  ZAN_Value due(std::initializer_list<std::pair<std::string_view, ZAN_Value>> more = {}) {
+    ZAN_Value record = automatic(1, 1);
+    record.setValue("TriggerScheduleTime", ZAN_Value::date(11 * 3600));
+    record.setValue("LastScheduleDate", ZAN_Value::date(now() - 2 * 86400));
+    record.setValue("ItemsVolumeTolerance", 1);
+    record.setValue("ItemsSource", item(machine.folder.path()));
+    record.setValue("ItemsDestination", item(machine.folder.path()));
+    for (const auto& [key, value] : more) record.setValue(key, value);
+    return record;
+  }
+  std::vector<WhyNot::Reason> reasons(const ZAN_Value& record) {
+    setActions({record, action(2), action(3)});
+    const ZAN_DateUtils calendar("UTC", "C");
+    const ActionsTools tools(calendar, now());
+    const WhyNot why(tools, {texts, strings}, volumes, [&](std::int64_t ref) {
+      return tree.rootItem().actionForReference(ref)->getTitle();
+    });
+    return why.reasons(*tree.rootItem().actionForReference(1), situation);
+  }
+  std::vector<Cause> causes(const ZAN_Value& record) {
+    std::vector<Cause> result;
+    for (const auto& reason : reasons(record)) result.push_back(reason.cause);
+    return result;
+  }
+  std::string text(const ZAN_Value& record) {
+    const auto found = reasons(record);
+    return found.empty() ? std::string() : found.front().text;
+  }
+
+  WhyNot::Situation situation;
+};
+
+TEST_F(WhyNotTest, HasNothingToSayOfAnActionThatIsDue) { EXPECT_THAT(causes(due()), IsEmpty()); }
+
+TEST_F(WhyNotTest, NamesEverythingThatIsInTheWay) {
+  situation.scheduleDisabled = true;
+  situation.paused = true;
+  situation.context = 1;
+  const ZAN_Value record = due({{"TriggerContextPopup", 2},
+                                {"TriggerAllowedHours", 1},
+                                {"TriggerAllowedHoursFrom", ZAN_Value::date(8 * 3600)},
+                                {"TriggerAllowedHoursTo", ZAN_Value::date(10 * 3600)},
+                                {"ItemsDestination", item("/nowhere/Disk/Backup")}});
+  EXPECT_THAT(causes(record), ElementsAre(Cause::disabled, Cause::paused, Cause::otherContext,
+                                          Cause::volumeMissing, Cause::outOfHours, Cause::noDate));
+}
+
+TEST_F(WhyNotTest, TellsWhatItWaitsBehind) {
+  situation.headRuns = true;
+  situation.queue = {2, 3, 1};
+  EXPECT_EQ(text(due()), "It is in the queue already, behind \"A2\" (running), \"A3\".");
+  situation.queue = {1};
+  EXPECT_THAT(causes(due({{"ItemsDestination", nullptr}})), ElementsAre(Cause::running));
+  situation.headRuns = false;
+  EXPECT_THAT(causes(due()), ElementsAre(Cause::queued));
+}
+
+TEST_F(WhyNotTest, NamesTheMissingVolumeOnce) {
+  const auto missing = [](const std::string& path) {
+    ZAN_Value description = item(path);
+    description.setValue("VolumeFolderName", "Attic");
+    description.setValue("uuid", "1234-ABCD");
+    return description;
+  };
+  const ZAN_Value record = due({{"ItemsVolumeTolerance", nullptr},
+                                {"ItemsSource", missing("/nowhere/Attic/a")},
+                                {"ItemsDestination", missing("/nowhere/Attic/b")}});
+  const auto found = reasons(record);
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0].text,
+            "Not mounted, or another one is in its place: the volume \"Attic\" (UUID 1234-ABCD). "
+            "The execution would be cancelled.");
+}
+
+TEST_F(WhyNotTest, TellsWhichEventStartsIt) {
+  EXPECT_EQ(text(due({{"TriggerAutomatic", 0}})),
+            "It is not automatic: only a launch by hand runs it.");
+  EXPECT_THAT(causes(due({{"LastScheduleDate", ZAN_Value::date(now())}})),
+              ElementsAre(Cause::notDue));
+  EXPECT_EQ(text(due({{"TriggerFrequencyPopup", 10}})),
+            "It waits for a volume of its own to be mounted.");
+  EXPECT_EQ(text(due({{"TriggerFrequencyPopup", 11}, {"TriggerAppQuitPath", "/opt/Mail.app"}})),
+            "It waits for the application \"Mail\" to quit.");
+  situation.idleTimeIsSeen = false;
+  EXPECT_EQ(text(due({{"TriggerFrequencyPopup", 40}, {"TriggerScheduleMinutes", 20}})),
+            "It waits until nobody has used the machine for 20 minutes, which cannot be seen here: "
+            "without a desktop the user counts as active.");
+  EXPECT_THAT(causes(due({{"TriggerFrequencyPopup", 25}})), ElementsAre(Cause::noDate));
+  const ZAN_Value wrapped = due({{"TriggerAllowedHours", 1},
+                                 {"TriggerAllowedHoursFrom", ZAN_Value::date(22 * 3600)},
+                                 {"TriggerAllowedHoursTo", ZAN_Value::date(6 * 3600)}});
+  EXPECT_EQ(text(wrapped),
+            "Its allowed hours, 22:00 to 06:00, end before they begin: it never runs.");
+}
+
+}  // namespace
+}  // namespace corvana::test
