@@ -4,6 +4,9 @@ namespace corvana {
 
 TriggerSettings::TriggerSettings(const ZAN_Value& settings)
     : schedule(settings),
+      title(settings["Title"]),
+      shortcut(settings["Shortcut"]),
+      mode(settings.integer("Mode")),
       context(settings.integer("TriggerContextPopup")),
       idleMinutes(settings.integer("TriggerScheduleMinutes")),
       notExecuted(settings.integer("TriggerNotificationNotExecuted")),
@@ -13,9 +16,10 @@ TriggerSettings::TriggerSettings(const ZAN_Value& settings)
 }
 
 bool TriggerSettings::dependsOnKey(std::string_view key) {
-  return Schedule::dependsOnKey(key) || key == "TriggerContextPopup" ||
-         key == "TriggerScheduleMinutes" || key == "TriggerNotificationNotExecuted" ||
-         key == "TriggerDelayNotExecuted" || key == "TriggerAppQuitPath";
+  return Schedule::dependsOnKey(key) || key == "Title" || key == "Shortcut" || key == "Mode" ||
+         key == "TriggerContextPopup" || key == "TriggerScheduleMinutes" ||
+         key == "TriggerNotificationNotExecuted" || key == "TriggerDelayNotExecuted" ||
+         key == "TriggerAppQuitPath";
 }
 
 }  // namespace corvana

@@ -9,7 +9,8 @@
 namespace corvana {
 
 /// What the evaluation asks of a settings record at every pass, decoded once: beside the schedule
-/// the events that start the action and the notice that it was not executed for long.
+/// the events that start the action, the notice that it was not executed for long, and what it is
+/// listed with.
 struct TriggerSettings {
   TriggerSettings() = default;
   explicit TriggerSettings(const ZAN_Value& settings);
@@ -19,6 +20,9 @@ struct TriggerSettings {
   static bool dependsOnKey(std::string_view key);
 
   Schedule schedule;
+  ZAN_Value title;               ///< "Title" as stored
+  ZAN_Value shortcut;            ///< "Shortcut" as stored
+  std::int64_t mode = 0;         ///< "Mode"
   std::int64_t context = 0;      ///< "TriggerContextPopup"; 0: any
   std::int64_t idleMinutes = 0;  ///< "TriggerScheduleMinutes" as stored
   std::int64_t notExecuted = 0;  ///< "TriggerNotificationNotExecuted": bit 0 message, bit 1 mail
