@@ -1,6 +1,8 @@
 #include "core/work/NextAction.h"
 
 #include <algorithm>
+#include <compare>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -22,42 +24,45 @@ ZAN_Value NextAction::toValue() const {
   return entry;
 }
 
+namespace {
+
+struct Key {
+  ReferenceTime date;  ///< infinite without a date
+  std::size_t index;
+};
+
+struct Name {
+  bool given;
+  std::string folded;
+  std::size_t index;
+  auto operator<=>(const Name&) const = default;
+};
+
+}  // namespace
+
 void sortActions(std::vector<NextAction>& actions) {
-  // Names are folded once and only where dates leave them to decide.
-  struct Key {
-    std::size_t index;
-    ReferenceTime date;
-    bool undated;
-    bool named;
-    std::string name;
-  };
   std::vector<Key> keys;
   keys.reserve(actions.size());
-  for (std::size_t i = 0; i < actions.size(); ++i) {
-    const NextAction& action = actions[i];
-    keys.push_back({i, action.hasDate ? action.date : 0, !action.hasDate, false, {}});
-  }
-  const auto byDate = [](const Key& a, const Key& b) {
-    if (a.undated != b.undated) return b.undated;
-    return a.date < b.date;
-  };
-  std::ranges::stable_sort(keys, byDate);
+  for (std::size_t i = 0; i < actions.size(); ++i)
+    keys.push_back(
+        {actions[i].hasDate ? actions[i].date : std::numeric_limits<double>::infinity(), i});
+  std::ranges::stable_sort(keys, {}, &Key::date);
 
-  for (auto run = keys.begin(); run != keys.end();) {
-    const auto end =
-        std::find_if(run, keys.end(), [&](const Key& key) { return byDate(*run, key); });
-    if (end - run > 1) {
-      for (auto key = run; key != end; ++key) {
-        const ZAN_Value& title = actions[key->index].title;
-        key->named = !title.isNull();
-        key->name = foldedCase(title.stringView());
+  // Names are folded only where dates leave them to decide.
+  std::vector<Name> names;
+  for (std::size_t first = 0; first < keys.size();) {
+    std::size_t end = first + 1;
+    while (end < keys.size() && keys[end].date == keys[first].date) ++end;
+    if (end - first > 1) {
+      names.clear();
+      for (std::size_t i = first; i < end; ++i) {
+        const ZAN_Value& title = actions[keys[i].index].title;
+        names.push_back({!title.isNull(), foldedCase(title.stringView()), keys[i].index});
       }
-      std::stable_sort(run, end, [](const Key& a, const Key& b) {
-        if (a.named != b.named) return b.named;
-        return a.name < b.name;
-      });
+      std::ranges::sort(names);
+      for (std::size_t i = first; i < end; ++i) keys[i].index = names[i - first].index;
     }
-    run = end;
+    first = end;
   }
 
   std::vector<NextAction> sorted;

@@ -45,14 +45,22 @@ bool liesIn(std::string_view path, std::string_view folder) {
   return path.size() == folder.size() || folder.ends_with('/') || path[folder.size()] == '/';
 }
 
-NextAction entryOf(const ProgrammedAction& node) {
-  const ZAN_Value& settings = node.getSettings();
+NextAction groupEntry(const ProgrammedAction& group) {
   NextAction entry;
-  entry.isGroup = node.isGroup();
-  entry.ref = node.getReference();
-  entry.actionType = node.actionType();
-  entry.title = settings["Title"];
-  entry.shortcutText = settings["Shortcut"];
+  entry.isGroup = true;
+  entry.ref = group.getReference();
+  entry.title = group.getSettings()["Title"];
+  entry.shortcutText = group.getSettings()["Shortcut"];
+  return entry;
+}
+
+NextAction actionEntry(const ProgrammedAction& action) {
+  const TriggerSettings& trigger = action.triggerSettings();
+  NextAction entry;
+  entry.ref = action.getReference();
+  entry.actionType = trigger.mode;
+  entry.title = trigger.title;
+  entry.shortcutText = trigger.shortcut;
   return entry;
 }
 
@@ -164,7 +172,7 @@ void TriggerEvaluation::updateCalendar() {
 void TriggerEvaluation::walkGroup(Walk& walk, const ProgrammedAction& group) {
   for (const auto& child : group.getChildrenList()) {
     if (child->isGroup()) {
-      mActionsNextList.push_back(entryOf(*child));
+      mActionsNextList.push_back(groupEntry(*child));
       walkGroup(walk, *child);
     } else {
       walkAction(walk, *child);
@@ -182,7 +190,7 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
       action.setLastScheduleDate(now);
     }
   }
-  mActionsNextList.push_back(entryOf(action));
+  mActionsNextList.push_back(actionEntry(action));
   const std::size_t listed = mActionsNextList.size() - 1;
   const TriggerSettings& trigger = action.triggerSettings();
   const Schedule& schedule = trigger.schedule;
@@ -223,7 +231,7 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
   state.checkAtTheLatestAt(*date);
   if (*date < walk.startOfNextAction) {
     walk.startOfNextAction = *date;
-    walk.nextTitle = action.getSettings()["Title"];
+    walk.nextTitle = mActionsNextList[listed].title;
     walk.foundNext = true;
   }
 }
