@@ -15,6 +15,10 @@ constexpr std::string_view kMergedUntil = "MergedUntil";
 
 ZAN_Value arrayOf(const ZAN_Value& list) { return list.isArray() ? list : ZAN_Value::array(); }
 
+std::string endingFor(std::int64_t reference) {
+  return ZAN_StringUtils::format(" %d.%@", {reference, kExtension});
+}
+
 bool isOfExecution(const ZAN_Value& header, std::int64_t reference, ReferenceTime date) {
   const auto stored = header["Date"].asDate();
   return header.integer("Ref") == reference && stored && std::abs(*stored - date) < 1;
@@ -41,8 +45,8 @@ Outcome ActionResults::saveActionResults(const ZAN_Value& header, const ZAN_Valu
 }
 
 std::string ActionResults::pathFor(std::int64_t reference, ReferenceTime date) const {
-  const std::string name = mStore.dates().calendar().format(date, "%y_%m_%d %H_%M_%S ") +
-                           std::to_string(reference) + "." + std::string(kExtension);
+  const std::string name =
+      mStore.dates().calendar().format(date, "%y_%m_%d %H_%M_%S") + endingFor(reference);
   return ZAN_FilesUtils::joinedPath(mStore.folder().historyFolderPath(), name);
 }
 
@@ -54,7 +58,7 @@ std::optional<std::string> ActionResults::getActionResultsPathForRef(std::int64_
   const std::string folder = mStore.folder().historyFolderPath();
   const auto names = ZAN_FilesUtils::listFolder(folder);
   if (!names) return {};
-  const std::string ending = " " + std::to_string(reference) + "." + std::string(kExtension);
+  const std::string ending = endingFor(reference);
   for (const std::string& name : *names) {
     if (!name.ends_with(ending)) continue;
     path = ZAN_FilesUtils::joinedPath(folder, name);
