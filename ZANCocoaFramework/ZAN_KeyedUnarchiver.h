@@ -21,6 +21,10 @@ class ZAN_KeyedUnarchiver {
   /// The object under the top key "root", or the only one when there is no such key, else a
   /// dictionary of all top keys. The error's text is the reason alone.
   static Result<ZAN_Value> unarchiveObjectWithData(std::span<const std::byte> data);
+
+  /// The same in two steps, for callers that meet plain property lists as well.
+  static bool isKeyedArchive(const ZAN_Value& propertyList);
+  static Result<ZAN_Value> unarchiveObject(const ZAN_Value& propertyList);
 };
 
 }  // namespace corvana

@@ -3,6 +3,8 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
+#include "ZANCocoaFramework/ZAN_KeyedUnarchiver.h"
+#include "ZANCocoaFramework/ZAN_PropertyList.h"
 #include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "companion/Commands.h"
 
@@ -14,6 +16,11 @@ namespace {
 Result<ZAN_Value> valueOf(std::string_view contents) {
   const auto bytes = std::as_bytes(std::span(contents.data(), contents.size()));
   if (ZAN_Unarchiver::isArchive(bytes)) return ZAN_Unarchiver::unarchiveObjectWithData(bytes);
+  if (ZAN_PropertyList::isPropertyList(bytes)) {
+    auto list = ZAN_PropertyList::propertyListWithData(bytes);
+    if (!list || !ZAN_KeyedUnarchiver::isKeyedArchive(*list)) return list;
+    return ZAN_KeyedUnarchiver::unarchiveObject(*list);
+  }
   if (contents.empty()) return Error{ErrorKind::damaged, "the file is empty"};
   return Error{ErrorKind::damaged, "neither an archive nor a property list"};
 }

@@ -53,6 +53,22 @@ TEST_F(DataFile, PackedJsonIsShownAgain) {
   EXPECT_EQ(out().find("secret"), std::string::npos);
 }
 
+TEST_F(DataFile, OtherContainersAreToldByContent) {
+  const auto list = [](const std::string& body) {
+    return "<plist version=\"1.0\">" + body + "</plist>";
+  };
+  const std::string uid = "<dict><key>CF$UID</key><integer>1</integer></dict>";
+  put("plain", list("<dict><key>a</key><true/></dict>"));
+  put("keyed",
+      list("<dict><key>$archiver</key><string>NSKeyedArchiver</string><key>$objects</key><array>"
+           "<string>$null</string><string>hi</string></array><key>$top</key><dict><key>root</key>" +
+           uid + "</dict></dict>"));
+  EXPECT_EQ(run({"dump", path("plain")}), kDone) << err();
+  EXPECT_EQ(out(), "{\n  \"a\": true\n}\n");
+  EXPECT_EQ(run({"dump", path("keyed")}), kDone) << err();
+  EXPECT_EQ(out(), "\"hi\"\n");
+}
+
 TEST_F(DataFile, ReasonsNameTheFile) {
   put("bad.json", "{\"a\": ");
   put("good.data", "old");
