@@ -42,6 +42,7 @@ struct Command {
 
 int dumpCommand(Arguments& arguments, const Console& console);
 int packCommand(Arguments& arguments, const Console& console);
+int nextCommand(Arguments& arguments, const Console& console);
 
 /// In the order in which the help shows them.
 inline constexpr std::array kCommands{
@@ -53,6 +54,16 @@ inline constexpr std::array kCommands{
     Command{"pack", "JSON FILE", "write a data file from JSON",
             "JSON may be \"-\" for the standard input. FILE is replaced as a whole.\n",
             packCommand},
+    Command{"next", "[--count N] [--ics] | --records FILE --now SECONDS", "show the coming runs",
+            "The coming runs of all actions in order, ten of them or N.\n"
+            "  --ics                  as a calendar\n"
+            "  --records FILE         the next date of each settings record of a JSON array, one\n"
+            "                         line each: {\"date\": seconds or null, \"shutdown\": bool};\n"
+            "                         FILE may be \"-\" for the standard input\n"
+            "  --now SECONDS          taken as now, in seconds since 2001-01-01 00:00:00 UTC\n"
+            "  --first-after-startup  as the first evaluation after start-up finds them\n"
+            "Times are those of the zone that TZ names, else of the machine's.\n",
+            nextCommand},
 };
 
 }  // namespace corvana
