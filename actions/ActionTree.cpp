@@ -107,7 +107,8 @@ Outcome ActionTree::updateActionsWithChanges(bool mergeIntoFile) {
   const auto lock = mFiles.lock();
   const ZAN_Value changes = mFiles.readChangesList();
   ensureCurrentRoot();
-  Outcome written = mergeAndWrite(changes);
+  applyChanges(joined(changes, mUnwrittenChanges));
+  Outcome written = writeMerged(changes);
   if (!written) {
     mLog.write("Programmed Actions: changes not merged: " + written.error().text);
   }
@@ -115,12 +116,14 @@ Outcome ActionTree::updateActionsWithChanges(bool mergeIntoFile) {
   return written;
 }
 
-Outcome ActionTree::mergeAndWrite(const ZAN_Value& changes) {
-  applyChanges(joined(changes, mUnwrittenChanges));
+Outcome ActionTree::writeMerged(const ZAN_Value& changes) {
   if (Outcome saved = saveActionsTree(); !saved) return saved;
   mUnwrittenChanges = ZAN_Value::array();
   if (!changes.empty()) {
-    if (Outcome emptied = mFiles.saveChangesList(ZAN_Value::array()); !emptied) return emptied;
+    // Where the lock could not be had, another program may have appended meanwhile.
+    ZAN_Value later = mFiles.readChangesList();
+    later.removeRange(0, changes.size());
+    if (Outcome emptied = mFiles.saveChangesList(later); !emptied) return emptied;
   }
   mChangesIdentity = mFiles.changesFileIdentity();
   return {};
@@ -153,7 +156,7 @@ Outcome ActionTree::editStoredTree(const std::function<Outcome(ProgrammedAction&
   ProgrammedAction& root = rootItem();
   Outcome done = edit(root);
   if (done) {
-    done = mergeAndWrite(changes);
+    done = writeMerged(changes);
   } else {
     edited();
   }

@@ -77,7 +77,7 @@ class ActionTree {
   bool isCurrent() const;
   void ensureCurrentRoot();
   void applyChanges(const ZAN_Value& changes);
-  Outcome mergeAndWrite(const ZAN_Value& changes);
+  Outcome writeMerged(const ZAN_Value& changes);
   Outcome writeChanges();
   Highest highest(const ProgrammedAction& node, std::int64_t depth) const;
   // What nodes tell.

@@ -235,8 +235,18 @@ TEST_F(ActionTreeTest, ReleasedTreeIsReadAgainOnlyWhenItWouldDiffer) {
   EXPECT_EQ(outline(tree.rootItem()), "A New()");
 }
 
-TEST_F(ActionTreeTest, FailedEditLeavesNothingBehind) {
+TEST_F(ActionTreeTest, EditWinsOverPendingChangesAndFailedOneLeavesNothingBehind) {
   storeTree({actionRecord("A", 1)});
+  tree.rootItem().actionForReference(1)->setNextCurrentVolume(3);
+  tree.rootItem().actionForReference(1)->setLastExecutionDate();
+  ASSERT_TRUE(TreeHome(machine).tree.editStoredTree([](ProgrammedAction& root) -> Outcome {
+    root.actionForReference(1)->setSetting("OptionsContinueOnNextDiskCurrentVolume", 1);
+    return {};
+  }));
+  const ZAN_Value record = stored().actionForReference(1)->getSettings();
+  EXPECT_EQ(record.integer("OptionsContinueOnNextDiskCurrentVolume"), 1);
+  EXPECT_TRUE(record.contains("LastExecutionDate"));
+
   EXPECT_FALSE(tree.editStoredTree([](ProgrammedAction& root) -> Outcome {
     root.addGroup("New", "", 0);
     return Error{ErrorKind::refused, "no"};
