@@ -1,7 +1,11 @@
 #include "companion/Commands.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <ostream>
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 
 namespace corvana {
 
@@ -15,7 +19,8 @@ void printUsage(std::ostream& out) {
     out << "  " << command.name << std::string(width - command.name.size() + 2, ' ') << command.help
         << '\n';
   }
-  out << "\ncorvana9 COMMAND --help says more. Exit codes: 0 done, 1 could not, 2 wrong words.\n";
+  out << "\ncorvana9 COMMAND --help says more; --home FOLDER works on another home folder than "
+         "yours.\nExit codes: 0 done, 1 could not, 2 wrong words.\n";
 }
 
 void printHelp(const Command& command, std::ostream& out) {
@@ -55,6 +60,12 @@ int runCommandLine(const std::vector<std::string>& words, const Console& console
   if (arguments.flag("--help")) {
     printHelp(*command, console.out);
     return kDone;
+  }
+  if (const auto home = arguments.option("--home")) {
+    if (!ZAN_FilesUtils::isFolder(*home)) {
+      return failed(console, {ErrorKind::absent, *home + ": not a folder"});
+    }
+    ::setenv("HOME", std::filesystem::absolute(*home).c_str(), 1);
   }
   const int code = command->run(arguments, console);
   if (code == kWrongWords) {

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "companion/ActionHelp.h"
 #include "companion/Arguments.h"
 
 namespace corvana {
@@ -42,6 +43,11 @@ struct Command {
 
 int dumpCommand(Arguments& arguments, const Console& console);
 int packCommand(Arguments& arguments, const Console& console);
+int treeCommand(Arguments& arguments, const Console& console);
+int addCommand(Arguments& arguments, const Console& console);
+int editCommand(Arguments& arguments, const Console& console);
+int removeCommand(Arguments& arguments, const Console& console);
+int groupCommand(Arguments& arguments, const Console& console);
 int nextCommand(Arguments& arguments, const Console& console);
 
 /// In the order in which the help shows them.
@@ -54,6 +60,16 @@ inline constexpr std::array kCommands{
     Command{"pack", "JSON FILE", "write a data file from JSON",
             "JSON may be \"-\" for the standard input. FILE is replaced as a whole.\n",
             packCommand},
+    Command{"tree", "[--json]", "show the actions with their schedules and next dates", "",
+            treeCommand},
+    Command{"add", "TITLE --source FOLDER --destination FOLDER [WHEN] [--json]",
+            "add an action that copies folders", kActionHelp, addCommand},
+    Command{"edit", "REF [--title TEXT] [--source FOLDER] [WHEN] [--json]", "change an action",
+            kActionHelp, editCommand},
+    Command{"remove", "REF [--force]", "remove an action or a group",
+            "  --force   remove a group with all that is in it\n", removeCommand},
+    Command{"group", "TITLE [--group REF] [--shortcut KEY]", "add a group",
+            "  --group REF   the group it lies in; 0 is the top\n", groupCommand},
     Command{"next", "[--count N] [--ics] | --records FILE --now SECONDS", "show the coming runs",
             "The coming runs of all actions in order, ten of them or N.\n"
             "  --ics                  as a calendar\n"

@@ -1,0 +1,7 @@
+#include "companion/AgentChannel.h"
+
+namespace corvana {
+
+void tellAgentThatActionListChanged() {}
+
+}  // namespace corvana
