@@ -17,10 +17,10 @@
 #include "platform/linux/HeadlessUserInterface.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/LinuxProcesses.h"
-#include "platform/linux/LocalNotifications.h"
 #include "platform/linux/NoInput.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
+#include "platform/qt/BusNotifications.h"
 #include "platform/qt/QtRunLoop.h"
 
 namespace corvana {
@@ -60,7 +60,7 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   LinuxProcesses processes(loop, {words, start, machine.homeFolder()});
   NoInput input;
   HeadlessUserInterface userInterface(loop, [&log](const std::string& line) { log->write(line); });
-  LocalNotifications notifications;
+  BusNotifications notifications(loop, *log);
   std::optional<MainScheduler> scheduler;
   scheduler.emplace(
       Platform{clock, loop, machine, processes, input, userInterface, notifications, *log});
