@@ -43,7 +43,10 @@ Result<ZAN_FileLock> ZAN_FileLock::acquire(const std::string& path, double secon
   for (double waited = 0;;) {
     if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
       // A file that only its maker may open would keep the user's own programs out.
-      (void)::fchmod(file.get(), 0666);
+      struct stat status;
+      if (::fstat(file.get(), &status) == 0 && (status.st_mode & 0777) != 0666) {
+        (void)::fchmod(file.get(), 0666);
+      }
       return ZAN_FileLock(std::move(file));
     }
     if (errno == EINTR) continue;

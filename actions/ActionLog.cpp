@@ -93,11 +93,9 @@ ZAN_Value ActionLog::readLogList() {
 void ActionLog::saveLogList(const ZAN_Value& list) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
   mList = list;
-  // What could not be written is read from the file again, as other programs see it.
-  mIdentity = {};
-  if (mStore.files().writeListToFile(mList, DataFolder::kLog)) {
-    mIdentity = ZAN_FilesUtils::identity(mStore.folder().pathOf(DataFolder::kLog));
-  }
+  (void)mStore.files().writeListToFile(mList, DataFolder::kLog);
+  // What could not be written stays in memory and is written with the next entry.
+  mIdentity = ZAN_FilesUtils::identity(mStore.folder().pathOf(DataFolder::kLog));
   saveLogListAsLog(mList);
 }
 

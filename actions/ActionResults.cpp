@@ -186,10 +186,8 @@ void ActionResults::refresh(Latest& latest) {
 
 void ActionResults::save(Latest& latest) {
   const DataFiles::Lock held = mStore.files().lock(latest.file);
-  latest.identity = {};
-  if (mStore.files().writeListToFile(latest.list, latest.file)) {
-    latest.identity = ZAN_FilesUtils::identity(mStore.folder().pathOf(latest.file));
-  }
+  (void)mStore.files().writeListToFile(latest.list, latest.file);
+  latest.identity = ZAN_FilesUtils::identity(mStore.folder().pathOf(latest.file));
 }
 
 std::size_t ActionResults::count(Latest& latest) {

@@ -94,10 +94,9 @@ void History::removeHistoryEntriesBefore(ReferenceTime date) {
 
 void History::saveProgrammedHistoryList() {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
-  mIdentity = {};
-  if (mStore.files().writeListToFile(mList, DataFolder::kHistory)) {
-    mIdentity = ZAN_FilesUtils::identity(mStore.folder().pathOf(DataFolder::kHistory));
-  }
+  (void)mStore.files().writeListToFile(mList, DataFolder::kHistory);
+  // What could not be written stays in memory and is written with the next entry.
+  mIdentity = ZAN_FilesUtils::identity(mStore.folder().pathOf(DataFolder::kHistory));
   saveProgrammedHistoryListAsLog();
 }
 

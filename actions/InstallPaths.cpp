@@ -83,7 +83,7 @@ std::string InstallPaths::missingParts() const {
 
 void InstallPaths::reportMissingParts(const std::string& desktopFolder, SystemLog& log) const {
   const std::string text = missingParts();
-  if (text.empty()) return;
+  if (text.empty() || !ZAN_FilesUtils::isFolder(desktopFolder)) return;
   const std::string path = ZAN_FilesUtils::joinedPath(
       desktopFolder, mIsMainApp ? "Corvana Install Error.txt" : "Corvana Install Error2.txt");
   const Outcome outcome =

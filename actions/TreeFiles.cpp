@@ -44,8 +44,9 @@ ZAN_Value TreeFiles::readChangesList() {
 Outcome TreeFiles::saveChangesList(const ZAN_Value& changes) {
   const DataFiles::Lock held = lock();
   Outcome outcome = mFiles.writeListToFile(changes, DataFolder::kChanges);
-  mChangesRead = static_cast<bool>(outcome);
-  if (outcome) mChanges = {.elements = changes, .identity = changesFileIdentity()};
+  // What could not be written stays in memory and is written with the next change.
+  mChanges = {.elements = changes, .identity = changesFileIdentity()};
+  mChangesRead = true;
   return outcome;
 }
 

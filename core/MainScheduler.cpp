@@ -173,6 +173,7 @@ void MainScheduler::wireDrive() {
 
 void MainScheduler::setUp() {
   mStore.createMissingDataFiles();
+  mStore.reportMissingParts();
   const std::string& resources =
       mStore.installPaths().installPathForCode(InstallPaths::schedulerResources);
   if (const Outcome loaded = mTexts.load(resources, mPlatform.machine.languageNames()); !loaded) {

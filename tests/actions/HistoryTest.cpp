@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "StoreHome.h"
 
 namespace corvana {
@@ -74,6 +76,29 @@ TEST_F(HistoryFiles, ProgramsAddToTheSameLists) {
   history.addHistoryEntry(run(1, "a"));
   otherHistory.addHistoryEntry(run(2, "b"));
   EXPECT_EQ(history.historyCount(), 2U);
+}
+
+TEST_F(HistoryFiles, WhatAFullDiskRefusedIsWrittenLater) {
+  bool full = false;
+  ActionStore poor(machine.clock, machine.machine, machine.systemLog,
+                   [&](ZAN_FileWriter::Step step, const std::string&) {
+                     return full && step == ZAN_FileWriter::Step::write ? ENOSPC : 0;
+                   });
+  History record(poor);
+  const auto happen = [&](const std::string& name, ReferenceTime date) {
+    record.log().addLog(event(2, name, date));
+    record.addHistoryEntry(run(date, name));
+    (void)poor.tree().appendToChangesList(ZAN_Value::dictionary({{"Ref", 1}}));
+  };
+  happen("a", 1);
+  full = true;
+  happen("b", 2);
+  EXPECT_EQ(names(), "a");
+  full = false;
+  happen("c", 3);
+  EXPECT_EQ(names(), "abc");
+  EXPECT_EQ(otherHistory.historyCount(), 3U);
+  EXPECT_EQ(other.tree().readChangesList().size(), 3U);
 }
 
 TEST_F(HistoryFiles, TheTextLogsAreForPeople) {
