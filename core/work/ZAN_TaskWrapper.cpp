@@ -5,6 +5,11 @@
 #include "platform/Processes.h"
 
 namespace corvana {
+namespace {
+
+constexpr std::size_t kMostDrained = 1 << 20;
+
+}  // namespace
 
 ZAN_TaskWrapper::ZAN_TaskWrapper(Processes& processes, TaskController& controller,
                                  std::vector<std::string> arguments)
@@ -44,9 +49,15 @@ void ZAN_TaskWrapper::takeRemainingOutput() {
   if (mController != nullptr && mTask) drainInto(*mController);
 }
 
+/// Bounded: somebody who inherited the pipe may go on writing.
 void ZAN_TaskWrapper::drainInto(TaskController& controller) {
-  for (std::string chunk = mTask->readAvailable(); !chunk.empty(); chunk = mTask->readAvailable())
+  std::size_t drained = 0;
+  while (drained < kMostDrained) {
+    const std::string chunk = mTask->readAvailable();
+    if (chunk.empty()) return;
     controller.appendOutput(chunk);
+    drained += chunk.size();
+  }
 }
 
 bool ZAN_TaskWrapper::isRunning() const { return mTask && mTask->isRunning(); }

@@ -23,6 +23,8 @@ namespace corvana {
 namespace {
 
 constexpr std::size_t kChunk = 65536;
+/// A pipe that somebody keeps full must not hold its reader.
+constexpr std::size_t kMostAtOnce = 1 << 20;
 
 /// The program of a bundle: the one of its name, else the only one there; a path that is no bundle
 /// is itself.
@@ -98,6 +100,7 @@ class LinuxProcesses::Child final : public ChildProcess {
       if (count < 0 && errno == EINTR) continue;
       if (count <= 0) return text;
       text.append(buffer.data(), static_cast<std::size_t>(count));
+      if (text.size() >= kMostAtOnce) return text;
     }
   }
 

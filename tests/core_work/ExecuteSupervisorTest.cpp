@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "WorkWorld.h"
+#include "core/work/ChildOutput.h"
 
 namespace corvana::test {
 namespace {
@@ -214,6 +215,17 @@ TEST_F(ExecuteSupervisorTest, StopWaitsForTheChildUnlessItHasGone) {
   supervisor.stopAndClearProcess();
   EXPECT_TRUE(machine.processes.starts.back()->terminated);
   EXPECT_TRUE(queue.empty());
+}
+
+TEST(ChildOutputTest, LinesComeWholeAndAnEndlessOneIsBroken) {
+  ChildOutput output;
+  EXPECT_EQ(output.append("one\ntw"), "one");
+  EXPECT_EQ(output.append("o\n\nthree"), "two\n");
+  EXPECT_EQ(output.finish(), "three");
+  EXPECT_EQ(output.finish(), "");
+  for (int i = 0; i < 300; ++i) output.append(std::string(ChildOutput::kMaximumLineLength, 'x'));
+  EXPECT_EQ(output.lastLines().size(), ChildOutput::kMaximumLines);
+  EXPECT_EQ(output.lastLines().back().size(), ChildOutput::kMaximumLineLength);
 }
 
 TEST_F(ExecuteSupervisorTest, OnlyTheExecuteApplicationAtItsUsualPlaceIsKilled) {
