@@ -12,7 +12,7 @@ struct ZAN_ArchiveEncoder::Leaves {
   std::span<const ZAN_Value> rest;
 
   const ZAN_Value& next() {
-    static const ZAN_Value kNull;
+    static const ZAN_Value kNull{};
     if (rest.empty()) return kNull;
     const ZAN_Value& leaf = rest.front();
     rest = rest.subspan(1);

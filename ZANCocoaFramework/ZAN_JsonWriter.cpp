@@ -262,7 +262,7 @@ void ZAN_JsonWriter::writeOpaque(const ZAN_Value& value) {
   next();
   mText += R"("classes": [)";
   const ZAN_Opaque* opaque = value.asOpaque();
-  static const ZAN_Opaque kNothing;
+  static const ZAN_Opaque kNothing{};
   if (opaque == nullptr) opaque = &kNothing;
   for (const ZAN_Opaque::ClassName& entry : opaque->classes) {
     if (&entry != &opaque->classes.front()) mText += ", ";

@@ -40,7 +40,7 @@ std::uint32_t hashOf(std::string_view text) {
 }
 
 const ZAN_Value& nullValue() {
-  static const ZAN_Value value;
+  static const ZAN_Value value{};
   return value;
 }
 
