@@ -109,9 +109,10 @@ Outcome ActionTree::updateActionsWithChanges(bool mergeIntoFile) {
   ensureCurrentRoot();
   applyChanges(joined(changes, mUnwrittenChanges));
   Outcome written = writeMerged(changes);
-  if (!written) {
+  if (!written && mLoggedRefusal != written.error().text) {
     mLog.write("Programmed Actions: changes not merged: " + written.error().text);
   }
+  mLoggedRefusal = written ? std::string() : written.error().text;
   releaseRootItem();
   return written;
 }

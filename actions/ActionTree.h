@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -89,6 +90,7 @@ class ActionTree {
   Clock& mClock;
   SystemLog& mLog;
   const ZAN_StringTable& mTexts;
+  std::size_t mNodes = 0;
   std::unique_ptr<ProgrammedAction> mRoot;
   bool mReleased = false;
   bool mUnsaved = false;  ///< memory holds what the files do not
@@ -97,6 +99,7 @@ class ActionTree {
   std::optional<ZAN_FileIdentity> mActionsIdentity;
   std::optional<ZAN_FileIdentity> mChangesIdentity;
   ZAN_Value mUnwrittenChanges = ZAN_Value::array();
+  std::string mLoggedRefusal;  ///< so that one reason is logged once
 };
 
 }  // namespace corvana

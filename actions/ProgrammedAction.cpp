@@ -23,10 +23,11 @@ std::int64_t oneMore(std::int64_t value) {
 
 ProgrammedAction::ProgrammedAction(ActionTree& tree, ProgrammedAction* parent, ZAN_Value settings)
     : mTree(tree), mParent(parent) {
+  ++mTree.mNodes;
   if (settings.isDictionary()) takeRecord(std::move(settings));
 }
 
-ProgrammedAction::~ProgrammedAction() = default;
+ProgrammedAction::~ProgrammedAction() { --mTree.mNodes; }
 
 void ProgrammedAction::takeRecord(ZAN_Value settings) {
   mSettings = std::move(settings);
@@ -178,6 +179,7 @@ void ProgrammedAction::readListOfGroup(const ZAN_Value& archive, bool createDupl
   mChildren.emplace();
   const auto children = [&]() -> Result<ZAN_Value> {
     if (depth >= kDeepest) return Error{ErrorKind::limit, "groups lie too deep in groups"};
+    if (mTree.mNodes > kMostNodes) return Error{ErrorKind::limit, "too many actions"};
     return ZAN_Unarchiver::unarchiveObjectWithData(archive.bytes());
   }();
   if (children && (children->isArray() || children->isNull())) {

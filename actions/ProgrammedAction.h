@@ -32,8 +32,10 @@ class ProgrammedAction {
   using Nodes = std::vector<ProgrammedAction*>;
   /// References of actions by search token.
   using SearchIndex = std::map<std::string, std::set<std::int64_t>, std::less<>>;
-  /// How deep groups may lie in groups; a stored list beyond it cannot be read.
+  /// How deep groups may lie in groups, and how many nodes a tree may have before the next group's
+  /// stored list counts as one that cannot be read: lists may be shared within a file.
   static constexpr std::size_t kDeepest = 200;
+  static constexpr std::size_t kMostNodes = 100000;
 
   /// A null record is none. The node does not appear among the parent's children by itself.
   ProgrammedAction(ActionTree& tree, ProgrammedAction* parent, ZAN_Value settings);
