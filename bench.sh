@@ -30,7 +30,7 @@ done
 
 . cmake/packages.sh
 corvana_need build bench
-corvana_build release
+corvana_build release benches bundles corvana9
 build="$PWD/build/release"
 
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/corvana-bench.XXXXXX")

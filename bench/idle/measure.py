@@ -55,20 +55,19 @@ def write_tree():
                    input=json.dumps(["ProgrammedActions", *actions]).encode())
 
 
-def first_tick():
-    """From the start to the agent's first sign of a tick: its name on the bus answers."""
-    start = time.monotonic()
+def start():
+    """Seconds from the start until the agent has logged that it is started, just before its first tick."""
+    log = Path(os.environ["HOME"], "Library/Logs/Corvana 9.log")
+    log.unlink(missing_ok=True)
+    begin = time.monotonic()
     process = subprocess.Popen([AGENT, "--headless"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                stderr=subprocess.DEVNULL)
     try:
-        while time.monotonic() - start < 20:
-            asked = subprocess.run(
-                ["gdbus", "call", "--session", "--dest", "com.zan.corvana9.Scheduler", "--object-path",
-                 "/com/zan/corvana9/Scheduler", "--method", "com.zan.corvana9.Scheduler.Status"],
-                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-            if asked.returncode == 0:
-                return time.monotonic() - start
-        return None
+        while time.monotonic() - begin < 20:
+            if log.exists():
+                return time.monotonic() - begin
+            time.sleep(0.001)
+        raise SystemExit("the agent does not start")
     finally:
         process.terminate()
         process.wait()
@@ -91,8 +90,7 @@ def main():
     for name, unit, ours, theirs in (("resident", "kB", agent[0], peer[0]), ("private", "kB", agent[1], peer[1]),
                                      ("processor", "ms/s", agent[2] * 1000, peer[2] * 1000)):
         print(f"{name + ', ' + unit:34} {ours:12.3f} {theirs:12.3f} {ours / theirs if theirs else 0:8.2f}")
-    tick = first_tick()
-    print(f"{'start to answering, ms':34} {tick * 1000 if tick else float('nan'):12.1f}")
+    print(f"{'start, ms':34} {min(start() for _ in range(3)) * 1000:12.1f}")
     print(f"{'corvana9 next, 1000 actions, ms':34} {best_of(5, [COMMAND, 'next']) * 1000:12.1f}")
 
 
