@@ -1,3 +1,6 @@
+#include <QCoreApplication>
+#include <algorithm>
+#include <clocale>
 #include <iostream>
 #include <string_view>
 #include <vector>
@@ -11,8 +14,11 @@
 #include "companion/execute/ExecuteRun.h"
 #include "companion/execute/SignalWatch.h"
 #include "platform/linux/LinuxMachine.h"
+#include "platform/linux/ProcessTable.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
+#include "platform/qt/BusNotifications.h"
+#include "platform/qt/QtRunLoop.h"
 
 namespace corvana {
 namespace {
@@ -28,23 +34,44 @@ constexpr std::string_view kUsage =
     "record by itself\n"
     "how the execution ended; the log and the history say how.\n";
 
+/// Only an agent of the same user and home reads the same log.
+bool agentRuns(const std::string& home) {
+  const auto processes = ProcessTable(home).list();
+  return std::any_of(processes.begin(), processes.end(), [](const RunningProcess& process) {
+    return process.bundleExecutable == "Corvana 9 Scheduler";
+  });
+}
+
+/// The copying has a thread of its own; the main one hears and passes on messages.
 void perform(const ExecuteArguments& arguments) {
   ExecuteControl control;
-  const SignalWatch signals([&control] { control.stop(StopReason::user); });
+  const SignalWatch signalWatch([&control] { control.stop(StopReason::user); });
   SystemClock clock;
   LinuxMachine machine;
   StandardErrorLog log;
-  ActionStore store(clock, machine, log);
-  const ZAN_StringTable texts;
-  ActionTree tree(store.tree(), clock, log, texts);
-  History history(store);
-  ExecuteMessages messages(clock, {});
-  ExecuteRun({{store, tree, history},
-              messages,
-              control,
-              [] { return false; },
-              VolumeFacts::volumesFolder(machine.loginName())})
-      .perform(arguments);
+  QtRunLoop loop;
+  BusNotifications notifications(loop, log);
+  ExecuteMessages messages(clock, [&](const DistributedNotification& message) {
+    loop.performOnMain([&notifications, message] { notifications.post(message); });
+  });
+  const std::string reply = "Executing action " + std::to_string(arguments.reference);
+  notifications.observe("CVA9_ExecuteNotification", [&](const DistributedNotification& message) {
+    messages.handle(message, control, reply);
+  });
+  loop.detachThread("execute", [&] {
+    ActionStore store(clock, machine, log);
+    const ZAN_StringTable texts;
+    ActionTree tree(store.tree(), clock, log, texts);
+    History history(store);
+    ExecuteRun({{store, tree, history},
+                messages,
+                control,
+                [&] { return agentRuns(machine.homeFolder()); },
+                VolumeFacts::volumesFolder(machine.loginName())})
+        .perform(arguments);
+    loop.performOnMain([&loop] { loop.quit(0); });
+  });
+  loop.run();
 }
 
 }  // namespace
@@ -61,6 +88,10 @@ int main(int count, char** words) {
     std::cerr << arguments.error().text << '\n' << corvana::kUsage;
     return 2;
   }
+  qputenv("QT_NO_GLIB", "1");
+  const QCoreApplication application(count, words);
+  // It has taken over the user's decimal sign; numbers in files have a point.
+  std::setlocale(LC_NUMERIC, "C");
   corvana::perform(*arguments);
   return 0;
 }
