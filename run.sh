@@ -82,8 +82,8 @@ title "Three backups, as a user sets them up"
 reference=''
 show() {
   local words='' word answer
-  for word in "$@"; do words+=" ${word@Q}"; done
-  echo "\$ corvana9${words//\'$HOME/\'~}"
+  for word in "$@"; do words+=" $(printf %q "$word")"; done
+  echo "\$ corvana9${words//$HOME/\~}"
   answer=$(corvana9 "$@")
   echo "$answer"
   reference=$(grep -oE '[0-9]{6,}' <<< "$answer" | head -1)
