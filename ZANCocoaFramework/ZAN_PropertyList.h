@@ -23,7 +23,9 @@ class ZAN_PropertyList {
   static Result<ZAN_Value> propertyListWithData(std::span<const std::byte> data);
 
   /// The list as XML, UTF-8. Null, sets, index sets, opaque values and entries whose key is not a
-  /// text have no form there and are left out; a root of such a kind gives an empty dictionary.
+  /// text have no form there and are left out, as are control characters; a root of such a kind
+  /// gives an empty dictionary. What the value shares is written out each time, so not for bytes
+  /// from outside.
   static std::string xmlPropertyList(const ZAN_Value& root);
 };
 

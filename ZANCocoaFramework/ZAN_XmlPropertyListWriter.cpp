@@ -107,11 +107,12 @@ class Writer {
     ((mText += "</") += name) += ">\n";
   }
 
-  /// Control characters have no form in XML at all.
+  /// Control characters and the two non-characters have no form in XML at all.
   static std::string escaped(std::string_view text) {
     if (!isUtf8(text)) return escaped(withReplacedBytes(text));
     std::string out;
-    for (const char c : text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      const char c = text[i];
       switch (c) {
         case '&':
           out += "&amp;";
@@ -126,7 +127,12 @@ class Writer {
           out += "&#13;";
           break;
         default:
-          if (static_cast<unsigned char>(c) >= 0x20 || c == '\n' || c == '\t') out += c;
+          if (text.substr(i).starts_with("\xef\xbf\xbe") ||
+              text.substr(i).starts_with("\xef\xbf\xbf")) {
+            i += 2;
+          } else if (static_cast<unsigned char>(c) >= 0x20 || c == '\n' || c == '\t') {
+            out += c;
+          }
       }
     }
     return out;

@@ -10,7 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using corvana::ZAN_KeyedUnarchiver;
   using corvana::ZAN_PropertyList;
   const auto list = ZAN_PropertyList::propertyListWithData(std::as_bytes(std::span(data, size)));
-  if (!list) return 0;
+  // What shows as JSON is of bounded size however much the list shares, so it may be written out.
+  if (!list || !corvana::ZAN_Json::jsonWithValue(*list)) return 0;
   const std::string xml = ZAN_PropertyList::xmlPropertyList(*list);
   if (!ZAN_PropertyList::propertyListWithData(std::as_bytes(std::span(xml.data(), xml.size())))) {
     std::abort();

@@ -133,7 +133,7 @@ TEST(PropertyList, WhatXmlCannotHoldIsLeftOut) {
   const ZAN_Value value = ZAN_Value::dictionaryOf({{1, "x"},
                                                    {"null", nullptr},
                                                    {"set", ZAN_Value::set({1})},
-                                                   {"text", "a\x01\xff"},
+                                                   {"text", "a\x01\xff\uffff"},
                                                    {"early", ZAN_Value::date(-1e300)}});
   const ZAN_Value list = valueOf(bytesOf(ZAN_PropertyList::xmlPropertyList(value)));
   EXPECT_EQ(list.size(), 2U);
