@@ -3,6 +3,7 @@
 #include <bit>
 #include <charconv>
 
+#include "ZANCocoaFramework/ZAN_HashSeed.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 
 namespace corvana {
@@ -28,7 +29,9 @@ std::uint32_t ZAN_SharedObjects::numberOf(const ZAN_Value& value, std::uint32_t 
 }
 
 ZAN_SharedObjects::Slot& ZAN_SharedObjects::find(const Slot& key) {
-  const std::uint64_t hash = (key.identity ^ key.contents) * 0x9e3779b97f4a7c15U;
+  constexpr std::uint64_t kMultiplier = 0x9e3779b97f4a7c15U;
+  const std::uint64_t mixed = (hashSeed() ^ key.identity) * kMultiplier;
+  const std::uint64_t hash = (mixed ^ mixed >> 29 ^ key.contents) * kMultiplier;
   const std::size_t mask = mSlots.size() - 1;
   for (std::size_t i = (hash >> 32) & mask;; i = (i + 1) & mask) {
     Slot& slot = mSlots[i];

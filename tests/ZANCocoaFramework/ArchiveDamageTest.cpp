@@ -168,6 +168,15 @@ TEST(ArchiveDamage, SharedObjectsAreNeverMultiplied) {
   EXPECT_EQ(toHex(ZAN_Archiver::archivedDataWithRootObject(*a)), toHex(bytes));
 }
 
+TEST(ArchiveDamage, ManyEqualKeysCostNoMoreThanOthers) {
+  std::vector<ZAN_Value::Entry> entries(100000, {"k", 1});
+  entries.back().value = 2;
+  const auto list = ZAN_Unarchiver::unarchiveObjectWithData(
+      ZAN_Archiver::archivedDataWithRootObject(ZAN_Value::dictionaryOf(std::move(entries))));
+  ASSERT_TRUE(list);
+  for (int i = 0; i < 100000; ++i) ASSERT_EQ(list->integer("k"), 2);
+}
+
 TEST(ArchiveDamage, MemoryIsBoundedByTheInput) {
   EXPECT_THAT(arrayReason("82 ffffff7f 86"), HasSubstr("announced"));
   // Each of 100 arrays within each other announces all elements that the rest could hold.
