@@ -32,7 +32,7 @@ std::string contents(const std::string& path) {
   std::string text;
   std::array<char, 4096> buffer{};
   for (;;) {
-    const ssize_t count = read(file.get(), buffer.data(), buffer.size());
+    const ssize_t count = file ? read(file.get(), buffer.data(), buffer.size()) : 0;
     if (count <= 0) return text;
     text.append(buffer.data(), static_cast<std::size_t>(count));
   }
@@ -73,11 +73,9 @@ std::vector<RunningProcess> ProcessTable::list() {
         known = {.firstSeen = now, .round = mRound, .process = {}};
       }
       known.inode = inode;
-      examine(pid, known);
-    } else if (now - known.firstSeen < kYoung ||
+      look(pid, known);
+    } else if (!known.process.bundlePath.empty() || now - known.firstSeen < kYoung ||
                (static_cast<std::uint64_t>(pid) + mRound) % kTurns == 0) {
-      examine(pid, known);
-    } else if (!known.process.bundlePath.empty()) {
       look(pid, known);
     }
     if (known.counts) running.push_back(known.process);
@@ -99,27 +97,20 @@ std::vector<pid_t> ProcessTable::childrenOf(pid_t parent) const {
   return children;
 }
 
-void ProcessTable::examine(pid_t pid, Known& known) const {
-  known.counts = false;
-  if (!isOwn(pid)) return;
-  if (known.startTicks == 0) {
-    known.startTicks = originOf(pid).startTicks;
-    known.process.pid = pid;
-    known.process.start =
-        mBoot + static_cast<double>(known.startTicks) / static_cast<double>(sysconf(_SC_CLK_TCK));
-  }
-  known.counts = known.startTicks != 0 && hasSameHome(pid);
-  if (known.counts) look(pid, known);
-}
-
 void ProcessTable::look(pid_t pid, Known& known) const {
   const std::string executable = executableOf(pid);
-  // One that has ended and was not waited for has no executable any more.
-  known.counts = !executable.empty();
   if (executable == known.process.executable) return;
   known.process.executable = executable;
   known.process.bundlePath = bundlePathOfExecutable(executable);
   known.process.bundleExecutable = executable.substr(executable.rfind('/') + 1);
+  // One that has ended and was not waited for has no executable any more.
+  known.counts = !executable.empty() && isOwn(pid) && hasSameHome(pid);
+  if (!known.counts || known.startTicks != 0) return;
+  known.startTicks = originOf(pid).startTicks;
+  known.counts = known.startTicks != 0;
+  known.process.pid = pid;
+  known.process.start =
+      mBoot + static_cast<double>(known.startTicks) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 ProcessTable::Origin ProcessTable::originOf(pid_t pid) const {

@@ -42,7 +42,7 @@ class ProcessTable {
     std::uint64_t startTicks = 0;  ///< 0: gone
   };
 
-  void examine(pid_t pid, Known& known) const;
+  /// Whether it still runs the same program; only another one is asked who it is.
   void look(pid_t pid, Known& known) const;
   Origin originOf(pid_t pid) const;
   std::string executableOf(pid_t pid) const;
