@@ -79,7 +79,7 @@ class Selection {
 
 void ActionLog::refresh() {
   const std::string path = mStore.folder().dataFolderPathWithFileName(DataFolder::kLog);
-  if (mIdentity && mIdentity == ZAN_FilesUtils::identity(path)) return;
+  if (mIdentity && mIdentity == mStore.files().identity(path)) return;
   DataFiles::List list = mStore.files().readListAtPath(path, {});
   mList = std::move(list.elements);
   mIdentity = list.identity;
@@ -93,9 +93,9 @@ ZAN_Value ActionLog::readLogList() {
 void ActionLog::saveLogList(const ZAN_Value& list) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
   mList = list;
-  (void)mStore.files().writeListToFile(mList, DataFolder::kLog);
+  (void)mStore.files().writeListToFile(mList, DataFolder::kLog, DataFiles::Saving::soon);
   // What could not be written stays in memory and is written with the next entry.
-  mIdentity = ZAN_FilesUtils::identity(mStore.folder().pathOf(DataFolder::kLog));
+  mIdentity = mStore.files().identity(mStore.folder().pathOf(DataFolder::kLog));
   saveLogListAsLog(mList);
 }
 
@@ -147,7 +147,8 @@ void ActionLog::saveLogListAsLog(const ZAN_Value& list) {
   }
   const std::string path =
       ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
-  (void)mStore.files().writeFileAtPath(path, {}, std::as_bytes(std::span(text)), false);
+  (void)mStore.files().writeFileAtPath(path, {}, std::as_bytes(std::span(text)), false,
+                                       DataFiles::Saving::soon);
 }
 
 }  // namespace corvana

@@ -176,7 +176,7 @@ void ActionResults::saveProgrammedErrorsList() { save(mErrors); }
 
 void ActionResults::refresh(Latest& latest) {
   const std::string path = mStore.folder().dataFolderPathWithFileName(latest.file);
-  if (!latest.identity || latest.identity != ZAN_FilesUtils::identity(path)) {
+  if (!latest.identity || latest.identity != mStore.files().identity(path)) {
     DataFiles::List list = mStore.files().readListAtPath(path, {});
     latest.list = std::move(list.elements);
     latest.identity = list.identity;
@@ -186,8 +186,8 @@ void ActionResults::refresh(Latest& latest) {
 
 void ActionResults::save(Latest& latest) {
   const DataFiles::Lock held = mStore.files().lock(latest.file);
-  (void)mStore.files().writeListToFile(latest.list, latest.file);
-  latest.identity = ZAN_FilesUtils::identity(mStore.folder().pathOf(latest.file));
+  (void)mStore.files().writeListToFile(latest.list, latest.file, DataFiles::Saving::soon);
+  latest.identity = mStore.files().identity(mStore.folder().pathOf(latest.file));
 }
 
 std::size_t ActionResults::count(Latest& latest) {

@@ -13,8 +13,7 @@ ActionStore::ActionStore(Clock& clock, Machine& machine, SystemLog& log,
       mDates(machine),
       mFolder(machine.homeFolder()),
       mWriter(ZAN_FilesUtils::joinedPath(mFolder.hiddenFolderPath(), "Temporary"), std::move(hook)),
-      mSaver(std::make_unique<DirectFileSaver>(mWriter)),
-      mFiles(mFolder, mDates, clock, log, *mSaver),
+      mFiles(mFolder, mDates, clock, log, mWriter),
       mTree(mFiles),
       mSettings(mFiles),
       mTexts(mFiles, machine, mDates),
@@ -22,8 +21,6 @@ ActionStore::ActionStore(Clock& clock, Machine& machine, SystemLog& log,
       mActivity(mFiles),
       mFileTypes(mFiles),
       mInstallPaths(machine) {}
-
-ActionStore::~ActionStore() { mSaver->finish(); }
 
 void ActionStore::createMissingDataFiles() {
   mWriter.removeLeftOvers();

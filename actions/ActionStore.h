@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
@@ -10,7 +9,6 @@
 #include "actions/CompleteLog.h"
 #include "actions/DataFiles.h"
 #include "actions/DataFolder.h"
-#include "actions/FileSaver.h"
 #include "actions/FileTypes.h"
 #include "actions/InstallPaths.h"
 #include "actions/LocalDates.h"
@@ -22,6 +20,7 @@ namespace corvana {
 
 class Clock;
 class Machine;
+class RunLoop;
 class SystemLog;
 
 /// Owner of everything that is stored in the data folder; hands out the part for each kind of file.
@@ -29,7 +28,6 @@ class SystemLog;
 class ActionStore {
  public:
   ActionStore(Clock& clock, Machine& machine, SystemLog& log, ZAN_FileWriter::StepHook hook = {});
-  ~ActionStore();
 
   DataFolder& folder() { return mFolder; }
   DataFiles& files() { return mFiles; }
@@ -48,6 +46,11 @@ class ActionStore {
   /// Once at the start of the agent: missing parts of the installation are written to a file on the
   /// desktop.
   void reportMissingParts() const;
+  /// From now on the log, the history and changes are written by a thread of their own, so that a
+  /// busy disk does not hold the main thread up.
+  void saveInBackground(RunLoop& loop) { mFiles.saveInBackground(loop); }
+  /// Returns when everything is on disk; before the program ends or is replaced.
+  void finishSaving() { mFiles.finishSaving(); }
   /// Whether the tree file was missing when createMissingDataFiles looked.
   bool isFirstRun() const { return mFirstRun; }
 
@@ -68,7 +71,6 @@ class ActionStore {
   LocalDates mDates;
   DataFolder mFolder;
   ZAN_FileWriter mWriter;
-  std::unique_ptr<FileSaver> mSaver;
   DataFiles mFiles;
   TreeFiles mTree;
   SettingsFiles mSettings;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -30,6 +31,12 @@ std::string_view exceptionName(ErrorKind kind) {
   }
 }
 
+/// What stands for the identity of a file while it waits to be written and for as long as it stays
+/// as it was written then.
+ZAN_FileIdentity standIn(std::uint64_t serial) {
+  return {.device = std::numeric_limits<std::uint64_t>::max(), .inode = serial};
+}
+
 /// The tree is never changed without a look at its changes, nor the other way round; likewise the
 /// latest files and errors.
 std::string lockNameFor(std::string_view fileName) {
@@ -51,11 +58,50 @@ DataFiles::Lock::~Lock() {
 }
 
 DataFiles::DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, SystemLog& log,
-                     FileSaver& saver)
-    : mFolder(folder), mDates(dates), mClock(clock), mLog(log), mSaver(saver) {}
+                     const ZAN_FileWriter& writer)
+    : mFolder(folder), mDates(dates), mClock(clock), mLog(log), mWriter(writer) {}
+
+DataFiles::~DataFiles() { finishSaving(); }
+
+void DataFiles::saveInBackground(RunLoop& loop) {
+  finishSaving();
+  mSaver = std::make_unique<FileSaver>(mWriter, loop);
+}
+
+void DataFiles::finishSaving() {
+  if (mSaver) mSaver->finish();
+}
+
+std::optional<ZAN_FileIdentity> DataFiles::identity(const std::string& path) const {
+  const auto pending = mPending.find(path);
+  if (pending != mPending.end()) return standIn(pending->second.serial);
+  return asGivenOut(path, ZAN_FilesUtils::identity(path));
+}
+
+std::optional<ZAN_FileIdentity> DataFiles::asGivenOut(
+    const std::string& path, const std::optional<ZAN_FileIdentity>& actual) const {
+  const auto alias = mAliases.find(path);
+  const bool isAlias = alias != mAliases.end() && alias->second.identity == actual;
+  return isAlias ? standIn(alias->second.serial) : actual;
+}
 
 DataFiles::List DataFiles::readListAtPath(const std::string& path,
                                           std::optional<std::string_view> firstIndexCode) {
+  if (mPending.contains(path)) finishSaving();
+  List list = readList(path, firstIndexCode);
+  list.identity = asGivenOut(path, list.identity);
+  return list;
+}
+
+DataFiles::Object DataFiles::readObject(const std::string& path) {
+  if (mPending.contains(path)) finishSaving();
+  Object object = readWholeObject(path);
+  object.identity = asGivenOut(path, object.identity);
+  return object;
+}
+
+DataFiles::List DataFiles::readList(const std::string& path,
+                                    std::optional<std::string_view> firstIndexCode) {
   List list;
   list.identity = ZAN_FilesUtils::identity(path);
   if (!list.identity || isKnown(path, list.identity, Known::State::empty)) return list;
@@ -103,16 +149,16 @@ ZAN_Value DataFiles::readListFromFile(std::string_view name) {
   return readListAtPath(mFolder.dataFolderPathWithFileName(name));
 }
 
-Outcome DataFiles::writeListToPath(const ZAN_Value& list, const std::string& path) {
+Outcome DataFiles::writeListToPath(const ZAN_Value& list, const std::string& path, Saving saving) {
   return writeContainer(list, path, Content::list,
-                        {.attributes = dataFileAttributes(), .synchronise = true});
+                        {.attributes = dataFileAttributes(), .synchronise = true}, saving);
 }
 
-Outcome DataFiles::writeListToFile(const ZAN_Value& list, std::string_view name) {
-  return writeListToPath(list, mFolder.dataFolderPathWithFileName(name));
+Outcome DataFiles::writeListToFile(const ZAN_Value& list, std::string_view name, Saving saving) {
+  return writeListToPath(list, mFolder.dataFolderPathWithFileName(name), saving);
 }
 
-DataFiles::Object DataFiles::readObject(const std::string& path) {
+DataFiles::Object DataFiles::readWholeObject(const std::string& path) {
   Object object;
   auto contents = ZAN_FilesUtils::readFile(path);
   if (!contents) {
@@ -136,13 +182,14 @@ ZAN_Value DataFiles::readObjectFromFile(std::string_view name) {
 Outcome DataFiles::writeObjectToPath(const ZAN_Value& object, const std::string& path,
                                      bool synchronise) {
   return writeContainer(object, path, Content::object,
-                        {.attributes = dataFileAttributes(), .synchronise = synchronise});
+                        {.attributes = dataFileAttributes(), .synchronise = synchronise},
+                        Saving::now);
 }
 
 Outcome DataFiles::writeTypedObjectToPath(const ZAN_Value& object, const std::string& path,
                                           std::string_view type) {
   return writeContainer(object, path, Content::object,
-                        {.attributes = dataFileAttributes(type), .synchronise = true});
+                        {.attributes = dataFileAttributes(type), .synchronise = true}, Saving::now);
 }
 
 Outcome DataFiles::writeObjectToFile(const ZAN_Value& object, std::string_view name,
@@ -168,29 +215,59 @@ Outcome DataFiles::createEmptyFileAtPath(const std::string& path,
 
 Outcome DataFiles::writeFileAtPath(const std::string& path,
                                    const ZAN_FileWriter::Attributes& attributes,
-                                   std::span<const std::byte> data, bool synchronise) {
-  Outcome outcome =
-      mSaver.save({.path = path,
-                   .bytes = {data.begin(), data.end()},
-                   .options = {.attributes = attributes, .synchronise = synchronise}});
-  if (!outcome) {
-    mLog.write("Unable saving data in file " + path);
-    mLog.write(outcome.error().text);
-  }
-  return outcome;
+                                   std::span<const std::byte> data, bool synchronise,
+                                   Saving saving) {
+  return save({.path = path,
+               .bytes = {data.begin(), data.end()},
+               .options = {.attributes = attributes, .synchronise = synchronise}},
+              saving);
 }
 
 Outcome DataFiles::writeContainer(const ZAN_Value& value, const std::string& path, Content content,
-                                  const ZAN_FileWriter::Options& options) {
-  if (!keepDamagedFile(path, content)) {
+                                  const ZAN_FileWriter::Options& options, Saving saving) {
+  if (!mPending.contains(path) && !keepDamagedFile(path, content)) {
     mLog.write("Unable saving data in file " + path);
     return Error{ErrorKind::unwritable, path + ": what is there cannot be read nor put aside"};
   }
-  Outcome outcome =
-      writeFileAtPath(path, options.attributes, ZAN_Archiver::archivedDataWithRootObject(value),
-                      options.synchronise);
-  if (outcome) noteReadable(path);
+  Outcome outcome = save(
+      {.path = path, .bytes = ZAN_Archiver::archivedDataWithRootObject(value), .options = options},
+      saving);
+  if (outcome && !mPending.contains(path)) noteReadable(path);
   return outcome;
+}
+
+Outcome DataFiles::save(FileSave save, Saving saving) {
+  const std::string path = save.path;
+  if (saving == Saving::now || !mSaver) {
+    if (mPending.contains(path)) finishSaving();
+    mAliases.erase(path);
+    Outcome outcome = mWriter.write(path, save.bytes, save.options);
+    if (!outcome) logFailure(path, outcome);
+    return outcome;
+  }
+  const std::uint64_t serial = ++mSerial;
+  const auto [pending, isNew] = mPending.try_emplace(path);
+  pending->second.serial = serial;
+  // Nobody else may read, change and write the file while it waits.
+  const std::string_view name = ZAN_FilesUtils::lastPathComponent(path);
+  if (isNew && mLocks.contains(lockNameFor(name))) pending->second.lock = lock(name);
+  mSaver->save(std::move(save),
+               [this, path, serial](const Outcome& outcome) { saved(path, serial, outcome); });
+  return {};
+}
+
+void DataFiles::saved(const std::string& path, std::uint64_t serial, const Outcome& outcome) {
+  if (!outcome) logFailure(path, outcome);
+  const auto pending = mPending.find(path);
+  if (pending == mPending.end() || pending->second.serial != serial) return;
+  if (outcome) noteReadable(path);
+  mAliases.insert_or_assign(path, Alias{serial, ZAN_FilesUtils::identity(path)});
+  mPending.erase(pending);
+}
+
+void DataFiles::logFailure(const std::string& path, const Outcome& outcome) {
+  mLog.write("Unable saving data in file " + path);
+  mLog.write(outcome.error().text);
 }
 
 DataFiles::Lock DataFiles::lock(std::string_view fileName) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -20,6 +21,7 @@ namespace corvana {
 
 class Clock;
 class LocalDates;
+class RunLoop;
 class SystemLog;
 
 /// Reads and writes the two containers that all data files use: one archived array (list) or one
@@ -61,16 +63,36 @@ class DataFiles {
     std::string mName;
   };
 
+  /// When a file is on disk.
+  enum class Saving {
+    now,  ///< when the call returns
+    /// Soon, when saving in the background was chosen: the call returns at once, a failure is
+    /// logged later, and what was to be written counts as the file's contents until something else
+    /// is.
+    soon,
+  };
+
   DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, SystemLog& log,
-            FileSaver& saver);
+            const ZAN_FileWriter& writer);
+  ~DataFiles();
+
+  /// From now on Saving::soon means a thread of its own.
+  void saveInBackground(RunLoop& loop);
+  /// Returns when nothing waits to be written any more.
+  void finishSaving();
 
   /// The full reader: three attempts with a pause of 0.05 s between them; a first element that is
   /// the text `firstIndexCode` is left out.
   List readListAtPath(const std::string& path, std::optional<std::string_view> firstIndexCode);
   ZAN_Value readListAtPath(const std::string& path);
   ZAN_Value readListFromFile(std::string_view name);  ///< name in the data folder
-  Outcome writeListToPath(const ZAN_Value& list, const std::string& path);
-  Outcome writeListToFile(const ZAN_Value& list, std::string_view name);
+  Outcome writeListToPath(const ZAN_Value& list, const std::string& path,
+                          Saving saving = Saving::now);
+  Outcome writeListToFile(const ZAN_Value& list, std::string_view name,
+                          Saving saving = Saving::now);
+  /// Identity of a file as of now; what waits to be written counts. To be compared with that of a
+  /// reading or with what this said after a writing.
+  std::optional<ZAN_FileIdentity> identity(const std::string& path) const;
 
   Object readObject(const std::string& path);
   ZAN_Value readObjectAtPath(const std::string& path);
@@ -91,7 +113,8 @@ class DataFiles {
   /// Replaces the file whole and synchronised. A failure is logged as "Unable saving data in file
   /// %@".
   Outcome writeFileAtPath(const std::string& path, const ZAN_FileWriter::Attributes& attributes,
-                          std::span<const std::byte> data, bool synchronise = true);
+                          std::span<const std::byte> data, bool synchronise = true,
+                          Saving saving = Saving::now);
 
   /// Takes the lock that goes with a file of the data folder. The tree and its changes share one.
   [[nodiscard]] Lock lock(std::string_view fileName);
@@ -103,7 +126,6 @@ class DataFiles {
   Clock& clock() { return mClock; }
   SystemLog& systemLog() { return mLog; }
   const DataFolder& folder() const { return mFolder; }
-  FileSaver& saver() { return mSaver; }
   LocalDates& dates() { return mDates; }
 
  private:
@@ -118,26 +140,47 @@ class DataFiles {
     ZAN_FileIdentity identity;
   };
   enum class Content { list, object };
+  /// A file that waits to be written, and its lock, which is kept until then.
+  struct Pending {
+    std::uint64_t serial = 0;  ///< of the latest writing
+    Lock lock;
+  };
+  /// What stands for a file's identity since it was handed over to be written.
+  struct Alias {
+    std::uint64_t serial = 0;
+    std::optional<ZAN_FileIdentity> identity;
+  };
 
   bool isKnown(const std::string& path, const std::optional<ZAN_FileIdentity>& identity,
                Known::State state) const;
   Result<ZAN_Value> unarchived(const ZAN_FileContents& contents, Content content) const;
+  List readList(const std::string& path, std::optional<std::string_view> firstIndexCode);
+  Object readWholeObject(const std::string& path);
+  std::optional<ZAN_FileIdentity> asGivenOut(const std::string& path,
+                                             const std::optional<ZAN_FileIdentity>& actual) const;
   void noteReadable(const std::string& path);
   void noteFailure(const std::string& path, const std::optional<ZAN_FileIdentity>& identity,
                    const Error& error);
   ZAN_Value decoded(const std::string& path, const ZAN_FileContents& contents, Content content);
   bool keepDamagedFile(const std::string& path, Content content);
   Outcome writeContainer(const ZAN_Value& value, const std::string& path, Content content,
-                         const ZAN_FileWriter::Options& options);
+                         const ZAN_FileWriter::Options& options, Saving saving);
+  Outcome save(FileSave save, Saving saving);
+  void saved(const std::string& path, std::uint64_t serial, const Outcome& outcome);
+  void logFailure(const std::string& path, const Outcome& outcome);
   void release(const std::string& name);
 
   const DataFolder& mFolder;
   LocalDates& mDates;
   Clock& mClock;
   SystemLog& mLog;
-  FileSaver& mSaver;
+  const ZAN_FileWriter& mWriter;
+  std::unique_ptr<FileSaver> mSaver;
+  std::uint64_t mSerial = 0;
   std::map<std::string, Held> mLocks;
   std::map<std::string, Known> mKnown;
+  std::map<std::string, Alias> mAliases;
+  std::map<std::string, Pending> mPending;
 };
 
 }  // namespace corvana

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,6 +11,8 @@
 
 namespace corvana {
 
+class RunLoop;
+
 /// A file to be replaced whole.
 struct FileSave {
   std::string path;
@@ -16,27 +20,32 @@ struct FileSave {
   ZAN_FileWriter::Options options;
 };
 
-/// Where encoded files go to be written, in the order in which they are handed over. Thread: main.
+/// Writes files on a thread of its own, in the order in which they are handed over, so that a busy
+/// disk does not hold the main thread up. The thread lives as long as there is something to write.
+/// Thread: main.
 class FileSaver {
  public:
-  virtual ~FileSaver() = default;
-  /// An error that is known at once is returned.
-  virtual Outcome save(FileSave save) = 0;
-  /// Returns when everything handed over before is on disk or has failed.
-  virtual void finish() = 0;
-};
+  using Done = std::function<void(const Outcome&)>;
 
-/// Writes at once.
-class DirectFileSaver final : public FileSaver {
- public:
-  explicit DirectFileSaver(ZAN_FileWriter writer) : mWriter(std::move(writer)) {}
-  Outcome save(FileSave save) override {
-    return mWriter.write(save.path, save.bytes, save.options);
-  }
-  void finish() override {}
+  FileSaver(ZAN_FileWriter writer, RunLoop& loop);
+  FileSaver(const FileSaver&) = delete;
+  FileSaver& operator=(const FileSaver&) = delete;
+  ~FileSaver();
+
+  /// `done` is called on the main thread, later.
+  void save(FileSave save, Done done);
+  /// Returns when everything handed over before is on disk or has failed, and every `done` was
+  /// called. Blocks; what no thread has begun is written here.
+  void finish();
 
  private:
+  struct Queue;
+  static void writeNext(Queue& queue, const ZAN_FileWriter& writer);
+  static void deliver(Queue& queue);
+
   ZAN_FileWriter mWriter;
+  RunLoop& mLoop;
+  std::shared_ptr<Queue> mQueue;
 };
 
 }  // namespace corvana

@@ -44,7 +44,7 @@ History::History(ActionStore& store)
 
 void History::refresh() {
   const std::string path = mStore.folder().dataFolderPathWithFileName(DataFolder::kHistory);
-  if (mIdentity && mIdentity == ZAN_FilesUtils::identity(path)) return;
+  if (mIdentity && mIdentity == mStore.files().identity(path)) return;
   DataFiles::List list = mStore.files().readListAtPath(path, {});
   mList = std::move(list.elements);
   mIdentity = list.identity;
@@ -94,9 +94,9 @@ void History::removeHistoryEntriesBefore(ReferenceTime date) {
 
 void History::saveProgrammedHistoryList() {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
-  (void)mStore.files().writeListToFile(mList, DataFolder::kHistory);
+  (void)mStore.files().writeListToFile(mList, DataFolder::kHistory, DataFiles::Saving::soon);
   // What could not be written stays in memory and is written with the next entry.
-  mIdentity = ZAN_FilesUtils::identity(mStore.folder().pathOf(DataFolder::kHistory));
+  mIdentity = mStore.files().identity(mStore.folder().pathOf(DataFolder::kHistory));
   saveProgrammedHistoryListAsLog();
 }
 
@@ -108,7 +108,8 @@ void History::saveProgrammedHistoryListAsLog() {
   }
   const std::string path =
       ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
-  (void)mStore.files().writeFileAtPath(path, {}, std::as_bytes(std::span(text)), false);
+  (void)mStore.files().writeFileAtPath(path, {}, std::as_bytes(std::span(text)), false,
+                                       DataFiles::Saving::soon);
 }
 
 }  // namespace corvana

@@ -42,23 +42,27 @@ ZAN_Value TreeFiles::readChangesList() {
 }
 
 Outcome TreeFiles::saveChangesList(const ZAN_Value& changes) {
-  const DataFiles::Lock held = lock();
-  Outcome outcome = mFiles.writeListToFile(changes, DataFolder::kChanges);
-  // What could not be written stays in memory and is written with the next change.
-  mChanges = {.elements = changes, .identity = changesFileIdentity()};
-  mChangesRead = true;
-  return outcome;
+  return writeChanges(changes, DataFiles::Saving::now);
 }
 
 Outcome TreeFiles::appendToChangesList(const ZAN_Value& change) {
   const DataFiles::Lock held = lock();
   ZAN_Value changes = readChangesList();
   changes.append(change);
-  return saveChangesList(changes);
+  return writeChanges(changes, DataFiles::Saving::soon);
+}
+
+Outcome TreeFiles::writeChanges(const ZAN_Value& changes, DataFiles::Saving saving) {
+  const DataFiles::Lock held = lock();
+  Outcome outcome = mFiles.writeListToFile(changes, DataFolder::kChanges, saving);
+  // What could not be written stays in memory and is written with the next change.
+  mChanges = {.elements = changes, .identity = changesFileIdentity()};
+  mChangesRead = true;
+  return outcome;
 }
 
 std::optional<ZAN_FileIdentity> TreeFiles::changesFileIdentity() const {
-  return ZAN_FilesUtils::identity(mFiles.folder().pathOf(DataFolder::kChanges));
+  return mFiles.identity(mFiles.folder().pathOf(DataFolder::kChanges));
 }
 
 }  // namespace corvana

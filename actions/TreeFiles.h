@@ -43,6 +43,8 @@ class TreeFiles {
   std::optional<ZAN_FileIdentity> changesFileIdentity() const;
 
  private:
+  Outcome writeChanges(const ZAN_Value& changes, DataFiles::Saving saving);
+
   DataFiles& mFiles;
   std::optional<ZAN_FileIdentity> mActionsIdentity;
   bool mActionsReadable = true;
