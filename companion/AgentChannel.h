@@ -2,8 +2,9 @@
 
 namespace corvana {
 
-/// Tells a running agent that the stored tree has changed, so that it reads it again at once. Does
-/// nothing when none can be reached: the agent finds the change by itself at its next evaluation.
+/// Tells a running agent that the stored tree has changed, so that it reads it again at once, and
+/// waits until the bus has passed that on, for a second at most. Does nothing when there is no
+/// session bus: the agent finds the change by itself at its next evaluation.
 void tellAgentThatActionListChanged();
 
 }  // namespace corvana

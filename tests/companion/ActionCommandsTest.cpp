@@ -1,15 +1,19 @@
 #include <gmock/gmock.h>
 
+#include <QCoreApplication>
 #include <cstdlib>
 #include <sstream>
 
 #include "actions/ActionsTools.h"
 #include "companion/Commands.h"
+#include "platform/qt/BusNotifications.h"
+#include "platform/qt/QtRunLoop.h"
 #include "tests/actions/TreeHome.h"
 
 namespace corvana {
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 
 class ActionCommandsTest : public testing::Test {
@@ -196,6 +200,35 @@ TEST_F(ActionCommandsTest, EditKeepsWhatOthersWroteAndDoesNotMakeTheActionDue) {
   EXPECT_EQ(outline(stored()), "Home(New)");
   EXPECT_EQ(run({"remove", std::to_string(group), "--force"}), kDone);
   EXPECT_EQ(stored().numberOfChildren(), 0U);
+}
+
+TEST_F(ActionCommandsTest, AgentHearsOfEveryEdit) {
+  int count = 0;
+  const QCoreApplication application(count, nullptr);
+  QtRunLoop loop;
+  BusNotifications agent(loop, machine.systemLog);
+  if (!agent.isConnected()) GTEST_SKIP() << "no bus";
+  std::vector<std::string> heard;
+  bool isWaiting = false;
+  agent.observe("CVA9_SchedulerNotification", [&](const DistributedNotification& message) {
+    heard.push_back(message.object);
+    if (isWaiting) loop.quit(0);
+  });
+  const auto wait = [&] {
+    const auto tooLate = loop.performAfter(5, [&] { loop.quit(1); });
+    isWaiting = true;
+    if (heard.empty()) loop.run();
+    isWaiting = false;
+    loop.cancel(tooLate);
+    return std::exchange(heard, {});
+  };
+  ASSERT_EQ(add({"--unknown"}), kWrongWords);
+  ASSERT_EQ(add({}), kDone);
+  EXPECT_THAT(wait(), ElementsAre("ActionListChanged"));
+  const std::string reference = std::to_string(stored().childAtIndex(0).getReference());
+  ASSERT_EQ(run({"edit", "1", "--hourly"}), kCouldNot);
+  ASSERT_EQ(run({"edit", reference, "--hourly"}), kDone);
+  EXPECT_THAT(wait(), ElementsAre("ActionListChanged"));
 }
 
 TEST_F(ActionCommandsTest, TreeThatCannotBeReadIsLeftAlone) {
