@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "actions/ActionStore.h"
 #include "app/Options.h"
 #include "app/StandardStreams.h"
 #include "app/TerminationSignals.h"
@@ -64,6 +65,7 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   std::optional<MainScheduler> scheduler;
   scheduler.emplace(
       Platform{clock, loop, machine, processes, input, userInterface, notifications, *log});
+  scheduler->store().saveInBackground(loop);
   terminations.watch(loop, [&](int number) {
     log->write(std::string("Ended by ") + strsignal(number));
     scheduler->terminateBySelf();

@@ -329,6 +329,7 @@ void MainScheduler::terminateBySelf() {
   mTerminateBySelf = true;
   applicationShouldTerminate();
   applicationWillTerminate();
+  mStore.finishSaving();
   if (mSelfRelaunch) {
     const std::string& executable = mPlatform.machine.executablePath();
     mPlatform.systemLog.write(mPlatform.processes.relaunch(executable).text);
