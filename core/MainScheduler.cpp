@@ -5,6 +5,7 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "actions/ProgrammedAction.h"
+#include "platform/AgentObject.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
 #include "platform/Processes.h"
@@ -81,12 +82,16 @@ MainScheduler::MainScheduler(Platform platform)
               [this](int operation) { showShortcutTargets(operation); },
               [this] { mPlatform.userInterface.rearrangeMessageWindows(); }}),
       mDispatch({mPlatform, mState, mTree, mLog, mDebugLog, mSurvey, mMessages, mSiblingStatus,
-                 mQueue, mEvaluation, mSupervisor, mAnnounce, mLaunchStep, mControls}) {
+                 mQueue, mEvaluation, mSupervisor, mAnnounce, mLaunchStep, mControls}),
+      mAnswers({mPlatform, mState, mPreferences, mTree, mQueue, mEvaluation, mSupervisor,
+                mLaunchStep, mSiblingStatus, mControls, mVolumeIdentity, mTexts, mStrings}) {
   wire();
   setUp();
 }
 
-MainScheduler::~MainScheduler() = default;
+MainScheduler::~MainScheduler() {
+  if (mPlatform.agentObject != nullptr) mPlatform.agentObject->disappear();
+}
 
 WorkSurroundings MainScheduler::workSurroundings() {
   return {mPlatform, mTree,         mStore,          mCounters, mPreferences,
@@ -101,6 +106,7 @@ void MainScheduler::wire() {
   mLog.onErrorStateChanged = [this] {
     mState.updateMenu();
     if (mState.mErrorInExecution != 0) mStatusItem.createStatusItem();
+    tellThatAnswersChanged();
   };
   mMessages.onNotificationsChanged = [this] { mPlatform.userInterface.menusChanged(); };
   wireWork();
@@ -134,10 +140,12 @@ void MainScheduler::wireWork() {
   mContexts.onContextChanged = [this] {
     mStatusItem.forgetCurrentIcon();
     mState.updateMenu();
+    tellThatAnswersChanged();
   };
 }
 
 void MainScheduler::wireDrive() {
+  mSiblingStatus.onStatusSent = [this] { tellThatAnswersChanged(); };
   mStatusItem.isExecuting = [this] { return mSupervisor.isExecuting(); };
   mLaunchStep.onShutDownWanted = [this] {
     mPlatform.runLoop.performAfter(0.001, [this] { terminateBySelf(); });
@@ -240,6 +248,7 @@ void MainScheduler::applicationDidFinishLaunching() {
     }
   }
 
+  if (mPlatform.agentObject != nullptr) mPlatform.agentObject->appear(mAnswers);
   mStatusItem.createStatusItem();
   loop.performAfter(5.0, [this] { mFloatingIcon.applyMode(); });
   mVolumeWatch.saveVolumesInfosAt(clock.now() + 30.0);
@@ -299,6 +308,11 @@ void MainScheduler::listsChanged() {
   UserInterface& ui = mPlatform.userInterface;
   ui.listsChanged();
   ui.setExecutionControlsEnabled(!mQueue.empty());
+  tellThatAnswersChanged();
+}
+
+void MainScheduler::tellThatAnswersChanged() {
+  if (mPlatform.agentObject != nullptr) mPlatform.agentObject->changed();
 }
 
 void MainScheduler::showShortcutTargets(int operation) {
@@ -348,6 +362,7 @@ void MainScheduler::applicationShouldTerminate() {
 }
 
 void MainScheduler::applicationWillTerminate() {
+  if (mPlatform.agentObject != nullptr) mPlatform.agentObject->disappear();
   mTimer.stop();
   mPreferences.setPref("SchedulerQuitDate", ZAN_Value::date(mPlatform.clock.now()));
   if (mPreferences.mShowMiniProgressPosition) {

@@ -17,6 +17,7 @@
 #include "core/drive/SchedulerTick.h"
 #include "core/drive/SchedulerTimer.h"
 #include "core/drive/SiblingStatus.h"
+#include "core/drive/StateAnswers.h"
 #include "core/record/DebugLog.h"
 #include "core/record/Messages.h"
 #include "core/record/Preferences.h"
@@ -89,6 +90,7 @@ class MainScheduler {
   void leaveToTheOtherInstance();
   void executeRequestedActions();
   void listsChanged();
+  void tellThatAnswersChanged();
   void showShortcutTargets(int operation);
   void refreshToolTip(const std::string& text);
   void applicationShouldTerminate();
@@ -129,6 +131,7 @@ class MainScheduler {
   SchedulerTick mTick;
   SchedulerTimer mTimer;
   NotificationDispatch mDispatch;
+  StateAnswers mAnswers;
 
   bool mMustTerminateWhenAllDone = false;
   bool mTerminateBySelf = false;

@@ -2,6 +2,7 @@
 
 namespace corvana {
 
+class AgentObject;
 class Clock;
 class DistributedNotifications;
 class Input;
@@ -11,7 +12,8 @@ class RunLoop;
 class SystemLog;
 class UserInterface;
 
-/// Everything that the agent asks of its surroundings, in one hand: real, or simulated with a virtual clock.
+/// Everything that the agent asks of its surroundings, in one hand: real, or simulated with a
+/// virtual clock.
 struct Platform {
   Clock& clock;
   RunLoop& runLoop;
@@ -21,6 +23,7 @@ struct Platform {
   UserInterface& userInterface;
   DistributedNotifications& notifications;
   SystemLog& systemLog;
+  AgentObject* agentObject = nullptr;  ///< null: nobody can ask the agent
 };
 
 }  // namespace corvana

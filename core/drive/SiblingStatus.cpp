@@ -24,6 +24,7 @@ void SiblingStatus::sendStatus() {
 void SiblingStatus::sendSchedulerStatusToMainApp() {
   mChannel.postToMainApp("ReturnCVASchedulerStatus",
                          ZAN_Value::dictionary({{"SchedulerStatus", schedulerStatus()}}));
+  if (onStatusSent) onStatusSent();
 }
 
 void SiblingStatus::postActionListChanged() { mChannel.postToMainApp("ActionListChanged"); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace corvana {
@@ -16,6 +17,9 @@ class SiblingStatus {
  public:
   SiblingStatus(SiblingChannel& channel, SchedulerState& state, Preferences& preferences,
                 ExecuteSupervisor& supervisor, std::string bundlePath);
+
+  /// The status is worth telling; called whether or not the main application runs.
+  std::function<void()> onStatusSent;
 
   /// Posts "ReturnCVAProcessStatus": where the agent is and what it does.
   void sendStatus();
