@@ -64,6 +64,13 @@ struct BusNotificationsTest : testing::Test {
   DistributedNotifications::Handler hear() {
     return [this](const DistributedNotification& one) { heard.push_back(one); };
   }
+  /// Observes, and waits until the bus knows: what others say sooner would pass by.
+  void listen(BusNotifications& listener) {
+    listener.observe("Agent", hear());
+    listener.post({"Agent", "ready", {}});
+    ASSERT_TRUE(real.runUntil([&] { return !heard.empty(); }));
+    heard.clear();
+  }
   bool hearUntil(std::size_t count) {
     return real.runUntil([&] { return heard.size() >= count; });
   }
@@ -72,7 +79,7 @@ struct BusNotificationsTest : testing::Test {
 TEST_F(BusNotificationsTest, WhatIsSentArrivesWithItsTypes) {
   const auto agent = program();
   const auto sibling = program();
-  sibling->observe("Agent", hear());
+  listen(*sibling);
   const ZAN_Value inner =
       ZAN_Value::dictionary({{"Text", "é\n"}, {"List", ZAN_Value::array({1, "x"})}});
   const ZAN_Value details =
@@ -120,7 +127,7 @@ TEST_F(BusNotificationsTest, WhatHasNoFormIsLeftOutAndSaidOnce) {
 
 TEST_F(BusNotificationsTest, OtherProgramsMaySpeakInTypesOfTheirOwn) {
   const auto agent = program();
-  agent->observe("Agent", hear());
+  listen(*agent);
   auto other = QDBusConnection::connectToBus(QString::fromStdString(address()), "other");
   const auto send = [&](const QList<QVariant>& arguments) {
     QDBusMessage message =
@@ -151,9 +158,9 @@ TEST_F(BusNotificationsTest, OtherProgramsMaySpeakInTypesOfTheirOwn) {
 TEST_F(BusNotificationsTest, OnlyWhatIsObservedIsHeardAndEqualCallsOnce) {
   const auto agent = program();
   const auto sibling = program();
-  agent->observe("Agent", hear());
   agent->observe("Gone", hear());
   agent->stopObserving("Gone");
+  listen(*agent);
   sibling->post({"Gone", "x", {}});
   sibling->post({"Other", "x", {}});
   for (int i = 0; i < 3; ++i) {
