@@ -49,6 +49,7 @@ int editCommand(Arguments& arguments, const Console& console);
 int removeCommand(Arguments& arguments, const Console& console);
 int groupCommand(Arguments& arguments, const Console& console);
 int nextCommand(Arguments& arguments, const Console& console);
+int whyCommand(Arguments& arguments, const Console& console);
 
 /// In the order in which the help shows them.
 inline constexpr std::array kCommands{
@@ -80,6 +81,9 @@ inline constexpr std::array kCommands{
             "  --first-after-startup  as the first evaluation after start-up finds them\n"
             "Times are those of the zone that TZ names, else of the machine's.\n",
             nextCommand},
+    Command{"why", "REF [--json]", "say why an action does not run now, and what would make it run",
+            "Looks at the files and processes: a pause, which only the agent knows, is not seen.\n",
+            whyCommand},
 };
 
 }  // namespace corvana

@@ -1,0 +1,157 @@
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <iterator>
+#include <ostream>
+
+#include "ZANCocoaFramework/ZAN_Json.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "companion/ActionWords.h"
+#include "companion/CommandHome.h"
+#include "companion/Commands.h"
+#include "core/work/WhyNot.h"
+#include "platform/linux/ProcessTable.h"
+#include "volumes/VolumeIdentity.h"
+
+namespace corvana {
+
+namespace {
+
+/// What the processes and the agent's settings file tell of the agent.
+struct Seen {
+  bool agentRuns = false;
+  WhyNot::Situation situation;
+};
+
+/// The reference that an execute program was started with; 0 when it cannot be told.
+std::int64_t executedReference(std::int64_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
+  const std::string words(std::istreambuf_iterator<char>(file), {});
+  const auto first = words.find('\0');
+  std::int64_t reference = 0;
+  if (first != std::string::npos) {
+    std::from_chars(words.data() + first + 1, words.data() + words.size(), reference);
+  }
+  return reference;
+}
+
+Seen lookAround(CommandHome& home) {
+  Seen seen;
+  WhyNot::Situation& situation = seen.situation;
+  situation.idleTimeIsSeen = false;
+  for (const auto& process : ProcessTable(home.machine().homeFolder()).list()) {
+    if (process.bundleExecutable == "Corvana 9 Scheduler") seen.agentRuns = true;
+    if (process.bundleExecutable != "Corvana 9 Execute") continue;
+    if (const auto reference = executedReference(process.pid); reference != 0) {
+      situation.headRuns = true;
+      situation.queue.insert(situation.queue.begin(), reference);
+    }
+  }
+  // The stored queue is without its head, which is what runs; an idle agent's is empty.
+  const ZAN_Value preferences = home.store().settings().schedulerSettings();
+  situation.scheduleDisabled = preferences.integer("SchedulerPrefScheduleDisabled") != 0;
+  situation.context = static_cast<int>(preferences.integer("SchedulerPrefCurrentContext"));
+  for (const auto& record : preferences["SchedulerActionsToDoList"].elements()) {
+    situation.queue.push_back(record.integer("Ref"));
+  }
+  return seen;
+}
+
+std::string_view nameOf(WhyNot::Cause cause) {
+  switch (cause) {
+    case WhyNot::Cause::running:
+      return "running";
+    case WhyNot::Cause::queued:
+      return "queued";
+    case WhyNot::Cause::notAutomatic:
+      return "not automatic";
+    case WhyNot::Cause::waitsForEvent:
+      return "waits for event";
+    case WhyNot::Cause::noDate:
+      return "no date";
+    case WhyNot::Cause::notDue:
+      return "not due";
+    case WhyNot::Cause::outOfHours:
+      return "out of hours";
+    case WhyNot::Cause::otherContext:
+      return "other context";
+    case WhyNot::Cause::disabled:
+      return "disabled";
+    case WhyNot::Cause::disabledSoon:
+      return "disabled soon";
+    case WhyNot::Cause::otherMachine:
+      return "other machine";
+    case WhyNot::Cause::paused:
+      return "paused";
+    case WhyNot::Cause::volumeMissing:
+      return "volume missing";
+    case WhyNot::Cause::incomplete:
+      return "incomplete";
+  }
+  return {};
+}
+
+void print(const ProgrammedAction& action, const std::vector<WhyNot::Reason>& reasons,
+           const Seen& seen, const Console& console) {
+  console.out << action.getReference() << ": " << printable(action.getTitle()) << '\n';
+  if (!seen.agentRuns) {
+    console.out << "- The agent does not run.\n  Start it: corvana9-scheduler\n";
+  }
+  for (const auto& reason : reasons) {
+    console.out << "- " << printable(reason.text) << '\n';
+    if (!reason.remedy.empty()) console.out << "  " << reason.remedy << '\n';
+  }
+  if (reasons.empty()) {
+    console.out << (seen.agentRuns ? "It is due, and the agent is about to run it.\n"
+                                   : "It is due.\n");
+  }
+}
+
+int printJson(const ProgrammedAction& action, const std::vector<WhyNot::Reason>& reasons,
+              std::optional<ReferenceTime> next, const Seen& seen, const Console& console) {
+  ZAN_Value list = ZAN_Value::array();
+  for (const auto& reason : reasons) {
+    list.append(ZAN_Value::dictionary(
+        {{"cause", nameOf(reason.cause)}, {"text", reason.text}, {"remedy", reason.remedy}}));
+  }
+  const auto text = ZAN_Json::jsonWithValue(
+      ZAN_Value::dictionary({{"reference", action.getReference()},
+                             {"title", action.getTitle()},
+                             {"agent", seen.agentRuns},
+                             {"next", next ? ZAN_Value(*next) : ZAN_Value()},
+                             {"reasons", list}}),
+      {.plain = true});
+  if (!text) return failed(console, text.error());
+  console.out << *text << '\n';
+  return kDone;
+}
+
+}  // namespace
+
+int whyCommand(Arguments& arguments, const Console& console) {
+  const bool json = arguments.json();
+  const auto words = arguments.words(1, 1);
+  if (!words) return wrongWords(console, words.error());
+  const auto reference = referenceFrom(words->front());
+  if (!reference) return wrongWords(console, reference.error());
+  CommandHome home(console);
+  const ProgrammedAction* action =
+      home.isThere() ? home.tree().rootItem().actionForReference(*reference) : nullptr;
+  if (action == nullptr) {
+    return failed(console, {ErrorKind::absent, words->front() + ": no action has this reference"});
+  }
+  const Seen seen = lookAround(home);
+  VolumeIdentity volumes;
+  const ZAN_StringTable texts;
+  const ZAN_StringUtils strings(home.machine().regionName(), home.machine().timeZoneName());
+  const WhyNot why(home.tools(), {texts, strings}, volumes, [&](std::int64_t ref) {
+    const auto* other = home.tree().rootItem().actionForReference(ref);
+    return other ? other->getTitle() : std::to_string(ref);
+  });
+  const auto reasons = why.reasons(*action, seen.situation);
+  if (json) return printJson(*action, reasons, why.nextDate(*action), seen, console);
+  print(*action, reasons, seen, console);
+  return kDone;
+}
+
+}  // namespace corvana

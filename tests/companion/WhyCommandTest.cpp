@@ -1,0 +1,52 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "companion/Commands.h"
+#include "tests/actions/TreeHome.h"
+
+namespace corvana {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(WhyCommand, ReadsTheAgentsFiles) {
+  SimulatedPlatform machine;
+  TreeHome home(machine);
+  const ZAN_Value folder = ZAN_Value::dictionary({{"VolumeFolderPath", machine.folder.path()}});
+  const auto action = [&](int ref, const std::string& title) {
+    return ZAN_Value::dictionary({{"Ref", ref},
+                                  {"Title", title},
+                                  {"TriggerContextPopup", 2},
+                                  {"ItemsVolumeTolerance", 1},
+                                  {"ItemsSource", folder},
+                                  {"ItemsDestination", folder}});
+  };
+  ASSERT_TRUE(home.store.tree().saveActionsTree(
+      ZAN_Value::array({action(11, "Letters"), action(12, "Photos")})));
+  ZAN_Value queue = ZAN_Value::array(
+      {ZAN_Value::dictionary({{"Ref", 12}}), ZAN_Value::dictionary({{"Ref", 11}})});
+  ASSERT_TRUE(home.store.settings().saveSchedulerSettings(
+      ZAN_Value::dictionary({{"SchedulerPrefScheduleDisabled", 1},
+                             {"SchedulerPrefCurrentContext", 1},
+                             {"SchedulerActionsToDoList", queue}})));
+
+  std::istringstream in;
+  std::ostringstream out, err;
+  const auto why = [&](const std::string& ref) {
+    out.str("");
+    return runCommandLine({"why", ref, "--home", machine.folder.path()}, {in, out, err});
+  };
+  EXPECT_EQ(why("11"), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("11: Letters\n- The agent does not run.\n"));
+  EXPECT_THAT(out.str(), HasSubstr("- It is in the queue already, behind \"Photos\".\n"));
+  EXPECT_THAT(out.str(), HasSubstr("- Automatic execution is off.\n  Switch it on"));
+  EXPECT_THAT(out.str(), HasSubstr("the context Home, and the context is Office"));
+  EXPECT_EQ(why("13"), kCouldNot);
+  EXPECT_THAT(err.str(), HasSubstr("13: no action has this reference"));
+}
+
+}  // namespace
+}  // namespace corvana
