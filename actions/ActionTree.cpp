@@ -19,12 +19,6 @@ std::int64_t saturatedSum(std::int64_t a, std::int64_t b) {
   return __builtin_add_overflow(a, b, &sum) ? std::numeric_limits<std::int64_t>::max() : sum;
 }
 
-ZAN_Value joined(const ZAN_Value& first, const ZAN_Value& second) {
-  ZAN_Value all = first.isArray() ? first : ZAN_Value::array();
-  for (const ZAN_Value& element : second.elements()) all.append(element);
-  return all;
-}
-
 }  // namespace
 
 ActionTree::ActionTree(TreeFiles& files, Clock& clock, SystemLog& log, const ZAN_StringTable& texts)
@@ -62,7 +56,7 @@ void ActionTree::load() {
   mActionsIdentity = mFiles.actionsIdentityWhenRead();
   mHighest = Highest{};
   mRoot->addActionsFromList(std::exchange(list, {}), false, std::nullopt);
-  applyChanges(joined(changes, mUnwrittenChanges));
+  applyChanges(changes);
   mUnsaved = false;
 }
 
@@ -103,11 +97,11 @@ Outcome ActionTree::updateActionsWithChanges(bool mergeIntoFile) {
     applyChanges(changes);
     return {};
   }
-  if (mFiles.readChangesList().empty() && mUnwrittenChanges.empty()) return {};
+  if (mFiles.readChangesList().empty()) return {};
   const auto lock = mFiles.lock();
   const ZAN_Value changes = mFiles.readChangesList();
   ensureCurrentRoot();
-  applyChanges(joined(changes, mUnwrittenChanges));
+  applyChanges(changes);
   Outcome written = writeMerged(changes);
   if (!written && mLoggedRefusal != written.error().text) {
     mLog.write("Programmed Actions: changes not merged: " + written.error().text);
@@ -119,7 +113,6 @@ Outcome ActionTree::updateActionsWithChanges(bool mergeIntoFile) {
 
 Outcome ActionTree::writeMerged(const ZAN_Value& changes) {
   if (Outcome saved = saveActionsTree(); !saved) return saved;
-  mUnwrittenChanges = ZAN_Value::array();
   if (!changes.empty()) {
     // Where the lock could not be had, another program may have appended meanwhile.
     ZAN_Value later = mFiles.readChangesList();
@@ -231,20 +224,13 @@ void ActionTree::addInChangesList(ProgrammedAction& node, ZAN_Value value,
   const bool wasUnsaved = mUnsaved;
   node.setSetting(forKey, value);
   mUnsaved = wasUnsaved;
-  mUnwrittenChanges.append(ZAN_Value::dictionary(
-      {{"Ref", node.getReference()}, {"ChangesObject", std::move(value)}, {"ChangesKey", forKey}}));
-  if (const Outcome written = writeChanges(); !written) mLog.write(written.error().text);
-}
-
-Outcome ActionTree::writeChanges() {
   const auto lock = mFiles.lock();
   const bool wasCurrent = mChangesIdentity == mFiles.changesFileIdentity();
-  Outcome written = mFiles.saveChangesList(joined(mFiles.readChangesList(), mUnwrittenChanges));
-  if (!written) return written;
-  mUnwrittenChanges = ZAN_Value::array();
+  // A change that cannot be written stays with the list in memory; that is logged there.
+  (void)mFiles.appendToChangesList(ZAN_Value::dictionary(
+      {{"Ref", node.getReference()}, {"ChangesObject", std::move(value)}, {"ChangesKey", forKey}}));
   // With changes of another program in the file, memory is no longer what a reading would give.
   if (wasCurrent) mChangesIdentity = mFiles.changesFileIdentity();
-  return {};
 }
 
 }  // namespace corvana

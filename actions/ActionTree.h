@@ -79,7 +79,6 @@ class ActionTree {
   void ensureCurrentRoot();
   void applyChanges(const ZAN_Value& changes);
   Outcome writeMerged(const ZAN_Value& changes);
-  Outcome writeChanges();
   Highest highest(const ProgrammedAction& node, std::int64_t depth) const;
   // What nodes tell.
   void edited() { mUnsaved = true; }
@@ -98,7 +97,6 @@ class ActionTree {
   std::optional<Highest> mHighest;
   std::optional<ZAN_FileIdentity> mActionsIdentity;
   std::optional<ZAN_FileIdentity> mChangesIdentity;
-  ZAN_Value mUnwrittenChanges = ZAN_Value::array();
   std::string mLoggedRefusal;  ///< so that one reason is logged once
 };
 
