@@ -21,6 +21,8 @@
 #include "platform/linux/NoInput.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
+#include "platform/qt/BusAgentObject.h"
+#include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
 #include "platform/qt/QtRunLoop.h"
 
@@ -61,10 +63,12 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   LinuxProcesses processes(loop, {words, start, machine.homeFolder()});
   NoInput input;
   HeadlessUserInterface userInterface(loop, [&log](const std::string& line) { log->write(line); });
-  BusNotifications notifications(loop, *log);
+  BusConnection bus(loop, *log);
+  BusNotifications notifications(bus, loop, *log);
+  BusAgentObject agentObject(bus, loop);
   std::optional<MainScheduler> scheduler;
-  scheduler.emplace(
-      Platform{clock, loop, machine, processes, input, userInterface, notifications, *log});
+  scheduler.emplace(Platform{clock, loop, machine, processes, input, userInterface, notifications,
+                             *log, &agentObject});
   scheduler->store().saveInBackground(loop);
   terminations.watch(loop, [&](int number) {
     log->write(std::string("Ended by ") + strsignal(number));

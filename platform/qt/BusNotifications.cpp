@@ -1,29 +1,19 @@
 #include "platform/qt/BusNotifications.h"
 
-#include <unistd.h>
-
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QObject>
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 #include <utility>
 #include <vector>
 
+#include "platform/qt/BusNames.h"
 #include "platform/qt/BusValues.h"
 
 namespace corvana {
 
 namespace {
-
-constexpr double kFirstRetry = 1;
-constexpr double kLastRetry = 300;
-
-QString path() { return QStringLiteral("/com/zan/corvana9/DistributedNotifications"); }
-QString interface() { return QStringLiteral("com.zan.corvana9.DistributedNotifications"); }
-QString signal() { return QStringLiteral("Posted"); }
-QString signature() { return QStringLiteral("ssa{sv}"); }
 
 bool hasForm(const std::string& text) { return text.find('\0') == std::string::npos; }
 
@@ -33,65 +23,33 @@ class BusNotifications::Private final : public QObject {
   Q_OBJECT
 
  public:
-  Private(RunLoop& runLoop, SystemLog& log, Address address)
-      : mRunLoop(runLoop), mLog(log), mAddress(std::move(address)) {
+  Private(std::unique_ptr<BusConnection> own, BusConnection& connection, RunLoop& runLoop,
+          SystemLog& log)
+      : mOwnConnection(std::move(own)), mConnection(connection), mRunLoop(runLoop), mLog(log) {
     BusValues::registerTypes();
-    connectToBus();
+    mConnection.whenConnected(this, [this] {
+      for (const auto& handler : mHandlers) listen(handler.first, true);
+    });
   }
 
   ~Private() override {
-    mRunLoop.cancel(mRetry);
+    mConnection.forget(this);
     mRunLoop.cancel(mDelivery);
-    leaveBus();
-  }
-
-  void connectToBus() {
-    mRetry = 0;
-    leaveBus();
-    const std::string address = mAddress();
-    if (!address.empty()) {
-      // A name used again would hand back the connection that was lost.
-      mName = QStringLiteral("corvana9-notifications-%1-%2")
-                  .arg(reinterpret_cast<quintptr>(this))
-                  .arg(++mConnections);
-      mBus = QDBusConnection::connectToBus(QString::fromStdString(address), mName);
-    }
-    if (!mBus.isConnected()) {
-      if (!std::exchange(mToldAbsence, true)) {
-        mLog.write("No session bus: other programs of Corvana 9 are not heard until there is one");
-      }
-      retryLater();
-      return;
-    }
-    mWait = kFirstRetry;
-    mToldAbsence = false;
-    mBus.connect({}, QStringLiteral("/org/freedesktop/DBus/Local"),
-                 QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
-                 SLOT(lost()));
-    for (const auto& handler : mHandlers) listen(handler.first, true);
-  }
-
-  void leaveBus() {
-    if (mName.isEmpty()) return;
-    mBus = QDBusConnection(QString());
-    QDBusConnection::disconnectFromBus(std::exchange(mName, {}));
-  }
-
-  void retryLater() {
-    if (mRetry != 0) return;
-    mRetry = mRunLoop.performAfter(mWait, [this] { connectToBus(); });
-    mWait = std::min(mWait * 2, kLastRetry);
+    if (!mConnection.isConnected()) return;
+    for (const auto& handler : mHandlers) listen(handler.first, false);
   }
 
   /// The first argument is part of what the bus is asked for, so that other traffic wakes nobody.
   void listen(const std::string& name, bool listens) {
     const QStringList match{QString::fromStdString(name)};
     if (listens) {
-      mBus.connect({}, path(), interface(), signal(), match, signature(), this,
-                   SLOT(received(QDBusMessage)));
+      mConnection.bus().connect({}, BusNames::notificationsPath(), BusNames::notifications(),
+                                BusNames::posted(), match, BusNames::postedSignature(), this,
+                                SLOT(received(QDBusMessage)));
     } else {
-      mBus.disconnect({}, path(), interface(), signal(), match, signature(), this,
-                      SLOT(received(QDBusMessage)));
+      mConnection.bus().disconnect({}, BusNames::notificationsPath(), BusNames::notifications(),
+                                   BusNames::posted(), match, BusNames::postedSignature(), this,
+                                   SLOT(received(QDBusMessage)));
     }
   }
 
@@ -129,26 +87,26 @@ class BusNotifications::Private final : public QObject {
     if (mWaiting.size() == 1) mDelivery = mRunLoop.performAfter(0, [this] { deliver(); });
   }
 
-  void lost() { retryLater(); }
-
  public:
+  std::unique_ptr<BusConnection> mOwnConnection;
+  BusConnection& mConnection;
   RunLoop& mRunLoop;
   SystemLog& mLog;
-  Address mAddress;
-  QDBusConnection mBus{QString()};
-  QString mName;
-  int mConnections = 0;
-  RunLoop::TimerId mRetry = 0;
   RunLoop::TimerId mDelivery = 0;
-  double mWait = kFirstRetry;
-  bool mToldAbsence = false;
   bool mToldDropped = false;
   std::map<std::string, Handler> mHandlers;
   std::vector<DistributedNotification> mWaiting;
 };
 
-BusNotifications::BusNotifications(RunLoop& runLoop, SystemLog& log, Address address)
-    : mPrivate(std::make_unique<Private>(runLoop, log, std::move(address))) {}
+BusNotifications::BusNotifications(BusConnection& connection, RunLoop& runLoop, SystemLog& log)
+    : mPrivate(std::make_unique<Private>(nullptr, connection, runLoop, log)) {}
+
+BusNotifications::BusNotifications(RunLoop& runLoop, SystemLog& log,
+                                   BusConnection::Address address) {
+  auto own = std::make_unique<BusConnection>(runLoop, log, std::move(address));
+  BusConnection& connection = *own;
+  mPrivate = std::make_unique<Private>(std::move(own), connection, runLoop, log);
+}
 
 BusNotifications::~BusNotifications() = default;
 
@@ -161,10 +119,11 @@ void BusNotifications::post(const DistributedNotification& notification) {
   int dropped = 0;
   const QVariantMap details = BusValues::mapWithDictionary(notification.userInfo, dropped);
   if (dropped > 0) mPrivate->tellDropped();
-  QDBusMessage message = QDBusMessage::createSignal(path(), interface(), signal());
+  QDBusMessage message = QDBusMessage::createSignal(BusNames::notificationsPath(),
+                                                    BusNames::notifications(), BusNames::posted());
   message << QString::fromStdString(notification.name)
           << QString::fromStdString(notification.object) << details;
-  if (!mPrivate->mBus.send(message)) mPrivate->tellDropped();
+  if (!mPrivate->mConnection.bus().send(message)) mPrivate->tellDropped();
 }
 
 void BusNotifications::observe(const std::string& name, Handler handler) {
@@ -176,16 +135,7 @@ void BusNotifications::stopObserving(const std::string& name) {
   if (mPrivate->mHandlers.erase(name) != 0 && isConnected()) mPrivate->listen(name, false);
 }
 
-bool BusNotifications::isConnected() const { return mPrivate->mBus.isConnected(); }
-
-std::string BusNotifications::sessionBusAddress() {
-  const char* said = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-  if (said != nullptr && *said != '\0') return said;
-  const char* folder = std::getenv("XDG_RUNTIME_DIR");
-  if (folder == nullptr || *folder != '/') return {};
-  const std::string socket = std::string(folder) + "/bus";
-  return access(socket.c_str(), F_OK) == 0 ? "unix:path=" + socket : std::string();
-}
+bool BusNotifications::isConnected() const { return mPrivate->mConnection.isConnected(); }
 
 }  // namespace corvana
 

@@ -1,0 +1,202 @@
+#include "platform/qt/BusAgentObject.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusVirtualObject>
+#include <QVariantMap>
+#include <map>
+#include <utility>
+
+#include "platform/qt/BusNames.h"
+#include "platform/qt/BusValues.h"
+
+namespace corvana {
+
+namespace {
+
+// A program asks one thing after another; a few at once is generous.
+constexpr int kMostOfOneCaller = 32;
+constexpr int kMostOfAll = 256;
+
+using Maps = QList<QVariantMap>;
+
+QVariantMap mapOf(const ZAN_Value& dictionary) {
+  int dropped = 0;
+  return BusValues::mapWithDictionary(dictionary, dropped);
+}
+
+QVariant listOf(const ZAN_Value& dictionaries) {
+  Maps maps;
+  for (const ZAN_Value& one : dictionaries.elements()) maps.append(mapOf(one));
+  return QVariant::fromValue(maps);
+}
+
+QString textOf(const std::string& text) {
+  QString result = QString::fromStdString(text);
+  // The library cuts a text there.
+  return result.replace(QChar(u'\0'), QChar(u' '));
+}
+
+QString kindOf(const Error& error) {
+  return error.kind == ErrorKind::absent ? BusNames::agent() + QStringLiteral(".Error.Absent")
+                                         : BusNames::agent() + QStringLiteral(".Error.Failed");
+}
+
+}  // namespace
+
+class BusAgentObject::Private final : public QDBusVirtualObject {
+  Q_OBJECT
+
+ public:
+  Private(BusConnection& connection, RunLoop& runLoop)
+      : mConnection(connection), mRunLoop(runLoop) {
+    BusValues::registerTypes();
+    qDBusRegisterMetaType<Maps>();
+  }
+
+  ~Private() override { disappear(); }
+
+  void appear(AgentAnswers& answers) {
+    mAnswers = &answers;
+    mConnection.whenConnected(this, [this] { takeName(); });
+  }
+
+  void disappear() {
+    if (std::exchange(mAnswers, nullptr) == nullptr) return;
+    mConnection.forget(this);
+    mRunLoop.cancel(std::exchange(mTelling, 0));
+    if (!mConnection.isConnected()) return;
+    callBus(QStringLiteral("ReleaseName"), {BusNames::agent()});
+    mConnection.bus().unregisterObject(BusNames::agentPath());
+  }
+
+  void changed() {
+    if (mTelling != 0 || mAnswers == nullptr) return;
+    mTelling = mRunLoop.performAfter(0, [this] {
+      mTelling = 0;
+      if (!mConnection.isConnected()) return;
+      mConnection.bus().send(QDBusMessage::createSignal(BusNames::agentPath(), BusNames::agent(),
+                                                        BusNames::changed()));
+    });
+  }
+
+  QString introspect(const QString&) const override {
+    return QStringLiteral(
+        "<interface name=\"com.zan.corvana9.Scheduler\">"
+        "<method name=\"Status\"><arg type=\"a{sv}\" direction=\"out\"/></method>"
+        "<method name=\"Queue\"><arg type=\"aa{sv}\" direction=\"out\"/></method>"
+        "<method name=\"Next\"><arg type=\"aa{sv}\" direction=\"out\"/></method>"
+        "<method name=\"Why\"><arg name=\"ref\" type=\"x\" direction=\"in\"/>"
+        "<arg type=\"as\" direction=\"out\"/></method>"
+        "<method name=\"Launch\"><arg name=\"ref\" type=\"x\" direction=\"in\"/>"
+        "<arg type=\"s\" direction=\"out\"/></method>"
+        "<signal name=\"Changed\"/></interface>");
+  }
+
+  bool handleMessage(const QDBusMessage& message, const QDBusConnection& bus) override {
+    if (message.type() != QDBusMessage::MethodCallMessage) return false;
+    if (!message.interface().isEmpty() && message.interface() != BusNames::agent()) return false;
+    int& ofCaller = mWaitingOf[message.service()];
+    if (ofCaller >= kMostOfOneCaller || mWaiting >= kMostOfAll) {
+      if (ofCaller == 0) mWaitingOf.erase(message.service());
+      answer(message, bus,
+             message.createErrorReply(QDBusError::LimitsExceeded,
+                                      QStringLiteral("too many questions at once")));
+      return true;
+    }
+    ++ofCaller;
+    ++mWaiting;
+    // Behind the notifications that arrived before.
+    mRunLoop.performAfter(0, [this, alive = std::weak_ptr<int>(mAlive), message, bus] {
+      if (alive.expired()) return;
+      --mWaiting;
+      if (const auto of = mWaitingOf.find(message.service()); --of->second == 0)
+        mWaitingOf.erase(of);
+      answer(message, bus, replyTo(message));
+    });
+    return true;
+  }
+
+ private:
+  static void answer(const QDBusMessage& message, const QDBusConnection& bus,
+                     const QDBusMessage& reply) {
+    if (message.isReplyRequired()) bus.send(reply);
+  }
+
+  QDBusMessage replyTo(const QDBusMessage& message) {
+    const QString method = message.member();
+    const bool ofAction = method == QStringLiteral("Why") || method == QStringLiteral("Launch");
+    if (!ofAction && method != QStringLiteral("Status") && method != QStringLiteral("Queue") &&
+        method != QStringLiteral("Next")) {
+      return message.createErrorReply(QDBusError::UnknownMethod,
+                                      QStringLiteral("no method of this name"));
+    }
+    if (message.signature() != (ofAction ? QStringLiteral("x") : QString())) {
+      return message.createErrorReply(
+          QDBusError::InvalidArgs, ofAction ? QStringLiteral("wants the reference of an action (x)")
+                                            : QStringLiteral("wants no arguments"));
+    }
+    if (mAnswers == nullptr)
+      return message.createErrorReply(QDBusError::Failed, QStringLiteral("the agent is leaving"));
+    if (ofAction) {
+      const std::int64_t ref = message.arguments().constFirst().toLongLong();
+      return method == QStringLiteral("Launch") ? replyToLaunch(message, ref)
+                                                : replyToWhy(message, ref);
+    }
+    if (method == QStringLiteral("Status")) return message.createReply(mapOf(mAnswers->status()));
+    return message.createReply(
+        listOf(method == QStringLiteral("Queue") ? mAnswers->queue() : mAnswers->next()));
+  }
+
+  QDBusMessage replyToLaunch(const QDBusMessage& message, std::int64_t ref) {
+    const Outcome launched = mAnswers->launch(ref);
+    return message.createReply(launched ? QStringLiteral("queued") : textOf(launched.error().text));
+  }
+
+  QDBusMessage replyToWhy(const QDBusMessage& message, std::int64_t ref) {
+    const auto reasons = mAnswers->why(ref);
+    if (!reasons) {
+      return message.createErrorReply(kindOf(reasons.error()), textOf(reasons.error().text));
+    }
+    QStringList lines;
+    for (const std::string& reason : *reasons) lines.append(textOf(reason));
+    return message.createReply(lines);
+  }
+
+  void takeName() {
+    mConnection.bus().registerVirtualObject(BusNames::agentPath(), this);
+    // 0: nobody may take it away, and while it is taken the bus keeps a place in the line.
+    callBus(QStringLiteral("RequestName"), {BusNames::agent(), 0U});
+  }
+
+  void callBus(const QString& method, const QList<QVariant>& arguments) {
+    QDBusMessage message = QDBusMessage::createMethodCall(BusNames::bus(), BusNames::busPath(),
+                                                          BusNames::bus(), method);
+    message.setArguments(arguments);
+    mConnection.bus().send(message);
+  }
+
+  BusConnection& mConnection;
+  RunLoop& mRunLoop;
+  AgentAnswers* mAnswers = nullptr;
+  RunLoop::TimerId mTelling = 0;
+  int mWaiting = 0;
+  std::map<QString, int> mWaitingOf;
+  std::shared_ptr<int> mAlive = std::make_shared<int>();
+};
+
+BusAgentObject::BusAgentObject(BusConnection& connection, RunLoop& runLoop)
+    : mPrivate(std::make_unique<Private>(connection, runLoop)) {}
+
+BusAgentObject::~BusAgentObject() = default;
+
+void BusAgentObject::appear(AgentAnswers& answers) { mPrivate->appear(answers); }
+
+void BusAgentObject::disappear() { mPrivate->disappear(); }
+
+void BusAgentObject::changed() { mPrivate->changed(); }
+
+}  // namespace corvana
+
+#include "BusAgentObject.moc"
