@@ -74,7 +74,8 @@ ZAN_Value processesAfter(const ZAN_Value& stored, const std::string& pids, Refer
 
 void ActivityRecord::saveActivity(std::optional<std::int64_t> status, bool mainAppOpened,
                                   bool executeAppOpened, std::optional<ReferenceTime> setWakeUp,
-                                  std::span<const RunningProcess> running) {
+                                  std::span<const RunningProcess> running,
+                                  std::optional<ReferenceTime> since) {
   const ReferenceTime now = mFiles.clock().now();
   ZAN_Value record = readActivity();
   if (!record.isDictionary()) record = ZAN_Value::dictionary();
@@ -82,14 +83,24 @@ void ActivityRecord::saveActivity(std::optional<std::int64_t> status, bool mainA
   record.setValue("ProcessActivity",
                   processesAfter(record["ProcessActivity"], executeProcesses(running), now));
 
-  const std::optional<std::uint64_t> minutes[] = {
-      minuteOf(now), mainAppOpened ? std::optional(minuteOf(now)) : std::nullopt,
-      executeAppOpened ? std::optional(minuteOf(now)) : std::nullopt,
-      setWakeUp ? std::optional(minuteOf(*setWakeUp)) : std::nullopt};
+  struct Minutes {
+    bool are;
+    std::uint64_t first;
+    std::uint64_t last;
+  };
+  const std::uint64_t last = minuteOf(now);
+  const std::uint64_t first = since ? std::min(minuteOf(*since), last) : last;
+  const std::uint64_t wakeUp = minuteOf(setWakeUp.value_or(0));
+  const Minutes minutes[] = {{true, first, last},
+                             {mainAppOpened, first, last},
+                             {executeAppOpened, first, last},
+                             {setWakeUp.has_value(), wakeUp, wakeUp}};
   for (std::size_t i = 0; i < std::size(kMinuteSets); ++i) {
     ZAN_Value set = storedSet(record, kMinuteSets[i]);
     if (now >= kFirstPruning) set.removeIndexesUpTo(minuteOf(now - kKeptPeriod));
-    if (minutes[i]) set.addIndex(*minutes[i]);
+    if (minutes[i].are) {
+      for (std::uint64_t one = minutes[i].first; one <= minutes[i].last; ++one) set.addIndex(one);
+    }
     record.setValue(kMinuteSets[i], ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(set)));
   }
   if (!mFiles.writeObjectToFile(record, DataFolder::kActivity, false)) return;

@@ -326,10 +326,13 @@ void MainScheduler::refreshToolTip(const std::string& text) {
 }
 
 void MainScheduler::skipTimerCalls(int calls) {
-  mTimer.skip(calls);
   // The tick body runs on odd counts.
-  const std::int64_t counter = mTimer.counter();
-  mTick.skipTicks((counter % 2 != 0 ? counter : counter - 1) / 2, calls / 2);
+  const std::int64_t before = (mTimer.counter() + 1) / 2;
+  mTimer.skip(calls);
+  const std::int64_t after = (mTimer.counter() + 1) / 2;
+  const bool tickWasLast = mTimer.counter() % 2 != 0;
+  mTick.skipTicks(after - 1, static_cast<int>(after - before),
+                  mPlatform.clock.now() - (tickWasLast ? 0 : SchedulerTimer::kInterval));
 }
 
 void MainScheduler::recordActivity(std::int64_t status) {

@@ -18,6 +18,11 @@ constexpr double kKeepStatusItem = 10.0;
 /// Where the right third of the menu bar begins, in parts of the screen's width.
 constexpr double kRightThird = 0.67;
 
+bool isHoverPlace(const Point& pointer, const Rect& screen, const Rect& visibleFrame) {
+  return pointer.y > visibleFrame.y + visibleFrame.height &&
+         pointer.x > screen.x + kRightThird * screen.width;
+}
+
 }  // namespace
 
 FloatingIcon::FloatingIcon(Clock& clock, UserInterface& userInterface, SchedulerState& state,
@@ -40,8 +45,7 @@ void FloatingIcon::show() {
 
 void FloatingIcon::hover(const Point& pointer, const Rect& screen, const Rect& visibleFrame) {
   const ReferenceTime now = mClock.now();
-  const bool inMenuBar = pointer.y > visibleFrame.y + visibleFrame.height;
-  if (inMenuBar && pointer.x > screen.x + kRightThird * screen.width) {
+  if (isHoverPlace(pointer, screen, visibleFrame)) {
     if (mPreferences.mShowFloatingIconMode == kOnHover) {
       if (!mUserInterface.isWindowVisible(Window::floatingIcon)) show();
       mCloseFloatingIcon.set(now + kKeepFloatingIcon);
@@ -54,6 +58,12 @@ void FloatingIcon::hover(const Point& pointer, const Rect& screen, const Rect& v
              mUserInterface.isWindowVisible(Window::floatingIcon)) {
     mUserInterface.hideWindow(Window::floatingIcon);
   }
+}
+
+bool FloatingIcon::rests(const Point& pointer, const Rect& screen, const Rect& visibleFrame) const {
+  if (isHoverPlace(pointer, screen, visibleFrame)) return false;
+  return mPreferences.mShowFloatingIconMode == kAlways ||
+         !mUserInterface.isWindowVisible(Window::floatingIcon);
 }
 
 }  // namespace corvana

@@ -23,6 +23,8 @@ class FloatingIcon {
   /// The pointer rests at `pointer`: in the right third of the menu bar it brings up what is shown
   /// on hover; elsewhere a visible floating icon goes when its time is over.
   void hover(const Point& pointer, const Rect& screen, const Rect& visibleFrame);
+  /// Whether nothing comes of a pointer that stays there.
+  bool rests(const Point& pointer, const Rect& screen, const Rect& visibleFrame) const;
 
  private:
   void show();

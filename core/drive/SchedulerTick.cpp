@@ -116,10 +116,13 @@ bool SchedulerTick::messageCanFollow() const {
   return m.messages.hasPending() && !m.messages.isShown();
 }
 
-void SchedulerTick::saveActivity(std::int64_t) {
+void SchedulerTick::saveActivity(std::int64_t) { saveActivitySince(std::nullopt); }
+
+void SchedulerTick::saveActivitySince(std::optional<ReferenceTime> since) {
   const auto running = m.platform.processes.running();
   m.store.activity().saveActivity(std::nullopt, m.siblingWatch.isMainAppLaunched(),
-                                  m.siblingWatch.isExecuteAppLaunched(), std::nullopt, running);
+                                  m.siblingWatch.isExecuteAppLaunched(), std::nullopt, running,
+                                  since);
 }
 
 void SchedulerTick::followPointer(std::int64_t) {
@@ -213,14 +216,27 @@ void SchedulerTick::restWhenIdle(std::int64_t) {
   }
 }
 
+/// Whether keyboard, pointer and screen are as the last tick found them, and nothing comes of that.
+bool SchedulerTick::inputRests() const {
+  Input& input = m.platform.input;
+  if (input.keyMap() != KeyMap{}) return false;
+  const auto pointer = input.pointer();
+  if (!pointer) return true;
+  const Rect screen = input.mainScreen();
+  return *pointer == mLastMouseLocation && screen == mLastScreen &&
+         m.floatingIcon.rests(*pointer, screen, input.visibleFrame());
+}
+
 int SchedulerTick::emptyTicks() const {
   if (mWakeAfterSleepCounter > 0 || m.state.mMenuMustBeUpdatedTicks != 0 ||
       !m.launchStep.isAtRest() || m.evaluation.hasNotExecutedNotices() || surveyIsVisible() ||
-      (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) ||
-      m.platform.input.pointer().has_value() || m.evaluation.idleTimeScheduling()) {
+      (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) || !inputRests() ||
+      m.evaluation.idleTimeScheduling()) {
     return 0;
   }
   const ReferenceTime now = m.platform.clock.now();
+  // A jump of the clock is for the next tick to notice.
+  if (std::abs(now - mLastTimerExecution) > kClockSetBack) return 0;
   ReferenceTime next =
       std::min({m.state.mNextCheck.at(), m.volumes.nextSaving(), mSchedulerLaunchTime.at()});
   for (const ReferenceTime at : {m.state.mPauseBeforeNextStep.at(), m.statusItem.canHide().at()}) {
@@ -232,12 +248,15 @@ int SchedulerTick::emptyTicks() const {
   return ticks <= 0 ? 0 : static_cast<int>(std::min(ticks, 1e6));
 }
 
-void SchedulerTick::skipTicks(std::int64_t last, int count) {
-  mLastTimerExecution = m.platform.clock.now();
+void SchedulerTick::skipTicks(std::int64_t last, int count, ReferenceTime at) {
+  if (count == 0) return;
+  mLastTimerExecution = at;
   // The record of activity is the one thing that such ticks would have written.
-  for (std::int64_t n = last / kActivityTicks * kActivityTicks; n > last - count;
-       n -= kActivityTicks)
-    saveActivity(n);
+  const std::int64_t before = last - count;
+  const std::int64_t first =
+      before < 0 ? 0 : (before / kActivityTicks + 1) * std::int64_t{kActivityTicks};
+  if (first > last) return;
+  saveActivitySince(at - static_cast<double>(last - first) * kInterval);
 }
 
 }  // namespace corvana

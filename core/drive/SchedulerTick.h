@@ -70,8 +70,8 @@ class SchedulerTick {
 
   /// How many coming ticks would change nothing, if nothing else happens meanwhile.
   int emptyTicks() const;
-  /// Leaves `count` such ticks out, the last of them being `last` and the time now.
-  void skipTicks(std::int64_t last, int count);
+  /// Leaves `count` such ticks out, the last of them being `last`, which would have come at `at`.
+  void skipTicks(std::int64_t last, int count, ReferenceTime at);
 
  private:
   struct Row {
@@ -92,6 +92,7 @@ class SchedulerTick {
   bool messageCanFollow() const;
 
   void saveActivity(std::int64_t n);
+  void saveActivitySince(std::optional<ReferenceTime> since);
   void followPointer(std::int64_t n);
   void closeMessage(std::int64_t n);
   void checkTriggers(std::int64_t n);
@@ -105,6 +106,7 @@ class SchedulerTick {
   void drawStatusIcon(std::int64_t n);
   void restWhenIdle(std::int64_t n);
 
+  bool inputRests() const;
   int secondsToNextAction() const;
   void keepWindowsAndIcon();
 

@@ -43,7 +43,8 @@ TEST(Days, LeavingOutEmptyTicksChangesNothing) {
     week.start();
     week.runUntil("2024-01-05 12:00:00");
     return std::tuple(week.executions(), week.logCodes(),
-                      week.store().activity().readActivity()["SchedulerActivity"]);
+                      week.store().activity().readActivity()["SchedulerActivity"],
+                      week.skippedCalls());
   };
   const auto skipped = week(true);
   const auto unskipped = week(false);
@@ -51,6 +52,9 @@ TEST(Days, LeavingOutEmptyTicksChangesNothing) {
   EXPECT_EQ(std::get<0>(skipped), std::get<0>(unskipped));
   EXPECT_EQ(std::get<1>(skipped), std::get<1>(unskipped));
   EXPECT_EQ(std::get<2>(skipped), std::get<2>(unskipped));
+  // Three days are more than a million calls.
+  EXPECT_GT(std::get<3>(skipped), 1'000'000);
+  EXPECT_EQ(std::get<3>(unskipped), 0);
 }
 
 }  // namespace

@@ -100,7 +100,10 @@ void Scenario::allowSkipping() {
   mSkips = true;
   if (agent == nullptr) return;
   machine.runLoop.skipper([this] { return agent->emptyTimerCalls(); },
-                          [this](int calls) { agent->skipTimerCalls(calls); });
+                          [this](int calls) {
+                            mSkippedCalls += calls;
+                            agent->skipTimerCalls(calls);
+                          });
 }
 
 void Scenario::continueAfterRelaunch() {

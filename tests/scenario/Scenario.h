@@ -51,6 +51,8 @@ class Scenario {
   /// The machine sleeps from now on: nothing runs, the clock goes on.
   void sleepUntil(std::string_view civil);
   void allowSkipping();
+  /// How many calls of the timer were left out.
+  std::int64_t skippedCalls() const { return mSkippedCalls; }
 
   /// Executions so far, "2024-01-03 08:00:00 Photos" a line, in order of start.
   std::string executions() const;
@@ -71,6 +73,7 @@ class Scenario {
   std::map<std::int64_t, std::string> mTitles;
   std::int64_t mLastRef = 100;
   bool mSkips = false;
+  std::int64_t mSkippedCalls = 0;
 };
 
 // Records, in the words of the user.
