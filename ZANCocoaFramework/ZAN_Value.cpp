@@ -126,12 +126,10 @@ ZAN_Value ZAN_Value::opaque(std::shared_ptr<const ZAN_Opaque> object) {
   return withNode(Kind::opaque, node.release());
 }
 
-void ZAN_Value::retain() const {
-  if (hasNode()) mNode->references.fetch_add(1, std::memory_order_relaxed);
-}
+void ZAN_Value::retainNode() const { mNode->references.fetch_add(1, std::memory_order_relaxed); }
 
-void ZAN_Value::release() {
-  if (!hasNode() || mNode->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+void ZAN_Value::releaseNode() {
+  if (mNode->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
   switch (mKind) {
     case Kind::string:
     case Kind::data: {
@@ -157,38 +155,6 @@ void ZAN_Value::release() {
       break;
   }
 }
-
-ZAN_Value::ZAN_Value(const ZAN_Value& other)
-    : mKind(other.mKind), mFlags(other.mFlags), mOrdinal(other.mOrdinal), mTag(other.mTag) {
-  mInteger = other.mInteger;
-  retain();
-}
-
-ZAN_Value::ZAN_Value(ZAN_Value&& other) noexcept
-    : mKind(other.mKind), mFlags(other.mFlags), mOrdinal(other.mOrdinal), mTag(other.mTag) {
-  mInteger = other.mInteger;
-  other.mKind = Kind::null;
-}
-
-ZAN_Value& ZAN_Value::operator=(const ZAN_Value& other) {
-  ZAN_Value copy(other);
-  return *this = std::move(copy);
-}
-
-ZAN_Value& ZAN_Value::operator=(ZAN_Value&& other) noexcept {
-  if (this == &other) return *this;
-  // The old contents go last: `other` may be part of them.
-  ZAN_Value old(std::move(*this));
-  mKind = other.mKind;
-  mFlags = other.mFlags;
-  mOrdinal = other.mOrdinal;
-  mTag = other.mTag;
-  mInteger = other.mInteger;
-  other.mKind = Kind::null;
-  return *this;
-}
-
-ZAN_Value::~ZAN_Value() { release(); }
 
 std::int64_t ZAN_Value::integerValue() const {
   if (isString()) {

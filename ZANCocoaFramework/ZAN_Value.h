@@ -85,11 +85,30 @@ class ZAN_Value {
   static ZAN_Value indexSet(std::vector<Range> ranges = {});
   static ZAN_Value opaque(std::shared_ptr<const ZAN_Opaque> object);
 
-  ZAN_Value(const ZAN_Value& other);
-  ZAN_Value(ZAN_Value&& other) noexcept;
-  ZAN_Value& operator=(const ZAN_Value& other);
-  ZAN_Value& operator=(ZAN_Value&& other) noexcept;
-  ~ZAN_Value();
+  ZAN_Value(const ZAN_Value& other) {
+    copyFields(other);
+    retain();
+  }
+  ZAN_Value(ZAN_Value&& other) noexcept {
+    copyFields(other);
+    other.clearFields();
+  }
+  ZAN_Value& operator=(const ZAN_Value& other) {
+    if (this == &other) return *this;
+    other.retain();
+    ZAN_Value old(std::move(*this));
+    copyFields(other);
+    return *this;
+  }
+  ZAN_Value& operator=(ZAN_Value&& other) noexcept {
+    if (this == &other) return *this;
+    // The old contents go last: `other` may be part of them.
+    ZAN_Value old(std::move(*this));
+    copyFields(other);
+    other.clearFields();
+    return *this;
+  }
+  ~ZAN_Value() { release(); }
 
   Kind kind() const { return mKind; }
   bool isNull() const { return mKind == Kind::null; }
@@ -192,8 +211,27 @@ class ZAN_Value {
   class Comparison;
   bool isPooled() const { return (mFlags & kPooled) != 0; }
   bool hasNode() const { return mKind >= Kind::string && mKind != Kind::date; }
-  void retain() const;
-  void release();
+  void copyFields(const ZAN_Value& other) {
+    mKind = other.mKind;
+    mFlags = other.mFlags;
+    mOrdinal = other.mOrdinal;
+    mTag = other.mTag;
+    mInteger = other.mInteger;
+  }
+  void clearFields() {
+    mKind = Kind::null;
+    mFlags = 0;
+    mOrdinal = 0;
+    mTag = 0;
+  }
+  void retain() const {
+    if (hasNode()) retainNode();
+  }
+  void release() {
+    if (hasNode()) releaseNode();
+  }
+  void retainNode() const;
+  void releaseNode();
   static ZAN_Value withNode(Kind kind, Node* node);
   ArrayNode* mutableArray();
   DictionaryNode* mutableDictionary();

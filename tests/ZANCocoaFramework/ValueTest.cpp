@@ -29,6 +29,16 @@ TEST(Value, CopiesAreIndependentOnceChanged) {
   // A container put into itself holds what it was before.
   record.setValue("Self", record);
   EXPECT_EQ(record["Self"].size(), 2U);
+
+  // Nor does it matter when a value is replaced by itself or by a part of itself.
+  const ZAN_Value& same = record;
+  record = same;
+  EXPECT_EQ(record.size(), 3U);
+  record = same["Self"];
+  EXPECT_EQ(record.string("Title"), "Photos");
+  const ZAN_Value taken = std::move(record);
+  EXPECT_EQ(taken.size(), 2U);
+  EXPECT_EQ(record.identity(), 0U) << "what is moved away leaves a plain null";
 }
 
 TEST(Value, LargeDictionariesFindAndForgetKeys) {
