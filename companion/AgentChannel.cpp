@@ -26,7 +26,7 @@ class NoLog final : public SystemLog {
 }  // namespace
 
 void tellAgentThatActionListChanged() {
-  if (BusNotifications::sessionBusAddress().empty()) return;
+  if (BusConnection::sessionBusAddress().empty()) return;
   std::string name = "corvana9";
   std::array<char*, 2> words{name.data(), nullptr};
   int count = 1;
