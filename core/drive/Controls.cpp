@@ -51,13 +51,20 @@ void Controls::updateExecutionStatusMenus() {
 }
 
 void Controls::setSchedulerActive(bool active) {
-  if (active == !m.state.mScheduleDisabled) return;
+  const bool wasToEnd = std::exchange(m.state.mScheduleDisabledWhenDone, false);
+  if (active == !m.state.mScheduleDisabled) {
+    if (wasToEnd) {
+      // Taken back: evaluations have waited meanwhile.
+      m.state.checkAt(m.platform.clock.now());
+      m.state.updateMenu();
+      updateExecutionStatusMenus();
+      m.state.mMenuWasUsed = true;
+    }
+    return;
+  }
   m.state.mScheduleDisabled = !active;
   m.preferences.mPrefScheduleDisabled = active ? 0 : 1;
-  if (active) {
-    m.state.mScheduleDisabledWhenDone = false;
-    m.state.checkAt(m.platform.clock.now());
-  }
+  if (active) m.state.checkAt(m.platform.clock.now());
   m.messages.displayStandardMessage(
       m.texts.text(active ? "ReportEnableScheduler" : "ReportDisableScheduler"),
       LogCode::schedulerMessage);

@@ -40,6 +40,10 @@ void LaunchStep::run() {
   if (m.messages.hasPending() || !m.state.mPauseBeforeNextStep.isPassed(now)) return;
   const bool requestsRemain = updateExecuteNowRequests();
   if (!mWelcomeMessageWasDisplayed) showWelcomeMessage();
+  if (m.state.mScheduleDisabledWhenDone && isAllDone()) {
+    m.state.mScheduleDisabledWhenDone = false;
+    onAllDone();
+  }
   if (m.state.mScheduleDisabled && !requestsRemain && !m.supervisor.isExecuting()) {
     setStatusInformation({});
     return;
@@ -56,11 +60,16 @@ void LaunchStep::run() {
     mMustShutDownAfterCurrentAction = false;
     onShutDownWanted();
   } else if (m.queue.empty()) {
-    if (std::exchange(m.state.mScheduleDisabledWhenDone, false)) onAllDone();
     setStatusInformation({});
   } else if (!m.messages.isShown()) {
     launchHead();
   }
+}
+
+/// Whether nothing is left to wait for before execution is disabled; a machine to be shut down is.
+bool LaunchStep::isAllDone() const {
+  if (m.supervisor.isExecuting() || mMustShutDownAfterCurrentAction) return false;
+  return m.queue.empty() || m.state.mScheduleDisabled;
 }
 
 /// Whether records are still to be run although automatic execution is off.

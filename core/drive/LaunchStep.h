@@ -66,6 +66,7 @@ class LaunchStep {
   bool isAtRest() const;
 
  private:
+  bool isAllDone() const;
   bool updateExecuteNowRequests();
   void showWelcomeMessage();
   void launchHead();

@@ -158,6 +158,31 @@ TEST(Trouble, DisableWhenAllIsDoneLetsTheQueueFinish) {
   EXPECT_FALSE(day.agent->state().mScheduleDisabledWhenDone);
 }
 
+TEST(Trouble, DisableWhenAllIsDoneCanBeTakenBack) {
+  Scenario day;
+  const ReferenceTime begin = day.machine.clock.now();
+  day.scripts["Photos"] = {.seconds = 300};
+  day.action("Photos", daily(day.timeOfDay("12:30"), begin));
+  day.action("Mail", hourly(begin));
+  day.writeTree();
+  day.allowSkipping();
+  day.start();
+  day.runUntil("2024-01-02 12:30:05");
+  day.agent->commands().changeExecutionStatus(1);
+  day.runUntil("2024-01-02 12:31:00");
+  day.agent->commands().changeExecutionStatus(0);
+  day.runUntil("2024-01-02 13:10:00");
+  EXPECT_FALSE(day.agent->state().mScheduleDisabled);
+  EXPECT_EQ(day.executionsOf("Mail"), 1U) << day.executions();
+
+  // Disabled at once, it no longer waits for an end either: it stays off and lists what comes.
+  day.agent->commands().disableSchedule();
+  day.agent->commands().changeExecutionStatus(1);
+  day.runUntil("2024-01-02 13:20:00");
+  EXPECT_FALSE(day.agent->state().mScheduleDisabledWhenDone);
+  EXPECT_TRUE(day.agent->state().mScheduleDisabled);
+}
+
 TEST(Trouble, TheAnnounceStandsASecondBeforeTheLaunch) {
   Scenario day;
   day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
