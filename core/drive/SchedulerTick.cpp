@@ -46,7 +46,7 @@ constexpr int kCountDownFrom = 59;
 // In this order. Everything below the first row waits while the machine wakes up.
 const SchedulerTick::Row SchedulerTick::kRows[] = {
     {kActivityTicks, nullptr, &SchedulerTick::saveActivity},
-    {1, nullptr, &SchedulerTick::followPointer},
+    {1, nullptr, &SchedulerTick::followUser},
     {1, &SchedulerTick::messageIsOver, &SchedulerTick::closeMessage},
     {1, &SchedulerTick::checkIsDue, &SchedulerTick::checkTriggers},
     {1, &SchedulerTick::noticeWaits, &SchedulerTick::postNotice},
@@ -125,9 +125,16 @@ void SchedulerTick::saveActivitySince(std::optional<ReferenceTime> since) {
                                   since);
 }
 
-void SchedulerTick::followPointer(std::int64_t) {
+void SchedulerTick::followUser(std::int64_t) {
   Input& input = m.platform.input;
   const auto pointer = input.pointer();
+  if (const auto idle = input.idleSeconds()) {
+    const ReferenceTime lastUse = mNow - std::max(*idle, 0.0);
+    if (lastUse > m.state.mStartOfIdleTime.at()) m.state.userWasActive(lastUse);
+  } else if (!pointer) {
+    // Nobody can be seen to be away.
+    m.state.userWasActive(mNow);
+  }
   if (!pointer) return;
   if (*pointer != mLastMouseLocation) {
     m.state.userWasActive(mNow);

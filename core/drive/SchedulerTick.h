@@ -93,7 +93,7 @@ class SchedulerTick {
 
   void saveActivity(std::int64_t n);
   void saveActivitySince(std::optional<ReferenceTime> since);
-  void followPointer(std::int64_t n);
+  void followUser(std::int64_t n);
   void closeMessage(std::int64_t n);
   void checkTriggers(std::int64_t n);
   void postNotice(std::int64_t n);

@@ -26,6 +26,24 @@ TEST(Days, DueActionsRunOnceAndAreRecorded) {
   EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1, 1, 1, 1, 21, 20, 1}));
 }
 
+TEST(Days, AnIdleUserIsSeenByWhateverTheDesktopOffers) {
+  const auto idleRuns = [](std::optional<Point> pointer, std::optional<double> idle) {
+    Scenario day;
+    day.machine.input.position = pointer;
+    day.machine.input.idle = idle;
+    day.action("Tidy", ZAN_Value::dictionary(
+                           {{"TriggerFrequencyPopup", 40}, {"TriggerScheduleMinutes", 20}}));
+    day.writeTree();
+    day.start();
+    day.runUntil("2024-01-02 12:40:00");
+    return day.executionsOf("Tidy");
+  };
+  EXPECT_EQ(idleRuns(Point{400, 300}, std::nullopt), 1U) << "the pointer rests";
+  EXPECT_EQ(idleRuns(std::nullopt, std::nullopt), 0U) << "nobody can be seen to be away";
+  EXPECT_EQ(idleRuns(Point{400, 300}, 5), 0U) << "the desktop has seen the user";
+  EXPECT_EQ(idleRuns(std::nullopt, 7200), 1U);
+}
+
 TEST(Days, LeavingOutEmptyTicksChangesNothing) {
   const auto week = [](bool skips) {
     Scenario week;
