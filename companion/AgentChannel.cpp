@@ -25,8 +25,8 @@ class NoLog final : public SystemLog {
 
 }  // namespace
 
-void tellAgentThatActionListChanged() {
-  if (BusConnection::sessionBusAddress().empty()) return;
+bool postOnBus(const DistributedNotification& notification) {
+  if (BusConnection::sessionBusAddress().empty()) return false;
   std::string name = "corvana9";
   std::array<char*, 2> words{name.data(), nullptr};
   int count = 1;
@@ -39,12 +39,17 @@ void tellAgentThatActionListChanged() {
   NoLog log;
   QtRunLoop loop;
   BusNotifications notifications(loop, log);
-  if (!notifications.isConnected()) return;
+  if (!notifications.isConnected()) return false;
   // What comes back from the bus has reached everybody.
-  notifications.observe(kAgent, [&](const DistributedNotification&) { loop.quit(0); });
-  notifications.post({kAgent, "ActionListChanged", {}});
+  notifications.observe(notification.name, [&](const DistributedNotification& heard) {
+    if (heard.object == notification.object) loop.quit(0);
+  });
+  notifications.post(notification);
   loop.performAfter(kLongestWait, [&] { loop.quit(0); });
   loop.run();
+  return true;
 }
+
+void tellAgentThatActionListChanged() { postOnBus({kAgent, "ActionListChanged", {}}); }
 
 }  // namespace corvana

@@ -50,6 +50,14 @@ int removeCommand(Arguments& arguments, const Console& console);
 int groupCommand(Arguments& arguments, const Console& console);
 int nextCommand(Arguments& arguments, const Console& console);
 int whyCommand(Arguments& arguments, const Console& console);
+int launchCommand(Arguments& arguments, const Console& console);
+int enableCommand(Arguments& arguments, const Console& console);
+int disableCommand(Arguments& arguments, const Console& console);
+int pauseCommand(Arguments& arguments, const Console& console);
+int continueCommand(Arguments& arguments, const Console& console);
+int stopCommand(Arguments& arguments, const Console& console);
+int skipCommand(Arguments& arguments, const Console& console);
+int postCommand(Arguments& arguments, const Console& console);
 
 /// In the order in which the help shows them.
 inline constexpr std::array kCommands{
@@ -84,6 +92,18 @@ inline constexpr std::array kCommands{
     Command{"why", "REF [--json]", "say why an action does not run now, and what would make it run",
             "Looks at the files and processes: a pause, which only the agent knows, is not seen.\n",
             whyCommand},
+    Command{"launch", "REF [--estimate]", "have the agent run an action now",
+            "  --estimate   only count what there is to copy\n", launchCommand},
+    Command{"enable", "", "switch automatic execution on", "", enableCommand},
+    Command{"disable", "", "switch automatic execution off", "", disableCommand},
+    Command{"pause", "", "hold what runs and what waits", "", pauseCommand},
+    Command{"continue", "", "let it go on", "", continueCommand},
+    Command{"stop", "", "end the running execution", "", stopCommand},
+    Command{"skip", "", "leave out the item that is being copied", "", skipCommand},
+    Command{"post", "NAME OBJECT [JSON]", "post a message to the programs of the product",
+            "NAME is CVA9_SchedulerNotification, CVA9_ExecuteNotification or\n"
+            "CVA9_MainAppliNotification; JSON an object with the details, as pack reads it.\n",
+            postCommand},
 };
 
 }  // namespace corvana
