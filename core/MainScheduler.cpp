@@ -163,8 +163,11 @@ void MainScheduler::wireDrive() {
   };
   mTick.onToolTip = [this] { refreshToolTip({}); };
   mTick.onRelaunchWanted = [this] {
-    mPlatform.runLoop.performAfter(1.0, [this] { mControls.relaunchScheduler(); });
+    mPlatform.runLoop.performAfter(1.0, [this] {
+      if (mTick.rests()) mControls.relaunchScheduler();
+    });
   };
+  mTick.isBusyElsewhere = [this] { return mMail.isSending(); };
   mTick.mustTerminateWhenAllDone = [this] { return mMustTerminateWhenAllDone; };
   mTick.onAllDone = [this] {
     mQueue.saveActionsQueue();
@@ -355,6 +358,10 @@ void MainScheduler::terminateBySelf() {
 }
 
 void MainScheduler::relaunchScheduler() {
+  if (mMail.isSending()) {
+    mPlatform.runLoop.performAfter(1.0, [this] { relaunchScheduler(); });
+    return;
+  }
   mSelfRelaunch = true;
   terminateBySelf();
 }

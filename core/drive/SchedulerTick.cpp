@@ -213,8 +213,12 @@ void SchedulerTick::keepWindowsAndIcon() {
 
 void SchedulerTick::drawStatusIcon(std::int64_t n) { m.statusItem.update(n, mCountDown); }
 
+bool SchedulerTick::rests() const {
+  return !m.messages.hasPending() && m.queue.empty() && !(isBusyElsewhere && isBusyElsewhere());
+}
+
 void SchedulerTick::restWhenIdle(std::int64_t) {
-  if (m.messages.hasPending() || !m.queue.empty() || (isBusyElsewhere && isBusyElsewhere())) return;
+  if (!rests()) return;
   if (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) {
     onAllDone();
   } else if (mSchedulerLaunchTime.isPassed(mNow)) {

@@ -51,7 +51,7 @@ class SchedulerTick {
 
   /// Refreshes the tool tip of the floating icon; before each complete evaluation.
   std::function<void()> onToolTip;
-  /// The agent is to restart itself, being idle.
+  /// The agent is to restart itself a moment later, if it then still rests.
   std::function<void()> onRelaunchWanted;
   /// Whether the agent ends when everything is done, and what it does then.
   std::function<bool()> mustTerminateWhenAllDone;
@@ -60,6 +60,9 @@ class SchedulerTick {
   std::function<bool()> queueWindowOpenedByUser;
   /// Whether something runs that a restart would cut off.
   std::function<bool()> isBusyElsewhere;
+
+  /// Whether nothing waits or runs that the end of this process would cut off or lose.
+  bool rests() const;
 
   /// One tick; `n` counts them from 0. An exception ends this tick only and is logged.
   void schedulerTick(std::int64_t n);

@@ -39,6 +39,7 @@ struct Delivery {
   RunLoop& runLoop;
   std::unique_ptr<ChildProcess> child;
   MailSender::Done done;
+  std::shared_ptr<void> session;
 
   static void poll(std::shared_ptr<Delivery> delivery) {
     if (delivery->child->isRunning()) {
@@ -59,7 +60,7 @@ struct Delivery {
 }  // namespace
 
 MailSender::MailSender(Processes& processes, RunLoop& runLoop)
-    : mProcesses(processes), mRunLoop(runLoop) {}
+    : mProcesses(processes), mRunLoop(runLoop), mSessions(std::make_shared<char>()) {}
 
 MailSender::~MailSender() = default;
 
@@ -79,7 +80,8 @@ void MailSender::sendEmailWithMessage(const std::string& message, const std::str
       mRunLoop.performOnMain([done = std::move(done), error = child.error()] { done(error); });
     return;
   }
-  auto delivery = std::make_shared<Delivery>(mRunLoop, std::move(child).value(), std::move(done));
+  auto delivery =
+      std::make_shared<Delivery>(mRunLoop, std::move(child).value(), std::move(done), mSessions);
   delivery->child->write(asciiWithLoss(text));
   mRunLoop.performAfter(kPollSeconds, [delivery] { Delivery::poll(delivery); });
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
@@ -45,9 +46,13 @@ class MailSender {
   virtual void sendEmailWithMessage(const std::string& message, const std::string& subject,
                                     const std::string& recipient, Done done);
 
+  /// Whether a message is on its way, which the end of this process would cut off.
+  bool isSending() const { return mSessions.use_count() > 1; }
+
  private:
   Processes& mProcesses;
   RunLoop& mRunLoop;
+  std::shared_ptr<void> mSessions;  ///< held by each message on its way, too
 };
 
 }  // namespace corvana

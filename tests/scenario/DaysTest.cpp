@@ -26,6 +26,22 @@ TEST(Days, DueActionsRunOnceAndAreRecorded) {
   EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1, 1, 1, 1, 21, 20, 1}));
 }
 
+TEST(Days, ARestartWhenIdleLosesNothingThatWasJustLaunched) {
+  Scenario day;
+  const std::int64_t photos =
+      day.action("Photos", ZAN_Value::dictionary({{"TriggerAutomatic", 0}}));
+  day.writeTree();
+  day.start();
+  // The restart is decided at the first tick later than three hours after the start.
+  day.runFor(3 * 3600 + 0.6);
+  ASSERT_TRUE(day.agent->commands().launchAction(photos, false));
+  day.runFor(60);
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
+  EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1})) << "not restarted";
+  day.runFor(3700);
+  EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1, 21, 20}));
+}
+
 TEST(Days, AnIdleUserIsSeenByWhateverTheDesktopOffers) {
   const auto idleRuns = [](std::optional<Point> pointer, std::optional<double> idle) {
     Scenario day;
