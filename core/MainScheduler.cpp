@@ -149,9 +149,7 @@ void MainScheduler::wireDrive() {
   mStatusItem.isExecuting = [this] { return mSupervisor.isExecuting(); };
   mLaunchStep.onShutDownWanted = [this] {
     mPlatform.runLoop.performAfter(0.001, [this] { terminateBySelf(); });
-    if (const Outcome outcome = mPlatform.machine.shutDown(); !outcome) {
-      mPlatform.systemLog.write(outcome.error().text);
-    }
+    askForShutDown();
   };
   mLaunchStep.onAllDone = [this] { mControls.disableSchedule(); };
   mControls.onQuitWanted = [this] { terminateBySelf(); };
@@ -172,10 +170,12 @@ void MainScheduler::wireDrive() {
   mTick.onAllDone = [this] {
     mQueue.saveActionsQueue();
     terminateBySelf();
+    askForShutDown();
   };
   mTick.queueWindowOpenedByUser = [this] { return mControls.queueWindowOpenedByUser(); };
   mDispatch.onActionListChanged = [this] {
     mEvaluation.rebuildActionsList();
+    updateShutdownHelper();
     mPlatform.userInterface.menusChanged();
   };
   mDispatch.onHistoryChanged = [this] { mHistory.reloadProgrammedHistoryList(); };
@@ -258,6 +258,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   mTimer.start();
   mLog.addSchedulerLog(LogCode::agentStarted);
   mEvaluation.rebuildActionsList();
+  updateShutdownHelper();
   mPlatform.userInterface.menusChanged();
   loop.performAfter(2.0, [this] { mSiblingStatus.sendSchedulerStatusToMainApp(); });
   static_cast<void>(mPreferences.savePrefs());
@@ -318,6 +319,38 @@ void MainScheduler::tellThatAnswersChanged() {
   if (mPlatform.agentObject != nullptr) mPlatform.agentObject->changed();
 }
 
+/// The helper sees the machine being shut down and asks for what is to run then; it runs only while
+/// there is such an action.
+void MainScheduler::updateShutdownHelper() {
+  const std::string& helper =
+      mStore.installPaths().installPathForCode(InstallPaths::shutDownBundle);
+  ProgrammedAction::Nodes actions;
+  mTree.rootItem().getListOfShutDownActions(actions);
+  if (actions.empty()) {
+    killProcessWithBundlePath(helper);
+    return;
+  }
+  std::error_code ignored;
+  if (!std::filesystem::exists(helper, ignored)) return;
+  const auto running = mPlatform.processes.running();
+  if (std::ranges::find(running, helper, &RunningProcess::bundlePath) != running.end()) return;
+  if (const Outcome opened = mPlatform.processes.open(helper); !opened) {
+    mPlatform.systemLog.write(opened.error().text);
+  }
+}
+
+void MainScheduler::killProcessWithBundlePath(const std::string& path) {
+  const auto running = mPlatform.processes.running();
+  const auto found = std::ranges::find(running, path, &RunningProcess::bundlePath);
+  if (found != running.end()) mPlatform.processes.kill(found->pid);
+}
+
+void MainScheduler::askForShutDown() {
+  if (const Outcome outcome = mPlatform.machine.shutDown(); !outcome) {
+    mPlatform.systemLog.write(outcome.error().text);
+  }
+}
+
 void MainScheduler::showShortcutTargets(int operation) {
   if (operation == 0 || operation == 2) mControls.showWindow(Window::nextActions);
   if (operation == 1 || operation == 2) mControls.showAllVisibleWindows();
@@ -374,6 +407,10 @@ void MainScheduler::applicationShouldTerminate() {
 void MainScheduler::applicationWillTerminate() {
   if (mPlatform.agentObject != nullptr) mPlatform.agentObject->disappear();
   mTimer.stop();
+  if (mMustTerminateWhenAllDone) {
+    killProcessWithBundlePath(
+        mStore.installPaths().installPathForCode(InstallPaths::shutDownBundle));
+  }
   mPreferences.setPref("SchedulerQuitDate", ZAN_Value::date(mPlatform.clock.now()));
   if (mPreferences.mShowMiniProgressPosition) {
     mPreferences.setPref("SchedulerPrefShowAnnouncePositionX",

@@ -91,6 +91,9 @@ class MainScheduler {
   void executeRequestedActions();
   void listsChanged();
   void tellThatAnswersChanged();
+  void updateShutdownHelper();
+  void killProcessWithBundlePath(const std::string& path);
+  void askForShutDown();
   void showShortcutTargets(int operation);
   void refreshToolTip(const std::string& text);
   void applicationShouldTerminate();

@@ -183,6 +183,41 @@ TEST(Trouble, DisableWhenAllIsDoneCanBeTakenBack) {
   EXPECT_TRUE(day.agent->state().mScheduleDisabled);
 }
 
+TEST(Trouble, TheShutDownHelperRunsWhileSomethingWaitsForTheShutDown) {
+  Scenario day;
+  const std::string& helper =
+      day.store().installPaths().installPathForCode(InstallPaths::shutDownBundle);
+  fs::create_directories(helper);
+  const auto atShutDown = scheduled(
+      {ZAN_Value::dictionary({{"TriggerScheduleMode", 0}, {"TriggerFrequencyPopup", 21}})},
+      day.machine.clock.now());
+  const std::int64_t photos = day.action("Photos", atShutDown);
+  day.writeTree();
+  day.start();
+  day.runUntil("2024-01-02 12:05:00");
+  EXPECT_TRUE(day.machine.processes.isRunning(helper));
+  EXPECT_EQ(day.machine.processes.opened.size(), 1U);
+  const auto tell = [&](const char* object) {
+    day.machine.notifications.receive("CVA9_SchedulerNotification", object);
+    day.runFor(1);
+  };
+  tell("ActionListChanged");
+  EXPECT_EQ(day.machine.processes.opened.size(), 1U) << "it runs already";
+
+  day.machine.notifications.receive("CVA9_SchedulerNotification", "LaunchShutDownActions");
+  day.machine.runLoop.runFor(60);
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
+  EXPECT_EQ(day.machine.runLoop.quitCode(), 0);
+  EXPECT_FALSE(day.machine.processes.isRunning(helper));
+  EXPECT_EQ(day.machine.machine.shutDowns, 1);
+
+  day.start(true);
+  EXPECT_TRUE(day.machine.processes.isRunning(helper));
+  day.removeAction(photos);
+  tell("ActionListChanged");
+  EXPECT_FALSE(day.machine.processes.isRunning(helper));
+}
+
 TEST(Trouble, TheAnnounceStandsASecondBeforeTheLaunch) {
   Scenario day;
   day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
