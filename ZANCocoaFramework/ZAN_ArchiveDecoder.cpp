@@ -203,14 +203,15 @@ bool ZAN_ArchiveDecoder::expectGroup(char letter) {
   return mStream.shared(types).letter == letter || doesNotFit();
 }
 
-bool ZAN_ArchiveDecoder::doesNotFit() {
-  mMisfit = mCurrent;
-  return mStream.fail("an object that holds other values than its class");
+/// The root object is what a file is for: a file whose root is not as it should be is damaged.
+bool ZAN_ArchiveDecoder::doesNotFit(const char* reason) {
+  if (mCurrent != 0) mMisfit = mCurrent;
+  return mStream.fail(reason);
 }
 
 bool ZAN_ArchiveDecoder::reserve(std::size_t count, std::size_t bytesEach) {
   const std::size_t free = mStream.remaining() - std::min(mStream.remaining(), mPromised);
-  if (count > free / bytesEach) return mStream.fail("more elements announced than there can be");
+  if (count > free / bytesEach) return doesNotFit("more elements announced than there can be");
   mPromised += count * bytesEach;
   return true;
 }
@@ -331,8 +332,7 @@ bool ZAN_ArchiveDecoder::readUnsigned32(std::uint64_t& value) {
 bool ZAN_ArchiveDecoder::readIndexSet(ZAN_Value& into) {
   std::uint64_t count = 0;
   if (!readUnsigned32(count)) return false;
-  if (count > mStream.remaining() / 4)
-    return mStream.fail("more ranges announced than there can be");
+  if (count > mStream.remaining() / 4) return doesNotFit("more ranges announced than there can be");
   std::vector<ZAN_Value::Range> ranges;
   ranges.reserve(count);
   for (std::uint64_t i = 0; i < count; ++i) {

@@ -56,7 +56,7 @@ class ZAN_ArchiveDecoder {
 
   /// A group of a single type; another type makes the current object a misfit.
   bool expectGroup(char letter);
-  bool doesNotFit();
+  bool doesNotFit(const char* reason = "an object that holds other values than its class");
   bool reserve(std::size_t count, std::size_t bytesEach);
 
   bool readText(ZAN_Value& into, Position position);

@@ -15,8 +15,10 @@ class ZAN_Unarchiver {
  public:
   ZAN_Unarchiver() = delete;
 
-  /// The one root object; a nil root is null. The error's text is the reason alone; callers put the
-  /// path in front of it. No bytes at all, or another container, is `damaged` too.
+  /// The one root object; a nil root is null. An object within it of a known class that holds
+  /// something else than that class writes becomes opaque; a root like that is an error. The
+  /// error's text is the reason alone; callers put the path in front of it. No bytes at all, or
+  /// another container, is `damaged` too.
   static Result<ZAN_Value> unarchiveObjectWithData(std::span<const std::byte> data);
 
   /// Whether the bytes begin as a sequential archive.

@@ -201,10 +201,14 @@ TEST(Archive, UnknownClassesAreWrittenBackAsTheyWere) {
        {std::string("92 84 84 84 08 'NSString' 02 94 84 01 '+' 01 'x' 86"),
         number + "00 94 84 01 '*' 84 84 0b '{CGSize=dd}' 84 02 'dd' 01 02 86",
         std::string("92 84 84 84 0c 'NSDictionary' 00 94 95 00 95 09 86"),
-        std::string("92 84 84 84 05 'NSSet' 00 94 95 00 86"), std::string("92 84 94 86")}) {
+        std::string("92 84 84 84 05 'NSSet' 00 94 95 00 86"), std::string("92 84 94 86"),
+        std::string("92 84 93 95 05 86")}) {
     const ZAN_Value odd = roundTrip(archiveOf(std::string(kArrayHead) + "01 " + element + " 86"));
     EXPECT_TRUE(odd.at(0).isOpaque()) << element;
   }
+  EXPECT_FALSE(
+      ZAN_Unarchiver::unarchiveObjectWithData(archiveOf(std::string(kArrayHead) + "00 95 09 86")))
+      << "what a file is for must be what it claims to be";
 }
 
 TEST(Archive, NilRootAndNullObjectDiffer) {
