@@ -63,6 +63,12 @@ void ZAN_ArchiveEncoder::writeObject(const ZAN_Value& value, bool mayBeNil) {
   if (mayBeNil && (unwritable || (value.isNull() && value.identity() == 0))) {
     return mOutput.writeByte(archive::kNil);
   }
+  if (value.isNull() && value.identity() == 0) {
+    // There is only one null object in a program, so every place after the first names that.
+    ZAN_Value null;
+    null.setScalarIdentity(archive::kNullObject);
+    return writeObject(null, false);
+  }
   if (value.mayBeShared()) {
     const std::uint32_t number = mShared.numberOf(value, mObjectCount);
     if (number != mObjectCount) return mOutput.writeReference(number);

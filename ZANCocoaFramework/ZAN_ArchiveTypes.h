@@ -27,6 +27,9 @@ inline constexpr std::string_view kBigEndianSignature = "typedstream";
 inline constexpr std::uint8_t kStreamerVersion = 4;
 inline constexpr int kSystemVersion = 1000;
 
+/// The identity of a null object that was not read from an archive.
+inline constexpr std::uint32_t kNullObject = 0xffffffff;
+
 inline constexpr int kDepthLimit = 128;  ///< of objects within objects
 inline constexpr int kClassDepthLimit = 64;
 inline constexpr int kTypeDepthLimit = 16;

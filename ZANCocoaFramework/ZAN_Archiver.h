@@ -17,7 +17,8 @@ class ZAN_Archiver {
  public:
   ZAN_Archiver() = delete;
 
-  /// A null root is written as nil. A null inside a container is the null object, as is a null key.
+  /// A null root is written as nil. A null inside a container is the null object, as is a null key;
+  /// there is one null object for all of them.
   static std::vector<std::byte> archivedDataWithRootObject(const ZAN_Value& root);
 };
 

@@ -98,7 +98,7 @@ Form pairs(const ZAN_Value& inner) {
 Form nullObject(const ZAN_Value& inner) {
   if (!inner.boolValue()) return std::nullopt;
   ZAN_Value null;
-  null.setScalarIdentity(std::numeric_limits<std::uint32_t>::max());
+  null.setScalarIdentity(archive::kNullObject);
   return null;
 }
 

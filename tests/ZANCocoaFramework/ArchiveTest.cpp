@@ -212,6 +212,10 @@ TEST(Archive, UnknownClassesAreWrittenBackAsTheyWere) {
 }
 
 TEST(Archive, NilRootAndNullObjectDiffer) {
+  const ArchiveBytes nulls =
+      archiveOf(std::string(kArrayHead) + "02 92 84 84 84 06 'NSNull' 00 94 86 92 95 86");
+  EXPECT_EQ(encoded(ZAN_Value::array({nullptr, nullptr})), toHex(nulls));
+  roundTrip(nulls);
   EXPECT_TRUE(roundTrip(archiveOf("85")).isNull());
   EXPECT_TRUE(
       roundTrip(archiveOf("84 84 84 06 'NSNull' 00 84 84 08 'NSObject' 00 85 86")).isNull());
