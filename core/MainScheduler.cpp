@@ -73,8 +73,8 @@ MainScheduler::MainScheduler(Platform platform)
                  mFloatingIcon, mLaunchStep, mTexts,
                  mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
                  mStore.installPaths().installPathForCode(InstallPaths::executeBundle)}),
-      mTick({mPlatform, mState, mStore, mMessages, mSiblingWatch, mQueue, mEvaluation, mSupervisor,
-             mVolumeWatch, mStatusItem, mFloatingIcon, mLaunchStep, mSiblingStatus}),
+      mTick({mPlatform, mState, mStore, mDebugLog, mMessages, mSiblingWatch, mQueue, mEvaluation,
+             mSupervisor, mVolumeWatch, mStatusItem, mFloatingIcon, mLaunchStep, mSiblingStatus}),
       mTimer(platform.runLoop, platform.clock, platform.input, mSurvey,
              {[this](std::int64_t n) { mTick.schedulerTick(n); },
               [this] { mState.userWasActive(mPlatform.clock.now()); },
@@ -178,7 +178,10 @@ void MainScheduler::wireDrive() {
     updateShutdownHelper();
     mPlatform.userInterface.menusChanged();
   };
-  mDispatch.onHistoryChanged = [this] { mHistory.reloadProgrammedHistoryList(); };
+  mDispatch.onHistoryChanged = [this] {
+    mHistory.results().updateActionResults();
+    mHistory.reloadProgrammedHistoryList();
+  };
   mDispatch.onTerminateWhenAllDone = [this] { mMustTerminateWhenAllDone = true; };
 }
 

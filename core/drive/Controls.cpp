@@ -106,7 +106,7 @@ void Controls::togglePause(bool tellExecute) {
   if (tellExecute) {
     m.channel.postToExecute("ActionPause", ZAN_Value::dictionary({{"Pause", m.state.mPause}}));
   }
-  m.platform.userInterface.setStatusInformation({});
+  m.launchStep.clearStatusInformation();
   m.state.updateMenu();
   updateExecutionStatusMenus();
 }
@@ -221,6 +221,7 @@ void Controls::preferencesDidChange() {
   if (onPreferencesChanged) onPreferencesChanged();
   m.evaluation.checkActionsToLaunch();
   m.statusItem.forgetCurrentIcon();
+  m.state.updateMenu();
   if (m.state.mErrorInExecution != 0) {
     m.statusItem.createStatusItem();
   } else if (m.preferences.mShowIconMenuMode == kIconNever) {

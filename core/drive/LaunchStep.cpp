@@ -154,6 +154,11 @@ bool LaunchStep::isAtRest() const {
          !m.state.mScheduleDisabledWhenDone && m.queue.executeNowActionsList().empty();
 }
 
+void LaunchStep::clearStatusInformation() {
+  mStatusInformation.clear();
+  m.userInterface.setStatusInformation({});
+}
+
 void LaunchStep::setStatusInformation(std::string text) {
   if (text.empty() && m.evaluation.idleTimeScheduling()) {
     const double idle = m.clock.now() - m.state.mStartOfIdleTime.at();

@@ -62,6 +62,7 @@ class LaunchStep {
 
   /// What holds the scheduler up, or what it does, in a line; empty when there is nothing to say.
   const std::string& statusInformation() const { return mStatusInformation; }
+  void clearStatusInformation();
   /// Whether the step does nothing until something else happens.
   bool isAtRest() const;
 

@@ -131,11 +131,13 @@ void NotificationDispatch::message(const ZAN_Value& userInfo) {
 void NotificationDispatch::messageOff(const ZAN_Value&) { m.messages.closeMessageWindow(); }
 
 void NotificationDispatch::activateExecution(const ZAN_Value& userInfo) {
-  m.controls.setSchedulerActive(userInfo["Activate"].boolValue());
+  if (userInfo.contains("Activate")) {
+    m.controls.setSchedulerActive(userInfo["Activate"].boolValue());
+  }
 }
 
 void NotificationDispatch::actionPause(const ZAN_Value& userInfo) {
-  m.controls.setPause(userInfo["Pause"].boolValue());
+  if (userInfo.contains("Pause")) m.controls.setPause(userInfo["Pause"].boolValue());
 }
 
 void NotificationDispatch::actionHistoryChanged(const ZAN_Value&) {

@@ -1,14 +1,20 @@
 #include "core/drive/SchedulerTick.h"
 
+#include <cxxabi.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <exception>
-#include <limits>
+#include <memory>
+#include <string>
+#include <typeinfo>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "core/drive/LaunchStep.h"
 #include "core/drive/SiblingStatus.h"
+#include "core/record/DebugLog.h"
 #include "core/record/Messages.h"
 #include "core/record/SchedulerState.h"
 #include "core/record/SiblingWatch.h"
@@ -40,6 +46,13 @@ constexpr double kKeepAwayFromAction = 300.0;
 constexpr int kFarAway = 100;
 constexpr int kLookAhead = 15;
 constexpr int kCountDownFrom = 59;
+
+std::string typeName(const std::exception& exception) {
+  const char* const name = typeid(exception).name();
+  const std::unique_ptr<char, decltype(&std::free)> readable(
+      abi::__cxa_demangle(name, nullptr, nullptr, nullptr), &std::free);
+  return readable ? readable.get() : name;
+}
 
 }  // namespace
 
@@ -78,7 +91,7 @@ void SchedulerTick::schedulerTick(std::int64_t n) {
   } catch (const std::exception& exception) {
     m.platform.systemLog.write(
         ZAN_StringUtils::format("Exception updating Corvana 9 Scheduler Timer: %@: %@",
-                                {"std::exception", exception.what()}));
+                                {typeName(exception), exception.what()}));
   }
 }
 
@@ -177,7 +190,10 @@ void SchedulerTick::watchMainApp(std::int64_t) {
   }
 }
 
-void SchedulerTick::showNextMessage(std::int64_t) { m.messages.showNextPendingMessage(); }
+void SchedulerTick::showNextMessage(std::int64_t) {
+  m.debugLog.logMessage("Scheduler display next pending message", false);
+  m.messages.showNextPendingMessage();
+}
 
 void SchedulerTick::launch(std::int64_t) { m.launchStep.run(); }
 

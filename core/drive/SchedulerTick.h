@@ -11,6 +11,7 @@ namespace corvana {
 
 class ActionQueue;
 class ActionStore;
+class DebugLog;
 class ExecuteSupervisor;
 class FloatingIcon;
 class LaunchStep;
@@ -35,6 +36,7 @@ class SchedulerTick {
     Platform& platform;
     SchedulerState& state;
     ActionStore& store;
+    DebugLog& debugLog;
     Messages& messages;
     SiblingWatch& siblingWatch;
     ActionQueue& queue;
