@@ -2,6 +2,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
+#include <utility>
 
 #include "tests/scenario/Scenario.h"
 
@@ -216,6 +218,23 @@ TEST(Trouble, TheShutDownHelperRunsWhileSomethingWaitsForTheShutDown) {
   day.removeAction(photos);
   tell("ActionListChanged");
   EXPECT_FALSE(day.machine.processes.isRunning(helper));
+}
+
+TEST(Trouble, AnExceptionEndsItsTickOnly) {
+  Scenario day;
+  bool thrown = false;
+  day.scripts["Photos"] = {.seconds = 5, .onStart = [&](StartedChild&) {
+                             if (!std::exchange(thrown, true)) throw std::runtime_error("no luck");
+                           }};
+  day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
+  day.writeTree();
+  day.start();
+  day.runUntil("2024-01-02 12:31:00");
+  EXPECT_EQ(day.machine.systemLog.lines,
+            std::vector<std::string>{"Exception updating Corvana 9 Scheduler Timer: "
+                                     "std::runtime_error: no luck"});
+  EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1}));
+  EXPECT_TRUE(day.agent->queue().empty());
 }
 
 TEST(Trouble, TheAnnounceStandsASecondBeforeTheLaunch) {
