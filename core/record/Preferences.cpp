@@ -1,6 +1,7 @@
 #include "core/record/Preferences.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "actions/SettingsFiles.h"
 #include "platform/Machine.h"
@@ -27,18 +28,30 @@ Preferences::Preferences(SettingsFiles& settings, Machine& machine, DeadlineList
 }
 
 ZAN_Value& Preferences::cache() {
-  if (!mSchedulerPrefs) {
-    mSchedulerPrefs = mSettings.schedulerSettings();
-    if (!mSchedulerPrefs->isDictionary()) mSchedulerPrefs = ZAN_Value::dictionary();
-  }
+  if (!mSchedulerPrefs) readCache();
   return *mSchedulerPrefs;
+}
+
+/// Takes what the file holds now, under what was not saved yet. Without a readable file the cache
+/// stays as it is.
+void Preferences::readCache() {
+  ZAN_Value stored = mSettings.schedulerSettings();
+  if (!stored.isDictionary()) stored = mSchedulerPrefs.value_or(ZAN_Value::dictionary());
+  for (const auto& [key, value] : mUnsaved) {
+    if (value.isNull()) {
+      stored.removeKey(key);
+    } else {
+      stored.setValue(key, value);
+    }
+  }
+  mSchedulerPrefs = std::move(stored);
 }
 
 ZAN_Value Preferences::prefForKey(std::string_view key) {
   const ZAN_Value& stored = cache().value(key);
   if (!stored.isNull()) return stored;
   ZAN_Value fromDefaults = mMachine.userDefault(std::string(key));
-  if (!fromDefaults.isNull()) cache().setValue(key, fromDefaults);
+  if (!fromDefaults.isNull()) setPref(key, fromDefaults);
   return fromDefaults;
 }
 
@@ -48,9 +61,16 @@ void Preferences::setPref(std::string_view key, const ZAN_Value& value) {
   } else {
     cache().setValue(key, value);
   }
+  mUnsaved.insert_or_assign(std::string(key), value);
 }
 
-Outcome Preferences::savePrefs() { return mSettings.saveSchedulerSettings(cache()); }
+Outcome Preferences::savePrefs() {
+  const auto lock = mSettings.lockSchedulerSettings();
+  readCache();
+  Outcome saved = mSettings.saveSchedulerSettings(*mSchedulerPrefs);
+  if (saved) mUnsaved.clear();
+  return saved;
+}
 
 int Preferences::integer(std::string_view key, int builtIn) {
   const ZAN_Value value = prefForKey(key);

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,8 +19,9 @@ class SettingsFiles;
 
 /// The agent's preferences: a cache of its settings file, and the known values taken out of it.
 ///
-/// The settings file is written whole from the cache; one that is there but cannot be read is kept
-/// aside by the store before that. Thread: main.
+/// The settings file is written whole from the cache, into which is taken what another program has
+/// changed in the file meanwhile; one that is there but cannot be read is kept aside by the store
+/// before that. Thread: main.
 class Preferences {
  public:
   /// `now` gives the built-in date of the first pruning of volume information.
@@ -31,9 +34,9 @@ class Preferences {
   /// Into the cache only; null removes the key. Call `savePrefs` when it has to last.
   void setPref(std::string_view key, const ZAN_Value& value);
   /// Reads the file again and takes over every value below; a key without a value gives the
-  /// built-in default.
+  /// built-in default. What was set and could not be saved yet stays.
   void loadPrefs();
-  /// Writes the whole cache to the settings file.
+  /// Writes the whole cache to the settings file. The values below stay as of the last `loadPrefs`.
   Outcome savePrefs();
 
   /// 16 bytes of the shortcut; all zero without one.
@@ -80,6 +83,7 @@ class Preferences {
 
  private:
   ZAN_Value& cache();
+  void readCache();
   void moveSavedDates(double jump, ReferenceTime now);
   int integer(std::string_view key, int builtIn);
   double real(std::string_view key, double builtIn);
@@ -88,6 +92,8 @@ class Preferences {
   Machine& mMachine;
   ReferenceTime mFirstPruning;
   std::optional<ZAN_Value> mSchedulerPrefs;  ///< nothing: read at the next lookup
+  /// What was set since the last save; null: removed.
+  std::map<std::string, ZAN_Value, std::less<>> mUnsaved;
 };
 
 }  // namespace corvana

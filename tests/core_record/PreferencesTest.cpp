@@ -51,6 +51,27 @@ TEST_F(PreferencesTest, StoredValuesComeBackInTheNextRun) {
   EXPECT_EQ(agent.store.settings().schedulerSettings().string("Another program's"), "value");
 }
 
+TEST_F(PreferencesTest, WhatAnotherProgramSavedMeanwhileIsNotLost) {
+  RecordedAgent agent(p);
+  agent.preferences.setPref("SchedulerPrefStackWindows", 1);
+  agent.preferences.setPref("SchedulerPrefShowMessageColor", 2);
+  ASSERT_TRUE(agent.preferences.savePrefs());
+
+  RecordedAgent other(p);
+  other.preferences.setPref("SchedulerPrefShowMountMessage", 1);
+  other.preferences.setPref("SchedulerPrefStackWindows", 0);
+  other.preferences.setPref("SchedulerPrefShowMessageColor", {});
+  ASSERT_TRUE(other.preferences.savePrefs());
+  agent.preferences.setPref("SchedulerQuitDate", ZAN_Value::date(1));
+  ASSERT_TRUE(agent.preferences.savePrefs());
+
+  const ZAN_Value stored = RecordedAgent(p).store.settings().schedulerSettings();
+  EXPECT_EQ(stored.integer("SchedulerPrefShowMountMessage"), 1);
+  EXPECT_EQ(stored.integer("SchedulerPrefStackWindows"), 0);
+  EXPECT_FALSE(stored.contains("SchedulerPrefShowMessageColor"));
+  EXPECT_TRUE(stored.contains("SchedulerQuitDate"));
+}
+
 TEST_F(PreferencesTest, UserDefaultsStandInAndAreTakenOver) {
   p.machine.userDefaults["SchedulerPrefShowActionsQueue"] = 1;
   p.machine.userDefaults["SchedulerPrefFloatingIconNbLines"] = 9;
