@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -9,7 +10,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
-#include <random>
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
@@ -23,8 +23,9 @@ constexpr std::size_t kPiece = 64 * 1024;
 constexpr std::string_view kTemporarySuffix = ".corvana9-tmp";
 
 std::string randomText() {
-  std::random_device source;
-  const std::uint64_t number = (std::uint64_t{source()} << 32) | source();
+  std::uint64_t number = 0;
+  while (::getrandom(&number, sizeof number, 0) != sizeof number) {
+  }
   std::string text;
   for (int shift = 60; shift >= 0; shift -= 4) text += "0123456789abcdef"[(number >> shift) & 0xF];
   return text;
