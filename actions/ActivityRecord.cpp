@@ -74,8 +74,7 @@ ZAN_Value processesAfter(const ZAN_Value& stored, const std::string& pids, Refer
 
 void ActivityRecord::saveActivity(std::optional<std::int64_t> status, bool mainAppOpened,
                                   bool executeAppOpened, std::optional<ReferenceTime> setWakeUp,
-                                  std::span<const RunningProcess> running,
-                                  std::optional<ReferenceTime> since) {
+                                  std::span<const RunningProcess> running) {
   const ReferenceTime now = mFiles.clock().now();
   ZAN_Value record = readActivity();
   if (!record.isDictionary()) record = ZAN_Value::dictionary();
@@ -83,27 +82,21 @@ void ActivityRecord::saveActivity(std::optional<std::int64_t> status, bool mainA
   record.setValue("ProcessActivity",
                   processesAfter(record["ProcessActivity"], executeProcesses(running), now));
 
-  struct Minutes {
-    bool are;
-    std::uint64_t first;
-    std::uint64_t last;
-  };
-  const std::uint64_t last = minuteOf(now);
-  const std::uint64_t first = since ? std::min(minuteOf(*since), last) : last;
-  const std::uint64_t wakeUp = minuteOf(setWakeUp.value_or(0));
-  const Minutes minutes[] = {{true, first, last},
-                             {mainAppOpened, first, last},
-                             {executeAppOpened, first, last},
-                             {setWakeUp.has_value(), wakeUp, wakeUp}};
+  mNoted.push_back({now, now, mainAppOpened, executeAppOpened});
   for (std::size_t i = 0; i < std::size(kMinuteSets); ++i) {
     ZAN_Value set = storedSet(record, kMinuteSets[i]);
     if (now >= kFirstPruning) set.removeIndexesUpTo(minuteOf(now - kKeptPeriod));
-    if (minutes[i].are) {
-      for (std::uint64_t one = minutes[i].first; one <= minutes[i].last; ++one) set.addIndex(one);
+    for (const Span& span : mNoted) {
+      if ((i == 1 && !span.mainApp) || (i == 2 && !span.executeApp) || i == 3) continue;
+      for (std::uint64_t one = minuteOf(span.from); one <= minuteOf(span.to); ++one)
+        set.addIndex(one);
     }
+    if (i == 3 && setWakeUp) set.addIndex(minuteOf(*setWakeUp));
     record.setValue(kMinuteSets[i], ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(set)));
   }
-  if (!mFiles.writeObjectToFile(record, DataFolder::kActivity, false)) return;
+  mNoted.clear();
+  if (record == mCached.value || !mFiles.writeObjectToFile(record, DataFolder::kActivity, false))
+    return;
   mCached = {.value = std::move(record),
              .identity = ZAN_FilesUtils::identity(mFiles.folder().pathOf(DataFolder::kActivity))};
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
@@ -19,11 +20,21 @@ class ActivityRecord {
 
   /// Adds this minute. `status`: 0 execution launched, 1 agent quits, 2 agent started, nothing
   /// otherwise. `setWakeUp`: the date for which a wake-up was programmed. `running`: the running
-  /// processes, of which the instances of the execute program are noted. `since`: every minute from
-  /// then on was like this one.
+  /// processes, of which the instances of the execute program are noted. A call that changes
+  /// nothing writes nothing.
   void saveActivity(std::optional<std::int64_t> status, bool mainAppOpened, bool executeAppOpened,
-                    std::optional<ReferenceTime> setWakeUp, std::span<const RunningProcess> running,
-                    std::optional<ReferenceTime> since = std::nullopt);
+                    std::optional<ReferenceTime> setWakeUp,
+                    std::span<const RunningProcess> running);
+
+  /// A time of which every minute was alike.
+  struct Span {
+    ReferenceTime from = 0;
+    ReferenceTime to = 0;
+    bool mainApp = false;     ///< was open
+    bool executeApp = false;  ///< was open
+  };
+  /// Adds the minutes of a time that was left out, with the next saving.
+  void noteActivity(const Span& span) { mNoted.push_back(span); }
   /// The stored dictionary, null when there is none: "SchedulerStatus" (status by the text of its
   /// second), "ProcessActivity" ({"time", "pid"} at each change), and the archived sets of minute
   /// numbers "SchedulerActivity", "MainAppActivity", "ExecuteActivity" and "WakeUpActivity".
@@ -32,6 +43,7 @@ class ActivityRecord {
  private:
   DataFiles& mFiles;
   DataFiles::Object mCached;
+  std::vector<Span> mNoted;
 };
 
 }  // namespace corvana

@@ -129,13 +129,10 @@ bool SchedulerTick::messageCanFollow() const {
   return m.messages.hasPending() && !m.messages.isShown();
 }
 
-void SchedulerTick::saveActivity(std::int64_t) { saveActivitySince(std::nullopt); }
-
-void SchedulerTick::saveActivitySince(std::optional<ReferenceTime> since) {
-  const auto running = m.platform.processes.running();
+void SchedulerTick::saveActivity(std::int64_t) {
   m.store.activity().saveActivity(std::nullopt, m.siblingWatch.isMainAppLaunched(),
-                                  m.siblingWatch.isExecuteAppLaunched(), std::nullopt, running,
-                                  since);
+                                  m.siblingWatch.isExecuteAppLaunched(), std::nullopt,
+                                  m.platform.processes.running());
 }
 
 void SchedulerTick::followUser(std::int64_t) {
@@ -283,7 +280,9 @@ void SchedulerTick::skipTicks(std::int64_t last, int count, ReferenceTime at) {
   const std::int64_t first =
       before < 0 ? 0 : (before / kActivityTicks + 1) * std::int64_t{kActivityTicks};
   if (first > last) return;
-  saveActivitySince(at - static_cast<double>(last - first) * kInterval);
+  m.store.activity().noteActivity({at - static_cast<double>(last - first) * kInterval, at,
+                                   m.siblingWatch.isMainAppLaunched(),
+                                   m.siblingWatch.isExecuteAppLaunched()});
 }
 
 }  // namespace corvana

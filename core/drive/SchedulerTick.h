@@ -97,7 +97,6 @@ class SchedulerTick {
   bool messageCanFollow() const;
 
   void saveActivity(std::int64_t n);
-  void saveActivitySince(std::optional<ReferenceTime> since);
   void followUser(std::int64_t n);
   void closeMessage(std::int64_t n);
   void checkTriggers(std::int64_t n);
