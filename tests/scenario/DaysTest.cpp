@@ -76,6 +76,7 @@ TEST(Days, LeavingOutEmptyTicksChangesNothing) {
     if (skips) week.allowSkipping();
     week.start();
     week.runUntil("2024-01-05 12:00:00");
+    week.quit();
     return std::tuple(week.executions(), week.logCodes(),
                       week.store().activity().readActivity()["SchedulerActivity"],
                       week.skippedCalls());
