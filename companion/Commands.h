@@ -50,6 +50,8 @@ int removeCommand(Arguments& arguments, const Console& console);
 int groupCommand(Arguments& arguments, const Console& console);
 int nextCommand(Arguments& arguments, const Console& console);
 int whyCommand(Arguments& arguments, const Console& console);
+int statusCommand(Arguments& arguments, const Console& console);
+int queueCommand(Arguments& arguments, const Console& console);
 int launchCommand(Arguments& arguments, const Console& console);
 int enableCommand(Arguments& arguments, const Console& console);
 int disableCommand(Arguments& arguments, const Console& console);
@@ -58,6 +60,10 @@ int continueCommand(Arguments& arguments, const Console& console);
 int stopCommand(Arguments& arguments, const Console& console);
 int skipCommand(Arguments& arguments, const Console& console);
 int postCommand(Arguments& arguments, const Console& console);
+int watchCommand(Arguments& arguments, const Console& console);
+int logCommand(Arguments& arguments, const Console& console);
+int historyCommand(Arguments& arguments, const Console& console);
+int reportCommand(Arguments& arguments, const Console& console);
 
 /// In the order in which the help shows them.
 inline constexpr std::array kCommands{
@@ -90,20 +96,40 @@ inline constexpr std::array kCommands{
             "Times are those of the zone that TZ names, else of the machine's.\n",
             nextCommand},
     Command{"why", "REF [--json]", "say why an action does not run now, and what would make it run",
-            "Looks at the files and processes: a pause, which only the agent knows, is not seen.\n",
+            "Asks the agent what it does; without one it looks at files and processes.\n",
             whyCommand},
-    Command{"launch", "REF [--estimate]", "have the agent run an action now",
-            "  --estimate   only count what there is to copy\n", launchCommand},
-    Command{"enable", "", "switch automatic execution on", "", enableCommand},
-    Command{"disable", "", "switch automatic execution off", "", disableCommand},
-    Command{"pause", "", "hold what runs and what waits", "", pauseCommand},
-    Command{"continue", "", "let it go on", "", continueCommand},
-    Command{"stop", "", "end the running execution", "", stopCommand},
-    Command{"skip", "", "leave out the item that is being copied", "", skipCommand},
-    Command{"post", "NAME OBJECT [JSON]", "post a message to the programs of the product",
-            "NAME is CVA9_SchedulerNotification, CVA9_ExecuteNotification or\n"
-            "CVA9_MainAppliNotification; JSON an object with the details, as pack reads it.\n",
-            postCommand},
+    Command{"status", "[--json]", "show what the agent does, or what its files say", "",
+            statusCommand},
+    Command{"queue", "[--json]", "show the queue, or what was saved of it", "", queueCommand},
+    Command{"launch", "REF [--estimate] [--json]", "queue an action now",
+            "The agent answers \"queued\" or why not.\n"
+            "  --estimate   only count what there is to copy\n",
+            launchCommand},
+    Command{"enable", "[--json]", "switch automatic execution on",
+            "Without a running agent it is stored for its next start; so with disable.\n",
+            enableCommand},
+    Command{"disable", "[--json]", "switch automatic execution off", "", disableCommand},
+    Command{"pause", "[--json]", "pause the agent and what is being executed", "", pauseCommand},
+    Command{"continue", "[--json]", "let them go on", "", continueCommand},
+    Command{"stop", "[--json]", "stop what is being executed", "", stopCommand},
+    Command{"skip", "[--json]", "leave out the item that is being copied", "", skipCommand},
+    Command{
+        "post", "NAME OBJECT [JSON]", "send a message to the programs of Corvana 9",
+        "NAME is the name that a program listens to; agent, execute and main stand for the\n"
+        "three of Corvana 9. JSON is an object with the details, as dump writes it; \"-\" reads\n"
+        "it from the standard input. Nobody answers a message.\n",
+        postCommand},
+    Command{"watch", "[--json]", "print messages and changes as they come, until interrupted",
+            "  --json   one object a line\n", watchCommand},
+    Command{"log", "[--count N] [--json]", "show what happened, newest last",
+            "  --count N   the last N events; 20 without it\n", logCommand},
+    Command{"history", "[--count N] [--json]",
+            "show the executions with their duration and result, newest last",
+            "  --count N   the last N executions; 20 without it\n"
+            "How late an execution began is told where the log still has its launch.\n",
+            historyCommand},
+    Command{"report", "[--date YYYY-MM-DD] [--json]", "show the report of a day",
+            "Without a date that of today.\n", reportCommand},
 };
 
 }  // namespace corvana

@@ -7,7 +7,6 @@
 
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "actions/ActionsTools.h"
-#include "actions/ComingRuns.h"
 #include "companion/CommandHome.h"
 #include "companion/Commands.h"
 #include "companion/RunsText.h"
@@ -68,18 +67,8 @@ struct Form {
 
 int printComingRuns(const Form& form, const Console& console) {
   CommandHome home(console);
-  ProgrammedAction::Nodes actions;
-  if (home.isThere()) home.tree().rootItem().getListOfAllProgrammedActions(actions);
-  ComingRuns runs(home.calendar(), home.now(), logTo(console));
-  for (const ProgrammedAction* action : actions) runs.add(action->schedule());
-
-  std::vector<NamedRun> list;
-  for (std::int64_t i = 0; i < form.count; ++i) {
-    const std::optional<ComingRuns::Run> run = runs.next();
-    if (!run) break;
-    const ProgrammedAction& action = *actions[run->action];
-    list.push_back({run->date, action.getReference(), action.getTitle(), run->shutDown});
-  }
+  const std::vector<NamedRun> list =
+      comingRuns(home, static_cast<std::size_t>(form.count), console);
   if (form.ics) {
     console.out << icsOfRuns(list, home);
   } else if (form.json) {

@@ -2,9 +2,13 @@
 
 #include <array>
 #include <charconv>
+#include <optional>
+#include <ostream>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
+#include "actions/ComingRuns.h"
 #include "companion/CommandHome.h"
+#include "companion/Commands.h"
 
 namespace corvana {
 
@@ -42,6 +46,23 @@ std::string secondsText(ReferenceTime date) {
   std::array<char, 32> buffer{};
   const auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), date);
   return {buffer.data(), result.ptr};
+}
+
+std::vector<NamedRun> comingRuns(CommandHome& home, std::size_t count, const Console& console) {
+  ProgrammedAction::Nodes actions;
+  if (home.isThere()) home.tree().rootItem().getListOfAllProgrammedActions(actions);
+  ComingRuns runs(home.calendar(), home.now(), [&console](const std::string& line) {
+    console.err << "corvana9: " << line << '\n';
+  });
+  for (const ProgrammedAction* action : actions) runs.add(action->schedule());
+  std::vector<NamedRun> list;
+  while (list.size() < count) {
+    const std::optional<ComingRuns::Run> run = runs.next();
+    if (!run) break;
+    const ProgrammedAction& action = *actions[run->action];
+    list.push_back({run->date, action.getReference(), action.getTitle(), run->shutDown});
+  }
+  return list;
 }
 
 std::string textOfRuns(const std::vector<NamedRun>& runs, const CommandHome& home) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -9,6 +10,7 @@
 namespace corvana {
 
 class CommandHome;
+struct Console;
 
 /// A run of an action that lies ahead, with what people know the action by.
 struct NamedRun {
@@ -17,6 +19,9 @@ struct NamedRun {
   std::string title;
   bool shutDown = false;  ///< it runs when the machine is shut down, not at the date
 };
+
+/// The coming runs of all actions of that home, in order, `count` at most.
+std::vector<NamedRun> comingRuns(CommandHome& home, std::size_t count, const Console& console);
 
 /// The shortest decimal number that reads as the same instant.
 std::string secondsText(ReferenceTime date);

@@ -9,6 +9,7 @@
 #include "companion/ActionWords.h"
 #include "companion/CommandHome.h"
 #include "companion/Commands.h"
+#include "companion/RunningAgent.h"
 #include "core/work/WhyNot.h"
 #include "platform/linux/ProcessTable.h"
 #include "volumes/VolumeIdentity.h"
@@ -35,12 +36,32 @@ std::int64_t executedReference(std::int64_t pid) {
   return reference;
 }
 
+/// What the agent itself tells; false when it does not.
+bool askAgent(CommandHome& home, Seen& seen) {
+  RunningAgent agent(home);
+  seen.agentRuns = agent.presence() != RunningAgent::Presence::absent;
+  if (!agent.answers()) return false;
+  const auto queue = agent.client().queue();
+  if (!queue) return false;
+  const ZAN_Value& status = agent.status();
+  WhyNot::Situation& situation = seen.situation;
+  situation.scheduleDisabled = !status["enabled"].boolValue();
+  situation.disabledWhenDone = status["disabledWhenDone"].boolValue();
+  situation.startedFromNewMachine = status["otherStartupDisk"].boolValue();
+  situation.paused = status["paused"].boolValue();
+  situation.headRuns = status["executing"].boolValue();
+  situation.idleTimeIsSeen = status["idleTimeIsSeen"].boolValue();
+  situation.context = static_cast<int>(status.integer("context"));
+  for (const auto& record : queue->elements()) situation.queue.push_back(record.integer("ref"));
+  return true;
+}
+
 Seen lookAround(CommandHome& home) {
   Seen seen;
+  if (askAgent(home, seen)) return seen;
   WhyNot::Situation& situation = seen.situation;
   situation.idleTimeIsSeen = false;
   for (const auto& process : ProcessTable(home.machine().homeFolder()).list()) {
-    if (process.bundleExecutable == "Corvana 9 Scheduler") seen.agentRuns = true;
     if (process.bundleExecutable != "Corvana 9 Execute") continue;
     if (const auto reference = executedReference(process.pid); reference != 0) {
       situation.headRuns = true;

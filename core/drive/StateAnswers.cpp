@@ -38,6 +38,7 @@ ZAN_Value StateAnswers::status() {
                              {"errorCode", m.state.mErrorInExecution},
                              {"schedulerStatus", m.siblings.schedulerStatus()},
                              {"executing", executing},
+                             {"idleTimeIsSeen", m.platform.input.idleSeconds().has_value()},
                              {"queueCount", static_cast<long long>(m.queue.actionsList().size())},
                              {"nextCheck", ZAN_Value::date(m.state.mNextCheck.at())}});
   const auto& next = m.evaluation.actionsNextList();

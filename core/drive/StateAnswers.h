@@ -44,8 +44,9 @@ class StateAnswers final : public AgentAnswers {
   /// "home", "pid", "started", "enabled", "disabledWhenDone", "otherStartupDisk", "paused",
   /// "context" (0 none, 1 office, 2 home, 3 nomad), "errorCode" (of the last failure not yet looked
   /// at, else 0), "schedulerStatus" (4 switched off, 3 paused, 2 executing, 1 otherwise),
-  /// "executing", "queueCount", "nextDate" (of the earliest action), "nextCheck"; while an action
-  /// is executed "current": {"ref", "title", "started", "progress" (per cent), "retry"}.
+  /// "executing", "idleTimeIsSeen", "queueCount", "nextDate" (of the earliest action), "nextCheck";
+  /// while an action is executed "current": {"ref", "title", "started", "progress" (per cent),
+  /// "retry"}.
   ZAN_Value status() override;
   /// {"ref", "title", "date", "estimateSize", "running"} each.
   ZAN_Value queue() override;

@@ -97,8 +97,10 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   m.platform.userInterface.setExecutionControlsEnabled(true);
   m.platform.userInterface.listsChanged();
 
-  m.log.addSchedulerLog(
-      ZAN_Value::dictionary({{"R", record.ref}, {"N", title}, {"C", LogCode::launched}}));
+  m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", record.ref},
+                                               {"N", title},
+                                               {"C", LogCode::launched},
+                                               {"D", ZAN_Value::date(record.date)}}));
   m.counters.incrementCounter(ExecutionCounters::kExecutions, record.ref);
   m.store.texts().addToReportFile(
       m.texts.text("ReportExecuteAction", {title, action->actionType(), record.ref}));

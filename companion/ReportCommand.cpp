@@ -1,0 +1,64 @@
+#include <array>
+#include <charconv>
+#include <optional>
+#include <ostream>
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "companion/CommandHome.h"
+#include "companion/Commands.h"
+#include "companion/RunningAgent.h"
+
+namespace corvana {
+
+namespace {
+
+/// The first instant of a day "2026-11-24"; nothing for other texts and days that do not exist.
+std::optional<ReferenceTime> dayFrom(std::string_view text, const ZAN_DateUtils& calendar) {
+  std::array<int, 3> numbers{};
+  const char* next = text.data();
+  const char* const end = text.data() + text.size();
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    if (i > 0 && (next == end || *next++ != '-')) return std::nullopt;
+    const auto [stop, error] = std::from_chars(next, end, numbers[i]);
+    if (error != std::errc() || numbers[i] < 0) return std::nullopt;
+    next = stop;
+  }
+  if (next != end) return std::nullopt;
+  return calendar.dateForDay(numbers[2], numbers[1], numbers[0]);
+}
+
+}  // namespace
+
+int reportCommand(Arguments& arguments, const Console& console) {
+  const bool json = arguments.json();
+  const auto dateWord = arguments.option("--date");
+  const auto words = arguments.words(0, 0);
+  if (!words) return wrongWords(console, words.error());
+  CommandHome home(console);
+  const auto day = dateWord ? dayFrom(*dateWord, home.calendar()) : home.now();
+  if (!day) {
+    return wrongWords(console, {ErrorKind::refused,
+                                "--date wants a day as 2026-11-24, not \"" + *dateWord + "\""});
+  }
+  const std::string shownDay = home.calendar().format(*day, "%Y-%m-%d");
+  const Error none{ErrorKind::absent, "there is no report of " + shownDay};
+  if (!home.isThere()) return failed(console, none);
+  const std::string path = home.store().texts().reportFileNameForDate(*day);
+  if (!ZAN_FilesUtils::exists(path)) return failed(console, none);
+  const auto contents = ZAN_FilesUtils::readFile(path);
+  if (!contents) return failed(console, contents.error());
+  if (json) {
+    console.out << jsonText(
+        ZAN_Value::dictionary({{"day", shownDay}, {"path", path}, {"text", contents->bytes}}));
+    return kDone;
+  }
+  std::string_view rest = contents->bytes;
+  while (!rest.empty()) {
+    const std::size_t line = rest.find('\n');
+    console.out << printable(rest.substr(0, line)) << '\n';
+    rest.remove_prefix(line == std::string_view::npos ? rest.size() : line + 1);
+  }
+  return kDone;
+}
+
+}  // namespace corvana

@@ -1,0 +1,125 @@
+#include "platform/qt/BusAgentClient.h"
+
+#include <QDBusConnection>
+#include <QDBusError>
+#include <QDBusMessage>
+#include <QVariantMap>
+#include <optional>
+
+#include "platform/qt/BusNames.h"
+#include "platform/qt/BusValues.h"
+#include "platform/qt/QtApplication.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr int kPatience = 10'000;  // ms
+
+Error noBus() { return {ErrorKind::unavailable, "there is no session bus"}; }
+
+Error errorOf(const QDBusMessage& reply) {
+  const std::string text = reply.errorMessage().toStdString();
+  if (reply.errorName() == QStringLiteral("org.freedesktop.DBus.Error.NameHasNoOwner"))
+    return {ErrorKind::absent, text};
+  switch (QDBusError(reply).type()) {
+    case QDBusError::ServiceUnknown:
+      return {ErrorKind::absent, text};
+    case QDBusError::NoReply:
+    case QDBusError::Timeout:
+    case QDBusError::TimedOut:
+    case QDBusError::Disconnected:
+      return {ErrorKind::unavailable, text};
+    default:
+      return {ErrorKind::refused, text};
+  }
+}
+
+}  // namespace
+
+class BusAgentClient::Private {
+ public:
+  explicit Private(const std::string& address) {
+    if (address.empty()) return;
+    mApplication.emplace();
+    BusValues::registerTypes();
+    mName = QStringLiteral("corvana9-client-%1").arg(reinterpret_cast<quintptr>(this));
+    mBus = QDBusConnection::connectToBus(QString::fromStdString(address), mName);
+  }
+
+  ~Private() {
+    mBus = QDBusConnection(QString());
+    if (!mName.isEmpty()) QDBusConnection::disconnectFromBus(mName);
+  }
+
+  Result<QVariant> ask(const QString& method, const QList<QVariant>& arguments = {}) {
+    if (!mBus.isConnected()) return noBus();
+    QDBusMessage call = QDBusMessage::createMethodCall(BusNames::agent(), BusNames::agentPath(),
+                                                       BusNames::agent(), method);
+    call.setAutoStartService(false);
+    call.setArguments(arguments);
+    const QDBusMessage reply = mBus.call(call, QDBus::Block, kPatience);
+    if (reply.type() != QDBusMessage::ReplyMessage) return errorOf(reply);
+    if (reply.arguments().size() != 1)
+      return Error{ErrorKind::damaged, "the agent answered something else"};
+    return reply.arguments().constFirst();
+  }
+
+  Result<ZAN_Value> askValue(const QString& method, const QList<QVariant>& arguments = {}) {
+    const Result<QVariant> reply = ask(method, arguments);
+    if (!reply) return reply.error();
+    return BusValues::valueWithVariant(*reply);
+  }
+
+  std::optional<QtApplication> mApplication;
+  QDBusConnection mBus{QString()};
+  QString mName;
+};
+
+BusAgentClient::BusAgentClient(BusConnection::Address address)
+    : mPrivate(std::make_unique<Private>(address())) {}
+
+BusAgentClient::~BusAgentClient() = default;
+
+bool BusAgentClient::hasBus() const { return mPrivate->mBus.isConnected(); }
+
+Result<ZAN_Value> BusAgentClient::status() { return mPrivate->askValue(QStringLiteral("Status")); }
+
+Result<ZAN_Value> BusAgentClient::queue() { return mPrivate->askValue(QStringLiteral("Queue")); }
+
+Result<ZAN_Value> BusAgentClient::next() { return mPrivate->askValue(QStringLiteral("Next")); }
+
+Result<ZAN_Value> BusAgentClient::why(std::int64_t ref) {
+  return mPrivate->askValue(QStringLiteral("Why"), {static_cast<qlonglong>(ref)});
+}
+
+Result<std::string> BusAgentClient::launch(std::int64_t ref) {
+  const auto reply = mPrivate->ask(QStringLiteral("Launch"), {static_cast<qlonglong>(ref)});
+  if (!reply) return reply.error();
+  return reply->toString().toStdString();
+}
+
+Outcome BusAgentClient::post(const DistributedNotification& notification) {
+  if (!hasBus()) return noBus();
+  for (const std::string& text : {notification.name, notification.object}) {
+    if (text.find('\0') != std::string::npos)
+      return Error{ErrorKind::refused, "a text with a NUL cannot be sent"};
+  }
+  int dropped = 0;
+  const QVariantMap details = BusValues::mapWithDictionary(notification.userInfo, dropped);
+  if (dropped > 0) return Error{ErrorKind::refused, "a part of the details has no form on the bus"};
+  QDBusMessage message = QDBusMessage::createSignal(BusNames::notificationsPath(),
+                                                    BusNames::notifications(), BusNames::posted());
+  message << QString::fromStdString(notification.name)
+          << QString::fromStdString(notification.object) << details;
+  if (!mPrivate->mBus.send(message)) return noBus();
+  // The bus takes one thing after another: when it answers, it has had the message.
+  const QDBusMessage reply =
+      mPrivate->mBus.call(QDBusMessage::createMethodCall(BusNames::bus(), BusNames::busPath(),
+                                                         BusNames::bus(), QStringLiteral("GetId")),
+                          QDBus::Block, kPatience);
+  if (reply.type() != QDBusMessage::ReplyMessage) return errorOf(reply);
+  return {};
+}
+
+}  // namespace corvana

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+#include "platform/DistributedNotifications.h"
+#include "platform/qt/BusConnection.h"
+
+namespace corvana {
+
+/// The other side of the agent's object, for a program that asks and waits for the answer, some
+/// seconds at most. Thread: main.
+class BusAgentClient {
+ public:
+  /// Connects at once; nothing is started by it.
+  explicit BusAgentClient(BusConnection::Address address = BusConnection::sessionBusAddress);
+  BusAgentClient(const BusAgentClient&) = delete;
+  BusAgentClient& operator=(const BusAgentClient&) = delete;
+  ~BusAgentClient();
+
+  bool hasBus() const;
+
+  // Fail with `absent` when no agent is on the bus, with `unavailable` when there is no bus or no
+  // answer, and with the agent's own words otherwise.
+  Result<ZAN_Value> status();
+  Result<ZAN_Value> queue();
+  Result<ZAN_Value> next();
+  Result<ZAN_Value> why(std::int64_t ref);
+  /// "queued", or why not.
+  Result<std::string> launch(std::int64_t ref);
+
+  /// Returns when the bus has it: what is asked afterwards is answered after it. Fails when there
+  /// is no bus or when something of it cannot be sent, and then sends nothing.
+  Outcome post(const DistributedNotification& notification);
+
+ private:
+  class Private;
+  std::unique_ptr<Private> mPrivate;
+};
+
+}  // namespace corvana
