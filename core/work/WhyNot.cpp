@@ -60,7 +60,7 @@ std::vector<WhyNot::Reason> WhyNot::reasons(const ProgrammedAction& action,
                            contextName(situation.context) + ".",
                        "Set the context " + contextName(own) +
                            ", or give the action no context: corvana9 edit " +
-                           std::to_string(action.getReference()) + " --context none"});
+                           std::to_string(action.getReference()) + " --context any"});
   }
   addVolumes(reasons, settings);
   if (reasons.empty() || reasons.front().cause != Cause::queued) {
@@ -175,10 +175,9 @@ void WhyNot::addTrigger(Reasons& reasons, const ProgrammedAction& action,
   }
   if (const auto date = nextDate(action)) {
     if (*date <= mTools.now()) return;
-    reasons.push_back(
-        {Cause::notDue,
-         "It is not due yet: " + mTools.getNextScheduleStringForSettings(settings, mTexts) + ".",
-         launch});
+    std::string when = mTools.getNextScheduleStringForSettings(settings, mTexts);
+    if (when.empty()) when = mTools.calendar().format(*date, "%a %Y-%m-%d %H:%M");
+    reasons.push_back({Cause::notDue, "It is not due yet: " + when + ".", launch});
     return;
   }
   const auto waits = [&](const std::string& text) {

@@ -10,6 +10,7 @@
 namespace corvana {
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 
 TEST(WhyCommand, ReadsTheAgentsFiles) {
@@ -24,8 +25,13 @@ TEST(WhyCommand, ReadsTheAgentsFiles) {
                                   {"ItemsSource", folder},
                                   {"ItemsDestination", folder}});
   };
+  ZAN_Value daily = action(14, "Music");
+  daily.setValue("TriggerAutomatic", 1);
+  daily.setValue("TriggerFrequencyPopup", 1);
+  daily.setValue("TriggerScheduleTime", ZAN_Value::date(0));
+  daily.setValue("LastScheduleDate", ZAN_Value::date(4e9));  // reads as now: due tomorrow
   ASSERT_TRUE(home.store.tree().saveActionsTree(
-      ZAN_Value::array({action(11, "Letters"), action(12, "Photos")})));
+      ZAN_Value::array({action(11, "Letters"), action(12, "Photos"), daily})));
   ZAN_Value queue = ZAN_Value::array(
       {ZAN_Value::dictionary({{"Ref", 12}}), ZAN_Value::dictionary({{"Ref", 11}})});
   ASSERT_TRUE(home.store.settings().saveSchedulerSettings(
@@ -44,6 +50,8 @@ TEST(WhyCommand, ReadsTheAgentsFiles) {
   EXPECT_THAT(out.str(), HasSubstr("- It is in the queue already, behind \"Photos\".\n"));
   EXPECT_THAT(out.str(), HasSubstr("- Automatic execution is off.\n  Switch it on"));
   EXPECT_THAT(out.str(), HasSubstr("the context Home, and the context is Office"));
+  EXPECT_EQ(why("14"), kDone);
+  EXPECT_THAT(out.str(), ContainsRegex("- It is not due yet: ... 20..-..-.. ..:00."));
   EXPECT_EQ(why("13"), kCouldNot);
   EXPECT_THAT(err.str(), HasSubstr("13: no action has this reference"));
 }
