@@ -91,10 +91,11 @@ void ActionTree::applyChanges(const ZAN_Value& changes) {
 
 Outcome ActionTree::updateActionsWithChanges(bool mergeIntoFile) {
   if (!mergeIntoFile) {
-    const ZAN_Value changes = mFiles.readChangesList();
-    if (changes.empty()) return {};
     rootItem();
-    applyChanges(changes);
+    const auto identity = mFiles.changesFileIdentity();
+    if (identity == mChangesIdentity) return {};
+    applyChanges(mFiles.readChangesList());
+    mChangesIdentity = identity;
     return {};
   }
   if (mFiles.readChangesList().empty()) return {};

@@ -2,8 +2,6 @@
 
 #include <cmath>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <system_error>
 #include <utility>
@@ -33,7 +31,11 @@ namespace {
 
 constexpr const char* kUsualExecutePath =
     "/Applications/Corvana 9.app/Contents/Resources/Corvana 9 Execute.app";
+constexpr std::string_view kCrashPath = "Corvana 9 CurrentPath.txt";
+constexpr std::uint64_t kLongestCrashPath = 1 << 16;
 constexpr std::size_t kMaximumPaths = 500;
+/// So much output is gathered for one entry of the debug log.
+constexpr std::size_t kMostUnlogged = 1 << 14;
 constexpr double kRetryOfMissingProgram = 60.0;
 
 bool exists(const std::string& path) {
@@ -54,7 +56,8 @@ ExecuteSupervisor::ExecuteSupervisor(const WorkSurroundings& surroundings, Actio
   });
 }
 
-ExecuteSupervisor::~ExecuteSupervisor() = default;
+// A child that still runs is stopped, and what it writes at its end is taken by the other members.
+ExecuteSupervisor::~ExecuteSupervisor() { mProcessTask.reset(); }
 
 LaunchResult ExecuteSupervisor::launchNextAction() {
   if (mExecutionMode != 0 && !m.platform.userInterface.isWindowVisible(Window::executionSurvey))
@@ -76,6 +79,7 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   if (action->getExecuteWithAdminPrivileges() != 0 && exists(program + " Admin"))
     program += " Admin";
 
+  mCrashPathBefore = ZAN_FilesUtils::identity(m.store.folder().pathOf(kCrashPath));
   auto task = std::make_unique<ZAN_TaskWrapper>(
       m.platform.processes, static_cast<TaskController&>(*this),
       std::vector<std::string>{program, std::to_string(record.ref),
@@ -89,6 +93,7 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
 
   const ReferenceTime now = m.platform.clock.now();
   mProcessTask = std::move(task);
+  mLatestExecuteCurrentPath.clear();
   mSaidProgramMissing = false;
   mProcessStatus = 2;
   mLaunchTime = now;
@@ -125,6 +130,7 @@ LaunchResult ExecuteSupervisor::programMissing(const std::string& cause) {
 
 void ExecuteSupervisor::supervise() {
   if (!mProcessTask) return;
+  writeOutputToDebugLog();
   if (mProcessStatus == 2) {
     mProcessStatus = 3;
     if (mProcessTask->isRunning()) {
@@ -142,6 +148,8 @@ void ExecuteSupervisor::supervise() {
 void ExecuteSupervisor::endOfExecution() {
   m.platform.clock.sleep(0.01);
   const std::int64_t ref = mQueue.empty() ? 0 : mQueue.head().ref;
+  // The child has noted the date of this execution.
+  (void)m.tree.updateActionsWithChanges(false);
   ProgrammedAction* const action = m.tree.rootItem().actionForReference(ref);
   if (action != nullptr && mEstimateSize == 0) {
     action->setLastBackupExecutionDate();
@@ -199,9 +207,9 @@ void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {
 }
 
 std::optional<std::string> ExecuteSupervisor::crashPath() const {
-  std::ifstream file(m.store.folder().pathOf("Corvana 9 CurrentPath.txt"), std::ios::binary);
-  std::string path{std::istreambuf_iterator<char>(file), {}};
-  if (!path.empty()) return path;
+  const auto file =
+      ZAN_FilesUtils::readFile(m.store.folder().pathOf(kCrashPath), kLongestCrashPath);
+  if (file && !file->bytes.empty() && file->identity != mCrashPathBefore) return file->bytes;
   if (mLatestExecuteCurrentPath.empty()) return std::nullopt;
   return mLatestExecuteCurrentPath.front()["CurrentPath"].asString();
 }
@@ -280,12 +288,24 @@ void ExecuteSupervisor::processStarted() { mOutput.clear(); }
 
 void ExecuteSupervisor::appendOutput(std::string_view data) { logLines(mOutput.append(data)); }
 
-void ExecuteSupervisor::allDataReceived() { logLines(mOutput.finish()); }
+void ExecuteSupervisor::allDataReceived() {
+  logLines(mOutput.finish());
+  writeOutputToDebugLog();
+}
 
 void ExecuteSupervisor::processFinished() {}
 
 void ExecuteSupervisor::logLines(const std::string& lines) {
-  if (!lines.empty()) m.debugLog.logMessage("Execute: " + lines, true);
+  if (lines.empty()) return;
+  if (!mUnloggedOutput.empty()) mUnloggedOutput += '\n';
+  mUnloggedOutput += lines;
+  if (mUnloggedOutput.size() >= kMostUnlogged) writeOutputToDebugLog();
+}
+
+/// Once a tick: each entry rewrites the whole debug log, and a child may write line by line.
+void ExecuteSupervisor::writeOutputToDebugLog() {
+  if (mUnloggedOutput.empty()) return;
+  m.debugLog.logMessage("Execute: " + std::exchange(mUnloggedOutput, {}), true);
 }
 
 }  // namespace corvana

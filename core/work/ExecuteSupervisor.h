@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ChildOutput.h"
 #include "core/work/WorkSurroundings.h"
@@ -86,7 +87,7 @@ class ExecuteSupervisor : private TaskController {
   int executionMode() const { return mExecutionMode; }
   void setExecutionMode(int mode) { mExecutionMode = mode; }
 
-  /// The latest progress reports, oldest first.
+  /// The latest progress reports of this execution, or of the last one, oldest first.
   const std::deque<ZAN_Value>& latestExecuteCurrentPath() const {
     return mLatestExecuteCurrentPath;
   }
@@ -110,6 +111,7 @@ class ExecuteSupervisor : private TaskController {
   void answerCrash(std::int64_t ref, int status);
   std::optional<std::string> crashPath() const;
   void logLines(const std::string& lines);
+  void writeOutputToDebugLog();
 
   WorkSurroundings m;
   ActionQueue& mQueue;
@@ -123,7 +125,11 @@ class ExecuteSupervisor : private TaskController {
   double mProgressValue = 0;
   int mExecutionMode = 0;
   std::deque<ZAN_Value> mLatestExecuteCurrentPath;
+  /// Of the file with the path of a crash when the child was launched: unchanged, it tells of an
+  /// earlier one.
+  std::optional<ZAN_FileIdentity> mCrashPathBefore;
   ChildOutput mOutput;
+  std::string mUnloggedOutput;
   bool mSaidProgramMissing = false;
 };
 

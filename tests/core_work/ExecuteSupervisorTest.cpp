@@ -132,18 +132,61 @@ TEST_F(ExecuteSupervisorTest, TheLogSaysWhereACrashHappened) {
   setActions({action(7)});
   installExecute();
   enqueue({7});
-  for (int i = 0; i < 600; ++i) {
-    supervisor.trimExecuteCurrentPaths();
-    supervisor.addExecuteCurrentPath(
-        ZAN_Value::dictionary({{"CurrentPath", "/data/" + std::to_string(i)}}));
-  }
-  EXPECT_EQ(supervisor.latestExecuteCurrentPath().size(), 501u);
-  std::ofstream(dataFile("Corvana 9 CurrentPath.txt"));
-  execute({.seconds = 1, .status = 1});
+  const auto report = [&](StartedChild&) {
+    for (int i = 0; i < 600; ++i) {
+      supervisor.trimExecuteCurrentPaths();
+      supervisor.addExecuteCurrentPath(
+          ZAN_Value::dictionary({{"CurrentPath", "/data/" + std::to_string(i)}}));
+    }
+    EXPECT_EQ(supervisor.latestExecuteCurrentPath().size(), 501u);
+    std::ofstream(dataFile("Corvana 9 CurrentPath.txt"));
+  };
+  execute({.seconds = 1, .status = 1, .steps = {{0.1, report}}});
   EXPECT_EQ(lastLogEntry().string("P"), "/data/99");
-  std::ofstream(dataFile("Corvana 9 CurrentPath.txt")) << "/data/ä";
-  execute({.seconds = 1, .status = 1});
+  const auto write = [&](StartedChild&) {
+    std::ofstream(dataFile("Corvana 9 CurrentPath.txt")) << "/data/ä";
+  };
+  execute({.seconds = 1, .status = 1, .steps = {{0.1, write}}});
   EXPECT_EQ(lastLogEntry().string("P"), "/data/ä");
+
+  // What an earlier run left behind says nothing about this one.
+  enqueue({7});
+  execute({.seconds = 1, .status = 1});
+  EXPECT_EQ(lastLogEntry().string("P"), "???");
+}
+
+TEST_F(ExecuteSupervisorTest, TheDateOfTheBackupIsTheOneThatTheChildHasNoted) {
+  setActions({action(7, {{"LastExecutionDate", ZAN_Value::date(5000)}})});
+  installExecute();
+  enqueue({7});
+  const auto note = [&](StartedChild&) {
+    ActionStore own(machine.clock, machine.machine, machine.systemLog);
+    (void)own.tree().appendToChangesList(
+        ZAN_Value::dictionary({{"Ref", 7},
+                               {"ChangesObject", ZAN_Value::date(6000)},
+                               {"ChangesKey", "LastExecutionDate"}}));
+  };
+  execute({.seconds = 1, .steps = {{0.8, note}}});
+  EXPECT_EQ(settings(7)["LastBackupDateForFilter"].asDate(), 6000);
+  ActionStore other(machine.clock, machine.machine, machine.systemLog);
+  ActionTree read(other.tree(), machine.clock, machine.systemLog, texts);
+  EXPECT_EQ(
+      read.rootItem().actionForReference(7)->getSettings()["LastBackupDateForFilter"].asDate(),
+      6000);
+}
+
+TEST_F(ExecuteSupervisorTest, AChildThatRunsAtTheEndOfTheAgentIsStoppedAndHeard) {
+  setActions({action(7)});
+  installExecute();
+  enqueue({7});
+  auto own = std::make_unique<ExecuteSupervisor>(surroundings, queue);
+  machine.processes.next(
+      {.seconds = ChildScript::kUntilStopped, .farewell = std::string(5000, 'x') + "\nfarewell"});
+  ASSERT_EQ(own->launchNextAction(), LaunchResult::launched);
+  own.reset();
+  EXPECT_TRUE(machine.processes.starts.back()->terminated);
+  std::ifstream log(dataFile("Corvana Log.txt"));
+  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(log), {}), HasSubstr("\nfarewell\n"));
 }
 
 TEST_F(ExecuteSupervisorTest, AMissingProgramIsSaidOnceAndTheHeadStays) {
