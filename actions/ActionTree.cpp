@@ -62,7 +62,8 @@ void ActionTree::load() {
 
 void ActionTree::ensureCurrentRoot() {
   const bool isStale = !mReadable || mActionsIdentity != mFiles.actionsFileIdentity();
-  if (!mRoot || isStale) {
+  // Edits that nobody saved went with the root's release.
+  if (!mRoot || isStale || (mReleased && mUnsaved)) {
     load();
   } else {
     mReleased = false;

@@ -261,10 +261,12 @@ TEST_F(ActionTreeTest, EditWinsOverPendingChangesAndFailedOneLeavesNothingBehind
   EXPECT_EQ(record.integer("OptionsContinueOnNextDiskCurrentVolume"), 1);
   EXPECT_TRUE(record.contains("LastExecutionDate"));
 
+  tree.rootItem().actionForReference(1)->incrementExecutionCounter();
   EXPECT_FALSE(tree.editStoredTree([](ProgrammedAction& root) -> Outcome {
     root.addGroup("New", "", 0);
     return Error{ErrorKind::refused, "no"};
   }));
+  ASSERT_TRUE(tree.updateActionsWithChanges(true)) << "what is merged is not the failed edit";
   EXPECT_EQ(outline(tree.rootItem()), "A");
   EXPECT_EQ(outline(stored()), "A");
 }
