@@ -1,5 +1,6 @@
 #include "actions/ActionResults.h"
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -39,7 +40,7 @@ Outcome ActionResults::saveActionResults(const ZAN_Value& header, const ZAN_Valu
   Outcome outcome =
       mStore.files().writeTypedObjectToPath(results, pathFor(header.integer("Ref"), *date), kType);
   std::vector<Written> all = notYetMerged();
-  all.push_back({results, {}});
+  all.push_back({results, {}, {}});
   mergeAndSave(all);
   return outcome;
 }
@@ -87,33 +88,43 @@ std::vector<ActionResults::Written> ActionResults::notYetMerged() {
     const std::string path = ZAN_FilesUtils::joinedPath(folder, name);
     const auto date = ZAN_FilesUtils::modificationDate(path);
     if (!date || (mergedUntil && *date <= *mergedUntil)) continue;
-    fresh.push_back({readActionResults(path), date});
+    fresh.push_back({{}, path, date});
   }
+  // More than the lists take need not be read, when a folder of years is looked through at once.
+  const auto kept = std::min(fresh.size(), kMaximum);
+  std::partial_sort(fresh.begin(), fresh.begin() + static_cast<std::ptrdiff_t>(kept), fresh.end(),
+                    [](const Written& a, const Written& b) { return *a.date > *b.date; });
+  fresh.resize(kept);
   return fresh;
 }
 
 void ActionResults::addActionResultsFromFile(const std::string& path) {
-  mergeAndSave({{readActionResults(path), {}}});
+  mergeAndSave({{{}, path, {}}});
 }
 
 void ActionResults::mergeAndSave(const std::vector<Written>& all) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kFiles);
-  for (Latest* latest : {&mFiles, &mErrors}) {
-    refresh(*latest);
-    bool changed = false;
-    ZAN_Value header = latest->list.at(0);
-    for (const Written& written : all) {
-      changed |= merge(*latest, written.results);
-      const auto before = header[kMergedUntil].asDate();
-      // Of the two lists the one of the files remembers how far the results were taken in.
-      if (latest == &mFiles && written.date && (!before || *before < *written.date)) {
-        header.setValue(kMergedUntil, ZAN_Value::date(*written.date));
-        changed = true;
-      }
+  refresh(mFiles);
+  refresh(mErrors);
+  bool filesChanged = false;
+  bool errorsChanged = false;
+  // One after the other, since all of them together may be larger than the memory.
+  for (const Written& written : all) {
+    const ZAN_Value results =
+        written.results.isNull() ? readActionResults(written.path) : written.results;
+    filesChanged |= merge(mFiles, results);
+    errorsChanged |= merge(mErrors, results);
+    ZAN_Value header = mFiles.list.at(0);
+    const auto before = header[kMergedUntil].asDate();
+    // Of the two lists the one of the files remembers how far the results were taken in.
+    if (written.date && (!before || *before < *written.date)) {
+      header.setValue(kMergedUntil, ZAN_Value::date(*written.date));
+      mFiles.list.setAt(0, header);
+      filesChanged = true;
     }
-    latest->list.setAt(0, header);
-    if (changed) save(*latest);
   }
+  if (filesChanged) save(mFiles);
+  if (errorsChanged) save(mErrors);
 }
 
 bool ActionResults::merge(Latest& latest, const ZAN_Value& results) {
@@ -181,7 +192,8 @@ void ActionResults::refresh(Latest& latest) {
     latest.list = std::move(list.elements);
     latest.identity = list.identity;
   }
-  if (latest.list.empty()) latest.list.append(ZAN_Value::dictionary());
+  if (latest.list.empty()) latest.list.append(ZAN_Value());
+  if (!latest.list.at(0).isDictionary()) latest.list.setAt(0, ZAN_Value::dictionary());
 }
 
 void ActionResults::save(Latest& latest) {

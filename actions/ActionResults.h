@@ -70,10 +70,11 @@ class ActionResults {
   void clear(Latest& latest, std::optional<std::int64_t> reference);
   /// Whether something was added.
   static bool merge(Latest& latest, const ZAN_Value& results);
-  /// Contents of a results file, and when it was written, for files that are looked through in that
-  /// order.
+  /// The results of one execution, or where they can be read; and when the file was written, for
+  /// files that are looked through in that order.
   struct Written {
     ZAN_Value results;
+    std::string path;
     std::optional<ReferenceTime> date;
   };
   std::vector<Written> notYetMerged();
