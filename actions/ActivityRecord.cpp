@@ -67,6 +67,9 @@ ZAN_Value processesAfter(const ZAN_Value& stored, const std::string& pids, Refer
   if (all.empty() || all.back().string("pid") != pids) {
     kept.append(ZAN_Value::dictionary({{"time", static_cast<std::int64_t>(now)}, {"pid", pids}}));
   }
+  if (kept.size() > ActivityRecord::kMostProcesses) {
+    kept.removeRange(0, kept.size() - ActivityRecord::kMostProcesses);
+  }
   return kept;
 }
 

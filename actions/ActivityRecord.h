@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -16,6 +17,9 @@ namespace corvana {
 /// days. Written without synchronising, so that an idle agent lets disks sleep. Thread: main.
 class ActivityRecord {
  public:
+  /// How many changes of the execute processes are kept, however short the time in which they came.
+  static constexpr std::size_t kMostProcesses = 20'000;
+
   explicit ActivityRecord(DataFiles& files) : mFiles(files) {}
 
   /// Adds this minute. `status`: 0 execution launched, 1 agent quits, 2 agent started, nothing

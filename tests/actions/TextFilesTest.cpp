@@ -149,6 +149,19 @@ TEST_F(Activity, ProcessesAreNotedWhenTheyChange) {
   ASSERT_EQ(processes.size(), 2U);
   EXPECT_EQ(processes.at(0).string("pid"), "");
   EXPECT_EQ(processes.at(1).string("pid"), "5,31");
+
+  // An action of every minute must not make each of the many writings a large one.
+  ZAN_Value many = ZAN_Value::array();
+  for (std::size_t i = 0; i < ActivityRecord::kMostProcesses; ++i) {
+    many.append(ZAN_Value::dictionary({{"time", machine.clock.now()}, {"pid", std::to_string(i)}}));
+  }
+  ASSERT_TRUE(store.files().writeObjectToFile(ZAN_Value::dictionary({{"ProcessActivity", many}}),
+                                              DataFolder::kActivity));
+  store.activity().saveActivity({}, false, true, {}, two);
+  const ZAN_Value bounded = other.activity().readActivity()["ProcessActivity"];
+  EXPECT_EQ(bounded.size(), ActivityRecord::kMostProcesses);
+  EXPECT_EQ(bounded.at(0).string("pid"), "1");
+  EXPECT_EQ(bounded.at(bounded.size() - 1).string("pid"), "5,31");
 }
 
 TEST_F(Activity, AnIdleAgentDoesNotWakeTheDisk) {
