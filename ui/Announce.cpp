@@ -24,13 +24,17 @@ void Announce::showAnnounceForQueueHead() {
   mUserInterface.openAnnounceWindow(action->getTitle());
   mUserInterface.setAnnounceProgress(0, "0");
   mUserInterface.setActionExecuted(-1, 0, 0);
-  mIsOpen = true;
+  mRef = mQueue.head().ref;
   mUserInterface.rearrangeMessageWindows();
 }
 
+void Announce::closeUnlessForQueueHead() {
+  if (isOpen() && (mQueue.empty() || mQueue.head().ref != *mRef)) closeAnnounceWindow();
+}
+
 void Announce::closeAnnounceWindow() {
-  if (!mIsOpen) return;
-  mIsOpen = false;
+  if (!isOpen()) return;
+  mRef.reset();
   mUserInterface.closeAnnounceWindow();
   mUserInterface.rearrangeMessageWindows();
 }
@@ -39,7 +43,7 @@ void Announce::showProgress(const ZAN_Value& report) {
   const double progress = report["ProgressValue"].doubleValue();
   const std::int64_t errors = report.integer("ErrorsCounter");
   const std::uint64_t sizeCopied = report["SizeCopied"].unsignedValue();
-  if (mIsOpen) {
+  if (isOpen()) {
     std::string text = ZAN_StringUtils::format(
         "%@ (%@)", {mStrings.getIntegerWithSeparators(report.integer("FilesCopied")),
                     mStrings.getShortSizeBytes(sizeCopied)});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace corvana {
 
@@ -17,7 +18,9 @@ class Announce {
   Announce(UserInterface& userInterface, ActionTree& tree, ActionQueue& queue,
            const ZAN_StringUtils& strings, const ZAN_StringTable& texts);
 
-  bool isOpen() const { return mIsOpen; }
+  bool isOpen() const { return mRef.has_value(); }
+  /// Closes it when it names another action than the head of the queue, which has left meanwhile.
+  void closeUnlessForQueueHead();
   /// Opens it for the head of the queue; nothing when the queue is empty or the action is gone.
   void showAnnounceForQueueHead();
   void closeAnnounceWindow();
@@ -30,7 +33,7 @@ class Announce {
   ActionQueue& mQueue;
   const ZAN_StringUtils& mStrings;
   const ZAN_StringTable& mTexts;
-  bool mIsOpen = false;
+  std::optional<std::int64_t> mRef;  ///< of the action it names, while it is open
 };
 
 }  // namespace corvana

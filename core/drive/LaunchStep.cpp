@@ -52,6 +52,7 @@ void LaunchStep::run() {
     setStatusInformation(m.texts.text("ActionPaused"));
     return;
   }
+  m.announce.closeUnlessForQueueHead();
   if (m.supervisor.isExecuting()) {
     m.supervisor.supervise();
     if (m.supervisor.isExecuting())

@@ -249,5 +249,27 @@ TEST(Trouble, TheAnnounceStandsASecondBeforeTheLaunch) {
   EXPECT_FALSE(day.machine.userInterface.announce) << "it goes with the end of the execution";
 }
 
+TEST(Trouble, TheAnnounceGoesWithTheActionThatItNames) {
+  Scenario day;
+  const ReferenceTime begin = day.machine.clock.now();
+  day.action("Photos", daily(day.timeOfDay("12:30"), begin));
+  day.action("Music", daily(day.timeOfDay("12:30"), begin));
+  day.writeTree();
+  day.start();
+  day.agent->preferences().mPrefShowMessageBeforeAction = 1;
+  const auto removeHead = [&] {
+    day.agent->commands().removeFromQueue({0});
+    day.runFor(1);
+  };
+  day.runUntil("2024-01-02 12:29:50");
+  ASSERT_EQ(day.agent->queue().actionsList().size(), 2U);
+  const std::string first = day.machine.userInterface.announce.value();
+  removeHead();
+  ASSERT_TRUE(day.machine.userInterface.announce);
+  EXPECT_NE(*day.machine.userInterface.announce, first);
+  removeHead();
+  EXPECT_FALSE(day.machine.userInterface.announce);
+}
+
 }  // namespace
 }  // namespace corvana
