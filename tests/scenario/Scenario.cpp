@@ -80,7 +80,7 @@ std::string Scenario::civil(ReferenceTime time) const {
 }
 
 void Scenario::start(bool relaunched) {
-  agent.reset();
+  if (agent != nullptr) kill();
   if (relaunched) {
     ZAN_Value settings = mStore.settings().schedulerSettings();
     settings.setValue("SchedulerQuitDate", ZAN_Value::date(machine.clock.now() - 1));
@@ -93,7 +93,13 @@ void Scenario::start(bool relaunched) {
 
 void Scenario::quit() {
   agent->terminateBySelf();
+  kill();
+}
+
+void Scenario::kill() {
   agent.reset();
+  // What waited in the loop of that process is gone with it.
+  machine.time.dropLoopEvents();
 }
 
 void Scenario::allowSkipping() {

@@ -44,7 +44,7 @@ class Scenario {
   void start(bool relaunched = false);
   void quit();
   /// The process is gone without a word.
-  void kill() { agent.reset(); }
+  void kill();
   /// Runs the agent, starting it again when it restarts itself.
   void runUntil(std::string_view civil);
   void runFor(double seconds);
