@@ -375,9 +375,9 @@ void MainScheduler::skipTimerCalls(int calls) {
 }
 
 void MainScheduler::recordActivity(std::int64_t status) {
-  mStore.activity().saveActivity(status, mSiblingWatch.isMainAppLaunched(),
-                                 mSiblingWatch.isExecuteAppLaunched(), std::nullopt,
-                                 mPlatform.processes.running());
+  const auto running = mPlatform.processes.running();
+  mStore.activity().saveActivity(status, mSiblingWatch.isMainAppAmong(running),
+                                 mSiblingWatch.isExecuteAppAmong(running), std::nullopt, running);
 }
 
 void MainScheduler::terminateBySelf() {

@@ -130,9 +130,9 @@ bool SchedulerTick::messageCanFollow() const {
 }
 
 void SchedulerTick::saveActivity(std::int64_t) {
-  m.store.activity().saveActivity(std::nullopt, m.siblingWatch.isMainAppLaunched(),
-                                  m.siblingWatch.isExecuteAppLaunched(), std::nullopt,
-                                  m.platform.processes.running());
+  const auto running = m.platform.processes.running();
+  m.store.activity().saveActivity(std::nullopt, m.siblingWatch.isMainAppAmong(running),
+                                  m.siblingWatch.isExecuteAppAmong(running), std::nullopt, running);
 }
 
 void SchedulerTick::followUser(std::int64_t) {
@@ -280,9 +280,10 @@ void SchedulerTick::skipTicks(std::int64_t last, int count, ReferenceTime at) {
   const std::int64_t first =
       before < 0 ? 0 : (before / kActivityTicks + 1) * std::int64_t{kActivityTicks};
   if (first > last) return;
+  const auto running = m.platform.processes.running();
   m.store.activity().noteActivity({at - static_cast<double>(last - first) * kInterval, at,
-                                   m.siblingWatch.isMainAppLaunched(),
-                                   m.siblingWatch.isExecuteAppLaunched()});
+                                   m.siblingWatch.isMainAppAmong(running),
+                                   m.siblingWatch.isExecuteAppAmong(running)});
 }
 
 }  // namespace corvana

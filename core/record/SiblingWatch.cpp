@@ -17,15 +17,19 @@ SiblingWatch::SiblingWatch(Processes& processes, SurveyExecution& survey,
 
 bool SiblingWatch::isMainAppLaunched() {
   const SurveyExecution::Bracket bracket(mSurvey, "isMainAppLaunched_MS");
-  return isLaunched(mMainAppBundlePath);
+  return isMainAppAmong(mProcesses.running());
 }
 
-bool SiblingWatch::isExecuteAppLaunched() { return isLaunched(mExecuteAppBundlePath); }
+bool SiblingWatch::isExecuteAppLaunched() { return isExecuteAppAmong(mProcesses.running()); }
 
-bool SiblingWatch::isLaunched(const std::string& bundlePath) {
-  return std::ranges::any_of(mProcesses.running(), [&bundlePath](const RunningProcess& process) {
-    return process.bundlePath == bundlePath;
-  });
+bool SiblingWatch::isMainAppAmong(std::span<const RunningProcess> running) const {
+  return std::ranges::find(running, mMainAppBundlePath, &RunningProcess::bundlePath) !=
+         running.end();
+}
+
+bool SiblingWatch::isExecuteAppAmong(std::span<const RunningProcess> running) const {
+  return std::ranges::find(running, mExecuteAppBundlePath, &RunningProcess::bundlePath) !=
+         running.end();
 }
 
 }  // namespace corvana

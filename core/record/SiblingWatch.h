@@ -1,10 +1,12 @@
 #pragma once
 
+#include <span>
 #include <string>
 
 namespace corvana {
 
 class Processes;
+struct RunningProcess;
 class SurveyExecution;
 
 /// Whether the other programs of the product run, told by the path of their bundle. Each question
@@ -16,10 +18,11 @@ class SiblingWatch {
 
   bool isMainAppLaunched();
   bool isExecuteAppLaunched();
+  /// The same of a listing that the caller has at hand.
+  bool isMainAppAmong(std::span<const RunningProcess> running) const;
+  bool isExecuteAppAmong(std::span<const RunningProcess> running) const;
 
  private:
-  bool isLaunched(const std::string& bundlePath);
-
   Processes& mProcesses;
   SurveyExecution& mSurvey;
   std::string mMainAppBundlePath;

@@ -113,8 +113,9 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   m.state.updateMenu();
   call(onStatusChanged);
   call(mQueue.onQueueChanged);
-  m.store.activity().saveActivity(0, m.siblingWatch.isMainAppLaunched(), true, std::nullopt,
-                                  m.platform.processes.running());
+  const auto running = m.platform.processes.running();
+  m.store.activity().saveActivity(0, m.siblingWatch.isMainAppAmong(running), true, std::nullopt,
+                                  running);
   return LaunchResult::launched;
 }
 
