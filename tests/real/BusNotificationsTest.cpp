@@ -5,14 +5,12 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QVariantMap>
-#include <filesystem>
 #include <limits>
 #include <string>
 #include <vector>
 
-#include "platform/linux/LinuxProcesses.h"
 #include "platform/simulated/SimulatedMachine.h"
-#include "platform/simulated/TemporaryFolder.h"
+#include "tests/real/PrivateBus.h"
 #include "tests/real/RealLoop.h"
 
 namespace corvana {
@@ -24,40 +22,13 @@ using testing::SizeIs;
 /// A bus of its own for each test, which may go away and come back.
 struct BusNotificationsTest : testing::Test {
   RealLoop real;
-  LinuxProcesses processes{real.loop, {{"test"}, 0, "/"}};
-  TemporaryFolder folder;
+  PrivateBus bus{real};
   SimulatedSystemLog log;
-  std::unique_ptr<ChildProcess> bus;
   std::vector<DistributedNotification> heard;
 
-  std::string socket() const { return folder.at("bus"); }
-  std::string address() const { return "unix:path=" + socket(); }
-  void SetUp() override { startBus(); }
-  void TearDown() override { stopBus(); }
+  std::string address() const { return bus.address(); }
+  void SetUp() override { bus.start(); }
 
-  void startBus() {
-    const std::string configuration = folder.write(
-        "bus.conf",
-        "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\" "
-        "\"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">"
-        "<busconfig><type>session</type><listen>" +
-            address() +
-            "</listen>"
-            "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
-            "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>");
-    auto started = processes.start(
-        {"/usr/bin/dbus-daemon", "--nofork", "--config-file=" + configuration}, false, {});
-    ASSERT_TRUE(started) << started.error().text;
-    bus = std::move(started).value();
-    ASSERT_TRUE(real.runUntil([&] { return std::filesystem::exists(socket()); }));
-  }
-  void stopBus() {
-    if (!bus) return;
-    bus->terminate();
-    EXPECT_TRUE(real.runUntil([&] { return !bus->isRunning(); }));
-    bus.reset();
-    std::filesystem::remove(socket());
-  }
   std::unique_ptr<BusNotifications> program() {
     return std::make_unique<BusNotifications>(real.loop, log, [this] { return address(); });
   }
@@ -180,21 +151,21 @@ TEST_F(BusNotificationsTest, OnlyWhatIsObservedIsHeardAndEqualCallsOnce) {
 }
 
 TEST_F(BusNotificationsTest, GoesOnWithoutABusAndFindsItAgain) {
-  stopBus();
+  bus.stop();
   const auto agent = program();
   agent->observe("Agent", hear());
   EXPECT_FALSE(agent->isConnected());
   agent->post({"Agent", "lost", {}});
   EXPECT_THAT(log.lines, SizeIs(1));
-  startBus();
+  bus.start();
   ASSERT_TRUE(real.runUntil([&] { return agent->isConnected(); }));
   agent->post({"Agent", "first", {}});
   ASSERT_TRUE(hearUntil(1));
 
-  stopBus();
+  bus.stop();
   ASSERT_TRUE(real.runUntil([&] { return !agent->isConnected(); }));
   agent->post({"Agent", "lost", {}});
-  startBus();
+  bus.start();
   ASSERT_TRUE(real.runUntil([&] { return agent->isConnected(); }));
   agent->post({"Agent", "second", {}});
   ASSERT_TRUE(hearUntil(2));

@@ -1,0 +1,250 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "actions/ActionStore.h"
+#include "platform/linux/LinuxMachine.h"
+#include "platform/linux/LinuxProcesses.h"
+#include "platform/linux/SystemClock.h"
+#include "platform/qt/BusAgentClient.h"
+#include "platform/qt/BusWatch.h"
+#include "platform/simulated/SimulatedMachine.h"
+#include "tests/real/PrivateBus.h"
+#include "tests/real/RealLoop.h"
+
+namespace corvana {
+namespace {
+
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+constexpr std::int64_t kLetters = 101;
+constexpr std::int64_t kPhotos = 102;
+
+/// The agent in a bundle tree of the test's own, where the execute program is a script that works
+/// until the test lets it end.
+struct AgentOnBusTest : testing::Test {
+  RealLoop real;
+  TemporaryFolder home;
+  PrivateBus bus{real};
+  SystemClock clock;
+  SimulatedSystemLog log;
+  LinuxProcesses processes{real.loop, {{"test"}, 0, home.path()}};
+  std::unique_ptr<ChildProcess> agent;
+  std::string agentOutput;
+  std::unique_ptr<BusAgentClient> client;
+
+  std::string bundle(const std::string& rest) const {
+    return home.at("Applications/Corvana 9.app/Contents/Resources/" + rest);
+  }
+  std::string program() const {
+    return bundle("Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler");
+  }
+
+  void SetUp() override {
+    bus.start();
+    fs::create_directories(fs::path(program()).parent_path());
+    fs::create_directories(bundle("Corvana 9 Execute.app/Contents/MacOS"));
+    fs::copy_file(CORVANA_AGENT, program());
+    fs::copy(CORVANA_RESOURCES, bundle("Corvana 9 Scheduler.app/Contents/Resources"),
+             fs::copy_options::recursive);
+    const std::string execute = bundle("Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute");
+    std::ofstream(execute) << "#!/bin/sh\nread end < \"$HOME/end\"\nexit $end\n";
+    ::chmod(execute.c_str(), 0755);
+    ASSERT_EQ(::mkfifo(home.at("end").c_str(), 0600), 0);
+    ::setenv("HOME", home.path().c_str(), 1);
+    LinuxMachine machine;
+    ActionStore store(clock, machine, log);
+    const auto action = [&](std::int64_t ref, const char* title) {
+      return ZAN_Value::dictionary(
+          {{"Ref", static_cast<long long>(ref)}, {"Title", title}, {"TriggerAutomatic", 0}});
+    };
+    ASSERT_TRUE(store.tree().saveActionsTree(
+        ZAN_Value::array({action(kLetters, "Letters"), action(kPhotos, "Photos")})));
+  }
+  void TearDown() override {
+    client.reset();
+    // What still waits to be ended finds nobody at the other end any more.
+    if (const int end = ::open(home.at("end").c_str(), O_WRONLY | O_NONBLOCK); end >= 0)
+      ::close(end);
+    if (agent && agent->isRunning()) {
+      agent->terminate();
+      EXPECT_TRUE(real.runUntil([&] { return !agent->isRunning(); }));
+    }
+  }
+
+  std::vector<std::string> environment(std::vector<std::string> words) const {
+    std::vector<std::string> all{"/usr/bin/env", "HOME=" + home.path(), "TZ=UTC",
+                                 "XDG_CONFIG_HOME=", "DBUS_SESSION_BUS_ADDRESS=" + bus.address()};
+    all.insert(all.end(), words.begin(), words.end());
+    return all;
+  }
+  void startAgent() {
+    auto child = processes.start(environment({program(), "--headless"}), false,
+                                 {[this](std::string_view chunk) { agentOutput += chunk; }, [] {}});
+    ASSERT_TRUE(child) << child.error().text;
+    agent = std::move(child).value();
+    ASSERT_TRUE(agentIsThere()) << agentOutput;
+  }
+  /// Hears from the bus when the agent comes; asks then, and once before.
+  bool agentIsThere() {
+    BusConnection connection(real.loop, log, [this] { return bus.address(); });
+    bool there = false;
+    const BusWatch watch(
+        connection, {[](const DistributedNotification&) {}, [] {}, [&](bool on) { there = on; }});
+    const auto answers = [&] {
+      client = std::make_unique<BusAgentClient>([this] { return bus.address(); });
+      return static_cast<bool>(client->status());
+    };
+    return answers() || (real.runUntil([&] { return there; }) && answers());
+  }
+  /// Looks whenever the agent says that something has changed.
+  bool until(const std::function<bool(const ZAN_Value& status)>& condition) {
+    BusConnection connection(real.loop, log, [this] { return bus.address(); });
+    bool fulfilled = false;
+    const auto look = [&] {
+      const auto status = client->status();
+      fulfilled = status && condition(*status);
+    };
+    const BusWatch watch(connection, {[](const DistributedNotification&) {}, look, [](bool) {}});
+    // The watch is known to the bus by now, so that nothing passes between.
+    EXPECT_TRUE(client->post({"Nobody", "Flush", {}}));
+    look();
+    return fulfilled || real.runUntil([&] { return fulfilled; });
+  }
+  /// The execute program, which waits at the other end, ends with that status.
+  void endExecution(int status) { std::ofstream(home.at("end")) << status << '\n'; }
+
+  struct Said {
+    int code = -1;
+    std::string text;
+  };
+  Said command(const std::vector<std::string>& words) {
+    Said said;
+    bool ended = false;
+    std::vector<std::string> all{CORVANA_COMMAND};
+    all.insert(all.end(), words.begin(), words.end());
+    auto child = processes.start(
+        environment(all), false,
+        {[&](std::string_view chunk) { said.text += chunk; }, [&] { ended = true; }});
+    EXPECT_TRUE(child);
+    EXPECT_TRUE(real.runUntil([&] { return ended && !(*child)->isRunning(); }));
+    said.code = (*child)->terminationStatus();
+    return said;
+  }
+};
+
+TEST_F(AgentOnBusTest, IsDrivenByTheCommand) {
+  startAgent();
+  const std::string letters = std::to_string(kLetters);
+  Said said = command({"launch", "7"});
+  EXPECT_EQ(said.code, 1);
+  EXPECT_THAT(said.text, HasSubstr("action 7: there is no such action"));
+
+  said = command({"pause"});
+  EXPECT_EQ(said.code, 0) << said.text;
+  EXPECT_TRUE(client->status()->value("paused").boolValue());
+  said = command({"launch", letters});
+  EXPECT_EQ(said.code, 0);
+  EXPECT_EQ(said.text, "queued 101: Letters\n");
+  said = command({"launch", letters});
+  EXPECT_EQ(said.code, 1);
+  EXPECT_THAT(said.text, HasSubstr("already waits in the queue"));
+  EXPECT_THAT(command({"queue"}).text, HasSubstr("1. Letters [101], waiting since"));
+  EXPECT_THAT(command({"why", letters}).text, HasSubstr("paused"));
+  EXPECT_EQ(command({"stop"}).code, 1) << "nothing is being executed";
+
+  EXPECT_EQ(command({"continue"}).code, 0);
+  ASSERT_TRUE(until([](const ZAN_Value& status) { return status["executing"].boolValue(); }))
+      << agentOutput;
+  EXPECT_EQ(client->status()->value("current").integer("ref"), kLetters);
+  EXPECT_THAT(command({"queue"}).text, HasSubstr("1. Letters [101], running"));
+  EXPECT_EQ(command({"launch", std::to_string(kPhotos)}).code, 0);
+  EXPECT_THAT(command({"status"}).text, HasSubstr("Executing: Letters [101]"));
+  EXPECT_EQ(command({"stop"}).code, 0);
+
+  endExecution(0);
+  ASSERT_TRUE(
+      until([](const ZAN_Value& status) { return status["current"].integer("ref") == kPhotos; }));
+  endExecution(0);
+  ASSERT_TRUE(until([](const ZAN_Value& status) { return status.integer("queueCount") == 0; }));
+  EXPECT_THAT(command({"log"}).text, HasSubstr("Start execution of action \"Photos\""));
+  EXPECT_THAT(command({"report"}).text, HasSubstr("Letters"));
+}
+
+TEST_F(AgentOnBusTest, IsSwitchedOffAndOnAndKeepsItOverARestart) {
+  startAgent();
+  EXPECT_EQ(command({"disable"}).code, 0);
+  EXPECT_FALSE(client->status()->value("enabled").boolValue());
+  agent->terminate();
+  ASSERT_TRUE(real.runUntil([&] { return !agent->isRunning(); }));
+  Said said = command({"status"});
+  EXPECT_EQ(said.code, 0);
+  EXPECT_THAT(said.text, HasSubstr("The agent is not running"));
+  EXPECT_THAT(said.text, HasSubstr("Automatic execution: off"));
+  said = command({"launch", "101"});
+  EXPECT_EQ(said.code, 1);
+  EXPECT_THAT(said.text, HasSubstr("Start it: corvana9-scheduler"));
+
+  startAgent();
+  EXPECT_FALSE(client->status()->value("enabled").boolValue());
+  agent->terminate();
+  ASSERT_TRUE(real.runUntil([&] { return !agent->isRunning(); }));
+  EXPECT_EQ(command({"enable"}).code, 0) << "stored for the next start";
+  startAgent();
+  ASSERT_TRUE(until([](const ZAN_Value& status) { return status["enabled"].boolValue(); }));
+}
+
+TEST_F(AgentOnBusTest, GoesOnWhileTheBusIsGone) {
+  startAgent();
+  const std::int64_t pid = client->status()->integer("pid");
+  bus.stop();
+  Said said = command({"status"});
+  EXPECT_EQ(said.code, 0);
+  EXPECT_THAT(said.text, HasSubstr("The agent runs, but cannot be asked"));
+  EXPECT_EQ(command({"disable"}).code, 1) << "it would write its own preferences over it";
+  bus.start();
+  ASSERT_TRUE(agentIsThere());
+  EXPECT_EQ(client->status()->integer("pid"), pid);
+  EXPECT_EQ(command({"launch", "101"}).code, 0);
+}
+
+TEST_F(AgentOnBusTest, IsNotTheAgentOfAnotherHome) {
+  startAgent();
+  const TemporaryFolder other;
+  const Said said = command({"status", "--home", other.path()});
+  EXPECT_EQ(said.code, 0);
+  EXPECT_THAT(said.text, HasSubstr("The agent is not running"));
+  EXPECT_EQ(command({"launch", "101", "--home", other.path()}).code, 1);
+  EXPECT_TRUE(client->queue()->empty());
+}
+
+TEST_F(AgentOnBusTest, IsWatched) {
+  startAgent();
+  std::string heard;
+  bool ended = false;
+  auto watch =
+      processes.start(environment({CORVANA_COMMAND, "watch"}), false,
+                      {[&](std::string_view chunk) { heard += chunk; }, [&] { ended = true; }});
+  ASSERT_TRUE(watch);
+  ASSERT_TRUE(real.runUntil([&] { return heard.find("nothing to do") != std::string::npos; }));
+  EXPECT_EQ(command({"post", "main", "Hello", "{\"a\": [1, \"b\"]}"}).code, 0);
+  ASSERT_TRUE(real.runUntil([&] {
+    return heard.find("CVA9_MainAppliNotification Hello {\"a\": [1, \"b\"]}") != std::string::npos;
+  })) << heard;
+  EXPECT_EQ(command({"pause"}).code, 0);
+  ASSERT_TRUE(real.runUntil([&] { return heard.find("agent: on, paused") != std::string::npos; }));
+  agent->terminate();
+  ASSERT_TRUE(real.runUntil([&] { return heard.find("the agent has left") != std::string::npos; }));
+  (*watch)->terminate();
+  ASSERT_TRUE(real.runUntil([&] { return ended && !(*watch)->isRunning(); }));
+  EXPECT_EQ((*watch)->terminationStatus(), 0);
+}
+
+}  // namespace
+}  // namespace corvana
