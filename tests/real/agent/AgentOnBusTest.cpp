@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include "platform/linux/LinuxProcesses.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/qt/BusAgentClient.h"
+#include "platform/qt/BusNotifications.h"
 #include "platform/qt/BusWatch.h"
 #include "platform/simulated/SimulatedMachine.h"
 #include "tests/real/PrivateBus.h"
@@ -212,6 +214,34 @@ TEST_F(AgentOnBusTest, GoesOnWhileTheBusIsGone) {
   ASSERT_TRUE(agentIsThere());
   EXPECT_EQ(client->status()->integer("pid"), pid);
   EXPECT_EQ(command({"launch", "101"}).code, 0);
+}
+
+TEST_F(AgentOnBusTest, BearsAFloodOfMessagesAndNonsense) {
+  startAgent();
+  BusNotifications sender(real.loop, log, [this] { return bus.address(); });
+  ZAN_Value deep = 1;
+  for (int i = 0; i < 12; ++i) deep = ZAN_Value::array({deep});
+  const std::vector<DistributedNotification> nonsense{
+      {"CVA9_SchedulerNotification", std::string(100'000, 'x'), {}},
+      {"CVA9_SchedulerNotification", "ActionPause", ZAN_Value::dictionary({{"Pause", deep}})},
+      {"CVA9_SchedulerNotification", "LaunchAction", ZAN_Value::dictionary({{"Ref", "Letters"}})},
+      {"CVA9_SchedulerNotification", "AddToLog",
+       ZAN_Value::dictionary({{"C", ZAN_Value::array()}})},
+      {"CVA9_SchedulerNotification", "Message", ZAN_Value::dictionary({{"Seconds", "long"}})},
+      {"CVA9_SchedulerNotification", "ExecuteProgress", {}}};
+  for (int i = 0; i < 10'000; ++i) {
+    sender.post({"CVA9_SchedulerNotification", "ExecuteProgress",
+                 ZAN_Value::dictionary({{"CurrentPath", "/a"}, {"ProgressValue", i / 100.0}})});
+    if (i % 2000 == 0)
+      std::for_each(nonsense.begin(), nonsense.end(), [&](const auto& one) { sender.post(one); });
+  }
+  sender.post(
+      {"CVA9_SchedulerNotification", "ActionPause", ZAN_Value::dictionary({{"Pause", true}})});
+  ASSERT_TRUE(until([](const ZAN_Value& status) { return status["paused"].boolValue(); }))
+      << agentOutput;
+  EXPECT_TRUE(agent->isRunning());
+  EXPECT_TRUE(client->queue()->empty());
+  EXPECT_EQ(client->next()->size(), 2U);
 }
 
 TEST_F(AgentOnBusTest, IsNotTheAgentOfAnotherHome) {
