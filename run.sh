@@ -133,6 +133,8 @@ until [ "$(done_so_far)" -ge 2 ]; do
   sleep 0.5
 done
 sleep 3
+title "Why Letters does not run, says the agent"
+corvana9 why "$letters"
 kill "$agent"
 wait "$agent" || true
 agent=''
@@ -148,10 +150,6 @@ done
 
 title "The log"
 cat "$HOME/Library/Logs/Corvana 9.log"
-title "The executions, with how long they took"
-cat "$HOME/Library/Logs/Corvana 9 Actions.log"
-if corvana9 --help | grep -q '^ *why '; then
-  title "Why Letters does not run"
-  corvana9 why "$letters"
-fi
+title "The executions, with how long they took and how late they were"
+corvana9 history
 grep -q 'aborted (crash)' "$HOME/Library/Logs/Corvana 9.log" || { echo "The crash is missing in the log." >&2; exit 1; }
