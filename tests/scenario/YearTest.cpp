@@ -133,7 +133,9 @@ TEST(Year, EveryOccasionRunsOnceNoneTwiceNoneIsLost) {
   const bool wholeYear = std::getenv("CORVANA_YEAR") != nullptr;
   constexpr int kActions = 200;
   const char* const end = wholeYear ? "2025-01-01 00:00:00" : "2024-02-03 00:00:00";
-  const unsigned seed = std::random_device()();
+  // Another office with another CORVANA_SEED.
+  const char* const given = std::getenv("CORVANA_SEED");
+  const unsigned seed = given == nullptr ? 2024 : static_cast<unsigned>(std::atoi(given));
   SCOPED_TRACE("seed " + std::to_string(seed));
   Year year(seed);
   year.addMany(kActions);
