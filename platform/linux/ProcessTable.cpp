@@ -104,7 +104,10 @@ void ProcessTable::look(pid_t pid, Known& known) const {
   known.process.bundlePath = bundlePathOfExecutable(executable);
   known.process.bundleExecutable = executable.substr(executable.rfind('/') + 1);
   // One that has ended and was not waited for has no executable any more.
-  known.counts = !executable.empty() && isOwn(pid) && hasSameHome(pid);
+  const std::string environment = contents(pathOf(pid, "/environ"));
+  // In the middle of becoming another program a process shows no environment: it is asked again.
+  if (environment.empty()) known.process.executable.clear();
+  known.counts = !executable.empty() && isOwn(pid) && hasSameHome(environment);
   if (!known.counts || known.startTicks != 0) return;
   known.startTicks = originOf(pid).startTicks;
   known.counts = known.startTicks != 0;
@@ -137,8 +140,7 @@ std::string ProcessTable::executableOf(pid_t pid) const {
       withoutDeletedMark(std::string_view(buffer.data(), static_cast<std::size_t>(size))));
 }
 
-bool ProcessTable::hasSameHome(pid_t pid) const {
-  const std::string environment = contents(pathOf(pid, "/environ"));
+bool ProcessTable::hasSameHome(std::string_view environment) const {
   constexpr std::string_view kName = "HOME=";
   std::string_view rest = environment;
   while (!rest.empty()) {

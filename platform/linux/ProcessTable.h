@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -46,7 +47,7 @@ class ProcessTable {
   void look(pid_t pid, Known& known) const;
   Origin originOf(pid_t pid) const;
   std::string executableOf(pid_t pid) const;
-  bool hasSameHome(pid_t pid) const;
+  bool hasSameHome(std::string_view environment) const;
   std::string pathOf(pid_t pid, const char* name) const;
   template <class Body>
   void eachProcess(Body body) const;
