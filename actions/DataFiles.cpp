@@ -18,6 +18,12 @@ namespace {
 
 constexpr int kAttempts = 3;
 constexpr double kPauseBetweenAttempts = 0.05;
+/// Seconds; nobody takes longer from emptying a file to writing it.
+constexpr double kRewriting = 2.0;
+
+bool isOld(const ZAN_FileIdentity& file, ReferenceTime now) {
+  return now - (static_cast<double>(file.modified) / 1e9 - kReferenceEpochInUnixTime) > kRewriting;
+}
 constexpr double kLongestWaitForLock = 2.0;
 
 std::string_view exceptionName(ErrorKind kind) {
@@ -106,8 +112,11 @@ DataFiles::List DataFiles::readList(const std::string& path,
   list.identity = ZAN_FilesUtils::identity(path);
   if (!list.identity || isKnown(path, list.identity, Known::State::empty)) return list;
 
-  // The other programs of the product may be rewriting the file in place at this moment.
-  const int attempts = isKnown(path, list.identity, Known::State::unreadable) ? 1 : kAttempts;
+  // The other programs of the product may be rewriting the file in place at this moment; one that
+  // is empty for longer is simply empty.
+  const bool isSettled = list.identity->size == 0 && isOld(*list.identity, mClock.now());
+  const int attempts =
+      isSettled || isKnown(path, list.identity, Known::State::unreadable) ? 1 : kAttempts;
   std::optional<ZAN_FileContents> contents;
   for (int attempt = 1; attempt <= attempts; ++attempt) {
     if (attempt > 1) mClock.sleep(kPauseBetweenAttempts);

@@ -81,8 +81,8 @@ class DataFiles {
   /// Returns when nothing waits to be written any more.
   void finishSaving();
 
-  /// The full reader: three attempts with a pause of 0.05 s between them; a first element that is
-  /// the text `firstIndexCode` is left out.
+  /// The full reader: three attempts with a pause of 0.05 s between them, one for a file that has
+  /// been empty for a while; a first element that is the text `firstIndexCode` is left out.
   List readListAtPath(const std::string& path, std::optional<std::string_view> firstIndexCode);
   ZAN_Value readListAtPath(const std::string& path);
   ZAN_Value readListFromFile(std::string_view name);  ///< name in the data folder
