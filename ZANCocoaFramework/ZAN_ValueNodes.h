@@ -119,6 +119,9 @@ struct ZAN_Value::DictionaryNode : Node {
   }
 
   void append(Entry entry) {
+    // Records are many and live long, so they keep an eighth in hand rather than as much again.
+    if (entries.size() == entries.capacity())
+      entries.reserve(entries.size() + entries.size() / 8 + 2);
     entries.push_back(std::move(entry));
     if (entries.size() == kScanLimit) {
       rebuildIndex();
