@@ -25,6 +25,8 @@ class ZAN_Descriptor {
 
   explicit operator bool() const { return mDescriptor >= 0; }
   int get() const { return mDescriptor; }
+  /// The descriptor, which is somebody else's to close from now on.
+  int release() { return std::exchange(mDescriptor, -1); }
   /// What close says: 0 or -1 with errno.
   int close() {
     const int descriptor = std::exchange(mDescriptor, -1);

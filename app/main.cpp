@@ -24,6 +24,7 @@
 #include "platform/qt/BusAgentObject.h"
 #include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
+#include "platform/qt/QtNetwork.h"
 #include "platform/qt/QtRunLoop.h"
 
 namespace corvana {
@@ -66,9 +67,10 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   BusConnection bus(loop, *log);
   BusNotifications notifications(bus, loop, *log);
   BusAgentObject agentObject(bus, loop);
+  QtNetwork network;
   std::optional<MainScheduler> scheduler;
   scheduler.emplace(Platform{clock, loop, machine, processes, input, userInterface, notifications,
-                             *log, &agentObject});
+                             *log, network, &agentObject});
   scheduler->store().saveInBackground(loop);
   terminations.watch(loop, [&](int number) {
     log->write(std::string("Ended by ") + strsignal(number));

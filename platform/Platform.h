@@ -7,6 +7,7 @@ class Clock;
 class DistributedNotifications;
 class Input;
 class Machine;
+class Network;
 class Processes;
 class RunLoop;
 class SystemLog;
@@ -23,6 +24,7 @@ struct Platform {
   UserInterface& userInterface;
   DistributedNotifications& notifications;
   SystemLog& systemLog;
+  Network& network;
   AgentObject* agentObject = nullptr;  ///< null: nobody can ask the agent
 };
 

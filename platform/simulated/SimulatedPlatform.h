@@ -6,6 +6,7 @@
 #include "platform/simulated/SimulatedClock.h"
 #include "platform/simulated/SimulatedInput.h"
 #include "platform/simulated/SimulatedMachine.h"
+#include "platform/simulated/SimulatedNetwork.h"
 #include "platform/simulated/SimulatedNotifications.h"
 #include "platform/simulated/SimulatedProcesses.h"
 #include "platform/simulated/SimulatedRunLoop.h"
@@ -29,7 +30,8 @@ class SimulatedPlatform {
 
   /// The references to hand to the agent.
   Platform platform() {
-    return {clock, runLoop, machine, processes, input, userInterface, notifications, systemLog};
+    return {clock,         runLoop,       machine,   processes, input,
+            userInterface, notifications, systemLog, network};
   }
 
   TemporaryFolder folder;  ///< the home
@@ -42,6 +44,7 @@ class SimulatedPlatform {
   SimulatedUserInterface userInterface{runLoop};
   SimulatedNotifications notifications{runLoop};
   SimulatedSystemLog systemLog;
+  SimulatedNetwork network{time};
 };
 
 }  // namespace corvana

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "platform/Network.h"
+
+namespace corvana {
+
+/// The network with TLS. The authorities trusted are those of the system and, beside them, those in
+/// the file that the variable SSL_CERT_FILE names. Only streams that go on encrypted need Qt's
+/// application object.
+class QtNetwork final : public Network {
+ public:
+  bool resolves(const std::string& host) override;
+  std::unique_ptr<StreamConnection> connect(const std::string& host, std::int64_t port,
+                                            Family family = Family::any) override;
+};
+
+}  // namespace corvana

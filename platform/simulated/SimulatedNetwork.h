@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/Network.h"
+
+namespace corvana {
+
+class VirtualTime;
+
+/// One thing that the other end of a simulated stream does.
+struct PeerStep {
+  enum class Kind { pause, say, hear, tls, close, fail };
+  Kind kind;
+  std::string text;
+  double seconds = 0;
+};
+
+/// What the other end does, in order, in virtual time; after the last step it is silent. A stream
+/// opens at once unless the script begins with `fail` or a pause.
+class PeerScript {
+ public:
+  PeerScript& pause(double seconds) { return add(PeerStep::Kind::pause, {}, seconds); }
+  PeerScript& say(const std::string& bytes) { return add(PeerStep::Kind::say, bytes, 0); }
+  /// Says a line.
+  PeerScript& line(const std::string& text) { return say(text + "\r\n"); }
+  /// Waits until the text was sent to it, and takes everything up to its end.
+  PeerScript& hear(const std::string& text) { return add(PeerStep::Kind::hear, text, 0); }
+  /// Waits until the stream goes on encrypted, and agrees, or refuses with a reason.
+  PeerScript& tls(const std::string& refusal = {}) { return add(PeerStep::Kind::tls, refusal, 0); }
+  PeerScript& close() { return add(PeerStep::Kind::close, {}, 0); }
+  PeerScript& fail(const std::string& reason) { return add(PeerStep::Kind::fail, reason, 0); }
+  /// Does the steps so far again and again, without end.
+  PeerScript& forever() {
+    mForever = true;
+    return *this;
+  }
+
+  const std::vector<PeerStep>& steps() const { return mSteps; }
+  bool isForever() const { return mForever; }
+
+ private:
+  PeerScript& add(PeerStep::Kind kind, const std::string& text, double seconds) {
+    mSteps.push_back({kind, text, seconds});
+    return *this;
+  }
+  std::vector<PeerStep> mSteps;
+  bool mForever = false;
+};
+
+/// Machines elsewhere, as a test makes them up.
+class SimulatedNetwork final : public Network {
+ public:
+  explicit SimulatedNetwork(VirtualTime& time) : mTime(time) {}
+
+  bool resolves(const std::string& host) override { return !unknownHosts.contains(host); }
+  std::unique_ptr<StreamConnection> connect(const std::string& host, std::int64_t port,
+                                            Family family) override;
+
+  /// Who answers; without it every connection is refused.
+  std::function<PeerScript(const std::string& host, std::int64_t port)> script;
+  std::set<std::string> unknownHosts;
+  /// How many bytes a stream takes before the other end has to hear them.
+  std::size_t space = 1 << 20;
+
+  /// What was sent on each stream, in order of their beginning: "<connect HOST:PORT>", the bytes,
+  /// and "<tls NAME>" where it went on encrypted.
+  std::vector<std::shared_ptr<std::string>> transcripts;
+  std::string transcript() const;  ///< all of them
+
+ private:
+  VirtualTime& mTime;
+};
+
+}  // namespace corvana
