@@ -65,6 +65,10 @@ const std::string& InstallPaths::installPathForCode(int code) const {
              : kNone;
 }
 
+std::string InstallPaths::toolPath(std::string_view name) const {
+  return joined(mPaths[mainAppResources], {"tools", name});
+}
+
 std::string InstallPaths::missingParts() const {
   constexpr Code kOfMainApp[] = {mainAppExecutable, launcherBundle, dataFile};
   const bool mainAppInstalled =

@@ -37,6 +37,8 @@ class InstallPaths {
 
   /// Empty for a code that is not in the table.
   const std::string& installPathForCode(int code) const;
+  /// A system tool that comes along, by its name.
+  std::string toolPath(std::string_view name) const;
   /// One line "Missing: <path>" for each part that is not there; empty when all are. What belongs
   /// to the main application counts only where that is installed.
   std::string missingParts() const;

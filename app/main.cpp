@@ -24,6 +24,9 @@
 #include "platform/qt/BusAgentObject.h"
 #include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
+
+#include "platform/qt/Logind.h"
+#include "platform/qt/LogindPower.h"
 #include "platform/qt/QtNetwork.h"
 #include "platform/qt/QtRunLoop.h"
 
@@ -53,6 +56,11 @@ std::unique_ptr<QCoreApplication> application(int& count, char** arguments) {
   return made;
 }
 
+WakeAlarm wakeAlarm(const Machine& machine) {
+  return WakeAlarm({InstallPaths(machine).toolPath("wakeup"),
+                    DataFolder(machine.homeFolder()).hiddenFolderPath()});
+}
+
 int run(const Options& options, ReferenceTime start, int count, char** arguments) {
   TerminationSignals terminations;
   const std::vector<std::string> words(arguments, arguments + count);
@@ -62,6 +70,8 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   SystemClock clock;
   LinuxMachine machine;
   LinuxProcesses processes(loop, {words, start, machine.homeFolder()});
+  Logind logind(loop, *log);
+  LogindPower power(logind, wakeAlarm(machine));
   NoInput input;
   HeadlessUserInterface userInterface(loop, [&log](const std::string& line) { log->write(line); });
   BusConnection bus(loop, *log);
@@ -69,8 +79,8 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   BusAgentObject agentObject(bus, loop);
   QtNetwork network;
   std::optional<MainScheduler> scheduler;
-  scheduler.emplace(Platform{clock, loop, machine, processes, input, userInterface, notifications,
-                             *log, network, &agentObject});
+  scheduler.emplace(Platform{clock, loop, machine, power, processes, input, userInterface,
+                             notifications, *log, network, &agentObject});
   scheduler->store().saveInBackground(loop);
   terminations.watch(loop, [&](int number) {
     log->write(std::string("Ended by ") + strsignal(number));

@@ -8,6 +8,7 @@
 #include "platform/AgentObject.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
+#include "platform/Power.h"
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
@@ -349,7 +350,7 @@ void MainScheduler::killProcessWithBundlePath(const std::string& path) {
 }
 
 void MainScheduler::askForShutDown() {
-  if (const Outcome outcome = mPlatform.machine.shutDown(); !outcome) {
+  if (const Outcome outcome = mPlatform.power.shutDown(); !outcome) {
     mPlatform.systemLog.write(outcome.error().text);
   }
 }

@@ -10,6 +10,14 @@
 
 namespace corvana {
 
+/// What tells one start-up disk from another; 0 is unknown.
+struct StartupVolume {
+  std::string name;                ///< its label; "/" when it has none that can be found out
+  std::uint64_t size = 0;          ///< bytes of the block device
+  std::uint64_t creationDate = 0;  ///< of the file system, seconds since 2001
+  std::uint64_t volumeSize = 0;    ///< bytes of the file system, as folder descriptions carry them
+};
+
 /// What the program asks of the machine it runs on and of the user it runs for. Thread: main.
 class Machine {
  public:
@@ -39,8 +47,10 @@ class Machine {
   /// The process's standard user defaults, null without that key.
   virtual ZAN_Value userDefault(const std::string& key) const = 0;
   virtual void setUserDefault(const std::string& key, const ZAN_Value& value) = 0;
-  /// Asks the system to power off, or says why it will not.
-  virtual Outcome shutDown() = 0;
+  /// The volume that the system runs from; nothing when it cannot be read or is on no block device.
+  virtual std::optional<StartupVolume> startupVolume() const = 0;
+  /// What the user's session starts: the full path of each program, as far as it can be told.
+  virtual std::vector<std::string> loginItems() const = 0;
 };
 
 /// The system log: one line a call, for the administrator.

@@ -8,6 +8,7 @@ class DistributedNotifications;
 class Input;
 class Machine;
 class Network;
+class Power;
 class Processes;
 class RunLoop;
 class SystemLog;
@@ -19,6 +20,7 @@ struct Platform {
   Clock& clock;
   RunLoop& runLoop;
   Machine& machine;
+  Power& power;
   Processes& processes;
   Input& input;
   UserInterface& userInterface;

@@ -14,6 +14,8 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "platform/BundlePath.h"
+#include "platform/linux/LoginItems.h"
+#include "platform/linux/StartupVolumeFacts.h"
 
 namespace corvana {
 
@@ -151,9 +153,12 @@ bool LinuxMachine::isOwnedByRootAndSetUserId(const std::string& path) const {
   return stat(path.c_str(), &status) == 0 && status.st_uid == 0 && (status.st_mode & S_ISUID) != 0;
 }
 
-Outcome LinuxMachine::shutDown() {
-  return Error{ErrorKind::unavailable,
-               "power off: this build cannot ask the system to power off; switch it off yourself"};
+std::optional<StartupVolume> LinuxMachine::startupVolume() const {
+  return StartupVolumeFacts({}).read();
+}
+
+std::vector<std::string> LinuxMachine::loginItems() const {
+  return LoginItems::ofUser(mConfiguration).programs();
 }
 
 }  // namespace corvana

@@ -43,7 +43,9 @@ class LinuxMachine final : public Machine {
   void setUserDefault(const std::string& key, const ZAN_Value& value) override {
     mDefaults.setValue(key, value);
   }
-  Outcome shutDown() override;
+  std::optional<StartupVolume> startupVolume() const override;
+  /// The programs of the desktop's autostart entries.
+  std::vector<std::string> loginItems() const override;
 
  private:
   std::string userFolder(const std::string& key, const std::string& otherwise) const;

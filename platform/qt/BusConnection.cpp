@@ -23,8 +23,8 @@ class BusConnection::Private final : public QObject {
   Q_OBJECT
 
  public:
-  Private(RunLoop& runLoop, SystemLog& log, Address address)
-      : mRunLoop(runLoop), mLog(log), mAddress(std::move(address)) {
+  Private(RunLoop& runLoop, SystemLog& log, Address address, std::string absence)
+      : mRunLoop(runLoop), mLog(log), mAddress(std::move(address)), mAbsence(std::move(absence)) {
     connectToBus();
   }
 
@@ -46,7 +46,7 @@ class BusConnection::Private final : public QObject {
     }
     if (!mBus.isConnected()) {
       if (!std::exchange(mToldAbsence, true)) {
-        mLog.write("No session bus: other programs of Corvana 9 are not heard until there is one");
+        mLog.write(mAbsence);
       }
       retryLater();
       return;
@@ -78,6 +78,7 @@ class BusConnection::Private final : public QObject {
   RunLoop& mRunLoop;
   SystemLog& mLog;
   Address mAddress;
+  std::string mAbsence;
   QDBusConnection mBus{QString()};
   QString mName;
   int mConnections = 0;
@@ -87,8 +88,8 @@ class BusConnection::Private final : public QObject {
   std::map<const void*, std::function<void()>> mConnected;
 };
 
-BusConnection::BusConnection(RunLoop& runLoop, SystemLog& log, Address address)
-    : mPrivate(std::make_unique<Private>(runLoop, log, std::move(address))) {}
+BusConnection::BusConnection(RunLoop& runLoop, SystemLog& log, Address address, std::string absence)
+    : mPrivate(std::make_unique<Private>(runLoop, log, std::move(address), std::move(absence))) {}
 
 BusConnection::~BusConnection() = default;
 
@@ -110,6 +111,13 @@ std::string BusConnection::sessionBusAddress() {
   if (folder == nullptr || *folder != '/') return {};
   const std::string socket = std::string(folder) + "/bus";
   return access(socket.c_str(), F_OK) == 0 ? "unix:path=" + socket : std::string();
+}
+
+std::string BusConnection::systemBusAddress() {
+  const char* said = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+  if (said != nullptr && *said != '\0') return said;
+  const char* socket = "/run/dbus/system_bus_socket";
+  return access(socket, F_OK) == 0 ? std::string("unix:path=") + socket : std::string();
 }
 
 }  // namespace corvana

@@ -11,15 +11,20 @@ class QDBusConnection;
 
 namespace corvana {
 
-/// The connection to the user's session bus, shared by what speaks over it. Without a bus, and when
-/// it goes away, it is looked for again after a while. Thread: main.
+/// The connection to a bus, that of the user's session or the system's, shared by what speaks over
+/// it. Without a bus, and when it goes away, it is looked for again after a while. Thread: main.
 class BusConnection {
  public:
   /// The address of the bus, empty when there is none now; asked before each attempt to connect.
   using Address = std::function<std::string()>;
 
-  /// Connects at once when it can. `log` hears once when there is no bus.
-  BusConnection(RunLoop& runLoop, SystemLog& log, Address address = sessionBusAddress);
+  /// What is said once when there is no bus.
+  static constexpr const char* kNoSessionBus =
+      "No session bus: other programs of Corvana 9 are not heard until there is one";
+
+  /// Connects at once when it can. `log` hears `absence` once each time that there is no bus.
+  BusConnection(RunLoop& runLoop, SystemLog& log, Address address = sessionBusAddress,
+                std::string absence = kNoSessionBus);
   BusConnection(const BusConnection&) = delete;
   BusConnection& operator=(const BusConnection&) = delete;
   ~BusConnection();
@@ -35,6 +40,8 @@ class BusConnection {
 
   /// What the session says, else the socket in the user's run-time folder; nothing is started.
   static std::string sessionBusAddress();
+  /// What the environment says, else the system's socket when it is there.
+  static std::string systemBusAddress();
 
  private:
   class Private;

@@ -23,11 +23,6 @@ void SimulatedMachine::setUserDefault(const std::string& key, const ZAN_Value& v
   }
 }
 
-Outcome SimulatedMachine::shutDown() {
-  ++shutDowns;
-  return shutDownOutcome;
-}
-
 void SimulatedMachine::setProductFolder(const std::string& folder) {
   bundle = folder + "/Corvana 9.app/Contents/Resources/Corvana 9 Scheduler.app";
   executable = bundle + "/Contents/MacOS/Corvana 9 Scheduler";

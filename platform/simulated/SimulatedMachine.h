@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -33,7 +35,11 @@ class SimulatedMachine final : public Machine {
   }
   ZAN_Value userDefault(const std::string& key) const override;
   void setUserDefault(const std::string& key, const ZAN_Value& value) override;
-  Outcome shutDown() override;
+  std::optional<StartupVolume> startupVolume() const override {
+    ++startupVolumeReads;
+    return onStartupVolumeRead ? onStartupVolumeRead(startupVolumeReads) : startup;
+  }
+  std::vector<std::string> loginItems() const override { return logins; }
 
   /// Places the product at `folder`/Corvana 9.app; nothing is made on disk. At first it is in
   /// "Applications" of the home folder.
@@ -53,8 +59,11 @@ class SimulatedMachine final : public Machine {
   std::string bundle;
   std::set<std::string> rootOwned;
   std::map<std::string, ZAN_Value> userDefaults;
-  int shutDowns = 0;        ///< how often the machine was asked to power off
-  Outcome shutDownOutcome;  ///< what it answers
+  std::optional<StartupVolume> startup;  ///< nothing: cannot be read
+  /// Answers the nth reading of it instead, from 1.
+  std::function<std::optional<StartupVolume>(int)> onStartupVolumeRead;
+  mutable int startupVolumeReads = 0;
+  std::vector<std::string> logins;
 };
 
 /// Keeps the lines that were written.

@@ -8,6 +8,7 @@
 #include "platform/simulated/SimulatedMachine.h"
 #include "platform/simulated/SimulatedNetwork.h"
 #include "platform/simulated/SimulatedNotifications.h"
+#include "platform/simulated/SimulatedPower.h"
 #include "platform/simulated/SimulatedProcesses.h"
 #include "platform/simulated/SimulatedRunLoop.h"
 #include "platform/simulated/SimulatedUserInterface.h"
@@ -30,8 +31,8 @@ class SimulatedPlatform {
 
   /// The references to hand to the agent.
   Platform platform() {
-    return {clock,         runLoop,       machine,   processes, input,
-            userInterface, notifications, systemLog, network};
+    return {clock, runLoop,       machine,       power,     processes,
+            input, userInterface, notifications, systemLog, network};
   }
 
   TemporaryFolder folder;  ///< the home
@@ -39,6 +40,7 @@ class SimulatedPlatform {
   SimulatedClock clock{time};
   SimulatedRunLoop runLoop{time};
   SimulatedMachine machine{folder.path()};
+  SimulatedPower power;
   SimulatedProcesses processes{time, runLoop, machine.executable};
   SimulatedInput input;
   SimulatedUserInterface userInterface{runLoop};

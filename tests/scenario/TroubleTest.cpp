@@ -211,7 +211,7 @@ TEST(Trouble, TheShutDownHelperRunsWhileSomethingWaitsForTheShutDown) {
   EXPECT_EQ(day.executionsOf("Photos"), 1U);
   EXPECT_EQ(day.machine.runLoop.quitCode(), 0);
   EXPECT_FALSE(day.machine.processes.isRunning(helper));
-  EXPECT_EQ(day.machine.machine.shutDowns, 1);
+  EXPECT_EQ(day.machine.power.shutDowns, 1);
 
   day.start(true);
   EXPECT_TRUE(day.machine.processes.isRunning(helper));
