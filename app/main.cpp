@@ -18,9 +18,11 @@
 #include "platform/linux/HeadlessUserInterface.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/LinuxProcesses.h"
+#include "platform/linux/LinuxServerSockets.h"
 #include "platform/linux/NoInput.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
+#include "platform/qt/AvahiServices.h"
 #include "platform/qt/BusAgentObject.h"
 #include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
@@ -78,9 +80,11 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   BusNotifications notifications(bus, loop, *log);
   BusAgentObject agentObject(bus, loop);
   QtNetwork network;
+  AvahiServices services(loop, *log);
+  LinuxServerSockets serverSockets(loop, loop);
   std::optional<MainScheduler> scheduler;
   scheduler.emplace(Platform{clock, loop, machine, power, processes, input, userInterface,
-                             notifications, *log, network, &agentObject});
+                             notifications, *log, network, services, serverSockets, &agentObject});
   scheduler->store().saveInBackground(loop);
   terminations.watch(loop, [&](int number) {
     log->write(std::string("Ended by ") + strsignal(number));

@@ -30,6 +30,10 @@ class Machine {
   virtual std::string configurationFolder() const = 0;
   virtual std::string loginName() const = 0;
   virtual std::string networkName() const = 0;
+  /// Tells this machine from others, whatever it is called; 1 to 12 letters and digits.
+  virtual std::string machineIdentifier() const = 0;
+  /// The number of the user of this session.
+  virtual std::int64_t userIdentifier() const = 0;
   /// IANA name such as "Europe/Paris", or "UTC"; asked at each evaluation, since it may change.
   virtual std::string timeZoneName() const = 0;
   /// POSIX name of the region for dates and numbers, such as "fr_FR.UTF-8" or "C".

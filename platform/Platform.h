@@ -11,6 +11,8 @@ class Network;
 class Power;
 class Processes;
 class RunLoop;
+class ServerSockets;
+class ServiceDiscovery;
 class SystemLog;
 class UserInterface;
 
@@ -27,6 +29,8 @@ struct Platform {
   DistributedNotifications& notifications;
   SystemLog& systemLog;
   Network& network;
+  ServiceDiscovery& services;
+  ServerSockets& serverSockets;
   AgentObject* agentObject = nullptr;  ///< null: nobody can ask the agent
 };
 

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <initializer_list>
@@ -108,6 +110,22 @@ std::string LinuxMachine::networkName() const {
   const std::string full = name.data();
   return full.substr(0, full.find('.'));
 }
+
+std::string LinuxMachine::machineIdentifier() const {
+  std::ifstream file(mPlaces.machineId);
+  std::string identifier;
+  if (!(file >> identifier)) identifier = networkName();
+  // FNV-1a. Most of the 128 bits are lost, so that nobody gets back to them.
+  std::uint64_t digest = 0xcbf29ce484222325U;
+  for (const char c : "corvana9 " + identifier)
+    digest = (digest ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
+  std::array<char, 13> text{};
+  std::snprintf(text.data(), text.size(), "%012llx",
+                static_cast<unsigned long long>(digest & 0xffffffffffffU));
+  return text.data();
+}
+
+std::int64_t LinuxMachine::userIdentifier() const { return getuid(); }
 
 std::string LinuxMachine::timeZoneName() const {
   if (std::getenv("TZ") == nullptr && linkTarget(mPlaces.localTime).empty()) {

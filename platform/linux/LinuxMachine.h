@@ -18,6 +18,7 @@ class LinuxMachine final : public Machine {
     std::string localTime = "/etc/localtime";
     std::string timeZone = "/etc/timezone";
     std::string executable = "/proc/self/exe";
+    std::string machineId = "/etc/machine-id";
   };
 
   explicit LinuxMachine(const Places& places);
@@ -30,6 +31,10 @@ class LinuxMachine final : public Machine {
   std::string configurationFolder() const override { return mConfiguration; }
   std::string loginName() const override;
   std::string networkName() const override;
+  /// A digest of the identifier that the system was given at its installation, which is nobody
+  /// else's business; without one of the network name.
+  std::string machineIdentifier() const override;
+  std::int64_t userIdentifier() const override;
   /// TZ, else the target of the local-time link, else the name in the time-zone file, else "UTC".
   std::string timeZoneName() const override;
   std::string regionName() const override;

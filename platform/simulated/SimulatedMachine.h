@@ -24,6 +24,8 @@ class SimulatedMachine final : public Machine {
   std::string configurationFolder() const override { return configuration; }
   std::string loginName() const override { return login; }
   std::string networkName() const override { return network; }
+  std::string machineIdentifier() const override { return identifier; }
+  std::int64_t userIdentifier() const override { return user; }
   std::string timeZoneName() const override { return timeZone; }
   std::string regionName() const override { return region; }
   std::vector<std::string> languageNames() const override { return languages; }
@@ -51,6 +53,8 @@ class SimulatedMachine final : public Machine {
   std::string configuration;
   std::string login = "anna";
   std::string network = "annas-machine";
+  std::string identifier = "5eed0123beef";
+  std::int64_t user = 501;
   std::string timeZone = "UTC";
   std::string region = "en_US.UTF-8";
   std::vector<std::string> languages{"en"};

@@ -11,6 +11,8 @@
 #include "platform/simulated/SimulatedPower.h"
 #include "platform/simulated/SimulatedProcesses.h"
 #include "platform/simulated/SimulatedRunLoop.h"
+#include "platform/simulated/SimulatedServerSockets.h"
+#include "platform/simulated/SimulatedServiceDiscovery.h"
 #include "platform/simulated/SimulatedUserInterface.h"
 #include "platform/simulated/TemporaryFolder.h"
 #include "platform/simulated/VirtualTime.h"
@@ -31,8 +33,8 @@ class SimulatedPlatform {
 
   /// The references to hand to the agent.
   Platform platform() {
-    return {clock, runLoop,       machine,       power,     processes,
-            input, userInterface, notifications, systemLog, network};
+    return {clock,         runLoop,       machine,   power,   processes, input,
+            userInterface, notifications, systemLog, network, services,  serverSockets};
   }
 
   TemporaryFolder folder;  ///< the home
@@ -47,6 +49,8 @@ class SimulatedPlatform {
   SimulatedNotifications notifications{runLoop};
   SimulatedSystemLog systemLog;
   SimulatedNetwork network{time};
+  SimulatedServiceDiscovery services{runLoop};
+  SimulatedServerSockets serverSockets{runLoop};
 };
 
 }  // namespace corvana
