@@ -4,18 +4,31 @@
 #include <algorithm>
 
 namespace corvana {
+namespace {
+
+bool isAscii(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+std::string asciiLowercase(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return lower;
+}
+
+QString qtText(std::string_view text) {
+  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+}  // namespace
 
 std::string foldedCase(std::string_view text) {
-  const bool ascii =
-      std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-  if (!ascii)
-    return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()))
-        .toCaseFolded()
-        .toStdString();
-  std::string folded(text);
-  for (char& c : folded)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return folded;
+  return isAscii(text) ? asciiLowercase(text) : qtText(text).toCaseFolded().toStdString();
+}
+
+std::string lowercase(std::string_view text) {
+  return isAscii(text) ? asciiLowercase(text) : qtText(text).toLower().toStdString();
 }
 
 }  // namespace corvana

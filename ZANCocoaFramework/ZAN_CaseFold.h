@@ -10,4 +10,7 @@ namespace corvana {
 /// become U+FFFD. Thread: any.
 std::string foldedCase(std::string_view text);
 
+/// The text in lower case, by no region's special rules. Thread: any.
+std::string lowercase(std::string_view text);
+
 }  // namespace corvana

@@ -57,7 +57,7 @@ MainScheduler::MainScheduler(Platform platform)
                 mState.deadlines, mPreferences, mLog, mStore.texts(), mStrings),
       mTree(mStore.tree(), platform.clock, platform.systemLog, mTexts),
       mVolumeWatch(platform.clock, mState.deadlines),
-      mMail(platform.processes, platform.runLoop),
+      mMail(platform),
       mQueue(workSurroundings()),
       mEvaluation(workSurroundings(), mQueue, mMail),
       mSupervisor(workSurroundings(), mQueue),

@@ -1,9 +1,14 @@
 #include "mail/smtp/MailSender.h"
 
 #include <memory>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
+#include "mail/smtp/SMTPConnector.h"
+#include "mail/smtp/ZAN_SMTPClient.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
 
@@ -57,17 +62,72 @@ struct Delivery {
   }
 };
 
+/// The whole session, on the calling thread.
+Outcome delivered(const ZAN_SMTPClient& client, const SMTPSurroundings& surroundings,
+                  const std::string& body, const std::string& subject, const std::string& sender,
+                  const std::string& recipients, std::int64_t crFormat) {
+  try {
+    const auto connector =
+        client.connectorForMessage(surroundings, body, subject, sender, recipients, crFormat);
+    if (connector == nullptr) {
+      return Error{ErrorKind::refused,
+                   client.address() + ": the sender or a recipient is no e-mail address"};
+    }
+    connector->start();
+    return connector->outcome();
+  } catch (const std::invalid_argument& exception) {
+    return Error{ErrorKind::unavailable, client.address() + ": " + exception.what()};
+  }
+}
+
 }  // namespace
 
-MailSender::MailSender(Processes& processes, RunLoop& runLoop)
-    : mProcesses(processes), mRunLoop(runLoop), mSessions(std::make_shared<char>()) {}
+MailSender::MailSender(const Platform& platform)
+    : mClock(platform.clock),
+      mRunLoop(platform.runLoop),
+      mMachine(platform.machine),
+      mProcesses(platform.processes),
+      mSystemLog(platform.systemLog),
+      mNetwork(platform.network),
+      mSessions(std::make_shared<char>()),
+      mHere(std::make_shared<char>()) {}
 
 MailSender::~MailSender() = default;
 
-Outcome MailSender::send(const MailSettings& settings, const std::string&, const std::string&,
-                         Done) {
-  return Error{ErrorKind::unavailable,
-               settings.server + ": there is no mail client in this version"};
+Outcome MailSender::send(const MailSettings& settings, const std::string& subject,
+                         const std::string& body, Done done) {
+  std::shared_ptr<ZAN_SMTPClient> client;
+  try {
+    client = ZAN_SMTPClient::clientWithServerAddress(settings.server, settings.ports,
+                                                     settings.tlsMode, settings.username,
+                                                     settings.password, settings.authMethod);
+  } catch (const std::invalid_argument& exception) {
+    return Error{ErrorKind::refused, std::string("E-mail: ") + exception.what()};
+  }
+  if (settings.sender.empty() || settings.recipients.empty())
+    return Error{ErrorKind::refused, settings.server + ": no sender or no recipient"};
+
+  // Everything that the thread touches is its own or outlives the loop that joins it.
+  RunLoop& loop = mRunLoop;
+  SystemLog& log = mSystemLog;
+  const SMTPSurroundings surroundings{mNetwork, mClock, mMachine.networkName(),
+                                      mMachine.systemVersion(),
+                                      [&loop, &log](const std::string& line) {
+                                        loop.performOnMain([&log, line] { log.write(line); });
+                                      }};
+  mRunLoop.detachThread("smtp", [&loop, &log, client, surroundings, subject, body,
+                                 sender = settings.sender, recipients = settings.recipients,
+                                 crFormat = settings.crFormat, done = std::move(done),
+                                 session = mSessions, here = std::weak_ptr<void>(mHere)]() mutable {
+    const Outcome outcome =
+        delivered(*client, surroundings, body, subject, sender, recipients, crFormat);
+    loop.performOnMain([&log, outcome, done = std::move(done), here] {
+      if (!outcome) log.write("E-mail not sent: " + outcome.error().text);
+      if (done && !here.expired()) done(outcome);
+    });
+    session.reset();
+  });
+  return {};
 }
 
 void MailSender::sendEmailWithMessage(const std::string& message, const std::string& subject,

@@ -9,8 +9,13 @@
 
 namespace corvana {
 
+class Clock;
+class Machine;
+class Network;
 class Processes;
 class RunLoop;
+class SystemLog;
+struct Platform;
 
 /// How a mail reaches its server.
 struct MailSettings {
@@ -32,11 +37,12 @@ class MailSender {
   /// Called once on the main thread, after the call that was given it has returned.
   using Done = std::function<void(const Outcome&)>;
 
-  MailSender(Processes& processes, RunLoop& runLoop);
+  explicit MailSender(const Platform& platform);
   virtual ~MailSender();
 
-  /// Sends over SMTP. What cannot even be tried is the returned error, and `done` is not called;
-  /// else `done` (may be empty) gets the result.
+  /// Sends over SMTP, on a thread of its own. Settings without server, sender or recipients are the
+  /// returned error, and `done` is not called; else `done` (may be empty) gets the result. Failures
+  /// are logged.
   virtual Outcome send(const MailSettings& settings, const std::string& subject,
                        const std::string& body, Done done);
 
@@ -50,9 +56,14 @@ class MailSender {
   bool isSending() const { return mSessions.use_count() > 1; }
 
  private:
-  Processes& mProcesses;
+  Clock& mClock;
   RunLoop& mRunLoop;
+  Machine& mMachine;
+  Processes& mProcesses;
+  SystemLog& mSystemLog;
+  Network& mNetwork;
   std::shared_ptr<void> mSessions;  ///< held by each message on its way, too
+  std::shared_ptr<void> mHere;      ///< held by nobody else: gone with this object
 };
 
 }  // namespace corvana

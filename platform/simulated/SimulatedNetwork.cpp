@@ -23,7 +23,7 @@ class SimulatedStream final : public StreamConnection {
       if (const Event event = next(wantsSpace); event != Event::nothing) return event;
       const double now = mTime.monotonic();
       if (now >= end) return Event::nothing;
-      mTime.sleep(std::min(mPauseEnd > now ? mPauseEnd : end, end) - now);
+      mTime.sleep(std::max(std::min(mPauseEnd > now ? mPauseEnd : end, end) - now, 1e-9));
     }
   }
 

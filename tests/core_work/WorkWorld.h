@@ -149,7 +149,7 @@ struct WorkWorld {
                     store.texts(),
                     strings};
   VolumeIdentity volumes;
-  RecordingMail mail{machine.processes, machine.runLoop};
+  RecordingMail mail{platform};
   WorkSurroundings surroundings{platform, tree,         store,    counters, preferences,
                                 state,    log,          debugLog, survey,   messages,
                                 siblings, siblingWatch, volumes,  texts,    strings};

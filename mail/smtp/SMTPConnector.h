@@ -1,0 +1,147 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "mail/smtp/SMTPMessage.h"
+#include "mail/smtp/ZAN_SMTPClient.h"
+#include "platform/Network.h"
+
+namespace corvana {
+
+/// Why a session ended before its time; the next port is tried.
+class SMTPException : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The session that sends one message: it tries the ports of the client, one after the other, until
+/// the server of one has taken the message. All of it happens inside `start`, on the thread that
+/// calls it.
+///
+/// Nothing waits for ever: a connection opens within 10 s, a handshake and each step of the
+/// dialogue have bounds of their own, and so have the whole and what the server may say. After a
+/// certificate was refused nothing is sent in clear any more, to no port.
+class SMTPConnector {
+ public:
+  // Bounds beyond what the dialogue itself knows, in seconds.
+  static constexpr double kHandshakeTimeout = 60;
+  static constexpr double kReplyTimeout = 300;
+  static constexpr double kRefusedTimeout = 30;  ///< for the server to hang up after a refusal
+  static constexpr double kQuitTimeout = 10;
+  static constexpr double kSessionTimeout = 1800;
+  // And in bytes.
+  static constexpr std::size_t kLongestLine = 8192;
+  static constexpr std::size_t kMostReceived = 1 << 20;
+
+  SMTPConnector(std::shared_ptr<const ZAN_SMTPClient> client, SMTPSurroundings surroundings,
+                SMTPMessage message);
+
+  /// Sends; returns when the message was taken or every port was tried. Blocks.
+  void start();
+
+  /// Whether a server has taken the message.
+  bool success() const { return mSuccess; }
+  /// The same, with the last reason why not.
+  Outcome outcome() const;
+
+  // For an observer within its calls.
+  bool isLastPort() const { return mPortIndex + 1 >= mClient->ports().size(); }
+  /// As if the server had hung up.
+  void hangUp() { mConnectionStatus = kClosed; }
+
+ private:
+  static constexpr std::int64_t kClosed = 0;
+  static constexpr std::int64_t kOpening = 1;
+  static constexpr std::int64_t kOpen = 2;
+  enum Substatus : std::int64_t { kNone = 0, kPlain = 1, kLogin = 2, kCramMd5 = 3 };
+  using Reply = std::optional<std::string>;
+
+  // The session
+  bool runSession(std::int64_t port);
+  void reset();
+  void closeStream();
+  void runSlice();
+  void handleEvent(StreamConnection::Event event);
+  void receive();
+  void streamFailed();
+  void fireTimers();
+  void openTimeout();
+  void dataTimeout();
+  void replyTimeout();
+  void startTLS();
+  std::int64_t tlsMode() const { return mMustUseTls ? 2 : mClient->tlsMode(); }
+
+  // The dialogue
+  void handleData();
+  void handleLine(const std::string& line);
+  void handleCode(std::int64_t code, const Reply& message, char separator);
+  void handleRefusal(std::int64_t code, const Reply& message);
+  void handleGreeting();
+  void handleExtension(const std::string& text);
+  void handleLastExtension();
+  bool handleAuthentication(std::int64_t code, const Reply& message);
+  void handleSender();
+  void handleRecipient();
+  void handleAccepted(std::int64_t code);
+  void ehlo();
+  void auth();
+  void mail();
+  void beginAuth(const std::string& line, Substatus mechanism);
+  std::string hostName() const;
+  bool hasCredentials() const;
+  bool offers(std::string_view mechanism) const;
+
+  // Writing
+  void writeLine(const std::string& line);
+  void writeData(std::string_view bytes);
+  void trySendingDataNow();
+
+  // Telling
+  void setSmtpStatus(std::int64_t status);
+  void reportStatus(std::int64_t status) const;
+  void reportError(const SMTPError& error) const;
+  void reportInformation(const std::string& text) const;
+  bool takesErrors() const;
+  void log(const std::string& line) const;
+
+  double monotonic() const;
+  void expectProgress() { mReplyTimer = monotonic() + kReplyTimeout; }
+
+  const std::shared_ptr<const ZAN_SMTPClient> mClient;
+  SMTPSurroundings m;
+  const SMTPMessage mMessage;
+
+  std::unique_ptr<StreamConnection> mStream;
+  std::string mIbuffer;
+  std::string mObuffer;
+  std::int64_t mConnectionStatus = kClosed;
+  std::int64_t mSmtpStatus = SMTPClientDelegate::connected;
+  std::int64_t mSmtpSubstatus = kNone;
+  std::vector<std::string> mAuthModes;
+  bool mCanStartTLS = false;
+  std::int64_t mRcptToCount = 0;
+  bool mIsTLS = false;
+  bool mIsSecured = false;  ///< the handshake is over
+  bool mIsRefused = false;  ///< the server has said no, and nothing more is sent
+  bool mMustUseTls = false;
+  bool mSuccess = false;
+  std::size_t mPortIndex = 0;
+  std::size_t mReceived = 0;  ///< bytes in this session
+  std::string mLastReason;
+
+  // When each one-shot timer fires, in monotonic seconds.
+  std::optional<double> mOpenTimeoutTimer;
+  std::optional<double> mDataTimeoutTimer;
+  std::optional<double> mHandshakeTimer;
+  std::optional<double> mReplyTimer;
+  std::optional<double> mSessionTimer;
+};
+
+}  // namespace corvana

@@ -1,0 +1,103 @@
+#include "mail/smtp/ZAN_SMTPClient.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "ZANCocoaFramework/ZAN_CaseFold.h"
+#include "mail/smtp/EmailAddress.h"
+#include "mail/smtp/SMTPConnector.h"
+#include "mail/smtp/SMTPTexts.h"
+#include "platform/Network.h"
+#include "platform/RunLoop.h"
+
+namespace corvana {
+namespace {
+
+/// The first system whose mail program shows a body as HTML.
+constexpr int kFirstHtmlSystem = 100800;
+
+std::string replaced(std::string text, std::string_view what, std::string_view with) {
+  for (std::size_t at = text.find(what); at != std::string::npos;
+       at = text.find(what, at + with.size()))
+    text.replace(at, what.size(), with);
+  return text;
+}
+
+}  // namespace
+
+std::shared_ptr<ZAN_SMTPClient> ZAN_SMTPClient::clientWithServerAddress(
+    const std::string& address, const std::string& ports, std::int64_t tlsMode,
+    const std::string& username, const std::string& password, std::int64_t preferedAuthMethod) {
+  return std::make_shared<ZAN_SMTPClient>(Key{}, address, ports, tlsMode, username, password,
+                                          preferedAuthMethod);
+}
+
+ZAN_SMTPClient::ZAN_SMTPClient(Key, const std::string& address, const std::string& ports,
+                               std::int64_t tlsMode, const std::string& username,
+                               const std::string& password, std::int64_t preferedAuthMethod)
+    : mAddress(address),
+      mPorts(portsFrom(ports)),
+      mTlsMode(tlsMode),
+      mAuthMethod(preferedAuthMethod) {
+  if (address.empty()) throw std::invalid_argument("Invalid server address");
+  if (preferedAuthMethod <= 0) return;
+  if (!username.empty()) mAuthUsername = username;
+  if (!password.empty()) mAuthPassword = password;
+}
+
+void ZAN_SMTPClient::setCredentials(std::optional<std::string> username,
+                                    std::optional<std::string> password) {
+  mAuthUsername = std::move(username);
+  mAuthPassword = std::move(password);
+}
+
+void ZAN_SMTPClient::setDelegate(std::shared_ptr<const SMTPClientDelegate> delegate) {
+  mDelegate = std::move(delegate);
+}
+
+std::vector<std::string> ZAN_SMTPClient::portsFrom(const std::string& text) {
+  if (text.empty()) return {"25", "465", "587"};
+  if (text.find(',') == std::string::npos) return {text};
+  return splitAt(replaced(replaced(text, " ", ","), ",,", ","), ',');
+}
+
+std::string ZAN_SMTPClient::message(const std::string& text, std::int64_t crFormat,
+                                    int systemVersion) {
+  if (crFormat == 0 && systemVersion != 0) crFormat = systemVersion < kFirstHtmlSystem ? 2 : 1;
+  return crFormat == 1 ? replaced(text, "\n", "<br>") : replaced(text, "<br>", "\n");
+}
+
+void ZAN_SMTPClient::sendMessage(RunLoop& runLoop, const SMTPSurroundings& surroundings,
+                                 const std::string& message, const std::string& subject,
+                                 const std::string& from, const std::string& to,
+                                 std::int64_t crFormat) const {
+  const auto connector = connectorForMessage(surroundings, message, subject, from, to, crFormat);
+  if (connector == nullptr) return;
+  runLoop.detachThread("smtp", [connector] { connector->start(); });
+}
+
+std::shared_ptr<SMTPConnector> ZAN_SMTPClient::connectorForMessage(
+    const SMTPSurroundings& surroundings, const std::string& message, const std::string& subject,
+    const std::string& from, const std::string& to, std::int64_t crFormat) const {
+  if (from.empty()) throw std::invalid_argument("Empty sender email address");
+  if (to.empty()) throw std::invalid_argument("Empty destination email address");
+  const std::string sender = lowercase(from);
+  const std::string recipients = lowercase(to);
+  if (!surroundings.network.resolves(mAddress))
+    throw std::invalid_argument("Invalid server address");
+
+  SMTPMessage mail;
+  mail.subject = subject;
+  mail.message = ZAN_SMTPClient::message(message, crFormat, surroundings.systemVersion);
+  const auto splitSender = EmailAddress::splitAddress(sender);
+  if (!splitSender) return nullptr;
+  mail.from = *splitSender;
+  for (const std::string& piece : splitAt(recipients, ',')) {
+    const auto recipient = EmailAddress::splitAddress(trimmed(piece));
+    if (!recipient) return nullptr;
+    mail.to.push_back(*recipient);
+  }
+  return std::make_shared<SMTPConnector>(shared_from_this(), surroundings, std::move(mail));
+}
+
+}  // namespace corvana
