@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <system_error>
@@ -114,6 +115,16 @@ std::optional<ReferenceTime> ZAN_FilesUtils::modificationDate(const std::string&
   if (::stat(path.c_str(), &status) != 0) return {};
   return static_cast<double>(status.st_mtim.tv_sec) - kReferenceEpochInUnixTime +
          static_cast<double>(status.st_mtim.tv_nsec) / 1e9;
+}
+
+Outcome ZAN_FilesUtils::setModificationDate(const std::string& path, ReferenceTime date) {
+  const double unixTime = date + kReferenceEpochInUnixTime;
+  const double whole = std::floor(unixTime);
+  const struct timespec modified = {static_cast<time_t>(whole),
+                                    static_cast<long>((unixTime - whole) * 1e9)};
+  const struct timespec dates[2] = {{0, UTIME_OMIT}, modified};
+  if (::utimensat(AT_FDCWD, path.c_str(), dates, 0) == 0) return {};
+  return failure(ErrorKind::unwritable, path, errno);
 }
 
 Result<ZAN_FileContents> ZAN_FilesUtils::readFile(const std::string& path, std::uint64_t limit) {

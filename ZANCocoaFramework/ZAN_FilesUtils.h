@@ -69,6 +69,7 @@ class ZAN_FilesUtils {
   /// Nothing when there is no file, or none that can be seen.
   static std::optional<ZAN_FileIdentity> identity(const std::string& path);
   static std::optional<ReferenceTime> modificationDate(const std::string& path);
+  static Outcome setModificationDate(const std::string& path, ReferenceTime date);
 
   /// The whole file. `absent` when there is none; `limit` when it holds more than `limit` bytes; a
   /// folder or a device is `unreadable`.
