@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "actions/ProgrammedAction.h"
@@ -35,13 +36,15 @@ std::string fileName(const std::string& path) {
 }  // namespace
 
 MainScheduler::MainScheduler(Platform platform)
-    : mPlatform(platform),
+    : mGuard(platform.systemLog),
+      mRunLoop(platform.runLoop, mGuard),
+      mPlatform(platform.withRunLoop(mRunLoop)),
       mStartOfScheduler(platform.processes.ownStart()),
       mStore(platform.clock, platform.machine, platform.systemLog),
       mStrings(platform.machine.regionName(), platform.machine.timeZoneName()),
       mState(platform.clock.now()),
       mPreferences(mStore.settings(), platform.machine, mState.deadlines, platform.clock.now()),
-      mSurvey(platform.clock, platform.runLoop,
+      mSurvey(platform.clock, mRunLoop,
               std::filesystem::path(platform.machine.bundlePath()).stem().string()),
       mSiblingWatch(platform.processes, mSurvey,
                     mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
@@ -53,15 +56,17 @@ MainScheduler::MainScheduler(Platform platform)
       mLog(platform.clock, mActionLog, mCounters, mChannel, mPreferences, mState, mTexts),
       mDebugLog(platform.clock, mStore.texts(), mStartOfScheduler,
                 mSiblingWatch.isMainAppLaunched()),
-      mMessages(platform.clock, platform.runLoop, platform.machine, platform.userInterface,
+      mMessages(platform.clock, mRunLoop, platform.machine, platform.userInterface,
                 mState.deadlines, mPreferences, mLog, mStore.texts(), mStrings),
       mTree(mStore.tree(), platform.clock, platform.systemLog, mTexts),
       mVolumeWatch(platform.clock, mState.deadlines),
-      mMail(platform),
+      mMail(mPlatform),
       mQueue(workSurroundings()),
       mEvaluation(workSurroundings(), mQueue, mMail),
       mSupervisor(workSurroundings(), mQueue),
       mContexts(workSurroundings(), mQueue),
+      mSettingsBackup(workSurroundings()),
+      mLongDisabledWarning(workSurroundings(), mHistory, mEvaluation),
       mStatusItem(platform.clock, platform.userInterface, mState, mPreferences, mTexts),
       mFloatingIcon(platform.clock, platform.userInterface, mState, mPreferences, mStatusItem),
       mAnnounce(platform.userInterface, mTree, mQueue, mStrings, mTexts),
@@ -75,15 +80,16 @@ MainScheduler::MainScheduler(Platform platform)
                  mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
                  mStore.installPaths().installPathForCode(InstallPaths::executeBundle)}),
       mTick({mPlatform, mState, mStore, mDebugLog, mMessages, mSiblingWatch, mQueue, mEvaluation,
-             mSupervisor, mVolumeWatch, mStatusItem, mFloatingIcon, mLaunchStep, mSiblingStatus}),
-      mTimer(platform.runLoop, platform.clock, platform.input, mSurvey,
+             mSupervisor, mVolumeWatch, mStatusItem, mFloatingIcon, mLaunchStep, mSiblingStatus,
+             mSettingsBackup}),
+      mTimer(mRunLoop, platform.clock, platform.input, mSurvey,
              {[this](std::int64_t n) { mTick.schedulerTick(n); },
               [this] { mState.userWasActive(mPlatform.clock.now()); },
               [this] { mPlatform.userInterface.popUpFloatingMenu(); },
               [this](int operation) { showShortcutTargets(operation); },
               [this] { mPlatform.userInterface.rearrangeMessageWindows(); }}),
       mDispatch({mPlatform, mState, mTree, mLog, mDebugLog, mSurvey, mMessages, mSiblingStatus,
-                 mQueue, mEvaluation, mSupervisor, mAnnounce, mLaunchStep, mControls}),
+                 mQueue, mEvaluation, mSupervisor, mAnnounce, mLaunchStep, mControls, mGuard}),
       mAnswers({mPlatform, mState, mPreferences, mTree, mQueue, mEvaluation, mSupervisor,
                 mLaunchStep, mSiblingStatus, mControls, mVolumeIdentity, mTexts, mStrings}) {
   wire();
@@ -148,6 +154,7 @@ void MainScheduler::wireWork() {
 void MainScheduler::wireDrive() {
   mSiblingStatus.onStatusSent = [this] { tellThatAnswersChanged(); };
   mStatusItem.isExecuting = [this] { return mSupervisor.isExecuting(); };
+  mStatusItem.hasSurveyResult = [this] { return !mState.mSurveyFolderResult.isNull(); };
   mLaunchStep.onShutDownWanted = [this] {
     mPlatform.runLoop.performAfter(0.001, [this] { terminateBySelf(); });
     askForShutDown();
@@ -264,6 +271,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   mEvaluation.rebuildActionsList();
   updateShutdownHelper();
   mPlatform.userInterface.menusChanged();
+  loop.performAfter(75.0, [this] { mLongDisabledWarning.checkIfExecutionIsDisabled(); });
   loop.performAfter(2.0, [this] { mSiblingStatus.sendSchedulerStatusToMainApp(); });
   static_cast<void>(mPreferences.savePrefs());
   recordActivity(kActivityStarted);
@@ -284,10 +292,14 @@ bool MainScheduler::isHelperPrivileged() const {
 bool MainScheduler::anotherInstanceRuns() const {
   const std::string own = fileName(mPlatform.machine.bundlePath());
   if (own.empty()) return false;
+  // Of two that start at the same moment one has to stay: the one that was there first.
   const auto running = mPlatform.processes.running();
-  return std::ranges::count_if(running, [&](const RunningProcess& process) {
-           return fileName(process.bundlePath) == own;
-         }) >= 2;
+  const auto me = std::ranges::find(running, mPlatform.processes.ownPid(), &RunningProcess::pid);
+  return std::ranges::any_of(running, [&](const RunningProcess& process) {
+    if (fileName(process.bundlePath) != own) return false;
+    if (me == running.end()) return process.pid != mPlatform.processes.ownPid();
+    return std::pair(process.start, process.pid) < std::pair(me->start, me->pid);
+  });
 }
 
 void MainScheduler::leaveToTheOtherInstance() {

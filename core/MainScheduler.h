@@ -19,6 +19,7 @@
 #include "core/drive/SiblingStatus.h"
 #include "core/drive/StateAnswers.h"
 #include "core/record/DebugLog.h"
+#include "core/record/ExceptionGuard.h"
 #include "core/record/Messages.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerLog.h"
@@ -29,6 +30,8 @@
 #include "core/work/ActionQueue.h"
 #include "core/work/Contexts.h"
 #include "core/work/ExecuteSupervisor.h"
+#include "core/work/LongDisabledWarning.h"
+#include "core/work/SettingsBackup.h"
 #include "core/work/TriggerEvaluation.h"
 #include "core/work/WorkSurroundings.h"
 #include "mail/smtp/MailSender.h"
@@ -101,6 +104,8 @@ class MainScheduler {
   void recordActivity(std::int64_t status);
   WorkSurroundings workSurroundings();
 
+  ExceptionGuard mGuard;
+  GuardedRunLoop mRunLoop;
   Platform mPlatform;
   ReferenceTime mStartOfScheduler;
   ActionStore mStore;
@@ -125,6 +130,8 @@ class MainScheduler {
   TriggerEvaluation mEvaluation;
   ExecuteSupervisor mSupervisor;
   Contexts mContexts;
+  SettingsBackup mSettingsBackup;
+  LongDisabledWarning mLongDisabledWarning;
   StatusItem mStatusItem;
   FloatingIcon mFloatingIcon;
   Announce mAnnounce;

@@ -32,6 +32,12 @@ struct Platform {
   ServiceDiscovery& services;
   ServerSockets& serverSockets;
   AgentObject* agentObject = nullptr;  ///< null: nobody can ask the agent
+
+  /// The same surroundings with another loop.
+  Platform withRunLoop(RunLoop& loop) const {
+    return {clock,         loop,      machine, power,    processes,     input,      userInterface,
+            notifications, systemLog, network, services, serverSockets, agentObject};
+  }
 };
 
 }  // namespace corvana

@@ -207,6 +207,15 @@ void Controls::openNotificationInMainApp(std::size_t index) {
                           ZAN_Value::dictionary({{"Index", static_cast<int>(index)}}));
 }
 
+void Controls::showSurveyFolderResults() {
+  if (m.state.mSurveyFolderResult.isNull()) return;
+  const bool isHeard = m.channel.isMainAppLaunched();
+  openMainApp();
+  if (!isHeard) return;
+  m.channel.postToMainApp("SurveyFolderResults", std::exchange(m.state.mSurveyFolderResult, {}));
+  m.state.updateMenu();
+}
+
 void Controls::showLatestActions() { m.platform.userInterface.showWindow(Window::latestActions); }
 
 void Controls::openMainApp() {

@@ -95,6 +95,7 @@ class Controls : public SchedulerCommands {
   void messageClosedByUser() override;
   void userNotificationActivated() override;
   void openNotificationInMainApp(std::size_t index) override;
+  void showSurveyFolderResults() override;
   void showLatestActions() override;
   void openMainApp() override;
   void preferencesDidChange() override;

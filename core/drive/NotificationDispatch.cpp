@@ -4,11 +4,13 @@
 #include <vector>
 
 #include "actions/ActionTree.h"
+#include "actions/ActionsTools.h"
 #include "actions/ProgrammedAction.h"
 #include "core/drive/Controls.h"
 #include "core/drive/LaunchStep.h"
 #include "core/drive/SiblingStatus.h"
 #include "core/record/DebugLog.h"
+#include "core/record/ExceptionGuard.h"
 #include "core/record/Messages.h"
 #include "core/record/SchedulerLog.h"
 #include "core/record/SchedulerState.h"
@@ -57,6 +59,7 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
       {"ShowAllVisibleWindowsActions", &NotificationDispatch::showAllVisibleWindows},
       {"LaunchShutDownActions", &NotificationDispatch::launchShutDownActions},
       {"ShutDownMac", &NotificationDispatch::shutDownMac},
+      {"SurveyReplyNotification", &NotificationDispatch::surveyReply},
   };
   return kRows;
 }
@@ -82,7 +85,7 @@ void NotificationDispatch::schedulerNotificationReceived(
   if (!m.launchStep.welcomeMessageWasDisplayed()) m.state.holdBackUntil(m.platform.clock.now());
   for (const Row& row : rows()) {
     if (row.object != notification.object) continue;
-    (this->*row.action)(notification.userInfo);
+    m.guard.run([&] { (this->*row.action)(notification.userInfo); });
     break;
   }
   m.debugLog.addToTimer(DebugLog::Timer::notifications, m.platform.clock.monotonic() - start);
@@ -147,8 +150,16 @@ void NotificationDispatch::actionHistoryChanged(const ZAN_Value&) {
 void NotificationDispatch::addToLog(const ZAN_Value& userInfo) { m.log.addSchedulerLog(userInfo); }
 
 void NotificationDispatch::displayUserNotification(const ZAN_Value& userInfo) {
+  constexpr int kFolderSurvey = 1;
   if (userInfo.contains("Msg"))
     m.messages.sendUserNotification(userInfo.string("Msg"), userInfo.string("Titl"));
+  if (!userInfo.contains("Type") || userInfo.integer("Type") != kFolderSurvey) return;
+  ZAN_Value result = ZAN_Value::dictionary({{"Date", ZAN_Value::date(m.platform.clock.now())}});
+  for (const char* const key : {"Msg", "Ref", "SurveyResults"}) {
+    if (userInfo.contains(key)) result.setValue(key, userInfo[key]);
+  }
+  m.state.mSurveyFolderResult = result;
+  m.state.updateMenu();
 }
 
 void NotificationDispatch::getProcessStatus(const ZAN_Value&) {
@@ -172,7 +183,8 @@ void NotificationDispatch::showAllVisibleWindows(const ZAN_Value&) {
 
 void NotificationDispatch::launchShutDownActions(const ZAN_Value&) {
   ProgrammedAction::Nodes actions;
-  m.tree.rootItem().getListOfShutDownActions(actions);
+  const ActionsTools today(m.evaluation.calendar(), m.platform.clock.now());
+  m.tree.rootItem().getListOfShutDownActions(actions, &today);
   // An addition may release the tree, and its nodes with it.
   std::vector<std::int64_t> references;
   for (const ProgrammedAction* action : actions) references.push_back(action->getReference());
@@ -183,6 +195,11 @@ void NotificationDispatch::launchShutDownActions(const ZAN_Value&) {
 
 void NotificationDispatch::shutDownMac(const ZAN_Value&) {
   m.launchStep.shutDownAfterCurrentAction();
+}
+
+void NotificationDispatch::surveyReply(const ZAN_Value& userInfo) {
+  if (userInfo.contains("ExecuteReplyMessage"))
+    m.supervisor.showExecuteReply(userInfo.string("ExecuteReplyMessage"));
 }
 
 }  // namespace corvana

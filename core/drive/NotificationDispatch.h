@@ -13,6 +13,7 @@ class ActionTree;
 class Announce;
 class Controls;
 class DebugLog;
+class ExceptionGuard;
 class ExecuteSupervisor;
 class LaunchStep;
 class Messages;
@@ -24,7 +25,8 @@ struct Platform;
 struct SchedulerState;
 
 /// Answers the messages of the main application and the execute application: a table from what a
-/// message says to what is done. Unknown messages, and missing or wrong details, are ignored.
+/// message says to what is done. Unknown messages, and missing or wrong details, are ignored; an
+/// exception ends the handling of its message only.
 /// Thread: main.
 class NotificationDispatch {
  public:
@@ -44,6 +46,7 @@ class NotificationDispatch {
     Announce& announce;
     LaunchStep& launchStep;
     Controls& controls;
+    ExceptionGuard& guard;
   };
 
   explicit NotificationDispatch(const Surroundings& surroundings);
@@ -93,6 +96,7 @@ class NotificationDispatch {
   void showAllVisibleWindows(const ZAN_Value&);
   void launchShutDownActions(const ZAN_Value&);
   void shutDownMac(const ZAN_Value&);
+  void surveyReply(const ZAN_Value& userInfo);
 
   Surroundings m;
   bool mMainAppReceiveNotifications = false;

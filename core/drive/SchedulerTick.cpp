@@ -1,25 +1,22 @@
 #include "core/drive/SchedulerTick.h"
 
-#include <cxxabi.h>
-
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <exception>
-#include <memory>
 #include <string>
-#include <typeinfo>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "core/drive/LaunchStep.h"
 #include "core/drive/SiblingStatus.h"
 #include "core/record/DebugLog.h"
+#include "core/record/ExceptionGuard.h"
 #include "core/record/Messages.h"
 #include "core/record/SchedulerState.h"
 #include "core/record/SiblingWatch.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ExecuteSupervisor.h"
+#include "core/work/SettingsBackup.h"
 #include "core/work/TriggerEvaluation.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
@@ -46,13 +43,8 @@ constexpr double kKeepAwayFromAction = 300.0;
 constexpr int kFarAway = 100;
 constexpr int kLookAhead = 15;
 constexpr int kCountDownFrom = 59;
-
-std::string typeName(const std::exception& exception) {
-  const char* const name = typeid(exception).name();
-  const std::unique_ptr<char, decltype(&std::free)> readable(
-      abi::__cxa_demangle(name, nullptr, nullptr, nullptr), &std::free);
-  return readable ? readable.get() : name;
-}
+constexpr int kSettingsTicks = 600;
+constexpr int kFirstSettingsTick = 121;
 
 }  // namespace
 
@@ -65,6 +57,7 @@ const SchedulerTick::Row SchedulerTick::kRows[] = {
     {1, &SchedulerTick::noticeWaits, &SchedulerTick::postNotice},
     {1, &SchedulerTick::savingIsDue, &SchedulerTick::saveVolumes},
     {20, &SchedulerTick::surveyIsVisible, &SchedulerTick::refreshSurvey},
+    {kSettingsTicks, &SchedulerTick::settingsMayBeCopied, &SchedulerTick::copySettings},
     {10, nullptr, &SchedulerTick::watchMainApp},
     {1, &SchedulerTick::messageCanFollow, &SchedulerTick::showNextMessage},
     {1, nullptr, &SchedulerTick::launch},
@@ -79,6 +72,7 @@ SchedulerTick::SchedulerTick(const Surroundings& surroundings)
       mSchedulerLaunchTime(m.state.deadlines, m.platform.clock.now() + kFirstRelaunch) {}
 
 void SchedulerTick::schedulerTick(std::int64_t n) {
+  mLastTick = n;
   try {
     mNow = m.platform.clock.now();
     noticeClock();
@@ -91,7 +85,7 @@ void SchedulerTick::schedulerTick(std::int64_t n) {
   } catch (const std::exception& exception) {
     m.platform.systemLog.write(
         ZAN_StringUtils::format("Exception updating Corvana 9 Scheduler Timer: %@: %@",
-                                {typeName(exception), exception.what()}));
+                                {ExceptionGuard::nameOf(exception), exception.what()}));
   }
 }
 
@@ -125,6 +119,7 @@ bool SchedulerTick::savingIsDue() const { return m.volumes.isSavingDue(mNow); }
 bool SchedulerTick::surveyIsVisible() const {
   return m.platform.userInterface.isWindowVisible(Window::executionSurvey);
 }
+bool SchedulerTick::settingsMayBeCopied() const { return !m.settingsBackup.isRunning(); }
 bool SchedulerTick::messageCanFollow() const {
   return m.messages.hasPending() && !m.messages.isShown();
 }
@@ -176,6 +171,10 @@ void SchedulerTick::saveVolumes(std::int64_t) {
 
 void SchedulerTick::refreshSurvey(std::int64_t) { m.supervisor.doSurvey5Seconds(); }
 
+void SchedulerTick::copySettings(std::int64_t n) {
+  if (n >= kFirstSettingsTick) m.settingsBackup.backupSettings();
+}
+
 void SchedulerTick::watchMainApp(std::int64_t) {
   const bool runs = m.siblingWatch.isMainAppLaunched();
   if (runs == m.state.mMainAppLaunched) return;
@@ -196,7 +195,9 @@ void SchedulerTick::launch(std::int64_t) { m.launchStep.run(); }
 
 int SchedulerTick::secondsToNextAction() const {
   const double seconds = m.evaluation.startOfNextAction() - m.platform.clock.now();
-  return seconds < 0 ? kFarAway : static_cast<int>(std::min(seconds, 1e9));
+  // Whole seconds first: what was due less than a second ago is due now.
+  const auto whole = static_cast<int>(std::clamp(seconds, -1e9, 1e9));
+  return whole < 0 ? kFarAway : whole;
 }
 
 void SchedulerTick::lookAhead(std::int64_t) {
@@ -227,7 +228,8 @@ void SchedulerTick::keepWindowsAndIcon() {
 void SchedulerTick::drawStatusIcon(std::int64_t n) { m.statusItem.update(n, mCountDown); }
 
 bool SchedulerTick::rests() const {
-  return !m.messages.hasPending() && m.queue.empty() && !(isBusyElsewhere && isBusyElsewhere());
+  return !m.messages.hasPending() && m.queue.empty() && !m.settingsBackup.isRunning() &&
+         !(isBusyElsewhere && isBusyElsewhere());
 }
 
 void SchedulerTick::restWhenIdle(std::int64_t) {
@@ -267,13 +269,18 @@ int SchedulerTick::emptyTicks() const {
     if (at >= now) next = std::min(next, at);
   }
   const ReferenceTime start = m.evaluation.startOfNextAction();
-  if (start >= now) next = std::min(next, start - (kCountDownFrom + 2));
+  if (start > now - 1) next = std::min(next, start - (kCountDownFrom + 2));
+  if (m.settingsBackup.hasDestinations()) {
+    const std::int64_t due = (mLastTick / kSettingsTicks + 1) * kSettingsTicks;
+    next = std::min(next, now + static_cast<double>(due - mLastTick) * kInterval);
+  }
   const double ticks = std::floor((next - now) / kInterval) - 1;
   return ticks <= 0 ? 0 : static_cast<int>(std::min(ticks, 1e6));
 }
 
 void SchedulerTick::skipTicks(std::int64_t last, int count, ReferenceTime at) {
   if (count == 0) return;
+  mLastTick = last;
   mLastTimerExecution = at;
   // The record of activity is the one thing that such ticks would have written.
   const std::int64_t before = last - count;

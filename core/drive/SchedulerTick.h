@@ -16,6 +16,7 @@ class ExecuteSupervisor;
 class FloatingIcon;
 class LaunchStep;
 class Messages;
+class SettingsBackup;
 class SiblingStatus;
 class SiblingWatch;
 class StatusItem;
@@ -47,6 +48,7 @@ class SchedulerTick {
     FloatingIcon& floatingIcon;
     LaunchStep& launchStep;
     SiblingStatus& siblings;
+    SettingsBackup& settingsBackup;
   };
 
   explicit SchedulerTick(const Surroundings& surroundings);
@@ -94,6 +96,7 @@ class SchedulerTick {
   bool noticeWaits() const;
   bool savingIsDue() const;
   bool surveyIsVisible() const;
+  bool settingsMayBeCopied() const;
   bool messageCanFollow() const;
 
   void saveActivity(std::int64_t n);
@@ -103,6 +106,7 @@ class SchedulerTick {
   void postNotice(std::int64_t n);
   void saveVolumes(std::int64_t n);
   void refreshSurvey(std::int64_t n);
+  void copySettings(std::int64_t n);
   void watchMainApp(std::int64_t n);
   void showNextMessage(std::int64_t n);
   void launch(std::int64_t n);
@@ -116,6 +120,7 @@ class SchedulerTick {
 
   Surroundings m;
   ReferenceTime mNow = 0;  ///< of the tick
+  std::int64_t mLastTick = -1;
   ReferenceTime mLastTimerExecution;
   int mWakeAfterSleepCounter = 0;
   Deadline mSchedulerLaunchTime;  ///< next restart when idle

@@ -57,6 +57,9 @@ class SchedulerCommands {
   virtual void messageClosedByUser() = 0;
   virtual void userNotificationActivated() = 0;
   virtual void openNotificationInMainApp(std::size_t index) = 0;
+  /// Hands what the last survey of a folder found to the main application, which is opened when it
+  /// does not run; once it has been handed over it no longer waits to be seen.
+  virtual void showSurveyFolderResults() = 0;
   virtual void showLatestActions() = 0;
   virtual void openMainApp() = 0;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZANCocoaFramework/ZAN_Value.h"
 #include "core/record/Deadline.h"
 
 namespace corvana {
@@ -27,6 +28,9 @@ struct SchedulerState {
   bool mStartedFromNewMachine = false;
   /// Code of the last log entry that told of a failure; 0: none since the user looked.
   int mErrorInExecution = 0;
+  /// What the last survey of a folder found, until the user has seen it: {"Date", "Msg", "Ref",
+  /// "SurveyResults"}, else null.
+  ZAN_Value mSurveyFolderResult;
   /// Whether the main application ran when last looked.
   bool mMainAppLaunched = false;
   /// No complete evaluation has happened yet since a cold start.

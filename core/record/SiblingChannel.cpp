@@ -8,6 +8,8 @@ namespace corvana {
 SiblingChannel::SiblingChannel(DistributedNotifications& notifications, SiblingWatch& watch)
     : mNotifications(notifications), mWatch(watch) {}
 
+bool SiblingChannel::isMainAppLaunched() const { return mWatch.isMainAppLaunched(); }
+
 void SiblingChannel::postToMainApp(std::string_view object, const ZAN_Value& userInfo) {
   if (!mWatch.isMainAppLaunched()) return;
   mNotifications.post({std::string(kMainAppliNotification), std::string(object), userInfo});

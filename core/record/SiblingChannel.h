@@ -22,6 +22,7 @@ class SiblingChannel {
 
   /// Only while the main application is found running; otherwise the message is dropped. `userInfo`
   /// is a dictionary with text keys, or null for none.
+  bool isMainAppLaunched() const;
   void postToMainApp(std::string_view object, const ZAN_Value& userInfo = {});
   /// Whether it runs or not.
   void postToExecute(std::string_view object, const ZAN_Value& userInfo = {});

@@ -1,5 +1,6 @@
 #include "core/work/ExecuteSupervisor.h"
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <optional>
@@ -24,6 +25,7 @@
 #include "platform/Machine.h"
 #include "platform/Platform.h"
 #include "platform/Processes.h"
+#include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
 
 namespace corvana {
@@ -37,6 +39,8 @@ constexpr std::size_t kMaximumPaths = 500;
 /// So much output is gathered for one entry of the debug log.
 constexpr std::size_t kMostUnlogged = 1 << 14;
 constexpr double kRetryOfMissingProgram = 60.0;
+/// No longer than the next step is held back after an execution.
+constexpr double kPatienceWithStopped = 2.0;
 
 bool exists(const std::string& path) {
   std::error_code failure;
@@ -247,6 +251,16 @@ void ExecuteSupervisor::clearFinishedProcess() {
 
 void ExecuteSupervisor::stopAndClearProcess() {
   if (!mProcessTask) return;
+  const auto running = m.platform.processes.running();
+  const auto child = std::ranges::find(running, mProcessTask->pid(), &RunningProcess::pid);
+  if (child != running.end()) {
+    // One that does not listen must not go on beside the next one.
+    m.platform.runLoop.performAfter(kPatienceWithStopped, [this, child = *child] {
+      const auto now = m.platform.processes.running();
+      const auto same = std::ranges::find(now, child.pid, &RunningProcess::pid);
+      if (same != now.end() && same->start == child.start) m.platform.processes.kill(child.pid);
+    });
+  }
   mProcessTask->stopProcess();
   executionDidEnd();
 }
@@ -267,7 +281,7 @@ void ExecuteSupervisor::killExecute() {
 
 void ExecuteSupervisor::doSurvey5Seconds() {
   const bool running = m.siblingWatch.isExecuteAppLaunched();
-  if (!running) call(onNoReplyExpected);
+  if (!running) showExecuteReply({});
   if (onSurveyLine) {
     const std::string& state = m.texts.text(!running       ? "SurveyExecuteNoExecuteProcess"
                                             : mProcessTask ? "SurveyExecuteExecuteProcessLaunched"
@@ -275,6 +289,14 @@ void ExecuteSupervisor::doSurvey5Seconds() {
     onSurveyLine(m.strings.getShortTimeWithSeconds(m.platform.clock.now()) + " " + state);
   }
   if (running) m.siblings.postToExecute("AskExecuteReply");
+}
+
+void ExecuteSupervisor::showExecuteReply(std::string reply) {
+  constexpr std::size_t kLongest = 10'000;
+  if (reply.size() > kLongest) reply = ZAN_StringUtils::format("%@…", {reply.substr(0, kLongest)});
+  if (reply == mExecuteReply) return;
+  mExecuteReply = std::move(reply);
+  call(onExecuteReply);
 }
 
 void ExecuteSupervisor::trimExecuteCurrentPaths() {

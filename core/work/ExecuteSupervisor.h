@@ -45,8 +45,9 @@ class ExecuteSupervisor : private TaskController {
   std::function<void(const std::string&)> onCurrentActionText;
   /// The line of the execution survey.
   std::function<void(const std::string&)> onSurveyLine;
-  /// No execute application runs: its last reply is out of date.
-  std::function<void()> onNoReplyExpected;
+  /// What the execute application said of its state, or its last reply is out of date: see
+  /// `executeReply`.
+  std::function<void()> onExecuteReply;
 
   /// Launches the head of the queue. When the program is missing or does not start this is said
   /// once, with its cause, and the next step is held back for 60 s.
@@ -60,7 +61,8 @@ class ExecuteSupervisor : private TaskController {
   void executionDidEnd();
   /// Ends the bookkeeping of an execution whose child no longer runs.
   void clearFinishedProcess();
-  /// Stops the child of a held execution and ends its bookkeeping.
+  /// Stops the child of a held execution and ends its bookkeeping. A child that still runs 2 s later
+  /// is killed.
   void stopAndClearProcess();
   /// The user's stop: asks the execute application to end; its end is then seen by `supervise`. An
   /// execution whose child has already gone is cleared at once.
@@ -69,6 +71,10 @@ class ExecuteSupervisor : private TaskController {
   void killExecute();
   /// Refreshes the execution survey and asks the execute application for its state.
   void doSurvey5Seconds();
+  /// The answer, for the execution survey.
+  void showExecuteReply(std::string reply);
+  /// The last answer; empty when no execute application runs.
+  const std::string& executeReply() const { return mExecuteReply; }
 
   /// Whether an execution is held, its child running or not yet cleared.
   bool isExecuting() const { return mProcessTask != nullptr; }
@@ -130,6 +136,7 @@ class ExecuteSupervisor : private TaskController {
   std::optional<ZAN_FileIdentity> mCrashPathBefore;
   ChildOutput mOutput;
   std::string mUnloggedOutput;
+  std::string mExecuteReply;
   bool mSaidProgramMissing = false;
 };
 

@@ -60,6 +60,8 @@ void ZAN_TaskWrapper::drainInto(TaskController& controller) {
   }
 }
 
+std::int64_t ZAN_TaskWrapper::pid() const { return mTask ? mTask->pid() : 0; }
+
 bool ZAN_TaskWrapper::isRunning() const { return mTask && mTask->isRunning(); }
 
 int ZAN_TaskWrapper::terminationStatus() const { return mTask ? mTask->terminationStatus() : 0; }

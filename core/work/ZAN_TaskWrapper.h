@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -41,6 +42,7 @@ class ZAN_TaskWrapper {
   void stopProcess();
   /// Hands what the child has written so far and was not yet handed to the controller.
   void takeRemainingOutput();
+  std::int64_t pid() const;  ///< 0 without a child
   bool isRunning() const;
   /// The exit code, or the number of the signal that ended the child; 0 without a child.
   int terminationStatus() const;

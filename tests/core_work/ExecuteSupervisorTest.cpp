@@ -258,6 +258,13 @@ TEST_F(ExecuteSupervisorTest, StopWaitsForTheChildUnlessItHasGone) {
   supervisor.stopAndClearProcess();
   EXPECT_TRUE(machine.processes.starts.back()->terminated);
   EXPECT_TRUE(queue.empty());
+
+  enqueue({7});
+  machine.processes.next({.seconds = ChildScript::kUntilStopped, .ignoresTerminate = true});
+  supervisor.launchNextAction();
+  supervisor.stopAndClearProcess();
+  advance(3);
+  EXPECT_THAT(machine.processes.kills, ElementsAre(machine.processes.starts.back()->pid));
 }
 
 TEST(ChildOutputTest, LinesComeWholeAndAnEndlessOneIsBroken) {

@@ -128,7 +128,8 @@ void Scenario::runUntil(std::string_view civil) {
 
 void Scenario::runFor(double seconds) {
   const double end = machine.clock.monotonic() + seconds;
-  while (machine.clock.monotonic() < end) {
+  // Time has whole nanoseconds, which a sum of seconds may miss.
+  while (machine.clock.monotonic() < end - 1e-6) {
     machine.runLoop.runFor(end - machine.clock.monotonic());
     continueAfterRelaunch();
   }

@@ -107,7 +107,10 @@ TEST(Trouble, ASecondInstanceAsksTheFirstToShowItselfAndSavesNothing) {
   day.writeTree();
   const std::string settings =
       day.store().folder().dataFolderPathWithFileName("Corvana 9 Scheduler Settings.cva9data");
+  const ReferenceTime now = day.machine.clock.now();
+  day.machine.clock.setNow(now - 60);
   day.machine.processes.startApplication(day.machine.machine.bundle);
+  day.machine.clock.setNow(now);
   const double before = day.machine.clock.monotonic();
   day.start();
   day.machine.runLoop.run();
@@ -119,6 +122,16 @@ TEST(Trouble, ASecondInstanceAsksTheFirstToShowItselfAndSavesNothing) {
   ASSERT_EQ(day.machine.notifications.posts.size(), 1U);
   EXPECT_EQ(day.machine.notifications.posts[0].object, "ShowAllVisibleWindowsActions");
   EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{13}));
+}
+
+TEST(Trouble, OfTwoInstancesStartedAtOnceTheFirstOneStays) {
+  Scenario day;
+  day.action("Mail", hourly(day.machine.clock.now()));
+  day.writeTree();
+  day.machine.processes.startApplication(day.machine.machine.bundle);
+  day.start();
+  day.runUntil("2024-01-02 13:05:00");
+  EXPECT_EQ(day.executionsOf("Mail"), 1U);
 }
 
 TEST(Trouble, DisabledSchedulingLaunchesOnlyWhatIsAskedFor) {
