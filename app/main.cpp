@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "actions/ActionStore.h"
+#include "app/DesktopModule.h"
 #include "app/Options.h"
 #include "app/StandardStreams.h"
 #include "app/TerminationSignals.h"
@@ -43,14 +44,22 @@ std::unique_ptr<SystemLog> systemLog(const Options& options) {
   return std::make_unique<Syslog>();
 }
 
-std::unique_ptr<QCoreApplication> application(int& count, char** arguments) {
+/// The application object that Qt wants around its loop: the desktop's, or a bare one.
+struct Application {
+  std::unique_ptr<Desktop> desktop;
+  std::unique_ptr<QCoreApplication> bare;
+};
+
+Application application(const Options& options, SystemLog& log, int& count, char** arguments) {
   // A quarter of the wake-ups' cost is the other dispatcher; children are to have it nevertheless.
   const bool hadNoGlib = qEnvironmentVariableIsSet("QT_NO_GLIB");
   qputenv("QT_NO_GLIB", "1");
   // It complains aloud where the locale is the plain one, and goes on.
   const QtMessageHandler handler =
       qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-  auto made = std::make_unique<QCoreApplication>(count, arguments);
+  Application made;
+  if (!options.headless) made.desktop = openDesktop(count, arguments, log);
+  if (made.desktop == nullptr) made.bare = std::make_unique<QCoreApplication>(count, arguments);
   qInstallMessageHandler(handler);
   if (!hadNoGlib) qunsetenv("QT_NO_GLIB");
   // It has taken over the user's decimal sign; numbers in files and on the wire have a point.
@@ -66,16 +75,19 @@ WakeAlarm wakeAlarm(const Machine& machine) {
 int run(const Options& options, ReferenceTime start, int count, char** arguments) {
   TerminationSignals terminations;
   const std::vector<std::string> words(arguments, arguments + count);
-  const auto qt = application(count, arguments);
   const std::unique_ptr<SystemLog> log = systemLog(options);
+  const Application qt = application(options, *log, count, arguments);
   QtRunLoop loop;
   SystemClock clock;
   LinuxMachine machine;
   LinuxProcesses processes(loop, {words, start, machine.homeFolder()});
   Logind logind(loop, *log);
   LogindPower power(logind, wakeAlarm(machine));
-  NoInput input;
-  HeadlessUserInterface userInterface(loop, [&log](const std::string& line) { log->write(line); });
+  NoInput noInput;
+  HeadlessUserInterface headless(loop, [&log](const std::string& line) { log->write(line); });
+  if (qt.desktop != nullptr) qt.desktop->begin({loop, clock, machine, *log});
+  Input& input = qt.desktop != nullptr ? qt.desktop->input() : noInput;
+  UserInterface& userInterface = qt.desktop != nullptr ? qt.desktop->userInterface() : headless;
   BusConnection bus(loop, *log);
   BusNotifications notifications(bus, loop, *log);
   BusAgentObject agentObject(bus, loop);
@@ -86,12 +98,14 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   scheduler.emplace(Platform{clock, loop, machine, power, processes, input, userInterface,
                              notifications, *log, network, services, serverSockets, &agentObject});
   scheduler->store().saveInBackground(loop);
+  if (qt.desktop != nullptr) qt.desktop->attach(scheduler->userInterfaceSources());
   terminations.watch(loop, [&](int number) {
     log->write(std::string("Ended by ") + strsignal(number));
     scheduler->terminateBySelf();
   });
   loop.performOnMain([&] { scheduler->applicationDidFinishLaunching(); });
   const int code = loop.run();
+  if (qt.desktop != nullptr) qt.desktop->end();
   if (!loop.joinThreads(kLastWait)) {
     // What they wait for may never come, and everything is saved.
     log->write("Something in the background does not end; it is left behind");

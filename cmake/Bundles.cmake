@@ -15,6 +15,14 @@ function(corvana_bundle target name)
   set_property(GLOBAL APPEND PROPERTY CORVANA_BUNDLED ${target})
 endfunction()
 
+# corvana_plugin(target "Corvana 9 Scheduler" name): a module that the program of that bundle opens when it needs it.
+function(corvana_plugin target name plugin)
+  set(bundle "${CORVANA_APP_RESOURCES}/${name}.app/Contents")
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME "${plugin}" PREFIX ""
+                        LIBRARY_OUTPUT_DIRECTORY "${bundle}/PlugIns")
+  set_property(GLOBAL APPEND PROPERTY CORVANA_BUNDLED ${target})
+endfunction()
+
 # corvana_tool(target name): the program becomes a system tool that the agent runs by that name.
 function(corvana_tool target name)
   set_target_properties(${target} PROPERTIES OUTPUT_NAME "${name}" RUNTIME_OUTPUT_DIRECTORY "${CORVANA_TOOLS}")

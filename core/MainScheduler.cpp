@@ -106,6 +106,12 @@ WorkSurroundings MainScheduler::workSurroundings() {
           mChannel,  mSiblingWatch, mVolumeIdentity, mTexts,    mStrings};
 }
 
+UserInterfaceSources MainScheduler::userInterfaceSources() {
+  return {mPlatform,   mControls, mState,  mPreferences, mStore,      mTree,   mHistory,
+          mLog,        mMessages, mQueue,  mEvaluation,  mSupervisor, mSurvey, mVolumeIdentity,
+          mStatusItem, mTexts,    mStrings};
+}
+
 void MainScheduler::wire() {
   mLog.showStandardMessage = [this](const std::string& text, int code) {
     mMessages.displayStandardMessage(text, code);

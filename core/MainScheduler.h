@@ -39,6 +39,7 @@
 #include "ui/Announce.h"
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
+#include "ui/UserInterfaceSources.h"
 #include "volumes/VolumeIdentity.h"
 #include "volumes/VolumeWatch.h"
 
@@ -66,6 +67,8 @@ class MainScheduler {
   void machineWillSleep() { mTick.machineWillSleep(); }
 
   SchedulerCommands& commands() { return mControls; }
+  /// What menus and windows are made from; of use while the agent lives.
+  UserInterfaceSources userInterfaceSources();
 
   /// For a simulated timer: how many coming calls of it would change nothing if nothing else
   /// happens, and the leaving out of that many, the clock standing at the last of them.

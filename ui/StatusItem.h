@@ -50,6 +50,8 @@ class StatusItem {
   /// goes first.
   void setStatusTitle(std::optional<std::string> text);
   const std::string& statusTitle() const { return mStatusTitle; }
+  /// What stands there now.
+  const std::string& shownTitle() const { return mShownTitle; }
 
  private:
   void setMenuBarIcon(StatusIcon icon);

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QString>
+#include <QWidget>
+#include <string_view>
+
+#include "platform/UserInterface.h"
+#include "ui/UserInterfaceSources.h"
+
+class QCloseEvent;
+class QKeyEvent;
+
+namespace corvana {
+
+/// A window of the agent: drawn from the sources, acting through their commands. It is made when it
+/// is shown and goes when it is closed, so that it costs nothing while nobody looks. Thread: main.
+class AgentWindow : public QWidget {
+ public:
+  AgentWindow(Window which, const UserInterfaceSources& sources);
+
+  Window which() const { return mWhich; }
+  /// What it shows may have changed: lists, menus, states. Called while it is visible, at most once
+  /// a turn of the loop, and once before it is shown.
+  virtual void refresh() {}
+  /// The widget that has the keyboard when the window comes up; null: Qt's choice.
+  virtual QWidget* firstFocus() { return nullptr; }
+
+ protected:
+  const UserInterfaceSources& sources() const { return mSources; }
+  /// A text of the program's language.
+  QString text(std::string_view key) const;
+
+  /// Closing asks for nothing and hides the window by the command for it.
+  void closeEvent(QCloseEvent* event) override;
+  /// Escape and the desktop's closing shortcut close it.
+  void keyPressEvent(QKeyEvent* event) override;
+
+ private:
+  Window mWhich;
+  const UserInterfaceSources& mSources;
+};
+
+}  // namespace corvana

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QApplication>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "desktop/QtUserInterface.h"
+#include "platform/Input.h"
+#include "ui/Desktop.h"
+
+namespace corvana {
+
+/// The desktop in Qt widgets: X11, or whatever platform of Qt the environment asks for. Thread:
+/// main.
+class QtDesktop final : public Desktop {
+ public:
+  /// Null without a display that answers, and then why in `reason`.
+  static std::unique_ptr<QtDesktop> open(int& count, char** arguments, std::string& reason);
+
+  QtDesktop(int& count, char** arguments);
+  ~QtDesktop() override;
+
+  void begin(const Services& services) override;
+  UserInterface& userInterface() override { return *mUserInterface; }
+  Input& input() override { return *mInput; }
+  void attach(const UserInterfaceSources& sources) override;
+  void end() override;
+
+ private:
+  QApplication mApplication;
+  std::unique_ptr<Input> mInput;
+  std::unique_ptr<QtUserInterface> mUserInterface;
+};
+
+}  // namespace corvana

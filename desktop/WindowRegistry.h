@@ -1,0 +1,39 @@
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "platform/UserInterface.h"
+
+namespace corvana {
+
+class AgentWindow;
+class RunLoop;
+struct UserInterfaceSources;
+
+/// The windows that are up. Thread: main.
+class WindowRegistry {
+ public:
+  explicit WindowRegistry(RunLoop& runLoop);
+  ~WindowRegistry();
+
+  /// Nothing can be shown before there are sources, nor after they are taken away (null).
+  void setSources(const UserInterfaceSources* sources);
+
+  /// Makes the window or brings it to the front.
+  void show(Window which);
+  void hide(Window which);
+  bool isVisible(Window which) const;
+  bool anyVisible() const;
+  void bringToFront();
+  /// Every visible window is drawn anew, once, after what is being done now.
+  void refresh();
+
+ private:
+  RunLoop& mRunLoop;
+  const UserInterfaceSources* mSources = nullptr;
+  std::map<Window, std::unique_ptr<AgentWindow>> mWindows;
+  bool mWillRefresh = false;
+};
+
+}  // namespace corvana

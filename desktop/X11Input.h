@@ -1,0 +1,40 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include "desktop/ScreenInput.h"
+
+namespace corvana {
+
+/// Keyboard and pointer as the X server sees them, over a connection of its own. While the user
+/// does nothing, looking costs one question to the server. Thread: main.
+class X11Input final : public ScreenInput {
+ public:
+  /// Whether the X server that the environment names can be reached.
+  static bool displayAnswers();
+  /// Null where the desktop is not the X server's own: another platform of Qt, or an X server that
+  /// only serves the windows of a Wayland desktop and sees no keys of others.
+  static std::unique_ptr<Input> make();
+
+  ~X11Input() override;
+
+  KeyMap keyMap() override;
+  bool optionKeyDown() override;
+  bool mouseButtonDown() override;
+  std::optional<Point> pointer() override;
+  std::optional<double> idleSeconds() override;
+
+ private:
+  class Connection;
+  explicit X11Input(std::unique_ptr<Connection> connection);
+  void look();
+
+  std::unique_ptr<Connection> mConnection;
+  std::chrono::steady_clock::time_point mLooked{};
+  KeyMap mKeys{};
+  unsigned mMask = 0;  ///< buttons and modifiers
+  std::optional<double> mIdle;
+};
+
+}  // namespace corvana
