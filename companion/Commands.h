@@ -115,8 +115,8 @@ inline constexpr std::array kCommands{
     Command{"skip", "[--json]", "leave out the item that is being copied", "", skipCommand},
     Command{
         "post", "NAME OBJECT [JSON]", "send a message to the programs of Corvana 9",
-        "NAME is the name that a program listens to; agent, execute and main stand for the\n"
-        "three of Corvana 9. JSON is an object with the details, as dump writes it; \"-\" reads\n"
+        "NAME is the name that a program listens to; agent, execute, main and shutdown stand\n"
+        "for those of Corvana 9. JSON is an object with the details, as dump writes it; \"-\" reads\n"
         "it from the standard input. Nobody answers a message.\n",
         postCommand},
     Command{"watch", "[--json]", "print messages and changes as they come, until interrupted",

@@ -193,6 +193,7 @@ int postCommand(Arguments& arguments, const Console& console) {
   std::string name = (*words)[0];
   if (name == "agent") name = kAgentName;
   if (name == "execute") name = kExecuteName;
+  if (name == "shutdown") name = kShutDownName;
   if (name == "main") name = kMainApplicationName;
   ZAN_Value details;
   if (words->size() == 3) {

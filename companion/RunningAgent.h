@@ -45,6 +45,7 @@ class RunningAgent {
 inline constexpr const char* kAgentName = "CVA9_SchedulerNotification";
 inline constexpr const char* kExecuteName = "CVA9_ExecuteNotification";
 inline constexpr const char* kMainApplicationName = "CVA9_MainAppliNotification";
+inline constexpr const char* kShutDownName = "CVA9_ShutDownNotification";
 
 /// A value as JSON for programs, dates as seconds since 2001-01-01 00:00:00 UTC.
 std::string jsonText(const ZAN_Value& value, bool compact = false);
