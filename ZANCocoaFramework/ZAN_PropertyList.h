@@ -27,6 +27,10 @@ class ZAN_PropertyList {
   /// gives an empty dictionary. What the value shares is written out each time, so not for bytes
   /// from outside.
   static std::string xmlPropertyList(const ZAN_Value& root);
+
+  /// The value as people read it: a text as it is, containers in braces and parentheses, one
+  /// element a line, keys in order.
+  static std::string description(const ZAN_Value& value);
 };
 
 }  // namespace corvana

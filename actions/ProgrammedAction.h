@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -140,6 +141,12 @@ class ProgrammedAction {
   /// Actions that start by themselves and have a shut-down occasion in their schedule list; with
   /// `today`, one that chooses its day.
   void getListOfShutDownActions(Nodes& list, const ActionsTools* today = nullptr);
+  /// The actions with a source or a destination on the start-up disk that carries another size or
+  /// creation date than `folder`, the description of "/"; what is not known is no difference. Without
+  /// `liesOnStartupDisk` every path counts as lying there.
+  Nodes actionsNeedingUpdateForStartupDisk(
+      const ZAN_Value& folder, const ActionSort& sort,
+      const std::function<bool(const std::string& path)>& liesOnStartupDisk = {});
   /// The children in storage form: an array of records, a group's with its own under "List".
   ZAN_Value getListOfActionsSettings() const;
   /// Appends one line per node below the receiver, "[ID:%d] %@ [%@]\n" (reference, title, type),

@@ -177,6 +177,33 @@ void ProgrammedAction::getListOfShutDownActions(Nodes& list, const ActionsTools*
   });
 }
 
+ProgrammedAction::Nodes ProgrammedAction::actionsNeedingUpdateForStartupDisk(
+    const ZAN_Value& folder, const ActionSort& sort,
+    const std::function<bool(const std::string& path)>& liesOnStartupDisk) {
+  const auto differs = [&](const ZAN_Value& item, const char* key) {
+    const std::uint64_t carried = item[key].unsignedValue();
+    const std::uint64_t present = folder[key].unsignedValue();
+    return carried != 0 && present != 0 && carried != present;
+  };
+  const auto needsUpdate = [&](const ZAN_Value& item) {
+    const std::string path = item.string("VolumeFolderPath");
+    return !path.empty() &&
+           (differs(item, "VolumeFolderVolumeSize") || differs(item, "VolumeFolderVolumeDate")) &&
+           (!liesOnStartupDisk || liesOnStartupDisk(path));
+  };
+  Nodes list;
+  forEachAction([&](ProgrammedAction& action) {
+    const auto sources = ActionsTools::getSourcesForAction(action.mSettings);
+    if (std::any_of(sources.begin(), sources.end(), needsUpdate) ||
+        needsUpdate(ActionsTools::getDestinationForAction(action.mSettings)))
+      list.push_back(&action);
+  });
+  std::stable_sort(list.begin(), list.end(), [&](const auto* a, const auto* b) {
+    return existingActionsSort(*a, *b, sort) < 0;
+  });
+  return list;
+}
+
 void ProgrammedAction::getProgrammedActionsStructureIn(std::string& text, int level) const {
   for (const auto& child : getChildrenList()) {
     text.append(static_cast<std::size_t>(std::max(level, 0)), '\t');

@@ -27,7 +27,6 @@
 #include "platform/qt/BusAgentObject.h"
 #include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
-
 #include "platform/qt/Logind.h"
 #include "platform/qt/LogindPower.h"
 #include "platform/qt/QtNetwork.h"

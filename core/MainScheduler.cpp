@@ -25,6 +25,9 @@ constexpr double kHoldAfterRelaunch = 2.0;
 constexpr double kRelaunchWindow = 10.0;
 constexpr double kOtherInstanceMessageSeconds = 10.0;
 constexpr double kOtherInstanceBlockSeconds = 15.0;
+constexpr double kStartupDiskCheckDelay = 300.0;
+constexpr double kStartupDiskQuestionDelay = 2.0;
+constexpr double kLoginItemsDelay = 25.0;
 constexpr std::int64_t kActivityQuits = 1;
 constexpr std::int64_t kActivityStarted = 2;
 constexpr std::string_view kRequestFile = "Corvana 9 Execute Actions.cva9data";
@@ -60,6 +63,10 @@ MainScheduler::MainScheduler(Platform platform)
                 mState.deadlines, mPreferences, mLog, mStore.texts(), mStrings),
       mTree(mStore.tree(), platform.clock, platform.systemLog, mTexts),
       mVolumeWatch(platform.clock, mState.deadlines),
+      mStartupDisk({mPlatform, mState, mPreferences, mTree, mLog, mMessages, mChannel,
+                    mSiblingWatch, mTexts, mStrings,
+                    mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle)}),
+      mSystemInformation(mPlatform, mStore, mStrings),
       mMail(mPlatform),
       mQueue(workSurroundings()),
       mEvaluation(workSurroundings(), mQueue, mMail),
@@ -67,6 +74,7 @@ MainScheduler::MainScheduler(Platform platform)
       mContexts(workSurroundings(), mQueue),
       mSettingsBackup(workSurroundings()),
       mLongDisabledWarning(workSurroundings(), mHistory, mEvaluation),
+      mWakeUp(workSurroundings(), mEvaluation, mSupervisor),
       mStatusItem(platform.clock, platform.userInterface, mState, mPreferences, mTexts),
       mFloatingIcon(platform.clock, platform.userInterface, mState, mPreferences, mStatusItem),
       mAnnounce(platform.userInterface, mTree, mQueue, mStrings, mTexts),
@@ -81,7 +89,7 @@ MainScheduler::MainScheduler(Platform platform)
                  mStore.installPaths().installPathForCode(InstallPaths::executeBundle)}),
       mTick({mPlatform, mState, mStore, mDebugLog, mMessages, mSiblingWatch, mQueue, mEvaluation,
              mSupervisor, mVolumeWatch, mStatusItem, mFloatingIcon, mLaunchStep, mSiblingStatus,
-             mSettingsBackup}),
+             mSettingsBackup, mStartupDisk, mWakeUp}),
       mTimer(mRunLoop, platform.clock, platform.input, mSurvey,
              {[this](std::int64_t n) { mTick.schedulerTick(n); },
               [this] { mState.userWasActive(mPlatform.clock.now()); },
@@ -98,6 +106,7 @@ MainScheduler::MainScheduler(Platform platform)
 
 MainScheduler::~MainScheduler() {
   if (mPlatform.agentObject != nullptr) mPlatform.agentObject->disappear();
+  mPlatform.power.observe({});
 }
 
 WorkSurroundings MainScheduler::workSurroundings() {
@@ -124,6 +133,7 @@ void MainScheduler::wire() {
   mMessages.onNotificationsChanged = [this] { mPlatform.userInterface.menusChanged(); };
   wireWork();
   wireDrive();
+  wireMachine();
 }
 
 void MainScheduler::wireWork() {
@@ -182,9 +192,9 @@ void MainScheduler::wireDrive() {
   mTick.isBusyElsewhere = [this] { return mMail.isSending(); };
   mTick.mustTerminateWhenAllDone = [this] { return mMustTerminateWhenAllDone; };
   mTick.onAllDone = [this] {
+    if (std::exchange(mShutsDown, true)) return;
     mQueue.saveActionsQueue();
-    terminateBySelf();
-    askForShutDown();
+    mPlatform.runLoop.performAfter(0.05, [this] { shutDownMachine(); });
   };
   mTick.queueWindowOpenedByUser = [this] { return mControls.queueWindowOpenedByUser(); };
   mDispatch.onActionListChanged = [this] {
@@ -197,6 +207,21 @@ void MainScheduler::wireDrive() {
     mHistory.reloadProgrammedHistoryList();
   };
   mDispatch.onTerminateWhenAllDone = [this] { mMustTerminateWhenAllDone = true; };
+}
+
+void MainScheduler::wireMachine() {
+  mPlatform.power.observe({[this] { machineWillSleep(); }, [this] { machineWillSleep(); },
+                           // Others go on working on this machine, so does the agent.
+                           [this] { mMustTerminateWhenAllDone = false; }});
+  mLaunchStep.onStartupDiskQuestion = [this] {
+    mPlatform.runLoop.performAfter(kStartupDiskQuestionDelay,
+                                   [this] { mStartupDisk.askAboutStartupDiskChange(); });
+  };
+  mStartupDisk.onChanged = [this] { mControls.updateExecutionStatusMenus(); };
+  mControls.onAskAboutStartupDiskChange = [this] { mStartupDisk.askAboutStartupDiskChange(); };
+  mControls.onConfirmStartupDisk = [this] { mStartupDisk.confirmStartupDisk(); };
+  mControls.onSaveListProcess = [this] { mSystemInformation.saveListProcess(); };
+  mControls.onShowAllDisksInformation = [this] { mSystemInformation.showAllDisksInformation(); };
 }
 
 void MainScheduler::setUp() {
@@ -216,7 +241,9 @@ void MainScheduler::setUp() {
   readShortcut();
   mTree.rootItem();
   mTree.repairReferencesIfDuplicates();
+  mStartupDisk.checkStartupDisk();
   mQueue.restoreActionsQueue();
+  mWakeUp.restoreWakeup();
 }
 
 void MainScheduler::readShortcut() {
@@ -273,6 +300,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   loop.performAfter(5.0, [this] { mFloatingIcon.applyMode(); });
   mVolumeWatch.saveVolumesInfosAt(clock.now() + 30.0);
   mTimer.start();
+  loop.performAfter(kStartupDiskCheckDelay, [this] { checkStartupDiskAgain(); });
   mLog.addSchedulerLog(LogCode::agentStarted);
   mEvaluation.rebuildActionsList();
   updateShutdownHelper();
@@ -283,6 +311,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   recordActivity(kActivityStarted);
   executeRequestedActions();
   mDebugLog.logMessage("Scheduler did finish launching", true);
+  loop.performAfter(kLoginItemsDelay, [this] { mSystemInformation.saveListLoginItems(); });
   if (const Outcome counted =
           mStore.settings().incrementCounterInInMainPrefsForKey("SchedulerCounter");
       !counted) {
@@ -367,10 +396,26 @@ void MainScheduler::killProcessWithBundlePath(const std::string& path) {
   if (found != running.end()) mPlatform.processes.kill(found->pid);
 }
 
+/// The helper that waits for a shut-down is not to hold this one up.
+void MainScheduler::shutDownMachine() {
+  killProcessWithBundlePath(mStore.installPaths().installPathForCode(InstallPaths::shutDownBundle));
+  mPlatform.clock.sleep(1.0);
+  mPlatform.runLoop.performAfter(0.001, [this] { terminateBySelf(); });
+  askForShutDown();
+}
+
 void MainScheduler::askForShutDown() {
-  if (const Outcome outcome = mPlatform.power.shutDown(); !outcome) {
-    mPlatform.systemLog.write(outcome.error().text);
-  }
+  const Outcome outcome = mPlatform.power.shutDown();
+  if (outcome) return;
+  mPlatform.systemLog.write(outcome.error().text);
+  mStore.texts().addToReportFile(mTexts.text("ShutDownRefused", {outcome.error().text}));
+}
+
+/// Whoever has not been asked yet is asked now.
+void MainScheduler::checkStartupDiskAgain() {
+  const bool wasOpen = mState.mStartedFromNewMachine;
+  mStartupDisk.checkStartupDisk();
+  if (!wasOpen) mStartupDisk.askAboutStartupDiskChange();
 }
 
 void MainScheduler::showShortcutTargets(int operation) {
@@ -443,6 +488,7 @@ void MainScheduler::applicationWillTerminate() {
   static_cast<void>(mPreferences.savePrefs());
   mPlatform.notifications.stopObserving(std::string(kSchedulerNotification));
   mLog.addSchedulerLog(LogCode::agentTerminates);
+  mStartupDisk.logStartupDiskInformation(true);
 }
 
 }  // namespace corvana

@@ -33,6 +33,7 @@
 #include "core/work/LongDisabledWarning.h"
 #include "core/work/SettingsBackup.h"
 #include "core/work/TriggerEvaluation.h"
+#include "core/work/WakeUp.h"
 #include "core/work/WorkSurroundings.h"
 #include "mail/smtp/MailSender.h"
 #include "platform/Platform.h"
@@ -40,6 +41,8 @@
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
 #include "ui/UserInterfaceSources.h"
+#include "volumes/StartupDisk.h"
+#include "volumes/SystemInformation.h"
 #include "volumes/VolumeIdentity.h"
 #include "volumes/VolumeWatch.h"
 
@@ -63,7 +66,7 @@ class MainScheduler {
   void terminateBySelf();
   /// The same, and the process goes on as a fresh run of the agent.
   void relaunchScheduler();
-  /// The system is about to sleep.
+  /// The system is about to sleep, or has just woken.
   void machineWillSleep() { mTick.machineWillSleep(); }
 
   SchedulerCommands& commands() { return mControls; }
@@ -99,7 +102,10 @@ class MainScheduler {
   void tellThatAnswersChanged();
   void updateShutdownHelper();
   void killProcessWithBundlePath(const std::string& path);
+  void wireMachine();
+  void shutDownMachine();
   void askForShutDown();
+  void checkStartupDiskAgain();
   void showShortcutTargets(int operation);
   void refreshToolTip(const std::string& text);
   void applicationShouldTerminate();
@@ -128,6 +134,8 @@ class MainScheduler {
   ActionTree mTree;
   VolumeIdentity mVolumeIdentity;
   VolumeWatch mVolumeWatch;
+  StartupDisk mStartupDisk;
+  SystemInformation mSystemInformation;
   MailSender mMail;
   ActionQueue mQueue;
   TriggerEvaluation mEvaluation;
@@ -135,6 +143,7 @@ class MainScheduler {
   Contexts mContexts;
   SettingsBackup mSettingsBackup;
   LongDisabledWarning mLongDisabledWarning;
+  WakeUp mWakeUp;
   StatusItem mStatusItem;
   FloatingIcon mFloatingIcon;
   Announce mAnnounce;
@@ -148,6 +157,7 @@ class MainScheduler {
 
   bool mMustTerminateWhenAllDone = false;
   bool mTerminateBySelf = false;
+  bool mShutsDown = false;
   bool mSelfRelaunch = false;
 };
 

@@ -60,6 +60,9 @@ class UserInterface {
   virtual void showWindow(Window window) = 0;
   virtual void hideWindow(Window window) = 0;
   virtual bool isWindowVisible(Window window) const = 0;
+  /// The text that a window of text shows, such as the one of all disks; dropped where
+  /// there is none.
+  virtual void setWindowText(Window /*window*/, const std::string& /*text*/) {}
   virtual void bringWindowsToFront() = 0;
   /// The tables of the queue and of the next actions have changed.
   virtual void listsChanged() = 0;

@@ -60,6 +60,12 @@ class Controls : public SchedulerCommands {
   /// Preferences were read again.
   std::function<void()> onPreferencesChanged;
 
+  /// What concerns the machine is done elsewhere; each is the command of its name.
+  std::function<void()> onAskAboutStartupDiskChange;
+  std::function<void()> onConfirmStartupDisk;
+  std::function<void()> onSaveListProcess;
+  std::function<void()> onShowAllDisksInformation;
+
   /// Enables automatic execution without a word, as at the end of the start-up.
   void enableAfterStartup();
   /// The menus, the menu's title and the main application follow a change of the execution's state.
@@ -98,6 +104,10 @@ class Controls : public SchedulerCommands {
   void showSurveyFolderResults() override;
   void showLatestActions() override;
   void openMainApp() override;
+  void askAboutStartupDiskChange() override { onAskAboutStartupDiskChange(); }
+  void confirmStartupDisk() override { onConfirmStartupDisk(); }
+  void saveListProcess() override { onSaveListProcess(); }
+  void showAllDisksInformation() override { onShowAllDisksInformation(); }
   void preferencesDidChange() override;
   void quitScheduler() override;
   void terminateBySelf() override;

@@ -60,6 +60,7 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
       {"LaunchShutDownActions", &NotificationDispatch::launchShutDownActions},
       {"ShutDownMac", &NotificationDispatch::shutDownMac},
       {"SurveyReplyNotification", &NotificationDispatch::surveyReply},
+      {"ConfirmStartupDisk", &NotificationDispatch::confirmStartupDisk},
   };
   return kRows;
 }
@@ -192,6 +193,8 @@ void NotificationDispatch::launchShutDownActions(const ZAN_Value&) {
     m.queue.addActionToQueue(ref, m.platform.clock.now(), -1);
   onTerminateWhenAllDone();
 }
+
+void NotificationDispatch::confirmStartupDisk(const ZAN_Value&) { m.controls.confirmStartupDisk(); }
 
 void NotificationDispatch::shutDownMac(const ZAN_Value&) {
   m.launchStep.shutDownAfterCurrentAction();

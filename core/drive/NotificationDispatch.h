@@ -97,6 +97,7 @@ class NotificationDispatch {
   void launchShutDownActions(const ZAN_Value&);
   void shutDownMac(const ZAN_Value&);
   void surveyReply(const ZAN_Value& userInfo);
+  void confirmStartupDisk(const ZAN_Value&);
 
   Surroundings m;
   bool mMainAppReceiveNotifications = false;

@@ -18,6 +18,7 @@
 #include "core/work/ExecuteSupervisor.h"
 #include "core/work/SettingsBackup.h"
 #include "core/work/TriggerEvaluation.h"
+#include "core/work/WakeUp.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
 #include "platform/Platform.h"
@@ -25,6 +26,7 @@
 #include "platform/UserInterface.h"
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
+#include "volumes/StartupDisk.h"
 #include "volumes/VolumeWatch.h"
 
 namespace corvana {
@@ -56,6 +58,8 @@ const SchedulerTick::Row SchedulerTick::kRows[] = {
     {1, &SchedulerTick::checkIsDue, &SchedulerTick::checkTriggers},
     {1, &SchedulerTick::noticeWaits, &SchedulerTick::postNotice},
     {1, &SchedulerTick::savingIsDue, &SchedulerTick::saveVolumes},
+    {20, &SchedulerTick::startupDiskIsLogged, &SchedulerTick::logStartupDisk},
+    {20, &SchedulerTick::wakeUpIsOn, &SchedulerTick::setWakeup},
     {20, &SchedulerTick::surveyIsVisible, &SchedulerTick::refreshSurvey},
     {kSettingsTicks, &SchedulerTick::settingsMayBeCopied, &SchedulerTick::copySettings},
     {10, nullptr, &SchedulerTick::watchMainApp},
@@ -116,6 +120,8 @@ bool SchedulerTick::messageIsOver() const { return m.messages.isOver(mNow); }
 bool SchedulerTick::checkIsDue() const { return m.state.mNextCheck.isReached(mNow); }
 bool SchedulerTick::noticeWaits() const { return m.evaluation.hasNotExecutedNotices(); }
 bool SchedulerTick::savingIsDue() const { return m.volumes.isSavingDue(mNow); }
+bool SchedulerTick::startupDiskIsLogged() const { return m.startupDisk.logs(); }
+bool SchedulerTick::wakeUpIsOn() const { return m.wakeUp.isOn(); }
 bool SchedulerTick::surveyIsVisible() const {
   return m.platform.userInterface.isWindowVisible(Window::executionSurvey);
 }
@@ -168,6 +174,10 @@ void SchedulerTick::postNotice(std::int64_t) { m.evaluation.postNextNotExecutedN
 void SchedulerTick::saveVolumes(std::int64_t) {
   m.volumes.saveVolumesInfos(m.supervisor.isExecuting());
 }
+
+void SchedulerTick::logStartupDisk(std::int64_t) { m.startupDisk.logStartupDiskInformation(false); }
+
+void SchedulerTick::setWakeup(std::int64_t) { m.wakeUp.doSetWakeup(); }
 
 void SchedulerTick::refreshSurvey(std::int64_t) { m.supervisor.doSurvey5Seconds(); }
 
@@ -257,7 +267,7 @@ int SchedulerTick::emptyTicks() const {
   if (mWakeAfterSleepCounter > 0 || m.state.mMenuMustBeUpdatedTicks != 0 ||
       !m.launchStep.isAtRest() || m.evaluation.hasNotExecutedNotices() || surveyIsVisible() ||
       (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) || !inputRests() ||
-      m.evaluation.idleTimeScheduling()) {
+      m.evaluation.idleTimeScheduling() || m.startupDisk.logs() || !m.wakeUp.rests()) {
     return 0;
   }
   const ReferenceTime now = m.platform.clock.now();

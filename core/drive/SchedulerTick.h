@@ -19,9 +19,11 @@ class Messages;
 class SettingsBackup;
 class SiblingStatus;
 class SiblingWatch;
+class StartupDisk;
 class StatusItem;
 class TriggerEvaluation;
 class VolumeWatch;
+class WakeUp;
 struct Platform;
 struct SchedulerState;
 
@@ -49,6 +51,8 @@ class SchedulerTick {
     LaunchStep& launchStep;
     SiblingStatus& siblings;
     SettingsBackup& settingsBackup;
+    StartupDisk& startupDisk;
+    WakeUp& wakeUp;
   };
 
   explicit SchedulerTick(const Surroundings& surroundings);
@@ -71,7 +75,7 @@ class SchedulerTick {
   /// One tick; `n` counts them from 0. An exception ends this tick only and is logged.
   void schedulerTick(std::int64_t n);
 
-  /// The machine is about to sleep: the next 50 ticks do nothing.
+  /// The machine is about to sleep, or has just woken: the next 50 ticks do nothing.
   void machineWillSleep() { mWakeAfterSleepCounter = 50; }
   int wakeAfterSleepCounter() const { return mWakeAfterSleepCounter; }
 
@@ -95,6 +99,8 @@ class SchedulerTick {
   bool checkIsDue() const;
   bool noticeWaits() const;
   bool savingIsDue() const;
+  bool startupDiskIsLogged() const;
+  bool wakeUpIsOn() const;
   bool surveyIsVisible() const;
   bool settingsMayBeCopied() const;
   bool messageCanFollow() const;
@@ -105,6 +111,8 @@ class SchedulerTick {
   void checkTriggers(std::int64_t n);
   void postNotice(std::int64_t n);
   void saveVolumes(std::int64_t n);
+  void logStartupDisk(std::int64_t n);
+  void setWakeup(std::int64_t n);
   void refreshSurvey(std::int64_t n);
   void copySettings(std::int64_t n);
   void watchMainApp(std::int64_t n);

@@ -63,6 +63,16 @@ class SchedulerCommands {
   virtual void showLatestActions() = 0;
   virtual void openMainApp() = 0;
 
+  // The machine
+  /// Asks whether the start-up disk, which is another one than before, is to be the usual one.
+  virtual void askAboutStartupDiskChange() = 0;
+  /// Takes the present start-up disk as the usual one without asking.
+  virtual void confirmStartupDisk() = 0;
+  /// Writes the list of the running processes to the user's "Downloads" folder.
+  virtual void saveListProcess() = 0;
+  /// Shows the text of all disks and partitions in its window.
+  virtual void showAllDisksInformation() = 0;
+
   // The agent itself
   /// The preferences of the settings file are to be read again and taken over.
   virtual void preferencesDidChange() = 0;

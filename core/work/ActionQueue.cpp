@@ -32,8 +32,10 @@ ActionQueue::ActionQueue(const WorkSurroundings& surroundings) : m(surroundings)
   m.state.deadlines.whenMoved([this](double jump, ReferenceTime) { moveDates(jump); });
 }
 
-QueueAddition ActionQueue::addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row) {
-  return addActionToQueue(ref, launchTime, row, false, false, false);
+QueueAddition ActionQueue::addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row,
+                                            std::optional<ReferenceTime> due) {
+  return add({ref, launchTime, 0, due}, row, false, false,
+             std::max(m.platform.clock.now(), launchTime));
 }
 
 QueueAddition ActionQueue::addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row,
@@ -41,7 +43,7 @@ QueueAddition ActionQueue::addActionToQueue(std::int64_t ref, ReferenceTime laun
                                             bool estimateSize) {
   const ReferenceTime now = m.platform.clock.now();
   const bool automatic = !manualLaunch && !remoteLaunch;
-  return add({ref, launchTime, estimateSize ? 1 : 0}, row, manualLaunch, remoteLaunch,
+  return add({ref, launchTime, estimateSize ? 1 : 0, std::nullopt}, row, manualLaunch, remoteLaunch,
              automatic ? std::max(now, launchTime) : now);
 }
 

@@ -51,8 +51,9 @@ class ActionQueue {
   /// occasion due twice.
   QueueAddition addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row,
                                  bool manualLaunch, bool remoteLaunch, bool estimateSize);
-  /// The same, automatic.
-  QueueAddition addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row);
+  /// The same, automatic; `due` is when its schedule wanted it, for one that comes late.
+  QueueAddition addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row,
+                                 std::optional<ReferenceTime> due = std::nullopt);
 
   /// Stores the queue without its head in the preferences (an empty list when the queue is not to
   /// be kept) and saves them.

@@ -109,7 +109,7 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", record.ref},
                                                {"N", title},
                                                {"C", LogCode::launched},
-                                               {"D", ZAN_Value::date(record.date)}}));
+                                               {"D", ZAN_Value::date(record.plannedDate())}}));
   m.counters.incrementCounter(ExecutionCounters::kExecutions, record.ref);
   m.store.texts().addToReportFile(
       m.texts.text("ReportExecuteAction", {title, action->actionType(), record.ref}));

@@ -15,7 +15,14 @@ struct QueueRecord {
   std::int64_t estimateSize =
       0;  ///< not 0: the execute application first estimates the size of the work
 
-  /// {"Ref", "Date", "EstimateSize"}, as it is saved and shown to others.
+  /// When it was due by its schedule, for one that comes late; nothing otherwise.
+  std::optional<ReferenceTime> due = std::nullopt;
+
+  /// The date from which its lateness counts.
+  ReferenceTime plannedDate() const { return due.value_or(date); }
+
+  /// {"Ref", "Date", "EstimateSize"}, as it is saved and shown to others; "DueDate" too for one
+  /// that comes late.
   ZAN_Value toValue() const;
   /// Nothing for a value that is no dictionary or has no "Ref"; without "Date" it is due at once.
   static std::optional<QueueRecord> fromValue(const ZAN_Value& value);

@@ -24,6 +24,8 @@ namespace {
 constexpr double kAheadOfLaunch = 2.0;
 constexpr double kYear = 31536000.0;
 constexpr double kDay = 86400.0;
+/// So long after its date an action has not missed it.
+constexpr double kOnTime = 2.0;
 constexpr double kActiveUser = 60.0;
 constexpr std::int64_t kVolumeMounted = 10;
 constexpr std::int64_t kApplicationQuit = 11;
@@ -77,6 +79,14 @@ struct TriggerEvaluation::Walk {
   ZAN_Value nextTitle{};
   bool foundNext = false;
 
+  /// What is to be queued when the walk is over, and when it was due.
+  struct Due {
+    ReferenceTime date;
+    std::int64_t ref;
+    bool isLate;
+  };
+  std::vector<Due> due{};
+
   ReferenceTime now() const { return tools.now(); }
 };
 
@@ -119,7 +129,8 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
   if (!mountedDevice) updateAppLists();
   mActionsNextList.clear();
   mIdleTimeScheduling = false;
-  mQueue.batch([&] { walkGroup(walk, root); });
+  walkGroup(walk, root);
+  enqueue(walk);
 
   mStartOfNextAction.set(walk.startOfNextAction);
   if (walk.foundNext) showNextAction(walk);
@@ -169,6 +180,17 @@ void TriggerEvaluation::updateCalendar() {
   if (onCalendarChanged) onCalendarChanged(mCalendar);
 }
 
+/// In the order in which they were due: after a sleep many come at once.
+void TriggerEvaluation::enqueue(Walk& walk) {
+  std::ranges::stable_sort(walk.due, {}, &Walk::Due::date);
+  mQueue.batch([&] {
+    for (const Walk::Due& one : walk.due) {
+      mQueue.addActionToQueue(one.ref, walk.now() + kAheadOfLaunch, -1,
+                              one.isLate ? std::optional(one.date) : std::nullopt);
+    }
+  });
+}
+
 void TriggerEvaluation::walkGroup(Walk& walk, const ProgrammedAction& group) {
   for (const auto& child : group.getChildrenList()) {
     if (child->isGroup()) {
@@ -201,17 +223,17 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
   if (walk.collectsNotExecuted) collectNotExecuted(now, action, trigger);
   if (!isInAllowedHours(now, schedule) || !schedule.automatic || !inContext) return;
 
-  const auto enqueue = [&] {
-    mQueue.addActionToQueue(action.getReference(), now + kAheadOfLaunch, -1);
+  const auto enqueueDueSince = [&](ReferenceTime since) {
+    walk.due.push_back({since, action.getReference(), since < now - kOnTime});
   };
   if (!walk.mountedDevice.empty()) {
     if (schedule.frequency == kVolumeMounted && !state.mScheduleDisabled &&
         concernsMountedVolume(walk, action.getSettings()))
-      enqueue();
+      enqueueDueSince(now);
     return;
   }
   if (!walk.onlyListing && isStartedByEvent(walk, trigger)) {
-    enqueue();
+    enqueueDueSince(now);
     return;
   }
 
@@ -224,7 +246,7 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
   if (walk.onlyListing) return;
   if (*date <= now) {
     if (state.mScheduleDisabled) return;
-    enqueue();
+    enqueueDueSince(*date);
     state.checkAt(now + 5.0);
     return;
   }

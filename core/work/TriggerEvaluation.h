@@ -22,8 +22,8 @@ struct Schedule;
 struct TriggerSettings;
 
 /// Walks the tree and decides for each automatic action whether it is due now, when it is next due,
-/// or whether the volume just mounted starts it. Due actions go to the queue two seconds ahead; all
-/// are listed with their next date. Thread: main.
+/// or whether the volume just mounted starts it. Due actions go to the queue two seconds ahead, in
+/// the order of their dates; all are listed with their next date. Thread: main.
 class TriggerEvaluation {
  public:
   TriggerEvaluation(const WorkSurroundings& surroundings, ActionQueue& queue, MailSender& mail);
@@ -83,6 +83,7 @@ class TriggerEvaluation {
   struct Walk;
 
   void updateCalendar();
+  void enqueue(Walk& walk);
   void walkGroup(Walk& walk, const ProgrammedAction& group);
   void walkAction(Walk& walk, ProgrammedAction& action);
   void collectNotExecuted(ReferenceTime now, const ProgrammedAction& action,

@@ -54,6 +54,7 @@ class SimulatedUserInterface final : public UserInterface {
   void showWindow(Window window) override { windows.insert(window); }
   void hideWindow(Window window) override { windows.erase(window); }
   bool isWindowVisible(Window window) const override { return windows.contains(window); }
+  void setWindowText(Window window, const std::string& text) override { texts[window] = text; }
   void bringWindowsToFront() override { ++broughtToFront; }
   void listsChanged() override { ++listChanges; }
   void setFloatingIconOpacity(double percent) override { floatingIconOpacity = percent; }
@@ -93,6 +94,7 @@ class SimulatedUserInterface final : public UserInterface {
   int broughtToFront = 0;
   bool executionControls = false;
   std::set<Window> windows;  ///< those visible now
+  std::map<Window, std::string> texts;
   double floatingIconOpacity = 100;
   std::int64_t sizeCopied = -1;
   int progress = 0;

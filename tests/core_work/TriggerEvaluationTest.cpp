@@ -77,7 +77,7 @@ TEST_F(TriggerEvaluationTest, WhatIsDueIsQueuedTwoSecondsAheadUnlessDisabled) {
   state.mScheduleDisabled = false;
   state.checkAt(now() + 600);
   evaluation.checkActionsToLaunch();
-  EXPECT_THAT(queue.actionsList(), ElementsAre(QueueRecord{1, now() + 2, 0}));
+  EXPECT_THAT(queue.actionsList(), ElementsAre(QueueRecord{1, now() + 2, 0, today(11)}));
   EXPECT_EQ(listed(1), today(11));
   EXPECT_EQ(state.mNextCheck.at(), now() + 5.0);
   EXPECT_EQ(evaluation.startOfNextAction(), today(13));

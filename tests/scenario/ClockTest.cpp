@@ -21,16 +21,22 @@ struct ClockDay : Scenario {
   std::int64_t mail = 0;
 };
 
-TEST(ClockTest, SleepOverDueDatesMakesUpOnceAndNotAtOnce) {
+TEST(ClockTest, SleepOverDueDatesMakesUpOnceInOrderAndSaysHowLate) {
   ClockDay day;
   day.runUntil("2024-01-02 13:10:00");
-  day.sleepUntil("2024-01-04 18:20:00");
+  day.machine.power.willSleep();
+  day.runFor(5);
+  day.machine.clock.setNow(day.at("2024-01-04 18:20:00"));
+  day.machine.power.didWake();
   day.runUntil("2024-01-04 19:05:00");
   EXPECT_EQ(day.executions(),
             "2024-01-02 13:00:00 Mail\n"
-            "2024-01-04 18:20:27 Photos\n"
-            "2024-01-04 18:20:49 Mail\n"
+            "2024-01-04 18:20:27 Mail\n"
+            "2024-01-04 18:20:49 Photos\n"
             "2024-01-04 19:00:00 Mail\n");
+  EXPECT_EQ(day.plannedDates(),
+            "2024-01-02 13:00:00\n2024-01-04 00:00:00\n2024-01-04 14:30:00\n"
+            "2024-01-04 19:00:00\n");
 }
 
 TEST(ClockTest, AnHourForwardLosesNothingAndAnHourBackDoublesNothing) {

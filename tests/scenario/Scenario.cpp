@@ -149,6 +149,14 @@ std::string Scenario::executions() const {
   return story;
 }
 
+std::string Scenario::plannedDates() {
+  std::string dates;
+  const ZAN_Value list = ActionLog(mStore).readLogList();
+  for (const ZAN_Value& entry : list.elements())
+    if (const auto date = entry["D"].asDate()) dates += civil(*date) + "\n";
+  return dates;
+}
+
 std::size_t Scenario::executionsOf(const std::string& title) const {
   std::size_t count = 0;
   for (const auto& start : machine.processes.starts) {

@@ -56,6 +56,8 @@ class Scenario {
 
   /// Executions so far, "2024-01-03 08:00:00 Photos" a line, in order of start.
   std::string executions() const;
+  /// The dates for which the executions of the log were planned, one a line.
+  std::string plannedDates();
   std::size_t executionsOf(const std::string& title) const;
   /// The report of the running day without dates, one line each.
   std::vector<std::string> report();

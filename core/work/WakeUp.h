@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "ZANCocoaFramework/ZAN_Time.h"
+#include "core/work/WorkSurroundings.h"
+
+namespace corvana {
+
+class ExecuteSupervisor;
+class TriggerEvaluation;
+
+/// Lets the machine wake ten seconds before the next action is due, when the user wants that. One
+/// wish is programmed at a time; it holds over the end of the agent, which takes it back later by
+/// the time that it has stored. Thread: main.
+class WakeUp {
+ public:
+  WakeUp(const WorkSurroundings& surroundings, const TriggerEvaluation& evaluation,
+         const ExecuteSupervisor& supervisor);
+
+  /// Whether the user wants it.
+  bool isOn() const;
+  /// Programs the wake-up for the first dated action, unless it is less than 60 s away or within
+  /// 300 s of the one programmed. While an action runs the machine is kept from sleeping too long
+  /// by a wake-up 300 s ahead, each time that the last one has passed.
+  void doSetWakeup();
+  /// Whether `doSetWakeup` would do nothing, now and later, as long as the actions' dates stay.
+  bool rests() const;
+  /// At the start: a wake-up that was programmed and is still to come is programmed again, since
+  /// the machine may have been restarted meanwhile.
+  void restoreWakeup();
+
+ private:
+  std::optional<ReferenceTime> nextWakeDate() const;
+  std::optional<std::int64_t> timeToProgram() const;
+  void schedule(std::int64_t time);
+
+  WorkSurroundings m;
+  const TriggerEvaluation& mEvaluation;
+  const ExecuteSupervisor& mSupervisor;
+};
+
+}  // namespace corvana

@@ -1,0 +1,142 @@
+#include "core/work/WakeUp.h"
+
+#include <gmock/gmock.h>
+
+#include "ZANCocoaFramework/ZAN_Unarchiver.h"
+#include "tests/core_work/WorkWorld.h"
+
+namespace corvana::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+struct WakeUpTest : testing::Test, WorkWorld {
+  WakeUpTest() {
+    preferences.mCheckWakeupMachine = true;
+    evaluation.rebuildActionsList();
+  }
+  WakeUp wakeUp{surroundings, evaluation, supervisor};
+  SimulatedPower& power = machine.power;
+
+  /// The first dated action is due then; one without a date stands beside it.
+  void dueAt(ReferenceTime date) {
+    setActions({action(2), automatic(1, 1,
+                                     {{"TriggerScheduleTime", ZAN_Value::date(date)},
+                                      {"LastScheduleDate", ZAN_Value::date(now())}})});
+    evaluation.rebuildActionsList();
+  }
+  std::int64_t stored() {
+    return store.settings().schedulerSettings().integer("SchedulerLastWakeupTime");
+  }
+  std::vector<std::string> eventsAfter() {
+    power.events.clear();
+    wakeUp.doSetWakeup();
+    return power.events;
+  }
+};
+
+std::string scheduled(ReferenceTime time) {
+  return "schedule " + std::to_string(static_cast<std::int64_t>(time));
+}
+std::string cancelled(ReferenceTime time) {
+  return "cancel " + std::to_string(static_cast<std::int64_t>(time));
+}
+
+TEST_F(WakeUpTest, WakesTenSecondsBeforeWhatIsDueInAMinuteOrMore) {
+  EXPECT_THAT(eventsAfter(), IsEmpty()) << "nothing has a date";
+  dueAt(now() + 700);
+  advance(700 - 59);
+  EXPECT_THAT(eventsAfter(), IsEmpty());
+  machine.clock.setNow(now() - 2);
+  const double wake = now() + 51;
+  EXPECT_FALSE(wakeUp.rests());
+  EXPECT_THAT(eventsAfter(), ElementsAre(scheduled(wake)));
+  EXPECT_EQ(power.identifier, "com.zan.corvana9");
+  EXPECT_EQ(stored(), static_cast<std::int64_t>(wake));
+  const auto minutes = ZAN_Unarchiver::unarchiveObjectWithData(
+      store.activity().readActivity()["WakeUpActivity"].bytes());
+  ASSERT_TRUE(minutes);
+  EXPECT_TRUE(minutes->containsIndex(static_cast<std::uint64_t>(wake / 60)));
+  EXPECT_TRUE(wakeUp.rests());
+
+  preferences.mCheckWakeupMachine = false;
+  dueAt(now() + 4000);
+  EXPECT_THAT(eventsAfter(), IsEmpty());
+}
+
+TEST_F(WakeUpTest, ADateThatMovesALittleKeepsTheEarlierWakeUp) {
+  const ReferenceTime first = now() + 3600;
+  dueAt(first);
+  ASSERT_THAT(eventsAfter(), ElementsAre(scheduled(first - 10)));
+  for (const double move : {240.0, 299.0, -299.0}) {
+    dueAt(first + move);
+    EXPECT_THAT(eventsAfter(), IsEmpty()) << move;
+  }
+  dueAt(first + 300);
+  EXPECT_THAT(eventsAfter(), ElementsAre(cancelled(first - 10), scheduled(first + 290)));
+  dueAt(first);
+  EXPECT_THAT(eventsAfter(), ElementsAre(cancelled(first + 290), scheduled(first - 10)));
+  EXPECT_THAT(power.wakes, ElementsAre(static_cast<std::int64_t>(first - 10)));
+}
+
+TEST_F(WakeUpTest, WhileAnActionRunsEachWakeUpFollowsTheLast) {
+  installExecute();
+  machine.processes.next({.seconds = ChildScript::kUntilStopped});
+  const ReferenceTime due = now() + 3600;
+  dueAt(due);
+  wakeUp.doSetWakeup();
+  enqueue({2});
+  ASSERT_EQ(supervisor.launchNextAction(), LaunchResult::launched);
+  EXPECT_THAT(eventsAfter(), IsEmpty()) << "the one programmed is still to come";
+  machine.clock.setNow(due - 10);
+  EXPECT_THAT(eventsAfter(), IsEmpty());
+  machine.clock.setNow(due - 9);
+  EXPECT_THAT(eventsAfter(), IsEmpty()) << "less than 300 s later than the last";
+  machine.clock.setNow(due + 1);
+  EXPECT_THAT(eventsAfter(), ElementsAre(cancelled(due - 10), scheduled(due + 291)));
+}
+
+TEST_F(WakeUpTest, ARestartTakesOverWhatWasProgrammed) {
+  const ReferenceTime first = now() + 3600;
+  dueAt(first);
+  wakeUp.doSetWakeup();
+  // The machine was restarted, and what it knew is gone.
+  power.wakes.clear();
+  preferences.loadPrefs();
+  preferences.mCheckWakeupMachine = true;
+  WakeUp next{surroundings, evaluation, supervisor};
+  next.restoreWakeup();
+  EXPECT_THAT(power.wakes, ElementsAre(static_cast<std::int64_t>(first - 10)));
+  dueAt(first + 900);
+  power.events.clear();
+  next.doSetWakeup();
+  EXPECT_THAT(power.events, ElementsAre(cancelled(first - 10), scheduled(first + 890)));
+  machine.clock.setNow(first + 900);
+  power.wakes.clear();
+  next.restoreWakeup();
+  EXPECT_THAT(power.wakes, IsEmpty()) << "it has passed";
+}
+
+TEST_F(WakeUpTest, ARefusalIsSaidOnceUntilItWorksAgain) {
+  power.wakeOutcome = Error{ErrorKind::refused, "Allow it: sudo setcap x"};
+  const ReferenceTime first = now() + 3600;
+  dueAt(first);
+  wakeUp.doSetWakeup();
+  dueAt(first + 3600);
+  WakeUp{surroundings, evaluation, supervisor}.doSetWakeup();
+  EXPECT_THAT(machine.systemLog.lines, ElementsAre("Allow it: sudo setcap x"));
+  EXPECT_THAT(notices(), ElementsAre(HasSubstr("sudo setcap x")));
+  EXPECT_EQ(stored(), static_cast<std::int64_t>(first + 3590)) << "whatever came of it";
+  power.wakeOutcome = {};
+  dueAt(first + 7200);
+  wakeUp.doSetWakeup();
+  power.wakeOutcome = Error{ErrorKind::refused, "Allow it: sudo setcap x"};
+  dueAt(first);
+  wakeUp.doSetWakeup();
+  EXPECT_EQ(machine.systemLog.lines.size(), 2U);
+}
+
+}  // namespace
+}  // namespace corvana::test
