@@ -59,4 +59,30 @@ std::string withReplacedBytes(std::string_view text) {
   return out;
 }
 
+std::string_view beginningOfBytes(std::string_view text, std::size_t bytes) {
+  if (text.size() <= bytes) return text;
+  while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xc0U) == 0x80) --bytes;
+  return text.substr(0, bytes);
+}
+
+std::u16string utf16(std::string_view text) {
+  const std::string whole = withReplacedBytes(text);
+  std::u16string units;
+  for (std::size_t i = 0; i < whole.size();) {
+    const std::size_t length = characterLength(std::string_view(whole).substr(i));
+    const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(whole[i + at]); };
+    // The first byte's own bits, then six of each that follows.
+    char32_t point = length == 1 ? byte(0) : byte(0) & (0xffU >> (length + 1));
+    for (std::size_t at = 1; at < length; ++at) point = point << 6U | (byte(at) & 0x3fU);
+    if (point < 0x10000) {
+      units += static_cast<char16_t>(point);
+    } else {
+      units += static_cast<char16_t>(0xd7c0U + (point >> 10U));
+      units += static_cast<char16_t>(0xdc00U + (point & 0x3ffU));
+    }
+    i += length;
+  }
+  return units;
+}
+
 }  // namespace corvana

@@ -64,6 +64,8 @@ int watchCommand(Arguments& arguments, const Console& console);
 int logCommand(Arguments& arguments, const Console& console);
 int historyCommand(Arguments& arguments, const Console& console);
 int reportCommand(Arguments& arguments, const Console& console);
+int peersCommand(Arguments& arguments, const Console& console);
+int peerCommand(Arguments& arguments, const Console& console);
 
 /// In the order in which the help shows them.
 inline constexpr std::array kCommands{
@@ -130,6 +132,16 @@ inline constexpr std::array kCommands{
             historyCommand},
     Command{"report", "[--date YYYY-MM-DD] [--json]", "show the report of a day",
             "Without a date that of today.\n", reportCommand},
+    Command{"peers", "[--json]", "list the machines of the network that can be controlled",
+            "Each with its state and the actions that it lets others launch.\n", peersCommand},
+    Command{"peer", "NAME launch REF… | activate | deactivate | message TEXT [--json]",
+            "control another machine",
+            "NAME is the machine's name, its identifier, or the name of its service in full. Its\n"
+            "password is asked for at the terminal when it has one.\n"
+            "  --password-file FILE   the first line of the file is the password\n"
+            "activate and deactivate wait until the machine has followed; to the others nobody\n"
+            "answers.\n",
+            peerCommand},
 };
 
 }  // namespace corvana

@@ -87,6 +87,7 @@ MainScheduler::MainScheduler(Platform platform)
                  mFloatingIcon, mLaunchStep, mTexts,
                  mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
                  mStore.installPaths().installPathForCode(InstallPaths::executeBundle)}),
+      mRemoteControl({mPlatform, mState, mPreferences, mTree, mControls, mLog, mMessages, mTexts}),
       mTick({mPlatform, mState, mStore, mDebugLog, mMessages, mSiblingWatch, mQueue, mEvaluation,
              mSupervisor, mVolumeWatch, mStatusItem, mFloatingIcon, mLaunchStep, mSiblingStatus,
              mSettingsBackup, mStartupDisk, mWakeUp}),
@@ -178,10 +179,12 @@ void MainScheduler::wireDrive() {
   mLaunchStep.onAllDone = [this] { mControls.disableSchedule(); };
   mControls.onQuitWanted = [this] { terminateBySelf(); };
   mControls.onRelaunchWanted = [this] { relaunchScheduler(); };
+  mControls.onActiveChanged = [this] { mRemoteControl.publishRemoteControl(); };
   mControls.onPreferencesChanged = [this] {
     mStore.settings().applyDateLocaleFromSettings(mStrings);
     readShortcut();
     listsChanged();
+    mRemoteControl.publishRemoteControl();
   };
   mTick.onToolTip = [this] { refreshToolTip({}); };
   mTick.onRelaunchWanted = [this] {
@@ -201,6 +204,7 @@ void MainScheduler::wireDrive() {
     mEvaluation.rebuildActionsList();
     updateShutdownHelper();
     mPlatform.userInterface.menusChanged();
+    mRemoteControl.publishRemoteControl();
   };
   mDispatch.onHistoryChanged = [this] {
     mHistory.results().updateActionResults();
@@ -301,6 +305,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   mVolumeWatch.saveVolumesInfosAt(clock.now() + 30.0);
   mTimer.start();
   loop.performAfter(kStartupDiskCheckDelay, [this] { checkStartupDiskAgain(); });
+  mRemoteControl.publishRemoteControl();
   mLog.addSchedulerLog(LogCode::agentStarted);
   mEvaluation.rebuildActionsList();
   updateShutdownHelper();
@@ -474,6 +479,7 @@ void MainScheduler::applicationShouldTerminate() {
 void MainScheduler::applicationWillTerminate() {
   if (mPlatform.agentObject != nullptr) mPlatform.agentObject->disappear();
   mTimer.stop();
+  mRemoteControl.stop();
   if (mMustTerminateWhenAllDone) {
     killProcessWithBundlePath(
         mStore.installPaths().installPathForCode(InstallPaths::shutDownBundle));

@@ -37,6 +37,7 @@
 #include "core/work/WorkSurroundings.h"
 #include "mail/smtp/MailSender.h"
 #include "platform/Platform.h"
+#include "remote/RemoteControl.h"
 #include "ui/Announce.h"
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
@@ -150,6 +151,7 @@ class MainScheduler {
   SiblingStatus mSiblingStatus;
   LaunchStep mLaunchStep;
   Controls mControls;
+  RemoteControl mRemoteControl;
   SchedulerTick mTick;
   SchedulerTimer mTimer;
   NotificationDispatch mDispatch;

@@ -32,7 +32,7 @@ class ServerSockets {
     double gathering = 0.05;                ///< seconds from the first bytes to the reading
   };
   struct Events {
-    /// Whether that machine may connect; otherwise its connection is closed unread.
+    /// Whether that machine may connect; otherwise its connection is reset unread.
     std::function<bool(const std::string& address)> accepts;
     /// What had arrived when the connection was read, once, and not empty. It is closed afterwards.
     std::function<void(const std::string& address, std::span<const std::byte> bytes)> received;
@@ -40,8 +40,9 @@ class ServerSockets {
 
   virtual ~ServerSockets() = default;
 
-  /// Listens for TCP over IPv4 at any address, on a port that the system picks. No event comes
-  /// within the call.
+  /// Listens for TCP over IPv4 at any address, on a port that the system picks. Fails with
+  /// `refused` when no port can be had, with `unavailable` when there can be no such socket at all.
+  /// No event comes within the call.
   virtual Result<std::unique_ptr<ServerSocket>> listen(const Limits& limits, Events events) = 0;
 };
 

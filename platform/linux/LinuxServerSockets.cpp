@@ -23,9 +23,8 @@ constexpr int kAcceptsAtOnce = 16;
 /// Without descriptors left the waiting ones would wake the loop again and again.
 constexpr double kPauseWithoutDescriptors = 1;
 
-Error errorOf(const char* what) {
-  return {ErrorKind::unavailable,
-          std::string("listening socket: ") + what + ": " + std::strerror(errno)};
+Error errorOf(ErrorKind kind, const char* what) {
+  return {kind, std::string("listening socket: ") + what + ": " + std::strerror(errno)};
 }
 
 std::string textOf(const sockaddr_in& address) {
@@ -48,7 +47,7 @@ class LinuxServerSocket final : public ServerSocket {
 
   Outcome open() {
     mSocket = ZAN_Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!mSocket) return errorOf("cannot be made");
+    if (!mSocket) return errorOf(ErrorKind::unavailable, "cannot be made");
     // The connections inherit it; what nobody reads is not to pile up in the system either.
     const int buffer = static_cast<int>(mLimits.bytes);
     setsockopt(mSocket.get(), SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
@@ -57,10 +56,11 @@ class LinuxServerSocket final : public ServerSocket {
     address.sin_addr.s_addr = htonl(INADDR_ANY);
     socklen_t size = sizeof address;
     if (bind(mSocket.get(), reinterpret_cast<sockaddr*>(&address), size) != 0)
-      return errorOf("cannot be bound");
+      return errorOf(ErrorKind::refused, "cannot be bound");
     if (getsockname(mSocket.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0)
-      return errorOf("its port cannot be read");
-    if (::listen(mSocket.get(), mLimits.backlog) != 0) return errorOf("cannot listen");
+      return errorOf(ErrorKind::refused, "its port cannot be read");
+    if (::listen(mSocket.get(), mLimits.backlog) != 0)
+      return errorOf(ErrorKind::unavailable, "cannot listen");
     mPort = ntohs(address.sin_port);
     startAccepting();
     return {};
@@ -94,7 +94,12 @@ class LinuxServerSocket final : public ServerSocket {
         return;
       }
       const std::string address = textOf(from);
-      if (mEvents.accepts && !mEvents.accepts(address)) continue;
+      if (mEvents.accepts && !mEvents.accepts(address)) {
+        // A hard end, so that the other side can tell that nobody has read it.
+        const linger hard{1, 0};
+        setsockopt(accepted.get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+        continue;
+      }
       makeRoomFor(address);
       begin(std::move(accepted), address);
     }

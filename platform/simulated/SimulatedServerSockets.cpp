@@ -16,7 +16,7 @@ class SimulatedServerSockets::Socket final : public ServerSocket {
 
 Result<std::unique_ptr<ServerSocket>> SimulatedServerSockets::listen(const Limits& limits,
                                                                      Events events) {
-  if (!available) return Error{ErrorKind::unavailable, "listening socket: cannot be made"};
+  if (failure) return Error{*failure, "listening socket: the test says so"};
   auto listener = std::make_shared<Listener>(Listener{++mLastPort, limits, std::move(events)});
   mListeners.push_back(listener);
   return std::unique_ptr<ServerSocket>(std::make_unique<Socket>(std::move(listener)));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,7 @@ class SimulatedServerSockets final : public ServerSockets {
   /// next runs. False when nobody listens there or the address is turned away.
   bool send(std::uint16_t port, const std::string& address, std::span<const std::byte> bytes);
 
-  bool available = true;  ///< otherwise `listen` fails
+  std::optional<ErrorKind> failure;  ///< why `listen` fails
   /// Those that listen now, in the order of their beginning.
   std::vector<std::uint16_t> ports() const;
 

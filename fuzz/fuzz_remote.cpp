@@ -1,0 +1,30 @@
+// What another machine sends: a command is understood or it is none, and one that is understood
+// can be sent again and means the same. What is published about this machine is read as well.
+
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+#include <string_view>
+
+#include "remote/LaunchableActions.h"
+#include "remote/RemoteCommand.h"
+#include "remote/ServiceName.h"
+#include "remote/UtilsCommon.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace corvana;
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  if (const auto command = RemoteCommand::decode(std::as_bytes(std::span(data, size)))) {
+    const auto again = RemoteCommand::decode(command->encode());
+    if (!again || again->encode() != command->encode()) std::abort();
+  }
+  if (const auto name = ServiceName::parse(text)) {
+    if (name->text().size() > ServiceName::kMostBytes) std::abort();
+  }
+  if (const auto action = LaunchableAction::parse(text)) {
+    const std::string published = action->text();
+    if (published.size() > 255 || !LaunchableAction::parse(published)) std::abort();
+  }
+  if (size < 1000) static_cast<void>(UtilsCommon::getPasswordCode(text));
+  return 0;
+}

@@ -1,0 +1,125 @@
+#include "remote/RemoteControl.h"
+
+#include <utility>
+#include <variant>
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "core/record/Messages.h"
+#include "core/record/Preferences.h"
+#include "core/record/SchedulerCommands.h"
+#include "core/record/SchedulerLog.h"
+#include "core/record/SchedulerState.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
+#include "remote/RemoteControlClient.h"
+#include "remote/UtilsCommon.h"
+
+namespace corvana {
+
+namespace {
+
+/// The others need it to see that the service has gone.
+constexpr double kPauseBetweenPublications = 0.25;
+constexpr double kMessageSeconds = 30;
+
+// A controlling user is far slower. The pace of messages is that at which they are shown, so that
+// no more of them wait than come at once.
+constexpr int kCommandsAtOnce = 20;
+constexpr double kSecondsPerCommand = 2;
+constexpr int kMessagesAtOnce = 10;
+constexpr int kRefusalsAtOnce = 20;
+constexpr double kSecondsPerRefusal = 10;
+
+}  // namespace
+
+RemoteControl::RemoteControl(const Surroundings& surroundings)
+    : m(surroundings),
+      mCommands(kCommandsAtOnce, kSecondsPerCommand),
+      mMessages(kMessagesAtOnce, kMessageSeconds),
+      mRefusals(kRefusalsAtOnce, kSecondsPerRefusal) {}
+
+RemoteControl::~RemoteControl() { stop(); }
+
+void RemoteControl::stop() {
+  m.platform.runLoop.cancel(std::exchange(mPublication, 0));
+  mClient.reset();
+}
+
+void RemoteControl::publishRemoteControl() {
+  const bool allowed = m.preferences.mPrefAllowRemoteControl != 0;
+  if (mClient) {
+    mClient->stopNetServiceRCC();
+    if (!allowed) {
+      stop();
+      return;
+    }
+    // While one waits, what is published now has not yet been seen by anybody.
+    if (mPublication == 0)
+      mPublication = m.platform.runLoop.performAfter(kPauseBetweenPublications, [this] {
+        mPublication = 0;
+        publish();
+      });
+    return;
+  }
+  if (!allowed) return;
+  mClient = std::make_unique<RemoteControlClient>(m.platform, m.tree);
+  mClient->accepts = [this](const std::string& address) { return accepts(address); };
+  mClient->received = [this](const std::string&, std::span<const std::byte> data) {
+    receive(data);
+  };
+  mClient->onLeftOut = [this](std::size_t leftOut, std::size_t all) { tellLeftOut(leftOut, all); };
+  publish();
+}
+
+void RemoteControl::publish() {
+  mAllowed = AllowedAddresses(m.preferences.prefForKey(kAllowedAddresses));
+  for (const std::string& word : mAllowed.wrong())
+    m.platform.systemLog.write(word + ": not an address that may control this machine");
+  mClient->publishClient(m.preferences.mRemoteControlLocalName, !m.state.mScheduleDisabled,
+                         m.preferences.mPrefAllowRemoteControl == 0,
+                         UtilsCommon::getPasswordCode(m.preferences.mRemoteControlPassword));
+}
+
+void RemoteControl::tellLeftOut(std::size_t leftOut, std::size_t all) {
+  if (std::exchange(mToldLeftOut, leftOut) == leftOut || leftOut == 0) return;
+  m.log.addSchedulerLog(LogCode::message,
+                        m.texts.text("RemoteControlActionsLeftOut", {leftOut, all}));
+}
+
+bool RemoteControl::accepts(const std::string& address) {
+  if (mAllowed.allows(address)) return true;
+  // Each entry rewrites the log.
+  if (mRefusals.take(m.platform.clock.monotonic()))
+    m.log.addSchedulerLog(LogCode::message, m.texts.text("RemoteControlRefused", {address}));
+  return false;
+}
+
+void RemoteControl::receive(std::span<const std::byte> data) {
+  if (mCommands.take(m.platform.clock.monotonic())) receiveFromRemoteController(data);
+}
+
+void RemoteControl::receiveFromRemoteController(std::span<const std::byte> data) {
+  const auto command = RemoteCommand::decode(data);
+  if (!command) return;
+  std::visit([this](const auto& what) { run(what); }, command->what);
+}
+
+/// 1 enables a disabled schedule and 0 disables an enabled one.
+void RemoteControl::run(const RemoteCommand::Activate& command) {
+  const bool disabled = m.state.mScheduleDisabled;
+  if (command.value == (disabled ? 1 : 0)) m.commands.setSchedulerActive(disabled);
+}
+
+void RemoteControl::run(const RemoteCommand::Launch& command) {
+  for (const std::int64_t ref : command.references) m.commands.launchActionRemotely(ref);
+}
+
+void RemoteControl::run(const RemoteCommand::Message& command) {
+  if (!mMessages.take(m.platform.clock.monotonic())) return;
+  const std::string from = m.texts.text("MessageFromDistantController", {command.sender});
+  m.log.addSchedulerLog(LogCode::schedulerMessage, from);
+  m.messages.showMessage(command.text, from, kMessageSeconds, true);
+}
+
+}  // namespace corvana

@@ -1,0 +1,219 @@
+#include <gmock/gmock.h>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "remote/LaunchableActions.h"
+#include "remote/RemoteCommand.h"
+#include "remote/RemoteControl.h"
+#include "remote/ServiceName.h"
+#include "tests/scenario/Scenario.h"
+
+namespace corvana {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// An agent that lets itself be controlled, and the machine that controls it.
+struct RemoteControlScenario : testing::Test {
+  Scenario day;
+  std::int64_t letters = 0;
+  std::int64_t photos = 0;
+  std::int64_t hidden = 0;
+  ZAN_Value settings = ZAN_Value::dictionary({{"SchedulerPrefAllowRemoteControl", 1},
+                                              {"SchedulerPrefRemoteControlLocalName", "Büro von A"},
+                                              {"SchedulerPrefRemoteControlPassword", "ab"}});
+
+  void startAgent() {
+    const ZAN_Value byHand = ZAN_Value::dictionary({{"TriggerAutomatic", 0}});
+    letters = day.action("Letters", byHand);
+    photos = day.action(
+        "Photos", ZAN_Value::dictionary({{"TriggerAutomatic", 0},
+                                         {"TriggerPreventRemoteLaunch", 0},
+                                         {"LastScheduleDate", ZAN_Value::date(725000000.75)}}));
+    hidden = day.action("Hidden", ZAN_Value::dictionary({{"TriggerAutomatic", 0},
+                                                         {"TriggerPreventRemoteLaunch", 1}}));
+    day.writeTree();
+    ASSERT_TRUE(day.store().settings().saveSchedulerSettings(settings));
+    day.start(true);
+    day.runFor(1);
+  }
+  std::optional<ServiceDescription> published() {
+    const auto services = day.machine.services.published();
+    EXPECT_LE(services.size(), 1U);
+    return services.empty() ? std::nullopt : std::optional(services.front());
+  }
+  bool send(const ZAN_Value& command, const std::string& address = "10.0.0.2") {
+    const auto ports = day.machine.serverSockets.ports();
+    if (ports.size() != 1) return false;
+    const bool taken = day.machine.serverSockets.send(
+        ports.front(), address, ZAN_Archiver::archivedDataWithRootObject(command));
+    day.runFor(1);
+    return taken;
+  }
+  bool activate(int value) {
+    return send(ZAN_Value::dictionary({{"RemoteControlMachineActivate", value}}));
+  }
+  bool isActive() { return !day.agent->state().mScheduleDisabled; }
+  std::vector<std::int64_t> queued() {
+    std::vector<std::int64_t> refs;
+    for (const auto& record : day.agent->queue().actionsList()) refs.push_back(record.ref);
+    return refs;
+  }
+  void preferencesChange() {
+    ASSERT_TRUE(day.store().settings().saveSchedulerSettings(settings));
+    day.machine.notifications.receive("CVA9_SchedulerNotification", "PreferencesDidChange");
+    day.runFor(1);
+  }
+};
+
+TEST_F(RemoteControlScenario, NothingIsPublishedUnlessItIsAllowed) {
+  settings.removeKey("SchedulerPrefAllowRemoteControl");
+  startAgent();
+  EXPECT_FALSE(published());
+  EXPECT_TRUE(day.machine.serverSockets.ports().empty());
+  settings.setValue("SchedulerPrefAllowRemoteControl", 1);
+  preferencesChange();
+  EXPECT_TRUE(published());
+  settings.setValue("SchedulerPrefAllowRemoteControl", 0);
+  preferencesChange();
+  EXPECT_FALSE(published());
+  EXPECT_TRUE(day.machine.serverSockets.ports().empty());
+  EXPECT_THAT(day.machine.services.laterTexts,
+              ElementsAre(ElementsAre("RemoteControlMachineUpdated=YES")));
+}
+
+TEST_F(RemoteControlScenario, TheServiceTellsStateAndActions) {
+  startAgent();
+  ASSERT_TRUE(published());
+  EXPECT_EQ(published()->name, "Buro-von-A&&5eed0123beef&&501&&1&&0&&790084125");
+  EXPECT_EQ(published()->type, "_rcfz9._udp");
+  EXPECT_EQ(published()->port, day.machine.serverSockets.ports().at(0));
+  EXPECT_THAT(published()->txt,
+              ElementsAre("Ref-101=Letters\t2\t101\t0", "Ref-102=Photos\t2\t102\t725000000"));
+
+  day.removeAction(letters);
+  day.machine.notifications.receive("CVA9_SchedulerNotification", "ActionListChanged");
+  day.runFor(0.125);
+  EXPECT_FALSE(published()) << "a quarter of a second without it";
+  day.runFor(0.25);
+  EXPECT_EQ(published()->txt.size(), 1U);
+
+  day.machine.services.taken.insert("Buro-von-A&&5eed0123beef&&501&&0&&0&&790084125");
+  day.agent->commands().disableSchedule();
+  day.runFor(1);
+  EXPECT_EQ(published()->name, "Buro-von-A-2&&5eed0123beef&&501&&0&&0&&790084125")
+      << "only the first field differs from the other machine's";
+  day.quit();
+  EXPECT_TRUE(day.machine.services.published().empty());
+}
+
+TEST_F(RemoteControlScenario, ActivatingTogglesOnlyWhatIsOtherwise) {
+  startAgent();
+  ASSERT_TRUE(activate(1));
+  EXPECT_TRUE(isActive()) << "it was on";
+  EXPECT_THAT(day.report(), testing::Not(testing::Contains(HasSubstr("turned"))));
+  activate(0);
+  EXPECT_FALSE(isActive());
+  EXPECT_EQ(ServiceName::parse(published()->name)->active, false) << "the others see it";
+  activate(0);
+  activate(2);
+  EXPECT_FALSE(isActive());
+  send(ZAN_Value::dictionary({{"RemoteControlMachineActivate", "1"}}));
+  EXPECT_FALSE(isActive()) << "a text is no number";
+  activate(1);
+  EXPECT_TRUE(isActive());
+}
+
+TEST_F(RemoteControlScenario, ActionsAreLaunchedFiveSecondsLater) {
+  startAgent();
+  const std::string refs =
+      std::to_string(photos) + ",0,x," + std::to_string(letters) + "," + std::to_string(hidden);
+  day.agent->commands().pauseExecution();
+  send(ZAN_Value::dictionary({{"RemoteControlMachineLaunchAction", refs + ",9999"}}));
+  EXPECT_THAT(queued(), ElementsAre(photos, letters));
+  EXPECT_NEAR(day.agent->queue().actionsList().at(0).date, day.machine.clock.now() - 1 + 5, 0.01);
+  day.agent->commands().pauseExecution();
+  day.runFor(120);
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
+  EXPECT_EQ(day.executionsOf("Letters"), 1U);
+}
+
+TEST_F(RemoteControlScenario, AMessageIsShownAndLogged) {
+  startAgent();
+  send(ZAN_Value::dictionary(
+      {{"RemoteControlMachineMessage", "Lunch?"}, {"RemoteControllerMachineName", "Kitchen"}}));
+  ASSERT_TRUE(day.machine.userInterface.message);
+  const MessageWindow& message = *day.machine.userInterface.message;
+  EXPECT_EQ(message.title, "Lunch?");
+  EXPECT_EQ(message.text, "Message from Kitchen");
+  EXPECT_EQ(message.seconds, 30);
+  EXPECT_TRUE(message.closeButton);
+  const ZAN_Value log = ActionLog(day.store()).readLogList();
+  EXPECT_EQ(log.at(log.size() - 1).integer("C"), 12);
+  EXPECT_EQ(log.at(log.size() - 1).string("N"), "Message from Kitchen");
+}
+
+TEST_F(RemoteControlScenario, AFloodIsHeldDown) {
+  startAgent();
+  const std::size_t before = day.logCodes().size();
+  const auto data = RemoteCommand{RemoteCommand::Message{"Hello", "Flood"}}.encode();
+  for (int i = 0; i < 1000; ++i)
+    day.machine.serverSockets.send(day.machine.serverSockets.ports().at(0), "10.0.0.2", data);
+  day.runFor(0.25);
+  EXPECT_EQ(day.logCodes().size(), before + 10);
+  day.runFor(600);
+  EXPECT_FALSE(day.agent->messages().hasPending()) << "all that was let in has been shown";
+  ASSERT_TRUE(activate(0));
+  EXPECT_FALSE(isActive());
+}
+
+TEST_F(RemoteControlScenario, OnlyAllowedAddressesConnectAndOthersAreLogged) {
+  settings.setValue(RemoteControl::kAllowedAddresses, "10.0.0.3 192.168.0.0/24");
+  startAgent();
+  EXPECT_FALSE(activate(0));
+  EXPECT_TRUE(isActive());
+  const ZAN_Value log = ActionLog(day.store()).readLogList();
+  EXPECT_EQ(log.at(log.size() - 1).integer("C"), 13);
+  EXPECT_THAT(log.at(log.size() - 1).string("N"), HasSubstr("10.0.0.2"));
+  EXPECT_TRUE(send(ZAN_Value::dictionary({{"RemoteControlMachineActivate", 0}}), "10.0.0.3"));
+  EXPECT_FALSE(isActive());
+}
+
+TEST_F(RemoteControlScenario, WhatFailsIsLoggedAndTheAgentGoesOn) {
+  day.machine.services.failure = -1;
+  day.machine.serverSockets.failure = ErrorKind::unavailable;
+  startAgent();
+  EXPECT_FALSE(published());
+  EXPECT_THAT(day.machine.systemLog.lines, testing::Contains("NetService did not publish: -1"));
+  day.machine.services.failure = 0;
+  preferencesChange();
+  ASSERT_TRUE(published());
+  EXPECT_EQ(published()->port, 0) << "without a socket it is known all the same";
+  day.machine.serverSockets.failure = ErrorKind::refused;
+  preferencesChange();
+  EXPECT_FALSE(published());
+  day.machine.serverSockets.failure.reset();
+  preferencesChange();
+  EXPECT_NE(published()->port, 0);
+}
+
+TEST_F(RemoteControlScenario, ManyActionsAreCutToTheLatestWhichIsSaidOnce) {
+  for (int i = 0; i < 100; ++i)
+    day.action("Action number " + std::to_string(i),
+               ZAN_Value::dictionary({{"TriggerAutomatic", 0}}));
+  startAgent();
+  EXPECT_THAT(published()->txt, testing::Contains(HasSubstr("Photos")))
+      << "the only one that ever ran";
+  const auto told = [&] {
+    const ZAN_Value log = ActionLog(day.store()).readLogList();
+    return std::ranges::count_if(log.elements(), [](const ZAN_Value& entry) {
+      return entry.string("N").find("of the 102 actions") != std::string::npos;
+    });
+  };
+  EXPECT_EQ(told(), 1);
+  preferencesChange();
+  EXPECT_EQ(told(), 1);
+}
+
+}  // namespace
+}  // namespace corvana
