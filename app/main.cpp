@@ -20,6 +20,7 @@
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/LinuxProcesses.h"
 #include "platform/linux/LinuxServerSockets.h"
+#include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/NoInput.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
@@ -87,6 +88,7 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   if (qt.desktop != nullptr) qt.desktop->begin({loop, clock, machine, *log});
   Input& input = qt.desktop != nullptr ? qt.desktop->input() : noInput;
   UserInterface& userInterface = qt.desktop != nullptr ? qt.desktop->userInterface() : headless;
+  LinuxVolumes volumes(machine.loginName(), machine.homeFolder(), loop, loop);
   BusConnection bus(loop, *log);
   BusNotifications notifications(bus, loop, *log);
   BusAgentObject agentObject(bus, loop);
@@ -95,7 +97,8 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   LinuxServerSockets serverSockets(loop, loop);
   std::optional<MainScheduler> scheduler;
   scheduler.emplace(Platform{clock, loop, machine, power, processes, input, userInterface,
-                             notifications, *log, network, services, serverSockets, &agentObject});
+                             notifications, *log, volumes, network, services, serverSockets,
+                             &agentObject});
   scheduler->store().saveInBackground(loop);
   if (qt.desktop != nullptr) qt.desktop->attach(scheduler->userInterfaceSources());
   terminations.watch(loop, [&](int number) {

@@ -11,6 +11,7 @@
 #include "companion/Commands.h"
 #include "companion/RunningAgent.h"
 #include "core/work/WhyNot.h"
+#include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/ProcessTable.h"
 #include "volumes/VolumeIdentity.h"
 
@@ -162,7 +163,8 @@ int whyCommand(Arguments& arguments, const Console& console) {
     return failed(console, {ErrorKind::absent, words->front() + ": no action has this reference"});
   }
   const Seen seen = lookAround(home);
-  VolumeIdentity volumes;
+  LinuxVolumes system(home.machine().loginName(), home.machine().homeFolder());
+  VolumeIdentity volumes(system);
   const ZAN_StringTable texts;
   const ZAN_StringUtils strings(home.machine().regionName(), home.machine().timeZoneName());
   const WhyNot why(home.tools(), {texts, strings}, volumes, [&](std::int64_t ref) {

@@ -62,7 +62,15 @@ MainScheduler::MainScheduler(Platform platform)
       mMessages(platform.clock, mRunLoop, platform.machine, platform.userInterface,
                 mState.deadlines, mPreferences, mLog, mStore.texts(), mStrings),
       mTree(mStore.tree(), platform.clock, platform.systemLog, mTexts),
-      mVolumeWatch(platform.clock, mState.deadlines),
+      mVolumeIdentity(platform.volumes),
+      mMountVolume(platform.processes, platform.machine, platform.systemLog),
+      mMountedVolumes(platform.volumes),
+      mConnectedVolumes(mRunLoop, mMountVolume),
+      mVolumeWatch(mPlatform, mState.deadlines, mDebugLog, mMountedVolumes, mConnectedVolumes),
+      mAliasMounter(mPlatform, mMessages, mTexts, mMountVolume.toolsFolder()),
+      mVolumeMounter({mPlatform, mState, mPreferences, mMessages, mTexts, mMountVolume,
+                      mConnectedVolumes, mAliasMounter, mStore.folder().pathOf("Alias")}),
+      mRecoveryCopy(mRunLoop, mChannel, mMountVolume),
       mStartupDisk({mPlatform, mState, mPreferences, mTree, mLog, mMessages, mChannel,
                     mSiblingWatch, mTexts, mStrings,
                     mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle)}),
@@ -84,13 +92,13 @@ MainScheduler::MainScheduler(Platform platform)
                    mTexts}),
       mControls({mPlatform, mState, mPreferences, mStore.texts(), mLog, mMessages, mChannel,
                  mSiblingStatus, mQueue, mEvaluation, mSupervisor, mContexts, mStatusItem,
-                 mFloatingIcon, mLaunchStep, mTexts,
+                 mFloatingIcon, mLaunchStep, mVolumeMounter, mTexts,
                  mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
                  mStore.installPaths().installPathForCode(InstallPaths::executeBundle)}),
       mRemoteControl({mPlatform, mState, mPreferences, mTree, mControls, mLog, mMessages, mTexts}),
       mTick({mPlatform, mState, mStore, mDebugLog, mMessages, mSiblingWatch, mQueue, mEvaluation,
-             mSupervisor, mVolumeWatch, mStatusItem, mFloatingIcon, mLaunchStep, mSiblingStatus,
-             mSettingsBackup, mStartupDisk, mWakeUp}),
+             mSupervisor, mVolumeWatch, mVolumeMounter, mStatusItem, mFloatingIcon, mLaunchStep,
+             mSiblingStatus, mSettingsBackup, mStartupDisk, mWakeUp}),
       mTimer(mRunLoop, platform.clock, platform.input, mSurvey,
              {[this](std::int64_t n) { mTick.schedulerTick(n); },
               [this] { mState.userWasActive(mPlatform.clock.now()); },
@@ -98,7 +106,8 @@ MainScheduler::MainScheduler(Platform platform)
               [this](int operation) { showShortcutTargets(operation); },
               [this] { mPlatform.userInterface.rearrangeMessageWindows(); }}),
       mDispatch({mPlatform, mState, mTree, mLog, mDebugLog, mSurvey, mMessages, mSiblingStatus,
-                 mQueue, mEvaluation, mSupervisor, mAnnounce, mLaunchStep, mControls, mGuard}),
+                 mQueue, mEvaluation, mSupervisor, mAnnounce, mLaunchStep, mControls,
+                 mVolumeMounter, mRecoveryCopy, mGuard}),
       mAnswers({mPlatform, mState, mPreferences, mTree, mQueue, mEvaluation, mSupervisor,
                 mLaunchStep, mSiblingStatus, mControls, mVolumeIdentity, mTexts, mStrings}) {
   wire();
@@ -133,6 +142,7 @@ void MainScheduler::wire() {
   };
   mMessages.onNotificationsChanged = [this] { mPlatform.userInterface.menusChanged(); };
   wireWork();
+  wireVolumes();
   wireDrive();
   wireMachine();
 }
@@ -168,6 +178,18 @@ void MainScheduler::wireWork() {
   };
 }
 
+void MainScheduler::wireVolumes() {
+  mVolumeWatch.onVolumeMounted = [this](const std::string& path) {
+    mEvaluation.checkActionsToLaunch(path);
+  };
+  mVolumeWatch.onListsUpdated = [this] { mPlatform.userInterface.menusChanged(); };
+  mVolumeMounter.onCandidatesChanged = mVolumeWatch.onListsUpdated;
+  mVolumeMounter.onSaveVolumesInfos = [this] {
+    mVolumeWatch.saveVolumesInfos(mSupervisor.isExecuting());
+  };
+  mLaunchStep.isHeldBack = [this] { return mVolumeMounter.isUnmounting(); };
+}
+
 void MainScheduler::wireDrive() {
   mSiblingStatus.onStatusSent = [this] { tellThatAnswersChanged(); };
   mStatusItem.isExecuting = [this] { return mSupervisor.isExecuting(); };
@@ -192,7 +214,10 @@ void MainScheduler::wireDrive() {
       if (mTick.rests()) mControls.relaunchScheduler();
     });
   };
-  mTick.isBusyElsewhere = [this] { return mMail.isSending(); };
+  mTick.isBusyElsewhere = [this] {
+    return mMail.isSending() || mVolumeMounter.hasVolumesToUnmount() ||
+           mVolumeMounter.isUnmounting();
+  };
   mTick.mustTerminateWhenAllDone = [this] { return mMustTerminateWhenAllDone; };
   mTick.onAllDone = [this] {
     if (std::exchange(mShutsDown, true)) return;
@@ -303,6 +328,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   mStatusItem.createStatusItem();
   loop.performAfter(5.0, [this] { mFloatingIcon.applyMode(); });
   mVolumeWatch.saveVolumesInfosAt(clock.now() + 30.0);
+  mVolumeWatch.start();
   mTimer.start();
   loop.performAfter(kStartupDiskCheckDelay, [this] { checkStartupDiskAgain(); });
   mRemoteControl.publishRemoteControl();

@@ -42,10 +42,16 @@
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
 #include "ui/UserInterfaceSources.h"
+#include "volumes/AliasMounter.h"
+#include "volumes/RecoveryCopy.h"
 #include "volumes/StartupDisk.h"
 #include "volumes/SystemInformation.h"
 #include "volumes/VolumeIdentity.h"
+#include "volumes/VolumeMounter.h"
 #include "volumes/VolumeWatch.h"
+#include "volumes/ZAN_ConnectedVolumes.h"
+#include "volumes/ZAN_MountVolume.h"
+#include "volumes/ZAN_MountedVolumes.h"
 
 namespace corvana {
 
@@ -92,6 +98,7 @@ class MainScheduler {
  private:
   void wire();
   void wireWork();
+  void wireVolumes();
   void wireDrive();
   void setUp();
   void readShortcut();
@@ -134,7 +141,13 @@ class MainScheduler {
   Messages mMessages;
   ActionTree mTree;
   VolumeIdentity mVolumeIdentity;
+  ZAN_MountVolume mMountVolume;
+  ZAN_MountedVolumes mMountedVolumes;
+  ZAN_ConnectedVolumes mConnectedVolumes;
   VolumeWatch mVolumeWatch;
+  AliasMounter mAliasMounter;
+  VolumeMounter mVolumeMounter;
+  RecoveryCopy mRecoveryCopy;
   StartupDisk mStartupDisk;
   SystemInformation mSystemInformation;
   MailSender mMail;

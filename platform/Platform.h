@@ -15,6 +15,7 @@ class ServerSockets;
 class ServiceDiscovery;
 class SystemLog;
 class UserInterface;
+class Volumes;
 
 /// Everything that the agent asks of its surroundings, in one hand: real, or simulated with a
 /// virtual clock.
@@ -28,6 +29,7 @@ struct Platform {
   UserInterface& userInterface;
   DistributedNotifications& notifications;
   SystemLog& systemLog;
+  Volumes& volumes;
   Network& network;
   ServiceDiscovery& services;
   ServerSockets& serverSockets;
@@ -35,8 +37,8 @@ struct Platform {
 
   /// The same surroundings with another loop.
   Platform withRunLoop(RunLoop& loop) const {
-    return {clock,         loop,      machine, power,    processes,     input,      userInterface,
-            notifications, systemLog, network, services, serverSockets, agentObject};
+    return {clock,         loop,      machine, power,   processes, input,         userInterface,
+            notifications, systemLog, volumes, network, services,  serverSockets, agentObject};
   }
 };
 

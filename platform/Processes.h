@@ -56,6 +56,7 @@ class Processes {
 
   /// Starts a tool, waits for its end (`seconds` at most, then it is killed) and returns its output; an
   /// error when it cannot be started, does not end in time or ends with a status other than 0. Blocks.
+  /// Thread: any.
   virtual Result<std::string> runTool(const std::vector<std::string>& arguments, double seconds) = 0;
 
   /// Every process of this user with the same home, in no particular order; what was known before is taken

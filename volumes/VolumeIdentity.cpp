@@ -1,19 +1,53 @@
 #include "volumes/VolumeIdentity.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <string>
-#include <system_error>
+#include <cctype>
 
 #include "actions/ActionsTools.h"
 
 namespace corvana {
 
-bool VolumeIdentity::checkIfVolumeMounted(const ZAN_Value& item, bool) {
+namespace {
+
+bool equalUuids(std::string_view one, std::string_view other) {
+  return std::ranges::equal(one, other, [](unsigned char a, unsigned char b) {
+    return std::tolower(a) == std::tolower(b);
+  });
+}
+
+std::string described(const ZAN_Value& item) {
+  const std::string name = item.string("VolumeFolderName");
+  const std::string uuid = item.string("uuid");
+  std::string text = name.empty() ? "its volume" : "the volume \"" + name + "\"";
+  if (!uuid.empty()) text += " (" + uuid + ")";
+  return text;
+}
+
+/// For whoever writes: known UUIDs decide, else the sizes.
+bool isDescribed(const ZAN_Value& item, const VolumeInformation& known) {
+  const std::string uuid = item.string("uuid");
+  if (!uuid.empty() && !known.uuid.empty()) return equalUuids(uuid, known.uuid);
+  const std::uint64_t size = item["VolumeFolderVolumeSize"].unsignedValue();
+  return size == 0 || size == known.totalSize;
+}
+
+}  // namespace
+
+bool VolumeIdentity::checkIfVolumeMounted(const ZAN_Value& item, bool tolerant) {
   if (!item.isDictionary()) return false;
   const std::string path = item.string("VolumeFolderPath");
-  std::error_code failure;
-  return !path.empty() && std::filesystem::exists(path, failure);
+  auto mount = mReference.ofPath(path);
+  if (!mount) {
+    if (auto fitting = mReference.getFolderPathForMountedVolume(item))
+      mount = std::move(fitting->mount);
+  }
+  if (!mount) return mReference.isBelowVolumesFolder(path) && mVolumes.exists(path);
+  const auto known = mVolumes.information(*mount);
+  if (!known) return false;
+  if (tolerant) return true;
+  if (known->totalSize == item["VolumeFolderVolumeSize"].unsignedValue()) return true;
+  const std::string uuid = item.string("uuid");
+  return !uuid.empty() && uuid == known->uuid;
 }
 
 bool VolumeIdentity::checkIfAllVolumesMounted(const ZAN_Value& settings) {
@@ -26,6 +60,39 @@ bool VolumeIdentity::checkIfAllVolumesMounted(const ZAN_Value& settings) {
   if (!std::ranges::all_of(sources, isMounted)) return false;
   const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
   return destination.isNull() || isMounted(destination);
+}
+
+Result<VolumeIdentity::Place> VolumeIdentity::locate(const ZAN_Value& item, bool tolerant) {
+  std::string path = item.string("VolumeFolderPath");
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  if (!path.starts_with('/')) return Error{ErrorKind::refused, path + ": not an absolute path"};
+
+  const auto system = mReference.ofPath("/");
+  auto mount = mReference.ofPath(path);
+  const auto [place, rest] = mReference.splitBelowVolumesFolder(path);
+  const bool isOnSystem = !mount || !system || mount->device == system->device;
+  std::optional<VolumeInformation> known;
+  if (mount) known = mVolumes.information(*mount);
+  if (!place.empty() && (isOnSystem || !known || !isDescribed(item, *known))) {
+    // An unmounted volume leaves an empty folder, or none, on the start-up disk.
+    if (auto elsewhere = mReference.withUuid(item.string("uuid"))) {
+      if (const auto facts = mVolumes.information(*elsewhere)) {
+        std::string there = elsewhere->target + rest;
+        return Place{std::move(there), *std::move(elsewhere), *facts};
+      }
+    }
+    if (isOnSystem)
+      return Error{ErrorKind::absent, path + ": " + described(item) + " is not mounted"};
+  }
+  if (!mount) return Error{ErrorKind::absent, path + ": no volume holds it"};
+  if (!known)
+    return Error{ErrorKind::unavailable, path + ": " + described(item) + " does not answer"};
+  if (!isDescribed(item, *known) && (!tolerant || isOnSystem)) {
+    return Error{ErrorKind::absent, path + ": " + described(item) + " is not there, \"" +
+                                        VolumeReference::nameOf(*mount, known) +
+                                        "\" is in its place"};
+  }
+  return Place{std::move(path), *std::move(mount), *known};
 }
 
 }  // namespace corvana

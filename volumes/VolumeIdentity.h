@@ -1,18 +1,25 @@
 #pragma once
 
+#include <string>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "volumes/VolumeReference.h"
 
 namespace corvana {
 
-/// Whether the volumes that an action names are there. Thread: main.
+/// Whether the volumes that an action names are there. A mount that does not answer is not there.
+/// Thread: main.
 class VolumeIdentity {
  public:
+  explicit VolumeIdentity(Volumes& volumes) : mVolumes(volumes), mReference(volumes) {}
   virtual ~VolumeIdentity() = default;
 
   /// Whether the volume of an item (a source or the destination of an action: "VolumeFolderPath",
-  /// "VolumeFolderVolumeSize", "VolumeFolderVolumeDate", "uuid") is mounted. Tolerant: any volume
-  /// at the right place will do; else its size must be that of the item or, failing that, its UUID.
-  /// An item without a volume counts as mounted when its path begins with "/Volumes/" and exists.
+  /// "VolumeFolderVolumeSize", "VolumeFolderVolumeDate", "uuid") is mounted: the one that its path
+  /// leads to, else one that fits the description. Tolerant: any volume there will do; else its
+  /// size must be that of the item or, failing that, its UUID; the date takes no part. An item
+  /// without a volume counts as mounted when its path lies below the volumes folder and exists.
   /// Null or no dictionary: no.
   virtual bool checkIfVolumeMounted(const ZAN_Value& item, bool tolerant);
 
@@ -20,6 +27,26 @@ class VolumeIdentity {
   /// Without a list of sources yes, whatever the destination; without a destination the sources
   /// decide.
   bool checkIfAllVolumesMounted(const ZAN_Value& settings);
+
+  /// Where an item's folder is now, for whoever is about to write there: its volume may be mounted
+  /// elsewhere than when it was described. Stricter than the test above: known UUIDs decide, else
+  /// the sizes; tolerant, any volume in the right place will do. Whatever the item says, a path
+  /// below the volumes folder never counts while it lies on the start-up disk, nor does the
+  /// start-up disk stand in for another volume. `absent` when the volume is not mounted or another
+  /// one is in its place; `unavailable` when it does not answer; `refused` when the item describes
+  /// no absolute path.
+  struct Place {
+    std::string path;
+    Mount mount;
+    VolumeInformation information;
+  };
+  Result<Place> locate(const ZAN_Value& item, bool tolerant);
+
+  const VolumeReference& reference() const { return mReference; }
+
+ private:
+  Volumes& mVolumes;
+  VolumeReference mReference;
 };
 
 }  // namespace corvana

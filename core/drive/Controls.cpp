@@ -22,6 +22,7 @@
 #include "platform/RunLoop.h"
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
+#include "volumes/VolumeMounter.h"
 
 namespace corvana {
 
@@ -165,6 +166,7 @@ void Controls::removeFromQueue(const std::vector<std::size_t>& rows) {
 
 void Controls::menuWillOpen() {
   m.statusItem.setStatusTitle(std::nullopt);
+  m.mounter.buildVolumesToMountList();
   m.platform.userInterface.menusChanged();
   m.state.mMenuWasUsed = false;
   if (m.state.mErrorInExecution != 0) showErrorSummary();
@@ -223,6 +225,27 @@ void Controls::openMainApp() {
     m.platform.systemLog.write(opened.error().text);
   }
 }
+
+void Controls::mountVolumes() {
+  UserInterface& ui = m.platform.userInterface;
+  if (ui.isWindowVisible(Window::mountVolumes)) {
+    ui.hideWindow(Window::mountVolumes);
+    ui.rearrangeMessageWindows();
+    return;
+  }
+  m.mounter.updateListOfVolumesToMount();
+  ui.showWindow(Window::mountVolumes);
+}
+
+void Controls::updateListOfVolumesToMount() { m.mounter.updateListOfVolumesToMount(); }
+
+void Controls::mountVolume(std::size_t index) { m.mounter.selectVolumeToMountInMenu(index); }
+
+void Controls::mountSelectedVolumes(const std::vector<std::size_t>& rows) {
+  m.mounter.mountSelectedVolumes(rows);
+}
+
+void Controls::setMountsSystemPartitions(bool also) { m.mounter.setMountsSystemPartitions(also); }
 
 void Controls::preferencesDidChange() {
   m.preferences.loadPrefs();

@@ -20,6 +20,7 @@ class SiblingStatus;
 class StatusItem;
 class TextFiles;
 class TriggerEvaluation;
+class VolumeMounter;
 class ZAN_StringTable;
 struct Platform;
 struct SchedulerState;
@@ -45,6 +46,7 @@ class Controls : public SchedulerCommands {
     StatusItem& statusItem;
     FloatingIcon& floatingIcon;
     LaunchStep& launchStep;
+    VolumeMounter& mounter;
     const ZAN_StringTable& texts;
     std::string mainAppBundlePath;
     std::string executeBundlePath;
@@ -108,6 +110,11 @@ class Controls : public SchedulerCommands {
   void confirmStartupDisk() override { onConfirmStartupDisk(); }
   void saveListProcess() override { onSaveListProcess(); }
   void showAllDisksInformation() override { onShowAllDisksInformation(); }
+  void mountVolumes() override;
+  void updateListOfVolumesToMount() override;
+  void mountVolume(std::size_t index) override;
+  void mountSelectedVolumes(const std::vector<std::size_t>& rows) override;
+  void setMountsSystemPartitions(bool also) override;
   void preferencesDidChange() override;
   void quitScheduler() override;
   void terminateBySelf() override;

@@ -114,6 +114,7 @@ void LaunchStep::showWelcomeMessage() {
 
 void LaunchStep::launchHead() {
   m.supervisor.setProgressValue(0);
+  if (isHeldBack && isHeldBack()) return;
   if (onStrayFolders && onStrayFolders()) return;
   const ReferenceTime now = m.clock.now();
   if (m.preferences.mPrefShowMessageBeforeAction != 0 && !m.announce.isOpen()) {

@@ -46,6 +46,8 @@ class LaunchStep {
   std::function<void()> onShutDownWanted;
   /// All that waited when the user said "disable when all is done" is done.
   std::function<void()> onAllDone;
+  /// Whether the next action has to wait for something that is being done outside.
+  std::function<bool()> isHeldBack;
   /// The folder of volumes has strays in it: they are looked at before anything is launched. True
   /// when the launch has to wait.
   std::function<bool()> onStrayFolders;

@@ -24,6 +24,8 @@
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
 #include "ui/Announce.h"
+#include "volumes/RecoveryCopy.h"
+#include "volumes/VolumeMounter.h"
 
 namespace corvana {
 
@@ -31,6 +33,7 @@ namespace {
 
 constexpr double kManualLaunchDelay = 0.01;
 constexpr double kAnswerDelay = 0.1;
+constexpr double kUnmountDelay = 0.1;
 constexpr double kDefaultMessageSeconds = 10.0;
 
 }  // namespace
@@ -45,6 +48,8 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
       {"ActionListChanged", &NotificationDispatch::actionListChanged},
       {"ActionChanged", &NotificationDispatch::actionChanged},
       {"ExecuteProgress", &NotificationDispatch::executeProgress},
+      {"UnmountVolume", &NotificationDispatch::unmountVolume},
+      {"UnmountVolumeImmediate", &NotificationDispatch::unmountVolumeImmediate},
       {"Message", &NotificationDispatch::message},
       {"MessageOff", &NotificationDispatch::messageOff},
       {"ActivateExecution", &NotificationDispatch::activateExecution},
@@ -61,6 +66,7 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
       {"ShutDownMac", &NotificationDispatch::shutDownMac},
       {"SurveyReplyNotification", &NotificationDispatch::surveyReply},
       {"ConfirmStartupDisk", &NotificationDispatch::confirmStartupDisk},
+      {"SendCopyRecoveryHD", &NotificationDispatch::sendCopyRecoveryHD},
   };
   return kRows;
 }
@@ -124,6 +130,15 @@ void NotificationDispatch::executeProgress(const ZAN_Value& userInfo) {
     m.supervisor.setProgressValue(userInfo["ProgressValue"].doubleValue());
     m.announce.showProgress(userInfo);
   }
+}
+
+void NotificationDispatch::unmountVolume(const ZAN_Value& userInfo) {
+  m.mounter.rememberVolumeMountedByScheduler(userInfo.string("Path"));
+}
+
+void NotificationDispatch::unmountVolumeImmediate(const ZAN_Value& userInfo) {
+  m.platform.runLoop.performAfter(
+      kUnmountDelay, [this, path = userInfo.string("Path")] { m.mounter.unmountVolume(path); });
 }
 
 void NotificationDispatch::message(const ZAN_Value& userInfo) {
@@ -203,6 +218,10 @@ void NotificationDispatch::shutDownMac(const ZAN_Value&) {
 void NotificationDispatch::surveyReply(const ZAN_Value& userInfo) {
   if (userInfo.contains("ExecuteReplyMessage"))
     m.supervisor.showExecuteReply(userInfo.string("ExecuteReplyMessage"));
+}
+
+void NotificationDispatch::sendCopyRecoveryHD(const ZAN_Value& userInfo) {
+  m.recoveryCopy.copyRecoveryPartition(userInfo);
 }
 
 }  // namespace corvana

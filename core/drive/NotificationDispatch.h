@@ -17,10 +17,12 @@ class ExceptionGuard;
 class ExecuteSupervisor;
 class LaunchStep;
 class Messages;
+class RecoveryCopy;
 class SchedulerLog;
 class SiblingStatus;
 class SurveyExecution;
 class TriggerEvaluation;
+class VolumeMounter;
 struct Platform;
 struct SchedulerState;
 
@@ -46,6 +48,8 @@ class NotificationDispatch {
     Announce& announce;
     LaunchStep& launchStep;
     Controls& controls;
+    VolumeMounter& mounter;
+    RecoveryCopy& recoveryCopy;
     ExceptionGuard& guard;
   };
 
@@ -98,6 +102,9 @@ class NotificationDispatch {
   void shutDownMac(const ZAN_Value&);
   void surveyReply(const ZAN_Value& userInfo);
   void confirmStartupDisk(const ZAN_Value&);
+  void unmountVolume(const ZAN_Value& userInfo);
+  void unmountVolumeImmediate(const ZAN_Value& userInfo);
+  void sendCopyRecoveryHD(const ZAN_Value& userInfo);
 
   Surroundings m;
   bool mMainAppReceiveNotifications = false;

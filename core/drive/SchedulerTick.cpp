@@ -27,6 +27,7 @@
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
 #include "volumes/StartupDisk.h"
+#include "volumes/VolumeMounter.h"
 #include "volumes/VolumeWatch.h"
 
 namespace corvana {
@@ -65,9 +66,11 @@ const SchedulerTick::Row SchedulerTick::kRows[] = {
     {10, nullptr, &SchedulerTick::watchMainApp},
     {1, &SchedulerTick::messageCanFollow, &SchedulerTick::showNextMessage},
     {1, nullptr, &SchedulerTick::launch},
+    {1, &SchedulerTick::mountedForActionsIsOver, &SchedulerTick::unmountVolumes},
     {1, nullptr, &SchedulerTick::lookAhead},
     {1, nullptr, &SchedulerTick::drawStatusIcon},
     {1, nullptr, &SchedulerTick::restWhenIdle},
+    {1, &SchedulerTick::mountListIsReady, &SchedulerTick::buildMountList},
 };
 
 SchedulerTick::SchedulerTick(const Surroundings& surroundings)
@@ -129,6 +132,12 @@ bool SchedulerTick::settingsMayBeCopied() const { return !m.settingsBackup.isRun
 bool SchedulerTick::messageCanFollow() const {
   return m.messages.hasPending() && !m.messages.isShown();
 }
+
+/// The queue has become empty, and volumes were mounted for it.
+bool SchedulerTick::mountedForActionsIsOver() const {
+  return m.mounter.hasVolumesToUnmount() && m.queue.empty() && !m.supervisor.isExecuting();
+}
+bool SchedulerTick::mountListIsReady() const { return m.mounter.isListReady(); }
 
 void SchedulerTick::saveActivity(std::int64_t) {
   const auto running = m.platform.processes.running();
@@ -210,6 +219,8 @@ int SchedulerTick::secondsToNextAction() const {
   return whole < 0 ? kFarAway : whole;
 }
 
+void SchedulerTick::unmountVolumes(std::int64_t) { m.mounter.unmountVolumesMountedByScheduler(); }
+
 void SchedulerTick::lookAhead(std::int64_t) {
   mCountDown.reset();
   const int seconds = secondsToNextAction();
@@ -252,6 +263,8 @@ void SchedulerTick::restWhenIdle(std::int64_t) {
   }
 }
 
+void SchedulerTick::buildMountList(std::int64_t) { m.mounter.takeUpdatedList(); }
+
 /// Whether keyboard, pointer and screen are as the last tick found them, and nothing comes of that.
 bool SchedulerTick::inputRests() const {
   Input& input = m.platform.input;
@@ -267,7 +280,8 @@ int SchedulerTick::emptyTicks() const {
   if (mWakeAfterSleepCounter > 0 || m.state.mMenuMustBeUpdatedTicks != 0 ||
       !m.launchStep.isAtRest() || m.evaluation.hasNotExecutedNotices() || surveyIsVisible() ||
       (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) || !inputRests() ||
-      m.evaluation.idleTimeScheduling() || m.startupDisk.logs() || !m.wakeUp.rests()) {
+      m.evaluation.idleTimeScheduling() || m.startupDisk.logs() || !m.wakeUp.rests() ||
+      m.mounter.hasVolumesToUnmount() || m.mounter.isUpdatingMountedVolumes()) {
     return 0;
   }
   const ReferenceTime now = m.platform.clock.now();

@@ -22,6 +22,7 @@ class SiblingWatch;
 class StartupDisk;
 class StatusItem;
 class TriggerEvaluation;
+class VolumeMounter;
 class VolumeWatch;
 class WakeUp;
 struct Platform;
@@ -46,6 +47,7 @@ class SchedulerTick {
     TriggerEvaluation& evaluation;
     ExecuteSupervisor& supervisor;
     VolumeWatch& volumes;
+    VolumeMounter& mounter;
     StatusItem& statusItem;
     FloatingIcon& floatingIcon;
     LaunchStep& launchStep;
@@ -104,6 +106,8 @@ class SchedulerTick {
   bool surveyIsVisible() const;
   bool settingsMayBeCopied() const;
   bool messageCanFollow() const;
+  bool mountedForActionsIsOver() const;
+  bool mountListIsReady() const;
 
   void saveActivity(std::int64_t n);
   void followUser(std::int64_t n);
@@ -120,7 +124,9 @@ class SchedulerTick {
   void launch(std::int64_t n);
   void lookAhead(std::int64_t n);
   void drawStatusIcon(std::int64_t n);
+  void unmountVolumes(std::int64_t n);
   void restWhenIdle(std::int64_t n);
+  void buildMountList(std::int64_t n);
 
   bool inputRests() const;
   int secondsToNextAction() const;

@@ -73,6 +73,17 @@ class SchedulerCommands {
   /// Shows the text of all disks and partitions in its window.
   virtual void showAllDisksInformation() = 0;
 
+  // Volumes
+  /// Shows the window of volumes to mount, with a fresh list, or hides it.
+  virtual void mountVolumes() = 0;
+  virtual void updateListOfVolumesToMount() = 0;
+  /// The candidate chosen from the menu.
+  virtual void mountVolume(std::size_t index) = 0;
+  /// The candidates selected in the window.
+  virtual void mountSelectedVolumes(const std::vector<std::size_t>& rows) = 0;
+  /// Also offers partitions of the system.
+  virtual void setMountsSystemPartitions(bool also) = 0;
+
   // The agent itself
   /// The preferences of the settings file are to be read again and taken over.
   virtual void preferencesDidChange() = 0;

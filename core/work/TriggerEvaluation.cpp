@@ -71,8 +71,9 @@ NextAction actionEntry(const ProgrammedAction& action) {
 /// One pass over the tree.
 struct TriggerEvaluation::Walk {
   ActionsTools tools;
-  std::string mountedDevice;  ///< empty: none
-  bool onlyListing;           ///< nothing is enqueued, no deadline moves
+  std::string mountedDevice;    ///< empty: none
+  std::string localizedDevice;  ///< the same as the user sees it
+  bool onlyListing;             ///< nothing is enqueued, no deadline moves
   bool firstAfterStartup;
   bool collectsNotExecuted;
   ReferenceTime startOfNextAction;
@@ -120,6 +121,9 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
       .tools = ActionsTools(mCalendar, now,
                             [this](const std::string& line) { m.platform.systemLog.write(line); }),
       .mountedDevice = std::string(mountedDevice.value_or("")),
+      .localizedDevice = mountedDevice
+                             ? m.volumes.reference().localizedPath(std::string(*mountedDevice))
+                             : std::string(),
       .onlyListing = false,
       .firstAfterStartup = state.mFirstCheckAfterStartup,
       .collectsNotExecuted = userIsActive && !mNotificationNotExecutedDone,
@@ -154,6 +158,7 @@ void TriggerEvaluation::rebuildActionsList() {
   updateCalendar();
   Walk walk{.tools = ActionsTools(mCalendar, m.platform.clock.now()),
             .mountedDevice = {},
+            .localizedDevice = {},
             .onlyListing = true,
             .firstAfterStartup = false,
             .collectsNotExecuted = false,
@@ -295,7 +300,8 @@ bool TriggerEvaluation::concernsMountedVolume(const Walk& walk, const ZAN_Value&
   if (sources.empty()) return false;
   const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
   const auto onVolume = [&](const ZAN_Value& item) {
-    return liesIn(item["VolumeFolderPathLocalized"].stringView(), walk.mountedDevice);
+    const std::string_view path = item["VolumeFolderPathLocalized"].stringView();
+    return liesIn(path, walk.mountedDevice) || liesIn(path, walk.localizedDevice);
   };
   // The names are compared first: looking at a volume may take its time.
   if (!std::ranges::any_of(sources, onVolume) && !onVolume(destination)) return false;

@@ -123,15 +123,18 @@ void WhyNot::addVolumes(Reasons& reasons, const ZAN_Value& settings) const {
                        "Give it one: corvana9 edit"});
   }
   if (!destination.isNull()) items.push_back(destination);
+  const bool refused = settings.integer("TriggerIfVolumesMounted") != 0;
   std::vector<std::string> missing;
   for (const auto& item : items) {
-    if (mVolumes.checkIfVolumeMounted(item, tolerant)) continue;
+    // The execution is stricter than the queue: a folder in the place of a volume is none.
+    if (mVolumes.locate(item, tolerant) &&
+        (!refused || mVolumes.checkIfVolumeMounted(item, tolerant)))
+      continue;
     std::string name = volumeName(item);
     if (std::find(missing.begin(), missing.end(), name) == missing.end())
       missing.push_back(std::move(name));
   }
   for (const auto& name : missing) {
-    const bool refused = settings.integer("TriggerIfVolumesMounted") != 0;
     reasons.push_back(
         {Cause::volumeMissing,
          "Not mounted, or another one is in its place: " + name + ". " +

@@ -14,6 +14,7 @@
 #include "platform/simulated/SimulatedServerSockets.h"
 #include "platform/simulated/SimulatedServiceDiscovery.h"
 #include "platform/simulated/SimulatedUserInterface.h"
+#include "platform/simulated/SimulatedVolumes.h"
 #include "platform/simulated/TemporaryFolder.h"
 #include "platform/simulated/VirtualTime.h"
 
@@ -33,8 +34,8 @@ class SimulatedPlatform {
 
   /// The references to hand to the agent.
   Platform platform() {
-    return {clock,         runLoop,       machine,   power,   processes, input,
-            userInterface, notifications, systemLog, network, services,  serverSockets};
+    return {clock,         runLoop,   machine, power,   processes, input,        userInterface,
+            notifications, systemLog, volumes, network, services,  serverSockets};
   }
 
   TemporaryFolder folder;  ///< the home
@@ -51,6 +52,7 @@ class SimulatedPlatform {
   SimulatedNetwork network{time};
   SimulatedServiceDiscovery services{runLoop};
   SimulatedServerSockets serverSockets{runLoop};
+  SimulatedVolumes volumes{runLoop, folder.at("Volumes")};
 };
 
 }  // namespace corvana

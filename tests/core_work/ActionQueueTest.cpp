@@ -46,10 +46,11 @@ TEST_F(ActionQueueTest, RefusesWhatTheActionForbids) {
 
 TEST_F(ActionQueueTest, MissingVolumesRefuseButStillMarkTheOccasion) {
   const std::string there = machine.folder.makeFolder("there");
+  const std::string gone = machine.volumes.folder + "/Gone/Photos";
   setActions({action(1, {{"TriggerIfVolumesMounted", 1},
                          {"ItemsSource", item(there)},
-                         {"ItemsDestination", item("/not/there")}}),
-              action(2, {{"TriggerIfVolumesMounted", 0}, {"ItemsSource", item("/not/there")}}),
+                         {"ItemsDestination", item(gone)}}),
+              action(2, {{"TriggerIfVolumesMounted", 0}, {"ItemsSource", item(gone)}}),
               action(3, {{"TriggerIfVolumesMounted", 1}, {"ItemsSource", item(there)}})});
   std::vector<std::int64_t> missing;
   queue.onVolumeMissing = [&](std::int64_t ref) { missing.push_back(ref); };

@@ -114,16 +114,16 @@ TEST_F(TriggerEvaluationTest, HoursAndContextTakeTheDateAway) {
 
 TEST_F(TriggerEvaluationTest, AMountStartsTheActionsOfThatVolumeAlone) {
   const std::string source = machine.folder.makeFolder("Source");
-  const std::string disk = machine.folder.makeFolder("Disk");
-  const std::string disk2 = machine.folder.makeFolder("Disk 2");
+  const std::string disk = machine.volumes.mount({.name = "Disk", .size = 7});
+  const std::string disk2 = machine.volumes.mount({.name = "Disk 2", .size = 7});
+  const std::string gone = machine.volumes.folder + "/Gone/Photos";
   setActions(
-      {automatic(1, 10, {{"ItemsSource", item(source)}, {"ItemsDestination", item(disk)}}),
-       automatic(2, 10, {{"ItemsSource", item("/not/there")}, {"ItemsDestination", item(disk)}}),
-       automatic(3, 10, {{"ItemsSource", item(disk2)}}),
-       automatic(4, 10, {{"ItemsDestination", item(disk)}}),
-       automatic(5, 10, {{"ItemsSource", item(disk + "/Photos")}}),
+      {automatic(1, 10, {{"ItemsSource", item(source)}, {"ItemsDestination", item(disk, 7)}}),
+       automatic(2, 10, {{"ItemsSource", item(gone)}, {"ItemsDestination", item(disk, 7)}}),
+       automatic(3, 10, {{"ItemsSource", item(disk2, 7)}}),
+       automatic(4, 10, {{"ItemsDestination", item(disk, 7)}}),
+       automatic(5, 10, {{"ItemsSource", item(disk + "/Photos", 7)}}),
        daily(6, 11, {{"LastScheduleDate", ZAN_Value::date(now() - kDay)}})});
-  machine.folder.makeFolder("Disk/Photos");
   state.mFirstCheckAfterStartup = true;
   state.checkAt(now() + 600);
   evaluation.checkActionsToLaunch(disk);

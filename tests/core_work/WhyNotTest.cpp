@@ -58,7 +58,7 @@ TEST_F(WhyNotTest, NamesEverythingThatIsInTheWay) {
                                 {"TriggerAllowedHours", 1},
                                 {"TriggerAllowedHoursFrom", ZAN_Value::date(8 * 3600)},
                                 {"TriggerAllowedHoursTo", ZAN_Value::date(10 * 3600)},
-                                {"ItemsDestination", item("/nowhere/Disk/Backup")}});
+                                {"ItemsDestination", item(machine.volumes.folder + "/Disk/Backup")}});
   EXPECT_THAT(causes(record), ElementsAre(Cause::disabled, Cause::paused, Cause::otherContext,
                                           Cause::volumeMissing, Cause::outOfHours, Cause::noDate));
 }
@@ -74,15 +74,17 @@ TEST_F(WhyNotTest, TellsWhatItWaitsBehind) {
 }
 
 TEST_F(WhyNotTest, NamesTheMissingVolumeOnce) {
-  const auto missing = [](const std::string& path) {
-    ZAN_Value description = item(path);
+  // An empty folder in its place is no volume.
+  machine.folder.makeFolder("Volumes/Attic/b");
+  const auto missing = [&](const std::string& path) {
+    ZAN_Value description = item(machine.volumes.folder + path);
     description.setValue("VolumeFolderName", "Attic");
     description.setValue("uuid", "1234-ABCD");
     return description;
   };
   const ZAN_Value record = due({{"ItemsVolumeTolerance", nullptr},
-                                {"ItemsSource", missing("/nowhere/Attic/a")},
-                                {"ItemsDestination", missing("/nowhere/Attic/b")}});
+                                {"ItemsSource", missing("/Attic/a")},
+                                {"ItemsDestination", missing("/Attic/b")}});
   const auto found = reasons(record);
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(found[0].text,

@@ -148,7 +148,7 @@ struct WorkWorld {
                     log,
                     store.texts(),
                     strings};
-  VolumeIdentity volumes;
+  VolumeIdentity volumes{machine.volumes};
   RecordingMail mail{platform};
   WorkSurroundings surroundings{platform, tree,         store,    counters, preferences,
                                 state,    log,          debugLog, survey,   messages,
@@ -159,9 +159,12 @@ struct WorkWorld {
   Contexts contexts{surroundings, queue};
 };
 
-/// The one folder description that the tests need: an item on a volume.
-inline ZAN_Value item(const std::string& path) {
-  return ZAN_Value::dictionary({{"VolumeFolderPath", path}, {"VolumeFolderPathLocalized", path}});
+/// The one folder description that the tests need: an item on a volume, by itself the start-up
+/// disk.
+inline ZAN_Value item(const std::string& path, std::uint64_t volumeSize = 500'000'000'000) {
+  return ZAN_Value::dictionary({{"VolumeFolderPath", path},
+                                {"VolumeFolderPathLocalized", path},
+                                {"VolumeFolderVolumeSize", volumeSize}});
 }
 
 }  // namespace corvana::test

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "platform/Volumes.h"
+#include "platform/linux/DescriptorWatch.h"
+#include "platform/linux/MountTable.h"
+#include "platform/linux/VolumeReader.h"
+
+namespace corvana {
+
+/// Volumes by the kernel's mount table, which says itself when it changes, and by what the desktop
+/// tells of its shares. Thread: main, except where the interface says more.
+class LinuxVolumes final : public Volumes {
+ public:
+  /// For one look around: nothing is watched.
+  LinuxVolumes(std::string loginName, std::string home);
+  /// The loop and the watch outlive this object.
+  LinuxVolumes(std::string loginName, std::string home, RunLoop& loop, DescriptorWatch& watch);
+  ~LinuxVolumes() override;
+
+  std::string volumesFolder() const override;
+  std::vector<Mount> mounts() const override;
+  std::optional<VolumeInformation> information(const Mount& mount,
+                                               double maxAge = kAnyAge) override;
+  DiskInformation diskInformation(const Mount& mount) override;
+  bool exists(const std::string& path) override;
+  void observe(Observer observer) override;
+
+  /// The shares that the desktop shows as folders, as they are now (`id` 0).
+  void setShares(std::vector<Mount> shares);
+
+  /// $CORVANA9_VOLUMES if set, else the user's folder below /run/media or /media, the first that is
+  /// there; the latter when neither is.
+  static std::string volumesFolder(const std::string& loginName);
+
+ private:
+  struct Seen {
+    Mount mount;
+    bool isTold = false;
+  };
+
+  void look();
+  void tell(const Mount& mount);
+  void stopWatching();
+
+  std::string mLoginName;
+  std::string mHome;
+  RunLoop* mLoop = nullptr;
+  DescriptorWatch* mWatch = nullptr;
+  ZAN_Descriptor mTable;
+  DescriptorWatch::WatchId mWatching = 0;
+  VolumeReader mReader;
+  Observer mObserver;
+  std::vector<Mount> mShares;
+  std::vector<Seen> mSeen;
+  std::shared_ptr<int> mAlive = std::make_shared<int>();
+};
+
+}  // namespace corvana

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Volumes.h"
+
+namespace corvana {
+
+/// Reads the kernel's mount table. Thread: any.
+class MountTable {
+ public:
+  /// What decides whether a mount counts as a volume.
+  struct Places {
+    std::string volumesFolder;
+    std::string home;
+  };
+
+  MountTable() = delete;
+
+  /// The table as /proc/self/mountinfo gives it, oldest mount first; lines that are none are left
+  /// out. Volumes are "/", what is mounted below the volumes folder, other file systems on block
+  /// devices and those of other machines; not what belongs to booting, nor images of programs.
+  static std::vector<Mount> parse(std::string_view text, const Places& places);
+  /// The same of this process now, with devices by their kernel names.
+  static std::vector<Mount> read(const Places& places);
+  /// The mount that is seen at the path: the deepest that holds it, of several at one place the
+  /// last. Text only. Null when none does.
+  static const Mount* at(const std::vector<Mount>& mounts, std::string_view path);
+};
+
+}  // namespace corvana

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/RunLoop.h"
+#include "platform/Volumes.h"
+
+namespace corvana {
+
+/// Asks mounts in threads of their own, so that one that never answers holds up nobody: whoever
+/// asked waits a moment at most, and nobody waits for it again until it has answered. Threads that
+/// wait for ever are left behind at the end. Thread: main.
+class VolumeReader {
+ public:
+  static constexpr double kLimit = 0.2;  ///< seconds that a question may take
+
+  VolumeReader();
+  ~VolumeReader();
+  VolumeReader(const VolumeReader&) = delete;
+  VolumeReader& operator=(const VolumeReader&) = delete;
+
+  /// What the mount says of itself, from memory when that is not older than `maxAge` seconds.
+  std::optional<VolumeInformation> information(const Mount& mount, double maxAge);
+  /// Asks ahead; `answered` is called in `loop` when the mount has answered, however late, unless
+  /// it is forgotten before.
+  void prepare(const Mount& mount, RunLoop& loop, std::function<void()> answered);
+  /// Whether something is at a path on that mount.
+  bool exists(const Mount& mount, const std::string& path);
+  /// The mount is gone.
+  void forget(const Mount& mount);
+
+ private:
+  struct Slot;
+  struct Shared;
+  void startReading(const std::shared_ptr<Slot>& slot, const Mount& mount);
+  std::shared_ptr<Shared> mShared;
+};
+
+}  // namespace corvana

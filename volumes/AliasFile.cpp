@@ -1,0 +1,95 @@
+#include "volumes/AliasFile.h"
+
+#include <charconv>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr std::uint64_t kMostBytes = 64U << 10;
+
+std::string percentDecoded(std::string_view text) {
+  std::string result;
+  while (!text.empty()) {
+    unsigned code = 0;
+    if (text.size() >= 3 && text.front() == '%' &&
+        std::from_chars(text.data() + 1, text.data() + 3, code, 16).ptr == text.data() + 3) {
+      result.push_back(static_cast<char>(code));
+      text.remove_prefix(3);
+    } else {
+      result.push_back(text.front());
+      text.remove_prefix(1);
+    }
+  }
+  return result;
+}
+
+std::string trimmed(std::string_view text) {
+  const auto start = text.find_first_not_of(" \t\r\n");
+  if (start == std::string_view::npos) return {};
+  return std::string(text.substr(start, text.find_last_not_of(" \t\r\n") - start + 1));
+}
+
+/// The address of a desktop link entry; empty when the text is none.
+std::string linkAddress(std::string_view text) {
+  bool isInEntry = false;
+  bool isLink = false;
+  std::string address;
+  while (!text.empty()) {
+    const auto end = std::min(text.find('\n'), text.size());
+    const std::string line = trimmed(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+    if (line.starts_with('[')) {
+      isInEntry = line == "[Desktop Entry]";
+      continue;
+    }
+    const auto equals = line.find('=');
+    if (!isInEntry || equals == std::string::npos) continue;
+    const std::string key = trimmed(std::string_view(line).substr(0, equals));
+    const std::string value = trimmed(std::string_view(line).substr(equals + 1));
+    if (key == "Type") isLink = value == "Link";
+    if (key == "URL") address = value;
+  }
+  return isLink ? address : std::string();
+}
+
+std::optional<std::string> placeOf(const std::string& address) {
+  if (address.starts_with("file://")) {
+    const auto slash = address.find('/', 7);
+    if (slash == std::string::npos) return std::nullopt;
+    return percentDecoded(std::string_view(address).substr(slash));
+  }
+  if (address.starts_with('/') || address.find("://") != std::string::npos) return address;
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool AliasFile::isAlias(const std::string& path) {
+  const auto info = ZAN_FilesUtils::finderInfo(path);
+  if (info && info->isAlias()) return true;
+  if (ZAN_FilesUtils::pathExtension(path) != "desktop") return false;
+  const auto contents = ZAN_FilesUtils::readFile(path, kMostBytes);
+  return contents && !linkAddress(contents->bytes).empty();
+}
+
+std::optional<std::string> AliasFile::target(const std::string& path) {
+  std::error_code none;
+  const auto link = std::filesystem::read_symlink(path, none);
+  if (!link.empty()) {
+    return (link.is_absolute() ? link : std::filesystem::path(path).parent_path() / link)
+        .lexically_normal()
+        .string();
+  }
+  const auto contents = ZAN_FilesUtils::readFile(path, kMostBytes);
+  if (!contents) return std::nullopt;
+  const std::string address = linkAddress(contents->bytes);
+  return placeOf(address.empty() ? trimmed(contents->bytes) : address);
+}
+
+}  // namespace corvana

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Platform.h"
+
+namespace corvana {
+
+class AliasMounter;
+class Messages;
+class Preferences;
+class ZAN_ConnectedVolumes;
+class ZAN_MountVolume;
+class ZAN_StringTable;
+struct SchedulerState;
+
+/// What the user can have mounted: an alias file, usually of a share of a server, or a partition.
+struct MountCandidate {
+  std::string volName;
+  std::string volPath;  ///< of the alias file; empty for a partition
+  std::string bsdName;  ///< of the partition; empty for an alias
+  bool isAlias = false;
+  bool operator==(const MountCandidate&) const = default;
+};
+
+/// Mounts what the user chooses, and unmounts what was mounted for actions when the queue has
+/// become empty. Nothing is launched while something is being unmounted. Thread: main.
+class VolumeMounter {
+ public:
+  struct Surroundings {
+    Platform& platform;
+    SchedulerState& state;
+    const Preferences& preferences;
+    Messages& messages;
+    const ZAN_StringTable& texts;
+    const ZAN_MountVolume& tools;
+    ZAN_ConnectedVolumes& connected;
+    AliasMounter& aliases;
+    std::string aliasFolder;  ///< full path; made when it is looked at
+  };
+
+  explicit VolumeMounter(const Surroundings& surroundings);
+
+  /// The list of candidates was built anew.
+  std::function<void()> onCandidatesChanged;
+  /// Before the volumes of the queue are unmounted: information about them is to be saved.
+  std::function<void()> onSaveVolumesInfos;
+
+  // The list of what can be mounted
+  /// Has the partitions read again; the tick builds the list when they are there.
+  void updateListOfVolumesToMount();
+  /// For the tick: partitions were asked for and are there now.
+  bool isListReady() const;
+  bool isUpdatingMountedVolumes() const { return mUpdatingMountedVolumes; }
+  /// Clears that state and builds the list.
+  void takeUpdatedList();
+  /// Aliases first, then the partitions that are not mounted, as they are known now.
+  void buildVolumesToMountList();
+  const std::vector<MountCandidate>& volumesToMountList() const { return mVolumesToMountList; }
+  /// Also "Boot OS X", "EFI" and "Recovery HD" are offered.
+  bool mountsSystemPartitions() const { return mMountVolumesSystemPartition; }
+  void setMountsSystemPartitions(bool also);
+
+  // Mounting
+  /// By the menu; one that is not in the list is ignored. With the Option key down an alias is
+  /// examined instead and a report written.
+  void selectVolumeToMountInMenu(std::size_t index);
+  /// By the window, each in turn; the list is then read again.
+  void mountSelectedVolumes(const std::vector<std::size_t>& rows);
+
+  // Unmounting
+  /// Mounted for an action; remembered only when the user wants such volumes unmounted.
+  void rememberVolumeMountedByScheduler(const std::string& path);
+  bool hasVolumesToUnmount() const { return !mMountedVolumesList.empty(); }
+  /// The queue has become empty.
+  void unmountVolumesMountedByScheduler();
+  /// Lets the volume go, by force when it does not go otherwise, and looks for 5 s whether it has
+  /// gone. Several are unmounted one after another.
+  void unmountVolume(const std::string& path);
+  bool isUnmounting() const { return !mUnmounting.empty(); }
+
+ private:
+  void mountAlias(const MountCandidate& candidate);
+  void beginUnmount();
+  void waitUntilGone(int looksLeft);
+  void endUnmount();
+
+  Surroundings m;
+  std::vector<MountCandidate> mVolumesToMountList;
+  std::vector<std::string> mMountedVolumesList;
+  std::deque<std::string> mUnmounting;
+  bool mUpdatingMountedVolumes = false;
+  bool mMountVolumesSystemPartition = false;
+  std::shared_ptr<int> mAlive =
+      std::make_shared<int>();  ///< threads see by it whether this is gone
+};
+
+}  // namespace corvana
