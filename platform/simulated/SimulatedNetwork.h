@@ -36,7 +36,7 @@ class PeerScript {
   PeerScript& close() { return add(PeerStep::Kind::close, {}, 0); }
   PeerScript& fail(const std::string& reason) { return add(PeerStep::Kind::fail, reason, 0); }
   /// Does the steps so far again and again, without end.
-  PeerScript& forever() {
+  PeerScript& endlessly() {
     mForever = true;
     return *this;
   }

@@ -314,10 +314,10 @@ TEST(Bounds, NoServerHoldsASessionForEver) {
   for (int i = 0; i < 300; ++i) talkative.line("250-" + std::string(4000, 'x'));
   const Case cases[] = {
       {greeting().hear("\r\n").pause(1e6), 310, "The server did not answer in time"},
-      {PeerScript().say("2").pause(20).forever(), 310, "The server did not answer in time"},
+      {PeerScript().say("2").pause(20).endlessly(), 310, "The server did not answer in time"},
       {greeting().hear("\r\n").line("250-X").pause(200).line("250-X").pause(200).line("250-X"), 310,
        "The server did not answer in time"},
-      {PeerScript().say(std::string(2000, '2')).forever(), 1, "A reply of the server is too long"},
+      {PeerScript().say(std::string(2000, '2')).endlessly(), 1, "A reply of the server is too long"},
       {talkative, 310, "The server talks too much"},
       {greeting().hear("\r\n").line("535 no").pause(1e6), 40, nullptr},
   };
