@@ -1,4 +1,5 @@
-# Runs at installation, when the prefix is known: the link in bin/ and the two ways to start the agent.
+# Runs at installation, when the prefix is known: the link in bin/, the two ways to start the agent, how long a
+# shut-down waits, and the right of the wake-up helper.
 
 set(root "$ENV{DESTDIR}")
 set(program "lib/corvana9/Corvana 9.app/Contents/Resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler")
@@ -24,5 +25,18 @@ endfunction()
 
 corvana_write(corvana9-scheduler.desktop "${autostart}")
 corvana_write(corvana9-scheduler.service "${CMAKE_INSTALL_PREFIX}/share/systemd/user")
+# The login manager looks below /usr and /usr/local; elsewhere the file is there to be copied.
+corvana_write(corvana9-shutdown-delay.conf "${CMAKE_INSTALL_PREFIX}/lib/systemd/logind.conf.d")
+
+set(helper "${root}${CMAKE_INSTALL_PREFIX}/lib/corvana9/Corvana 9.app/Contents/Resources/tools/wakeup")
+find_program(setcap setcap PATHS /usr/sbin /sbin)
+set(failed 1)
+if(setcap)
+  execute_process(COMMAND "${setcap}" cap_wake_alarm+ep "${helper}" RESULT_VARIABLE failed OUTPUT_QUIET ERROR_QUIET)
+endif()
+if(failed)
+  message(STATUS "Without this the machine is not woken for actions: sudo setcap cap_wake_alarm+ep '${helper}'")
+endif()
 list(APPEND CMAKE_INSTALL_MANIFEST_FILES "${command}" "${autostart}/corvana9-scheduler.desktop"
+     "${CMAKE_INSTALL_PREFIX}/lib/systemd/logind.conf.d/corvana9-shutdown-delay.conf"
      "${CMAKE_INSTALL_PREFIX}/share/systemd/user/corvana9-scheduler.service")

@@ -96,7 +96,8 @@ void WhyNot::addAgent(Reasons& reasons, const Situation& situation) const {
     reasons.push_back(
         {Cause::otherMachine,
          "The start-up disk is another one than before, and the question what to do is open.",
-         "Answer the agent's question."});
+         "Answer the agent's question, or take this disk as the usual one: corvana9 post agent "
+         "ConfirmStartupDisk"});
   }
   if (situation.scheduleDisabled) {
     reasons.push_back(
