@@ -80,6 +80,9 @@ class Volumes {
   /// Whether something is at the path; what cannot be asked is not there.
   virtual bool exists(const std::string& path) = 0;
 
+  /// Whether a server of that name can be found and a way leads to it. Blocks; thread: any.
+  virtual bool isReachable(const std::string& host) = 0;
+
   /// From now on volumes (`isVolume`) that come and go are told from the loop, one after another. A
   /// second observer replaces the first; an empty one ends it.
   virtual void observe(Observer observer) = 0;

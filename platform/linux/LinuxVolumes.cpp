@@ -1,6 +1,8 @@
 #include "platform/linux/LinuxVolumes.h"
 
 #include <fcntl.h>
+#include <netdb.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -53,6 +55,20 @@ bool LinuxVolumes::exists(const std::string& path) {
   const Mount* mount = MountTable::at(table, path);
   if (mount && mount->isForeign) return mReader.exists(*mount, path);
   return ::access(path.c_str(), F_OK) == 0;
+}
+
+bool LinuxVolumes::isReachable(const std::string& host) {
+  addrinfo wanted{};
+  wanted.ai_socktype = SOCK_DGRAM;
+  addrinfo* found = nullptr;
+  if (::getaddrinfo(host.c_str(), "9", &wanted, &found) != 0) return false;
+  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> list(found, ::freeaddrinfo);
+  for (const addrinfo* one = list.get(); one; one = one->ai_next) {
+    const ZAN_Descriptor way(::socket(one->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    // Nothing is sent: only the way is looked up.
+    if (way && ::connect(way.get(), one->ai_addr, one->ai_addrlen) == 0) return true;
+  }
+  return false;
 }
 
 void LinuxVolumes::observe(Observer observer) {

@@ -28,6 +28,7 @@ class LinuxVolumes final : public Volumes {
                                                double maxAge = kAnyAge) override;
   DiskInformation diskInformation(const Mount& mount) override;
   bool exists(const std::string& path) override;
+  bool isReachable(const std::string& host) override;
   void observe(Observer observer) override;
 
   /// The shares that the desktop shows as folders, as they are now (`id` 0).

@@ -41,6 +41,7 @@ class SimulatedVolumes final : public Volumes {
                                                double maxAge = kAnyAge) override;
   DiskInformation diskInformation(const Mount& mount) override;
   bool exists(const std::string& path) override;
+  bool isReachable(const std::string& host) override { return reachable.contains(host); }
   void observe(Observer observer) override { mObserver = std::move(observer); }
 
   /// Mounts a disk, at a place with a number behind its name when the plain one is taken; returns
@@ -64,8 +65,9 @@ class SimulatedVolumes final : public Volumes {
   /// Volumes that refuse to be unmounted unless forced.
   std::set<std::string> busy;
 
-  std::string folder;  ///< the volumes folder
-  int asked = 0;       ///< how often a mount itself was asked
+  std::string folder;               ///< the volumes folder
+  std::set<std::string> reachable;  ///< names of servers
+  int asked = 0;                    ///< how often a mount itself was asked
 
  private:
   struct Known {
