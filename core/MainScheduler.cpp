@@ -13,6 +13,7 @@
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
+#include "volumes/VolumeReference.h"
 
 namespace corvana {
 
@@ -245,6 +246,15 @@ void MainScheduler::wireMachine() {
   mLaunchStep.onStartupDiskQuestion = [this] {
     mPlatform.runLoop.performAfter(kStartupDiskQuestionDelay,
                                    [this] { mStartupDisk.askAboutStartupDiskChange(); });
+  };
+  mStartupDisk.liesOnStartupDisk = [this](const std::string& path) {
+    const auto mount = VolumeReference(mPlatform.volumes).ofPath(path);
+    return mount && mount->target == "/";
+  };
+  mSystemInformation.getAllVolumesDictionary = [this]() -> Result<ZAN_Value> {
+    ZAN_Value list = mMountVolume.getAllVolumesDictionary();
+    if (list.isNull()) return Error{ErrorKind::unavailable, "diskutil: it did not list the disks"};
+    return list;
   };
   mStartupDisk.onChanged = [this] { mControls.updateExecutionStatusMenus(); };
   mControls.onAskAboutStartupDiskChange = [this] { mStartupDisk.askAboutStartupDiskChange(); };

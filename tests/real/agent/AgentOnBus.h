@@ -82,8 +82,12 @@ struct AgentOnBus : testing::Test {
   }
 
   std::vector<std::string> environment(std::vector<std::string> words) const {
-    std::vector<std::string> all{"/usr/bin/env", "HOME=" + home.path(), "TZ=UTC",
-                                 "XDG_CONFIG_HOME=", "DBUS_SESSION_BUS_ADDRESS=" + bus.address()};
+    std::vector<std::string> all{"/usr/bin/env",
+                                 "HOME=" + home.path(),
+                                 "TZ=UTC",
+                                 "XDG_CONFIG_HOME=",
+                                 "DBUS_SESSION_BUS_ADDRESS=" + bus.address(),
+                                 "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent"};
     all.insert(all.end(), words.begin(), words.end());
     return all;
   }
