@@ -1,0 +1,161 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "ZANCocoaFramework/ZAN_Json.h"
+#include "actions/ActionStore.h"
+#include "platform/linux/SystemClock.h"
+#include "platform/simulated/SimulatedMachine.h"
+#include "tests/real/remote/NetworkMachine.h"
+
+namespace corvana {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+namespace fs = std::filesystem;
+
+/// Two machines on one cable: the agent of one, and the command that controls it on the other.
+struct RemoteMachinesTest : testing::Test {
+  RealLoop real;
+  NetworkMachine anna{real, "anna"};
+  NetworkMachine berta{real, "berta"};
+  std::unique_ptr<ChildProcess> agent;
+  std::unique_ptr<ChildProcess> second;
+  std::string agentOutput;
+
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root for network namespaces";
+    if (!anna.start() || !berta.start()) GTEST_SKIP() << "no network namespaces here";
+    anna.connectTo(berta);
+    for (NetworkMachine* machine : {&anna, &berta}) {
+      machine->startBus();
+      machine->startAvahi();
+    }
+  }
+  void TearDown() override {
+    anna.stop(agent);
+    berta.stop(second);
+  }
+
+  static std::string program(const NetworkMachine& machine, const std::string& name) {
+    return machine.home.at("Corvana 9.app/Contents/Resources/Corvana 9 " + name +
+                           ".app/Contents/MacOS/Corvana 9 " + name);
+  }
+  /// Lets itself be controlled, and writes down which actions it executes.
+  std::unique_ptr<ChildProcess> startAgent(NetworkMachine& machine, std::string& output) {
+    for (const char* name : {"Scheduler", "Execute"})
+      fs::create_directories(fs::path(program(machine, name)).parent_path());
+    fs::copy_file(CORVANA_AGENT, program(machine, "Scheduler"));
+    fs::copy(CORVANA_RESOURCES,
+             fs::path(program(machine, "Scheduler")).parent_path().parent_path() / "Resources",
+             fs::copy_options::recursive);
+    std::ofstream(program(machine, "Execute")) << "#!/bin/sh\necho \"$1\" >> \"$HOME/executed\"\n";
+    ::chmod(program(machine, "Execute").c_str(), 0755);
+    const SystemClock clock;
+    SimulatedMachine described(machine.home.path());
+    SimulatedSystemLog log;
+    ActionStore store(const_cast<SystemClock&>(clock), described, log);
+    const auto action = [](int ref, const char* title, int prevented) {
+      return ZAN_Value::dictionary({{"Ref", ref},
+                                    {"Title", title},
+                                    {"Mode", 2},
+                                    {"TriggerAutomatic", 0},
+                                    {"TriggerPreventRemoteLaunch", prevented}});
+    };
+    EXPECT_TRUE(store.tree().saveActionsTree(
+        ZAN_Value::array({action(101, "Letters", 0), action(102, "Photos", 1)})));
+    EXPECT_TRUE(store.settings().saveSchedulerSettings(
+        ZAN_Value::dictionary({{"SchedulerPrefAllowRemoteControl", 1},
+                               {"SchedulerPrefRemoteControlLocalName", "Anna Büro"},
+                               {"SchedulerPrefRemoteControlPassword", "geheim"},
+                               {"SchedulerQuitDate", ZAN_Value::date(clock.now())}})));
+    return machine.run(machine.inside({program(machine, "Scheduler"), "--headless"}), output);
+  }
+
+  int command(std::vector<std::string> words) {
+    words.insert(words.begin(), CORVANA_COMMAND);
+    return berta.finish(words);
+  }
+  ZAN_Value peers() {
+    EXPECT_EQ(command({"peers", "--json"}), 0) << berta.said;
+    return ZAN_Json::valueWithJson(berta.said).valueOr(ZAN_Value());
+  }
+  /// Looks again and again: the network takes its time.
+  bool sees(const std::function<bool(const ZAN_Value& peers)>& condition) {
+    for (int i = 0; i < 15; ++i)
+      if (condition(peers())) return true;
+    return false;
+  }
+};
+
+TEST_F(RemoteMachinesTest, OneControlsTheOther) {
+  agent = startAgent(anna, agentOutput);
+  const auto one = [](const ZAN_Value& list) { return list.size() == 1; };
+  ASSERT_TRUE(sees(one)) << berta.said << agentOutput << anna.output;
+  const ZAN_Value list = peers();
+  const ZAN_Value& peer = list.at(0);
+  EXPECT_EQ(peer.string("name"), "Anna-Buro");
+  EXPECT_EQ(peer.string("address"), anna.address);
+  EXPECT_TRUE(peer["active"].boolValue());
+  EXPECT_TRUE(peer["password"].boolValue());
+  ASSERT_EQ(peer["actions"].size(), 1U) << "the other one is not to be launched from afar";
+  EXPECT_EQ(peer["actions"].at(0).string("title"), "Letters");
+
+  const std::string right = "--password-file=" + berta.home.write("right", "geheim\n");
+  const std::string wrong = "--password-file=" + berta.home.write("wrong", "Geheim\n");
+  EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101", wrong}), 1);
+  EXPECT_THAT(berta.said, HasSubstr("password is wrong"));
+  EXPECT_EQ(command({"peer", "Berta", "activate", right}), 1);
+  EXPECT_EQ(command({"peer", "Anna-Buro", "dance", right}), 2);
+
+  EXPECT_EQ(command({"peer", "Anna-Buro", "message", "Lunch?", right}), 0) << berta.said;
+  ASSERT_TRUE(real.runUntil([&] { return agentOutput.find("Lunch?") != std::string::npos; }));
+  EXPECT_THAT(agentOutput, HasSubstr("Message from berta"));
+
+  EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101", "102", right}), 0) << berta.said;
+  EXPECT_THAT(berta.said, HasSubstr("102: not among the actions"));
+  ASSERT_TRUE(real.runUntil([&] { return fs::exists(anna.home.at("executed")); })) << agentOutput;
+  std::string executed;
+  std::getline(std::ifstream(anna.home.at("executed")), executed);
+  EXPECT_EQ(executed, "101");
+
+  EXPECT_EQ(command({"peer", "Anna-Buro", "deactivate", right}), 0) << berta.said;
+  EXPECT_THAT(berta.said, HasSubstr("is switched off"));
+  EXPECT_THAT(agentOutput, HasSubstr("turned off"));
+  EXPECT_EQ(command({"peer", "Anna-Buro", "activate", right}), 0) << berta.said;
+}
+
+TEST_F(RemoteMachinesTest, TheServiceComesBackAndKeepsApartFromItsTwin) {
+  agent = startAgent(anna, agentOutput);
+  const auto one = [](const ZAN_Value& list) { return list.size() == 1; };
+  const auto none = [](const ZAN_Value& list) { return list.empty(); };
+  ASSERT_TRUE(sees(one));
+  anna.stop(anna.avahi);
+  ASSERT_TRUE(sees(none));
+  anna.startAvahi();
+  ASSERT_TRUE(sees(one)) << agentOutput;
+  anna.stop(anna.avahi);
+  anna.stop(anna.bus);
+  anna.startBus();
+  anna.startAvahi();
+  ASSERT_TRUE(sees(one)) << agentOutput;
+
+  // The same name, identifier, user and password: to the network a second service of that name.
+  std::string output;
+  second = startAgent(berta, output);
+  const auto two = [](const ZAN_Value& list) { return list.size() == 2; };
+  ASSERT_TRUE(sees(two)) << output;
+  const ZAN_Value list = peers();
+  EXPECT_EQ(list.at(0).string("name"), "Anna-Buro");
+  EXPECT_EQ(list.at(1).string("name"), "Anna-Buro-2");
+  EXPECT_EQ(list.at(0).string("identifier"), list.at(1).string("identifier"));
+  berta.stop(second);
+  ASSERT_TRUE(sees(one)) << "it is taken back with its agent";
+  EXPECT_THAT(agentOutput, Not(HasSubstr("did not publish")));
+}
+
+}  // namespace
+}  // namespace corvana
