@@ -129,6 +129,10 @@ void TextFiles::addToReportFile(std::string_view text) {
                                            applicationName(), text}));
 }
 
+void TextFiles::writeReportEmail(std::string_view text, ReferenceTime day) {
+  writeText(reportEmailFileNameForDate(day), text);
+}
+
 std::string TextFiles::datedReport(std::string_view pattern,
                                    std::optional<ReferenceTime> date) const {
   const ReferenceTime day = date.value_or(mFiles.clock().now());

@@ -44,6 +44,8 @@ class TextFiles {
   /// Full path of the report file of that local day, of today without a date.
   std::string reportFileNameForDate(std::optional<ReferenceTime> date) const;
   std::string reportEmailFileNameForDate(std::optional<ReferenceTime> date) const;
+  /// Replaces the e-mail report of that day.
+  void writeReportEmail(std::string_view text, ReferenceTime day);
   /// Adds "<short time and date> (<application>) - <text>" to today's report.
   void addToReportFile(std::string_view text);
 

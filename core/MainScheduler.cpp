@@ -76,11 +76,14 @@ MainScheduler::MainScheduler(Platform platform)
                     mSiblingWatch, mTexts, mStrings,
                     mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle)}),
       mSystemInformation(mPlatform, mStore, mStrings),
-      mMail(mPlatform),
+      mMail({mPlatform.clock, mPlatform.runLoop, mPlatform.machine, mPlatform.processes,
+             mPlatform.systemLog, mPlatform.network}),
       mQueue(workSurroundings()),
       mEvaluation(workSurroundings(), mQueue, mMail),
       mSupervisor(workSurroundings(), mQueue),
       mContexts(workSurroundings(), mQueue),
+      mEmailReport(
+          {mPlatform, mStore, mHistory, mPreferences, mMessages, mMail, mTexts, mStrings}),
       mSettingsBackup(workSurroundings()),
       mLongDisabledWarning(workSurroundings(), mHistory, mEvaluation),
       mWakeUp(workSurroundings(), mEvaluation, mSupervisor),
@@ -203,6 +206,7 @@ void MainScheduler::wireDrive() {
   mControls.onQuitWanted = [this] { terminateBySelf(); };
   mControls.onRelaunchWanted = [this] { relaunchScheduler(); };
   mControls.onActiveChanged = [this] { mRemoteControl.publishRemoteControl(); };
+  mControls.onDailyReportWanted = [this] { mEmailReport.sendDailyReportNow(); };
   mControls.onPreferencesChanged = [this] {
     mStore.settings().applyDateLocaleFromSettings(mStrings);
     readShortcut();
@@ -351,6 +355,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   static_cast<void>(mPreferences.savePrefs());
   recordActivity(kActivityStarted);
   executeRequestedActions();
+  mEmailReport.start();
   mDebugLog.logMessage("Scheduler did finish launching", true);
   loop.performAfter(kLoginItemsDelay, [this] { mSystemInformation.saveListLoginItems(); });
   if (const Outcome counted =

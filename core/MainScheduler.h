@@ -35,6 +35,7 @@
 #include "core/work/TriggerEvaluation.h"
 #include "core/work/WakeUp.h"
 #include "core/work/WorkSurroundings.h"
+#include "mail/report/EmailReport.h"
 #include "mail/smtp/MailSender.h"
 #include "platform/Platform.h"
 #include "remote/RemoteControl.h"
@@ -155,6 +156,7 @@ class MainScheduler {
   TriggerEvaluation mEvaluation;
   ExecuteSupervisor mSupervisor;
   Contexts mContexts;
+  EmailReport mEmailReport;
   SettingsBackup mSettingsBackup;
   LongDisabledWarning mLongDisabledWarning;
   WakeUp mWakeUp;

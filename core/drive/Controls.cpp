@@ -264,6 +264,10 @@ void Controls::preferencesDidChange() {
   m.floatingIcon.applyMode();
 }
 
+void Controls::sendDailyReportNow() {
+  if (onDailyReportWanted) onDailyReportWanted();
+}
+
 void Controls::quitScheduler() {
   m.state.mMenuWasUsed = true;
   UserInterface& ui = m.platform.userInterface;

@@ -59,6 +59,8 @@ class Controls : public SchedulerCommands {
   std::function<void()> onRelaunchWanted;
   /// Automatic execution was switched on or off: what other machines see has to follow.
   std::function<void()> onActiveChanged;
+  /// The report is to be mailed.
+  std::function<void()> onDailyReportWanted;
   /// Preferences were read again.
   std::function<void()> onPreferencesChanged;
 
@@ -116,6 +118,7 @@ class Controls : public SchedulerCommands {
   void mountSelectedVolumes(const std::vector<std::size_t>& rows) override;
   void setMountsSystemPartitions(bool also) override;
   void preferencesDidChange() override;
+  void sendDailyReportNow() override;
   void quitScheduler() override;
   void terminateBySelf() override;
   void relaunchScheduler() override;

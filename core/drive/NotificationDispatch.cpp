@@ -64,6 +64,7 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
       {"ShowAllVisibleWindowsActions", &NotificationDispatch::showAllVisibleWindows},
       {"LaunchShutDownActions", &NotificationDispatch::launchShutDownActions},
       {"ShutDownMac", &NotificationDispatch::shutDownMac},
+      {"SendReportEmail", &NotificationDispatch::sendReportEmail},
       {"SurveyReplyNotification", &NotificationDispatch::surveyReply},
       {"ConfirmStartupDisk", &NotificationDispatch::confirmStartupDisk},
       {"SendCopyRecoveryHD", &NotificationDispatch::sendCopyRecoveryHD},
@@ -210,6 +211,8 @@ void NotificationDispatch::launchShutDownActions(const ZAN_Value&) {
 }
 
 void NotificationDispatch::confirmStartupDisk(const ZAN_Value&) { m.controls.confirmStartupDisk(); }
+
+void NotificationDispatch::sendReportEmail(const ZAN_Value&) { m.controls.sendDailyReportNow(); }
 
 void NotificationDispatch::shutDownMac(const ZAN_Value&) {
   m.launchStep.shutDownAfterCurrentAction();

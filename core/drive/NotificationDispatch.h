@@ -100,6 +100,7 @@ class NotificationDispatch {
   void showAllVisibleWindows(const ZAN_Value&);
   void launchShutDownActions(const ZAN_Value&);
   void shutDownMac(const ZAN_Value&);
+  void sendReportEmail(const ZAN_Value&);
   void surveyReply(const ZAN_Value& userInfo);
   void confirmStartupDisk(const ZAN_Value&);
   void unmountVolume(const ZAN_Value& userInfo);

@@ -87,6 +87,8 @@ class SchedulerCommands {
   // The agent itself
   /// The preferences of the settings file are to be read again and taken over.
   virtual void preferencesDidChange() = 0;
+  /// Mails the report of what happened since the last automatic one.
+  virtual void sendDailyReportNow() = 0;
   /// Asks before it quits.
   virtual void quitScheduler() = 0;
   virtual void terminateBySelf() = 0;

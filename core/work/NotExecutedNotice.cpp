@@ -9,6 +9,7 @@
 #include "core/record/Messages.h"
 #include "core/record/SchedulerLog.h"
 #include "core/record/SurveyExecution.h"
+#include "core/work/StoredMailSettings.h"
 #include "core/work/TriggerEvaluation.h"
 #include "mail/smtp/MailSender.h"
 #include "platform/Clock.h"
@@ -58,19 +59,8 @@ void TriggerEvaluation::actionNotExecutedSince(const ZAN_Value& settings) {
 }
 
 void TriggerEvaluation::sendByMail(const std::string& text) {
-  const ZAN_Value settings = m.store.settings().mainAppSettings();
-  MailSettings mail;
-  mail.recipients = settings.string("SendReportEmailAddress");
+  const MailSettings mail = storedMailSettings(m.store.settings());
   if (mail.recipients.empty()) return;
-  mail.sender = settings.string("SendReportEmailSender");
-  mail.server = settings.string("SendReportEmailSMTPServer");
-  mail.ports = settings.string("SendReportEmailSMTPServerPort");
-  mail.username = settings.string("SendReportEmailSMTPServerLogin");
-  mail.password = SettingsFiles::decompressPassword(settings["SendReportEmailSMTPServerPassword"]);
-  mail.authMethod = settings.integer("SendReportEmailSMTPServerAuthMethod");
-  mail.tlsMode = settings.integer("SendReportEmailSMTPServerUseTLSCB") != 0 ? 2 : 0;
-  mail.crFormat = settings.integer("SendReportEmailCRMode");
-
   const std::string& subject = m.texts.text("ActionNotExecutedSinceTitle");
   const auto sayFailure = [this](const Outcome& outcome) {
     if (!outcome)

@@ -7,8 +7,8 @@
 
 #include "mail/smtp/SMTPConnector.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
+#include "mail/smtp/ZAN_WebUtils.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
 
@@ -17,13 +17,6 @@ namespace {
 
 constexpr const char* kSendmail = "/usr/sbin/sendmail";
 constexpr double kPollSeconds = 0.1;
-
-std::string withLineEnds(std::string text) {
-  constexpr std::string_view kBreak = "<br>";
-  for (std::size_t at = text.find(kBreak); at != std::string::npos; at = text.find(kBreak, at))
-    text.replace(at, kBreak.size(), "\n");
-  return text;
-}
 
 /// One "?" for each character that is not ASCII.
 std::string asciiWithLoss(std::string_view text) {
@@ -82,15 +75,8 @@ Outcome delivered(const ZAN_SMTPClient& client, const SMTPSurroundings& surround
 
 }  // namespace
 
-MailSender::MailSender(const Platform& platform)
-    : mClock(platform.clock),
-      mRunLoop(platform.runLoop),
-      mMachine(platform.machine),
-      mProcesses(platform.processes),
-      mSystemLog(platform.systemLog),
-      mNetwork(platform.network),
-      mSessions(std::make_shared<char>()),
-      mHere(std::make_shared<char>()) {}
+MailSender::MailSender(const Surroundings& surroundings)
+    : m(surroundings), mSessions(std::make_shared<char>()), mHere(std::make_shared<char>()) {}
 
 MailSender::~MailSender() = default;
 
@@ -108,42 +94,43 @@ Outcome MailSender::send(const MailSettings& settings, const std::string& subjec
     return Error{ErrorKind::refused, settings.server + ": no sender or no recipient"};
 
   // Everything that the thread touches is its own or outlives the loop that joins it.
-  RunLoop& loop = mRunLoop;
-  SystemLog& log = mSystemLog;
-  const SMTPSurroundings surroundings{mNetwork, mClock, mMachine.networkName(),
-                                      mMachine.systemVersion(),
+  RunLoop& loop = m.runLoop;
+  SystemLog& log = m.systemLog;
+  const SMTPSurroundings surroundings{m.network, m.clock, m.machine.networkName(),
+                                      m.machine.systemVersion(),
                                       [&loop, &log](const std::string& line) {
                                         loop.performOnMain([&log, line] { log.write(line); });
                                       }};
-  mRunLoop.detachThread("smtp", [&loop, &log, client, surroundings, subject, body,
-                                 sender = settings.sender, recipients = settings.recipients,
-                                 crFormat = settings.crFormat, done = std::move(done),
-                                 session = mSessions, here = std::weak_ptr<void>(mHere)]() mutable {
-    const Outcome outcome =
-        delivered(*client, surroundings, body, subject, sender, recipients, crFormat);
-    loop.performOnMain([&log, outcome, done = std::move(done), here] {
-      if (!outcome) log.write("E-mail not sent: " + outcome.error().text);
-      if (done && !here.expired()) done(outcome);
-    });
-    session.reset();
-  });
+  m.runLoop.detachThread(
+      "smtp",
+      [&loop, &log, client, surroundings, subject, body, sender = settings.sender,
+       recipients = settings.recipients, crFormat = settings.crFormat, done = std::move(done),
+       session = mSessions, here = std::weak_ptr<void>(mHere)]() mutable {
+        const Outcome outcome =
+            delivered(*client, surroundings, body, subject, sender, recipients, crFormat);
+        loop.performOnMain([&log, outcome, done = std::move(done), here] {
+          if (!outcome) log.write("E-mail not sent: " + outcome.error().text);
+          if (done && !here.expired()) done(outcome);
+        });
+        session.reset();
+      });
   return {};
 }
 
 void MailSender::sendEmailWithMessage(const std::string& message, const std::string& subject,
                                       const std::string& recipient, Done done) {
-  const std::string text =
-      "To: " + recipient + "\nSubject: " + subject + "\n\n" + withLineEnds(message) + "\n.\n";
-  auto child = mProcesses.start({kSendmail, recipient}, true, {});
+  const std::string text = "To: " + recipient + "\nSubject: " + subject + "\n\n" +
+                           ZAN_WebUtils::withLineEnds(message) + "\n.\n";
+  auto child = m.processes.start({kSendmail, recipient}, true, {});
   if (!child) {
     if (done)
-      mRunLoop.performOnMain([done = std::move(done), error = child.error()] { done(error); });
+      m.runLoop.performOnMain([done = std::move(done), error = child.error()] { done(error); });
     return;
   }
   auto delivery =
-      std::make_shared<Delivery>(mRunLoop, std::move(child).value(), std::move(done), mSessions);
+      std::make_shared<Delivery>(m.runLoop, std::move(child).value(), std::move(done), mSessions);
   delivery->child->write(asciiWithLoss(text));
-  mRunLoop.performAfter(kPollSeconds, [delivery] { Delivery::poll(delivery); });
+  m.runLoop.performAfter(kPollSeconds, [delivery] { Delivery::poll(delivery); });
 }
 
 }  // namespace corvana

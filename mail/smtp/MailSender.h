@@ -15,7 +15,6 @@ class Network;
 class Processes;
 class RunLoop;
 class SystemLog;
-struct Platform;
 
 /// How a mail reaches its server.
 struct MailSettings {
@@ -37,7 +36,17 @@ class MailSender {
   /// Called once on the main thread, after the call that was given it has returned.
   using Done = std::function<void(const Outcome&)>;
 
-  explicit MailSender(const Platform& platform);
+  /// What it leans on; everything outlives it and what it has sent.
+  struct Surroundings {
+    Clock& clock;
+    RunLoop& runLoop;
+    Machine& machine;
+    Processes& processes;
+    SystemLog& systemLog;
+    Network& network;
+  };
+
+  explicit MailSender(const Surroundings& surroundings);
   virtual ~MailSender();
 
   /// Sends over SMTP, on a thread of its own. Settings without server, sender or recipients are the
@@ -56,12 +65,7 @@ class MailSender {
   bool isSending() const { return mSessions.use_count() > 1; }
 
  private:
-  Clock& mClock;
-  RunLoop& mRunLoop;
-  Machine& mMachine;
-  Processes& mProcesses;
-  SystemLog& mSystemLog;
-  Network& mNetwork;
+  const Surroundings m;
   std::shared_ptr<void> mSessions;  ///< held by each message on its way, too
   std::shared_ptr<void> mHere;      ///< held by nobody else: gone with this object
 };

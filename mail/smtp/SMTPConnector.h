@@ -35,6 +35,7 @@ class SMTPConnector {
   static constexpr double kReplyTimeout = 300;
   static constexpr double kRefusedTimeout = 30;  ///< for the server to hang up after a refusal
   static constexpr double kQuitTimeout = 10;
+  static constexpr double kFarewellTimeout = 1;  ///< for the server to hang up after its good-bye
   static constexpr double kSessionTimeout = 1800;
   // And in bytes.
   static constexpr std::size_t kLongestLine = 8192;
@@ -90,6 +91,7 @@ class SMTPConnector {
   void handleSender();
   void handleRecipient();
   void handleAccepted(std::int64_t code);
+  void handleFarewell();
   void ehlo();
   void auth();
   void mail();

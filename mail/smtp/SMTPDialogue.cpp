@@ -75,7 +75,7 @@ void SMTPConnector::handleCode(std::int64_t code, const Reply& message, char sep
       if (code == 250 || code == 0) return handleAccepted(code);
       break;
     case Status::quit:
-      if (code == 221 || code == 0) return;
+      if (code == 221 || code == 0) return handleFarewell();
       break;
     default:
       break;
@@ -207,6 +207,9 @@ void SMTPConnector::handleRecipient() {
   writeLine("DATA");
   setSmtpStatus(Status::data);
 }
+
+/// Nothing is left to say; some servers leave the hanging up to the client.
+void SMTPConnector::handleFarewell() { mReplyTimer = monotonic() + kFarewellTimeout; }
 
 void SMTPConnector::handleAccepted(std::int64_t code) {
   mSuccess = true;

@@ -149,7 +149,8 @@ struct WorkWorld {
                     store.texts(),
                     strings};
   VolumeIdentity volumes{machine.volumes};
-  RecordingMail mail{platform};
+  RecordingMail mail{{machine.clock, machine.runLoop, machine.machine, machine.processes,
+                      machine.systemLog, machine.network}};
   WorkSurroundings surroundings{platform, tree,         store,    counters, preferences,
                                 state,    log,          debugLog, survey,   messages,
                                 siblings, siblingWatch, volumes,  texts,    strings};

@@ -4,6 +4,7 @@
 
 #include "mail/smtp/EmailAddress.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
+#include "mail/smtp/ZAN_WebUtils.h"
 #include "tests/mail_smtp/SMTPSession.h"
 
 namespace corvana {
@@ -108,6 +109,26 @@ TEST(Client, SendsNothingToWhatIsNoAddress) {
   EXPECT_EQ(ZAN_SMTPClient::message("a\nb<br>", 0, 101500), "a<br>b<br>");
   EXPECT_EQ(ZAN_SMTPClient::message("a\nb<br>", 0, 100700), "a\nb\n");
   EXPECT_EQ(ZAN_SMTPClient::message("a\nb<br>", 2, 101500), "a\nb\n");
+}
+
+TEST(WebUtils, SaysEverythingInOneBreath) {
+  SimulatedPlatform machine;
+  const auto send = [&](std::optional<std::string> to) {
+    return ZAN_WebUtils::sendMailTo(machine.network, machine.clock, to, "a@b.c", "Hi", "x<br>y",
+                                    "mail");
+  };
+  EXPECT_EQ(send("d@e.f"), ZAN_WebUtils::MailError::notConnected);
+  machine.network.script = [](const std::string&, std::int64_t) { return PeerScript(); };
+  EXPECT_EQ(send("d@e.f"), std::nullopt);
+  EXPECT_EQ(*machine.network.transcripts.back(),
+            "<connect mail:25>HELO localhost\r\nMAIL FROM:<a@b.c>\r\nRCPT TO:<d@e.f>\r\nDATA\r\n"
+            "From: a@b.c <a@b.c>\r\nTo: d@e.f\r\nContent-Type: text/plain; charset=utf-8\r\n"
+            "Content-Transfer-Encoding: 8bit\r\nSubject: Hi\r\n\r\nx\ny\r\n.\r\nQUIT\r\n");
+  EXPECT_THROW(send(std::nullopt), std::invalid_argument);
+  machine.network.space = 10;
+  EXPECT_EQ(send("d@e.f"), ZAN_WebUtils::MailError::notSent);
+  machine.network.unknownHosts.insert("mail");
+  EXPECT_EQ(send("d@e.f"), ZAN_WebUtils::MailError::unresolved);
 }
 
 }  // namespace
