@@ -66,6 +66,7 @@ int historyCommand(Arguments& arguments, const Console& console);
 int reportCommand(Arguments& arguments, const Console& console);
 int peersCommand(Arguments& arguments, const Console& console);
 int peerCommand(Arguments& arguments, const Console& console);
+int mailCommand(Arguments& arguments, const Console& console);
 
 /// In the order in which the help shows them.
 inline constexpr std::array kCommands{
@@ -130,8 +131,6 @@ inline constexpr std::array kCommands{
             "  --count N   the last N executions; 20 without it\n"
             "How late an execution began is told where the log still has its launch.\n",
             historyCommand},
-    Command{"report", "[--date YYYY-MM-DD] [--json]", "show the report of a day",
-            "Without a date that of today.\n", reportCommand},
     Command{"peers", "[--json]", "list the machines of the network that can be controlled",
             "Each with its state and the actions that it lets others launch.\n", peersCommand},
     Command{"peer", "NAME launch REF… | activate | deactivate | message TEXT [--json]",
@@ -142,6 +141,33 @@ inline constexpr std::array kCommands{
             "activate and deactivate wait until the machine has followed; to the others nobody\n"
             "answers.\n",
             peerCommand},
+    Command{"report", "[--date YYYY-MM-DD | --preview | --mail] [--json]",
+            "show the report of a day, or the mail that tells of it",
+            "Without a date that of today.\n"
+            "  --preview   show the report as it would be mailed now\n"
+            "  --mail      mail it now, with the settings of the main application, and show how\n"
+            "              the mail server answers\n",
+            reportCommand},
+    Command{
+        "mail",
+        "[--server HOST --from ADDRESS --to ADDRESS[,ADDRESS] …] [--body-file FILE] [--json]",
+        "send one message and show how the mail server answers",
+        "Without --server, with the server and the addresses that are set for the reports: so\n"
+        "the settings are tested.\n"
+        "  --server HOST         and what it is asked for:\n"
+        "  --ports LIST          tried in order, by comma; 25,465,587 without it\n"
+        "  --tls N               0 none, 1 when the server offers it, 2 required\n"
+        "  --method N            0 no login, 1 LOGIN, 2 CRAM-MD5\n"
+        "  --user NAME           for the login\n"
+        "  --password-file FILE  its first line\n"
+        "  --from ADDRESS        or \"Name <ADDRESS>\"; so with --to\n"
+        "  --to LIST             by comma\n"
+        "  --subject TEXT\n"
+        "  --crformat N          line ends of the body: 1 to <br>, 2 from it, 0 as the system\n"
+        "  --body-file FILE      \"-\" is the standard input; a few words without it\n"
+        "Prints \"status N\", \"info TEXT\" and \"error CODE TEXT\" as they come. The file that\n"
+        "SSL_CERT_FILE names adds authorities to those of the system.\n",
+        mailCommand},
 };
 
 }  // namespace corvana

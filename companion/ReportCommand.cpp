@@ -6,6 +6,7 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "companion/CommandHome.h"
 #include "companion/Commands.h"
+#include "companion/ReportMail.h"
 #include "companion/RunningAgent.h"
 
 namespace corvana {
@@ -31,10 +32,16 @@ std::optional<ReferenceTime> dayFrom(std::string_view text, const ZAN_DateUtils&
 
 int reportCommand(Arguments& arguments, const Console& console) {
   const bool json = arguments.json();
+  const bool preview = arguments.flag("--preview");
+  const bool mail = arguments.flag("--mail");
   const auto dateWord = arguments.option("--date");
+  if ((preview && mail) || (dateWord && (preview || mail)))
+    arguments.complain("--date, --preview and --mail are three different things");
   const auto words = arguments.words(0, 0);
   if (!words) return wrongWords(console, words.error());
   CommandHome home(console);
+  if (preview) return previewReportMail(home, json, console);
+  if (mail) return sendReportMail(home, json, console);
   const auto day = dateWord ? dayFrom(*dateWord, home.calendar()) : home.now();
   if (!day) {
     return wrongWords(console, {ErrorKind::refused,
@@ -52,12 +59,7 @@ int reportCommand(Arguments& arguments, const Console& console) {
         ZAN_Value::dictionary({{"day", shownDay}, {"path", path}, {"text", contents->bytes}}));
     return kDone;
   }
-  std::string_view rest = contents->bytes;
-  while (!rest.empty()) {
-    const std::size_t line = rest.find('\n');
-    console.out << printable(rest.substr(0, line)) << '\n';
-    rest.remove_prefix(line == std::string_view::npos ? rest.size() : line + 1);
-  }
+  printLines(contents->bytes, console.out);
   return kDone;
 }
 
