@@ -1,6 +1,7 @@
 #include "actions/InstallPaths.h"
 
 #include <algorithm>
+#include <filesystem>
 
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
@@ -80,7 +81,10 @@ std::string InstallPaths::missingParts() const {
         std::find(std::begin(kOfMainApp), std::end(kOfMainApp), code) != std::end(kOfMainApp);
     if (ofMainApp && !mainAppInstalled) continue;
     const std::string& path = mPaths[static_cast<std::size_t>(code)];
-    if (!ZAN_FilesUtils::exists(path)) text += "Missing: " + path + "\n";
+    // A link is installed, even where what it leads to is not.
+    std::error_code ignored;
+    if (!ZAN_FilesUtils::exists(path) && !std::filesystem::is_symlink(path, ignored))
+      text += "Missing: " + path + "\n";
   }
   return text;
 }

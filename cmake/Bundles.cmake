@@ -1,7 +1,7 @@
 # The tree of bundles that the programs find each other by, in the build tree as installed:
 #   Corvana 9.app/Contents/Resources/
 #     Corvana 9 Scheduler.app/Contents/{MacOS,Resources}
-#     Corvana 9 Execute.app/Contents/MacOS
+#     Corvana 9 Execute.app, Corvana 9 Shutdown.app
 #     tools/, adminlauncher
 
 set(CORVANA_APP "${CMAKE_BINARY_DIR}/Corvana 9.app")
@@ -12,6 +12,8 @@ set(CORVANA_TOOLS "${CORVANA_APP_RESOURCES}/tools")
 function(corvana_bundle target name)
   set(bundle "${CORVANA_APP_RESOURCES}/${name}.app/Contents")
   set_target_properties(${target} PROPERTIES OUTPUT_NAME "${name}" RUNTIME_OUTPUT_DIRECTORY "${bundle}/MacOS")
+  # The agent looks for the folder, whether there is something in it or not.
+  file(MAKE_DIRECTORY "${bundle}/Resources")
   set_property(GLOBAL APPEND PROPERTY CORVANA_BUNDLED ${target})
 endfunction()
 
