@@ -13,6 +13,7 @@ namespace corvana {
 namespace {
 
 constexpr std::string_view kTextLog = "Corvana 9.log";
+constexpr std::string_view kDateFormat = "%Y-%m-%d %H:%M:%S";
 constexpr double kDay = 86400;
 
 struct Wording {
@@ -138,17 +139,25 @@ std::string ActionLog::messageForEntry(const ZAN_Value& entry) {
   return message;
 }
 
+void ActionLog::whenSaved(std::function<void()> body) {
+  mStore.files().whenSaved(mStore.folder().pathOf(DataFolder::kLog), std::move(body));
+}
+
 void ActionLog::saveLogListAsLog(const ZAN_Value& list) {
-  const ZAN_DateUtils& calendar = mStore.dates().calendar();
-  std::string text;
-  for (const ZAN_Value& entry : list.elements()) {
-    if (const auto date = entry["M"].asDate()) text += calendar.format(*date, "%Y-%m-%d %H:%M:%S");
-    text += " - " + messageForEntry(entry) + "\n";
-  }
   const std::string path =
       ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
-  (void)mStore.files().writeFileAtPath(path, {}, std::as_bytes(std::span(text)), false,
-                                       DataFiles::Saving::soon);
+  (void)mStore.files().writeTextToPath(path, [list, calendar = mStore.dates().calendar()] {
+    std::vector<std::byte> bytes;
+    std::string line;
+    for (const ZAN_Value& entry : list.elements()) {
+      line.clear();
+      if (const auto date = entry["M"].asDate()) line = calendar.format(*date, kDateFormat);
+      line += " - " + messageForEntry(entry) + "\n";
+      const auto text = std::as_bytes(std::span(line));
+      bytes.insert(bytes.end(), text.begin(), text.end());
+    }
+    return bytes;
+  });
 }
 
 }  // namespace corvana

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -35,6 +36,9 @@ class ActionLog {
   ZAN_Value readLogList();
   void saveLogList(const ZAN_Value& list);
   void addLog(const ZAN_Value& entry);
+  /// Calls back on the main thread when other programs find in the file what is in the list now: at
+  /// once, or later.
+  void whenSaved(std::function<void()> body);
   /// Entries without a date stay when cleaning by age. `indexes` (an index set) only for
   /// Clean::listed.
   void cleanLogs(Clean mode, const ZAN_Value& indexes = {});

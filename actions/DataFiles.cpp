@@ -232,15 +232,38 @@ Outcome DataFiles::writeFileAtPath(const std::string& path,
               saving);
 }
 
+Outcome DataFiles::writeTextToPath(const std::string& path,
+                                   std::function<std::vector<std::byte>()> make) {
+  return save({.path = path,
+               .bytes = {},
+               .options = {.attributes = {}, .synchronise = false},
+               .make = std::move(make)},
+              Saving::soon);
+}
+
+void DataFiles::whenSaved(const std::string& path, std::function<void()> body) {
+  const auto pending = mPending.find(path);
+  if (pending == mPending.end()) {
+    body();
+  } else {
+    pending->second.whenSaved.push_back(std::move(body));
+  }
+}
+
 Outcome DataFiles::writeContainer(const ZAN_Value& value, const std::string& path, Content content,
                                   const ZAN_FileWriter::Options& options, Saving saving) {
   if (!mPending.contains(path) && !keepDamagedFile(path, content)) {
     mLog.write("Unable saving data in file " + path);
     return Error{ErrorKind::unwritable, path + ": what is there cannot be read nor put aside"};
   }
-  Outcome outcome = save(
-      {.path = path, .bytes = ZAN_Archiver::archivedDataWithRootObject(value), .options = options},
-      saving);
+  FileSave file{.path = path, .bytes = {}, .options = options};
+  if (saving == Saving::soon && mSaver) {
+    // A copy costs little, encoding a long list much.
+    file.make = [value] { return ZAN_Archiver::archivedDataWithRootObject(value); };
+  } else {
+    file.bytes = ZAN_Archiver::archivedDataWithRootObject(value);
+  }
+  Outcome outcome = save(std::move(file), saving);
   if (outcome && !mPending.contains(path)) noteReadable(path);
   return outcome;
 }
@@ -250,7 +273,7 @@ Outcome DataFiles::save(FileSave save, Saving saving) {
   if (saving == Saving::now || !mSaver) {
     if (mPending.contains(path)) finishSaving();
     mAliases.erase(path);
-    Outcome outcome = mWriter.write(path, save.bytes, save.options);
+    Outcome outcome = save.writeBy(mWriter);
     if (!outcome) logFailure(path, outcome);
     return outcome;
   }
@@ -271,7 +294,9 @@ void DataFiles::saved(const std::string& path, std::uint64_t serial, const Outco
   if (pending == mPending.end() || pending->second.serial != serial) return;
   if (outcome) noteReadable(path);
   mAliases.insert_or_assign(path, Alias{serial, ZAN_FilesUtils::identity(path)});
+  const auto whenSaved = std::move(pending->second.whenSaved);
   mPending.erase(pending);
+  for (const auto& body : whenSaved) body();
 }
 
 void DataFiles::logFailure(const std::string& path, const Outcome& outcome) {

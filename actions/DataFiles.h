@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_FileLock.h"
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
@@ -90,6 +91,12 @@ class DataFiles {
                           Saving saving = Saving::now);
   Outcome writeListToFile(const ZAN_Value& list, std::string_view name,
                           Saving saving = Saving::now);
+  /// The bytes are made by `make` when the file is written, on another thread when that is later;
+  /// of several that wait only the last is.
+  Outcome writeTextToPath(const std::string& path, std::function<std::vector<std::byte>()> make);
+  /// Calls back on the main thread when nothing of the file waits to be written any more: at once,
+  /// or later.
+  void whenSaved(const std::string& path, std::function<void()> body);
   /// Identity of a file as of now; what waits to be written counts. To be compared with that of a
   /// reading or with what this said after a writing.
   std::optional<ZAN_FileIdentity> identity(const std::string& path) const;
@@ -144,6 +151,7 @@ class DataFiles {
   struct Pending {
     std::uint64_t serial = 0;  ///< of the latest writing
     Lock lock;
+    std::vector<std::function<void()>> whenSaved = {};
   };
   /// What stands for a file's identity since it was handed over to be written.
   struct Alias {

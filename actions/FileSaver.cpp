@@ -1,5 +1,6 @@
 #include "actions/FileSaver.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -35,7 +36,18 @@ FileSaver::~FileSaver() { finish(); }
 void FileSaver::save(FileSave save, Done done) {
   {
     const std::lock_guard guard(mQueue->mutex);
-    mQueue->waiting.push_back({std::move(save), std::move(done)});
+    auto& waiting = mQueue->waiting;
+    const auto earlier = std::find_if(waiting.begin(), waiting.end(), [&](const Queue::Job& job) {
+      return save.make && job.save.make && job.save.path == save.path;
+    });
+    if (earlier != waiting.end()) {
+      done = [first = std::move(earlier->done), last = std::move(done)](const Outcome& outcome) {
+        first(outcome);
+        last(outcome);
+      };
+      waiting.erase(earlier);
+    }
+    waiting.push_back({std::move(save), std::move(done)});
     if (std::exchange(mQueue->hasThread, true)) return;
   }
   mLoop.detachThread("saver", [queue = mQueue, writer = mWriter, &loop = mLoop] {
@@ -78,7 +90,7 @@ void FileSaver::writeNext(Queue& queue, const ZAN_FileWriter& writer) {
     job = std::move(queue.waiting.front());
     queue.waiting.pop_front();
   }
-  Outcome outcome = writer.write(job.save.path, job.save.bytes, job.save.options);
+  Outcome outcome = job.save.writeBy(writer);
   {
     const std::lock_guard guard(queue.mutex);
     queue.written.push_back({std::move(outcome), std::move(job.done)});

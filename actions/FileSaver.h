@@ -18,6 +18,13 @@ struct FileSave {
   std::string path;
   std::vector<std::byte> bytes;
   ZAN_FileWriter::Options options;
+  /// Makes the bytes, in place of `bytes`, by whoever writes them, on whichever thread. A later one
+  /// of the same file that comes before this was begun takes its place.
+  std::function<std::vector<std::byte>()> make = {};
+
+  Outcome writeBy(const ZAN_FileWriter& writer) const {
+    return writer.write(path, make ? make() : bytes, options);
+  }
 };
 
 /// Writes files on a thread of its own, in the order in which they are handed over, so that a busy

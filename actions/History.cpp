@@ -101,15 +101,17 @@ void History::saveProgrammedHistoryList() {
 }
 
 void History::saveProgrammedHistoryListAsLog() {
-  const ZAN_DateUtils& calendar = mStore.dates().calendar();
-  std::string text;
-  for (std::size_t index = 1; index < mList.size(); ++index) {
-    text += lineForEntry(mList.at(index), calendar) + "\n";
-  }
   const std::string path =
       ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
-  (void)mStore.files().writeFileAtPath(path, {}, std::as_bytes(std::span(text)), false,
-                                       DataFiles::Saving::soon);
+  (void)mStore.files().writeTextToPath(path, [list = mList, calendar = mStore.dates().calendar()] {
+    std::vector<std::byte> bytes;
+    for (std::size_t index = 1; index < list.size(); ++index) {
+      const std::string line = lineForEntry(list.at(index), calendar) + "\n";
+      const auto text = std::as_bytes(std::span(line));
+      bytes.insert(bytes.end(), text.begin(), text.end());
+    }
+    return bytes;
+  });
 }
 
 }  // namespace corvana

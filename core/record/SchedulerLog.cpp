@@ -45,7 +45,10 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
   ZAN_Value dated = entry;
   dated.setValue("M", ZAN_Value::date(mClock.now()));
   mLog.addLog(dated);
-  mChannel.postToMainApp("LogChanged");
+  // Who hears of it looks at the file.
+  mLog.whenSaved([this, here = std::weak_ptr(mHere)] {
+    if (!here.expired()) mChannel.postToMainApp("LogChanged");
+  });
 
   const std::int64_t code = entry.integer("C");
   if (isFailure(code)) setErrorState(static_cast<int>(code));

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -70,6 +71,7 @@ class SchedulerLog {
   Preferences& mPreferences;
   SchedulerState& mState;
   const ZAN_StringTable& mTexts;
+  std::shared_ptr<int> mHere = std::make_shared<int>();  ///< gone with this object
 };
 
 }  // namespace corvana

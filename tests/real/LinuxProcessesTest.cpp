@@ -222,8 +222,14 @@ TEST_F(ProcessListTest, FindsAnApplicationUntilItEnds) {
 
 TEST_F(ProcessListTest, AnotherHomeIsAnotherUser) {
   auto child = start({"/usr/bin/env", "HOME=/elsewhere", program, "1000"}, false);
-  const std::string executable = "/proc/" + std::to_string(child->pid()) + "/exe";
-  ASSERT_TRUE(real.runUntil([&] { return std::filesystem::read_symlink(executable) == program; }));
+  const std::string process = "/proc/" + std::to_string(child->pid());
+  // Both come with the new program, the one after the other.
+  ASSERT_TRUE(real.runUntil([&] {
+    std::ifstream file(process + "/environ");
+    const std::string environment{std::istreambuf_iterator<char>(file), {}};
+    return std::filesystem::read_symlink(process + "/exe") == program &&
+           environment.find(std::string("HOME=/elsewhere") + '\0') != std::string::npos;
+  }));
   EXPECT_TRUE(find().empty());
   child->terminate();
 }
