@@ -9,7 +9,8 @@ Usage: ./run.sh [--mine [AGENT-OPTION...]]
 
 Installs what is missing (apt), builds the release and shows the main job at work: in a home and on a bus of its
 own, three backups are set up with corvana9, and the agent runs those that fall due: one within the next minute,
-one at once whose execute program is killed and which is therefore tried again. What was copied is compared and
+one at once whose execute program is killed and which is therefore tried again; the third is launched by hand, by
+commands as a second terminal can give them, which it names. What was copied is compared and
 the records are shown. It ends by itself about two minutes after the build and leaves nothing behind.
 
   --mine  run the agent for your own home instead, here in the foreground, until Ctrl-C; what follows is handed
@@ -86,7 +87,7 @@ show() {
   echo "\$ corvana9${words//$HOME/\~}"
   answer=$(corvana9 "$@")
   echo "$answer"
-  reference=$(grep -oE '[0-9]{6,}' <<< "$answer" | head -1)
+  reference=$(grep -oE '[0-9]{6,}' <<< "$answer" | head -1 || true)
 }
 # The next full minute that leaves time to get over the crash below.
 minute=$(((($(date +%s) + 45) / 60 + 1) * 60))
@@ -125,16 +126,38 @@ echo "{\"SchedulerQuitDate\": {\"\$date\": $(($(date +%s) - 978307200)).0}}" |
 "$scratch/$agent_program" --headless > >(sed -u 's/^/  /') 2>&1 &
 agent=$!
 
+cat << END
+
+  To drive it from a second terminal while it runs, go there first:
+    export HOME='$HOME' DBUS_SESSION_BUS_ADDRESS='$DBUS_SESSION_BUS_ADDRESS' PATH='$build/bin':"\$PATH"
+  and then, for instance:
+    corvana9 status               what it does now, and what comes next
+    corvana9 watch                everything that happens, as it happens
+    corvana9 launch $letters     Letters now; corvana9 queue, corvana9 why $letters
+    corvana9 pause                and corvana9 continue, stop, skip, disable, enable
+    corvana9 log                  and corvana9 history, report, next, tree
+
+END
+while corvana9 status | grep -E 'is not running|cannot be asked' > /dev/null; do
+  kill -0 "$agent" 2> /dev/null || { echo "The agent has ended by itself." >&2; exit 1; }
+  sleep 0.2
+done
+show pause
+show launch "$letters"
+show queue
+show why "$letters"
+show continue
+
 done_so_far() { cat "$HOME/Library/Logs/Corvana 9 Actions.log" 2> /dev/null | grep -c 'completed$' || true; }
 limit=$((SECONDS + 150))
-until [ "$(done_so_far)" -ge 2 ]; do
+until [ "$(done_so_far)" -ge 3 ]; do
   kill -0 "$agent" 2> /dev/null || { echo "The agent has ended by itself." >&2; exit 1; }
   [ $SECONDS -lt $limit ] || { echo "Not done in time." >&2; exit 1; }
   sleep 0.5
 done
 sleep 3
-title "Why Letters does not run, says the agent"
-corvana9 why "$letters"
+title "What comes next, says the agent"
+show status
 kill "$agent"
 wait "$agent" || true
 agent=''
@@ -142,11 +165,10 @@ agent=''
 # What came of it ------------------------------------------------------------------------------------------------
 
 title "What was copied"
-for folder in Photos Music; do
+for folder in Photos Music Letters; do
   diff -r "$HOME/$folder" "$HOME/Backup/$folder"
   echo "$folder: $(find "$HOME/Backup/$folder" -type f | wc -l) files, equal to their sources"
 done
-[ ! -e "$HOME/Backup/Letters" ] && echo "Letters: not due before 08:00"
 
 title "The log"
 cat "$HOME/Library/Logs/Corvana 9.log"
