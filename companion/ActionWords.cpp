@@ -7,9 +7,16 @@
 
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "companion/FolderDescription.h"
-#include "companion/VolumeFacts.h"
+#include "platform/linux/LinuxVolumes.h"
 
 namespace corvana {
+
+namespace {
+
+/// A disk that sleeps takes its time to wake up.
+constexpr double kSecondsForADisk = 30;
+
+}  // namespace
 
 namespace {
 
@@ -58,7 +65,8 @@ bool ActionWords::fitsGroup() const {
 }
 
 Outcome ActionWords::describeFolders(CommandHome& home) {
-  const std::string volumes = VolumeFacts::volumesFolder(home.machine().loginName());
+  LinuxVolumes volumes(home.machine().loginName(), home.machine().homeFolder());
+  volumes.setPatience(kSecondsForADisk);
   for (const std::string& source : mSources) {
     auto described =
         FolderDescription::ofPath(source, FolderDescription::Role::source, mForce, volumes);

@@ -4,17 +4,9 @@
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "companion/VolumeFacts.h"
+#include "volumes/VolumeReference.h"
 
 namespace corvana {
-
-namespace {
-
-bool isBelow(const std::string& path, const std::string& folder) {
-  return path.starts_with(folder) && path.size() > folder.size() && path[folder.size()] == '/';
-}
-
-}  // namespace
 
 std::string FolderDescription::absolutePath(const std::string& path) {
   std::error_code ignored;
@@ -24,7 +16,7 @@ std::string FolderDescription::absolutePath(const std::string& path) {
 }
 
 Result<ZAN_Value> FolderDescription::ofPath(const std::string& path, Role role, bool force,
-                                            const std::string& volumesFolder) {
+                                            Volumes& volumes) {
   const std::string absolute = absolutePath(path);
   if (path.empty() || absolute == "/") {
     return Error{ErrorKind::refused, "\"" + path + "\": neither a source nor a destination"};
@@ -42,22 +34,20 @@ Result<ZAN_Value> FolderDescription::ofPath(const std::string& path, Role role, 
                                                       "there (--force takes it anyway)")};
   }
 
-  auto volume = VolumeFacts::ofPath(absolute);
-  const bool wantsVolume = isBelow(absolute, volumesFolder);
-  if (volume && wantsVolume && !isBelow(volume->mountPoint, volumesFolder)) {
-    if (!force) {
-      return Error{ErrorKind::absent,
-                   absolute + ": no volume is mounted there (--force takes it anyway)"};
-    }
-    volume.reset();
+  const VolumeReference reference(volumes);
+  const auto mount = reference.ofPath(absolute);
+  if (!mount && !force) {
+    return Error{ErrorKind::absent,
+                 absolute + ": no volume is mounted there (--force takes it anyway)"};
   }
+  const auto known = mount ? volumes.information(*mount) : std::nullopt;
   ZAN_Value description = ZAN_Value::dictionary(
       {{"VolumeFolderPath", absolute},
-       {"VolumeFolderPathLocalized", absolute},
-       {"VolumeFolderName", volume ? volume->name : std::string()},
-       {"VolumeFolderVolumeSize", volume ? volume->totalSize : std::uint64_t{0}},
-       {"VolumeFolderVolumeDate", volume ? volume->creationDate : std::uint64_t{0}}});
-  if (volume && !volume->uuid.empty()) description.setValue("uuid", volume->uuid);
+       {"VolumeFolderPathLocalized", reference.localizedPath(absolute)},
+       {"VolumeFolderName", mount ? VolumeReference::nameOf(*mount, known) : std::string()},
+       {"VolumeFolderVolumeSize", known ? known->totalSize : std::uint64_t{0}},
+       {"VolumeFolderVolumeDate", known ? known->creationDate : std::uint64_t{0}}});
+  if (known && !known->uuid.empty()) description.setValue("uuid", known->uuid);
   return description;
 }
 

@@ -7,6 +7,8 @@
 
 namespace corvana {
 
+class Volumes;
+
 /// How a record describes a source or a destination: the path, and the volume that must hold it
 /// when the action runs.
 class FolderDescription {
@@ -18,8 +20,7 @@ class FolderDescription {
   /// Describes `path` (made absolute, without "." and ".."). Refused when a source, or the folder
   /// above a destination, is not there, and when the place below the volumes folder has no volume
   /// mounted on it; `force` describes it all the same, without the volume where that is not known.
-  static Result<ZAN_Value> ofPath(const std::string& path, Role role, bool force,
-                                  const std::string& volumesFolder);
+  static Result<ZAN_Value> ofPath(const std::string& path, Role role, bool force, Volumes& volumes);
   /// The path as a description holds it.
   static std::string absolutePath(const std::string& path);
 };

@@ -79,7 +79,7 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   auto place = guard.locate(destination);
   if (!place) return place.error();
   plan.mDestination = place->path;
-  plan.mFileSystem = place->volume.fileSystem;
+  plan.mFileSystem = place->mount.fileSystem;
   const std::string holder(ZAN_FilesUtils::parentPath(plan.mDestination));
   if (ZAN_FilesUtils::exists(plan.mDestination)) {
     if (!ZAN_FilesUtils::isFolder(plan.mDestination)) {

@@ -48,7 +48,7 @@ std::string counted(std::uint64_t files, std::uint64_t bytes) {
 }  // namespace
 
 VolumeGuard ExecuteRun::guardFor(const ZAN_Value& settings) const {
-  return VolumeGuard(mSurroundings.volumesFolder, settings.integer("ItemsVolumeTolerance") != 0);
+  return VolumeGuard(mSurroundings.volumes, settings.integer("ItemsVolumeTolerance") != 0);
 }
 
 void ExecuteRun::perform(const ExecuteArguments& arguments) {

@@ -20,7 +20,7 @@ class ExecuteRun {
     ExecuteMessages& messages;
     ExecuteControl& control;
     std::function<bool()> agentRuns;
-    std::string volumesFolder;
+    Volumes& volumes;
     std::string rsync = "/usr/bin/rsync";
   };
 

@@ -1,12 +1,8 @@
 #pragma once
 
-#include <functional>
-#include <optional>
-#include <string>
-
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "companion/VolumeFacts.h"
+#include "volumes/VolumeIdentity.h"
 
 namespace corvana {
 
@@ -14,35 +10,18 @@ namespace corvana {
 /// that the action describes, and not in an empty mount point on the system disk.
 class VolumeGuard {
  public:
-  /// How volumes are looked up; the real answers come from VolumeFacts.
-  struct Lookup {
-    std::function<std::optional<VolumeFacts>(const std::string& path)> ofPath = VolumeFacts::ofPath;
-    std::function<std::optional<VolumeFacts>(const std::string& uuid)> withUuid =
-        [](const std::string& uuid) { return VolumeFacts::withUuid(uuid); };
-  };
-  struct Place {
-    std::string path;  ///< of the folder now: its volume may be mounted elsewhere than when it was
-                       ///< described
-    VolumeFacts volume;
-  };
+  using Place = VolumeIdentity::Place;
 
-  VolumeGuard(std::string volumesFolder, bool tolerant);
-  VolumeGuard(std::string volumesFolder, bool tolerant, Lookup lookup);
+  VolumeGuard(Volumes& volumes, bool tolerant) : mVolumes(&volumes), mTolerant(tolerant) {}
 
-  /// `item`: "VolumeFolderPath", "VolumeFolderVolumeSize", "uuid". `absent` when the volume is not
-  /// mounted or another one is in its place; `refused` when the item describes no absolute path.
-  ///
-  /// Known UUIDs decide, else the sizes; tolerant, any volume in the right place will do. Whatever
-  /// the item says, a path below the volumes folder never counts while it lies on the system disk,
-  /// nor does the system disk stand in for another volume.
+  /// Where the folder is now, as VolumeIdentity::locate says; and looking at the folder itself, or
+  /// at the nearest above it that is there, it must lie on that volume: a link on a volume may lead
+  /// off it.
   Result<Place> locate(const ZAN_Value& item) const;
 
  private:
-  Outcome identify(const ZAN_Value& item, const std::string& path, const VolumeFacts& volume) const;
-
-  std::string mVolumesFolder;
+  Volumes* mVolumes;
   bool mTolerant;
-  Lookup mLookup;
 };
 
 }  // namespace corvana

@@ -31,6 +31,8 @@ class LinuxVolumes final : public Volumes {
   bool isReachable(const std::string& host) override;
   void observe(Observer observer) override;
 
+  /// How many seconds a mount may take to answer; a fraction of one at first.
+  void setPatience(double seconds) { mReader.setLimit(seconds); }
   /// The shares that the desktop shows as folders, as they are now (`id` 0).
   void setShares(std::vector<Mount> shares);
 

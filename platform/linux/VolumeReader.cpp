@@ -121,7 +121,7 @@ std::optional<VolumeInformation> VolumeReader::information(const Mount& mount, d
   if (slot->information && std::chrono::duration<double>(now - slot->at).count() <= maxAge)
     return slot->information;
   if (slot->waiting == 0) startReading(slot, mount);
-  slot->isLate = !mShared->changed.wait_for(lock, std::chrono::duration<double>(kLimit),
+  slot->isLate = !mShared->changed.wait_for(lock, std::chrono::duration<double>(mLimit),
                                             [&] { return slot->waiting == 0 || slot->at > now; });
   return slot->isLate ? std::nullopt : slot->information;
 }
@@ -147,7 +147,7 @@ bool VolumeReader::exists(const Mount& mount, const std::string& path) {
     slot->ended();
     shared->changed.notify_all();
   }).detach();
-  slot->isLate = !mShared->changed.wait_for(lock, std::chrono::duration<double>(kLimit),
+  slot->isLate = !mShared->changed.wait_for(lock, std::chrono::duration<double>(mLimit),
                                             [&] { return answer->has_value(); });
   return !slot->isLate && **answer;
 }

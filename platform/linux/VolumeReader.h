@@ -15,7 +15,8 @@ namespace corvana {
 /// wait for ever are left behind at the end. Thread: main.
 class VolumeReader {
  public:
-  static constexpr double kLimit = 0.2;  ///< seconds that a question may take
+  /// Seconds that a question may take.
+  void setLimit(double seconds) { mLimit = seconds; }
 
   VolumeReader();
   ~VolumeReader();
@@ -37,6 +38,7 @@ class VolumeReader {
   struct Shared;
   void startReading(const std::shared_ptr<Slot>& slot, const Mount& mount);
   std::shared_ptr<Shared> mShared;
+  double mLimit = 0.2;
 };
 
 }  // namespace corvana

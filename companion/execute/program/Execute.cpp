@@ -9,11 +9,11 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/History.h"
-#include "companion/VolumeFacts.h"
 #include "companion/execute/ExecuteArguments.h"
 #include "companion/execute/ExecuteRun.h"
 #include "companion/execute/SignalWatch.h"
 #include "platform/linux/LinuxMachine.h"
+#include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
@@ -33,6 +33,9 @@ constexpr std::string_view kUsage =
     "by hand the reference alone will do (see corvana9 tree). It ends with 0 whenever it could "
     "record by itself\n"
     "how the execution ended; the log and the history say how.\n";
+
+/// A disk that sleeps takes its time to wake up.
+constexpr double kSecondsForADisk = 30;
 
 /// Only an agent of the same user and home reads the same log.
 bool agentRuns(const std::string& home) {
@@ -63,11 +66,13 @@ void perform(const ExecuteArguments& arguments) {
     const ZAN_StringTable texts;
     ActionTree tree(store.tree(), clock, log, texts);
     History history(store);
+    LinuxVolumes volumes(machine.loginName(), machine.homeFolder());
+    volumes.setPatience(kSecondsForADisk);
     ExecuteRun({{store, tree, history},
                 messages,
                 control,
                 [&] { return agentRuns(machine.homeFolder()); },
-                VolumeFacts::volumesFolder(machine.loginName())})
+                volumes})
         .perform(arguments);
     loop.performOnMain([&loop] { loop.quit(0); });
   });

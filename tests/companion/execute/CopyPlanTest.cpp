@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include "companion/execute/CopyPlan.h"
+#include "platform/linux/LinuxVolumes.h"
+#include "platform/simulated/SimulatedPlatform.h"
 #include "tests/companion/execute/ScratchFolder.h"
 
 namespace corvana {
@@ -20,78 +22,54 @@ ZAN_Value item(const std::string& path, std::uint64_t size = 0, const std::strin
                                 {"uuid", uuid}});
 }
 
-/// A world of one system disk (device 1) and what the test mounts.
 struct World {
-  struct Mounted {
-    std::string mountPoint;
-    std::uint64_t device, size;
-    std::string uuid;
-  };
-  std::vector<Mounted> mounted{{"/", 1, 1000, "root-uuid"}};
-
-  VolumeFacts facts(const Mounted& mount) const {
-    VolumeFacts facts;
-    facts.mountPoint = mount.mountPoint;
-    facts.deviceNumber = mount.device;
-    facts.totalSize = mount.size;
-    facts.uuid = mount.uuid;
-    facts.name = "Other";
-    return facts;
-  }
-  VolumeGuard guard(bool tolerant = false) const {
-    VolumeGuard::Lookup lookup;
-    lookup.ofPath = [this](const std::string& path) -> std::optional<VolumeFacts> {
-      const Mounted* found = nullptr;
-      for (const auto& mount : mounted) {
-        const bool holds = mount.mountPoint == "/" || path == mount.mountPoint ||
-                           path.starts_with(mount.mountPoint + "/");
-        if (holds && (!found || mount.mountPoint.size() > found->mountPoint.size())) found = &mount;
-      }
-      return facts(*found);
-    };
-    lookup.withUuid = [this](const std::string& uuid) -> std::optional<VolumeFacts> {
-      for (const auto& mount : mounted) {
-        if (!uuid.empty() && mount.uuid == uuid) return facts(mount);
-      }
-      return std::nullopt;
-    };
-    return VolumeGuard("/media/me", tolerant, lookup);
+  SimulatedPlatform machine;
+  SimulatedVolumes& volumes = machine.volumes;
+  const std::string place = volumes.folder + "/Disk/b";
+  Result<VolumeGuard::Place> locate(const ZAN_Value& item, bool tolerant = false) {
+    return VolumeGuard(volumes, tolerant).locate(item);
   }
 };
 
+constexpr std::uint64_t kSystemSize = 500'000'000'000;
+
 TEST(VolumeGuard, NeverTakesAnEmptyMountPointForItsVolume) {
   World world;
+  world.machine.folder.makeFolder("Volumes/Disk");
   for (const bool tolerant : {false, true}) {
-    EXPECT_EQ(world.guard(tolerant).locate(item("/media/me/Disk/Backup", 1000)).error().kind,
+    EXPECT_EQ(world.locate(item(world.place, kSystemSize), tolerant).error().kind,
               ErrorKind::absent);
     // /mnt/Disk is not below the volumes folder, but the system disk is not the volume described.
-    EXPECT_FALSE(world.guard(tolerant).locate(item("/mnt/Disk/Backup", 500)));
-    EXPECT_TRUE(world.guard(tolerant).locate(item("/home/me/Backup", 1000)));
+    EXPECT_FALSE(world.locate(item("/mnt/Disk/Backup", 500), tolerant));
+    EXPECT_TRUE(world.locate(item("/home/me/Backup", kSystemSize), tolerant));
   }
-  world.mounted.push_back({"/media/me/Disk", 2, 500, ""});
-  EXPECT_TRUE(world.guard().locate(item("/media/me/Disk/Backup", 500)));
+  const std::string target = world.volumes.mountAt(world.volumes.folder + "/Disk", {.size = 500});
+  EXPECT_TRUE(world.locate(item(world.place, 500)));
+  world.volumes.hang(target);
+  EXPECT_EQ(world.locate(item(world.place, 500), true).error().kind, ErrorKind::unavailable);
 }
 
 TEST(VolumeGuard, TellsVolumesByUuidAndElseBySize) {
   World world;
-  world.mounted.push_back({"/media/me/Disk", 2, 500, "AA-1"});
-  EXPECT_TRUE(world.guard().locate(item("/media/me/Disk/b", 499, "aa-1")));
-  EXPECT_TRUE(world.guard().locate(item("/media/me/Disk/b", 500)));
-  const auto other = world.guard().locate(item("/media/me/Disk/b", 500, "bb-2"));
+  world.volumes.mountAt(world.volumes.folder + "/Disk",
+                        {.name = "Other", .size = 500, .uuid = "AA-1"});
+  EXPECT_TRUE(world.locate(item(world.place, 499, "aa-1")));
+  EXPECT_TRUE(world.locate(item(world.place, 500)));
+  const auto other = world.locate(item(world.place, 500, "bb-2"));
   ASSERT_FALSE(other);
   EXPECT_EQ(other.error().text,
-            "/media/me/Disk/b: the volume \"Disk\" (bb-2) is not there, \"Other\" is in its place");
-  EXPECT_TRUE(world.guard(true).locate(item("/media/me/Disk/b", 500, "bb-2")));
-  EXPECT_FALSE(world.guard().locate(item("relative", 500)));
+            world.place + ": the volume \"Disk\" (bb-2) is not there, \"Other\" is in its place");
+  EXPECT_TRUE(world.locate(item(world.place, 500, "bb-2"), true));
+  EXPECT_FALSE(world.locate(item("relative", 500)));
 }
 
 TEST(VolumeGuard, FollowsAVolumeThatIsMountedElsewhere) {
   World world;
-  world.mounted.push_back({"/media/me/Disk", 2, 500, "stranger"});
-  world.mounted.push_back({"/media/me/Disk1", 3, 500, "mine"});
-  const auto place = world.guard().locate(item("/media/me/Disk/a/b", 500, "mine"));
+  world.volumes.mount({.size = 500, .uuid = "stranger"});
+  world.volumes.mount({.size = 500, .uuid = "mine"});
+  const auto place = world.locate(item(world.place, 500, "mine"));
   ASSERT_TRUE(place);
-  EXPECT_EQ(place->path, "/media/me/Disk1/a/b");
+  EXPECT_EQ(place->path, world.volumes.folder + "/Disk1/b");
 }
 
 class CopyPlanTest : public testing::Test {
@@ -105,15 +83,16 @@ class CopyPlanTest : public testing::Test {
                                   {"ItemsListOfSourcePath", list},
                                   {"ItemsDestination", item(scratch / destination)}});
   }
-  Result<CopyPlan> plan(const ZAN_Value& settings) const {
-    return CopyPlan::fromSettings(settings, VolumeGuard("/media/nobody", false));
+  Result<CopyPlan> plan(const ZAN_Value& settings) {
+    return CopyPlan::fromSettings(settings, VolumeGuard(volumes, false));
   }
-  std::string refusal(const ZAN_Value& settings) const {
+  std::string refusal(const ZAN_Value& settings) {
     const auto result = plan(settings);
     return result ? "accepted" : result.error().text;
   }
 
   ScratchFolder scratch;
+  LinuxVolumes volumes{"nobody", "/"};
 };
 
 TEST_F(CopyPlanTest, LeavesRecordsOfOthersAlone) {

@@ -6,6 +6,7 @@
 #include "actions/ActionTree.h"
 #include "actions/History.h"
 #include "companion/execute/ExecuteRun.h"
+#include "platform/linux/LinuxVolumes.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "tests/companion/execute/ScratchFolder.h"
 
@@ -47,8 +48,7 @@ class ExecuteRunTest : public testing::Test {
     ExecuteArguments arguments;
     arguments.reference = 77;
     arguments.estimateSize = estimate;
-    ExecuteRun(
-        {{store, tree, history}, messages, *control, [this] { return agentRuns; }, "/media/nobody"})
+    ExecuteRun({{store, tree, history}, messages, *control, [this] { return agentRuns; }, volumes})
         .perform(arguments);
     tree.releaseRootItem();
   }
@@ -66,6 +66,7 @@ class ExecuteRunTest : public testing::Test {
         posts.begin(), posts.end(), [&](const auto& post) { return post.object == object; }));
   }
 
+  LinuxVolumes volumes{"nobody", "/"};
   ScratchFolder scratch;
   SimulatedPlatform real;
   ZAN_StringTable texts;

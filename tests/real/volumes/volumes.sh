@@ -1,0 +1,139 @@
+#!/usr/bin/env bash
+# Disks come and go while the real agent runs: volumes.sh BUILD-TREE
+set -u
+build="$1"
+here="$(cd "$(dirname "$0")" && pwd)"
+
+skip() { echo "SKIPPED: $*"; exit 77; }
+if [ "${2:-}" != inside ]; then
+  [ "$(id -u)" -eq 0 ] || skip "needs root, to mount"
+  unshare -m true 2> /dev/null || skip "needs a mount namespace of its own"
+  exec unshare -m --propagation private dbus-run-session --config-file="$here/../../session-bus.conf" -- \
+    bash "$0" "$build" inside
+fi
+
+scratch="$(mktemp -d /tmp/corvana-volumes.XXXXXX)"
+mount -t tmpfs scratch "$scratch" || skip "tmpfs cannot be mounted"
+agent=''
+hang=''
+devices=()
+finish() {
+  [ -n "$hang" ] && kill -9 "$hang" 2> /dev/null
+  [ -n "$agent" ] && kill "$agent" 2> /dev/null && wait "$agent" 2> /dev/null
+  umount -l "$scratch"/Volumes/* 2> /dev/null
+  for device in "${devices[@]}"; do losetup -d "$device"; done
+  cd / && umount -l "$scratch"
+  rmdir "$scratch"
+}
+trap finish EXIT
+
+export HOME="$scratch/home" CORVANA9_VOLUMES="$scratch/Volumes" XDG_RUNTIME_DIR="$scratch/run" LC_ALL=C TZ=UTC
+unset DISPLAY WAYLAND_DISPLAY
+mkdir -p "$HOME/Documents" "$CORVANA9_VOLUMES" -m 700 "$XDG_RUNTIME_DIR"
+resources="$build/Corvana 9.app/Contents/Resources"
+corvana9="$build/bin/corvana9"
+failures=0
+expect() { # WHAT COMMAND...
+  local what="$1"
+  shift
+  if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; failures=$((failures + 1)); fi
+}
+now() { date +%s%3N; }
+until_true() { # SECONDS COMMAND...
+  local end=$(($(now) + $1 * 1000))
+  shift
+  until "$@"; do
+    [ "$(now)" -lt "$end" ] || return 1
+    sleep 0.05
+  done
+}
+make_disk() { # NAME MB
+  truncate -s "$2M" "$scratch/$1.img"
+  mkfs.ext4 -q -L "$1" "$scratch/$1.img"
+  device="$(losetup -f --show "$scratch/$1.img")" || skip "no loop devices"
+  devices+=("$device")
+}
+plug() { mkdir -p "$CORVANA9_VOLUMES/$2" && mount "$1" "$CORVANA9_VOLUMES/$2"; }
+pull() { umount "$CORVANA9_VOLUMES/$1" && rmdir "$CORVANA9_VOLUMES/$1"; }
+is_gone() { ! grep -q " $1 " /proc/self/mountinfo; }
+has_file() { [ -e "$1" ]; }
+
+make_disk Disk 16
+disk="$device"
+make_disk Other 20
+other="$device"
+echo dear > "$HOME/Documents/letter"
+plug "$disk" Disk
+mkdir "$CORVANA9_VOLUMES/Disk/Backup"
+"$corvana9" add Letters --source "$HOME/Documents" --destination "$CORVANA9_VOLUMES/Disk/Backup" --on-mount ||
+  exit 1
+reference="$("$corvana9" tree --json | grep -o '"reference": *[0-9]*' | head -1 | grep -o '[0-9]*')"
+pull Disk
+
+"$resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler" --headless > "$scratch/agent.log" 2>&1 &
+agent=$!
+agent_answers() { "$corvana9" status 2> /dev/null | grep -q 'Automatic execution'; }
+expect "the agent answers" until_true 20 agent_answers
+# Whoever speaks to it ends the wait after the start; the first word may come too early.
+sleep 1
+"$corvana9" continue > /dev/null 2>&1
+"$corvana9" post agent MessageOff > /dev/null
+
+echo "--- a folder where the disk used to be"
+mkdir -p "$CORVANA9_VOLUMES/Disk/Backup"
+said="$("$corvana9" why "$reference")"
+expect "why names the missing disk" grep -q 'Not mounted' <<< "$said"
+"$resources/Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute" "$reference" > /dev/null 2>&1
+expect "nothing is written onto the system disk" is_gone "$CORVANA9_VOLUMES/Disk"
+expect "no copy in the folder" test -z "$(ls -A "$CORVANA9_VOLUMES/Disk/Backup")"
+rm -r "$CORVANA9_VOLUMES/Disk"
+
+echo "--- another disk in its place"
+plug "$other" Disk
+sleep 1.5
+expect "another disk starts nothing" test -z "$(ls -A "$CORVANA9_VOLUMES/Disk" | grep -v lost+found)"
+pull Disk
+
+echo "--- its own disk"
+until_true 15 sh -c '[ "$('"'$corvana9'"' queue | wc -l)" -ge 0 ]'
+start="$(now)"
+plug "$disk" Disk
+expect "the copy is on the disk" until_true 20 has_file "$CORVANA9_VOLUMES/Disk/Backup/Documents/letter"
+launched=$(($(now) - start))
+echo "plug-in to copy: $launched ms"
+expect "within 5 s of plugging in" test "$launched" -lt 5000
+idle() { "$corvana9" queue | grep -q 'empty\|Nothing\|nothing'; }
+until_true 20 idle
+
+echo "--- a disk that never answers"
+mkdir "$CORVANA9_VOLUMES/Dead"
+if [ -e /dev/fuse ]; then
+  python3 "$here/hang.py" "$CORVANA9_VOLUMES/Dead" > "$scratch/hang.log" &
+  hang=$!
+  expect "a hanging file system is mounted" until_true 5 grep -q mounted "$scratch/hang.log"
+  sleep 0.5
+  start="$(now)"
+  "$corvana9" status > /dev/null
+  answered=$(($(now) - start))
+  echo "answer beside a hanging mount: $answered ms"
+  expect "the agent answers at once" test "$answered" -lt 2000
+  pull Disk
+  rm -rf "$scratch/never"
+  echo again > "$HOME/Documents/second"
+  start="$(now)"
+  plug "$disk" Disk
+  expect "another disk is served beside it" until_true 20 has_file "$CORVANA9_VOLUMES/Disk/Backup/Documents/second"
+  echo "plug-in to copy beside a hanging mount: $(($(now) - start)) ms"
+  kill -9 "$hang"
+  hang=''
+  umount -l "$CORVANA9_VOLUMES/Dead" 2> /dev/null
+fi
+until_true 20 idle
+
+echo "--- let go by a message"
+"$corvana9" post agent UnmountVolumeImmediate "{\"Path\": \"$CORVANA9_VOLUMES/Disk\"}" > /dev/null
+expect "the disk is unmounted" until_true 10 is_gone "$CORVANA9_VOLUMES/Disk"
+gone_folder() { [ ! -e "$CORVANA9_VOLUMES/Disk" ]; }
+expect "and leaves no folder" until_true 5 gone_folder
+
+[ "$failures" -eq 0 ] || { echo "--- the agent said:"; cat "$scratch/agent.log"; "$corvana9" log; "$corvana9" report; exit 1; }

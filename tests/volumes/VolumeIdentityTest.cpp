@@ -1,0 +1,81 @@
+#include "volumes/VolumeIdentity.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/simulated/SimulatedPlatform.h"
+
+namespace corvana {
+namespace {
+
+struct VolumeIdentityTest : testing::Test {
+  ZAN_Value item(const std::string& path, std::uint64_t size, const std::string& uuid = {}) {
+    ZAN_Value value = ZAN_Value::dictionary({{"VolumeFolderPath", path},
+                                             {"VolumeFolderVolumeSize", size},
+                                             {"VolumeFolderVolumeDate", 1},
+                                             {"VolumeFolderName", "Disk"}});
+    if (!uuid.empty()) value.setValue("uuid", uuid);
+    return value;
+  }
+  bool isMounted(const ZAN_Value& value, bool tolerant = false) {
+    return identity.checkIfVolumeMounted(value, tolerant);
+  }
+
+  SimulatedPlatform machine;
+  SimulatedVolumes& volumes = machine.volumes;
+  VolumeIdentity identity{volumes};
+  const std::string place = volumes.folder + "/Disk/Backup";
+};
+
+TEST_F(VolumeIdentityTest, SizeDecidesThenTheUuidAndNeverTheDate) {
+  EXPECT_FALSE(isMounted({}));
+  EXPECT_FALSE(isMounted("text"));
+  EXPECT_FALSE(isMounted(item(place, 7, "mine"), true)) << "never the disk below the folder";
+  const std::string target = volumes.mount({.size = 7, .uuid = "mine", .creationDate = 5});
+  EXPECT_TRUE(isMounted(item(place, 7)));
+  EXPECT_TRUE(isMounted(item(place, 7, "another")));
+  EXPECT_TRUE(isMounted(item(place, 8, "mine")));
+  EXPECT_FALSE(isMounted(item(place, 8)));
+  EXPECT_FALSE(isMounted(item(place, 8, "another")));
+  EXPECT_TRUE(isMounted(item(place, 8, "another"), true));
+  volumes.hang(target);
+  EXPECT_FALSE(isMounted(item(place, 7, "mine"), true));
+}
+
+TEST_F(VolumeIdentityTest, WithoutAReferenceAFittingVolumeOrAFolderWillDo) {
+  volumes.mountAt(volumes.folder + "/Disk 1", {.name = "Disk", .size = 7, .uuid = "mine"});
+  EXPECT_TRUE(isMounted(item(place, 8, "mine")));
+  EXPECT_TRUE(isMounted(item(place, 7)));
+  EXPECT_FALSE(isMounted(item(place, 8)));
+  machine.folder.makeFolder("Volumes/Disk/Backup");
+  EXPECT_TRUE(isMounted(item(place, 8))) << "below the volumes folder and there";
+  EXPECT_FALSE(identity.locate(item(place, 8), true)) << "but nothing is written there";
+}
+
+TEST_F(VolumeIdentityTest, AllSourcesCountAndWithoutThemEverythingIsThere) {
+  const std::string here = machine.folder.path();
+  const ZAN_Value system = item(here, 500'000'000'000);
+  const ZAN_Value gone = item(place, 7);
+  const auto all = [&](const ZAN_Value& sources, const ZAN_Value& destination) {
+    return identity.checkIfAllVolumesMounted(ZAN_Value::dictionary(
+        {{"ItemsListOfSourcePath", sources}, {"ItemsDestination", destination}}));
+  };
+  EXPECT_TRUE(all({}, gone));
+  EXPECT_TRUE(all(ZAN_Value::array({system}), {}));
+  EXPECT_FALSE(all(ZAN_Value::array({system}), gone));
+  EXPECT_FALSE(all(ZAN_Value::array({system, gone}), system));
+}
+
+TEST_F(VolumeIdentityTest, FollowsLinksButNotOntoVolumes) {
+  volumes.mount({.size = 7});
+  std::filesystem::create_symlink(volumes.folder + "/Disk", machine.folder.at("link"));
+  EXPECT_TRUE(isMounted(item(machine.folder.at("link/Backup"), 7)));
+  // Two of one name: the second one is not called as the first.
+  const std::string second = volumes.mount({.size = 9});
+  EXPECT_EQ(second, volumes.folder + "/Disk1");
+  EXPECT_EQ(identity.reference().localizedPath(second), second);
+  volumes.unmount(volumes.folder + "/Disk");
+  EXPECT_EQ(identity.reference().localizedPath(second), volumes.folder + "/Disk");
+}
+
+}  // namespace
+}  // namespace corvana
