@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "platform/simulated/SimulatedPlatform.h"
 
 namespace corvana {
