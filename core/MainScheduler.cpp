@@ -8,6 +8,7 @@
 #include "actions/ProgrammedAction.h"
 #include "platform/AgentObject.h"
 #include "platform/Clock.h"
+#include "platform/Input.h"
 #include "platform/Machine.h"
 #include "platform/Power.h"
 #include "platform/Processes.h"
@@ -123,6 +124,17 @@ MainScheduler::~MainScheduler() {
   mPlatform.power.observe({});
 }
 
+void MainScheduler::wireWindows() {
+  UserInterface& ui = mPlatform.userInterface;
+  const auto surveyChanged = [&ui] { ui.windowChanged(Window::executionSurvey); };
+  mSurvey.onUpdated = surveyChanged;
+  mSupervisor.onExecuteReply = surveyChanged;
+  mSupervisor.onSurveyLine = [this, surveyChanged](const std::string& line) {
+    mSurveyLine = line;
+    surveyChanged();
+  };
+}
+
 WorkSurroundings MainScheduler::workSurroundings() {
   return {mPlatform, mTree,         mStore,          mCounters, mPreferences,
           mState,    mLog,          mDebugLog,       mSurvey,   mMessages,
@@ -130,9 +142,13 @@ WorkSurroundings MainScheduler::workSurroundings() {
 }
 
 UserInterfaceSources MainScheduler::userInterfaceSources() {
-  return {mPlatform,   mControls, mState,  mPreferences, mStore,      mTree,   mHistory,
-          mLog,        mMessages, mQueue,  mEvaluation,  mSupervisor, mSurvey, mVolumeIdentity,
-          mStatusItem, mTexts,    mStrings};
+  UserInterfaceSources sources{mPlatform,   mControls,   mState,  mPreferences,    mStore,
+                               mTree,       mHistory,    mLog,    mMessages,       mQueue,
+                               mEvaluation, mSupervisor, mSurvey, mVolumeIdentity, mVolumeMounter,
+                               mStatusItem, mTexts,      mStrings};
+  sources.statusInformation = [this] { return mLaunchStep.statusInformation(); };
+  sources.surveyLine = [this] { return mSurveyLine; };
+  return sources;
 }
 
 void MainScheduler::wire() {
@@ -149,6 +165,7 @@ void MainScheduler::wire() {
   wireVolumes();
   wireDrive();
   wireMachine();
+  wireWindows();
 }
 
 void MainScheduler::wireWork() {
@@ -239,6 +256,7 @@ void MainScheduler::wireDrive() {
   mDispatch.onHistoryChanged = [this] {
     mHistory.results().updateActionResults();
     mHistory.reloadProgrammedHistoryList();
+    mPlatform.userInterface.windowChanged(Window::latestActions);
   };
   mDispatch.onTerminateWhenAllDone = [this] { mMustTerminateWhenAllDone = true; };
 }

@@ -101,6 +101,7 @@ class MainScheduler {
   void wireWork();
   void wireVolumes();
   void wireDrive();
+  void wireWindows();
   void setUp();
   void readShortcut();
   bool isHelperPrivileged() const;
@@ -172,6 +173,7 @@ class MainScheduler {
   NotificationDispatch mDispatch;
   StateAnswers mAnswers;
 
+  std::string mSurveyLine;
   bool mMustTerminateWhenAllDone = false;
   bool mTerminateBySelf = false;
   bool mShutsDown = false;

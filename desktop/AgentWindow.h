@@ -22,6 +22,8 @@ class AgentWindow : public QWidget {
   /// What it shows may have changed: lists, menus, states. Called while it is visible, at most once
   /// a turn of the loop, and once before it is shown.
   virtual void refresh() {}
+  /// Of a window that shows a text: what it shows.
+  virtual void setText(const std::string& /*text*/) {}
   /// The widget that has the keyboard when the window comes up; null: Qt's choice.
   virtual QWidget* firstFocus() { return nullptr; }
 

@@ -69,6 +69,10 @@ bool QtUserInterface::isWindowVisible(Window window) const {
   return mPrivate->windows.isVisible(window);
 }
 
+void QtUserInterface::setWindowText(Window window, const std::string& text) {
+  mPrivate->windows.setText(window, text);
+}
+
 void QtUserInterface::bringWindowsToFront() {
   // Whoever starts the agent again wants to see it.
   if (mPrivate->windows.anyVisible()) {
@@ -79,6 +83,9 @@ void QtUserInterface::bringWindowsToFront() {
 }
 
 void QtUserInterface::listsChanged() { mPrivate->windows.refresh(); }
+void QtUserInterface::windowChanged(Window window) {
+  if (isWindowVisible(window)) mPrivate->windows.refresh();
+}
 void QtUserInterface::setFloatingIconOpacity(double /*percent*/) {}
 void QtUserInterface::setActionExecuted(std::int64_t /*sizeCopied*/, int /*progress*/,
                                         std::int64_t /*errors*/) {}

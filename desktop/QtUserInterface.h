@@ -43,8 +43,10 @@ class QtUserInterface final : public UserInterface {
   void showWindow(Window window) override;
   void hideWindow(Window window) override;
   bool isWindowVisible(Window window) const override;
+  void setWindowText(Window window, const std::string& text) override;
   void bringWindowsToFront() override;
   void listsChanged() override;
+  void windowChanged(Window window) override;
   void setFloatingIconOpacity(double percent) override;
   void setActionExecuted(std::int64_t sizeCopied, int progress, std::int64_t errors) override;
 

@@ -1,20 +1,109 @@
 #include "desktop/StatusWindow.h"
 
-#include <QLabel>
-#include <QVBoxLayout>
+#include <QComboBox>
+#include <QFormLayout>
+#include <QProgressBar>
 
+#include "core/record/SchedulerCommands.h"
+#include "desktop/TableView.h"
 #include "desktop/Texts.h"
+#include "desktop/WindowParts.h"
 #include "ui/StatusItem.h"
 
 namespace corvana {
 
-StatusWindow::StatusWindow(const UserInterfaceSources& sources)
-    : AgentWindow(Window::status, sources), mTitle(new QLabel(this)) {
-  setWindowTitle(text("IconToolTip"));
-  auto* layout = new QVBoxLayout(this);
-  layout->addWidget(mTitle);
+namespace {
+
+constexpr std::size_t kMostFacts = 6;
+
+QComboBox* makeChoice(const std::vector<std::string>& choices) {
+  auto* box = new QComboBox;
+  for (const std::string& choice : choices) box->addItem(qt(choice));
+  return box;
 }
 
-void StatusWindow::refresh() { mTitle->setText(qt(sources().statusItem.shownTitle())); }
+}  // namespace
+
+StatusWindow::StatusWindow(const UserInterfaceSources& sources)
+    : AgentWindow(Window::status, sources),
+      mModel(sources),
+      mTitle(makeLabel()),
+      mForm(new QFormLayout),
+      mExecution(makeChoice(mModel.executionChoices())),
+      mContext(makeChoice(mModel.contextChoices())),
+      mProgress(new QProgressBar),
+      mWhy(makeLabel()) {
+  setWindowTitle(text("StatusTitle"));
+  QFont large = mTitle->font();
+  large.setPointSizeF(large.pointSizeF() * 1.25);
+  mTitle->setFont(large);
+  connect(mExecution, &QComboBox::activated, this, [this](int item) { mModel.setExecution(item); });
+  connect(mContext, &QComboBox::activated, this, [this](int item) { mModel.setContext(item); });
+
+  auto* layout = new QVBoxLayout(this);
+  layout->addWidget(mTitle);
+  mForm->addRow(text("StatusExecution"), mExecution);
+  mForm->addRow(text("StatusContext"), mContext);
+  for (std::size_t i = 0; i < kMostFacts; ++i) {
+    mFacts.emplace_back(new QLabel, makeLabel());
+    mForm->addRow(mFacts.back().first, mFacts.back().second);
+  }
+  layout->addLayout(mForm);
+  layout->addWidget(mProgress);
+  mList = new TableView(mModel, text("StatusTitle"), this);
+  mList->onSelection = [this] { showWhy(); };
+  mList->onActivated = [this](const auto& rows) { mWhy->setText(qt(mModel.launch(rows))); };
+  layout->addWidget(mList, 1);
+  layout->addWidget(mWhy);
+  auto* row = new QHBoxLayout;
+  mRun = addButton(row, text("ButtonRun"),
+                   [this] { mWhy->setText(qt(mModel.launch(mList->selectedRows()))); });
+  mPause = addButton(row, {}, [this] { mModel.pauseOrContinue(); });
+  mStop = addButton(row, text("ButtonStop"), [this] { mModel.stop(); });
+  row->addStretch();
+  for (const auto& [key, window] :
+       {std::pair{"QueueTitle", Window::queue}, std::pair{"NextTitle", Window::nextActions},
+        std::pair{"PrefTitle", Window::preferences}}) {
+    addButton(row, text(key),
+              [this, which = window] { this->sources().commands.showWindow(which); });
+  }
+  layout->addLayout(row);
+  resizeByFont(this, 110, 36);
+}
+
+QWidget* StatusWindow::firstFocus() { return mList; }
+
+void StatusWindow::refresh() {
+  mModel.refresh();
+  mList->refresh();
+  showFacts();
+}
+
+void StatusWindow::showFacts() {
+  mTitle->setText(qt(sources().statusItem.shownTitle()));
+  mTitle->setVisible(!mTitle->text().isEmpty());
+  mExecution->setCurrentIndex(mModel.execution());
+  mContext->setCurrentIndex(mModel.context());
+  const auto facts = mModel.facts();
+  for (std::size_t i = 0; i < mFacts.size(); ++i) {
+    const bool shown = i < facts.size();
+    mFacts[i].first->setVisible(shown);
+    mFacts[i].second->setVisible(shown);
+    if (!shown) continue;
+    mFacts[i].first->setText(qt(facts[i].first));
+    mFacts[i].second->setText(qt(facts[i].second));
+  }
+  const auto progress = mModel.progress();
+  mProgress->setVisible(progress.has_value());
+  mProgress->setValue(progress.value_or(0));
+  mPause->setText(qt(mModel.pauseTitle()));
+  mStop->setEnabled(mModel.isExecuting());
+}
+
+void StatusWindow::showWhy() {
+  const auto selected = mList->selectedRow();
+  mRun->setEnabled(selected.has_value());
+  mWhy->setText(selected ? qt(mModel.why(*selected)) : QString());
+}
 
 }  // namespace corvana

@@ -1,6 +1,15 @@
 #include "desktop/WindowFactory.h"
 
+#include "desktop/AllDisksWindow.h"
+#include "desktop/ErrorSummaryWindow.h"
+#include "desktop/LatestActionsWindow.h"
+#include "desktop/MountVolumesWindow.h"
+#include "desktop/NextActionsWindow.h"
+#include "desktop/NoticeWindows.h"
+#include "desktop/PreferencesWindow.h"
+#include "desktop/QueueWindow.h"
 #include "desktop/StatusWindow.h"
+#include "desktop/SurveyWindow.h"
 
 namespace corvana {
 
@@ -17,7 +26,17 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
+    {Window::queue, &make<QueueWindow>},
+    {Window::nextActions, &make<NextActionsWindow>},
+    {Window::latestActions, &make<LatestActionsWindow>},
     {Window::status, &make<StatusWindow>},
+    {Window::mountVolumes, &make<MountVolumesWindow>},
+    {Window::allDisks, &make<AllDisksWindow>},
+    {Window::volumesFolderError, &make<StrayFoldersWindow>},
+    {Window::lowSpace, &make<LowSpaceWindow>},
+    {Window::errorSummary, &make<ErrorSummaryWindow>},
+    {Window::executionSurvey, &make<SurveyWindow>},
+    {Window::preferences, &make<PreferencesWindow>},
 };
 
 }  // namespace

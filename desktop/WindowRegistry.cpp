@@ -22,6 +22,7 @@ void WindowRegistry::show(Window which) {
   auto& window = mWindows[which];
   if (window == nullptr) window = makeWindow(which, *mSources);
   if (window == nullptr) return;
+  if (const auto text = mTexts.find(which); text != mTexts.end()) window->setText(text->second);
   window->refresh();
   window->show();
   window->raise();
@@ -29,7 +30,13 @@ void WindowRegistry::show(Window which) {
   if (QWidget* first = window->firstFocus()) first->setFocus();
 }
 
+void WindowRegistry::setText(Window which, const std::string& text) {
+  mTexts[which] = text;
+  if (isVisible(which)) mWindows[which]->setText(text);
+}
+
 void WindowRegistry::hide(Window which) {
+  mTexts.erase(which);
   const auto found = mWindows.find(which);
   if (found == mWindows.end() || found->second == nullptr) return;
   // It may be the one that asks for this, from within one of its own handlers.

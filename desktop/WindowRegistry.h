@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <string>
 
 #include "platform/UserInterface.h"
 
@@ -23,6 +24,8 @@ class WindowRegistry {
   /// Makes the window or brings it to the front.
   void show(Window which);
   void hide(Window which);
+  /// The text of a window of text; kept for a window that is not up yet, until it is closed.
+  void setText(Window which, const std::string& text);
   bool isVisible(Window which) const;
   bool anyVisible() const;
   void bringToFront();
@@ -33,6 +36,7 @@ class WindowRegistry {
   RunLoop& mRunLoop;
   const UserInterfaceSources* mSources = nullptr;
   std::map<Window, std::unique_ptr<AgentWindow>> mWindows;
+  std::map<Window, std::string> mTexts;
   bool mWillRefresh = false;
 };
 

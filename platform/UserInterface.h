@@ -66,6 +66,8 @@ class UserInterface {
   virtual void bringWindowsToFront() = 0;
   /// The tables of the queue and of the next actions have changed.
   virtual void listsChanged() = 0;
+  /// What this window shows has changed; nothing while it is not shown.
+  virtual void windowChanged(Window window) = 0;
   virtual void setFloatingIconOpacity(double percent) = 0;
   /// Size copied so far in bytes (-1: none yet), progress and errors of the running action.
   virtual void setActionExecuted(std::int64_t sizeCopied, int progress, std::int64_t errors) = 0;

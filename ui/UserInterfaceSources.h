@@ -1,5 +1,8 @@
 #pragma once
 
+#include <functional>
+#include <string>
+
 namespace corvana {
 
 class ActionQueue;
@@ -15,10 +18,14 @@ class StatusItem;
 class SurveyExecution;
 class TriggerEvaluation;
 class VolumeIdentity;
+class VolumeMounter;
 class ZAN_StringTable;
 class ZAN_StringUtils;
 struct Platform;
 struct SchedulerState;
+
+/// Abilities of the machine that some preferences need.
+enum class Ability { seePointer, seeKeyboard, wake, notices, statusItem, floatOnTop, network };
 
 /// What menus and windows are made from. They read it when they are drawn and change nothing in it:
 /// whatever the user wants goes through `commands`. All of it outlives them. Thread: main.
@@ -37,9 +44,24 @@ struct UserInterfaceSources {
   ExecuteSupervisor& supervisor;
   SurveyExecution& survey;
   VolumeIdentity& volumes;
+  VolumeMounter& mounter;
   StatusItem& statusItem;
   const ZAN_StringTable& texts;
   const ZAN_StringUtils& strings;
+
+  // Set by those who know; without one its window shows nothing of the kind.
+
+  /// What holds the scheduler up, or what it does, in a line.
+  std::function<std::string()> statusInformation = {};
+  std::function<std::string()> surveyLine = {};
+  /// Why the machine has not got an ability, as a sentence; empty when it has.
+  std::function<std::string(Ability)> lacking = {};
+
+  std::function<std::string()> strayFolders = {};      ///< their names
+  std::function<std::string()> strayFoldersDate = {};  ///< when they were seen, as shown
+  /// Deletes them and, when none is left, goes on with what was held back.
+  std::function<void()> repairAndContinue = {};
+  std::function<int()> freePercent = {};  ///< of the start-up disk
 };
 
 }  // namespace corvana

@@ -164,6 +164,8 @@ void Controls::removeFromQueue(const std::vector<std::size_t>& rows) {
   m.queue.removeFromQueue({rows.begin(), rows.end()});
 }
 
+void Controls::moveInQueue(std::size_t from, std::size_t to) { m.queue.moveRecord(from, to); }
+
 void Controls::menuWillOpen() {
   m.statusItem.setStatusTitle(std::nullopt);
   m.mounter.buildVolumesToMountList();
@@ -246,6 +248,23 @@ void Controls::mountSelectedVolumes(const std::vector<std::size_t>& rows) {
 }
 
 void Controls::setMountsSystemPartitions(bool also) { m.mounter.setMountsSystemPartitions(also); }
+
+void Controls::setPreference(const std::string& key, const ZAN_Value& value) {
+  if (key == "SchedulerPrefScheduleDisabled") {
+    setSchedulerActive(!value.boolValue());
+    return;
+  }
+  if (key == "SchedulerPrefCurrentContext") {
+    setContext(static_cast<int>(value.integerValue()));
+    return;
+  }
+  m.preferences.setPref(key, value);
+  // One place has two keys.
+  if (key == "SchedulerPrefShowAnnouncePositionX" && value.isNull()) {
+    m.preferences.setPref("SchedulerPrefShowAnnouncePositionY", value);
+  }
+  preferencesDidChange();
+}
 
 void Controls::preferencesDidChange() {
   m.preferences.loadPrefs();

@@ -97,6 +97,7 @@ class Controls : public SchedulerCommands {
   void launchActionRemotely(std::int64_t ref) override;
   void executeNow(std::int64_t ref) override;
   void removeFromQueue(const std::vector<std::size_t>& rows) override;
+  void moveInQueue(std::size_t from, std::size_t to) override;
   void menuWillOpen() override;
   void showWindow(Window window) override;
   void hideWindow(Window window) override;
@@ -117,6 +118,7 @@ class Controls : public SchedulerCommands {
   void mountVolume(std::size_t index) override;
   void mountSelectedVolumes(const std::vector<std::size_t>& rows) override;
   void setMountsSystemPartitions(bool also) override;
+  void setPreference(const std::string& key, const ZAN_Value& value) override;
   void preferencesDidChange() override;
   void sendDailyReportNow() override;
   void quitScheduler() override;

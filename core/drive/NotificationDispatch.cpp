@@ -131,6 +131,7 @@ void NotificationDispatch::executeProgress(const ZAN_Value& userInfo) {
     m.supervisor.setProgressValue(userInfo["ProgressValue"].doubleValue());
     m.announce.showProgress(userInfo);
   }
+  m.platform.userInterface.windowChanged(Window::executionSurvey);
 }
 
 void NotificationDispatch::unmountVolume(const ZAN_Value& userInfo) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
 #include "platform/UserInterface.h"
 
 namespace corvana {
@@ -45,6 +46,8 @@ class SchedulerCommands {
   /// The queued action runs now even though automatic execution is off.
   virtual void executeNow(std::int64_t ref) = 0;
   virtual void removeFromQueue(const std::vector<std::size_t>& rows) = 0;
+  /// The record stands at `to` afterwards; nothing passes a running head.
+  virtual void moveInQueue(std::size_t from, std::size_t to) = 0;
 
   // Windows
   virtual void menuWillOpen() = 0;
@@ -85,6 +88,8 @@ class SchedulerCommands {
   virtual void setMountsSystemPartitions(bool also) = 0;
 
   // The agent itself
+  /// Stores a preference under its key and takes it over; null goes back to the built-in value.
+  virtual void setPreference(const std::string& key, const ZAN_Value& value) = 0;
   /// The preferences of the settings file are to be read again and taken over.
   virtual void preferencesDidChange() = 0;
   /// Mails the report of what happened since the last automatic one.

@@ -21,11 +21,14 @@ SurveyExecution::SurveyExecution(const Clock& clock, RunLoop& runLoop, std::stri
 SurveyExecution::~SurveyExecution() { mRunLoop.cancel(mTimer); }
 
 void SurveyExecution::showWindow() {
-  if (isMeasuring()) return;
+  mMeasuring = true;
+  if (mTimer != 0) return;
   mTimer = mRunLoop.repeat(1.0, [this] {
     if (onUpdated) onUpdated();
   });
 }
+
+void SurveyExecution::closeWindow() { mRunLoop.cancel(std::exchange(mTimer, 0)); }
 
 void SurveyExecution::startExecutionForKey(std::string_view key) {
   if (!isMeasuring()) return;

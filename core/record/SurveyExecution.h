@@ -25,7 +25,9 @@ class SurveyExecution {
 
   /// Begins to measure and to refresh the lines every second.
   void showWindow();
-  bool isMeasuring() const { return mTimer != 0; }
+  /// Nobody looks at the lines: they are no longer refreshed. Measuring goes on.
+  void closeWindow();
+  bool isMeasuring() const { return mMeasuring; }
 
   void startExecutionForKey(std::string_view key);
   /// Without a start it is ignored.
@@ -70,6 +72,7 @@ class SurveyExecution {
   RunLoop& mRunLoop;
   std::string mBundleName;
   RunLoop::TimerId mTimer = 0;
+  bool mMeasuring = false;
   std::map<std::string, Values, std::less<>> mSurveyExecutionValues;
 };
 

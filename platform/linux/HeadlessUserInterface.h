@@ -45,6 +45,7 @@ class HeadlessUserInterface final : public UserInterface {
   bool isWindowVisible(Window /*window*/) const override { return false; }
   void bringWindowsToFront() override {}
   void listsChanged() override {}
+  void windowChanged(Window /*window*/) override {}
   void setFloatingIconOpacity(double /*percent*/) override {}
   void setActionExecuted(std::int64_t /*sizeCopied*/, int /*progress*/,
                          std::int64_t /*errors*/) override {}

@@ -57,6 +57,7 @@ class SimulatedUserInterface final : public UserInterface {
   void setWindowText(Window window, const std::string& text) override { texts[window] = text; }
   void bringWindowsToFront() override { ++broughtToFront; }
   void listsChanged() override { ++listChanges; }
+  void windowChanged(Window window) override { ++windowChanges[window]; }
   void setFloatingIconOpacity(double percent) override { floatingIconOpacity = percent; }
   void setActionExecuted(std::int64_t sizeCopied, int progress, std::int64_t errors) override;
 
@@ -89,6 +90,7 @@ class SimulatedUserInterface final : public UserInterface {
   std::string toolTip;
   int menuChanges = 0;
   int listChanges = 0;
+  std::map<Window, int> windowChanges;
   int rearrangements = 0;
   int floatingMenus = 0;
   int broughtToFront = 0;

@@ -21,7 +21,7 @@ FLOORS = {
     "volumes": 3,
     "core/work": 4,
     "ui": 5, "remote": 5, "mail/report": 5,
-    "core/drive": 6,
+    "core/drive": 6, "ui/windows": 6,
     "core": 7,
     "app": 8, "desktop": 8, "companion": 8,
 }
@@ -36,7 +36,7 @@ BESIDE = {
 JOINERS = {"app": {"platform/linux", "platform/qt"}, "desktop": {"platform/linux", "platform/qt"},
            "companion": {"platform/linux", "platform/qt"}}
 ABOVE_THE_WALL = ("core", "core/record", "core/work", "core/drive", "actions", "volumes", "mail/smtp", "mail/report",
-                  "remote", "ui")
+                  "remote", "ui", "ui/windows")
 HEADERS_ABOVE_THE_WALL = ("ZANCocoaFramework", "platform")
 FREE = ("tests", "bench", "fuzz", "build")
 ROOMS = sorted({*FLOORS, *BESIDE}, key=len, reverse=True)

@@ -1,0 +1,36 @@
+#include "desktop/AllDisksWindow.h"
+
+#include <QClipboard>
+#include <QFontDatabase>
+#include <QGuiApplication>
+#include <QPlainTextEdit>
+
+#include "desktop/Texts.h"
+#include "desktop/WindowParts.h"
+
+namespace corvana {
+
+AllDisksWindow::AllDisksWindow(const UserInterfaceSources& sources)
+    : AgentWindow(Window::allDisks, sources), mText(new QPlainTextEdit) {
+  setWindowTitle(text("AllDisksTitle"));
+  mText->setReadOnly(true);
+  mText->setTabChangesFocus(true);
+  mText->setLineWrapMode(QPlainTextEdit::NoWrap);
+  mText->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+  mText->setAccessibleName(text("AllDisksTitle"));
+  auto* layout = new QVBoxLayout(this);
+  layout->addWidget(mText);
+  auto* row = new QHBoxLayout;
+  row->addStretch();
+  addButton(row, text("ButtonCopy"),
+            [this] { QGuiApplication::clipboard()->setText(mText->toPlainText()); });
+  addButton(row, text("ButtonClose"), [this] { close(); });
+  layout->addLayout(row);
+  resizeByFont(this, 100, 34);
+}
+
+QWidget* AllDisksWindow::firstFocus() { return mText; }
+
+void AllDisksWindow::setText(const std::string& text) { mText->setPlainText(qt(text)); }
+
+}  // namespace corvana

@@ -1,0 +1,54 @@
+#include "desktop/ErrorSummaryWindow.h"
+
+#include <QCheckBox>
+
+#include "desktop/TableView.h"
+#include "desktop/Texts.h"
+#include "desktop/WindowParts.h"
+
+namespace corvana {
+
+ErrorSummaryWindow::ErrorSummaryWindow(const UserInterfaceSources& sources)
+    : AgentWindow(Window::errorSummary, sources),
+      mModel(sources),
+      mDetails(makeLabel()),
+      mSummary(makeLabel()),
+      mShown(new QCheckBox(text("ErrorsShow"))) {
+  setWindowTitle(text("ErrorsTitle"));
+  mList = new TableView(mModel, text("ErrorsTitle"), this);
+  mList->onSelection = [this] { showDetails(); };
+  connect(mShown, &QCheckBox::clicked, this, [this](bool on) { mModel.setShownOnErrors(on); });
+
+  auto* layout = new QVBoxLayout(this);
+  layout->addWidget(mSummary);
+  layout->addWidget(mList);
+  layout->addWidget(mDetails);
+  layout->addWidget(mShown);
+  auto* row = new QHBoxLayout;
+  mAgain = addButton(row, text("ButtonRunAgain"), [this] {
+    if (const auto selected = mList->selectedRow())
+      mSummary->setText(qt(mModel.launchAgain(*selected)));
+  });
+  addButton(row, text("ButtonLatest"), [this] { mModel.showLatestActions(); });
+  row->addStretch();
+  addButton(row, text("ButtonClose"), [this] { close(); });
+  layout->addLayout(row);
+  resizeByFont(this, 90, 20);
+}
+
+QWidget* ErrorSummaryWindow::firstFocus() { return mList; }
+
+void ErrorSummaryWindow::refresh() {
+  mModel.refresh();
+  mList->refresh();
+  mSummary->setText(qt(mModel.summary()));
+  mShown->setChecked(mModel.isShownOnErrors());
+}
+
+void ErrorSummaryWindow::showDetails() {
+  const auto selected = mList->selectedRow();
+  mAgain->setEnabled(selected.has_value());
+  mDetails->setText(selected ? qt(mModel.details(*selected)) : QString());
+}
+
+}  // namespace corvana

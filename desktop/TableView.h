@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QTreeView>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "desktop/TableAdapter.h"
+
+namespace corvana {
+
+/// A list of a window: only what is seen is asked for and drawn; Return or a double click acts on
+/// the selected rows, Delete removes them. Thread: main.
+class TableView final : public QTreeView {
+ public:
+  TableView(WindowTable& table, const QString& name, QWidget* parent);
+
+  std::function<void(const std::vector<std::size_t>&)> onActivated;
+  std::function<void(const std::vector<std::size_t>&)> onDelete;
+  std::function<void()> onSelection;
+  void setOnMove(std::function<void(std::size_t row, std::size_t before)> onMove);
+
+  /// The table may have changed; what was selected stays selected as far as it is still there.
+  void refresh();
+  std::vector<std::size_t> selectedRows() const;
+  /// The first one.
+  std::optional<std::size_t> selectedRow() const;
+  void selectRow(std::size_t row);
+
+ protected:
+  void keyPressEvent(QKeyEvent* event) override;
+
+ private:
+  void fitColumns();
+
+  WindowTable& mTable;
+  TableAdapter* mAdapter;
+  std::vector<std::int64_t> mSelectedIds;
+  bool mIsRefreshing = false;
+};
+
+}  // namespace corvana

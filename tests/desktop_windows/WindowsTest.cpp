@@ -1,0 +1,298 @@
+#include <gmock/gmock.h>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QKeyEvent>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMimeData>
+#include <QPalette>
+#include <QPushButton>
+#include <QTabWidget>
+#include <chrono>
+
+#include "actions/History.h"
+#include "desktop/TableView.h"
+#include "desktop/Texts.h"
+#include "desktop/WeekView.h"
+#include "desktop/WindowFactory.h"
+#include "tests/scenario/Scenario.h"
+
+namespace corvana {
+namespace {
+
+/// The real windows of a simulated agent, on a screen that nobody sees.
+class WindowsTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    static int count = 1;
+    static char name[] = "test";
+    static char* arguments[] = {name, nullptr};
+    sApplication = new QApplication(count, arguments);
+  }
+  static void TearDownTestSuite() { delete sApplication; }
+  void begin() {
+    scenario.writeTree();
+    scenario.start(true);
+    scenario.runFor(5);
+    mSources.emplace(scenario.agent->userInterfaceSources());
+  }
+  AgentWindow& open(Window which) {
+    mWindow = makeWindow(which, *mSources);
+    if (mWindow == nullptr) throw std::runtime_error("no such window");
+    mWindow->refresh();
+    mWindow->show();
+    if (QWidget* first = mWindow->firstFocus()) first->setFocus();
+    QApplication::processEvents();
+    return *mWindow;
+  }
+  template <class T>
+  T& the(const QString& name = {}) {
+    // Qt itself tells only classes of its own apart.
+    for (QWidget* widget : mWindow->findChildren<QWidget*>()) {
+      T* one = dynamic_cast<T*>(widget);
+      if (one == nullptr) continue;
+      if (name.isEmpty() || one->accessibleName() == name) return *one;
+      if constexpr (std::is_base_of_v<QAbstractButton, T>) {
+        if (one->text().remove('&') == name) return *one;
+      }
+    }
+    throw std::runtime_error("not there: " + name.toStdString());
+  }
+  void press(QWidget& widget, int key) {
+    for (const auto type : {QEvent::KeyPress, QEvent::KeyRelease}) {
+      QKeyEvent event(type, key, Qt::NoModifier);
+      QApplication::sendEvent(&widget, &event);
+    }
+  }
+  static void picture(AgentWindow& window, const QString& folder, const QString& name) {
+    QApplication::processEvents();
+    const QPixmap picture = window.grab();
+    EXPECT_FALSE(picture.isNull());
+    if (!folder.isEmpty()) picture.save(folder + "/" + name + ".png");
+  }
+  /// A week that has something of everything; actions 101 and on.
+  void fillWithExamples() {
+    const auto at = [&](const char* clock) { return scenario.timeOfDay(clock); };
+    ChildScript longOne;
+    longOne.seconds = 3600;
+    scenario.scripts["Photos to the server"] = longOne;
+    const std::pair<const char*, const char*> daily9[] = {
+        {"Photos to the server", "22:30"},
+        {"Mail and calendars", "18:00"},
+        {"Accounts, encrypted", "23:00"},
+        {"Source code", "13:00"},
+        {"Night copy of the home folder", "02:30"}};
+    for (const auto& [title, clock] : daily9) scenario.action(title, daily(at(clock), now()));
+    scenario.action("Notes", everyMinutes(30, now()));
+    scenario.action("Films, when the disk is there",
+                    ZAN_Value::dictionary({{"TriggerFrequencyPopup", 10}}));
+    scenario.action("Archive of the year", ZAN_Value::dictionary({{"TriggerAutomatic", 0}}));
+    History history(scenario.store());
+    int i = 0;
+    for (const int code : {2, 2, 14, 2, 15, 2, 2, 3, 2}) {
+      const ReferenceTime start = now() - 86400 * (9 - i) + 3600 * i;
+      history.addHistoryEntry(
+          ZAN_Value::dictionary({{"Date", ZAN_Value::date(start)},
+                                 {"EndDate", ZAN_Value::date(start + 2400 + 300 * i)},
+                                 {"Title", daily9[i % 5].first},
+                                 {"Ref", 101 + i % 5},
+                                 {"C", code},
+                                 {"ActionErrors", code == 14 ? 3 : 0}}));
+      if (code == 14 || code == 15)
+        history.log().addLog(ZAN_Value::dictionary({{"M", ZAN_Value::date(start + 3000)},
+                                                    {"C", code},
+                                                    {"N", daily9[i % 5].first},
+                                                    {"R", 101 + i % 5},
+                                                    {"F", "No space left on the volume."},
+                                                    {"P", "/media/Backup/2023/film.mov"}}));
+      ++i;
+    }
+  }
+  std::vector<std::string> queue() const {
+    std::vector<std::string> titles;
+    for (const QueueRecord& record : scenario.agent->queue().actionsList())
+      titles.push_back(std::to_string(record.ref));
+    return titles;
+  }
+  ReferenceTime now() const { return scenario.machine.clock.now(); }
+
+  Scenario scenario;
+
+ private:
+  static inline QApplication* sApplication = nullptr;
+  std::optional<UserInterfaceSources> mSources;
+  std::unique_ptr<AgentWindow> mWindow;
+};
+
+QPalette darkPalette() {
+  QPalette palette(QColor(45, 45, 48), QColor(45, 45, 48));
+  palette.setColor(QPalette::Base, QColor(30, 30, 32));
+  palette.setColor(QPalette::AlternateBase, QColor(38, 38, 41));
+  for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
+    palette.setColor(role, QColor(230, 230, 230));
+  palette.setColor(QPalette::Disabled, QPalette::Text, QColor(140, 140, 140));
+  palette.setColor(QPalette::Disabled, QPalette::WindowText, QColor(140, 140, 140));
+  palette.setColor(QPalette::Highlight, QColor(60, 120, 200));
+  palette.setColor(QPalette::HighlightedText, Qt::white);
+  return palette;
+}
+
+/// Titled, reachable by the keyboard, closed by Escape through the command, and at its smallest no
+/// larger than a small screen, in every look. With CORVANA_PICTURES the pictures go to that folder.
+TEST_F(WindowsTest, EveryWindowOpensInEveryLookAndClosesByEscape) {
+  fillWithExamples();
+  begin();
+  (void)scenario.agent->commands().launchAction(101, false);
+  scenario.runFor(5);
+  for (const std::int64_t ref : {102, 103})
+    (void)scenario.agent->commands().launchAction(ref, false);
+  const QFont usual = QApplication::font();
+  const QPalette light = QApplication::palette();
+  QFont large = usual;
+  large.setPointSizeF(usual.pointSizeF() * 1.8);
+  struct Look {
+    const char* name;
+    QFont font;
+    QPalette palette;
+    Qt::LayoutDirection direction;
+  };
+  const Look looks[] = {{"light", usual, light, Qt::LeftToRight},
+                        {"dark", usual, darkPalette(), Qt::LeftToRight},
+                        {"large", large, light, Qt::LeftToRight},
+                        {"rtl", usual, light, Qt::RightToLeft}};
+  const QString folder = qEnvironmentVariable("CORVANA_PICTURES");
+  for (const Look& look : looks) {
+    QApplication::setFont(look.font);
+    QApplication::setPalette(look.palette);
+    QApplication::setLayoutDirection(look.direction);
+    for (const Window which :
+         {Window::queue, Window::nextActions, Window::latestActions, Window::status,
+          Window::mountVolumes, Window::allDisks, Window::volumesFolderError, Window::lowSpace,
+          Window::errorSummary, Window::executionSurvey, Window::preferences}) {
+      const QString name = QString("%1-%2").arg(static_cast<int>(which)).arg(look.name);
+      SCOPED_TRACE(name.toStdString());
+      AgentWindow& window = open(which);
+      EXPECT_FALSE(window.windowTitle().isEmpty());
+      EXPECT_LE(window.minimumSizeHint().width(), 1280);
+      EXPECT_LE(window.minimumSizeHint().height(), 720);
+      EXPECT_NE(window.nextInFocusChain(), &window);
+      for (const QPushButton* button : window.findChildren<QPushButton*>())
+        EXPECT_FALSE(button->text().isEmpty());
+      if (window.findChild<QTreeView*>() != nullptr && the<TableView>().model()->rowCount() > 0)
+        the<TableView>().selectRow(0);
+      picture(window, folder, name);
+      if (which == Window::nextActions) {
+        the<QTabWidget>().setCurrentIndex(1);
+        picture(window, folder, name + "-week");
+      }
+      if (which == Window::preferences) {
+        for (int page = 1; page < the<QListWidget>().count(); ++page) {
+          the<QListWidget>().setCurrentRow(page);
+          picture(window, folder, name + "-" + QString::number(page));
+        }
+      }
+      scenario.machine.userInterface.windows = {which};
+      press(window, Qt::Key_Escape);
+      EXPECT_TRUE(scenario.machine.userInterface.windows.empty());
+    }
+  }
+  QApplication::setFont(usual);
+  QApplication::setPalette(light);
+  QApplication::setLayoutDirection(Qt::LeftToRight);
+}
+
+TEST_F(WindowsTest, TheQueueIsWorkedByTheKeyboardAndByDragging) {
+  const std::int64_t a = scenario.action("A", {});
+  const std::int64_t b = scenario.action("B", {});
+  const std::int64_t c = scenario.action("C", {});
+  begin();
+  SchedulerCommands& commands = scenario.agent->commands();
+  commands.disableSchedule();
+  for (const std::int64_t ref : {a, b, c}) EXPECT_TRUE(commands.launchAction(ref, false));
+  AgentWindow& window = open(Window::queue);
+  auto& list = the<TableView>();
+  const auto strings = [](std::initializer_list<std::int64_t> refs) {
+    std::vector<std::string> texts;
+    for (const std::int64_t ref : refs) texts.push_back(std::to_string(ref));
+    return texts;
+  };
+
+  list.selectRow(2);
+  const std::unique_ptr<QMimeData> dragged(
+      list.model()->mimeData({list.model()->index(2, 0), list.model()->index(2, 1)}));
+  list.model()->dropMimeData(dragged.get(), Qt::MoveAction, 0, 0, {});
+  EXPECT_EQ(queue(), strings({c, a, b}));
+  window.refresh();
+  EXPECT_EQ(list.selectedRow(), 0u) << "what was selected stays so";
+  the<QPushButton>("Move Down").click();
+  window.refresh();
+  EXPECT_EQ(queue(), strings({a, c, b}));
+  press(list, Qt::Key_Delete);
+  window.refresh();
+  EXPECT_EQ(queue(), strings({a, b}));
+  list.selectRow(1);
+  press(list, Qt::Key_Return);
+  EXPECT_EQ(queue(), strings({b, a})) << "runs now";
+  EXPECT_EQ(scenario.agent->queue().executeNowActionsList().size(), 1u);
+}
+
+TEST_F(WindowsTest, TheNextActionsAreFoundAsOneTypesAndTheWeekIsWalkedThrough) {
+  scenario.action("Mail", daily(scenario.timeOfDay("18:00"), now()));
+  const std::int64_t photos = scenario.action("Photos", daily(scenario.timeOfDay("18:00"), now()));
+  begin();
+  open(Window::nextActions);
+  auto& search = the<QLineEdit>();
+  EXPECT_TRUE(search.hasFocus() || !search.isActiveWindow());
+  search.setText("photo");
+  EXPECT_EQ(the<TableView>().model()->rowCount(), 1);
+  press(search, Qt::Key_Return);
+  EXPECT_EQ(queue(), std::vector{std::to_string(photos)});
+
+  search.clear();
+  the<QTabWidget>().setCurrentIndex(1);
+  auto& week = the<WeekView>();
+  press(week, Qt::Key_Right);
+  EXPECT_THAT(week.accessibleDescription().toStdString(), testing::HasSubstr("Mail"));
+  press(week, Qt::Key_Right);
+  EXPECT_THAT(week.accessibleDescription().toStdString(),
+              testing::HasSubstr("will wait for “Mail”"));
+  press(week, Qt::Key_Down);
+  EXPECT_THAT(week.accessibleDescription().toStdString(), testing::HasSubstr("Tomorrow"));
+}
+
+TEST_F(WindowsTest, PreferencesCountWhenClicked) {
+  begin();
+  AgentWindow& window = open(Window::preferences);
+  the<QCheckBox>("Announce an action before it starts").click();
+  EXPECT_EQ(scenario.agent->preferences().mPrefShowMessageBeforeAction, 1);
+  auto& name = the<QLineEdit>("Name of this machine:");
+  name.selectAll();
+  for (const char letter : std::string("Attic")) {
+    QKeyEvent event(QEvent::KeyPress, 0, Qt::NoModifier, QString(letter));
+    QApplication::sendEvent(&name, &event);
+  }
+  press(name, Qt::Key_Return);
+  EXPECT_EQ(scenario.agent->preferences().mRemoteControlLocalName, "Attic");
+
+  // Changed elsewhere, it is shown.
+  scenario.agent->commands().disableSchedule();
+  window.refresh();
+  EXPECT_TRUE(the<QCheckBox>("Do not execute actions automatically").isChecked());
+}
+
+TEST_F(WindowsTest, TenThousandActionsOpenAtOnceAndDrawOnlyWhatIsSeen) {
+  for (int i = 0; i < 10'000; ++i)
+    scenario.action("Action " + std::to_string(i), daily(scenario.timeOfDay("18:00"), now()));
+  begin();
+  const auto start = std::chrono::steady_clock::now();
+  AgentWindow& window = open(Window::nextActions);
+  EXPECT_FALSE(window.grab().isNull());
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+  EXPECT_LT(took.count(), 2.0) << "also with sanitizers on a busy machine";
+}
+
+}  // namespace
+}  // namespace corvana

@@ -1,0 +1,236 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+
+#include "actions/History.h"
+#include "tests/scenario/Scenario.h"
+#include "ui/windows/ErrorSummaryModel.h"
+#include "ui/windows/LatestActionsModel.h"
+#include "ui/windows/NextActionsModel.h"
+#include "ui/windows/PreferencesModel.h"
+#include "ui/windows/QueueModel.h"
+#include "ui/windows/StatusModel.h"
+#include "ui/windows/WeekModel.h"
+
+namespace corvana {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Pair;
+
+std::vector<std::string> column(const WindowTable& table, std::size_t column) {
+  std::vector<std::string> texts;
+  for (std::size_t row = 0; row < table.rowCount(); ++row) texts.push_back(table.text(row, column));
+  return texts;
+}
+
+class WindowModelsTest : public testing::Test {
+ protected:
+  void begin() {
+    scenario.writeTree();
+    scenario.start(true);
+    scenario.runFor(5);
+    mSources.emplace(scenario.agent->userInterfaceSources());
+  }
+  const UserInterfaceSources& sources() const { return *mSources; }
+  ReferenceTime now() const { return scenario.machine.clock.now(); }
+
+  Scenario scenario;
+
+ private:
+  std::optional<UserInterfaceSources> mSources;
+};
+
+TEST_F(WindowModelsTest, TheQueueIsReorderedRunAndEmptiedButForWhatRuns) {
+  std::vector<std::int64_t> refs;
+  for (const char* title : {"A", "B", "C", "D"}) refs.push_back(scenario.action(title, {}));
+  ChildScript longOne;
+  longOne.seconds = 3600;
+  scenario.scripts["A"] = longOne;
+  begin();
+  SchedulerCommands& commands = scenario.agent->commands();
+  QueueModel queue(sources());
+  EXPECT_EQ(queue.summary(), "The queue is empty");
+  for (const std::int64_t ref : refs) EXPECT_TRUE(commands.launchAction(ref, false));
+  scenario.runFor(5);
+  ASSERT_THAT(column(queue, 0), ElementsAre("A", "B", "C", "D"));
+  EXPECT_THAT(column(queue, 2), ElementsAre("Running", "Next", "Waiting", "Waiting"));
+
+  queue.move(3, 0);
+  EXPECT_THAT(column(queue, 0), ElementsAre("A", "D", "B", "C")) << "the running one is not passed";
+  queue.move(1, 4);
+  EXPECT_THAT(column(queue, 0), ElementsAre("A", "B", "C", "D"));
+  queue.move(0, 3);
+  queue.remove({0, 2});
+  EXPECT_THAT(column(queue, 0), ElementsAre("A", "B", "D"));
+
+  commands.disableSchedule();
+  EXPECT_EQ(queue.text(2, 2), "Held: automatic execution is off");
+  queue.runNow(2);
+  EXPECT_THAT(column(queue, 0), ElementsAre("A", "D", "B"));
+  EXPECT_EQ(queue.text(1, 2), "Runs now");
+  queue.pauseOrContinue();
+  EXPECT_EQ(queue.text(0, 2), "Running, paused");
+  EXPECT_EQ(queue.pauseTitle(), "Continue");
+}
+
+TEST_F(WindowModelsTest, TheNextActionsAreFoundByTheirWordsAndLaunched) {
+  scenario.action("Photos of the year", daily(scenario.timeOfDay("18:00"), now()));
+  scenario.action("Été à la mer", daily(scenario.timeOfDay("14:00"), now()));
+  const std::int64_t byHand = scenario.action(
+      "Photos by hand", ZAN_Value::dictionary({{"TriggerAutomatic", 0}, {"Shortcut", "PBH"}}));
+  scenario.action("Never by hand", ZAN_Value::dictionary({{"TriggerAutomatic", 0},
+                                                          {"TriggerPreventManualLaunch", 1}}));
+  begin();
+  NextActionsModel next(sources());
+  EXPECT_THAT(column(next, 0),
+              ElementsAre("Été à la mer", "Photos of the year", "Never by hand", "Photos by hand"));
+  EXPECT_THAT(next.text(0, 1), HasSubstr("2:00"));
+  next.sortBy(0, true);
+  EXPECT_EQ(next.text(0, 0), "Été à la mer") << "É comes after the letters without accents";
+  next.sortBy(1, false);
+
+  next.search("year PHOTOS");
+  EXPECT_THAT(column(next, 0), ElementsAre("Photos of the year"));
+  next.search("éTÉ");
+  EXPECT_THAT(column(next, 0), ElementsAre("Été à la mer"));
+  next.search("pbh");
+  ASSERT_EQ(next.rowCount(), 1u);
+  EXPECT_THAT(next.why(0), HasSubstr("automatic"));
+  EXPECT_THAT(next.launch({0}), HasSubstr("was added to the queue"));
+  EXPECT_TRUE(scenario.agent->queue().contains(byHand));
+  EXPECT_THAT(next.launch({0}), HasSubstr("already"));
+  next.search("never");
+  EXPECT_THAT(next.launch({0}), HasSubstr("by hand"));
+  EXPECT_FALSE(scenario.agent->queue().contains(next.id(0)));
+
+  next.search("photos");
+  WeekModel week(sources());
+  week.refresh(next);
+  EXPECT_EQ(week.summary(), "7 runs, none at the same time") << "of the dated one found";
+}
+
+TEST_F(WindowModelsTest, TheLatestActionsTellHowTheyEndedAndFailuresOfAWeekAreSummedUp) {
+  const auto entry = [&](const char* title, double ago, int code, int errors) {
+    return ZAN_Value::dictionary({{"Date", ZAN_Value::date(now() - ago)},
+                                  {"EndDate", ZAN_Value::date(now() - ago + 3725)},
+                                  {"Title", title},
+                                  {"Ref", 7},
+                                  {"C", code},
+                                  {"ActionErrors", errors}});
+  };
+  const auto logged = [&](const char* title, double ago, int code) {
+    return ZAN_Value::dictionary(
+        {{"M", ZAN_Value::date(now() - ago)}, {"C", code}, {"N", title}, {"F", "the reason"}});
+  };
+  {
+    History history(scenario.store());
+    history.addHistoryEntry(entry("Fine", 90000, 2, 0));
+    history.addHistoryEntry(entry("Bad", 80000, 14, 2));
+    (void)history.results().saveActionResults(
+        ZAN_Value::dictionary(
+            {{"Ref", 7}, {"Title", "Bad"}, {"Date", ZAN_Value::date(now() - 80000)}}),
+        {}, {}, ZAN_Value::array({"/home/a: no room", "/home/b: locked"}), {});
+    history.log().addLog(logged("Old", 8 * 86400.0, 6));
+    history.log().addLog(logged("Bad", 70000, 14));
+    history.log().addLog(logged("Fine", 60000, 2));
+    history.log().addLog(logged("Crash", 50000, 6));
+  }
+  begin();
+  LatestActionsModel latest(sources());
+  EXPECT_THAT(column(latest, 1), ElementsAre("Bad", "Fine"));
+  EXPECT_EQ(latest.text(0, 2), "1:02:05");
+  EXPECT_EQ(latest.text(0, 3), "Completed with errors");
+  EXPECT_THAT(latest.details(0), HasSubstr("/home/a: no room\n/home/b: locked"));
+  EXPECT_EQ(latest.tone(0), WindowTable::Tone::alert);
+  latest.setOnlyFailures(true);
+  EXPECT_THAT(column(latest, 1), ElementsAre("Bad"));
+
+  ErrorSummaryModel errors(sources());
+  EXPECT_THAT(column(errors, 1), ElementsAre("Crash", "Bad"));
+  EXPECT_THAT(errors.details(0), HasSubstr("the reason"));
+  EXPECT_FALSE(errors.isShownOnErrors());
+  errors.setShownOnErrors(true);
+  EXPECT_TRUE(errors.isShownOnErrors());
+}
+
+/// Every preference that is shown can be changed, counts at once and is in the file afterwards.
+TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
+  begin();
+  UserInterfaceSources lacking = sources();
+  lacking.lacking = [](Ability ability) {
+    return ability == Ability::wake ? std::string("No alarm clock.") : std::string();
+  };
+  const PreferencesModel preferences(lacking);
+  int changed = 0;
+  for (const auto& page : preferences.pages()) {
+    EXPECT_FALSE(page.title.empty());
+    for (const auto& item : page.items) {
+      SCOPED_TRACE(item.key);
+      EXPECT_FALSE(item.label.empty());
+      EXPECT_EQ(item.lacking.empty(), item.key != "SchedulerPrefWakeupMachine");
+      using Kind = PreferencesModel::Kind;
+      ZAN_Value wanted;
+      if (item.kind == Kind::checkBox) wanted = item.read().boolValue() ? 0 : 1;
+      if (item.kind == Kind::choice) wanted = static_cast<int>(item.choices.size()) - 1;
+      if (item.kind == Kind::number) wanted = item.most;
+      if (item.kind == Kind::text || item.kind == Kind::password) wanted = "new text";
+      if (item.kind == Kind::shortcut) wanted = ZAN_Value::data(std::string(16, '\2'));
+      if (wanted.isNull()) continue;
+      preferences.change(item, wanted);
+      ++changed;
+      EXPECT_EQ(item.read(), wanted);
+      if (item.key == "SchedulerPrefCurrentContext") continue;
+      EXPECT_EQ(scenario.store().settings().schedulerSettings().value(item.key), wanted);
+    }
+  }
+  EXPECT_EQ(changed, 31);
+  EXPECT_TRUE(scenario.agent->state().mScheduleDisabled);
+  EXPECT_FALSE(scenario.machine.userInterface.statusItem) << "the icon is not wanted any more";
+}
+
+TEST_F(WindowModelsTest, AShortcutReadsModifiersFirst) {
+  std::string bytes(16, '\0');
+  bytes[37 / 8] = static_cast<char>(1 << 37 % 8);
+  bytes[29 / 8] = static_cast<char>(bytes[29 / 8] | 1 << 29 % 8);
+  EXPECT_EQ(PreferencesModel::shortcutText(ZAN_Value::data(bytes)), "Ctrl+K");
+  EXPECT_EQ(PreferencesModel::shortcutText({}), "");
+}
+
+TEST_F(WindowModelsTest, TheStatusNamesWhatRunsAndWhatHoldsBack) {
+  const std::int64_t photos = scenario.action("Photos", daily(scenario.timeOfDay("18:00"), now()));
+  begin();
+  StatusModel status(sources());
+  EXPECT_THAT(status.facts(), Contains(Pair("Next:", HasSubstr("Photos"))));
+  EXPECT_EQ(status.text(0, 1), "Never");
+  status.launch({0});
+  scenario.runFor(5);
+  EXPECT_THAT(status.facts(), Contains(Pair("Running:", HasSubstr("Photos, since"))));
+  EXPECT_TRUE(status.progress());
+  status.setExecution(2);
+  EXPECT_EQ(status.execution(), 2);
+  EXPECT_THAT(status.why(0), HasSubstr("running"));
+  status.setContext(2);
+  EXPECT_EQ(status.context(), 2);
+  EXPECT_EQ(status.id(0), photos);
+}
+
+/// Ten thousand actions: opening a window and finding one of them is a matter of milliseconds.
+TEST_F(WindowModelsTest, LongListsOpenQuickly) {
+  for (int i = 0; i < 10'000; ++i)
+    scenario.action("Action " + std::to_string(i), daily(scenario.timeOfDay("18:00"), now()));
+  begin();
+  const auto start = std::chrono::steady_clock::now();
+  NextActionsModel next(sources());
+  for (std::size_t row = 0; row < 40; ++row) EXPECT_FALSE(next.text(row, 1).empty());
+  next.search("action 9999");
+  EXPECT_EQ(next.rowCount(), 1u);
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+  EXPECT_LT(took.count(), 1.0) << "also with sanitizers on a busy machine";
+}
+
+}  // namespace
+}  // namespace corvana

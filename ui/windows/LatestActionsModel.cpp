@@ -1,0 +1,140 @@
+#include "ui/windows/LatestActionsModel.h"
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/History.h"
+#include "core/record/SchedulerLog.h"
+#include "platform/Clock.h"
+#include "ui/windows/LaunchByHand.h"
+
+namespace corvana {
+
+namespace {
+
+/// More lines than these nobody reads in a window.
+constexpr std::size_t kMostLines = 500;
+
+bool isFailure(const ZAN_Value& entry) {
+  const std::int64_t code = entry.integer("C");
+  return (code != LogCode::completed && code != LogCode::launched &&
+          code != LogCode::abortedByUser) ||
+         entry.integer("ActionErrors") != 0;
+}
+
+std::string lineOf(const ZAN_Value& error) {
+  if (error.isString()) return error.string();
+  for (const char* key : {"Text", "Path", "N", "P"})
+    if (error[key].isString()) return error.string(key);
+  return {};
+}
+
+}  // namespace
+
+LatestActionsModel::LatestActionsModel(const UserInterfaceSources& sources) : m(sources) {
+  refresh();
+}
+
+void LatestActionsModel::refresh() {
+  m.history.reloadProgrammedHistoryList();
+  mEntries = m.history.getProgrammedHistoryList();
+  filter();
+}
+
+void LatestActionsModel::setOnlyFailures(bool only) {
+  mOnlyFailures = only;
+  filter();
+}
+
+void LatestActionsModel::filter() {
+  mShown.clear();
+  for (std::size_t i = mEntries.size(); i-- > 1;)
+    if (!mOnlyFailures || isFailure(mEntries.at(i))) mShown.push_back(i);
+}
+
+std::vector<WindowTable::Column> LatestActionsModel::columns() const {
+  return {{.title = m.texts.text("ColumnStarted")},
+          {.title = m.texts.text("ColumnAction"), .isWide = true},
+          {.title = m.texts.text("ColumnDuration"), .isNumber = true},
+          {.title = m.texts.text("ColumnResult")},
+          {.title = m.texts.text("ColumnErrors"), .isNumber = true}};
+}
+
+std::string LatestActionsModel::text(std::size_t row, std::size_t column) const {
+  const ZAN_Value& one = entry(row);
+  const auto start = one["Date"].asDate();
+  switch (column) {
+    case 0:
+      return start ? m.strings.getShortTimeDate(*start) : std::string();
+    case 1:
+      return one.string("Title");
+    case 2: {
+      const auto end = one["EndDate"].asDate();
+      return start && end ? durationText(*end - *start) : std::string();
+    }
+    case 3:
+      return resultInWords(one.integer("C"), m.texts);
+    default: {
+      const std::int64_t errors = one.integer("ActionErrors");
+      return errors == 0 ? std::string() : m.strings.getIntegerWithSeparators(errors);
+    }
+  }
+}
+
+WindowTable::Tone LatestActionsModel::tone(std::size_t row) const {
+  return isFailure(entry(row)) ? Tone::alert : Tone::plain;
+}
+
+std::int64_t LatestActionsModel::id(std::size_t row) const {
+  return static_cast<std::int64_t>(entry(row)["Date"].asDate().value_or(0) * 1000);
+}
+
+ZAN_Value LatestActionsModel::errorsOf(const ZAN_Value& entry) const {
+  const std::int64_t ref = entry.integer("Ref");
+  const auto date = entry["Date"].asDate();
+  if (!date) return {};
+  ActionResults& results = m.history.results();
+  const auto count = static_cast<std::int64_t>(results.latestErrorsCount());
+  for (std::int64_t i = 0; i < count; ++i) {
+    const ZAN_Value one = results.getLatestErrorsAtIndex(i);
+    if (one.integer("Ref") == ref && one["Date"].asDate() == date) return one["List"];
+  }
+  const auto path = results.getActionResultsPathForRef(ref, *date);
+  return path ? results.readActionResults(*path)["Errors"] : ZAN_Value();
+}
+
+std::string LatestActionsModel::details(std::size_t row) const {
+  const ZAN_Value& one = entry(row);
+  const auto start = one["Date"].asDate();
+  std::string text = m.texts.text(
+      "LatestDetails", {one.string("Title"), start ? m.strings.getMediumDateTime(*start) : "",
+                        resultInWords(one.integer("C"), m.texts)});
+  if (one.integer("C") == LogCode::completed && one.integer("ActionErrors") == 0) return text;
+  const ZAN_Value errors = errorsOf(one);
+  std::size_t lines = 0;
+  for (const ZAN_Value& error : errors.elements()) {
+    if (++lines > kMostLines) {
+      text += '\n' + m.texts.text("LatestMoreErrors", {errors.size() - kMostLines});
+      break;
+    }
+    const std::string line = lineOf(error);
+    if (!line.empty()) text += '\n' + line;
+  }
+  return text;
+}
+
+std::optional<std::string> LatestActionsModel::resultsPath(std::size_t row) const {
+  const auto date = entry(row)["Date"].asDate();
+  if (!date) return std::nullopt;
+  return m.history.results().getActionResultsPathForRef(entry(row).integer("Ref"), *date);
+}
+
+std::string LatestActionsModel::launchAgain(std::size_t row) const {
+  return launchByHand(m, {entry(row).integer("Ref")});
+}
+
+std::string LatestActionsModel::summary() const {
+  if (mShown.empty()) return m.texts.text(mOnlyFailures ? "LatestNoFailures" : "LatestNone");
+  return m.texts.text("LatestCount", {mShown.size()});
+}
+
+}  // namespace corvana

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "ui/UserInterfaceSources.h"
+#include "ui/windows/WindowTable.h"
+#include "volumes/VolumeMounter.h"
+
+namespace corvana {
+
+/// The window of the volumes that can be mounted. Thread: main.
+class MountVolumesModel final : public WindowTable {
+ public:
+  explicit MountVolumesModel(const UserInterfaceSources& sources) : m(sources) { refresh(); }
+
+  void refresh();
+
+  std::vector<Column> columns() const override;
+  std::size_t rowCount() const override { return mVolumes.size(); }
+  std::string text(std::size_t row, std::size_t column) const override;
+  std::int64_t id(std::size_t row) const override;
+
+  void mount(const std::vector<std::size_t>& rows);
+  bool offersSystemPartitions() const;
+  void setOffersSystemPartitions(bool offers);
+  std::string summary() const;
+  /// In points: grows with the number of volumes, from two rows on.
+  static int windowHeight(std::size_t volumes);
+
+ private:
+  const UserInterfaceSources& m;
+  std::vector<MountCandidate> mVolumes;
+};
+
+}  // namespace corvana

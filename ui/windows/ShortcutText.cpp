@@ -1,0 +1,54 @@
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+#include "ui/windows/PreferencesModel.h"
+
+namespace corvana {
+
+namespace {
+
+/// Names of the keys by their code, as they stand on an English keyboard; empty: by its number.
+constexpr std::array<std::string_view, 128> kKeys{
+    "",      "Esc", "1",     "2",  "3",      "4",     "5",     "6",     "7",      "8",
+    "9",     "0",   "-",     "=",  "⌫",      "Tab",   "Q",     "W",     "E",      "R",
+    "T",     "Y",   "U",     "I",  "O",      "P",     "[",     "]",     "Return", "Ctrl",
+    "A",     "S",   "D",     "F",  "G",      "H",     "J",     "K",     "L",      ";",
+    "'",     "`",   "Shift", "\\", "Z",      "X",     "C",     "V",     "B",      "N",
+    "M",     ",",   ".",     "/",  "Shift",  "*",     "Alt",   "Space", "",       "F1",
+    "F2",    "F3",  "F4",    "F5", "F6",     "F7",    "F8",    "F9",    "F10",    "Num",
+    "",      "7",   "8",     "9",  "-",      "4",     "5",     "6",     "+",      "1",
+    "2",     "3",   "0",     ".",  "",       "",      "<",     "F11",   "F12",    "",
+    "",      "",    "",      "",   "",       "",      "Enter", "Ctrl",  "/",      "Print",
+    "AltGr", "",    "Home",  "↑",  "Page ↑", "←",     "→",     "End",   "↓",      "Page ↓",
+    "Ins",   "Del", "",      "",   "",       "",      "",      "",      "",       "Pause",
+    "",      "",    "",      "",   "",       "Super", "Super", "Menu"};
+constexpr std::array kModifiers{29, 97, 42, 54, 56, 100, 125, 126};
+
+bool isDown(const ZAN_Value& keys, std::size_t code) {
+  const auto bytes = keys.bytes();
+  return code / 8 < bytes.size() && (std::to_integer<int>(bytes[code / 8]) >> (code % 8) & 1) != 0;
+}
+
+bool isModifier(std::size_t code) {
+  for (const int one : kModifiers)
+    if (static_cast<std::size_t>(one) == code) return true;
+  return false;
+}
+
+}  // namespace
+
+std::string PreferencesModel::shortcutText(const ZAN_Value& keys) {
+  std::string text;
+  const auto append = [&](std::size_t code) {
+    if (!text.empty()) text += '+';
+    text += kKeys[code].empty() ? std::to_string(code) : std::string(kKeys[code]);
+  };
+  for (const int code : kModifiers)
+    if (isDown(keys, static_cast<std::size_t>(code))) append(static_cast<std::size_t>(code));
+  for (std::size_t code = 0; code < kKeys.size(); ++code)
+    if (isDown(keys, code) && !isModifier(code)) append(code);
+  return text;
+}
+
+}  // namespace corvana
