@@ -4,6 +4,8 @@
 #include <map>
 #include <optional>
 #include <ostream>
+#include <set>
+#include <tuple>
 
 #include "companion/CommandHome.h"
 #include "platform/linux/LinuxNetwork.h"
@@ -17,6 +19,7 @@ namespace corvana {
 namespace {
 
 constexpr double kPatienceForAll = 8;
+constexpr double kPatienceForTwins = 3;
 constexpr double kPatienceForOne = 10;
 
 class ConsoleLog final : public SystemLog {
@@ -47,7 +50,10 @@ class NetworkPeers::Search {
     mBrowsing =
         mServices.browse(kRemoteServiceType, kRemoteServiceDomain,
                          {[this](const FoundService& service) { found(service); },
-                          [this](const std::string& name) { mPeers.erase(name); },
+                          [this](const std::string& name) {
+                            mPeers.erase(name);
+                            if (onLost) onLost();
+                          },
                           [this](const std::string& name, int code, const std::string& reason) {
                             mConsole.err << "corvana9: " << printable(name)
                                          << ": NetService did not resolve: " << code << " ("
@@ -76,7 +82,17 @@ class NetworkPeers::Search {
   }
 
   const Console& mConsole;
+  /// Whether one machine is seen in two states: it has just changed, and the old one fades away.
+  bool hasTwins() const {
+    std::set<std::tuple<std::string, std::string, std::int64_t>> seen;
+    return std::ranges::any_of(mPeers, [&](const auto& entry) {
+      const ServiceName& name = entry.second.name;
+      return !seen.emplace(name.machine, name.identifier, name.user).second;
+    });
+  }
+
   std::function<void(const NetworkPeer&)> onFound;
+  std::function<void()> onLost;
   std::map<std::string, NetworkPeer> mPeers;
   std::string mFailure;
 
@@ -96,6 +112,13 @@ Result<std::vector<NetworkPeer>> NetworkPeers::all() {
   mSearch->run(kPatienceForAll);
   if (!mSearch->mFailure.empty())
     return Error{ErrorKind::unavailable, "search of the network: " + mSearch->mFailure};
+  if (mSearch->hasTwins()) {
+    mSearch->onLost = [this] {
+      if (!mSearch->hasTwins()) mSearch->end();
+    };
+    mSearch->run(kPatienceForTwins);
+    mSearch->onLost = nullptr;
+  }
   std::vector<NetworkPeer> peers;
   for (const auto& [name, peer] : mSearch->mPeers) peers.push_back(peer);
   return peers;

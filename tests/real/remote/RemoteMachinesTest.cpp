@@ -111,10 +111,6 @@ TEST_F(RemoteMachinesTest, OneControlsTheOther) {
   EXPECT_EQ(command({"peer", "Berta", "activate", right}), 1);
   EXPECT_EQ(command({"peer", "Anna-Buro", "dance", right}), 2);
 
-  EXPECT_EQ(command({"peer", "Anna-Buro", "message", "Lunch?", right}), 0) << berta.said;
-  ASSERT_TRUE(real.runUntil([&] { return agentOutput.find("Lunch?") != std::string::npos; }));
-  EXPECT_THAT(agentOutput, HasSubstr("Message from berta"));
-
   EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101", "102", right}), 0) << berta.said;
   EXPECT_THAT(berta.said, HasSubstr("102: not among the actions"));
   ASSERT_TRUE(real.runUntil([&] { return fs::exists(anna.home.at("executed")); })) << agentOutput;
@@ -122,9 +118,14 @@ TEST_F(RemoteMachinesTest, OneControlsTheOther) {
   std::getline(std::ifstream(anna.home.at("executed")), executed);
   EXPECT_EQ(executed, "101");
 
+  // While a message is shown nothing is launched, so it comes last.
+  EXPECT_EQ(command({"peer", "Anna-Buro", "message", "Lunch?", right}), 0) << berta.said;
+  ASSERT_TRUE(real.runUntil([&] { return agentOutput.find("Lunch?") != std::string::npos; }));
+  EXPECT_THAT(agentOutput, HasSubstr("Message from berta"));
+
   EXPECT_EQ(command({"peer", "Anna-Buro", "deactivate", right}), 0) << berta.said;
   EXPECT_THAT(berta.said, HasSubstr("is switched off"));
-  EXPECT_THAT(agentOutput, HasSubstr("turned off"));
+  EXPECT_THAT(agentOutput, HasSubstr("Automatic execution is off"));
   EXPECT_EQ(command({"peer", "Anna-Buro", "activate", right}), 0) << berta.said;
 }
 
