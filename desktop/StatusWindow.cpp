@@ -61,11 +61,10 @@ StatusWindow::StatusWindow(const UserInterfaceSources& sources)
   mPause = addButton(row, {}, [this] { mModel.pauseOrContinue(); });
   mStop = addButton(row, text("ButtonStop"), [this] { mModel.stop(); });
   row->addStretch();
-  for (const auto& [key, window] :
-       {std::pair{"QueueTitle", Window::queue}, std::pair{"NextTitle", Window::nextActions},
-        std::pair{"PrefTitle", Window::preferences}}) {
-    addButton(row, text(key),
-              [this, which = window] { this->sources().commands.showWindow(which); });
+  for (const auto& [key, window] : {std::pair{text("ButtonQueue"), Window::queue},
+                                    std::pair{text("ButtonNext"), Window::nextActions},
+                                    std::pair{text("ButtonPreferences"), Window::preferences}}) {
+    addButton(row, key, [this, which = window] { this->sources().commands.showWindow(which); });
   }
   layout->addLayout(row);
   resizeByFont(this, 110, 36);

@@ -1,5 +1,6 @@
 #include "desktop/TableView.h"
 
+#include <QFocusEvent>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QScrollBar>
@@ -112,6 +113,13 @@ std::optional<std::size_t> TableView::selectedRow() const {
 
 void TableView::selectRow(std::size_t row) {
   setCurrentIndex(mAdapter->index(static_cast<int>(row), 0));
+}
+
+/// The keys are to have something to act on.
+void TableView::focusInEvent(QFocusEvent* event) {
+  QTreeView::focusInEvent(event);
+  if (event->reason() != Qt::MouseFocusReason && mTable.rowCount() > 0 && !selectedRow())
+    selectRow(0);
 }
 
 void TableView::keyPressEvent(QKeyEvent* event) {

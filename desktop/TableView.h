@@ -30,6 +30,7 @@ class TableView final : public QTreeView {
 
  protected:
   void keyPressEvent(QKeyEvent* event) override;
+  void focusInEvent(QFocusEvent* event) override;
 
  private:
   void fitColumns();
