@@ -83,8 +83,7 @@ MainScheduler::MainScheduler(Platform platform)
       mEvaluation(workSurroundings(), mQueue, mMail),
       mSupervisor(workSurroundings(), mQueue),
       mContexts(workSurroundings(), mQueue),
-      mEmailReport(
-          {mPlatform, mStore, mHistory, mPreferences, mMessages, mMail, mTexts, mStrings}),
+      mEmailReport({mPlatform, mStore, mHistory, mPreferences, mMessages, mMail, mTexts, mStrings}),
       mSettingsBackup(workSurroundings()),
       mLongDisabledWarning(workSurroundings(), mHistory, mEvaluation),
       mWakeUp(workSurroundings(), mEvaluation, mSupervisor),
@@ -148,6 +147,10 @@ UserInterfaceSources MainScheduler::userInterfaceSources() {
                                mStatusItem, mTexts,      mStrings};
   sources.statusInformation = [this] { return mLaunchStep.statusInformation(); };
   sources.surveyLine = [this] { return mSurveyLine; };
+  sources.lacking = [this](Ability ability) {
+    const bool needsInput = ability == Ability::seeKeyboard || ability == Ability::seePointer;
+    return needsInput && !mPlatform.input.pointer() ? mTexts.text("LackingInput") : std::string();
+  };
   return sources;
 }
 

@@ -79,6 +79,7 @@ void TableView::refresh() {
   mIsRefreshing = true;
   const int scrolled = verticalScrollBar()->value();
   const bool wasEmpty = mAdapter->rowCount() == 0;
+  const int current = std::max(0, currentIndex().row());
   if (mAdapter->refresh()) {
     const std::unordered_set<std::int64_t> ids(mSelectedIds.begin(), mSelectedIds.end());
     QItemSelection selection;
@@ -87,6 +88,13 @@ void TableView::refresh() {
       const QModelIndex index = mAdapter->index(static_cast<int>(row), 0);
       if (selection.empty()) setCurrentIndex(index);
       selection.select(index, index);
+    }
+    // What was worked on is gone: the next one takes its place.
+    if (selection.empty() && !mSelectedIds.empty() && mTable.rowCount() > 0) {
+      const int row = std::min(current, mAdapter->rowCount() - 1);
+      setCurrentIndex(mAdapter->index(row, 0));
+      selection.select(mAdapter->index(row, 0), mAdapter->index(row, 0));
+      mSelectedIds = {mTable.id(static_cast<std::size_t>(row))};
     }
     selectionModel()->select(selection,
                              QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);

@@ -125,6 +125,13 @@ PreferencesModel::Page PreferencesModel::iconPage() const {
       Ability::floatOnTop,
       number("SchedulerPrefFloatingIconTransparency", &Preferences::mPrefFloatingIconTransparency,
              t.text("PrefFloatingOpacity"), {}, 10, 100, t.text("PrefPercent"))));
+  // Only one of their choices is lost without the pointer.
+  const std::string noPointer = m.lacking ? m.lacking(Ability::seePointer) : std::string();
+  for (Item& one : page.items) {
+    const bool hovers =
+        one.key == "SchedulerPrefDisplayIcon" || one.key == "SchedulerPrefDisplayIconWindow";
+    if (hovers && !noPointer.empty()) one.help += '\n' + noPointer;
+  }
   return page;
 }
 
