@@ -1,5 +1,6 @@
 #include "desktop/QtDesktop.h"
 
+#include <QDBusConnection>
 #include <QDir>
 #include <QFile>
 #include <QLibraryInfo>
@@ -7,12 +8,14 @@
 
 #include "desktop/ScreenInput.h"
 #include "desktop/X11Input.h"
+#include "platform/qt/BusConnection.h"
 
 namespace corvana {
 
 namespace {
 
 constexpr const char* kPlatform = "QT_QPA_PLATFORM";
+constexpr const char* kBus = "DBUS_SESSION_BUS_ADDRESS";
 
 bool hasPlatform(const QString& name) {
   const QDir plugins(QLibraryInfo::path(QLibraryInfo::PluginsPath) + QStringLiteral("/platforms"));
@@ -49,7 +52,15 @@ std::unique_ptr<QtDesktop> QtDesktop::open(int& count, char** arguments, std::st
   if (platform.isEmpty()) return nullptr;
   // What is started later is to choose for itself.
   qputenv(kPlatform, platform);
+  // Qt would start a bus of its own where it finds a display and no address.
+  const bool hasBus = qEnvironmentVariableIsSet(kBus);
+  if (!hasBus) {
+    const std::string address = BusConnection::sessionBusAddress();
+    qputenv(kBus, address.empty() ? "unix:path=/nonexistent" : address.c_str());
+  }
   auto desktop = std::make_unique<QtDesktop>(count, arguments);
+  static_cast<void>(QDBusConnection::sessionBus());
+  if (!hasBus) qunsetenv(kBus);
   if (wasSet) {
     qputenv(kPlatform, before);
   } else {

@@ -1,71 +1,324 @@
 #include "desktop/QtUserInterface.h"
 
-#include <QCoreApplication>
+#include <QCursor>
+#include <algorithm>
+#include <utility>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "core/record/Messages.h"
+#include "core/record/Preferences.h"
+#include "core/record/SchedulerCommands.h"
+#include "desktop/FloatingIconView.h"
+#include "desktop/MessageWindows.h"
+#include "desktop/ModelMenu.h"
+#include "desktop/Notifier.h"
+#include "desktop/PictureStore.h"
 #include "desktop/Questions.h"
+#include "desktop/ScreenPlace.h"
+#include "desktop/StatusTray.h"
+#include "desktop/Texts.h"
 #include "desktop/WindowRegistry.h"
+#include "desktop/X11Screen.h"
+#include "platform/Machine.h"
 #include "platform/RunLoop.h"
+#include "ui/FloatingIconLines.h"
+#include "ui/StatusMenu.h"
+#include "ui/StatusPicture.h"
 #include "ui/UserInterfaceSources.h"
 
 namespace corvana {
 
+namespace {
+
+constexpr const char* kLogo = "logo_cva_dialogs";
+constexpr double kGap = 8;
+constexpr double kFallbackSeconds = 5.0;
+
+std::string resourcesOf(const Machine& machine) {
+  return machine.bundlePath() + "/Contents/Resources";
+}
+
+}  // namespace
+
 class QtUserInterface::Private {
  public:
-  explicit Private(const Desktop::Services& given) : services(given), windows(given.runLoop) {}
-
-  std::string text(std::string_view key) const {
-    return sources == nullptr ? std::string(key) : sources->texts.text(key);
+  explicit Private(const Desktop::Services& given)
+      : services(given),
+        pictures(resourcesOf(given.machine)),
+        messages(screen),
+        notifier(resourcesOf(given.machine) + "/" + kLogo + "@2x.png"),
+        windows(given.runLoop) {
+    QGuiApplication::setWindowIcon(pictures.icon(std::string(kLogo)));
+    messages.onClosedByUser = [this] {
+      if (sources != nullptr) sources->commands.messageClosedByUser();
+    };
+    messages.onAnnounceMoved = [this](const Point& place) {
+      if (sources != nullptr) sources->commands.setAnnouncePosition(place);
+    };
+    notifier.onActivated = [this] {
+      if (sources != nullptr) sources->commands.userNotificationActivated();
+    };
   }
 
+  std::string text(std::string_view key) const {
+    return sources == nullptr ? std::string() : sources->texts.text(key);
+  }
+  ModelMenu::Words words() const {
+    return {qt(text("ReadingFolderMenu")), qt(text("EmptyFolderMenu")), qt(text("OpenFolderMenu"))};
+  }
+  int style() const { return sources == nullptr ? 0 : sources->preferences.mShowIconMenuType; }
+
+  void attach(const UserInterfaceSources& given);
+  void showPicture(const StatusPicture& wanted);
+  void drawMenu();
+  void drawFloatingMenu(const QPoint& place);
+  void refreshFloatingIcon();
+  void showFloatingIcon();
+  void changed();
+  void arrange();
+  void tellThatThereIsNoPanel();
+  MessageWindows::Look messageLook() const;
+
   Desktop::Services services;
-  std::unique_ptr<const UserInterfaceSources> sources;
+  PictureStore pictures;
+  X11Screen screen;
+  MessageWindows messages;
+  Notifier notifier;
   WindowRegistry windows;
+  std::unique_ptr<const UserInterfaceSources> sources;
+  std::unique_ptr<StatusMenu> menuModel;
+  std::unique_ptr<ModelMenu> menu;
+  std::unique_ptr<ModelMenu> floatingMenu;
+  std::unique_ptr<StatusTray> tray;
   std::unique_ptr<Questions> questions = std::make_unique<Questions>();
-  bool hasStatusItem = false;
+  std::unique_ptr<FloatingIconView> floatingIcon;
+  double floatingOpacity = 80;
+  StatusPicture picture;
+  QString toolTip;
+  bool statusItem = false;
+  bool willChange = false;
+  bool noPanel = false;  ///< that takes the status icon
 };
+
+void QtUserInterface::Private::attach(const UserInterfaceSources& given) {
+  auto known = std::make_unique<UserInterfaceSources>(given);
+  known->lacking = [this, other = given.lacking](Ability ability) {
+    if (ability == Ability::statusItem && noPanel) return text("NoPanelTitle");
+    return other ? other(ability) : std::string();
+  };
+  sources = std::move(known);
+  menuModel = std::make_unique<StatusMenu>(*sources);
+  menu = std::make_unique<ModelMenu>(services.runLoop, words());
+  floatingMenu = std::make_unique<ModelMenu>(services.runLoop, words());
+  tray = std::make_unique<StatusTray>(services.runLoop, screen, *menu);
+  QObject::connect(menu.get(), &QMenu::aboutToShow, menu.get(), [this] {
+    sources->commands.menuWillOpen();
+    drawMenu();
+  });
+  tray->onActivated = [this] { sources->commands.showAllVisibleWindows(); };
+  tray->onNoPanel = [this] { tellThatThereIsNoPanel(); };
+  windows.setSources(sources.get());
+  if (statusItem) tray->show();
+}
+
+void QtUserInterface::Private::tellThatThereIsNoPanel() {
+  noPanel = true;
+  services.log.write("No panel of this desktop takes the status icon");
+  // Once for this user, not after each restart.
+  constexpr const char* kSaid = "SchedulerPrefNoPanelWasSaid";
+  if (sources->preferences.prefForKey(kSaid).integerValue() != 0) return;
+  sources->preferences.setPref(kSaid, 1);
+  static_cast<void>(sources->preferences.savePrefs());
+  sources->messages.showMessage(text("NoPanelTitle"), text("NoPanelText"), 20.0, true);
+}
+
+void QtUserInterface::Private::showPicture(const StatusPicture& wanted) {
+  picture = wanted;
+  if (tray != nullptr && statusItem) tray->setIcon(pictures.icon(picture));
+}
+
+void QtUserInterface::Private::drawMenu() { menu->setItems(menuModel->items()); }
+
+void QtUserInterface::Private::drawFloatingMenu(const QPoint& place) {
+  if (menuModel == nullptr) return;
+  floatingMenu->setItems(menuModel->floatingItems());
+  floatingMenu->popup(place);
+}
+
+void QtUserInterface::Private::showFloatingIcon() {
+  if (sources == nullptr) return;
+  if (floatingIcon == nullptr) {
+    floatingIcon = std::make_unique<FloatingIconView>(screen.hasCompositor(),
+                                                      pictures.icon(std::string(kLogo)));
+    floatingIcon->onMenu = [this](const QPoint& place) { drawFloatingMenu(place); };
+    floatingIcon->onDoubleClick = [this] { sources->commands.showWindow(Window::nextActions); };
+    floatingIcon->setToolTip(toolTip);
+  }
+  floatingIcon->setOpacity(floatingOpacity / 100);
+  refreshFloatingIcon();
+  if (!floatingIcon->isVisible()) {
+    const Rect visible = ScreenPlace::visibleFrame();
+    ScreenPlace::move(*floatingIcon,
+                      {visible.x + visible.width - floatingIcon->width() - kGap,
+                       visible.y + visible.height - floatingIcon->height() - 4 * kGap});
+    floatingIcon->show();
+  }
+  floatingIcon->raise();
+}
+
+void QtUserInterface::Private::refreshFloatingIcon() {
+  if (floatingIcon == nullptr || sources == nullptr) return;
+  QStringList lines;
+  const int count = std::max(0, sources->preferences.mPrefFloatingIconNbLines);
+  for (const std::string& line : floatingIconLines(*sources, std::size_t(count))) {
+    lines << qt(line);
+  }
+  floatingIcon->setLines(lines);
+}
+
+/// However many changes come in one turn of the loop, what is visible is drawn once.
+void QtUserInterface::Private::changed() {
+  windows.refresh();
+  if (std::exchange(willChange, true)) return;
+  services.runLoop.performAfter(0, [this] {
+    willChange = false;
+    if (sources == nullptr) return;
+    drawMenu();
+    refreshFloatingIcon();
+  });
+}
+
+MessageWindows::Look QtUserInterface::Private::messageLook() const {
+  MessageWindows::Look look;
+  look.view.icon = pictures.image(kLogo, 2);
+  if (sources == nullptr) return look;
+  const Preferences& preferences = sources->preferences;
+  look.view.colour = preferences.mPrefShowMessageColor;
+  look.view.opacity = preferences.mPrefShowMessageTransparency / 100;
+  look.position = preferences.mShowMessagePosition;
+  look.closeName = text("CloseButton");
+  return look;
+}
+
+void QtUserInterface::Private::arrange() {
+  if (sources == nullptr) return;
+  const Preferences& preferences = sources->preferences;
+  messages.arrange(preferences.mShowMessagePosition, preferences.mShowMiniProgressPosition,
+                   preferences.mPrefStackWindows != 0);
+}
 
 QtUserInterface::QtUserInterface(const Desktop::Services& services)
     : mPrivate(std::make_unique<Private>(services)) {}
 
 QtUserInterface::~QtUserInterface() = default;
 
-void QtUserInterface::attach(const UserInterfaceSources& sources) {
-  mPrivate->sources = std::make_unique<const UserInterfaceSources>(sources);
-  mPrivate->windows.setSources(mPrivate->sources.get());
-}
+void QtUserInterface::attach(const UserInterfaceSources& sources) { mPrivate->attach(sources); }
 
 void QtUserInterface::end() {
-  mPrivate->questions.reset();
-  mPrivate->windows.setSources(nullptr);
-  mPrivate->sources.reset();
+  Private& own = *mPrivate;
+  own.questions.reset();
+  own.messages.close();
+  own.messages.closeAnnounce();
+  own.floatingIcon.reset();
+  own.windows.setSources(nullptr);
+  own.tray.reset();
+  own.floatingMenu.reset();
+  own.menu.reset();
+  own.menuModel.reset();
+  own.sources.reset();
 }
 
-void QtUserInterface::openMessageWindow(const MessageWindow& /*message*/) {}
-void QtUserInterface::closeMessageWindow() {}
-void QtUserInterface::paintNow() { QCoreApplication::processEvents(); }
-void QtUserInterface::openAnnounceWindow(const std::string& /*title*/) {}
-void QtUserInterface::closeAnnounceWindow() {}
-void QtUserInterface::setAnnounceProgress(double /*value*/, const std::string& /*text*/) {}
-void QtUserInterface::deliverNotification(const std::string& /*title*/, const std::string& /*text*/,
-                                          const std::string& /*button*/) {}
+void QtUserInterface::openMessageWindow(const MessageWindow& message) {
+  mPrivate->messages.open(message, mPrivate->messageLook());
+  mPrivate->arrange();
+}
 
-void QtUserInterface::createStatusItem() { mPrivate->hasStatusItem = true; }
-void QtUserInterface::removeStatusItem() { mPrivate->hasStatusItem = false; }
-bool QtUserInterface::hasStatusItem() const { return mPrivate->hasStatusItem; }
-void QtUserInterface::setStatusIcon(StatusIcon /*icon*/, int /*context*/) {}
-void QtUserInterface::setStatusCountDown(int /*minutes*/, int /*context*/) {}
-void QtUserInterface::setStatusTitle(const std::string& /*text*/) { mPrivate->windows.refresh(); }
-void QtUserInterface::setStatusInformation(const std::string& /*text*/) {}
-void QtUserInterface::setToolTip(const std::string& /*text*/) {}
-void QtUserInterface::menusChanged() { mPrivate->windows.refresh(); }
-void QtUserInterface::setExecutionControlsEnabled(bool /*enabled*/) {}
-void QtUserInterface::rearrangeMessageWindows() {}
-void QtUserInterface::popUpFloatingMenu() {}
+void QtUserInterface::closeMessageWindow() {
+  mPrivate->messages.close();
+  mPrivate->arrange();
+}
 
-void QtUserInterface::showWindow(Window window) { mPrivate->windows.show(window); }
-void QtUserInterface::hideWindow(Window window) { mPrivate->windows.hide(window); }
+void QtUserInterface::paintNow() { mPrivate->messages.paintNow(); }
+
+void QtUserInterface::openAnnounceWindow(const std::string& title) {
+  mPrivate->messages.openAnnounce(title);
+  mPrivate->arrange();
+}
+
+void QtUserInterface::closeAnnounceWindow() { mPrivate->messages.closeAnnounce(); }
+
+void QtUserInterface::setAnnounceProgress(double value, const std::string& text) {
+  mPrivate->messages.setAnnounceProgress(value, text);
+}
+
+void QtUserInterface::deliverNotification(const std::string& title, const std::string& text,
+                                          const std::string& button) {
+  mPrivate->notifier.deliver(title, text, button, [own = mPrivate.get(), text] {
+    // Nobody takes notices here; what was to be told is told all the same.
+    if (own->sources != nullptr) {
+      own->sources->messages.showMessage(text, {}, kFallbackSeconds, true);
+    }
+  });
+}
+
+void QtUserInterface::createStatusItem() {
+  mPrivate->statusItem = true;
+  if (mPrivate->tray != nullptr) mPrivate->tray->show();
+}
+
+void QtUserInterface::removeStatusItem() {
+  mPrivate->statusItem = false;
+  if (mPrivate->tray != nullptr) mPrivate->tray->hide();
+}
+
+bool QtUserInterface::hasStatusItem() const { return mPrivate->statusItem; }
+
+void QtUserInterface::setStatusIcon(StatusIcon icon, int context) {
+  mPrivate->showPicture(StatusPicture::of(icon, context, mPrivate->style()));
+}
+
+void QtUserInterface::setStatusCountDown(int minutes, int context) {
+  mPrivate->showPicture(StatusPicture::ofCountDown(minutes, context, mPrivate->style()));
+}
+
+void QtUserInterface::setStatusTitle(const std::string& /*text*/) { mPrivate->changed(); }
+
+void QtUserInterface::setStatusInformation(const std::string& /*text*/) {
+  mPrivate->windows.refresh();
+}
+
+void QtUserInterface::setToolTip(const std::string& text) {
+  mPrivate->toolTip = qt(text);
+  if (mPrivate->tray != nullptr) mPrivate->tray->setToolTip(mPrivate->toolTip);
+  if (mPrivate->floatingIcon != nullptr) mPrivate->floatingIcon->setToolTip(mPrivate->toolTip);
+}
+
+void QtUserInterface::menusChanged() { mPrivate->changed(); }
+
+void QtUserInterface::setExecutionControlsEnabled(bool /*enabled*/) { mPrivate->changed(); }
+
+void QtUserInterface::rearrangeMessageWindows() { mPrivate->arrange(); }
+
+void QtUserInterface::popUpFloatingMenu() { mPrivate->drawFloatingMenu(QCursor::pos()); }
+
+void QtUserInterface::showWindow(Window window) {
+  if (window == Window::floatingIcon) {
+    mPrivate->showFloatingIcon();
+  } else {
+    mPrivate->windows.show(window);
+  }
+}
+
+void QtUserInterface::hideWindow(Window window) {
+  if (window == Window::floatingIcon) {
+    mPrivate->floatingIcon.reset();
+  } else {
+    mPrivate->windows.hide(window);
+  }
+}
+
 bool QtUserInterface::isWindowVisible(Window window) const {
+  if (window == Window::floatingIcon) return mPrivate->floatingIcon != nullptr;
   return mPrivate->windows.isVisible(window);
 }
 
@@ -82,13 +335,23 @@ void QtUserInterface::bringWindowsToFront() {
   }
 }
 
-void QtUserInterface::listsChanged() { mPrivate->windows.refresh(); }
+void QtUserInterface::listsChanged() { mPrivate->changed(); }
+
 void QtUserInterface::windowChanged(Window window) {
   if (isWindowVisible(window)) mPrivate->windows.refresh();
 }
-void QtUserInterface::setFloatingIconOpacity(double /*percent*/) {}
-void QtUserInterface::setActionExecuted(std::int64_t /*sizeCopied*/, int /*progress*/,
-                                        std::int64_t /*errors*/) {}
+
+void QtUserInterface::setFloatingIconOpacity(double percent) {
+  mPrivate->floatingOpacity = percent;
+  if (mPrivate->floatingIcon != nullptr) mPrivate->floatingIcon->setOpacity(percent / 100);
+}
+
+void QtUserInterface::setActionExecuted(std::int64_t sizeCopied, int progress,
+                                        std::int64_t errors) {
+  if (mPrivate->floatingIcon != nullptr) {
+    mPrivate->floatingIcon->setProgress(sizeCopied < 0 ? -1 : progress, errors != 0);
+  }
+}
 
 void QtUserInterface::ask(Window window, const std::string& title, const std::string& text,
                           std::function<void(bool)> answer) {

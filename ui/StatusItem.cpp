@@ -95,6 +95,12 @@ void StatusItem::setMenuBarTimerIcon(int minutes) {
   }
 }
 
+MenuColour StatusItem::titleColour() const {
+  if (mState.mStartedFromNewMachine) return MenuColour::alarm;
+  if (mState.mPause) return MenuColour::warning;
+  return mState.mScheduleDisabled ? MenuColour::secondary : MenuColour::information;
+}
+
 void StatusItem::setStatusTitle(std::optional<std::string> text) {
   if (text) mStatusTitle = std::move(*text);
   std::string shown = mStatusTitle.empty() ? mTexts.text("NoNextAction") : mStatusTitle;

@@ -7,6 +7,7 @@
 
 #include "core/record/Deadline.h"
 #include "platform/UserInterface.h"
+#include "ui/MenuItem.h"
 
 namespace corvana {
 
@@ -50,8 +51,9 @@ class StatusItem {
   /// goes first.
   void setStatusTitle(std::optional<std::string> text);
   const std::string& statusTitle() const { return mStatusTitle; }
-  /// What stands there now.
+  /// What stands there now, and its colour.
   const std::string& shownTitle() const { return mShownTitle; }
+  MenuColour titleColour() const;
 
  private:
   void setMenuBarIcon(StatusIcon icon);

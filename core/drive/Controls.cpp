@@ -198,6 +198,10 @@ void Controls::showErrorSummary() {
   m.state.updateMenu();
 }
 
+void Controls::setAnnouncePosition(const Point& position) {
+  m.preferences.mShowMiniProgressPosition = position;
+}
+
 void Controls::messageClosedByUser() {
   m.messages.closeMessageWindow();
   m.channel.postToExecute("MessageClosedByUser");

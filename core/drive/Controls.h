@@ -103,6 +103,7 @@ class Controls : public SchedulerCommands {
   void hideWindow(Window window) override;
   void showAllVisibleWindows() override;
   void showErrorSummary() override;
+  void setAnnouncePosition(const Point& position) override;
   void messageClosedByUser() override;
   void userNotificationActivated() override;
   void openNotificationInMainApp(std::size_t index) override;

@@ -7,6 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "platform/Input.h"
 #include "platform/UserInterface.h"
 
 namespace corvana {
@@ -56,6 +57,8 @@ class SchedulerCommands {
   virtual void showAllVisibleWindows() = 0;
   /// Shows the failures and takes the error state back.
   virtual void showErrorSummary() = 0;
+  /// The user has put the announce window there; its lower left corner.
+  virtual void setAnnouncePosition(const Point& position) = 0;
   /// The user closed a message by its button.
   virtual void messageClosedByUser() = 0;
   virtual void userNotificationActivated() = 0;

@@ -1,0 +1,3 @@
+#include "desktop/BusSignal.h"
+
+#include "moc_BusSignal.cpp"

@@ -1,0 +1,84 @@
+#include "desktop/FloatingIconView.h"
+
+#include <QContextMenuEvent>
+#include <QFontMetrics>
+#include <QPainter>
+#include <algorithm>
+
+namespace corvana {
+
+namespace {
+
+constexpr int kIconPixels = 32;
+constexpr int kMargin = 6;
+constexpr int kLetters = 11;
+constexpr int kWidestLine = 240;
+constexpr double kRadius = 8;
+
+}  // namespace
+
+FloatingIconView::FloatingIconView(bool composed, const QIcon& icon)
+    : FloatingWidget(composed, true), mIcon(icon) {
+  setMovable();
+  QFont letters = font();
+  letters.setPixelSize(kLetters * logicalDpiY() / 96);
+  setFont(letters);
+  setLines({});
+}
+
+void FloatingIconView::setLines(const QStringList& lines) {
+  if (lines == mLines && width() > kIconPixels) return;
+  mLines = lines;
+  const QFontMetrics metrics(font());
+  int widest = 0;
+  for (const QString& line : mLines) {
+    widest = std::max(widest, std::min(metrics.horizontalAdvance(line) + 1, kWidestLine));
+  }
+  const int beside = mLines.isEmpty() ? 0 : widest + kMargin;
+  const int text = int(mLines.size()) * metrics.lineSpacing();
+  // Its right edge stays, since it mostly stands at the right of the screen.
+  const int right = x() + width();
+  resize(kIconPixels + 2 * kMargin + beside, std::max(kIconPixels, text) + 2 * kMargin);
+  if (isVisible()) move(right - width(), y());
+  cutToShape(kRadius);
+  setAccessibleName(mLines.join('\n'));
+  update();
+}
+
+void FloatingIconView::setProgress(int percent, bool errors) {
+  if (percent == mPercent && errors == mErrors) return;
+  mPercent = percent;
+  mErrors = errors;
+  update();
+}
+
+void FloatingIconView::paintEvent(QPaintEvent* /*event*/) {
+  QPainter painter(this);
+  paintGround(painter, QColor(0x33, 0x3d, 0x4a), kRadius);
+  const bool mirrored = layoutDirection() == Qt::RightToLeft;
+  const QRect icon(mirrored ? width() - kMargin - kIconPixels : kMargin, kMargin, kIconPixels,
+                   kIconPixels);
+  mIcon.paint(&painter, icon);
+  if (mPercent >= 0) {
+    painter.setBrush(Qt::NoBrush);
+    painter.setPen(QPen(mErrors ? QColor(0xff, 0x6b, 0x60) : QColor(0x7c, 0xd9, 0x92), 3));
+    painter.drawArc(icon.adjusted(-2, -2, 2, 2), 90 * 16, -mPercent * 360 * 16 / 100);
+  }
+  painter.setPen(Qt::white);
+  const QFontMetrics metrics(font());
+  const int room = width() - 3 * kMargin - kIconPixels;
+  int top = kMargin;
+  for (const QString& line : mLines) {
+    painter.drawText(
+        QRect(mirrored ? kMargin : icon.right() + 1 + kMargin, top, room, metrics.lineSpacing()),
+        int((mirrored ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter),
+        metrics.elidedText(line, Qt::ElideRight, room));
+    top += metrics.lineSpacing();
+  }
+}
+
+void FloatingIconView::contextMenuEvent(QContextMenuEvent* event) {
+  if (onMenu) onMenu(event->globalPos());
+}
+
+}  // namespace corvana

@@ -1,0 +1,115 @@
+#include "desktop/MessageView.h"
+
+#include <QFontMetrics>
+#include <QMouseEvent>
+#include <QPainter>
+#include <algorithm>
+#include <array>
+
+#include "ui/MessagePlacement.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr int kTitlePixels = 20;
+constexpr int kTextPixels = 12;
+constexpr int kIconPixels = 48;
+constexpr int kIconBorder = 4;
+constexpr int kMargin = 12;
+constexpr int kGap = 4;
+constexpr double kRadius = 10;
+constexpr int kCloseSize = 24;
+/// Longer lines are hard to read.
+constexpr int kComfortableWidth = 560;
+
+/// Dark enough for white letters.
+QColor predefinedColour(int number) {
+  static constexpr std::array<QRgb, 8> kColours{0xff2f3e50, 0xff1f5a99, 0xff2a6b3f, 0xff9c2f2b,
+                                                0xff8a5a00, 0xff5b3f8f, 0xff555555, 0xff1b1b1b};
+  const bool known = number >= 0 && number < int(kColours.size());
+  return QColor::fromRgb(kColours[known ? std::size_t(number) : 0]);
+}
+
+QFont sized(QFont font, int pixels, int dpi) {
+  font.setPixelSize(pixels * dpi / 96);
+  return font;
+}
+
+constexpr int kWrapped = Qt::TextWordWrap | Qt::TextWrapAnywhere;
+
+}  // namespace
+
+MessageView::MessageView(bool composed, const QString& title, const QString& text, const Look& look)
+    : FloatingWidget(composed, false),
+      mTitle(title),
+      mText(text),
+      mLook(look),
+      mTitleFont(sized(font(), kTitlePixels, logicalDpiY())),
+      mTextFont(sized(font(), kTextPixels, logicalDpiY())) {
+  setAccessibleName(title);
+  setAccessibleDescription(text);
+  const int beside = kIconPixels + 2 * kIconBorder + 2 * kMargin;
+  const QFontMetrics titleMetrics(mTitleFont);
+  const QFontMetrics textMetrics(mTextFont);
+  const int oneLine = std::max(
+      titleMetrics.horizontalAdvance(mTitle),
+      textMetrics.boundingRect(QRect(0, 0, kComfortableWidth, 10000), kWrapped, mText).width());
+  const double wanted = beside + std::min(oneLine + 2, kComfortableWidth);
+  const int width = int(MessagePlacement::messageWidth(
+      wanted, {0, 0, look.widest + MessagePlacement::kMessageMargin, 0}));
+  const QRect room(0, 0, std::max(1, width - beside), 10000);
+  mTitleHeight = mTitle.isEmpty() ? 0 : titleMetrics.boundingRect(room, kWrapped, mTitle).height();
+  const int textHeight =
+      mText.isEmpty() ? 0 : textMetrics.boundingRect(room, kWrapped, mText).height() + kGap;
+  resize(width, std::max(mTitleHeight + textHeight, kIconPixels + 2 * kIconBorder) + 2 * kMargin);
+  cutToShape(kRadius);
+  setOpacity(look.opacity);
+}
+
+void MessageView::paintEvent(QPaintEvent* /*event*/) {
+  QPainter painter(this);
+  paintGround(painter, predefinedColour(mLook.colour), kRadius);
+  const bool mirrored = layoutDirection() == Qt::RightToLeft;
+  const int iconSide = kIconPixels + 2 * kIconBorder;
+  const QRect iconRoom(mirrored ? width() - kMargin - iconSide : kMargin, kMargin, iconSide,
+                       iconSide);
+  painter.setRenderHint(QPainter::SmoothPixmapTransform);
+  painter.drawImage(iconRoom.adjusted(kIconBorder, kIconBorder, -kIconBorder, -kIconBorder),
+                    mLook.icon);
+  const int left = mirrored ? kMargin : iconRoom.right() + 1;
+  const int textWidth = width() - iconSide - 2 * kMargin;
+  const int align = int(mirrored ? Qt::AlignRight : Qt::AlignLeft) | kWrapped;
+  painter.setPen(Qt::white);
+  painter.setFont(mTitleFont);
+  // Alone, the title stands in the middle.
+  const int top = mText.isEmpty() ? (height() - mTitleHeight) / 2 : kMargin;
+  painter.drawText(QRect(left, top, textWidth, mTitleHeight), align, mTitle);
+  painter.setFont(mTextFont);
+  painter.drawText(QRect(left, top + mTitleHeight + kGap, textWidth, height()), align, mText);
+}
+
+MessageCloseView::MessageCloseView(bool composed, const QString& name)
+    : FloatingWidget(composed, true) {
+  setAccessibleName(name);
+  setToolTip(name);
+  resize(kCloseSize, kCloseSize);
+  cutToShape(kCloseSize / 2.0);
+}
+
+void MessageCloseView::paintEvent(QPaintEvent* /*event*/) {
+  QPainter painter(this);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.setPen(QPen(Qt::white, 2));
+  painter.setBrush(QColor(0x33, 0x33, 0x33));
+  painter.drawEllipse(rect().adjusted(2, 2, -2, -2));
+  const QRect cross = rect().adjusted(8, 8, -8, -8);
+  painter.drawLine(cross.topLeft(), cross.bottomRight());
+  painter.drawLine(cross.topRight(), cross.bottomLeft());
+}
+
+void MessageCloseView::mouseReleaseEvent(QMouseEvent* event) {
+  if (rect().contains(event->position().toPoint()) && onClicked) onClicked();
+}
+
+}  // namespace corvana

@@ -1,0 +1,187 @@
+#include "desktop/ModelMenu.h"
+
+#include <QApplication>
+#include <QPainter>
+#include <QStyle>
+#include <utility>
+
+#include "desktop/Texts.h"
+#include "platform/RunLoop.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr int kHeadingPixels = 14;
+constexpr int kIconPixels = 16;
+
+/// Ampersands are letters in what users have named.
+QString label(const std::string& title) { return qt(title).replace('&', QStringLiteral("&&")); }
+
+QColor shade(MenuColour colour) {
+  switch (colour) {
+    case MenuColour::information:
+      return QColor(0x2f, 0x6f, 0xb0);
+    case MenuColour::warning:
+      return QColor(0xe0, 0x8a, 0x00);
+    case MenuColour::alarm:
+      return QColor(0xd3, 0x30, 0x2f);
+    case MenuColour::secondary:
+      return QColor(0x8a, 0x8a, 0x8a);
+    case MenuColour::label:
+      break;
+  }
+  return {};
+}
+
+/// Not every desktop draws a menu's letters in colours of their own; a dot says it everywhere.
+QIcon dot(const QColor& colour) {
+  QPixmap pixmap(kIconPixels, kIconPixels);
+  pixmap.fill(Qt::transparent);
+  QPainter painter(&pixmap);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.setBrush(colour);
+  painter.setPen(Qt::NoPen);
+  painter.drawEllipse(3, 3, kIconPixels - 6, kIconPixels - 6);
+  QIcon icon(pixmap);
+  // The heading cannot be chosen and is not to look grey for that.
+  icon.addPixmap(pixmap, QIcon::Disabled);
+  return icon;
+}
+
+QIcon iconOf(const MenuItem& item) {
+  if (item.colour != MenuColour::label) return dot(shade(item.colour));
+  const QStyle* style = QApplication::style();
+  switch (item.icon) {
+    case MenuIcon::folder:
+      return style->standardIcon(QStyle::SP_DirIcon);
+    case MenuIcon::home:
+      return style->standardIcon(QStyle::SP_DirHomeIcon);
+    case MenuIcon::volume:
+      return style->standardIcon(QStyle::SP_DriveHDIcon);
+    case MenuIcon::file:
+      return style->standardIcon(QStyle::SP_FileIcon);
+    case MenuIcon::none:
+      break;
+  }
+  return {};
+}
+
+bool sameShape(const MenuItem& a, const MenuItem& b) {
+  return a.kind == b.kind && a.checkable == b.checkable && a.icon == b.icon;
+}
+
+}  // namespace
+
+ModelMenu::ModelMenu(RunLoop& runLoop, Words words) : mRunLoop(runLoop), mWords(std::move(words)) {}
+
+void ModelMenu::setItems(MenuItem::List items) {
+  std::size_t same = 0;
+  while (same < items.size() && same < mRows.size() && sameShape(items[same], mRows[same]->item)) {
+    mRows[same]->item = std::move(items[same]);
+    draw(*mRows[same]);
+    ++same;
+  }
+  shorten(same);
+  for (; same < items.size(); ++same) append(std::move(items[same]));
+}
+
+void ModelMenu::shorten(std::size_t count) {
+  while (mRows.size() > count) {
+    // One of them may be what is being handled now.
+    Row& row = *mRows.back();
+    removeAction(row.action);
+    if (row.submenu != nullptr) {
+      row.submenu->disconnect();
+      row.submenu->deleteLater();
+    } else {
+      row.action->disconnect();
+      row.action->deleteLater();
+    }
+    mRows.pop_back();
+  }
+}
+
+void ModelMenu::append(MenuItem item) {
+  mRows.push_back(std::make_unique<Row>());
+  Row& row = *mRows.back();
+  row.item = std::move(item);
+  if (row.item.kind == MenuItem::Kind::submenu) {
+    row.submenu = new ModelMenu(mRunLoop, mWords);
+    row.submenu->setParent(this, row.submenu->windowFlags());
+    row.action = row.submenu->menuAction();
+    connect(row.submenu, &QMenu::aboutToShow, row.submenu,
+            [menu = row.submenu, &row] { menu->fill(row.item); });
+  } else {
+    row.action = new QAction(this);
+    row.action->setSeparator(row.item.kind == MenuItem::Kind::separator);
+    row.action->setMenuRole(QAction::NoRole);
+    connect(row.action, &QAction::triggered, this, [&row] {
+      // What it does may redraw this menu.
+      const auto act = row.item.action;
+      row.action->setChecked(row.item.checked);
+      if (act) act();
+    });
+  }
+  if (row.item.kind == MenuItem::Kind::heading) {
+    QFont heading = row.action->font();
+    heading.setItalic(true);
+    heading.setPixelSize(kHeadingPixels * logicalDpiY() / 96);
+    row.action->setFont(heading);
+  }
+  addAction(row.action);
+  // Once: a new icon counts as a change even when it looks the same.
+  row.action->setIconVisibleInMenu(true);
+  row.action->setIcon(iconOf(row.item));
+  row.action->setProperty("colour", static_cast<int>(row.item.colour));
+  draw(row);
+}
+
+void ModelMenu::draw(Row& row) {
+  if (row.item.kind == MenuItem::Kind::separator) return;
+  QAction& action = *row.action;
+  action.setText(label(row.item.title));
+  action.setEnabled(row.item.enabled);
+  action.setCheckable(row.item.checkable);
+  if (row.item.checkable) action.setChecked(row.item.checked);
+  const int colour = static_cast<int>(row.item.colour);
+  if (action.property("colour").toInt() != colour) {
+    action.setProperty("colour", colour);
+    action.setIcon(iconOf(row.item));
+  }
+}
+
+void ModelMenu::fill(const MenuItem& item) {
+  if (item.fill) {
+    setItems(item.fill());
+  } else if (item.read) {
+    read(item);
+  }
+}
+
+MenuItem::List ModelMenu::contents(const MenuItem& folder, MenuItem::List items) const {
+  if (items.empty()) items.push_back(MenuItem::note(utf8(mWords.nothing)));
+  if (folder.action) {
+    items.insert(items.begin(), MenuItem::separator());
+    items.insert(items.begin(), MenuItem::command(utf8(mWords.open), folder.action));
+  }
+  return items;
+}
+
+void ModelMenu::read(const MenuItem& item) {
+  if (mRows.empty()) setItems(contents(item, {MenuItem::note(utf8(mWords.reading))}));
+  // Whoever hangs on a disk that does not answer is not asked a second time.
+  if (mReading != nullptr) return;
+  mReading = std::make_shared<int>(0);
+  mRunLoop.detachThread("menu", [&loop = mRunLoop, waits = std::weak_ptr<int>(mReading),
+                                 read = item.read, folder = item, this] {
+    MenuItem::List items = read();
+    loop.performOnMain([waits, folder, items = std::move(items), this]() mutable {
+      if (waits.expired()) return;
+      mReading.reset();
+      setItems(contents(folder, std::move(items)));
+    });
+  });
+}
+
+}  // namespace corvana

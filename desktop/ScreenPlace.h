@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QPoint>
+
+#include "platform/Input.h"
+
+class QWidget;
+
+namespace corvana {
+
+/// Between the coordinates of `Input`, which grow upwards, and those of Qt.
+namespace ScreenPlace {
+
+Rect mainScreen();
+Rect visibleFrame();
+/// The widget's lower left corner comes there.
+void move(QWidget& widget, const Point& lowerLeft);
+Rect of(const QWidget& widget);
+
+}  // namespace ScreenPlace
+
+}  // namespace corvana

@@ -1,0 +1,3 @@
+#include "tests/desktop/FakePanel.h"
+
+#include "moc_FakePanel.cpp"

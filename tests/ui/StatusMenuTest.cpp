@@ -1,0 +1,117 @@
+#include "ui/StatusMenu.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "tests/scenario/Scenario.h"
+
+namespace corvana {
+namespace {
+
+/// The agent's menu on a simulated desktop.
+class StatusMenuTest : public testing::Test {
+ protected:
+  void start() {
+    day.writeTree();
+    day.start(true);
+    sources.emplace(day.agent->userInterfaceSources());
+    menu.emplace(*sources);
+  }
+  void TearDown() override {
+    // What it reads in the background is not left alone.
+    day.machine.time.finishThreads();
+    day.quit();
+  }
+
+  static const MenuItem* find(const MenuItem::List& items, const std::string& title) {
+    const auto found = std::ranges::find(items, title, &MenuItem::title);
+    return found == items.end() ? nullptr : &*found;
+  }
+  void choose(const std::string& title) {
+    const MenuItem::List items = menu->items();
+    const MenuItem* item = find(items, title);
+    ASSERT_NE(item, nullptr) << title;
+    ASSERT_TRUE(item->enabled) << title;
+    item->action();
+  }
+  std::vector<std::string> checked() {
+    std::vector<std::string> titles;
+    for (const MenuItem& item : menu->items()) {
+      if (item.checked) titles.push_back(item.title);
+    }
+    return titles;
+  }
+  static std::vector<std::string> titlesOf(const MenuItem::List& items) {
+    std::vector<std::string> titles;
+    for (const MenuItem& item : items) titles.push_back(item.title);
+    return titles;
+  }
+
+  Scenario day;
+  std::optional<UserInterfaceSources> sources;
+  std::optional<StatusMenu> menu;
+};
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_F(StatusMenuTest, marksFollowTheScheduleAndPauseGoesFirstInTheTitle) {
+  start();
+  EXPECT_THAT(checked(), ElementsAre("Execute Automatically"));
+  choose("Switch Off When All Is Done");
+  EXPECT_THAT(checked(), IsEmpty());
+  choose("Do Not Execute Automatically");
+  EXPECT_THAT(checked(), ElementsAre("Do Not Execute Automatically"));
+  EXPECT_EQ(menu->items()[0].title, "Automatic execution is off");
+  EXPECT_EQ(menu->items()[0].colour, MenuColour::secondary);
+
+  choose("Pause");
+  day.runFor(2);
+  EXPECT_EQ(menu->items()[0].title, "Paused");
+  EXPECT_EQ(menu->items()[0].colour, MenuColour::warning);
+  EXPECT_EQ(day.machine.userInterface.statusIcon->first, StatusIcon::disabled);
+  choose("Continue");
+  choose("Execute Automatically");
+  EXPECT_EQ(menu->items()[0].colour, MenuColour::information);
+}
+
+TEST_F(StatusMenuTest, actionsAreRunFromTheSubmenusOfTheirGroups) {
+  const std::int64_t letters =
+      day.action("letters & more", ZAN_Value::dictionary({{"Favorite", 1}}));
+  day.action("Photos", ZAN_Value::dictionary());
+  start();
+  const MenuItem::List items = menu->items();
+  const MenuItem::List run = find(items, "Run an Action")->fill();
+  EXPECT_THAT(titlesOf(run), ElementsAre("letters & more", "Photos"));
+  EXPECT_THAT(titlesOf(find(items, "Favourites")->fill()), ElementsAre("letters & more"));
+  EXPECT_FALSE(find(items, "Stop")->enabled);
+
+  // The tree may be another one by the time that the user chooses.
+  day.agent->tree().releaseRootItem();
+  run[0].action();
+  EXPECT_TRUE(day.agent->queue().contains(letters));
+  EXPECT_TRUE(find(menu->items(), "Stop")->enabled);
+  EXPECT_FALSE(find(menu->items(), "Run an Action")->fill()[0].enabled);
+  // Chosen again all the same, it says why not.
+  run[0].action();
+  EXPECT_EQ(day.machine.userInterface.message->title, "The action was not started");
+}
+
+TEST_F(StatusMenuTest, notificationsAreListedAsStored) {
+  start();
+  const auto notifications = [&] { return find(menu->items(), "Last Notifications")->fill(); };
+  EXPECT_THAT(titlesOf(notifications()), ElementsAre("No notifications"));
+  for (int i = 1; i <= 30; ++i) {
+    day.agent->messages().displayStandardMessage("message " + std::to_string(i), 13);
+  }
+  const MenuItem::List listed = notifications();
+  ASSERT_EQ(listed.size(), 21U);
+  EXPECT_THAT(listed.front().title, testing::EndsWith("message 30"));
+  EXPECT_THAT(listed.back().title, testing::EndsWith("message 10"));
+}
+
+}  // namespace
+}  // namespace corvana

@@ -1,0 +1,33 @@
+#include "ui/FloatingIconLines.h"
+
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "core/work/NextAction.h"
+#include "core/work/TriggerEvaluation.h"
+#include "platform/Clock.h"
+#include "platform/Platform.h"
+#include "ui/StatusItem.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr double kDay = 86400;
+
+}  // namespace
+
+std::vector<std::string> floatingIconLines(const UserInterfaceSources& sources, std::size_t count) {
+  std::vector<std::string> lines;
+  if (count == 0) return lines;
+  lines.push_back(sources.statusItem.shownTitle());
+  const ReferenceTime now = sources.platform.clock.now();
+  for (const NextAction& next : sources.evaluation.actionsNextList()) {
+    // Those without a date come last.
+    if (lines.size() >= count || !next.hasDate) break;
+    const std::string when = next.date - now < kDay ? sources.strings.getShortTime(next.date)
+                                                    : sources.strings.getShortDate(next.date);
+    lines.push_back(when + "  " + next.name());
+  }
+  return lines;
+}
+
+}  // namespace corvana

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace corvana {
+
+/// The meaning of a menu title's colour; the desktop has a shade for each.
+enum class MenuColour { label, information, warning, alarm, secondary };
+
+/// The file icon that an item shows, chosen without touching the file.
+enum class MenuIcon { none, folder, home, volume, file };
+
+/// One item of a menu, as a model: what it says and what it does.
+struct MenuItem {
+  enum class Kind { command, separator, heading, submenu };
+  using List = std::vector<MenuItem>;
+
+  Kind kind = Kind::command;
+  std::string title;
+  MenuColour colour = MenuColour::label;
+  bool enabled = true;
+  bool checkable = false;
+  bool checked = false;
+  MenuIcon icon = MenuIcon::none;
+  std::function<void()> action;
+  /// A submenu is filled when it is about to be shown: by `fill` at once on the main thread, or by
+  /// `read`, which may take its time and runs on a thread of its own.
+  std::function<List()> fill;
+  std::function<List()> read;
+
+  static MenuItem separator() {
+    MenuItem item;
+    item.kind = Kind::separator;
+    return item;
+  }
+  static MenuItem command(std::string title, std::function<void()> action) {
+    MenuItem item;
+    item.title = std::move(title);
+    item.action = std::move(action);
+    return item;
+  }
+  static MenuItem check(std::string title, bool checked, std::function<void()> action) {
+    MenuItem item = command(std::move(title), std::move(action));
+    item.checkable = true;
+    item.checked = checked;
+    return item;
+  }
+  static MenuItem submenu(std::string title, std::function<List()> fill) {
+    MenuItem item;
+    item.kind = Kind::submenu;
+    item.title = std::move(title);
+    item.fill = std::move(fill);
+    return item;
+  }
+  /// What only tells something.
+  static MenuItem note(std::string title) {
+    MenuItem item;
+    item.title = std::move(title);
+    item.enabled = false;
+    return item;
+  }
+};
+
+}  // namespace corvana
