@@ -163,8 +163,10 @@ Outcome DataFiles::writeListToPath(const ZAN_Value& list, const std::string& pat
                         {.attributes = dataFileAttributes(), .synchronise = true}, saving);
 }
 
-Outcome DataFiles::writeListToFile(const ZAN_Value& list, std::string_view name, Saving saving) {
-  return writeListToPath(list, mFolder.dataFolderPathWithFileName(name), saving);
+Outcome DataFiles::writeListToFile(const ZAN_Value& list, std::string_view name, Saving saving,
+                                   bool synchronise) {
+  return writeContainer(list, mFolder.dataFolderPathWithFileName(name), Content::list,
+                        {.attributes = dataFileAttributes(), .synchronise = synchronise}, saving);
 }
 
 DataFiles::Object DataFiles::readWholeObject(const std::string& path) {

@@ -89,14 +89,16 @@ class DataFiles {
   ZAN_Value readListFromFile(std::string_view name);  ///< name in the data folder
   Outcome writeListToPath(const ZAN_Value& list, const std::string& path,
                           Saving saving = Saving::now);
-  Outcome writeListToFile(const ZAN_Value& list, std::string_view name,
-                          Saving saving = Saving::now);
   /// The bytes are made by `make` when the file is written, on another thread when that is later;
   /// of several that wait only the last is.
   Outcome writeTextToPath(const std::string& path, std::function<std::vector<std::byte>()> make);
   /// Calls back on the main thread when nothing of the file waits to be written any more: at once,
   /// or later.
   void whenSaved(const std::string& path, std::function<void()> body);
+  /// Without synchronising a disk may go on sleeping, and a crash of the machine may bring back the
+  /// file of before.
+  Outcome writeListToFile(const ZAN_Value& list, std::string_view name, Saving saving = Saving::now,
+                          bool synchronise = true);
   /// Identity of a file as of now; what waits to be written counts. To be compared with that of a
   /// reading or with what this said after a writing.
   std::optional<ZAN_FileIdentity> identity(const std::string& path) const;

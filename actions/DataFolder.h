@@ -23,6 +23,10 @@ class DataFolder {
   static constexpr std::string_view kSettings = "Corvana 9 Settings.cva9data";
   static constexpr std::string_view kSchedulerSettings = "Corvana 9 Scheduler Settings.cva9data";
   static constexpr std::string_view kActivity = "Corvana 9 Activity.cva9data";
+  static constexpr std::string_view kVolumesInfo = "Corvana 9 Volumes Info.cva9data";
+  /// Of other programs: records of free space to be taken in.
+  static constexpr std::string_view kMoreVolumesInfo = "Corvana 9 Volumes Info+.cva9data";
+  static constexpr std::string_view kVolumesMounted = "Corvana 9 Volumes Mounted.cva9data";
   static constexpr std::string_view kTypesForExtensions = "Corvana 9 TypesForExtensions.cva9data";
   static constexpr std::string_view kCurrentPath = "Execute Action (current path).txt";
   static constexpr std::string_view kFirstErrorPath = "Execute Action (first error path).txt";

@@ -24,9 +24,10 @@ ZAN_Value SettingsFiles::read(Cached& cached, std::string_view name) {
   return cached.object.value;
 }
 
-Outcome SettingsFiles::save(Cached& cached, std::string_view name, const ZAN_Value& settings) {
+Outcome SettingsFiles::save(Cached& cached, std::string_view name, const ZAN_Value& settings,
+                            bool synchronise) {
   const DataFiles::Lock held = mFiles.lock(name);
-  Outcome outcome = mFiles.writeObjectToFile(settings, name);
+  Outcome outcome = mFiles.writeObjectToFile(settings, name, synchronise);
   cached.read = static_cast<bool>(outcome);
   if (outcome) {
     cached.object = {.value = settings,
@@ -36,11 +37,11 @@ Outcome SettingsFiles::save(Cached& cached, std::string_view name, const ZAN_Val
 }
 
 Outcome SettingsFiles::saveMainAppSettings(const ZAN_Value& settings) {
-  return save(mMainApp, DataFolder::kSettings, settings);
+  return save(mMainApp, DataFolder::kSettings, settings, true);
 }
 
-Outcome SettingsFiles::saveSchedulerSettings(const ZAN_Value& settings) {
-  return save(mScheduler, DataFolder::kSchedulerSettings, settings);
+Outcome SettingsFiles::saveSchedulerSettings(const ZAN_Value& settings, bool synchronise) {
+  return save(mScheduler, DataFolder::kSchedulerSettings, settings, synchronise);
 }
 
 Outcome SettingsFiles::setMainAppSetting(const ZAN_Value& value, std::string_view key) {

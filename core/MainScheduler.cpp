@@ -77,6 +77,11 @@ MainScheduler::MainScheduler(Platform platform)
                     mSiblingWatch, mTexts, mStrings,
                     mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle)}),
       mSystemInformation(mPlatform, mStore, mStrings),
+      mFreeSpaceHistory(mStore, mMountedVolumes),
+      mMountedVolumesHistory(mStore, mMountedVolumes),
+      mFreeSpaceSurvey(mPlatform, mPreferences, mFreeSpaceHistory),
+      mVolumesFolderSurvey({mPlatform, mState, mPreferences, mStore.texts(), mLog, mChannel,
+                            mSurvey, mTexts, mStrings}),
       mMail({mPlatform.clock, mPlatform.runLoop, mPlatform.machine, mPlatform.processes,
              mPlatform.systemLog, mPlatform.network}),
       mQueue(workSurroundings()),
@@ -94,15 +99,31 @@ MainScheduler::MainScheduler(Platform platform)
       mLaunchStep({platform.clock, platform.userInterface, mState, mPreferences, mMessages,
                    mDebugLog, mTree, mQueue, mEvaluation, mSupervisor, mVolumeWatch, mAnnounce,
                    mTexts}),
-      mControls({mPlatform, mState, mPreferences, mStore.texts(), mLog, mMessages, mChannel,
-                 mSiblingStatus, mQueue, mEvaluation, mSupervisor, mContexts, mStatusItem,
-                 mFloatingIcon, mLaunchStep, mVolumeMounter, mTexts,
+      mControls({mPlatform,
+                 mState,
+                 mPreferences,
+                 mStore.texts(),
+                 mLog,
+                 mMessages,
+                 mChannel,
+                 mSiblingStatus,
+                 mQueue,
+                 mEvaluation,
+                 mSupervisor,
+                 mContexts,
+                 mStatusItem,
+                 mFloatingIcon,
+                 mLaunchStep,
+                 mVolumeMounter,
+                 mVolumesFolderSurvey,
+                 mTexts,
                  mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
                  mStore.installPaths().installPathForCode(InstallPaths::executeBundle)}),
       mRemoteControl({mPlatform, mState, mPreferences, mTree, mControls, mLog, mMessages, mTexts}),
       mTick({mPlatform, mState, mStore, mDebugLog, mMessages, mSiblingWatch, mQueue, mEvaluation,
              mSupervisor, mVolumeWatch, mVolumeMounter, mStatusItem, mFloatingIcon, mLaunchStep,
-             mSiblingStatus, mSettingsBackup, mStartupDisk, mWakeUp}),
+             mSiblingStatus, mSettingsBackup, mStartupDisk, mWakeUp, mFreeSpaceSurvey,
+             mVolumesFolderSurvey}),
       mTimer(mRunLoop, platform.clock, platform.input, mSurvey,
              {[this](std::int64_t n) { mTick.schedulerTick(n); },
               [this] { mState.userWasActive(mPlatform.clock.now()); },
@@ -111,7 +132,7 @@ MainScheduler::MainScheduler(Platform platform)
               [this] { mPlatform.userInterface.rearrangeMessageWindows(); }}),
       mDispatch({mPlatform, mState, mTree, mLog, mDebugLog, mSurvey, mMessages, mSiblingStatus,
                  mQueue, mEvaluation, mSupervisor, mAnnounce, mLaunchStep, mControls,
-                 mVolumeMounter, mRecoveryCopy, mGuard}),
+                 mVolumeMounter, mRecoveryCopy, mVolumesFolderSurvey, mGuard}),
       mAnswers({mPlatform, mState, mPreferences, mTree, mQueue, mEvaluation, mSupervisor,
                 mLaunchStep, mSiblingStatus, mControls, mVolumeIdentity, mTexts, mStrings}) {
   wire();
@@ -211,7 +232,19 @@ void MainScheduler::wireVolumes() {
   mVolumeMounter.onSaveVolumesInfos = [this] {
     mVolumeWatch.saveVolumesInfos(mSupervisor.isExecuting());
   };
+  mVolumeWatch.onSaveVolumesInfos = [this] {
+    mFreeSpaceHistory.addVolumesSurveyorData();
+    mMountedVolumesHistory.updateSurveyMountedVolumes();
+  };
+  mVolumeWatch.onMountedVolumesChanged = [this] {
+    mMountedVolumesHistory.updateSurveyMountedVolumes();
+  };
   mLaunchStep.isHeldBack = [this] { return mVolumeMounter.isUnmounting(); };
+  mLaunchStep.onStrayFolders = [this] { return mVolumesFolderSurvey.holdsLaunchBack(); };
+  mVolumesFolderSurvey.isExecuting = [this] { return mSupervisor.isExecuting(); };
+  mVolumesFolderSurvey.onFinishedProcess = [this] { mSupervisor.clearFinishedProcess(); };
+  mVolumesFolderSurvey.onPauseWanted = [this] { mControls.pauseExecution(); };
+  mVolumesFolderSurvey.onContinueWanted = [this] { mControls.continueExecution(); };
 }
 
 void MainScheduler::wireDrive() {

@@ -44,12 +44,16 @@
 #include "ui/StatusItem.h"
 #include "ui/UserInterfaceSources.h"
 #include "volumes/AliasMounter.h"
+#include "volumes/FreeSpaceHistory.h"
+#include "volumes/FreeSpaceSurvey.h"
+#include "volumes/MountedVolumesHistory.h"
 #include "volumes/RecoveryCopy.h"
 #include "volumes/StartupDisk.h"
 #include "volumes/SystemInformation.h"
 #include "volumes/VolumeIdentity.h"
 #include "volumes/VolumeMounter.h"
 #include "volumes/VolumeWatch.h"
+#include "volumes/VolumesFolderSurvey.h"
 #include "volumes/ZAN_ConnectedVolumes.h"
 #include "volumes/ZAN_MountVolume.h"
 #include "volumes/ZAN_MountedVolumes.h"
@@ -152,6 +156,10 @@ class MainScheduler {
   RecoveryCopy mRecoveryCopy;
   StartupDisk mStartupDisk;
   SystemInformation mSystemInformation;
+  FreeSpaceHistory mFreeSpaceHistory;
+  MountedVolumesHistory mMountedVolumesHistory;
+  FreeSpaceSurvey mFreeSpaceSurvey;
+  VolumesFolderSurvey mVolumesFolderSurvey;
   MailSender mMail;
   ActionQueue mQueue;
   TriggerEvaluation mEvaluation;

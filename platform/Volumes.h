@@ -7,6 +7,8 @@
 #include <tuple>
 #include <vector>
 
+#include "ZANCocoaFramework/ZAN_Result.h"
+
 namespace corvana {
 
 /// One entry of the system's mount table.
@@ -82,6 +84,14 @@ class Volumes {
 
   /// Whether a server of that name can be found and a way leads to it. Blocks; thread: any.
   virtual bool isReachable(const std::string& host) = 0;
+  /// The names of everything in the volumes folder, sorted by their bytes. Empty when it cannot be
+  /// read, and for a folder that must not be taken for it: "/", a home, a folder of the system, the
+  /// mount point of something else.
+  virtual std::vector<std::string> volumesFolderContents() const = 0;
+  /// Deletes what has that name in the volumes folder, with everything in it. Nothing beyond a
+  /// mount point or a link is ever touched, even when it is mounted meanwhile: it ends at the first
+  /// thing that is not to be deleted, or cannot be.
+  virtual Outcome removeFromVolumesFolder(const std::string& name) = 0;
 
   /// From now on volumes (`isVolume`) that come and go are told from the loop, one after another. A
   /// second observer replaces the first; an empty one ends it.

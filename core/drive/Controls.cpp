@@ -23,6 +23,7 @@
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
 #include "volumes/VolumeMounter.h"
+#include "volumes/VolumesFolderSurvey.h"
 
 namespace corvana {
 
@@ -244,6 +245,8 @@ void Controls::mountVolumes() {
 }
 
 void Controls::updateListOfVolumesToMount() { m.mounter.updateListOfVolumesToMount(); }
+
+void Controls::cleanVolumesFolder() { m.folderSurvey.cleanVolumesFolder(); }
 
 void Controls::mountVolume(std::size_t index) { m.mounter.selectVolumeToMountInMenu(index); }
 

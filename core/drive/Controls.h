@@ -21,6 +21,7 @@ class StatusItem;
 class TextFiles;
 class TriggerEvaluation;
 class VolumeMounter;
+class VolumesFolderSurvey;
 class ZAN_StringTable;
 struct Platform;
 struct SchedulerState;
@@ -47,6 +48,7 @@ class Controls : public SchedulerCommands {
     FloatingIcon& floatingIcon;
     LaunchStep& launchStep;
     VolumeMounter& mounter;
+    VolumesFolderSurvey& folderSurvey;
     const ZAN_StringTable& texts;
     std::string mainAppBundlePath;
     std::string executeBundlePath;
@@ -120,6 +122,7 @@ class Controls : public SchedulerCommands {
   void mountSelectedVolumes(const std::vector<std::size_t>& rows) override;
   void setMountsSystemPartitions(bool also) override;
   void setPreference(const std::string& key, const ZAN_Value& value) override;
+  void cleanVolumesFolder() override;
   void preferencesDidChange() override;
   void sendDailyReportNow() override;
   void quitScheduler() override;

@@ -26,6 +26,7 @@
 #include "ui/Announce.h"
 #include "volumes/RecoveryCopy.h"
 #include "volumes/VolumeMounter.h"
+#include "volumes/VolumesFolderSurvey.h"
 
 namespace corvana {
 
@@ -67,6 +68,7 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
       {"SendReportEmail", &NotificationDispatch::sendReportEmail},
       {"SurveyReplyNotification", &NotificationDispatch::surveyReply},
       {"ConfirmStartupDisk", &NotificationDispatch::confirmStartupDisk},
+      {"CleanVolumesFolder", &NotificationDispatch::cleanVolumesFolder},
       {"SendCopyRecoveryHD", &NotificationDispatch::sendCopyRecoveryHD},
   };
   return kRows;
@@ -122,6 +124,10 @@ void NotificationDispatch::actionListChanged(const ZAN_Value&) {
 void NotificationDispatch::actionChanged(const ZAN_Value&) {
   m.tree.releaseRootItem();
   m.siblings.postActionListChanged();
+}
+
+void NotificationDispatch::cleanVolumesFolder(const ZAN_Value&) {
+  m.folderSurvey.removeExtraItemsInVolumesFolder();
 }
 
 void NotificationDispatch::executeProgress(const ZAN_Value& userInfo) {

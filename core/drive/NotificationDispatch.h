@@ -23,6 +23,7 @@ class SiblingStatus;
 class SurveyExecution;
 class TriggerEvaluation;
 class VolumeMounter;
+class VolumesFolderSurvey;
 struct Platform;
 struct SchedulerState;
 
@@ -50,6 +51,7 @@ class NotificationDispatch {
     Controls& controls;
     VolumeMounter& mounter;
     RecoveryCopy& recoveryCopy;
+    VolumesFolderSurvey& folderSurvey;
     ExceptionGuard& guard;
   };
 
@@ -85,6 +87,7 @@ class NotificationDispatch {
   void openPreferences(const ZAN_Value&);
   void actionListChanged(const ZAN_Value&);
   void actionChanged(const ZAN_Value&);
+  void cleanVolumesFolder(const ZAN_Value&);
   void executeProgress(const ZAN_Value& userInfo);
   void message(const ZAN_Value& userInfo);
   void messageOff(const ZAN_Value&);

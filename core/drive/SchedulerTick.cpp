@@ -26,9 +26,11 @@
 #include "platform/UserInterface.h"
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
+#include "volumes/FreeSpaceSurvey.h"
 #include "volumes/StartupDisk.h"
 #include "volumes/VolumeMounter.h"
 #include "volumes/VolumeWatch.h"
+#include "volumes/VolumesFolderSurvey.h"
 
 namespace corvana {
 
@@ -63,7 +65,11 @@ const SchedulerTick::Row SchedulerTick::kRows[] = {
     {20, &SchedulerTick::wakeUpIsOn, &SchedulerTick::setWakeup},
     {20, &SchedulerTick::surveyIsVisible, &SchedulerTick::refreshSurvey},
     {kSettingsTicks, &SchedulerTick::settingsMayBeCopied, &SchedulerTick::copySettings},
+    {1, &SchedulerTick::freeSpaceIsDue, &SchedulerTick::checkFreeSpace},
+    {1, &SchedulerTick::cleaningIsDue, &SchedulerTick::cleanVolumes},
     {10, nullptr, &SchedulerTick::watchMainApp},
+    {10, &SchedulerTick::strayFoldersAreShown, &SchedulerTick::checkVolumesFolder},
+    {1, &SchedulerTick::folderSurveyIsDue, &SchedulerTick::surveyVolumesFolder},
     {1, &SchedulerTick::messageCanFollow, &SchedulerTick::showNextMessage},
     {1, nullptr, &SchedulerTick::launch},
     {1, &SchedulerTick::mountedForActionsIsOver, &SchedulerTick::unmountVolumes},
@@ -125,6 +131,10 @@ bool SchedulerTick::noticeWaits() const { return m.evaluation.hasNotExecutedNoti
 bool SchedulerTick::savingIsDue() const { return m.volumes.isSavingDue(mNow); }
 bool SchedulerTick::startupDiskIsLogged() const { return m.startupDisk.logs(); }
 bool SchedulerTick::wakeUpIsOn() const { return m.wakeUp.isOn(); }
+bool SchedulerTick::freeSpaceIsDue() const { return m.freeSpace.isCheckDue(mNow); }
+bool SchedulerTick::cleaningIsDue() const { return m.freeSpace.isCleaningDue(mNow); }
+bool SchedulerTick::strayFoldersAreShown() const { return m.folderSurvey.isErrorShown(); }
+bool SchedulerTick::folderSurveyIsDue() const { return m.folderSurvey.isSurveyDue(mNow); }
 bool SchedulerTick::surveyIsVisible() const {
   return m.platform.userInterface.isWindowVisible(Window::executionSurvey);
 }
@@ -210,6 +220,11 @@ void SchedulerTick::showNextMessage(std::int64_t) {
   m.messages.showNextPendingMessage();
 }
 
+void SchedulerTick::checkFreeSpace(std::int64_t) { m.freeSpace.checkStartupDiskFreeSpace(); }
+void SchedulerTick::cleanVolumes(std::int64_t) { m.freeSpace.cleanVolumesInfos(); }
+void SchedulerTick::checkVolumesFolder(std::int64_t) { m.folderSurvey.checkIfVolumesFolderClean(); }
+void SchedulerTick::surveyVolumesFolder(std::int64_t) { m.folderSurvey.surveyVolumesFolder(); }
+
 void SchedulerTick::launch(std::int64_t) { m.launchStep.run(); }
 
 int SchedulerTick::secondsToNextAction() const {
@@ -288,7 +303,8 @@ int SchedulerTick::emptyTicks() const {
   // A jump of the clock is for the next tick to notice.
   if (std::abs(now - mLastTimerExecution) > kClockSetBack) return 0;
   ReferenceTime next =
-      std::min({m.state.mNextCheck.at(), m.volumes.nextSaving(), mSchedulerLaunchTime.at()});
+      std::min({m.state.mNextCheck.at(), m.volumes.nextSaving(), mSchedulerLaunchTime.at(),
+                m.freeSpace.nextWork(), m.folderSurvey.nextWork()});
   for (const ReferenceTime at : {m.state.mPauseBeforeNextStep.at(), m.statusItem.canHide().at()}) {
     if (at >= now) next = std::min(next, at);
   }
@@ -306,6 +322,7 @@ void SchedulerTick::skipTicks(std::int64_t last, int count, ReferenceTime at) {
   if (count == 0) return;
   mLastTick = last;
   mLastTimerExecution = at;
+  m.folderSurvey.leaveOut(at, kInterval);
   // The record of activity is the one thing that such ticks would have written.
   const std::int64_t before = last - count;
   const std::int64_t first =

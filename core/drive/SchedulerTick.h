@@ -14,6 +14,7 @@ class ActionStore;
 class DebugLog;
 class ExecuteSupervisor;
 class FloatingIcon;
+class FreeSpaceSurvey;
 class LaunchStep;
 class Messages;
 class SettingsBackup;
@@ -25,6 +26,7 @@ class TriggerEvaluation;
 class VolumeMounter;
 class VolumeWatch;
 class WakeUp;
+class VolumesFolderSurvey;
 struct Platform;
 struct SchedulerState;
 
@@ -55,6 +57,8 @@ class SchedulerTick {
     SettingsBackup& settingsBackup;
     StartupDisk& startupDisk;
     WakeUp& wakeUp;
+    FreeSpaceSurvey& freeSpace;
+    VolumesFolderSurvey& folderSurvey;
   };
 
   explicit SchedulerTick(const Surroundings& surroundings);
@@ -105,6 +109,10 @@ class SchedulerTick {
   bool wakeUpIsOn() const;
   bool surveyIsVisible() const;
   bool settingsMayBeCopied() const;
+  bool freeSpaceIsDue() const;
+  bool cleaningIsDue() const;
+  bool strayFoldersAreShown() const;
+  bool folderSurveyIsDue() const;
   bool messageCanFollow() const;
   bool mountedForActionsIsOver() const;
   bool mountListIsReady() const;
@@ -119,7 +127,11 @@ class SchedulerTick {
   void setWakeup(std::int64_t n);
   void refreshSurvey(std::int64_t n);
   void copySettings(std::int64_t n);
+  void checkFreeSpace(std::int64_t n);
+  void cleanVolumes(std::int64_t n);
   void watchMainApp(std::int64_t n);
+  void checkVolumesFolder(std::int64_t n);
+  void surveyVolumesFolder(std::int64_t n);
   void showNextMessage(std::int64_t n);
   void launch(std::int64_t n);
   void lookAhead(std::int64_t n);

@@ -64,10 +64,10 @@ void Preferences::setPref(std::string_view key, const ZAN_Value& value) {
   mUnsaved.insert_or_assign(std::string(key), value);
 }
 
-Outcome Preferences::savePrefs() {
+Outcome Preferences::savePrefs(bool synchronise) {
   const auto lock = mSettings.lockSchedulerSettings();
   readCache();
-  Outcome saved = mSettings.saveSchedulerSettings(*mSchedulerPrefs);
+  Outcome saved = mSettings.saveSchedulerSettings(*mSchedulerPrefs, synchronise);
   if (saved) mUnsaved.clear();
   return saved;
 }

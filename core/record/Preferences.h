@@ -37,7 +37,9 @@ class Preferences {
   /// built-in default. What was set and could not be saved yet stays.
   void loadPrefs();
   /// Writes the whole cache to the settings file. The values below stay as of the last `loadPrefs`.
-  Outcome savePrefs();
+  /// What is saved by the clock need not be synchronised, so that the disk of an idle machine may
+  /// sleep.
+  Outcome savePrefs(bool synchronise = true);
 
   /// 16 bytes of the shortcut; all zero without one.
   KeyMap keysForShortcut();

@@ -40,9 +40,12 @@ class HeadlessUserInterface final : public UserInterface {
   void popUpFloatingMenu() override {}
 
   /// No window can be seen, so none is visible: what waits for one to be closed does not wait here.
-  void showWindow(Window /*window*/) override {}
-  void hideWindow(Window /*window*/) override {}
-  bool isWindowVisible(Window /*window*/) const override { return false; }
+  /// That of stray folders stands until they are gone, which hides it by itself.
+  void showWindow(Window window) override { setVisible(window, true); }
+  void hideWindow(Window window) override { setVisible(window, false); }
+  bool isWindowVisible(Window window) const override {
+    return window == Window::volumesFolderError && mStrayFolders;
+  }
   void bringWindowsToFront() override {}
   void listsChanged() override {}
   void windowChanged(Window /*window*/) override {}
@@ -55,12 +58,16 @@ class HeadlessUserInterface final : public UserInterface {
   void alert(const std::string& title, const std::string& text, const std::string& button) override;
 
  private:
+  void setVisible(Window window, bool visible) {
+    if (window == Window::volumesFolderError) mStrayFolders = visible;
+  }
   void tell(const std::string& what, const std::string& title, const std::string& text);
 
   RunLoop& mRunLoop;
   std::function<void(const std::string&)> mLog;
   std::string mStatusTitle;
   bool mHasStatusItem = false;
+  bool mStrayFolders = false;
 };
 
 }  // namespace corvana

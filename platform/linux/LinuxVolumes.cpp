@@ -11,6 +11,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "platform/linux/DeviceFacts.h"
+#include "platform/linux/VolumesFolderAccess.h"
 
 namespace corvana {
 
@@ -69,6 +70,14 @@ bool LinuxVolumes::isReachable(const std::string& host) {
     if (way && ::connect(way.get(), one->ai_addr, one->ai_addrlen) == 0) return true;
   }
   return false;
+}
+
+std::vector<std::string> LinuxVolumes::volumesFolderContents() const {
+  return VolumesFolderAccess(volumesFolder(), mHome).names();
+}
+
+Outcome LinuxVolumes::removeFromVolumesFolder(const std::string& name) {
+  return VolumesFolderAccess(volumesFolder(), mHome).remove(name);
 }
 
 void LinuxVolumes::observe(Observer observer) {

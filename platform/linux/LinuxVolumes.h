@@ -29,6 +29,8 @@ class LinuxVolumes final : public Volumes {
   DiskInformation diskInformation(const Mount& mount) override;
   bool exists(const std::string& path) override;
   bool isReachable(const std::string& host) override;
+  std::vector<std::string> volumesFolderContents() const override;
+  Outcome removeFromVolumesFolder(const std::string& name) override;
   void observe(Observer observer) override;
 
   /// How many seconds a mount may take to answer; a fraction of one at first.

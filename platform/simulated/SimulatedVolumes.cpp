@@ -62,6 +62,26 @@ bool SimulatedVolumes::exists(const std::string& path) {
   return std::filesystem::exists(path, ignored);
 }
 
+std::vector<std::string> SimulatedVolumes::volumesFolderContents() const {
+  std::vector<std::string> names;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
+    names.push_back(entry.path().filename());
+  std::ranges::sort(names);
+  return names;
+}
+
+Outcome SimulatedVolumes::removeFromVolumesFolder(const std::string& name) {
+  const std::string path = folder + "/" + name;
+  const bool inUse =
+      std::ranges::any_of(mMounts, [&](const Mount& mount) { return holds(path, mount.target); });
+  if (inUse || sticky.contains(name)) return Error{ErrorKind::refused, path + ": in use"};
+  std::error_code failure;
+  std::filesystem::remove_all(path, failure);
+  if (failure) return Error{ErrorKind::unwritable, path + ": " + failure.message()};
+  return {};
+}
+
 std::string SimulatedVolumes::mount(const Disk& disk) {
   std::string target = folder + "/" + disk.name;
   std::error_code ignored;

@@ -42,6 +42,8 @@ class SimulatedVolumes final : public Volumes {
   DiskInformation diskInformation(const Mount& mount) override;
   bool exists(const std::string& path) override;
   bool isReachable(const std::string& host) override { return reachable.contains(host); }
+  std::vector<std::string> volumesFolderContents() const override;
+  Outcome removeFromVolumesFolder(const std::string& name) override;
   void observe(Observer observer) override { mObserver = std::move(observer); }
 
   /// Mounts a disk, at a place with a number behind its name when the plain one is taken; returns
@@ -65,9 +67,12 @@ class SimulatedVolumes final : public Volumes {
   /// Volumes that refuse to be unmounted unless forced.
   std::set<std::string> busy;
 
-  std::string folder;               ///< the volumes folder
   std::set<std::string> reachable;  ///< names of servers
-  int asked = 0;                    ///< how often a mount itself was asked
+  /// Names in the volumes folder that refuse to be deleted.
+  std::set<std::string> sticky;
+
+  std::string folder;  ///< the volumes folder
+  int asked = 0;       ///< how often a mount itself was asked
 
  private:
   struct Known {

@@ -1,0 +1,220 @@
+#include "platform/linux/VolumesFolderAccess.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <poll.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "platform/linux/MountTable.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr std::array<std::string_view, 21> kSystemFolders = {
+    "/",      "/bin",   "/boot", "/dev",  "/etc",       "/home", "/lib",
+    "/lib32", "/lib64", "/opt",  "/proc", "/root",      "/run",  "/sbin",
+    "/srv",   "/sys",   "/tmp",  "/usr",  "/usr/local", "/var",  "/var/tmp"};
+
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+
+Error refused(const std::string& path, std::string_view why) {
+  return {ErrorKind::refused, path + ": " + std::string(why)};
+}
+
+Error failed(const std::string& path, int code) {
+  return {ErrorKind::unwritable, path + ": " + std::strerror(code)};
+}
+
+/// What is mounted where, read again whenever the kernel says that it has changed.
+class MountsNow {
+ public:
+  MountsNow() : mTable(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)) {}
+
+  bool isKnown() const { return static_cast<bool>(mTable); }
+  bool anyAtOrBelow(const std::string& path) {
+    refresh();
+    return std::ranges::any_of(mTargets, [&](const std::string& target) {
+      return target == path || (target.starts_with(path) && target[path.size()] == '/');
+    });
+  }
+
+ private:
+  void refresh() {
+    pollfd changed{mTable.get(), POLLPRI, 0};
+    const bool isOld = ::poll(&changed, 1, 0) != 0;
+    if (mWasRead && !isOld) return;
+    mWasRead = true;
+    mTargets.clear();
+    for (auto& mount : MountTable::read({})) mTargets.push_back(std::move(mount.target));
+  }
+
+  ZAN_Descriptor mTable;
+  bool mWasRead = false;
+  std::vector<std::string> mTargets;
+};
+
+std::string realPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                         &std::free);
+  return real ? real.get() : std::string();
+}
+
+bool isAtOrBelow(const std::string& path, const std::string& folder) {
+  return path == folder || (path.starts_with(folder) && path[folder.size()] == '/');
+}
+
+std::string homeByPasswords() {
+  std::array<char, 4096> buffer{};
+  passwd entry{};
+  passwd* found = nullptr;
+  if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+    return {};
+  return found->pw_dir ? found->pw_dir : "";
+}
+
+/// By which mount an open folder was reached, for kernels that cannot refuse to cross one.
+std::optional<std::string> mountOf(int descriptor) {
+  const std::string path = "/proc/self/fdinfo/" + std::to_string(descriptor);
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "re"), &std::fclose);
+  if (!file) return std::nullopt;
+  std::array<char, 256> line{};
+  while (std::fgets(line.data(), line.size(), file.get())) {
+    const std::string_view text(line.data());
+    if (text.starts_with("mnt_id:")) return std::string(text.substr(7));
+  }
+  return std::nullopt;
+}
+
+/// Opens a folder in a folder, on the same mount and no link; invalid with errno otherwise.
+ZAN_Descriptor openBelow(int parent, const std::string& name) {
+  open_how how{};
+  how.flags = kFolderFlags;
+  how.resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH;
+  const long opened = ::syscall(SYS_openat2, parent, name.c_str(), &how, sizeof how);
+  if (opened >= 0 || errno != ENOSYS) return ZAN_Descriptor(static_cast<int>(opened));
+  ZAN_Descriptor descriptor(::openat(parent, name.c_str(), kFolderFlags));
+  if (!descriptor) return descriptor;
+  const auto mount = mountOf(descriptor.get());
+  if (!mount || mount != mountOf(parent)) {
+    descriptor.close();
+    errno = EXDEV;
+  }
+  return descriptor;
+}
+
+struct OpenFolder {
+  explicit OpenFolder(ZAN_Descriptor descriptor)
+      : stream(::fdopendir(descriptor.get()), &::closedir) {
+    if (stream) descriptor.release();
+  }
+  /// Its entries but "." and ".."; nothing with errno when it cannot be read.
+  std::optional<std::vector<std::string>> names() const {
+    std::vector<std::string> found;
+    for (;;) {
+      errno = 0;
+      const dirent* const entry = ::readdir(stream.get());
+      if (!entry) break;
+      const std::string_view name = entry->d_name;
+      if (name != "." && name != "..") found.emplace_back(name);
+    }
+    if (errno != 0) return std::nullopt;
+    return found;
+  }
+  std::unique_ptr<DIR, int (*)(DIR*)> stream;
+};
+
+/// One deletion.
+class Removal {
+ public:
+  explicit Removal(dev_t device) : mDevice(device) {}
+
+  Outcome remove(int parent, const std::string& name, const std::string& path) {
+    if (!mMounts.isKnown() || mMounts.anyAtOrBelow(path))
+      return refused(path, "something is mounted there");
+    if (::unlinkat(parent, name.c_str(), 0) == 0 || errno == ENOENT) return {};
+    if (errno != EISDIR && errno != EPERM) return failed(path, errno);
+    ZAN_Descriptor descriptor = openBelow(parent, name);
+    if (!descriptor) {
+      return errno == EXDEV ? refused(path, "something is mounted there") : failed(path, errno);
+    }
+    struct stat state {};
+    if (::fstat(descriptor.get(), &state) != 0) return failed(path, errno);
+    if (state.st_dev != mDevice) return refused(path, "it lies on another device");
+    const int open = descriptor.get();
+    const OpenFolder folder(std::move(descriptor));
+    if (!folder.stream) return failed(path, errno);
+    const auto names = folder.names();
+    if (!names) return failed(path, errno);
+    for (const auto& entry : *names) {
+      if (Outcome done = remove(open, entry, path + "/" + entry); !done) return done;
+    }
+    if (mMounts.anyAtOrBelow(path)) return refused(path, "something is mounted there");
+    if (::unlinkat(parent, name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
+      return failed(path, errno);
+    return {};
+  }
+
+ private:
+  dev_t mDevice;
+  MountsNow mMounts;
+};
+
+}  // namespace
+
+VolumesFolderAccess::VolumesFolderAccess(std::string folder, std::string home)
+    : mFolder(std::move(folder)), mHome(std::move(home)) {}
+
+Outcome VolumesFolderAccess::check() const {
+  const std::string folder = realPath(mFolder);
+  if (folder.empty()) return Error{ErrorKind::absent, mFolder + ": " + std::strerror(errno)};
+  // The mount table knows it by its real path only.
+  if (folder != mFolder) return refused(mFolder, "a link leads to the folder of volumes");
+  if (std::ranges::find(kSystemFolders, folder) != kSystemFolders.end())
+    return refused(mFolder, "a folder of the system is no folder of volumes");
+  for (const std::string& home : {realPath(mHome), realPath(homeByPasswords())}) {
+    if (!home.empty() && home != "/" && isAtOrBelow(home, folder))
+      return refused(mFolder, "a home is no folder of volumes");
+  }
+  for (const auto& mount : MountTable::read({})) {
+    if (mount.target == folder)
+      return refused(mFolder, "something is mounted there, so it is no folder of volumes");
+  }
+  return {};
+}
+
+std::vector<std::string> VolumesFolderAccess::names() const {
+  if (!check()) return {};
+  const OpenFolder folder(ZAN_Descriptor(::open(mFolder.c_str(), kFolderFlags)));
+  if (!folder.stream) return {};
+  auto found = folder.names().value_or(std::vector<std::string>());
+  std::ranges::sort(found);
+  return found;
+}
+
+Outcome VolumesFolderAccess::remove(const std::string& name) const {
+  const std::string path = mFolder + "/" + name;
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
+    return refused(path, "no name of an entry");
+  if (Outcome fit = check(); !fit) return fit;
+  const ZAN_Descriptor folder(::open(mFolder.c_str(), kFolderFlags));
+  struct stat state {};
+  if (!folder || ::fstat(folder.get(), &state) != 0) return failed(mFolder, errno);
+  return Removal(state.st_dev).remove(folder.get(), name, path);
+}
+
+}  // namespace corvana

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+
+namespace corvana {
+
+/// The volumes folder as a folder, and the one place that deletes something in it. Thread: any.
+///
+/// Nothing is deleted unless it lies on the file system of the folder itself and is reached without
+/// crossing a mount point or following a link; each step goes from an open folder to one of its
+/// entries, so that what is mounted over a name meanwhile is not seen, and the mount table is
+/// looked at again before each entry.
+class VolumesFolderAccess {
+ public:
+  VolumesFolderAccess(std::string folder, std::string home);
+
+  /// Sorted by their bytes; empty when the folder is none to be taken for it or cannot be read.
+  std::vector<std::string> names() const;
+  /// Ends at the first entry that cannot or must not be deleted, and names it. What is not there is
+  /// done.
+  Outcome remove(const std::string& name) const;
+  /// Why the folder must not be taken for the volumes folder.
+  Outcome check() const;
+
+ private:
+  std::string mFolder;
+  std::string mHome;
+};
+
+}  // namespace corvana

@@ -1,0 +1,58 @@
+#include "volumes/VolumesFolder.h"
+
+#include <set>
+
+#include "platform/Machine.h"
+#include "platform/Volumes.h"
+#include "volumes/VolumeReference.h"
+
+namespace corvana {
+
+std::string VolumesFolder::nameOf(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+std::string VolumesFolder::namesOf(const std::vector<std::string>& paths) {
+  std::string text;
+  for (const auto& path : paths) text += (text.empty() ? "" : ", ") + nameOf(path);
+  return text;
+}
+
+std::optional<std::vector<std::string>> VolumesFolder::getFaultyFoldersInVolumes() const {
+  std::vector<std::string> contents = mVolumes.volumesFolderContents();
+  if (contents.empty()) return std::nullopt;
+  const std::string folder = mVolumes.volumesFolder() + "/";
+  std::set<std::string> mounted;
+  for (const auto& mount : mVolumes.mounts()) {
+    if (mount.target == "/") {
+      mounted.insert(VolumeReference::nameOf(mount, mVolumes.information(mount)));
+    } else if (mount.target.starts_with(folder)) {
+      mounted.insert(mount.target.substr(folder.size(),
+                                         mount.target.find('/', folder.size()) - folder.size()));
+    }
+  }
+  std::vector<std::string> faulty;
+  for (const auto& name : contents) {
+    if (name == "Preboot" || name.starts_with("com.apple.TimeMachine.") || name.starts_with(".") ||
+        mounted.contains(name))
+      continue;
+    faulty.push_back(folder + name);
+  }
+  if (faulty.empty()) return std::nullopt;
+  return faulty;
+}
+
+std::vector<std::string> VolumesFolder::removeExtraItemsInVolumesFolder() {
+  std::vector<std::string> removed;
+  for (const auto& path : getFaultyFoldersInVolumes().value_or(std::vector<std::string>())) {
+    if (const Outcome outcome = mVolumes.removeFromVolumesFolder(nameOf(path)); outcome) {
+      removed.push_back(path);
+    } else if (outcome.error().text != mLastFailure) {
+      mLastFailure = outcome.error().text;
+      mLog.write("Not deleted: " + mLastFailure);
+    }
+  }
+  return removed;
+}
+
+}  // namespace corvana

@@ -1,0 +1,164 @@
+#include "volumes/VolumesFolderSurvey.h"
+
+#include <cmath>
+#include <limits>
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/TextFiles.h"
+#include "core/record/Preferences.h"
+#include "core/record/SchedulerLog.h"
+#include "core/record/SchedulerState.h"
+#include "core/record/SiblingChannel.h"
+#include "core/record/SurveyExecution.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
+#include "platform/RunLoop.h"
+#include "platform/UserInterface.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr int kTellAndDelete = 2;
+constexpr double kSurveyInterval = 20.0;
+constexpr double kAfterReSurvey = 10.0;
+constexpr double kRetryDelay = 3.0;
+constexpr int kRetries = 3;
+constexpr double kAfterDeletion = 0.5;
+constexpr double kPauseDelay = 0.01;
+constexpr int kCleanLooks = 5;
+
+}  // namespace
+
+VolumesFolderSurvey::VolumesFolderSurvey(const Surroundings& surroundings)
+    : m(surroundings),
+      mFolder(m.platform.volumes, m.platform.systemLog),
+      mSchedulerVolumesFolderErrorNextCheck(m.state.deadlines) {}
+
+bool VolumesFolderSurvey::isErrorShown() const {
+  return m.platform.userInterface.isWindowVisible(Window::volumesFolderError);
+}
+
+bool VolumesFolderSurvey::isSurveyDue(ReferenceTime now) const {
+  return m.preferences.mSurveyVolumesFolder != 0 && !mCheckingVolumesFolder &&
+         mSchedulerVolumesFolderErrorNextCheck.isPassed(now) && !isErrorShown();
+}
+
+void VolumesFolderSurvey::surveyVolumesFolder() {
+  const SurveyExecution::Bracket bracket(m.survey, "surveyVolumesFolder");
+  mCheckingVolumesFolder = true;
+  if (mFolder.checkVolumesFolder()) {
+    mCheckingVolumesFolder = false;
+  } else {
+    m.platform.runLoop.performAfter(kRetryDelay, [this] { reSurveyVolumesFolder(0); });
+  }
+  mSchedulerVolumesFolderErrorNextCheck.set(m.platform.clock.now() + kSurveyInterval);
+}
+
+bool VolumesFolderSurvey::holdsLaunchBack() {
+  if (mCheckingVolumesFolder || isErrorShown()) return true;
+  if (m.preferences.mSurveyVolumesFolder == 0 || mFolder.checkVolumesFolder()) return false;
+  mCheckingVolumesFolder = true;
+  m.platform.runLoop.performOnMain([this] { reSurveyVolumesFolder(0); });
+  return true;
+}
+
+void VolumesFolderSurvey::reSurveyVolumesFolder(int retry) {
+  mCheckingVolumesFolder = true;
+  const ReferenceTime now = m.platform.clock.now();
+  if (auto faulty = mFolder.getFaultyFoldersInVolumes()) {
+    if (retry < kRetries) {
+      m.platform.runLoop.performAfter(kRetryDelay,
+                                      [this, retry] { reSurveyVolumesFolder(retry + 1); });
+      mSchedulerVolumesFolderErrorNextCheck.set(now + kAfterReSurvey);
+      return;
+    }
+    const bool deletes = m.preferences.mSurveyVolumesFolder == kTellAndDelete;
+    const bool executing = isExecuting();
+    if (executing) {
+      m.state.mMenuWasUsed = true;
+      onFinishedProcess();
+      m.channel.postToExecute("ActionStopVolume");
+    }
+    if (deletes) {
+      tell("ReportIncorrectVolumesDeleted", *faulty);
+      mFolder.removeExtraItemsInVolumesFolder();
+    } else if (executing) {
+      tell("ReportIncorrectVolumes", *faulty);
+    }
+    if (!executing) {
+      if (deletes) {
+        m.platform.clock.sleep(kAfterDeletion);
+        if (mFolder.checkVolumesFolder()) faulty.reset();
+      }
+      if (faulty) showError(*faulty);
+    }
+  }
+  mSchedulerVolumesFolderErrorNextCheck.set(m.platform.clock.now() + kAfterReSurvey);
+  mCheckingVolumesFolder = false;
+}
+
+void VolumesFolderSurvey::showError(const std::vector<std::string>& paths) {
+  mErrorVolumesFolderText = VolumesFolder::namesOf(paths);
+  mErrorVolumesFolderDate = m.strings.getShortTimeWithSeconds(m.platform.clock.now());
+  mVolumesFolderNoErrorCounter = 0;
+  m.platform.systemLog.write(m.texts.text("ReportIncorrectVolumes", {mErrorVolumesFolderText}));
+  m.platform.userInterface.showWindow(Window::volumesFolderError);
+  if (m.state.mPause) return;
+  m.platform.runLoop.performAfter(kPauseDelay, [this] {
+    if (!m.state.mPause) onPauseWanted();
+  });
+}
+
+void VolumesFolderSurvey::checkIfVolumesFolderClean() {
+  if (!mFolder.checkVolumesFolder()) {
+    mVolumesFolderNoErrorCounter = 0;
+    return;
+  }
+  ++mVolumesFolderNoErrorCounter;
+  if (mVolumesFolderNoErrorCounter != kCleanLooks || !isErrorShown()) return;
+  onContinueWanted();
+  // An open window holds launches back, and there is nothing left to tell.
+  m.platform.userInterface.hideWindow(Window::volumesFolderError);
+}
+
+bool VolumesFolderSurvey::cleanVolumesFolder() {
+  const std::vector<std::string> removed = mFolder.removeExtraItemsInVolumesFolder();
+  m.platform.clock.sleep(kAfterDeletion);
+  const auto remaining = mFolder.getFaultyFoldersInVolumes();
+  const char* const key = remaining ? "ReportIncorrectVolumes" : "ReportIncorrectVolumesDeleted";
+  const auto& paths = remaining ? *remaining : removed;
+  tell(key, paths);
+  m.platform.userInterface.alert(
+      m.texts.text(remaining ? "NoRepairVolumeTitle" : "RepairVolumeTitle"),
+      m.texts.text(key, {VolumesFolder::namesOf(paths)}), m.texts.text("OKButton"));
+  return !remaining;
+}
+
+void VolumesFolderSurvey::tell(const char* key, const std::vector<std::string>& paths) {
+  const std::string text = m.texts.text(key, {VolumesFolder::namesOf(paths)});
+  m.report.addToReportFile(text);
+  m.log.addSchedulerLog(LogCode::message, text);
+}
+
+ReferenceTime VolumesFolderSurvey::nextWork() const {
+  const ReferenceTime now = m.platform.clock.now();
+  if (mCheckingVolumesFolder || isErrorShown()) return now;
+  if (m.preferences.mSurveyVolumesFolder == 0 || mFolder.checkVolumesFolder())
+    return std::numeric_limits<double>::infinity();
+  return mSchedulerVolumesFolderErrorNextCheck.at();
+}
+
+void VolumesFolderSurvey::leaveOut(ReferenceTime at, double interval) {
+  // Each of those surveys would have found the folder clean.
+  const ReferenceTime first = mSchedulerVolumesFolderErrorNextCheck.at() + interval;
+  if (m.preferences.mSurveyVolumesFolder == 0 || at < first) return;
+  const double period = kSurveyInterval + interval;
+  const double surveys = std::floor((at - first) / period) + 1;
+  mSchedulerVolumesFolderErrorNextCheck.set(mSchedulerVolumesFolderErrorNextCheck.at() +
+                                            surveys * period);
+}
+
+}  // namespace corvana

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Time.h"
+#include "core/record/Deadline.h"
+#include "volumes/VolumesFolder.h"
+
+namespace corvana {
+
+class Preferences;
+class SchedulerLog;
+class SiblingChannel;
+class SurveyExecution;
+class TextFiles;
+class ZAN_StringTable;
+class ZAN_StringUtils;
+struct Platform;
+struct SchedulerState;
+
+/// Looks for stray folders in the volumes folder, tells of them, deletes them if the user wants
+/// that, and holds executions back while they are there. Thread: main.
+class VolumesFolderSurvey {
+ public:
+  struct Surroundings {
+    Platform& platform;
+    SchedulerState& state;
+    const Preferences& preferences;
+    TextFiles& report;
+    SchedulerLog& log;
+    SiblingChannel& channel;
+    SurveyExecution& survey;
+    const ZAN_StringTable& texts;
+    const ZAN_StringUtils& strings;
+  };
+
+  explicit VolumesFolderSurvey(const Surroundings& surroundings);
+
+  /// Whether an execution is held, and the end of one whose child no longer runs.
+  std::function<bool()> isExecuting;
+  std::function<void()> onFinishedProcess;
+  /// Toggles the pause; ends it.
+  std::function<void()> onPauseWanted;
+  std::function<void()> onContinueWanted;
+
+  // For the tick and the launch step
+  bool isSurveyDue(ReferenceTime now) const;
+  /// The next survey is in 20 s; strays have to persist through four looks before a word.
+  void surveyVolumesFolder();
+  /// True while the folder is looked at, or strays in it are told of. Finding strays here begins to
+  /// look at them closely.
+  bool holdsLaunchBack();
+  bool isErrorShown() const;
+  /// While strays are told of: the fifth clean look in a row ends that, and executions go on.
+  void checkIfVolumesFolderClean();
+  /// For a timer that leaves out ticks: when something is to be done next, if nothing happens
+  /// meanwhile; and what became of that by `at`, the last tick left out. Ticks come every
+  /// `interval`.
+  ReferenceTime nextWork() const;
+  void leaveOut(ReferenceTime at, double interval);
+
+  // For the window and the siblings
+  /// The user's wish: deletes what is there, tells what came of it; true when all is gone.
+  bool cleanVolumesFolder();
+  void removeExtraItemsInVolumesFolder() { mFolder.removeExtraItemsInVolumesFolder(); }
+  /// The names of the strays last told of, and when.
+  const std::string& errorText() const { return mErrorVolumesFolderText; }
+  const std::string& errorDate() const { return mErrorVolumesFolderDate; }
+
+ private:
+  void reSurveyVolumesFolder(int retry);
+  void tell(const char* key, const std::vector<std::string>& paths);
+  void showError(const std::vector<std::string>& paths);
+
+  Surroundings m;
+  VolumesFolder mFolder;
+  bool mCheckingVolumesFolder = false;
+  Deadline mSchedulerVolumesFolderErrorNextCheck;
+  int mVolumesFolderNoErrorCounter = 0;
+  std::string mErrorVolumesFolderText;
+  std::string mErrorVolumesFolderDate;
+};
+
+}  // namespace corvana
