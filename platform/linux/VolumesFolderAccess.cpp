@@ -45,12 +45,13 @@ class MountsNow {
  public:
   MountsNow() : mTable(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)) {}
 
-  bool isKnown() const { return static_cast<bool>(mTable); }
+  /// What cannot be known counts as mounted.
   bool anyAtOrBelow(const std::string& path) {
+    if (!mTable) return true;
     refresh();
-    return std::ranges::any_of(mTargets, [&](const std::string& target) {
-      return target == path || (target.starts_with(path) && target[path.size()] == '/');
-    });
+    return mTargets.empty() || std::ranges::any_of(mTargets, [&](const std::string& target) {
+             return target == path || (target.starts_with(path) && target[path.size()] == '/');
+           });
   }
 
  private:
@@ -78,13 +79,17 @@ bool isAtOrBelow(const std::string& path, const std::string& folder) {
   return path == folder || (path.starts_with(folder) && path[folder.size()] == '/');
 }
 
-std::string homeByPasswords() {
+/// The homes of everybody this machine itself knows: asking a directory service could take long.
+std::vector<std::string> homesByPasswords() {
+  std::vector<std::string> homes;
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen("/etc/passwd", "re"), &std::fclose);
+  if (!file) return homes;
   std::array<char, 4096> buffer{};
   passwd entry{};
   passwd* found = nullptr;
-  if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
-    return {};
-  return found->pw_dir ? found->pw_dir : "";
+  while (::fgetpwent_r(file.get(), &entry, buffer.data(), buffer.size(), &found) == 0)
+    homes.emplace_back(found->pw_dir);
+  return homes;
 }
 
 /// By which mount an open folder was reached, for kernels that cannot refuse to cross one.
@@ -117,6 +122,14 @@ ZAN_Descriptor openBelow(int parent, const std::string& name) {
   return descriptor;
 }
 
+/// Opens a folder by its full path, but not what is mounted on it.
+ZAN_Descriptor openUnmounted(const std::string& path) {
+  const auto slash = path.rfind('/');
+  const std::string above = path.substr(0, slash == 0 ? 1 : slash);
+  const ZAN_Descriptor parent(::open(above.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  return parent ? openBelow(parent.get(), path.substr(slash + 1)) : ZAN_Descriptor();
+}
+
 struct OpenFolder {
   explicit OpenFolder(ZAN_Descriptor descriptor)
       : stream(::fdopendir(descriptor.get()), &::closedir) {
@@ -144,8 +157,7 @@ class Removal {
   explicit Removal(dev_t device) : mDevice(device) {}
 
   Outcome remove(int parent, const std::string& name, const std::string& path) {
-    if (!mMounts.isKnown() || mMounts.anyAtOrBelow(path))
-      return refused(path, "something is mounted there");
+    if (mMounts.anyAtOrBelow(path)) return refused(path, "something is mounted there");
     if (::unlinkat(parent, name.c_str(), 0) == 0 || errno == ENOENT) return {};
     if (errno != EISDIR && errno != EPERM) return failed(path, errno);
     ZAN_Descriptor descriptor = openBelow(parent, name);
@@ -186,11 +198,16 @@ Outcome VolumesFolderAccess::check() const {
   if (folder != mFolder) return refused(mFolder, "a link leads to the folder of volumes");
   if (std::ranges::find(kSystemFolders, folder) != kSystemFolders.end())
     return refused(mFolder, "a folder of the system is no folder of volumes");
-  for (const std::string& home : {realPath(mHome), realPath(homeByPasswords())}) {
+  // Those of others by their names only: they may lie on another machine.
+  std::vector<std::string> homes = homesByPasswords();
+  homes.push_back(realPath(mHome));
+  for (const std::string& home : homes) {
     if (!home.empty() && home != "/" && isAtOrBelow(home, folder))
       return refused(mFolder, "a home is no folder of volumes");
   }
-  for (const auto& mount : MountTable::read({})) {
+  const auto mounts = MountTable::read({});
+  if (mounts.empty()) return refused(mFolder, "what is mounted cannot be read");
+  for (const auto& mount : mounts) {
     if (mount.target == folder)
       return refused(mFolder, "something is mounted there, so it is no folder of volumes");
   }
@@ -199,7 +216,7 @@ Outcome VolumesFolderAccess::check() const {
 
 std::vector<std::string> VolumesFolderAccess::names() const {
   if (!check()) return {};
-  const OpenFolder folder(ZAN_Descriptor(::open(mFolder.c_str(), kFolderFlags)));
+  const OpenFolder folder(openUnmounted(mFolder));
   if (!folder.stream) return {};
   auto found = folder.names().value_or(std::vector<std::string>());
   std::ranges::sort(found);
@@ -211,7 +228,8 @@ Outcome VolumesFolderAccess::remove(const std::string& name) const {
   if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
     return refused(path, "no name of an entry");
   if (Outcome fit = check(); !fit) return fit;
-  const ZAN_Descriptor folder(::open(mFolder.c_str(), kFolderFlags));
+  // What is mounted on the folder since it was checked has entries of its own.
+  const ZAN_Descriptor folder = openUnmounted(mFolder);
   struct stat state {};
   if (!folder || ::fstat(folder.get(), &state) != 0) return failed(mFolder, errno);
   return Removal(state.st_dev).remove(folder.get(), name, path);
