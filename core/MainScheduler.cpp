@@ -172,6 +172,10 @@ UserInterfaceSources MainScheduler::userInterfaceSources() {
     const bool needsInput = ability == Ability::seeKeyboard || ability == Ability::seePointer;
     return needsInput && !mPlatform.input.pointer() ? mTexts.text("LackingInput") : std::string();
   };
+  sources.strayFolders = [this] { return mVolumesFolderSurvey.errorText(); };
+  sources.strayFoldersDate = [this] { return mVolumesFolderSurvey.errorDate(); };
+  sources.repairAndContinue = [this] { mControls.repairAndContinueExecution(); };
+  sources.freePercent = [this] { return mFreeSpaceSurvey.lowSpacePercent(); };
   return sources;
 }
 

@@ -120,8 +120,6 @@ void VolumesFolderSurvey::checkIfVolumesFolderClean() {
   ++mVolumesFolderNoErrorCounter;
   if (mVolumesFolderNoErrorCounter != kCleanLooks || !isErrorShown()) return;
   onContinueWanted();
-  // An open window holds launches back, and there is nothing left to tell.
-  m.platform.userInterface.hideWindow(Window::volumesFolderError);
 }
 
 bool VolumesFolderSurvey::cleanVolumesFolder() {

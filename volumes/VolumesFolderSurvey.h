@@ -41,8 +41,9 @@ class VolumesFolderSurvey {
   /// Whether an execution is held, and the end of one whose child no longer runs.
   std::function<bool()> isExecuting;
   std::function<void()> onFinishedProcess;
-  /// Toggles the pause; ends it.
+  /// Toggles the pause.
   std::function<void()> onPauseWanted;
+  /// Ends the pause and hides the window.
   std::function<void()> onContinueWanted;
 
   // For the tick and the launch step
@@ -53,8 +54,10 @@ class VolumesFolderSurvey {
   /// look at them closely.
   bool holdsLaunchBack();
   bool isErrorShown() const;
-  /// While strays are told of: the fifth clean look in a row ends that, and executions go on.
+  /// While strays are told of: at the fifth clean look in a row executions go on.
   void checkIfVolumesFolderClean();
+  /// Executions go on for another reason.
+  void forgetCleanLooks() { mVolumesFolderNoErrorCounter = 0; }
   /// For a timer that leaves out ticks: when something is to be done next, if nothing happens
   /// meanwhile; and what became of that by `at`, the last tick left out. Ticks come every
   /// `interval`.

@@ -115,6 +115,7 @@ void Controls::togglePause(bool tellExecute) {
 
 void Controls::continueExecution() {
   m.platform.userInterface.hideWindow(Window::volumesFolderError);
+  m.folderSurvey.forgetCleanLooks();
   if (!m.state.mPause) return;
   m.platform.runLoop.performAfter(kContinueDelay, [this] {
     if (m.state.mPause) pauseExecution();
@@ -246,7 +247,9 @@ void Controls::mountVolumes() {
 
 void Controls::updateListOfVolumesToMount() { m.mounter.updateListOfVolumesToMount(); }
 
-void Controls::cleanVolumesFolder() { m.folderSurvey.cleanVolumesFolder(); }
+void Controls::repairAndContinueExecution() {
+  if (m.folderSurvey.cleanVolumesFolder()) continueExecution();
+}
 
 void Controls::mountVolume(std::size_t index) { m.mounter.selectVolumeToMountInMenu(index); }
 

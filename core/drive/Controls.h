@@ -122,7 +122,7 @@ class Controls : public SchedulerCommands {
   void mountSelectedVolumes(const std::vector<std::size_t>& rows) override;
   void setMountsSystemPartitions(bool also) override;
   void setPreference(const std::string& key, const ZAN_Value& value) override;
-  void cleanVolumesFolder() override;
+  void repairAndContinueExecution() override;
   void preferencesDidChange() override;
   void sendDailyReportNow() override;
   void quitScheduler() override;

@@ -90,8 +90,9 @@ class SchedulerCommands {
   /// Also offers partitions of the system.
   virtual void setMountsSystemPartitions(bool also) = 0;
 
-  /// Deletes the stray folders in the volumes folder and says what came of it.
-  virtual void cleanVolumesFolder() = 0;
+  /// Deletes the stray folders in the volumes folder and says what came of it; when none is left,
+  /// executions go on.
+  virtual void repairAndContinueExecution() = 0;
 
   // The agent itself
   /// Stores a preference under its key and takes it over; null goes back to the built-in value.

@@ -67,7 +67,7 @@ TEST_F(StrayFolders, AreDeletedWhenTheUserWantsThat) {
   EXPECT_FALSE(fs::exists(stray));
   EXPECT_TRUE(isShown()) << "one of them stayed";
   day.machine.volumes.sticky.clear();
-  day.agent->commands().cleanVolumesFolder();
+  day.agent->commands().repairAndContinueExecution();
   EXPECT_FALSE(fs::exists(stray.parent_path() / "Sticky"));
   day.runUntil("2024-01-02 12:12:00");
   EXPECT_EQ(day.executionsOf("Photos"), 1U);
