@@ -11,7 +11,7 @@ Installs what is missing (apt), builds the release and shows the main job at wor
 own, three backups are set up with corvana9, and the agent runs those that fall due: one within the next minute,
 one at once whose execute program is killed and which is therefore tried again; the third is launched by hand, by
 commands as a second terminal can give them, which it names. What was copied is compared and
-the records are shown. It ends by itself about two minutes after the build and leaves nothing behind.
+the records are shown. With a display the agent shows its icon, messages and progress too. It ends by itself about two minutes after the build and leaves nothing behind.
 
   --mine  run the agent for your own home instead, here in the foreground, until Ctrl-C; what follows is handed
           to the agent (--headless)
@@ -123,7 +123,12 @@ title "The agent at work: Music dies and is tried again, Photos follows at $(dat
 # An agent that has quit less than 10 s ago goes on after 2 s; otherwise it leaves a starting machine a minute.
 echo "{\"SchedulerQuitDate\": {\"\$date\": $(($(date +%s) - 978307200)).0}}" |
   corvana9 pack - "$data/Corvana 9 Scheduler Settings.cva9data"
-"$scratch/$agent_program" --headless > >(sed -u 's/^/  /') 2>&1 &
+windows=(--headless)
+if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]; then
+  windows=()
+  echo "  Its icon is in the panel where the panel takes windows; a small one floats at the upper right."
+fi
+"$scratch/$agent_program" "${windows[@]}" > >(sed -u 's/^/  /') 2>&1 &
 agent=$!
 
 cat << END

@@ -102,6 +102,7 @@ void X11Input::look() {
   if (!first && mIdle && *mIdle > std::chrono::duration<double>(since).count()) return;
   mKeys = mConnection->keys();
   mMask = mConnection->mask();
+  mPointer = QCursor::pos();
 }
 
 KeyMap X11Input::keyMap() {
@@ -122,8 +123,8 @@ bool X11Input::mouseButtonDown() {
 std::optional<Point> X11Input::pointer() {
   const QScreen* screen = QGuiApplication::primaryScreen();
   if (screen == nullptr) return std::nullopt;
-  const QPoint at = QCursor::pos();
-  return Point{double(at.x()), double(screen->geometry().bottom() - at.y())};
+  look();
+  return Point{double(mPointer.x()), double(screen->geometry().bottom() - mPointer.y())};
 }
 
 std::optional<double> X11Input::idleSeconds() {

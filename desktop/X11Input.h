@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPoint>
 #include <chrono>
 #include <memory>
 
@@ -34,6 +35,7 @@ class X11Input final : public ScreenInput {
   std::chrono::steady_clock::time_point mLooked{};
   KeyMap mKeys{};
   unsigned mMask = 0;  ///< buttons and modifiers
+  QPoint mPointer;
   std::optional<double> mIdle;
 };
 

@@ -1,6 +1,10 @@
 #include "ui/FloatingIconLines.h"
 
+#include <utility>
+
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "core/work/ActionQueue.h"
+#include "core/work/ExecuteSupervisor.h"
 #include "core/work/NextAction.h"
 #include "core/work/TriggerEvaluation.h"
 #include "platform/Clock.h"
@@ -19,10 +23,14 @@ std::vector<std::string> floatingIconLines(const UserInterfaceSources& sources, 
   std::vector<std::string> lines;
   if (count == 0) return lines;
   lines.push_back(sources.statusItem.shownTitle());
+  // While nothing runs and nothing holds the agent up, the first line names what comes next.
+  bool isNamed = sources.statusItem.titleColour() == MenuColour::information &&
+                 !sources.supervisor.isExecuting() && sources.queue.empty();
   const ReferenceTime now = sources.platform.clock.now();
   for (const NextAction& next : sources.evaluation.actionsNextList()) {
     // Those without a date come last.
     if (lines.size() >= count || !next.hasDate) break;
+    if (std::exchange(isNamed, false)) continue;
     const std::string when = next.date - now < kDay ? sources.strings.getShortTime(next.date)
                                                     : sources.strings.getShortDate(next.date);
     lines.push_back(when + "  " + next.name());
