@@ -64,6 +64,7 @@ int watchCommand(Arguments& arguments, const Console& console);
 int logCommand(Arguments& arguments, const Console& console);
 int historyCommand(Arguments& arguments, const Console& console);
 int reportCommand(Arguments& arguments, const Console& console);
+int volumesCommand(Arguments& arguments, const Console& console);
 int peersCommand(Arguments& arguments, const Console& console);
 int peerCommand(Arguments& arguments, const Console& console);
 int mailCommand(Arguments& arguments, const Console& console);
@@ -131,6 +132,12 @@ inline constexpr std::array kCommands{
             "  --count N   the last N executions; 20 without it\n"
             "How late an execution began is told where the log still has its launch.\n",
             historyCommand},
+    Command{"volumes", "[--weeks N] [--json]",
+            "show the volumes, how they are told apart, and their free space over time",
+            "  --weeks N   as far back as the second chart goes; 26 without it\n"
+            "A bar's height is the free part of the volume; it is blank where the agent did not\n"
+            "look. Volumes that are not mounted are shown while the agent remembers them.\n",
+            volumesCommand},
     Command{"peers", "[--json]", "list the machines of the network that can be controlled",
             "Each with its state and the actions that it lets others launch.\n", peersCommand},
     Command{"peer", "NAME launch REF… | activate | deactivate | message TEXT [--json]",

@@ -27,8 +27,6 @@ constexpr std::array<std::int64_t, 9> kFailures{3, 4, 5, 6, 11, 14, 15, 16, 17};
 /// Stands for a date that is not there.
 constexpr const char* kNoDate = "–";
 
-constexpr std::string_view kVolumesInfo = "Corvana 9 Volumes Info.cva9data";
-
 std::string joined(std::string_view format, ZAN_StringUtils::Arguments arguments) {
   return ZAN_StringUtils::format(format, arguments);
 }
@@ -136,7 +134,7 @@ ReportComposer::FreeSpace ReportComposer::freeSpace(const ZAN_Value& records, Re
 std::string ReportComposer::volumes(ReferenceTime last, ReferenceTime now) const {
   std::string lines;
   std::string almostFull;
-  const ZAN_Value list = m.store.files().readListFromFile(kVolumesInfo);
+  const ZAN_Value list = m.store.files().readListFromFile(DataFolder::kVolumesInfo);
   for (const ZAN_Value& volume : list.elements()) {
     const auto records =
         ZAN_Unarchiver::unarchiveObjectWithData(volume["VolumeFreeSizeList"].bytes());

@@ -1,10 +1,13 @@
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <sstream>
 
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/History.h"
 #include "companion/Commands.h"
+#include "platform/linux/SystemClock.h"
 #include "tests/actions/TreeHome.h"
 
 namespace corvana {
@@ -33,12 +36,38 @@ class FilesOnlyTest : public testing::Test {
 };
 
 TEST_F(FilesOnlyTest, LookingCreatesNothing) {
-  for (const char* command : {"status", "queue", "log", "history"}) {
+  for (const char* command : {"status", "queue", "log", "history", "volumes"}) {
     EXPECT_EQ(run({command}), kDone) << command;
     EXPECT_EQ(run({command, "--json"}), kDone) << command;
   }
   EXPECT_EQ(run({"report"}), kCouldNot);
   EXPECT_FALSE(ZAN_FilesUtils::exists(machine.folder.at("Library")));
+}
+
+TEST_F(FilesOnlyTest, AVolumeThatIsAwayIsShownWithWhatIsRememberedOfIt) {
+  const double now = SystemClock().now();
+  ZAN_Value hours = ZAN_Value::array();
+  for (int day = 6; day >= 0; --day) {
+    hours.append(ZAN_Value::dictionary(
+        {{"D", std::floor(now - day * 86'400.0)}, {"E", day > 2 ? 999'000'000 : 1'000'000}}));
+  }
+  ASSERT_TRUE(TreeHome(machine).store.files().writeListToFile(
+      ZAN_Value::array({ZAN_Value::dictionary(
+          {{"VolumeFolderName", "Archive"},
+           {"VolumeFolderVolumeSize", 1'000'000'000},
+           {"VolumeFolderVolumeDate", 1},
+           {"E", 1'000'000},
+           {"VolumeFreeSizeList",
+            ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(hours))}})}),
+      DataFolder::kVolumesInfo));
+  ASSERT_EQ(run({"volumes", "--weeks", "2"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("Archive, not mounted, last seen "));
+  EXPECT_THAT(out.str(), HasSubstr("1 MB of 1 GB free (0 %)"));
+  EXPECT_THAT(out.str(), HasSubstr("  free, 7 days   |"));
+  EXPECT_THAT(out.str(), HasSubstr("█       █       █       █       ▁       ▁       ▁|\n"));
+  EXPECT_THAT(out.str(), HasSubstr("  free, 2 weeks  |"));
+  ASSERT_EQ(run({"volumes", "--json"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("\"volName\": \"Archive\""));
 }
 
 TEST_F(FilesOnlyTest, EnableAndDisableAreStoredBesideWhatIsThere) {
