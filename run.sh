@@ -100,10 +100,10 @@ letters=$reference
 show add Music --group "$group" --source "$HOME/Music" --destination "$HOME/Backup" --mode synchronise --every 15m
 music=$reference
 
-# What was set up just now is not due before two minutes from now; so these two were set up yesterday.
+# What was set up just now is not due before two minutes from now; so these two were set up earlier.
 now=$(($(date +%s) - 978307200))
-for action in "$photos" "$music"; do
-  echo "{\"Ref\": $action, \"ChangesObject\": {\"\$date\": $((now - 86400)).0}, \"ChangesKey\": \"LastScheduleDate\"}"
+for action in "$photos:86400" "$music:900"; do
+  echo "{\"Ref\": ${action%:*}, \"ChangesObject\": {\"\$date\": $((now - ${action#*:})).0}, \"ChangesKey\": \"LastScheduleDate\"}"
 done | paste -sd, | sed 's/.*/[&]/' | corvana9 pack - "$data/Programmed Actions Changes.cva9data"
 
 # The execute program of the demonstration: the real one, except for the first try of one backup, which dies.

@@ -18,7 +18,7 @@ namespace corvana {
 
 class MailSender;
 class ProgrammedAction;
-struct Schedule;
+class Schedule;
 struct TriggerSettings;
 
 /// Walks the tree and decides for each automatic action whether it is due now, when it is next due,

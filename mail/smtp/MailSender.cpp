@@ -127,8 +127,8 @@ void MailSender::sendEmailWithMessage(const std::string& message, const std::str
       m.runLoop.performOnMain([done = std::move(done), error = child.error()] { done(error); });
     return;
   }
-  auto delivery =
-      std::make_shared<Delivery>(m.runLoop, std::move(child).value(), std::move(done), mSessions);
+  auto delivery = std::make_shared<Delivery>(
+      Delivery{m.runLoop, std::move(child).value(), std::move(done), mSessions});
   delivery->child->write(asciiWithLoss(text));
   m.runLoop.performAfter(kPollSeconds, [delivery] { Delivery::poll(delivery); });
 }
