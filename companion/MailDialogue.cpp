@@ -64,8 +64,7 @@ int printMailDialogue(const MailSettings& settings, const std::string& subject,
   SystemClock clock;
   QtNetwork network;
   const LinuxMachine machine;
-  const SMTPSurroundings surroundings{network, clock, machine.networkName(),
-                                      machine.systemVersion(),
+  const SMTPSurroundings surroundings{network, clock, machine.hostName(), machine.systemVersion(),
                                       [&](const std::string& line) { printer.log(line); }};
   std::shared_ptr<SMTPConnector> connector;
   const SMTPClientDelegate delegate{

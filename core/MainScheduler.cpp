@@ -335,6 +335,7 @@ void MainScheduler::setUp() {
   }
   mStore.settings().applyDateLocaleFromSettings(mStrings);
   mState.mMainAppLaunched = mSiblingWatch.isMainAppLaunched();
+  mDispatch.setMainAppReceivesNotifications(mState.mMainAppLaunched);
   mPreferences.loadPrefs();
   mContexts.setContextMode(mPreferences.prefForKey("SchedulerPrefCurrentContext").integerValue());
   mState.mErrorInExecution =

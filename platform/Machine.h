@@ -29,7 +29,10 @@ class Machine {
   /// The user's configuration folder, where "corvana9/defaults.ini" lies.
   virtual std::string configurationFolder() const = 0;
   virtual std::string loginName() const = 0;
+  /// The first part of the machine's name.
   virtual std::string networkName() const = 0;
+  /// As the machine calls itself, with its domain when it has one.
+  virtual std::string hostName() const = 0;
   /// Tells this machine from others, whatever it is called; 1 to 12 letters and digits.
   virtual std::string machineIdentifier() const = 0;
   /// The number of the user of this session.

@@ -60,7 +60,7 @@ std::vector<LaunchableAction> launchableActions(ProgrammedAction& root) {
     if (settings.integer("TriggerPreventRemoteLaunch") != 0) continue;
     actions.push_back(
         {node->getReference(), node->getTitle(), node->actionType(),
-         static_cast<std::int64_t>(settings["LastScheduleDate"].asDate().value_or(0))});
+         ZAN_Value(settings["LastScheduleDate"].asDate().value_or(0.0)).integerValue()});
   }
   return actions;
 }

@@ -119,10 +119,13 @@ void VolumeMounter::rememberVolumeMountedByScheduler(const std::string& path) {
 void VolumeMounter::unmountVolumesMountedByScheduler() {
   if (mMountedVolumesList.empty()) return;
   if (onSaveVolumesInfos) onSaveVolumesInfos();
+  mUnmountsForQueue = true;
   for (const auto& path : std::exchange(mMountedVolumesList, {})) unmountVolume(path);
 }
 
-void VolumeMounter::unmountVolume(const std::string& path) {
+void VolumeMounter::unmountVolume(std::string path) {
+  // The mount table knows no slash at the end.
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   if (path.empty()) return;
   mUnmounting.push_back(path);
   if (mUnmounting.size() == 1) beginUnmount();
@@ -161,7 +164,9 @@ void VolumeMounter::waitUntilGone(int looksLeft) {
 
 void VolumeMounter::endUnmount() {
   mUnmounting.pop_front();
-  if (!mUnmounting.empty()) beginUnmount();
+  if (!mUnmounting.empty()) return beginUnmount();
+  // An open message holds the next launch back.
+  if (std::exchange(mUnmountsForQueue, false)) m.messages.closeMessageWindow();
 }
 
 }  // namespace corvana

@@ -80,7 +80,7 @@ class VolumeMounter {
   void unmountVolumesMountedByScheduler();
   /// Lets the volume go, by force when it does not go otherwise, and looks for 5 s whether it has
   /// gone. Several are unmounted one after another.
-  void unmountVolume(const std::string& path);
+  void unmountVolume(std::string path);
   bool isUnmounting() const { return !mUnmounting.empty(); }
 
  private:
@@ -93,6 +93,7 @@ class VolumeMounter {
   std::vector<MountCandidate> mVolumesToMountList;
   std::vector<std::string> mMountedVolumesList;
   std::deque<std::string> mUnmounting;
+  bool mUnmountsForQueue = false;
   bool mUpdatingMountedVolumes = false;
   bool mMountVolumesSystemPartition = false;
   std::shared_ptr<int> mAlive =

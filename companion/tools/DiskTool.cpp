@@ -130,6 +130,8 @@ int DiskTool::unmountNamed(const std::string& nameOrPath, bool force) const {
     if (!found.disk) return failed({ErrorKind::absent, nameOrPath + ": no such disk"});
     if (found.disk->mountPoints.empty())
       return failed({ErrorKind::refused, nameOrPath + ": not mounted"});
+    if (found.disk->mountPoints.size() > 1)
+      return failed({ErrorKind::refused, nameOrPath + ": mounted at several places, name one"});
     target = found.disk->mountPoints.front();
   }
   if (const Outcome done = unmount(target, force); !done) return failed(done.error());
@@ -188,21 +190,26 @@ Outcome DiskTool::unmount(const std::string& target, bool force) const {
   }
   if (target == "/" || !found->isVolume)
     return Error{ErrorKind::refused, target + ": it belongs to the system"};
+  if (force) {
+    // What is still to be written is, before it can no longer be seen; a dead device does not
+    // answer, so somebody else waits for it.
+    static_cast<void>(ran({"/bin/sync", "--file-system", target}, kMostSecondsToFlush));
+  }
   if (!mIsRoot) {
     if (found->fileSystem.starts_with("fuse") && found->bsdName().empty()) {
       std::vector<std::string> words{"/usr/bin/fusermount3", "-u", target};
       if (force) words.insert(words.begin() + 1, "-z");
       return ran(words);
     }
+    // It takes a device and would choose one of its places by itself.
+    if (std::ranges::count(table, found->source, &Mount::source) > 1)
+      return Error{ErrorKind::refused, target + ": its device is mounted elsewhere too"};
     std::vector<std::string> words{"/usr/bin/udisksctl", "unmount", "--no-user-interaction",
                                    "--block-device", found->source};
     if (force) words.push_back("--force");
     return ran(words);
   }
   if (force) {
-    // What is still to be written is, before it can no longer be seen; a dead device does not
-    // answer, so somebody else waits for it.
-    static_cast<void>(ran({"/bin/sync", "--file-system", target}, kMostSecondsToFlush));
     if (::umount2(target.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) != 0)
       return Error{ErrorKind::refused, target + ": " + std::strerror(errno)};
   } else if (::umount2(target.c_str(), UMOUNT_NOFOLLOW) != 0) {

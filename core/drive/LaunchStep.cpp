@@ -40,6 +40,11 @@ void LaunchStep::run() {
   if (m.messages.hasPending() || !m.state.mPauseBeforeNextStep.isPassed(now)) return;
   const bool requestsRemain = updateExecuteNowRequests();
   if (!mWelcomeMessageWasDisplayed) showWelcomeMessage();
+  // Also where no welcome is given, or nothing would run and nobody would know why.
+  if (m.state.mStartedFromNewMachine && !mStartupDiskWasAsked && onStartupDiskQuestion) {
+    mStartupDiskWasAsked = true;
+    onStartupDiskQuestion();
+  }
   if (m.state.mScheduleDisabledWhenDone && isAllDone()) {
     m.state.mScheduleDisabledWhenDone = false;
     onAllDone();
@@ -109,7 +114,6 @@ void LaunchStep::showWelcomeMessage() {
     m.state.holdBackUntil(m.clock.now() + seconds);
     m.debugLog.logMessage("Scheduler show welcome message", false);
   }
-  if (m.state.mStartedFromNewMachine && onStartupDiskQuestion) onStartupDiskQuestion();
 }
 
 void LaunchStep::launchHead() {
@@ -151,9 +155,10 @@ void LaunchStep::launchHead() {
 }
 
 bool LaunchStep::isAtRest() const {
-  return mWelcomeMessageWasDisplayed && !mMustShutDownAfterCurrentAction && m.queue.empty() &&
-         !m.supervisor.isExecuting() && !m.messages.hasPending() && !m.messages.isShown() &&
-         !m.state.mScheduleDisabledWhenDone && m.queue.executeNowActionsList().empty();
+  return mWelcomeMessageWasDisplayed && (mStartupDiskWasAsked || !m.state.mStartedFromNewMachine) &&
+         !mMustShutDownAfterCurrentAction && m.queue.empty() && !m.supervisor.isExecuting() &&
+         !m.messages.hasPending() && !m.messages.isShown() && !m.state.mScheduleDisabledWhenDone &&
+         m.queue.executeNowActionsList().empty();
 }
 
 void LaunchStep::clearStatusInformation() {

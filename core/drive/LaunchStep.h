@@ -77,6 +77,7 @@ class LaunchStep {
 
   Surroundings m;
   bool mWelcomeMessageWasDisplayed = false;
+  bool mStartupDiskWasAsked = false;
   bool mMustShutDownAfterCurrentAction = false;
   std::string mRunningTitle;
   std::string mStatusInformation;

@@ -96,7 +96,7 @@ Outcome MailSender::send(const MailSettings& settings, const std::string& subjec
   // Everything that the thread touches is its own or outlives the loop that joins it.
   RunLoop& loop = m.runLoop;
   SystemLog& log = m.systemLog;
-  const SMTPSurroundings surroundings{m.network, m.clock, m.machine.networkName(),
+  const SMTPSurroundings surroundings{m.network, m.clock, m.machine.hostName(),
                                       m.machine.systemVersion(),
                                       [&loop, &log](const std::string& line) {
                                         loop.performOnMain([&log, line] { log.write(line); });

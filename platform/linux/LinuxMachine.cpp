@@ -104,10 +104,14 @@ std::string LinuxMachine::loginName() const {
   return firstOf({"LOGNAME", "USER"});
 }
 
-std::string LinuxMachine::networkName() const {
+std::string LinuxMachine::hostName() const {
   std::array<char, HOST_NAME_MAX + 1> name{};
   if (gethostname(name.data(), name.size() - 1) != 0) return "localhost";
-  const std::string full = name.data();
+  return name.data();
+}
+
+std::string LinuxMachine::networkName() const {
+  const std::string full = hostName();
   return full.substr(0, full.find('.'));
 }
 

@@ -31,6 +31,7 @@ class LinuxMachine final : public Machine {
   std::string configurationFolder() const override { return mConfiguration; }
   std::string loginName() const override;
   std::string networkName() const override;
+  std::string hostName() const override;
   /// A digest of the identifier that the system was given at its installation, which is nobody
   /// else's business; without one of the network name.
   std::string machineIdentifier() const override;

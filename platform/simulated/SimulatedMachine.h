@@ -24,6 +24,7 @@ class SimulatedMachine final : public Machine {
   std::string configurationFolder() const override { return configuration; }
   std::string loginName() const override { return login; }
   std::string networkName() const override { return network; }
+  std::string hostName() const override { return network; }
   std::string machineIdentifier() const override { return identifier; }
   std::int64_t userIdentifier() const override { return user; }
   std::string timeZoneName() const override { return timeZone; }
