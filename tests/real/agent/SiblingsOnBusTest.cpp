@@ -169,8 +169,13 @@ TEST_F(SiblingsOnBusTest, TheExecuteProgramObeys) {
   });
   ASSERT_EQ(history.historyCount(), 2U);
   EXPECT_NE(history.historyEntryAtIndex(1).integer("C"), 3);
-  const auto copied = std::distance(fs::directory_iterator(home.at("Backup/Films")), {});
-  EXPECT_LT(copied, 25'000) << "one is left out";
+  // Rsync may have had that item written already when it was told: what counts is that it was
+  // named as left out, and that the others are there.
+  const auto results = history.results().getActionResultsPathForRef(
+      films, history.historyEntryAtIndex(1)["Date"].asDate().value_or(0));
+  ASSERT_TRUE(results);
+  EXPECT_EQ(history.results().readActionResults(*results)["Excluded"].size(), 1U);
+  EXPECT_GE(std::distance(fs::directory_iterator(home.at("Backup/Films")), {}), 24'999);
   EXPECT_FALSE(store->tree().readChangesList().empty() &&
                stored(films).integer("ExecCounter") == 0);
 }
