@@ -255,10 +255,7 @@ void MainScheduler::wireDrive() {
   mSiblingStatus.onStatusSent = [this] { tellThatAnswersChanged(); };
   mStatusItem.isExecuting = [this] { return mSupervisor.isExecuting(); };
   mStatusItem.hasSurveyResult = [this] { return !mState.mSurveyFolderResult.isNull(); };
-  mLaunchStep.onShutDownWanted = [this] {
-    mPlatform.runLoop.performAfter(0.001, [this] { terminateBySelf(); });
-    askForShutDown();
-  };
+  mLaunchStep.onShutDownWanted = [this] { terminateAndShutDown(); };
   mLaunchStep.onAllDone = [this] { mControls.disableSchedule(); };
   mControls.onQuitWanted = [this] { terminateBySelf(); };
   mControls.onRelaunchWanted = [this] { relaunchScheduler(); };
@@ -505,15 +502,18 @@ void MainScheduler::killProcessWithBundlePath(const std::string& path) {
 void MainScheduler::shutDownMachine() {
   killProcessWithBundlePath(mStore.installPaths().installPathForCode(InstallPaths::shutDownBundle));
   mPlatform.clock.sleep(1.0);
-  mPlatform.runLoop.performAfter(0.001, [this] { terminateBySelf(); });
-  askForShutDown();
+  terminateAndShutDown();
 }
 
-void MainScheduler::askForShutDown() {
-  const Outcome outcome = mPlatform.power.shutDown();
-  if (outcome) return;
-  mPlatform.systemLog.write(outcome.error().text);
-  mStore.texts().addToReportFile(mTexts.text("ShutDownRefused", {outcome.error().text}));
+/// Everything is saved before the machine begins to end its programs.
+void MainScheduler::terminateAndShutDown() {
+  mPlatform.runLoop.performAfter(0.001, [this] {
+    terminateBySelf();
+    const Outcome outcome = mPlatform.power.shutDown();
+    if (outcome) return;
+    mPlatform.systemLog.write(outcome.error().text);
+    mStore.texts().addToReportFile(mTexts.text("ShutDownRefused", {outcome.error().text}));
+  });
 }
 
 /// Whoever has not been asked yet is asked now.

@@ -118,7 +118,7 @@ class MainScheduler {
   void killProcessWithBundlePath(const std::string& path);
   void wireMachine();
   void shutDownMachine();
-  void askForShutDown();
+  void terminateAndShutDown();
   void checkStartupDiskAgain();
   void showShortcutTargets(int operation);
   void refreshToolTip(const std::string& text);
