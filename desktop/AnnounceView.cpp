@@ -19,6 +19,7 @@ constexpr int kMargin = 6;
 
 AnnounceView::AnnounceView(bool composed, const QString& title)
     : FloatingWidget(composed, true), mTitle(title) {
+  setWindowTitle(title);
   setAccessibleName(title);
   setMovable();
   setFixedSize(int(MessagePlacement::kAnnounceWidth), int(MessagePlacement::kAnnounceHeight));

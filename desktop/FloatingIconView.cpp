@@ -41,6 +41,7 @@ void FloatingIconView::setLines(const QStringList& lines) {
   resize(kIconPixels + 2 * kMargin + beside, std::max(kIconPixels, text) + 2 * kMargin);
   if (isVisible()) move(right - width(), y());
   cutToShape(kRadius);
+  setWindowTitle(mLines.value(0));
   setAccessibleName(mLines.join('\n'));
   update();
 }

@@ -47,6 +47,7 @@ MessageView::MessageView(bool composed, const QString& title, const QString& tex
       mLook(look),
       mTitleFont(sized(font(), kTitlePixels, logicalDpiY())),
       mTextFont(sized(font(), kTextPixels, logicalDpiY())) {
+  setWindowTitle(title);
   setAccessibleName(title);
   setAccessibleDescription(text);
   const int beside = kIconPixels + 2 * kIconBorder + 2 * kMargin;

@@ -1,13 +1,21 @@
 #include "desktop/Questions.h"
 
+#include <QGridLayout>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSpacerItem>
 #include <algorithm>
 #include <utility>
 
 #include "desktop/Texts.h"
 
 namespace corvana {
+
+namespace {
+
+constexpr int kLeastColumns = 64;
+
+}  // namespace
 
 Questions::Questions() = default;
 
@@ -22,6 +30,11 @@ void Questions::ask(const std::string& title, const std::string& text, const But
   box->setTextFormat(Qt::PlainText);
   box->setText(qt(title));
   box->setInformativeText(qt(text));
+  // Qt makes it as narrow as its title and wraps the text beneath.
+  if (auto* grid = qobject_cast<QGridLayout*>(box->layout())) {
+    const int width = kLeastColumns * box->fontMetrics().averageCharWidth();
+    grid->addItem(new QSpacerItem(width, 0), grid->rowCount(), 0, 1, grid->columnCount());
+  }
   const QPushButton* confirm = box->addButton(qt(buttons.confirm), QMessageBox::AcceptRole);
   if (!buttons.refuse.empty()) {
     QPushButton* refuse = box->addButton(qt(buttons.refuse), QMessageBox::RejectRole);

@@ -1,195 +1,23 @@
-#include <gtest/gtest.h>
-
-#include <QCoreApplication>
-#include <QElapsedTimer>
-#include <QEventLoop>
-#include <QProcess>
-#include <QStandardPaths>
-#include <QTemporaryDir>
-#include <functional>
-#include <memory>
-
-#include "tests/desktop/FakePanel.h"
+#include "tests/desktop/AgentOnDesktop.h"
 
 namespace corvana {
 namespace {
-
-struct MenuNode {
-  int id = 0;
-  QVariantMap properties;
-  QList<MenuNode> children;
-
-  const MenuNode* find(const QString& label) const {
-    if (properties.value(QStringLiteral("label")).toString() == label) return this;
-    for (const MenuNode& child : children) {
-      if (const MenuNode* found = child.find(label)) return found;
-    }
-    return nullptr;
-  }
-};
-
-MenuNode menuNode(const QDBusArgument& argument) {
-  MenuNode node;
-  argument.beginStructure();
-  argument >> node.id >> node.properties;
-  argument.beginArray();
-  while (!argument.atEnd()) {
-    QDBusVariant child;
-    argument >> child;
-    node.children << menuNode(child.variant().value<QDBusArgument>());
-  }
-  argument.endArray();
-  argument.endStructure();
-  return node;
-}
-
-/// An X server, a home and the agent in them; the test's process is the panel.
-class AgentOnDesktop : public testing::Test {
- protected:
-  void SetUp() override {
-    if (QStandardPaths::findExecutable(QStringLiteral("Xvfb")).isEmpty()) {
-      GTEST_SKIP() << "there is no Xvfb";
-    }
-    server.start(QStringLiteral("Xvfb"),
-                 {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
-                  QStringLiteral("0"), QStringLiteral("1024x700x24"), QStringLiteral("-nolisten"),
-                  QStringLiteral("tcp")});
-    ASSERT_TRUE(until([this] { return server.canReadLine(); }));
-    environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("DISPLAY"), ":" + server.readLine().trimmed());
-    environment.insert(QStringLiteral("HOME"), home.path());
-    environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.path());
-    // Qt leaves the menu's copy for the bus behind.
-    environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
-    environment.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
-    for (const char* name :
-         {"QT_QPA_PLATFORM", "WAYLAND_DISPLAY", "XDG_CONFIG_HOME", "LANGUAGE", "LC_ALL"}) {
-      environment.remove(QString::fromLatin1(name));
-    }
-  }
-
-  void TearDown() override {
-    for (QProcess* process : {&agent, &server}) {
-      process->terminate();
-      if (process->state() != QProcess::NotRunning && !process->waitForFinished(20000)) {
-        process->kill();
-        process->waitForFinished();
-      }
-    }
-  }
-
-  static bool until(const std::function<bool()>& condition, int milliseconds = 30000) {
-    QElapsedTimer passed;
-    passed.start();
-    while (!condition() && passed.elapsed() < milliseconds) {
-      QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
-    }
-    return condition();
-  }
-
-  QByteArray command(const QStringList& words, const QByteArray& input = {}) {
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    process.start(QStringLiteral(CORVANA_COMMAND), words);
-    process.write(input);
-    process.closeWriteChannel();
-    until([&] { return process.state() == QProcess::NotRunning; });
-    return process.readAllStandardOutput() + process.readAllStandardError();
-  }
-
-  void startAgent() {
-    agent.setProcessEnvironment(environment);
-    agent.setProcessChannelMode(QProcess::ForwardedChannels);
-    agent.start(QStringLiteral(CORVANA_AGENT), {});
-    ASSERT_TRUE(agent.waitForStarted());
-  }
-
-  void appearAsPanel() {
-    bus.registerObject(QStringLiteral("/StatusNotifierWatcher"), &panel,
-                       QDBusConnection::ExportAllContents);
-    ASSERT_TRUE(bus.registerService(QStringLiteral("org.kde.StatusNotifierWatcher")));
-  }
-
-  QDBusMessage call(const QString& path, const QString& interface, const QString& method,
-                    const QVariantList& arguments) {
-    QDBusMessage message =
-        QDBusMessage::createMethodCall(panel.items().value(0), path, interface, method);
-    message.setArguments(arguments);
-    return bus.call(message, QDBus::BlockWithGui, 30000);
-  }
-
-  QVariant property(const QString& name) {
-    return call(QStringLiteral("/StatusNotifierItem"),
-                QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"),
-                {QStringLiteral("org.kde.StatusNotifierItem"), name})
-        .arguments()
-        .value(0)
-        .value<QDBusVariant>()
-        .variant();
-  }
-
-  /// The sizes of the icon's pictures, and the bytes of all of them.
-  std::pair<QList<int>, QByteArray> icon() {
-    QList<int> sizes;
-    QByteArray pixels;
-    const auto pictures = property(QStringLiteral("IconPixmap")).value<QDBusArgument>();
-    pictures.beginArray();
-    while (!pictures.atEnd()) {
-      int width = 0;
-      int height = 0;
-      QByteArray data;
-      pictures.beginStructure();
-      pictures >> width >> height >> data;
-      pictures.endStructure();
-      sizes << width;
-      pixels += data;
-    }
-    pictures.endArray();
-    return {sizes, pixels};
-  }
-
-  QDBusMessage callMenu(const QString& method, const QVariantList& arguments) {
-    const QString path = property(QStringLiteral("Menu")).value<QDBusObjectPath>().path();
-    return call(path, QStringLiteral("com.canonical.dbusmenu"), method, arguments);
-  }
-  MenuNode openMenu(int id = 0) {
-    callMenu(QStringLiteral("AboutToShow"), {id});
-    const QDBusMessage layout = callMenu(QStringLiteral("GetLayout"), {0, -1, QStringList()});
-    return menuNode(layout.arguments().value(1).value<QDBusArgument>());
-  }
-  void click(const QString& label) {
-    const MenuNode menu = openMenu();
-    const MenuNode* item = menu.find(label);
-    ASSERT_NE(item, nullptr) << label.toStdString();
-    callMenu(QStringLiteral("Event"),
-             {item->id, QStringLiteral("clicked"), QVariant::fromValue(QDBusVariant(0)), 0U});
-  }
-
-  int argumentCount = 1;
-  char name[5] = "test";
-  char* words[2] = {name, nullptr};
-  QCoreApplication application{argumentCount, words};
-  QDBusConnection bus = QDBusConnection::sessionBus();
-  QTemporaryDir home;
-  FakePanel panel;
-  FakeNotifications notifications;
-  QProcessEnvironment environment;
-  QProcess server;
-  QProcess agent;
-};
 
 TEST_F(AgentOnDesktop, takesALatePanelAndItsMenuWorksOverTheBus) {
   bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &notifications,
                      QDBusConnection::ExportAllContents);
   ASSERT_TRUE(bus.registerService(QStringLiteral("org.freedesktop.Notifications")));
-  const QString data = home.path() + "/Library/Application Support/Corvana 9";
   command({QStringLiteral("group"), QStringLiteral("Home & Garden")});
-  command({QStringLiteral("pack"), QStringLiteral("-"),
-           data + "/Corvana 9 Scheduler Settings.cva9data"},
-          R"({"SchedulerPrefShowMessageInNotificationCenter": 1})");
+  prefer(R"("SchedulerPrefShowMessageInNotificationCenter": 1)");
+  panel.setHost(false);
   startAgent();
-  ASSERT_TRUE(until([this] { return command({QStringLiteral("status")}).contains("process"); }));
+  ASSERT_TRUE(untilRuns());
   appearAsPanel();
+  // The agent has asked it by then.
+  ASSERT_TRUE(until([this] { return panel.questions() > 0; }));
+  command({QStringLiteral("status")});
+  EXPECT_TRUE(panel.items().isEmpty());
+  panel.setHost(true);
   ASSERT_TRUE(until([this] { return !panel.items().isEmpty(); }));
 
   const MenuNode menu = openMenu();
@@ -211,6 +39,126 @@ TEST_F(AgentOnDesktop, takesALatePanelAndItsMenuWorksOverTheBus) {
         QStringLiteral("Corvana 9: Automatic execution was turned off"));
   }));
   EXPECT_NE(openMenu().find(QStringLiteral("Automatic execution is off")), nullptr);
+
+  // A panel that crashes comes back and gets the same icon.
+  const QByteArray off = icon().second;
+  ASSERT_TRUE(bus.unregisterService(QStringLiteral("org.kde.StatusNotifierWatcher")));
+  panel.forgetItems();
+  command({QStringLiteral("status")});
+  ASSERT_TRUE(bus.registerService(QStringLiteral("org.kde.StatusNotifierWatcher")));
+  ASSERT_TRUE(until([this] { return !panel.items().isEmpty(); }));
+  EXPECT_EQ(icon().second, off);
+  click(QStringLiteral("Execute Automatically"));
+  EXPECT_TRUE(until([&] { return icon().second == before; }));
+}
+
+TEST_F(AgentOnDesktop, saysOnceThatNoPanelTakesItsIconAndCanBeReachedAllTheSame) {
+  prefer({});
+  startAgent();
+  ASSERT_TRUE(untilShown(QStringLiteral("This desktop has no place"))) << titles();
+  EXPECT_TRUE(until([this] {
+    return command({QStringLiteral("dump"), settingsPath()})
+        .contains("\"SchedulerPrefNoPanelWasSaid\": 1");
+  }));
+
+  QProcess second;
+  second.setProcessEnvironment(environment);
+  // No message of its own, which would lie over what is looked for.
+  second.start(QStringLiteral(CORVANA_AGENT), {QStringLiteral("--headless")});
+  EXPECT_TRUE(untilShown(QStringLiteral("Status"))) << titles();
+  second.kill();
+  second.waitForFinished();
+
+  // A panel that takes windows may come at any time.
+  const QRect place(960, 0, 24, 24);
+  screen->becomeTray(place);
+  ASSERT_TRUE(until([this] { return screen->takeIcon(); }));
+  EXPECT_TRUE(until([&] { return coloursOf(screen->picture(place)) > 10; }));
+  user({QStringLiteral("mousemove"), QStringLiteral("972"), QStringLiteral("12"),
+        QStringLiteral("click"), QStringLiteral("3")});
+  EXPECT_TRUE(until([this] {
+    return std::ranges::any_of(screen->windows(), [](const TestScreen::Shown& one) {
+      return one.place.height() > 300 && one.title == QStringLiteral("Corvana 9 Scheduler");
+    });
+  })) << titles();
+}
+
+/// The menu bar is the part of the screen above what panels leave of it.
+TEST_F(AgentOnDesktop, followsPointerAndKeys) {
+  const QRect bar(0, 0, 1024, 24);
+  screen->setWorkArea({0, bar.height(), 1024, 700 - bar.height()});
+  user({QStringLiteral("mousemove"), QStringLiteral("500"), QStringLiteral("400")});
+  // Control (29), Alt (56) and N (49), each a bit of the map.
+  QByteArray keys(16, 0);
+  for (const int key : {29, 56, 49}) keys[key / 8] = char(keys[key / 8] | 1 << (key % 8));
+  prefer(R"("SchedulerPrefDisplayIconWindow": 1, "SchedulerPrefKeysForShortcut": {"$data": ")" +
+         keys.toBase64() + R"("})");
+  command({QStringLiteral("group"), QStringLiteral("Home")});
+  startAgent();
+  ASSERT_TRUE(untilRuns());
+
+  const auto floats = [this] {
+    return !screen->window(QStringLiteral("No action is scheduled")).place.isEmpty();
+  };
+  EXPECT_FALSE(floats());
+  user({QStringLiteral("mousemove"), QStringLiteral("900"), QStringLiteral("5")});
+  EXPECT_TRUE(until(floats)) << titles();
+  user({QStringLiteral("mousemove"), QStringLiteral("500"), QStringLiteral("400")});
+  EXPECT_TRUE(until([&] { return !floats(); })) << titles();
+
+  const auto menu = [this] {
+    return std::ranges::any_of(screen->windows(), [](const TestScreen::Shown& one) {
+      return one.place.height() > 200 && one.place.contains(520, 100);
+    });
+  };
+  user({QStringLiteral("mousemove"), QStringLiteral("512"), QStringLiteral("12"),
+        QStringLiteral("keydown"), QStringLiteral("alt"), QStringLiteral("mousedown"),
+        QStringLiteral("1")});
+  EXPECT_TRUE(until(menu)) << titles();
+  user({QStringLiteral("mouseup"), QStringLiteral("1"), QStringLiteral("keyup"),
+        QStringLiteral("alt"), QStringLiteral("key"), QStringLiteral("Escape")});
+  EXPECT_TRUE(until([&] { return !menu(); }));
+
+  const QStringList down{QStringLiteral("keydown"), QStringLiteral("ctrl"),
+                         QStringLiteral("keydown"), QStringLiteral("alt"),
+                         QStringLiteral("keydown"), QStringLiteral("n")};
+  user(down);
+  EXPECT_TRUE(untilShown(QStringLiteral("Next Actions"))) << titles();
+  user(QStringList(down).replaceInStrings(QStringLiteral("down"), QStringLiteral("up")));
+}
+
+TEST_F(AgentOnDesktop, drawsEveryWindowThatItsMenuOpens) {
+  appearAsPanel();
+  prefer(R"("SchedulerPrefDisplayIconWindow": 2)");
+  for (const char* title : {"Photos", "Letters", "Music"}) {
+    command({QStringLiteral("add"), QString::fromLatin1(title), QStringLiteral("--source"),
+             home.path() + "/" + title, QStringLiteral("--destination"), home.path(),
+             QStringLiteral("--every"), QStringLiteral("45m"), QStringLiteral("--force")});
+  }
+  startAgent();
+  ASSERT_TRUE(until([this] { return !panel.items().isEmpty(); }));
+  struct Row {
+    const char* item;
+    const char* title;
+  };
+  constexpr Row kRows[] = {{"Automatic execution", "Status"},
+                           {"Next Actions…", "Next Actions"},
+                           {"Queue…", "Queue"},
+                           {"Latest Actions…", "Latest Actions"},
+                           {"All Disks…", "All Disks"},
+                           {"Execution Survey…", "Survey Execution"},
+                           {"Preferences…", "Preferences"},
+                           {"Quit…", "Corvana 9 Scheduler"}};
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.item);
+    click(QString::fromUtf8(row.item));
+    ASSERT_TRUE(untilShown(QString::fromUtf8(row.title))) << titles();
+    const TestScreen::Shown shown = screen->window(QString::fromUtf8(row.title));
+    EXPECT_GE(shown.place.width(), 200);
+    EXPECT_TRUE(screen->bounds().contains(shown.place));
+    // Smooth letters have many shades; an empty window has a few.
+    EXPECT_TRUE(until([&] { return coloursOf(screen->picture(shown.place)) > 30; }));
+  }
 }
 
 }  // namespace

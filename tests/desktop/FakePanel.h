@@ -22,8 +22,19 @@ class FakePanel : public QObject, protected QDBusContext {
 
  public:
   QStringList items() const { return mItems; }
-  bool isHost() const { return true; }
+  bool isHost() const {
+    ++mQuestions;
+    return mIsHost;
+  }
+  int questions() const { return mQuestions; }  ///< whether there is a host
   int version() const { return 0; }
+
+  void forgetItems() { mItems.clear(); }
+  /// There is only the list of items so far, nobody who shows them.
+  void setHost(bool isHost) {
+    mIsHost = isHost;
+    if (isHost) Q_EMIT StatusNotifierHostRegistered();
+  }
 
  public Q_SLOTS:
   void RegisterStatusNotifierItem(const QString& service) {
@@ -41,6 +52,8 @@ class FakePanel : public QObject, protected QDBusContext {
 
  private:
   QStringList mItems;
+  bool mIsHost = true;
+  mutable int mQuestions = 0;
 };
 
 /// The notification service: keeps what it is asked to show.
