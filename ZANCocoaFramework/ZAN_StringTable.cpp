@@ -11,6 +11,7 @@ namespace corvana {
 namespace {
 
 constexpr std::size_t kLargestFile = 8U << 20U;
+constexpr std::string_view kSingular = ".one";
 
 void appendUtf8(std::string& out, char32_t c) {
   if (c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) c = 0xFFFD;
@@ -312,6 +313,13 @@ Outcome ZAN_StringTable::load(const std::string& resourcesFolder,
     }
     // An empty text is a translation not made yet.
     std::erase_if(entries, [](const auto& entry) { return entry.second.empty(); });
+    // Nor does the singular of one language go with the plural of another.
+    std::erase_if(entries, [this](const auto& entry) {
+      std::string_view key = entry.first;
+      if (!key.ends_with(kSingular)) return false;
+      key.remove_suffix(kSingular.size());
+      return mEntries.contains(key);
+    });
     mEntries.merge(entries);
   }
   if (!trouble.text.empty()) return trouble;
@@ -326,6 +334,14 @@ const std::string& ZAN_StringTable::text(std::string_view key) const {
 
 std::string ZAN_StringTable::text(std::string_view key,
                                   ZAN_StringUtils::Arguments arguments) const {
+  for (const auto* argument = arguments.end(); argument != arguments.begin();) {
+    const auto* number = std::get_if<std::int64_t>(&(--argument)->value());
+    if (number == nullptr) continue;
+    if (*number != 1) break;
+    const std::string& singular = text(std::string(key).append(kSingular));
+    if (!singular.empty()) return ZAN_StringUtils::format(singular, arguments);
+    break;
+  }
   return ZAN_StringUtils::format(text(key), arguments);
 }
 

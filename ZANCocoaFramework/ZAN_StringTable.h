@@ -28,12 +28,15 @@ class ZAN_StringTable {
   /// "fr_CA" stands for fr_CA, fr-CA and fr, in this order. What was loaded before is replaced. A
   /// language without a file is skipped. A damaged line costs its own entry only; the result then
   /// names the damaged lines ("path:line: reason", one a line) while everything else is there.
-  /// English missing is an error of kind `absent`.
+  /// English missing is an error of kind `absent`. A ".one" text goes with its own language's text
+  /// only.
   Outcome load(const std::string& resourcesFolder, const std::vector<std::string>& languages);
 
   /// The text under a key; the empty string when there is none. Valid until the next `load`.
   const std::string& text(std::string_view key) const;
-  /// The same, as a format filled with the arguments.
+  /// The same, as a format filled with the arguments. When the last whole number among them is 1,
+  /// the text under the key with ".one" behind it is taken instead, if the language has one: "1
+  /// action", "2 actions".
   std::string text(std::string_view key, ZAN_StringUtils::Arguments arguments) const;
 
   const Entries& entries() const { return mEntries; }

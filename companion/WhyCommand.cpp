@@ -8,6 +8,7 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "companion/ActionWords.h"
 #include "companion/CommandHome.h"
+#include "companion/CommandTexts.h"
 #include "companion/Commands.h"
 #include "companion/RunningAgent.h"
 #include "core/work/WhyNot.h"
@@ -114,27 +115,31 @@ std::string_view nameOf(WhyNot::Cause cause) {
 }
 
 void print(const ProgrammedAction& action, const std::vector<WhyNot::Reason>& reasons,
-           const Seen& seen, const Console& console) {
+           const Seen& seen, const ZAN_StringTable& texts, const Console& console) {
   console.out << action.getReference() << ": " << printable(action.getTitle()) << '\n';
   if (!seen.agentRuns) {
-    console.out << "- The agent does not run.\n  Start it: corvana9-scheduler\n";
+    console.out << "- " << texts.text("WhySchedulerAbsent") << "\n  "
+                << texts.text("WhyRemedyCommand",
+                              {texts.text("WhySchedulerAbsentRemedy"), "corvana9-scheduler"})
+                << '\n';
   }
   for (const auto& reason : reasons) {
-    console.out << "- " << printable(reason.text) << '\n';
-    if (!reason.remedy.empty()) console.out << "  " << reason.remedy << '\n';
+    // Without its texts the command says at least what it is about.
+    console.out << "- " << (reason.text.empty() ? nameOf(reason.cause) : printable(reason.text))
+                << '\n';
+    if (!reason.remedyByCommand.empty())
+      console.out << "  " << printable(reason.remedyByCommand) << '\n';
   }
-  if (reasons.empty()) {
-    console.out << (seen.agentRuns ? "It is due, and the agent is about to run it.\n"
-                                   : "It is due.\n");
-  }
+  if (reasons.empty()) console.out << texts.text(seen.agentRuns ? "WhyDueSoon" : "WhyDue") << '\n';
 }
 
 int printJson(const ProgrammedAction& action, const std::vector<WhyNot::Reason>& reasons,
               std::optional<ReferenceTime> next, const Seen& seen, const Console& console) {
   ZAN_Value list = ZAN_Value::array();
   for (const auto& reason : reasons) {
-    list.append(ZAN_Value::dictionary(
-        {{"cause", nameOf(reason.cause)}, {"text", reason.text}, {"remedy", reason.remedy}}));
+    list.append(ZAN_Value::dictionary({{"cause", nameOf(reason.cause)},
+                                       {"text", reason.text},
+                                       {"remedy", reason.remedyByCommand}}));
   }
   const auto text = ZAN_Json::jsonWithValue(
       ZAN_Value::dictionary({{"reference", action.getReference()},
@@ -165,7 +170,9 @@ int whyCommand(Arguments& arguments, const Console& console) {
   const Seen seen = lookAround(home);
   LinuxVolumes system(home.machine().loginName(), home.machine().homeFolder());
   VolumeIdentity volumes(system);
-  const ZAN_StringTable texts;
+  ZAN_StringTable texts;
+  if (const Outcome loaded = loadAgentTexts(texts, home.machine()); !loaded)
+    console.err << loaded.error().text << '\n';
   const ZAN_StringUtils strings(home.machine().regionName(), home.machine().timeZoneName());
   const WhyNot why(home.tools(), {texts, strings}, volumes, [&](std::int64_t ref) {
     const auto* other = home.tree().rootItem().actionForReference(ref);
@@ -173,7 +180,7 @@ int whyCommand(Arguments& arguments, const Console& console) {
   });
   const auto reasons = why.reasons(*action, seen.situation);
   if (json) return printJson(*action, reasons, why.nextDate(*action), seen, console);
-  print(*action, reasons, seen, console);
+  print(*action, reasons, seen, texts, console);
   return kDone;
 }
 

@@ -101,7 +101,8 @@ Result<std::vector<std::string>> StateAnswers::why(std::int64_t ref) {
                       [this](std::int64_t other) { return titleOf(other); });
   std::vector<std::string> lines;
   for (const WhyNot::Reason& reason : whyNot.reasons(*action, situation)) {
-    lines.push_back(reason.remedy.empty() ? reason.text : reason.text + " " + reason.remedy);
+    lines.push_back(reason.remedyByCommand.empty() ? reason.text
+                                                   : reason.text + " " + reason.remedyByCommand);
   }
   return lines;
 }

@@ -1,8 +1,6 @@
 #include "core/work/WhyNot.h"
 
 #include <algorithm>
-#include <array>
-#include <string_view>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
@@ -16,20 +14,10 @@ constexpr std::int64_t kOnMount = 10;
 constexpr std::int64_t kOnQuit = 11;
 constexpr std::int64_t kOnIdle = 40;
 
-std::string quoted(std::string_view text) { return "\"" + std::string(text) + "\""; }
+std::string edit(std::int64_t reference) { return "corvana9 edit " + std::to_string(reference); }
 
-std::string contextName(std::int64_t context) {
-  constexpr std::array<std::string_view, 4> names{"none", "Office", "Home", "Nomad"};
-  return std::string(context >= 0 && context < 4 ? names[static_cast<std::size_t>(context)]
-                                                 : "unknown");
-}
-
-std::string volumeName(const ZAN_Value& item) {
-  const std::string name = item.string("VolumeFolderName");
-  const std::string uuid = item.string("uuid");
-  std::string text = name.empty() ? "the volume of " + item.string("VolumeFolderPath")
-                                  : "the volume " + quoted(name);
-  return uuid.empty() ? text : text + " (UUID " + uuid + ")";
+std::string launch(std::int64_t reference) {
+  return "corvana9 launch " + std::to_string(reference);
 }
 
 bool isStartUpFrequency(std::int64_t frequency) { return frequency >= 30 && frequency <= 32; }
@@ -46,23 +34,60 @@ std::optional<ReferenceTime> WhyNot::nextDate(const ProgrammedAction& action) co
   return shutDown ? std::nullopt : date;
 }
 
+WhyNot::Reason WhyNot::reason(Cause cause, std::string text, const std::string& remedy,
+                              const std::string& command) const {
+  Reason made{cause, std::move(text), {}, {}};
+  if (remedy.empty()) return made;
+  made.remedy = mTexts.table.text("WhyRemedy", {remedy});
+  made.remedyByCommand =
+      command.empty() ? made.remedy : mTexts.table.text("WhyRemedyCommand", {remedy, command});
+  return made;
+}
+
+WhyNot::Reason WhyNot::reasonToLaunch(Cause cause, std::string text, std::int64_t reference) const {
+  Reason made =
+      reason(cause, std::move(text), mTexts.table.text("WhyRunByHand"), launch(reference));
+  made.remedy.clear();
+  return made;
+}
+
+const std::string& WhyNot::contextName(std::int64_t context) const {
+  switch (context) {
+    case 0:
+      return mTexts.table.text("NoContext");
+    case 1:
+      return mTexts.table.text("OfficeContext");
+    case 2:
+      return mTexts.table.text("HomeContext");
+    default:
+      return mTexts.table.text("NomadContext");
+  }
+}
+
+std::string WhyNot::volumeName(const ZAN_Value& item) const {
+  const std::string name = item.string("VolumeFolderName");
+  const std::string uuid = item.string("uuid");
+  std::string text = name.empty()
+                         ? mTexts.table.text("WhyVolumeOfPath", {item.string("VolumeFolderPath")})
+                         : mTexts.table.text("WhyVolumeNamed", {name});
+  return uuid.empty() ? text : mTexts.table.text("WhyVolumeUuid", {text, uuid});
+}
+
 std::vector<WhyNot::Reason> WhyNot::reasons(const ProgrammedAction& action,
                                             const Situation& situation) const {
   Reasons reasons;
   addQueue(reasons, action.getReference(), situation);
   if (!reasons.empty() && reasons.front().cause == Cause::running) return reasons;
   addAgent(reasons, situation);
-  const ZAN_Value& settings = action.getSettings();
   if (const auto own = action.getActionContext();
       own != 0 && situation.context != 0 && own != situation.context) {
-    reasons.push_back({Cause::otherContext,
-                       "It belongs to the context " + contextName(own) + ", and the context is " +
-                           contextName(situation.context) + ".",
-                       "Set the context " + contextName(own) +
-                           ", or give the action no context: corvana9 edit " +
-                           std::to_string(action.getReference()) + " --context any"});
+    reasons.push_back(reason(
+        Cause::otherContext,
+        mTexts.table.text("WhyOtherContext", {contextName(own), contextName(situation.context)}),
+        mTexts.table.text("WhyOtherContextRemedy", {contextName(own)}),
+        edit(action.getReference()) + " --context any"));
   }
-  addVolumes(reasons, settings);
+  addVolumes(reasons, action);
   if (reasons.empty() || reasons.front().cause != Cause::queued) {
     addHours(reasons, action);
     addTrigger(reasons, action, situation);
@@ -75,53 +100,49 @@ void WhyNot::addQueue(Reasons& reasons, std::int64_t reference, const Situation&
   const auto at = std::find(queue.begin(), queue.end(), reference);
   if (at == queue.end()) return;
   if (at == queue.begin()) {
-    if (situation.headRuns) {
-      reasons.push_back({Cause::running, "It is running.", {}});
-    } else {
-      reasons.push_back({Cause::queued, "It is the first in the queue and about to run.", {}});
-    }
+    reasons.push_back(situation.headRuns
+                          ? reason(Cause::running, mTexts.table.text("WhyRunning"))
+                          : reason(Cause::queued, mTexts.table.text("WhyQueuedFirst")));
     return;
   }
-  std::string text = "It is in the queue already, behind ";
+  std::string titles;
   for (auto before = queue.begin(); before != at; ++before) {
-    if (before != queue.begin()) text += ", ";
-    text += quoted(mTitleOf(*before));
-    if (before == queue.begin() && situation.headRuns) text += " (running)";
+    const bool runs = before == queue.begin() && situation.headRuns;
+    if (!titles.empty()) titles += ", ";
+    titles += mTexts.table.text(runs ? "WhyTitleRunning" : "WhyTitle", {mTitleOf(*before)});
   }
-  reasons.push_back({Cause::queued, text + ".", {}});
+  reasons.push_back(reason(Cause::queued, mTexts.table.text("WhyQueuedBehind", {titles})));
 }
 
 void WhyNot::addAgent(Reasons& reasons, const Situation& situation) const {
+  const ZAN_StringTable& table = mTexts.table;
   if (situation.startedFromNewMachine) {
-    reasons.push_back(
-        {Cause::otherMachine,
-         "The start-up disk is another one than before, and the question what to do is open.",
-         "Answer the agent's question, or take this disk as the usual one: corvana9 post agent "
-         "ConfirmStartupDisk"});
+    reasons.push_back(reason(Cause::otherMachine, table.text("WhyOtherMachine"),
+                             table.text("WhyOtherMachineRemedy"),
+                             "corvana9 post agent ConfirmStartupDisk"));
   }
-  if (situation.scheduleDisabled) {
+  if (situation.scheduleDisabled || situation.disabledWhenDone) {
     reasons.push_back(
-        {Cause::disabled, "Automatic execution is off.", "Switch it on: corvana9 enable"});
-  } else if (situation.disabledWhenDone) {
-    reasons.push_back(
-        {Cause::disabledSoon,
-         "Automatic execution goes off when the queue is empty, and takes nothing new.",
-         "Switch it on: corvana9 enable"});
+        reason(situation.scheduleDisabled ? Cause::disabled : Cause::disabledSoon,
+               table.text(situation.scheduleDisabled ? "WhyDisabled" : "WhyDisabledWhenDone"),
+               table.text("WhyDisabledRemedy"), "corvana9 enable"));
   }
   if (situation.paused) {
-    reasons.push_back(
-        {Cause::paused, "The execution is paused.", "Let it go on: corvana9 continue"});
+    reasons.push_back(reason(Cause::paused, table.text("WhyPaused"), table.text("WhyPausedRemedy"),
+                             "corvana9 continue"));
   }
 }
 
-void WhyNot::addVolumes(Reasons& reasons, const ZAN_Value& settings) const {
+void WhyNot::addVolumes(Reasons& reasons, const ProgrammedAction& action) const {
+  const ZAN_StringTable& table = mTexts.table;
+  const ZAN_Value& settings = action.getSettings();
   const bool tolerant = settings.integer("ItemsVolumeTolerance") != 0;
   auto items = ActionsTools::getSourcesForAction(settings);
   const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
   if (items.empty() || destination.isNull()) {
-    reasons.push_back({Cause::incomplete,
-                       std::string("It has no ") + (items.empty() ? "source." : "destination."),
-                       "Give it one: corvana9 edit"});
+    reasons.push_back(reason(Cause::incomplete,
+                             table.text(items.empty() ? "WhyNoSource" : "WhyNoDestination"),
+                             table.text("WhyIncompleteRemedy"), edit(action.getReference())));
   }
   if (!destination.isNull()) items.push_back(destination);
   const bool refused = settings.integer("TriggerIfVolumesMounted") != 0;
@@ -137,10 +158,9 @@ void WhyNot::addVolumes(Reasons& reasons, const ZAN_Value& settings) const {
   }
   for (const auto& name : missing) {
     reasons.push_back(
-        {Cause::volumeMissing,
-         "Not mounted, or another one is in its place: " + name + ". " +
-             (refused ? "The action will not be queued." : "The execution would be cancelled."),
-         "Connect it and have it mounted."});
+        reason(Cause::volumeMissing,
+               table.text(refused ? "WhyVolumeNotQueued" : "WhyVolumeCancelled", {name}),
+               table.text("WhyVolumeRemedy")));
   }
 }
 
@@ -155,66 +175,62 @@ void WhyNot::addHours(Reasons& reasons, const ProgrammedAction& action) const {
   const ReferenceTime from = calendar.timeOfDay(today, seconds(schedule.allowedFrom));
   const ReferenceTime to = calendar.timeOfDay(today, seconds(schedule.allowedTo));
   if (from <= mTools.now() && mTools.now() <= to) return;
-  const std::string window = calendar.format(from, "%H:%M") + " to " + calendar.format(to, "%H:%M");
-  if (to < from) {
-    reasons.push_back({Cause::outOfHours,
-                       "Its allowed hours, " + window + ", end before they begin: it never runs.",
-                       "Give it hours within one day."});
-  } else {
-    reasons.push_back({Cause::outOfHours, "It is out of its allowed hours, " + window + ".",
-                       "Wait for them, or change them."});
-  }
+  const bool never = to < from;
+  reasons.push_back(reason(
+      Cause::outOfHours,
+      mTexts.table.text(never ? "WhyHoursNever" : "WhyOutOfHours",
+                        {mTexts.strings.getShortTime(from), mTexts.strings.getShortTime(to)}),
+      mTexts.table.text(never ? "WhyHoursNeverRemedy" : "WhyOutOfHoursRemedy")));
 }
 
 void WhyNot::addTrigger(Reasons& reasons, const ProgrammedAction& action,
                         const Situation& situation) const {
-  const ZAN_Value& settings = action.getSettings();
+  const std::int64_t reference = action.getReference();
+  if (!action.schedule().automatic) {
+    Reason made = reason(Cause::notAutomatic, mTexts.table.text("WhyNotAutomatic"));
+    made.remedyByCommand =
+        mTexts.table.text("WhyNotAutomaticRemedy", {launch(reference), edit(reference)});
+    reasons.push_back(std::move(made));
+  } else if (const auto date = nextDate(action); !date) {
+    addWaiting(reasons, action, situation);
+  } else if (*date > mTools.now()) {
+    const auto when = mTools.getNextScheduleStringForSettings(action.getSettings(), mTexts);
+    reasons.push_back(
+        reasonToLaunch(Cause::notDue, mTexts.table.text("WhyNotDue", {when}), reference));
+  }
+}
+
+void WhyNot::addWaiting(Reasons& reasons, const ProgrammedAction& action,
+                        const Situation& situation) const {
+  const ZAN_StringTable& table = mTexts.table;
   const Schedule& schedule = action.schedule();
-  const std::string launch = "Run it now: corvana9 launch " + std::to_string(action.getReference());
-  if (!schedule.automatic) {
-    reasons.push_back({Cause::notAutomatic, "It is not automatic: only a launch by hand runs it.",
-                       launch + ", or give it a schedule: corvana9 edit " +
-                           std::to_string(action.getReference())});
-    return;
-  }
-  if (const auto date = nextDate(action)) {
-    if (*date <= mTools.now()) return;
-    std::string when = mTools.getNextScheduleStringForSettings(settings, mTexts);
-    if (when.empty()) when = mTools.calendar().format(*date, "%a %Y-%m-%d %H:%M");
-    reasons.push_back({Cause::notDue, "It is not due yet: " + when + ".", launch});
-    return;
-  }
-  const auto waits = [&](const std::string& text) {
-    reasons.push_back({Cause::waitsForEvent, text, launch});
+  const auto waits = [&](std::string text) {
+    reasons.push_back(reasonToLaunch(Cause::waitsForEvent, std::move(text), action.getReference()));
   };
   if (schedule.frequency == kOnMount) {
-    waits("It waits for a volume of its own to be mounted.");
+    waits(table.text("WhyWaitsForVolume"));
   } else if (schedule.frequency == kOnQuit) {
     const auto name = ZAN_FilesUtils::pathWithoutExtension(
         ZAN_FilesUtils::lastPathComponent(action.triggerSettings().appQuitPath.stringView()));
-    waits("It waits for the application " + quoted(name) + " to quit.");
+    waits(table.text("WhyWaitsForApplication", {name}));
   } else if (schedule.frequency == kOnIdle) {
     const auto minutes = action.triggerSettings().idleMinutes;
-    waits("It waits until nobody has used the machine for " +
-          std::to_string(minutes > 0 ? minutes : 10) + " minutes" +
-          (situation.idleTimeIsSeen
-               ? "."
-               : ", which cannot be seen here: without a desktop the user counts as active."));
+    waits(table.text(situation.idleTimeIsSeen ? "WhyWaitsForIdle" : "WhyIdleNotSeen",
+                     {minutes > 0 ? minutes : 10}));
   } else if (isStartUpFrequency(schedule.frequency)) {
-    waits("It waits for the next start of the agent.");
+    waits(table.text("WhyWaitsForStart"));
   } else if (std::any_of(schedule.list.begin(), schedule.list.end(),
                          [](const ScheduleEntry& entry) {
                            return entry.occasion == ScheduleEntry::Occasion::shutDown;
                          })) {
-    waits("It waits for the machine to be shut down.");
+    waits(table.text("WhyWaitsForShutDown"));
   } else {
-    const std::string text =
-        !schedule.listDamage.empty() ? "Its schedule cannot be read: " + schedule.listDamage + "."
-        : schedule.hasAllowedHours   ? "Its schedule has no date within its allowed hours."
-                                     : "Its schedule has no date.";
-    reasons.push_back(
-        {Cause::noDate, text,
-         "Give it another schedule: corvana9 edit " + std::to_string(action.getReference())});
+    std::string text =
+        !schedule.listDamage.empty()
+            ? table.text("WhyScheduleDamaged", {schedule.listDamage})
+            : table.text(schedule.hasAllowedHours ? "WhyNoDateInHours" : "WhyNoDate");
+    reasons.push_back(reason(Cause::noDate, std::move(text), table.text("WhyNoDateRemedy"),
+                             edit(action.getReference())));
   }
 }
 

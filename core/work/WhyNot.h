@@ -14,8 +14,8 @@ namespace corvana {
 class ProgrammedAction;
 class VolumeIdentity;
 
-/// Says, in plain words, why an action does not run now or will not at its next date, and what
-/// would make it run. Asks and changes nothing. Thread: main.
+/// Says, in the user's language, why an action does not run now or will not at its next date, and
+/// what would make it run. Asks and changes nothing. Thread: main.
 class WhyNot {
  public:
   enum class Cause {
@@ -37,7 +37,11 @@ class WhyNot {
   struct Reason {
     Cause cause;
     std::string text;
-    std::string remedy;  ///< what would make it run; empty when nothing needs doing
+    /// What would make it run, as a sentence for somebody who sees the windows; empty when nothing
+    /// needs doing or the window has a button for it.
+    std::string remedy;
+    /// The same for a terminal, with the command that does it.
+    std::string remedyByCommand;
   };
 
   /// What is known of the agent, from itself or from its files.
@@ -64,12 +68,19 @@ class WhyNot {
 
  private:
   using Reasons = std::vector<Reason>;
+  Reason reason(Cause cause, std::string text, const std::string& remedy = {},
+                const std::string& command = {}) const;
+  Reason reasonToLaunch(Cause cause, std::string text, std::int64_t reference) const;
+  const std::string& contextName(std::int64_t context) const;
+  std::string volumeName(const ZAN_Value& item) const;
   void addQueue(Reasons& reasons, std::int64_t reference, const Situation& situation) const;
   void addAgent(Reasons& reasons, const Situation& situation) const;
-  void addVolumes(Reasons& reasons, const ZAN_Value& settings) const;
+  void addVolumes(Reasons& reasons, const ProgrammedAction& action) const;
   void addTrigger(Reasons& reasons, const ProgrammedAction& action,
                   const Situation& situation) const;
   void addHours(Reasons& reasons, const ProgrammedAction& action) const;
+  void addWaiting(Reasons& reasons, const ProgrammedAction& action,
+                  const Situation& situation) const;
 
   const ActionsTools& mTools;
   ActionsTools::Texts mTexts;

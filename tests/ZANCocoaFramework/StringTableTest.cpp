@@ -77,8 +77,11 @@ TEST(StringTable, DamageCostsItsOwnLine) {
 
 TEST(StringTable, EnglishStandsBehindTheWantedLanguages) {
   const TemporaryFolder folder;
-  folder.write("en.lproj/Localizable.strings", "\"A\" = \"a\"; \"B\" = \"b\"; \"C\" = \"%@ c\";");
-  folder.write("fr.lproj/Localizable.strings", "\"A\" = \"fa\"; \"C\" = \"\";");
+  folder.write("en.lproj/Localizable.strings",
+               "\"A\" = \"a\"; \"B\" = \"b\"; \"C\" = \"%@ c\";"
+               "\"Days\" = \"%2$d days\"; \"Days.one\" = \"a day\"; \"Tage.one\" = \"a day\";");
+  folder.write("fr.lproj/Localizable.strings",
+               "\"A\" = \"fa\"; \"C\" = \"\"; \"Tage\" = \"%d Tage\";");
   folder.write("fr-CA.lproj/Localizable.strings", "\"A\" = \"ca\";");
   folder.write("de.lproj/Localizable.strings", "\"A\" = \"da\"; \"B\" = \"db\";\n\"Bad\"");
   ZAN_StringTable table;
@@ -88,6 +91,10 @@ TEST(StringTable, EnglishStandsBehindTheWantedLanguages) {
   EXPECT_EQ(table.text("B"), "b");
   EXPECT_EQ(table.text("C", {"the"}), "the c") << "an empty text is not a translation";
   EXPECT_EQ(table.text("Missing"), "");
+  EXPECT_EQ(table.text("Days", {"x", 1}), "a day");
+  EXPECT_EQ(table.text("Days", {"x", 2}), "2 days");
+  EXPECT_EQ(table.text("Days", {1, 2, "x"}), "2 days") << "the last number decides";
+  EXPECT_EQ(table.text("Tage", {1}), "1 Tage") << "no singular of another language";
 
   EXPECT_TRUE(table.load(folder.path(), {"en", "de"}));
   EXPECT_EQ(table.text("B"), "b");

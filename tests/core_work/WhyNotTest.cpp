@@ -54,11 +54,12 @@ TEST_F(WhyNotTest, NamesEverythingThatIsInTheWay) {
   situation.scheduleDisabled = true;
   situation.paused = true;
   situation.context = 1;
-  const ZAN_Value record = due({{"TriggerContextPopup", 2},
-                                {"TriggerAllowedHours", 1},
-                                {"TriggerAllowedHoursFrom", ZAN_Value::date(8 * 3600)},
-                                {"TriggerAllowedHoursTo", ZAN_Value::date(10 * 3600)},
-                                {"ItemsDestination", item(machine.volumes.folder + "/Disk/Backup")}});
+  const ZAN_Value record =
+      due({{"TriggerContextPopup", 2},
+           {"TriggerAllowedHours", 1},
+           {"TriggerAllowedHoursFrom", ZAN_Value::date(8 * 3600)},
+           {"TriggerAllowedHoursTo", ZAN_Value::date(10 * 3600)},
+           {"ItemsDestination", item(machine.volumes.folder + "/Disk/Backup")}});
   EXPECT_THAT(causes(record), ElementsAre(Cause::disabled, Cause::paused, Cause::otherContext,
                                           Cause::volumeMissing, Cause::outOfHours, Cause::noDate));
 }
@@ -66,7 +67,7 @@ TEST_F(WhyNotTest, NamesEverythingThatIsInTheWay) {
 TEST_F(WhyNotTest, TellsWhatItWaitsBehind) {
   situation.headRuns = true;
   situation.queue = {2, 3, 1};
-  EXPECT_EQ(text(due()), "It is in the queue already, behind \"A2\" (running), \"A3\".");
+  EXPECT_EQ(text(due()), "It waits in the queue behind “A2” (running), “A3”.");
   situation.queue = {1};
   EXPECT_THAT(causes(due({{"ItemsDestination", nullptr}})), ElementsAre(Cause::running));
   situation.headRuns = false;
@@ -88,29 +89,50 @@ TEST_F(WhyNotTest, NamesTheMissingVolumeOnce) {
   const auto found = reasons(record);
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(found[0].text,
-            "Not mounted, or another one is in its place: the volume \"Attic\" (UUID 1234-ABCD). "
+            "Not mounted, or replaced by another volume: “Attic” (UUID 1234-ABCD). "
             "The execution would be cancelled.");
 }
 
 TEST_F(WhyNotTest, TellsWhichEventStartsIt) {
-  EXPECT_EQ(text(due({{"TriggerAutomatic", 0}})),
-            "It is not automatic: only a launch by hand runs it.");
+  EXPECT_EQ(text(due({{"TriggerAutomatic", 0}})), "It is not automatic: it runs only by hand.");
   EXPECT_THAT(causes(due({{"LastScheduleDate", ZAN_Value::date(now())}})),
               ElementsAre(Cause::notDue));
-  EXPECT_EQ(text(due({{"TriggerFrequencyPopup", 10}})),
-            "It waits for a volume of its own to be mounted.");
+  EXPECT_EQ(text(due({{"TriggerFrequencyPopup", 10}})), "It waits until its volume is mounted.");
   EXPECT_EQ(text(due({{"TriggerFrequencyPopup", 11}, {"TriggerAppQuitPath", "/opt/Mail.app"}})),
-            "It waits for the application \"Mail\" to quit.");
+            "It waits until “Mail” quits.");
   situation.idleTimeIsSeen = false;
   EXPECT_EQ(text(due({{"TriggerFrequencyPopup", 40}, {"TriggerScheduleMinutes", 20}})),
-            "It waits until nobody has used the machine for 20 minutes, which cannot be seen here: "
+            "It waits until nobody has used the machine for 20 minutes. This cannot be seen here: "
             "without a desktop the user counts as active.");
   EXPECT_THAT(causes(due({{"TriggerFrequencyPopup", 25}})), ElementsAre(Cause::noDate));
   const ZAN_Value wrapped = due({{"TriggerAllowedHours", 1},
                                  {"TriggerAllowedHoursFrom", ZAN_Value::date(22 * 3600)},
                                  {"TriggerAllowedHoursTo", ZAN_Value::date(6 * 3600)}});
-  EXPECT_EQ(text(wrapped),
-            "Its allowed hours, 22:00 to 06:00, end before they begin: it never runs.");
+  EXPECT_EQ(
+      text(wrapped),
+      "It may only start from 10:00 PM to 6:00 AM. The end is before the beginning, so it never "
+      "runs.");
+}
+
+TEST_F(WhyNotTest, SaysWhatHelpsWithAndWithoutACommand) {
+  situation.scheduleDisabled = true;
+  const auto found = reasons(due({{"TriggerAutomatic", 0}}));
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_EQ(found[0].remedy, "Turn it on.");
+  EXPECT_EQ(found[0].remedyByCommand, "Turn it on: corvana9 enable");
+  // A window has a button that runs it.
+  EXPECT_EQ(found[1].remedy, "");
+  EXPECT_EQ(found[1].remedyByCommand,
+            "Run it now: corvana9 launch 1, or give it a schedule: corvana9 edit 1");
+}
+
+TEST_F(WhyNotTest, SpeaksTheLanguageOfTheUser) {
+  ASSERT_TRUE(texts.load(std::string(CORVANA_SOURCE_FOLDER) + "/resources", {"de"}));
+  situation.queue = {2, 1};
+  EXPECT_EQ(text(due()), "Sie wartet in der Warteschlange hinter „A2“.");
+  situation.queue.clear();
+  EXPECT_EQ(text(due({{"TriggerFrequencyPopup", 40}, {"TriggerScheduleMinutes", 1}})),
+            "Sie wartet, bis eine Minute lang niemand am Rechner war.");
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,26 +22,49 @@ ZAN_StringTable::Entries textsOf(const std::string& language) {
   return texts;
 }
 
-/// In any order: a language may put its words in another one, when it numbers them.
+/// Numbered ones may come in any order, the others fill up from the left.
 std::vector<std::string> placeholdersOf(const std::string& text) {
   std::vector<std::string> found;
+  bool numbered = false;
   for (std::size_t at = text.find('%'); at != std::string::npos; at = text.find('%', at)) {
     const std::size_t end = text.find_first_of("%@d ", at + 1);
     found.push_back(text.substr(at, end == std::string::npos ? end : end - at + 1));
     at += found.back().size();
+    numbered = numbered || found.back().find('$') != std::string::npos;
   }
-  std::ranges::sort(found);
+  if (numbered) std::ranges::sort(found);
   return found;
 }
 
-TEST(Translation, germanHasTheTextsAndThePlaceholdersOfEnglish) {
+/// What German says in the same words.
+const std::set<std::string, std::less<>> kEqualWords{
+    "ColumnVolume",   "IconToolTip", "LatestDetails", "OKButton",         "PrefPageVolumes",
+    "PrefPercent",    "PrefPlaceAt", "StatusTitle",   "WhyRemedyCommand", "WhyRemedy",
+    "StatusNextText", "WeekDay",     "WhyVolumeUuid"};
+
+TEST(Translation, germanIsCompleteAndTakesTheSameArguments) {
   const auto english = textsOf("en");
   const auto german = textsOf("de");
-  EXPECT_GT(german.size(), 300U);
-  for (const auto& [key, text] : german) {
-    const auto original = english.find(key);
-    ASSERT_NE(original, english.end()) << key;
-    EXPECT_EQ(placeholdersOf(text), placeholdersOf(original->second)) << key;
+  EXPECT_GT(english.size(), 300U);
+  for (const auto& [key, original] : english) {
+    EXPECT_NE(original, "") << key;
+    const auto found = german.find(key);
+    if (found == german.end()) {
+      ADD_FAILURE() << key << " is not translated";
+      continue;
+    }
+    EXPECT_NE(found->second, "") << key;
+    EXPECT_EQ(placeholdersOf(found->second), placeholdersOf(original)) << key;
+    EXPECT_EQ(found->second == original, kEqualWords.contains(key)) << key << ": " << original;
+  }
+  for (const auto& [key, text] : german) EXPECT_TRUE(english.contains(key)) << key;
+}
+
+TEST(Translation, singularsStandBesideTheirPlurals) {
+  for (const auto& [key, text] : textsOf("en")) {
+    if (key.ends_with(".one")) {
+      EXPECT_TRUE(textsOf("en").contains(key.substr(0, key.size() - 4))) << key;
+    }
   }
 }
 
