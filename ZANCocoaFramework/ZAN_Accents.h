@@ -10,4 +10,8 @@ namespace corvana {
 /// any.
 std::string withoutAccents(std::string_view text);
 
+/// The text in ASCII, as near as that comes: "Élodie – 5 €" becomes "Elodie - 5 EUR". A character
+/// that is like none of ASCII becomes one "?". Thread: any.
+std::string asciiWithLoss(std::string_view text);
+
 }  // namespace corvana

@@ -72,7 +72,7 @@ int printMailDialogue(const MailSettings& settings, const std::string& subject,
       [&](const ZAN_SMTPClient&, const SMTPError& error) {
         printer.error(error);
         // Nobody wants to watch how a server waits for words that will not come.
-        if (connector->isLastPort()) connector->hangUp();
+        connector->hangUpSoon();
       },
       [&](const ZAN_SMTPClient&, const std::string& text) { printer.information(text); }};
   try {

@@ -39,6 +39,8 @@ class StreamConnection {
   /// and begins with "TLS handshake".
   virtual void startTLS(const std::string& peerName) = 0;
   virtual std::string failure() const = 0;
+  /// Whether it failed since the other side did not prove who it is.
+  virtual bool isCertificateRefused() const = 0;
 };
 
 /// Machines elsewhere. Thread: any.

@@ -5,7 +5,9 @@
 #include <string_view>
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_Accents.h"
 #include "mail/smtp/SMTPConnector.h"
+#include "mail/smtp/SMTPTexts.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
 #include "mail/smtp/ZAN_WebUtils.h"
 #include "platform/Machine.h"
@@ -17,20 +19,6 @@ namespace {
 
 constexpr const char* kSendmail = "/usr/sbin/sendmail";
 constexpr double kPollSeconds = 0.1;
-
-/// One "?" for each character that is not ASCII.
-std::string asciiWithLoss(std::string_view text) {
-  std::string ascii;
-  ascii.reserve(text.size());
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x80)
-      ascii += c;
-    else if (byte >= 0xC0)
-      ascii += '?';
-  }
-  return ascii;
-}
 
 /// A running mail program, kept by its own timer until it has ended.
 struct Delivery {
@@ -119,17 +107,20 @@ Outcome MailSender::send(const MailSettings& settings, const std::string& subjec
 
 void MailSender::sendEmailWithMessage(const std::string& message, const std::string& subject,
                                       const std::string& recipient, Done done) {
-  const std::string text = "To: " + recipient + "\nSubject: " + subject + "\n\n" +
-                           ZAN_WebUtils::withLineEnds(message) + "\n.\n";
+  const std::string text = inOneLine(asciiWithLoss("To: " + recipient)) + "\n" +
+                           inOneLine(asciiWithLoss("Subject: " + subject)) + "\n\n" +
+                           asciiWithLoss(ZAN_WebUtils::withLineEnds(message)) + "\n.\n";
+  const auto fail = [&](const Error& error) {
+    if (done) m.runLoop.performOnMain([done = std::move(done), error] { done(error); });
+  };
+  // The program would take it for an option.
+  if (recipient.starts_with('-'))
+    return fail({ErrorKind::refused, recipient + ": not an e-mail address"});
   auto child = m.processes.start({kSendmail, recipient}, true, {});
-  if (!child) {
-    if (done)
-      m.runLoop.performOnMain([done = std::move(done), error = child.error()] { done(error); });
-    return;
-  }
+  if (!child) return fail(child.error());
   auto delivery = std::make_shared<Delivery>(
       Delivery{m.runLoop, std::move(child).value(), std::move(done), mSessions});
-  delivery->child->write(asciiWithLoss(text));
+  delivery->child->write(text);
   m.runLoop.performAfter(kPollSeconds, [delivery] { Delivery::poll(delivery); });
 }
 

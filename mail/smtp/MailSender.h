@@ -56,7 +56,8 @@ class MailSender {
                        const std::string& body, Done done);
 
   /// Hands a message to the system's mail program, "/usr/sbin/sendmail", with the recipient as its
-  /// only argument. "<br>" becomes a line end; what is not ASCII becomes "?". `done` (may be empty)
+  /// only argument. "<br>" becomes a line end; accents and the like are dropped,
+  /// what is like nothing in ASCII becomes "?". `done` (may be empty)
   /// gets the error when the program is missing or does not end with 0.
   virtual void sendEmailWithMessage(const std::string& message, const std::string& subject,
                                     const std::string& recipient, Done done);

@@ -32,10 +32,9 @@ Outcome SMTPConnector::outcome() const {
 
 void SMTPConnector::start() {
   std::optional<std::string> failure;
-  const auto& ports = mClient->ports();
-  for (mPortIndex = 0; mPortIndex < ports.size(); ++mPortIndex) {
+  for (const std::string& port : mClient->ports()) {
     try {
-      if (!runSession(integerValue(ports[mPortIndex]))) return;
+      if (!runSession(integerValue(port))) return;
     } catch (const std::exception& exception) {
       failure = exception.what();
       // A refusal, or what went on after the message was taken, is the better reason.
@@ -149,7 +148,7 @@ void SMTPConnector::receive() {
 
 void SMTPConnector::streamFailed() {
   mLastReason = mStream->failure();
-  if (mIsTLS && !mIsSecured) mMustUseTls = true;
+  if (mStream->isCertificateRefused()) mMustUseTls = true;
   closeStream();
   log("Stream error: " + mLastReason);
   mConnectionStatus = kClosed;
@@ -165,10 +164,7 @@ void SMTPConnector::fireTimers() {
   };
   if (isDue(mOpenTimeoutTimer)) openTimeout();
   if (isDue(mDataTimeoutTimer)) dataTimeout();
-  if (isDue(mHandshakeTimer)) {
-    mMustUseTls = true;
-    throw SMTPException("The TLS handshake was not finished in time");
-  }
+  if (isDue(mHandshakeTimer)) throw SMTPException("The TLS handshake was not finished in time");
   if (isDue(mReplyTimer)) replyTimeout();
   if (isDue(mSessionTimer)) throw SMTPException("The session took too long");
 }
@@ -191,6 +187,11 @@ void SMTPConnector::replyTimeout() {
   if (!mIsRefused && !mSuccess) throw SMTPException("The server did not answer in time");
   closeStream();
   mConnectionStatus = kClosed;
+}
+
+void SMTPConnector::hangUpSoon() {
+  const double soon = monotonic() + kFarewellTimeout;
+  mReplyTimer = mReplyTimer ? std::min(*mReplyTimer, soon) : soon;
 }
 
 void SMTPConnector::startTLS() {

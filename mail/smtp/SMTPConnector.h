@@ -35,7 +35,8 @@ class SMTPConnector {
   static constexpr double kReplyTimeout = 300;
   static constexpr double kRefusedTimeout = 30;  ///< for the server to hang up after a refusal
   static constexpr double kQuitTimeout = 10;
-  static constexpr double kFarewellTimeout = 1;  ///< for the server to hang up after its good-bye
+  /// For the server to hang up after its good-bye, or to say the rest of what is wrong.
+  static constexpr double kFarewellTimeout = 1;
   static constexpr double kSessionTimeout = 1800;
   // And in bytes.
   static constexpr std::size_t kLongestLine = 8192;
@@ -52,10 +53,9 @@ class SMTPConnector {
   /// The same, with the last reason why not.
   Outcome outcome() const;
 
-  // For an observer within its calls.
-  bool isLastPort() const { return mPortIndex + 1 >= mClient->ports().size(); }
-  /// As if the server had hung up.
-  void hangUp() { mConnectionStatus = kClosed; }
+  /// For an observer that is told of a refusal: the server may finish its sentence, but is not
+  /// waited for any longer.
+  void hangUpSoon();
 
  private:
   static constexpr std::int64_t kClosed = 0;
@@ -84,6 +84,7 @@ class SMTPConnector {
   void handleLine(const std::string& line);
   void handleCode(std::int64_t code, const Reply& message, char separator);
   void handleRefusal(std::int64_t code, const Reply& message);
+  void noteRefusal(std::int64_t code, const std::string& text);
   void handleGreeting();
   void handleExtension(const std::string& text);
   void handleLastExtension();
@@ -134,7 +135,6 @@ class SMTPConnector {
   bool mIsRefused = false;  ///< the server has said no, and nothing more is sent
   bool mMustUseTls = false;
   bool mSuccess = false;
-  std::size_t mPortIndex = 0;
   std::size_t mReceived = 0;  ///< bytes in this session
   std::string mLastReason;
 

@@ -87,9 +87,7 @@ void SMTPConnector::handleCode(std::int64_t code, const Reply& message, char sep
 /// The server says no: nothing more is sent, and the session ends when the server hangs up.
 void SMTPConnector::handleRefusal(std::int64_t code, const Reply& message) {
   const std::string text = message.value_or("");
-  mLastReason = std::to_string(code) + " " + text;
-  mReplyTimer = monotonic() + kRefusedTimeout;
-  mIsRefused = true;
+  noteRefusal(code, text);
   if (takesErrors()) {
     reportError({code, text});
   } else if (code == 421) {
@@ -98,6 +96,17 @@ void SMTPConnector::handleRefusal(std::int64_t code, const Reply& message) {
     log("Authentication failure...");
   } else {
     throw SMTPException("Error " + std::to_string(code) + ": " + text);
+  }
+}
+
+/// A refusal may take several lines; they are one reason and share one patience.
+void SMTPConnector::noteRefusal(std::int64_t code, const std::string& text) {
+  if (!mIsRefused) {
+    mIsRefused = true;
+    mLastReason = std::to_string(code) + " " + text;
+    mReplyTimer = monotonic() + kRefusedTimeout;
+  } else if (mLastReason.size() < kLongestLine) {
+    mLastReason += "; " + text;
   }
 }
 
@@ -130,7 +139,7 @@ void SMTPConnector::ehlo() {
 }
 
 std::string SMTPConnector::hostName() const {
-  const std::string name = m.hostName.substr(0, kLongestHostName);
+  const std::string name = inOneLine(m.hostName).substr(0, kLongestHostName);
   return name.find('.') == std::string::npos ? name + ".local" : name;
 }
 

@@ -1,5 +1,6 @@
 #include "mail/smtp/SMTPTexts.h"
 
+#include <algorithm>
 #include <limits>
 #include <span>
 
@@ -10,6 +11,31 @@ namespace corvana {
 namespace {
 
 constexpr std::size_t kHmacBlock = 64;
+
+// In UTF-8.
+constexpr auto kBlanks = std::to_array<std::string_view>(
+    {" ", "\t", "\u00a0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005",
+     "\u2006", "\u2007", "\u2008", "\u2009", "\u200a", "\u202f", "\u205f", "\u3000"});
+constexpr auto kLineEnds =
+    std::to_array<std::string_view>({"\n", "\v", "\f", "\r", "\xc2\x85", "\u2028", "\u2029"});
+
+/// How many bytes one of the set takes where the text begins, or ends; 0 when it is none.
+std::size_t oneOf(std::span<const std::string_view> set, std::string_view text, bool atEnd) {
+  for (const std::string_view one : set)
+    if (atEnd ? text.ends_with(one) : text.starts_with(one)) return one.size();
+  return 0;
+}
+
+std::string_view trimmedOf(std::span<const std::string_view> first,
+                           std::span<const std::string_view> second, std::string_view text) {
+  const auto size = [&](bool atEnd) {
+    const std::size_t bytes = oneOf(first, text, atEnd);
+    return bytes > 0 ? bytes : oneOf(second, text, atEnd);
+  };
+  while (const std::size_t bytes = size(false)) text.remove_prefix(bytes);
+  while (const std::size_t bytes = size(true)) text.remove_suffix(bytes);
+  return text;
+}
 
 std::string_view viewOf(const std::array<std::byte, 16>& bytes) {
   return {static_cast<const char*>(static_cast<const void*>(bytes.data())), bytes.size()};
@@ -47,11 +73,15 @@ std::vector<std::string> splitAtWhitespace(std::string_view text) {
   return splitAt(blanks, ' ');
 }
 
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n\v\f";
-  const std::size_t begin = text.find_first_not_of(kBlanks);
-  if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+std::string_view trimmedOfBlanks(std::string_view text) { return trimmedOf(kBlanks, {}, text); }
+
+std::string_view trimmed(std::string_view text) { return trimmedOf(kBlanks, kLineEnds, text); }
+
+std::string inOneLine(std::string_view text) {
+  std::string line(text);
+  std::ranges::replace_if(
+      line, [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
+  return line;
 }
 
 std::int64_t integerValue(std::string_view text) {

@@ -24,8 +24,13 @@ SplitText splitStringAtCharacterFromSet(std::string_view text, std::string_view 
 /// The pieces between single blanks or tabs; two in a row have an empty piece between them.
 std::vector<std::string> splitAtWhitespace(std::string_view text);
 std::vector<std::string> splitAt(std::string_view text, char separator);
-/// Without blanks, tabs and line ends at both ends.
+/// Without blanks of any width and tabs at both ends; `trimmed` takes line ends away, too.
+std::string_view trimmedOfBlanks(std::string_view text);
 std::string_view trimmed(std::string_view text);
+
+/// With a blank for each control character: it begins no line, and so no command or header, of its
+/// own.
+std::string inOneLine(std::string_view text);
 
 /// The number a text begins with, after blanks and a sign; 0 without one, the nearest bound when it
 /// is too large.

@@ -93,7 +93,7 @@ std::shared_ptr<SMTPConnector> ZAN_SMTPClient::connectorForMessage(
   if (!splitSender) return nullptr;
   mail.from = *splitSender;
   for (const std::string& piece : splitAt(recipients, ',')) {
-    const auto recipient = EmailAddress::splitAddress(trimmed(piece));
+    const auto recipient = EmailAddress::splitAddress(trimmedOfBlanks(piece));
     if (!recipient) return nullptr;
     mail.to.push_back(*recipient);
   }

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "mail/smtp/SMTPTexts.h"
 #include "platform/Clock.h"
 #include "platform/Network.h"
 
@@ -42,10 +43,10 @@ std::optional<ZAN_WebUtils::MailError> ZAN_WebUtils::sendMailTo(
     event = stream->wait(connected - clock.monotonic(), false);
   if (event != StreamConnection::Event::opened) return MailError::notConnected;
 
-  const std::string to = recipient.value_or("");
-  const std::string from = sender.value_or("");
-  const std::string dialogue =
-      ZAN_StringUtils::format(kDialogue, {from, to, from, from, to, subject, withLineEnds(text)});
+  const std::string to = inOneLine(recipient.value_or(""));
+  const std::string from = inOneLine(sender.value_or(""));
+  const std::string dialogue = ZAN_StringUtils::format(
+      kDialogue, {from, to, from, from, to, inOneLine(subject), withLineEnds(text)});
   std::string_view rest = dialogue;
   const double end = clock.monotonic() + kSendSeconds;
   while (!rest.empty() && clock.monotonic() < end) {

@@ -22,6 +22,7 @@ class SocketStream final : public StreamConnection {
   /// It cannot: the stream fails.
   void startTLS(const std::string& peerName) override;
   std::string failure() const override { return mFailure; }
+  bool isCertificateRefused() const override { return false; }
 
   /// Gives the socket away, for somebody who encrypts; what came and was not read is lost.
   ZAN_Descriptor release();

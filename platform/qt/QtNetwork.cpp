@@ -23,6 +23,9 @@ class UpgradedStream final : public StreamConnection {
   std::string failure() const override {
     return mSecure != nullptr ? mSecure->failure() : mClear.failure();
   }
+  bool isCertificateRefused() const override {
+    return mSecure != nullptr && mSecure->isCertificateRefused();
+  }
 
  private:
   StreamConnection& current() {

@@ -103,6 +103,7 @@ StreamConnection::Event SecureStream::waitForHandshake(int milliseconds) {
       error == QAbstractSocket::SocketTimeoutError || error == QAbstractSocket::UnknownSocketError;
   if (isOnlyLate && mSocket->state() == QAbstractSocket::ConnectedState) return Event::nothing;
   mFailure = handshakeFailure();
+  mIsRefused = !mSocket->sslHandshakeErrors().isEmpty();
   return Event::failed;
 }
 

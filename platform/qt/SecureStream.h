@@ -21,6 +21,7 @@ class SecureStream final : public StreamConnection {
   Result<std::size_t> send(std::string_view bytes) override;
   void startTLS(const std::string&) override {}  ///< it has already
   std::string failure() const override { return mFailure; }
+  bool isCertificateRefused() const override { return mIsRefused; }
 
  private:
   class Socket;
@@ -31,6 +32,7 @@ class SecureStream final : public StreamConnection {
   std::unique_ptr<Socket> mSocket;
   std::string mPeerName;
   bool mSecured = false;
+  bool mIsRefused = false;
   std::string mFailure;
 };
 

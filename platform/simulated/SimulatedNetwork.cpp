@@ -48,6 +48,7 @@ class SimulatedStream final : public StreamConnection {
   }
 
   std::string failure() const override { return mFailure; }
+  bool isCertificateRefused() const override { return mIsRefused; }
 
  private:
   Event next(bool wantsSpace) {
@@ -100,6 +101,7 @@ class SimulatedStream final : public StreamConnection {
         if (!mWantsTls) return false;
         mFailure = step.text;
         mSecuredNow = step.text.empty();
+        mIsRefused = !mSecuredNow;
         break;
       case PeerStep::Kind::close:
         mClosed = true;
@@ -121,6 +123,7 @@ class SimulatedStream final : public StreamConnection {
   bool mOpened = false;
   bool mWantsTls = false;
   bool mSecuredNow = false;
+  bool mIsRefused = false;
   bool mClosed = false;
   std::string mIncoming;
   std::string mHeard;

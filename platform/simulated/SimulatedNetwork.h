@@ -31,7 +31,8 @@ class PeerScript {
   PeerScript& line(const std::string& text) { return say(text + "\r\n"); }
   /// Waits until the text was sent to it, and takes everything up to its end.
   PeerScript& hear(const std::string& text) { return add(PeerStep::Kind::hear, text, 0); }
-  /// Waits until the stream goes on encrypted, and agrees, or refuses with a reason.
+  /// Waits until the stream goes on encrypted, and agrees, or shows a certificate that is refused
+  /// for that reason.
   PeerScript& tls(const std::string& refusal = {}) { return add(PeerStep::Kind::tls, refusal, 0); }
   PeerScript& close() { return add(PeerStep::Kind::close, {}, 0); }
   PeerScript& fail(const std::string& reason) { return add(PeerStep::Kind::fail, reason, 0); }

@@ -4,6 +4,8 @@
 
 #include <limits>
 
+#include "ZANCocoaFramework/ZAN_Accents.h"
+
 namespace corvana {
 namespace {
 
@@ -87,6 +89,11 @@ TEST(StringUtils, TheOffsetIsThatOfTheInstant) {
   EXPECT_EQ(paris.getShortTimeDate(796438800), "2026-03-29 03:00");
   EXPECT_EQ(paris.getShortTimeDate(-1e30), "0001-01-02 00:09");
   EXPECT_EQ(paris.getShortDate(1e30), "9999-12-31");
+}
+
+TEST(StringUtils, AsciiKeepsWhatItCan) {
+  EXPECT_EQ(asciiWithLoss("Éloïse – “Straße”\u00a05\u00a0€…\n½ ﬁn, e\u0301t\u00e9 й 한 😀\xff"),
+            "Eloise - \"Strasse\" 5 EUR...\n1/2 fin, ete ? ? ??");
 }
 
 TEST(StringUtils, NoRegionLeavesLooseEndsInItsPatterns) {

@@ -348,7 +348,7 @@ TEST_F(TriggerEvaluationTest, LongUnexecutedActionsAreToldOnceWhileTheUserIsTher
   EXPECT_THAT(sendmail->arguments, ElementsAre("/usr/sbin/sendmail", "anna@example.org"));
   EXPECT_EQ(sendmail->input,
             "To: anna@example.org\nSubject: An action was not executed for a while\n\n"
-            "?A8? was not executed for 9 days\n.\n");
+            "\"A8\" was not executed for 9 days\n.\n");
   const std::size_t before = notices().size();
   advance(2);
   EXPECT_EQ(notices().size(), before);

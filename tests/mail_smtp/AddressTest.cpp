@@ -91,6 +91,15 @@ TEST(Client, SendsNothingToWhatIsNoAddress) {
   session.to = "bob@example.com, nobody";
   session.run(PeerScript());
   EXPECT_TRUE(session.machine.network.transcripts.empty());
+  for (const char* injects :
+       {"bob@example.com\r\nRSET", "bob@example.com\n", "\u2028bob@example.com"}) {
+    session.to = injects;
+    session.run(PeerScript());
+    EXPECT_TRUE(session.machine.network.transcripts.empty()) << injects;
+  }
+  session.to = "\u00a0bob@example.com\t, <\u3000carl@example.com\r\n>\u2009";
+  session.run(test::takesMail(test::greeting().hear("HELO ").line("250 hello"), 2));
+  EXPECT_THAT(session.sent(), testing::HasSubstr("\r\nTo: bob@example.com, carl@example.com\r\n"));
   const auto complaint = [&](const char* from, const char* to) -> std::string {
     session.from = from;
     session.to = to;
@@ -119,6 +128,8 @@ TEST(WebUtils, SaysEverythingInOneBreath) {
   };
   EXPECT_EQ(send("d@e.f"), ZAN_WebUtils::MailError::notConnected);
   machine.network.script = [](const std::string&, std::int64_t) { return PeerScript(); };
+  EXPECT_EQ(send("x\r\nRSET"), std::nullopt);
+  EXPECT_THAT(*machine.network.transcripts.back(), testing::HasSubstr("RCPT TO:<x  RSET>\r\n"));
   EXPECT_EQ(send("d@e.f"), std::nullopt);
   EXPECT_EQ(*machine.network.transcripts.back(),
             "<connect mail:25>HELO localhost\r\nMAIL FROM:<a@b.c>\r\nRCPT TO:<d@e.f>\r\nDATA\r\n"

@@ -259,6 +259,40 @@ TEST(Dialogue, ARefusedCertificateForbidsClearTextOnEveryPort) {
   EXPECT_FALSE(session.success);
   EXPECT_THAT(session.log, ElementsAre("Stream error: TLS handshake failed: expired",
                                        "SMTP Exception: Server doesn't support STARTTLS"));
+
+  // What only breaks, or never comes, says nothing about the server.
+  SMTPSession broken;
+  broken.tlsMode = 1;
+  broken.ports = "587,465,25";
+  broken.run([](const std::string&, std::int64_t port) {
+    PeerScript script = greeting();
+    if (port == 465) return PeerScript();
+    if (port == 587) {
+      return script.hear("EHLO ")
+          .line("250-STARTTLS")
+          .line("250 ok")
+          .hear("STARTTLS")
+          .line("220 go")
+          .fail("TLS handshake failed: no common cipher");
+    }
+    script.hear("EHLO ").line("250 ok");
+    return takesMail(script);
+  });
+  EXPECT_TRUE(broken.success) << testing::PrintToString(broken.log);
+  EXPECT_EQ(broken.log.size(), 2U);
+}
+
+TEST(Dialogue, AnObserverMayCutTheWaitAfterALongRefusal) {
+  SMTPSession session;
+  session.observed = true;
+  session.hangsUpSoon = true;
+  PeerScript script = greeting();
+  script.hear("HELO ").line("550-not").pause(0.5).line("550-from").line("550 here").pause(1e6);
+  session.run(script);
+  EXPECT_THAT(session.told,
+              testing::IsSupersetOf({"error 550 not", "error 550 from", "error 550 here"}));
+  EXPECT_NEAR(session.seconds, SMTPConnector::kFarewellTimeout, 0.01);
+  EXPECT_EQ(session.reason, "mail.example.com: 550 not; from; here");
 }
 
 /// How a server can fail, and what is said then.
@@ -317,7 +351,8 @@ TEST(Bounds, NoServerHoldsASessionForEver) {
       {PeerScript().say("2").pause(20).endlessly(), 310, "The server did not answer in time"},
       {greeting().hear("\r\n").line("250-X").pause(200).line("250-X").pause(200).line("250-X"), 310,
        "The server did not answer in time"},
-      {PeerScript().say(std::string(2000, '2')).endlessly(), 1, "A reply of the server is too long"},
+      {PeerScript().say(std::string(2000, '2')).endlessly(), 1,
+       "A reply of the server is too long"},
       {talkative, 310, "The server talks too much"},
       {greeting().hear("\r\n").line("535 no").pause(1e6), 40, nullptr},
   };

@@ -20,6 +20,7 @@ struct SMTPSession {
   std::string password;
   bool credentialsSetLater = false;
   bool observed = false;
+  bool hangsUpSoon = false;  ///< when observed
   std::string from = "anna@example.com";
   std::string to = "bob@example.com";
   std::string body = "Hello";
@@ -28,6 +29,7 @@ struct SMTPSession {
   std::vector<std::string> log;
   std::vector<std::string> told;  ///< "status N", "info TEXT", "error CODE TEXT"
   bool success = false;
+  std::string reason;  ///< why not
   double seconds = 0;
 
   SMTPSurroundings surroundings() {
@@ -42,25 +44,27 @@ struct SMTPSession {
     machine.network.script = std::move(script);
     const auto client = ZAN_SMTPClient::clientWithServerAddress("mail.example.com", ports, tlsMode,
                                                                 user, password, method);
+    std::shared_ptr<SMTPConnector> connector;
     if (credentialsSetLater) client->setCredentials(user, password);
     if (observed) {
       client->setDelegate(std::make_shared<SMTPClientDelegate>(SMTPClientDelegate{
           [this](const ZAN_SMTPClient&, std::int64_t status) {
             told.push_back("status " + std::to_string(status));
           },
-          [this](const ZAN_SMTPClient&, const SMTPError& error) {
+          [this, &connector](const ZAN_SMTPClient&, const SMTPError& error) {
             told.push_back("error " + std::to_string(error.code) + " " + error.messageKey);
+            if (hangsUpSoon) connector->hangUpSoon();
           },
           [this](const ZAN_SMTPClient&, const std::string& text) {
             told.push_back("info " + text);
           }}));
     }
     const double begin = machine.clock.monotonic();
-    const auto connector =
-        client->connectorForMessage(surroundings(), body, "Hi", from, to, crFormat);
+    connector = client->connectorForMessage(surroundings(), body, "Hi", from, to, crFormat);
     if (connector == nullptr) return;
     connector->start();
     success = connector->success();
+    if (!success) reason = connector->outcome().error().text;
     seconds = machine.clock.monotonic() - begin;
   }
   std::string sent() const { return machine.network.transcript(); }

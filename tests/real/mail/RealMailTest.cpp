@@ -50,7 +50,7 @@ class RealMailTest : public testing::Test {
     std::shared_ptr<SMTPConnector> connector;
     delegate->reportError = [&](const ZAN_SMTPClient&, const SMTPError& error) {
       told = std::to_string(error.code) + " " + error.messageKey;
-      connector->hangUp();
+      connector->hangUpSoon();
     };
     client->setDelegate(delegate);
     connector =
