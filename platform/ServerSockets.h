@@ -22,7 +22,7 @@ class ServerSocket {
 class ServerSockets {
  public:
   /// What strangers may take. A connection over a bound takes the place of the one that has been
-  /// silent for longest.
+  /// silent for longest; when each has said something, one is read at once to make room.
   struct Limits {
     int backlog = 1;                        ///< waiting to be accepted
     std::size_t connections = 32;           ///< open at a time

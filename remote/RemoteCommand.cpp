@@ -1,6 +1,6 @@
 #include "remote/RemoteCommand.h"
 
-#include <algorithm>
+#include <unordered_set>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_KeyedUnarchiver.h"
@@ -19,11 +19,11 @@ constexpr const char* kSender = "RemoteControllerMachineName";
 
 std::vector<std::int64_t> referencesIn(std::string_view text) {
   std::vector<std::int64_t> references;
-  while (references.size() < RemoteCommand::kMostReferences) {
+  std::unordered_set<std::int64_t> known;
+  for (;;) {
     const std::size_t comma = text.find(',');
     const std::int64_t ref = ZAN_Value(text.substr(0, comma)).integerValue();
-    if (ref != 0 && std::ranges::find(references, ref) == references.end())
-      references.push_back(ref);
+    if (ref != 0 && known.insert(ref).second) references.push_back(ref);
     if (comma == std::string_view::npos) break;
     text.remove_prefix(comma + 1);
   }

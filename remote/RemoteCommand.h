@@ -13,8 +13,6 @@ namespace corvana {
 
 /// What one machine tells another: an archived dictionary with one of three keys. Thread: any.
 struct RemoteCommand {
-  /// More actions than that are not launched by one command.
-  static constexpr std::size_t kMostReferences = 200;
   /// Longer texts are cut between two characters.
   static constexpr std::size_t kMostBytesOfMessage = 4000;
   static constexpr std::size_t kMostBytesOfSender = 255;

@@ -1,7 +1,9 @@
 #include "remote/RemoteControl.h"
 
+#include <algorithm>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "core/record/Messages.h"
@@ -30,6 +32,11 @@ constexpr double kSecondsPerCommand = 2;
 constexpr int kMessagesAtOnce = 10;
 constexpr int kRefusalsAtOnce = 20;
 constexpr double kSecondsPerRefusal = 10;
+/// After so much quiet a flood is a new one.
+constexpr double kQuietBetweenBursts = 300;
+/// Each is a line of the report: the loop gets on with other things in between.
+constexpr std::size_t kLaunchesAtOnce = 25;
+constexpr std::size_t kMostLaunchesWaiting = 100'000;
 
 }  // namespace
 
@@ -37,12 +44,16 @@ RemoteControl::RemoteControl(const Surroundings& surroundings)
     : m(surroundings),
       mCommands(kCommandsAtOnce, kSecondsPerCommand),
       mMessages(kMessagesAtOnce, kMessageSeconds),
-      mRefusals(kRefusalsAtOnce, kSecondsPerRefusal) {}
+      mRefusals(kRefusalsAtOnce, kSecondsPerRefusal),
+      mDroppedCommands(kQuietBetweenBursts),
+      mDroppedMessages(kQuietBetweenBursts) {}
 
 RemoteControl::~RemoteControl() { stop(); }
 
 void RemoteControl::stop() {
   m.platform.runLoop.cancel(std::exchange(mPublication, 0));
+  m.platform.runLoop.cancel(std::exchange(mLaunching, 0));
+  mToLaunch.clear();
   mClient.reset();
 }
 
@@ -65,8 +76,8 @@ void RemoteControl::publishRemoteControl() {
   if (!allowed) return;
   mClient = std::make_unique<RemoteControlClient>(m.platform, m.tree);
   mClient->accepts = [this](const std::string& address) { return accepts(address); };
-  mClient->received = [this](const std::string&, std::span<const std::byte> data) {
-    receive(data);
+  mClient->received = [this](const std::string& address, std::span<const std::byte> data) {
+    receive(address, data);
   };
   mClient->onLeftOut = [this](std::size_t leftOut, std::size_t all) { tellLeftOut(leftOut, all); };
   publish();
@@ -95,8 +106,14 @@ bool RemoteControl::accepts(const std::string& address) {
   return false;
 }
 
-void RemoteControl::receive(std::span<const std::byte> data) {
-  if (mCommands.take(m.platform.clock.monotonic())) receiveFromRemoteController(data);
+void RemoteControl::receive(const std::string& address, std::span<const std::byte> data) {
+  if (mCommands.take(m.platform.clock.monotonic())) return receiveFromRemoteController(data);
+  tellDropped(mDroppedCommands, "RemoteControlDropped", address);
+}
+
+void RemoteControl::tellDropped(BurstGate& burst, const char* text, const std::string& sender) {
+  if (burst.begins(m.platform.clock.monotonic()))
+    m.log.addSchedulerLog(LogCode::message, m.texts.text(text, {sender}));
 }
 
 void RemoteControl::receiveFromRemoteController(std::span<const std::byte> data) {
@@ -112,11 +129,26 @@ void RemoteControl::run(const RemoteCommand::Activate& command) {
 }
 
 void RemoteControl::run(const RemoteCommand::Launch& command) {
-  for (const std::int64_t ref : command.references) m.commands.launchActionRemotely(ref);
+  const std::size_t room = kMostLaunchesWaiting - std::min(kMostLaunchesWaiting, mToLaunch.size());
+  const auto& refs = command.references;
+  mToLaunch.insert(mToLaunch.end(), refs.begin(),
+                   refs.begin() + static_cast<std::ptrdiff_t>(std::min(room, refs.size())));
+  if (mLaunching == 0) launchSome();
+}
+
+void RemoteControl::launchSome() {
+  mLaunching = 0;
+  const auto end =
+      mToLaunch.begin() + static_cast<std::ptrdiff_t>(std::min(kLaunchesAtOnce, mToLaunch.size()));
+  const std::vector<std::int64_t> now(mToLaunch.begin(), end);
+  mToLaunch.erase(mToLaunch.begin(), end);
+  if (!mToLaunch.empty()) mLaunching = m.platform.runLoop.performAfter(0, [this] { launchSome(); });
+  m.commands.launchActionsRemotely(now);
 }
 
 void RemoteControl::run(const RemoteCommand::Message& command) {
-  if (!mMessages.take(m.platform.clock.monotonic())) return;
+  if (!mMessages.take(m.platform.clock.monotonic()))
+    return tellDropped(mDroppedMessages, "RemoteMessagesDropped", command.sender);
   const std::string from = m.texts.text("MessageFromDistantController", {command.sender});
   m.log.addSchedulerLog(LogCode::schedulerMessage, from);
   m.messages.showMessage(command.text, from, kMessageSeconds, true);

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <deque>
 #include <memory>
 #include <span>
 #include <string>
@@ -8,6 +10,7 @@
 #include "platform/RunLoop.h"
 #include "remote/Allowance.h"
 #include "remote/AllowedAddresses.h"
+#include "remote/BurstGate.h"
 #include "remote/RemoteCommand.h"
 
 namespace corvana {
@@ -24,7 +27,7 @@ struct SchedulerState;
 
 /// Lets other machines of the local network see this one and control it, as long as the user allows
 /// it. What they send is not trusted: it is bounded in size, number and pace, and what comes too
-/// quickly is dropped unread. Thread: main.
+/// quickly is dropped unread, which the log says once for each burst. Thread: main.
 class RemoteControl {
  public:
   /// Restricts who may connect; not set, anybody may. See AllowedAddresses.
@@ -59,7 +62,9 @@ class RemoteControl {
 
  private:
   void publish();
-  void receive(std::span<const std::byte> data);
+  void receive(const std::string& address, std::span<const std::byte> data);
+  void tellDropped(BurstGate& burst, const char* text, const std::string& sender);
+  void launchSome();
   bool accepts(const std::string& address);
   void tellLeftOut(std::size_t leftOut, std::size_t all);
   void run(const RemoteCommand::Activate& command);
@@ -74,6 +79,10 @@ class RemoteControl {
   Allowance mCommands;
   Allowance mMessages;
   Allowance mRefusals;
+  BurstGate mDroppedCommands;
+  BurstGate mDroppedMessages;
+  std::deque<std::int64_t> mToLaunch;
+  RunLoop::TimerId mLaunching = 0;  ///< not 0: goes on with those that are to be launched
 };
 
 }  // namespace corvana

@@ -155,9 +155,11 @@ Outcome Controls::launchAction(std::int64_t ref, bool estimateSize) {
   return {};
 }
 
-void Controls::launchActionRemotely(std::int64_t ref) {
-  m.queue.addActionToQueue(ref, m.platform.clock.now() + kRemoteLaunchDelay, -1, false, true,
-                           false);
+void Controls::launchActionsRemotely(std::span<const std::int64_t> refs) {
+  const ReferenceTime due = m.platform.clock.now() + kRemoteLaunchDelay;
+  m.queue.batch([&] {
+    for (const std::int64_t ref : refs) m.queue.addActionToQueue(ref, due, -1, false, true, false);
+  });
 }
 
 void Controls::executeNow(std::int64_t ref) { m.queue.executeNow(ref); }

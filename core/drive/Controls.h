@@ -96,7 +96,7 @@ class Controls : public SchedulerCommands {
   void showProgress() override;
   void setExecutionMode(int mode) override;
   Outcome launchAction(std::int64_t ref, bool estimateSize) override;
-  void launchActionRemotely(std::int64_t ref) override;
+  void launchActionsRemotely(std::span<const std::int64_t> refs) override;
   void executeNow(std::int64_t ref) override;
   void removeFromQueue(const std::vector<std::size_t>& rows) override;
   void moveInQueue(std::size_t from, std::size_t to) override;

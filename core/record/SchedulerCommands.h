@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -42,8 +43,8 @@ class SchedulerCommands {
   // The queue
   /// Queues an action as if by hand, or says why it is not queued.
   virtual Outcome launchAction(std::int64_t ref, bool estimateSize) = 0;
-  /// From another machine: due in 5 s, refused when the action does not allow it.
-  virtual void launchActionRemotely(std::int64_t ref) = 0;
+  /// From another machine: due in 5 s; those that do not allow it are passed over.
+  virtual void launchActionsRemotely(std::span<const std::int64_t> refs) = 0;
   /// The queued action runs now even though automatic execution is off.
   virtual void executeNow(std::int64_t ref) = 0;
   virtual void removeFromQueue(const std::vector<std::size_t>& rows) = 0;

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -74,6 +75,7 @@ class LinuxServerSocket final : public ServerSocket {
     std::string address;
     DescriptorWatch::WatchId watch = 0;
     RunLoop::TimerId timer = 0;  ///< until it has been silent for too long, then until it is read
+    bool isDue = false;          ///< it is read at the next occasion
   };
   using Place = std::list<Connection>::iterator;
 
@@ -111,18 +113,43 @@ class LinuxServerSocket final : public ServerSocket {
   }
 
   void makeRoomFor(const std::string& address) {
-    const auto isOfIt = [&](const Connection& one) { return one.address == address; };
-    const auto count = std::count_if(mConnections.begin(), mConnections.end(), isOfIt);
-    // The list is in the order of their coming.
-    if (static_cast<std::size_t>(count) >= mLimits.connectionsPerAddress) {
-      drop(std::find_if(mConnections.begin(), mConnections.end(), isOfIt));
-    } else if (mConnections.size() >= mLimits.connections) {
-      drop(mConnections.begin());
+    const auto isOfIt = [&](const Connection& one) { return !one.isDue && one.address == address; };
+    const auto isAny = [](const Connection& one) { return !one.isDue; };
+    const auto count = [this](const auto& which) {
+      return static_cast<std::size_t>(std::ranges::count_if(mConnections, which));
+    };
+    if (count(isOfIt) >= mLimits.connectionsPerAddress) {
+      makeRoomAmong(isOfIt);
+    } else if (count(isAny) >= mLimits.connections) {
+      makeRoomAmong(isAny);
     }
+    // Nobody who speaks is dropped for having company, unless the reading does not keep up.
+    if (mConnections.size() >= 2 * mLimits.connections) drop(mConnections.begin());
+  }
+
+  /// The one that has been silent for longest goes; when all have said something the first of them
+  /// is read without waiting for more.
+  template <typename Which>
+  void makeRoomAmong(const Which& which) {
+    // The list is in the order of their coming.
+    const auto silent = std::ranges::find_if(
+        mConnections, [&](const Connection& one) { return which(one) && isSilent(one); });
+    if (silent != mConnections.end()) return drop(silent);
+    const Place first = std::ranges::find_if(mConnections, which);
+    mWatch.unwatch(std::exchange(first->watch, 0));
+    mRunLoop.cancel(first->timer);
+    first->isDue = true;
+    first->timer = mRunLoop.performAfter(0, [this, first] { read(first); });
+  }
+
+  static bool isSilent(const Connection& one) {
+    int waiting = 0;
+    return ioctl(one.socket.get(), FIONREAD, &waiting) != 0 || waiting == 0;
   }
 
   void begin(ZAN_Descriptor socket, const std::string& address) {
-    const Place place = mConnections.insert(mConnections.end(), {std::move(socket), address});
+    const Place place =
+        mConnections.insert(mConnections.end(), {std::move(socket), address, 0, 0, false});
     place->watch = mWatch.watch(place->socket.get(), DescriptorWatch::Event::readable,
                                 [this, place] { arrives(place); });
     place->timer = mRunLoop.performAfter(mLimits.silence, [this, place] { drop(place); });

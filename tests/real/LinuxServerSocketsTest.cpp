@@ -74,6 +74,21 @@ TEST_F(LinuxServerSocketsTest, ReadsOnceWhatHasArrivedAndCloses) {
   EXPECT_EQ(received, std::vector<std::string>{"one command"});
 }
 
+TEST_F(LinuxServerSocketsTest, ManyQuickCommandsOfOneMachineAreAllRead) {
+  ServerSockets::Limits limits;
+  limits.backlog = 32;
+  listen(limits);
+  const ZAN_Descriptor silent = connectTo(server->port());
+  std::vector<ZAN_Descriptor> clients;
+  for (int i = 0; i < 12; ++i) {
+    clients.push_back(connectTo(server->port()));
+    ASSERT_TRUE(say(clients.back(), "command " + std::to_string(i)));
+  }
+  ASSERT_TRUE(real.runUntil([&] { return received.size() == 12; })) << received.size();
+  EXPECT_TRUE(std::ranges::count(received, "command 0") == 1);
+  EXPECT_TRUE(isClosed(silent)) << "it made room";
+}
+
 TEST_F(LinuxServerSocketsTest, WhoIsSilentOrUnwantedIsDropped) {
   ServerSockets::Limits limits;
   limits.silence = 0.2;

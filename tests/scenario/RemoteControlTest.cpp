@@ -138,6 +138,18 @@ TEST_F(RemoteControlScenario, ActionsAreLaunchedFiveSecondsLater) {
   EXPECT_EQ(day.executionsOf("Letters"), 1U);
 }
 
+TEST_F(RemoteControlScenario, OneCommandLaunchesManyActionsWithoutHoldingTheAgentUp) {
+  std::string refs;
+  for (int i = 0; i < 300; ++i)
+    refs += std::to_string(day.action("Action " + std::to_string(i),
+                                      ZAN_Value::dictionary({{"TriggerAutomatic", 0}}))) +
+            ",";
+  startAgent();
+  day.agent->commands().pauseExecution();
+  send(ZAN_Value::dictionary({{"RemoteControlMachineLaunchAction", refs}}));
+  EXPECT_EQ(queued().size(), 300U);
+}
+
 TEST_F(RemoteControlScenario, AMessageIsShownAndLogged) {
   startAgent();
   send(ZAN_Value::dictionary(
@@ -160,7 +172,16 @@ TEST_F(RemoteControlScenario, AFloodIsHeldDown) {
   for (int i = 0; i < 1000; ++i)
     day.machine.serverSockets.send(day.machine.serverSockets.ports().at(0), "10.0.0.2", data);
   day.runFor(0.25);
-  EXPECT_EQ(day.logCodes().size(), before + 10);
+  // Ten messages, one entry for those not shown, one for the commands not even read.
+  EXPECT_EQ(day.logCodes().size(), before + 12);
+  const auto told = [&](const char* words) {
+    const ZAN_Value log = ActionLog(day.store()).readLogList();
+    return std::ranges::count_if(log.elements(), [&](const ZAN_Value& entry) {
+      return entry.integer("C") == 13 && entry.string("N").starts_with(words);
+    });
+  };
+  EXPECT_EQ(told("Commands from 10.0.0.2 came too quickly"), 1);
+  EXPECT_EQ(told("Messages from Flood came too quickly"), 1);
   day.runFor(600);
   EXPECT_FALSE(day.agent->messages().hasPending()) << "all that was let in has been shown";
   ASSERT_TRUE(activate(0));
