@@ -52,10 +52,8 @@ void AnnounceView::paintEvent(QPaintEvent* /*event*/) {
   const int textWidth = std::min(metrics.horizontalAdvance(mText), room.width() / 2);
   const QString title =
       metrics.elidedText(mTitle, Qt::ElideMiddle, room.width() - textWidth - kMargin);
-  const auto begin = mirrored ? Qt::AlignRight : Qt::AlignLeft;
-  const auto end = mirrored ? Qt::AlignLeft : Qt::AlignRight;
-  painter.drawText(room, int(begin | Qt::AlignVCenter), title);
-  painter.drawText(room, int(end | Qt::AlignVCenter),
+  painter.drawText(room, int(Qt::AlignLeading | Qt::AlignVCenter), title);
+  painter.drawText(room, int(Qt::AlignTrailing | Qt::AlignVCenter),
                    metrics.elidedText(mText, Qt::ElideRight, textWidth));
 }
 

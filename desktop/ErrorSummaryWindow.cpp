@@ -33,7 +33,7 @@ ErrorSummaryWindow::ErrorSummaryWindow(const UserInterfaceSources& sources)
   row->addStretch();
   addButton(row, text("ButtonClose"), [this] { close(); });
   layout->addLayout(row);
-  resizeByFont(this, 90, 20);
+  resizeByFont(this, 100, 22);
 }
 
 QWidget* ErrorSummaryWindow::firstFocus() { return mList; }

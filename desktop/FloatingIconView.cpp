@@ -1,6 +1,7 @@
 #include "desktop/FloatingIconView.h"
 
 #include <QContextMenuEvent>
+#include <QFontInfo>
 #include <QFontMetrics>
 #include <QPainter>
 #include <algorithm>
@@ -12,7 +13,8 @@ namespace {
 constexpr int kIconPixels = 32;
 constexpr int kMargin = 6;
 constexpr int kLetters = 11;
-constexpr int kWidestLine = 240;
+constexpr double kLettersPart = 0.9;
+constexpr int kWidestLetters = 40;
 constexpr double kRadius = 8;
 
 }  // namespace
@@ -21,7 +23,8 @@ FloatingIconView::FloatingIconView(bool composed, const QIcon& icon)
     : FloatingWidget(composed, true), mIcon(icon) {
   setMovable();
   QFont letters = font();
-  letters.setPixelSize(kLetters * logicalDpiY() / 96);
+  // A little smaller than those of the windows.
+  letters.setPixelSize(std::max(kLetters, int(QFontInfo(letters).pixelSize() * kLettersPart)));
   setFont(letters);
   setLines({});
 }
@@ -32,7 +35,8 @@ void FloatingIconView::setLines(const QStringList& lines) {
   const QFontMetrics metrics(font());
   int widest = 0;
   for (const QString& line : mLines) {
-    widest = std::max(widest, std::min(metrics.horizontalAdvance(line) + 1, kWidestLine));
+    widest = std::max(widest, std::min(metrics.horizontalAdvance(line) + 1,
+                                       kWidestLetters * metrics.averageCharWidth()));
   }
   const int beside = mLines.isEmpty() ? 0 : widest + kMargin;
   const int text = int(mLines.size()) * metrics.lineSpacing();
@@ -72,8 +76,7 @@ void FloatingIconView::paintEvent(QPaintEvent* /*event*/) {
   for (const QString& line : mLines) {
     painter.drawText(
         QRect(mirrored ? kMargin : icon.right() + 1 + kMargin, top, room, metrics.lineSpacing()),
-        int((mirrored ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter),
-        metrics.elidedText(line, Qt::ElideRight, room));
+        int(Qt::AlignLeading | Qt::AlignVCenter), metrics.elidedText(line, Qt::ElideRight, room));
     top += metrics.lineSpacing();
   }
 }

@@ -38,7 +38,12 @@ void FloatingWidget::paintGround(QPainter& painter, const QColor& colour, double
   painter.setRenderHint(QPainter::Antialiasing);
   painter.setPen(Qt::NoPen);
   painter.setBrush(gradient);
-  painter.drawRoundedRect(rect(), radius, radius);
+  // A window that is cut to its shape shows all that is within it.
+  if (mComposed) {
+    painter.drawRoundedRect(rect(), radius, radius);
+  } else {
+    painter.drawRect(rect());
+  }
 }
 
 void FloatingWidget::cutToShape(double radius) {

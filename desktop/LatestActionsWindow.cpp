@@ -42,7 +42,7 @@ LatestActionsWindow::LatestActionsWindow(const UserInterfaceSources& sources)
       mSummary->setText(qt(mModel.launchAgain(*selected)));
   });
   layout->addLayout(row);
-  resizeByFont(this, 100, 30);
+  resizeByFont(this, 120, 32);
 }
 
 QWidget* LatestActionsWindow::firstFocus() { return mList; }

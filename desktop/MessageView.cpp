@@ -1,5 +1,6 @@
 #include "desktop/MessageView.h"
 
+#include <QFontInfo>
 #include <QFontMetrics>
 #include <QMouseEvent>
 #include <QPainter>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr int kTitlePixels = 20;
 constexpr int kTextPixels = 12;
+constexpr double kUsualPixels = 13;
 constexpr int kIconPixels = 48;
 constexpr int kIconBorder = 4;
 constexpr int kMargin = 12;
@@ -21,7 +23,8 @@ constexpr int kGap = 4;
 constexpr double kRadius = 10;
 constexpr int kCloseSize = 24;
 /// Longer lines are hard to read.
-constexpr int kComfortableWidth = 560;
+constexpr int kComfortableLetters = 80;
+constexpr int kEndless = 10000;
 
 /// Dark enough for white letters.
 QColor predefinedColour(int number) {
@@ -31,12 +34,20 @@ QColor predefinedColour(int number) {
   return QColor::fromRgb(kColours[known ? std::size_t(number) : 0]);
 }
 
-QFont sized(QFont font, int pixels, int dpi) {
-  font.setPixelSize(pixels * dpi / 96);
+/// The size that goes with letters of the usual size, and more where the user has larger ones.
+QFont sized(QFont font, int pixels) {
+  const double factor = std::max(1.0, QFontInfo(font).pixelSize() / kUsualPixels);
+  font.setPixelSize(int(pixels * factor));
   return font;
 }
 
-constexpr int kWrapped = Qt::TextWordWrap | Qt::TextWrapAnywhere;
+/// Lines end between words, and within one only when it is longer than a line, as paths may be.
+int wrapped(const QFontMetrics& metrics, const QString& text, int width) {
+  for (const QString& word : QString(text).replace('\n', ' ').split(' ')) {
+    if (metrics.horizontalAdvance(word) > width) return Qt::TextWrapAnywhere;
+  }
+  return Qt::TextWordWrap;
+}
 
 }  // namespace
 
@@ -45,24 +56,28 @@ MessageView::MessageView(bool composed, const QString& title, const QString& tex
       mTitle(title),
       mText(text),
       mLook(look),
-      mTitleFont(sized(font(), kTitlePixels, logicalDpiY())),
-      mTextFont(sized(font(), kTextPixels, logicalDpiY())) {
+      mTitleFont(sized(font(), kTitlePixels)),
+      mTextFont(sized(font(), kTextPixels)) {
   setWindowTitle(title);
   setAccessibleName(title);
   setAccessibleDescription(text);
   const int beside = kIconPixels + 2 * kIconBorder + 2 * kMargin;
   const QFontMetrics titleMetrics(mTitleFont);
   const QFontMetrics textMetrics(mTextFont);
-  const int oneLine = std::max(
-      titleMetrics.horizontalAdvance(mTitle),
-      textMetrics.boundingRect(QRect(0, 0, kComfortableWidth, 10000), kWrapped, mText).width());
-  const double wanted = beside + std::min(oneLine + 2, kComfortableWidth);
+  const int comfortable = kComfortableLetters * textMetrics.averageCharWidth();
+  const QRect wide(0, 0, comfortable, kEndless);
+  const int oneLine = std::max(titleMetrics.horizontalAdvance(mTitle),
+                               textMetrics.boundingRect(wide, Qt::TextWordWrap, mText).width());
+  const double wanted = beside + std::min(oneLine + 2, comfortable);
   const int width = int(MessagePlacement::messageWidth(
       wanted, {0, 0, look.widest + MessagePlacement::kMessageMargin, 0}));
-  const QRect room(0, 0, std::max(1, width - beside), 10000);
-  mTitleHeight = mTitle.isEmpty() ? 0 : titleMetrics.boundingRect(room, kWrapped, mTitle).height();
+  const QRect room(0, 0, std::max(1, width - beside), kEndless);
+  mTitleWrap = wrapped(titleMetrics, mTitle, room.width());
+  mTextWrap = wrapped(textMetrics, mText, room.width());
+  mTitleHeight =
+      mTitle.isEmpty() ? 0 : titleMetrics.boundingRect(room, mTitleWrap, mTitle).height();
   const int textHeight =
-      mText.isEmpty() ? 0 : textMetrics.boundingRect(room, kWrapped, mText).height() + kGap;
+      mText.isEmpty() ? 0 : textMetrics.boundingRect(room, mTextWrap, mText).height() + kGap;
   resize(width, std::max(mTitleHeight + textHeight, kIconPixels + 2 * kIconBorder) + 2 * kMargin);
   cutToShape(kRadius);
   setOpacity(look.opacity);
@@ -80,14 +95,15 @@ void MessageView::paintEvent(QPaintEvent* /*event*/) {
                     mLook.icon);
   const int left = mirrored ? kMargin : iconRoom.right() + 1;
   const int textWidth = width() - iconSide - 2 * kMargin;
-  const int align = int(mirrored ? Qt::AlignRight : Qt::AlignLeft) | kWrapped;
   painter.setPen(Qt::white);
   painter.setFont(mTitleFont);
   // Alone, the title stands in the middle.
   const int top = mText.isEmpty() ? (height() - mTitleHeight) / 2 : kMargin;
-  painter.drawText(QRect(left, top, textWidth, mTitleHeight), align, mTitle);
+  painter.drawText(QRect(left, top, textWidth, mTitleHeight), int(Qt::AlignLeading) | mTitleWrap,
+                   mTitle);
   painter.setFont(mTextFont);
-  painter.drawText(QRect(left, top + mTitleHeight + kGap, textWidth, height()), align, mText);
+  painter.drawText(QRect(left, top + mTitleHeight + kGap, textWidth, height()),
+                   int(Qt::AlignLeading) | mTextWrap, mText);
 }
 
 MessageCloseView::MessageCloseView(bool composed, const QString& name)

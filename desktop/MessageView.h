@@ -29,6 +29,8 @@ class MessageView final : public FloatingWidget {
   QFont mTitleFont;
   QFont mTextFont;
   int mTitleHeight = 0;
+  int mTitleWrap = 0;  ///< flags of Qt
+  int mTextWrap = 0;
 };
 
 /// The button that closes a message, a window of its own. Thread: main.

@@ -1,10 +1,13 @@
 #include "desktop/ModelMenu.h"
 
 #include <QApplication>
+#include <QLabel>
 #include <QPainter>
 #include <QStyle>
+#include <QWidgetAction>
 #include <utility>
 
+#include "desktop/Colours.h"
 #include "desktop/Texts.h"
 #include "platform/RunLoop.h"
 
@@ -13,19 +16,21 @@ namespace corvana {
 namespace {
 
 constexpr int kHeadingPixels = 14;
+constexpr int kHeadingMargin = 4;
 constexpr int kIconPixels = 16;
 
 /// Ampersands are letters in what users have named.
 QString label(const std::string& title) { return qt(title).replace('&', QStringLiteral("&&")); }
 
+/// Readable on light and dark menus.
 QColor shade(MenuColour colour) {
   switch (colour) {
     case MenuColour::information:
-      return QColor(0x2f, 0x6f, 0xb0);
+      return isDark() ? QColor(0x6c, 0xae, 0xf0) : QColor(0x2f, 0x6f, 0xb0);
     case MenuColour::warning:
-      return QColor(0xe0, 0x8a, 0x00);
+      return cautionColour();
     case MenuColour::alarm:
-      return QColor(0xd3, 0x30, 0x2f);
+      return alertColour();
     case MenuColour::secondary:
       return QColor(0x8a, 0x8a, 0x8a);
     case MenuColour::label:
@@ -33,6 +38,42 @@ QColor shade(MenuColour colour) {
   }
   return {};
 }
+
+/// The line at the top of a menu: oblique, in its colour, in the middle. Panels that draw the menu
+/// themselves take its text.
+class HeadingAction final : public QWidgetAction {
+ public:
+  using QWidgetAction::QWidgetAction;
+  void setColour(const QColor& colour) {
+    mColour = colour;
+    for (QWidget* made : createdWidgets()) dress(*static_cast<QLabel*>(made));
+  }
+
+ protected:
+  QWidget* createWidget(QWidget* parent) override {
+    auto* label = new QLabel(parent);
+    label->setTextFormat(Qt::PlainText);
+    label->setAlignment(Qt::AlignCenter);
+    label->setMargin(kHeadingMargin);
+    QFont letters = label->font();
+    letters.setItalic(true);
+    letters.setPixelSize(kHeadingPixels * label->logicalDpiY() / 96);
+    label->setFont(letters);
+    dress(*label);
+    connect(this, &QAction::changed, label, [this, label] { dress(*label); });
+    return label;
+  }
+
+ private:
+  void dress(QLabel& label) const {
+    label.setText(text().replace(QStringLiteral("&&"), QStringLiteral("&")));
+    QPalette palette = QApplication::palette(&label);
+    if (mColour.isValid()) palette.setColor(QPalette::WindowText, mColour);
+    label.setPalette(palette);
+  }
+
+  QColor mColour;
+};
 
 /// Not every desktop draws a menu's letters in colours of their own; a dot says it everywhere.
 QIcon dot(const QColor& colour) {
@@ -44,7 +85,7 @@ QIcon dot(const QColor& colour) {
   painter.setPen(Qt::NoPen);
   painter.drawEllipse(3, 3, kIconPixels - 6, kIconPixels - 6);
   QIcon icon(pixmap);
-  // The heading cannot be chosen and is not to look grey for that.
+  // A line that cannot be chosen is not to look grey for that.
   icon.addPixmap(pixmap, QIcon::Disabled);
   return icon;
 }
@@ -113,7 +154,8 @@ void ModelMenu::append(MenuItem item) {
     connect(row.submenu, &QMenu::aboutToShow, row.submenu,
             [menu = row.submenu, &row] { menu->fill(row.item); });
   } else {
-    row.action = new QAction(this);
+    row.action =
+        row.item.kind == MenuItem::Kind::heading ? new HeadingAction(this) : new QAction(this);
     row.action->setSeparator(row.item.kind == MenuItem::Kind::separator);
     row.action->setMenuRole(QAction::NoRole);
     connect(row.action, &QAction::triggered, this, [&row] {
@@ -123,17 +165,8 @@ void ModelMenu::append(MenuItem item) {
       if (act) act();
     });
   }
-  if (row.item.kind == MenuItem::Kind::heading) {
-    QFont heading = row.action->font();
-    heading.setItalic(true);
-    heading.setPixelSize(kHeadingPixels * logicalDpiY() / 96);
-    row.action->setFont(heading);
-  }
   addAction(row.action);
-  // Once: a new icon counts as a change even when it looks the same.
   row.action->setIconVisibleInMenu(true);
-  row.action->setIcon(iconOf(row.item));
-  row.action->setProperty("colour", static_cast<int>(row.item.colour));
   draw(row);
 }
 
@@ -145,9 +178,13 @@ void ModelMenu::draw(Row& row) {
   action.setCheckable(row.item.checkable);
   if (row.item.checkable) action.setChecked(row.item.checked);
   const int colour = static_cast<int>(row.item.colour);
-  if (action.property("colour").toInt() != colour) {
+  // A new icon counts as a change even when it looks the same.
+  if (action.property("colour") != QVariant(colour)) {
     action.setProperty("colour", colour);
     action.setIcon(iconOf(row.item));
+    if (auto* heading = dynamic_cast<HeadingAction*>(&action)) {
+      heading->setColour(shade(row.item.colour));
+    }
   }
 }
 

@@ -43,7 +43,7 @@ NextActionsWindow::NextActionsWindow(const UserInterfaceSources& sources)
   row->addWidget(mSummary, 1);
   mRun = addButton(row, text("ButtonRun"), [this] { launch(); });
   layout->addLayout(row);
-  resizeByFont(this, 110, 32);
+  resizeByFont(this, 120, 36);
 }
 
 QWidget* NextActionsWindow::firstFocus() {

@@ -19,6 +19,7 @@ namespace corvana {
 namespace {
 
 constexpr int kSliderFrom = 50;
+constexpr int kChoiceLetters = 16;
 
 }  // namespace
 
@@ -35,7 +36,8 @@ PreferencesWindow::PreferencesWindow(const UserInterfaceSources& sources)
   }
   connect(mPages, &QListWidget::currentRowChanged, mStack, &QStackedWidget::setCurrentIndex);
   mPages->setCurrentRow(0);
-  mPages->setMaximumWidth(mPages->sizeHintForColumn(0) + 4 * fontMetrics().averageCharWidth());
+  mPages->setSpacing(2);
+  mPages->setFixedWidth(mPages->sizeHintForColumn(0) + 6 * fontMetrics().averageCharWidth());
   auto* layout = new QHBoxLayout(this);
   layout->addWidget(mPages);
   layout->addWidget(mStack, 1);
@@ -52,7 +54,6 @@ QWidget* PreferencesWindow::makePage(const PreferencesModel::Page& page) {
   auto* content = new QWidget;
   auto* form = new QFormLayout(content);
   form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
-  form->setRowWrapPolicy(QFormLayout::WrapLongRows);
   for (const Item& item : page.items) addRow(form, item);
   auto* scroll = new QScrollArea;
   scroll->setWidgetResizable(true);
@@ -70,6 +71,9 @@ void PreferencesWindow::addRow(QFormLayout* form, const Item& item) {
   } else {
     form->addRow(qt(item.label), field);
     field->setAccessibleName(qt(item.label));
+    if (auto* number = qobject_cast<QSpinBox*>(field->focusProxy())) {
+      number->setAccessibleName(qt(item.label));
+    }
   }
   const std::string& help = item.lacking.empty() ? item.help : item.lacking;
   if (help.empty()) return;
@@ -114,6 +118,8 @@ QWidget* PreferencesWindow::makeField(const Item& item) {
 QWidget* PreferencesWindow::makeChoice(const Item& item) {
   auto* box = new QComboBox;
   for (const std::string& choice : item.choices) box->addItem(qt(choice));
+  box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  box->setMinimumContentsLength(kChoiceLetters);
   mReads.emplace_back(
       [box, item] { box->setCurrentIndex(static_cast<int>(item.read().integerValue())); });
   connect(box, &QComboBox::activated, this,

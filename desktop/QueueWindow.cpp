@@ -35,7 +35,7 @@ QueueWindow::QueueWindow(const UserInterfaceSources& sources)
   mProgress = addButton(running, text("ButtonProgress"), [this] { mModel.showProgress(); });
   running->addStretch();
   layout->addLayout(running);
-  resizeByFont(this, 80, 22);
+  resizeByFont(this, 90, 24);
 }
 
 QWidget* QueueWindow::firstFocus() { return mList; }

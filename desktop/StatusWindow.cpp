@@ -67,7 +67,7 @@ StatusWindow::StatusWindow(const UserInterfaceSources& sources)
     addButton(row, key, [this, which = window] { this->sources().commands.showWindow(which); });
   }
   layout->addLayout(row);
-  resizeByFont(this, 110, 36);
+  resizeByFont(this, 120, 38);
 }
 
 QWidget* StatusWindow::firstFocus() { return mList; }

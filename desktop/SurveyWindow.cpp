@@ -41,6 +41,7 @@ SurveyWindow::SurveyWindow(const UserInterfaceSources& sources)
 
 void SurveyWindow::refresh() {
   mLine->setText(qt(mModel.line()));
+  mLine->setVisible(!mLine->text().isEmpty());
   mReply->setText(qt(mModel.reply()));
   mMode->setCurrentIndex(mModel.mode());
   mPaths->refresh();

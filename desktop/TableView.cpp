@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "desktop/TableDelegate.h"
+
 namespace corvana {
 
 namespace {
@@ -19,6 +21,7 @@ constexpr int kMeasuredRows = 50;
 TableView::TableView(WindowTable& table, const QString& name, QWidget* parent)
     : QTreeView(parent), mTable(table), mAdapter(new TableAdapter(table, this)) {
   setModel(mAdapter);
+  setItemDelegate(new TableDelegate(this));
   setAccessibleName(name);
   setRootIsDecorated(false);
   setItemsExpandable(false);

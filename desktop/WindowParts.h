@@ -2,6 +2,7 @@
 
 #include <QBoxLayout>
 #include <QFontMetrics>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QPushButton>
 #include <QString>
@@ -10,10 +11,20 @@ namespace corvana {
 
 // What the windows are put together from. Sizes follow the font.
 
+/// Its text does not touch its border, which styles allow.
+class RoomyButton final : public QPushButton {
+ public:
+  using QPushButton::QPushButton;
+  QSize sizeHint() const override {
+    return QPushButton::sizeHint() + QSize(2 * fontMetrics().averageCharWidth(), 0);
+  }
+  QSize minimumSizeHint() const override { return sizeHint(); }
+};
+
 /// A button of a row at the bottom of a window; Return belongs to the list, not to it.
 template <class Pressed>
 QPushButton* addButton(QBoxLayout* row, const QString& text, Pressed pressed) {
-  auto* button = new QPushButton(text);
+  auto* button = new RoomyButton(text);
   button->setAutoDefault(false);
   QObject::connect(button, &QPushButton::clicked, button, pressed);
   row->addWidget(button);
@@ -26,6 +37,10 @@ inline QLabel* makeLabel(const QString& text = {}) {
   label->setTextFormat(Qt::PlainText);
   label->setWordWrap(true);
   label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  // One that can be selected goes by the letters; a title of another script is to stand with ours.
+  if (QGuiApplication::isRightToLeft()) {
+    label->setAlignment(Qt::AlignRight | Qt::AlignAbsolute | Qt::AlignVCenter);
+  }
   return label;
 }
 

@@ -1,26 +1,52 @@
 #include <gmock/gmock.h>
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QKeyEvent>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMessageBox>
 #include <QMimeData>
 #include <QPalette>
 #include <QPushButton>
+#include <QSet>
+#include <QTabBar>
 #include <QTabWidget>
 #include <chrono>
 
+#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "actions/History.h"
+#include "desktop/AnnounceView.h"
+#include "desktop/FloatingIconView.h"
+#include "desktop/MessageView.h"
+#include "desktop/ModelMenu.h"
+#include "desktop/Questions.h"
 #include "desktop/TableView.h"
 #include "desktop/Texts.h"
 #include "desktop/WeekView.h"
 #include "desktop/WindowFactory.h"
 #include "tests/scenario/Scenario.h"
+#include "ui/FloatingIconLines.h"
+#include "ui/StatusMenu.h"
 
 namespace corvana {
 namespace {
+
+QPalette darkPalette() {
+  QPalette palette(QColor(45, 45, 48), QColor(45, 45, 48));
+  palette.setColor(QPalette::Base, QColor(30, 30, 32));
+  palette.setColor(QPalette::AlternateBase, QColor(38, 38, 41));
+  for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
+    palette.setColor(role, QColor(230, 230, 230));
+  palette.setColor(QPalette::Disabled, QPalette::Text, QColor(140, 140, 140));
+  palette.setColor(QPalette::Disabled, QPalette::WindowText, QColor(140, 140, 140));
+  palette.setColor(QPalette::Highlight, QColor(60, 120, 200));
+  palette.setColor(QPalette::HighlightedText, Qt::white);
+  return palette;
+}
 
 /// The real windows of a simulated agent, on a screen that nobody sees.
 class WindowsTest : public testing::Test {
@@ -38,6 +64,8 @@ class WindowsTest : public testing::Test {
     scenario.start(true);
     scenario.runFor(5);
     mSources.emplace(scenario.agent->userInterfaceSources());
+    mSources->strayFolders = [] { return std::string("Backup Disk\nUSB Stick"); };
+    mSources->freePercent = [] { return 7; };
   }
   AgentWindow& open(Window which) {
     mWindow = makeWindow(which, *mSources);
@@ -67,11 +95,80 @@ class WindowsTest : public testing::Test {
       QApplication::sendEvent(&widget, &event);
     }
   }
-  static void picture(AgentWindow& window, const QString& folder, const QString& name) {
+  /// Looks at it as it would be seen: something is drawn, and no text is cut off. With
+  /// CORVANA_PICTURES the pictures go to that folder.
+  static void picture(QWidget& window, const QString& name) {
+    static const QString folder = qEnvironmentVariable("CORVANA_PICTURES");
     QApplication::processEvents();
-    const QPixmap picture = window.grab();
-    EXPECT_FALSE(picture.isNull());
+    const QImage picture = window.grab().toImage();
+    QSet<QRgb> colours;
+    for (int y = 0; y < picture.height(); ++y) {
+      for (int x = 0; x < picture.width(); ++x) colours.insert(picture.pixel(x, y));
+    }
+    EXPECT_GT(colours.size(), 20) << "drawn with smooth letters";
     if (!folder.isEmpty()) picture.save(folder + "/" + name + ".png");
+    for (QWidget* widget : window.findChildren<QWidget*>()) {
+      if (widget->isVisible()) look(*widget);
+    }
+  }
+  static void look(QWidget& widget) {
+    const auto* label = qobject_cast<QLabel*>(&widget);
+    const auto* button = qobject_cast<QAbstractButton*>(&widget);
+    const auto* choice = qobject_cast<QComboBox*>(&widget);
+    if (label != nullptr && label->wordWrap()) {
+      EXPECT_GE(label->height(), label->heightForWidth(label->width()))
+          << label->text().toStdString();
+    } else if (label != nullptr) {
+      EXPECT_GE(label->width(), label->sizeHint().width()) << label->text().toStdString();
+    } else if (button != nullptr && !button->text().isEmpty()) {
+      EXPECT_GE(button->width(), button->minimumSizeHint().width()) << button->text().toStdString();
+    } else if (choice != nullptr) {
+      const int text = choice->fontMetrics().horizontalAdvance(choice->currentText());
+      EXPECT_GT(choice->width(), text) << choice->currentText().toStdString();
+    }
+    // Who hears instead of seeing has to be told what it is.
+    if (!widget.isEnabled() || (widget.focusPolicy() & Qt::TabFocus) == 0) return;
+    if (qobject_cast<QTabBar*>(&widget) != nullptr || widget.focusProxy() != nullptr) return;
+    const QAccessibleInterface* spoken = QAccessible::queryAccessibleInterface(&widget);
+    EXPECT_FALSE(spoken == nullptr || spoken->text(QAccessible::Name).isEmpty())
+        << widget.metaObject()->className();
+  }
+  /// What has no frame: messages, the announcement, the floating icon, a question, the menu.
+  void smallWindows(const QString& look) {
+    const QIcon logo(QStringLiteral(CORVANA_RESOURCES "/icons/logo_cva_dialogs.svg"));
+    const ZAN_StringTable& texts = mSources->texts;
+    MessageView message(
+        true, qt(texts.text("ExecuteBadTerminatedTitle")),
+        qt(texts.text("ExecuteBadTerminatedMessage", {"Photos to the server"})),
+        {.colour = 0, .opacity = 0.8, .icon = logo.pixmap(96).toImage(), .widest = 992});
+    AnnounceView announce(true, "Photos to the server");
+    announce.setProgress(45, "45 %");
+    FloatingIconView floating(true, logo);
+    QStringList lines;
+    for (const std::string& line : floatingIconLines(*mSources, 5)) lines << qt(line);
+    floating.setLines(lines);
+    floating.setProgress(60, false);
+    StatusMenu model(*mSources);
+    ModelMenu menu(scenario.machine.runLoop, {});
+    menu.setItems(model.items());
+    Questions questions;
+    questions.ask(texts.text("QuitSchedulerTitle"), texts.text("QuitSchedulerText"),
+                  {texts.text("QuitButton"), texts.text("CancelButton")}, {});
+    QWidget* question = nullptr;
+    for (QWidget* one : QApplication::topLevelWidgets()) {
+      if (qobject_cast<QMessageBox*>(one) != nullptr) question = one;
+    }
+    for (const auto& [small, name] :
+         std::initializer_list<std::pair<QWidget*, const char*>>{{&message, "message"},
+                                                                 {&announce, "announce"},
+                                                                 {&floating, "floating"},
+                                                                 {&menu, "menu"},
+                                                                 {question, "question"}}) {
+      SCOPED_TRACE(name);
+      ASSERT_NE(small, nullptr);
+      small->show();
+      picture(*small, QString::fromLatin1(name) + "-" + look);
+    }
   }
   /// A week that has something of everything; actions 101 and on.
   void fillWithExamples() {
@@ -111,6 +208,70 @@ class WindowsTest : public testing::Test {
       ++i;
     }
   }
+  void everyWindowInEveryLook(const std::string& language) {
+    scenario.machine.machine.languages = {language};
+    fillWithExamples();
+    begin();
+    (void)scenario.agent->commands().launchAction(101, false);
+    scenario.runFor(5);
+    for (const std::int64_t ref : {102, 103})
+      (void)scenario.agent->commands().launchAction(ref, false);
+    const QFont usual = QApplication::font();
+    const QPalette light = QApplication::palette();
+    QFont large = usual;
+    large.setPointSizeF(usual.pointSizeF() * 1.8);
+    struct Look {
+      const char* name;
+      QFont font;
+      QPalette palette;
+      Qt::LayoutDirection direction;
+    };
+    const Look looks[] = {{"light", usual, light, Qt::LeftToRight},
+                          {"dark", usual, darkPalette(), Qt::LeftToRight},
+                          {"large", large, light, Qt::LeftToRight},
+                          {"rtl", usual, light, Qt::RightToLeft}};
+    for (const Look& look : looks) {
+      QApplication::setFont(look.font);
+      QApplication::setPalette(look.palette);
+      QApplication::setLayoutDirection(look.direction);
+      for (const Window which :
+           {Window::queue, Window::nextActions, Window::latestActions, Window::status,
+            Window::mountVolumes, Window::allDisks, Window::volumesFolderError, Window::lowSpace,
+            Window::errorSummary, Window::executionSurvey, Window::preferences}) {
+        const QString name =
+            QString("%1-%2-%3").arg(qt(language)).arg(static_cast<int>(which)).arg(look.name);
+        SCOPED_TRACE(name.toStdString());
+        AgentWindow& window = open(which);
+        window.setText("disk0   sda   Solid-state disk   512 GB\n  1     EFI   vfat   500 MB\n");
+        EXPECT_FALSE(window.windowTitle().isEmpty());
+        EXPECT_LE(window.minimumSizeHint().width(), 1280);
+        EXPECT_LE(window.minimumSizeHint().height(), 720);
+        EXPECT_NE(window.nextInFocusChain(), &window);
+        for (const QPushButton* button : window.findChildren<QPushButton*>())
+          EXPECT_FALSE(button->text().isEmpty());
+        if (window.findChild<QTreeView*>() != nullptr && the<TableView>().model()->rowCount() > 0)
+          the<TableView>().selectRow(0);
+        picture(window, name);
+        if (which == Window::nextActions) {
+          the<QTabWidget>().setCurrentIndex(1);
+          picture(window, name + "-week");
+        }
+        if (which == Window::preferences) {
+          for (int page = 1; page < the<QListWidget>().count(); ++page) {
+            the<QListWidget>().setCurrentRow(page);
+            picture(window, name + "-" + QString::number(page));
+          }
+        }
+        scenario.machine.userInterface.windows = {which};
+        press(window, Qt::Key_Escape);
+        EXPECT_TRUE(scenario.machine.userInterface.windows.empty());
+      }
+      smallWindows(qt(language) + "-" + look.name);
+    }
+    QApplication::setFont(usual);
+    QApplication::setPalette(light);
+    QApplication::setLayoutDirection(Qt::LeftToRight);
+  }
   std::vector<std::string> queue() const {
     std::vector<std::string> titles;
     for (const QueueRecord& record : scenario.agent->queue().actionsList())
@@ -127,82 +288,12 @@ class WindowsTest : public testing::Test {
   std::unique_ptr<AgentWindow> mWindow;
 };
 
-QPalette darkPalette() {
-  QPalette palette(QColor(45, 45, 48), QColor(45, 45, 48));
-  palette.setColor(QPalette::Base, QColor(30, 30, 32));
-  palette.setColor(QPalette::AlternateBase, QColor(38, 38, 41));
-  for (const auto role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText})
-    palette.setColor(role, QColor(230, 230, 230));
-  palette.setColor(QPalette::Disabled, QPalette::Text, QColor(140, 140, 140));
-  palette.setColor(QPalette::Disabled, QPalette::WindowText, QColor(140, 140, 140));
-  palette.setColor(QPalette::Highlight, QColor(60, 120, 200));
-  palette.setColor(QPalette::HighlightedText, Qt::white);
-  return palette;
-}
-
 /// Titled, reachable by the keyboard, closed by Escape through the command, and at its smallest no
-/// larger than a small screen, in every look. With CORVANA_PICTURES the pictures go to that folder.
-TEST_F(WindowsTest, EveryWindowOpensInEveryLookAndClosesByEscape) {
-  fillWithExamples();
-  begin();
-  (void)scenario.agent->commands().launchAction(101, false);
-  scenario.runFor(5);
-  for (const std::int64_t ref : {102, 103})
-    (void)scenario.agent->commands().launchAction(ref, false);
-  const QFont usual = QApplication::font();
-  const QPalette light = QApplication::palette();
-  QFont large = usual;
-  large.setPointSizeF(usual.pointSizeF() * 1.8);
-  struct Look {
-    const char* name;
-    QFont font;
-    QPalette palette;
-    Qt::LayoutDirection direction;
-  };
-  const Look looks[] = {{"light", usual, light, Qt::LeftToRight},
-                        {"dark", usual, darkPalette(), Qt::LeftToRight},
-                        {"large", large, light, Qt::LeftToRight},
-                        {"rtl", usual, light, Qt::RightToLeft}};
-  const QString folder = qEnvironmentVariable("CORVANA_PICTURES");
-  for (const Look& look : looks) {
-    QApplication::setFont(look.font);
-    QApplication::setPalette(look.palette);
-    QApplication::setLayoutDirection(look.direction);
-    for (const Window which :
-         {Window::queue, Window::nextActions, Window::latestActions, Window::status,
-          Window::mountVolumes, Window::allDisks, Window::volumesFolderError, Window::lowSpace,
-          Window::errorSummary, Window::executionSurvey, Window::preferences}) {
-      const QString name = QString("%1-%2").arg(static_cast<int>(which)).arg(look.name);
-      SCOPED_TRACE(name.toStdString());
-      AgentWindow& window = open(which);
-      EXPECT_FALSE(window.windowTitle().isEmpty());
-      EXPECT_LE(window.minimumSizeHint().width(), 1280);
-      EXPECT_LE(window.minimumSizeHint().height(), 720);
-      EXPECT_NE(window.nextInFocusChain(), &window);
-      for (const QPushButton* button : window.findChildren<QPushButton*>())
-        EXPECT_FALSE(button->text().isEmpty());
-      if (window.findChild<QTreeView*>() != nullptr && the<TableView>().model()->rowCount() > 0)
-        the<TableView>().selectRow(0);
-      picture(window, folder, name);
-      if (which == Window::nextActions) {
-        the<QTabWidget>().setCurrentIndex(1);
-        picture(window, folder, name + "-week");
-      }
-      if (which == Window::preferences) {
-        for (int page = 1; page < the<QListWidget>().count(); ++page) {
-          the<QListWidget>().setCurrentRow(page);
-          picture(window, folder, name + "-" + QString::number(page));
-        }
-      }
-      scenario.machine.userInterface.windows = {which};
-      press(window, Qt::Key_Escape);
-      EXPECT_TRUE(scenario.machine.userInterface.windows.empty());
-    }
-  }
-  QApplication::setFont(usual);
-  QApplication::setPalette(light);
-  QApplication::setLayoutDirection(Qt::LeftToRight);
-}
+/// larger than a small screen, in every look; with every
+/// text whole and a name for whoever hears it.
+TEST_F(WindowsTest, EveryWindowOpensInEveryLookAndClosesByEscape) { everyWindowInEveryLook("en"); }
+
+TEST_F(WindowsTest, EveryWindowHasRoomForLongerWords) { everyWindowInEveryLook("de"); }
 
 TEST_F(WindowsTest, TheQueueIsWorkedByTheKeyboardAndByDragging) {
   const std::int64_t a = scenario.action("A", {});
