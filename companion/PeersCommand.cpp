@@ -21,7 +21,8 @@ namespace corvana {
 
 namespace {
 
-constexpr std::size_t kMostReferences = RemoteCommand::kMostReferences;
+/// As many as the other machine takes in with one reading, however long their numbers are.
+constexpr std::size_t kMostReferences = 3000;
 constexpr double kPatienceForChange = 10;
 
 ZAN_Value asValue(const NetworkPeer& peer) {
