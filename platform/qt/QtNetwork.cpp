@@ -1,7 +1,7 @@
 #include "platform/qt/QtNetwork.h"
 
 #include "platform/linux/SocketStream.h"
-#include "platform/qt/SecureStream.h"
+#include "platform/qt/SecureStreams.h"
 
 namespace corvana {
 namespace {
@@ -18,7 +18,7 @@ class UpgradedStream final : public StreamConnection {
   std::string read(std::size_t limit) override { return current().read(limit); }
   Result<std::size_t> send(std::string_view bytes) override { return current().send(bytes); }
   void startTLS(const std::string& peerName) override {
-    if (mSecure == nullptr) mSecure = std::make_unique<SecureStream>(mClear.release(), peerName);
+    if (mSecure == nullptr) mSecure = secureStream(mClear.release(), peerName);
   }
   std::string failure() const override {
     return mSecure != nullptr ? mSecure->failure() : mClear.failure();
@@ -29,11 +29,11 @@ class UpgradedStream final : public StreamConnection {
 
  private:
   StreamConnection& current() {
-    return mSecure != nullptr ? static_cast<StreamConnection&>(*mSecure) : mClear;
+    return mSecure != nullptr ? *mSecure : mClear;
   }
 
   SocketStream mClear;
-  std::unique_ptr<SecureStream> mSecure;
+  std::unique_ptr<StreamConnection> mSecure;
 };
 
 }  // namespace

@@ -30,7 +30,8 @@ BESIDE = {
     "platform": {"ZANCocoaFramework"},
     "platform/simulated": {"platform", "ZANCocoaFramework"},
     "platform/linux": {"platform", "ZANCocoaFramework"},
-    "platform/qt": {"platform", "platform/linux", "ZANCocoaFramework"},
+    "platform/tls": {"platform", "ZANCocoaFramework"},
+    "platform/qt": {"platform", "platform/linux", "platform/tls", "ZANCocoaFramework"},
 }
 # These join a platform with the rooms, so they may see its real half.
 JOINERS = {"app": {"platform/linux", "platform/qt"}, "desktop": {"platform/linux", "platform/qt"},
