@@ -35,8 +35,9 @@ class SMTPConnector {
   static constexpr double kReplyTimeout = 300;
   static constexpr double kRefusedTimeout = 30;  ///< for the server to hang up after a refusal
   static constexpr double kQuitTimeout = 10;
-  /// For the server to hang up after its good-bye, or to say the rest of what is wrong.
-  static constexpr double kFarewellTimeout = 1;
+  static constexpr double kFarewellTimeout = 1;  ///< for the rest of what is wrong
+  /// For the server to hang up after its good-bye; some wait for the client to.
+  static constexpr double kGoodByeTimeout = 0.25;
   static constexpr double kSessionTimeout = 1800;
   // And in bytes.
   static constexpr std::size_t kLongestLine = 8192;

@@ -218,7 +218,7 @@ void SMTPConnector::handleRecipient() {
 }
 
 /// Nothing is left to say; some servers leave the hanging up to the client.
-void SMTPConnector::handleFarewell() { mReplyTimer = monotonic() + kFarewellTimeout; }
+void SMTPConnector::handleFarewell() { mReplyTimer = monotonic() + kGoodByeTimeout; }
 
 void SMTPConnector::handleAccepted(std::int64_t code) {
   mSuccess = true;

@@ -1,5 +1,9 @@
 #include <gmock/gmock.h>
 
+#include <array>
+#include <atomic>
+#include <thread>
+
 #include "ZANCocoaFramework/ZAN_Base64.h"
 #include "mail/smtp/SMTPTexts.h"
 #include "tests/mail_smtp/SMTPSession.h"
@@ -369,6 +373,38 @@ TEST(Bounds, NoServerHoldsASessionForEver) {
   EXPECT_NEAR(handshake.seconds, 65, 0.1);
   EXPECT_THAT(handshake.log,
               ElementsAre("SMTP Exception: The TLS handshake was not finished in time"));
+}
+
+TEST(Dialogue, TenSessionsOfOneClientAtOnceKeepApart) {
+  const auto client =
+      ZAN_SMTPClient::clientWithServerAddress("mail.example.com", "25", 0, "user", "secret", 1);
+  auto observer = std::make_shared<SMTPClientDelegate>();
+  std::atomic<int> farewells{0};
+  observer->reportStatus = [&](const ZAN_SMTPClient&, std::int64_t status) {
+    if (status == SMTPClientDelegate::quit) ++farewells;
+  };
+  client->setDelegate(observer);
+  std::array<std::string, 10> sent;
+  std::vector<std::thread> threads;
+  for (std::string& own : sent) {
+    threads.emplace_back([&client, &own, number = &own - sent.data()] {
+      SimulatedPlatform machine;
+      machine.network.script = [](const std::string&, std::int64_t) {
+        PeerScript script = greeting();
+        script.hear("EHLO ").line("250-AUTH PLAIN").line("250 ok").hear("AUTH ").line("235 fine");
+        return takesMail(script);
+      };
+      const auto connector = client->connectorForMessage(
+          {machine.network, machine.clock, "box", 101500, {}}, "number " + std::to_string(number),
+          "Hi", "anna@example.com", "bob@example.com", 1);
+      connector->start();
+      if (connector->success()) own = machine.network.transcript();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (std::size_t i = 0; i < sent.size(); ++i)
+    EXPECT_THAT(sent[i], HasSubstr(base64Of("number " + std::to_string(i)) + "\r\n.\r\n"));
+  EXPECT_EQ(farewells, 10);
 }
 
 TEST(Dialogue, ASlowReaderGetsALongMessageInPieces) {
