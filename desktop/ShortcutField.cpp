@@ -7,7 +7,6 @@
 #include <string_view>
 
 #include "desktop/Texts.h"
-#include "ui/windows/PreferencesModel.h"
 
 namespace corvana {
 
@@ -38,7 +37,7 @@ ShortcutField::ShortcutField(Words words)
 void ShortcutField::setKeys(const ZAN_Value& keys) {
   mKeys = keys;
   if (mRecords) return;
-  const std::string shown = PreferencesModel::shortcutText(keys);
+  const std::string shown = mWords.keys(keys);
   mShown->setText(shown.empty() ? mWords.none : qt(shown));
 }
 

@@ -2,6 +2,7 @@
 
 #include <QWidget>
 #include <functional>
+#include <string>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "platform/Input.h"
@@ -17,6 +18,7 @@ class ShortcutField final : public QWidget {
  public:
   struct Words {
     QString change, clear, none, press;
+    std::function<std::string(const ZAN_Value&)> keys;
   };
   explicit ShortcutField(Words words);
 

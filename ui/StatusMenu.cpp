@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <utility>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
@@ -19,6 +20,7 @@
 #include "platform/Processes.h"
 #include "platform/Volumes.h"
 #include "ui/FolderContents.h"
+#include "ui/LaunchRefusal.h"
 #include "ui/StatusItem.h"
 #include "volumes/VolumeMounter.h"
 
@@ -139,10 +141,16 @@ MenuItem::List StatusMenu::contextItems() const {
 }
 
 void StatusMenu::launch(std::int64_t ref) const {
-  if (const Outcome launched = m.commands.launchAction(ref, false); !launched) {
-    m.messages.showMessage(text("LaunchRefusedTitle"), launched.error().text, kRefusalSeconds,
-                           true);
+  const ProgrammedAction* action = m.tree.rootItem().actionForReference(ref);
+  const std::string title = action == nullptr ? std::string() : action->getTitle();
+  std::string refusal;
+  if (m.queue.contains(ref)) {
+    refusal = m.texts.text("WindowAlreadyQueued", {title});
+  } else if (const Outcome launched = m.commands.launchAction(ref, false); !launched) {
+    refusal = launchRefusal(m.texts, title, launched.error());
   }
+  if (!refusal.empty())
+    m.messages.showMessage(text("LaunchRefusedTitle"), refusal, kRefusalSeconds, true);
 }
 
 MenuItem StatusMenu::launchItem(const ProgrammedAction& action) const {
@@ -248,11 +256,23 @@ MenuItem::List StatusMenu::notificationItems() const {
 
 MenuItem::List StatusMenu::volumeItems() const {
   MenuItem::List items;
+  std::size_t row = 0;
+  bool separated = false;
   for (const MountCandidate& candidate : m.mounter.volumesToMountList()) {
-    const std::size_t row = items.size();
+    // Also when no alias stands above it.
+    if (!candidate.isAlias && !std::exchange(separated, true))
+      items.push_back(MenuItem::separator());
+    std::string title =
+        candidate.volName + " (" + text(candidate.isAlias ? "Alias" : "UnmountedVolume") + ")";
+    if (!candidate.isAlias && !candidate.bsdName.empty()) title += " - " + candidate.bsdName;
     items.push_back(
-        MenuItem::command(candidate.volName, [this, row] { m.commands.mountVolume(row); }));
-    items.back().icon = MenuIcon::volume;
+        MenuItem::command(std::move(title), [this, row] { m.commands.mountVolume(row); }));
+    if (!candidate.isAlias) {
+      items.back().icon = MenuIcon::volume;
+    } else if (std::error_code none; std::filesystem::exists(candidate.volPath, none)) {
+      items.back().icon = MenuIcon::file;
+    }
+    ++row;
   }
   if (items.empty()) items.push_back(MenuItem::note(text("NoVolumesToMountMenu")));
   items.push_back(MenuItem::separator());

@@ -318,7 +318,7 @@ TEST_F(WindowsTest, TheQueueIsWorkedByTheKeyboardAndByDragging) {
   EXPECT_EQ(queue(), strings({c, a, b}));
   window.refresh();
   EXPECT_EQ(list.selectedRow(), 0u) << "what was selected stays so";
-  the<QPushButton>("Move Down").click();
+  the<QPushButton>("Move down").click();
   window.refresh();
   EXPECT_EQ(queue(), strings({a, c, b}));
   press(list, Qt::Key_Delete);

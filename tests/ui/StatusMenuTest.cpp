@@ -3,10 +3,14 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "tests/scenario/Scenario.h"
+#include "volumes/VolumeMounter.h"
+#include "volumes/ZAN_MountVolume.h"
 
 namespace corvana {
 namespace {
@@ -60,11 +64,11 @@ using testing::IsEmpty;
 
 TEST_F(StatusMenuTest, marksFollowTheScheduleAndPauseGoesFirstInTheTitle) {
   start();
-  EXPECT_THAT(checked(), ElementsAre("Execute Automatically"));
-  choose("Switch Off When All Is Done");
+  EXPECT_THAT(checked(), ElementsAre("Execute automatically"));
+  choose("Turn off when all is done");
   EXPECT_THAT(checked(), IsEmpty());
-  choose("Do Not Execute Automatically");
-  EXPECT_THAT(checked(), ElementsAre("Do Not Execute Automatically"));
+  choose("Do not execute automatically");
+  EXPECT_THAT(checked(), ElementsAre("Do not execute automatically"));
   EXPECT_EQ(menu->items()[0].title, "Automatic execution is off");
   EXPECT_EQ(menu->items()[0].colour, MenuColour::secondary);
 
@@ -74,7 +78,7 @@ TEST_F(StatusMenuTest, marksFollowTheScheduleAndPauseGoesFirstInTheTitle) {
   EXPECT_EQ(menu->items()[0].colour, MenuColour::warning);
   EXPECT_EQ(day.machine.userInterface.statusIcon->first, StatusIcon::disabled);
   choose("Continue");
-  choose("Execute Automatically");
+  choose("Execute automatically");
   EXPECT_EQ(menu->items()[0].colour, MenuColour::information);
 }
 
@@ -84,7 +88,7 @@ TEST_F(StatusMenuTest, actionsAreRunFromTheSubmenusOfTheirGroups) {
   day.action("Photos", ZAN_Value::dictionary());
   start();
   const MenuItem::List items = menu->items();
-  const MenuItem::List run = find(items, "Run an Action")->fill();
+  const MenuItem::List run = find(items, "Run an action")->fill();
   EXPECT_THAT(titlesOf(run), ElementsAre("letters & more", "Photos"));
   EXPECT_THAT(titlesOf(find(items, "Favourites")->fill()), ElementsAre("letters & more"));
   EXPECT_FALSE(find(items, "Stop")->enabled);
@@ -94,15 +98,45 @@ TEST_F(StatusMenuTest, actionsAreRunFromTheSubmenusOfTheirGroups) {
   run[0].action();
   EXPECT_TRUE(day.agent->queue().contains(letters));
   EXPECT_TRUE(find(menu->items(), "Stop")->enabled);
-  EXPECT_FALSE(find(menu->items(), "Run an Action")->fill()[0].enabled);
+  EXPECT_FALSE(find(menu->items(), "Run an action")->fill()[0].enabled);
   // Chosen again all the same, it says why not.
   run[0].action();
   EXPECT_EQ(day.machine.userInterface.message->title, "The action was not started");
+  EXPECT_EQ(day.machine.userInterface.message->text, "“letters & more” is in the queue already.");
+}
+
+TEST_F(StatusMenuTest, volumesToMountAreNamedWithWhatTheyAre) {
+  const ZAN_MountVolume tools(day.machine.processes, day.machine.machine, day.machine.systemLog);
+  day.machine.volumes.installTool(day.machine.processes, tools.toolsFolder() + "/diskutil");
+  day.machine.volumes.plugIn({.name = "Photos_2"});
+  start();
+  const auto offered = [&] {
+    sources->mounter.updateListOfVolumesToMount();
+    day.runFor(2);
+    MenuItem::List items = find(menu->items(), "Mount a volume")->fill();
+    items.resize(items.size() - 2);  // the window of its own and what parts it off
+    return items;
+  };
+  // It opens with the line that parts partitions from aliases.
+  EXPECT_THAT(titlesOf(offered()), ElementsAre("", "Photos_2 (not mounted) - sdb1"));
+
+  const std::string share = day.store().folder().aliasFolderPath() + "/share.desktop";
+  std::ofstream(share) << "[Desktop Entry]\nType=Link\nURL=smb://server/share\n";
+  day.machine.volumes.plugIn({.name = "Music"});
+  const MenuItem::List items = offered();
+  EXPECT_THAT(titlesOf(items),
+              ElementsAre("share.desktop (alias)", "", "Photos_2 (not mounted) - sdb1",
+                          "Music (not mounted) - sdc1"));
+  EXPECT_EQ(items[0].icon, MenuIcon::file);
+  items[3].action();
+  day.runFor(2);
+  EXPECT_TRUE(std::filesystem::exists(day.machine.volumes.folder + "/Music"));
+  EXPECT_TRUE(day.agent->state().mMenuWasUsed);
 }
 
 TEST_F(StatusMenuTest, notificationsAreListedAsStored) {
   start();
-  const auto notifications = [&] { return find(menu->items(), "Last Notifications")->fill(); };
+  const auto notifications = [&] { return find(menu->items(), "Last notifications")->fill(); };
   EXPECT_THAT(titlesOf(notifications()), ElementsAre("No notifications"));
   for (int i = 1; i <= 30; ++i) {
     day.agent->messages().displayStandardMessage("message " + std::to_string(i), 13);

@@ -8,6 +8,7 @@
 #include "core/record/SchedulerCommands.h"
 #include "core/record/SchedulerLog.h"
 #include "core/work/ActionQueue.h"
+#include "ui/LaunchRefusal.h"
 #include "ui/UserInterfaceSources.h"
 
 namespace corvana {
@@ -28,19 +29,6 @@ std::vector<std::int64_t> actionsOf(const UserInterfaceSources& sources, std::in
   return refs;
 }
 
-std::string refusal(const UserInterfaceSources& sources, const std::string& title,
-                    const Error& error) {
-  const ZAN_StringTable& texts = sources.texts;
-  switch (error.kind) {
-    case ErrorKind::refused:
-      return texts.text("WindowNotByHand", {title});
-    case ErrorKind::unavailable:
-      return texts.text("WindowVolumesMissing", {title});
-    default:
-      return texts.text("WindowActionGone");
-  }
-}
-
 }  // namespace
 
 std::string titleOf(const UserInterfaceSources& sources, std::int64_t ref) {
@@ -58,7 +46,7 @@ std::string launchByHand(const UserInterfaceSources& sources,
       if (sources.queue.contains(ref)) {
         last = sources.texts.text("WindowAlreadyQueued", {title});
       } else if (const Outcome launched = sources.commands.launchAction(ref, false); !launched) {
-        last = refusal(sources, title, launched.error());
+        last = launchRefusal(sources.texts, title, launched.error());
       } else {
         ++queued;
         last = sources.texts.text("WindowQueued", {title});

@@ -2,13 +2,14 @@
 #include <cstddef>
 #include <string_view>
 
+#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ui/windows/PreferencesModel.h"
 
 namespace corvana {
 
 namespace {
 
-/// Names of the keys by their code, as they stand on an English keyboard; empty: by its number.
+/// Names of the keys by their code; empty: by its number.
 constexpr std::array<std::string_view, 128> kKeys{
     "",      "Esc", "1",     "2",  "3",      "4",     "5",     "6",     "7",      "8",
     "9",     "0",   "-",     "=",  "⌫",      "Tab",   "Q",     "W",     "E",      "R",
@@ -25,6 +26,24 @@ constexpr std::array<std::string_view, 128> kKeys{
     "",      "",    "",      "",   "",       "Super", "Super", "Menu"};
 constexpr std::array kModifiers{29, 97, 42, 54, 56, 100, 125, 126};
 
+/// As it stands on the user's keyboard.
+std::string keyName(std::string_view name, const ZAN_StringTable& t) {
+  if (name == "Return") return t.text("KeyReturn");
+  if (name == "Enter") return t.text("KeyEnter");
+  if (name == "Ctrl") return t.text("KeyCtrl");
+  if (name == "Shift") return t.text("KeyShift");
+  if (name == "Space") return t.text("KeySpace");
+  if (name == "Print") return t.text("KeyPrint");
+  if (name == "Home") return t.text("KeyHome");
+  if (name == "End") return t.text("KeyEnd");
+  if (name == "Page ↑") return t.text("KeyPageUp");
+  if (name == "Page ↓") return t.text("KeyPageDown");
+  if (name == "Ins") return t.text("KeyInsert");
+  if (name == "Del") return t.text("KeyDelete");
+  if (name == "Menu") return t.text("KeyMenu");
+  return std::string(name);
+}
+
 bool isDown(const ZAN_Value& keys, std::size_t code) {
   const auto bytes = keys.bytes();
   return code / 8 < bytes.size() && (std::to_integer<int>(bytes[code / 8]) >> (code % 8) & 1) != 0;
@@ -38,11 +57,11 @@ bool isModifier(std::size_t code) {
 
 }  // namespace
 
-std::string PreferencesModel::shortcutText(const ZAN_Value& keys) {
+std::string PreferencesModel::shortcutText(const ZAN_Value& keys) const {
   std::string text;
   const auto append = [&](std::size_t code) {
     if (!text.empty()) text += '+';
-    text += kKeys[code].empty() ? std::to_string(code) : std::string(kKeys[code]);
+    text += kKeys[code].empty() ? std::to_string(code) : keyName(kKeys[code], m.texts);
   };
   for (const int code : kModifiers)
     if (isDown(keys, static_cast<std::size_t>(code))) append(static_cast<std::size_t>(code));
