@@ -1,13 +1,17 @@
 #include "companion/execute/ExecuteMessages.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "platform/Clock.h"
 
 namespace corvana {
 namespace {
 constexpr double kProgressInterval = 0.5;
-}
+constexpr double kDetailedInterval = 0.02;
+}  // namespace
 
 ExecuteMessages::ExecuteMessages(Clock& clock, Post post) : mClock(clock), mPost(std::move(post)) {}
 
@@ -16,9 +20,17 @@ void ExecuteMessages::post(const std::string& object, ZAN_Value userInfo) {
 }
 
 void ExecuteMessages::postProgress(const Progress& progress, bool last) {
+  const bool isUsual = mMode == usual;
+  bool isAnother = false;
+  {
+    const std::lock_guard lock(mMutex);
+    isAnother = mLatest.currentPath != progress.currentPath;
+    mLatest = progress;
+  }
   const double now = mClock.monotonic();
   if (!last && now < mNextProgress) return;
-  mNextProgress = now + kProgressInterval;
+  if (!last && !isUsual && !isAnother) return;
+  mNextProgress = now + (isUsual ? kProgressInterval : kDetailedInterval);
   post("ExecuteProgress", ZAN_Value::dictionary({{"CurrentPath", progress.currentPath},
                                                  {"ProgressValue", progress.value},
                                                  {"SizeCopied", progress.sizeCopied},
@@ -30,8 +42,26 @@ void ExecuteMessages::postLogEntry(const ZAN_Value& entry) { post("AddToLog", en
 
 void ExecuteMessages::postHistoryChanged() { post("ActionHistoryChanged", {}); }
 
+void ExecuteMessages::setMode(std::int64_t mode) {
+  mMode = static_cast<Mode>(std::clamp<std::int64_t>(mode, usual, veryDetailed));
+}
+
+std::string ExecuteMessages::reply(const Words& words) const {
+  const Mode mode = mMode;
+  const std::lock_guard lock(mMutex);
+  if (mode == usual || mLatest.currentPath.empty())
+    return words.texts.text("SurveyReplyAction", {words.reference});
+  if (mode == detailed)
+    return words.texts.text("SurveyReplyPath", {words.reference, mLatest.currentPath});
+  return words.texts.text("SurveyReplyCounts",
+                          {words.reference, mLatest.currentPath,
+                           words.strings.getUnsignedWithSeparators(mLatest.filesCopied),
+                           words.strings.getShortSizeBytes(mLatest.sizeCopied),
+                           words.strings.getUnsignedWithSeparators(mLatest.errors)});
+}
+
 void ExecuteMessages::handle(const DistributedNotification& notification, ExecuteControl& control,
-                             const std::string& reply) {
+                             const Words& words) {
   if (notification.object == "ActionStop") {
     control.stop(StopReason::user);
   } else if (notification.object == "ActionStopVolume") {
@@ -40,8 +70,10 @@ void ExecuteMessages::handle(const DistributedNotification& notification, Execut
     control.setPaused(notification.userInfo["Pause"].boolValue());
   } else if (notification.object == "SkipItem") {
     control.skipItem();
+  } else if (notification.object == "SetExecutionMode") {
+    setMode(notification.userInfo.integer("ExecutionMode"));
   } else if (notification.object == "AskExecuteReply") {
-    post("SurveyReplyNotification", ZAN_Value::dictionary({{"ExecuteReplyMessage", reply}}));
+    post("SurveyReplyNotification", ZAN_Value::dictionary({{"ExecuteReplyMessage", reply(words)}}));
   }
 }
 

@@ -52,6 +52,7 @@ VolumeGuard ExecuteRun::guardFor(const ZAN_Value& settings) const {
 }
 
 void ExecuteRun::perform(const ExecuteArguments& arguments) {
+  mSurroundings.messages.setMode(arguments.surveyMode);
   const auto* action = mSurroundings.files.tree.rootItem().actionForReference(arguments.reference);
   const ZAN_Value settings = action ? action->getSettings() : ZAN_Value();
   ExecuteRecords records(mSurroundings.files, mSurroundings.messages, mSurroundings.agentRuns,
@@ -121,8 +122,13 @@ ExecuteEnd ExecuteRun::copy(const CopyPlan& plan, const ZAN_Value& settings,
   while (true) {
     RsyncOutput output;
     const auto tell = [&](bool last) {
-      if (!output.currentItem().empty())
-        progress.currentPath = plan.sourcePathOf(output.currentItem());
+      if (!output.currentItem().empty()) {
+        std::string path = plan.sourcePathOf(output.currentItem());
+        if (path != progress.currentPath &&
+            mSurroundings.messages.mode() == ExecuteMessages::veryDetailed)
+          std::cout << path << std::endl;
+        progress.currentPath = std::move(path);
+      }
       progress.value = std::max(progress.value, output.progress());
       progress.filesCopied = filesBefore + output.filesCopied();
       progress.sizeCopied = bytesBefore + output.bytesCopied();

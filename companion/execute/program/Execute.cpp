@@ -5,7 +5,9 @@
 #include <string_view>
 #include <vector>
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/History.h"
@@ -45,6 +47,14 @@ bool agentRuns(const std::string& home) {
   });
 }
 
+/// Of the scheduler, whose bundle lies beside this one's.
+std::string resourcesFolder(const Machine& machine) {
+  const std::string executable = machine.executablePath();
+  std::string_view bundle = executable;
+  for (int level = 0; level < 4; ++level) bundle = ZAN_FilesUtils::parentPath(bundle);
+  return ZAN_FilesUtils::joinedPath(bundle, "Corvana 9 Scheduler.app/Contents/Resources");
+}
+
 /// The copying has a thread of its own; the main one hears and passes on messages.
 void perform(const ExecuteArguments& arguments) {
   ExecuteControl control;
@@ -57,13 +67,15 @@ void perform(const ExecuteArguments& arguments) {
   ExecuteMessages messages(clock, [&](const DistributedNotification& message) {
     loop.performOnMain([&notifications, message] { notifications.post(message); });
   });
-  const std::string reply = "Executing action " + std::to_string(arguments.reference);
+  ZAN_StringTable texts;
+  if (const Outcome loaded = texts.load(resourcesFolder(machine), machine.languageNames()); !loaded)
+    log.write(loaded.error().text);
+  const ZAN_StringUtils strings(machine.regionName(), machine.timeZoneName());
   notifications.observe("CVA9_ExecuteNotification", [&](const DistributedNotification& message) {
-    messages.handle(message, control, reply);
+    messages.handle(message, control, {texts, strings, arguments.reference});
   });
   loop.detachThread("execute", [&] {
     ActionStore store(clock, machine, log);
-    const ZAN_StringTable texts;
     ActionTree tree(store.tree(), clock, log, texts);
     History history(store);
     LinuxVolumes volumes(machine.loginName(), machine.homeFolder());

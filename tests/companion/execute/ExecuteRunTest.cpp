@@ -110,6 +110,32 @@ TEST_F(ExecuteRunTest, CopiesAndLeavesEveryRecord) {
   EXPECT_THAT(last->userInfo.string("CurrentPath"), HasSubstr(scratch / "Documents"));
 }
 
+TEST_F(ExecuteRunTest, TellsAsMuchAsTheModeOfTheSurveyWants) {
+  ASSERT_TRUE(texts.load(CORVANA_SOURCE_FOLDER "/resources", {"en"}));
+  const ZAN_StringUtils strings("C", "UTC");
+  ExecuteMessages messages(real.clock, [&](const auto& post) { posts.push_back(post); });
+  const auto tell = [&](const std::string& path) {
+    messages.postProgress({.currentPath = path, .sizeCopied = 2000, .filesCopied = 3}, false);
+    real.clock.sleep(0.1);
+    return count("ExecuteProgress");
+  };
+  const auto replyIn = [&](int mode) {
+    messages.handle({"", "SetExecutionMode", ZAN_Value::dictionary({{"ExecutionMode", mode}})},
+                    *control, {texts, strings, 77});
+    messages.handle({"", "AskExecuteReply", {}}, *control, {texts, strings, 77});
+    return posts.back().userInfo.string("ExecuteReplyMessage");
+  };
+  EXPECT_EQ(tell("/a"), 1u);
+  EXPECT_EQ(tell("/b"), 1u) << "twice a second will do";
+  EXPECT_EQ(replyIn(0), "Executing action 77");
+  EXPECT_EQ(replyIn(1), "Executing action 77: /b");
+  EXPECT_EQ(replyIn(9), "Executing action 77: /b (files: 3, size: 2 kB, errors: 0)");
+  real.clock.sleep(1);
+  EXPECT_EQ(tell("/c"), 2u);
+  EXPECT_EQ(tell("/d"), 3u);
+  EXPECT_EQ(tell("/d"), 3u) << "nothing new";
+}
+
 TEST_F(ExecuteRunTest, SynchronisingRemovesWhatTheSourceNoLongerHas) {
   makeAction(3);
   scratch.write("Backup/Documents/gone", "older");
@@ -159,7 +185,8 @@ TEST_F(ExecuteRunTest, EndsAsTheUserOrTheVolumeWants) {
   for (const auto& [object, code] :
        {std::pair("ActionStop", 3), std::pair("ActionStopVolume", 15)}) {
     control.emplace();
-    ExecuteMessages(real.clock, {}).handle({"CVA9_ExecuteNotification", object, {}}, *control, "");
+    ExecuteMessages(real.clock, {})
+        .handle({"CVA9_ExecuteNotification", object, {}}, *control, {texts, ZAN_StringUtils(), 77});
     run();
     EXPECT_EQ(lastLog().integer("C"), code);
     EXPECT_EQ(lastHistory().integer("C"), code);
