@@ -13,6 +13,7 @@
 #include "platform/Power.h"
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
+#include "platform/ServiceDiscovery.h"
 #include "platform/UserInterface.h"
 #include "volumes/VolumeReference.h"
 
@@ -120,10 +121,10 @@ MainScheduler::MainScheduler(Platform platform)
                  mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
                  mStore.installPaths().installPathForCode(InstallPaths::executeBundle)}),
       mRemoteControl({mPlatform, mState, mPreferences, mTree, mControls, mLog, mMessages, mTexts}),
-      mTick({mPlatform, mState, mStore, mDebugLog, mMessages, mSiblingWatch, mQueue, mEvaluation,
-             mSupervisor, mVolumeWatch, mVolumeMounter, mStatusItem, mFloatingIcon, mLaunchStep,
-             mSiblingStatus, mSettingsBackup, mStartupDisk, mWakeUp, mFreeSpaceSurvey,
-             mVolumesFolderSurvey}),
+      mTick({mPlatform,       mState,       mStore,        mDebugLog,        mMessages,
+             mSiblingWatch,   mQueue,       mEvaluation,   mSupervisor,      mVolumeWatch,
+             mVolumeMounter,  mStatusItem,  mFloatingIcon, mLaunchStep,      mSiblingStatus,
+             mSettingsBackup, mStartupDisk, mWakeUp,       mFreeSpaceSurvey, mVolumesFolderSurvey}),
       mTimer(mRunLoop, platform.clock, platform.input, mSurvey,
              {[this](std::int64_t n) { mTick.schedulerTick(n); },
               [this] { mState.userWasActive(mPlatform.clock.now()); },
@@ -169,6 +170,9 @@ UserInterfaceSources MainScheduler::userInterfaceSources() {
   sources.statusInformation = [this] { return mLaunchStep.statusInformation(); };
   sources.surveyLine = [this] { return mSurveyLine; };
   sources.lacking = [this](Ability ability) {
+    if (ability == Ability::wake) return mWakeUp.hindrance();
+    if (ability == Ability::network && mPlatform.services.isAway())
+      return mTexts.text("LackingNetwork");
     const bool needsInput = ability == Ability::seeKeyboard || ability == Ability::seePointer;
     return needsInput && !mPlatform.input.pointer() ? mTexts.text("LackingInput") : std::string();
   };

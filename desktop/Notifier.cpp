@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -22,6 +23,13 @@ QString servicePath() { return QStringLiteral("/org/freedesktop/Notifications");
 Notifier::Notifier(std::string iconPath) : mIconPath(std::move(iconPath)) {}
 
 Notifier::~Notifier() = default;
+
+bool Notifier::isAnswered() const {
+  const QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
+  if (bus == nullptr) return false;
+  if (bus->isServiceRegistered(service())) return true;
+  return bus->activatableServiceNames().value().contains(service());
+}
 
 void Notifier::listen() {
   if (mInvoked != nullptr) return;

@@ -21,6 +21,9 @@ class Notifier {
   /// The user chose a notice or its button.
   std::function<void()> onActivated;
 
+  /// Whether there is a service that takes notices, or one that would be started for them.
+  bool isAnswered() const;
+
   /// `button` may be empty. `refused` is called later when no service takes it.
   void deliver(const std::string& title, const std::string& text, const std::string& button,
                std::function<void()> refused);

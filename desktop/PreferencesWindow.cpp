@@ -186,8 +186,10 @@ QWidget* PreferencesWindow::makeText(const Item& item) {
 }
 
 QWidget* PreferencesWindow::makeShortcut(const Item& item) {
-  auto* field = new ShortcutField({text("ButtonRecord"), text("ButtonClear"),
-                                   text("PrefShortcutNone"), text("PrefShortcutPress")});
+  auto* field =
+      new ShortcutField({text("ButtonRecord"), text("ButtonClear"), text("PrefShortcutNone"),
+                         text("PrefShortcutPress"),
+                         [this](const ZAN_Value& keys) { return mModel.shortcutText(keys); }});
   field->onChanged = [this, item](const ZAN_Value& keys) { mModel.change(item, keys); };
   mReads.emplace_back([field, item] { field->setKeys(item.read()); });
   field->setFocusProxy(field->button());

@@ -18,6 +18,8 @@ double bottom() {
 
 }  // namespace
 
+bool isOurs() { return !QGuiApplication::platformName().startsWith(QStringLiteral("wayland")); }
+
 Rect mainScreen() { return ScreenInput().mainScreen(); }
 
 Rect visibleFrame() { return ScreenInput().visibleFrame(); }

@@ -11,6 +11,8 @@ namespace corvana {
 /// Between the coordinates of `Input`, which grow upwards, and those of Qt.
 namespace ScreenPlace {
 
+/// Whether windows stand where this program puts them; under Wayland the desktop decides.
+bool isOurs();
 Rect mainScreen();
 Rect visibleFrame();
 /// The widget's lower left corner comes there.

@@ -25,6 +25,8 @@ class Power {
   /// ends it.
   virtual void observe(Observer observer) = 0;
 
+  /// Whether there is a clock that could wake it.
+  virtual bool canWake() const { return true; }
   /// Lets the machine wake at `time`, whole seconds since the reference date. It holds over the end
   /// of this process; the same again changes nothing. `identifier` says whose it is. An error says
   /// what the user can do.

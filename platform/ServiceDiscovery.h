@@ -67,6 +67,8 @@ class ServiceDiscovery {
 
   virtual ~ServiceDiscovery() = default;
 
+  /// Whether the daemon was needed and is away. Nothing is asked of it to know.
+  virtual bool isAway() const { return false; }
   /// Never null. As long as the daemon for it is away nothing is known to anybody; it is made known
   /// once the daemon is there again. No event comes within the call, nor after the end of the
   /// publication.

@@ -83,14 +83,20 @@ void WakeUp::restoreWakeup() {
   if (isOn() && static_cast<double>(time) > m.platform.clock.now()) schedule(time);
 }
 
+std::string WakeUp::hindrance() const {
+  if (!m.platform.power.canWake()) return m.texts.text("LackingWake");
+  return m.platform.machine.userDefault(kRefusal).string();
+}
+
 void WakeUp::schedule(std::int64_t time) {
   Machine& machine = m.platform.machine;
   const Outcome scheduled = m.platform.power.scheduleWake(time, kIdentifier);
-  const std::string refusal = scheduled ? std::string() : scheduled.error().text;
+  std::string refusal = scheduled ? std::string() : scheduled.error().text;
+  if (!scheduled && !m.platform.power.canWake()) refusal = m.texts.text("LackingWake");
   if (refusal == machine.userDefault(kRefusal).string()) return;
   machine.setUserDefault(kRefusal, refusal.empty() ? ZAN_Value() : ZAN_Value(refusal));
   if (refusal.empty()) return;
-  m.platform.systemLog.write(refusal);
+  m.platform.systemLog.write(scheduled.error().text);
   m.messages.displayStandardMessage(m.texts.text("WakeUpRefused", {refusal}),
                                     LogCode::schedulerMessage);
 }

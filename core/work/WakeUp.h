@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "core/work/WorkSurroundings.h"
@@ -30,6 +31,8 @@ class WakeUp {
   /// At the start: a wake-up that was programmed and is still to come is programmed again, since
   /// the machine may have been restarted meanwhile.
   void restoreWakeup();
+  /// Why the machine cannot be woken, as the user reads it; empty as long as nothing is known.
+  std::string hindrance() const;
 
  private:
   std::optional<ReferenceTime> nextWakeDate() const;

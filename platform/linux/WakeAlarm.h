@@ -19,6 +19,8 @@ class WakeAlarm {
 
   explicit WakeAlarm(Places places) : mPlaces(std::move(places)) {}
 
+  /// Whether this machine has a clock that could wake it.
+  bool canWake() const;
   /// In place of any other alarm; `time` in whole seconds since the reference date. Fails when no
   /// clock of this machine can wake it, and when the helper may not set alarms.
   Outcome set(std::int64_t time) const;
@@ -26,8 +28,6 @@ class WakeAlarm {
   void cancel(std::int64_t time) const;
 
  private:
-  bool canWake() const;
-
   Places mPlaces;
 };
 

@@ -70,6 +70,7 @@ class AvahiServices::Private final : public QObject, public avahi::Daemon {
       if (!alive.expired() && mClients.contains(&client)) client.daemonIsThere();
     });
   }
+  bool isAway() const { return mConnection && (mToldAbsence || !mConnection->isConnected()); }
   void remove(avahi::Client& client) override { mClients.erase(&client); }
   void tellAbsence() override {
     if (std::exchange(mToldAbsence, true)) return;
@@ -113,6 +114,8 @@ AvahiServices::AvahiServices(RunLoop& runLoop, SystemLog& log, BusConnection::Ad
     : mPrivate(std::make_unique<Private>(runLoop, log, std::move(address))) {}
 
 AvahiServices::~AvahiServices() = default;
+
+bool AvahiServices::isAway() const { return mPrivate->isAway(); }
 
 std::unique_ptr<ServicePublication> AvahiServices::publish(const ServiceDescription& service,
                                                            PublicationEvents events) {

@@ -24,6 +24,7 @@ class AvahiServices final : public ServiceDiscovery {
   /// What it gave out has to be gone.
   ~AvahiServices() override;
 
+  bool isAway() const override;
   std::unique_ptr<ServicePublication> publish(const ServiceDescription& service,
                                               PublicationEvents events) override;
   std::unique_ptr<ServiceBrowsing> browse(const std::string& type, const std::string& domain,

@@ -14,6 +14,7 @@ class LogindPower final : public Power {
   ~LogindPower() override;
 
   void observe(Observer observer) override { mObserver = std::move(observer); }
+  bool canWake() const override { return mAlarm.canWake(); }
   Outcome scheduleWake(std::int64_t time, const std::string& identifier) override;
   void cancelWake(std::int64_t time, const std::string& identifier) override;
   Outcome shutDown() override;

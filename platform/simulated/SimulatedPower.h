@@ -13,6 +13,7 @@ namespace corvana {
 class SimulatedPower final : public Power {
  public:
   void observe(Observer observer) override { mObserver = std::move(observer); }
+  bool canWake() const override { return clockWakes; }
   Outcome scheduleWake(std::int64_t time, const std::string& identifier) override;
   void cancelWake(std::int64_t time, const std::string& identifier) override;
   Outcome shutDown() override;
@@ -24,9 +25,10 @@ class SimulatedPower final : public Power {
   std::set<std::int64_t> wakes;     ///< programmed now
   std::vector<std::string> events;  ///< "schedule 725889600", "cancel 725889600" in order
   Outcome wakeOutcome;              ///< what it answers; a refusal programs nothing
-  std::string identifier;           ///< the last one given
-  int shutDowns = 0;                ///< how often it was asked to power off
-  Outcome shutDownOutcome;          ///< what it answers
+  bool clockWakes = true;
+  std::string identifier;   ///< the last one given
+  int shutDowns = 0;        ///< how often it was asked to power off
+  Outcome shutDownOutcome;  ///< what it answers
 
  private:
   Observer mObserver;

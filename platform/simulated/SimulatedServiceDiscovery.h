@@ -16,6 +16,7 @@ class SimulatedServiceDiscovery final : public ServiceDiscovery {
  public:
   explicit SimulatedServiceDiscovery(RunLoop& runLoop) : mRunLoop(runLoop) {}
 
+  bool isAway() const override { return away; }
   std::unique_ptr<ServicePublication> publish(const ServiceDescription& service,
                                               PublicationEvents events) override;
   std::unique_ptr<ServiceBrowsing> browse(const std::string& type, const std::string& domain,
@@ -28,7 +29,8 @@ class SimulatedServiceDiscovery final : public ServiceDiscovery {
 
   std::set<std::string> taken;           ///< names that others have
   std::vector<FoundService> neighbours;  ///< what a search finds beside what is published here
-  int failure = 0;                       ///< otherwise publishing fails with that code
+  bool away = false;
+  int failure = 0;  ///< otherwise publishing fails with that code
 
  private:
   struct Entry {

@@ -129,9 +129,14 @@ TEST_F(WakeUpTest, ARefusalIsSaidOnceUntilItWorksAgain) {
   EXPECT_THAT(machine.systemLog.lines, ElementsAre("Allow it: sudo setcap x"));
   EXPECT_THAT(notices(), ElementsAre(HasSubstr("sudo setcap x")));
   EXPECT_EQ(stored(), static_cast<std::int64_t>(first + 3590)) << "whatever came of it";
+  EXPECT_EQ(wakeUp.hindrance(), "Allow it: sudo setcap x");
   power.wakeOutcome = {};
   dueAt(first + 7200);
   wakeUp.doSetWakeup();
+  EXPECT_EQ(wakeUp.hindrance(), "");
+  power.clockWakes = false;
+  EXPECT_THAT(wakeUp.hindrance(), HasSubstr("no clock"));
+  power.clockWakes = true;
   power.wakeOutcome = Error{ErrorKind::refused, "Allow it: sudo setcap x"};
   dueAt(first);
   wakeUp.doSetWakeup();

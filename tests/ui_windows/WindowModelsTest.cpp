@@ -71,7 +71,7 @@ TEST_F(WindowModelsTest, TheQueueIsReorderedRunAndEmptiedButForWhatRuns) {
   EXPECT_EQ(queue.text(2, 2), "Held: automatic execution is off");
   queue.runNow(2);
   EXPECT_THAT(column(queue, 0), ElementsAre("A", "D", "B"));
-  EXPECT_EQ(queue.text(1, 2), "Runs now");
+  EXPECT_EQ(queue.text(1, 2), "Starts now");
   queue.pauseOrContinue();
   EXPECT_EQ(queue.text(0, 2), "Running, paused");
   EXPECT_EQ(queue.pauseTitle(), "Continue");
@@ -162,7 +162,8 @@ TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
   begin();
   UserInterfaceSources lacking = sources();
   lacking.lacking = [](Ability ability) {
-    return ability == Ability::wake ? std::string("No alarm clock.") : std::string();
+    if (ability == Ability::wake) return std::string("No alarm clock.");
+    return ability == Ability::seeKeyboard ? std::string("No keys.") : std::string();
   };
   const PreferencesModel preferences(lacking);
   int changed = 0;
@@ -171,7 +172,8 @@ TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
     for (const auto& item : page.items) {
       SCOPED_TRACE(item.key);
       EXPECT_FALSE(item.label.empty());
-      EXPECT_EQ(item.lacking.empty(), item.key != "SchedulerPrefWakeupMachine");
+      EXPECT_EQ(item.lacking.empty(), item.key.find("Shortcut") == std::string::npos);
+      EXPECT_EQ(item.help.ends_with("\nNo alarm clock."), item.key == "SchedulerPrefWakeupMachine");
       using Kind = PreferencesModel::Kind;
       ZAN_Value wanted;
       if (item.kind == Kind::checkBox) wanted = item.read().boolValue() ? 0 : 1;
@@ -196,8 +198,10 @@ TEST_F(WindowModelsTest, AShortcutReadsModifiersFirst) {
   std::string bytes(16, '\0');
   bytes[37 / 8] = static_cast<char>(1 << 37 % 8);
   bytes[29 / 8] = static_cast<char>(bytes[29 / 8] | 1 << 29 % 8);
-  EXPECT_EQ(PreferencesModel::shortcutText(ZAN_Value::data(bytes)), "Ctrl+K");
-  EXPECT_EQ(PreferencesModel::shortcutText({}), "");
+  begin();
+  const PreferencesModel preferences(sources());
+  EXPECT_EQ(preferences.shortcutText(ZAN_Value::data(bytes)), "Ctrl+K");
+  EXPECT_EQ(preferences.shortcutText({}), "");
 }
 
 TEST_F(WindowModelsTest, TheStatusNamesWhatRunsAndWhatHoldsBack) {

@@ -55,6 +55,13 @@ PreferencesModel::Item PreferencesModel::needing(Ability ability, Item item) con
   return item;
 }
 
+PreferencesModel::Item PreferencesModel::noting(Ability ability, Item item) const {
+  const std::string lacking = m.lacking ? m.lacking(ability) : std::string();
+  if (!lacking.empty() && !item.help.empty()) item.help += '\n';
+  item.help += lacking;
+  return item;
+}
+
 std::string PreferencesModel::dateText(ReferenceTime date) const {
   return date <= 0 ? m.texts.text("PrefNotYet") : m.strings.getShortTimeDate(date);
 }
@@ -126,11 +133,9 @@ PreferencesModel::Page PreferencesModel::iconPage() const {
       number("SchedulerPrefFloatingIconTransparency", &Preferences::mPrefFloatingIconTransparency,
              t.text("PrefFloatingOpacity"), {}, 10, 100, t.text("PrefPercent"))));
   // Only one of their choices is lost without the pointer.
-  const std::string noPointer = m.lacking ? m.lacking(Ability::seePointer) : std::string();
   for (Item& one : page.items) {
-    const bool hovers =
-        one.key == "SchedulerPrefDisplayIcon" || one.key == "SchedulerPrefDisplayIconWindow";
-    if (hovers && !noPointer.empty()) one.help += '\n' + noPointer;
+    if (one.key == "SchedulerPrefDisplayIcon" || one.key == "SchedulerPrefDisplayIconWindow")
+      one = noting(Ability::seePointer, std::move(one));
   }
   return page;
 }
@@ -139,9 +144,9 @@ PreferencesModel::Page PreferencesModel::messagesPage() const {
   const ZAN_StringTable& t = m.texts;
   Page page{t.text("PrefPageMessages"), {}};
   page.items.push_back(
-      needing(Ability::notices, check("SchedulerPrefShowMessageInNotificationCenter",
-                                      &Preferences::mPrefShowMessageInNotificationCenter,
-                                      t.text("PrefNotices"), t.text("PrefNoticesHelp"))));
+      noting(Ability::notices, check("SchedulerPrefShowMessageInNotificationCenter",
+                                     &Preferences::mPrefShowMessageInNotificationCenter,
+                                     t.text("PrefNotices"), t.text("PrefNoticesHelp"))));
   page.items.push_back(choice("SchedulerPrefShowMessageColor", &Preferences::mPrefShowMessageColor,
                               t.text("PrefMessageColour"), {},
                               {t.text("ColourSlate"), t.text("ColourBlue"), t.text("ColourGreen"),
@@ -195,8 +200,8 @@ PreferencesModel::Page PreferencesModel::executionPage() const {
                              &Preferences::mPrefAlertIfManualInterruption,
                              t.text("PrefInterruption"), {}));
   page.items.push_back(
-      needing(Ability::wake, check("SchedulerPrefWakeupMachine", &Preferences::mCheckWakeupMachine,
-                                   t.text("PrefWake"), t.text("PrefWakeHelp"))));
+      noting(Ability::wake, check("SchedulerPrefWakeupMachine", &Preferences::mCheckWakeupMachine,
+                                  t.text("PrefWake"), t.text("PrefWakeHelp"))));
   page.items.push_back(
       item("SchedulerLastWakeupTime", Kind::fact, t.text("PrefLastWake"), {}, [this] {
         return ZAN_Value(
@@ -228,9 +233,10 @@ PreferencesModel::Page PreferencesModel::volumesPage() const {
 PreferencesModel::Page PreferencesModel::networkPage() const {
   const ZAN_StringTable& t = m.texts;
   Page page{t.text("PrefPageNetwork"), {}};
-  page.items.push_back(check("SchedulerPrefAllowRemoteControl",
-                             &Preferences::mPrefAllowRemoteControl, t.text("PrefRemote"),
-                             t.text("PrefRemoteHelp")));
+  page.items.push_back(
+      noting(Ability::network,
+             check("SchedulerPrefAllowRemoteControl", &Preferences::mPrefAllowRemoteControl,
+                   t.text("PrefRemote"), t.text("PrefRemoteHelp"))));
   page.items.push_back(
       item("SchedulerPrefRemoteControlLocalName", Kind::text, t.text("PrefRemoteName"),
            t.text("PrefRemoteNameHelp"),
@@ -238,7 +244,6 @@ PreferencesModel::Page PreferencesModel::networkPage() const {
   page.items.push_back(
       item("SchedulerPrefRemoteControlPassword", Kind::password, t.text("PrefRemotePassword"), {},
            [&prefs = m.preferences] { return ZAN_Value(prefs.mRemoteControlPassword); }));
-  for (Item& one : page.items) one = needing(Ability::network, std::move(one));
   return page;
 }
 

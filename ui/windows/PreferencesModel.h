@@ -47,7 +47,7 @@ class PreferencesModel {
 
   /// The keys of a shortcut as words, "Ctrl+Shift+K"; empty for none. Without a name a key is its
   /// number.
-  static std::string shortcutText(const ZAN_Value& keys);
+  std::string shortcutText(const ZAN_Value& keys) const;
 
  private:
   Page generalPage() const;
@@ -66,7 +66,10 @@ class PreferencesModel {
   template <class T>
   Item number(std::string key, T Preferences::*field, std::string label, std::string help,
               double least, double most, std::string unit) const;
+  /// Switched off without the ability.
   Item needing(Ability ability, Item item) const;
+  /// Stays on without it, since that may be mended, and says what is lacking.
+  Item noting(Ability ability, Item item) const;
   std::string dateText(ReferenceTime date) const;
 
   const UserInterfaceSources& m;
