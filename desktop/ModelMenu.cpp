@@ -19,9 +19,6 @@ constexpr int kHeadingPixels = 14;
 constexpr int kHeadingMargin = 4;
 constexpr int kIconPixels = 16;
 
-/// Ampersands are letters in what users have named.
-QString label(const std::string& title) { return qt(title).replace('&', QStringLiteral("&&")); }
-
 /// Readable on light and dark menus.
 QColor shade(MenuColour colour) {
   switch (colour) {
@@ -168,6 +165,15 @@ void ModelMenu::append(MenuItem item) {
   addAction(row.action);
   row.action->setIconVisibleInMenu(true);
   draw(row);
+}
+
+/// Ampersands and underscores are letters in what users have named. On the bus an underscore marks
+/// the letter to underline, and Qt makes one of the first ampersand that it finds.
+QString ModelMenu::label(const std::string& title) {
+  QString shown = qt(title);
+  if (platformMenu() == nullptr) return shown.replace('&', QStringLiteral("&&"));
+  shown.replace('_', QStringLiteral("__"));
+  return shown.contains('&') ? '&' + shown : shown;
 }
 
 void ModelMenu::draw(Row& row) {

@@ -33,6 +33,7 @@ class ModelMenu final : public QMenu {
 
   void append(MenuItem item);
   void draw(Row& row);
+  QString label(const std::string& title);
   void shorten(std::size_t count);
   void fill(const MenuItem& item);
   void read(const MenuItem& item);

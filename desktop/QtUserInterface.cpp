@@ -17,6 +17,7 @@
 #include "desktop/ScreenPlace.h"
 #include "desktop/StatusTray.h"
 #include "desktop/Texts.h"
+#include "desktop/WindowParts.h"
 #include "desktop/WindowRegistry.h"
 #include "desktop/X11Screen.h"
 #include "platform/Machine.h"
@@ -103,7 +104,9 @@ class QtUserInterface::Private {
 void QtUserInterface::Private::attach(const UserInterfaceSources& given) {
   auto known = std::make_unique<UserInterfaceSources>(given);
   known->lacking = [this, other = given.lacking](Ability ability) {
-    if (ability == Ability::statusItem && noPanel) return text("NoPanelTitle");
+    if (ability == Ability::statusItem && noPanel) return text("LackingPanel");
+    if (ability == Ability::notices && !notifier.isAnswered()) return text("LackingNotices");
+    if (ability == Ability::floatOnTop && !ScreenPlace::isOurs()) return text("LackingPlaces");
     return other ? other(ability) : std::string();
   };
   sources = std::move(known);
@@ -152,7 +155,7 @@ void QtUserInterface::Private::showFloatingIcon() {
                                                       pictures.icon(std::string(kLogo)));
     floatingIcon->onMenu = [this](const QPoint& place) { drawFloatingMenu(place); };
     floatingIcon->onDoubleClick = [this] { sources->commands.showWindow(Window::nextActions); };
-    floatingIcon->setToolTip(toolTip);
+    floatingIcon->setToolTip(plainToolTip(toolTip));
   }
   floatingIcon->setOpacity(floatingOpacity / 100);
   refreshFloatingIcon();
@@ -290,7 +293,8 @@ void QtUserInterface::setStatusInformation(const std::string& /*text*/) {
 void QtUserInterface::setToolTip(const std::string& text) {
   mPrivate->toolTip = qt(text);
   if (mPrivate->tray != nullptr) mPrivate->tray->setToolTip(mPrivate->toolTip);
-  if (mPrivate->floatingIcon != nullptr) mPrivate->floatingIcon->setToolTip(mPrivate->toolTip);
+  if (mPrivate->floatingIcon != nullptr)
+    mPrivate->floatingIcon->setToolTip(plainToolTip(mPrivate->toolTip));
 }
 
 void QtUserInterface::menusChanged() { mPrivate->changed(); }
@@ -356,11 +360,13 @@ void QtUserInterface::setActionExecuted(std::int64_t sizeCopied, int progress,
 void QtUserInterface::ask(Window window, const std::string& title, const std::string& text,
                           std::function<void(bool)> answer) {
   if (mPrivate->questions == nullptr) return;
-  const bool quits = window == Window::status;
-  mPrivate->questions->ask(title, text,
-                           {mPrivate->text(quits ? "QuitButton" : "YesButton"),
-                            mPrivate->text(quits ? "CancelButton" : "NoButton")},
-                           std::move(answer));
+  Questions::Buttons buttons{mPrivate->text("YesButton"), mPrivate->text("NoButton")};
+  if (window == Window::status) {
+    buttons = {mPrivate->text("QuitButton"), mPrivate->text("CancelButton")};
+  } else if (window == Window::startupDisk) {
+    buttons = {mPrivate->text("ButtonUseThisDisk"), mPrivate->text("ButtonLater")};
+  }
+  mPrivate->questions->ask(title, text, buttons, std::move(answer));
 }
 
 void QtUserInterface::alert(const std::string& title, const std::string& text,

@@ -7,6 +7,7 @@
 
 #include "desktop/Colours.h"
 #include "desktop/Texts.h"
+#include "desktop/WindowParts.h"
 
 namespace corvana {
 
@@ -54,8 +55,9 @@ QVariant TableAdapter::data(const QModelIndex& index, int role) const {
   if (!index.isValid() || row >= mTable.rowCount()) return {};
   switch (role) {
     case Qt::DisplayRole:
-    case Qt::ToolTipRole:
       return qt(mTable.text(row, column));
+    case Qt::ToolTipRole:
+      return plainToolTip(qt(mTable.text(row, column)));
     case Qt::TextAlignmentRole:
       return static_cast<int>((mColumns[column].isNumber ? Qt::AlignTrailing : Qt::AlignLeading) |
                               Qt::AlignVCenter);

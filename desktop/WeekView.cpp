@@ -10,6 +10,7 @@
 
 #include "desktop/Colours.h"
 #include "desktop/Texts.h"
+#include "desktop/WindowParts.h"
 #include "ui/windows/WeekModel.h"
 
 namespace corvana {
@@ -203,7 +204,8 @@ bool WeekView::viewportEvent(QEvent* event) {
   if (event->type() != QEvent::ToolTip) return QAbstractScrollArea::viewportEvent(event);
   const auto* help = static_cast<QHelpEvent*>(event);
   const auto place = placeAt(help->pos());
-  QToolTip::showText(help->globalPos(), place ? wordsOf(*place) : QString(), viewport());
+  QToolTip::showText(help->globalPos(), place ? plainToolTip(wordsOf(*place)) : QString(),
+                     viewport());
   return true;
 }
 

@@ -6,6 +6,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QString>
+#include <QTextDocument>
 
 namespace corvana {
 
@@ -42,6 +43,12 @@ inline QLabel* makeLabel(const QString& text = {}) {
     label->setAlignment(Qt::AlignRight | Qt::AlignAbsolute | Qt::AlignVCenter);
   }
   return label;
+}
+
+/// A tool tip that shows a text as it is, even one that looks like markup.
+inline QString plainToolTip(const QString& text) {
+  if (!Qt::mightBeRichText(text)) return text;
+  return QStringLiteral("<qt>%1</qt>").arg(text.toHtmlEscaped().replace('\n', "<br>"));
 }
 
 inline void resizeByFont(QWidget* window, int columns, int rows) {
