@@ -1,6 +1,10 @@
 #include "desktop/WindowRegistry.h"
 
+#include <malloc.h>
+
+#include <QPixmapCache>
 #include <algorithm>
+#include <utility>
 
 #include "desktop/AgentWindow.h"
 #include "desktop/WindowFactory.h"
@@ -8,12 +12,21 @@
 
 namespace corvana {
 
+namespace {
+
+constexpr double kGiveBackAfter = 2.0;
+
+}  // namespace
+
 WindowRegistry::WindowRegistry(RunLoop& runLoop) : mRunLoop(runLoop) {}
 
 WindowRegistry::~WindowRegistry() = default;
 
 void WindowRegistry::setSources(const UserInterfaceSources* sources) {
-  if (sources == nullptr) mWindows.clear();
+  if (sources == nullptr) {
+    mWindows.clear();
+    mRunLoop.cancel(std::exchange(mGiveBackTimer, 0));
+  }
   mSources = sources;
 }
 
@@ -44,6 +57,17 @@ void WindowRegistry::hide(Window which) {
   mWindows.erase(found);
   window->hide();
   window->deleteLater();
+  if (!anyVisible()) giveMemoryBack();
+}
+
+void WindowRegistry::giveMemoryBack() {
+  mRunLoop.cancel(mGiveBackTimer);
+  mGiveBackTimer = mRunLoop.performAfter(kGiveBackAfter, [this] {
+    mGiveBackTimer = 0;
+    if (anyVisible()) return;
+    QPixmapCache::clear();
+    ::malloc_trim(0);
+  });
 }
 
 bool WindowRegistry::isVisible(Window which) const {

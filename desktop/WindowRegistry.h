@@ -4,12 +4,12 @@
 #include <memory>
 #include <string>
 
+#include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
 
 namespace corvana {
 
 class AgentWindow;
-class RunLoop;
 struct UserInterfaceSources;
 
 /// The windows that are up. Thread: main.
@@ -33,11 +33,15 @@ class WindowRegistry {
   void refresh();
 
  private:
+  /// A moment after the last window has gone.
+  void giveMemoryBack();
+
   RunLoop& mRunLoop;
   const UserInterfaceSources* mSources = nullptr;
   std::map<Window, std::unique_ptr<AgentWindow>> mWindows;
   std::map<Window, std::string> mTexts;
   bool mWillRefresh = false;
+  RunLoop::TimerId mGiveBackTimer = 0;
 };
 
 }  // namespace corvana
