@@ -6,14 +6,17 @@ namespace corvana {
 
 /// What the help of `add` and `edit` says about the words for an action.
 inline constexpr std::string_view kActionHelp =
+    "  --title TEXT               another title (edit)\n"
     "  --source FOLDER            what is copied; may be given several times\n"
     "  --destination FOLDER       where to\n"
     "  --mode copy|synchronise    synchronise also deletes what is gone from the source\n"
-    "  --context office|home|nomad|any\n"
-    "  --shortcut KEY\n"
+    "  --context WHERE            office, home or nomad: it runs in this context alone; any: in "
+    "all\n"
+    "  --shortcut KEY             a short word to find it by\n"
     "  --group REF                the group it lies in; 0 is the top\n"
     "  --force                    take folders that are not there\n"
-    "When it runs (without any of these: only when it is launched):\n"
+    "WHEN it runs (without any of these a new action runs only when it is launched, and an edited\n"
+    "one as before):\n"
     "  --daily 08:00              every day\n"
     "  --weekly mon,thu           on days of the week, with --at 18:30\n"
     "  --monthly WHEN             with --at 18:30; WHEN is 1,15 (days), first-day, last-day,\n"

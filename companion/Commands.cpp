@@ -1,6 +1,7 @@
 #include "companion/Commands.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <ostream>
@@ -12,21 +13,26 @@ namespace corvana {
 namespace {
 
 void printUsage(std::ostream& out) {
-  out << "usage: corvana9 COMMAND …\n\n";
+  out << "usage: corvana9 COMMAND …\n\n"
+         "Shows and controls the scheduler of Corvana 9, and edits its actions.\n\n";
   std::size_t width = 0;
   for (const Command& command : kCommands) width = std::max(width, command.name.size());
   for (const Command& command : kCommands) {
     out << "  " << command.name << std::string(width - command.name.size() + 2, ' ') << command.help
         << '\n';
   }
-  out << "\ncorvana9 COMMAND --help says more; --home FOLDER works on another home folder than "
-         "yours.\nExit codes: 0 done, 1 could not, 2 wrong words.\n";
+  out << "\nWith every command:\n"
+         "  --help         say more about it\n"
+         "  --home FOLDER  work on another home folder than yours\n"
+         "  --json         answer in JSON, for programs (where the usage line names it)\n"
+         "Exit codes: 0 done, 1 could not, 2 wrong words.\n";
 }
 
 void printHelp(const Command& command, std::ostream& out) {
   out << "usage: corvana9 " << command.name;
   if (!command.arguments.empty()) out << ' ' << command.arguments;
-  out << "\n\n" << command.help << '\n';
+  const auto first = static_cast<char>(std::toupper(command.help.front()));
+  out << "\n\n" << first << command.help.substr(1) << ".\n";
   if (!command.details.empty()) out << '\n' << command.details;
 }
 

@@ -71,26 +71,21 @@ int mailCommand(Arguments& arguments, const Console& console);
 
 /// In the order in which the help shows them.
 inline constexpr std::array kCommands{
-    Command{"dump", "FILE [--mask]", "show a data file as JSON",
-            "Reads the agent's own archives, keyed archives and property lists, told apart by "
-            "content.\n"
-            "  --mask   hide passwords\n",
-            dumpCommand},
-    Command{"pack", "JSON FILE", "write a data file from JSON",
-            "JSON may be \"-\" for the standard input. FILE is replaced as a whole.\n",
-            packCommand},
     Command{"tree", "[--json]", "show the actions with their schedules and next dates", "",
             treeCommand},
     Command{"add", "TITLE --source FOLDER --destination FOLDER [WHEN] [--json]",
             "add an action that copies folders", kActionHelp, addCommand},
-    Command{"edit", "REF [--title TEXT] [--source FOLDER] [WHEN] [--json]", "change an action",
+    Command{"edit", "REF [--title TEXT] [--source FOLDER …] [WHEN] [--json]", "change an action",
             kActionHelp, editCommand},
     Command{"remove", "REF [--force]", "remove an action or a group",
             "  --force   remove a group with all that is in it\n", removeCommand},
     Command{"group", "TITLE [--group REF] [--shortcut KEY]", "add a group",
-            "  --group REF   the group it lies in; 0 is the top\n", groupCommand},
+            "  --group REF      the group it lies in; 0 is the top\n"
+            "  --shortcut KEY   a short word to find it by\n",
+            groupCommand},
     Command{"next", "[--count N] [--ics] | --records FILE --now SECONDS", "show the coming runs",
-            "The coming runs of all actions in order, ten of them or N.\n"
+            "The coming runs of all actions, the next first.\n"
+            "  --count N              so many of them; 10 without it\n"
             "  --ics                  as a calendar\n"
             "  --records FILE         the next date of each settings record of a JSON array, one\n"
             "                         line each: {\"date\": seconds or null, \"shutdown\": bool};\n"
@@ -109,20 +104,26 @@ inline constexpr std::array kCommands{
             "The agent answers \"queued\" or why not.\n"
             "  --estimate   only count what there is to copy\n",
             launchCommand},
-    Command{"enable", "[--json]", "switch automatic execution on",
-            "Without a running agent it is stored for its next start; so with disable.\n",
-            enableCommand},
-    Command{"disable", "[--json]", "switch automatic execution off", "", disableCommand},
-    Command{"pause", "[--json]", "pause the agent and what is being executed", "", pauseCommand},
-    Command{"continue", "[--json]", "let them go on", "", continueCommand},
-    Command{"stop", "[--json]", "stop what is being executed", "", stopCommand},
-    Command{"skip", "[--json]", "leave out the item that is being copied", "", skipCommand},
+    Command{"enable", "[--json]", "turn automatic execution on",
+            "Without a running agent it is stored for its next start.\n", enableCommand},
     Command{
-        "post", "NAME OBJECT [JSON]", "send a message to the programs of Corvana 9",
-        "NAME is the name that a program listens to; agent, execute, main and shutdown stand\n"
-        "for those of Corvana 9. JSON is an object with the details, as dump writes it; \"-\" reads\n"
-        "it from the standard input. Nobody answers a message.\n",
-        postCommand},
+        "disable", "[--json]", "turn automatic execution off",
+        "Actions then run only when they are launched. Without a running agent it is stored for\n"
+        "its next start.\n",
+        disableCommand},
+    Command{"pause", "[--json]", "pause the agent and what is being executed",
+            "Nothing new is started meanwhile.\n", pauseCommand},
+    Command{"continue", "[--json]", "let the agent and what is being executed go on", "",
+            continueCommand},
+    Command{"stop", "[--json]", "stop what is being executed",
+            "What was copied stays; the next run goes on from there.\n", stopCommand},
+    Command{"skip", "[--json]", "leave out the item that is being copied", "", skipCommand},
+    Command{"post", "NAME OBJECT [JSON]", "send a message to the programs of Corvana 9",
+            "NAME is the name that a program listens to; agent, execute, main and shutdown stand\n"
+            "for those of Corvana 9. JSON is an object with the details, as dump writes it; \"-\" "
+            "reads\n"
+            "it from the standard input. Nobody answers a message.\n",
+            postCommand},
     Command{"watch", "[--json]", "print messages and changes as they come, until interrupted",
             "  --json   one object a line\n", watchCommand},
     Command{"log", "[--count N] [--json]", "show what happened, newest last",
@@ -150,7 +151,8 @@ inline constexpr std::array kCommands{
             peerCommand},
     Command{"report", "[--date YYYY-MM-DD | --preview | --mail] [--json]",
             "show the report of a day, or the mail that tells of it",
-            "Without a date that of today.\n"
+            "Without a date, that of today.\n"
+            "  --date      that of another day\n"
             "  --preview   show the report as it would be mailed now\n"
             "  --mail      mail it now, with the settings of the main application, and show how\n"
             "              the mail server answers\n",
@@ -159,8 +161,8 @@ inline constexpr std::array kCommands{
         "mail",
         "[--server HOST --from ADDRESS --to ADDRESS[,ADDRESS] …] [--body-file FILE] [--json]",
         "send one message and show how the mail server answers",
-        "Without --server, with the server and the addresses that are set for the reports: so\n"
-        "the settings are tested.\n"
+        "Without --server it takes the server and the addresses that are set for the reports, so\n"
+        "that these settings are tested.\n"
         "  --server HOST         and what it is asked for:\n"
         "  --ports LIST          tried in order, by comma; 25,465,587 without it\n"
         "  --tls N               0 none, 1 when the server offers it, 2 required\n"
@@ -175,6 +177,14 @@ inline constexpr std::array kCommands{
         "Prints \"status N\", \"info TEXT\" and \"error CODE TEXT\" as they come. The file that\n"
         "SSL_CERT_FILE names adds authorities to those of the system.\n",
         mailCommand},
+    Command{"dump", "FILE [--mask]", "show a data file as JSON",
+            "Reads the agent's own archives, keyed archives and property lists, told apart by "
+            "content.\n"
+            "  --mask   hide passwords\n",
+            dumpCommand},
+    Command{"pack", "JSON FILE", "write a data file from JSON",
+            "JSON may be \"-\" for the standard input. FILE is replaced as a whole.\n",
+            packCommand},
 };
 
 }  // namespace corvana
