@@ -10,17 +10,18 @@ namespace corvana {
 namespace {
 
 /// Folder descriptions come as one, as an array, or as an archive of either.
+ZAN_Value unwrapped(const ZAN_Value& value) {
+  if (!value.isData()) return value;
+  Result<ZAN_Value> stored = ZAN_Unarchiver::unarchiveObjectWithData(value.bytes());
+  return stored ? std::move(stored).value() : ZAN_Value();
+}
+
 void appendFolders(const ZAN_Value& value, std::vector<ZAN_Value>& folders) {
-  const auto append = [&](const ZAN_Value& plain) {
-    if (plain.isDictionary()) folders.push_back(plain);
-    if (!plain.isArray()) return;
-    for (const ZAN_Value& element : plain.elements()) {
-      if (element.isDictionary()) folders.push_back(element);
-    }
-  };
-  if (!value.isData()) return append(value);
-  if (const Result<ZAN_Value> stored = ZAN_Unarchiver::unarchiveObjectWithData(value.bytes()))
-    append(*stored);
+  const ZAN_Value plain = unwrapped(value);
+  if (plain.isDictionary()) folders.push_back(plain);
+  if (!plain.isArray()) return;
+  for (const ZAN_Value& element : plain.elements())
+    folders.push_back(element.isDictionary() ? element : ZAN_Value::dictionary());
 }
 
 }  // namespace
@@ -33,6 +34,14 @@ std::optional<ReferenceTime> ActionsTools::getLastExecutionDateForSettings(
 
 std::int64_t ActionsTools::getExecutionsCountForSettings(const ZAN_Value& settings) {
   return settings.integer("ExecCounter");
+}
+
+bool ActionsTools::hasSourceList(const ZAN_Value& settings) {
+  for (const char* const key : {"ItemsListOfSourcePath", "ItemsSource"}) {
+    const ZAN_Value list = unwrapped(settings[key]);
+    if (list.isArray() || list.isDictionary()) return true;
+  }
+  return false;
 }
 
 std::vector<ZAN_Value> ActionsTools::getSourcesForAction(const ZAN_Value& settings) {

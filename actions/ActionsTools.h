@@ -83,8 +83,11 @@ class ActionsTools {
   static std::int64_t getExecutionsCountForSettings(const ZAN_Value& settings);
 
   /// The folder descriptions of an action's sources: those of "ItemsListOfSourcePath", an array of
-  /// them or one, and without any the one of "ItemsSource". Empty when the record describes none.
+  /// them or one, and without any the one of "ItemsSource". Empty when the record describes none; a
+  /// damaged one among them is an empty dictionary, so that nobody goes on without it.
   static std::vector<ZAN_Value> getSourcesForAction(const ZAN_Value& settings);
+  /// Whether there is a list of sources at all, which may be empty.
+  static bool hasSourceList(const ZAN_Value& settings);
   /// The folder description of the destination; null when the record has none.
   static ZAN_Value getDestinationForAction(const ZAN_Value& settings);
 

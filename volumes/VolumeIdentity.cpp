@@ -51,8 +51,8 @@ bool VolumeIdentity::checkIfVolumeMounted(const ZAN_Value& item, bool tolerant) 
 }
 
 bool VolumeIdentity::checkIfAllVolumesMounted(const ZAN_Value& settings) {
+  if (!ActionsTools::hasSourceList(settings)) return true;
   const auto sources = ActionsTools::getSourcesForAction(settings);
-  if (sources.empty()) return true;
   const bool tolerant = settings.integer("ItemsVolumeTolerance") != 0;
   const auto isMounted = [&](const ZAN_Value& item) {
     return checkIfVolumeMounted(item, tolerant);

@@ -24,8 +24,8 @@ class VolumeIdentity {
   virtual bool checkIfVolumeMounted(const ZAN_Value& item, bool tolerant);
 
   /// Whether every source of the action with these settings and then its destination is mounted.
-  /// Without a list of sources yes, whatever the destination; without a destination the sources
-  /// decide.
+  /// Without a list of sources yes, whatever the destination; an empty list leaves it to the
+  /// destination, and without a destination the sources decide. A damaged source is not mounted.
   bool checkIfAllVolumesMounted(const ZAN_Value& settings);
 
   /// Where an item's folder is now, for whoever is about to write there: its volume may be mounted

@@ -67,6 +67,7 @@ const std::string& WhyNot::contextName(std::int64_t context) const {
 std::string WhyNot::volumeName(const ZAN_Value& item) const {
   const std::string name = item.string("VolumeFolderName");
   const std::string uuid = item.string("uuid");
+  if (item.empty()) return mTexts.table.text("WhyVolumeDamaged");
   std::string text = name.empty()
                          ? mTexts.table.text("WhyVolumeOfPath", {item.string("VolumeFolderPath")})
                          : mTexts.table.text("WhyVolumeNamed", {name});

@@ -62,6 +62,8 @@ TEST_F(VolumeIdentityTest, AllSourcesCountAndWithoutThemEverythingIsThere) {
         {{"ItemsListOfSourcePath", sources}, {"ItemsDestination", destination}}));
   };
   EXPECT_TRUE(all({}, gone));
+  EXPECT_FALSE(all(ZAN_Value::array(), gone)) << "an empty list is a list";
+  EXPECT_FALSE(all(ZAN_Value::array({system, "damaged"}), system));
   EXPECT_TRUE(all(ZAN_Value::array({system}), {}));
   EXPECT_FALSE(all(ZAN_Value::array({system}), gone));
   EXPECT_FALSE(all(ZAN_Value::array({system, gone}), system));
