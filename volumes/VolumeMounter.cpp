@@ -100,16 +100,31 @@ void VolumeMounter::mountSelectedVolumes(const std::vector<std::size_t>& rows) {
   for (const std::size_t row : rows) {
     if (row < mVolumesToMountList.size()) chosen.push_back(mVolumesToMountList[row]);
   }
+  const auto mounting =
+      std::make_shared<std::ptrdiff_t>(std::ranges::count(chosen, false, &MountCandidate::isAlias));
+  if (*mounting == 0) updateListOfVolumesToMount();
   for (const auto& candidate : chosen) {
     if (candidate.isAlias) {
       mountAlias(candidate);
     } else {
-      m.connected.mountVolumeWithBsd(candidate.bsdName, [this, alive = std::weak_ptr<int>(mAlive)] {
-        if (!alive.expired()) updateListOfVolumesToMount();
-      });
+      m.connected.mountVolumeWithBsd(candidate.bsdName,
+                                     [this, mounting, alive = std::weak_ptr<int>(mAlive)] {
+                                       if (--*mounting == 0 && !alive.expired())
+                                         updateListAfterMounting();
+                                     });
     }
   }
-  if (std::ranges::all_of(chosen, &MountCandidate::isAlias)) updateListOfVolumesToMount();
+}
+
+/// A list that is being read may be one from before the last mount.
+void VolumeMounter::updateListAfterMounting() {
+  if (!mUpdatingMountedVolumes && !m.connected.isUpdatingList()) {
+    updateListOfVolumesToMount();
+    return;
+  }
+  m.platform.runLoop.performAfter(kLook, [this, alive = std::weak_ptr<int>(mAlive)] {
+    if (!alive.expired()) updateListAfterMounting();
+  });
 }
 
 void VolumeMounter::rememberVolumeMountedByScheduler(const std::string& path) {

@@ -69,7 +69,7 @@ class VolumeMounter {
   /// By the menu; one that is not in the list is ignored. With the Option key down an alias is
   /// examined instead and a report written.
   void selectVolumeToMountInMenu(std::size_t index);
-  /// By the window, each in turn; the list is then read again.
+  /// By the window; the list is read again when the last one has been mounted.
   void mountSelectedVolumes(const std::vector<std::size_t>& rows);
 
   // Unmounting
@@ -85,6 +85,7 @@ class VolumeMounter {
 
  private:
   void mountAlias(const MountCandidate& candidate);
+  void updateListAfterMounting();
   void beginUnmount();
   void waitUntilGone(int looksLeft);
   void endUnmount();

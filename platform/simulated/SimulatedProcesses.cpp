@@ -165,6 +165,7 @@ Result<std::string> SimulatedProcesses::runTool(const std::vector<std::string>& 
     return Error{ErrorKind::absent, arguments.front() + ": no such program"};
   }
   const Tool tool = found->second;
+  if (beforeTool) beforeTool(arguments);
   return tool(arguments);
 }
 

@@ -80,6 +80,8 @@ class SimulatedProcesses final : public Processes {
   void failNextStart(Error error) { mStartError = std::move(error); }
   /// What a program does when it is run as a tool; one that is not set is absent.
   void tool(const std::string& program, Tool tool) { mTools[program] = std::move(tool); }
+  /// Called before each tool, which may take its time there.
+  std::function<void(const std::vector<std::string>& arguments)> beforeTool;
 
   std::int64_t startApplication(const std::string& bundlePath);
   void quitApplication(const std::string& bundlePath);

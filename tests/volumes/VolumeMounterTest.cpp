@@ -104,6 +104,18 @@ TEST_F(VolumeMounterTest, MountsWhatIsChosen) {
   mounter.selectVolumeToMountInMenu(1);
   p.runLoop.runFor(1);
   EXPECT_TRUE(std::filesystem::exists(p.volumes.folder + "/Photos"));
+
+  // Of several, the slowest is no longer offered either.
+  for (const char* name : {"Music", "Films"}) p.volumes.plugIn({.name = name});
+  build();
+  ASSERT_THAT(offered(), ElementsAre("Music sdc1", "Films sdd1"));
+  p.processes.beforeTool = [&](const auto& run) {
+    if (run.back() == "sdd1" && run.at(1) == "mount") p.clock.sleep(2);
+  };
+  mounter.mountSelectedVolumes({0, 1});
+  ASSERT_TRUE(p.runLoop.runUntil([&] { return mounter.isListReady(); }, 5));
+  mounter.takeUpdatedList();
+  EXPECT_THAT(offered(), IsEmpty());
 }
 
 TEST_F(VolumeMounterTest, UnmountsAndForcesOnlyWhatDoesNotGo) {
