@@ -38,6 +38,7 @@ std::string LinuxVolumes::volumesFolder() const { return volumesFolder(mLoginNam
 
 std::vector<Mount> LinuxVolumes::mounts() const {
   auto mounts = MountTable::read({volumesFolder(), mHome});
+  const std::lock_guard lock(mSharesMutex);
   mounts.insert(mounts.end(), mShares.begin(), mShares.end());
   return mounts;
 }
@@ -96,15 +97,18 @@ void LinuxVolumes::observe(Observer observer) {
 }
 
 void LinuxVolumes::setShares(std::vector<Mount> shares) {
-  mShares = std::move(shares);
+  {
+    const std::lock_guard lock(mSharesMutex);
+    mShares = std::move(shares);
+  }
   if (mWatching != 0) look();
 }
 
 /// Something was mounted, unmounted or changed.
 void LinuxVolumes::look() {
   std::vector<Mount> now = mounts();
-  std::erase_if(now, [](const Mount& mount) { return !mount.isVolume; });
   std::vector<Mount> gone;
+  // One that is covered by another mount has not gone: it is seen again when that goes.
   std::erase_if(mSeen, [&](const Seen& seen) {
     if (std::ranges::any_of(now, [&](const Mount& one) { return one.key() == seen.mount.key(); }))
       return false;
@@ -113,8 +117,9 @@ void LinuxVolumes::look() {
     return true;
   });
   std::erase_if(now, [&](const Mount& mount) {
-    return std::ranges::any_of(mSeen,
-                               [&](const Seen& seen) { return seen.mount.key() == mount.key(); });
+    return !mount.isVolume || std::ranges::any_of(mSeen, [&](const Seen& seen) {
+      return seen.mount.key() == mount.key();
+    });
   });
   for (const Mount& mount : now) {
     mSeen.push_back({mount, false});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,7 @@ class LinuxVolumes final : public Volumes {
   DescriptorWatch::WatchId mWatching = 0;
   VolumeReader mReader;
   Observer mObserver;
+  mutable std::mutex mSharesMutex;
   std::vector<Mount> mShares;
   std::vector<Seen> mSeen;
   std::shared_ptr<int> mAlive = std::make_shared<int>();

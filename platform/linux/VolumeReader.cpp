@@ -15,11 +15,15 @@
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
-#include "platform/linux/DeviceFacts.h"
 
 namespace corvana {
 
 namespace {
+
+/// How often a device is asked who it is until it has a UUID to tell, and how old that answer is
+/// then, in seconds.
+constexpr int kIdentityReadings = 4;
+constexpr double kUnidentified = 1;
 
 using SteadyClock = std::chrono::steady_clock;
 using Key = std::tuple<std::uint64_t, std::uint64_t, std::string>;
@@ -54,7 +58,8 @@ std::optional<VolumeInformation> ask(const Mount& mount) {
 
 struct VolumeReader::Slot {
   std::optional<VolumeInformation> information;
-  std::optional<DeviceFacts::Identity> identity;  ///< read once: it is the device's
+  DeviceFacts::Identity identity;  ///< the device's: it stays
+  int identityReadings = 0;
   SteadyClock::time_point at;
   int waiting = 0;      ///< threads that are with the mount
   bool isLate = false;  ///< one of them is there for longer than anybody waits
@@ -63,6 +68,10 @@ struct VolumeReader::Slot {
   /// Under the lock.
   void ended() {
     if (--waiting == 0) isLate = false;
+  }
+  bool wantsIdentity(const Mount& mount) const {
+    return identity.uuid.empty() && identityReadings < kIdentityReadings &&
+           mount.source.starts_with("/dev/");
   }
 };
 
@@ -83,18 +92,17 @@ struct VolumeReader::Shared {
 /// Under the lock.
 void VolumeReader::startReading(const std::shared_ptr<Slot>& slot, const Mount& mount) {
   ++slot->waiting;
-  std::thread([shared = mShared, slot, mount, known = slot->identity] {
+  std::thread([shared = mShared, slot, mount, identify = mIdentify,
+               identifies = slot->wantsIdentity(mount)] {
     auto answer = ask(mount);
-    auto identity = known;
-    if (answer && !identity) {
-      identity = mount.source.starts_with("/dev/") ? DeviceFacts::identity(mount.source)
-                                                   : DeviceFacts::Identity();
-    }
+    DeviceFacts::Identity identity;
+    if (answer && identifies) identity = identify(mount.source);
     const std::lock_guard lock(shared->mutex);
     if (answer) {
-      answer->uuid = identity->uuid;
-      answer->label = identity->label;
-      slot->identity = std::move(identity);
+      if (identifies) ++slot->identityReadings;
+      if (!identity.uuid.empty() || !identity.label.empty()) slot->identity = std::move(identity);
+      answer->uuid = slot->identity.uuid;
+      answer->label = slot->identity.label;
     }
     slot->information = std::move(answer);
     slot->at = SteadyClock::now();
@@ -105,7 +113,8 @@ void VolumeReader::startReading(const std::shared_ptr<Slot>& slot, const Mount& 
   }).detach();
 }
 
-VolumeReader::VolumeReader() : mShared(std::make_shared<Shared>()) {}
+VolumeReader::VolumeReader(Identify identify)
+    : mIdentify(std::move(identify)), mShared(std::make_shared<Shared>()) {}
 
 VolumeReader::~VolumeReader() {
   const std::lock_guard lock(mShared->mutex);
@@ -118,7 +127,8 @@ std::optional<VolumeInformation> VolumeReader::information(const Mount& mount, d
   const auto slot = mShared->slotOf(mount);
   if (slot->isLate) return std::nullopt;
   const auto now = SteadyClock::now();
-  if (slot->information && std::chrono::duration<double>(now - slot->at).count() <= maxAge)
+  const double age = std::chrono::duration<double>(now - slot->at).count();
+  if (slot->information && age <= maxAge && !(age > kUnidentified && slot->wantsIdentity(mount)))
     return slot->information;
   if (slot->waiting == 0) startReading(slot, mount);
   slot->isLate = !mShared->changed.wait_for(lock, std::chrono::duration<double>(mLimit),

@@ -7,6 +7,7 @@
 
 #include "platform/RunLoop.h"
 #include "platform/Volumes.h"
+#include "platform/linux/DeviceFacts.h"
 
 namespace corvana {
 
@@ -18,12 +19,17 @@ class VolumeReader {
   /// Seconds that a question may take.
   void setLimit(double seconds) { mLimit = seconds; }
 
-  VolumeReader();
+  /// What is known of a device; blocks, thread: any.
+  using Identify = std::function<DeviceFacts::Identity(const std::string& device)>;
+
+  explicit VolumeReader(Identify identify = DeviceFacts::identity);
   ~VolumeReader();
   VolumeReader(const VolumeReader&) = delete;
   VolumeReader& operator=(const VolumeReader&) = delete;
 
-  /// What the mount says of itself, from memory when that is not older than `maxAge` seconds.
+  /// What the mount says of itself, from memory when that is not older than `maxAge` seconds. A
+  /// device without a UUID is looked at some more times, whoever asks: the system learns of it a
+  /// moment after it is mounted.
   std::optional<VolumeInformation> information(const Mount& mount, double maxAge);
   /// Asks ahead; `answered` is called in `loop` when the mount has answered, however late, unless
   /// it is forgotten before.
@@ -37,6 +43,7 @@ class VolumeReader {
   struct Slot;
   struct Shared;
   void startReading(const std::shared_ptr<Slot>& slot, const Mount& mount);
+  Identify mIdentify;
   std::shared_ptr<Shared> mShared;
   double mLimit = 0.2;
 };

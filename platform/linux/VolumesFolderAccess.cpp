@@ -13,6 +13,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -25,10 +26,17 @@ namespace corvana {
 
 namespace {
 
-constexpr std::array<std::string_view, 21> kSystemFolders = {
-    "/",      "/bin",   "/boot", "/dev",  "/etc",       "/home", "/lib",
-    "/lib32", "/lib64", "/opt",  "/proc", "/root",      "/run",  "/sbin",
-    "/srv",   "/sys",   "/tmp",  "/usr",  "/usr/local", "/var",  "/var/tmp"};
+/// Themselves.
+constexpr std::array<std::string_view, 7> kSystemFolders = {"/",    "/home", "/root",   "/run",
+                                                            "/srv", "/tmp",  "/var/tmp"};
+/// With everything below them.
+constexpr std::array<std::string_view, 14> kSystemTrees = {
+    "/bin",    "/boot", "/dev",  "/etc",  "/lib", "/lib32", "/lib64",
+    "/libx32", "/opt",  "/proc", "/sbin", "/sys", "/usr",   "/var"};
+/// What a home holds besides, by the names of the desktop and of this program.
+constexpr std::array<std::string_view, 10> kUserFolders = {
+    "Desktop",  "Documents", "Downloads", "Library", "Music",
+    "Pictures", "Public",    "Templates", "Videos",  "snap"};
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 
@@ -90,6 +98,30 @@ std::vector<std::string> homesByPasswords() {
   while (::fgetpwent_r(file.get(), &entry, buffer.data(), buffer.size(), &found) == 0)
     homes.emplace_back(found->pw_dir);
   return homes;
+}
+
+bool isOfSystem(const std::string& folder) {
+  if (std::ranges::find(kSystemFolders, folder) != kSystemFolders.end()) return true;
+  if (folder.starts_with("/run/")) return !isAtOrBelow(folder, "/run/media");
+  if (folder.starts_with("/var/tmp/") || folder.starts_with("/dev/shm/")) return false;
+  return std::ranges::any_of(
+      kSystemTrees, [&](std::string_view tree) { return isAtOrBelow(folder, std::string(tree)); });
+}
+
+/// Whether a folder of the home holds the user's own things: settings, or one of those that the
+/// desktop has made.
+bool isUsersOwn(const std::string& folder, const std::string& home) {
+  if (home.empty() || home == "/" || !folder.starts_with(home + "/")) return false;
+  const std::string below = folder.substr(home.size());
+  if (below.find("/.") != std::string::npos) return true;
+  const std::string first = below.substr(1, below.find('/', 1) - 1);
+  if (std::ranges::find(kUserFolders, first) != kUserFolders.end()) return true;
+  // "XDG_MUSIC_DIR="$HOME/Musik""
+  std::ifstream names(home + "/.config/user-dirs.dirs");
+  for (std::string line; std::getline(names, line);) {
+    if (line.starts_with("XDG_") && line.ends_with("=\"$HOME/" + first + "\"")) return true;
+  }
+  return false;
 }
 
 /// By which mount an open folder was reached, for kernels that cannot refuse to cross one.
@@ -196,15 +228,17 @@ Outcome VolumesFolderAccess::check() const {
   if (folder.empty()) return Error{ErrorKind::absent, mFolder + ": " + std::strerror(errno)};
   // The mount table knows it by its real path only.
   if (folder != mFolder) return refused(mFolder, "a link leads to the folder of volumes");
-  if (std::ranges::find(kSystemFolders, folder) != kSystemFolders.end())
-    return refused(mFolder, "a folder of the system is no folder of volumes");
+  if (isOfSystem(folder)) return refused(mFolder, "a folder of the system is no folder of volumes");
   // Those of others by their names only: they may lie on another machine.
   std::vector<std::string> homes = homesByPasswords();
-  homes.push_back(realPath(mHome));
+  const std::string own = realPath(mHome);
+  homes.push_back(own);
   for (const std::string& home : homes) {
     if (!home.empty() && home != "/" && isAtOrBelow(home, folder))
       return refused(mFolder, "a home is no folder of volumes");
   }
+  if (isUsersOwn(folder, own))
+    return refused(mFolder, "a folder of the user's own is none of volumes");
   const auto mounts = MountTable::read({});
   if (mounts.empty()) return refused(mFolder, "what is mounted cannot be read");
   for (const auto& mount : mounts) {

@@ -22,7 +22,8 @@ class VolumesFolderAccess {
   /// Ends at the first entry that cannot or must not be deleted, and names it. What is not there is
   /// done.
   Outcome remove(const std::string& name) const;
-  /// Why the folder must not be taken for the volumes folder.
+  /// Why the folder must not be taken for the volumes folder: it, or one above it, is the system's
+  /// or the user's own, it holds a home, is a link or a mount point.
   Outcome check() const;
 
  private:

@@ -1,18 +1,15 @@
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <string>
 #include <thread>
 
 #include "platform/linux/VolumesFolderAccess.h"
 #include "platform/simulated/TemporaryFolder.h"
+#include "tests/real/MountNamespace.h"
 
 namespace corvana {
 namespace {
@@ -22,25 +19,6 @@ namespace fs = std::filesystem;
 void write(const fs::path& path) {
   fs::create_directories(path.parent_path());
   std::ofstream(path) << "kept";
-}
-
-bool expect(bool holds, const char* what) {
-  if (!holds) std::cerr << "not so: " << what << '\n';
-  return holds;
-}
-
-/// Runs the body in a mount namespace of its own, which takes all its mounts along when it ends.
-bool inOwnMountNamespace(bool (*body)(const fs::path& folder), const fs::path& folder) {
-  const pid_t child = fork();
-  if (child == 0) {
-    const bool own =
-        unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    _exit(own ? (body(folder) ? 0 : 1) : 77);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 77) return true;
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 bool leavesMountsAndLinksAlone(const fs::path& root) {
@@ -77,6 +55,18 @@ bool leavesMountsAndLinksAlone(const fs::path& root) {
   good &= expect(!VolumesFolderAccess(root, root / "home").check(),
                  "a folder with a home in it is none");
   good &= expect(!VolumesFolderAccess(folder / "Disk", root).check(), "a mount point is none");
+  for (const char* place : {"/usr/share", "/etc", "/var/lib", "/run/lock", "/dev/shm", "/home"})
+    good &= expect(!VolumesFolderAccess(place, root / "home").check(), place);
+  write(root / "home/.config/user-dirs.dirs");
+  std::ofstream(root / "home/.config/user-dirs.dirs") << "XDG_MUSIC_DIR=\"$HOME/Musik\"\n";
+  for (const char* own : {".config", "Documents/old", "Musik", "Library/Application Support"}) {
+    fs::create_directories(root / "home" / own);
+    good &= expect(!VolumesFolderAccess(root / "home" / own, root / "home").check(), own);
+  }
+  fs::create_directories(root / "home/Volumes");
+  good &=
+      expect(static_cast<bool>(VolumesFolderAccess(root / "home/Volumes", root / "home").check()),
+             "a folder for it in a home");
   fs::create_directory_symlink(folder, root / "Link");
   good &=
       expect(!VolumesFolderAccess(root / "Link", root / "home").remove("Bound"), "a link is none");
@@ -119,15 +109,13 @@ bool survivesARace(const fs::path& root) {
 }
 
 TEST(VolumesFolderAccess, DeletesNothingBehindAMountOrALink) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root, for mounts";
   const TemporaryFolder folder;
-  EXPECT_TRUE(inOwnMountNamespace(leavesMountsAndLinksAlone, folder.path()));
+  inOwnMountNamespace([&] { return leavesMountsAndLinksAlone(folder.path()); });
 }
 
 TEST(VolumesFolderAccess, ADiskThatComesWhileItDeletesKeepsItsFiles) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root, for mounts";
   const TemporaryFolder folder;
-  EXPECT_TRUE(inOwnMountNamespace(survivesARace, folder.path()));
+  inOwnMountNamespace([&] { return survivesARace(folder.path()); });
 }
 
 }  // namespace
