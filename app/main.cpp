@@ -28,6 +28,7 @@
 #include "platform/qt/BusAgentObject.h"
 #include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
+#include "platform/qt/GvfsShares.h"
 #include "platform/qt/Logind.h"
 #include "platform/qt/LogindPower.h"
 #include "platform/qt/QtNetwork.h"
@@ -90,6 +91,8 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   UserInterface& userInterface = qt.desktop != nullptr ? qt.desktop->userInterface() : headless;
   LinuxVolumes volumes(machine.loginName(), machine.homeFolder(), loop, loop);
   BusConnection bus(loop, *log);
+  const GvfsShares shares(
+      bus, [&volumes](std::vector<Mount> all) { volumes.setShares(std::move(all)); });
   BusNotifications notifications(bus, loop, *log);
   BusAgentObject agentObject(bus, loop);
   QtNetwork network;

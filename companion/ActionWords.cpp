@@ -8,6 +8,7 @@
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "companion/FolderDescription.h"
 #include "platform/linux/LinuxVolumes.h"
+#include "platform/qt/GvfsShares.h"
 
 namespace corvana {
 
@@ -67,6 +68,7 @@ bool ActionWords::fitsGroup() const {
 Outcome ActionWords::describeFolders(CommandHome& home) {
   LinuxVolumes volumes(home.machine().loginName(), home.machine().homeFolder());
   volumes.setPatience(kSecondsForADisk);
+  volumes.setShares(GvfsShares::now());
   for (const std::string& source : mSources) {
     auto described =
         FolderDescription::ofPath(source, FolderDescription::Role::source, mForce, volumes);

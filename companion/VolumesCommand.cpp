@@ -13,6 +13,7 @@
 #include "companion/Commands.h"
 #include "companion/RunningAgent.h"
 #include "platform/linux/LinuxVolumes.h"
+#include "platform/qt/GvfsShares.h"
 #include "volumes/FreeSpaceHistory.h"
 #include "volumes/ZAN_MountedVolumes.h"
 
@@ -46,6 +47,7 @@ bool isOf(const ZAN_Value& entry, const ZAN_Value& infos) {
 std::vector<KnownVolume> knownVolumes(CommandHome& home) {
   std::vector<KnownVolume> volumes;
   LinuxVolumes system(home.machine().loginName(), home.machine().homeFolder());
+  system.setShares(GvfsShares::now());
   ZAN_MountedVolumes mounted(system);
   for (ZAN_Value& infos : mounted.getAllMountedVolumes())
     volumes.push_back({.infos = infos, .isMounted = true});

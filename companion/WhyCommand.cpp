@@ -14,6 +14,7 @@
 #include "core/work/WhyNot.h"
 #include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/ProcessTable.h"
+#include "platform/qt/GvfsShares.h"
 #include "volumes/VolumeIdentity.h"
 
 namespace corvana {
@@ -169,6 +170,7 @@ int whyCommand(Arguments& arguments, const Console& console) {
   }
   const Seen seen = lookAround(home);
   LinuxVolumes system(home.machine().loginName(), home.machine().homeFolder());
+  system.setShares(GvfsShares::now());
   VolumeIdentity volumes(system);
   ZAN_StringTable texts;
   if (const Outcome loaded = loadAgentTexts(texts, home.machine()); !loaded)

@@ -11,6 +11,8 @@ namespace corvana {
 namespace {
 
 constexpr int kMostLinks = 40;
+/// Where the desktop shows shares as folders: each of them is a volume, what holds them is none.
+constexpr std::string_view kHolderOfShares = "fuse.gvfsd-fuse";
 
 bool holds(std::string_view folder, std::string_view path) {
   return folder == "/" || path == folder ||
@@ -94,7 +96,8 @@ std::optional<Mount> VolumeReference::ofPath(const std::string& path) const {
     place = splitBelowVolumesFolder(real).first;
   }
   const Mount* found = place.empty() ? deepestThatHolds(mounts, real) : mountedAt(mounts, place);
-  return found ? std::optional(*found) : std::nullopt;
+  if (!found || found->fileSystem == kHolderOfShares) return std::nullopt;
+  return *found;
 }
 
 std::optional<Mount> VolumeReference::withUuid(std::string_view uuid) const {

@@ -19,7 +19,8 @@ class VolumeReference {
 
   /// Of a path below the volumes folder the mount at its first component there, and nothing when
   /// there is none: never the disk that the volumes folder lies on. Of any other path the deepest
-  /// mount that holds it. Links are followed as far as that asks no foreign mount; a path that is
+  /// mount that holds it; of one in the folder where the desktop shows its shares the share, or
+  /// nothing. Links are followed as far as that asks no foreign mount; a path that is
   /// not absolute has none.
   std::optional<Mount> ofPath(const std::string& path) const;
 

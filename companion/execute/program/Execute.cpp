@@ -20,6 +20,7 @@
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
 #include "platform/qt/BusNotifications.h"
+#include "platform/qt/GvfsShares.h"
 #include "platform/qt/QtRunLoop.h"
 
 namespace corvana {
@@ -80,6 +81,7 @@ void perform(const ExecuteArguments& arguments) {
     History history(store);
     LinuxVolumes volumes(machine.loginName(), machine.homeFolder());
     volumes.setPatience(kSecondsForADisk);
+    volumes.setShares(GvfsShares::now());
     ExecuteRun({{store, tree, history},
                 messages,
                 control,
