@@ -21,6 +21,23 @@ namespace {
 constexpr const char* kShareTool = "/usr/bin/gio";
 constexpr double kMostSeconds = 60;
 
+/// A share that is mounted already is what was wanted; else why it is not.
+Outcome whatBecame(const std::string& address, const Error& error) {
+  constexpr std::string_view kOwnWords = ", gio: ";
+  const std::string& text = error.text;
+  const auto holds = [&](const char* part) { return text.find(part) != std::string::npos; };
+  if (holds("already mounted")) return {};
+  std::string reason = text;
+  if (const auto said = text.find(kOwnWords); said != std::string::npos) {
+    reason = text.substr(text.find(": ", said + kOwnWords.size()) + 2);
+  } else if (holds("status 2")) {
+    reason = "wrong user or password, or nobody to ask for them";
+  }
+  if (holds("implement mount") || holds("not supported") || holds("not found"))
+    reason += " (shares need GVfs and a session bus: packages gvfs-backends and gvfs-fuse)";
+  return Error{error.kind, address + ": " + reason};
+}
+
 /// The volume of that name, or null.
 const Disk* named(const std::vector<Disk>& disks, const std::string& name) {
   for (const Disk& disk : disks) {
@@ -100,11 +117,12 @@ Outcome AliasTool::mountShare(const std::string& address, const std::string& use
     return Error{ErrorKind::unavailable, address + ": no memory"};
   const std::string file =
       "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(input.get());
-  const auto output = runToolBlocking(
-      {"/bin/sh", "-c", "exec \"$1\" mount \"$2\" < \"$3\"", "mountvolume", kShareTool, full, file},
-      kMostSeconds);
-  if (!output) return output.error();
-  return {};
+  // What it says is looked at, so it has to be in a known language.
+  const auto output =
+      runToolBlocking({"/bin/sh", "-c", "export LC_ALL=C.UTF-8; exec \"$1\" mount \"$2\" < \"$3\"",
+                       "mountvolume", kShareTool, full, file},
+                      kMostSeconds);
+  return output ? Outcome() : whatBecame(address, output.error());
 }
 
 }  // namespace corvana

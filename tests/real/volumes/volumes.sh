@@ -70,6 +70,8 @@ mkdir "$CORVANA9_VOLUMES/Disk/Backup"
 reference="$("$corvana9" tree --json | grep -o '"reference": *[0-9]*' | head -1 | grep -o '[0-9]*')"
 pull Disk
 
+echo '{"SchedulerPrefAutoUnmountVolumes": 1}' |
+  "$corvana9" pack - "$HOME/Library/Application Support/Corvana 9/Corvana 9 Scheduler Settings.cva9data"
 "$resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler" --headless > "$scratch/agent.log" 2>&1 &
 agent=$!
 agent_answers() { "$corvana9" status 2> /dev/null | grep -q 'Automatic execution'; }
@@ -128,7 +130,22 @@ if [ -e /dev/fuse ]; then
   hang=''
   umount -l "$CORVANA9_VOLUMES/Dead" 2> /dev/null
 fi
+# What stays behind would be a stray folder, which holds executions up.
+rmdir "$CORVANA9_VOLUMES/Dead"
 until_true 20 idle
+
+echo "--- what was mounted for actions goes when the queue is empty"
+before="$("$corvana9" log | grep -c 'Letters" completed')"
+plug "$other" Second
+"$corvana9" pause > /dev/null
+"$corvana9" launch "$reference" > /dev/null
+"$corvana9" post agent UnmountVolume "{\"Path\": \"$CORVANA9_VOLUMES/Second\"}" > /dev/null
+sleep 2
+expect "it stays while an action waits" grep -q " $CORVANA9_VOLUMES/Second " /proc/self/mountinfo
+"$corvana9" continue > /dev/null
+expect "it is unmounted after the last one" until_true 30 is_gone "$CORVANA9_VOLUMES/Second"
+expect "which was executed" test "$("$corvana9" log | grep -c 'Letters" completed')" -gt "$before"
+expect "the other disk stays" grep -q " $CORVANA9_VOLUMES/Disk " /proc/self/mountinfo
 
 echo "--- let go by a message"
 "$corvana9" post agent UnmountVolumeImmediate "{\"Path\": \"$CORVANA9_VOLUMES/Disk\"}" > /dev/null
