@@ -149,7 +149,8 @@ void VolumeMounter::unmountVolume(std::string path) {
 void VolumeMounter::beginUnmount() {
   const std::string path = mUnmounting.front();
   if (m.preferences.mPrefShowMountMessage != 0) {
-    m.messages.showMessage(m.texts.text("UnmountingVolumeTitle"), path, kMessageSeconds, true);
+    mUnmountMessage =
+        m.messages.showMessage(m.texts.text("UnmountingVolumeTitle"), path, kMessageSeconds, true);
   }
   m.platform.runLoop.detachThread(
       "unmountVolume", [tools = m.tools, &loop = m.platform.runLoop, path, this,
@@ -168,7 +169,7 @@ void VolumeMounter::beginUnmount() {
 void VolumeMounter::waitUntilGone(int looksLeft) {
   const auto mounts = m.platform.volumes.mounts();
   if (std::ranges::find(mounts, mUnmounting.front(), &Mount::target) == mounts.end()) {
-    m.messages.closeMessageWindow();
+    m.messages.takeBack(mUnmountMessage);
     endUnmount();
   } else if (looksLeft == 0) {
     endUnmount();
@@ -179,9 +180,10 @@ void VolumeMounter::waitUntilGone(int looksLeft) {
 
 void VolumeMounter::endUnmount() {
   mUnmounting.pop_front();
-  if (!mUnmounting.empty()) return beginUnmount();
   // An open message holds the next launch back.
-  if (std::exchange(mUnmountsForQueue, false)) m.messages.closeMessageWindow();
+  if (mUnmountsForQueue) m.messages.takeBack(mUnmountMessage);
+  if (!mUnmounting.empty()) return beginUnmount();
+  mUnmountsForQueue = false;
 }
 
 }  // namespace corvana

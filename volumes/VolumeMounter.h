@@ -95,6 +95,7 @@ class VolumeMounter {
   std::vector<std::string> mMountedVolumesList;
   std::deque<std::string> mUnmounting;
   bool mUnmountsForQueue = false;
+  int mUnmountMessage = 0;  ///< the message of the unmount that runs or ran last
   bool mUpdatingMountedVolumes = false;
   bool mMountVolumesSystemPartition = false;
   std::shared_ptr<int> mAlive =

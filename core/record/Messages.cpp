@@ -90,9 +90,18 @@ void Messages::notificationWithMessage(const std::string& text, const std::strin
   mUserInterface.deliverNotification("Corvana 9", text, button);
 }
 
-void Messages::showMessage(const std::string& title, const std::string& text, double seconds,
-                           bool closeButton) {
-  show({title, text, seconds, closeButton}, false);
+int Messages::showMessage(const std::string& title, const std::string& text, double seconds,
+                          bool closeButton) {
+  return show({title, text, seconds, closeButton}, false);
+}
+
+void Messages::takeBack(int number) {
+  if (isShown() && mShownNumber == number) {
+    closeMessageWindow();
+  } else {
+    std::erase_if(mPendingMessages,
+                  [number](const Numbered& message) { return message.number == number; });
+  }
 }
 
 void Messages::showMessageImmediatly(const std::string& title, const std::string& text,
@@ -100,26 +109,30 @@ void Messages::showMessageImmediatly(const std::string& title, const std::string
   show({title, text, seconds, closeButton}, true);
 }
 
-void Messages::show(MessageWindow message, bool immediatly) {
+int Messages::show(MessageWindow window, bool immediatly) {
+  Numbered message{++mLastNumber, std::move(window)};
   if (isShown()) {
     mPendingMessages.push_back(std::move(message));
   } else {
     openMessageWindow(std::move(message), immediatly);
   }
+  return mLastNumber;
 }
 
 void Messages::showNextPendingMessage() {
   if (mPendingMessages.empty()) return;
-  MessageWindow message = std::move(mPendingMessages.front());
+  Numbered message = std::move(mPendingMessages.front());
   mPendingMessages.pop_front();
   openMessageWindow(std::move(message), false);
 }
 
-void Messages::openMessageWindow(MessageWindow message, bool immediatly) {
+void Messages::openMessageWindow(Numbered message, bool immediatly) {
   closeMessageWindow();
-  message.seconds = std::max(kShortestDisplay, message.seconds);
-  mEndOfMessage.set(mClock.now() + message.seconds);
-  mUserInterface.openMessageWindow(message);
+  MessageWindow& window = message.window;
+  window.seconds = std::max(kShortestDisplay, window.seconds);
+  mShownNumber = message.number;
+  mEndOfMessage.set(mClock.now() + window.seconds);
+  mUserInterface.openMessageWindow(window);
   if (immediatly) mUserInterface.paintNow();
 }
 

@@ -35,9 +35,12 @@ class Messages {
   /// the call. Thread: any.
   void sendUserNotification(const std::string& text, const std::string& button = {});
 
-  /// Opens a message window, or lets the message wait while one is up. At least 2 s.
-  void showMessage(const std::string& title, const std::string& text, double seconds,
-                   bool closeButton);
+  /// Opens a message window, or lets the message wait while one is up. At least 2 s. The number is
+  /// for `takeBack`.
+  int showMessage(const std::string& title, const std::string& text, double seconds,
+                  bool closeButton);
+  /// Closes that message if it is up; it does not come if it waits. Nothing when it is over.
+  void takeBack(int number);
   /// The same, and the window is painted before the call returns.
   void showMessageImmediatly(const std::string& title, const std::string& text, double seconds,
                              bool closeButton);
@@ -59,8 +62,13 @@ class Messages {
 
  private:
   void remember(const std::string& text);
-  void show(MessageWindow message, bool immediatly);
-  void openMessageWindow(MessageWindow message, bool immediatly);
+  struct Numbered {
+    int number;
+    MessageWindow window;
+  };
+
+  int show(MessageWindow window, bool immediatly);
+  void openMessageWindow(Numbered message, bool immediatly);
   void notificationWithMessage(const std::string& text, const std::string& button);
 
   const Clock& mClock;
@@ -71,7 +79,9 @@ class Messages {
   SchedulerLog& mLog;
   TextFiles& mFiles;
   const ZAN_StringUtils& mStrings;
-  std::deque<MessageWindow> mPendingMessages;
+  std::deque<Numbered> mPendingMessages;
+  int mLastNumber = 0;
+  int mShownNumber = 0;    ///< of the message that is or was up last
   Deadline mEndOfMessage;  ///< 0 while no message window is up
 };
 

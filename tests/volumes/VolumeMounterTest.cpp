@@ -147,6 +147,16 @@ TEST_F(VolumeMounterTest, UnmountsAndForcesOnlyWhatDoesNotGo) {
   EXPECT_THAT(diskutilVerbs(), ElementsAre("eject", "unmount force"));
   EXPECT_FALSE(std::filesystem::exists(busy));
 
+  // Another message that is up stays, and the one of the unmount does not come after the fact.
+  agent.messages.showMessage("A crash", "", 15, true);
+  mounter.rememberVolumeMountedByScheduler(p.volumes.mount({.name = "Last"}));
+  mounter.unmountVolumesMountedByScheduler();
+  p.runLoop.runFor(1);
+  EXPECT_FALSE(mounter.isUnmounting());
+  EXPECT_EQ(p.userInterface.message->title, "A crash");
+  EXPECT_FALSE(agent.messages.hasPending());
+  agent.messages.closeMessageWindow();
+
   // One that never goes is left alone after five seconds, its message after 45.
   mounter.unmountVolume("/");
   p.processes.tool(tools.toolsFolder() + "/diskutil", [](const auto&) {
