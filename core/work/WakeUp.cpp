@@ -29,6 +29,7 @@ constexpr std::string_view kLastWakeupTime = "SchedulerLastWakeupTime";
 constexpr double kAheadOfAction = 10.0;
 constexpr double kNearest = 60.0;
 constexpr double kWhileExecuting = 300.0;
+constexpr double kRetryRefused = 300.0;
 /// So little a change of the date leaves the wake-up as it is.
 constexpr std::int64_t kTolerance = 300;
 
@@ -61,11 +62,20 @@ std::optional<std::int64_t> WakeUp::timeToProgram() const {
   return time;
 }
 
-bool WakeUp::rests() const { return !timeToProgram(); }
+bool WakeUp::retryIsDue() const {
+  const ReferenceTime now = m.platform.clock.now();
+  return isOn() && mRefused && now > *mRefused + kRetryRefused &&
+         static_cast<double>(m.preferences.mSchedulerLastWakeupTime) > now;
+}
+
+bool WakeUp::rests() const { return !timeToProgram() && !mRefused; }
 
 void WakeUp::doSetWakeup() {
   const auto time = timeToProgram();
-  if (!time) return;
+  if (!time) {
+    if (retryIsDue()) schedule(m.preferences.mSchedulerLastWakeupTime);
+    return;
+  }
   if (const std::int64_t last = m.preferences.mSchedulerLastWakeupTime; last != 0)
     m.platform.power.cancelWake(last, kIdentifier);
   m.preferences.mSchedulerLastWakeupTime = *time;
@@ -78,7 +88,17 @@ void WakeUp::doSetWakeup() {
                                   static_cast<double>(*time), running);
 }
 
+void WakeUp::followPreferences() {
+  if (isOn() || m.preferences.mSchedulerLastWakeupTime == 0) return;
+  m.platform.power.cancelWake(m.preferences.mSchedulerLastWakeupTime, kIdentifier);
+  m.preferences.mSchedulerLastWakeupTime = 0;
+  m.preferences.setPref(kLastWakeupTime, 0);
+  static_cast<void>(m.preferences.savePrefs());
+  mRefused.reset();
+}
+
 void WakeUp::restoreWakeup() {
+  followPreferences();
   const std::int64_t time = m.preferences.mSchedulerLastWakeupTime;
   if (isOn() && static_cast<double>(time) > m.platform.clock.now()) schedule(time);
 }
@@ -93,6 +113,7 @@ void WakeUp::schedule(std::int64_t time) {
   const Outcome scheduled = m.platform.power.scheduleWake(time, kIdentifier);
   std::string refusal = scheduled ? std::string() : scheduled.error().text;
   if (!scheduled && !m.platform.power.canWake()) refusal = m.texts.text("LackingWake");
+  mRefused = scheduled ? std::nullopt : std::optional(m.platform.clock.now());
   if (refusal == machine.userDefault(kRefusal).string()) return;
   machine.setUserDefault(kRefusal, refusal.empty() ? ZAN_Value() : ZAN_Value(refusal));
   if (refusal.empty()) return;

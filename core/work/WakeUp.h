@@ -33,15 +33,20 @@ class WakeUp {
   void restoreWakeup();
   /// Why the machine cannot be woken, as the user reads it; empty as long as nothing is known.
   std::string hindrance() const;
+  /// The preferences may have changed: one that is not wanted any more is taken back.
+  void followPreferences();
 
  private:
   std::optional<ReferenceTime> nextWakeDate() const;
   std::optional<std::int64_t> timeToProgram() const;
   void schedule(std::int64_t time);
+  /// A refused one is tried again: the right may have been given meanwhile.
+  bool retryIsDue() const;
 
   WorkSurroundings m;
   const TriggerEvaluation& mEvaluation;
   const ExecuteSupervisor& mSupervisor;
+  std::optional<ReferenceTime> mRefused;  ///< when the wake-up that stands was refused last
 };
 
 }  // namespace corvana

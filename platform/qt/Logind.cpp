@@ -16,6 +16,8 @@ namespace corvana {
 namespace {
 
 constexpr int kAnswerWithin = 5000;  // milliseconds
+/// In seconds; the system's own setting is 5, too short for a copy of files.
+constexpr qulonglong kShortestDelay = 60;
 
 QString service() { return QStringLiteral("org.freedesktop.login1"); }
 QString path() { return QStringLiteral("/org/freedesktop/login1"); }
@@ -23,6 +25,13 @@ QString manager() { return QStringLiteral("org.freedesktop.login1.Manager"); }
 
 QDBusMessage callOf(const char* method) {
   return QDBusMessage::createMethodCall(service(), path(), manager(), QString::fromLatin1(method));
+}
+
+QDBusMessage propertyCall(const char* name) {
+  QDBusMessage call = QDBusMessage::createMethodCall(
+      service(), path(), QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+  call << manager() << QString::fromLatin1(name);
+  return call;
 }
 
 }  // namespace
@@ -56,11 +65,7 @@ class Logind::Private final : public QObject {
   }
 
   void askWhetherShuttingDown() {
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        service(), path(), QStringLiteral("org.freedesktop.DBus.Properties"),
-        QStringLiteral("Get"));
-    call << manager() << QStringLiteral("PreparingForShutdown");
-    whenAnswered(call, [this](const QDBusPendingCall& answer) {
+    whenAnswered(propertyCall("PreparingForShutdown"), [this](const QDBusPendingCall& answer) {
       const QDBusPendingReply<QVariant> reply = answer;
       if (reply.isError()) {
         tellAbsence(reply.error().message());
@@ -77,10 +82,23 @@ class Logind::Private final : public QObject {
     whenAnswered(call, [this](const QDBusPendingCall& answer) {
       const QDBusPendingReply<QDBusUnixFileDescriptor> reply = answer;
       if (reply.isError()) {
-        tellAbsence(reply.error().message());
+        mLog.write("A shut-down cannot be held up (" + reply.error().message().toStdString() +
+                   "): it does not wait for this program");
       } else if (mWantsHold) {
         mHold = reply.value();
+        askHowLongItWaits();
       }
+    });
+  }
+
+  void askHowLongItWaits() {
+    whenAnswered(propertyCall("InhibitDelayMaxUSec"), [this](const QDBusPendingCall& answer) {
+      const QDBusPendingReply<QVariant> reply = answer;
+      if (reply.isError()) return;
+      const qulonglong seconds = reply.value().toULongLong() / 1'000'000;
+      if (seconds >= kShortestDelay || std::exchange(mToldDelay, true)) return;
+      mLog.write("A shut-down waits for " + std::to_string(seconds) +
+                 " s only; for longer set InhibitDelayMaxSec in /etc/systemd/logind.conf");
     });
   }
 
@@ -123,6 +141,7 @@ class Logind::Private final : public QObject {
   Handlers mHandlers;
   bool mShuttingDown = false;
   bool mToldAbsence = false;
+  bool mToldDelay = false;
   bool mWantsHold = false;
   QString mWho;
   QString mWhy;

@@ -141,6 +141,27 @@ TEST_F(WakeUpTest, ARefusalIsSaidOnceUntilItWorksAgain) {
   dueAt(first);
   wakeUp.doSetWakeup();
   EXPECT_EQ(machine.systemLog.lines.size(), 2U);
+
+  // The right is given: the same wake-up is programmed within minutes.
+  power.wakeOutcome = {};
+  advance(299);
+  EXPECT_THAT(eventsAfter(), IsEmpty());
+  advance(2);
+  EXPECT_THAT(eventsAfter(), ElementsAre(scheduled(first - 10)));
+  advance(400);
+  EXPECT_THAT(eventsAfter(), IsEmpty());
+}
+
+TEST_F(WakeUpTest, SwitchedOffItIsTakenBack) {
+  const ReferenceTime first = now() + 3600;
+  dueAt(first);
+  wakeUp.doSetWakeup();
+  wakeUp.followPreferences();
+  EXPECT_THAT(power.wakes, ElementsAre(static_cast<std::int64_t>(first - 10)));
+  preferences.mCheckWakeupMachine = false;
+  wakeUp.followPreferences();
+  EXPECT_THAT(power.wakes, IsEmpty());
+  EXPECT_EQ(stored(), 0);
 }
 
 }  // namespace
