@@ -31,6 +31,8 @@ constexpr double kOtherInstanceBlockSeconds = 15.0;
 constexpr double kStartupDiskCheckDelay = 300.0;
 constexpr double kStartupDiskQuestionDelay = 2.0;
 constexpr double kLoginItemsDelay = 25.0;
+/// In calls of the timer: a desktop that got another screen moves its panels for a moment.
+constexpr int kRearrangeAfter = 4;
 constexpr std::int64_t kActivityQuits = 1;
 constexpr std::int64_t kActivityStarted = 2;
 constexpr std::string_view kRequestFile = "Corvana 9 Execute Actions.cva9data";
@@ -100,26 +102,10 @@ MainScheduler::MainScheduler(Platform platform)
       mLaunchStep({platform.clock, platform.userInterface, mState, mPreferences, mMessages,
                    mDebugLog, mTree, mQueue, mEvaluation, mSupervisor, mVolumeWatch, mAnnounce,
                    mTexts}),
-      mControls({mPlatform,
-                 mState,
-                 mPreferences,
-                 mStore.texts(),
-                 mLog,
-                 mMessages,
-                 mChannel,
-                 mSiblingStatus,
-                 mQueue,
-                 mEvaluation,
-                 mSupervisor,
-                 mContexts,
-                 mStatusItem,
-                 mFloatingIcon,
-                 mLaunchStep,
-                 mVolumeMounter,
-                 mVolumesFolderSurvey,
-                 mTexts,
-                 mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle),
-                 mStore.installPaths().installPathForCode(InstallPaths::executeBundle)}),
+      mControls({mPlatform, mState, mPreferences, mStore.texts(), mLog, mMessages, mChannel,
+                 mSiblingStatus, mQueue, mEvaluation, mSupervisor, mContexts, mStatusItem,
+                 mFloatingIcon, mLaunchStep, mVolumeMounter, mVolumesFolderSurvey, mTexts,
+                 mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle)}),
       mRemoteControl({mPlatform, mState, mPreferences, mTree, mControls, mLog, mMessages, mTexts}),
       mTick({mPlatform,       mState,       mStore,        mDebugLog,        mMessages,
              mSiblingWatch,   mQueue,       mEvaluation,   mSupervisor,      mVolumeWatch,
@@ -189,8 +175,16 @@ void MainScheduler::wire() {
   };
   mLog.onErrorStateChanged = [this] {
     mState.updateMenu();
-    if (mState.mErrorInExecution != 0) mStatusItem.createStatusItem();
+    if (mState.mErrorInExecution != 0) {
+      mStatusItem.createStatusItem();
+    } else {
+      mStatusItem.errorsWereSeen();
+    }
     tellThatAnswersChanged();
+  };
+  mLog.onFailure = [this] {
+    if (mPreferences.mShowErrorWindows != 0)
+      mPlatform.userInterface.showWindow(Window::errorSummary);
   };
   mMessages.onNotificationsChanged = [this] { mPlatform.userInterface.menusChanged(); };
   wireWork();
@@ -227,6 +221,8 @@ void MainScheduler::wireWork() {
   mContexts.onContextChanged = [this] {
     mStatusItem.forgetCurrentIcon();
     mState.updateMenu();
+    // Who is due next is another question now.
+    mState.checkAt(mPlatform.clock.now());
     tellThatAnswersChanged();
   };
 }
@@ -252,7 +248,7 @@ void MainScheduler::wireVolumes() {
   mVolumesFolderSurvey.isExecuting = [this] { return mSupervisor.isExecuting(); };
   mVolumesFolderSurvey.onFinishedProcess = [this] { mSupervisor.clearFinishedProcess(); };
   mVolumesFolderSurvey.onPauseWanted = [this] { mControls.pauseExecution(); };
-  mVolumesFolderSurvey.onContinueWanted = [this] { mControls.continueExecution(); };
+  mVolumesFolderSurvey.onContinueWanted = [this] { mControls.strayFoldersWereSeen(); };
 }
 
 void MainScheduler::wireDrive() {
@@ -270,7 +266,10 @@ void MainScheduler::wireDrive() {
     readShortcut();
     listsChanged();
     mRemoteControl.publishRemoteControl();
+    mWakeUp.followPreferences();
+    if (!mQueue.empty()) mQueue.saveActionsQueue();
   };
+  mTick.onScreenChanged = [this] { mTimer.rearrangeWindowsAfter(kRearrangeAfter); };
   mTick.onToolTip = [this] { refreshToolTip({}); };
   mTick.onRelaunchWanted = [this] {
     mPlatform.runLoop.performAfter(1.0, [this] {
@@ -305,7 +304,10 @@ void MainScheduler::wireDrive() {
 void MainScheduler::wireMachine() {
   mPlatform.power.observe({[this] { machineWillSleep(); }, [this] { machineWillSleep(); },
                            // Others go on working on this machine, so does the agent.
-                           [this] { mMustTerminateWhenAllDone = false; }});
+                           [this] {
+                             mMustTerminateWhenAllDone = false;
+                             updateShutdownHelper();
+                           }});
   mLaunchStep.onStartupDiskQuestion = [this] {
     mPlatform.runLoop.performAfter(kStartupDiskQuestionDelay,
                                    [this] { mStartupDisk.askAboutStartupDiskChange(); });
@@ -387,15 +389,15 @@ void MainScheduler::applicationDidFinishLaunching() {
 
   mState.mFirstCheckAfterStartup = false;
   const auto quitDate = mPreferences.prefForKey("SchedulerQuitDate").asDate();
-  if (quitDate && *quitDate - clock.now() > -kRelaunchWindow) {
+  if (quitDate && std::abs(*quitDate - clock.now()) < kRelaunchWindow) {
     mLaunchStep.setWelcomeMessageWasDisplayed();
     mState.holdBackUntil(clock.now() + kHoldAfterRelaunch);
   } else {
     mState.mFirstCheckAfterStartup = true;
-    if (anotherInstanceRuns()) {
-      leaveToTheOtherInstance();
-      return;
-    }
+  }
+  if (anotherInstanceRuns()) {
+    leaveToTheOtherInstance();
+    return;
   }
 
   if (mPlatform.agentObject != nullptr) mPlatform.agentObject->appear(mAnswers);
@@ -502,14 +504,18 @@ void MainScheduler::killProcessWithBundlePath(const std::string& path) {
   if (found != running.end()) mPlatform.processes.kill(found->pid);
 }
 
-/// The helper that waits for a shut-down is not to hold this one up.
+/// The helper that waits for a shut-down is not to hold this one up. Without it the system may end
+/// programs at any moment: what waits to be written is written first.
 void MainScheduler::shutDownMachine() {
+  static_cast<void>(mPreferences.savePrefs());
+  mStore.finishSaving();
   killProcessWithBundlePath(mStore.installPaths().installPathForCode(InstallPaths::shutDownBundle));
   mPlatform.clock.sleep(1.0);
   terminateAndShutDown();
 }
 
-/// Everything is saved before the machine begins to end its programs.
+/// Everything is saved before the power-off is asked for. When it is refused the machine stays on,
+/// and with it a fresh agent.
 void MainScheduler::terminateAndShutDown() {
   mPlatform.runLoop.performAfter(0.001, [this] {
     terminateBySelf();
@@ -517,6 +523,8 @@ void MainScheduler::terminateAndShutDown() {
     if (outcome) return;
     mPlatform.systemLog.write(outcome.error().text);
     mStore.texts().addToReportFile(mTexts.text("ShutDownRefused", {outcome.error().text}));
+    mPlatform.systemLog.write(
+        mPlatform.processes.relaunch(mPlatform.machine.executablePath()).text);
   });
 }
 
@@ -524,7 +532,7 @@ void MainScheduler::terminateAndShutDown() {
 void MainScheduler::checkStartupDiskAgain() {
   const bool wasOpen = mState.mStartedFromNewMachine;
   mStartupDisk.checkStartupDisk();
-  if (!wasOpen) mStartupDisk.askAboutStartupDiskChange();
+  if (!wasOpen) mLaunchStep.askAboutStartupDisk();
 }
 
 void MainScheduler::showShortcutTargets(int operation) {

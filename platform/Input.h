@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -21,6 +22,12 @@ struct Rect {
   bool operator==(const Rect&) const = default;
 };
 
+/// What lies above belongs to the menu bar: the part of the screen above its available area, or,
+/// where no panel is at the top, the outermost two rows.
+inline double menuBarBottom(const Rect& screen, const Rect& visibleFrame) {
+  return std::min(visibleFrame.y + visibleFrame.height, screen.y + screen.height - 3);
+}
+
 /// One bit a key, by the first 128 key codes; bit k of byte k / 8.
 using KeyMap = std::array<std::uint8_t, 16>;
 
@@ -39,7 +46,8 @@ class Input {
   /// The main screen, and the part of it that no panel covers; empty without a screen.
   virtual Rect mainScreen() = 0;
   virtual Rect visibleFrame() = 0;
-  /// Seconds since the user last did anything; nothing when unknown, and the user then counts as active.
+  /// Seconds since the user last did anything; nothing when unknown, and the user then counts as
+  /// active.
   virtual std::optional<double> idleSeconds() = 0;
 };
 

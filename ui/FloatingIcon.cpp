@@ -19,7 +19,7 @@ constexpr double kKeepStatusItem = 10.0;
 constexpr double kRightThird = 0.67;
 
 bool isHoverPlace(const Point& pointer, const Rect& screen, const Rect& visibleFrame) {
-  return pointer.y > visibleFrame.y + visibleFrame.height &&
+  return pointer.y > menuBarBottom(screen, visibleFrame) &&
          pointer.x > screen.x + kRightThird * screen.width;
 }
 

@@ -40,6 +40,10 @@ void StatusItem::removeStatusItem() {
   if (exists()) mUserInterface.removeStatusItem();
 }
 
+void StatusItem::errorsWereSeen() {
+  if (mPreferences.mShowIconMenuMode == kIconNever && !mState.mMainAppLaunched) removeStatusItem();
+}
+
 void StatusItem::applyMode(bool isNeeded) {
   if (mState.mErrorInExecution != 0 || mPreferences.mShowIconMenuMode == kIconNever) return;
   if (mPreferences.mShowIconMenuMode == 0 || isNeeded) {

@@ -32,6 +32,8 @@ class StatusItem {
   /// runs nor an execution error waits.
   void createStatusItem();
   void removeStatusItem();
+  /// One that is never wanted came for the error alone.
+  void errorsWereSeen();
   bool exists() const { return mUserInterface.hasStatusItem(); }
 
   /// It may not be hidden before.

@@ -108,8 +108,15 @@ void VolumesFolderSurvey::showError(const std::vector<std::string>& paths) {
   m.platform.userInterface.showWindow(Window::volumesFolderError);
   if (m.state.mPause) return;
   m.platform.runLoop.performAfter(kPauseDelay, [this] {
-    if (!m.state.mPause) onPauseWanted();
+    if (m.state.mPause) return;
+    onPauseWanted();
+    mHasPaused = true;
   });
+}
+
+void VolumesFolderSurvey::pauseChanged(bool isPaused) {
+  mHasPaused = false;
+  if (!isPaused) mCheckingVolumesFolder = false;
 }
 
 void VolumesFolderSurvey::checkIfVolumesFolderClean() {

@@ -43,7 +43,7 @@ class VolumesFolderSurvey {
   std::function<void()> onFinishedProcess;
   /// Toggles the pause.
   std::function<void()> onPauseWanted;
-  /// Ends the pause and hides the window.
+  /// Ends the pause that was made here and hides the window.
   std::function<void()> onContinueWanted;
 
   // For the tick and the launch step
@@ -58,6 +58,10 @@ class VolumesFolderSurvey {
   void checkIfVolumesFolderClean();
   /// Executions go on for another reason.
   void forgetCleanLooks() { mVolumesFolderNoErrorCounter = 0; }
+  /// Whether the pause that holds executions now was made for strays, not by the user.
+  bool hasPaused() const { return mHasPaused; }
+  /// The pause was set or ended.
+  void pauseChanged(bool isPaused);
   /// For a timer that leaves out ticks: when something is to be done next, if nothing happens
   /// meanwhile; and what became of that by `at`, the last tick left out. Ticks come every
   /// `interval`.
@@ -82,6 +86,7 @@ class VolumesFolderSurvey {
   bool mCheckingVolumesFolder = false;
   Deadline mSchedulerVolumesFolderErrorNextCheck;
   int mVolumesFolderNoErrorCounter = 0;
+  bool mHasPaused = false;
   std::string mErrorVolumesFolderText;
   std::string mErrorVolumesFolderDate;
 };

@@ -66,7 +66,8 @@ void Controls::setSchedulerActive(bool active) {
   }
   m.state.mScheduleDisabled = !active;
   m.preferences.mPrefScheduleDisabled = active ? 0 : 1;
-  if (active) m.state.checkAt(m.platform.clock.now());
+  // What the last evaluation found is right no more.
+  m.state.checkAt(m.platform.clock.now());
   m.messages.displayStandardMessage(
       m.texts.text(active ? "ReportEnableScheduler" : "ReportDisableScheduler"),
       LogCode::schedulerMessage);
@@ -105,12 +106,22 @@ void Controls::setPause(bool pause) {
 void Controls::togglePause(bool tellExecute) {
   m.state.mMenuWasUsed = true;
   m.state.mPause = !m.state.mPause;
+  m.folderSurvey.pauseChanged(m.state.mPause);
   if (tellExecute) {
     m.channel.postToExecute("ActionPause", ZAN_Value::dictionary({{"Pause", m.state.mPause}}));
   }
   m.launchStep.clearStatusInformation();
   m.state.updateMenu();
   updateExecutionStatusMenus();
+}
+
+void Controls::strayFoldersWereSeen() {
+  if (m.folderSurvey.hasPaused()) {
+    continueExecution();
+  } else {
+    m.platform.userInterface.hideWindow(Window::volumesFolderError);
+    m.folderSurvey.forgetCleanLooks();
+  }
 }
 
 void Controls::continueExecution() {
@@ -181,10 +192,13 @@ void Controls::menuWillOpen() {
 void Controls::showWindow(Window window) {
   if (window == Window::queue) mListActionWasOpenByUser = true;
   m.platform.userInterface.showWindow(window);
+  if (window == Window::executionSurvey) m.supervisor.doSurvey5Seconds();
 }
 
 void Controls::hideWindow(Window window) {
   if (window == Window::queue) mListActionWasOpenByUser = false;
+  // Nobody would count the clean looks that end the pause.
+  if (window == Window::volumesFolderError) return strayFoldersWereSeen();
   m.platform.userInterface.hideWindow(window);
 }
 
@@ -204,6 +218,8 @@ void Controls::showErrorSummary() {
 
 void Controls::setAnnouncePosition(const Point& position) {
   m.preferences.mShowMiniProgressPosition = position;
+  m.preferences.setPref("SchedulerPrefShowAnnouncePositionX", position.x);
+  m.preferences.setPref("SchedulerPrefShowAnnouncePositionY", position.y);
 }
 
 void Controls::messageClosedByUser() {
@@ -301,6 +317,7 @@ void Controls::sendDailyReportNow() {
 
 void Controls::quitScheduler() {
   m.state.mMenuWasUsed = true;
+  if (std::exchange(mAsksToQuit, true)) return bringWindowsToFront();
   UserInterface& ui = m.platform.userInterface;
   for (const Window window :
        {Window::nextActions, Window::status, Window::mountVolumes, Window::allDisks}) {
@@ -308,6 +325,7 @@ void Controls::quitScheduler() {
   }
   ui.ask(Window::status, m.texts.text("QuitSchedulerTitle"), m.texts.text("QuitSchedulerText"),
          [this](bool quits) {
+           mAsksToQuit = false;
            if (!quits) return;
            m.platform.userInterface.hideWindow(Window::status);
            m.platform.runLoop.performAfter(kQuitDelay, [this] { terminateBySelf(); });

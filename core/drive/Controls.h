@@ -51,7 +51,6 @@ class Controls : public SchedulerCommands {
     VolumesFolderSurvey& folderSurvey;
     const ZAN_StringTable& texts;
     std::string mainAppBundlePath;
-    std::string executeBundlePath;
   };
 
   explicit Controls(Surroundings surroundings);
@@ -79,6 +78,9 @@ class Controls : public SchedulerCommands {
   /// Sets the pause without telling the execute application, as it asked for it itself.
   void setPause(bool pause);
   void bringWindowsToFront();
+  /// Stray folders are gone, or the user has closed their window: the pause that they made ends;
+  /// one that the user made stays.
+  void strayFoldersWereSeen();
 
   bool queueWindowOpenedByUser() const { return mListActionWasOpenByUser; }
 
@@ -134,6 +136,7 @@ class Controls : public SchedulerCommands {
 
   Surroundings m;
   bool mListActionWasOpenByUser = false;
+  bool mAsksToQuit = false;
 };
 
 }  // namespace corvana

@@ -36,6 +36,7 @@ constexpr double kIdleSecondsToTell = 120.0;
 LaunchStep::LaunchStep(const Surroundings& surroundings) : m(surroundings) {}
 
 void LaunchStep::run() {
+  m.announce.closeUnlessForQueueHead();
   const ReferenceTime now = m.clock.now();
   if (m.messages.hasPending() || !m.state.mPauseBeforeNextStep.isPassed(now)) return;
   const bool requestsRemain = updateExecuteNowRequests();
@@ -57,7 +58,6 @@ void LaunchStep::run() {
     setStatusInformation(m.texts.text("ActionPaused"));
     return;
   }
-  m.announce.closeUnlessForQueueHead();
   if (m.supervisor.isExecuting()) {
     m.supervisor.supervise();
     if (m.supervisor.isExecuting())

@@ -60,6 +60,8 @@ class LaunchStep {
   /// A welcome is not wanted, or was given.
   void setWelcomeMessageWasDisplayed() { mWelcomeMessageWasDisplayed = true; }
   bool welcomeMessageWasDisplayed() const { return mWelcomeMessageWasDisplayed; }
+  /// The user is asked about the start-up disk, also when an earlier question was answered.
+  void askAboutStartupDisk() { mStartupDiskWasAsked = false; }
   void shutDownAfterCurrentAction() { mMustShutDownAfterCurrentAction = true; }
 
   /// What holds the scheduler up, or what it does, in a line; empty when there is nothing to say.

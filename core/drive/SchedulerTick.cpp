@@ -174,8 +174,11 @@ void SchedulerTick::followUser(std::int64_t) {
   if (screen != mLastScreen) {
     mLastScreen = screen;
     if (m.platform.userInterface.isWindowVisible(Window::floatingIcon)) {
+      // A new one finds its place on the new screen.
+      m.platform.userInterface.hideWindow(Window::floatingIcon);
       m.platform.userInterface.showWindow(Window::floatingIcon);
     }
+    if (onScreenChanged) onScreenChanged();
   }
   m.floatingIcon.hover(*pointer, screen, input.visibleFrame());
 }
@@ -228,6 +231,8 @@ void SchedulerTick::surveyVolumesFolder(std::int64_t) { m.folderSurvey.surveyVol
 void SchedulerTick::launch(std::int64_t) { m.launchStep.run(); }
 
 int SchedulerTick::secondsToNextAction() const {
+  // The list is of the time before, and no evaluation makes a new one.
+  if (!m.state.takesDueActions()) return kFarAway;
   const double seconds = m.evaluation.startOfNextAction() - m.platform.clock.now();
   // Whole seconds first: what was due less than a second ago is due now.
   const auto whole = static_cast<int>(std::clamp(seconds, -1e9, 1e9));
@@ -268,11 +273,23 @@ bool SchedulerTick::rests() const {
          !(isBusyElsewhere && isBusyElsewhere());
 }
 
+/// What a fresh run would not know of: a pause, and what the user looks at.
+bool SchedulerTick::userIsBusyHere() const {
+  constexpr Window kOpenedByUser[] = {
+      Window::queue,        Window::nextActions, Window::latestActions,  Window::status,
+      Window::mountVolumes, Window::allDisks,    Window::lowSpace,       Window::startupDisk,
+      Window::errorSummary, Window::preferences, Window::executionSurvey};
+  const UserInterface& ui = m.platform.userInterface;
+  return m.state.mPause || std::ranges::any_of(kOpenedByUser, [&](Window window) {
+           return ui.isWindowVisible(window);
+         });
+}
+
 void SchedulerTick::restWhenIdle(std::int64_t) {
   if (!rests()) return;
   if (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) {
     onAllDone();
-  } else if (mSchedulerLaunchTime.isPassed(mNow)) {
+  } else if (mSchedulerLaunchTime.isPassed(mNow) && !userIsBusyHere()) {
     mSchedulerLaunchTime.set(mNow + kRelaunchInterval);
     if (onRelaunchWanted) onRelaunchWanted();
   }

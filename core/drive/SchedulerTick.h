@@ -65,6 +65,8 @@ class SchedulerTick {
 
   /// Refreshes the tool tip of the floating icon; before each complete evaluation.
   std::function<void()> onToolTip;
+  /// The main screen has another size or place.
+  std::function<void()> onScreenChanged;
   /// The agent is to restart itself a moment later, if it then still rests.
   std::function<void()> onRelaunchWanted;
   /// Whether the agent ends when everything is done, and what it does then.
@@ -142,6 +144,7 @@ class SchedulerTick {
 
   bool inputRests() const;
   int secondsToNextAction() const;
+  bool userIsBusyHere() const;
   void keepWindowsAndIcon();
 
   Surroundings m;

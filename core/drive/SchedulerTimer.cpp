@@ -56,8 +56,7 @@ void SchedulerTimer::checkMenuBarClick() {
   const auto pointer = mInput.pointer();
   if (!pointer) return;
   const Rect screen = mInput.mainScreen();
-  const Rect visible = mInput.visibleFrame();
-  if (pointer->y <= visible.y + visible.height) return;
+  if (pointer->y <= menuBarBottom(screen, mInput.visibleFrame())) return;
   const double across = pointer->x - screen.x;
   if (across > 0.3 * screen.width && across < 0.66 * screen.width) mHooks.popUpFloatingMenu();
 }

@@ -51,7 +51,10 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
   });
 
   const std::int64_t code = entry.integer("C");
-  if (isFailure(code)) setErrorState(static_cast<int>(code));
+  if (isFailure(code)) {
+    setErrorState(static_cast<int>(code));
+    if (onFailure) onFailure();
+  }
   switch (code) {
     case LogCode::volumeNotFound:
     case LogCode::volumeNotAvailable:
@@ -59,6 +62,10 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
         showStandardMessage(mTexts.text("ActionNotExecutedNoVolume", {entry.string("N")}),
                             LogCode::message);
       }
+      break;
+    case LogCode::abortedByUser:
+      if (mPreferences.mPrefAlertIfManualInterruption != 0 && showStandardMessage)
+        showStandardMessage(mTexts.text("ActionInterrupted", {entry.string("N")}), 0);
       break;
     case LogCode::unexpectedError:
     case LogCode::completedWithErrors:

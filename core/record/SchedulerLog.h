@@ -48,7 +48,9 @@ class SchedulerLog {
   /// (reference), "P" (path as shown), "S" (termination status). A copy with "M" = now goes to the
   /// log list, the main application is told, codes of failures become the error state that the
   /// menus show, and then by code: a missing volume is said to the user, errors and crashes are
-  /// counted. Anything but a dictionary is ignored.
+  /// counted; an
+  /// interruption by hand is said to the user who wants to hear of it. Anything but a dictionary is
+  /// ignored.
   void addSchedulerLog(const ZAN_Value& entry);
   /// The usual short form {"N": text, "C": code}, without "N" for an empty text.
   void addSchedulerLog(int code, std::string_view text = {});
@@ -56,6 +58,8 @@ class SchedulerLog {
   /// The user has seen the errors: the error state goes.
   void clearErrorState();
 
+  /// An entry tells of a failure, also when the one before did.
+  std::function<void()> onFailure;
   /// The error state has become another one (see SchedulerState::mErrorInExecution).
   std::function<void()> onErrorStateChanged;
   /// Shows a text to the user as a standard message with that log code; set by Messages.

@@ -47,6 +47,10 @@ struct SchedulerState {
   /// The last moment of user activity; a moment to come just after the start.
   Deadline mStartOfIdleTime;
 
+  /// Whether what falls due may be queued at all.
+  bool takesDueActions() const {
+    return !mScheduleDisabled && !mScheduleDisabledWhenDone && !mStartedFromNewMachine;
+  }
   void holdBackUntil(ReferenceTime at) { mPauseBeforeNextStep.set(at); }
   void checkAt(ReferenceTime at) { mNextCheck.set(at); }
   void checkAtTheLatestAt(ReferenceTime at) { mNextCheck.atTheLatest(at); }

@@ -137,7 +137,11 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
   enqueue(walk);
 
   mStartOfNextAction.set(walk.startOfNextAction);
-  if (walk.foundNext) showNextAction(walk);
+  if (walk.foundNext) {
+    showNextAction(walk);
+  } else if (!mountedDevice && !mQueue.headIsRunning() && onNextActionText) {
+    onNextActionText({});
+  }
   sortActions(mActionsNextList);
   if (state.mScheduleDisabled) {
     state.checkAt(now + 60.0);

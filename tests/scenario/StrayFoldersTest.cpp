@@ -47,6 +47,26 @@ TEST_F(StrayFolders, HoldExecutionsBackUntilTheyAreGone) {
   EXPECT_EQ(day.executionsOf("Photos"), 1U);
 }
 
+TEST_F(StrayFolders, ClosingTheirWindowEndsThePauseThatTheyMadeButNotTheUsers) {
+  day.start(true);
+  day.runUntil("2024-01-02 12:00:30");
+  ASSERT_TRUE(isShown());
+  fs::remove_all(stray);
+  day.agent->commands().hideWindow(Window::volumesFolderError);
+  day.runUntil("2024-01-02 12:12:00");
+  EXPECT_FALSE(isShown());
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
+
+  day.agent->commands().pauseExecution();
+  fs::create_directories(stray);
+  day.runUntil("2024-01-02 12:13:00");
+  ASSERT_TRUE(isShown());
+  fs::remove_all(stray);
+  day.runUntil("2024-01-02 12:14:00");
+  EXPECT_FALSE(isShown());
+  EXPECT_TRUE(day.agent->state().mPause);
+}
+
 TEST_F(StrayFolders, ThatGoByThemselvesAreNotMentioned) {
   day.start(true);
   day.runUntil("2024-01-02 12:00:08");

@@ -173,6 +173,30 @@ TEST(Trouble, DisableWhenAllIsDoneLetsTheQueueFinish) {
   EXPECT_FALSE(day.agent->state().mScheduleDisabledWhenDone);
 }
 
+TEST(Trouble, WhatChangesBeforeADateCountsWhenItComes) {
+  Scenario day;
+  const ReferenceTime begin = day.machine.clock.now();
+  ZAN_Value atOffice = daily(day.timeOfDay("12:30"), begin);
+  atOffice.setValue("TriggerContextPopup", 1);
+  ZAN_Value atHome = daily(day.timeOfDay("12:31"), begin);
+  atHome.setValue("TriggerContextPopup", 2);
+  day.action("Office", atOffice);
+  day.action("Home", atHome);
+  day.action("Mail", daily(day.timeOfDay("12:40"), begin));
+  day.writeTree();
+  day.start();
+  day.agent->commands().setContext(1);
+  day.runUntil("2024-01-02 12:29:30");
+  day.agent->commands().setContext(2);
+  day.runUntil("2024-01-02 12:35:00");
+  EXPECT_EQ(day.executions(), "2024-01-02 12:31:00 Home\n");
+  day.runUntil("2024-01-02 12:39:30");
+  day.agent->commands().disableSchedule();
+  day.runUntil("2024-01-02 12:50:00");
+  EXPECT_TRUE(day.agent->queue().empty());
+  EXPECT_EQ(day.executionsOf("Mail"), 0U);
+}
+
 TEST(Trouble, DisableWhenAllIsDoneCanBeTakenBack) {
   Scenario day;
   const ReferenceTime begin = day.machine.clock.now();
@@ -225,6 +249,21 @@ TEST(Trouble, TheShutDownHelperRunsWhileSomethingWaitsForTheShutDown) {
   EXPECT_EQ(day.machine.runLoop.quitCode(), 0);
   EXPECT_FALSE(day.machine.processes.isRunning(helper));
   EXPECT_EQ(day.machine.power.shutDowns, 1);
+
+  // A machine that stays on keeps its agent, and the helper that waits for the next time.
+  day.start(true);
+  day.machine.power.shutDownOutcome = Error{ErrorKind::refused, "somebody else works here"};
+  tell("LaunchShutDownActions");
+  day.machine.power.shutDownIsOff();
+  day.runFor(60);
+  EXPECT_EQ(day.machine.power.shutDowns, 1);
+  const auto starts = [&] { return std::ranges::count(day.logCodes(), LogCode::agentStarted); };
+  const auto before = starts();
+  tell("ShutDownMac");
+  day.runFor(5);
+  EXPECT_EQ(day.machine.power.shutDowns, 2);
+  EXPECT_EQ(starts(), before + 1);
+  EXPECT_TRUE(day.machine.processes.isRunning(helper));
 
   day.start(true);
   EXPECT_TRUE(day.machine.processes.isRunning(helper));
