@@ -81,7 +81,9 @@ class Logind::Private final : public QObject {
     call << QStringLiteral("shutdown") << mWho << mWhy << QStringLiteral("delay");
     whenAnswered(call, [this](const QDBusPendingCall& answer) {
       const QDBusPendingReply<QDBusUnixFileDescriptor> reply = answer;
-      if (reply.isError()) {
+      if (reply.error().type() == QDBusError::ServiceUnknown) {
+        tellAbsence(reply.error().message());
+      } else if (reply.isError()) {
         mLog.write("A shut-down cannot be held up (" + reply.error().message().toStdString() +
                    "): it does not wait for this program");
       } else if (mWantsHold) {

@@ -47,6 +47,15 @@ class LoginManager {
   void prepareForSleep(bool begins) { emitSignal("PrepareForSleep", begins); }
   void prepareForShutdown(bool begins) { emitSignal("PrepareForShutdown", begins); }
 
+  /// How long it lets others hold a shut-down up.
+  void waitsAtMost(int seconds) {
+    QDBusMessage order = message("org.freedesktop.DBus.Mock", "AddProperty");
+    order << QStringLiteral("org.freedesktop.login1.Manager")
+          << QStringLiteral("InhibitDelayMaxUSec")
+          << QVariant::fromValue(QDBusVariant(qulonglong(seconds) * 1'000'000));
+    EXPECT_EQ(mConnection->call(order).type(), QDBusMessage::ReplyMessage);
+  }
+
   /// "what who why mode" each.
   std::vector<std::string> inhibitors() {
     std::vector<std::string> list;

@@ -52,10 +52,13 @@ TEST_F(LogindTest, TellsOfSleepAndShutDownAndPowersOff) {
 TEST_F(LogindTest, HoldsAShutDownUpUntilItIsLetGo) {
   bus.start();
   manager.start();
+  manager.waitsAtMost(5);
   Logind logind(real.loop, log, [this] { return bus.address(); });
   logind.holdUpShutDown("Corvana 9", "Backups");
   ASSERT_TRUE(until([&] { return logind.isHoldingUpShutDown(); }));
   EXPECT_THAT(manager.inhibitors(), ElementsAre("shutdown Corvana 9 Backups delay"));
+  ASSERT_TRUE(until([&] { return !log.lines.empty(); }));
+  EXPECT_THAT(log.lines[0], HasSubstr("for 5 s only; for longer set InhibitDelayMaxSec"));
   logind.letShutDown();
   EXPECT_TRUE(until([&] { return manager.inhibitors().empty(); }));
 }
