@@ -338,7 +338,7 @@ TEST(ScheduleTexts, SayWhatMakesAnActionRunAndWhen) {
                         .last("2026-11-21 10:00")),
             "Every 3 hours, 15 minutes past; next: Today at 12:15");
   EXPECT_EQ(summary(paris().set("TriggerFrequencyPopup", 40)),
-            "When nobody has used the computer for 10 minutes");
+            "When nobody has used the machine for 10 minutes");
   const auto friday = [](int popup) {
     return paris().entry({{"TriggerScheduleMode", 1},
                           {"TriggerScheduleFriday", 1},
