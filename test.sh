@@ -44,6 +44,13 @@ fi
 if [ "$preset" = fuzz ]; then
   # shellcheck disable=SC2046
   corvana_build fuzz $(basename -s .cpp fuzz/fuzz_*.cpp)
+elif [ "$preset" = tsan ]; then
+  # Qt's own threads are not instrumented, so what runs with the platform's real half or with windows stays out.
+  apart='agent_bus|app|companion|desktop|execute|install|real|remote_machines|shutdown|walls'
+  corvana_configure tsan
+  # A test is called like its program.
+  # shellcheck disable=SC2046
+  corvana_build tsan $(ctest --test-dir build/tsan -N -E "$apart" 2> /dev/null | sed -n 's/^ *Test *#[0-9]*: //p')
 else
   corvana_build "$preset"
 fi
@@ -86,9 +93,8 @@ arguments=(--test-dir "$build" --output-on-failure --no-tests=error -j "$(nproc)
 [ -z "$only" ] || arguments+=(-R "$only")
 runner=()
 if [ "$preset" = tsan ]; then
-  # Qt's own threads are not instrumented, so the platform's real half stays out; the sanitizer wants a
-  # memory layout without randomisation.
-  arguments+=(-E 'app|companion|execute|install|real|walls')
+  # The sanitizer wants a memory layout without randomisation.
+  arguments+=(-E "$apart")
   runner=(setarch "$(uname -m)" -R)
 fi
 "${runner[@]}" dbus-run-session --config-file="$PWD/tests/session-bus.conf" -- ctest "${arguments[@]}"

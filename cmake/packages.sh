@@ -44,16 +44,20 @@ corvana_need() {
     apt-get install -q -y --no-install-recommends "${missing[@]}"
 }
 
-# corvana_build PRESET [TARGET...]: configures once, then builds what is out of date.
+# corvana_configure PRESET: once.
+corvana_configure() {
+  [ ! -f "build/$1/build.ninja" ] || return 0
+  echo "==> configuring $1"
+  cmake --preset "$1" > "/tmp/corvana-configure.$$" 2>&1 ||
+    { cat "/tmp/corvana-configure.$$"; rm -f "/tmp/corvana-configure.$$"; return 1; }
+  rm -f "/tmp/corvana-configure.$$"
+}
+
+# corvana_build PRESET [TARGET...]: configures, then builds what is out of date.
 corvana_build() {
   local preset="$1"
   shift
-  if [ ! -f "build/$preset/build.ninja" ]; then
-    echo "==> configuring $preset"
-    cmake --preset "$preset" > "/tmp/corvana-configure.$$" 2>&1 ||
-      { cat "/tmp/corvana-configure.$$"; rm -f "/tmp/corvana-configure.$$"; return 1; }
-    rm -f "/tmp/corvana-configure.$$"
-  fi
+  corvana_configure "$preset"
   echo "==> building $preset"
   ninja -C "build/$preset" -j "$(nproc)" "$@"
 }
