@@ -222,6 +222,34 @@ TEST(Trouble, DisableWhenAllIsDoneCanBeTakenBack) {
   EXPECT_TRUE(day.agent->state().mScheduleDisabled);
 }
 
+TEST(Trouble, AnotherStartupDiskHoldsEverythingUntilTheUserDecides) {
+  Scenario day;
+  const StartupVolume usual{"Disk", 500'000'000'000, 600'000'000, 490'000'000'000};
+  day.machine.machine.startup = usual;
+  day.action("Photos", daily(day.timeOfDay("12:10"), day.machine.clock.now()));
+  day.writeTree();
+  auto& questions = day.machine.userInterface.questions;
+  day.start();
+  day.runUntil("2024-01-02 12:04:00");
+  ASSERT_TRUE(questions.empty());
+
+  // The disk was enlarged under the running agent: its second look, five minutes on, sees it.
+  StartupVolume larger = usual;
+  larger.size *= 2;
+  day.machine.machine.startup = larger;
+  day.machine.userInterface.setAnswer(Window::startupDisk, false);
+  day.runUntil("2024-01-02 12:20:00");
+  ASSERT_EQ(questions.size(), 1U) << "once";
+  EXPECT_EQ(questions[0].window, Window::startupDisk);
+  EXPECT_EQ(day.executions(), "") << "not even what was listed before";
+
+  day.machine.userInterface.setAnswer(Window::startupDisk, true);
+  day.start(true);
+  day.runUntil("2024-01-02 12:22:00");
+  EXPECT_EQ(questions.size(), 2U);
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
+}
+
 TEST(Trouble, TheShutDownHelperRunsWhileSomethingWaitsForTheShutDown) {
   Scenario day;
   const std::string& helper =
