@@ -135,7 +135,8 @@ inline constexpr std::array kCommands{
             historyCommand},
     Command{"volumes", "[--weeks N] [--json]",
             "show the volumes, how they are told apart, and their free space over time",
-            "  --weeks N   as far back as the second chart goes; 26 without it\n"
+            "  --weeks N   as far back as the second chart goes; without it as far as the agent\n"
+            "              remembers, 26 at most\n"
             "A bar's height is the free part of the volume; it is blank where the agent did not\n"
             "look. Volumes that are not mounted are shown while the agent remembers them.\n",
             volumesCommand},

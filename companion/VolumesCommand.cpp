@@ -90,18 +90,29 @@ std::string chart(const KnownVolume& volume, ReferenceTime now, double seconds) 
   return text;
 }
 
+/// So many weeks as there is something to show of, within what is usual.
+std::int64_t usualWeeks(const KnownVolume& volume, ReferenceTime now) {
+  const auto hours = volume.hours.elements();
+  if (hours.empty()) return 0;
+  // Two weeks are two although the oldest hour began a little earlier.
+  const double age = now - hours.front()["D"].doubleValue() - 24 * kHour;
+  return static_cast<std::int64_t>(
+      std::clamp(std::ceil(age / kWeek), 0.0, static_cast<double>(kUsualWeeks)));
+}
+
 bool hasHourWithin(const KnownVolume& volume, ReferenceTime now, double seconds) {
   return std::ranges::any_of(volume.hours.elements(), [&](const ZAN_Value& hour) {
     return now - hour["D"].doubleValue() < seconds;
   });
 }
 
-void print(const KnownVolume& volume, std::int64_t weeks, const CommandHome& home,
+void print(const KnownVolume& volume, std::optional<std::int64_t> wanted, const CommandHome& home,
            const ZAN_StringUtils& strings, std::ostream& out) {
   const ZAN_Value& infos = volume.infos;
   out << printable(infos["volName"].stringView());
   if (volume.isMounted) {
-    out << " at " << printable(infos["volPath"].stringView());
+    if (infos["volName"] != infos["volPath"])
+      out << " at " << printable(infos["volPath"].stringView());
   } else if (!volume.hours.empty()) {
     const ZAN_Value& last = volume.hours.at(volume.hours.size() - 1);
     out << ", not mounted, last seen " << home.dateText(last["D"].doubleValue());
@@ -124,15 +135,18 @@ void print(const KnownVolume& volume, std::int64_t weeks, const CommandHome& hom
     if (infos.contains("writable") && !infos["writable"].boolValue()) out << ", read only";
   }
   out << '\n';
-  std::string identity = "  told by its size, " + std::to_string(volume.size()) + " bytes";
+  std::string identity =
+      "  told by its size, " + strings.getUnsignedWithSeparators(volume.size()) + " bytes";
   if (const std::string uuid = infos.string("uuid"); !uuid.empty()) {
     identity += ", and its UUID, " + printable(uuid);
   }
   if (volume.isMounted) out << identity << '\n';
   if (hasHourWithin(volume, home.now(), kWeek))
     out << "  free, 7 days   |" << chart(volume, home.now(), kWeek) << "|\n";
+  // The first chart shows a week already.
+  const std::int64_t weeks = wanted.value_or(usualWeeks(volume, home.now()));
   const double longer = static_cast<double>(weeks) * kWeek;
-  if (hasHourWithin(volume, home.now(), longer)) {
+  if (weeks > 1 && hasHourWithin(volume, home.now(), longer)) {
     std::string label = "  free, " + std::to_string(weeks) + (weeks == 1 ? " week" : " weeks");
     label.resize(17, ' ');
     out << label << '|' << chart(volume, home.now(), longer) << "|\n";
@@ -160,8 +174,7 @@ int volumesCommand(Arguments& arguments, const Console& console) {
     return kDone;
   }
   const ZAN_StringUtils strings(home.machine().regionName(), home.machine().timeZoneName());
-  for (const KnownVolume& volume : volumes)
-    print(volume, weeks.value_or(kUsualWeeks), home, strings, console.out);
+  for (const KnownVolume& volume : volumes) print(volume, weeks, home, strings, console.out);
   return kDone;
 }
 
