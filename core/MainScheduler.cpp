@@ -164,6 +164,7 @@ UserInterfaceSources MainScheduler::userInterfaceSources() {
   };
   sources.strayFolders = [this] { return mVolumesFolderSurvey.errorText(); };
   sources.strayFoldersDate = [this] { return mVolumesFolderSurvey.errorDate(); };
+  sources.strayFoldersProgress = [this] { return mVolumesFolderSurvey.progressText(); };
   sources.repairAndContinue = [this] { mControls.repairAndContinueExecution(); };
   sources.freePercent = [this] { return mFreeSpaceSurvey.lowSpacePercent(); };
   return sources;
@@ -278,7 +279,7 @@ void MainScheduler::wireDrive() {
   };
   mTick.isBusyElsewhere = [this] {
     return mMail.isSending() || mVolumeMounter.hasVolumesToUnmount() ||
-           mVolumeMounter.isUnmounting();
+           mVolumeMounter.isUnmounting() || mVolumesFolderSurvey.isRemoving();
   };
   mTick.mustTerminateWhenAllDone = [this] { return mMustTerminateWhenAllDone; };
   mTick.onAllDone = [this] {
@@ -584,6 +585,7 @@ void MainScheduler::relaunchScheduler() {
 }
 
 void MainScheduler::applicationShouldTerminate() {
+  mVolumesFolderSurvey.stopRemoving();
   recordActivity(kActivityQuits);
   mDebugLog.logMessage("Scheduler quits", true);
 }

@@ -26,7 +26,7 @@ StrayFoldersWindow::StrayFoldersWindow(const UserInterfaceSources& sources)
   layout->addWidget(mDate);
   auto* row = new QHBoxLayout;
   row->addStretch();
-  addButton(row, text("ButtonClean"), [this] { mModel.repairAndContinue(); });
+  mClean = addButton(row, text("ButtonClean"), [this] { mModel.repairAndContinue(); });
   addButton(row, text("ButtonContinueAnyway"), [this] { mModel.continueAnyway(); });
   layout->addLayout(row);
   resizeByFont(this, 75, 16);
@@ -35,7 +35,9 @@ StrayFoldersWindow::StrayFoldersWindow(const UserInterfaceSources& sources)
 void StrayFoldersWindow::refresh() {
   const QString names = qt(mModel.names());
   if (names != mNames->toPlainText()) mNames->setPlainText(names);
-  mDate->setText(qt(mModel.dateText()));
+  const std::string progress = mModel.progressText();
+  mDate->setText(qt(progress.empty() ? mModel.dateText() : progress));
+  mClean->setEnabled(progress.empty());
   mDate->setVisible(!mDate->text().isEmpty());
 }
 

@@ -6,6 +6,7 @@
 class QLabel;
 class QPlainTextEdit;
 class QProgressBar;
+class QPushButton;
 
 namespace corvana {
 
@@ -22,6 +23,7 @@ class StrayFoldersWindow final : public AgentWindow {
   StrayFoldersModel mModel;
   QPlainTextEdit* mNames;
   QLabel* mDate;
+  QPushButton* mClean = nullptr;
 };
 
 /// Tells that the start-up disk is nearly full.

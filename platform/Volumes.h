@@ -88,10 +88,13 @@ class Volumes {
   /// read, and for a folder that must not be taken for it: "/", a home, a folder of the system, the
   /// mount point of something else.
   virtual std::vector<std::string> volumesFolderContents() const = 0;
+  /// Asked before each thing that is to be deleted, with how many have gone; false: no more.
+  using GoesOn = std::function<bool(std::uint64_t gone)>;
   /// Deletes what has that name in the volumes folder, with everything in it. Nothing beyond a
   /// mount point or a link is ever touched, even when it is mounted meanwhile: it ends at the first
-  /// thing that is not to be deleted, or cannot be.
-  virtual Outcome removeFromVolumesFolder(const std::string& name) = 0;
+  /// thing that is not to be deleted, or cannot be. Takes its time where there is much in it;
+  /// thread: any.
+  virtual Outcome removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) = 0;
 
   /// From now on volumes (`isVolume`) that come and go are told from the loop, one after another. A
   /// second observer replaces the first; an empty one ends it.

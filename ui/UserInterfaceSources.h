@@ -59,6 +59,8 @@ struct UserInterfaceSources {
 
   std::function<std::string()> strayFolders = {};      ///< their names
   std::function<std::string()> strayFoldersDate = {};  ///< when they were seen, as shown
+  /// How far their deletion has got, as shown; empty while nothing is being deleted.
+  std::function<std::string()> strayFoldersProgress = {};
   /// Deletes them and, when none is left, goes on with what was held back.
   std::function<void()> repairAndContinue = {};
   std::function<int()> freePercent = {};  ///< of the start-up disk

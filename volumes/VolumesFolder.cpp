@@ -2,7 +2,6 @@
 
 #include <set>
 
-#include "platform/Machine.h"
 #include "platform/Volumes.h"
 #include "volumes/VolumeReference.h"
 
@@ -40,19 +39,6 @@ std::optional<std::vector<std::string>> VolumesFolder::getFaultyFoldersInVolumes
   }
   if (faulty.empty()) return std::nullopt;
   return faulty;
-}
-
-std::vector<std::string> VolumesFolder::removeExtraItemsInVolumesFolder() {
-  std::vector<std::string> removed;
-  for (const auto& path : getFaultyFoldersInVolumes().value_or(std::vector<std::string>())) {
-    if (const Outcome outcome = mVolumes.removeFromVolumesFolder(nameOf(path)); outcome) {
-      removed.push_back(path);
-    } else if (outcome.error().text != mLastFailure) {
-      mLastFailure = outcome.error().text;
-      mLog.write("Not deleted: " + mLastFailure);
-    }
-  }
-  return removed;
 }
 
 }  // namespace corvana

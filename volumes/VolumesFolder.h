@@ -6,22 +6,18 @@
 
 namespace corvana {
 
-class SystemLog;
 class Volumes;
 
 /// What lies in the volumes folder and belongs to no mounted volume: left behind when a volume went
 /// away uncleanly, it takes the place of a volume that is mounted later. Thread: main.
 class VolumesFolder {
  public:
-  VolumesFolder(Volumes& volumes, SystemLog& log) : mVolumes(volumes), mLog(log) {}
+  explicit VolumesFolder(Volumes& volumes) : mVolumes(volumes) {}
 
   /// Full paths, sorted; nothing when there is none.
   std::optional<std::vector<std::string>> getFaultyFoldersInVolumes() const;
   /// Whether there is no stray folder.
   bool checkVolumesFolder() const { return !getFaultyFoldersInVolumes(); }
-  /// Deletes every stray folder that exists and gives the names of those that went. Why one stays
-  /// goes to the system log.
-  std::vector<std::string> removeExtraItemsInVolumesFolder();
 
   static std::string nameOf(const std::string& path);
   /// The names, separated by ", ".
@@ -29,8 +25,6 @@ class VolumesFolder {
 
  private:
   Volumes& mVolumes;
-  SystemLog& mLog;
-  std::string mLastFailure;
 };
 
 }  // namespace corvana

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
@@ -28,13 +29,15 @@ constexpr double kRetryDelay = 3.0;
 constexpr int kRetries = 3;
 constexpr double kAfterDeletion = 0.5;
 constexpr double kPauseDelay = 0.01;
+constexpr double kProgressInterval = 0.5;
 constexpr int kCleanLooks = 5;
 
 }  // namespace
 
 VolumesFolderSurvey::VolumesFolderSurvey(const Surroundings& surroundings)
     : m(surroundings),
-      mFolder(m.platform.volumes, m.platform.systemLog),
+      mFolder(m.platform.volumes),
+      mRemoval(m.platform, mFolder),
       mSchedulerVolumesFolderErrorNextCheck(m.state.deadlines) {}
 
 bool VolumesFolderSurvey::isErrorShown() const {
@@ -67,35 +70,37 @@ bool VolumesFolderSurvey::holdsLaunchBack() {
 
 void VolumesFolderSurvey::reSurveyVolumesFolder(int retry) {
   mCheckingVolumesFolder = true;
-  const ReferenceTime now = m.platform.clock.now();
-  if (auto faulty = mFolder.getFaultyFoldersInVolumes()) {
-    if (retry < kRetries) {
-      m.platform.runLoop.performAfter(kRetryDelay,
-                                      [this, retry] { reSurveyVolumesFolder(retry + 1); });
-      mSchedulerVolumesFolderErrorNextCheck.set(now + kAfterReSurvey);
-      return;
-    }
-    const bool deletes = m.preferences.mSurveyVolumesFolder == kTellAndDelete;
-    const bool executing = isExecuting();
-    if (executing) {
-      m.state.mMenuWasUsed = true;
-      onFinishedProcess();
-      m.channel.postToExecute("ActionStopVolume");
-    }
-    if (deletes) {
-      tell("ReportIncorrectVolumesDeleted", *faulty);
-      mFolder.removeExtraItemsInVolumesFolder();
-    } else if (executing) {
-      tell("ReportIncorrectVolumes", *faulty);
-    }
-    if (!executing) {
-      if (deletes) {
-        m.platform.clock.sleep(kAfterDeletion);
-        if (mFolder.checkVolumesFolder()) faulty.reset();
-      }
-      if (faulty) showError(*faulty);
-    }
+  const auto faulty = mFolder.getFaultyFoldersInVolumes();
+  if (!faulty) return endSurvey();
+  if (retry < kRetries) {
+    m.platform.runLoop.performAfter(kRetryDelay,
+                                    [this, retry] { reSurveyVolumesFolder(retry + 1); });
+    mSchedulerVolumesFolderErrorNextCheck.set(m.platform.clock.now() + kAfterReSurvey);
+    return;
   }
+  const bool executing = isExecuting();
+  if (executing) {
+    m.state.mMenuWasUsed = true;
+    onFinishedProcess();
+    m.channel.postToExecute("ActionStopVolume");
+  }
+  if (m.preferences.mSurveyVolumesFolder == kTellAndDelete) {
+    tell("ReportIncorrectVolumesDeleted", *faulty);
+    mRemoval.run(executing ? 0 : kAfterDeletion, [this, executing, paths = *faulty](const auto&) {
+      if (!executing && !mFolder.checkVolumesFolder()) showError(paths);
+      endSurvey();
+    });
+    return;
+  }
+  if (executing) {
+    tell("ReportIncorrectVolumes", *faulty);
+  } else {
+    showError(*faulty);
+  }
+  endSurvey();
+}
+
+void VolumesFolderSurvey::endSurvey() {
   mSchedulerVolumesFolderErrorNextCheck.set(m.platform.clock.now() + kAfterReSurvey);
   mCheckingVolumesFolder = false;
 }
@@ -129,17 +134,31 @@ void VolumesFolderSurvey::checkIfVolumesFolderClean() {
   onContinueWanted();
 }
 
-bool VolumesFolderSurvey::cleanVolumesFolder() {
-  const std::vector<std::string> removed = mFolder.removeExtraItemsInVolumesFolder();
-  m.platform.clock.sleep(kAfterDeletion);
-  const auto remaining = mFolder.getFaultyFoldersInVolumes();
-  const char* const key = remaining ? "ReportIncorrectVolumes" : "ReportIncorrectVolumesDeleted";
-  const auto& paths = remaining ? *remaining : removed;
-  tell(key, paths);
-  m.platform.userInterface.alert(
-      m.texts.text(remaining ? "NoRepairVolumeTitle" : "RepairVolumeTitle"),
-      m.texts.text(key, {VolumesFolder::namesOf(paths)}), m.texts.text("OKButton"));
-  return !remaining;
+void VolumesFolderSurvey::cleanVolumesFolder(std::function<void()> onClean) {
+  if (std::exchange(mIsCleaning, true)) return;
+  mRemoval.run(kAfterDeletion, [this, onClean = std::move(onClean)](const auto& removed) {
+    mIsCleaning = false;
+    const auto remaining = mFolder.getFaultyFoldersInVolumes();
+    const char* const key = remaining ? "ReportIncorrectVolumes" : "ReportIncorrectVolumesDeleted";
+    const auto& paths = remaining ? *remaining : removed;
+    tell(key, paths);
+    m.platform.userInterface.alert(
+        m.texts.text(remaining ? "NoRepairVolumeTitle" : "RepairVolumeTitle"),
+        m.texts.text(key, {VolumesFolder::namesOf(paths)}), m.texts.text("OKButton"));
+    if (!remaining) onClean();
+  });
+  followProgress();
+}
+
+void VolumesFolderSurvey::followProgress() {
+  m.platform.userInterface.windowChanged(Window::volumesFolderError);
+  if (mIsCleaning) m.platform.runLoop.performAfter(kProgressInterval, [this] { followProgress(); });
+}
+
+std::string VolumesFolderSurvey::progressText() const {
+  if (!mIsCleaning) return {};
+  return m.texts.text("StrayFoldersDeleting",
+                      {m.strings.getUnsignedWithSeparators(mRemoval.countOfGone())});
 }
 
 void VolumesFolderSurvey::tell(const char* key, const std::vector<std::string>& paths) {
@@ -150,7 +169,7 @@ void VolumesFolderSurvey::tell(const char* key, const std::vector<std::string>& 
 
 ReferenceTime VolumesFolderSurvey::nextWork() const {
   const ReferenceTime now = m.platform.clock.now();
-  if (mCheckingVolumesFolder || isErrorShown()) return now;
+  if (mCheckingVolumesFolder || isErrorShown() || isRemoving()) return now;
   if (m.preferences.mSurveyVolumesFolder == 0 || mFolder.checkVolumesFolder())
     return std::numeric_limits<double>::infinity();
   return mSchedulerVolumesFolderErrorNextCheck.at();

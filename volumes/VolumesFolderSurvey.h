@@ -6,6 +6,7 @@
 
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "core/record/Deadline.h"
+#include "volumes/StrayRemoval.h"
 #include "volumes/VolumesFolder.h"
 
 namespace corvana {
@@ -69,21 +70,32 @@ class VolumesFolderSurvey {
   void leaveOut(ReferenceTime at, double interval);
 
   // For the window and the siblings
-  /// The user's wish: deletes what is there, tells what came of it; true when all is gone.
-  bool cleanVolumesFolder();
-  void removeExtraItemsInVolumesFolder() { mFolder.removeExtraItemsInVolumesFolder(); }
+  /// The user's wish: deletes what is there and tells what came of it; `onClean` is called when all
+  /// is gone. Another wish while this one is being fulfilled is dropped.
+  void cleanVolumesFolder(std::function<void()> onClean);
+  void removeExtraItemsInVolumesFolder() { mRemoval.run(0, {}); }
+  /// Whether something is being deleted, in the background.
+  bool isRemoving() const { return mRemoval.isRunning(); }
+  /// What is being deleted stays, as far as it is still there.
+  void stopRemoving() { mRemoval.stop(); }
+  /// How far the user's wish has got; empty when there is none.
+  std::string progressText() const;
   /// The names of the strays last told of, and when.
   const std::string& errorText() const { return mErrorVolumesFolderText; }
   const std::string& errorDate() const { return mErrorVolumesFolderDate; }
 
  private:
   void reSurveyVolumesFolder(int retry);
+  void endSurvey();
+  void followProgress();
   void tell(const char* key, const std::vector<std::string>& paths);
   void showError(const std::vector<std::string>& paths);
 
   Surroundings m;
   VolumesFolder mFolder;
+  StrayRemoval mRemoval;
   bool mCheckingVolumesFolder = false;
+  bool mIsCleaning = false;
   Deadline mSchedulerVolumesFolderErrorNextCheck;
   int mVolumesFolderNoErrorCounter = 0;
   bool mHasPaused = false;

@@ -266,7 +266,7 @@ void Controls::mountVolumes() {
 void Controls::updateListOfVolumesToMount() { m.mounter.updateListOfVolumesToMount(); }
 
 void Controls::repairAndContinueExecution() {
-  if (m.folderSurvey.cleanVolumesFolder()) continueExecution();
+  m.folderSurvey.cleanVolumesFolder([this] { continueExecution(); });
 }
 
 void Controls::mountVolume(std::size_t index) { m.mounter.selectVolumeToMountInMenu(index); }

@@ -77,8 +77,8 @@ std::vector<std::string> LinuxVolumes::volumesFolderContents() const {
   return VolumesFolderAccess(volumesFolder(), mHome).names();
 }
 
-Outcome LinuxVolumes::removeFromVolumesFolder(const std::string& name) {
-  return VolumesFolderAccess(volumesFolder(), mHome).remove(name);
+Outcome LinuxVolumes::removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) {
+  return VolumesFolderAccess(volumesFolder(), mHome).remove(name, goesOn);
 }
 
 void LinuxVolumes::observe(Observer observer) {

@@ -31,7 +31,7 @@ class LinuxVolumes final : public Volumes {
   bool exists(const std::string& path) override;
   bool isReachable(const std::string& host) override;
   std::vector<std::string> volumesFolderContents() const override;
-  Outcome removeFromVolumesFolder(const std::string& name) override;
+  Outcome removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) override;
   void observe(Observer observer) override;
 
   /// How many seconds a mount may take to answer; a fraction of one at first.

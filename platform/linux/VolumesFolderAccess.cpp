@@ -186,11 +186,16 @@ struct OpenFolder {
 /// One deletion.
 class Removal {
  public:
-  explicit Removal(dev_t device) : mDevice(device) {}
+  Removal(dev_t device, const VolumesFolderAccess::GoesOn& goesOn)
+      : mDevice(device), mGoesOn(goesOn) {}
 
   Outcome remove(int parent, const std::string& name, const std::string& path) {
+    if (mGoesOn && !mGoesOn(mGone)) return refused(path, "nothing more is to be deleted");
     if (mMounts.anyAtOrBelow(path)) return refused(path, "something is mounted there");
-    if (::unlinkat(parent, name.c_str(), 0) == 0 || errno == ENOENT) return {};
+    if (::unlinkat(parent, name.c_str(), 0) == 0 || errno == ENOENT) {
+      ++mGone;
+      return {};
+    }
     if (errno != EISDIR && errno != EPERM) return failed(path, errno);
     ZAN_Descriptor descriptor = openBelow(parent, name);
     if (!descriptor) {
@@ -210,12 +215,15 @@ class Removal {
     if (mMounts.anyAtOrBelow(path)) return refused(path, "something is mounted there");
     if (::unlinkat(parent, name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
       return failed(path, errno);
+    ++mGone;
     return {};
   }
 
  private:
   dev_t mDevice;
+  const VolumesFolderAccess::GoesOn& mGoesOn;
   MountsNow mMounts;
+  std::uint64_t mGone = 0;
 };
 
 }  // namespace
@@ -257,7 +265,7 @@ std::vector<std::string> VolumesFolderAccess::names() const {
   return found;
 }
 
-Outcome VolumesFolderAccess::remove(const std::string& name) const {
+Outcome VolumesFolderAccess::remove(const std::string& name, const GoesOn& goesOn) const {
   const std::string path = mFolder + "/" + name;
   if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
     return refused(path, "no name of an entry");
@@ -266,7 +274,7 @@ Outcome VolumesFolderAccess::remove(const std::string& name) const {
   const ZAN_Descriptor folder = openUnmounted(mFolder);
   struct stat state {};
   if (!folder || ::fstat(folder.get(), &state) != 0) return failed(mFolder, errno);
-  return Removal(state.st_dev).remove(folder.get(), name, path);
+  return Removal(state.st_dev, goesOn).remove(folder.get(), name, path);
 }
 
 }  // namespace corvana

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,9 +21,11 @@ class VolumesFolderAccess {
 
   /// Sorted by their bytes; empty when the folder is none to be taken for it or cannot be read.
   std::vector<std::string> names() const;
+  /// Asked before each entry, with how many have gone; false: no more is deleted.
+  using GoesOn = std::function<bool(std::uint64_t gone)>;
   /// Ends at the first entry that cannot or must not be deleted, and names it. What is not there is
   /// done.
-  Outcome remove(const std::string& name) const;
+  Outcome remove(const std::string& name, const GoesOn& goesOn = {}) const;
   /// Why the folder must not be taken for the volumes folder: it, or one above it, is the system's
   /// or the user's own, it holds a home, is a link or a mount point.
   Outcome check() const;

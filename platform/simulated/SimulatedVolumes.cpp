@@ -71,12 +71,19 @@ std::vector<std::string> SimulatedVolumes::volumesFolderContents() const {
   return names;
 }
 
-Outcome SimulatedVolumes::removeFromVolumesFolder(const std::string& name) {
+Outcome SimulatedVolumes::removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) {
   const std::string path = folder + "/" + name;
   const bool inUse =
       std::ranges::any_of(mMounts, [&](const Mount& mount) { return holds(path, mount.target); });
   if (inUse || sticky.contains(name)) return Error{ErrorKind::refused, path + ": in use"};
   std::error_code failure;
+  std::uint64_t gone = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(path, failure)) {
+    if (entry.is_directory()) continue;
+    if (!goesOn(gone)) return Error{ErrorKind::refused, path + ": no more"};
+    if (beforeRemoving) beforeRemoving();
+    ++gone;
+  }
   std::filesystem::remove_all(path, failure);
   if (failure) return Error{ErrorKind::unwritable, path + ": " + failure.message()};
   return {};

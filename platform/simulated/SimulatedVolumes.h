@@ -43,7 +43,7 @@ class SimulatedVolumes final : public Volumes {
   bool exists(const std::string& path) override;
   bool isReachable(const std::string& host) override { return reachable.contains(host); }
   std::vector<std::string> volumesFolderContents() const override;
-  Outcome removeFromVolumesFolder(const std::string& name) override;
+  Outcome removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) override;
   void observe(Observer observer) override { mObserver = std::move(observer); }
 
   /// Mounts a disk, at a place with a number behind its name when the plain one is taken; returns
@@ -68,6 +68,8 @@ class SimulatedVolumes final : public Volumes {
   std::set<std::string> busy;
 
   std::set<std::string> reachable;  ///< names of servers
+  /// Called before each thing in the volumes folder is deleted, which may take its time there.
+  std::function<void()> beforeRemoving;
   /// Names in the volumes folder that refuse to be deleted.
   std::set<std::string> sticky;
 

@@ -39,6 +39,10 @@ bool leavesMountsAndLinksAlone(const fs::path& root) {
   write(folder / "Disk/onDisk");
 
   const VolumesFolderAccess access(folder, root / "home");
+  std::uint64_t seen = 0;
+  good &= expect(!access.remove("Linked", [&](std::uint64_t gone) { return (seen = gone) < 1; }) &&
+                     seen == 1 && fs::exists(folder / "Linked"),
+                 "as far as it is wanted");
   good &= expect(static_cast<bool>(access.remove("Linked")), "a plain folder goes");
   good &= expect(static_cast<bool>(access.remove("LinkItself")), "a link goes");
   good &= expect(!access.remove("Bound"), "with a bind mount in it it stays");

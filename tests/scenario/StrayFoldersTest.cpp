@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -88,9 +89,30 @@ TEST_F(StrayFolders, AreDeletedWhenTheUserWantsThat) {
   EXPECT_TRUE(isShown()) << "one of them stayed";
   day.machine.volumes.sticky.clear();
   day.agent->commands().repairAndContinueExecution();
+  day.runUntil("2024-01-02 12:01:10");
   EXPECT_FALSE(fs::exists(stray.parent_path() / "Sticky"));
   day.runUntil("2024-01-02 12:12:00");
   EXPECT_EQ(day.executionsOf("Photos"), 1U);
+}
+
+TEST_F(StrayFolders, ThatHoldMuchAreDeletedWithoutHoldingUpTheAgent) {
+  const auto progress = [&] { return day.agent->userInterfaceSources().strayFoldersProgress(); };
+  std::ofstream(stray / "another") << "x";
+  day.start(true);
+  day.runUntil("2024-01-02 12:09:00");
+  ASSERT_TRUE(isShown());
+  day.machine.volumes.beforeRemoving = [&] { day.machine.clock.sleep(60); };
+  day.agent->commands().repairAndContinueExecution();
+  day.agent->commands().repairAndContinueExecution();
+  day.runUntil("2024-01-02 12:10:30");
+  EXPECT_NE(progress().find("1"), std::string::npos) << progress();
+  EXPECT_TRUE(isShown());
+  EXPECT_EQ(day.executions(), "") << "it is still being deleted";
+  day.runUntil("2024-01-02 12:12:00");
+  EXPECT_EQ(progress(), "");
+  EXPECT_FALSE(isShown());
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
+  EXPECT_EQ(std::ranges::count(day.logCodes(), 13), 1) << "told once";
 }
 
 TEST(FreeSpace, TheUserIsWarnedBelowATenthAndThenOnceADay) {

@@ -16,6 +16,10 @@ std::string StrayFoldersModel::dateText() const {
                             : std::string();
 }
 
+std::string StrayFoldersModel::progressText() const {
+  return m.strayFoldersProgress ? m.strayFoldersProgress() : std::string();
+}
+
 void StrayFoldersModel::repairAndContinue() const {
   if (m.repairAndContinue) m.repairAndContinue();
 }

@@ -14,6 +14,8 @@ class StrayFoldersModel {
   std::string text() const;
   std::string names() const;
   std::string dateText() const;
+  /// Empty while nothing is being deleted.
+  std::string progressText() const;
   void repairAndContinue() const;
   /// As it is.
   void continueAnyway() const;
