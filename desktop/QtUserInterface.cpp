@@ -104,7 +104,7 @@ class QtUserInterface::Private {
 void QtUserInterface::Private::attach(const UserInterfaceSources& given) {
   auto known = std::make_unique<UserInterfaceSources>(given);
   known->lacking = [this, other = given.lacking](Ability ability) {
-    if (ability == Ability::statusItem && noPanel) return text("LackingPanel");
+    if (ability == Ability::statusItem && noPanel && !tray->isTaken()) return text("LackingPanel");
     if (ability == Ability::notices && !notifier.isAnswered()) return text("LackingNotices");
     if (ability == Ability::floatOnTop && !ScreenPlace::isOurs()) return text("LackingPlaces");
     return other ? other(ability) : std::string();

@@ -34,6 +34,8 @@ class StatusTray {
   void show();
   void hide();
   bool isWanted() const { return mWanted; }
+  /// A panel has come, so there is a place for the icon.
+  bool isTaken() const { return mTray != nullptr; }
   void setIcon(const QIcon& icon);
   void setToolTip(const QString& text);
 

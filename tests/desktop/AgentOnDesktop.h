@@ -89,6 +89,9 @@ class AgentOnDesktop : public testing::Test {
         process->waitForFinished();
       }
     }
+    // A sanitizer ends it with another.
+    EXPECT_EQ(agent.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(agent.exitCode(), 0);
   }
 
   static bool until(const std::function<bool()>& condition, int milliseconds = 30000) {
