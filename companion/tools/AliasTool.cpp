@@ -25,15 +25,16 @@ constexpr double kMostSeconds = 60;
 Outcome whatBecame(const std::string& address, const Error& error) {
   constexpr std::string_view kOwnWords = ", gio: ";
   const std::string& text = error.text;
-  const auto holds = [&](const char* part) { return text.find(part) != std::string::npos; };
-  if (holds("already mounted")) return {};
+  if (text.find("already mounted") != std::string::npos) return {};
   std::string reason = text;
   if (const auto said = text.find(kOwnWords); said != std::string::npos) {
     reason = text.substr(text.find(": ", said + kOwnWords.size()) + 2);
-  } else if (holds("status 2")) {
+  } else if (text.find("status 2") != std::string::npos) {
     reason = "wrong user or password, or nobody to ask for them";
   }
-  if (holds("implement mount") || holds("not supported") || holds("not found"))
+  constexpr std::string_view kLacking[] = {"implement mount", "not supported", "not found"};
+  if (std::ranges::any_of(kLacking,
+                          [&](auto part) { return reason.find(part) != std::string::npos; }))
     reason += " (shares need GVfs and a session bus: packages gvfs-backends and gvfs-fuse)";
   return Error{error.kind, address + ": " + reason};
 }
