@@ -49,6 +49,11 @@ void Notifier::listen() {
 
 void Notifier::deliver(const std::string& title, const std::string& text, const std::string& button,
                        std::function<void()> refused) {
+  // A call on no bus would never be answered.
+  if (!QDBusConnection::sessionBus().isConnected()) {
+    if (refused) refused();
+    return;
+  }
   listen();
   QStringList actions{QStringLiteral("default"), QString()};
   if (!button.empty()) actions << QStringLiteral("button") << qt(button);

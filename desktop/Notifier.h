@@ -24,7 +24,8 @@ class Notifier {
   /// Whether there is a service that takes notices, or one that would be started for them.
   bool isAnswered() const;
 
-  /// `button` may be empty. `refused` is called later when no service takes it.
+  /// `button` may be empty. `refused` is called when no service takes it: later, or at once when
+  /// there is no bus to ask on.
   void deliver(const std::string& title, const std::string& text, const std::string& button,
                std::function<void()> refused);
 
