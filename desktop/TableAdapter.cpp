@@ -1,8 +1,6 @@
 #include "desktop/TableAdapter.h"
 
-#include <QDataStream>
 #include <QFont>
-#include <QIODevice>
 #include <QMimeData>
 
 #include "desktop/Colours.h"
@@ -13,8 +11,8 @@ namespace corvana {
 
 namespace {
 
-/// What a dragged row carries: Qt's own form of rows and columns begins with the row.
-constexpr const char* kRows = "application/x-qabstractitemmodeldatalist";
+/// What a dragged row carries: its id in decimal, since its number may change on the way.
+constexpr const char* kRow = "application/x-corvana9-row";
 
 }  // namespace
 
@@ -99,16 +97,30 @@ Qt::ItemFlags TableAdapter::flags(const QModelIndex& index) const {
   return index.isValid() ? flags | Qt::ItemIsDragEnabled : flags | Qt::ItemIsDropEnabled;
 }
 
+std::size_t TableAdapter::rowOf(std::int64_t id) const {
+  std::size_t row = 0;
+  while (row < mTable.rowCount() && mTable.id(row) != id) ++row;
+  return row;
+}
+
+QStringList TableAdapter::mimeTypes() const { return {QString::fromLatin1(kRow)}; }
+
+QMimeData* TableAdapter::mimeData(const QModelIndexList& indexes) const {
+  if (indexes.isEmpty()) return nullptr;
+  auto* data = new QMimeData;
+  data->setData(kRow, QByteArray::number(static_cast<qlonglong>(
+                          mIds[static_cast<std::size_t>(indexes.first().row())])));
+  return data;
+}
+
 bool TableAdapter::dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int,
                                 const QModelIndex& parent) {
-  if (!onMove || action != Qt::MoveAction || !data->hasFormat(kRows)) return false;
-  QByteArray bytes = data->data(kRows);
-  QDataStream stream(&bytes, QIODevice::ReadOnly);
-  int from = -1;
-  stream >> from;
-  if (from < 0 || from >= rowCount()) return false;
+  if (!onMove || action != Qt::MoveAction || !data->hasFormat(kRow)) return false;
+  const std::size_t from = rowOf(data->data(kRow).toLongLong());
+  if (from == mTable.rowCount()) return false;
   if (row < 0) row = parent.isValid() ? parent.row() : rowCount();
-  onMove(static_cast<std::size_t>(from), static_cast<std::size_t>(row));
+  const auto before = static_cast<std::size_t>(row);
+  onMove(from, before < mIds.size() ? rowOf(mIds[before]) : mTable.rowCount());
   // Saying no keeps the view from removing the row that has moved already.
   return false;
 }

@@ -28,13 +28,16 @@ class TableAdapter final : public QAbstractTableModel {
   void sort(int column, Qt::SortOrder order) override;
   Qt::ItemFlags flags(const QModelIndex& index) const override;
   Qt::DropActions supportedDropActions() const override { return Qt::MoveAction; }
+  QStringList mimeTypes() const override;
+  QMimeData* mimeData(const QModelIndexList& indexes) const override;
   bool dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
                     const QModelIndex& parent) override;
-  bool moves(const QModelIndex& index) const;
   const std::vector<WindowTable::Column>& columns() const { return mColumns; }
 
  private:
   std::vector<std::int64_t> ids() const;
+  /// Where a row is in the table by now; its end when it is gone.
+  std::size_t rowOf(std::int64_t id) const;
 
   WindowTable& mTable;
   std::vector<WindowTable::Column> mColumns;

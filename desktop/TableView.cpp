@@ -3,6 +3,7 @@
 #include <QFocusEvent>
 #include <QHeaderView>
 #include <QKeyEvent>
+#include <QMouseEvent>
 #include <QScrollBar>
 #include <algorithm>
 #include <unordered_set>
@@ -47,14 +48,11 @@ TableView::TableView(WindowTable& table, const QString& name, QWidget* parent)
     header()->setSortIndicatorShown(true);
     mAdapter->sort(column, descends ? Qt::DescendingOrder : Qt::AscendingOrder);
   });
-  connect(this, &QAbstractItemView::activated, this, [this](const QModelIndex&) {
-    const auto rows = selectedRows();
-    if (onActivated && !rows.empty()) onActivated(rows);
-  });
   connect(selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
     if (mIsRefreshing) return;
     mSelectedIds.clear();
     for (const std::size_t row : selectedRows()) mSelectedIds.push_back(mTable.id(row));
+    if (onChosen) onChosen();
     if (onSelection) onSelection();
   });
   fitColumns();
@@ -133,7 +131,23 @@ void TableView::focusInEvent(QFocusEvent* event) {
     selectRow(0);
 }
 
+void TableView::activate() {
+  const auto rows = selectedRows();
+  if (onActivated && !rows.empty()) onActivated(rows);
+}
+
+/// Not by the desktop's word for activation, which may be a single click: that only selects here.
+void TableView::mouseDoubleClickEvent(QMouseEvent* event) {
+  QTreeView::mouseDoubleClickEvent(event);
+  if (event->button() == Qt::LeftButton && indexAt(event->position().toPoint()).isValid())
+    activate();
+}
+
 void TableView::keyPressEvent(QKeyEvent* event) {
+  if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+    activate();
+    return;
+  }
   const bool deletes = event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace;
   if (!deletes || !onDelete) {
     QTreeView::keyPressEvent(event);

@@ -18,7 +18,10 @@ class TableView final : public QTreeView {
 
   std::function<void(const std::vector<std::size_t>&)> onActivated;
   std::function<void(const std::vector<std::size_t>&)> onDelete;
+  /// What is selected, or what is said of it, may be another.
   std::function<void()> onSelection;
+  /// The user has selected something else; comes before `onSelection`.
+  std::function<void()> onChosen;
   void setOnMove(std::function<void(std::size_t row, std::size_t before)> onMove);
 
   /// The table may have changed; what was selected stays selected as far as it is still there.
@@ -30,9 +33,11 @@ class TableView final : public QTreeView {
 
  protected:
   void keyPressEvent(QKeyEvent* event) override;
+  void mouseDoubleClickEvent(QMouseEvent* event) override;
   void focusInEvent(QFocusEvent* event) override;
 
  private:
+  void activate();
   void fitColumns();
 
   WindowTable& mTable;

@@ -23,7 +23,10 @@ std::vector<WindowTable::Column> QueueModel::columns() const {
 
 std::size_t QueueModel::rowCount() const { return m.queue.actionsList().size(); }
 
-std::int64_t QueueModel::id(std::size_t row) const { return m.queue.actionsList()[row].ref; }
+std::int64_t QueueModel::id(std::size_t row) const {
+  const std::int64_t ref = m.queue.actionsList()[row].ref;
+  return row > 0 && ref == m.queue.head().ref ? -ref : ref;
+}
 
 std::string QueueModel::text(std::size_t row, std::size_t column) const {
   const QueueRecord& record = m.queue.actionsList()[row];
@@ -79,7 +82,7 @@ void QueueModel::remove(const std::vector<std::size_t>& rows) {
 }
 
 void QueueModel::runNow(std::size_t row) {
-  if (canRunNow(row)) m.commands.executeNow(id(row));
+  if (canRunNow(row)) m.commands.executeNow(m.queue.actionsList()[row].ref);
 }
 
 bool QueueModel::isExecuting() const { return m.supervisor.isExecuting(); }

@@ -14,6 +14,7 @@ class QueueModel final : public WindowTable {
   std::size_t rowCount() const override;
   std::string text(std::size_t row, std::size_t column) const override;
   Tone tone(std::size_t row) const override;
+  /// The reference, or minus it for the copy of the head that a crash leaves behind it.
   std::int64_t id(std::size_t row) const override;
 
   /// The one that is being executed stays where it is.
