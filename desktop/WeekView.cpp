@@ -43,8 +43,31 @@ QSize WeekView::sizeHint() const {
 
 void WeekView::refresh() {
   layOut();
-  choose(std::nullopt);
-  viewport()->update();
+  const int scrolled = verticalScrollBar()->value();
+  choose(mChosen ? placeOfChosenRun() : std::nullopt);
+  verticalScrollBar()->setValue(scrolled);
+}
+
+/// A band of many runs goes on when the first of them is over.
+std::optional<WeekView::Place> WeekView::placeOfChosenRun() const {
+  const auto& days = mModel.week().days();
+  for (std::size_t day = 0; day < days.size(); ++day) {
+    for (std::size_t bar = 0; bar < days[day].bars.size(); ++bar) {
+      const WeekTimeline::Bar& one = days[day].bars[bar];
+      const WeekTimeline::Run& run = mModel.week().runs()[one.run];
+      if (run.ref != mChosenRef || run.start < mChosenStart) continue;
+      if (run.start == mChosenStart || one.count > 1) return Place{day, bar};
+      return std::nullopt;
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<WeekView::Place> WeekView::firstPlace() const {
+  const auto& days = mModel.week().days();
+  const auto day = std::ranges::find_if(days, [](const auto& one) { return !one.bars.empty(); });
+  if (day == days.end()) return std::nullopt;
+  return Place{static_cast<std::size_t>(day - days.begin()), 0};
 }
 
 void WeekView::layOut() {
@@ -214,6 +237,9 @@ void WeekView::mousePressEvent(QMouseEvent* event) { choose(placeAt(event->posit
 void WeekView::choose(std::optional<Place> place) {
   mChosen = place;
   if (place) {
+    const auto& run = mModel.week().runs()[mModel.week().days()[place->day].bars[place->bar].run];
+    mChosenRef = run.ref;
+    mChosenStart = run.start;
     const int top = mTops[place->day];
     const int bottom = mTops[place->day + 1];
     QScrollBar* bar = verticalScrollBar();
@@ -227,9 +253,10 @@ void WeekView::choose(std::optional<Place> place) {
 }
 
 void WeekView::step(int by) {
+  if (!mChosen) return choose(firstPlace());
   const auto& days = mModel.week().days();
-  Place place = mChosen.value_or(Place{by > 0 ? 0 : days.size() - 1, 0});
-  bool found = !mChosen && !days[place.day].bars.empty();
+  Place place = *mChosen;
+  bool found = false;
   while (!found) {
     if (by > 0 ? place.bar + 1 < days[place.day].bars.size() : place.bar > 0) {
       place.bar = by > 0 ? place.bar + 1 : place.bar - 1;
@@ -247,9 +274,9 @@ void WeekView::step(int by) {
 }
 
 void WeekView::stepDay(int by) {
+  if (!mChosen) return choose(firstPlace());
   const auto& days = mModel.week().days();
-  auto day = static_cast<int>(mChosen ? mChosen->day : 0);
-  if (!mChosen) day -= by;
+  auto day = static_cast<int>(mChosen->day);
   for (day += by; day >= 0 && day < static_cast<int>(days.size()); day += by) {
     if (days[static_cast<std::size_t>(day)].bars.empty()) continue;
     choose(Place{static_cast<std::size_t>(day), 0});

@@ -20,7 +20,7 @@ class WeekView final : public QAbstractScrollArea {
   /// Another bar was chosen, or none: its words are empty then.
   std::function<void(const QString& words)> onChosen;
 
-  /// The week was computed anew.
+  /// The week was computed anew; the chosen run stays chosen as long as it is there.
   void refresh();
   QSize sizeHint() const override;
 
@@ -43,6 +43,9 @@ class WeekView final : public QAbstractScrollArea {
   void drawDay(QPainter& painter, std::size_t day) const;
   void drawBar(QPainter& painter, const Place& place) const;
   void choose(std::optional<Place> place);
+  std::optional<Place> placeOfChosenRun() const;
+  /// Where the arrow keys begin: at the first run that comes.
+  std::optional<Place> firstPlace() const;
   void step(int by);
   void stepDay(int by);
   double xOf(double part) const;
@@ -56,6 +59,8 @@ class WeekView final : public QAbstractScrollArea {
   int mLaneHeight = 0;
   int mHeaderHeight = 0;
   std::optional<Place> mChosen;
+  std::int64_t mChosenRef = 0;  ///< of its run, and when that begins
+  double mChosenStart = 0;
 };
 
 }  // namespace corvana

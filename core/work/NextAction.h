@@ -19,6 +19,8 @@ struct NextAction {
   ZAN_Value title;         ///< text, or null when the record has none
   ZAN_Value shortcutText;  ///< text, or null when the record has none
 
+  bool operator==(const NextAction&) const = default;
+
   std::string name() const { return title.string(); }
   std::string shortcut() const { return shortcutText.string(); }
   /// {"Date" (only with a date), "Ref", "ActionType", "Name", "Shortcut"}; a group has "Group" (its

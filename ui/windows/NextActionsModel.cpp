@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <numeric>
 #include <sstream>
+#include <utility>
 
 #include "ZANCocoaFramework/ZAN_CaseFold.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
@@ -26,13 +27,16 @@ constexpr std::size_t kDate = 1;
 NextActionsModel::NextActionsModel(const UserInterfaceSources& sources) : m(sources) { refresh(); }
 
 void NextActionsModel::refresh() {
-  mAll = m.evaluation.actionsNextList();
-  mFolded.clear();
+  if (m.evaluation.actionsNextList() != mAll) {
+    mAll = m.evaluation.actionsNextList();
+    mFolded.clear();
+    ++mRevision;
+  }
   filter();
 }
 
 void NextActionsModel::search(const std::string& text) {
-  mSearch = text;
+  if (std::exchange(mSearch, text) != text) ++mRevision;
   filter();
 }
 

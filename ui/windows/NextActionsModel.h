@@ -28,6 +28,8 @@ class NextActionsModel final : public WindowTable {
   std::int64_t id(std::size_t row) const override { return action(row).ref; }
   void sortBy(std::size_t column, bool descending) override;
 
+  /// Another number for another list or another search.
+  std::int64_t revision() const { return mRevision; }
   const NextAction& action(std::size_t row) const { return mAll[mShown[row]]; }
   /// Queues these; of a group every action. What came of it, in a line.
   std::string launch(const std::vector<std::size_t>& rows) const;
@@ -47,6 +49,7 @@ class NextActionsModel final : public WindowTable {
   std::string mSearch;
   std::size_t mSortColumn = 1;
   bool mDescending = false;
+  std::int64_t mRevision = 0;
 };
 
 }  // namespace corvana

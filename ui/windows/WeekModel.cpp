@@ -1,6 +1,8 @@
 #include "ui/windows/WeekModel.h"
 
+#include <cmath>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
@@ -16,7 +18,10 @@
 
 namespace corvana {
 
-void WeekModel::refresh(const NextActionsModel& shown) {
+bool WeekModel::refresh(const NextActionsModel& shown) {
+  const ReferenceTime now = m.platform.clock.now();
+  const std::pair madeOf{shown.revision(), static_cast<std::int64_t>(std::floor(now / 60))};
+  if (std::exchange(mMadeOf, madeOf) == madeOf && mWeek != nullptr) return false;
   const RunDurations durations(m.history.getProgrammedHistoryList());
   std::unordered_set<std::int64_t> refs;
   for (std::size_t row = 0; row < shown.rowCount(); ++row)
@@ -31,8 +36,8 @@ void WeekModel::refresh(const NextActionsModel& shown) {
                        .schedule = node->schedule(),
                        .seconds = durations.secondsOf(node->getReference())});
   }
-  mWeek = std::make_unique<WeekTimeline>(m.evaluation.calendar(), m.platform.clock.now(),
-                                         std::move(actions));
+  mWeek = std::make_unique<WeekTimeline>(m.evaluation.calendar(), now, std::move(actions));
+  return true;
 }
 
 std::string WeekModel::dayTitle(std::size_t day) const {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "ui/UserInterfaceSources.h"
 #include "ui/windows/WeekTimeline.h"
@@ -16,8 +17,9 @@ class WeekModel {
  public:
   explicit WeekModel(const UserInterfaceSources& sources) : m(sources) {}
 
-  /// Computed anew for the actions that are shown now.
-  void refresh(const NextActionsModel& shown);
+  /// Computed anew for the actions that are shown now, unless nothing has changed within this
+  /// minute. Whether it was.
+  bool refresh(const NextActionsModel& shown);
   bool isEmpty() const { return mWeek == nullptr || mWeek->runs().empty(); }
   /// After the first `refresh`.
   const WeekTimeline& week() const { return *mWeek; }
@@ -33,6 +35,7 @@ class WeekModel {
  private:
   const UserInterfaceSources& m;
   std::unique_ptr<WeekTimeline> mWeek;
+  std::pair<std::int64_t, std::int64_t> mMadeOf;  ///< revision of the list, and the minute
 };
 
 }  // namespace corvana
