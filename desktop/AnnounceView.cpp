@@ -1,5 +1,6 @@
 #include "desktop/AnnounceView.h"
 
+#include <QFontInfo>
 #include <QFontMetrics>
 #include <QPainter>
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace {
 
 constexpr double kOpacity = 0.9;
 constexpr double kRadius = 4;
-constexpr int kLetters = 11;
+constexpr int kLeastLetters = 11;
 constexpr int kMargin = 6;
 
 }  // namespace
@@ -25,8 +26,12 @@ AnnounceView::AnnounceView(bool composed, const QString& title)
   setFixedSize(int(MessagePlacement::kAnnounceWidth), int(MessagePlacement::kAnnounceHeight));
   cutToShape(kRadius);
   setOpacity(kOpacity);
+  // As large as the user's own, as far as the height of the strip allows.
   QFont letters = font();
-  letters.setPixelSize(kLetters);
+  int pixels = std::max(kLeastLetters, QFontInfo(letters).pixelSize());
+  do {
+    letters.setPixelSize(pixels);
+  } while (QFontMetrics(letters).height() > height() && --pixels >= kLeastLetters);
   setFont(letters);
 }
 

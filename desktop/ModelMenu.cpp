@@ -1,10 +1,12 @@
 #include "desktop/ModelMenu.h"
 
 #include <QApplication>
+#include <QFontInfo>
 #include <QLabel>
 #include <QPainter>
 #include <QStyle>
 #include <QWidgetAction>
+#include <algorithm>
 #include <utility>
 
 #include "desktop/Colours.h"
@@ -54,7 +56,8 @@ class HeadingAction final : public QWidgetAction {
     label->setMargin(kHeadingMargin);
     QFont letters = label->font();
     letters.setItalic(true);
-    letters.setPixelSize(kHeadingPixels * label->logicalDpiY() / 96);
+    letters.setPixelSize(
+        std::max(kHeadingPixels * label->logicalDpiY() / 96, QFontInfo(letters).pixelSize()));
     label->setFont(letters);
     dress(*label);
     connect(this, &QAction::changed, label, [this, label] { dress(*label); });
