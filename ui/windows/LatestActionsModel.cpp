@@ -35,6 +35,8 @@ LatestActionsModel::LatestActionsModel(const UserInterfaceSources& sources) : m(
 }
 
 void LatestActionsModel::refresh() {
+  // They may have come meanwhile.
+  if (mResults && !mResults->lists.contains("Header")) mResults.reset();
   m.history.reloadProgrammedHistoryList();
   mEntries = m.history.getProgrammedHistoryList();
   filter();
@@ -88,44 +90,59 @@ std::int64_t LatestActionsModel::id(std::size_t row) const {
   return static_cast<std::int64_t>(entry(row)["Date"].asDate().value_or(0) * 1000);
 }
 
-ZAN_Value LatestActionsModel::errorsOf(const ZAN_Value& entry) const {
+ZAN_Value LatestActionsModel::latestErrorsOf(const ZAN_Value& entry) const {
   const std::int64_t ref = entry.integer("Ref");
   const auto date = entry["Date"].asDate();
-  if (!date) return {};
   ActionResults& results = m.history.results();
   const auto count = static_cast<std::int64_t>(results.latestErrorsCount());
   for (std::int64_t i = 0; i < count; ++i) {
     const ZAN_Value one = results.getLatestErrorsAtIndex(i);
     if (one.integer("Ref") == ref && one["Date"].asDate() == date) return one["List"];
   }
-  const auto path = results.getActionResultsPathForRef(ref, *date);
-  return path ? results.readActionResults(*path)["Errors"] : ZAN_Value();
+  return {};
+}
+
+const ZAN_Value& LatestActionsModel::resultsOf(const ZAN_Value& entry) const {
+  const std::int64_t ref = entry.integer("Ref");
+  const ReferenceTime date = entry["Date"].asDate().value_or(0);
+  if (mResults && mResults->ref == ref && mResults->date == date) return mResults->lists;
+  mResults.emplace(Results{ref, date});
+  ActionResults& results = m.history.results();
+  if (const auto path = results.getActionResultsPathForRef(ref, date))
+    mResults->lists = results.readActionResults(*path);
+  if (mResults->lists.isNull())
+    mResults->lists = ZAN_Value::dictionary({{"Errors", latestErrorsOf(entry)}});
+  return mResults->lists;
+}
+
+std::string LatestActionsModel::listText(const std::string& title, const ZAN_Value& list) const {
+  std::string text = "\n\n" + title;
+  std::size_t lines = 0;
+  for (const ZAN_Value& one : list.elements()) {
+    if (++lines > kMostLines) {
+      text += '\n' + m.texts.text("LatestMoreErrors", {list.size() - kMostLines});
+      break;
+    }
+    if (const std::string line = lineOf(one); !line.empty()) text += '\n' + line;
+  }
+  return text;
 }
 
 std::string LatestActionsModel::details(std::size_t row) const {
   const ZAN_Value& one = entry(row);
   const auto start = one["Date"].asDate();
-  std::string text = m.texts.text(
+  const std::string text = m.texts.text(
       "LatestDetails", {one.string("Title"), start ? m.strings.getMediumDateTime(*start) : "",
                         resultInWords(one.integer("C"), m.texts)});
-  if (one.integer("C") == LogCode::completed && one.integer("ActionErrors") == 0) return text;
-  const ZAN_Value errors = errorsOf(one);
-  std::size_t lines = 0;
-  for (const ZAN_Value& error : errors.elements()) {
-    if (++lines > kMostLines) {
-      text += '\n' + m.texts.text("LatestMoreErrors", {errors.size() - kMostLines});
-      break;
-    }
-    const std::string line = lineOf(error);
-    if (!line.empty()) text += '\n' + line;
-  }
-  return text;
-}
-
-std::optional<std::string> LatestActionsModel::resultsPath(std::size_t row) const {
-  const auto date = entry(row)["Date"].asDate();
-  if (!date) return std::nullopt;
-  return m.history.results().getActionResultsPathForRef(entry(row).integer("Ref"), *date);
+  if (!start) return text;
+  const ZAN_Value& results = resultsOf(one);
+  const auto list = [&](const std::string& title, const char* key) {
+    return results[key].empty() ? std::string() : listText(title, results[key]);
+  };
+  const auto count = [&](const char* key) { return results[key].size(); };
+  return text + list(m.texts.text("LatestErrors", {count("Errors")}), "Errors") +
+         list(m.texts.text("LatestExcluded", {count("Excluded")}), "Excluded") +
+         list(m.texts.text("LatestFiles", {count("Files")}), "Files");
 }
 
 std::string LatestActionsModel::launchAgain(std::size_t row) const {

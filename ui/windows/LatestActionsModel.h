@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "ui/UserInterfaceSources.h"
 #include "ui/windows/WindowTable.h"
@@ -26,22 +27,31 @@ class LatestActionsModel final : public WindowTable {
   Tone tone(std::size_t row) const override;
   std::int64_t id(std::size_t row) const override;
 
-  /// How an execution ended and its errors, a line each.
+  /// How an execution ended, and as far as it was kept what it met: its errors, what it handled and
+  /// what it left out, a line each.
   std::string details(std::size_t row) const;
-  /// Path of the file of its results, when there is one.
-  std::optional<std::string> resultsPath(std::size_t row) const;
   std::string launchAgain(std::size_t row) const;
   std::string summary() const;
 
  private:
   const ZAN_Value& entry(std::size_t row) const { return mEntries.at(mShown[row]); }
   void filter();
-  ZAN_Value errorsOf(const ZAN_Value& entry) const;
+  /// Dictionary of "Errors", "Files" and "Excluded".
+  const ZAN_Value& resultsOf(const ZAN_Value& entry) const;
+  ZAN_Value latestErrorsOf(const ZAN_Value& entry) const;
+  std::string listText(const std::string& title, const ZAN_Value& list) const;
 
   const UserInterfaceSources& m;
   ZAN_Value mEntries;  ///< as stored: header, then oldest first
   std::vector<std::size_t> mShown;
   bool mOnlyFailures = false;
+  /// Those that were read last, since they may be many.
+  struct Results {
+    std::int64_t ref = 0;
+    ReferenceTime date = 0;
+    ZAN_Value lists = {};
+  };
+  mutable std::optional<Results> mResults;
 };
 
 }  // namespace corvana
