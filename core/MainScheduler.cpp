@@ -325,7 +325,7 @@ void MainScheduler::wireMachine() {
   mStartupDisk.onChanged = [this] { mControls.updateExecutionStatusMenus(); };
   mControls.onAskAboutStartupDiskChange = [this] { mStartupDisk.askAboutStartupDiskChange(); };
   mControls.onConfirmStartupDisk = [this] { mStartupDisk.confirmStartupDisk(); };
-  mControls.onSaveListProcess = [this] { mSystemInformation.saveListProcess(); };
+  mControls.onSaveListProcess = [this] { return mSystemInformation.saveListProcess(); };
   mControls.onShowAllDisksInformation = [this] { mSystemInformation.showAllDisksInformation(); };
 }
 

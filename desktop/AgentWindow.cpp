@@ -4,11 +4,29 @@
 #include <QKeyEvent>
 #include <QKeySequence>
 
+#include <algorithm>
+#include <array>
+
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "core/record/SchedulerCommands.h"
 #include "desktop/Texts.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
 
 namespace corvana {
+
+namespace {
+
+/// Those that the user arranges; the others have a size and a place of their own.
+constexpr std::array kArranged{Window::queue,       Window::nextActions,    Window::latestActions,
+                               Window::status,      Window::allDisks,       Window::errorSummary,
+                               Window::preferences, Window::executionSurvey};
+
+std::string placeKey(Window which) {
+  return "WindowPlace" + std::to_string(static_cast<int>(which));
+}
+
+}  // namespace
 
 AgentWindow::AgentWindow(Window which, const UserInterfaceSources& sources)
     : QWidget(nullptr, Qt::Window), mWhich(which), mSources(sources) {
@@ -16,6 +34,24 @@ AgentWindow::AgentWindow(Window which, const UserInterfaceSources& sources)
 }
 
 QString AgentWindow::text(std::string_view key) const { return qt(mSources.texts.text(key)); }
+
+void AgentWindow::rememberPlace() const {
+  if (!isVisible() || std::ranges::find(kArranged, mWhich) == kArranged.end()) return;
+  const QByteArray place = saveGeometry();
+  const ZAN_Value value =
+      ZAN_Value::data(std::string_view(place.constData(), static_cast<std::size_t>(place.size())));
+  Machine& machine = mSources.platform.machine;
+  if (machine.userDefault(placeKey(mWhich)) != value)
+    machine.setUserDefault(placeKey(mWhich), value);
+}
+
+void AgentWindow::restorePlace() {
+  const ZAN_Value value = mSources.platform.machine.userDefault(placeKey(mWhich));
+  const auto bytes = value.bytes();
+  if (bytes.empty()) return;
+  restoreGeometry(QByteArray(reinterpret_cast<const char*>(bytes.data()),
+                             static_cast<qsizetype>(bytes.size())));
+}
 
 void AgentWindow::closeEvent(QCloseEvent* event) {
   event->ignore();

@@ -22,10 +22,17 @@ class AgentWindow : public QWidget {
   /// What it shows may have changed: lists, menus, states. Called while it is visible, at most once
   /// a turn of the loop, and once before it is shown.
   virtual void refresh() {}
+  /// The same for what goes on now, such as the progress of an execution: it changes often, and the
+  /// long lists do not change with it.
+  virtual void refreshState() { refresh(); }
   /// Of a window that shows a text: what it shows.
   virtual void setText(const std::string& /*text*/) {}
   /// The widget that has the keyboard when the window comes up; null: Qt's choice.
   virtual QWidget* firstFocus() { return nullptr; }
+  /// Its size and place outlive it, in the agent's user defaults. What lies outside of the screens
+  /// that are there by then is brought back onto one.
+  void rememberPlace() const;
+  void restorePlace();
 
  protected:
   const UserInterfaceSources& sources() const { return mSources; }

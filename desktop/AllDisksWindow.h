@@ -2,6 +2,7 @@
 
 #include "desktop/AgentWindow.h"
 
+class QLabel;
 class QPlainTextEdit;
 
 namespace corvana {
@@ -14,7 +15,10 @@ class AllDisksWindow final : public AgentWindow {
   QWidget* firstFocus() override;
 
  private:
+  void saveProcesses();
+
   QPlainTextEdit* mText;
+  QLabel* mAnswer;
 };
 
 }  // namespace corvana

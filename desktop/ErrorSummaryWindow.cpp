@@ -17,6 +17,10 @@ ErrorSummaryWindow::ErrorSummaryWindow(const UserInterfaceSources& sources)
   setWindowTitle(text("ErrorsTitle"));
   mList = new TableView(mModel, text("ErrorsTitle"), this);
   mList->onSelection = [this] { showDetails(); };
+  mList->onChosen = [this] {
+    mAnswer.clear();
+    showSummary();
+  };
   connect(mShown, &QCheckBox::clicked, this, [this](bool on) { mModel.setShownOnErrors(on); });
 
   auto* layout = new QVBoxLayout(this);
@@ -26,8 +30,8 @@ ErrorSummaryWindow::ErrorSummaryWindow(const UserInterfaceSources& sources)
   layout->addWidget(mShown);
   auto* row = new QHBoxLayout;
   mAgain = addButton(row, text("ButtonRunAgain"), [this] {
-    if (const auto selected = mList->selectedRow())
-      mSummary->setText(qt(mModel.launchAgain(*selected)));
+    if (const auto selected = mList->selectedRow()) mAnswer = qt(mModel.launchAgain(*selected));
+    showSummary();
   });
   addButton(row, text("ButtonLatest"), [this] { mModel.showLatestActions(); });
   row->addStretch();
@@ -41,8 +45,12 @@ QWidget* ErrorSummaryWindow::firstFocus() { return mList; }
 void ErrorSummaryWindow::refresh() {
   mModel.refresh();
   mList->refresh();
-  mSummary->setText(qt(mModel.summary()));
+  showSummary();
   mShown->setChecked(mModel.isShownOnErrors());
+}
+
+void ErrorSummaryWindow::showSummary() {
+  mSummary->setText(mAnswer.isEmpty() ? qt(mModel.summary()) : mAnswer);
 }
 
 void ErrorSummaryWindow::showDetails() {

@@ -20,6 +20,7 @@ class ErrorSummaryWindow final : public AgentWindow {
 
  private:
   void showDetails();
+  void showSummary();
 
   ErrorSummaryModel mModel;
   TableView* mList;
@@ -27,6 +28,7 @@ class ErrorSummaryWindow final : public AgentWindow {
   QLabel* mSummary;
   QCheckBox* mShown;
   QPushButton* mAgain;
+  QString mAnswer;  ///< of the latest command, until something else is chosen
 };
 
 }  // namespace corvana

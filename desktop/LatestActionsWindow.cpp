@@ -18,11 +18,16 @@ LatestActionsWindow::LatestActionsWindow(const UserInterfaceSources& sources)
   setWindowTitle(text("LatestTitle"));
   auto* onlyFailures = new QCheckBox(text("LatestOnlyFailures"));
   connect(onlyFailures, &QCheckBox::toggled, this, [this](bool only) {
+    mAnswer.clear();
     mModel.setOnlyFailures(only);
     refresh();
   });
   mList = new TableView(mModel, text("LatestTitle"), this);
   mList->onSelection = [this] { showDetails(); };
+  mList->onChosen = [this] {
+    mAnswer.clear();
+    showSummary();
+  };
   mDetails->setReadOnly(true);
   mDetails->setTabChangesFocus(true);
   mDetails->setAccessibleName(text("ColumnResult"));
@@ -38,8 +43,8 @@ LatestActionsWindow::LatestActionsWindow(const UserInterfaceSources& sources)
   auto* row = new QHBoxLayout;
   row->addWidget(mSummary, 1);
   mAgain = addButton(row, text("ButtonRunAgain"), [this] {
-    if (const auto selected = mList->selectedRow())
-      mSummary->setText(qt(mModel.launchAgain(*selected)));
+    if (const auto selected = mList->selectedRow()) mAnswer = qt(mModel.launchAgain(*selected));
+    showSummary();
   });
   layout->addLayout(row);
   resizeByFont(this, 120, 32);
@@ -50,7 +55,11 @@ QWidget* LatestActionsWindow::firstFocus() { return mList; }
 void LatestActionsWindow::refresh() {
   mModel.refresh();
   mList->refresh();
-  mSummary->setText(qt(mModel.summary()));
+  showSummary();
+}
+
+void LatestActionsWindow::showSummary() {
+  mSummary->setText(mAnswer.isEmpty() ? qt(mModel.summary()) : mAnswer);
 }
 
 void LatestActionsWindow::showDetails() {

@@ -20,12 +20,14 @@ class LatestActionsWindow final : public AgentWindow {
 
  private:
   void showDetails();
+  void showSummary();
 
   LatestActionsModel mModel;
   TableView* mList;
   QPlainTextEdit* mDetails;
   QLabel* mSummary;
   QPushButton* mAgain;
+  QString mAnswer;  ///< of the latest command, until something else is chosen
 };
 
 }  // namespace corvana

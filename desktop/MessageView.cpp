@@ -83,6 +83,12 @@ MessageView::MessageView(bool composed, const QString& title, const QString& tex
   setOpacity(look.opacity);
 }
 
+void MessageView::setColour(int colour, double opacity) {
+  mLook.colour = colour;
+  setOpacity(opacity);
+  update();
+}
+
 void MessageView::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
   paintGround(painter, predefinedColour(mLook.colour), kRadius);

@@ -19,6 +19,8 @@ class MessageView final : public FloatingWidget {
 
   MessageView(bool composed, const QString& title, const QString& text, const Look& look);
 
+  void setColour(int colour, double opacity);
+
  protected:
   void paintEvent(QPaintEvent* event) override;
 

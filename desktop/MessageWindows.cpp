@@ -45,6 +45,10 @@ void MessageWindows::open(const MessageWindow& message, const Look& look) {
   }
 }
 
+void MessageWindows::setLook(const Look& look) {
+  if (mMessageWindow != nullptr) mMessageWindow->setColour(look.view.colour, look.view.opacity);
+}
+
 void MessageWindows::placeMessage(const Point& position) {
   if (mMessageWindow == nullptr) return;
   ScreenPlace::move(*mMessageWindow,

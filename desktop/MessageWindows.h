@@ -33,6 +33,9 @@ class MessageWindows {
 
   void open(const MessageWindow& message, const Look& look);
   void close();
+  bool isOpen() const { return mMessageWindow != nullptr; }
+  /// Colour and opacity of the message that is up.
+  void setLook(const Look& look);
   /// Returns when what was opened can be seen, or soon without that.
   void paintNow();
 

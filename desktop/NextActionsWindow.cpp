@@ -29,6 +29,7 @@ NextActionsWindow::NextActionsWindow(const UserInterfaceSources& sources)
   mList = new TableView(mModel, text("NextTitle"), this);
   mList->onActivated = [this](const auto&) { launch(); };
   mList->onSelection = [this] { showState(); };
+  mList->onChosen = [this] { mAnswer.clear(); };
   mWeekView = new WeekView(mWeek, text("NextTitle"), this);
   mWeekView->onChosen = [this](const QString& words) { mWords->setText(words); };
   mTabs->addTab(mList, text("NextListTab"));
@@ -52,6 +53,7 @@ QWidget* NextActionsWindow::firstFocus() {
 }
 
 void NextActionsWindow::searched() {
+  mAnswer.clear();
   mModel.search(utf8(mSearch->text()));
   mList->refresh();
   if (!mSearch->text().isEmpty() && mModel.rowCount() > 0 && !mList->selectedRow())
@@ -69,24 +71,25 @@ void NextActionsWindow::refresh() {
 
 void NextActionsWindow::showWeek() {
   if (mTabs->currentWidget() != mWeekView) return;
-  mWeek.refresh(mModel);
-  mWeekView->refresh();
+  if (mWeek.refresh(mModel)) mWeekView->refresh();
 }
 
 void NextActionsWindow::showState() {
   const bool week = mTabs->currentWidget() == mWeekView;
   mRun->setVisible(!week);
-  mSummary->setText(qt(week ? mWeek.summary() : mModel.summary()));
-  if (week) return;
+  if (week) {
+    mSummary->setText(qt(mWeek.summary()));
+    return;
+  }
+  mSummary->setText(mAnswer.isEmpty() ? qt(mModel.summary()) : mAnswer);
   const auto selected = mList->selectedRow();
   mRun->setEnabled(selected.has_value());
   mWords->setText(selected ? qt(mModel.why(*selected)) : QString());
 }
 
 void NextActionsWindow::launch() {
-  const std::string said = mModel.launch(mList->selectedRows());
+  mAnswer = qt(mModel.launch(mList->selectedRows()));
   mList->refresh();
-  mSummary->setText(qt(said));
 }
 
 bool NextActionsWindow::eventFilter(QObject* watched, QEvent* event) {

@@ -39,6 +39,7 @@ class NextActionsWindow final : public AgentWindow {
   QLabel* mWords;
   QLabel* mSummary;
   QPushButton* mRun;
+  QString mAnswer;  ///< of the latest command, until something else is chosen
 };
 
 }  // namespace corvana

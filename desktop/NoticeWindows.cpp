@@ -44,6 +44,7 @@ void StrayFoldersWindow::refresh() {
 /// Half across the screen and four fifths up.
 void StrayFoldersWindow::showEvent(QShowEvent* event) {
   AgentWindow::showEvent(event);
+  if (event->spontaneous()) return;
   const QRect screen = this->screen()->availableGeometry();
   const QPoint middle(screen.left() + screen.width() / 2, screen.top() + screen.height() / 5);
   move(std::max(screen.left(), middle.x() - width() / 2),

@@ -66,7 +66,9 @@ QWidget* PreferencesWindow::makePage(const PreferencesModel::Page& page) {
 void PreferencesWindow::addRow(QFormLayout* form, const Item& item) {
   QWidget* field = makeField(item);
   field->setEnabled(item.lacking.empty());
-  if (item.kind == PreferencesModel::Kind::checkBox) {
+  const bool namesItself =
+      item.kind == PreferencesModel::Kind::checkBox || item.kind == PreferencesModel::Kind::command;
+  if (namesItself) {
     form->addRow(field);
   } else {
     form->addRow(qt(item.label), field);
@@ -106,6 +108,14 @@ QWidget* PreferencesWindow::makeField(const Item& item) {
       return makeShortcut(item);
     case Kind::place:
       return makePlace(item);
+    case Kind::command: {
+      auto* row = new QWidget;
+      auto* layout = new QHBoxLayout(row);
+      layout->setContentsMargins(0, 0, 0, 0);
+      addButton(layout, qt(item.label), item.perform);
+      layout->addStretch();
+      return row;
+    }
     case Kind::fact: {
       auto* label = makeLabel();
       mReads.emplace_back([label, item] { label->setText(qt(item.read().string())); });
@@ -117,6 +127,7 @@ QWidget* PreferencesWindow::makeField(const Item& item) {
 
 QWidget* PreferencesWindow::makeChoice(const Item& item) {
   auto* box = new QComboBox;
+  leaveToWheelOnlyWithFocus(box);
   for (const std::string& choice : item.choices) box->addItem(qt(choice));
   box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
   box->setMinimumContentsLength(kChoiceLetters);
@@ -133,6 +144,7 @@ QWidget* PreferencesWindow::makeNumber(const Item& item) {
   box->setSuffix(qt(item.unit));
   // The number that is being typed is not yet the one that is meant.
   box->setKeyboardTracking(false);
+  leaveToWheelOnlyWithFocus(box);
   const auto change = [this, item](int number) {
     if (item.read().isReal()) {
       mModel.change(item, static_cast<double>(number));
@@ -146,13 +158,16 @@ QWidget* PreferencesWindow::makeNumber(const Item& item) {
     slider = new QSlider(Qt::Horizontal);
     slider->setRange(box->minimum(), box->maximum());
     slider->setTracking(false);
+    leaveToWheelOnlyWithFocus(slider);
     slider->setAccessibleName(qt(item.label));
     connect(slider, &QSlider::valueChanged, box, &QSpinBox::setValue);
     connect(slider, &QSlider::sliderMoved, box, [box](int value) {
       const QSignalBlocker blocker(box);
       box->setValue(value);
     });
-    connect(slider, &QSlider::sliderReleased, this, [slider, change] { change(slider->value()); });
+    // Its value follows only after this.
+    connect(slider, &QSlider::sliderReleased, this,
+            [slider, change] { change(slider->sliderPosition()); });
   }
   mReads.emplace_back([box, slider, item] {
     const QSignalBlocker blocker(box);

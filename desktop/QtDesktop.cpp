@@ -6,9 +6,11 @@
 #include <QLibraryInfo>
 #include <clocale>
 
+#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "desktop/ScreenInput.h"
 #include "desktop/X11Input.h"
 #include "platform/qt/BusConnection.h"
+#include "ui/UserInterfaceSources.h"
 
 namespace corvana {
 
@@ -85,7 +87,10 @@ void QtDesktop::begin(const Services& services) {
   mUserInterface = std::make_unique<QtUserInterface>(services);
 }
 
-void QtDesktop::attach(const UserInterfaceSources& sources) { mUserInterface->attach(sources); }
+void QtDesktop::attach(const UserInterfaceSources& sources) {
+  mLanguage = std::make_unique<DesktopLanguage>(sources.texts.text("LanguageCode"));
+  mUserInterface->attach(sources);
+}
 
 void QtDesktop::end() { mUserInterface->end(); }
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "desktop/DesktopLanguage.h"
 #include "desktop/QtUserInterface.h"
 #include "platform/Input.h"
 #include "ui/Desktop.h"
@@ -30,6 +31,7 @@ class QtDesktop final : public Desktop {
  private:
   QApplication mApplication;
   std::unique_ptr<Input> mInput;
+  std::unique_ptr<DesktopLanguage> mLanguage;
   std::unique_ptr<QtUserInterface> mUserInterface;
 };
 

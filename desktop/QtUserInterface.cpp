@@ -287,7 +287,7 @@ void QtUserInterface::setStatusCountDown(int minutes, int context) {
 void QtUserInterface::setStatusTitle(const std::string& /*text*/) { mPrivate->changed(); }
 
 void QtUserInterface::setStatusInformation(const std::string& /*text*/) {
-  mPrivate->windows.refresh();
+  mPrivate->windows.refreshState(Window::status);
 }
 
 void QtUserInterface::setToolTip(const std::string& text) {
@@ -301,7 +301,10 @@ void QtUserInterface::menusChanged() { mPrivate->changed(); }
 
 void QtUserInterface::setExecutionControlsEnabled(bool /*enabled*/) { mPrivate->changed(); }
 
-void QtUserInterface::rearrangeMessageWindows() { mPrivate->arrange(); }
+void QtUserInterface::rearrangeMessageWindows() {
+  if (mPrivate->messages.isOpen()) mPrivate->messages.setLook(mPrivate->messageLook());
+  mPrivate->arrange();
+}
 
 void QtUserInterface::popUpFloatingMenu() { mPrivate->drawFloatingMenu(QCursor::pos()); }
 
@@ -310,6 +313,14 @@ void QtUserInterface::showWindow(Window window) {
     mPrivate->showFloatingIcon();
   } else {
     mPrivate->windows.show(window);
+  }
+}
+
+void QtUserInterface::showWindowQuietly(Window window) {
+  if (window == Window::floatingIcon) {
+    mPrivate->showFloatingIcon();
+  } else {
+    mPrivate->windows.showQuietly(window);
   }
 }
 
@@ -341,9 +352,7 @@ void QtUserInterface::bringWindowsToFront() {
 
 void QtUserInterface::listsChanged() { mPrivate->changed(); }
 
-void QtUserInterface::windowChanged(Window window) {
-  if (isWindowVisible(window)) mPrivate->windows.refresh();
-}
+void QtUserInterface::windowChanged(Window window) { mPrivate->windows.refreshState(window); }
 
 void QtUserInterface::setFloatingIconOpacity(double percent) {
   mPrivate->floatingOpacity = percent;

@@ -41,6 +41,7 @@ class QtUserInterface final : public UserInterface {
   void popUpFloatingMenu() override;
 
   void showWindow(Window window) override;
+  void showWindowQuietly(Window window) override;
   void hideWindow(Window window) override;
   bool isWindowVisible(Window window) const override;
   void setWindowText(Window window, const std::string& text) override;

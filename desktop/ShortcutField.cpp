@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "desktop/Texts.h"
+#include "ui/windows/PreferencesModel.h"
 
 namespace corvana {
 
@@ -64,6 +65,7 @@ bool ShortcutField::eventFilter(QObject* watched, QEvent* event) {
   const auto* key = static_cast<QKeyEvent*>(event);
   const unsigned code = key->nativeScanCode() - kFirstKey;
   if (key->nativeScanCode() < kFirstKey || code >= mDown.size() * 8) return true;
+  if (PreferencesModel::isLock(code)) return true;
   if (pressed) {
     mDown[code / 8] = static_cast<std::uint8_t>(mDown[code / 8] | 1U << code % 8);
     return true;
@@ -72,6 +74,11 @@ bool ShortcutField::eventFilter(QObject* watched, QEvent* event) {
   if (key->isAutoRepeat() || (mDown[code / 8] >> code % 8 & 1) == 0) return true;
   const ZAN_Value keys =
       ZAN_Value::data(std::string_view(reinterpret_cast<const char*>(mDown.data()), mDown.size()));
+  if (!PreferencesModel::isShortcut(keys)) {
+    mDown[code / 8] = static_cast<std::uint8_t>(mDown[code / 8] & ~(1U << code % 8));
+    if (key->key() == Qt::Key_Escape) record(false);
+    return true;
+  }
   mKeys = keys;
   record(false);
   if (onChanged) onChanged(keys);

@@ -12,8 +12,8 @@ class QPushButton;
 
 namespace corvana {
 
-/// Records a shortcut: the keys that are down together when the first of them is let go. Thread:
-/// main.
+/// Records a shortcut: the keys that are down together when the first of them is let go. Keys that
+/// make none, such as a letter alone, are passed over and the recording goes on. Thread: main.
 class ShortcutField final : public QWidget {
  public:
   struct Words {

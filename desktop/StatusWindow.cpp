@@ -37,6 +37,8 @@ StatusWindow::StatusWindow(const UserInterfaceSources& sources)
   QFont large = mTitle->font();
   large.setPointSizeF(large.pointSizeF() * 1.25);
   mTitle->setFont(large);
+  leaveToWheelOnlyWithFocus(mExecution);
+  leaveToWheelOnlyWithFocus(mContext);
   connect(mExecution, &QComboBox::activated, this, [this](int item) { mModel.setExecution(item); });
   connect(mContext, &QComboBox::activated, this, [this](int item) { mModel.setContext(item); });
 
@@ -52,12 +54,12 @@ StatusWindow::StatusWindow(const UserInterfaceSources& sources)
   layout->addWidget(mProgress);
   mList = new TableView(mModel, text("StatusTitle"), this);
   mList->onSelection = [this] { showWhy(); };
-  mList->onActivated = [this](const auto& rows) { mWhy->setText(qt(mModel.launch(rows))); };
+  mList->onChosen = [this] { mAnswer.clear(); };
+  mList->onActivated = [this](const auto&) { launch(); };
   layout->addWidget(mList, 1);
   layout->addWidget(mWhy);
   auto* row = new QHBoxLayout;
-  mRun = addButton(row, text("ButtonRun"),
-                   [this] { mWhy->setText(qt(mModel.launch(mList->selectedRows()))); });
+  mRun = addButton(row, text("ButtonRun"), [this] { launch(); });
   mPause = addButton(row, {}, [this] { mModel.pauseOrContinue(); });
   mStop = addButton(row, text("ButtonStop"), [this] { mModel.stop(); });
   row->addStretch();
@@ -102,7 +104,16 @@ void StatusWindow::showFacts() {
 void StatusWindow::showWhy() {
   const auto selected = mList->selectedRow();
   mRun->setEnabled(selected.has_value());
-  mWhy->setText(selected ? qt(mModel.why(*selected)) : QString());
+  if (!mAnswer.isEmpty()) {
+    mWhy->setText(mAnswer);
+  } else {
+    mWhy->setText(selected ? qt(mModel.why(*selected)) : QString());
+  }
+}
+
+void StatusWindow::launch() {
+  mAnswer = qt(mModel.launch(mList->selectedRows()));
+  showWhy();
 }
 
 }  // namespace corvana

@@ -18,11 +18,13 @@ class StatusWindow final : public AgentWindow {
  public:
   explicit StatusWindow(const UserInterfaceSources& sources);
   void refresh() override;
+  void refreshState() override { showFacts(); }
   QWidget* firstFocus() override;
 
  private:
   void showFacts();
   void showWhy();
+  void launch();
 
   StatusModel mModel;
   QLabel* mTitle;
@@ -36,6 +38,7 @@ class StatusWindow final : public AgentWindow {
   TableView* mList;
   QLabel* mWhy;
   QPushButton* mRun;
+  QString mAnswer;  ///< of the latest command, until something else is chosen
 };
 
 }  // namespace corvana

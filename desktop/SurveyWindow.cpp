@@ -20,6 +20,7 @@ SurveyWindow::SurveyWindow(const UserInterfaceSources& sources)
       mTimings(new QPlainTextEdit) {
   setWindowTitle(qt(mModel.title()));
   for (const std::string& mode : mModel.modes()) mMode->addItem(qt(mode));
+  leaveToWheelOnlyWithFocus(mMode);
   connect(mMode, &QComboBox::activated, this, [this](int mode) { mModel.setMode(mode); });
   mPaths = new TableView(mModel, text("ColumnPath"), this);
   mTimings->setReadOnly(true);

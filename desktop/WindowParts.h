@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QBoxLayout>
+#include <QEvent>
 #include <QFontMetrics>
 #include <QGuiApplication>
 #include <QLabel>
@@ -49,6 +50,23 @@ inline QLabel* makeLabel(const QString& text = {}) {
 inline QString plainToolTip(const QString& text) {
   if (!Qt::mightBeRichText(text)) return text;
   return QStringLiteral("<qt>%1</qt>").arg(text.toHtmlEscaped().replace('\n', "<br>"));
+}
+
+/// Lets the wheel pass on to what scrolls while the field has not got the keyboard.
+class WheelPasses final : public QObject {
+ public:
+  using QObject::QObject;
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    if (event->type() != QEvent::Wheel || static_cast<QWidget*>(watched)->hasFocus()) return false;
+    event->ignore();
+    return true;
+  }
+};
+
+/// Whoever scrolls past this field is not to change it.
+inline void leaveToWheelOnlyWithFocus(QWidget* field) {
+  field->setFocusPolicy(Qt::StrongFocus);
+  field->installEventFilter(new WheelPasses(field));
 }
 
 inline void resizeByFont(QWidget* window, int columns, int rows) {

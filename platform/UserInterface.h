@@ -57,7 +57,11 @@ class UserInterface {
   virtual void rearrangeMessageWindows() = 0;
   virtual void popUpFloatingMenu() = 0;
 
+  /// The user wants it: it comes to the front and takes the keyboard.
   virtual void showWindow(Window window) = 0;
+  /// The agent itself has something to show: the window comes up without taking the keyboard from
+  /// whatever the user types into; one that is up already stays where it is.
+  virtual void showWindowQuietly(Window window) = 0;
   virtual void hideWindow(Window window) = 0;
   virtual bool isWindowVisible(Window window) const = 0;
   /// The text that a window of text shows, such as the one of all disks; dropped where

@@ -34,6 +34,7 @@ FloatingIcon::FloatingIcon(Clock& clock, UserInterface& userInterface, Scheduler
       mCloseFloatingIcon(state.deadlines) {}
 
 void FloatingIcon::applyMode() {
+  mUserInterface.setFloatingIconOpacity(mPreferences.mPrefFloatingIconTransparency);
   if (mPreferences.mShowFloatingIconMode == kNever) mUserInterface.hideWindow(Window::floatingIcon);
   if (mPreferences.mShowFloatingIconMode == kAlways) show();
 }

@@ -200,7 +200,7 @@ MenuItem::List StatusMenu::windowItems() const {
   return {windowItem("NextActionsMenu", Window::nextActions),
           windowItem("QueueMenu", Window::queue),
           windowItem("LatestActionsMenu", Window::latestActions),
-          windowItem("AllDisksMenu", Window::allDisks),
+          MenuItem::command(text("AllDisksMenu"), [this] { m.commands.showAllDisksInformation(); }),
           windowItem("ExecutionSurveyMenu", Window::executionSurvey)};
 }
 

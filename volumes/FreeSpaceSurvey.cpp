@@ -40,7 +40,7 @@ void FreeSpaceSurvey::checkStartupDiskFreeSpace() {
       mStartupDiskLowSpaceValue = static_cast<int>(space.freeSize * 100 / space.totalSize);
       m.systemLog.write("The start-up disk is nearly full: " +
                         std::to_string(mStartupDiskLowSpaceValue) + " % free");
-      m.userInterface.showWindow(Window::lowSpace);
+      m.userInterface.showWindowQuietly(Window::lowSpace);
     } else {
       m.userInterface.hideWindow(Window::lowSpace);
     }

@@ -109,7 +109,7 @@ ZAN_Value SystemInformation::processList() const {
   return list;
 }
 
-void SystemInformation::saveListProcess() {
+Result<std::string> SystemInformation::saveListProcess() {
   std::string text;
   const ZAN_Value list = processList();
   for (const ZAN_Value& process : list.elements()) {
@@ -126,9 +126,11 @@ void SystemInformation::saveListProcess() {
   text += "\n" + getLoginItems();
   const std::string name =
       mStore.dates().calendar().format(mPlatform.clock.now(), "%y_%m_%d %H_%M_%S List Process.txt");
-  const std::string folder = mPlatform.machine.downloadsFolder();
-  const Outcome written = writeText(ZAN_FilesUtils::joinedPath(folder, name), text);
-  if (!written) mPlatform.systemLog.write(written.error().text);
+  const std::string path = ZAN_FilesUtils::joinedPath(mPlatform.machine.downloadsFolder(), name);
+  const Outcome written = writeText(path, text);
+  if (written) return path;
+  mPlatform.systemLog.write(written.error().text);
+  return written.error();
 }
 
 void SystemInformation::showAllDisksInformation() {

@@ -30,8 +30,9 @@ class SystemInformation {
   /// Writes the login items to a new file in the folder "LoginItems" of the data folder when they
   /// are others than the last ones written.
   void saveListLoginItems();
-  /// Writes the running processes and the login items to a file in the user's "Downloads" folder.
-  void saveListProcess();
+  /// Writes the running processes and the login items to a file in the user's "Downloads" folder,
+  /// whose path it gives.
+  Result<std::string> saveListProcess();
   /// Shows the disks in their window once they are known; a window that is visible stays where it
   /// is.
   void showAllDisksInformation();

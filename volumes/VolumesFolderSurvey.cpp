@@ -110,7 +110,7 @@ void VolumesFolderSurvey::showError(const std::vector<std::string>& paths) {
   mErrorVolumesFolderDate = m.strings.getShortTimeWithSeconds(m.platform.clock.now());
   mVolumesFolderNoErrorCounter = 0;
   m.platform.systemLog.write(m.texts.text("ReportIncorrectVolumes", {mErrorVolumesFolderText}));
-  m.platform.userInterface.showWindow(Window::volumesFolderError);
+  m.platform.userInterface.showWindowQuietly(Window::volumesFolderError);
   if (m.state.mPause) return;
   m.platform.runLoop.performAfter(kPauseDelay, [this] {
     if (m.state.mPause) return;

@@ -211,7 +211,8 @@ void Controls::showAllVisibleWindows() {
 void Controls::bringWindowsToFront() { m.platform.userInterface.bringWindowsToFront(); }
 
 void Controls::showErrorSummary() {
-  m.platform.userInterface.showWindow(Window::errorSummary);
+  // The menu that is just being opened keeps the keyboard.
+  m.platform.userInterface.showWindowQuietly(Window::errorSummary);
   m.log.clearErrorState();
   m.state.updateMenu();
 }
@@ -250,6 +251,13 @@ void Controls::openMainApp() {
   if (const Outcome opened = m.platform.processes.open(m.mainAppBundlePath); !opened) {
     m.platform.systemLog.write(opened.error().text);
   }
+}
+
+Result<std::string> Controls::saveListProcess() { return onSaveListProcess(); }
+
+void Controls::showAllDisksInformation() {
+  if (m.platform.userInterface.isWindowVisible(Window::allDisks)) showWindow(Window::allDisks);
+  onShowAllDisksInformation();
 }
 
 void Controls::mountVolumes() {
@@ -309,6 +317,7 @@ void Controls::preferencesDidChange() {
     m.statusItem.createStatusItem();
   }
   m.floatingIcon.applyMode();
+  m.platform.userInterface.rearrangeMessageWindows();
 }
 
 void Controls::sendDailyReportNow() {

@@ -68,7 +68,7 @@ class Controls : public SchedulerCommands {
   /// What concerns the machine is done elsewhere; each is the command of its name.
   std::function<void()> onAskAboutStartupDiskChange;
   std::function<void()> onConfirmStartupDisk;
-  std::function<void()> onSaveListProcess;
+  std::function<Result<std::string>()> onSaveListProcess;
   std::function<void()> onShowAllDisksInformation;
 
   /// Enables automatic execution without a word, as at the end of the start-up.
@@ -116,8 +116,8 @@ class Controls : public SchedulerCommands {
   void openMainApp() override;
   void askAboutStartupDiskChange() override { onAskAboutStartupDiskChange(); }
   void confirmStartupDisk() override { onConfirmStartupDisk(); }
-  void saveListProcess() override { onSaveListProcess(); }
-  void showAllDisksInformation() override { onShowAllDisksInformation(); }
+  Result<std::string> saveListProcess() override;
+  void showAllDisksInformation() override;
   void mountVolumes() override;
   void updateListOfVolumesToMount() override;
   void mountVolume(std::size_t index) override;

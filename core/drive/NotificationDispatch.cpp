@@ -136,6 +136,8 @@ void NotificationDispatch::executeProgress(const ZAN_Value& userInfo) {
   if (userInfo.contains("ProgressValue")) {
     m.supervisor.setProgressValue(userInfo["ProgressValue"].doubleValue());
     m.announce.showProgress(userInfo);
+    for (const Window window : {Window::queue, Window::status})
+      m.platform.userInterface.windowChanged(window);
   }
   m.platform.userInterface.windowChanged(Window::executionSurvey);
 }

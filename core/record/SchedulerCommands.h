@@ -75,9 +75,9 @@ class SchedulerCommands {
   virtual void askAboutStartupDiskChange() = 0;
   /// Takes the present start-up disk as the usual one without asking.
   virtual void confirmStartupDisk() = 0;
-  /// Writes the list of the running processes to the user's "Downloads" folder.
-  virtual void saveListProcess() = 0;
-  /// Shows the text of all disks and partitions in its window.
+  /// Writes the list of the running processes to the user's "Downloads" folder; the file's path.
+  virtual Result<std::string> saveListProcess() = 0;
+  /// Reads all disks and partitions anew and shows their text in its window.
   virtual void showAllDisksInformation() = 0;
 
   // Volumes

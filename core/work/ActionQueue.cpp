@@ -85,7 +85,8 @@ QueueAddition ActionQueue::add(const QueueRecord& record, int row, bool manualLa
     at = std::min(count, std::max<std::size_t>(count == 0 ? 0 : 1, static_cast<std::size_t>(row)));
   mActionsList.insert(mActionsList.begin() + static_cast<std::ptrdiff_t>(at), record);
   changed();
-  if (m.preferences.mPrefShowActionsQueue != 0) m.platform.userInterface.showWindow(Window::queue);
+  if (m.preferences.mPrefShowActionsQueue != 0)
+    m.platform.userInterface.showWindowQuietly(Window::queue);
   return QueueAddition::queued;
 }
 

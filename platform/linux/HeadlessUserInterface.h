@@ -42,6 +42,7 @@ class HeadlessUserInterface final : public UserInterface {
   /// No window can be seen, so none is visible: what waits for one to be closed does not wait here.
   /// That of stray folders stands until they are gone, which hides it by itself.
   void showWindow(Window window) override { setVisible(window, true); }
+  void showWindowQuietly(Window window) override { setVisible(window, true); }
   void hideWindow(Window window) override { setVisible(window, false); }
   bool isWindowVisible(Window window) const override {
     return window == Window::volumesFolderError && mStrayFolders;

@@ -4,6 +4,20 @@
 
 namespace corvana {
 
+void SimulatedUserInterface::showWindow(Window window) {
+  windows.insert(window);
+  quiet.erase(window);
+}
+
+void SimulatedUserInterface::showWindowQuietly(Window window) {
+  if (windows.insert(window).second) quiet.insert(window);
+}
+
+void SimulatedUserInterface::hideWindow(Window window) {
+  windows.erase(window);
+  quiet.erase(window);
+}
+
 void SimulatedUserInterface::openMessageWindow(const MessageWindow& shown) {
   message = shown;
   messages.push_back(shown);

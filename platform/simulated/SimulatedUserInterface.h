@@ -51,8 +51,9 @@ class SimulatedUserInterface final : public UserInterface {
   void rearrangeMessageWindows() override { ++rearrangements; }
   void popUpFloatingMenu() override { ++floatingMenus; }
 
-  void showWindow(Window window) override { windows.insert(window); }
-  void hideWindow(Window window) override { windows.erase(window); }
+  void showWindow(Window window) override;
+  void showWindowQuietly(Window window) override;
+  void hideWindow(Window window) override;
   bool isWindowVisible(Window window) const override { return windows.contains(window); }
   void setWindowText(Window window, const std::string& text) override { texts[window] = text; }
   void bringWindowsToFront() override { ++broughtToFront; }
@@ -96,6 +97,7 @@ class SimulatedUserInterface final : public UserInterface {
   int broughtToFront = 0;
   bool executionControls = false;
   std::set<Window> windows;  ///< those visible now
+  std::set<Window> quiet;    ///< of them those that came up by themselves
   std::map<Window, std::string> texts;
   double floatingIconOpacity = 100;
   std::int64_t sizeCopied = -1;

@@ -51,14 +51,6 @@ QPalette darkPalette() {
 /// The real windows of a simulated agent, on a screen that nobody sees.
 class WindowsTest : public testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    static int count = 1;
-    static char name[] = "test";
-    static char* arguments[] = {name, nullptr};
-    sApplication = new QApplication(count, arguments);
-  }
-  static void TearDownTestSuite() { delete sApplication; }
   void begin() {
     scenario.writeTree();
     scenario.start(true);
@@ -283,7 +275,6 @@ class WindowsTest : public testing::Test {
   Scenario scenario;
 
  private:
-  static inline QApplication* sApplication = nullptr;
   std::optional<UserInterfaceSources> mSources;
   std::unique_ptr<AgentWindow> mWindow;
 };
@@ -314,8 +305,12 @@ TEST_F(WindowsTest, TheQueueIsWorkedByTheKeyboardAndByDragging) {
   list.selectRow(2);
   const std::unique_ptr<QMimeData> dragged(
       list.model()->mimeData({list.model()->index(2, 0), list.model()->index(2, 1)}));
+  // While C is being dragged to its place before A, the rows move.
+  commands.moveInQueue(2, 1);
+  commands.moveInQueue(0, 2);
   list.model()->dropMimeData(dragged.get(), Qt::MoveAction, 0, 0, {});
-  EXPECT_EQ(queue(), strings({c, a, b}));
+  EXPECT_EQ(queue(), strings({b, c, a})) << "before A, wherever both are by now";
+  commands.moveInQueue(0, 2);
   window.refresh();
   EXPECT_EQ(list.selectedRow(), 0u) << "what was selected stays so";
   the<QPushButton>("Move down").click();
@@ -334,7 +329,7 @@ TEST_F(WindowsTest, TheNextActionsAreFoundAsOneTypesAndTheWeekIsWalkedThrough) {
   scenario.action("Mail", daily(scenario.timeOfDay("18:00"), now()));
   const std::int64_t photos = scenario.action("Photos", daily(scenario.timeOfDay("18:00"), now()));
   begin();
-  open(Window::nextActions);
+  AgentWindow& window = open(Window::nextActions);
   auto& search = the<QLineEdit>();
   EXPECT_TRUE(search.hasFocus() || !search.isActiveWindow());
   search.setText("photo");
@@ -352,6 +347,10 @@ TEST_F(WindowsTest, TheNextActionsAreFoundAsOneTypesAndTheWeekIsWalkedThrough) {
               testing::HasSubstr("will wait for “Mail”"));
   press(week, Qt::Key_Down);
   EXPECT_THAT(week.accessibleDescription().toStdString(), testing::HasSubstr("Tomorrow"));
+  const QString chosen = week.accessibleDescription();
+  scenario.runFor(90);
+  window.refresh();
+  EXPECT_EQ(week.accessibleDescription(), chosen);
 }
 
 TEST_F(WindowsTest, PreferencesCountWhenClicked) {

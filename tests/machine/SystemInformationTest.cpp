@@ -81,9 +81,10 @@ TEST_F(SystemInformationTest, WritesTheProcesses) {
   machine.folder.makeFolder("Downloads");
   machine.processes.addProcess("/usr/bin/plain");
   machine.processes.startApplication("/opt/Some.app");
-  information.saveListProcess();
-  const std::string text =
-      contents(machine.machine.downloads + "/24_01_02 12_00_00 List Process.txt");
+  const auto path = information.saveListProcess();
+  ASSERT_TRUE(path);
+  EXPECT_EQ(*path, machine.machine.downloads + "/24_01_02 12_00_00 List Process.txt");
+  const std::string text = contents(*path);
   EXPECT_THAT(text, testing::ContainsRegex("PID=[0-9]+ \\(/usr/bin/plain\\)\n"));
   EXPECT_THAT(text, testing::ContainsRegex("PID=[0-9]+ Some \\(/opt/Some.app/"));
   EXPECT_THAT(text, HasSubstr("\n\n***** Login Items:\n"));

@@ -66,6 +66,8 @@ TEST_F(SiblingsTest, TheExecuteApplicationReportsItsProgress) {
   EXPECT_EQ(day.machine.userInterface.sizeCopied, 3'000'000'000);
   EXPECT_EQ(day.machine.userInterface.progress, 100);
   EXPECT_EQ(day.machine.userInterface.errors, 2);
+  for (const Window window : {Window::executionSurvey, Window::queue, Window::status})
+    EXPECT_EQ(day.machine.userInterface.windowChanges[window], 600);
   tell("SurveyReplyNotification", ZAN_Value::dictionary({{"ExecuteReplyMessage", "copying"}}));
   EXPECT_EQ(day.agent->supervisor().executeReply(), "copying");
 }

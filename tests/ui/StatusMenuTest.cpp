@@ -134,6 +134,17 @@ TEST_F(StatusMenuTest, volumesToMountAreNamedWithWhatTheyAre) {
   EXPECT_TRUE(day.agent->state().mMenuWasUsed);
 }
 
+TEST_F(StatusMenuTest, allDisksAreReadBeforeTheirWindowComesUp) {
+  const ZAN_MountVolume tools(day.machine.processes, day.machine.machine, day.machine.systemLog);
+  day.machine.volumes.installTool(day.machine.processes, tools.toolsFolder() + "/diskutil");
+  day.machine.volumes.plugIn({.name = "Archive"});
+  start();
+  choose("All disks…");
+  day.runFor(1);
+  EXPECT_THAT(day.machine.userInterface.texts[Window::allDisks], testing::HasSubstr("Archive"));
+  EXPECT_TRUE(day.machine.userInterface.windows.contains(Window::allDisks));
+}
+
 TEST_F(StatusMenuTest, notificationsAreListedAsStored) {
   start();
   const auto notifications = [&] { return find(menu->items(), "Last notifications")->fill(); };

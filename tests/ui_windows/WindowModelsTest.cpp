@@ -54,7 +54,9 @@ TEST_F(WindowModelsTest, TheQueueIsReorderedRunAndEmptiedButForWhatRuns) {
   SchedulerCommands& commands = scenario.agent->commands();
   QueueModel queue(sources());
   EXPECT_EQ(queue.summary(), "The queue is empty");
+  commands.setPreference("SchedulerPrefShowActionsQueue", 1);
   for (const std::int64_t ref : refs) EXPECT_TRUE(commands.launchAction(ref, false));
+  EXPECT_THAT(scenario.machine.userInterface.quiet, ElementsAre(Window::queue));
   scenario.runFor(5);
   ASSERT_THAT(column(queue, 0), ElementsAre("A", "B", "C", "D"));
   EXPECT_THAT(column(queue, 2), ElementsAre("Running", "Next", "Waiting", "Waiting"));
@@ -109,8 +111,14 @@ TEST_F(WindowModelsTest, TheNextActionsAreFoundByTheirWordsAndLaunched) {
 
   next.search("photos");
   WeekModel week(sources());
-  week.refresh(next);
+  EXPECT_TRUE(week.refresh(next));
   EXPECT_EQ(week.summary(), "7 runs, none at the same time") << "of the dated one found";
+  next.refresh();
+  EXPECT_FALSE(week.refresh(next)) << "nothing is new";
+  scenario.runFor(60);
+  EXPECT_TRUE(week.refresh(next)) << "a minute later";
+  next.search("");
+  EXPECT_TRUE(week.refresh(next));
 }
 
 TEST_F(WindowModelsTest, TheLatestActionsTellHowTheyEndedAndFailuresOfAWeekAreSummedUp) {
@@ -133,7 +141,8 @@ TEST_F(WindowModelsTest, TheLatestActionsTellHowTheyEndedAndFailuresOfAWeekAreSu
     (void)history.results().saveActionResults(
         ZAN_Value::dictionary(
             {{"Ref", 7}, {"Title", "Bad"}, {"Date", ZAN_Value::date(now() - 80000)}}),
-        {}, {}, ZAN_Value::array({"/home/a: no room", "/home/b: locked"}), {});
+        ZAN_Value::array({"/home/c"}), {},
+        ZAN_Value::array({"/home/a: no room", "/home/b: locked"}), ZAN_Value::array({"/home/d"}));
     history.log().addLog(logged("Old", 8 * 86400.0, 6));
     history.log().addLog(logged("Bad", 70000, 14));
     history.log().addLog(logged("Fine", 60000, 2));
@@ -144,7 +153,9 @@ TEST_F(WindowModelsTest, TheLatestActionsTellHowTheyEndedAndFailuresOfAWeekAreSu
   EXPECT_THAT(column(latest, 1), ElementsAre("Bad", "Fine"));
   EXPECT_EQ(latest.text(0, 2), "1:02:05");
   EXPECT_EQ(latest.text(0, 3), "Completed with errors");
-  EXPECT_THAT(latest.details(0), HasSubstr("/home/a: no room\n/home/b: locked"));
+  EXPECT_THAT(latest.details(0),
+              HasSubstr("Errors: 2\n/home/a: no room\n/home/b: locked\n\nLeft out: 1\n/home/d\n\n"
+                        "Files: 1\n/home/c"));
   EXPECT_EQ(latest.tone(0), WindowTable::Tone::alert);
   latest.setOnlyFailures(true);
   EXPECT_THAT(column(latest, 1), ElementsAre("Bad"));
@@ -189,7 +200,7 @@ TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
       EXPECT_EQ(scenario.store().settings().schedulerSettings().value(item.key), wanted);
     }
   }
-  EXPECT_EQ(changed, 31);
+  EXPECT_EQ(changed, 32);
   EXPECT_TRUE(scenario.agent->state().mScheduleDisabled);
   EXPECT_FALSE(scenario.machine.userInterface.statusItem) << "the icon is not wanted any more";
 }

@@ -173,6 +173,9 @@ PreferencesModel::Page PreferencesModel::messagesPage() const {
                              t.text("PrefMountMessage"), {}));
   page.items.push_back(check("SchedulerShowErrorWindows", &Preferences::mShowErrorWindows,
                              t.text("PrefErrorWindows"), {}));
+  Item report = item({}, Kind::command, t.text("PrefReportNow"), t.text("PrefReportNowHelp"), {});
+  report.perform = [this] { m.commands.sendDailyReportNow(); };
+  page.items.push_back(std::move(report));
   return page;
 }
 
@@ -244,6 +247,16 @@ PreferencesModel::Page PreferencesModel::networkPage() const {
   page.items.push_back(
       item("SchedulerPrefRemoteControlPassword", Kind::password, t.text("PrefRemotePassword"), {},
            [&prefs = m.preferences] { return ZAN_Value(prefs.mRemoteControlPassword); }));
+  constexpr const char* kAddresses = "SchedulerPrefRemoteControlAllowedAddresses";
+  page.items.push_back(item(kAddresses, Kind::text, t.text("PrefRemoteAddresses"),
+                            t.text("PrefRemoteAddressesHelp"), [&prefs = m.preferences] {
+                              const ZAN_Value stored = prefs.prefForKey(kAddresses);
+                              // Written by hand it may also be a list.
+                              std::string text = stored.string();
+                              for (const ZAN_Value& one : stored.elements())
+                                text += (text.empty() ? "" : ", ") + one.string();
+                              return ZAN_Value(text);
+                            }));
   return page;
 }
 

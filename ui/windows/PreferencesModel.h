@@ -21,6 +21,7 @@ class PreferencesModel {
     text,
     password,
     shortcut,  ///< data of 16 bytes, one bit a key
+    command,   ///< a button that does something; no value
     place,     ///< dragged on the screen; null puts it back where it was at first
     fact,      ///< only to be read
   };
@@ -33,6 +34,7 @@ class PreferencesModel {
     std::vector<std::string> choices = {};
     double least = 0, most = 0;
     std::string unit = {};
+    std::function<void()> perform = {};  ///< of a command
     std::string lacking = {};  ///< why it cannot be used on this machine; empty when it can
   };
   struct Page {
@@ -48,6 +50,11 @@ class PreferencesModel {
   /// The keys of a shortcut as words, "Ctrl+Shift+K"; empty for none. Without a name a key is its
   /// number.
   std::string shortcutText(const ZAN_Value& keys) const;
+  /// Whether these keys together are nothing that one types anyway: a key with Ctrl, Alt or Super,
+  /// or a function key.
+  static bool isShortcut(const ZAN_Value& keys);
+  /// Keys that a shortcut never holds, since they only switch something.
+  static bool isLock(std::size_t code);
 
  private:
   Page generalPage() const;

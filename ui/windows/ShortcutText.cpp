@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <string_view>
@@ -44,6 +45,17 @@ std::string keyName(std::string_view name, const ZAN_StringTable& t) {
   return std::string(name);
 }
 
+/// Of them those that do not go with typing, as Shift and AltGr do.
+constexpr std::array<std::size_t, 5> kCommanding{29, 97, 56, 125, 126};
+constexpr std::array<std::size_t, 3> kLocks{58, 69, 70};
+constexpr std::size_t kFirstFunctionKey = 59, kTenthFunctionKey = 68, kEleventhFunctionKey = 87,
+                      kTwelfthFunctionKey = 88;
+
+bool isFunctionKey(std::size_t code) {
+  return (code >= kFirstFunctionKey && code <= kTenthFunctionKey) || code == kEleventhFunctionKey ||
+         code == kTwelfthFunctionKey;
+}
+
 bool isDown(const ZAN_Value& keys, std::size_t code) {
   const auto bytes = keys.bytes();
   return code / 8 < bytes.size() && (std::to_integer<int>(bytes[code / 8]) >> (code % 8) & 1) != 0;
@@ -56,6 +68,20 @@ bool isModifier(std::size_t code) {
 }
 
 }  // namespace
+
+bool PreferencesModel::isLock(std::size_t code) {
+  return std::ranges::find(kLocks, code) != kLocks.end();
+}
+
+bool PreferencesModel::isShortcut(const ZAN_Value& keys) {
+  const bool commands =
+      std::ranges::any_of(kCommanding, [&](std::size_t code) { return isDown(keys, code); });
+  for (std::size_t code = 0; code < kKeys.size(); ++code) {
+    if (!isDown(keys, code) || isModifier(code) || isLock(code)) continue;
+    if (commands || isFunctionKey(code)) return true;
+  }
+  return false;
+}
 
 std::string PreferencesModel::shortcutText(const ZAN_Value& keys) const {
   std::string text;
