@@ -85,7 +85,8 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   Logind logind(loop, *log);
   LogindPower power(logind, wakeAlarm(machine));
   NoInput noInput;
-  HeadlessUserInterface headless(loop, [&log](const std::string& line) { log->write(line); });
+  HeadlessUserInterface headless(
+      loop, [&log](const std::string& line) { log->write(line); }, !options.headless);
   if (qt.desktop != nullptr) qt.desktop->begin({loop, clock, machine, *log});
   Input& input = qt.desktop != nullptr ? qt.desktop->input() : noInput;
   UserInterface& userInterface = qt.desktop != nullptr ? qt.desktop->userInterface() : headless;
@@ -103,7 +104,13 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
                              notifications, *log, volumes, network, services, serverSockets,
                              &agentObject});
   scheduler->store().saveInBackground(loop);
-  if (qt.desktop != nullptr) qt.desktop->attach(scheduler->userInterfaceSources());
+  if (qt.desktop != nullptr) {
+    qt.desktop->attach(scheduler->userInterfaceSources());
+    qt.desktop->whenLost([&] {
+      log->write("The display has gone; the scheduler goes on without windows");
+      scheduler->goOnWithoutDesktop();
+    });
+  }
   terminations.watch(loop, [&](int number) {
     log->write(std::string("Ended by ") + strsignal(number));
     scheduler->terminateBySelf();

@@ -299,6 +299,7 @@ void MainScheduler::wireDrive() {
     mHistory.reloadProgrammedHistoryList();
     mPlatform.userInterface.windowChanged(Window::latestActions);
   };
+  mDispatch.onDesktopOffered = [this](const auto& desktop) { moveTo(desktop); };
   mDispatch.onTerminateWhenAllDone = [this] { mMustTerminateWhenAllDone = true; };
 }
 
@@ -401,6 +402,7 @@ void MainScheduler::applicationDidFinishLaunching() {
     return;
   }
 
+  waitForExecutionsLeftBehind();
   if (mPlatform.agentObject != nullptr) mPlatform.agentObject->appear(mAnswers);
   mStatusItem.createStatusItem();
   loop.performAfter(5.0, [this] { mFloatingIcon.applyMode(); });
@@ -450,8 +452,13 @@ void MainScheduler::leaveToTheOtherInstance() {
   const std::string& text = mTexts.text("SchedulerLaunchedMultipleText");
   mLog.addSchedulerLog(LogCode::message, text);
   mPlatform.notifications.stopObserving(std::string(kSchedulerNotification));
+  ZAN_Value desktop;
+  for (const auto& [name, value] : mPlatform.userInterface.desktop()) {
+    if (desktop.isNull()) desktop = ZAN_Value::dictionary({});
+    desktop.setValue(name, value);
+  }
   mPlatform.notifications.post(
-      {std::string(kSchedulerNotification), "ShowAllVisibleWindowsActions", {}});
+      {std::string(kSchedulerNotification), "ShowAllVisibleWindowsActions", desktop});
   mMessages.showMessageImmediatly(mTexts.text("SchedulerLaunchedMultiple"), text,
                                   kOtherInstanceMessageSeconds, false);
   mPlatform.clock.sleep(kOtherInstanceBlockSeconds);
@@ -582,6 +589,35 @@ void MainScheduler::relaunchScheduler() {
   }
   mSelfRelaunch = true;
   terminateBySelf();
+}
+
+void MainScheduler::goOnWithoutDesktop() {
+  if (mTerminateBySelf) return;
+  mQueue.saveWithWaitingHead();
+  mSelfRelaunch = true;
+  terminateBySelf();
+}
+
+/// Nothing is launched beside an execution that an agent before this one has left running.
+void MainScheduler::waitForExecutionsLeftBehind() {
+  if (!mSiblingWatch.isExecuteAppLaunched()) return;
+  const ReferenceTime hold = mPlatform.clock.now() + kHoldAfterRelaunch;
+  if (mState.mPauseBeforeNextStep.at() < hold) mState.holdBackUntil(hold);
+  mRunLoop.performAfter(1.0, [this] { waitForExecutionsLeftBehind(); });
+}
+
+/// An agent that has come to be without windows gets them where another was started.
+void MainScheduler::moveTo(const std::map<std::string, std::string>& desktop) {
+  if (mPlatform.userInterface.moveTo(desktop)) relaunchAfterExecution();
+}
+
+void MainScheduler::relaunchAfterExecution() {
+  if (mSupervisor.isExecuting()) {
+    mRunLoop.performAfter(1.0, [this] { relaunchAfterExecution(); });
+    return;
+  }
+  mQueue.saveWithWaitingHead();
+  relaunchScheduler();
 }
 
 void MainScheduler::applicationShouldTerminate() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -78,6 +79,9 @@ class MainScheduler {
   void terminateBySelf();
   /// The same, and the process goes on as a fresh run of the agent.
   void relaunchScheduler();
+  /// The desktop has gone. Everything is saved, the queue with a head that does not run yet, and
+  /// this process replaced by one without windows. Returns only when it cannot be replaced.
+  void goOnWithoutDesktop();
   /// The system is about to sleep, or has just woken.
   void machineWillSleep() { mTick.machineWillSleep(); }
 
@@ -122,6 +126,9 @@ class MainScheduler {
   void checkStartupDiskAgain();
   void showShortcutTargets(int operation);
   void refreshToolTip(const std::string& text);
+  void waitForExecutionsLeftBehind();
+  void moveTo(const std::map<std::string, std::string>& desktop);
+  void relaunchAfterExecution();
   void applicationShouldTerminate();
   void applicationWillTerminate();
   void recordActivity(std::int64_t status);

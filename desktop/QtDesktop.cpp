@@ -4,7 +4,12 @@
 #include <QDir>
 #include <QFile>
 #include <QLibraryInfo>
+#include <QThread>
 #include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <utility>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "desktop/ScreenInput.h"
@@ -47,6 +52,43 @@ QByteArray platformThatAnswers(std::string& reason) {
 
 }  // namespace
 
+/// Qt ends the process when its display goes: on X11 by `exit`, on Wayland by a last message and
+/// then in a way that nobody is told of.
+class QtDesktop::Loss {
+ public:
+  std::function<void()> lost;
+
+  /// Stands by until the process ends, and as long as the application is there.
+  static std::shared_ptr<Loss> make(QCoreApplication& application) {
+    auto loss = std::make_shared<Loss>();
+    application.setProperty(kLoss, QVariant::fromValue<void*>(loss.get()));
+    auto atExit = std::make_unique<std::weak_ptr<Loss>>(loss);
+    const auto ends = [](int, void* weak) {
+      const std::unique_ptr<std::weak_ptr<Loss>> own(static_cast<std::weak_ptr<Loss>*>(weak));
+      if (const auto still = own->lock()) still->tell();
+    };
+    if (on_exit(ends, atExit.get()) == 0) static_cast<void>(atExit.release());
+    qInstallMessageHandler(
+        [](QtMsgType type, const QMessageLogContext& context, const QString& text) {
+          std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, text)));
+          const QCoreApplication* application = QCoreApplication::instance();
+          if (application == nullptr || application->thread() != QThread::currentThread()) return;
+          if (type != QtFatalMsg && !text.startsWith(kWaylandBroke)) return;
+          const QVariant known = application->property(kLoss);
+          if (auto* one = static_cast<Loss*>(known.value<void*>())) one->tell();
+        });
+    return loss;
+  }
+
+  void tell() {
+    if (const auto call = std::exchange(lost, {})) call();
+  }
+
+ private:
+  static constexpr const char* kLoss = "corvanaLoss";
+  static constexpr QLatin1String kWaylandBroke{"The Wayland connection"};
+};
+
 std::unique_ptr<QtDesktop> QtDesktop::open(int& count, char** arguments, std::string& reason) {
   const bool wasSet = qEnvironmentVariableIsSet(kPlatform);
   const QByteArray before = qgetenv(kPlatform);
@@ -79,7 +121,14 @@ QtDesktop::QtDesktop(int& count, char** arguments) : mApplication(count, argumen
   std::setlocale(LC_NUMERIC, "C");
 }
 
-QtDesktop::~QtDesktop() = default;
+QtDesktop::~QtDesktop() {
+  if (mLoss != nullptr) qInstallMessageHandler(nullptr);
+}
+
+void QtDesktop::whenLost(std::function<void()> lost) {
+  if (mLoss == nullptr) mLoss = Loss::make(mApplication);
+  mLoss->lost = std::move(lost);
+}
 
 void QtDesktop::begin(const Services& services) {
   mInput = X11Input::make();
@@ -92,6 +141,9 @@ void QtDesktop::attach(const UserInterfaceSources& sources) {
   mUserInterface->attach(sources);
 }
 
-void QtDesktop::end() { mUserInterface->end(); }
+void QtDesktop::end() {
+  if (mLoss != nullptr) mLoss->lost = {};
+  mUserInterface->end();
+}
 
 }  // namespace corvana

@@ -26,9 +26,13 @@ class QtDesktop final : public Desktop {
   UserInterface& userInterface() override { return *mUserInterface; }
   Input& input() override { return *mInput; }
   void attach(const UserInterfaceSources& sources) override;
+  void whenLost(std::function<void()> lost) override;
   void end() override;
 
  private:
+  class Loss;
+
+  std::shared_ptr<Loss> mLoss;
   QApplication mApplication;
   std::unique_ptr<Input> mInput;
   std::unique_ptr<DesktopLanguage> mLanguage;

@@ -366,6 +366,14 @@ void QtUserInterface::setActionExecuted(std::int64_t sizeCopied, int progress,
   }
 }
 
+std::map<std::string, std::string> QtUserInterface::desktop() const {
+  std::map<std::string, std::string> desktop;
+  for (const char* name : kDesktopVariables) {
+    if (qEnvironmentVariableIsSet(name)) desktop[name] = qgetenv(name).toStdString();
+  }
+  return desktop;
+}
+
 void QtUserInterface::ask(Window window, const std::string& title, const std::string& text,
                           std::function<void(bool)> answer) {
   if (mPrivate->questions == nullptr) return;

@@ -51,6 +51,8 @@ class QtUserInterface final : public UserInterface {
   void setFloatingIconOpacity(double percent) override;
   void setActionExecuted(std::int64_t sizeCopied, int progress, std::int64_t errors) override;
 
+  std::map<std::string, std::string> desktop() const override;
+
   void ask(Window window, const std::string& title, const std::string& text,
            std::function<void(bool)> answer) override;
   void alert(const std::string& title, const std::string& text, const std::string& button) override;

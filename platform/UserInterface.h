@@ -1,7 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,11 @@ enum class Window {
   queue, nextActions, latestActions, status, mountVolumes, allDisks, volumesFolderError, lowSpace,
   startupDisk, errorSummary, executionSurvey, preferences, update, floatingIcon
 };
+
+/// The variables of the environment that lead to a desktop.
+inline constexpr std::array<const char*, 4> kDesktopVariables{"DISPLAY", "XAUTHORITY",
+                                                              "WAYLAND_DISPLAY",
+                                                              "XDG_CURRENT_DESKTOP"};
 
 struct MessageWindow {
   std::string title;
@@ -79,6 +86,12 @@ class UserInterface {
   /// Asks, and calls back with true for the confirming answer.
   virtual void ask(Window window, const std::string& title, const std::string& text,
                    std::function<void(bool)> answer) = 0;
+  /// Where its windows are, as names and values of the environment; empty for one without windows.
+  virtual std::map<std::string, std::string> desktop() const { return {}; }
+  /// Of one that has lost its desktop, or never found it: the next start of the program looks for
+  /// windows there. False when it has windows or is not to have any.
+  virtual bool moveTo(const std::map<std::string, std::string>& /*desktop*/) { return false; }
+
   /// An alert that leaves nothing to decide.
   virtual void alert(const std::string& title, const std::string& text, const std::string& button) = 0;
 };

@@ -203,7 +203,12 @@ void NotificationDispatch::showPendingActions(const ZAN_Value&) {
 
 void NotificationDispatch::showLatestActions(const ZAN_Value&) { m.controls.showLatestActions(); }
 
-void NotificationDispatch::showAllVisibleWindows(const ZAN_Value&) {
+void NotificationDispatch::showAllVisibleWindows(const ZAN_Value& userInfo) {
+  std::map<std::string, std::string> desktop;
+  for (const char* name : kDesktopVariables) {
+    if (userInfo[name].isString()) desktop[name] = userInfo.string(name);
+  }
+  if (!desktop.empty() && onDesktopOffered) onDesktopOffered(desktop);
   m.controls.bringWindowsToFront();
 }
 

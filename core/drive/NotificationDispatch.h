@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <span>
 #include <string_view>
 
@@ -64,6 +65,8 @@ class NotificationDispatch {
   std::function<void()> onHistoryChanged;
   /// The agent ends once everything asked for is done.
   std::function<void()> onTerminateWhenAllDone;
+  /// The agent was started again on a desktop, whose variables of the environment these are.
+  std::function<void(const std::map<std::string, std::string>&)> onDesktopOffered;
 
   /// Listens from now on, until the end.
   void observe();
@@ -100,7 +103,7 @@ class NotificationDispatch {
   void quitProcess(const ZAN_Value&);
   void showPendingActions(const ZAN_Value&);
   void showLatestActions(const ZAN_Value&);
-  void showAllVisibleWindows(const ZAN_Value&);
+  void showAllVisibleWindows(const ZAN_Value& userInfo);
   void launchShutDownActions(const ZAN_Value&);
   void shutDownMac(const ZAN_Value&);
   void sendReportEmail(const ZAN_Value&);

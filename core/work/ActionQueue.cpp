@@ -100,10 +100,15 @@ void ActionQueue::changed() {
   if (onQueueChanged) onQueueChanged();
 }
 
-void ActionQueue::saveActionsQueue() {
+void ActionQueue::saveActionsQueue() { save(1); }
+
+void ActionQueue::saveWithWaitingHead() { save(mHeadIsRunning ? 1 : 0); }
+
+void ActionQueue::save(std::size_t first) {
   ZAN_Value list = ZAN_Value::array();
   if (m.preferences.mPrefKeepQueueAtShutdown != 0)
-    for (std::size_t i = 1; i < mActionsList.size(); ++i) list.append(mActionsList[i].toValue());
+    for (std::size_t i = first; i < mActionsList.size(); ++i)
+      list.append(mActionsList[i].toValue());
   m.preferences.setPref("SchedulerActionsToDoList", list);
   if (const Outcome saved = m.preferences.savePrefs(); !saved)
     m.platform.systemLog.write("The queue could not be saved: " + saved.error().text);

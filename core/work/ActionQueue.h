@@ -58,6 +58,8 @@ class ActionQueue {
   /// Stores the queue without its head in the preferences (an empty list when the queue is not to
   /// be kept) and saves them.
   void saveActionsQueue();
+  /// The same for a process that another one replaces: a head that does not run is kept too.
+  void saveWithWaitingHead();
   /// Appends what was stored, in order and with its dates; nothing when the agent was started from
   /// another machine or the queue is not to be kept. Elements that are no records are skipped.
   void restoreActionsQueue();
@@ -105,6 +107,7 @@ class ActionQueue {
   void removeHead();
 
  private:
+  void save(std::size_t first);
   QueueAddition add(const QueueRecord& record, int row, bool manualLaunch, bool remoteLaunch,
                     ReferenceTime scheduleDate);
   void changed();

@@ -1,13 +1,28 @@
 #include "platform/linux/HeadlessUserInterface.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace corvana {
 
 HeadlessUserInterface::HeadlessUserInterface(RunLoop& runLoop,
-                                             std::function<void(const std::string&)> log)
-    : mRunLoop(runLoop), mLog(std::move(log)) {}
+                                             std::function<void(const std::string&)> log,
+                                             bool wantsWindows)
+    : mRunLoop(runLoop), mLog(std::move(log)), mWantsWindows(wantsWindows) {}
+
+bool HeadlessUserInterface::moveTo(const std::map<std::string, std::string>& desktop) {
+  if (!mWantsWindows || desktop.empty()) return false;
+  for (const char* name : kDesktopVariables) {
+    const auto value = desktop.find(name);
+    if (value == desktop.end()) {
+      unsetenv(name);
+    } else {
+      setenv(name, value->second.c_str(), 1);
+    }
+  }
+  return true;
+}
 
 void HeadlessUserInterface::tell(const std::string& what, const std::string& title,
                                  const std::string& text) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 
@@ -14,8 +15,10 @@ namespace corvana {
 /// there: not confirmed.
 class HeadlessUserInterface final : public UserInterface {
  public:
-  /// `log` takes one line without its end.
-  HeadlessUserInterface(RunLoop& runLoop, std::function<void(const std::string&)> log);
+  /// `log` takes one line without its end; `wantsWindows`: only for want of a desktop there are
+  /// none.
+  HeadlessUserInterface(RunLoop& runLoop, std::function<void(const std::string&)> log,
+                        bool wantsWindows = false);
 
   void openMessageWindow(const MessageWindow& message) override;
   void closeMessageWindow() override {}
@@ -54,6 +57,8 @@ class HeadlessUserInterface final : public UserInterface {
   void setActionExecuted(std::int64_t /*sizeCopied*/, int /*progress*/,
                          std::int64_t /*errors*/) override {}
 
+  bool moveTo(const std::map<std::string, std::string>& desktop) override;
+
   void ask(Window window, const std::string& title, const std::string& text,
            std::function<void(bool)> answer) override;
   void alert(const std::string& title, const std::string& text, const std::string& button) override;
@@ -66,6 +71,7 @@ class HeadlessUserInterface final : public UserInterface {
 
   RunLoop& mRunLoop;
   std::function<void(const std::string&)> mLog;
+  bool mWantsWindows;
   std::string mStatusTitle;
   bool mHasStatusItem = false;
   bool mStrayFolders = false;

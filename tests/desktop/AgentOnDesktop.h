@@ -60,17 +60,11 @@ class AgentOnDesktop : public testing::Test {
         GTEST_SKIP() << "there is no " << program;
       }
     }
-    server.start(QStringLiteral("Xvfb"),
-                 {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
-                  QStringLiteral("0"), QStringLiteral("1024x700x24"), QStringLiteral("-nolisten"),
-                  QStringLiteral("tcp")});
-    ASSERT_TRUE(until([this] { return server.canReadLine(); }));
     environment = QProcessEnvironment::systemEnvironment();
-    const QByteArray display = ":" + server.readLine().trimmed();
-    screen.emplace(display);
-    environment.insert(QStringLiteral("DISPLAY"), display);
+    startServer();
     environment.insert(QStringLiteral("HOME"), home.path());
     environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.path());
+    if (HasFatalFailure()) return;
     // Qt leaves the menu's copy for the bus behind.
     environment.insert(QStringLiteral("ASAN_OPTIONS"), QStringLiteral("detect_leaks=0"));
     environment.insert(QStringLiteral("LANG"), QStringLiteral("C.UTF-8"));
@@ -78,6 +72,17 @@ class AgentOnDesktop : public testing::Test {
          {"QT_QPA_PLATFORM", "WAYLAND_DISPLAY", "XDG_CONFIG_HOME", "LANGUAGE", "LC_ALL"}) {
       environment.remove(QString::fromLatin1(name));
     }
+  }
+
+  void startServer() {
+    server.start(QStringLiteral("Xvfb"),
+                 {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
+                  QStringLiteral("0"), QStringLiteral("1024x700x24"), QStringLiteral("-nolisten"),
+                  QStringLiteral("tcp")});
+    ASSERT_TRUE(until([this] { return server.canReadLine(); }));
+    const QByteArray display = ":" + server.readLine().trimmed();
+    screen.emplace(display);
+    environment.insert(QStringLiteral("DISPLAY"), display);
   }
 
   void TearDown() override {

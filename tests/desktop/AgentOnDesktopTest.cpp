@@ -1,3 +1,5 @@
+#include <QRegularExpression>
+
 #include "tests/desktop/AgentOnDesktop.h"
 
 namespace corvana {
@@ -159,6 +161,38 @@ TEST_F(AgentOnDesktop, drawsEveryWindowThatItsMenuOpens) {
     // Smooth letters have many shades; an empty window has a few.
     EXPECT_TRUE(until([&] { return coloursOf(screen->picture(shown.place)) > 30; }));
   }
+}
+
+/// Nothing that waits is lost with the screen, and the agent comes to the next one.
+TEST_F(AgentOnDesktop, goesOnWithoutItsDisplay) {
+  prefer(R"("SchedulerPrefScheduleDisabled": 1)");
+  const QByteArray added = command(
+      {QStringLiteral("add"), QStringLiteral("Letters"), QStringLiteral("--source"), home.path(),
+       QStringLiteral("--destination"), home.path(), QStringLiteral("--force")});
+  const auto ref = QRegularExpression(QStringLiteral("[0-9]{6,}")).match(added).captured();
+  startAgent();
+  ASSERT_TRUE(untilRuns());
+  command({QStringLiteral("launch"), ref});
+  ASSERT_TRUE(command({QStringLiteral("queue")}).contains("Letters"));
+  ASSERT_TRUE(untilShown(QStringLiteral("Automatic execution is off"))) << titles();
+
+  screen.reset();
+  server.kill();
+  server.waitForFinished();
+  const QByteArray number = QByteArray::number(agent.processId());
+  EXPECT_TRUE(until(
+      [this] { return command({QStringLiteral("log")}).count("Launch Corvana Scheduler") == 2; }));
+  EXPECT_TRUE(until([&] { return command({QStringLiteral("status")}).contains(number); }));
+  EXPECT_TRUE(command({QStringLiteral("queue")}).contains("Letters"));
+
+  startServer();
+  command(
+      {QStringLiteral("post"), QStringLiteral("agent"),
+       QStringLiteral("ShowAllVisibleWindowsActions"),
+       QStringLiteral("{\"DISPLAY\": \"%1\"}").arg(environment.value(QStringLiteral("DISPLAY")))});
+  EXPECT_TRUE(until([this] { return !screen->windows().isEmpty(); }));
+  EXPECT_TRUE(until([&] { return command({QStringLiteral("status")}).contains(number); }));
+  EXPECT_TRUE(command({QStringLiteral("queue")}).contains("Letters"));
 }
 
 }  // namespace

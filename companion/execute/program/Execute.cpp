@@ -1,3 +1,5 @@
+#include <signal.h>
+
 #include <QCoreApplication>
 #include <algorithm>
 #include <clocale>
@@ -107,6 +109,8 @@ int main(int count, char** words) {
     std::cerr << arguments.error().text << '\n' << corvana::kUsage;
     return 2;
   }
+  // Whoever reads what it prints may be gone; the copy goes on.
+  signal(SIGPIPE, SIG_IGN);
   qputenv("QT_NO_GLIB", "1");
   const QCoreApplication application(count, words);
   // It has taken over the user's decimal sign; numbers in files have a point.
