@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "actions/ActionStore.h"
+#include "platform/Clock.h"
 
 namespace corvana {
 
@@ -80,14 +81,18 @@ void ActionResults::updateActionResults() {
 
 std::vector<ActionResults::Written> ActionResults::notYetMerged() {
   refresh(mFiles);
-  const auto mergedUntil = mFiles.list.at(0)[kMergedUntil].asDate();
+  const ReferenceTime now = mStore.clock().now();
+  const auto until = mergedUntil();
   const std::string folder = mStore.folder().historyFolderPath();
   std::vector<Written> fresh;
   for (const std::string& name : ZAN_FilesUtils::listFolder(folder).valueOr({})) {
     if (ZAN_FilesUtils::pathExtension(name) != kExtension) continue;
     const std::string path = ZAN_FilesUtils::joinedPath(folder, name);
-    const auto date = ZAN_FilesUtils::modificationDate(path);
-    if (!date || (mergedUntil && *date <= *mergedUntil)) continue;
+    auto date = ZAN_FilesUtils::modificationDate(path);
+    if (!date || (until && *date <= *until)) continue;
+    // With a date ahead of now it would be taken in again and again, and those that come until then
+    // never.
+    if (*date > now && ZAN_FilesUtils::setModificationDate(path, now)) date = now;
     fresh.push_back({{}, path, date});
   }
   // More than the lists take need not be read, when a folder of years is looked through at once.
@@ -98,6 +103,15 @@ std::vector<ActionResults::Written> ActionResults::notYetMerged() {
   return fresh;
 }
 
+std::optional<ReferenceTime> ActionResults::mergedUntil() const {
+  const ReferenceTime now = mStore.clock().now();
+  const auto noted = mFiles.list.at(0)[kMergedUntil].asDate();
+  if (!noted || *noted <= now) return noted;
+  // It was taken from a file dated ahead. The list was saved when that one was taken in.
+  const auto saved = ZAN_FilesUtils::modificationDate(mStore.folder().pathOf(DataFolder::kFiles));
+  return saved && *saved <= now ? saved : std::nullopt;
+}
+
 void ActionResults::addActionResultsFromFile(const std::string& path) {
   mergeAndSave({{{}, path, {}}});
 }
@@ -106,6 +120,7 @@ void ActionResults::mergeAndSave(const std::vector<Written>& all) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kFiles);
   refresh(mFiles);
   refresh(mErrors);
+  const ReferenceTime now = mStore.clock().now();
   bool filesChanged = false;
   bool errorsChanged = false;
   // One after the other, since all of them together may be larger than the memory.
@@ -115,9 +130,9 @@ void ActionResults::mergeAndSave(const std::vector<Written>& all) {
     filesChanged |= merge(mFiles, results);
     errorsChanged |= merge(mErrors, results);
     ZAN_Value header = mFiles.list.at(0);
-    const auto before = header[kMergedUntil].asDate();
+    const auto before = mergedUntil();
     // Of the two lists the one of the files remembers how far the results were taken in.
-    if (written.date && (!before || *before < *written.date)) {
+    if (written.date && *written.date <= now && (!before || *before < *written.date)) {
       header.setValue(kMergedUntil, ZAN_Value::date(*written.date));
       mFiles.list.setAt(0, header);
       filesChanged = true;

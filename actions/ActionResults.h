@@ -78,6 +78,9 @@ class ActionResults {
     std::optional<ReferenceTime> date;
   };
   std::vector<Written> notYetMerged();
+  /// How far the results were taken in; nothing when a clock that was wrong has left no useful
+  /// date.
+  std::optional<ReferenceTime> mergedUntil() const;
   void mergeAndSave(const std::vector<Written>& all);
   std::string pathFor(std::int64_t reference, ReferenceTime date) const;
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
 
 #include "StoreHome.h"
 
@@ -180,6 +181,24 @@ TEST_F(HistoryFiles, ResultsAreFoundAndMergedIntoTheLatestLists) {
   history.results().clearLatestFiles();
   EXPECT_EQ(otherHistory.results().latestFilesCount(), 0U);
   EXPECT_EQ(otherHistory.results().latestErrorsCount(), 1U);
+
+  // One dated ahead is taken in once and keeps nobody out, nor does what it left in the list.
+  const ReferenceTime ahead = machine.clock.now() + 4'000'000'000;
+  ASSERT_TRUE(ZAN_FilesUtils::setModificationDate(*path, ahead));
+  history.results().updateActionResults();
+  EXPECT_EQ(otherHistory.results().latestFilesCount(), 1U);
+  history.results().clearLatestFiles();
+  std::filesystem::copy_file(*path, *path + ".cvahisto");
+  history.results().updateActionResults();
+  EXPECT_EQ(otherHistory.results().latestFilesCount(), 1U);
+  history.results().clearLatestFiles();
+  history.results().updateActionResults();
+  EXPECT_EQ(otherHistory.results().latestFilesCount(), 0U);
+  ZAN_Value list = store.files().readListFromFile(DataFolder::kFiles);
+  list.setAt(0, ZAN_Value::dictionary({{"MergedUntil", ZAN_Value::date(ahead)}}));
+  ASSERT_TRUE(store.files().writeListToFile(list, DataFolder::kFiles));
+  history.results().updateActionResults();
+  EXPECT_GT(otherHistory.results().latestFilesCount(), 0U);
 }
 
 }  // namespace
