@@ -45,6 +45,15 @@ std::string_view cutOnCodePoint(std::string_view text, std::size_t limit) {
   return text.substr(0, limit);
 }
 
+Result<ZAN_Descriptor> openForReading(const std::string& path, struct stat& status) {
+  // Without O_NONBLOCK, opening a pipe that somebody put in the file's place would wait for ever.
+  ZAN_Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file || ::fstat(file.get(), &status) != 0)
+    return failure(ErrorKind::unreadable, path, errno);
+  if (!S_ISREG(status.st_mode)) return Error{ErrorKind::unreadable, path + ": not a file"};
+  return file;
+}
+
 }  // namespace
 
 std::string_view ZAN_FilesUtils::lastPathComponent(std::string_view path) {
@@ -128,12 +137,10 @@ Outcome ZAN_FilesUtils::setModificationDate(const std::string& path, ReferenceTi
 }
 
 Result<ZAN_FileContents> ZAN_FilesUtils::readFile(const std::string& path, std::uint64_t limit) {
-  // Without O_NONBLOCK, opening a pipe that somebody put in the file's place would wait for ever.
-  const ZAN_Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status;
-  if (!file || ::fstat(file.get(), &status) != 0)
-    return failure(ErrorKind::unreadable, path, errno);
-  if (!S_ISREG(status.st_mode)) return Error{ErrorKind::unreadable, path + ": not a file"};
+  const auto opened = openForReading(path, status);
+  if (!opened) return opened.error();
+  const ZAN_Descriptor& file = *opened;
   const Error tooLarge{ErrorKind::limit, path + ": too large"};
   if (static_cast<std::uint64_t>(status.st_size) > limit) return tooLarge;
 
@@ -156,6 +163,23 @@ Result<ZAN_FileContents> ZAN_FilesUtils::readFile(const std::string& path, std::
   if (length > limit) return tooLarge;
   bytes.resize(length);
   return contents;
+}
+
+Result<std::string> ZAN_FilesUtils::readBeginning(const std::string& path, std::size_t most) {
+  struct stat status;
+  const auto file = openForReading(path, status);
+  if (!file) return file.error();
+  std::string bytes(std::min(most, static_cast<std::size_t>(status.st_size)), '\0');
+  std::size_t length = 0;
+  while (length < bytes.size()) {
+    const ssize_t count = ::read(file->get(), bytes.data() + length, bytes.size() - length);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return failure(ErrorKind::unreadable, path, errno);
+    if (count == 0) break;
+    length += static_cast<std::size_t>(count);
+  }
+  bytes.resize(length);
+  return bytes;
 }
 
 Outcome ZAN_FilesUtils::appendToFile(const std::string& path, std::string_view text,

@@ -76,6 +76,9 @@ class ZAN_FilesUtils {
   static Result<ZAN_FileContents> readFile(const std::string& path,
                                            std::uint64_t limit = std::uint64_t{1} << 30);
 
+  /// The first `most` bytes of a file, or all that it has; errors as of `readFile`.
+  static Result<std::string> readBeginning(const std::string& path, std::size_t most);
+
   /// Adds to the end of a file, which is created when missing; for logs that grow by lines.
   static Outcome appendToFile(const std::string& path, std::string_view text, bool synchronise);
 

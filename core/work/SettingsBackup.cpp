@@ -25,13 +25,13 @@ constexpr double kInterval = 7200;
 constexpr double kDay = 86400;
 constexpr std::size_t kLongestLog = 51;
 constexpr std::size_t kLinesKept = 45;
-constexpr std::uint64_t kLargestLog = 1 << 20;
+constexpr std::size_t kMostRead = 1 << 20;
 
-/// The first lines of the log of earlier copies, when there are many.
+/// The first lines of the log of earlier copies, when there are many; of more than anybody wants to
+/// read, the newest whole lines.
 std::string keptLog(const std::string& path) {
-  auto file = ZAN_FilesUtils::readFile(path, kLargestLog);
-  if (!file) return {};
-  const std::string& log = file->bytes;
+  std::string log = ZAN_FilesUtils::readBeginning(path, kMostRead).valueOr({});
+  if (log.size() == kMostRead) log.resize(std::min(log.rfind('\n'), log.size()));
   const auto lines = static_cast<std::size_t>(std::count(log.begin(), log.end(), '\n')) + 1;
   if (lines < kLongestLog) return log;
   std::size_t end = 0;

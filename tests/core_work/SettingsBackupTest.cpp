@@ -129,6 +129,11 @@ TEST_F(SettingsBackupTest, KeepsTheNewestLinesOfItsLog) {
   EXPECT_THAT(textOf(logIn("Stick")), testing::EndsWith("\nline 45"));
   EXPECT_EQ(linesAfter(51), 46);
   EXPECT_EQ(linesAfter(50), 51);
+
+  write(logIn("Stick"), "newest\nsecond\n" + std::string(2 << 20, 'x'));
+  age("Stick", 7201);
+  run();
+  EXPECT_THAT(textOf(logIn("Stick")), testing::EndsWith("\nnewest\nsecond"));
 }
 
 TEST_F(SettingsBackupTest, AFolderInTroubleKeepsItsDateAndHoldsNobodyUp) {
