@@ -297,7 +297,7 @@ void MainScheduler::wireDrive() {
   mDispatch.onHistoryChanged = [this] {
     mHistory.results().updateActionResults();
     mHistory.reloadProgrammedHistoryList();
-    mPlatform.userInterface.windowChanged(Window::latestActions);
+    listsChanged();
   };
   mDispatch.onDesktopOffered = [this](const auto& desktop) { moveTo(desktop); };
   mDispatch.onTerminateWhenAllDone = [this] { mMustTerminateWhenAllDone = true; };
@@ -343,8 +343,7 @@ void MainScheduler::setUp() {
   mDispatch.setMainAppReceivesNotifications(mState.mMainAppLaunched);
   mPreferences.loadPrefs();
   mContexts.setContextMode(mPreferences.prefForKey("SchedulerPrefCurrentContext").integerValue());
-  mState.mErrorInExecution =
-      static_cast<int>(mPreferences.prefForKey("SchedulerPrefErrorInExecution").integerValue());
+  mState.mErrorInExecution = mPreferences.integer("SchedulerPrefErrorInExecution", 0);
   readShortcut();
   mTree.rootItem();
   mTree.repairReferencesIfDuplicates();

@@ -92,9 +92,9 @@ void Controls::changeExecutionStatus(int item) {
   if (item == 2) disableSchedule();
 }
 
-void Controls::setContextMode(int context) { m.contexts.setContextMode(context); }
+void Controls::setContextMode(std::int64_t context) { m.contexts.setContextMode(context); }
 
-void Controls::setContext(int context) { m.contexts.setContext(context); }
+void Controls::setContext(std::int64_t context) { m.contexts.setContext(context); }
 
 void Controls::pauseExecution() { togglePause(true); }
 
@@ -291,7 +291,7 @@ void Controls::setPreference(const std::string& key, const ZAN_Value& value) {
     return;
   }
   if (key == "SchedulerPrefCurrentContext") {
-    setContext(static_cast<int>(value.integerValue()));
+    setContext(value.integerValue());
     return;
   }
   m.preferences.setPref(key, value);

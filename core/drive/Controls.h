@@ -89,8 +89,8 @@ class Controls : public SchedulerCommands {
   void disableSchedule() override { setSchedulerActive(false); }
   void disableScheduleWhenAllDone() override;
   void changeExecutionStatus(int item) override;
-  void setContextMode(int context) override;
-  void setContext(int context) override;
+  void setContextMode(std::int64_t context) override;
+  void setContext(std::int64_t context) override;
   void pauseExecution() override;
   void continueExecution() override;
   void stopExecution() override;

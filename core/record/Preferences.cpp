@@ -1,6 +1,7 @@
 #include "core/record/Preferences.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "actions/SettingsFiles.h"
@@ -74,7 +75,10 @@ Outcome Preferences::savePrefs(bool synchronise) {
 
 int Preferences::integer(std::string_view key, int builtIn) {
   const ZAN_Value value = prefForKey(key);
-  return value.isNull() ? builtIn : static_cast<int>(value.integerValue());
+  using Int = std::numeric_limits<int>;
+  return value.isNull() ? builtIn
+                        : static_cast<int>(std::clamp<std::int64_t>(value.integerValue(),
+                                                                    Int::min(), Int::max()));
 }
 
 double Preferences::real(std::string_view key, double builtIn) {

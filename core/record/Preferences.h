@@ -31,6 +31,8 @@ class Preferences {
   /// The value under a key, null for none. A key that the file lacks is looked up in the user
   /// defaults, and what is found there becomes part of the cache. A lookup never writes a default.
   ZAN_Value prefForKey(std::string_view key);
+  /// The nearest `int` of a number, `builtIn` without a value.
+  int integer(std::string_view key, int builtIn);
   /// Into the cache only; null removes the key. Call `savePrefs` when it has to last.
   void setPref(std::string_view key, const ZAN_Value& value);
   /// Reads the file again and takes over every value below; a key without a value gives the
@@ -87,7 +89,6 @@ class Preferences {
   ZAN_Value& cache();
   void readCache();
   void moveSavedDates(double jump, ReferenceTime now);
-  int integer(std::string_view key, int builtIn);
   double real(std::string_view key, double builtIn);
 
   SettingsFiles& mSettings;

@@ -27,8 +27,8 @@ class SchedulerCommands {
   virtual void disableScheduleWhenAllDone() = 0;
   /// Item of the main status pop-up: 0 enables, 1 disables when all is done, 2 disables.
   virtual void changeExecutionStatus(int item) = 0;
-  virtual void setContextMode(int context) = 0;
-  virtual void setContext(int context) = 0;  ///< chosen from the menu
+  virtual void setContextMode(std::int64_t context) = 0;
+  virtual void setContext(std::int64_t context) = 0;  ///< chosen from the menu
 
   // The running execution
   /// Toggles between paused and running, and tells the execute application so.

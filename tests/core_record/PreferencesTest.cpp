@@ -34,11 +34,13 @@ TEST_F(PreferencesTest, StoredValuesComeBackInTheNextRun) {
     agent.preferences.setPref("SchedulerPrefRemoteControlPassword", 7);
     agent.preferences.setPref("SchedulerPrefKeysForShortcut",
                               ZAN_Value::data(std::string_view("\x01\x02", 2)));
+    agent.preferences.setPref("SchedulerPrefStackWindows", 0x1'0000'0000LL);
     agent.preferences.setPref("Another program's", "value");
     ASSERT_TRUE(agent.preferences.savePrefs());
   }
   RecordedAgent agent(p);
   EXPECT_EQ(agent.preferences.mPrefShowMountMessage, 1);
+  EXPECT_NE(agent.preferences.mPrefStackWindows, 0) << "a wide number is no other number";
   EXPECT_EQ(agent.preferences.mShowMiniProgressPosition, (Point{12.5, 30}));
   EXPECT_EQ(agent.preferences.mRemoteControlLocalName, "annas machine") << "a number is no name";
   EXPECT_EQ(agent.preferences.mRemoteControlPassword, "");
