@@ -1,6 +1,7 @@
 #include "desktop/TableAdapter.h"
 
 #include <QFont>
+#include <QIcon>
 #include <QMimeData>
 
 #include "desktop/Colours.h"
@@ -56,6 +57,8 @@ QVariant TableAdapter::data(const QModelIndex& index, int role) const {
       return qt(mTable.text(row, column));
     case Qt::ToolTipRole:
       return plainToolTip(qt(mTable.text(row, column)));
+    case Qt::DecorationRole:
+      return column == 0 ? icon(row) : QVariant();
     case Qt::TextAlignmentRole:
       return static_cast<int>((mColumns[column].isNumber ? Qt::AlignTrailing : Qt::AlignLeading) |
                               Qt::AlignVCenter);
@@ -73,6 +76,11 @@ QVariant TableAdapter::data(const QModelIndex& index, int role) const {
     default:
       return {};
   }
+}
+
+QVariant TableAdapter::icon(std::size_t row) const {
+  const std::string name = mTable.icon(row);
+  return name.empty() ? QVariant() : QIcon::fromTheme(qt(name));
 }
 
 QVariant TableAdapter::headerData(int section, Qt::Orientation orientation, int role) const {

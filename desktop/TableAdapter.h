@@ -38,6 +38,7 @@ class TableAdapter final : public QAbstractTableModel {
   std::vector<std::int64_t> ids() const;
   /// Where a row is in the table by now; its end when it is gone.
   std::size_t rowOf(std::int64_t id) const;
+  QVariant icon(std::size_t row) const;
 
   WindowTable& mTable;
   std::vector<WindowTable::Column> mColumns;

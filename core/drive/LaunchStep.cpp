@@ -146,6 +146,9 @@ void LaunchStep::launchHead() {
     case LaunchResult::actionGone:
       m.supervisor.executionDidEnd();
       break;
+    case LaunchResult::otherExecution:
+      setStatusInformation(m.texts.text("OtherExecution"));
+      return;
     case LaunchResult::programMissing:
     case LaunchResult::queueEmpty:
       break;

@@ -39,12 +39,22 @@ constexpr std::size_t kMaximumPaths = 500;
 /// So much output is gathered for one entry of the debug log.
 constexpr std::size_t kMostUnlogged = 1 << 14;
 constexpr double kRetryOfMissingProgram = 60.0;
+constexpr double kRetryBesideOther = 5.0;
 /// No longer than the next step is held back after an execution.
 constexpr double kPatienceWithStopped = 2.0;
 
 bool exists(const std::string& path) {
   std::error_code failure;
   return std::filesystem::exists(path, failure);
+}
+
+std::string iconOf(const std::string& path, FileTypes& types) {
+  if (path.ends_with('/')) return "folder";
+  const std::string type = types.getTypeForExtension(ZAN_FilesUtils::pathExtension(path));
+  if (type == "Image") return "image-x-generic";
+  if (type == "Video") return "video-x-generic";
+  if (type == "Audio") return "audio-x-generic";
+  return type == "Document" ? "x-office-document" : "text-x-generic";
 }
 
 void call(const std::function<void()>& hook) {
@@ -67,6 +77,8 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   if (mExecutionMode != 0 && !m.platform.userInterface.isWindowVisible(Window::executionSurvey))
     mExecutionMode = 0;
   if (mQueue.empty()) return LaunchResult::queueEmpty;
+  if (m.siblingWatch.isExecuteAppLaunched()) return otherExecution();
+  mSaidOtherExecution = false;
   const QueueRecord record = mQueue.head();
   mEstimateSize = record.estimateSize;
   // A retry belongs to the action that crashed; when that has left the queue it is over.
@@ -131,6 +143,14 @@ LaunchResult ExecuteSupervisor::programMissing(const std::string& cause) {
                                       LogCode::message);
   }
   return LaunchResult::programMissing;
+}
+
+/// Two at once could write into the same destination.
+LaunchResult ExecuteSupervisor::otherExecution() {
+  m.state.holdBackUntil(m.platform.clock.now() + kRetryBesideOther);
+  if (!std::exchange(mSaidOtherExecution, true))
+    m.debugLog.logMessage("Scheduler waits for an execution that it has not started", true);
+  return LaunchResult::otherExecution;
 }
 
 void ExecuteSupervisor::supervise() {
@@ -301,6 +321,11 @@ void ExecuteSupervisor::showExecuteReply(std::string reply) {
 
 void ExecuteSupervisor::trimExecuteCurrentPaths() {
   while (mLatestExecuteCurrentPath.size() > kMaximumPaths) mLatestExecuteCurrentPath.pop_front();
+}
+
+void ExecuteSupervisor::addExecuteCurrentPath(ZAN_Value report) {
+  report.setValue("CurrentIcon", iconOf(report.string("CurrentPath"), m.store.fileTypes()));
+  mLatestExecuteCurrentPath.push_back(std::move(report));
 }
 
 void ExecuteSupervisor::sendDataToProcess(std::string_view data) {

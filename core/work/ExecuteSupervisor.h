@@ -23,6 +23,7 @@ enum class LaunchResult {
   actionGone,      ///< the action or its settings are no longer there: the head is to go
   programMissing,  ///< the execute program is not there or does not start: the head stays, tried
                    ///< again later
+  otherExecution,  ///< an execute program runs that is not held here: the head waits for its end
 };
 
 /// Runs the head of the queue in the execute application, one child at a time: starts it, sees it
@@ -50,7 +51,8 @@ class ExecuteSupervisor : private TaskController {
   std::function<void()> onExecuteReply;
 
   /// Launches the head of the queue. When the program is missing or does not start this is said
-  /// once, with its cause, and the next step is held back for 60 s.
+  /// once, with its cause, and the next step is held back for 60 s. While an execution runs that
+  /// another agent or somebody by hand has started, the next step is held back for 5 s.
   LaunchResult launchNextAction();
   /// To be called on each tick while an execution is held: sees the child start and end, answers a
   /// crash.
@@ -61,8 +63,8 @@ class ExecuteSupervisor : private TaskController {
   void executionDidEnd();
   /// Ends the bookkeeping of an execution whose child no longer runs.
   void clearFinishedProcess();
-  /// Stops the child of a held execution and ends its bookkeeping. A child that still runs 2 s later
-  /// is killed.
+  /// Stops the child of a held execution and ends its bookkeeping. A child that still runs 2 s
+  /// later is killed.
   void stopAndClearProcess();
   /// The user's stop: asks the execute application to end; its end is then seen by `supervise`. An
   /// execution whose child has already gone is cleared at once.
@@ -99,9 +101,9 @@ class ExecuteSupervisor : private TaskController {
   }
   /// Trims the reports to 500 when there are 501 or more.
   void trimExecuteCurrentPaths();
-  void addExecuteCurrentPath(ZAN_Value report) {
-    mLatestExecuteCurrentPath.push_back(std::move(report));
-  }
+  /// Keeps the report, with "CurrentIcon" added: the name that desktops give the icon of such a
+  /// file, told by the path alone, as the disk may be one that does not answer.
+  void addExecuteCurrentPath(ZAN_Value report);
 
   /// Writes to the standard input of the running child; ignored without one.
   void sendDataToProcess(std::string_view data);
@@ -116,6 +118,7 @@ class ExecuteSupervisor : private TaskController {
   void endOfExecution();
   void answerCrash(std::int64_t ref, int status);
   std::optional<std::string> crashPath() const;
+  LaunchResult otherExecution();
   void logLines(const std::string& lines);
   void writeOutputToDebugLog();
 
@@ -138,6 +141,7 @@ class ExecuteSupervisor : private TaskController {
   std::string mUnloggedOutput;
   std::string mExecuteReply;
   bool mSaidProgramMissing = false;
+  bool mSaidOtherExecution = false;
 };
 
 }  // namespace corvana

@@ -101,9 +101,9 @@ Result<std::unique_ptr<ChildProcess>> SimulatedProcesses::start(
   record.pid = child->process.pid;
   record.script = scriptFor(arguments);
   starts.push_back(child->record);
-  mChildren[record.pid] = child;
 
   if (record.script.onStart) record.script.onStart(record);
+  mChildren[record.pid] = child;
   write(child, record.script.output);
   for (auto& [seconds, body] : record.script.steps) {
     schedule(child, seconds, [child, body = body] { body(*child->record); });

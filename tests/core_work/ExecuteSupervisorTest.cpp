@@ -267,6 +267,20 @@ TEST_F(ExecuteSupervisorTest, StopWaitsForTheChildUnlessItHasGone) {
   EXPECT_THAT(machine.processes.kills, ElementsAre(machine.processes.starts.back()->pid));
 }
 
+TEST_F(ExecuteSupervisorTest, AnExecutionStartedElsewhereIsWaitedFor) {
+  setActions({action(7)});
+  installExecute();
+  enqueue({7});
+  const std::string& bundle = store.installPaths().installPathForCode(InstallPaths::executeBundle);
+  machine.processes.startApplication(bundle);
+  EXPECT_EQ(supervisor.launchNextAction(), LaunchResult::otherExecution);
+  EXPECT_EQ(state.mPauseBeforeNextStep.at(), now() + 5.0);
+  EXPECT_TRUE(machine.processes.starts.empty());
+  EXPECT_THAT(queued(), ElementsAre(7));
+  machine.processes.quitApplication(bundle);
+  EXPECT_EQ(supervisor.launchNextAction(), LaunchResult::launched);
+}
+
 TEST(ChildOutputTest, LinesComeWholeAndAnEndlessOneIsBroken) {
   ChildOutput output;
   EXPECT_EQ(output.append("one\ntw"), "one");

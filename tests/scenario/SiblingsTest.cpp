@@ -50,7 +50,7 @@ TEST_F(SiblingsTest, TheExecuteApplicationReportsItsProgress) {
   for (int i = 1; i <= 600; ++i) {
     day.machine.notifications.receive(
         "CVA9_SchedulerNotification", "ExecuteProgress",
-        ZAN_Value::dictionary({{"CurrentPath", "/a/" + std::to_string(i)},
+        ZAN_Value::dictionary({{"CurrentPath", "/a/" + std::to_string(i) + ".JPG"},
                                {"Title", "kept as it is"},
                                {"ProgressValue", i / 6.0},
                                {"SizeCopied", ZAN_Value::integer(3'000'000'000, 'q')},
@@ -61,7 +61,8 @@ TEST_F(SiblingsTest, TheExecuteApplicationReportsItsProgress) {
   // Trimmed to 500 before each addition, not after.
   const auto& reports = day.agent->supervisor().latestExecuteCurrentPath();
   ASSERT_EQ(reports.size(), 501U);
-  EXPECT_EQ(reports.front().string("CurrentPath"), "/a/100");
+  EXPECT_EQ(reports.front().string("CurrentPath"), "/a/100.JPG");
+  EXPECT_EQ(reports.front().string("CurrentIcon"), "image-x-generic");
   EXPECT_EQ(reports.back().string("Title"), "kept as it is");
   EXPECT_EQ(day.machine.userInterface.sizeCopied, 3'000'000'000);
   EXPECT_EQ(day.machine.userInterface.progress, 100);
@@ -70,6 +71,10 @@ TEST_F(SiblingsTest, TheExecuteApplicationReportsItsProgress) {
     EXPECT_EQ(day.machine.userInterface.windowChanges[window], 600);
   tell("SurveyReplyNotification", ZAN_Value::dictionary({{"ExecuteReplyMessage", "copying"}}));
   EXPECT_EQ(day.agent->supervisor().executeReply(), "copying");
+
+  const int before = day.machine.userInterface.listChanges;
+  tell("ActionHistoryChanged");
+  EXPECT_GT(day.machine.userInterface.listChanges, before) << "the latest actions are drawn again";
 }
 
 TEST_F(SiblingsTest, APauseThatTheExecuteApplicationTellsIsNotSentBack) {
@@ -83,6 +88,9 @@ TEST_F(SiblingsTest, APauseThatTheExecuteApplicationTellsIsNotSentBack) {
   day.agent->commands().pauseExecution();
   EXPECT_FALSE(day.agent->state().mPause);
   EXPECT_EQ(toExecute("ActionPause"), 1U);
+
+  day.agent->commands().setPreference("SchedulerPrefCurrentContext", 0x1'0000'0000LL);
+  EXPECT_EQ(day.agent->state().mContext, 3) << "more than the last one is the last one";
 }
 
 TEST_F(SiblingsTest, TheMainApplicationIsToldAndAsks) {

@@ -38,4 +38,9 @@ std::string SurveyModel::text(std::size_t row, std::size_t) const {
   return paths[paths.size() - 1 - row].string("CurrentPath");
 }
 
+std::string SurveyModel::icon(std::size_t row) const {
+  const auto& paths = m.supervisor.latestExecuteCurrentPath();
+  return paths[paths.size() - 1 - row].string("CurrentIcon");
+}
+
 }  // namespace corvana

@@ -30,6 +30,7 @@ class SurveyModel final : public WindowTable {
   std::vector<Column> columns() const override;
   std::size_t rowCount() const override;
   std::string text(std::size_t row, std::size_t column) const override;
+  std::string icon(std::size_t row) const override;
   std::int64_t id(std::size_t row) const override { return static_cast<std::int64_t>(row); }
 
  private:

@@ -24,6 +24,8 @@ class WindowTable {
   virtual std::size_t rowCount() const = 0;
   /// `row` and `column` exist.
   virtual std::string text(std::size_t row, std::size_t column) const = 0;
+  /// The icon before the first column, by the name that desktops give it; empty for none.
+  virtual std::string icon(std::size_t /*row*/) const { return {}; }
   virtual Tone tone(std::size_t /*row*/) const { return Tone::plain; }
   /// The same for a row before and after a refresh, so that a selection survives it.
   virtual std::int64_t id(std::size_t row) const = 0;

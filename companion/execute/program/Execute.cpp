@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <algorithm>
 #include <clocale>
+#include <csignal>
 #include <iostream>
 #include <string_view>
 #include <vector>
@@ -112,6 +113,8 @@ int main(int count, char** words) {
   // Whoever reads what it prints may be gone; the copy goes on.
   signal(SIGPIPE, SIG_IGN);
   qputenv("QT_NO_GLIB", "1");
+  // Who started it may be gone; the backup goes on and is recorded.
+  std::signal(SIGPIPE, SIG_IGN);
   const QCoreApplication application(count, words);
   // It has taken over the user's decimal sign; numbers in files have a point.
   std::setlocale(LC_NUMERIC, "C");

@@ -178,6 +178,26 @@ TEST_F(SiblingsOnBusTest, TheExecuteProgramObeys) {
   EXPECT_GE(std::distance(fs::directory_iterator(home.at("Backup/Films")), {}), 24'999);
   EXPECT_FALSE(store->tree().readChangesList().empty() &&
                stored(films).integer("ExecCounter") == 0);
+
+  // An agent that dies leaves it alone; the next agent starts no second one beside it.
+  fs::remove_all(home.at("Backup/Films"));
+  run([&] {
+    processes.kill(agent->pid());
+    ASSERT_TRUE(real.runUntil([&] { return !agent->isRunning(); }));
+    startAgent();
+    EXPECT_EQ(command({"launch", std::to_string(films)}).code, 0);
+    ASSERT_TRUE(real.runUntil([&] {
+      const auto lines = ZAN_FilesUtils::readFile(store->folder().pathOf("Corvana Log.txt"));
+      return lines && lines->bytes.find("it has not started") != std::string::npos;
+    })) << agentOutput;
+    EXPECT_EQ(history.historyCount(), 3U);
+    setPause(false);
+  });
+  ASSERT_EQ(history.historyCount(), 4U);
+  EXPECT_EQ(history.historyEntryAtIndex(2).integer("C"), 2) << "it recorded its end alone";
+  EXPECT_EQ(history.historyEntryAtIndex(3).integer("C"), 2);
+  EXPECT_GE(history.historyEntryAtIndex(3)["Date"].asDate(),
+            history.historyEntryAtIndex(2)["EndDate"].asDate());
 }
 
 TEST_F(SiblingsOnBusTest, ASustainedFloodHoldsNoLaunchUp) {
