@@ -4,6 +4,10 @@
 
 namespace corvana {
 
+namespace {
+constexpr std::size_t kManyElements = 64;
+}
+
 ZAN_Value::ArrayNode* ZAN_Value::mutableArray() {
   if (isNull()) *this = array();
   if (!isArray() && !isSet()) return nullptr;
@@ -63,7 +67,13 @@ bool ZAN_Value::removeKey(std::string_view key) {
 }
 
 void ZAN_Value::append(ZAN_Value element) {
-  if (ArrayNode* node = mutableArray()) node->elements.push_back(std::move(element));
+  ArrayNode* node = mutableArray();
+  if (node == nullptr) return;
+  // Long lists live long, as records do.
+  auto& list = node->elements;
+  if (list.size() == list.capacity() && list.size() > kManyElements)
+    list.reserve(list.size() + list.size() / 8);
+  list.push_back(std::move(element));
 }
 
 void ZAN_Value::insert(std::size_t index, ZAN_Value element) {

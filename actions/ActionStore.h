@@ -48,7 +48,7 @@ class ActionStore {
   void reportMissingParts() const;
   /// From now on the log, the history and changes are written by a thread of their own, so that a
   /// busy disk does not hold the main thread up.
-  void saveInBackground(RunLoop& loop) { mFiles.saveInBackground(loop); }
+  void saveInBackground(RunLoop& loop, double delay = 0) { mFiles.saveInBackground(loop, delay); }
   /// Returns when everything is on disk; before the program ends or is replaced.
   void finishSaving() { mFiles.finishSaving(); }
   /// Whether the tree file was missing when createMissingDataFiles looked.

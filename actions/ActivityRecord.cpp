@@ -1,7 +1,9 @@
 #include "actions/ActivityRecord.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
@@ -15,8 +17,8 @@ namespace {
 constexpr double kKeptPeriod = 60.0 * 86400;  // seconds
 constexpr double kFirstPruning = kKeptPeriod + 60;
 constexpr std::string_view kExecuteBundle = "Corvana 9 Execute.app";
-constexpr std::string_view kMinuteSets[] = {"SchedulerActivity", "MainAppActivity",
-                                            "ExecuteActivity", "WakeUpActivity"};
+constexpr std::array<std::string_view, 4> kMinuteSets = {"SchedulerActivity", "MainAppActivity",
+                                                         "ExecuteActivity", "WakeUpActivity"};
 
 std::uint64_t minuteOf(ReferenceTime time) {
   return time > 0 ? static_cast<std::uint64_t>(time / 60) : 0;
@@ -27,18 +29,14 @@ ZAN_Value storedSet(const ZAN_Value& record, std::string_view key) {
   return set && set->isIndexSet() ? std::move(*set) : ZAN_Value::indexSet();
 }
 
-/// The entries of the kept period, with the new status.
-ZAN_Value statusAfter(const ZAN_Value& stored, std::optional<std::int64_t> status,
-                      ReferenceTime now) {
-  if (!status) return stored.isDictionary() ? stored : ZAN_Value::dictionary();
-  ZAN_Value kept = ZAN_Value::dictionary();
-  for (const ZAN_Value::Entry& entry : stored.entries()) {
-    if (entry.key.doubleValue() >= now - kKeptPeriod) {
-      kept.setValue(entry.key.stringView(), entry.value);
-    }
-  }
-  kept.setValue(std::to_string(static_cast<std::int64_t>(now)), static_cast<int>(*status));
-  return kept;
+/// Entries stand in the order of their times.
+void noteStatus(ZAN_Value& list, std::int64_t status, ReferenceTime now) {
+  const auto all = list.entries();
+  const auto kept = std::ranges::find_if(all, [&](const ZAN_Value::Entry& entry) {
+    return entry.key.doubleValue() >= now - kKeptPeriod;
+  });
+  if (kept != all.begin()) list = ZAN_Value::dictionaryOf({kept, all.end()});
+  list.setValue(std::to_string(static_cast<std::int64_t>(now)), static_cast<int>(status));
 }
 
 std::string executeProcesses(std::span<const RunningProcess> running) {
@@ -58,19 +56,29 @@ std::string executeProcesses(std::span<const RunningProcess> running) {
   return text;
 }
 
-ZAN_Value processesAfter(const ZAN_Value& stored, const std::string& pids, ReferenceTime now) {
-  ZAN_Value kept = ZAN_Value::array();
-  for (const ZAN_Value& entry : stored.elements()) {
-    if (entry["time"].doubleValue() >= now - kKeptPeriod) kept.append(entry);
+/// Whether something has changed. Entries stand in the order of their times.
+bool noteProcesses(ZAN_Value& list, const std::string& pids, ReferenceTime now) {
+  const std::span<const ZAN_Value> all = list.elements();
+  const bool isNew = all.empty() || all.back()["pid"].stringView() != pids;
+  const auto kept = std::ranges::find_if(all, [&](const ZAN_Value& entry) {
+    return entry["time"].doubleValue() >= now - kKeptPeriod;
+  });
+  auto old = static_cast<std::size_t>(kept - all.begin());
+  const std::size_t count = all.size() + (isNew ? 1 : 0);
+  if (count > ActivityRecord::kMostProcesses)
+    old = std::max(old, count - ActivityRecord::kMostProcesses);
+  if (old > 0) list.removeRange(0, old);
+  if (isNew || !list.isArray()) {
+    list.append(ZAN_Value::dictionary({{"time", static_cast<std::int64_t>(now)}, {"pid", pids}}));
   }
-  const std::span<const ZAN_Value> all = stored.elements();
-  if (all.empty() || all.back().string("pid") != pids) {
-    kept.append(ZAN_Value::dictionary({{"time", static_cast<std::int64_t>(now)}, {"pid", pids}}));
-  }
-  if (kept.size() > ActivityRecord::kMostProcesses) {
-    kept.removeRange(0, kept.size() - ActivityRecord::kMostProcesses);
-  }
-  return kept;
+  return isNew || old > 0;
+}
+
+/// Takes the value out of the record, so that changing it copies nothing.
+ZAN_Value taken(ZAN_Value& record, std::string_view key) {
+  ZAN_Value value = record[key];
+  record.setValue(key, {});
+  return value;
 }
 
 }  // namespace
@@ -79,36 +87,66 @@ void ActivityRecord::saveActivity(std::optional<std::int64_t> status, bool mainA
                                   bool executeAppOpened, std::optional<ReferenceTime> setWakeUp,
                                   std::span<const RunningProcess> running) {
   const ReferenceTime now = mFiles.clock().now();
-  ZAN_Value record = readActivity();
+  refresh();
+  ZAN_Value record = std::exchange(mCached.value, {});
+  bool changed = status.has_value() || !record.isDictionary();
   if (!record.isDictionary()) record = ZAN_Value::dictionary();
-  record.setValue("SchedulerStatus", statusAfter(record["SchedulerStatus"], status, now));
-  record.setValue("ProcessActivity",
-                  processesAfter(record["ProcessActivity"], executeProcesses(running), now));
+  ZAN_Value statuses = taken(record, "SchedulerStatus");
+  if (!statuses.isDictionary()) statuses = ZAN_Value::dictionary();
+  if (status) noteStatus(statuses, *status, now);
+  record.setValue("SchedulerStatus", std::move(statuses));
+  ZAN_Value processes = taken(record, "ProcessActivity");
+  changed |= noteProcesses(processes, executeProcesses(running), now);
+  record.setValue("ProcessActivity", std::move(processes));
 
   mNoted.push_back({now, now, mainAppOpened, executeAppOpened});
   for (std::size_t i = 0; i < std::size(kMinuteSets); ++i) {
-    ZAN_Value set = storedSet(record, kMinuteSets[i]);
-    if (now >= kFirstPruning) set.removeIndexesUpTo(minuteOf(now - kKeptPeriod));
-    for (const Span& span : mNoted) {
-      if ((i == 1 && !span.mainApp) || (i == 2 && !span.executeApp) || i == 3) continue;
-      for (std::uint64_t one = minuteOf(span.from); one <= minuteOf(span.to); ++one)
-        set.addIndex(one);
-    }
-    if (i == 3 && setWakeUp) set.addIndex(minuteOf(*setWakeUp));
-    record.setValue(kMinuteSets[i], ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(set)));
+    if (!noteMinutes(i, now, setWakeUp) && record.contains(kMinuteSets[i])) continue;
+    changed = true;
+    record.setValue(kMinuteSets[i],
+                    ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(mMinutes[i])));
   }
   mNoted.clear();
-  if (record == mCached.value || !mFiles.writeObjectToFile(record, DataFolder::kActivity, false))
+  mCached.value = std::move(record);
+  if (!changed || !mFiles.writeObjectToFile(mCached.value, DataFolder::kActivity, false,
+                                            DataFiles::Saving::soon))
     return;
-  mCached = {.value = std::move(record),
-             .identity = ZAN_FilesUtils::identity(mFiles.folder().pathOf(DataFolder::kActivity))};
+  mCached.identity = mFiles.identity(mFiles.folder().pathOf(DataFolder::kActivity));
+}
+
+/// Whether the set has changed.
+bool ActivityRecord::noteMinutes(std::size_t index, ReferenceTime now,
+                                 std::optional<ReferenceTime> setWakeUp) {
+  ZAN_Value& set = mMinutes[index];
+  bool changed = false;
+  if (const std::uint64_t limit = minuteOf(now - kKeptPeriod);
+      now >= kFirstPruning && !set.ranges().empty() && set.ranges().front().location <= limit) {
+    set.removeIndexesUpTo(limit);
+    changed = true;
+  }
+  const auto add = [&](std::uint64_t minute) {
+    if (set.containsIndex(minute)) return;
+    set.addIndex(minute);
+    changed = true;
+  };
+  for (const Span& span : mNoted) {
+    if ((index == 1 && !span.mainApp) || (index == 2 && !span.executeApp) || index == 3) continue;
+    for (std::uint64_t one = minuteOf(span.from); one <= minuteOf(span.to); ++one) add(one);
+  }
+  if (index == 3 && setWakeUp) add(minuteOf(*setWakeUp));
+  return changed;
+}
+
+void ActivityRecord::refresh() {
+  const std::string path = mFiles.folder().pathOf(DataFolder::kActivity);
+  if (mCached.identity && mCached.identity == mFiles.identity(path)) return;
+  mCached = mFiles.readObject(path);
+  for (std::size_t i = 0; i < mMinutes.size(); ++i)
+    mMinutes[i] = storedSet(mCached.value, kMinuteSets[i]);
 }
 
 ZAN_Value ActivityRecord::readActivity() {
-  const std::string path = mFiles.folder().pathOf(DataFolder::kActivity);
-  if (!mCached.identity || mCached.identity != ZAN_FilesUtils::identity(path)) {
-    mCached = mFiles.readObject(path);
-  }
+  refresh();
   return mCached.value;
 }
 

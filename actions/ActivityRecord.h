@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -45,8 +46,12 @@ class ActivityRecord {
   ZAN_Value readActivity();
 
  private:
+  void refresh();
+  bool noteMinutes(std::size_t index, ReferenceTime now, std::optional<ReferenceTime> setWakeUp);
+
   DataFiles& mFiles;
   DataFiles::Object mCached;
+  std::array<ZAN_Value, 4> mMinutes;  ///< the sets of `mCached`
   std::vector<Span> mNoted;
 };
 

@@ -69,9 +69,9 @@ DataFiles::DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, 
 
 DataFiles::~DataFiles() { finishSaving(); }
 
-void DataFiles::saveInBackground(RunLoop& loop) {
+void DataFiles::saveInBackground(RunLoop& loop, double delay) {
   finishSaving();
-  mSaver = std::make_unique<FileSaver>(mWriter, loop);
+  mSaver = std::make_unique<FileSaver>(mWriter, loop, delay);
 }
 
 void DataFiles::finishSaving() {
@@ -93,14 +93,14 @@ std::optional<ZAN_FileIdentity> DataFiles::asGivenOut(
 
 DataFiles::List DataFiles::readListAtPath(const std::string& path,
                                           std::optional<std::string_view> firstIndexCode) {
-  if (mPending.contains(path)) finishSaving();
+  if (mPending.contains(path)) mSaver->finish(path);
   List list = readList(path, firstIndexCode);
   list.identity = asGivenOut(path, list.identity);
   return list;
 }
 
 DataFiles::Object DataFiles::readObject(const std::string& path) {
-  if (mPending.contains(path)) finishSaving();
+  if (mPending.contains(path)) mSaver->finish(path);
   Object object = readWholeObject(path);
   object.identity = asGivenOut(path, object.identity);
   return object;
@@ -204,8 +204,9 @@ Outcome DataFiles::writeTypedObjectToPath(const ZAN_Value& object, const std::st
 }
 
 Outcome DataFiles::writeObjectToFile(const ZAN_Value& object, std::string_view name,
-                                     bool synchronise) {
-  return writeObjectToPath(object, mFolder.dataFolderPathWithFileName(name), synchronise);
+                                     bool synchronise, Saving saving) {
+  return writeContainer(object, mFolder.dataFolderPathWithFileName(name), Content::object,
+                        {.attributes = dataFileAttributes(), .synchronise = synchronise}, saving);
 }
 
 ZAN_FileWriter::Attributes DataFiles::dataFileAttributes(std::string_view type) {
@@ -273,9 +274,8 @@ Outcome DataFiles::writeContainer(const ZAN_Value& value, const std::string& pat
 Outcome DataFiles::save(FileSave save, Saving saving) {
   const std::string path = save.path;
   if (saving == Saving::now || !mSaver) {
-    if (mPending.contains(path)) finishSaving();
+    Outcome outcome = mPending.contains(path) ? mSaver->saveNow(save) : save.writeBy(mWriter);
     mAliases.erase(path);
-    Outcome outcome = save.writeBy(mWriter);
     if (!outcome) logFailure(path, outcome);
     return outcome;
   }

@@ -77,8 +77,9 @@ class DataFiles {
             const ZAN_FileWriter& writer);
   ~DataFiles();
 
-  /// From now on Saving::soon means a thread of its own.
-  void saveInBackground(RunLoop& loop);
+  /// From now on Saving::soon means a thread of its own; with a `delay` the loop, that many seconds
+  /// later, until when of several versions of a file only the last is written.
+  void saveInBackground(RunLoop& loop, double delay = 0);
   /// Returns when nothing waits to be written any more.
   void finishSaving();
 
@@ -108,8 +109,8 @@ class DataFiles {
   ZAN_Value readObjectFromFile(std::string_view name);
   Outcome writeObjectToPath(const ZAN_Value& object, const std::string& path,
                             bool synchronise = true);
-  Outcome writeObjectToFile(const ZAN_Value& object, std::string_view name,
-                            bool synchronise = true);
+  Outcome writeObjectToFile(const ZAN_Value& object, std::string_view name, bool synchronise = true,
+                            Saving saving = Saving::now);
   /// With a type of its own in place of 'CVda'.
   Outcome writeTypedObjectToPath(const ZAN_Value& object, const std::string& path,
                                  std::string_view type);

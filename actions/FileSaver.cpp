@@ -5,6 +5,7 @@
 #include <deque>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 #include "platform/RunLoop.h"
 
@@ -20,16 +21,18 @@ struct FileSaver::Queue {
     Done done;
   };
 
+  static const std::string& pathOf(const Job& job) { return job.save.path; }
+
   std::mutex mutex;
   std::condition_variable idle;  ///< nobody is writing
   std::deque<Job> waiting;
   std::deque<Written> written;
   bool isWriting = false;
-  bool hasThread = false;
+  bool hasThread = false;  ///< or will be written by the loop
 };
 
-FileSaver::FileSaver(ZAN_FileWriter writer, RunLoop& loop)
-    : mWriter(std::move(writer)), mLoop(loop), mQueue(std::make_shared<Queue>()) {}
+FileSaver::FileSaver(ZAN_FileWriter writer, RunLoop& loop, double delay)
+    : mWriter(std::move(writer)), mLoop(loop), mDelay(delay), mQueue(std::make_shared<Queue>()) {}
 
 FileSaver::~FileSaver() { finish(); }
 
@@ -45,10 +48,19 @@ void FileSaver::save(FileSave save, Done done) {
         first(outcome);
         last(outcome);
       };
+      save.options.synchronise |= earlier->save.options.synchronise;
       waiting.erase(earlier);
     }
     waiting.push_back({std::move(save), std::move(done)});
     if (std::exchange(mQueue->hasThread, true)) return;
+  }
+  if (mDelay > 0) {
+    mLoop.performAfter(mDelay, [this, weak = std::weak_ptr(mQueue)] {
+      if (weak.expired()) return;
+      mQueue->hasThread = false;
+      finish();
+    });
+    return;
   }
   mLoop.detachThread("saver", [queue = mQueue, writer = mWriter, &loop = mLoop] {
     for (;;) {
@@ -82,6 +94,46 @@ void FileSaver::finish() {
   deliver(*mQueue);
 }
 
+void FileSaver::finish(const std::string& path) {
+  for (;;) {
+    Queue::Job job;
+    {
+      std::unique_lock guard(mQueue->mutex);
+      mQueue->idle.wait(guard, [this] { return !mQueue->isWriting; });
+      auto& waiting = mQueue->waiting;
+      const auto found = std::ranges::find(waiting, path, Queue::pathOf);
+      if (found == waiting.end()) break;
+      job = std::move(*found);
+      waiting.erase(found);
+      mQueue->isWriting = true;
+    }
+    write(*mQueue, job.save, std::move(job.done), mWriter);
+  }
+  deliver(*mQueue);
+}
+
+Outcome FileSaver::saveNow(const FileSave& save) {
+  std::vector<Done> superseded;
+  {
+    std::unique_lock guard(mQueue->mutex);
+    mQueue->idle.wait(guard, [this] { return !mQueue->isWriting; });
+    std::erase_if(mQueue->waiting, [&](Queue::Job& job) {
+      if (job.save.path != save.path) return false;
+      superseded.push_back(std::move(job.done));
+      return true;
+    });
+    mQueue->isWriting = true;
+  }
+  Outcome outcome;
+  const Done done = [&](const Outcome& written) {
+    outcome = written;
+    for (const Done& each : superseded) each(written);
+  };
+  write(*mQueue, save, done, mWriter);
+  deliver(*mQueue);
+  return outcome;
+}
+
 /// For the one that has set `isWriting`.
 void FileSaver::writeNext(Queue& queue, const ZAN_FileWriter& writer) {
   Queue::Job job;
@@ -90,10 +142,14 @@ void FileSaver::writeNext(Queue& queue, const ZAN_FileWriter& writer) {
     job = std::move(queue.waiting.front());
     queue.waiting.pop_front();
   }
-  Outcome outcome = job.save.writeBy(writer);
+  write(queue, job.save, std::move(job.done), writer);
+}
+
+void FileSaver::write(Queue& queue, const FileSave& save, Done done, const ZAN_FileWriter& writer) {
+  Outcome outcome = save.writeBy(writer);
   {
     const std::lock_guard guard(queue.mutex);
-    queue.written.push_back({std::move(outcome), std::move(job.done)});
+    queue.written.push_back({std::move(outcome), std::move(done)});
     queue.isWriting = false;
   }
   queue.idle.notify_all();

@@ -34,7 +34,9 @@ class FileSaver {
  public:
   using Done = std::function<void(const Outcome&)>;
 
-  FileSaver(ZAN_FileWriter writer, RunLoop& loop);
+  /// With a `delay` there is no thread: that many seconds after there is something to write the
+  /// loop writes it.
+  FileSaver(ZAN_FileWriter writer, RunLoop& loop, double delay = 0);
   FileSaver(const FileSaver&) = delete;
   FileSaver& operator=(const FileSaver&) = delete;
   ~FileSaver();
@@ -44,14 +46,20 @@ class FileSaver {
   /// Returns when everything handed over before is on disk or has failed, and every `done` was
   /// called. Blocks; what no thread has begun is written here.
   void finish();
+  /// The same of one file alone, before its turn.
+  void finish(const std::string& path);
+  /// Writes now; what waits of the same file need not be written any more.
+  Outcome saveNow(const FileSave& save);
 
  private:
   struct Queue;
   static void writeNext(Queue& queue, const ZAN_FileWriter& writer);
+  static void write(Queue& queue, const FileSave& save, Done done, const ZAN_FileWriter& writer);
   static void deliver(Queue& queue);
 
   ZAN_FileWriter mWriter;
   RunLoop& mLoop;
+  double mDelay;
   std::shared_ptr<Queue> mQueue;
 };
 

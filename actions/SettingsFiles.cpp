@@ -16,7 +16,7 @@ constexpr std::string_view kDateLocale = "ZAN_StringUtils_dateLocale";
 
 ZAN_Value SettingsFiles::read(Cached& cached, std::string_view name) {
   const std::string path = mFiles.folder().pathOf(name);
-  if (!cached.read || cached.object.identity != ZAN_FilesUtils::identity(path)) {
+  if (!cached.read || cached.object.identity != mFiles.identity(path)) {
     cached.object = mFiles.readObject(path);
     if (!cached.object.value.isDictionary()) cached.object.value = {};
     cached.read = true;
@@ -25,23 +25,23 @@ ZAN_Value SettingsFiles::read(Cached& cached, std::string_view name) {
 }
 
 Outcome SettingsFiles::save(Cached& cached, std::string_view name, const ZAN_Value& settings,
-                            bool synchronise) {
+                            bool synchronise, DataFiles::Saving saving) {
   const DataFiles::Lock held = mFiles.lock(name);
-  Outcome outcome = mFiles.writeObjectToFile(settings, name, synchronise);
+  Outcome outcome = mFiles.writeObjectToFile(settings, name, synchronise, saving);
   cached.read = static_cast<bool>(outcome);
   if (outcome) {
-    cached.object = {.value = settings,
-                     .identity = ZAN_FilesUtils::identity(mFiles.folder().pathOf(name))};
+    cached.object = {.value = settings, .identity = mFiles.identity(mFiles.folder().pathOf(name))};
   }
   return outcome;
 }
 
 Outcome SettingsFiles::saveMainAppSettings(const ZAN_Value& settings) {
-  return save(mMainApp, DataFolder::kSettings, settings, true);
+  return save(mMainApp, DataFolder::kSettings, settings, true, DataFiles::Saving::now);
 }
 
 Outcome SettingsFiles::saveSchedulerSettings(const ZAN_Value& settings, bool synchronise) {
-  return save(mScheduler, DataFolder::kSchedulerSettings, settings, synchronise);
+  return save(mScheduler, DataFolder::kSchedulerSettings, settings, synchronise,
+              DataFiles::Saving::soon);
 }
 
 Outcome SettingsFiles::setMainAppSetting(const ZAN_Value& value, std::string_view key) {

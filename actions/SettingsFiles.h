@@ -53,7 +53,8 @@ class SettingsFiles {
     bool read = false;
   };
   ZAN_Value read(Cached& cached, std::string_view name);
-  Outcome save(Cached& cached, std::string_view name, const ZAN_Value& settings, bool synchronise);
+  Outcome save(Cached& cached, std::string_view name, const ZAN_Value& settings, bool synchronise,
+               DataFiles::Saving saving);
 
   DataFiles& mFiles;
   Cached mMainApp;

@@ -319,20 +319,25 @@ int SchedulerTick::emptyTicks() const {
   const ReferenceTime now = m.platform.clock.now();
   // A jump of the clock is for the next tick to notice.
   if (std::abs(now - mLastTimerExecution) > kClockSetBack) return 0;
-  ReferenceTime next =
-      std::min({m.state.mNextCheck.at(), m.volumes.nextSaving(), mSchedulerLaunchTime.at(),
-                m.freeSpace.nextWork(), m.folderSurvey.nextWork()});
+  ReferenceTime next = std::min({m.state.mNextCheck.at(), m.volumes.nextSaving(),
+                                 mSchedulerLaunchTime.at(), m.freeSpace.nextWork()});
   for (const ReferenceTime at : {m.state.mPauseBeforeNextStep.at(), m.statusItem.canHide().at()}) {
     if (at >= now) next = std::min(next, at);
   }
   const ReferenceTime start = m.evaluation.startOfNextAction();
   if (start > now - 1) next = std::min(next, start - (kCountDownFrom + 2));
+  const auto ticksUntil = [now](ReferenceTime date) {
+    const double ticks = std::floor((date - now) / kInterval) - 1;
+    return ticks <= 0 ? 0 : static_cast<int>(std::min(ticks, 1e6));
+  };
+  // The last two look at files.
+  if (ticksUntil(next) == 0) return 0;
+  next = std::min(next, m.folderSurvey.nextWork());
   if (m.settingsBackup.hasDestinations()) {
     const std::int64_t due = (mLastTick / kSettingsTicks + 1) * kSettingsTicks;
     next = std::min(next, now + static_cast<double>(due - mLastTick) * kInterval);
   }
-  const double ticks = std::floor((next - now) / kInterval) - 1;
-  return ticks <= 0 ? 0 : static_cast<int>(std::min(ticks, 1e6));
+  return ticksUntil(next);
 }
 
 void SchedulerTick::skipTicks(std::int64_t last, int count, ReferenceTime at) {

@@ -52,9 +52,11 @@ TEST_F(BackgroundSaving, WhatWaitsCountsAlreadyAndIsLocked) {
 }
 
 TEST_F(BackgroundSaving, MergedChangesAreGoneAtOnce) {
+  history.log().addLog(change(1));
   ASSERT_TRUE(busy.tree().appendToChangesList(change(1)));
   ASSERT_TRUE(busy.tree().saveChangesList(ZAN_Value::array()));
   EXPECT_EQ(changesOnDisk(), 0U);
+  EXPECT_EQ(logOnDisk(), 0U) << "other files wait their turn";
   machine.runLoop.runFor(1);
   EXPECT_EQ(changesOnDisk(), 0U) << "the earlier writing must not come after";
 }
@@ -65,8 +67,10 @@ TEST_F(BackgroundSaving, NothingIsLostWhenTheProgramEnds) {
   EXPECT_EQ(logOnDisk(), 1U);
   {
     ActionStore ending(machine.clock, machine.machine, machine.systemLog);
-    ending.saveInBackground(machine.runLoop);
+    ending.saveInBackground(machine.runLoop, 10);
     ASSERT_TRUE(ending.tree().appendToChangesList(change(2)));
+    machine.runLoop.runFor(9);
+    EXPECT_EQ(changesOnDisk(), 0U);
   }
   EXPECT_EQ(changesOnDisk(), 1U);
   machine.runLoop.runFor(1);

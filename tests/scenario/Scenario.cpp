@@ -87,6 +87,7 @@ void Scenario::start(bool relaunched) {
     if (!mStore.settings().saveSchedulerSettings(settings)) std::abort();
   }
   agent = std::make_unique<MainScheduler>(machine.platform());
+  if (mSaveDelay >= 0) agent->store().saveInBackground(machine.runLoop, mSaveDelay);
   agent->applicationDidFinishLaunching();
   if (mSkips) allowSkipping();
 }
@@ -149,7 +150,12 @@ std::string Scenario::executions() const {
   return story;
 }
 
+void Scenario::finishSaving() {
+  if (agent != nullptr) agent->store().finishSaving();
+}
+
 std::string Scenario::plannedDates() {
+  finishSaving();
   std::string dates;
   const ZAN_Value list = ActionLog(mStore).readLogList();
   for (const ZAN_Value& entry : list.elements())
@@ -177,6 +183,7 @@ std::vector<std::string> Scenario::report() {
 }
 
 std::vector<std::int64_t> Scenario::logCodes() {
+  finishSaving();
   std::vector<std::int64_t> codes;
   ActionLog log(mStore);
   const ZAN_Value list = log.readLogList();

@@ -141,6 +141,7 @@ TEST(Year, EveryOccasionRunsOnceNoneTwiceNoneIsLost) {
   year.addMany(kActions);
   year.writeTree();
   year.allowSkipping();
+  year.saveSeldom();
   for (int i = 0; i < kActions; ++i) year.scripts["Action " + std::to_string(i)] = {.seconds = 1};
   const ReferenceTime started = year.machine.clock.now();
   // The histories of volumes would take half of the time and have tests of their own.
