@@ -49,6 +49,9 @@ std::string literalPattern(const std::string& path) {
   return pattern;
 }
 
+/// A share that the desktop shows as a folder. It knows no permissions and refuses to be told any.
+constexpr std::string_view kDesktopShare = "share";
+
 bool lacksOwners(const std::string& fileSystem) {
   constexpr std::array<std::string_view, 6> kinds{"vfat", "msdos", "exfat",
                                                   "ntfs", "ntfs3", "fuseblk"};
@@ -79,7 +82,8 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   auto place = guard.locate(destination);
   if (!place) return place.error();
   plan.mDestination = place->path;
-  plan.mFileSystem = place->mount.fileSystem;
+  const bool isDesktopShare = place->mount.source.find("://") != std::string::npos;
+  plan.mFileSystem = isDesktopShare ? std::string(kDesktopShare) : place->mount.fileSystem;
   const std::string holder(ZAN_FilesUtils::parentPath(plan.mDestination));
   if (ZAN_FilesUtils::exists(plan.mDestination)) {
     if (!ZAN_FilesUtils::isFolder(plan.mDestination)) {
@@ -150,10 +154,13 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync,
                                              const std::vector<std::string>& skippedItems) const {
   std::vector<std::string> words{rsync, "--archive", "--one-file-system"};
   if (mDeletes) words.push_back("--delete");
-  if (lacksOwners(mFileSystem)) {
+  const bool isDesktopShare = mFileSystem == kDesktopShare;
+  if (isDesktopShare || lacksOwners(mFileSystem)) {
     // Times there are kept to two seconds.
     words.insert(words.end(), {"--no-perms", "--no-owner", "--no-group", "--modify-window=2"});
   }
+  // They are what it shows anyway, so that there is nothing to set.
+  if (isDesktopShare) words.emplace_back("--chmod=D700,F700");
   for (auto& word : RsyncOutput::arguments()) words.push_back(std::move(word));
   for (const auto* list : {&mExcluded, &skippedItems}) {
     for (const auto& item : *list) words.push_back("--exclude=" + literalPattern(item));

@@ -106,6 +106,20 @@ TEST_F(CopyPlanTest, LeavesRecordsOfOthersAlone) {
   EXPECT_THAT(refusal(record(1, {"source"}, "copies")), HasSubstr("Mode"));
 }
 
+TEST_F(CopyPlanTest, SetsNoPermissionsOnAShareOfTheDesktop) {
+  scratch.write("source/file", "x");
+  fs::create_directory(scratch / "share");
+  const ZAN_Value settings = record(CopyPlan::kCopy, {"source"}, "share/copies");
+  const auto has = [&](const std::string& word) {
+    const auto words = plan(settings)->arguments("rsync", {});
+    return std::ranges::find(words, word) != words.end();
+  };
+  EXPECT_FALSE(has("--no-perms"));
+  volumes.setShares({{.target = scratch / "share", .source = "smb://nas/x", .fileSystem = "smb"}});
+  EXPECT_TRUE(has("--no-perms"));
+  EXPECT_TRUE(has("--chmod=D700,F700"));
+}
+
 TEST_F(CopyPlanTest, RefusesWhatWouldDestroySomething) {
   scratch.write("source/file", "x");
   scratch.write("other/source/file", "x");
