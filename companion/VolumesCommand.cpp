@@ -21,6 +21,8 @@ namespace corvana {
 
 namespace {
 
+/// One that is asked for the first time may have to look over the network.
+constexpr double kSecondsForAVolume = 3;
 constexpr double kHour = 3'600;
 constexpr double kWeek = 7 * 24 * kHour;
 constexpr int kColumns = 56;
@@ -47,6 +49,7 @@ bool isOf(const ZAN_Value& entry, const ZAN_Value& infos) {
 std::vector<KnownVolume> knownVolumes(CommandHome& home) {
   std::vector<KnownVolume> volumes;
   LinuxVolumes system(home.machine().loginName(), home.machine().homeFolder());
+  system.setPatience(kSecondsForAVolume);
   system.setShares(GvfsShares::now());
   ZAN_MountedVolumes mounted(system);
   for (ZAN_Value& infos : mounted.getAllMountedVolumes())

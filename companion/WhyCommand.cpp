@@ -21,6 +21,9 @@ namespace corvana {
 
 namespace {
 
+/// One that is asked for the first time may have to look over the network.
+constexpr double kSecondsForAVolume = 3;
+
 /// What the processes and the agent's settings file tell of the agent.
 struct Seen {
   bool agentRuns = false;
@@ -170,6 +173,7 @@ int whyCommand(Arguments& arguments, const Console& console) {
   }
   const Seen seen = lookAround(home);
   LinuxVolumes system(home.machine().loginName(), home.machine().homeFolder());
+  system.setPatience(kSecondsForAVolume);
   system.setShares(GvfsShares::now());
   VolumeIdentity volumes(system);
   ZAN_StringTable texts;
