@@ -46,7 +46,8 @@ def write_tree():
     now = time.time() - 978307200
     actions = [{
         "Ref": 1000 + number, "Title": f"Action {number}", "Mode": 2, "OptionsPerformer": "corvana9",
-        "TriggerAutomatic": 1, "TriggerFrequencyPopup": 30, "TriggerScheduleTime": {"$date": now + 6 * 3600},
+        "CreationDate": {"$date": now}, "TriggerAutomatic": 1, "TriggerFrequencyPopup": 30,
+        "TriggerScheduleTime": {"$date": now + 6 * 3600},
         "LastScheduleDate": {"$date": now}, "LastExecutionDate": {"$date": now},
         **{f"Options{key}": key for key in range(60)},
     } for number in range(ACTIONS)]
