@@ -1,16 +1,23 @@
 #include "desktop/QtDesktop.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <QDBusConnection>
 #include <QDir>
 #include <QFile>
 #include <QLibraryInfo>
 #include <QThread>
+#include <algorithm>
+#include <chrono>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <future>
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "desktop/ScreenInput.h"
 #include "desktop/X11Input.h"
@@ -29,11 +36,18 @@ bool hasPlatform(const QString& name) {
   return !plugins.entryList({QStringLiteral("libq%1*.so").arg(name)}, QDir::Files).isEmpty();
 }
 
-bool hasWaylandSocket() {
+/// A compositor that has crashed leaves its socket behind.
+bool compositorAnswers() {
   const QString name = qEnvironmentVariable("WAYLAND_DISPLAY");
   if (name.isEmpty()) return false;
-  return QFile::exists(name.startsWith('/') ? name
-                                            : qEnvironmentVariable("XDG_RUNTIME_DIR") + '/' + name);
+  const QByteArray path = QFile::encodeName(
+      name.startsWith('/') ? name : qEnvironmentVariable("XDG_RUNTIME_DIR") + '/' + name);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= qsizetype(sizeof address.sun_path)) return false;
+  std::copy(path.begin(), path.end(), address.sun_path);
+  const ZAN_Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  return connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 /// Qt's name of the platform to use; empty when nothing answers, for it would abort.
@@ -41,7 +55,7 @@ QByteArray platformThatAnswers(std::string& reason) {
   const QByteArray wanted = qgetenv(kPlatform);
   if (!wanted.isEmpty() && !wanted.startsWith("xcb")) return wanted;
   if (X11Input::displayAnswers()) return wanted.isEmpty() ? QByteArray("xcb") : wanted;
-  if (wanted.isEmpty() && hasWaylandSocket() && hasPlatform(QStringLiteral("wayland"))) {
+  if (wanted.isEmpty() && compositorAnswers() && hasPlatform(QStringLiteral("wayland"))) {
     return "wayland";
   }
   reason = qEnvironmentVariableIsSet("DISPLAY")
@@ -71,11 +85,26 @@ class QtDesktop::Loss {
     qInstallMessageHandler(
         [](QtMsgType type, const QMessageLogContext& context, const QString& text) {
           std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, text)));
-          const QCoreApplication* application = QCoreApplication::instance();
-          if (application == nullptr || application->thread() != QThread::currentThread()) return;
+          QCoreApplication* application = QCoreApplication::instance();
+          if (application == nullptr) return;
           if (type != QtFatalMsg && !text.startsWith(kWaylandBroke)) return;
           const QVariant known = application->property(kLoss);
-          if (auto* one = static_cast<Loss*>(known.value<void*>())) one->tell();
+          auto* one = static_cast<Loss*>(known.value<void*>());
+          if (one == nullptr) return;
+          if (application->thread() == QThread::currentThread()) {
+            one->tell();
+            return;
+          }
+          // A thread of Qt's is about to end the process; it waits until all is done.
+          const auto done = std::make_shared<std::promise<void>>();
+          QMetaObject::invokeMethod(
+              application,
+              [one, done] {
+                one->tell();
+                done->set_value();
+              },
+              Qt::QueuedConnection);
+          done->get_future().wait_for(kLongestEnd);
         });
     return loss;
   }
@@ -85,6 +114,7 @@ class QtDesktop::Loss {
   }
 
  private:
+  static constexpr std::chrono::seconds kLongestEnd{20};
   static constexpr const char* kLoss = "corvanaLoss";
   static constexpr QLatin1String kWaylandBroke{"The Wayland connection"};
 };
