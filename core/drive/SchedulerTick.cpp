@@ -4,6 +4,7 @@
 #include <cmath>
 #include <exception>
 #include <string>
+#include <utility>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
@@ -209,8 +210,9 @@ void SchedulerTick::copySettings(std::int64_t n) {
 
 void SchedulerTick::watchMainApp(std::int64_t) {
   const bool runs = m.siblingWatch.isMainAppLaunched();
-  if (runs == m.state.mMainAppLaunched) return;
   m.state.mMainAppLaunched = runs;
+  // An evaluation may have seen it before: who has been told counts.
+  if (runs == std::exchange(mMainAppWasThere, runs)) return;
   if (runs) {
     m.siblings.sendSchedulerStatusToMainApp();
   } else {

@@ -155,6 +155,7 @@ class SchedulerTick {
   Deadline mSchedulerLaunchTime;  ///< next restart when idle
   Point mLastMouseLocation;
   Rect mLastScreen;
+  bool mMainAppWasThere = false;  ///< when last looked; it is told when it comes
   std::optional<int> mCountDown;  ///< seconds, while the next action is near
 };
 
