@@ -149,7 +149,8 @@ LaunchResult ExecuteSupervisor::programMissing(const std::string& cause) {
 LaunchResult ExecuteSupervisor::otherExecution() {
   m.state.holdBackUntil(m.platform.clock.now() + kRetryBesideOther);
   if (!std::exchange(mSaidOtherExecution, true))
-    m.debugLog.logMessage("Scheduler waits for an execution that it has not started", true);
+    m.platform.systemLog.write(
+        "An execution runs that this agent has not started: the next one waits for its end");
   return LaunchResult::otherExecution;
 }
 

@@ -187,8 +187,7 @@ TEST_F(SiblingsOnBusTest, TheExecuteProgramObeys) {
     startAgent();
     EXPECT_EQ(command({"launch", std::to_string(films)}).code, 0);
     ASSERT_TRUE(real.runUntil([&] {
-      const auto lines = ZAN_FilesUtils::readFile(store->folder().pathOf("Corvana Log.txt"));
-      return lines && lines->bytes.find("it has not started") != std::string::npos;
+      return agentOutput.find("has not started") != std::string::npos;
     })) << agentOutput;
     EXPECT_EQ(history.historyCount(), 3U);
     setPause(false);
