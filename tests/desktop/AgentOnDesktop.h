@@ -75,10 +75,13 @@ class AgentOnDesktop : public testing::Test {
   }
 
   void startServer() {
-    server.start(QStringLiteral("Xvfb"),
-                 {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
-                  QStringLiteral("0"), QStringLiteral("1024x700x24"), QStringLiteral("-nolisten"),
-                  QStringLiteral("tcp")});
+    // Not the first free number: when this server ends, another test's would take it.
+    const int number = 1000 + int(QCoreApplication::applicationPid() % 20000) + servers++;
+    server.start(
+        QStringLiteral("Xvfb"),
+        {QStringLiteral(":%1").arg(number), QStringLiteral("-displayfd"), QStringLiteral("1"),
+         QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1024x700x24"),
+         QStringLiteral("-nolisten"), QStringLiteral("tcp")});
     ASSERT_TRUE(until([this] { return server.canReadLine(); }));
     const QByteArray display = ":" + server.readLine().trimmed();
     screen.emplace(display);
@@ -243,6 +246,7 @@ class AgentOnDesktop : public testing::Test {
   FakeNotifications notifications;
   QProcessEnvironment environment;
   QProcess server;
+  int servers = 0;  ///< started so far
   std::optional<TestScreen> screen;
   QProcess agent;
 };
