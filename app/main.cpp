@@ -91,6 +91,9 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   Input& input = qt.desktop != nullptr ? qt.desktop->input() : noInput;
   UserInterface& userInterface = qt.desktop != nullptr ? qt.desktop->userInterface() : headless;
   LinuxVolumes volumes(machine.loginName(), machine.homeFolder(), loop, loop);
+  if (const Outcome usable = volumes.checkChosenFolder(); !usable)
+    log->write("Stray folders are not looked for, as CORVANA9_VOLUMES names none to look in: " +
+               usable.error().text);
   BusConnection bus(loop, *log);
   const GvfsShares shares(
       bus, [&volumes](std::vector<Mount> all) { volumes.setShares(std::move(all)); });

@@ -34,6 +34,11 @@ std::string LinuxVolumes::volumesFolder(const std::string& loginName) {
   return ZAN_FilesUtils::isFolder(first) ? first : "/media/" + loginName;
 }
 
+Outcome LinuxVolumes::checkChosenFolder() const {
+  if (std::getenv("CORVANA9_VOLUMES") == nullptr) return {};
+  return VolumesFolderAccess(volumesFolder(), mHome).check();
+}
+
 std::string LinuxVolumes::volumesFolder() const { return volumesFolder(mLoginName); }
 
 std::vector<Mount> LinuxVolumes::mounts() const {

@@ -42,6 +42,8 @@ class LinuxVolumes final : public Volumes {
   /// $CORVANA9_VOLUMES if set, else the user's folder below /run/media or /media, the first that is
   /// there; the latter when neither is.
   static std::string volumesFolder(const std::string& loginName);
+  /// Why nothing is looked for or deleted in the folder that $CORVANA9_VOLUMES names.
+  Outcome checkChosenFolder() const;
 
  private:
   struct Seen {
