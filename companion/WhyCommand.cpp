@@ -56,6 +56,7 @@ bool askAgent(CommandHome& home, Seen& seen) {
   situation.startedFromNewMachine = status["otherStartupDisk"].boolValue();
   situation.paused = status["paused"].boolValue();
   situation.headRuns = status["executing"].boolValue();
+  situation.waitsForOther = status["waitsForOther"].boolValue();
   situation.idleTimeIsSeen = status["idleTimeIsSeen"].boolValue();
   situation.context = static_cast<int>(status.integer("context"));
   for (const auto& record : queue->elements()) situation.queue.push_back(record.integer("ref"));

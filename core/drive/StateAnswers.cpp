@@ -38,6 +38,7 @@ ZAN_Value StateAnswers::status() {
                              {"errorCode", m.state.mErrorInExecution},
                              {"schedulerStatus", m.siblings.schedulerStatus()},
                              {"executing", executing},
+                             {"waitsForOther", m.supervisor.waitsForOtherExecution()},
                              {"idleTimeIsSeen", m.platform.input.idleSeconds().has_value()},
                              {"queueCount", static_cast<long long>(m.queue.actionsList().size())},
                              {"nextCheck", ZAN_Value::date(m.state.mNextCheck.at())}});
@@ -93,6 +94,7 @@ Result<std::vector<std::string>> StateAnswers::why(std::int64_t ref) {
   situation.startedFromNewMachine = m.state.mStartedFromNewMachine;
   situation.paused = m.state.mPause;
   situation.headRuns = m.supervisor.isExecuting();
+  situation.waitsForOther = m.supervisor.waitsForOtherExecution();
   situation.idleTimeIsSeen = m.platform.input.idleSeconds().has_value();
   situation.context = m.state.mContext;
   for (const QueueRecord& record : m.queue.actionsList()) situation.queue.push_back(record.ref);

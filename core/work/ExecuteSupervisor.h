@@ -80,6 +80,8 @@ class ExecuteSupervisor : private TaskController {
 
   /// Whether an execution is held, its child running or not yet cleared.
   bool isExecuting() const { return mProcessTask != nullptr; }
+  /// The last try to launch found an execution that was started elsewhere.
+  bool waitsForOtherExecution() const { return mSaidOtherExecution && !mQueue.empty(); }
   /// 0 none, 2 launched and not yet seen running, 3 seen running.
   int processStatus() const { return mProcessStatus; }
   ReferenceTime startOfCurrentAction() const { return mStartOfCurrentAction; }  ///< 0 when none

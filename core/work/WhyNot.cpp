@@ -101,9 +101,9 @@ void WhyNot::addQueue(Reasons& reasons, std::int64_t reference, const Situation&
   const auto at = std::find(queue.begin(), queue.end(), reference);
   if (at == queue.end()) return;
   if (at == queue.begin()) {
-    reasons.push_back(situation.headRuns
-                          ? reason(Cause::running, mTexts.table.text("WhyRunning"))
-                          : reason(Cause::queued, mTexts.table.text("WhyQueuedFirst")));
+    const char* const queued = situation.waitsForOther ? "WhyOtherExecution" : "WhyQueuedFirst";
+    reasons.push_back(situation.headRuns ? reason(Cause::running, mTexts.table.text("WhyRunning"))
+                                         : reason(Cause::queued, mTexts.table.text(queued)));
     return;
   }
   std::string titles;

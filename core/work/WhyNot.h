@@ -51,6 +51,7 @@ class WhyNot {
     bool startedFromNewMachine = false;
     bool paused = false;
     bool headRuns = false;  ///< the first of the queue is being executed
+    bool waitsForOther = false;  ///< it waits for the end of an execution started elsewhere
     bool idleTimeIsSeen = true;
     int context = 0;                  ///< 0 none, 1 office, 2 home, 3 nomad
     std::vector<std::int64_t> queue;  ///< references, head first

@@ -23,6 +23,7 @@ std::string reasonsText(const UserInterfaceSources& sources, std::int64_t ref) {
   situation.startedFromNewMachine = sources.state.mStartedFromNewMachine;
   situation.paused = sources.state.mPause;
   situation.headRuns = sources.supervisor.isExecuting();
+  situation.waitsForOther = sources.supervisor.waitsForOtherExecution();
   situation.idleTimeIsSeen = sources.platform.input.idleSeconds().has_value();
   situation.context = sources.state.mContext;
   for (const QueueRecord& record : sources.queue.actionsList())
