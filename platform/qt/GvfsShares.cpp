@@ -37,12 +37,12 @@ QDBusMessage question() {
 QString textOf(const QByteArray& bytes) { return QString::fromUtf8(bytes.constData()); }
 
 /// What a mount is told by: a kind, and what belongs to it.
-struct Specification {
+struct MountKey {
   QString prefix;
   QVariantMap items;
 
-  QString item(const char* key) const {
-    return textOf(items.value(QString::fromLatin1(key)).toByteArray());
+  QString item(const char* name) const {
+    return textOf(items.value(QString::fromLatin1(name)).toByteArray());
   }
 
   /// The address of a share; empty for what is none, such as a camera.
@@ -92,21 +92,21 @@ std::vector<Mount> sharesIn(const QDBusMessage& answer) {
     QByteArray folder;
     QByteArray prefix;
     QByteArray location;
-    Specification specification;
+    MountKey key;
     list.beginStructure();
     list >> owner >> object >> name >> ignored >> ignored >> ignored >> ignored >> ignored >>
         isShown >> folder;
     list.beginStructure();
-    list >> prefix >> specification.items;
+    list >> prefix >> key.items;
     list.endStructure();
     list >> location;
     list.endStructure();
-    specification.prefix = textOf(prefix);
-    const QUrl address = specification.address();
+    key.prefix = textOf(prefix);
+    const QUrl address = key.address();
     const QString place = textOf(folder);
     // Without its folder file system GVfs shows nothing to programs that do not know it.
     if (!isShown || address.isEmpty() || !place.startsWith(QLatin1Char('/'))) continue;
-    const QString share = specification.item("share");
+    const QString share = key.item("share");
     shares.push_back({.target = place.toStdString(),
                       .source = address.toString(QUrl::FullyEncoded).toStdString(),
                       .fileSystem = address.scheme().toStdString(),

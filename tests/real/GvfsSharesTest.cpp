@@ -32,9 +32,9 @@ def heard(source, condition):
             while tracker.mounts: tracker.Unmounted(tracker.mounts.pop())
             continue
         visible, folder, name, *items = line.split()
-        specification = {key: text(value) for key, value in (item.split('=') for item in items)}
+        told = {key: text(value) for key, value in (item.split('=') for item in items)}
         tracker.mounts.append((':1.9', '/org/gtk/vfs/mount/1', name, name, '', '', '', '', visible == '1', text(folder),
-                               (text('/files'), dbus.Dictionary(specification, signature='sv')), text('')))
+                               (text('/files'), dbus.Dictionary(told, signature='sv')), text('')))
         tracker.Mounted(tracker.mounts[-1])
     return True
 dbus.mainloop.glib.DBusGMainLoop(set_as_default=True)
