@@ -21,15 +21,14 @@ void ExecuteMessages::post(const std::string& object, ZAN_Value userInfo) {
 
 void ExecuteMessages::postProgress(const Progress& progress, bool last) {
   const bool isUsual = mMode == usual;
-  bool isAnother = false;
   {
     const std::lock_guard lock(mMutex);
-    isAnother = mLatest.currentPath != progress.currentPath;
     mLatest = progress;
   }
   const double now = mClock.monotonic();
   if (!last && now < mNextProgress) return;
-  if (!last && !isUsual && !isAnother) return;
+  if (!last && !isUsual && mPostedPath == progress.currentPath) return;
+  mPostedPath = progress.currentPath;
   mNextProgress = now + (isUsual ? kProgressInterval : kDetailedInterval);
   post("ExecuteProgress", ZAN_Value::dictionary({{"CurrentPath", progress.currentPath},
                                                  {"ProgressValue", progress.value},

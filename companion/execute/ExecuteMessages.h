@@ -67,6 +67,7 @@ class ExecuteMessages {
   std::atomic<Mode> mMode = usual;
   mutable std::mutex mMutex;  ///< guards what follows
   Progress mLatest;
+  std::string mPostedPath;  ///< of the last report; of the thread that copies
 };
 
 }  // namespace corvana

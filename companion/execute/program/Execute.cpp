@@ -1,5 +1,3 @@
-#include <signal.h>
-
 #include <QCoreApplication>
 #include <algorithm>
 #include <clocale>
@@ -110,10 +108,8 @@ int main(int count, char** words) {
     std::cerr << arguments.error().text << '\n' << corvana::kUsage;
     return 2;
   }
-  // Whoever reads what it prints may be gone; the copy goes on.
-  signal(SIGPIPE, SIG_IGN);
   qputenv("QT_NO_GLIB", "1");
-  // Who started it may be gone; the backup goes on and is recorded.
+  // Whoever started it or reads what it prints may be gone; the backup goes on and is recorded.
   std::signal(SIGPIPE, SIG_IGN);
   const QCoreApplication application(count, words);
   // It has taken over the user's decimal sign; numbers in files have a point.
