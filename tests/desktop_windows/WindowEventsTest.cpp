@@ -24,6 +24,7 @@
 #include "desktop/TableView.h"
 #include "desktop/Texts.h"
 #include "desktop/WindowRegistry.h"
+#include "tests/desktop_windows/WidgetIn.h"
 #include "tests/scenario/Scenario.h"
 #include "ui/windows/PreferencesModel.h"
 
@@ -72,15 +73,7 @@ class WindowEventsTest : public testing::Test {
   }
   template <class T>
   static T& the(const AgentWindow& window, const QString& name = {}) {
-    for (QWidget* widget : window.findChildren<QWidget*>()) {
-      T* one = dynamic_cast<T*>(widget);
-      if (one == nullptr) continue;
-      if (name.isEmpty() || one->accessibleName() == name) return *one;
-      if constexpr (std::is_base_of_v<QAbstractButton, T>) {
-        if (one->text().remove('&') == name) return *one;
-      }
-    }
-    throw std::runtime_error("not there: " + name.toStdString());
+    return widgetIn<T>(window, name);
   }
   /// What the agent tells its windows arrives.
   void settle() {

@@ -28,6 +28,7 @@
 #include "desktop/Texts.h"
 #include "desktop/WeekView.h"
 #include "desktop/WindowFactory.h"
+#include "tests/desktop_windows/WidgetIn.h"
 #include "tests/scenario/Scenario.h"
 #include "ui/FloatingIconLines.h"
 #include "ui/StatusMenu.h"
@@ -70,16 +71,7 @@ class WindowsTest : public testing::Test {
   }
   template <class T>
   T& the(const QString& name = {}) {
-    // Qt itself tells only classes of its own apart.
-    for (QWidget* widget : mWindow->findChildren<QWidget*>()) {
-      T* one = dynamic_cast<T*>(widget);
-      if (one == nullptr) continue;
-      if (name.isEmpty() || one->accessibleName() == name) return *one;
-      if constexpr (std::is_base_of_v<QAbstractButton, T>) {
-        if (one->text().remove('&') == name) return *one;
-      }
-    }
-    throw std::runtime_error("not there: " + name.toStdString());
+    return widgetIn<T>(*mWindow, name);
   }
   void press(QWidget& widget, int key) {
     for (const auto type : {QEvent::KeyPress, QEvent::KeyRelease}) {

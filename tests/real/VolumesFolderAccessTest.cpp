@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 
 #include "platform/linux/VolumesFolderAccess.h"
 #include "platform/simulated/TemporaryFolder.h"
@@ -77,49 +75,9 @@ bool leavesMountsAndLinksAlone(const fs::path& root) {
   return good;
 }
 
-/// A disk is mounted over a part of the stray folder again and again while that is deleted.
-bool survivesARace(const fs::path& root) {
-  const fs::path folder = root / "Volumes";
-  const fs::path place = folder / "Stray/a/b";
-  bool good = true;
-  int mounted = 0;
-  for (int round = 0; round < 150 && good; ++round) {
-    for (int i = 0; i < 30; ++i) write(folder / "Stray/a" / ("f" + std::to_string(i)));
-    fs::create_directories(place);
-    std::atomic<bool> begins{false};
-    std::thread plugger([&] {
-      while (!begins) {
-      }
-      for (std::atomic<int> wait{0}; wait < round * 40; ++wait) {
-      }
-      if (mount("none", place.c_str(), "tmpfs", 0, nullptr) == 0) ++mounted;
-    });
-    begins = true;
-    // Written as soon as it is there, deleted by nobody.
-    const VolumesFolderAccess access(folder, root / "home");
-    const Outcome first = access.remove("Stray");
-    plugger.join();
-    if (fs::exists(place)) {
-      write(place / "onDisk");
-      const Outcome second = access.remove("Stray");
-      good &= expect(!second && fs::exists(place / "onDisk"), "the file on the disk");
-      umount2(place.c_str(), MNT_DETACH);
-    } else {
-      good &= expect(static_cast<bool>(first), "nothing was mounted, so it went");
-    }
-  }
-  // Otherwise nothing was raced.
-  return good && expect(mounted > 0, "a disk won the race now and then");
-}
-
 TEST(VolumesFolderAccess, DeletesNothingBehindAMountOrALink) {
   const TemporaryFolder folder;
   inOwnMountNamespace([&] { return leavesMountsAndLinksAlone(folder.path()); });
-}
-
-TEST(VolumesFolderAccess, ADiskThatComesWhileItDeletesKeepsItsFiles) {
-  const TemporaryFolder folder;
-  inOwnMountNamespace([&] { return survivesARace(folder.path()); });
 }
 
 }  // namespace

@@ -2,15 +2,7 @@
 # Disks come and go while the real agent runs: volumes.sh BUILD-TREE
 set -u
 build="$1"
-here="$(cd "$(dirname "$0")" && pwd)"
-
-skip() { echo "SKIPPED: $*"; exit 77; }
-if [ "${2:-}" != inside ]; then
-  [ "$(id -u)" -eq 0 ] || skip "needs root, to mount"
-  unshare -m true 2> /dev/null || skip "needs a mount namespace of its own"
-  exec unshare -m --propagation private dbus-run-session --config-file="$here/../../session-bus.conf" -- \
-    bash "$0" "$build" inside
-fi
+. "$(dirname "$0")/namespace.sh"
 
 scratch="$(mktemp -d /tmp/corvana-volumes.XXXXXX)"
 mount -t tmpfs scratch "$scratch" || skip "tmpfs cannot be mounted"
