@@ -9,13 +9,14 @@ namespace corvana {
 
 namespace {
 
-/// Folder descriptions come as one, as an array, or as an archive of either.
+/// What is in an archive, null when that is damaged; anything else as it is.
 ZAN_Value unwrapped(const ZAN_Value& value) {
   if (!value.isData()) return value;
   Result<ZAN_Value> stored = ZAN_Unarchiver::unarchiveObjectWithData(value.bytes());
   return stored ? std::move(stored).value() : ZAN_Value();
 }
 
+/// Folder descriptions come as one, as an array, or as an archive of either.
 void appendFolders(const ZAN_Value& value, std::vector<ZAN_Value>& folders) {
   const ZAN_Value plain = unwrapped(value);
   if (plain.isDictionary()) folders.push_back(plain);

@@ -150,7 +150,7 @@ void print(const KnownVolume& volume, std::optional<std::int64_t> wanted, const 
   const std::int64_t weeks = wanted.value_or(usualWeeks(volume, home.now()));
   const double longer = static_cast<double>(weeks) * kWeek;
   if (weeks > 1 && hasHourWithin(volume, home.now(), longer)) {
-    std::string label = "  free, " + std::to_string(weeks) + (weeks == 1 ? " week" : " weeks");
+    std::string label = "  free, " + std::to_string(weeks) + " weeks";
     label.resize(17, ' ');
     out << label << '|' << chart(volume, home.now(), longer) << "|\n";
   }

@@ -94,7 +94,6 @@ class QtUserInterface::Private {
   std::unique_ptr<Questions> questions = std::make_unique<Questions>();
   std::unique_ptr<FloatingIconView> floatingIcon;
   double floatingOpacity = 80;
-  StatusPicture picture;
   QString toolTip;
   bool statusItem = false;
   bool willChange = false;
@@ -136,8 +135,7 @@ void QtUserInterface::Private::tellThatThereIsNoPanel() {
 }
 
 void QtUserInterface::Private::showPicture(const StatusPicture& wanted) {
-  picture = wanted;
-  if (tray != nullptr && statusItem) tray->setIcon(pictures.icon(picture));
+  if (tray != nullptr && statusItem) tray->setIcon(pictures.icon(wanted));
 }
 
 void QtUserInterface::Private::drawMenu() { menu->setItems(menuModel->items()); }

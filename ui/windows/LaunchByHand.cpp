@@ -84,7 +84,7 @@ std::string resultInWords(std::int64_t code, const ZAN_StringTable& texts) {
 }
 
 std::string durationText(double seconds) {
-  const auto whole = std::max<std::int64_t>(0, std::llround(seconds));
+  const auto whole = std::max<std::int64_t>(0, static_cast<std::int64_t>(seconds));
   return std::to_string(whole / 3600) + ":" + twoDigits(whole / 60 % 60) + ":" +
          twoDigits(whole % 60);
 }

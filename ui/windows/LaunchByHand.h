@@ -20,7 +20,7 @@ std::string titleOf(const UserInterfaceSources& sources, std::int64_t ref);
 /// What a code of the log or the history says of an execution; empty for other events.
 std::string resultInWords(std::int64_t code, const ZAN_StringTable& texts);
 
-/// 1:02:05; an unfinished second counts as done.
+/// 1:02:05, whole seconds as the history counts them.
 std::string durationText(double seconds);
 
 }  // namespace corvana
