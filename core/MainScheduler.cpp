@@ -26,8 +26,6 @@ constexpr double kHoldAtLogin = 30.0;
 constexpr double kHoldAfterRelaunch = 2.0;
 /// A quit no longer ago than this was a relaunch.
 constexpr double kRelaunchWindow = 10.0;
-constexpr double kOtherInstanceMessageSeconds = 10.0;
-constexpr double kOtherInstanceBlockSeconds = 15.0;
 constexpr double kStartupDiskCheckDelay = 300.0;
 constexpr double kStartupDiskQuestionDelay = 2.0;
 constexpr double kLoginItemsDelay = 25.0;
@@ -36,10 +34,6 @@ constexpr int kRearrangeAfter = 4;
 constexpr std::int64_t kActivityQuits = 1;
 constexpr std::int64_t kActivityStarted = 2;
 constexpr std::string_view kRequestFile = "Corvana 9 Execute Actions.cva9data";
-
-std::string fileName(const std::string& path) {
-  return std::filesystem::path(path).filename().string();
-}
 
 }  // namespace
 
@@ -95,6 +89,8 @@ MainScheduler::MainScheduler(Platform platform)
       mSettingsBackup(workSurroundings()),
       mLongDisabledWarning(workSurroundings(), mHistory, mEvaluation),
       mWakeUp(workSurroundings(), mEvaluation, mSupervisor),
+      mShutdownHelper(workSurroundings()),
+      mInstanceCheck(mPlatform, mLog, mMessages, mTexts),
       mStatusItem(platform.clock, platform.userInterface, mState, mPreferences, mTexts),
       mFloatingIcon(platform.clock, platform.userInterface, mState, mPreferences, mStatusItem),
       mAnnounce(platform.userInterface, mTree, mQueue, mStrings, mTexts),
@@ -290,7 +286,7 @@ void MainScheduler::wireDrive() {
   mTick.queueWindowOpenedByUser = [this] { return mControls.queueWindowOpenedByUser(); };
   mDispatch.onActionListChanged = [this] {
     mEvaluation.rebuildActionsList();
-    updateShutdownHelper();
+    mShutdownHelper.update();
     mPlatform.userInterface.menusChanged();
     mRemoteControl.publishRemoteControl();
   };
@@ -308,7 +304,7 @@ void MainScheduler::wireMachine() {
                            // Others go on working on this machine, so does the agent.
                            [this] {
                              mMustTerminateWhenAllDone = false;
-                             updateShutdownHelper();
+                             mShutdownHelper.update();
                            }});
   mLaunchStep.onStartupDiskQuestion = [this] {
     mPlatform.runLoop.performAfter(kStartupDiskQuestionDelay,
@@ -396,12 +392,11 @@ void MainScheduler::applicationDidFinishLaunching() {
   } else {
     mState.mFirstCheckAfterStartup = true;
   }
-  if (anotherInstanceRuns()) {
+  if (mInstanceCheck.anotherInstanceRuns()) {
     leaveToTheOtherInstance();
     return;
   }
 
-  waitForExecutionsLeftBehind();
   if (mPlatform.agentObject != nullptr) mPlatform.agentObject->appear(mAnswers);
   mStatusItem.createStatusItem();
   loop.performAfter(5.0, [this] { mFloatingIcon.applyMode(); });
@@ -412,7 +407,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   mRemoteControl.publishRemoteControl();
   mLog.addSchedulerLog(LogCode::agentStarted);
   mEvaluation.rebuildActionsList();
-  updateShutdownHelper();
+  mShutdownHelper.update();
   mPlatform.userInterface.menusChanged();
   loop.performAfter(75.0, [this] { mLongDisabledWarning.checkIfExecutionIsDisabled(); });
   loop.performAfter(2.0, [this] { mSiblingStatus.sendSchedulerStatusToMainApp(); });
@@ -434,33 +429,8 @@ bool MainScheduler::isHelperPrivileged() const {
       mStore.installPaths().installPathForCode(InstallPaths::adminLauncher));
 }
 
-bool MainScheduler::anotherInstanceRuns() const {
-  const std::string own = fileName(mPlatform.machine.bundlePath());
-  if (own.empty()) return false;
-  // Of two that start at the same moment one has to stay: the one that was there first.
-  const auto running = mPlatform.processes.running();
-  const auto me = std::ranges::find(running, mPlatform.processes.ownPid(), &RunningProcess::pid);
-  return std::ranges::any_of(running, [&](const RunningProcess& process) {
-    if (fileName(process.bundlePath) != own) return false;
-    if (me == running.end()) return process.pid != mPlatform.processes.ownPid();
-    return std::pair(process.start, process.pid) < std::pair(me->start, me->pid);
-  });
-}
-
 void MainScheduler::leaveToTheOtherInstance() {
-  const std::string& text = mTexts.text("SchedulerLaunchedMultipleText");
-  mLog.addSchedulerLog(LogCode::message, text);
-  mPlatform.notifications.stopObserving(std::string(kSchedulerNotification));
-  ZAN_Value desktop;
-  for (const auto& [name, value] : mPlatform.userInterface.desktop()) {
-    if (desktop.isNull()) desktop = ZAN_Value::dictionary({});
-    desktop.setValue(name, value);
-  }
-  mPlatform.notifications.post(
-      {std::string(kSchedulerNotification), "ShowAllVisibleWindowsActions", desktop});
-  mMessages.showMessageImmediatly(mTexts.text("SchedulerLaunchedMultiple"), text,
-                                  kOtherInstanceMessageSeconds, false);
-  mPlatform.clock.sleep(kOtherInstanceBlockSeconds);
+  mInstanceCheck.leaveToTheOtherInstance();
   // The other instance's preferences and queue are newer than what was read here: nothing is saved.
   mTerminateBySelf = true;
   // The loop may not run yet, and would not hear it.
@@ -485,38 +455,12 @@ void MainScheduler::tellThatAnswersChanged() {
   if (mPlatform.agentObject != nullptr) mPlatform.agentObject->changed();
 }
 
-/// The helper sees the machine being shut down and asks for what is to run then; it runs only while
-/// there is such an action.
-void MainScheduler::updateShutdownHelper() {
-  const std::string& helper =
-      mStore.installPaths().installPathForCode(InstallPaths::shutDownBundle);
-  ProgrammedAction::Nodes actions;
-  mTree.rootItem().getListOfShutDownActions(actions);
-  if (actions.empty()) {
-    killProcessWithBundlePath(helper);
-    return;
-  }
-  std::error_code ignored;
-  if (!std::filesystem::exists(helper, ignored)) return;
-  const auto running = mPlatform.processes.running();
-  if (std::ranges::find(running, helper, &RunningProcess::bundlePath) != running.end()) return;
-  if (const Outcome opened = mPlatform.processes.open(helper); !opened) {
-    mPlatform.systemLog.write(opened.error().text);
-  }
-}
-
-void MainScheduler::killProcessWithBundlePath(const std::string& path) {
-  const auto running = mPlatform.processes.running();
-  const auto found = std::ranges::find(running, path, &RunningProcess::bundlePath);
-  if (found != running.end()) mPlatform.processes.kill(found->pid);
-}
-
 /// The helper that waits for a shut-down is not to hold this one up. Without it the system may end
 /// programs at any moment: what waits to be written is written first.
 void MainScheduler::shutDownMachine() {
   static_cast<void>(mPreferences.savePrefs());
   mStore.finishSaving();
-  killProcessWithBundlePath(mStore.installPaths().installPathForCode(InstallPaths::shutDownBundle));
+  mShutdownHelper.end();
   mPlatform.clock.sleep(1.0);
   terminateAndShutDown();
 }
@@ -597,14 +541,6 @@ void MainScheduler::goOnWithoutDesktop() {
   terminateBySelf();
 }
 
-/// Nothing is launched beside an execution that an agent before this one has left running.
-void MainScheduler::waitForExecutionsLeftBehind() {
-  if (!mSiblingWatch.isExecuteAppLaunched()) return;
-  const ReferenceTime hold = mPlatform.clock.now() + kHoldAfterRelaunch;
-  if (mState.mPauseBeforeNextStep.at() < hold) mState.holdBackUntil(hold);
-  mRunLoop.performAfter(1.0, [this] { waitForExecutionsLeftBehind(); });
-}
-
 /// An agent that has come to be without windows gets them where another was started.
 void MainScheduler::moveTo(const std::map<std::string, std::string>& desktop) {
   if (mPlatform.userInterface.moveTo(desktop)) relaunchAfterExecution();
@@ -629,10 +565,7 @@ void MainScheduler::applicationWillTerminate() {
   if (mPlatform.agentObject != nullptr) mPlatform.agentObject->disappear();
   mTimer.stop();
   mRemoteControl.stop();
-  if (mMustTerminateWhenAllDone) {
-    killProcessWithBundlePath(
-        mStore.installPaths().installPathForCode(InstallPaths::shutDownBundle));
-  }
+  if (mMustTerminateWhenAllDone) mShutdownHelper.end();
   mPreferences.setPref("SchedulerQuitDate", ZAN_Value::date(mPlatform.clock.now()));
   if (mPreferences.mShowMiniProgressPosition) {
     mPreferences.setPref("SchedulerPrefShowAnnouncePositionX",

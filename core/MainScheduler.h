@@ -13,6 +13,7 @@
 #include "actions/ExecutionCounters.h"
 #include "actions/History.h"
 #include "core/drive/Controls.h"
+#include "core/drive/InstanceCheck.h"
 #include "core/drive/LaunchStep.h"
 #include "core/drive/NotificationDispatch.h"
 #include "core/drive/SchedulerTick.h"
@@ -33,6 +34,7 @@
 #include "core/work/ExecuteSupervisor.h"
 #include "core/work/LongDisabledWarning.h"
 #include "core/work/SettingsBackup.h"
+#include "core/work/ShutdownHelper.h"
 #include "core/work/TriggerEvaluation.h"
 #include "core/work/WakeUp.h"
 #include "core/work/WorkSurroundings.h"
@@ -113,20 +115,16 @@ class MainScheduler {
   void setUp();
   void readShortcut();
   bool isHelperPrivileged() const;
-  bool anotherInstanceRuns() const;
   void leaveToTheOtherInstance();
   void executeRequestedActions();
   void listsChanged();
   void tellThatAnswersChanged();
-  void updateShutdownHelper();
-  void killProcessWithBundlePath(const std::string& path);
   void wireMachine();
   void shutDownMachine();
   void terminateAndShutDown();
   void checkStartupDiskAgain();
   void showShortcutTargets(int operation);
   void refreshToolTip(const std::string& text);
-  void waitForExecutionsLeftBehind();
   void moveTo(const std::map<std::string, std::string>& desktop);
   void relaunchAfterExecution();
   void applicationShouldTerminate();
@@ -176,6 +174,8 @@ class MainScheduler {
   SettingsBackup mSettingsBackup;
   LongDisabledWarning mLongDisabledWarning;
   WakeUp mWakeUp;
+  ShutdownHelper mShutdownHelper;
+  InstanceCheck mInstanceCheck;
   StatusItem mStatusItem;
   FloatingIcon mFloatingIcon;
   Announce mAnnounce;

@@ -88,16 +88,8 @@ Result<std::vector<std::string>> StateAnswers::why(std::int64_t ref) {
   const ProgrammedAction* action = m.tree.rootItem().actionForReference(ref);
   if (action == nullptr)
     return Error{ErrorKind::absent, "action " + std::to_string(ref) + ": there is no such action"};
-  WhyNot::Situation situation;
-  situation.scheduleDisabled = m.state.mScheduleDisabled;
-  situation.disabledWhenDone = m.state.mScheduleDisabledWhenDone;
-  situation.startedFromNewMachine = m.state.mStartedFromNewMachine;
-  situation.paused = m.state.mPause;
-  situation.headRuns = m.supervisor.isExecuting();
-  situation.waitsForOther = m.supervisor.waitsForOtherExecution();
-  situation.idleTimeIsSeen = m.platform.input.idleSeconds().has_value();
-  situation.context = m.state.mContext;
-  for (const QueueRecord& record : m.queue.actionsList()) situation.queue.push_back(record.ref);
+  const WhyNot::Situation situation =
+      WhyNot::situationOf(m.state, m.supervisor, m.queue, m.platform.input);
   const ActionsTools tools(m.evaluation.calendar(), m.platform.clock.now());
   const WhyNot whyNot(tools, {m.texts, m.strings}, m.volumes,
                       [this](std::int64_t other) { return titleOf(other); });

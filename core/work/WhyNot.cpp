@@ -5,6 +5,10 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ProgrammedAction.h"
+#include "core/record/SchedulerState.h"
+#include "core/work/ActionQueue.h"
+#include "core/work/ExecuteSupervisor.h"
+#include "platform/Input.h"
 #include "volumes/VolumeIdentity.h"
 
 namespace corvana {
@@ -23,6 +27,22 @@ std::string launch(std::int64_t reference) {
 bool isStartUpFrequency(std::int64_t frequency) { return frequency >= 30 && frequency <= 32; }
 
 }  // namespace
+
+WhyNot::Situation WhyNot::situationOf(const SchedulerState& state,
+                                      const ExecuteSupervisor& supervisor, const ActionQueue& queue,
+                                      Input& input) {
+  Situation situation{.scheduleDisabled = state.mScheduleDisabled,
+                      .disabledWhenDone = state.mScheduleDisabledWhenDone,
+                      .startedFromNewMachine = state.mStartedFromNewMachine,
+                      .paused = state.mPause,
+                      .headRuns = supervisor.isExecuting(),
+                      .waitsForOther = supervisor.waitsForOtherExecution(),
+                      .idleTimeIsSeen = input.idleSeconds().has_value(),
+                      .context = state.mContext,
+                      .queue = {}};
+  for (const QueueRecord& record : queue.actionsList()) situation.queue.push_back(record.ref);
+  return situation;
+}
 
 WhyNot::WhyNot(const ActionsTools& tools, ActionsTools::Texts texts, VolumeIdentity& volumes,
                std::function<std::string(std::int64_t)> titleOf)

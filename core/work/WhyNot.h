@@ -11,8 +11,12 @@
 
 namespace corvana {
 
+class ActionQueue;
+class ExecuteSupervisor;
+class Input;
 class ProgrammedAction;
 class VolumeIdentity;
+struct SchedulerState;
 
 /// Says, in the user's language, why an action does not run now or will not at its next date, and
 /// what would make it run. Asks and changes nothing. Thread: main.
@@ -50,12 +54,15 @@ class WhyNot {
     bool disabledWhenDone = false;
     bool startedFromNewMachine = false;
     bool paused = false;
-    bool headRuns = false;  ///< the first of the queue is being executed
+    bool headRuns = false;       ///< the first of the queue is being executed
     bool waitsForOther = false;  ///< it waits for the end of an execution started elsewhere
     bool idleTimeIsSeen = true;
     int context = 0;                  ///< 0 none, 1 office, 2 home, 3 nomad
     std::vector<std::int64_t> queue;  ///< references, head first
   };
+  /// As the agent itself knows it.
+  static Situation situationOf(const SchedulerState& state, const ExecuteSupervisor& supervisor,
+                               const ActionQueue& queue, Input& input);
 
   /// `titleOf` names an action by its reference. Everything outlives this object.
   WhyNot(const ActionsTools& tools, ActionsTools::Texts texts, VolumeIdentity& volumes,

@@ -17,17 +17,8 @@ namespace corvana {
 std::string reasonsText(const UserInterfaceSources& sources, std::int64_t ref) {
   const ProgrammedAction* action = sources.tree.rootItem().actionForReference(ref);
   if (action == nullptr) return {};
-  WhyNot::Situation situation;
-  situation.scheduleDisabled = sources.state.mScheduleDisabled;
-  situation.disabledWhenDone = sources.state.mScheduleDisabledWhenDone;
-  situation.startedFromNewMachine = sources.state.mStartedFromNewMachine;
-  situation.paused = sources.state.mPause;
-  situation.headRuns = sources.supervisor.isExecuting();
-  situation.waitsForOther = sources.supervisor.waitsForOtherExecution();
-  situation.idleTimeIsSeen = sources.platform.input.idleSeconds().has_value();
-  situation.context = sources.state.mContext;
-  for (const QueueRecord& record : sources.queue.actionsList())
-    situation.queue.push_back(record.ref);
+  const WhyNot::Situation situation =
+      WhyNot::situationOf(sources.state, sources.supervisor, sources.queue, sources.platform.input);
   const ActionsTools tools(sources.evaluation.calendar(), sources.platform.clock.now());
   const WhyNot whyNot(tools, {sources.texts, sources.strings}, sources.volumes,
                       [&](std::int64_t other) { return titleOf(sources, other); });
