@@ -94,8 +94,8 @@ class ZAN_DateUtils {
   /// zone.
   std::optional<std::int64_t> dayNumberForDay(std::int64_t day, std::int64_t month,
                                               std::int64_t year) const;
-  /// The first day from that one on that the zone left out, going from the day before it to the day after
-  /// it; `kNoDay` when there is none.
+  /// The first day from that one on that the zone left out, going from the day before it to the day
+  /// after it; `kNoDay` when there is none.
   std::int64_t nextSkippedDay(std::int64_t dayNumber) const;
   static constexpr std::int64_t kNoDay = std::numeric_limits<std::int64_t>::max();
   int weekOfDay(std::int64_t dayNumber) const;
@@ -116,7 +116,7 @@ class ZAN_DateUtils {
   // Texts.
   /// strftime patterns, in English whatever the region: "%Y%m%d", "%Y-%m-%d %H:%M:%S".
   std::string format(ReferenceTime date, std::string_view pattern) const;
-  std::string monthName(int month) const;           ///< 1 to 12; empty for others
+  std::string monthName(int month) const;      ///< 1 to 12; empty for others
   std::string weekdayName(int weekday) const;  ///< 1 = Sunday to 7 = Saturday; empty for others
 
  private:

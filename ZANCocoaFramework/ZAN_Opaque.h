@@ -14,9 +14,10 @@ struct ZAN_Opaque {
     std::int64_t version = 0;
     bool operator==(const ClassName&) const = default;
   };
-  /// One encoded group: the type string and the leaves of its values in order. A leaf of type '@' is the
-  /// object, of 'c', 'i', 'd' and their like a number, of '*', ':' and '%' a text or null, of '+' and '[Nc]'
-  /// data, of '#' an array of [name, version] pairs, derived class first, or null.
+  /// One encoded group: the type string and the leaves of its values in order. A leaf of type '@'
+  /// is the object, of 'c', 'i', 'd' and their like a number, of '*', ':' and '%' a text or null,
+  /// of '+' and '[Nc]' data, of '#' an array of [name, version] pairs, derived class first, or
+  /// null.
   struct Group {
     std::string types;
     std::vector<ZAN_Value> leaves;

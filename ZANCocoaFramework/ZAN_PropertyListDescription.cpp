@@ -22,7 +22,7 @@ bool isPlain(std::string_view text) {
   });
 }
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
   if (isPlain(text)) return std::string(text);
   std::string result = "\"";
   for (const char letter : text) {
@@ -69,7 +69,7 @@ void write(const ZAN_Value& value, std::size_t indent, int depth, std::string& t
                              [](const auto* entry) { return entry->key.stringView(); });
     text += "{\n";
     for (const auto* entry : entries) {
-      text += inner + quoted(entry->key.stringView()) + " = ";
+      text += inner + inQuotes(entry->key.stringView()) + " = ";
       if (entry->value.isDictionary() || entry->value.isArray()) text += inner;
       write(entry->value, indent + kStep, depth + 1, text);
       text += ";\n";
@@ -84,13 +84,13 @@ void write(const ZAN_Value& value, std::size_t indent, int depth, std::string& t
     }
     text += outer + ")";
   } else if (value.isString()) {
-    text += quoted(value.stringView());
+    text += inQuotes(value.stringView());
   } else if (value.isNumber()) {
     text += numberText(value);
   } else if (value.isData()) {
     text += hexadecimal(value.bytes());
   } else if (const auto date = value.asDate()) {
-    text += quoted(ZAN_DateUtils("UTC", "C").format(*date, "%Y-%m-%d %H:%M:%S +0000"));
+    text += inQuotes(ZAN_DateUtils("UTC", "C").format(*date, "%Y-%m-%d %H:%M:%S +0000"));
   } else {
     text += "\"<null>\"";
   }

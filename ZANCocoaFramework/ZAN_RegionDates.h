@@ -9,8 +9,8 @@ class QLocale;
 
 namespace corvana {
 
-/// When a region's weeks begin and what it calls days and months. Without a region ("", "C", "POSIX", or one
-/// that is not known) weeks begin on Sunday and the names are English.
+/// When a region's weeks begin and what it calls days and months. Without a region ("", "C",
+/// "POSIX", or one that is not known) weeks begin on Sunday and the names are English.
 ///
 /// Immutable once made. Thread: any.
 class ZAN_RegionDates {

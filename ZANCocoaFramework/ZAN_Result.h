@@ -22,7 +22,8 @@ struct Error {
   std::string text;
 };
 
-/// A value, or the reason why there is none. Reading the side that is not there is a programming error.
+/// A value, or the reason why there is none. Reading the side that is not there is a programming
+/// error.
 template <class T>
 class [[nodiscard]] Result {
  public:

@@ -31,8 +31,8 @@ class ZAN_ZoneTable {
   /// The instant of a clock time: the first of two, and as far after a gap as it is into the gap.
   std::int64_t instantOf(std::int64_t civil) const;
   std::int64_t firstInstantOfDay(std::int64_t dayNumber) const;
-  /// The first day from that one on that the clocks went past as a whole; the largest number when there is
-  /// none.
+  /// The first day from that one on that the clocks went past as a whole; the largest number when
+  /// there is none.
   std::int64_t nextSkippedDay(std::int64_t dayNumber) const {
     if (mSkippedDays.empty() || dayNumber > mSkippedDays.back()) return kNever;
     return *std::ranges::lower_bound(mSkippedDays, dayNumber);

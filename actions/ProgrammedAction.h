@@ -142,8 +142,8 @@ class ProgrammedAction {
   /// `today`, one that chooses its day.
   void getListOfShutDownActions(Nodes& list, const ActionsTools* today = nullptr);
   /// The actions with a source or a destination on the start-up disk that carries another size or
-  /// creation date than `folder`, the description of "/"; what is not known is no difference. Without
-  /// `liesOnStartupDisk` every path counts as lying there.
+  /// creation date than `folder`, the description of "/"; what is not known is no difference.
+  /// Without `liesOnStartupDisk` every path counts as lying there.
   Nodes actionsNeedingUpdateForStartupDisk(
       const ZAN_Value& folder, const ActionSort& sort,
       const std::function<bool(const std::string& path)>& liesOnStartupDisk = {});

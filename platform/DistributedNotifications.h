@@ -7,7 +7,8 @@
 
 namespace corvana {
 
-/// A message between the programs of the product: which program it is for, what it says, and details.
+/// A message between the programs of the product: which program it is for, what it says, and
+/// details.
 struct DistributedNotification {
   std::string name;
   std::string object;  ///< empty: none

@@ -22,8 +22,8 @@ struct RunningProcess {
   std::string bundleExecutable;  ///< last path component of the executable
 };
 
-/// A child process. It is passive: nothing happens to the child when the object goes, except that its
-/// pipes are closed. Thread: main.
+/// A child process. It is passive: nothing happens to the child when the object goes, except that
+/// its pipes are closed. Thread: main.
 class ChildProcess {
  public:
   virtual ~ChildProcess() = default;
@@ -34,14 +34,15 @@ class ChildProcess {
   virtual void terminate() = 0;
   /// Ignored when the child has no standard input or has closed it.
   virtual void write(std::string_view data) = 0;
-  /// What the child has written to its standard output and error so far and was not yet taken, without
-  /// waiting; empty when there is nothing.
+  /// What the child has written to its standard output and error so far and was not yet taken,
+  /// without waiting; empty when there is nothing.
   virtual std::string readAvailable() = 0;
 };
 
 /// Call-backs of a child, all on the main thread.
 struct ChildObserver {
-  std::function<void(std::string_view)> output;  ///< standard output and standard error in one stream
+  std::function<void(std::string_view)>
+      output;  ///< standard output and standard error in one stream
   std::function<void()> outputEnded;
 };
 
@@ -49,18 +50,20 @@ class Processes {
  public:
   virtual ~Processes() = default;
 
-  /// Starts `arguments[0]` (a full path, no shell, no search) with the rest as its arguments. Standard input
-  /// is a pipe when asked for, else empty. Thread: main.
+  /// Starts `arguments[0]` (a full path, no shell, no search) with the rest as its arguments.
+  /// Standard input is a pipe when asked for, else empty. Thread: main.
   virtual Result<std::unique_ptr<ChildProcess>> start(const std::vector<std::string>& arguments,
-                                                      bool standardInput, ChildObserver observer) = 0;
+                                                      bool standardInput,
+                                                      ChildObserver observer) = 0;
 
-  /// Starts a tool, waits for its end (`seconds` at most, then it is killed) and returns its output; an
-  /// error when it cannot be started, does not end in time or ends with a status other than 0. Blocks.
-  /// Thread: any.
-  virtual Result<std::string> runTool(const std::vector<std::string>& arguments, double seconds) = 0;
+  /// Starts a tool, waits for its end (`seconds` at most, then it is killed) and returns its
+  /// output; an error when it cannot be started, does not end in time or ends with a status other
+  /// than 0. Blocks. Thread: any.
+  virtual Result<std::string> runTool(const std::vector<std::string>& arguments,
+                                      double seconds) = 0;
 
-  /// Every process of this user with the same home, in no particular order; what was known before is taken
-  /// from a cache by id and start time, so a call costs a listing. Thread: main.
+  /// Every process of this user with the same home, in no particular order; what was known before
+  /// is taken from a cache by id and start time, so a call costs a listing. Thread: main.
   virtual std::vector<RunningProcess> running() = 0;
   virtual std::int64_t ownPid() const = 0;
   virtual ReferenceTime ownStart() const = 0;

@@ -13,20 +13,22 @@ class RunLoop {
 
   virtual ~RunLoop() = default;
 
-  /// Performs once on the main thread, `delay` seconds from now or later. Equal dates keep their order.
-  /// Thread: main.
+  /// Performs once on the main thread, `delay` seconds from now or later. Equal dates keep their
+  /// order. Thread: main.
   virtual TimerId performAfter(double delay, std::function<void()> body) = 0;
-  /// Performs every `interval` seconds; occasions missed by a blocked or sleeping machine are not made up.
-  /// Thread: main.
+  /// Performs every `interval` seconds; occasions missed by a blocked or sleeping machine are not
+  /// made up. Thread: main.
   virtual TimerId repeat(double interval, std::function<void()> body) = 0;
   /// A timer that has fired, was cancelled or is 0 is ignored. Thread: main.
   virtual void cancel(TimerId timer) = 0;
 
-  /// Performs on the main thread after what already waits there, without waiting for it. Thread: any.
+  /// Performs on the main thread after what already waits there, without waiting for it. Thread:
+  /// any.
   virtual void performOnMain(std::function<void()> body) = 0;
-  /// Runs `body` on a thread of its own; it hands results back by performOnMain. The loop joins all such
-  /// threads before it is destroyed, so `body` must end by itself. The main thread waits for such a thread, if
-  /// it must, by Clock::sleep between looks, not on a lock or a condition. Thread: any.
+  /// Runs `body` on a thread of its own; it hands results back by performOnMain. The loop joins all
+  /// such threads before it is destroyed, so `body` must end by itself. The main thread waits for
+  /// such a thread, if it must, by Clock::sleep between looks, not on a lock or a condition.
+  /// Thread: any.
   virtual void detachThread(const std::string& name, std::function<void()> body) = 0;
 
   /// Runs until `quit`; returns its code. Thread: main.

@@ -11,14 +11,25 @@ namespace corvana {
 
 /// The windows that the duties show, hide and ask about.
 enum class Window {
-  queue, nextActions, latestActions, status, mountVolumes, allDisks, volumesFolderError, lowSpace,
-  startupDisk, errorSummary, executionSurvey, preferences, update, floatingIcon
+  queue,
+  nextActions,
+  latestActions,
+  status,
+  mountVolumes,
+  allDisks,
+  volumesFolderError,
+  lowSpace,
+  startupDisk,
+  errorSummary,
+  executionSurvey,
+  preferences,
+  update,
+  floatingIcon
 };
 
 /// The variables of the environment that lead to a desktop.
-inline constexpr std::array<const char*, 4> kDesktopVariables{"DISPLAY", "XAUTHORITY",
-                                                              "WAYLAND_DISPLAY",
-                                                              "XDG_CURRENT_DESKTOP"};
+inline constexpr std::array<const char*, 4> kDesktopVariables{
+    "DISPLAY", "XAUTHORITY", "WAYLAND_DISPLAY", "XDG_CURRENT_DESKTOP"};
 
 struct MessageWindow {
   std::string title;
@@ -29,7 +40,14 @@ struct MessageWindow {
 
 /// Which picture the status item shows.
 enum class StatusIcon {
-  normal, disabled, diskChanged, willDisable, running, pause, surveyResult, error
+  normal,
+  disabled,
+  diskChanged,
+  willDisable,
+  running,
+  pause,
+  surveyResult,
+  error
 };
 
 /// What the agent shows, as the duties see it: they say what is to be seen, not how it is drawn.
@@ -47,13 +65,15 @@ class UserInterface {
   virtual void closeAnnounceWindow() = 0;
   virtual void setAnnounceProgress(double value, const std::string& text) = 0;
   /// A notice of the desktop; `button` may be empty.
-  virtual void deliverNotification(const std::string& title, const std::string& text, const std::string& button) = 0;
+  virtual void deliverNotification(const std::string& title, const std::string& text,
+                                   const std::string& button) = 0;
 
   virtual void createStatusItem() = 0;
   virtual void removeStatusItem() = 0;
   virtual bool hasStatusItem() const = 0;
   virtual void setStatusIcon(StatusIcon icon, int context) = 0;
-  /// The pie of the count-down; more than 59 minutes shows the plain icon. `seconds` to the next action.
+  /// The pie of the count-down; more than 59 minutes shows the plain icon. `seconds` to the next
+  /// action.
   virtual void setStatusCountDown(int minutes, int context) = 0;
   virtual void setStatusTitle(const std::string& text) = 0;
   virtual void setStatusInformation(const std::string& text) = 0;
@@ -93,7 +113,8 @@ class UserInterface {
   virtual bool moveTo(const std::map<std::string, std::string>& /*desktop*/) { return false; }
 
   /// An alert that leaves nothing to decide.
-  virtual void alert(const std::string& title, const std::string& text, const std::string& button) = 0;
+  virtual void alert(const std::string& title, const std::string& text,
+                     const std::string& button) = 0;
 };
 
 }  // namespace corvana

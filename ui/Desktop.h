@@ -33,8 +33,8 @@ class Desktop {
   virtual Input& input() = 0;
   /// From now on menus and windows have something to show.
   virtual void attach(const UserInterfaceSources& sources) = 0;
-  /// What to do when the display has gone, which ends the process: called just before, when all that
-  /// is left is to save and to have the process replaced. Nothing can be drawn any more.
+  /// What to do when the display has gone, which ends the process: called just before, when all
+  /// that is left is to save and to have the process replaced. Nothing can be drawn any more.
   virtual void whenLost(std::function<void()> lost) = 0;
   /// Takes everything from the screen; before the sources and the loop end.
   virtual void end() = 0;

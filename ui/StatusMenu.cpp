@@ -10,6 +10,7 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ProgrammedAction.h"
+#include "core/machine/VolumeMounter.h"
 #include "core/record/Messages.h"
 #include "core/record/SchedulerCommands.h"
 #include "core/record/SchedulerState.h"
@@ -22,7 +23,6 @@
 #include "ui/FolderContents.h"
 #include "ui/LaunchRefusal.h"
 #include "ui/StatusItem.h"
-#include "volumes/VolumeMounter.h"
 
 namespace corvana {
 

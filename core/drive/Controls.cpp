@@ -6,6 +6,8 @@
 #include "actions/TextFiles.h"
 #include "core/drive/LaunchStep.h"
 #include "core/drive/SiblingStatus.h"
+#include "core/machine/VolumeMounter.h"
+#include "core/machine/VolumesFolderSurvey.h"
 #include "core/record/Messages.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerLog.h"
@@ -22,8 +24,6 @@
 #include "platform/RunLoop.h"
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
-#include "volumes/VolumeMounter.h"
-#include "volumes/VolumesFolderSurvey.h"
 
 namespace corvana {
 

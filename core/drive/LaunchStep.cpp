@@ -7,6 +7,7 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionTree.h"
 #include "actions/ProgrammedAction.h"
+#include "core/machine/VolumeWatch.h"
 #include "core/record/DebugLog.h"
 #include "core/record/Messages.h"
 #include "core/record/Preferences.h"
@@ -17,7 +18,6 @@
 #include "platform/Clock.h"
 #include "platform/UserInterface.h"
 #include "ui/Announce.h"
-#include "volumes/VolumeWatch.h"
 
 namespace corvana {
 

@@ -9,6 +9,9 @@
 #include "core/drive/Controls.h"
 #include "core/drive/LaunchStep.h"
 #include "core/drive/SiblingStatus.h"
+#include "core/machine/RecoveryCopy.h"
+#include "core/machine/VolumeMounter.h"
+#include "core/machine/VolumesFolderSurvey.h"
 #include "core/record/DebugLog.h"
 #include "core/record/ExceptionGuard.h"
 #include "core/record/Messages.h"
@@ -24,9 +27,6 @@
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
 #include "ui/Announce.h"
-#include "volumes/RecoveryCopy.h"
-#include "volumes/VolumeMounter.h"
-#include "volumes/VolumesFolderSurvey.h"
 
 namespace corvana {
 

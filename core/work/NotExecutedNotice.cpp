@@ -9,9 +9,9 @@
 #include "core/record/Messages.h"
 #include "core/record/SchedulerLog.h"
 #include "core/record/SurveyExecution.h"
-#include "core/work/StoredMailSettings.h"
 #include "core/work/TriggerEvaluation.h"
 #include "mail/smtp/MailSender.h"
+#include "mail/smtp/StoredMailSettings.h"
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 

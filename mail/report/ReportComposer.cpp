@@ -12,7 +12,7 @@
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
 #include "actions/History.h"
-#include "core/work/StoredMailSettings.h"
+#include "mail/smtp/StoredMailSettings.h"
 #include "platform/Machine.h"
 
 namespace corvana {

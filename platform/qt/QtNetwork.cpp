@@ -28,9 +28,7 @@ class UpgradedStream final : public StreamConnection {
   }
 
  private:
-  StreamConnection& current() {
-    return mSecure != nullptr ? *mSecure : mClear;
-  }
+  StreamConnection& current() { return mSecure != nullptr ? *mSecure : mClear; }
 
   SocketStream mClear;
   std::unique_ptr<StreamConnection> mSecure;

@@ -1,4 +1,4 @@
-#include "core/work/SettingsBackup.h"
+#include "core/machine/SettingsBackup.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <iterator>
 
 #include "actions/History.h"
-#include "core/work/LongDisabledWarning.h"
+#include "core/machine/LongDisabledWarning.h"
 #include "tests/core_work/WorkWorld.h"
 
 namespace corvana::test {

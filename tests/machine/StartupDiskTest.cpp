@@ -1,4 +1,4 @@
-#include "volumes/StartupDisk.h"
+#include "core/machine/StartupDisk.h"
 
 #include <gmock/gmock.h>
 

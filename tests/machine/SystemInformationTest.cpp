@@ -1,4 +1,4 @@
-#include "volumes/SystemInformation.h"
+#include "core/machine/SystemInformation.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "core/work/WakeUp.h"
+#include "core/machine/WakeUp.h"
 
 #include <gmock/gmock.h>
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
-#include "core/MainScheduler.h"
+#include "app/MainScheduler.h"
 #include "platform/simulated/SimulatedPlatform.h"
 
 namespace corvana {

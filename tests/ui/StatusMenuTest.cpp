@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "core/machine/VolumeMounter.h"
 #include "tests/scenario/Scenario.h"
-#include "volumes/VolumeMounter.h"
 #include "volumes/ZAN_MountVolume.h"
 
 namespace corvana {

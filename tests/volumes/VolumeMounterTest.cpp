@@ -1,13 +1,13 @@
-#include "volumes/VolumeMounter.h"
+#include "core/machine/VolumeMounter.h"
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
 
+#include "core/machine/AliasMounter.h"
+#include "core/machine/VolumeWatch.h"
 #include "core/record/DebugLog.h"
 #include "tests/core_record/RecordFixture.h"
-#include "volumes/AliasMounter.h"
-#include "volumes/VolumeWatch.h"
 #include "volumes/ZAN_ConnectedVolumes.h"
 #include "volumes/ZAN_MountRemoteVolume.h"
 #include "volumes/ZAN_MountVolume.h"

@@ -17,13 +17,14 @@ from pathlib import Path
 FLOORS = {
     "ZANCocoaFramework": 0, "platform": 0,
     "actions": 1,
-    "core/record": 2, "mail/smtp": 2,
-    "volumes": 3,
+    "volumes": 2,
+    "core/record": 3, "mail/smtp": 3,
     "core/work": 4,
-    "ui": 5, "remote": 5, "mail/report": 5,
-    "core/drive": 6, "ui/windows": 6,
-    "core": 7,
-    "app": 8, "desktop": 8, "companion": 8,
+    "core/machine": 5, "mail/report": 5,
+    "ui": 6, "remote": 6,
+    "core/drive": 7, "ui/windows": 7,
+    "app": 8,
+    "desktop": 9, "command": 9, "execute": 9, "tools": 10,
 }
 # Beside the floors: what each may see besides itself.
 BESIDE = {
@@ -35,8 +36,9 @@ BESIDE = {
 }
 # These join a platform with the rooms, so they may see its real half.
 JOINERS = {"app": {"platform/linux", "platform/qt"}, "desktop": {"platform/linux", "platform/qt"},
-           "companion": {"platform/linux", "platform/qt"}}
-ABOVE_THE_WALL = ("core", "core/record", "core/work", "core/drive", "actions", "volumes", "mail/smtp", "mail/report",
+           "command": {"platform/linux", "platform/qt"}, "execute": {"platform/linux", "platform/qt"},
+           "tools": {"platform/linux", "platform/qt"}}
+ABOVE_THE_WALL = ("core/record", "core/work", "core/machine", "core/drive", "actions", "volumes", "mail/smtp", "mail/report",
                   "remote", "ui", "ui/windows")
 HEADERS_ABOVE_THE_WALL = ("ZANCocoaFramework", "platform")
 FREE = ("tests", "bench", "fuzz", "build")
@@ -125,20 +127,20 @@ PLANTED = {
     "Abseil above the wall": ({"actions/A.cpp": '#include "absl/time/time.h"'}, "behind the wall"),
     "JSON in a header of the ground floor": ({"ZANCocoaFramework/A.h": "#include <nlohmann/json.hpp>"}, "behind the wall"),
     "Qt in a header of the platform": ({"platform/A.h": "#include <QObject>"}, "behind the wall"),
-    "a higher floor": ({"actions/A.cpp": '#include "core/B.h"', "core/B.h": ""}, "may not see core"),
+    "a higher floor": ({"actions/A.cpp": '#include "core/work/B.h"', "core/work/B.h": ""}, "may not see core"),
     "the same floor": ({"ui/A.h": '#include "remote/B.h"', "remote/B.h": ""}, "may not see remote"),
     "framework sees platform": ({"ZANCocoaFramework/A.cpp": '#include "platform/B.h"', "platform/B.h": ""}, "may not see"),
     "platform's real half": ({"volumes/A.cpp": '#include "platform/linux/B.h"', "platform/linux/B.h": ""}, "may not see"),
-    "core is not its subdirectories": ({"core/drive/A.h": '#include "core/B.h"', "core/B.h": ""}, "may not see core"),
+    "the owner of all": ({"core/drive/A.h": '#include "app/B.h"', "app/B.h": ""}, "may not see app"),
     "a circle": ({"ui/A.h": '#include "ui/B.h"', "ui/B.h": '#include "A.h"'}, "a circle"),
     "no room": ({"extra/A.h": ""}, "no room"),
     "a detour": ({"ui/A.h": '#include "../core/B.h"', "core/B.h": ""}, "from the root"),
 }
 CLEAN = {
     "ZANCocoaFramework/A.cpp": "#include <QString>\n#include <absl/time/time.h>\n", "platform/P.h": "",
-    "platform/linux/L.cpp": '#include "platform/P.h"\n#include <QObject>', "core/record/R.h": "", "core/S.h": "",
-    "core/drive/D.h": '#include "core/record/R.h"\n// #include "core/S.h"\n#include <queue>',
-    "app/main.cpp": '#include "core/S.h"\n#include "platform/linux/L.h"', "platform/linux/L.h": "",
+    "platform/linux/L.cpp": '#include "platform/P.h"\n#include <QObject>', "core/record/R.h": "", "app/S.h": "",
+    "core/drive/D.h": '#include "core/record/R.h"\n// #include "app/S.h"\n#include <queue>',
+    "app/main.cpp": '#include "app/S.h"\n#include "platform/linux/L.h"', "platform/linux/L.h": "",
 }
 
 

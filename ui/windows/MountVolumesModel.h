@@ -1,8 +1,8 @@
 #pragma once
 
+#include "core/machine/VolumeMounter.h"
 #include "ui/UserInterfaceSources.h"
 #include "ui/windows/WindowTable.h"
-#include "volumes/VolumeMounter.h"
 
 namespace corvana {
 

@@ -4,7 +4,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionStore.h"
-#include "companion/Commands.h"
+#include "command/Commands.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "tests/real/mail/MailServer.h"
 

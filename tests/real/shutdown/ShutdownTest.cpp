@@ -10,12 +10,12 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/ActionStore.h"
-#include "companion/shutdown/ShutdownWatch.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/qt/BusAgentClient.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "tests/real/LoginManager.h"
+#include "tools/shutdown/ShutdownWatch.h"
 
 namespace corvana {
 namespace {

@@ -1,0 +1,160 @@
+#include "command/ActionWords.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <ostream>
+
+#include "ZANCocoaFramework/ZAN_Json.h"
+#include "command/FolderDescription.h"
+#include "platform/linux/LinuxVolumes.h"
+#include "platform/qt/GvfsShares.h"
+
+namespace corvana {
+
+namespace {
+
+/// A disk that sleeps takes its time to wake up.
+constexpr double kSecondsForADisk = 30;
+
+}  // namespace
+
+namespace {
+
+constexpr int kCopy = 2;
+constexpr int kSynchronise = 3;
+
+/// The number that goes with the option's word.
+template <std::size_t count>
+std::optional<int> choice(Arguments& arguments, std::string_view option,
+                          const std::array<std::pair<std::string_view, int>, count>& choices) {
+  const auto word = arguments.option(option);
+  if (!word) return std::nullopt;
+  std::string known;
+  for (const auto& [name, number] : choices) {
+    if (*word == name) return number;
+    known += (known.empty() ? "" : ", ") + std::string(name);
+  }
+  arguments.complain(std::string(option) + " is one of " + known + ", not \"" + *word + "\"");
+  return std::nullopt;
+}
+
+bool isAtOrBelow(std::string_view path, std::string_view folder) {
+  return path == folder || (path.starts_with(folder) && path[folder.size()] == '/');
+}
+
+}  // namespace
+
+ActionWords::ActionWords(Arguments& arguments)
+    : mSchedule(arguments),
+      mSources(arguments.options("--source")),
+      mDestination(arguments.option("--destination")),
+      mTitle(arguments.option("--title")),
+      mShortcut(arguments.option("--shortcut")),
+      mMode(choice<2>(arguments, "--mode", {{{"copy", kCopy}, {"synchronise", kSynchronise}}})),
+      mContext(choice<4>(arguments, "--context",
+                         {{{"office", 1}, {"home", 2}, {"nomad", 3}, {"any", 0}}})),
+      mGroup(arguments.number("--group", 0, INT64_MAX)),
+      mForce(arguments.flag("--force")) {
+  if (mTitle && mTitle->empty()) arguments.complain("--title wants a text");
+}
+
+bool ActionWords::isEmpty() const { return fitsGroup() && !mTitle && !mShortcut && !mGroup; }
+
+bool ActionWords::fitsGroup() const {
+  return !mSchedule.isGiven() && mSources.empty() && !mDestination && !mMode && !mContext;
+}
+
+Outcome ActionWords::describeFolders(CommandHome& home) {
+  LinuxVolumes volumes(home.machine().loginName(), home.machine().homeFolder());
+  volumes.setPatience(kSecondsForADisk);
+  volumes.setShares(GvfsShares::now());
+  for (const std::string& source : mSources) {
+    auto described =
+        FolderDescription::ofPath(source, FolderDescription::Role::source, mForce, volumes);
+    if (!described) return described.error();
+    mSourceDescriptions.push_back(*std::move(described));
+  }
+  if (mDestination) {
+    auto described = FolderDescription::ofPath(*mDestination, FolderDescription::Role::destination,
+                                               mForce, volumes);
+    if (!described) return described.error();
+    mDestinationDescription = *std::move(described);
+  }
+  return mForce ? Outcome() : checkOverlap();
+}
+
+Outcome ActionWords::checkOverlap() const {
+  const std::string_view destination = mDestinationDescription["VolumeFolderPath"].stringView();
+  if (destination.empty()) return {};
+  for (const ZAN_Value& source : mSourceDescriptions) {
+    const std::string_view path = source["VolumeFolderPath"].stringView();
+    if (isAtOrBelow(destination, path)) {
+      return Error{
+          ErrorKind::refused,
+          std::string(destination) + ": the destination lies in the source " + std::string(path)};
+    }
+  }
+  return {};
+}
+
+void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
+  if (mTitle) record.setValue("Title", *mTitle);
+  if (mShortcut) record.setValue("Shortcut", *mShortcut);
+  if (mMode) record.setValue("Mode", *mMode);
+  if (mContext) record.setValue("TriggerContextPopup", *mContext);
+  if (!mSourceDescriptions.empty()) {
+    record.setValue("ItemsSource", mSourceDescriptions.front());
+    record.setValue("ItemsListOfSourcePath", ZAN_Value::array(mSourceDescriptions));
+  }
+  if (!mDestinationDescription.isNull()) {
+    record.setValue("ItemsDestination", mDestinationDescription);
+  }
+  mSchedule.applyTo(record, home.calendar(), home.now());
+}
+
+Result<std::int64_t> referenceFrom(const std::string& word) {
+  std::int64_t value = 0;
+  const auto [stop, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+  if (error != std::errc() || stop != word.data() + word.size() || value <= 0) {
+    return Error{ErrorKind::refused, "\"" + word + "\" is no reference; corvana9 tree shows them"};
+  }
+  return value;
+}
+
+Result<ProgrammedAction*> groupWithReference(ProgrammedAction& root, std::int64_t reference) {
+  if (reference == 0) return &root;
+  ProgrammedAction* group = root.actionOrGroupForReference(reference);
+  if (group == nullptr || !group->isGroup()) {
+    return Error{ErrorKind::absent, std::to_string(reference) + ": no such group"};
+  }
+  return group;
+}
+
+std::string nextRunInWords(const ZAN_Value& settings, const CommandHome& home) {
+  const Schedule schedule(settings);
+  const auto date = home.tools().getNextScheduleDateForSettings(schedule, false);
+  if (date) return "next: " + (*date <= home.now() ? "now" : home.dateText(*date));
+  return "runs " + scheduleInWords(settings, home.calendar());
+}
+
+void reportAction(std::string_view done, const ZAN_Value& settings, const CommandHome& home,
+                  bool json, const Console& console) {
+  if (json) {
+    const auto date = home.tools().getNextScheduleDateForSettings(settings, false);
+    const auto text = ZAN_Json::jsonWithValue(
+        ZAN_Value::dictionary({{"done", done},
+                               {"reference", settings.integer("Ref")},
+                               {"title", settings.string("Title")},
+                               {"schedule", scheduleInWords(settings, home.calendar())},
+                               {"next", date ? ZAN_Value(*date) : ZAN_Value()}}),
+        {.plain = true});
+    console.out << (text ? *text : std::string()) << '\n';
+    return;
+  }
+  console.out << done << ' ' << settings.integer("Ref") << ": "
+              << printable(settings.string("Title")) << '\n'
+              << printable(nextRunInWords(settings, home)) << '\n';
+}
+
+}  // namespace corvana

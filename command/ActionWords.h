@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+#include "command/Arguments.h"
+#include "command/CommandHome.h"
+#include "command/ScheduleWords.h"
+
+namespace corvana {
+
+/// What the words of `add` and `edit` say about an action.
+class ActionWords {
+ public:
+  /// Takes its words out of the arguments and complains there about wrong ones.
+  explicit ActionWords(Arguments& arguments);
+
+  bool isEmpty() const;
+  /// Whether only what a group has too is given: title, shortcut, group.
+  bool fitsGroup() const;
+  bool hasSources() const { return !mSources.empty(); }
+  bool hasDestination() const { return mDestination.has_value(); }
+  void setTitle(std::string title) { mTitle = std::move(title); }
+  const ScheduleWords& schedule() const { return mSchedule; }
+  /// The group that the action shall lie in; 0: the top. Nothing when none was named.
+  const std::optional<std::int64_t>& group() const { return mGroup; }
+
+  /// Looks at the folders; to be called before the rest, outside of any lock. Says why a folder
+  /// will not do.
+  Outcome describeFolders(CommandHome& home);
+  /// Writes what was given into the record.
+  void applyTo(ZAN_Value& record, const CommandHome& home) const;
+
+ private:
+  Outcome checkOverlap() const;
+
+  ScheduleWords mSchedule;
+  std::vector<std::string> mSources;
+  std::optional<std::string> mDestination;
+  std::optional<std::string> mTitle;
+  std::optional<std::string> mShortcut;
+  std::optional<int> mMode;
+  std::optional<int> mContext;
+  std::optional<std::int64_t> mGroup;
+  bool mForce = false;
+  std::vector<ZAN_Value> mSourceDescriptions;
+  ZAN_Value mDestinationDescription;
+};
+
+/// A reference as a word of the command line.
+Result<std::int64_t> referenceFrom(const std::string& word);
+/// The group with that reference below the root; the root for 0.
+Result<ProgrammedAction*> groupWithReference(ProgrammedAction& root, std::int64_t reference);
+/// "next: Tue 2026-11-24 08:00", or what starts the action instead.
+std::string nextRunInWords(const ZAN_Value& settings, const CommandHome& home);
+/// Says what was done to an action: a line of text with its next run, or with `json` an object.
+void reportAction(std::string_view done, const ZAN_Value& settings, const CommandHome& home,
+                  bool json, const Console& console);
+
+}  // namespace corvana

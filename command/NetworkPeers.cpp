@@ -1,0 +1,186 @@
+#include "command/NetworkPeers.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <ostream>
+#include <set>
+#include <tuple>
+
+#include "command/CommandHome.h"
+#include "platform/linux/LinuxNetwork.h"
+#include "platform/linux/SystemClock.h"
+#include "platform/qt/AvahiServices.h"
+#include "platform/qt/QtApplication.h"
+#include "platform/qt/QtRunLoop.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr double kPatienceForAll = 8;
+constexpr double kPatienceForTwins = 3;
+constexpr double kPatienceForOne = 10;
+
+class ConsoleLog final : public SystemLog {
+ public:
+  explicit ConsoleLog(std::ostream& out) : mOut(out) {}
+  void write(const std::string& line) override { mOut << "corvana9: " << line << '\n'; }
+
+ private:
+  std::ostream& mOut;
+};
+
+std::optional<NetworkPeer> peerOf(const FoundService& service) {
+  auto name = ServiceName::parse(service.name);
+  if (!name) return std::nullopt;
+  NetworkPeer peer{*std::move(name), service, {}};
+  for (const std::string& text : service.txt)
+    if (auto action = LaunchableAction::parse(text)) peer.actions.push_back(*std::move(action));
+  // The texts come in any order.
+  std::ranges::sort(peer.actions, {}, &LaunchableAction::ref);
+  return peer;
+}
+
+}  // namespace
+
+class NetworkPeers::Search {
+ public:
+  explicit Search(const Console& console) : mConsole(console), mLog(console.err) {
+    mBrowsing =
+        mServices.browse(kRemoteServiceType, kRemoteServiceDomain,
+                         {[this](const FoundService& service) { found(service); },
+                          [this](const std::string& name) {
+                            mPeers.erase(name);
+                            if (onLost) onLost();
+                          },
+                          [this](const std::string& name, int code, const std::string& reason) {
+                            mConsole.err << "corvana9: " << printable(name)
+                                         << ": NetService did not resolve: " << code << " ("
+                                         << printable(reason) << ")\n";
+                          },
+                          [this] { end(); },
+                          [this](const std::string& reason) {
+                            mFailure = reason;
+                            end();
+                          }});
+  }
+
+  /// The loop runs until something ends it, so many seconds at most.
+  void run(double seconds) {
+    const auto limit = mLoop.performAfter(seconds, [this] { end(); });
+    mLoop.run();
+    mLoop.cancel(limit);
+  }
+  void end() { mLoop.quit(0); }
+
+  void found(const FoundService& service) {
+    auto peer = peerOf(service);
+    if (!peer) return;
+    const NetworkPeer& kept = mPeers.insert_or_assign(service.name, *std::move(peer)).first->second;
+    if (onFound) onFound(kept);
+  }
+
+  const Console& mConsole;
+  /// Whether one machine is seen in two states: it has just changed, and the old one fades away.
+  bool hasTwins() const {
+    std::set<std::tuple<std::string, std::string, std::int64_t>> seen;
+    return std::ranges::any_of(mPeers, [&](const auto& entry) {
+      const ServiceName& name = entry.second.name;
+      return !seen.emplace(name.machine, name.identifier, name.user).second;
+    });
+  }
+
+  std::function<void(const NetworkPeer&)> onFound;
+  std::function<void()> onLost;
+  std::map<std::string, NetworkPeer> mPeers;
+  std::string mFailure;
+
+ private:
+  QtApplication mApplication;
+  QtRunLoop mLoop;
+  ConsoleLog mLog;
+  AvahiServices mServices{mLoop, mLog};
+  std::unique_ptr<ServiceBrowsing> mBrowsing;
+};
+
+NetworkPeers::NetworkPeers(const Console& console) : mSearch(std::make_unique<Search>(console)) {}
+
+NetworkPeers::~NetworkPeers() = default;
+
+Result<std::vector<NetworkPeer>> NetworkPeers::all() {
+  mSearch->run(kPatienceForAll);
+  if (!mSearch->mFailure.empty())
+    return Error{ErrorKind::unavailable, "search of the network: " + mSearch->mFailure};
+  if (mSearch->hasTwins()) {
+    mSearch->onLost = [this] {
+      if (!mSearch->hasTwins()) mSearch->end();
+    };
+    mSearch->run(kPatienceForTwins);
+    mSearch->onLost = nullptr;
+  }
+  std::vector<NetworkPeer> peers;
+  for (const auto& [name, peer] : mSearch->mPeers) peers.push_back(peer);
+  return peers;
+}
+
+bool NetworkPeers::waitFor(const std::function<bool(const NetworkPeer&)>& condition,
+                           double seconds) {
+  bool holds = std::ranges::any_of(mSearch->mPeers,
+                                   [&](const auto& entry) { return condition(entry.second); });
+  if (holds) return true;
+  mSearch->onFound = [&](const NetworkPeer& peer) {
+    if (!condition(peer)) return;
+    holds = true;
+    mSearch->end();
+  };
+  mSearch->run(seconds);
+  mSearch->onFound = nullptr;
+  return holds;
+}
+
+Outcome NetworkPeers::send(const NetworkPeer& peer, const RemoteCommand& command) {
+  using Event = StreamConnection::Event;
+  LinuxNetwork network;
+  const SystemClock clock;
+  const std::string name = printable(peer.name.machine);
+  const auto stream =
+      network.connect(peer.service.address, peer.service.port, Network::Family::ipv4);
+  const std::vector<std::byte> data = command.encode();
+  std::string_view left(reinterpret_cast<const char*>(data.data()), data.size());
+  bool opened = false;
+  const double end = clock.monotonic() + kPatienceForOne;
+  while (clock.monotonic() < end) {
+    switch (stream->wait(end - clock.monotonic(), opened && !left.empty())) {
+      case Event::opened:
+        opened = true;
+        [[fallthrough]];
+      case Event::space: {
+        const auto taken = stream->send(left);
+        if (!taken) return Error{taken.error().kind, name + ": " + taken.error().text};
+        left.remove_prefix(*taken);
+        break;
+      }
+      case Event::received:
+        static_cast<void>(stream->read(4096));
+        break;
+      case Event::ended:
+        // It has read and closed.
+        if (left.empty()) return {};
+        return Error{ErrorKind::refused, name + ": it does not listen to this machine"};
+      case Event::failed:
+        if (opened && left.empty())
+          return Error{ErrorKind::refused,
+                       name +
+                           ": it has closed the connection; maybe it does not let this machine "
+                           "control it"};
+        return Error{ErrorKind::unavailable, name + ": " + stream->failure()};
+      case Event::secured:
+      case Event::nothing:
+        break;
+    }
+  }
+  return Error{ErrorKind::unavailable, name + ": it does not answer"};
+}
+
+}  // namespace corvana

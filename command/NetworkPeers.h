@@ -1,0 +1,47 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "command/Commands.h"
+#include "platform/ServiceDiscovery.h"
+#include "remote/LaunchableActions.h"
+#include "remote/RemoteCommand.h"
+#include "remote/ServiceName.h"
+
+namespace corvana {
+
+/// A machine of the local network that may be controlled.
+struct NetworkPeer {
+  ServiceName name;
+  FoundService service;
+  std::vector<LaunchableAction> actions;  ///< that it offers
+};
+
+/// The machines of the local network that may be controlled, for a program that waits for them.
+class NetworkPeers {
+ public:
+  /// Searches from now on; what is wrong goes to the console's `err`.
+  explicit NetworkPeers(const Console& console);
+  NetworkPeers(const NetworkPeers&) = delete;
+  NetworkPeers& operator=(const NetworkPeers&) = delete;
+  ~NetworkPeers();
+
+  /// Waits until all that answer have answered, 8 seconds at most, and gives them in order of their
+  /// names.
+  Result<std::vector<NetworkPeer>> all();
+  /// Goes on looking until the condition holds for one of them; false when it does for none within
+  /// so many seconds.
+  bool waitFor(const std::function<bool(const NetworkPeer&)>& condition, double seconds);
+  /// Sends it a command. Nobody answers those: it is done when the other machine has taken it.
+  static Outcome send(const NetworkPeer& peer, const RemoteCommand& command);
+
+ private:
+  class Search;
+  std::unique_ptr<Search> mSearch;
+};
+
+}  // namespace corvana

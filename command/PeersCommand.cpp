@@ -1,0 +1,217 @@
+// The commands for other machines: peers lists them, peer controls one.
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <optional>
+#include <ostream>
+
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "command/ActionWords.h"
+#include "command/CommandHome.h"
+#include "command/Commands.h"
+#include "command/NetworkPeers.h"
+#include "command/RunningAgent.h"
+#include "remote/UtilsCommon.h"
+
+namespace corvana {
+
+namespace {
+
+/// As many as the other machine takes in with one reading, however long their numbers are.
+constexpr std::size_t kMostReferences = 3000;
+constexpr double kPatienceForChange = 10;
+
+ZAN_Value asValue(const NetworkPeer& peer) {
+  ZAN_Value actions = ZAN_Value::array();
+  for (const LaunchableAction& action : peer.actions) {
+    ZAN_Value one = ZAN_Value::dictionary(
+        {{"ref", action.ref}, {"title", action.title}, {"mode", action.mode}});
+    if (action.lastScheduleDate != 0)
+      one.setValue("lastScheduleDate",
+                   ZAN_Value::date(static_cast<double>(action.lastScheduleDate)));
+    actions.append(one);
+  }
+  return ZAN_Value::dictionary({{"name", peer.name.machine},
+                                {"identifier", peer.name.identifier},
+                                {"user", peer.name.user},
+                                {"active", peer.name.active},
+                                {"locked", peer.name.locked},
+                                {"password", peer.name.passwordCode != 0},
+                                {"host", peer.service.host},
+                                {"address", peer.service.address},
+                                {"port", static_cast<int>(peer.service.port)},
+                                {"service", peer.service.name},
+                                {"actions", actions}});
+}
+
+void print(const NetworkPeer& peer, const CommandHome& home, std::ostream& out) {
+  out << printable(peer.name.machine) << ": " << (peer.name.active ? "active" : "switched off")
+      << (peer.name.locked ? ", locked" : "")
+      << (peer.name.passwordCode != 0 ? ", asks for a password" : "") << "; user " << peer.name.user
+      << ", machine " << printable(peer.name.identifier) << ", " << printable(peer.service.address)
+      << '\n';
+  for (const LaunchableAction& action : peer.actions) {
+    out << "  " << namedAction(printable(action.title), action.ref);
+    if (action.lastScheduleDate != 0)
+      out << ", last on " << home.dateText(static_cast<double>(action.lastScheduleDate));
+    out << '\n';
+  }
+}
+
+Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name) {
+  const auto peers = network.all();
+  if (!peers) return peers.error();
+  std::vector<NetworkPeer> named;
+  for (const NetworkPeer& peer : *peers) {
+    if (peer.service.name == name) return peer;
+    if (peer.name.machine == name || peer.name.identifier == name) named.push_back(peer);
+  }
+  if (named.empty())
+    return Error{ErrorKind::absent, name + ": no such machine answers; corvana9 peers lists them"};
+  if (named.size() > 1) {
+    std::string text = name + ": several machines answer; take one of these names:";
+    for (const NetworkPeer& peer : named) text += "\n  " + printable(peer.service.name);
+    return Error{ErrorKind::refused, text};
+  }
+  return named.front();
+}
+
+/// Asks at the terminal without showing what is typed.
+Result<std::string> typedPassword(const std::string& machine) {
+  const ZAN_Descriptor terminal(::open("/dev/tty", O_RDWR | O_CLOEXEC));
+  termios before{};
+  if (!terminal || tcgetattr(terminal.get(), &before) != 0)
+    return Error{ErrorKind::unavailable,
+                 "there is no terminal to ask for the password; --password-file names a file"};
+  const std::string question = "Password of " + printable(machine) + ": ";
+  termios silent = before;
+  silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+  tcsetattr(terminal.get(), TCSAFLUSH, &silent);
+  static_cast<void>(!::write(terminal.get(), question.data(), question.size()));
+  std::string typed;
+  char c = 0;
+  while (typed.size() < 1024 && ::read(terminal.get(), &c, 1) == 1 && c != '\n') typed += c;
+  tcsetattr(terminal.get(), TCSAFLUSH, &before);
+  static_cast<void>(!::write(terminal.get(), "\n", 1));
+  return typed;
+}
+
+Outcome checkPassword(const NetworkPeer& peer, const std::optional<std::string>& file) {
+  if (peer.name.passwordCode == 0) return {};
+  Result<std::string> password = std::string();
+  if (file) {
+    std::ifstream in(*file);
+    if (!in) return Error{ErrorKind::unreadable, *file + ": cannot be read"};
+    std::getline(in, *password);
+  } else {
+    password = typedPassword(peer.name.machine);
+    if (!password) return password.error();
+  }
+  if (static_cast<std::int32_t>(UtilsCommon::getPasswordCode(*password)) != peer.name.passwordCode)
+    return Error{ErrorKind::refused, printable(peer.name.machine) + ": the password is wrong"};
+  return {};
+}
+
+struct Wish {
+  RemoteCommand command;
+  std::string done;
+  std::optional<bool> active;  ///< what the other machine should show afterwards
+};
+
+Result<Wish> wishOf(const std::vector<std::string>& words, const std::string& ownName) {
+  const std::string& verb = words[1];
+  if (verb == "launch" && words.size() > 2) {
+    RemoteCommand::Launch launch;
+    for (std::size_t i = 2; i < words.size(); ++i) {
+      const auto ref = referenceFrom(words[i]);
+      if (!ref) return ref.error();
+      launch.references.push_back(*ref);
+    }
+    return Wish{{launch}, "was asked to launch", {}};
+  }
+  if ((verb == "activate" || verb == "deactivate") && words.size() == 2) {
+    const bool active = verb == "activate";
+    return Wish{{RemoteCommand::Activate{active ? 1 : 0}},
+                active ? "is active" : "is switched off",
+                active};
+  }
+  if (verb == "message" && words.size() == 3)
+    return Wish{{RemoteCommand::Message{words[2], ownName}}, "was sent the message", {}};
+  return Error{ErrorKind::refused,
+               "what NAME shall do is one of launch REF…, activate, deactivate, message TEXT"};
+}
+
+void tellUnknown(const RemoteCommand& command, const NetworkPeer& peer, const Console& console) {
+  const auto* launch = std::get_if<RemoteCommand::Launch>(&command.what);
+  if (launch == nullptr) return;
+  for (const std::int64_t ref : launch->references) {
+    if (std::ranges::find(peer.actions, ref, &LaunchableAction::ref) == peer.actions.end())
+      console.err << "corvana9: " << ref << ": not among the actions that "
+                  << printable(peer.name.machine) << " shows; asked for all the same\n";
+  }
+}
+
+}  // namespace
+
+int peersCommand(Arguments& arguments, const Console& console) {
+  const bool json = arguments.json();
+  const auto words = arguments.words(0, 0);
+  if (!words) return wrongWords(console, words.error());
+  NetworkPeers network(console);
+  const auto peers = network.all();
+  if (!peers) return failed(console, peers.error());
+  const CommandHome home(console);
+  ZAN_Value list = ZAN_Value::array();
+  for (const NetworkPeer& peer : *peers) {
+    if (json) {
+      list.append(asValue(peer));
+    } else {
+      print(peer, home, console.out);
+    }
+  }
+  if (json) console.out << jsonText(list);
+  if (!json && peers->empty()) console.out << "No machine of the network can be controlled.\n";
+  return kDone;
+}
+
+int peerCommand(Arguments& arguments, const Console& console) {
+  const bool json = arguments.json();
+  const auto passwordFile = arguments.option("--password-file");
+  const auto words = arguments.words(2, 2 + kMostReferences);
+  if (!words) return wrongWords(console, words.error());
+  CommandHome home(console);
+  const auto wish = wishOf(*words, home.machine().networkName());
+  if (!wish) return wrongWords(console, wish.error());
+  NetworkPeers network(console);
+  const auto peer = peerNamed(network, words->front());
+  if (!peer) return failed(console, peer.error());
+  const std::string name = printable(peer->name.machine);
+  if (peer->name.locked)
+    return failed(console, {ErrorKind::refused, name + ": it does not let itself be controlled"});
+  if (const Outcome checked = checkPassword(*peer, passwordFile); !checked)
+    return failed(console, checked.error());
+  tellUnknown(wish->command, *peer, console);
+  if (const Outcome sent = NetworkPeers::send(*peer, wish->command); !sent)
+    return failed(console, sent.error());
+  if (wish->active) {
+    const auto follows = [&](const NetworkPeer& other) {
+      return other.name.identifier == peer->name.identifier && other.name.user == peer->name.user &&
+             other.name.active == *wish->active;
+    };
+    if (!network.waitFor(follows, kPatienceForChange))
+      return failed(console, {ErrorKind::refused, name + ": it was told, and has not followed"});
+  }
+  if (json) {
+    console.out << jsonText(
+        ZAN_Value::dictionary({{"name", peer->name.machine}, {"command", (*words)[1]}}));
+  } else {
+    console.out << name << ' ' << wish->done << ".\n";
+  }
+  return kDone;
+}
+
+}  // namespace corvana

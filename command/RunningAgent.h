@@ -1,0 +1,57 @@
+#pragma once
+
+#include <string>
+
+#include "command/CommandHome.h"
+#include "platform/qt/BusAgentClient.h"
+
+namespace corvana {
+
+/// The agent of the home folder that a command works on, as far as it can be reached.
+class RunningAgent {
+ public:
+  enum class Presence {
+    answers,
+    silent,  ///< it runs, but not on this session bus, or it does not answer
+    absent
+  };
+
+  /// Asks once.
+  explicit RunningAgent(CommandHome& home);
+
+  Presence presence() const { return mPresence; }
+  bool answers() const { return mPresence == Presence::answers; }
+  /// Whether an execute program of this home runs.
+  bool executeRuns() const { return mExecuteRuns; }
+  /// As the agent answers it; null unless it answers.
+  const ZAN_Value& status() const { return mStatus; }
+  /// Asks again.
+  void refresh();
+  /// Why it does not answer and what to do, in one sentence each; empty when it answers.
+  const std::string& absence() const { return mAbsence; }
+
+  BusAgentClient& client() { return mClient; }
+
+ private:
+  CommandHome& mHome;
+  BusAgentClient mClient;
+  Presence mPresence = Presence::absent;
+  bool mExecuteRuns = false;
+  ZAN_Value mStatus;
+  std::string mAbsence;
+};
+
+/// Names of the programs on the bus.
+inline constexpr const char* kAgentName = "CVA9_SchedulerNotification";
+inline constexpr const char* kExecuteName = "CVA9_ExecuteNotification";
+inline constexpr const char* kMainApplicationName = "CVA9_MainAppliNotification";
+inline constexpr const char* kShutDownName = "CVA9_ShutDownNotification";
+
+/// A value as JSON for programs, dates as seconds since 2001-01-01 00:00:00 UTC.
+std::string jsonText(const ZAN_Value& value, bool compact = false);
+/// "office", "home", "nomad", or nothing.
+std::string contextName(std::int64_t context);
+/// The title of an action with its reference: "Letters [785000000]".
+std::string namedAction(const std::string& title, std::int64_t reference);
+
+}  // namespace corvana

@@ -1,0 +1,278 @@
+#include "command/ScheduleWords.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+
+namespace corvana {
+
+namespace {
+
+enum Frequency {
+  kEveryDay = 1,
+  kVolumeMounted = 10,
+  kApplicationQuit = 11,
+  kMinutes = 20,
+  kHourly = 21,
+  kListOnly = 23,
+  kStartUp = 31,
+  kIdle = 40
+};
+constexpr int kShutDownEntry = 21;
+constexpr std::array<std::string_view, 7> kWeekdays{"Sunday",   "Monday", "Tuesday", "Wednesday",
+                                                    "Thursday", "Friday", "Saturday"};
+
+std::optional<int> numberIn(std::string_view text, int least, int most) {
+  int value = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  const bool isWhole = error == std::errc() && stop == text.data() + text.size();
+  return isWhole && value >= least && value <= most ? std::optional(value) : std::nullopt;
+}
+
+/// "8:00" or "08:00" as seconds in day.
+std::optional<int> timeOfDay(std::string_view text) {
+  const auto colon = text.find(':');
+  if (colon == std::string_view::npos || text.size() != colon + 3) return std::nullopt;
+  const auto hour = numberIn(text.substr(0, colon), 0, 23);
+  const auto minute = numberIn(text.substr(colon + 1), 0, 59);
+  if (!hour || !minute) return std::nullopt;
+  return *hour * 3600 + *minute * 60;
+}
+
+std::vector<std::string_view> parts(std::string_view text, char separator) {
+  std::vector<std::string_view> result;
+  for (;;) {
+    const auto end = text.find(separator);
+    result.push_back(text.substr(0, end));
+    if (end == std::string_view::npos) return result;
+    text.remove_prefix(end + 1);
+  }
+}
+
+/// "mon" to "monday", in any case: 1 = Sunday to 7 = Saturday; 0 for none.
+int weekdayNamed(std::string_view word) {
+  if (word.size() < 3) return 0;
+  for (std::size_t day = 0; day < kWeekdays.size(); ++day) {
+    const bool isBeginning = word.size() <= kWeekdays[day].size() &&
+                             std::equal(word.begin(), word.end(), kWeekdays[day].begin(),
+                                        [](char a, char b) { return (a | 0x20) == (b | 0x20); });
+    if (isBeginning) return static_cast<int>(day) + 1;
+  }
+  return 0;
+}
+
+/// A date whose time of day on the clock is that one. A day on which a change of the clocks skips
+/// it will not do.
+ZAN_Value storedTime(int seconds, const ZAN_DateUtils& calendar, ReferenceTime now) {
+  ReferenceTime day = calendar.dayAt0h00(now);
+  while (calendar.secondsInDay(calendar.timeOfDay(day, seconds)) != seconds) {
+    day = calendar.nextDay(day);
+  }
+  return ZAN_Value::date(calendar.timeOfDay(day, seconds));
+}
+
+}  // namespace
+
+ScheduleWords::ScheduleWords(Arguments& arguments) {
+  takeFrequencies(arguments);
+  takeDates(arguments);
+  takeHours(arguments);
+  if (mIsManual && (mFrequency != 0 || !mEntries.empty() || !mDaily.empty() || mAtShutDown)) {
+    arguments.complain("--manual goes with no other schedule");
+  }
+  mIsGiven = mIsManual || mFrequency != 0 || !mEntries.empty() || !mDaily.empty() || mAtShutDown;
+}
+
+void ScheduleWords::setFrequency(int frequency, std::string_view word, Arguments& arguments) {
+  if (mFrequency != 0) {
+    arguments.complain(mFrequencyWord + " and " + std::string(word) +
+                       " do not go together: make two actions");
+  }
+  mFrequency = frequency;
+  mFrequencyWord = word;
+}
+
+void ScheduleWords::takeFrequencies(Arguments& arguments) {
+  mIsManual = arguments.flag("--manual");
+  mAtShutDown = arguments.flag("--at-shutdown");
+  if (arguments.flag("--hourly")) setFrequency(kHourly, "--hourly", arguments);
+  if (arguments.flag("--on-mount")) setFrequency(kVolumeMounted, "--on-mount", arguments);
+  if (arguments.flag("--at-startup")) setFrequency(kStartUp, "--at-startup", arguments);
+  if (const auto text = arguments.option("--every")) {
+    setFrequency(kMinutes, "--every", arguments);
+    const char unit = text->empty() ? '\0' : text->back();
+    const auto number =
+        numberIn(std::string_view(*text).substr(0, text->empty() ? 0 : text->size() - 1), 1, 9999);
+    if (!number || (unit != 'm' && unit != 'h')) {
+      arguments.complain("--every wants a number of minutes or hours such as 15m or 2h, not \"" +
+                         *text + "\"");
+    } else {
+      mMinutes = unit == 'h' ? *number * 60 : *number;
+    }
+  }
+  if (const auto minutes = arguments.number("--on-idle", 1, 1440)) {
+    setFrequency(kIdle, "--on-idle", arguments);
+    mMinutes = *minutes;
+  }
+  if (const auto application = arguments.option("--on-quit")) {
+    setFrequency(kApplicationQuit, "--on-quit", arguments);
+    mApplication = *application;
+    if (application->empty()) arguments.complain("--on-quit wants an application");
+  }
+}
+
+void ScheduleWords::takeDates(Arguments& arguments) {
+  for (const std::string& text : arguments.options("--daily")) {
+    if (const auto time = timeOfDay(text)) {
+      mDaily.push_back(*time);
+    } else {
+      arguments.complain("--daily wants a time such as 08:00, not \"" + text + "\"");
+    }
+  }
+  for (const std::string& days : arguments.options("--weekly")) takeWeekly(days, arguments);
+  for (const std::string& word : arguments.options("--monthly")) takeMonthly(word, arguments);
+  for (const std::string& date : arguments.options("--yearly")) takeYearly(date, arguments);
+  const auto times = arguments.options("--at");
+  if (times.size() > 1) {
+    arguments.complain("--at is given twice: make two actions");
+  } else if (times.size() == 1) {
+    mAt = timeOfDay(times[0]);
+    if (!mAt) arguments.complain("--at wants a time such as 18:30, not \"" + times[0] + "\"");
+    if (mEntries.empty()) arguments.complain("--at goes with --weekly, --monthly or --yearly");
+  } else if (!mEntries.empty()) {
+    arguments.complain("--at is missing: at what time of the day?");
+  }
+}
+
+void ScheduleWords::takeWeekly(std::string_view days, Arguments& arguments) {
+  ZAN_Value entry = ZAN_Value::dictionary({{"TriggerScheduleMode", 1}});
+  for (const std::string_view word : parts(days, ',')) {
+    const int day = weekdayNamed(word);
+    if (day == 0) {
+      return arguments.complain("--weekly wants days such as mon,thu, not \"" + std::string(days) +
+                                "\"");
+    }
+    entry.setValue("TriggerSchedule" + std::string(kWeekdays[static_cast<std::size_t>(day) - 1]),
+                   1);
+  }
+  mEntries.push_back(std::move(entry));
+}
+
+void ScheduleWords::takeMonthly(const std::string& word, Arguments& arguments) {
+  constexpr std::array<std::pair<std::string_view, int>, 4> kDays{
+      {{"first-day", 10}, {"first-working-day", 11}, {"last-day", 12}, {"last-working-day", 13}}};
+  constexpr std::array<std::pair<std::string_view, int>, 3> kOccurrences{
+      {{"first-", 14}, {"last-", 15}, {"second-", 16}}};
+  ZAN_Value entry = ZAN_Value::dictionary({{"TriggerScheduleMode", 2}});
+  const auto add = [&](int mode) {
+    entry.setValue("TriggerScheduleMonthMode", mode);
+    mEntries.push_back(entry);
+  };
+  for (const auto& [name, mode] : kDays) {
+    if (word == name) return add(mode);
+  }
+  for (const auto& [beginning, mode] : kOccurrences) {
+    if (!word.starts_with(beginning)) continue;
+    if (const int day = weekdayNamed(std::string_view(word).substr(beginning.size()))) {
+      entry.setValue("TriggerScheduleMonthWeekDay", day);
+      return add(mode);
+    }
+  }
+  const auto numbers = parts(word, ',');
+  if (!std::all_of(numbers.begin(), numbers.end(),
+                   [](std::string_view number) { return numberIn(number, 1, 31).has_value(); })) {
+    return arguments.complain("--monthly does not know \"" + word + "\"");
+  }
+  entry.setValue("TriggerScheduleMonthDays", word);
+  add(1);
+}
+
+void ScheduleWords::takeYearly(std::string_view date, Arguments& arguments) {
+  constexpr std::array<int, 12> kLengths{31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  auto numbers = parts(date, '.');
+  if (numbers.size() == 3 && numbers[2].empty()) numbers.pop_back();
+  const auto month = numbers.size() == 2 ? numberIn(numbers[1], 1, 12) : std::nullopt;
+  const auto day = month ? numberIn(numbers[0], 1, kLengths[static_cast<std::size_t>(*month) - 1])
+                         : std::nullopt;
+  if (!day) {
+    return arguments.complain("--yearly wants a day and a month such as 29.2., not \"" +
+                              std::string(date) + "\"");
+  }
+  mEntries.push_back(ZAN_Value::dictionary({{"TriggerScheduleMode", 3},
+                                            {"TriggerScheduleDay", *day},
+                                            {"TriggerScheduleMonth", *month}}));
+}
+
+void ScheduleWords::takeHours(Arguments& arguments) {
+  const auto text = arguments.option("--hours");
+  if (!text) return;
+  if (*text == "any") {
+    mHours = Hours{.isAny = true};
+    return;
+  }
+  const auto bounds = parts(*text, '-');
+  const auto from = bounds.size() == 2 ? timeOfDay(bounds[0]) : std::nullopt;
+  const auto to = bounds.size() == 2 ? timeOfDay(bounds[1]) : std::nullopt;
+  if (!from || !to) {
+    return arguments.complain("--hours wants two times such as 08:00-18:00, or any, not \"" +
+                              *text + "\"");
+  }
+  if (*to < *from) {
+    return arguments.complain("--hours " + *text + ": hours over midnight never come true");
+  }
+  mHours = Hours{.from = *from, .to = *to};
+  for (const int time : mDaily) {
+    if (time < *from || time > *to) arguments.complain("--daily lies outside of --hours");
+  }
+  if (mAt && (*mAt < *from || *mAt > *to)) arguments.complain("--at lies outside of --hours");
+}
+
+void ScheduleWords::applyTo(ZAN_Value& record, const ZAN_DateUtils& calendar,
+                            ReferenceTime now) const {
+  if (!isGiven()) return;
+  record.setValue("LastScheduleDate", ZAN_Value::date(now));
+  if (mHours) {
+    record.setValue("TriggerAllowedHours", mHours->isAny ? 0 : 1);
+    record.setValue("TriggerAllowedHoursFrom", storedTime(mHours->from, calendar, now));
+    record.setValue("TriggerAllowedHoursTo", storedTime(mHours->to, calendar, now));
+  }
+  if (!mIsGiven) return;
+  record.setValue("TriggerAutomatic", mIsManual ? 0 : 1);
+  if (mIsManual) return;
+
+  for (const char* key : {"TriggerScheduleTime", "TriggerScheduleMinutes", "TriggerHourDelay",
+                          "TriggerScheduleList", "TriggerAppQuitPath"}) {
+    record.removeKey(key);
+  }
+  std::vector<ZAN_Value> list;
+  const bool isDaily = mFrequency == 0 && mDaily.size() == 1;
+  if (isDaily) {
+    record.setValue("TriggerScheduleTime", storedTime(mDaily[0], calendar, now));
+  } else {
+    for (const int time : mDaily) {
+      list.push_back(ZAN_Value::dictionary(
+          {{"TriggerScheduleMode", 0}, {"TriggerScheduleTime", storedTime(time, calendar, now)}}));
+    }
+  }
+  for (ZAN_Value entry : mEntries) {
+    if (mAt) entry.setValue("TriggerScheduleTime", storedTime(*mAt, calendar, now));
+    list.push_back(std::move(entry));
+  }
+  // Without a time the entry has no date that could stand before those of the others.
+  if (mAtShutDown) {
+    list.push_back(ZAN_Value::dictionary(
+        {{"TriggerScheduleMode", 0}, {"TriggerFrequencyPopup", kShutDownEntry}}));
+  }
+  record.setValue("TriggerFrequencyPopup",
+                  mFrequency != 0 ? mFrequency : (isDaily ? kEveryDay : kListOnly));
+  if (mMinutes != 0) record.setValue("TriggerScheduleMinutes", static_cast<int>(mMinutes));
+  if (!mApplication.empty()) record.setValue("TriggerAppQuitPath", mApplication);
+  if (!list.empty()) {
+    record.setValue("TriggerScheduleList", ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(
+                                               ZAN_Value::array(std::move(list)))));
+  }
+}
+
+}  // namespace corvana

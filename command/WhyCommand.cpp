@@ -1,0 +1,194 @@
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <iterator>
+#include <ostream>
+
+#include "ZANCocoaFramework/ZAN_Json.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "command/ActionWords.h"
+#include "command/CommandHome.h"
+#include "command/CommandTexts.h"
+#include "command/Commands.h"
+#include "command/RunningAgent.h"
+#include "core/work/WhyNot.h"
+#include "platform/linux/LinuxVolumes.h"
+#include "platform/linux/ProcessTable.h"
+#include "platform/qt/GvfsShares.h"
+#include "volumes/VolumeIdentity.h"
+
+namespace corvana {
+
+namespace {
+
+/// One that is asked for the first time may have to look over the network.
+constexpr double kSecondsForAVolume = 3;
+
+/// What the processes and the agent's settings file tell of the agent.
+struct Seen {
+  bool agentRuns = false;
+  WhyNot::Situation situation;
+};
+
+/// The reference that an execute program was started with; 0 when it cannot be told.
+std::int64_t executedReference(std::int64_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
+  const std::string words(std::istreambuf_iterator<char>(file), {});
+  const auto first = words.find('\0');
+  std::int64_t reference = 0;
+  if (first != std::string::npos) {
+    std::from_chars(words.data() + first + 1, words.data() + words.size(), reference);
+  }
+  return reference;
+}
+
+/// What the agent itself tells; false when it does not.
+bool askAgent(CommandHome& home, Seen& seen) {
+  RunningAgent agent(home);
+  seen.agentRuns = agent.presence() != RunningAgent::Presence::absent;
+  if (!agent.answers()) return false;
+  const auto queue = agent.client().queue();
+  if (!queue) return false;
+  const ZAN_Value& status = agent.status();
+  WhyNot::Situation& situation = seen.situation;
+  situation.scheduleDisabled = !status["enabled"].boolValue();
+  situation.disabledWhenDone = status["disabledWhenDone"].boolValue();
+  situation.startedFromNewMachine = status["otherStartupDisk"].boolValue();
+  situation.paused = status["paused"].boolValue();
+  situation.headRuns = status["executing"].boolValue();
+  situation.waitsForOther = status["waitsForOther"].boolValue();
+  situation.idleTimeIsSeen = status["idleTimeIsSeen"].boolValue();
+  situation.context = static_cast<int>(status.integer("context"));
+  for (const auto& record : queue->elements()) situation.queue.push_back(record.integer("ref"));
+  return true;
+}
+
+Seen lookAround(CommandHome& home) {
+  Seen seen;
+  if (askAgent(home, seen)) return seen;
+  WhyNot::Situation& situation = seen.situation;
+  situation.idleTimeIsSeen = false;
+  for (const auto& process : ProcessTable(home.machine().homeFolder()).list()) {
+    if (process.bundleExecutable != "Corvana 9 Execute") continue;
+    if (const auto reference = executedReference(process.pid); reference != 0) {
+      situation.headRuns = true;
+      situation.queue.insert(situation.queue.begin(), reference);
+    }
+  }
+  // The stored queue is without its head, which is what runs; an idle agent's is empty.
+  const ZAN_Value preferences = home.store().settings().schedulerSettings();
+  situation.scheduleDisabled = preferences.integer("SchedulerPrefScheduleDisabled") != 0;
+  situation.context = static_cast<int>(preferences.integer("SchedulerPrefCurrentContext"));
+  for (const auto& record : preferences["SchedulerActionsToDoList"].elements()) {
+    situation.queue.push_back(record.integer("Ref"));
+  }
+  return seen;
+}
+
+std::string_view nameOf(WhyNot::Cause cause) {
+  switch (cause) {
+    case WhyNot::Cause::running:
+      return "running";
+    case WhyNot::Cause::queued:
+      return "queued";
+    case WhyNot::Cause::notAutomatic:
+      return "not automatic";
+    case WhyNot::Cause::waitsForEvent:
+      return "waits for event";
+    case WhyNot::Cause::noDate:
+      return "no date";
+    case WhyNot::Cause::notDue:
+      return "not due";
+    case WhyNot::Cause::outOfHours:
+      return "out of hours";
+    case WhyNot::Cause::otherContext:
+      return "other context";
+    case WhyNot::Cause::disabled:
+      return "disabled";
+    case WhyNot::Cause::disabledSoon:
+      return "disabled soon";
+    case WhyNot::Cause::otherMachine:
+      return "other machine";
+    case WhyNot::Cause::paused:
+      return "paused";
+    case WhyNot::Cause::volumeMissing:
+      return "volume missing";
+    case WhyNot::Cause::incomplete:
+      return "incomplete";
+  }
+  return {};
+}
+
+void print(const ProgrammedAction& action, const std::vector<WhyNot::Reason>& reasons,
+           const Seen& seen, const ZAN_StringTable& texts, const Console& console) {
+  console.out << action.getReference() << ": " << printable(action.getTitle()) << '\n';
+  if (!seen.agentRuns) {
+    console.out << "- " << texts.text("WhySchedulerAbsent") << "\n  "
+                << texts.text("WhyRemedyCommand",
+                              {texts.text("WhySchedulerAbsentRemedy"), "corvana9-scheduler"})
+                << '\n';
+  }
+  for (const auto& reason : reasons) {
+    // Without its texts the command says at least what it is about.
+    console.out << "- " << (reason.text.empty() ? nameOf(reason.cause) : printable(reason.text))
+                << '\n';
+    if (!reason.remedyByCommand.empty())
+      console.out << "  " << printable(reason.remedyByCommand) << '\n';
+  }
+  if (reasons.empty()) console.out << texts.text(seen.agentRuns ? "WhyDueSoon" : "WhyDue") << '\n';
+}
+
+int printJson(const ProgrammedAction& action, const std::vector<WhyNot::Reason>& reasons,
+              std::optional<ReferenceTime> next, const Seen& seen, const Console& console) {
+  ZAN_Value list = ZAN_Value::array();
+  for (const auto& reason : reasons) {
+    list.append(ZAN_Value::dictionary({{"cause", nameOf(reason.cause)},
+                                       {"text", reason.text},
+                                       {"remedy", reason.remedyByCommand}}));
+  }
+  const auto text = ZAN_Json::jsonWithValue(
+      ZAN_Value::dictionary({{"reference", action.getReference()},
+                             {"title", action.getTitle()},
+                             {"agent", seen.agentRuns},
+                             {"next", next ? ZAN_Value(*next) : ZAN_Value()},
+                             {"reasons", list}}),
+      {.plain = true});
+  if (!text) return failed(console, text.error());
+  console.out << *text << '\n';
+  return kDone;
+}
+
+}  // namespace
+
+int whyCommand(Arguments& arguments, const Console& console) {
+  const bool json = arguments.json();
+  const auto words = arguments.words(1, 1);
+  if (!words) return wrongWords(console, words.error());
+  const auto reference = referenceFrom(words->front());
+  if (!reference) return wrongWords(console, reference.error());
+  CommandHome home(console);
+  const ProgrammedAction* action =
+      home.isThere() ? home.tree().rootItem().actionForReference(*reference) : nullptr;
+  if (action == nullptr) {
+    return failed(console, {ErrorKind::absent, words->front() + ": no action has this reference"});
+  }
+  const Seen seen = lookAround(home);
+  LinuxVolumes system(home.machine().loginName(), home.machine().homeFolder());
+  system.setPatience(kSecondsForAVolume);
+  system.setShares(GvfsShares::now());
+  VolumeIdentity volumes(system);
+  ZAN_StringTable texts;
+  if (const Outcome loaded = loadAgentTexts(texts, home.machine()); !loaded)
+    console.err << loaded.error().text << '\n';
+  const ZAN_StringUtils strings(home.machine().regionName(), home.machine().timeZoneName());
+  const WhyNot why(home.tools(), {texts, strings}, volumes, [&](std::int64_t ref) {
+    const auto* other = home.tree().rootItem().actionForReference(ref);
+    return other ? other->getTitle() : std::to_string(ref);
+  });
+  const auto reasons = why.reasons(*action, seen.situation);
+  if (json) return printJson(*action, reasons, why.nextDate(*action), seen, console);
+  print(*action, reasons, seen, texts, console);
+  return kDone;
+}
+
+}  // namespace corvana

@@ -1,0 +1,188 @@
+#include "core/machine/VolumesFolderSurvey.h"
+
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/TextFiles.h"
+#include "core/record/Preferences.h"
+#include "core/record/SchedulerLog.h"
+#include "core/record/SchedulerState.h"
+#include "core/record/SiblingChannel.h"
+#include "core/record/SurveyExecution.h"
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
+#include "platform/RunLoop.h"
+#include "platform/UserInterface.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr int kTellAndDelete = 2;
+constexpr double kSurveyInterval = 20.0;
+constexpr double kAfterReSurvey = 10.0;
+constexpr double kRetryDelay = 3.0;
+constexpr int kRetries = 3;
+constexpr double kAfterDeletion = 0.5;
+constexpr double kPauseDelay = 0.01;
+constexpr double kProgressInterval = 0.5;
+constexpr int kCleanLooks = 5;
+
+}  // namespace
+
+VolumesFolderSurvey::VolumesFolderSurvey(const Surroundings& surroundings)
+    : m(surroundings),
+      mFolder(m.platform.volumes),
+      mRemoval(m.platform, mFolder),
+      mSchedulerVolumesFolderErrorNextCheck(m.state.deadlines) {}
+
+bool VolumesFolderSurvey::isErrorShown() const {
+  return m.platform.userInterface.isWindowVisible(Window::volumesFolderError);
+}
+
+bool VolumesFolderSurvey::isSurveyDue(ReferenceTime now) const {
+  return m.preferences.mSurveyVolumesFolder != 0 && !mCheckingVolumesFolder &&
+         mSchedulerVolumesFolderErrorNextCheck.isPassed(now) && !isErrorShown();
+}
+
+void VolumesFolderSurvey::surveyVolumesFolder() {
+  const SurveyExecution::Bracket bracket(m.survey, "surveyVolumesFolder");
+  mCheckingVolumesFolder = true;
+  if (mFolder.checkVolumesFolder()) {
+    mCheckingVolumesFolder = false;
+  } else {
+    m.platform.runLoop.performAfter(kRetryDelay, [this] { reSurveyVolumesFolder(0); });
+  }
+  mSchedulerVolumesFolderErrorNextCheck.set(m.platform.clock.now() + kSurveyInterval);
+}
+
+bool VolumesFolderSurvey::holdsLaunchBack() {
+  if (mCheckingVolumesFolder || isErrorShown()) return true;
+  if (m.preferences.mSurveyVolumesFolder == 0 || mFolder.checkVolumesFolder()) return false;
+  mCheckingVolumesFolder = true;
+  m.platform.runLoop.performOnMain([this] { reSurveyVolumesFolder(0); });
+  return true;
+}
+
+void VolumesFolderSurvey::reSurveyVolumesFolder(int retry) {
+  mCheckingVolumesFolder = true;
+  const auto faulty = mFolder.getFaultyFoldersInVolumes();
+  if (!faulty) return endSurvey();
+  if (retry < kRetries) {
+    m.platform.runLoop.performAfter(kRetryDelay,
+                                    [this, retry] { reSurveyVolumesFolder(retry + 1); });
+    mSchedulerVolumesFolderErrorNextCheck.set(m.platform.clock.now() + kAfterReSurvey);
+    return;
+  }
+  const bool executing = isExecuting();
+  if (executing) {
+    m.state.mMenuWasUsed = true;
+    onFinishedProcess();
+    m.channel.postToExecute("ActionStopVolume");
+  }
+  if (m.preferences.mSurveyVolumesFolder == kTellAndDelete) {
+    tell("ReportIncorrectVolumesDeleted", *faulty);
+    mRemoval.run(executing ? 0 : kAfterDeletion, [this, executing, paths = *faulty](const auto&) {
+      if (!executing && !mFolder.checkVolumesFolder()) showError(paths);
+      endSurvey();
+    });
+    return;
+  }
+  if (executing) {
+    tell("ReportIncorrectVolumes", *faulty);
+  } else {
+    showError(*faulty);
+  }
+  endSurvey();
+}
+
+void VolumesFolderSurvey::endSurvey() {
+  mSchedulerVolumesFolderErrorNextCheck.set(m.platform.clock.now() + kAfterReSurvey);
+  mCheckingVolumesFolder = false;
+}
+
+void VolumesFolderSurvey::showError(const std::vector<std::string>& paths) {
+  mErrorVolumesFolderText = VolumesFolder::namesOf(paths);
+  mErrorVolumesFolderDate = m.strings.getShortTimeWithSeconds(m.platform.clock.now());
+  mVolumesFolderNoErrorCounter = 0;
+  m.platform.systemLog.write(m.texts.text("ReportIncorrectVolumes", {mErrorVolumesFolderText}));
+  m.platform.userInterface.showWindowQuietly(Window::volumesFolderError);
+  if (m.state.mPause) return;
+  m.platform.runLoop.performAfter(kPauseDelay, [this] {
+    if (m.state.mPause) return;
+    onPauseWanted();
+    mHasPaused = true;
+  });
+}
+
+void VolumesFolderSurvey::pauseChanged(bool isPaused) {
+  mHasPaused = false;
+  if (!isPaused) mCheckingVolumesFolder = false;
+}
+
+void VolumesFolderSurvey::checkIfVolumesFolderClean() {
+  if (!mFolder.checkVolumesFolder()) {
+    mVolumesFolderNoErrorCounter = 0;
+    return;
+  }
+  ++mVolumesFolderNoErrorCounter;
+  if (mVolumesFolderNoErrorCounter != kCleanLooks || !isErrorShown()) return;
+  onContinueWanted();
+}
+
+void VolumesFolderSurvey::cleanVolumesFolder(std::function<void()> onClean) {
+  if (std::exchange(mIsCleaning, true)) return;
+  mRemoval.run(kAfterDeletion, [this, onClean = std::move(onClean)](const auto& removed) {
+    mIsCleaning = false;
+    const auto remaining = mFolder.getFaultyFoldersInVolumes();
+    const char* const key = remaining ? "ReportIncorrectVolumes" : "ReportIncorrectVolumesDeleted";
+    const auto& paths = remaining ? *remaining : removed;
+    tell(key, paths);
+    m.platform.userInterface.alert(
+        m.texts.text(remaining ? "NoRepairVolumeTitle" : "RepairVolumeTitle"),
+        m.texts.text(key, {VolumesFolder::namesOf(paths)}), m.texts.text("OKButton"));
+    if (!remaining) onClean();
+  });
+  followProgress();
+}
+
+void VolumesFolderSurvey::followProgress() {
+  m.platform.userInterface.windowChanged(Window::volumesFolderError);
+  if (mIsCleaning) m.platform.runLoop.performAfter(kProgressInterval, [this] { followProgress(); });
+}
+
+std::string VolumesFolderSurvey::progressText() const {
+  if (!mIsCleaning) return {};
+  return m.texts.text("StrayFoldersDeleting",
+                      {m.strings.getUnsignedWithSeparators(mRemoval.countOfGone())});
+}
+
+void VolumesFolderSurvey::tell(const char* key, const std::vector<std::string>& paths) {
+  const std::string text = m.texts.text(key, {VolumesFolder::namesOf(paths)});
+  m.report.addToReportFile(text);
+  m.log.addSchedulerLog(LogCode::message, text);
+}
+
+ReferenceTime VolumesFolderSurvey::nextWork() const {
+  const ReferenceTime now = m.platform.clock.now();
+  if (mCheckingVolumesFolder || isErrorShown() || isRemoving()) return now;
+  if (m.preferences.mSurveyVolumesFolder == 0 || mFolder.checkVolumesFolder())
+    return std::numeric_limits<double>::infinity();
+  return mSchedulerVolumesFolderErrorNextCheck.at();
+}
+
+void VolumesFolderSurvey::leaveOut(ReferenceTime at, double interval) {
+  // Each of those surveys would have found the folder clean.
+  const ReferenceTime first = mSchedulerVolumesFolderErrorNextCheck.at() + interval;
+  if (m.preferences.mSurveyVolumesFolder == 0 || at < first) return;
+  const double period = kSurveyInterval + interval;
+  const double surveys = std::floor((at - first) / period) + 1;
+  mSchedulerVolumesFolderErrorNextCheck.set(mSchedulerVolumesFolderErrorNextCheck.at() +
+                                            surveys * period);
+}
+
+}  // namespace corvana

@@ -1,0 +1,140 @@
+#include "execute/ExecuteRecords.h"
+
+#include <span>
+#include <utility>
+
+#include "actions/ActionStore.h"
+#include "actions/ActionTree.h"
+#include "actions/History.h"
+#include "platform/Clock.h"
+
+namespace corvana {
+namespace {
+
+/// The agent reads it when the execution has crashed.
+constexpr std::string_view kCrashPath = "Corvana 9 CurrentPath.txt";
+constexpr double kPathInterval = 1.0;
+constexpr double kAgentPatience = 3.0;
+constexpr int kStarted = 1;
+
+bool countsAsExecuted(ExecuteCode code) {
+  return code == ExecuteCode::completed || code == ExecuteCode::completedWithErrors;
+}
+
+}  // namespace
+
+ExecuteRecords::ExecuteRecords(Files files, ExecuteMessages& messages,
+                               std::function<bool()> agentRuns, std::int64_t reference,
+                               std::string title)
+    : mFiles(files),
+      mMessages(messages),
+      mAgentRuns(std::move(agentRuns)),
+      mReference(reference),
+      mTitle(std::move(title)),
+      mStart(files.store.clock().now()) {}
+
+ZAN_Value ExecuteRecords::historyEntry() const {
+  return ZAN_Value::dictionary(
+      {{"Date", ZAN_Value::date(mStart)}, {"Title", mTitle}, {"Ref", mReference}});
+}
+
+void ExecuteRecords::began() {
+  ZAN_Value entry = historyEntry();
+  entry.setValue("C", kStarted);
+  mFiles.history.addHistoryEntry(entry);
+}
+
+void ExecuteRecords::workingOn(const std::string& path) {
+  mFiles.store.texts().saveCurrentPath(path);
+  const double now = mFiles.store.clock().monotonic();
+  if (now < mNextCrashPath) return;
+  mNextCrashPath = now + kPathInterval;
+  // Lost by a power failure at worst, so it costs no disk a wake-up.
+  [[maybe_unused]] const Outcome failureIsLogged = mFiles.store.files().writeFileAtPath(
+      mFiles.store.folder().dataFolderPathWithFileName(kCrashPath), {},
+      std::as_bytes(std::span(path)), false);
+}
+
+void ExecuteRecords::forgetCurrentPath() {
+  mFiles.store.texts().clearCurrentPath();
+  [[maybe_unused]] const Outcome gone =
+      ZAN_FilesUtils::removeFile(mFiles.store.folder().pathOf(kCrashPath));
+}
+
+void ExecuteRecords::ended(const ExecuteEnd& end) {
+  ZAN_Value entry = historyEntry();
+  entry.setValue("EndDate", ZAN_Value::date(mFiles.store.clock().now()));
+  entry.setValue("C", static_cast<int>(end.code));
+  entry.setValue("ActionErrors", end.errors);
+  mFiles.history.addHistoryEntry(entry);
+
+  if (countsAsExecuted(end.code)) {
+    if (auto* action = mFiles.tree.rootItem().actionForReference(mReference)) {
+      action->incrementExecutionCounter();
+      action->setLastExecutionDate();
+    }
+  }
+  auto& texts = mFiles.store.texts();
+  texts.saveCurrentPathForFirstError(end.firstErrorPath);
+  if (end.lastErrorPath) texts.saveCurrentPathForLastError(*end.lastErrorPath);
+  saveResults(end);
+  addToLog(end);
+  mMessages.postHistoryChanged();
+  forgetCurrentPath();
+}
+
+void ExecuteRecords::estimated(std::uint64_t files, std::uint64_t bytes) {
+  if (auto* action = mFiles.tree.rootItem().actionForReference(mReference)) {
+    action->setTotalFiles(static_cast<std::int64_t>(files), bytes);
+  }
+  forgetCurrentPath();
+}
+
+void ExecuteRecords::logged(const ExecuteEnd& end) {
+  addToLog(end);
+  forgetCurrentPath();
+}
+
+void ExecuteRecords::saveResults(const ExecuteEnd& end) {
+  if (end.errorTexts.empty() && end.skipped.empty()) return;
+  ZAN_Value errors = ZAN_Value::array();
+  for (const auto& text : end.errorTexts) errors.append(text);
+  ZAN_Value skipped = ZAN_Value::array();
+  for (const auto& item : end.skipped) skipped.append(item);
+  const ZAN_Value header = ZAN_Value::dictionary(
+      {{"Ref", mReference}, {"Title", mTitle}, {"Date", ZAN_Value::date(mStart)}});
+  [[maybe_unused]] const Outcome logged =
+      mFiles.history.results().saveActionResults(header, {}, {}, errors, skipped);
+}
+
+void ExecuteRecords::addToLog(const ExecuteEnd& end) {
+  ZAN_Value entry =
+      ZAN_Value::dictionary({{"C", static_cast<int>(end.code)}, {"N", mTitle}, {"R", mReference}});
+  if (!end.reason.empty()) entry.setValue("F", end.reason);
+  if (end.firstErrorPath) entry.setValue("P", *end.firstErrorPath);
+
+  mFiles.store.texts().addToReportFile(ActionLog::messageForEntry(entry));
+
+  Clock& clock = mFiles.store.clock();
+  const ReferenceTime sent = clock.now();
+  if (mAgentRuns()) {
+    // The agent shows an error and counts it besides logging it. A message may be lost all the
+    // same, with an agent that is just leaving: then the entry is written here.
+    mMessages.postLogEntry(entry);
+    for (const double until = clock.monotonic() + kAgentPatience; clock.monotonic() < until;
+         clock.sleep(0.05)) {
+      const ZAN_Value list = mFiles.history.log().readLogList();
+      for (std::size_t back = 1; back <= 20 && back <= list.size(); ++back) {
+        const ZAN_Value& last = list.at(list.size() - back);
+        if (last.integer("C") == entry.integer("C") && last.integer("R") == mReference &&
+            last["M"].asDate().value_or(0) >= sent) {
+          return;
+        }
+      }
+    }
+  }
+  entry.setValue("M", ZAN_Value::date(clock.now()));
+  mFiles.history.log().addLog(entry);
+}
+
+}  // namespace corvana

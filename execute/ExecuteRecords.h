@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Time.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+#include "execute/ExecuteMessages.h"
+
+namespace corvana {
+
+class ActionStore;
+class ActionTree;
+class History;
+
+/// How an execution ended, as the log and the history number it.
+enum class ExecuteCode {
+  completed = 2,
+  abortedByUser = 3,
+  volumeNotFound = 4,
+  unexpectedError = 5,
+  timeOut = 11,
+  completedWithErrors = 14,
+  volumeGone = 15,
+  volumeNotAvailable = 17,
+};
+
+struct ExecuteEnd {
+  ExecuteCode code = ExecuteCode::completed;
+  std::string reason;  ///< in words; empty when all went well
+  std::uint64_t errors = 0;
+  std::vector<std::string> errorTexts;
+  std::vector<std::string> skipped;
+  std::optional<std::string> firstErrorPath;
+  std::optional<std::string> lastErrorPath;
+};
+
+/// What an execution leaves behind: current path, log, history, results and the action's own dates.
+class ExecuteRecords {
+ public:
+  struct Files {
+    ActionStore& store;
+    ActionTree& tree;
+    History& history;
+  };
+
+  /// `agentRuns`: whether an agent is there to take a log entry, asked when there is one.
+  ExecuteRecords(Files files, ExecuteMessages& messages, std::function<bool()> agentRuns,
+                 std::int64_t reference, std::string title);
+
+  /// The history shows the execution from its start; one that crashes stays without an end.
+  void began();
+  /// Kept on disk for whoever looks after a crash, at most once a second.
+  void workingOn(const std::string& path);
+  /// History, results, log; what was executed, be it with errors, moves the action's counter and
+  /// date on. Also for an execution that was refused before it began.
+  void ended(const ExecuteEnd& end);
+  /// A count of what there is to copy, instead of an execution.
+  void estimated(std::uint64_t files, std::uint64_t bytes);
+  /// The log alone: for a count that came to nothing.
+  void logged(const ExecuteEnd& end);
+
+ private:
+  void addToLog(const ExecuteEnd& end);
+  void saveResults(const ExecuteEnd& end);
+  ZAN_Value historyEntry() const;
+  void forgetCurrentPath();
+
+  Files mFiles;
+  ExecuteMessages& mMessages;
+  std::function<bool()> mAgentRuns;
+  std::int64_t mReference;
+  std::string mTitle;
+  ReferenceTime mStart = 0;
+  double mNextCrashPath = 0;
+};
+
+}  // namespace corvana

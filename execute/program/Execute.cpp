@@ -1,0 +1,119 @@
+#include <QCoreApplication>
+#include <algorithm>
+#include <clocale>
+#include <csignal>
+#include <iostream>
+#include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/ActionStore.h"
+#include "actions/ActionTree.h"
+#include "actions/History.h"
+#include "execute/ExecuteArguments.h"
+#include "execute/ExecuteRun.h"
+#include "execute/SignalWatch.h"
+#include "platform/linux/LinuxMachine.h"
+#include "platform/linux/LinuxVolumes.h"
+#include "platform/linux/ProcessTable.h"
+#include "platform/linux/SystemClock.h"
+#include "platform/linux/SystemLogs.h"
+#include "platform/qt/BusNotifications.h"
+#include "platform/qt/GvfsShares.h"
+#include "platform/qt/QtRunLoop.h"
+
+namespace corvana {
+namespace {
+
+constexpr std::string_view kUsage =
+    "Usage: \"Corvana 9 Execute\" REFERENCE [SHOW-PROGRESS SHOW-MOUNT-MESSAGE 1 RETRY SURVEY-MODE "
+    "\"\" "
+    "ESTIMATE-SIZE SET-FRONT]\n"
+    "\n"
+    "Executes one programmed action of this user, copying or synchronising with rsync. The "
+    "scheduler starts it;\n"
+    "by hand the reference alone will do (see corvana9 tree). It ends with 0 whenever it could "
+    "record by itself\n"
+    "how the execution ended; the log and the history say how.\n";
+
+/// A disk that sleeps takes its time to wake up.
+constexpr double kSecondsForADisk = 30;
+
+/// Only an agent of the same user and home reads the same log.
+bool agentRuns(const std::string& home) {
+  const auto processes = ProcessTable(home).list();
+  return std::any_of(processes.begin(), processes.end(), [](const RunningProcess& process) {
+    return process.bundleExecutable == "Corvana 9 Scheduler";
+  });
+}
+
+/// Of the scheduler, whose bundle lies beside this one's.
+std::string resourcesFolder(const Machine& machine) {
+  const std::string executable = machine.executablePath();
+  std::string_view bundle = executable;
+  for (int level = 0; level < 4; ++level) bundle = ZAN_FilesUtils::parentPath(bundle);
+  return ZAN_FilesUtils::joinedPath(bundle, "Corvana 9 Scheduler.app/Contents/Resources");
+}
+
+/// The copying has a thread of its own; the main one hears and passes on messages.
+void perform(const ExecuteArguments& arguments) {
+  ExecuteControl control;
+  const SignalWatch signalWatch([&control] { control.stop(StopReason::user); });
+  SystemClock clock;
+  LinuxMachine machine;
+  StandardErrorLog log;
+  QtRunLoop loop;
+  BusNotifications notifications(loop, log);
+  ExecuteMessages messages(clock, [&](const DistributedNotification& message) {
+    loop.performOnMain([&notifications, message] { notifications.post(message); });
+  });
+  ZAN_StringTable texts;
+  if (const Outcome loaded = texts.load(resourcesFolder(machine), machine.languageNames()); !loaded)
+    log.write(loaded.error().text);
+  const ZAN_StringUtils strings(machine.regionName(), machine.timeZoneName());
+  notifications.observe("CVA9_ExecuteNotification", [&](const DistributedNotification& message) {
+    messages.handle(message, control, {texts, strings, arguments.reference});
+  });
+  loop.detachThread("execute", [&] {
+    ActionStore store(clock, machine, log);
+    ActionTree tree(store.tree(), clock, log, texts);
+    History history(store);
+    LinuxVolumes volumes(machine.loginName(), machine.homeFolder());
+    volumes.setPatience(kSecondsForADisk);
+    volumes.setShares(GvfsShares::now());
+    ExecuteRun({{store, tree, history},
+                messages,
+                control,
+                [&] { return agentRuns(machine.homeFolder()); },
+                volumes})
+        .perform(arguments);
+    loop.performOnMain([&loop] { loop.quit(0); });
+  });
+  loop.run();
+}
+
+}  // namespace
+}  // namespace corvana
+
+int main(int count, char** words) {
+  const std::vector<std::string_view> rest(words + (count > 0 ? 1 : 0), words + count);
+  if (!rest.empty() && rest.front() == "--help") {
+    std::cout << corvana::kUsage;
+    return 0;
+  }
+  const auto arguments = corvana::ExecuteArguments::parse(rest);
+  if (!arguments) {
+    std::cerr << arguments.error().text << '\n' << corvana::kUsage;
+    return 2;
+  }
+  qputenv("QT_NO_GLIB", "1");
+  // Whoever started it or reads what it prints may be gone; the backup goes on and is recorded.
+  std::signal(SIGPIPE, SIG_IGN);
+  const QCoreApplication application(count, words);
+  // It has taken over the user's decimal sign; numbers in files have a point.
+  std::setlocale(LC_NUMERIC, "C");
+  corvana::perform(*arguments);
+  return 0;
+}

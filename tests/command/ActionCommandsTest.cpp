@@ -1,0 +1,245 @@
+#include <gmock/gmock.h>
+
+#include <QCoreApplication>
+#include <cstdlib>
+#include <sstream>
+
+#include "actions/ActionsTools.h"
+#include "command/Commands.h"
+#include "platform/qt/BusNotifications.h"
+#include "platform/qt/QtRunLoop.h"
+#include "tests/actions/TreeHome.h"
+
+namespace corvana {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class ActionCommandsTest : public testing::Test {
+ protected:
+  ActionCommandsTest() {
+    ::setenv("TZ", "UTC", 1);
+    machine.folder.makeFolder("photos");
+    machine.folder.makeFolder("disk");
+  }
+  int run(std::vector<std::string> words) {
+    words.insert(words.end(), {"--home", machine.folder.path()});
+    std::istringstream in;
+    out.str("");
+    err.str("");
+    return runCommandLine(words, {in, out, err});
+  }
+  int add(std::vector<std::string> more, const std::string& title = "Photos") {
+    std::vector<std::string> words{"add",           title,
+                                   "--source",      machine.folder.at("photos"),
+                                   "--destination", machine.folder.at("disk")};
+    words.insert(words.end(), more.begin(), more.end());
+    return run(words);
+  }
+  /// What another program finds on disk.
+  ProgrammedAction& stored() {
+    mReader = std::make_unique<TreeHome>(machine);
+    return mReader->tree.rootItem();
+  }
+  std::string storedBytes() {
+    const auto contents =
+        ZAN_FilesUtils::readFile(TreeHome(machine).store.folder().pathOf(DataFolder::kActions));
+    return contents ? contents->bytes : std::string();
+  }
+
+  SimulatedPlatform machine;
+  std::ostringstream out, err;
+
+ private:
+  std::unique_ptr<TreeHome> mReader;
+};
+
+TEST_F(ActionCommandsTest, EachScheduleRunsWhenItSays) {
+  struct Case {
+    std::vector<std::string> words;
+    const char* next;
+    const char* text;
+  };
+  const std::vector<Case> cases{
+      {{"--daily", "08:00"}, "Wed 2024-01-03 08:00", "every day at 08:00"},
+      {{"--daily", "8:00", "--daily", "20:15"}, "Tue 2024-01-02 20:15", "every day at 08:00, and"},
+      {{"--every", "15m"}, "Tue 2024-01-02 12:15", "every 15 minutes"},
+      {{"--every", "2h"}, "Tue 2024-01-02 14:00", "every 2 hours"},
+      {{"--hourly"}, "Tue 2024-01-02 13:00", "every hour"},
+      {{"--hourly", "--hours", "14:00-18:00"}, "Tue 2024-01-02 14:00", "between 14:00 and 18:00"},
+      {{"--weekly", "mon,THURSDAY", "--at", "18:30"},
+       "Thu 2024-01-04 18:30",
+       "every Monday and Thursday at 18:30"},
+      {{"--monthly", "last-working-day", "--at", "08:05"},
+       "Wed 2024-01-31 08:05",
+       "last working day"},
+      {{"--monthly", "first-working-day", "--at", "08:05"}, "Thu 2024-02-01 08:05", "first work"},
+      {{"--monthly", "first-day", "--at", "08:05"}, "Thu 2024-02-01 08:05", "on the first day"},
+      {{"--monthly", "last-day", "--at", "08:05"}, "Wed 2024-01-31 08:05", "on the last day"},
+      {{"--monthly", "first-fri", "--at", "08:05"}, "Fri 2024-01-05 08:05", "first Friday"},
+      {{"--monthly", "second-fri", "--at", "08:05"}, "Fri 2024-01-12 08:05", "second Friday"},
+      {{"--monthly", "last-sun", "--at", "08:05"}, "Sun 2024-01-28 08:05", "last Sunday"},
+      {{"--monthly", "1,15", "--at", "08:05"}, "Mon 2024-01-15 08:05", "on day 1 and 15"},
+      {{"--yearly", "29.2.", "--at", "23:59"}, "Thu 2024-02-29 23:59", "every year on 29.2."},
+      {{"--weekly", "fri", "--at", "01:00", "--at-shutdown"}, "Fri 2024-01-05 01:00", "shut-down"},
+      {{"--on-mount"}, "", "when one of its volumes is mounted"},
+      {{"--on-idle", "20"}, "", "after 20 minutes without use"},
+      {{"--on-quit", "Mail"}, "", "when Mail quits"},
+      {{"--at-startup"}, "", "at start-up"},
+      {{"--at-shutdown"}, "", "at shut-down"},
+      {{"--manual", "--context", "office"}, "", "only when it is launched"},
+  };
+  const ZAN_DateUtils calendar("UTC", "C");
+  const ActionsTools tools(calendar, SimulatedPlatform::kFirstDate);
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    SCOPED_TRACE(cases[i].text);
+    ASSERT_EQ(add(cases[i].words), kDone) << err.str();
+    ZAN_Value record = stored().childAtIndex(i).getSettings();
+    EXPECT_TRUE(record.contains("LastScheduleDate"));
+    record.setValue("LastScheduleDate", ZAN_Value::date(tools.now()));
+    bool isShutDown = false;
+    const auto next = tools.getNextScheduleDateForSettings(record, false, &isShutDown);
+    EXPECT_FALSE(isShutDown);
+    EXPECT_EQ(next ? calendar.format(*next, "%a %Y-%m-%d %H:%M") : "", cases[i].next);
+    ASSERT_EQ(run({"tree"}), kDone);
+    EXPECT_THAT(out.str(), HasSubstr(cases[i].text));
+  }
+  ProgrammedAction::Nodes atShutDown;
+  stored().getListOfShutDownActions(atShutDown);
+  EXPECT_EQ(atShutDown.size(), 2U);
+}
+
+TEST_F(ActionCommandsTest, WrongWordsChangeNothing) {
+  ASSERT_EQ(add({}), kDone);
+  const std::string before = storedBytes();
+  const std::string reference = std::to_string(stored().childAtIndex(0).getReference());
+  const std::vector<std::vector<std::string>> wrong{
+      {"--daily", "24:00"},
+      {"--daily", "8"},
+      {"--every", "15"},
+      {"--every", "0m"},
+      {"--weekly", "mon"},
+      {"--weekly", "mon,xyz", "--at", "08:00"},
+      {"--monthly", "32", "--at", "08:00"},
+      {"--yearly", "30.2.", "--at", "08:00"},
+      {"--on-idle", "0"},
+      {"--hourly", "--every", "5m"},
+      {"--manual", "--hourly"},
+      {"--hours", "22:00-06:00"},
+      {"--daily", "07:00", "--hours", "08:00-18:00"},
+      {"--mode", "move"},
+      {"--context", "beach"},
+      {"--at", "08:00"},
+      {"--unknown"},
+  };
+  for (const auto& words : wrong) {
+    EXPECT_EQ(add(words), kWrongWords) << testing::PrintToString(words);
+    std::vector<std::string> edit{"edit", reference};
+    edit.insert(edit.end(), words.begin(), words.end());
+    EXPECT_EQ(run(edit), kWrongWords) << testing::PrintToString(words);
+  }
+  EXPECT_EQ(run({"edit", reference}), kWrongWords) << "nothing to change";
+  EXPECT_EQ(run({"edit", "x", "--manual"}), kWrongWords);
+  EXPECT_EQ(run({"add", "No folders"}), kWrongWords);
+  EXPECT_EQ(run({"edit", "12", "--manual"}), kCouldNot);
+  EXPECT_EQ(run({"remove", "12"}), kCouldNot);
+  EXPECT_EQ(add({"--group", reference}), kCouldNot) << "an action is no group";
+  EXPECT_EQ(add({"--source", machine.folder.at("none")}), kCouldNot);
+  EXPECT_THAT(err.str(), HasSubstr("none: not there"));
+  EXPECT_EQ(add({"--destination", machine.folder.at("photos/inside")}), kCouldNot);
+  EXPECT_EQ(storedBytes(), before);
+  EXPECT_EQ(add({"--source", machine.folder.at("none"), "--force"}), kDone);
+}
+
+TEST_F(ActionCommandsTest, FoldersAreDescribedWithTheirVolume) {
+  ASSERT_EQ(add({"--source", machine.folder.at("disk/../photos/"), "--mode", "synchronise",
+                 "--shortcut", "p"}),
+            kDone)
+      << err.str();
+  const ZAN_Value record = stored().childAtIndex(0).getSettings();
+  EXPECT_EQ(record.integer("Mode"), 3);
+  EXPECT_EQ(record.string("OptionsPerformer"), "corvana9");
+  EXPECT_EQ(record.string("Shortcut"), "p");
+  const auto sources = ActionsTools::getSourcesForAction(record);
+  ASSERT_EQ(sources.size(), 2U);
+  EXPECT_EQ(sources[1].string("VolumeFolderPath"), machine.folder.at("photos"));
+  const ZAN_Value destination = ActionsTools::getDestinationForAction(record);
+  EXPECT_EQ(destination.string("VolumeFolderPathLocalized"), machine.folder.at("disk"));
+  EXPECT_FALSE(destination.string("VolumeFolderName").empty());
+  EXPECT_GT(destination["VolumeFolderVolumeSize"].unsignedValue(), 0U);
+  EXPECT_TRUE(destination["VolumeFolderVolumeDate"].isNumber());
+}
+
+TEST_F(ActionCommandsTest, EditKeepsWhatOthersWroteAndDoesNotMakeTheActionDue) {
+  ASSERT_EQ(run({"group", "Home"}), kDone);
+  ASSERT_EQ(add({"--daily", "08:00", "--context", "home"}), kDone);
+  const std::int64_t group = stored().childAtIndex(0).getReference();
+  const std::int64_t reference = stored().childAtIndex(1).getReference();
+  TreeHome agent(machine);
+  agent.tree.rootItem().actionForReference(reference)->incrementExecutionCounter();
+  agent.tree.rootItem().actionForReference(reference)->setLastScheduleDate(0);
+
+  ASSERT_EQ(run({"edit", std::to_string(reference), "--every", "30m", "--title", "New", "--group",
+                 std::to_string(group), "--json"}),
+            kDone)
+      << err.str();
+  EXPECT_THAT(out.str(), HasSubstr("\"schedule\": \"every 30 minutes, only at home\""));
+  ProgrammedAction& root = stored();
+  EXPECT_EQ(outline(root), "Home(New)");
+  const ZAN_Value record = root.actionForReference(reference)->getSettings();
+  EXPECT_EQ(record.integer("ExecCounter"), 1);
+  EXPECT_GT(record["LastScheduleDate"].asDate(), 800000000.0) << "now, not what was pending";
+  EXPECT_FALSE(record.contains("TriggerScheduleTime"));
+  EXPECT_TRUE(record.contains("ItemsDestination"));
+  EXPECT_TRUE(agent.store.tree().readChangesList().empty());
+
+  EXPECT_EQ(run({"edit", std::to_string(group), "--hourly"}), kCouldNot);
+  EXPECT_EQ(run({"edit", std::to_string(group), "--group", std::to_string(group)}), kCouldNot);
+  EXPECT_EQ(run({"remove", std::to_string(group)}), kCouldNot);
+  EXPECT_EQ(outline(stored()), "Home(New)");
+  EXPECT_EQ(run({"remove", std::to_string(group), "--force"}), kDone);
+  EXPECT_EQ(stored().numberOfChildren(), 0U);
+}
+
+TEST_F(ActionCommandsTest, AgentHearsOfEveryEdit) {
+  int count = 0;
+  const QCoreApplication application(count, nullptr);
+  QtRunLoop loop;
+  BusNotifications agent(loop, machine.systemLog);
+  if (!agent.isConnected()) GTEST_SKIP() << "no bus";
+  std::vector<std::string> heard;
+  bool isWaiting = false;
+  agent.observe("CVA9_SchedulerNotification", [&](const DistributedNotification& message) {
+    heard.push_back(message.object);
+    if (isWaiting) loop.quit(0);
+  });
+  const auto wait = [&] {
+    const auto tooLate = loop.performAfter(5, [&] { loop.quit(1); });
+    isWaiting = true;
+    if (heard.empty()) loop.run();
+    isWaiting = false;
+    loop.cancel(tooLate);
+    return std::exchange(heard, {});
+  };
+  ASSERT_EQ(add({"--unknown"}), kWrongWords);
+  ASSERT_EQ(add({}), kDone);
+  EXPECT_THAT(wait(), ElementsAre("ActionListChanged"));
+  const std::string reference = std::to_string(stored().childAtIndex(0).getReference());
+  ASSERT_EQ(run({"edit", "1", "--hourly"}), kCouldNot);
+  ASSERT_EQ(run({"edit", reference, "--hourly"}), kDone);
+  EXPECT_THAT(wait(), ElementsAre("ActionListChanged"));
+}
+
+TEST_F(ActionCommandsTest, TreeThatCannotBeReadIsLeftAlone) {
+  ASSERT_EQ(run({"tree"}), kDone);
+  EXPECT_FALSE(ZAN_FilesUtils::exists(machine.folder.at("Library"))) << "looking creates nothing";
+  ASSERT_EQ(add({}), kDone);
+  machine.folder.write("Library/Application Support/Corvana 9/Programmed Actions.cva9data", "bad");
+  EXPECT_EQ(run({"tree"}), kCouldNot);
+  EXPECT_EQ(add({}), kCouldNot);
+  EXPECT_EQ(storedBytes(), "bad");
+}
+
+}  // namespace
+}  // namespace corvana

@@ -1,0 +1,168 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "execute/CopyPlan.h"
+#include "platform/linux/LinuxVolumes.h"
+#include "platform/simulated/SimulatedPlatform.h"
+#include "tests/execute/ScratchFolder.h"
+
+namespace corvana {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+ZAN_Value item(const std::string& path, std::uint64_t size = 0, const std::string& uuid = {}) {
+  return ZAN_Value::dictionary({{"VolumeFolderPath", path},
+                                {"VolumeFolderVolumeSize", size},
+                                {"VolumeFolderName", "Disk"},
+                                {"uuid", uuid}});
+}
+
+struct World {
+  SimulatedPlatform machine;
+  SimulatedVolumes& volumes = machine.volumes;
+  const std::string place = volumes.folder + "/Disk/b";
+  Result<VolumeGuard::Place> locate(const ZAN_Value& item, bool tolerant = false) {
+    return VolumeGuard(volumes, tolerant).locate(item);
+  }
+};
+
+constexpr std::uint64_t kSystemSize = 500'000'000'000;
+
+TEST(VolumeGuard, NeverTakesAnEmptyMountPointForItsVolume) {
+  World world;
+  world.machine.folder.makeFolder("Volumes/Disk");
+  for (const bool tolerant : {false, true}) {
+    EXPECT_EQ(world.locate(item(world.place, kSystemSize), tolerant).error().kind,
+              ErrorKind::absent);
+    // /mnt/Disk is not below the volumes folder, but the system disk is not the volume described.
+    EXPECT_FALSE(world.locate(item("/mnt/Disk/Backup", 500), tolerant));
+    EXPECT_TRUE(world.locate(item("/home/me/Backup", kSystemSize), tolerant));
+  }
+  const std::string target = world.volumes.mountAt(world.volumes.folder + "/Disk", {.size = 500});
+  EXPECT_TRUE(world.locate(item(world.place, 500)));
+  world.volumes.hang(target);
+  EXPECT_EQ(world.locate(item(world.place, 500), true).error().kind, ErrorKind::unavailable);
+}
+
+TEST(VolumeGuard, TellsVolumesByUuidAndElseBySize) {
+  World world;
+  world.volumes.mountAt(world.volumes.folder + "/Disk",
+                        {.name = "Other", .size = 500, .uuid = "AA-1"});
+  EXPECT_TRUE(world.locate(item(world.place, 499, "aa-1")));
+  EXPECT_TRUE(world.locate(item(world.place, 500)));
+  const auto other = world.locate(item(world.place, 500, "bb-2"));
+  ASSERT_FALSE(other);
+  EXPECT_EQ(other.error().text,
+            world.place + ": the volume \"Disk\" (bb-2) is not there, \"Other\" is in its place");
+  EXPECT_TRUE(world.locate(item(world.place, 500, "bb-2"), true));
+  EXPECT_FALSE(world.locate(item("relative", 500)));
+}
+
+TEST(VolumeGuard, FollowsAVolumeThatIsMountedElsewhere) {
+  World world;
+  world.volumes.mount({.size = 500, .uuid = "stranger"});
+  world.volumes.mount({.size = 500, .uuid = "mine"});
+  const auto place = world.locate(item(world.place, 500, "mine"));
+  ASSERT_TRUE(place);
+  EXPECT_EQ(place->path, world.volumes.folder + "/Disk1/b");
+}
+
+class CopyPlanTest : public testing::Test {
+ protected:
+  ZAN_Value record(int mode, const std::vector<std::string>& sources,
+                   const std::string& destination) const {
+    ZAN_Value list = ZAN_Value::array();
+    for (const auto& source : sources) list.append(item(scratch / source));
+    return ZAN_Value::dictionary({{"OptionsPerformer", "corvana9"},
+                                  {"Mode", mode},
+                                  {"ItemsListOfSourcePath", list},
+                                  {"ItemsDestination", item(scratch / destination)}});
+  }
+  Result<CopyPlan> plan(const ZAN_Value& settings) {
+    return CopyPlan::fromSettings(settings, VolumeGuard(volumes, false));
+  }
+  std::string refusal(const ZAN_Value& settings) {
+    const auto result = plan(settings);
+    return result ? "accepted" : result.error().text;
+  }
+
+  ScratchFolder scratch;
+  LinuxVolumes volumes{"nobody", "/"};
+};
+
+TEST_F(CopyPlanTest, LeavesRecordsOfOthersAlone) {
+  scratch.write("source/file", "x");
+  ZAN_Value settings = record(CopyPlan::kCopy, {"source"}, "copies");
+  EXPECT_EQ(refusal(settings), "accepted");
+  settings.setValue("OptionsPerformer", "another");
+  EXPECT_THAT(refusal(settings), HasSubstr("OptionsPerformer"));
+  settings.removeKey("OptionsPerformer");
+  EXPECT_THAT(refusal(settings), HasSubstr("OptionsPerformer"));
+  EXPECT_THAT(refusal(record(1, {"source"}, "copies")), HasSubstr("Mode"));
+}
+
+TEST_F(CopyPlanTest, SetsNoPermissionsOnAShareOfTheDesktop) {
+  scratch.write("source/file", "x");
+  fs::create_directory(scratch / "share");
+  const ZAN_Value settings = record(CopyPlan::kCopy, {"source"}, "share/copies");
+  const auto has = [&](const std::string& word) {
+    const auto words = plan(settings)->arguments("rsync", {});
+    return std::ranges::find(words, word) != words.end();
+  };
+  EXPECT_FALSE(has("--no-perms"));
+  volumes.setShares({{.target = scratch / "share", .source = "smb://nas/x", .fileSystem = "smb"}});
+  EXPECT_TRUE(has("--no-perms"));
+  EXPECT_TRUE(has("--chmod=D700,F700"));
+}
+
+TEST_F(CopyPlanTest, RefusesWhatWouldDestroySomething) {
+  scratch.write("source/file", "x");
+  scratch.write("other/source/file", "x");
+  scratch.write("deep/deep/file", "x");
+  fs::create_directory(scratch / "empty");
+  scratch.write("copies/empty/kept", "x");
+  fs::create_directory_symlink(scratch.path(), scratch / "link");
+  const int mode = CopyPlan::kSynchronise;
+  EXPECT_THAT(refusal(record(mode, {"source", "other/source"}, "copies")),
+              HasSubstr("would lie in that of"));
+  EXPECT_THAT(refusal(record(mode, {"source"}, "")), HasSubstr("where its copy would be"));
+  EXPECT_THAT(refusal(record(mode, {"source"}, "link")), HasSubstr("where its copy would be"));
+  EXPECT_THAT(refusal(record(mode, {"deep/deep"}, "")), HasSubstr("where its copy would be"));
+  EXPECT_THAT(refusal(record(mode, {"source"}, "source")), HasSubstr("its own destination"));
+  EXPECT_THAT(refusal(record(mode, {"empty"}, "copies")), HasSubstr("nothing was deleted"));
+  EXPECT_EQ(refusal(record(CopyPlan::kCopy, {"empty"}, "copies")), "accepted");
+  EXPECT_THAT(refusal(record(mode, {"absent"}, "copies")), HasSubstr("No such file"));
+}
+
+TEST_F(CopyPlanTest, CreatesTheDestinationButNotItsFolder) {
+  scratch.write("source/file", "x");
+  const auto near = plan(record(CopyPlan::kCopy, {"source"}, "copies"));
+  ASSERT_TRUE(near);
+  EXPECT_FALSE(fs::exists(scratch / "copies"));
+  EXPECT_TRUE(near->createDestination());
+  EXPECT_TRUE(fs::is_directory(scratch / "copies"));
+  EXPECT_EQ(plan(record(CopyPlan::kCopy, {"source"}, "far/copies")).error().kind,
+            ErrorKind::absent);
+}
+
+TEST_F(CopyPlanTest, DeletesOnlyWhenSynchronisingAndKeepsOutOfItself) {
+  scratch.write("so[ur]ce/back*up/old", "x");
+  const auto copy = plan(record(CopyPlan::kCopy, {"so[ur]ce"}, "so[ur]ce/back*up"));
+  ASSERT_TRUE(copy) << copy.error().text;
+  EXPECT_THAT(copy->arguments("rsync", {}), Not(Contains("--delete")));
+  const auto synchronise = plan(record(CopyPlan::kSynchronise, {"so[ur]ce"}, "so[ur]ce/back*up"));
+  const auto words = synchronise->arguments("rsync", {"so[ur]ce/a\\b"});
+  EXPECT_THAT(words, Contains("--delete"));
+  EXPECT_THAT(words, Contains("--exclude=/so\\[ur]ce/back\\*up"));
+  EXPECT_THAT(words, Contains("--exclude=/so\\[ur]ce/a\\\\b"));
+  EXPECT_EQ(words.back(), scratch / "so[ur]ce/back*up/");
+  EXPECT_EQ(synchronise->sourcePathOf("so[ur]ce/a/b"), scratch / "so[ur]ce/a/b");
+}
+
+}  // namespace
+}  // namespace corvana
