@@ -7,8 +7,9 @@ usage() {
   cat << 'END'
 Usage: ./test.sh [--release | --tsan | --fuzz SECONDS] [--only REGEX]
 
-Installs what is missing (apt), checks the walls between the rooms, builds and runs all tests. The tests get
-a home and a session bus of their own and leave nothing behind. Ends with 0 when every test has passed.
+Installs what is missing (apt), checks the walls between the rooms and the formatting, builds, has clang-tidy
+look at what has changed, and runs all tests. The tests get a home and a session bus of their own and leave
+nothing behind. Ends with 0 when every test has passed.
 
   --release       the optimised build instead of the one with address and undefined-behaviour sanitizers
   --tsan          the rooms above the wall, with the thread sanitizer
@@ -38,8 +39,9 @@ start=$SECONDS
 if [ "$preset" = fuzz ]; then corvana_need build fuzz; else corvana_need build test; fi
 
 if [ "$preset" != fuzz ]; then
-  echo "==> walls between the rooms"
+  echo "==> walls between the rooms, formatting"
   python3 tests/walls/check.py
+  tests/style/check.sh format
 fi
 if [ "$preset" = fuzz ]; then
   # shellcheck disable=SC2046
@@ -53,6 +55,7 @@ elif [ "$preset" = tsan ]; then
   corvana_build tsan $(ctest --test-dir build/tsan -N -E "$apart" 2> /dev/null | sed -n 's/^ *Test *#[0-9]*: //p')
 else
   corvana_build "$preset"
+  tests/style/check.sh tidy "build/$preset"
 fi
 build="$PWD/build/$preset"
 
