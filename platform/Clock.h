@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "ZANCocoaFramework/ZAN_Time.h"
 
 namespace corvana {
@@ -14,6 +16,10 @@ class Clock {
   virtual double monotonic() const = 0;
   /// Blocks the calling thread. On the main thread nothing else runs meanwhile.
   virtual void sleep(double seconds) = 0;
+  /// From now on `jumped` is called from the loop after wall-clock time has jumped: somebody set
+  /// it, or the machine slept. A second call-back replaces the first; an empty one ends it. Thread:
+  /// main.
+  virtual void observe(std::function<void()> jumped) = 0;
 };
 
 }  // namespace corvana

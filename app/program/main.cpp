@@ -79,7 +79,7 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   const std::unique_ptr<SystemLog> log = systemLog(options);
   const Application qt = application(options, *log, count, arguments);
   QtRunLoop loop;
-  SystemClock clock;
+  SystemClock clock(&loop);
   LinuxMachine machine;
   LinuxProcesses processes(loop, {words, start, machine.homeFolder()});
   Logind logind(loop, *log);

@@ -1,16 +1,21 @@
 #include "platform/linux/SystemClock.h"
 
+#include <sys/timerfd.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdint>
+#include <limits>
+#include <utility>
 
 namespace corvana {
 
 namespace {
 
-double read(clockid_t clock) {
+double secondsOf(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
@@ -26,7 +31,7 @@ ReferenceTime SystemClock::now() const {
          static_cast<double>(time.tv_nsec) / 1e9;
 }
 
-double SystemClock::monotonic() const { return read(CLOCK_MONOTONIC); }
+double SystemClock::monotonic() const { return secondsOf(CLOCK_MONOTONIC); }
 
 void SystemClock::sleep(double seconds) {
   if (!(seconds > 0)) return;
@@ -37,6 +42,38 @@ void SystemClock::sleep(double seconds) {
   until.tv_nsec = static_cast<long>((end - std::floor(end)) * 1e9);
   while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
   }
+}
+
+/// A timer at the end of time costs nothing, and the system cancels it when wall-clock time jumps
+/// against monotonic time.
+void SystemClock::observe(std::function<void()> jumped) {
+  if (mLoop == nullptr) return;
+  mJumped = std::move(jumped);
+  if (!mJumped) {
+    mLoop->unwatch(std::exchange(mWatching, 0));
+    mTimer.close();
+    return;
+  }
+  if (mTimer) return;
+  mTimer = ZAN_Descriptor(timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK));
+  if (!mTimer) return;
+  arm();
+  mWatching = mLoop->watch(mTimer.get(), DescriptorWatch::Event::readable, [this] { timerRang(); });
+}
+
+void SystemClock::arm() const {
+  itimerspec never{};
+  never.it_value.tv_sec = std::numeric_limits<time_t>::max();
+  timerfd_settime(mTimer.get(), TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &never, nullptr);
+}
+
+void SystemClock::timerRang() {
+  std::uint64_t times = 0;
+  const bool cancelled = ::read(mTimer.get(), &times, sizeof times) < 0 && errno == ECANCELED;
+  arm();
+  if (!cancelled) return;
+  const auto jumped = mJumped;
+  jumped();
 }
 
 }  // namespace corvana

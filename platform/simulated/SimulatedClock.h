@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "platform/Clock.h"
 #include "platform/simulated/VirtualTime.h"
 
@@ -16,11 +18,22 @@ class SimulatedClock final : public Clock {
   /// away.
   void sleep(double seconds) override { mTime.sleep(seconds); }
 
-  /// Wall-clock time jumps, both ways, as by a user, a time server or a machine that slept.
-  void setNow(ReferenceTime now) { mTime.setNow(now); }
+  void observe(std::function<void()> jumped) override { mJumped = std::move(jumped); }
+
+  /// Wall-clock time jumps, both ways, as by a user, a time server or a machine that slept. The
+  /// observer hears of it when the loop runs.
+  void setNow(ReferenceTime now) {
+    mTime.setNow(now);
+    if (!mJumped) return;
+    mTime.add(VirtualTime::Kind::loop, mTime.nanoseconds(), [this] {
+      const auto jumped = mJumped;
+      if (jumped) jumped();
+    });
+  }
 
  private:
   VirtualTime& mTime;
+  std::function<void()> mJumped;
 };
 
 }  // namespace corvana

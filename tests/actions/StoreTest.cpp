@@ -27,6 +27,7 @@ class WaitingClock final : public Clock {
  public:
   ReferenceTime now() const override { return SimulatedPlatform::kFirstDate; }
   double monotonic() const override { return 0; }
+  void observe(std::function<void()>) override {}
   void sleep(double seconds) override { ::usleep(static_cast<useconds_t>(seconds * 1e6)); }
 };
 

@@ -81,6 +81,21 @@ TEST_F(SimulatedRunLoopTest, AWallClockJumpMovesNoTimer) {
   EXPECT_LT(fired, 3700);
 }
 
+TEST_F(SimulatedRunLoopTest, AJumpIsToldFromTheLoopToTheLastWhoAsked) {
+  clock.observe(note("first"));
+  clock.observe(note("second"));
+  clock.setNow(clock.now() + 10);
+  EXPECT_TRUE(seen.empty());
+  clock.sleep(1);
+  EXPECT_TRUE(seen.empty()) << "the main thread sleeps, and the loop with it";
+  loop.runFor(0);
+  EXPECT_THAT(seen, ElementsAre("second"));
+  clock.setNow(clock.now() - 10);
+  clock.observe({});
+  loop.runFor(1);
+  EXPECT_THAT(seen, ElementsAre("second"));
+}
+
 TEST_F(SimulatedRunLoopTest, ADateSetIsTheDateRead) {
   for (const double date : {725889600.1, -1e9 / 3, 0.7, 1234567890.123456}) {
     clock.setNow(date);

@@ -2,12 +2,17 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/timerfd.h>
+#include <sys/timex.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/real/RealLoop.h"
@@ -138,6 +143,53 @@ TEST_F(QtRunLoopTest, DescriptorsCallBackUntilNobodyWatches) {
   EXPECT_THAT(seen, ElementsAre("a", "b"));
   close(ends[0]);
   close(ends[1]);
+}
+
+/// Hands the clock's descriptor to the test.
+struct BareWatch final : DescriptorWatch {
+  WatchId watch(int watched, Event, std::function<void()> call) override {
+    descriptor = watched;
+    body = std::move(call);
+    return 1;
+  }
+  void unwatch(WatchId id) override {
+    if (id != 0) descriptor = -1;
+  }
+  bool isReady() const {
+    pollfd poll{descriptor, POLLIN, 0};
+    return ::poll(&poll, 1, 0) == 1;
+  }
+
+  int descriptor = -1;
+  std::function<void()> body;
+};
+
+TEST(SystemClock, TellsOfAJumpAndOfNothingElse) {
+  BareWatch watch;
+  SystemClock clock(&watch);
+  int jumps = 0;
+  clock.observe([&] { ++jumps; });
+  ASSERT_GE(watch.descriptor, 0);
+  EXPECT_FALSE(watch.isReady());
+  watch.body();
+  // The date itself is no jump, and does not keep the loop busy.
+  const itimerspec past{{}, {1, 0}};
+  ASSERT_EQ(timerfd_settime(watch.descriptor, TFD_TIMER_ABSTIME, &past, nullptr), 0);
+  EXPECT_TRUE(watch.isReady());
+  watch.body();
+  EXPECT_FALSE(watch.isReady());
+  EXPECT_EQ(jumps, 0);
+
+  timex oneNanosecond{};
+  oneNanosecond.modes = ADJ_SETOFFSET | ADJ_NANO;
+  oneNanosecond.time.tv_usec = 1;
+  if (clock_adjtime(CLOCK_REALTIME, &oneNanosecond) < 0) GTEST_SKIP() << "may not set the clock";
+  EXPECT_TRUE(watch.isReady());
+  watch.body();
+  EXPECT_EQ(jumps, 1);
+  EXPECT_FALSE(watch.isReady());
+  clock.observe({});
+  EXPECT_EQ(watch.descriptor, -1);
 }
 
 }  // namespace

@@ -30,8 +30,8 @@ class RealLoop {
   QCoreApplication mApplication{mCount, mArguments};
 
  public:
-  SystemClock clock;
   QtRunLoop loop;
+  SystemClock clock{&loop};
 };
 
 }  // namespace corvana
