@@ -43,7 +43,9 @@ class ChildProcess {
 struct ChildObserver {
   std::function<void(std::string_view)>
       output;  ///< standard output and standard error in one stream
-  std::function<void()> outputEnded;
+  std::function<void()> outputEnded = {};
+  /// The child itself has ended, before or after its output; `isRunning` is false from now on.
+  std::function<void()> ended = {};
 };
 
 class Processes {

@@ -4,6 +4,7 @@
 #include <linux/close_range.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -52,18 +53,21 @@ struct LinuxProcesses::Strays {
 
 class LinuxProcesses::Child final : public ChildProcess {
  public:
-  Child(DescriptorWatch& watch, std::shared_ptr<Strays> strays, pid_t pid, ZAN_Descriptor output,
-        ZAN_Descriptor input, ChildObserver observer)
+  Child(DescriptorWatch& watch, std::shared_ptr<Strays> strays, pid_t pid, ZAN_Descriptor life,
+        ZAN_Descriptor output, ZAN_Descriptor input, ChildObserver observer)
       : mWatch(watch),
         mStrays(std::move(strays)),
         mPid(pid),
+        mLife(std::move(life)),
         mOutput(std::move(output)),
         mInput(std::move(input)),
         mObserver(std::move(observer)) {
+    mLiving = mWatch.watch(mLife.get(), DescriptorWatch::Event::readable, [this] { tellEnd(); });
     mReading = mWatch.watch(mOutput.get(), DescriptorWatch::Event::readable, [this] { deliver(); });
   }
 
   ~Child() override {
+    mWatch.unwatch(mLiving);
     mWatch.unwatch(mReading);
     mWatch.unwatch(mWriting);
     if (isRunning()) mStrays->pids.push_back(mPid);
@@ -121,6 +125,13 @@ class LinuxProcesses::Child final : public ChildProcess {
     if (ended) ended();
   }
 
+  void tellEnd() {
+    mWatch.unwatch(std::exchange(mLiving, 0));
+    mLife.close();
+    const auto ended = mObserver.ended;
+    if (ended) ended();
+  }
+
   void send() {
     while (!mUnwritten.empty()) {
       const ssize_t count = ::write(mInput.get(), mUnwritten.data(), mUnwritten.size());
@@ -146,9 +157,11 @@ class LinuxProcesses::Child final : public ChildProcess {
   DescriptorWatch& mWatch;
   std::shared_ptr<Strays> mStrays;
   pid_t mPid;
+  ZAN_Descriptor mLife;  ///< readable once it has ended
   ZAN_Descriptor mOutput;
   ZAN_Descriptor mInput;
   ChildObserver mObserver;
+  DescriptorWatch::WatchId mLiving = 0;
   DescriptorWatch::WatchId mReading = 0;
   DescriptorWatch::WatchId mWriting = 0;
   std::string mUnwritten;
@@ -187,11 +200,19 @@ Result<std::unique_ptr<ChildProcess>> LinuxProcesses::start(
       spawn(arguments,
             {.input = inputRead.get(), .output = outputWrite.get(), .error = outputWrite.get()});
   if (!pid) return pid.error();
+  ZAN_Descriptor life(static_cast<int>(syscall(SYS_pidfd_open, *pid, 0)));
+  if (!life) {
+    const int failure = errno;
+    ::kill(*pid, SIGKILL);
+    mStrays->pids.push_back(*pid);
+    return Error{ErrorKind::unavailable, name + ": " + std::strerror(failure)};
+  }
   // Only our ends: the flag belongs to the open pipe end, and the child expects the usual.
   fcntl(outputRead.get(), F_SETFL, O_NONBLOCK);
   if (inputWrite) fcntl(inputWrite.get(), F_SETFL, O_NONBLOCK);
-  return std::unique_ptr<ChildProcess>(std::make_unique<Child>(
-      mWatch, mStrays, *pid, std::move(outputRead), std::move(inputWrite), std::move(observer)));
+  return std::unique_ptr<ChildProcess>(
+      std::make_unique<Child>(mWatch, mStrays, *pid, std::move(life), std::move(outputRead),
+                              std::move(inputWrite), std::move(observer)));
 }
 
 Result<std::string> LinuxProcesses::runTool(const std::vector<std::string>& arguments,

@@ -145,7 +145,9 @@ void SimulatedProcesses::end(const std::shared_ptr<Child>& child, int status) {
   record.status = status;
   mChildren.erase(record.pid);
   mRunLoop.performOnMain([child] {
-    const auto ended = child->observer.outputEnded;
+    const auto outputEnded = child->observer.outputEnded;
+    if (outputEnded) outputEnded();
+    const auto ended = child->observer.ended;
     if (ended) ended();
   });
 }

@@ -28,6 +28,7 @@ struct LinuxProcessesTest : testing::Test {
   LinuxProcesses processes{real.loop, {{"test"}, 0, std::getenv("HOME")}};
   TemporaryFolder folder;
   std::string output;
+  bool outputEnded = false;
   bool ended = false;
 
   std::unique_ptr<ChildProcess> shell(const std::string& script, bool input = false) {
@@ -35,15 +36,15 @@ struct LinuxProcessesTest : testing::Test {
   }
   std::unique_ptr<ChildProcess> start(const std::vector<std::string>& arguments, bool input) {
     output.clear();
-    ended = false;
+    outputEnded = ended = false;
     ChildObserver observer{[this](std::string_view chunk) { output += chunk; },
-                           [this] { ended = true; }};
+                           [this] { outputEnded = true; }, [this] { ended = true; }};
     auto child = processes.start(arguments, input, observer);
     EXPECT_TRUE(child) << child.error().text;
     return child ? std::move(child).value() : nullptr;
   }
   bool waitFor(ChildProcess& child) {
-    return real.runUntil([&] { return ended && !child.isRunning(); });
+    return real.runUntil([&] { return outputEnded && ended && !child.isRunning(); });
   }
 };
 
@@ -75,6 +76,15 @@ TEST_F(LinuxProcessesTest, ASignalIsAStatusToo) {
   processes.kill(deaf->pid());
   ASSERT_TRUE(real.runUntil([&] { return !deaf->isRunning(); }));
   EXPECT_EQ(deaf->terminationStatus(), SIGKILL);
+}
+
+TEST_F(LinuxProcessesTest, TheEndIsToldWhenAGrandchildKeepsTheOutputOpen) {
+  auto child = shell("sleep 1000 & echo $!; exit 4");
+  ASSERT_TRUE(real.runUntil([&] { return ended && !output.empty(); }));
+  EXPECT_EQ(child->terminationStatus(), 4);
+  EXPECT_FALSE(outputEnded);
+  ::kill(std::stoi(output), SIGKILL);
+  EXPECT_TRUE(real.runUntil([&] { return outputEnded; }));
 }
 
 TEST_F(LinuxProcessesTest, MuchInputAndOutputPassWithoutBlocking) {
