@@ -411,7 +411,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   mPlatform.userInterface.menusChanged();
   loop.performAfter(75.0, [this] { mLongDisabledWarning.checkIfExecutionIsDisabled(); });
   loop.performAfter(2.0, [this] { mSiblingStatus.sendSchedulerStatusToMainApp(); });
-  static_cast<void>(mPreferences.savePrefs());
+  mPreferences.savePrefs();
   recordActivity(kActivityStarted);
   executeRequestedActions();
   mEmailReport.start();
@@ -458,7 +458,7 @@ void MainScheduler::tellThatAnswersChanged() {
 /// The helper that waits for a shut-down is not to hold this one up. Without it the system may end
 /// programs at any moment: what waits to be written is written first.
 void MainScheduler::shutDownMachine() {
-  static_cast<void>(mPreferences.savePrefs());
+  mPreferences.savePrefs();
   mStore.finishSaving();
   mShutdownHelper.end();
   mPlatform.clock.sleep(1.0);
@@ -573,7 +573,7 @@ void MainScheduler::applicationWillTerminate() {
     mPreferences.setPref("SchedulerPrefShowAnnouncePositionY",
                          mPreferences.mShowMiniProgressPosition->y);
   }
-  static_cast<void>(mPreferences.savePrefs());
+  mPreferences.savePrefs();
   mPlatform.notifications.stopObserving(std::string(kSchedulerNotification));
   mLog.addSchedulerLog(LogCode::agentTerminates);
   mStartupDisk.logStartupDiskInformation(true);

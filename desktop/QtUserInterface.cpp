@@ -130,7 +130,7 @@ void QtUserInterface::Private::tellThatThereIsNoPanel() {
   constexpr const char* kSaid = "SchedulerPrefNoPanelWasSaid";
   if (sources->preferences.prefForKey(kSaid).integerValue() != 0) return;
   sources->preferences.setPref(kSaid, 1);
-  static_cast<void>(sources->preferences.savePrefs());
+  sources->preferences.savePrefs();
   sources->messages.showMessage(text("NoPanelTitle"), text("NoPanelText"), 20.0, true);
 }
 

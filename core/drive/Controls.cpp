@@ -72,7 +72,7 @@ void Controls::setSchedulerActive(bool active) {
       m.texts.text(active ? "ReportEnableScheduler" : "ReportDisableScheduler"),
       LogCode::schedulerMessage);
   m.preferences.setPref("SchedulerPrefScheduleDisabled", m.preferences.mPrefScheduleDisabled);
-  static_cast<void>(m.preferences.savePrefs());
+  m.preferences.savePrefs();
   m.state.updateMenu();
   updateExecutionStatusMenus();
   if (onActiveChanged) onActiveChanged();
@@ -304,7 +304,7 @@ void Controls::setPreference(const std::string& key, const ZAN_Value& value) {
 
 void Controls::preferencesDidChange() {
   m.preferences.loadPrefs();
-  static_cast<void>(m.preferences.savePrefs());
+  m.preferences.savePrefs();
   if (onPreferencesChanged) onPreferencesChanged();
   m.evaluation.checkActionsToLaunch();
   m.statusItem.forgetCurrentIcon();
@@ -348,7 +348,7 @@ void Controls::relaunchScheduler() {
   if (m.platform.userInterface.isWindowVisible(Window::update)) {
     m.preferences.setPref("SchedulerNextCheckUpdatesDate",
                           static_cast<long long>(m.platform.clock.now() + 30.0));
-    static_cast<void>(m.preferences.savePrefs());
+    m.preferences.savePrefs();
   }
   onRelaunchWanted();
 }

@@ -47,7 +47,7 @@ void FreeSpaceSurvey::checkStartupDiskFreeSpace() {
   }
   mPreferences.mCheckStartupDiskFreeSpace.set(next);
   mPreferences.setPref("SchedulerPrefCheckStartupHDFreeSpace", next);
-  static_cast<void>(mPreferences.savePrefs(false));
+  mPreferences.savePrefs(false);
 }
 
 bool FreeSpaceSurvey::isCleaningDue(ReferenceTime now) const {
@@ -59,7 +59,7 @@ void FreeSpaceSurvey::cleanVolumesInfos() {
   mPreferences.mSchedulerCleanVolumesInfos.set(next);
   mHistory.cleanVolumesSurveyorList();
   mPreferences.setPref("SchedulerPrefCleanVolumesInfo", next);
-  static_cast<void>(mPreferences.savePrefs(false));
+  mPreferences.savePrefs(false);
 }
 
 ReferenceTime FreeSpaceSurvey::nextWork() const {

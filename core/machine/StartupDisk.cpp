@@ -110,7 +110,7 @@ void StartupDisk::saveStartupDiskReference() {
     m.preferences.setPref(kName, volume->name);
     m.preferences.setPref(kSize, ZAN_Value::unsignedInteger(volume->size));
     m.preferences.setPref(kDate, ZAN_Value::unsignedInteger(volume->creationDate));
-    static_cast<void>(m.preferences.savePrefs());
+    m.preferences.savePrefs();
   }
   setPending(false);
 }

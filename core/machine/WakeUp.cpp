@@ -80,7 +80,7 @@ void WakeUp::doSetWakeup() {
     m.platform.power.cancelWake(last, kIdentifier);
   m.preferences.mSchedulerLastWakeupTime = *time;
   m.preferences.setPref(kLastWakeupTime, static_cast<long long>(*time));
-  static_cast<void>(m.preferences.savePrefs());
+  m.preferences.savePrefs();
   schedule(*time);
   const auto running = m.platform.processes.running();
   m.store.activity().saveActivity(std::nullopt, m.siblingWatch.isMainAppAmong(running),
@@ -93,7 +93,7 @@ void WakeUp::followPreferences() {
   m.platform.power.cancelWake(m.preferences.mSchedulerLastWakeupTime, kIdentifier);
   m.preferences.mSchedulerLastWakeupTime = 0;
   m.preferences.setPref(kLastWakeupTime, 0);
-  static_cast<void>(m.preferences.savePrefs());
+  m.preferences.savePrefs();
   mRefused.reset();
 }
 

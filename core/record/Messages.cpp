@@ -76,7 +76,7 @@ void Messages::remember(const std::string& text) {
   mPreferences.setPref(kLastNotifications,
                        ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(list)));
   // A failure to save is logged by the store; the list stands for this run.
-  static_cast<void>(mPreferences.savePrefs());
+  mPreferences.savePrefs();
   if (onNotificationsChanged) onNotificationsChanged();
 }
 

@@ -65,12 +65,10 @@ void Preferences::setPref(std::string_view key, const ZAN_Value& value) {
   mUnsaved.insert_or_assign(std::string(key), value);
 }
 
-Outcome Preferences::savePrefs(bool synchronise) {
+void Preferences::savePrefs(bool synchronise) {
   const auto lock = mSettings.lockSchedulerSettings();
   readCache();
-  Outcome saved = mSettings.saveSchedulerSettings(*mSchedulerPrefs, synchronise);
-  if (saved) mUnsaved.clear();
-  return saved;
+  if (mSettings.saveSchedulerSettings(*mSchedulerPrefs, synchronise)) mUnsaved.clear();
 }
 
 int Preferences::integer(std::string_view key, int builtIn) {
@@ -155,7 +153,7 @@ void Preferences::moveSavedDates(double jump, ReferenceTime now) {
     setPref(key, date + jump);
     moved = true;
   }
-  if (moved) static_cast<void>(savePrefs());
+  if (moved) savePrefs();
 }
 
 }  // namespace corvana

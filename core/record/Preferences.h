@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "core/record/Deadline.h"
 #include "platform/Input.h"
@@ -40,8 +39,8 @@ class Preferences {
   void loadPrefs();
   /// Writes the whole cache to the settings file. The values below stay as of the last `loadPrefs`.
   /// What is saved by the clock need not be synchronised, so that the disk of an idle machine may
-  /// sleep.
-  Outcome savePrefs(bool synchronise = true);
+  /// sleep. A failure is logged by the store, and the next save tries again.
+  void savePrefs(bool synchronise = true);
 
   /// 16 bytes of the shortcut; all zero without one.
   KeyMap keysForShortcut();

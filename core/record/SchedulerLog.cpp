@@ -94,7 +94,7 @@ void SchedulerLog::setErrorState(int code) {
   // Kept in the preferences, so that a failure stays in sight when the agent starts itself anew.
   mPreferences.setPref("SchedulerPrefErrorInExecution", code);
   // A failure to save is logged by the store, and the state holds for this run.
-  static_cast<void>(mPreferences.savePrefs());
+  mPreferences.savePrefs();
   if (onErrorStateChanged) onErrorStateChanged();
 }
 

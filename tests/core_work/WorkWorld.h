@@ -54,7 +54,7 @@ class RecordingMail final : public MailSender {
 struct WorkWorld {
   WorkWorld() {
     preferences.setPref("SchedulerPrefShowMessageInNotificationCenter", 1);
-    (void)preferences.savePrefs();
+    preferences.savePrefs();
     preferences.loadPrefs();
     state.mScheduleDisabled = false;
     state.userWasActive(now());
