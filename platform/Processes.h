@@ -67,6 +67,10 @@ class Processes {
   /// Every process of this user with the same home, in no particular order; what was known before
   /// is taken from a cache by id and start time, so a call costs a listing. Thread: main.
   virtual std::vector<RunningProcess> running() = 0;
+  /// From now on `changed` is called from the loop soon after a program in one of these bundles has
+  /// started or ended, whoever started it, and now and then for nothing. A second call-back
+  /// replaces the first; an empty one ends it. Thread: main.
+  virtual void observe(std::vector<std::string> bundlePaths, std::function<void()> changed) = 0;
   virtual std::int64_t ownPid() const = 0;
   virtual ReferenceTime ownStart() const = 0;
   /// Ends a process for good; ignored when it is gone or not ours.

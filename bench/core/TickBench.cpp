@@ -49,6 +49,9 @@ class ListedProcesses final : public Processes {
     ++listings;
     return mTable.list();
   }
+  void observe(std::vector<std::string> bundlePaths, std::function<void()> changed) override {
+    mOthers.observe(std::move(bundlePaths), std::move(changed));
+  }
   std::int64_t ownPid() const override { return mOthers.ownPid(); }
   ReferenceTime ownStart() const override { return mOthers.ownStart(); }
   void kill(std::int64_t pid) override { mOthers.kill(pid); }

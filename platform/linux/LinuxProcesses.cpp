@@ -172,6 +172,7 @@ LinuxProcesses::LinuxProcesses(DescriptorWatch& watch, Self self)
     : mWatch(watch),
       mSelf(std::move(self)),
       mTable(mSelf.home),
+      mPrograms(watch),
       mStrays(std::make_shared<Strays>()) {
   signal(SIGPIPE, SIG_IGN);
   // What the program that this one has replaced left running is still ours to wait for.
@@ -227,6 +228,14 @@ std::vector<RunningProcess> LinuxProcesses::running() {
     if (process.pid == ownPid()) process.start = mSelf.start;
   }
   return list;
+}
+
+void LinuxProcesses::observe(std::vector<std::string> bundlePaths, std::function<void()> changed) {
+  if (changed) {
+    mPrograms.observe(std::move(bundlePaths), std::move(changed));
+  } else {
+    mPrograms.stop();
+  }
 }
 
 std::int64_t LinuxProcesses::ownPid() const { return getpid(); }

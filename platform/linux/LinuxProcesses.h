@@ -9,6 +9,7 @@
 #include "platform/Processes.h"
 #include "platform/linux/DescriptorWatch.h"
 #include "platform/linux/ProcessTable.h"
+#include "platform/linux/ProgramWatch.h"
 
 namespace corvana {
 
@@ -32,6 +33,7 @@ class LinuxProcesses final : public Processes {
   /// Thread: any.
   Result<std::string> runTool(const std::vector<std::string>& arguments, double seconds) override;
   std::vector<RunningProcess> running() override;
+  void observe(std::vector<std::string> bundlePaths, std::function<void()> changed) override;
   std::int64_t ownPid() const override;
   ReferenceTime ownStart() const override { return mSelf.start; }
   void kill(std::int64_t pid) override;
@@ -47,6 +49,7 @@ class LinuxProcesses final : public Processes {
   DescriptorWatch& mWatch;
   Self mSelf;
   ProcessTable mTable;
+  ProgramWatch mPrograms;
   std::shared_ptr<Strays> mStrays;  ///< children without an owner that are yet to be waited for
 };
 

@@ -1,5 +1,6 @@
 #include "platform/simulated/SimulatedProcesses.h"
 
+#include <algorithm>
 #include <cmath>
 #include <csignal>
 #include <utility>
@@ -104,6 +105,7 @@ Result<std::unique_ptr<ChildProcess>> SimulatedProcesses::start(
 
   if (record.script.onStart) record.script.onStart(record);
   mChildren[record.pid] = child;
+  tellOf(child->process);
   write(child, record.script.output);
   for (auto& [seconds, body] : record.script.steps) {
     schedule(child, seconds, [child, body = body] { body(*child->record); });
@@ -144,6 +146,7 @@ void SimulatedProcesses::end(const std::shared_ptr<Child>& child, int status) {
   record.running = false;
   record.status = status;
   mChildren.erase(record.pid);
+  tellOf(child->process);
   mRunLoop.performOnMain([child] {
     const auto outputEnded = child->observer.outputEnded;
     if (outputEnded) outputEnded();
@@ -180,7 +183,7 @@ std::vector<RunningProcess> SimulatedProcesses::running() {
 
 void SimulatedProcesses::kill(std::int64_t pid) {
   kills.push_back(pid);
-  mApplications.erase(pid);
+  if (const auto application = mApplications.extract(pid)) tellOf(application.mapped());
   endChild(pid, SIGKILL);
 }
 
@@ -206,12 +209,24 @@ std::int64_t SimulatedProcesses::startApplication(const std::string& bundlePath)
 std::int64_t SimulatedProcesses::addProcess(const std::string& executable) {
   const RunningProcess process = make(executable);
   mApplications[process.pid] = process;
+  tellOf(process);
   return process.pid;
 }
 
 void SimulatedProcesses::quitApplication(const std::string& bundlePath) {
-  std::erase_if(mApplications,
-                [&](const auto& one) { return one.second.bundlePath == bundlePath; });
+  std::erase_if(mApplications, [&](const auto& one) {
+    if (one.second.bundlePath != bundlePath) return false;
+    tellOf(one.second);
+    return true;
+  });
+}
+
+void SimulatedProcesses::tellOf(const RunningProcess& process) {
+  if (!mChanged || std::ranges::find(mObserved, process.bundlePath) == mObserved.end()) return;
+  mRunLoop.performOnMain([this] {
+    const auto changed = mChanged;
+    if (changed) changed();
+  });
 }
 
 bool SimulatedProcesses::isRunning(const std::string& bundlePath) {

@@ -61,6 +61,10 @@ class SimulatedProcesses final : public Processes {
   Result<std::string> runTool(const std::vector<std::string>& arguments, double seconds) override;
   /// Itself, the applications and the children that run.
   std::vector<RunningProcess> running() override;
+  void observe(std::vector<std::string> bundlePaths, std::function<void()> changed) override {
+    mObserved = std::move(bundlePaths);
+    mChanged = std::move(changed);
+  }
   std::int64_t ownPid() const override { return mOwn.pid; }
   ReferenceTime ownStart() const override { return mOwn.start; }
   void kill(std::int64_t pid) override;
@@ -106,6 +110,7 @@ class SimulatedProcesses final : public Processes {
   void end(const std::shared_ptr<Child>& child, int status);
   void write(const std::shared_ptr<Child>& child, const std::string& text);
   void schedule(const std::shared_ptr<Child>& child, double seconds, std::function<void()> body);
+  void tellOf(const RunningProcess& process);
   ChildScript scriptFor(const std::vector<std::string>& arguments);
 
   VirtualTime& mTime;
@@ -118,6 +123,8 @@ class SimulatedProcesses final : public Processes {
   std::function<ChildScript(const std::vector<std::string>&)> mScript;
   std::optional<Error> mStartError;
   std::map<std::string, Tool> mTools;
+  std::vector<std::string> mObserved;
+  std::function<void()> mChanged;
 };
 
 }  // namespace corvana

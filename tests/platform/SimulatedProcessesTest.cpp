@@ -64,6 +64,22 @@ TEST_F(SimulatedProcessesTest, AChildIsStoppedUnlessItIsDeaf) {
   EXPECT_EQ(deaf->terminationStatus(), SIGKILL);
 }
 
+TEST_F(SimulatedProcessesTest, TheComingAndGoingOfCertainProgramsIsTold) {
+  int told = 0;
+  machine.processes.observe({"/A.app", "/B.app"}, [&] { ++told; });
+  const auto child = start({.seconds = 3});
+  machine.processes.startApplication("/B.app");
+  machine.processes.startApplication("/C.app");
+  EXPECT_EQ(told, 0) << "through the loop only";
+  machine.runLoop.runFor(1);
+  EXPECT_EQ(told, 2);
+  machine.processes.quitApplication("/B.app");
+  machine.runLoop.runFor(1);
+  EXPECT_EQ(told, 3);
+  machine.runLoop.runFor(1);
+  EXPECT_EQ(told, 4) << "the child has ended";
+}
+
 TEST_F(SimulatedProcessesTest, ANewRunOfTheProgramHasNothingOfTheOld) {
   bool unwound = false;
   bool oldTimer = false;

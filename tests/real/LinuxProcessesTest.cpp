@@ -310,5 +310,37 @@ TEST_F(ProcessListTest, AListingOfKnownProcessesIsCheap) {
   for (auto& child : children) child->terminate();
 }
 
+TEST_F(LinuxProcessesTest, TheComingAndGoingOfCertainProgramsIsTold) {
+  const std::string bundle = folder.at("Applications/B.app");
+  const std::string program = bundle + "/Contents/MacOS/B";
+  const auto runs = [&] {
+    return std::ranges::count(processes.running(), bundle, &RunningProcess::bundlePath) > 0;
+  };
+  int told = 0;
+  bool saw = false;
+  processes.observe({bundle}, [&] {
+    ++told;
+    saw = runs();
+  });
+  // It is installed after the observation began, and replaced later.
+  std::unique_ptr<ChildProcess> child;
+  for (int run = 0; run < 2; ++run) {
+    std::filesystem::remove_all(bundle);
+    std::filesystem::create_directories(bundle + "/Contents/MacOS");
+    std::filesystem::copy_file("/bin/sleep", program);
+    const int before = told;
+    ASSERT_TRUE(real.runUntil([&] { return told >= before + 2; }));
+    child = start({program, "1000"}, false);
+    ASSERT_TRUE(real.runUntil([&] { return saw; }));
+    child->terminate();
+    ASSERT_TRUE(real.runUntil([&] { return !saw; }));
+  }
+  processes.observe({}, {});
+  const int before = told;
+  child = start({program, "0"}, false);
+  ASSERT_TRUE(waitFor(*child));
+  EXPECT_EQ(told, before);
+}
+
 }  // namespace
 }  // namespace corvana
