@@ -86,7 +86,9 @@ void Scenario::start(bool relaunched) {
     settings.setValue("SchedulerQuitDate", ZAN_Value::date(machine.clock.now() - 1));
     if (!mStore.settings().saveSchedulerSettings(settings)) std::abort();
   }
-  agent = std::make_unique<MainScheduler>(machine.platform());
+  Platform platform = machine.platform();
+  platform.agentObject = &agentObject;
+  agent = std::make_unique<MainScheduler>(platform);
   if (mSaveDelay >= 0) agent->store().saveInBackground(machine.runLoop, mSaveDelay);
   agent->applicationDidFinishLaunching();
   if (mSkips) allowSkipping();

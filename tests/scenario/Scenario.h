@@ -9,9 +9,20 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "app/MainScheduler.h"
+#include "platform/AgentObject.h"
 #include "platform/simulated/SimulatedPlatform.h"
 
 namespace corvana {
+
+/// The place where other programs ask the agent; the test asks here.
+struct SimulatedAgentObject final : AgentObject {
+  void appear(AgentAnswers& given) override { answers = &given; }
+  void disappear() override { answers = nullptr; }
+  void changed() override { ++changes; }
+
+  AgentAnswers* answers = nullptr;  ///< null: no agent is there
+  int changes = 0;
+};
 
 /// The whole agent on a simulated machine: a tree of actions is written, time passes, and what was
 /// executed is read back as text.
@@ -23,6 +34,7 @@ class Scenario {
   ~Scenario();
 
   SimulatedPlatform machine;
+  SimulatedAgentObject agentObject;
   std::unique_ptr<MainScheduler> agent;
 
   /// How long an execution takes and how it ends, by title; 20 s and 0 without one.

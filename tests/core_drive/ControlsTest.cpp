@@ -1,0 +1,202 @@
+#include <gtest/gtest.h>
+
+#include "tests/core_drive/Drive.h"
+
+namespace corvana {
+namespace {
+
+TEST(Controls, EachCommandHasItsEffectAndNoOther) {
+  expectEffects({
+      {"disable", [](Drive& day) { day.commands().disableSchedule(); }, kTurnedOff},
+      {"disable twice, enable",
+       [](Drive& day) {
+         day.commands().disableSchedule();
+         day.commands().setSchedulerActive(false);
+         day.commands().enableSchedule();
+         day.commands().setSchedulerActive(true);
+       },
+       "main LogChanged; main ReturnCVASchedulerStatus {SchedulerStatus=4}; main LogChanged; main "
+       "ReturnCVASchedulerStatus {SchedulerStatus=1}; message: Automatic execution was turned off; "
+       "nextCheck: 12:10:05; stored SchedulerPrefLastNotifications: (178 bytes); stored "
+       "SchedulerPrefScheduleDisabled: 0; report: Automatic execution was turned off; report: "
+       "Automatic execution was turned on; log 12; log 12"},
+      {"disable when done", [](Drive& day) { day.commands().changeExecutionStatus(1); },
+       "main ReturnCVASchedulerStatus {SchedulerStatus=1}; main LogChanged; main "
+       "ReturnCVASchedulerStatus {SchedulerStatus=4}; enabled: 0; icon: disabled; message: "
+       "Automatic execution was turned off; nextCheck: 12:01:05; schedulerStatus: 4; stored "
+       "SchedulerPrefLastNotifications: (121 bytes); stored SchedulerPrefScheduleDisabled: 1; "
+       "title: Automatic execution is off; report: Automatic execution was turned off; log 12"},
+      {"enable by the pop-up", [](Drive& day) { day.commands().changeExecutionStatus(0); }, ""},
+      {"disable by the pop-up", [](Drive& day) { day.commands().changeExecutionStatus(2); },
+       kTurnedOff},
+      {"an item that is none", [](Drive& day) { day.commands().changeExecutionStatus(3); }, ""},
+      {"pause", [](Drive& day) { day.commands().pauseExecution(); },
+       "execute ActionPause {Pause=1}; main ReturnCVASchedulerStatus {SchedulerStatus=3}; icon: "
+       "pause; information: The execution is paused; paused: 1; schedulerStatus: 3; title: Paused"},
+      {"pause and continue",
+       [](Drive& day) {
+         day.commands().pauseExecution();
+         day.commands().continueExecution();
+       },
+       "execute ActionPause {Pause=1}; main ReturnCVASchedulerStatus {SchedulerStatus=3}; execute "
+       "ActionPause {Pause=0}; main ReturnCVASchedulerStatus {SchedulerStatus=1}"},
+      {"continue", [](Drive& day) { day.commands().continueExecution(); }, ""},
+      {"context", [](Drive& day) { day.commands().setContext(2); },
+       "context: 2; nextCheck: 12:10:05; stored SchedulerPrefCurrentContext: 2; report: The "
+       "context was changed"},
+      {"skip", [](Drive& day) { day.commands().skipItem(); }, "execute SkipItem"},
+      {"show progress", [](Drive& day) { day.commands().showProgress(); }, "execute ShowProgress"},
+      {"execution mode", [](Drive& day) { day.commands().setExecutionMode(3); },
+       "execute SetExecutionMode {ExecutionMode=3}"},
+      {"stop", [](Drive& day) { day.commands().stopExecution(); }, "execute ActionStop"},
+      {"launch", [](Drive& day) { EXPECT_TRUE(day.commands().launchAction(102, true)); },
+       "main ActionListChanged; main LogChanged; main ReturnCVASchedulerStatus "
+       "{SchedulerStatus=2}; controls: on; current: {ref=102 title=Mail progress=0 retry=0}; "
+       "executing: 1; icon: running; queue: [{ref=102 title=Mail date=12:00:05 estimateSize=1 "
+       "running=1}]; queueCount: 1; schedulerStatus: 2; stored SchedulerActionsToDoList: []; "
+       "title: Running: Mail; report: “Mail” was added to the queue by hand; report: “Mail” was "
+       "started; log 1"},
+      {"launch remotely",
+       [](Drive& day) {
+         day.commands().launchActionsRemotely(std::vector<std::int64_t>{102, 999});
+       },
+       "main ActionListChanged; controls: on; information: The next action starts in 3 s; queue: "
+       "[{ref=102 title=Mail date=12:00:10}]; queueCount: 1; stored SchedulerActionsToDoList: []; "
+       "report: “Mail” was added to the queue"},
+      {"open the menu", [](Drive& day) { day.commands().menuWillOpen(); }, ""},
+      {"show the queue", [](Drive& day) { day.commands().showWindow(Window::queue); },
+       "windows:  queue floatingIcon"},
+      {"show the survey", [](Drive& day) { day.commands().showWindow(Window::executionSurvey); },
+       "windows:  executionSurvey floatingIcon"},
+      {"show all windows", [](Drive& day) { day.commands().showAllVisibleWindows(); },
+       "fronts: 1; opens ~/Applications/Corvana 9.app"},
+      {"show errors", [](Drive& day) { day.commands().showErrorSummary(); },
+       "windows:  errorSummary (quietly) floatingIcon"},
+      {"announce position",
+       [](Drive& day) {
+         day.commands().setAnnouncePosition({30, 40});
+         EXPECT_EQ(day.agent->preferences().mShowMiniProgressPosition, (Point{30, 40}));
+         day.commands().setPreference("SchedulerPrefShowAnnouncePositionX", {});
+       },
+       ""},
+      {"message closed",
+       [](Drive& day) {
+         day.tell("Message", info("Title", "Look"));
+         day.commands().messageClosedByUser();
+       },
+       "execute MessageClosedByUser"},
+      {"notice clicked", [](Drive& day) { day.commands().userNotificationActivated(); },
+       "fronts: 1"},
+      {"open a notice", [](Drive& day) { day.commands().openNotificationInMainApp(2); },
+       "main ShowLatestNotifications {Index=2}; opens ~/Applications/Corvana 9.app"},
+      {"survey of nothing", [](Drive& day) { day.commands().showSurveyFolderResults(); }, ""},
+      {"latest actions", [](Drive& day) { day.commands().showLatestActions(); },
+       "windows:  latestActions floatingIcon"},
+      {"mount window", [](Drive& day) { day.commands().mountVolumes(); },
+       "windows:  mountVolumes floatingIcon"},
+      {"mount window twice",
+       [](Drive& day) {
+         day.commands().mountVolumes();
+         day.commands().mountVolumes();
+       },
+       ""},
+      {"all disks", [](Drive& day) { day.commands().showAllDisksInformation(); },
+       "windows:  allDisks floatingIcon; system log: diskutil: it did not list the disks"},
+      {"preference",
+       [](Drive& day) { day.commands().setPreference("SchedulerPrefShowActionProgress", 1); },
+       "stored SchedulerPrefShowActionProgress: 1"},
+      {"disabled as a preference",
+       [](Drive& day) { day.commands().setPreference("SchedulerPrefScheduleDisabled", 1); },
+       kTurnedOff},
+      {"context as a preference",
+       [](Drive& day) { day.commands().setPreference("SchedulerPrefCurrentContext", 7); },
+       "context: 3; nextCheck: 12:10:05; stored SchedulerPrefCurrentContext: 3; report: The "
+       "context was changed"},
+      {"icon never",
+       [](Drive& day) { day.commands().setPreference("SchedulerPrefDisplayIcon", 3); },
+       "icon: none; stored SchedulerPrefDisplayIcon: 3"},
+      {"floating icon never",
+       [](Drive& day) { day.commands().setPreference("SchedulerPrefDisplayIconWindow", 2); },
+       "stored SchedulerPrefDisplayIconWindow: 2; windows: "},
+      {"quit twice",
+       [](Drive& day) {
+         day.commands().showWindow(Window::nextActions);
+         day.commands().quitScheduler();
+         day.commands().quitScheduler();
+       },
+       "fronts: 1; question: Quit the scheduler?"},
+      {"quit",
+       [](Drive& day) {
+         day.ui.setAnswer(Window::status, true);
+         day.commands().quitScheduler();
+       },
+       "main LogChanged; agent: gone; stored SchedulerQuitDate: 12:00:06; question: Quit the "
+       "scheduler?; report: The scheduler was quit by the user. Actions are not executed until it "
+       "is opened again.; log 21"},
+      {"quit not",
+       [](Drive& day) {
+         day.ui.setAnswer(Window::status, false);
+         day.commands().quitScheduler();
+         day.runFor(1);
+         day.commands().quitScheduler();
+       },
+       "question: Quit the scheduler?; question: Quit the scheduler?"},
+      {"relaunch for an update",
+       [](Drive& day) {
+         day.commands().showWindow(Window::update);
+         day.commands().relaunchScheduler();
+       },
+       "main LogChanged; agent: gone; stored SchedulerNextCheckUpdatesDate: 725886035; stored "
+       "SchedulerQuitDate: 12:00:05; windows:  update floatingIcon; relaunches "
+       "~/Applications/Corvana 9.app/Contents/Resources/Corvana 9 "
+       "Scheduler.app/Contents/MacOS/Corvana 9 Scheduler; system log: ~/Applications/Corvana "
+       "9.app/Contents/Resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler: the "
+       "loop does not run; log 21"},
+  });
+}
+
+TEST(Controls, CommandsWhileSomethingRuns) {
+  expectEffects(
+      {
+          {"disable", [](Drive& day) { day.commands().disableSchedule(); },
+           "main LogChanged; main ReturnCVASchedulerStatus {SchedulerStatus=4}; enabled: 0; icon: "
+           "disabled; message: Automatic execution was turned off; nextCheck: 12:01:10; "
+           "schedulerStatus: 4; stored SchedulerPrefLastNotifications: (121 bytes); stored "
+           "SchedulerPrefScheduleDisabled: 1; title: Automatic execution is off; report: Automatic "
+           "execution was turned off; log 12"},
+          {"pause", [](Drive& day) { day.commands().pauseExecution(); },
+           "execute ActionPause {Pause=1}; main ReturnCVASchedulerStatus {SchedulerStatus=3}; "
+           "icon: pause; information: The execution is paused; paused: 1; schedulerStatus: 3; "
+           "title: Paused"},
+          {"stop", [](Drive& day) { day.commands().stopExecution(); }, "execute ActionStop"},
+          {"launch what waits",
+           [](Drive& day) {
+             EXPECT_EQ(day.commands().launchAction(101, false).error().text,
+                       "action 101: it already waits in the queue");
+             EXPECT_EQ(day.commands().launchAction(999, false).error().text,
+                       "action 999: there is no such action");
+           },
+           ""},
+          {"remove",
+           [](Drive& day) {
+             day.commands().removeFromQueue({0, 1});
+           },
+           "queue: [{ref=102 title=Mail date=12:00:05 running=1}]; queueCount: 1; stored "
+           "SchedulerActionsToDoList: []"},
+          {"move", [](Drive& day) { day.commands().moveInQueue(1, 0); }, ""},
+          {"show all windows", [](Drive& day) { day.commands().showAllVisibleWindows(); },
+           "execute ShowAllVisibleWindowsActions; fronts: 1; opens ~/Applications/Corvana 9.app"},
+          {"quit by a sibling", [](Drive& day) { day.tell("QuitCVAProcess"); },
+           "execute ActionStop; main LogChanged; agent: gone; stored SchedulerQuitDate: 12:00:10; "
+           "log 21"},
+      },
+      [](Drive& day) {
+        day.scripts["Mail"] = {.seconds = 3600};
+        day.tell("LaunchAction", info("Ref", 102));
+        day.tell("LaunchAction", info("Ref", 101));
+        day.runFor(5);
+      });
+}
+
+}  // namespace
+}  // namespace corvana
