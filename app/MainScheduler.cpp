@@ -338,8 +338,8 @@ void MainScheduler::setUp() {
   mState.mMainAppLaunched = mSiblingWatch.isMainAppLaunched();
   mDispatch.setMainAppReceivesNotifications(mState.mMainAppLaunched);
   mPreferences.loadPrefs();
-  mContexts.setContextMode(mPreferences.prefForKey("SchedulerPrefCurrentContext").integerValue());
-  mState.mErrorInExecution = mPreferences.integer("SchedulerPrefErrorInExecution", 0);
+  mContexts.setContextMode(mPreferences.prefForKey(PreferenceKey::currentContext).integerValue());
+  mState.mErrorInExecution = mPreferences.integer(PreferenceKey::errorInExecution, 0);
   readShortcut();
   mTree.rootItem();
   mTree.repairReferencesIfDuplicates();
@@ -568,9 +568,9 @@ void MainScheduler::applicationWillTerminate() {
   if (mMustTerminateWhenAllDone) mShutdownHelper.end();
   mPreferences.setPref("SchedulerQuitDate", ZAN_Value::date(mPlatform.clock.now()));
   if (mPreferences.mShowMiniProgressPosition) {
-    mPreferences.setPref("SchedulerPrefShowAnnouncePositionX",
+    mPreferences.setPref(PreferenceKey::announcePositionX,
                          mPreferences.mShowMiniProgressPosition->x);
-    mPreferences.setPref("SchedulerPrefShowAnnouncePositionY",
+    mPreferences.setPref(PreferenceKey::announcePositionY,
                          mPreferences.mShowMiniProgressPosition->y);
   }
   mPreferences.savePrefs();

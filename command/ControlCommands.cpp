@@ -12,6 +12,7 @@
 #include "command/CommandHome.h"
 #include "command/Commands.h"
 #include "command/RunningAgent.h"
+#include "core/record/Preferences.h"
 
 namespace corvana {
 
@@ -36,7 +37,7 @@ Outcome storeEnabled(CommandHome& home, bool enabled) {
   const auto held = files.lockSchedulerSettings();
   ZAN_Value settings = files.schedulerSettings();
   if (!settings.isDictionary()) settings = ZAN_Value::dictionary();
-  settings.setValue("SchedulerPrefScheduleDisabled", enabled ? 0 : 1);
+  settings.setValue(PreferenceKey::scheduleDisabled, enabled ? 0 : 1);
   return files.saveSchedulerSettings(settings);
 }
 

@@ -7,6 +7,7 @@
 #include "command/Commands.h"
 #include "command/RunningAgent.h"
 #include "command/RunsText.h"
+#include "core/record/Preferences.h"
 
 namespace corvana {
 
@@ -46,9 +47,9 @@ Facts factsOf(CommandHome& home, RunningAgent& agent, const Console& console) {
   if (!home.isThere()) return facts;
   if (!facts.agent) {
     const ZAN_Value settings = home.store().settings().schedulerSettings();
-    facts.enabled = settings.integer("SchedulerPrefScheduleDisabled") == 0;
-    facts.context = settings.integer("SchedulerPrefCurrentContext");
-    facts.errorCode = settings.integer("SchedulerPrefErrorInExecution");
+    facts.enabled = settings.integer(PreferenceKey::scheduleDisabled) == 0;
+    facts.context = settings.integer(PreferenceKey::currentContext);
+    facts.errorCode = settings.integer(PreferenceKey::errorInExecution);
     facts.waiting = settings["SchedulerActionsToDoList"].size();
   }
   facts.runs = comingRuns(home, kRuns, console);

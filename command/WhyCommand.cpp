@@ -11,6 +11,7 @@
 #include "command/CommandTexts.h"
 #include "command/Commands.h"
 #include "command/RunningAgent.h"
+#include "core/record/Preferences.h"
 #include "core/work/WhyNot.h"
 #include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/ProcessTable.h"
@@ -77,8 +78,8 @@ Seen lookAround(CommandHome& home) {
   }
   // The stored queue is without its head, which is what runs; an idle agent's is empty.
   const ZAN_Value preferences = home.store().settings().schedulerSettings();
-  situation.scheduleDisabled = preferences.integer("SchedulerPrefScheduleDisabled") != 0;
-  situation.context = static_cast<int>(preferences.integer("SchedulerPrefCurrentContext"));
+  situation.scheduleDisabled = preferences.integer(PreferenceKey::scheduleDisabled) != 0;
+  situation.context = static_cast<int>(preferences.integer(PreferenceKey::currentContext));
   for (const auto& record : preferences["SchedulerActionsToDoList"].elements()) {
     situation.queue.push_back(record.integer("Ref"));
   }

@@ -84,7 +84,7 @@ void RemoteControl::publishRemoteControl() {
 }
 
 void RemoteControl::publish() {
-  mAllowed = AllowedAddresses(m.preferences.prefForKey(kAllowedAddresses));
+  mAllowed = AllowedAddresses(m.preferences.prefForKey(PreferenceKey::allowedAddresses));
   for (const std::string& word : mAllowed.wrong())
     m.platform.systemLog.write(word + ": not an address that may control this machine");
   mClient->publishClient(m.preferences.mRemoteControlLocalName, !m.state.mScheduleDisabled,

@@ -30,9 +30,6 @@ struct SchedulerState;
 /// quickly is dropped unread, which the log says once for each burst. Thread: main.
 class RemoteControl {
  public:
-  /// Restricts who may connect; not set, anybody may. See AllowedAddresses.
-  static constexpr const char* kAllowedAddresses = "SchedulerPrefRemoteControlAllowedAddresses";
-
   /// What it leans on; everything outlives it.
   struct Surroundings {
     Platform& platform;

@@ -23,9 +23,7 @@ class ZAN_StringTable;
 class ZAN_StringUtils;
 struct Platform;
 struct SchedulerState;
-
-/// Abilities of the machine that some preferences need.
-enum class Ability { seePointer, seeKeyboard, wake, notices, statusItem, floatOnTop, network };
+enum class Ability;
 
 /// What menus and windows are made from. They read it when they are drawn and change nothing in it:
 /// whatever the user wants goes through `commands`. All of it outlives them. Thread: main.

@@ -71,7 +71,7 @@ void Controls::setSchedulerActive(bool active) {
   m.messages.displayStandardMessage(
       m.texts.text(active ? "ReportEnableScheduler" : "ReportDisableScheduler"),
       LogCode::schedulerMessage);
-  m.preferences.setPref("SchedulerPrefScheduleDisabled", m.preferences.mPrefScheduleDisabled);
+  m.preferences.setPref(PreferenceKey::scheduleDisabled, m.preferences.mPrefScheduleDisabled);
   m.preferences.savePrefs();
   m.state.updateMenu();
   updateExecutionStatusMenus();
@@ -219,8 +219,8 @@ void Controls::showErrorSummary() {
 
 void Controls::setAnnouncePosition(const Point& position) {
   m.preferences.mShowMiniProgressPosition = position;
-  m.preferences.setPref("SchedulerPrefShowAnnouncePositionX", position.x);
-  m.preferences.setPref("SchedulerPrefShowAnnouncePositionY", position.y);
+  m.preferences.setPref(PreferenceKey::announcePositionX, position.x);
+  m.preferences.setPref(PreferenceKey::announcePositionY, position.y);
 }
 
 void Controls::messageClosedByUser() {
@@ -286,18 +286,18 @@ void Controls::mountSelectedVolumes(const std::vector<std::size_t>& rows) {
 void Controls::setMountsSystemPartitions(bool also) { m.mounter.setMountsSystemPartitions(also); }
 
 void Controls::setPreference(const std::string& key, const ZAN_Value& value) {
-  if (key == "SchedulerPrefScheduleDisabled") {
+  if (key == PreferenceKey::scheduleDisabled) {
     setSchedulerActive(!value.boolValue());
     return;
   }
-  if (key == "SchedulerPrefCurrentContext") {
+  if (key == PreferenceKey::currentContext) {
     setContext(value.integerValue());
     return;
   }
   m.preferences.setPref(key, value);
   // One place has two keys.
-  if (key == "SchedulerPrefShowAnnouncePositionX" && value.isNull()) {
-    m.preferences.setPref("SchedulerPrefShowAnnouncePositionY", value);
+  if (key == PreferenceKey::announcePositionX && value.isNull()) {
+    m.preferences.setPref(PreferenceKey::announcePositionY, value);
   }
   preferencesDidChange();
 }

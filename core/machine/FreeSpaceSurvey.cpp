@@ -46,7 +46,7 @@ void FreeSpaceSurvey::checkStartupDiskFreeSpace() {
     }
   }
   mPreferences.mCheckStartupDiskFreeSpace.set(next);
-  mPreferences.setPref("SchedulerPrefCheckStartupHDFreeSpace", next);
+  mPreferences.setPref(PreferenceKey::nextFreeSpaceCheck, next);
   mPreferences.savePrefs(false);
 }
 
@@ -58,7 +58,7 @@ void FreeSpaceSurvey::cleanVolumesInfos() {
   const ReferenceTime next = m.clock.now() + kCleaningInterval;
   mPreferences.mSchedulerCleanVolumesInfos.set(next);
   mHistory.cleanVolumesSurveyorList();
-  mPreferences.setPref("SchedulerPrefCleanVolumesInfo", next);
+  mPreferences.setPref(PreferenceKey::nextPruning, next);
   mPreferences.savePrefs(false);
 }
 

@@ -25,7 +25,6 @@ namespace {
 const std::string kIdentifier = "com.zan.corvana9";
 /// What was refused last is remembered over a restart of the agent, so that it is said once.
 const std::string kRefusal = "WakeupRefusal";
-constexpr std::string_view kLastWakeupTime = "SchedulerLastWakeupTime";
 constexpr double kAheadOfAction = 10.0;
 constexpr double kNearest = 60.0;
 constexpr double kWhileExecuting = 300.0;
@@ -79,7 +78,7 @@ void WakeUp::doSetWakeup() {
   if (const std::int64_t last = m.preferences.mSchedulerLastWakeupTime; last != 0)
     m.platform.power.cancelWake(last, kIdentifier);
   m.preferences.mSchedulerLastWakeupTime = *time;
-  m.preferences.setPref(kLastWakeupTime, static_cast<long long>(*time));
+  m.preferences.setPref(PreferenceKey::lastWakeupTime, static_cast<long long>(*time));
   m.preferences.savePrefs();
   schedule(*time);
   const auto running = m.platform.processes.running();
@@ -92,7 +91,7 @@ void WakeUp::followPreferences() {
   if (isOn() || m.preferences.mSchedulerLastWakeupTime == 0) return;
   m.platform.power.cancelWake(m.preferences.mSchedulerLastWakeupTime, kIdentifier);
   m.preferences.mSchedulerLastWakeupTime = 0;
-  m.preferences.setPref(kLastWakeupTime, 0);
+  m.preferences.setPref(PreferenceKey::lastWakeupTime, 0);
   m.preferences.savePrefs();
   mRefused.reset();
 }

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <variant>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "core/record/Deadline.h"
@@ -14,7 +17,72 @@
 namespace corvana {
 
 class Machine;
+class Preferences;
 class SettingsFiles;
+
+/// Abilities of the machine that some preferences need.
+enum class Ability { seePointer, seeKeyboard, wake, notices, statusItem, floatOnTop, network };
+
+/// Keys of the settings file that are named outside of the table too.
+namespace PreferenceKey {
+inline constexpr std::string_view scheduleDisabled = "SchedulerPrefScheduleDisabled";
+inline constexpr std::string_view currentContext = "SchedulerPrefCurrentContext";
+inline constexpr std::string_view errorInExecution = "SchedulerPrefErrorInExecution";
+inline constexpr std::string_view showErrorWindows = "SchedulerShowErrorWindows";
+inline constexpr std::string_view announcePositionX = "SchedulerPrefShowAnnouncePositionX";
+inline constexpr std::string_view announcePositionY = "SchedulerPrefShowAnnouncePositionY";
+inline constexpr std::string_view keysForShortcut = "SchedulerPrefKeysForShortcut";
+inline constexpr std::string_view lastWakeupTime = "SchedulerLastWakeupTime";
+inline constexpr std::string_view nextFreeSpaceCheck = "SchedulerPrefCheckStartupHDFreeSpace";
+inline constexpr std::string_view nextPruning = "SchedulerPrefCleanVolumesInfo";
+/// Restricts who may connect by remote control; not set, anybody may.
+inline constexpr std::string_view allowedAddresses = "SchedulerPrefRemoteControlAllowedAddresses";
+}  // namespace PreferenceKey
+
+/// One preference: where it is stored and kept, and how the window of the preferences shows it.
+struct Preference {
+  enum class Page { general, icon, messages, execution, volumes, network };
+  enum class Kind {
+    checkBox,  ///< 0 or 1
+    choice,    ///< the number of the chosen text
+    number,    ///< between `least` and `most`
+    text,
+    password,
+    shortcut,  ///< data of 16 bytes, one bit a key
+    command,   ///< a button among them that does something; no key and no value
+    place,     ///< dragged on the screen; null puts it back where it was at first
+    fact,      ///< a date, only to be read
+  };
+  /// One coordinate of a place, each with a row of its own.
+  struct Axis {
+    Point Preferences::*place;
+    double Point::*axis;
+  };
+  /// Nothing: looked up under its key whenever it is wanted. A place that may be missing has two
+  /// keys, X here and Y in `secondKey`.
+  using Field =
+      std::variant<std::monostate, int Preferences::*, bool Preferences::*,
+                   std::int64_t Preferences::*, double Preferences::*, std::string Preferences::*,
+                   Deadline Preferences::*, std::optional<Point> Preferences::*, Axis>;
+
+  using Choices = std::array<std::string_view, 8>;  ///< the first empty one ends them
+
+  std::string_view key = {};
+  Field field = {};
+  double builtIn = 0;  ///< without a stored value
+  Page page = Page::general;
+  Kind kind = Kind::checkBox;
+  // Keys of the string table; empty for none.
+  std::string_view label = {};
+  std::string_view help = {};
+  Choices choices = {};
+  std::string_view unit = {};
+  double least = 0, most = 0;
+  std::optional<Ability> needs = {};  ///< cannot be used without it
+  std::optional<Ability> notes = {};  ///< can, since it may be mended, but says what is lacking
+  int sinceSystem = 0;                ///< always 0 on systems older than this
+  std::string_view secondKey = {};
+};
 
 /// The agent's preferences: a cache of its settings file, and the known values taken out of it.
 ///
@@ -26,6 +94,12 @@ class Preferences {
   /// `now` gives the built-in date of the first pruning of volume information.
   Preferences(SettingsFiles& settings, Machine& machine, DeadlineList& deadlines,
               ReferenceTime now);
+
+  /// Every preference, in the order of the window.
+  static std::span<const Preference> table();
+  /// What a preference is as of the last `loadPrefs`; null for a place, a command and without a
+  /// value.
+  ZAN_Value valueOf(const Preference& preference);
 
   /// The value under a key, null for none. A key that the file lacks is looked up in the user
   /// defaults, and what is found there becomes part of the cache. A lookup never writes a default.
@@ -45,24 +119,22 @@ class Preferences {
   /// 16 bytes of the shortcut; all zero without one.
   KeyMap keysForShortcut();
 
-  // The known values as of the last `loadPrefs`. A duty that changes one stores it by `setPref`
-  // too. Those without a comment: "SchedulerPref" and the name without its "mPref", 0 without a
-  // value.
+  // The known values as of the last `loadPrefs`; the table names key and built-in value of each. A
+  // duty that changes one stores it by `setPref` too.
   int mPrefScheduleDisabled = 0;  ///< the user has switched automatic execution off
   int mPrefShowWelcomeMessage = 0;
   int mPrefStackWindows = 0;
-  int mSurveyVolumesFolder = 1;  ///< 0 no survey, 1 tells of stray folders, 2 tells and deletes
+  int mSurveyVolumesFolder = 0;  ///< 0 no survey, 1 tells of stray folders, 2 tells and deletes
   int mShortcutOperation = 0;
   bool mCheckWakeupMachine = false;
-  std::int64_t mSchedulerLastWakeupTime =
-      0;  ///< whole seconds since the reference date, 0: none programmed
-  bool mCheckFreeSpace = true;
+  /// Whole seconds since the reference date, 0: none programmed.
+  std::int64_t mSchedulerLastWakeupTime = 0;
+  bool mCheckFreeSpace = false;
   int mPrefAllowRemoteControl = 0;
   int mPrefShowMountMessage = 0;
   int mPrefShowActionProgress = 0;
   int mPrefSetFrontProcess = 0;
   int mPrefAlertIfManualInterruption = 0;
-  /// Always 0 on systems older than 10.8.
   int mPrefShowMessageInNotificationCenter = 0;
   int mPrefShowActionsQueue = 0;
   int mShowIconMenuMode = 0;      ///< 0 always, 1 on hover, 3 never
@@ -70,11 +142,11 @@ class Preferences {
   int mShowFloatingIconMode = 0;  ///< 0 always, 1 on hover, 2 never
   int mPrefShowMessageBeforeAction = 0;
   int mPrefShowMessageColor = 0;
-  int mPrefKeepQueueAtShutdown = 1;
-  int mPrefFloatingIconNbLines = 5;
-  double mPrefFloatingIconTransparency = 80.0;  ///< percent
-  double mPrefShowMessageTransparency = 80.0;   ///< percent
-  Point mShowMessagePosition{50.0, 10.0};
+  int mPrefKeepQueueAtShutdown = 0;
+  int mPrefFloatingIconNbLines = 0;
+  double mPrefFloatingIconTransparency = 0;  ///< percent
+  double mPrefShowMessageTransparency = 0;   ///< percent
+  Point mShowMessagePosition;
   std::optional<Point> mShowMiniProgressPosition;
   /// The machine's network name with blanks for dashes unless the user gave one.
   std::string mRemoteControlLocalName;
@@ -89,6 +161,8 @@ class Preferences {
   void readCache();
   void moveSavedDates(double jump, ReferenceTime now);
   double real(std::string_view key, double builtIn);
+  std::optional<Point> place(const Preference& preference);
+  void load(const Preference& preference);
 
   SettingsFiles& mSettings;
   Machine& mMachine;

@@ -92,7 +92,7 @@ void SchedulerLog::setErrorState(int code) {
   mState.mErrorInExecution = code;
   mState.updateMenu();
   // Kept in the preferences, so that a failure stays in sight when the agent starts itself anew.
-  mPreferences.setPref("SchedulerPrefErrorInExecution", code);
+  mPreferences.setPref(PreferenceKey::errorInExecution, code);
   // A failure to save is logged by the store, and the state holds for this run.
   mPreferences.savePrefs();
   if (onErrorStateChanged) onErrorStateChanged();

@@ -20,11 +20,11 @@ void Contexts::setContextMode(std::int64_t value) {
   const int context = static_cast<int>(std::clamp<std::int64_t>(value, 0, 3));
   m.state.mContext = context;
   m.platform.userInterface.menusChanged();
-  if (context != m.preferences.prefForKey("SchedulerPrefCurrentContext").integerValue()) {
+  if (context != m.preferences.prefForKey(PreferenceKey::currentContext).integerValue()) {
     const std::string& text = m.texts.text("ReportContextChanged");
     m.store.texts().addToReportFile(text);
     m.messages.sendUserNotification(text);
-    m.preferences.setPref("SchedulerPrefCurrentContext", context);
+    m.preferences.setPref(PreferenceKey::currentContext, context);
     m.preferences.savePrefs();
   }
   if (context != 0) mQueue.removeRecordsOfOtherContexts(context);

@@ -189,7 +189,7 @@ TEST_F(RemoteControlScenario, AFloodIsHeldDown) {
 }
 
 TEST_F(RemoteControlScenario, OnlyAllowedAddressesConnectAndOthersAreLogged) {
-  settings.setValue(RemoteControl::kAllowedAddresses, "10.0.0.3 192.168.0.0/24");
+  settings.setValue(PreferenceKey::allowedAddresses, "10.0.0.3 192.168.0.0/24");
   startAgent();
   EXPECT_FALSE(activate(0));
   EXPECT_TRUE(isActive());

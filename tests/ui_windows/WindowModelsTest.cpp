@@ -16,9 +16,11 @@ namespace corvana {
 namespace {
 
 using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::Pair;
 
 std::vector<std::string> column(const WindowTable& table, std::size_t column) {
@@ -177,12 +179,16 @@ TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
     return ability == Ability::seeKeyboard ? std::string("No keys.") : std::string();
   };
   const PreferencesModel preferences(lacking);
+  for (const Preference& one : Preferences::table())
+    for (const std::string_view key : {one.label, one.help, one.unit})
+      EXPECT_TRUE(key.empty() || !lacking.texts.text(key).empty()) << key;
   int changed = 0;
   for (const auto& page : preferences.pages()) {
     EXPECT_FALSE(page.title.empty());
     for (const auto& item : page.items) {
       SCOPED_TRACE(item.key);
       EXPECT_FALSE(item.label.empty());
+      EXPECT_THAT(item.choices, Each(Not(IsEmpty())));
       EXPECT_EQ(item.lacking.empty(), item.key.find("Shortcut") == std::string::npos);
       EXPECT_EQ(item.help.ends_with("\nNo alarm clock."), item.key == "SchedulerPrefWakeupMachine");
       using Kind = PreferencesModel::Kind;

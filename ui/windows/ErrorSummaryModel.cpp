@@ -77,7 +77,7 @@ void ErrorSummaryModel::showLatestActions() const { m.commands.showLatestActions
 bool ErrorSummaryModel::isShownOnErrors() const { return m.preferences.mShowErrorWindows != 0; }
 
 void ErrorSummaryModel::setShownOnErrors(bool shown) const {
-  m.commands.setPreference("SchedulerShowErrorWindows", shown ? 1 : 0);
+  m.commands.setPreference(std::string(PreferenceKey::showErrorWindows), shown ? 1 : 0);
 }
 
 std::string ErrorSummaryModel::summary() const {

@@ -1,263 +1,170 @@
 #include "ui/windows/PreferencesModel.h"
 
-#include <utility>
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <string_view>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "core/record/Preferences.h"
 #include "core/record/SchedulerCommands.h"
 #include "core/record/SchedulerState.h"
 
 namespace corvana {
 
-PreferencesModel::Item PreferencesModel::item(std::string key, Kind kind, std::string label,
-                                              std::string help,
-                                              std::function<ZAN_Value()> read) const {
-  Item made;
-  made.key = std::move(key);
-  made.kind = kind;
-  made.label = std::move(label);
-  made.help = std::move(help);
-  made.read = std::move(read);
-  return made;
+namespace {
+
+/// Names of the keys by their code; empty: by its number.
+constexpr std::array<std::string_view, 128> kKeys{
+    "",      "Esc", "1",     "2",  "3",      "4",     "5",     "6",     "7",      "8",
+    "9",     "0",   "-",     "=",  "⌫",      "Tab",   "Q",     "W",     "E",      "R",
+    "T",     "Y",   "U",     "I",  "O",      "P",     "[",     "]",     "Return", "Ctrl",
+    "A",     "S",   "D",     "F",  "G",      "H",     "J",     "K",     "L",      ";",
+    "'",     "`",   "Shift", "\\", "Z",      "X",     "C",     "V",     "B",      "N",
+    "M",     ",",   ".",     "/",  "Shift",  "*",     "Alt",   "Space", "",       "F1",
+    "F2",    "F3",  "F4",    "F5", "F6",     "F7",    "F8",    "F9",    "F10",    "Num",
+    "",      "7",   "8",     "9",  "-",      "4",     "5",     "6",     "+",      "1",
+    "2",     "3",   "0",     ".",  "",       "",      "<",     "F11",   "F12",    "",
+    "",      "",    "",      "",   "",       "",      "Enter", "Ctrl",  "/",      "Print",
+    "AltGr", "",    "Home",  "↑",  "Page ↑", "←",     "→",     "End",   "↓",      "Page ↓",
+    "Ins",   "Del", "",      "",   "",       "",      "",      "",      "",       "Pause",
+    "",      "",    "",      "",   "",       "Super", "Super", "Menu"};
+constexpr std::array kModifiers{29, 97, 42, 54, 56, 100, 125, 126};
+
+/// As it stands on the user's keyboard.
+std::string keyName(std::string_view name, const ZAN_StringTable& t) {
+  if (name == "Return") return t.text("KeyReturn");
+  if (name == "Enter") return t.text("KeyEnter");
+  if (name == "Ctrl") return t.text("KeyCtrl");
+  if (name == "Shift") return t.text("KeyShift");
+  if (name == "Space") return t.text("KeySpace");
+  if (name == "Print") return t.text("KeyPrint");
+  if (name == "Home") return t.text("KeyHome");
+  if (name == "End") return t.text("KeyEnd");
+  if (name == "Page ↑") return t.text("KeyPageUp");
+  if (name == "Page ↓") return t.text("KeyPageDown");
+  if (name == "Ins") return t.text("KeyInsert");
+  if (name == "Del") return t.text("KeyDelete");
+  if (name == "Menu") return t.text("KeyMenu");
+  return std::string(name);
 }
 
-template <class T>
-PreferencesModel::Item PreferencesModel::check(std::string key, T Preferences::*field,
-                                               std::string label, std::string help) const {
-  return item(std::move(key), Kind::checkBox, std::move(label), std::move(help),
-              [&prefs = m.preferences, field] { return ZAN_Value(prefs.*field != T{} ? 1 : 0); });
+/// Of them those that do not go with typing, as Shift and AltGr do.
+constexpr std::array<std::size_t, 5> kCommanding{29, 97, 56, 125, 126};
+constexpr std::array<std::size_t, 3> kLocks{58, 69, 70};
+constexpr std::size_t kFirstFunctionKey = 59, kTenthFunctionKey = 68, kEleventhFunctionKey = 87,
+                      kTwelfthFunctionKey = 88;
+
+bool isFunctionKey(std::size_t code) {
+  return (code >= kFirstFunctionKey && code <= kTenthFunctionKey) || code == kEleventhFunctionKey ||
+         code == kTwelfthFunctionKey;
 }
 
-PreferencesModel::Item PreferencesModel::choice(std::string key, int Preferences::*field,
-                                                std::string label, std::string help,
-                                                std::vector<std::string> choices) const {
-  Item made = item(std::move(key), Kind::choice, std::move(label), std::move(help),
-                   [&prefs = m.preferences, field] { return ZAN_Value(prefs.*field); });
-  made.choices = std::move(choices);
-  return made;
+bool isDown(const ZAN_Value& keys, std::size_t code) {
+  const auto bytes = keys.bytes();
+  return code / 8 < bytes.size() && (std::to_integer<int>(bytes[code / 8]) >> (code % 8) & 1) != 0;
 }
 
-template <class T>
-PreferencesModel::Item PreferencesModel::number(std::string key, T Preferences::*field,
-                                                std::string label, std::string help, double least,
-                                                double most, std::string unit) const {
-  Item made = item(std::move(key), Kind::number, std::move(label), std::move(help),
-                   [&prefs = m.preferences, field] { return ZAN_Value(prefs.*field); });
-  made.least = least;
-  made.most = most;
-  made.unit = std::move(unit);
-  return made;
+bool isModifier(std::size_t code) {
+  for (const int one : kModifiers)
+    if (static_cast<std::size_t>(one) == code) return true;
+  return false;
 }
 
-PreferencesModel::Item PreferencesModel::needing(Ability ability, Item item) const {
-  if (m.lacking) item.lacking = m.lacking(ability);
+}  // namespace
+
+std::vector<PreferencesModel::Page> PreferencesModel::pages() const {
+  const ZAN_StringTable& t = m.texts;
+  std::vector<Page> pages{{t.text("PrefPageGeneral"), {}},  {t.text("PrefPageIcon"), {}},
+                          {t.text("PrefPageMessages"), {}}, {t.text("PrefPageExecution"), {}},
+                          {t.text("PrefPageVolumes"), {}},  {t.text("PrefPageNetwork"), {}}};
+  for (const Preference& one : Preferences::table())
+    pages[static_cast<std::size_t>(one.page)].items.push_back(item(one));
+  return pages;
+}
+
+PreferencesModel::Item PreferencesModel::item(const Preference& one) const {
+  const ZAN_StringTable& t = m.texts;
+  Item item{.key = std::string(one.key),
+            .kind = one.kind,
+            .label = t.text(one.label),
+            .help = t.text(one.help),
+            .read = [this, &one] { return read(one); },
+            .choices = {},
+            .least = one.least,
+            .most = one.most,
+            .unit = t.text(one.unit),
+            .perform = {},
+            .lacking = lacking(one.needs)};
+  for (const std::string_view choice : one.choices)
+    if (!choice.empty()) item.choices.push_back(t.text(choice));
+  if (one.kind == Kind::command) item.perform = [this] { m.commands.sendDailyReportNow(); };
+  const std::string note = lacking(one.notes);
+  if (!note.empty() && !item.help.empty()) item.help += '\n';
+  item.help += note;
   return item;
 }
 
-PreferencesModel::Item PreferencesModel::noting(Ability ability, Item item) const {
-  const std::string lacking = m.lacking ? m.lacking(ability) : std::string();
-  if (!lacking.empty() && !item.help.empty()) item.help += '\n';
-  item.help += lacking;
-  return item;
+std::string PreferencesModel::lacking(std::optional<Ability> ability) const {
+  return ability && m.lacking ? m.lacking(*ability) : std::string();
 }
 
-std::string PreferencesModel::dateText(ReferenceTime date) const {
-  return date <= 0 ? m.texts.text("PrefNotYet") : m.strings.getShortTimeDate(date);
+ZAN_Value PreferencesModel::read(const Preference& one) const {
+  if (one.key == PreferenceKey::currentContext) return m.state.mContext;
+  const ZAN_Value value = m.preferences.valueOf(one);
+  switch (one.kind) {
+    case Kind::checkBox:
+      return value.boolValue() ? 1 : 0;
+    case Kind::text: {
+      // Written by hand the addresses may also be a list.
+      std::string text = value.string();
+      for (const ZAN_Value& element : value.elements())
+        text += (text.empty() ? "" : ", ") + element.string();
+      return text;
+    }
+    case Kind::fact: {
+      const ReferenceTime date = value.doubleValue();
+      return date <= 0 ? m.texts.text("PrefNotYet") : m.strings.getShortTimeDate(date);
+    }
+    case Kind::place: {
+      const auto& at = m.preferences.mShowMiniProgressPosition;
+      return at ? m.texts.text("PrefPlaceAt", {static_cast<int>(at->x), static_cast<int>(at->y)})
+                : m.texts.text("PrefPlaceUsual");
+    }
+    default:
+      return value;
+  }
 }
 
 void PreferencesModel::change(const Item& item, const ZAN_Value& value) const {
   m.commands.setPreference(item.key, value);
 }
 
-std::vector<PreferencesModel::Page> PreferencesModel::pages() const {
-  return {generalPage(), iconPage(), messagesPage(), executionPage(), volumesPage(), networkPage()};
+bool PreferencesModel::isLock(std::size_t code) {
+  return std::ranges::find(kLocks, code) != kLocks.end();
 }
 
-PreferencesModel::Page PreferencesModel::generalPage() const {
-  const ZAN_StringTable& t = m.texts;
-  Page page{t.text("PrefPageGeneral"), {}};
-  page.items.push_back(item("SchedulerPrefScheduleDisabled", Kind::checkBox, t.text("PrefDisabled"),
-                            t.text("PrefDisabledHelp"), [&prefs = m.preferences] {
-                              return ZAN_Value(prefs.mPrefScheduleDisabled != 0 ? 1 : 0);
-                            }));
-  Item context =
-      item("SchedulerPrefCurrentContext", Kind::choice, t.text("PrefContext"),
-           t.text("PrefContextHelp"), [&state = m.state] { return ZAN_Value(state.mContext); });
-  context.choices = {t.text("NoContext"), t.text("OfficeContext"), t.text("HomeContext"),
-                     t.text("NomadContext")};
-  page.items.push_back(std::move(context));
-  page.items.push_back(check("SchedulerPrefKeepQueueAtShutdown",
-                             &Preferences::mPrefKeepQueueAtShutdown, t.text("PrefKeepQueue"),
-                             t.text("PrefKeepQueueHelp")));
-  page.items.push_back(check("SchedulerPrefShowWelcomeMessage",
-                             &Preferences::mPrefShowWelcomeMessage, t.text("PrefWelcome"), {}));
-  page.items.push_back(needing(
-      Ability::seeKeyboard,
-      item("SchedulerPrefKeysForShortcut", Kind::shortcut, t.text("PrefShortcut"),
-           t.text("PrefShortcutHelp"),
-           [&prefs = m.preferences] { return prefs.prefForKey("SchedulerPrefKeysForShortcut"); })));
-  page.items.push_back(needing(
-      Ability::seeKeyboard, choice("SchedulerPrefShortcutOperation",
-                                   &Preferences::mShortcutOperation, t.text("PrefShortcutDoes"), {},
-                                   {t.text("PrefShortcutNext"), t.text("PrefShortcutWindows"),
-                                    t.text("PrefShortcutBoth")})));
-  return page;
-}
-
-PreferencesModel::Page PreferencesModel::iconPage() const {
-  const ZAN_StringTable& t = m.texts;
-  Page page{t.text("PrefPageIcon"), {}};
-  page.items.push_back(needing(Ability::statusItem,
-                               choice("SchedulerPrefDisplayIcon", &Preferences::mShowIconMenuMode,
-                                      t.text("PrefIcon"), t.text("PrefIconHelp"),
-                                      {t.text("PrefIconAlways"), t.text("PrefIconHover"),
-                                       t.text("PrefIconNeeded"), t.text("PrefIconNever")})));
-  page.items.push_back(needing(
-      Ability::statusItem,
-      choice("SchedulerPrefDisplayIconType", &Preferences::mShowIconMenuType,
-             t.text("PrefIconStyle"), {},
-             {t.text("PrefStyleColour"), t.text("PrefStyleBlack"), t.text("PrefStyleWhite")})));
-  page.items.push_back(
-      needing(Ability::floatOnTop,
-              choice("SchedulerPrefDisplayIconWindow", &Preferences::mShowFloatingIconMode,
-                     t.text("PrefFloating"), t.text("PrefFloatingHelp"),
-                     {t.text("PrefFloatingAlways"), t.text("PrefFloatingHover"),
-                      t.text("PrefFloatingNever")})));
-  page.items.push_back(
-      needing(Ability::floatOnTop,
-              number("SchedulerPrefFloatingIconNbLines", &Preferences::mPrefFloatingIconNbLines,
-                     t.text("PrefFloatingLines"), {}, 1, 20, {})));
-  page.items.push_back(needing(
-      Ability::floatOnTop,
-      number("SchedulerPrefFloatingIconTransparency", &Preferences::mPrefFloatingIconTransparency,
-             t.text("PrefFloatingOpacity"), {}, 10, 100, t.text("PrefPercent"))));
-  // Only one of their choices is lost without the pointer.
-  for (Item& one : page.items) {
-    if (one.key == "SchedulerPrefDisplayIcon" || one.key == "SchedulerPrefDisplayIconWindow")
-      one = noting(Ability::seePointer, std::move(one));
+bool PreferencesModel::isShortcut(const ZAN_Value& keys) {
+  const bool commands =
+      std::ranges::any_of(kCommanding, [&](std::size_t code) { return isDown(keys, code); });
+  for (std::size_t code = 0; code < kKeys.size(); ++code) {
+    if (!isDown(keys, code) || isModifier(code) || isLock(code)) continue;
+    if (commands || isFunctionKey(code)) return true;
   }
-  return page;
+  return false;
 }
 
-PreferencesModel::Page PreferencesModel::messagesPage() const {
-  const ZAN_StringTable& t = m.texts;
-  Page page{t.text("PrefPageMessages"), {}};
-  page.items.push_back(
-      noting(Ability::notices, check("SchedulerPrefShowMessageInNotificationCenter",
-                                     &Preferences::mPrefShowMessageInNotificationCenter,
-                                     t.text("PrefNotices"), t.text("PrefNoticesHelp"))));
-  page.items.push_back(choice("SchedulerPrefShowMessageColor", &Preferences::mPrefShowMessageColor,
-                              t.text("PrefMessageColour"), {},
-                              {t.text("ColourSlate"), t.text("ColourBlue"), t.text("ColourGreen"),
-                               t.text("ColourRed"), t.text("ColourAmber"), t.text("ColourPurple"),
-                               t.text("ColourGrey"), t.text("ColourBlack")}));
-  page.items.push_back(number("SchedulerPrefShowMessageTransparency",
-                              &Preferences::mPrefShowMessageTransparency,
-                              t.text("PrefMessageOpacity"), {}, 10, 100, t.text("PrefPercent")));
-  const auto position = [this](double Point::*axis) {
-    return [&prefs = m.preferences, axis] { return ZAN_Value(prefs.mShowMessagePosition.*axis); };
+std::string PreferencesModel::shortcutText(const ZAN_Value& keys) const {
+  std::string text;
+  const auto append = [&](std::size_t code) {
+    if (!text.empty()) text += '+';
+    text += kKeys[code].empty() ? std::to_string(code) : keyName(kKeys[code], m.texts);
   };
-  Item x = item("SchedulerPrefShowMessagePositionX", Kind::number, t.text("PrefMessageX"), {},
-                position(&Point::x));
-  Item y = item("SchedulerPrefShowMessagePositionY", Kind::number, t.text("PrefMessageY"), {},
-                position(&Point::y));
-  for (Item* one : {&x, &y}) {
-    one->most = 100;
-    one->unit = t.text("PrefPercent");
-    page.items.push_back(needing(Ability::floatOnTop, std::move(*one)));
-  }
-  page.items.push_back(
-      check("SchedulerPrefStackWindows", &Preferences::mPrefStackWindows, t.text("PrefStack"), {}));
-  page.items.push_back(check("SchedulerPrefShowMountMessage", &Preferences::mPrefShowMountMessage,
-                             t.text("PrefMountMessage"), {}));
-  page.items.push_back(check("SchedulerShowErrorWindows", &Preferences::mShowErrorWindows,
-                             t.text("PrefErrorWindows"), {}));
-  Item report = item({}, Kind::command, t.text("PrefReportNow"), t.text("PrefReportNowHelp"), {});
-  report.perform = [this] { m.commands.sendDailyReportNow(); };
-  page.items.push_back(std::move(report));
-  return page;
-}
-
-PreferencesModel::Page PreferencesModel::executionPage() const {
-  const ZAN_StringTable& t = m.texts;
-  Page page{t.text("PrefPageExecution"), {}};
-  page.items.push_back(check("SchedulerPrefShowMessageBeforeAction",
-                             &Preferences::mPrefShowMessageBeforeAction, t.text("PrefAnnounce"),
-                             t.text("PrefAnnounceHelp")));
-  Item place = item("SchedulerPrefShowAnnouncePositionX", Kind::place, t.text("PrefAnnouncePlace"),
-                    t.text("PrefAnnouncePlaceHelp"), [this] {
-                      const auto& at = m.preferences.mShowMiniProgressPosition;
-                      return at ? ZAN_Value(m.texts.text("PrefPlaceAt", {static_cast<int>(at->x),
-                                                                         static_cast<int>(at->y)}))
-                                : ZAN_Value(m.texts.text("PrefPlaceUsual"));
-                    });
-  page.items.push_back(needing(Ability::floatOnTop, std::move(place)));
-  page.items.push_back(check("SchedulerPrefShowActionProgress",
-                             &Preferences::mPrefShowActionProgress, t.text("PrefProgress"), {}));
-  page.items.push_back(check("SchedulerPrefShowActionsQueue", &Preferences::mPrefShowActionsQueue,
-                             t.text("PrefShowQueue"), {}));
-  page.items.push_back(check("SchedulerPrefSetFrontProcess", &Preferences::mPrefSetFrontProcess,
-                             t.text("PrefFront"), {}));
-  page.items.push_back(check("SchedulerPrefAlertIfManualInterruption",
-                             &Preferences::mPrefAlertIfManualInterruption,
-                             t.text("PrefInterruption"), {}));
-  page.items.push_back(
-      noting(Ability::wake, check("SchedulerPrefWakeupMachine", &Preferences::mCheckWakeupMachine,
-                                  t.text("PrefWake"), t.text("PrefWakeHelp"))));
-  page.items.push_back(
-      item("SchedulerLastWakeupTime", Kind::fact, t.text("PrefLastWake"), {}, [this] {
-        return ZAN_Value(
-            dateText(static_cast<ReferenceTime>(m.preferences.mSchedulerLastWakeupTime)));
-      }));
-  return page;
-}
-
-PreferencesModel::Page PreferencesModel::volumesPage() const {
-  const ZAN_StringTable& t = m.texts;
-  Page page{t.text("PrefPageVolumes"), {}};
-  page.items.push_back(
-      choice("SchedulerPrefSurveyVolumesFolder", &Preferences::mSurveyVolumesFolder,
-             t.text("PrefStray"), t.text("PrefStrayHelp"),
-             {t.text("PrefStrayNo"), t.text("PrefStrayTell"), t.text("PrefStrayDelete")}));
-  page.items.push_back(check("SchedulerPrefSurveyFreeSpace", &Preferences::mCheckFreeSpace,
-                             t.text("PrefFreeSpace"), t.text("PrefFreeSpaceHelp")));
-  page.items.push_back(check("SchedulerPrefAutoUnmountVolumes", &Preferences::mAutoUnmountVolumes,
-                             t.text("PrefAutoUnmount"), t.text("PrefAutoUnmountHelp")));
-  page.items.push_back(
-      item("SchedulerPrefCheckStartupHDFreeSpace", Kind::fact, t.text("PrefNextSpaceCheck"), {},
-           [this] { return ZAN_Value(dateText(m.preferences.mCheckStartupDiskFreeSpace.at())); }));
-  page.items.push_back(
-      item("SchedulerPrefCleanVolumesInfo", Kind::fact, t.text("PrefNextPruning"), {},
-           [this] { return ZAN_Value(dateText(m.preferences.mSchedulerCleanVolumesInfos.at())); }));
-  return page;
-}
-
-PreferencesModel::Page PreferencesModel::networkPage() const {
-  const ZAN_StringTable& t = m.texts;
-  Page page{t.text("PrefPageNetwork"), {}};
-  page.items.push_back(
-      noting(Ability::network,
-             check("SchedulerPrefAllowRemoteControl", &Preferences::mPrefAllowRemoteControl,
-                   t.text("PrefRemote"), t.text("PrefRemoteHelp"))));
-  page.items.push_back(
-      item("SchedulerPrefRemoteControlLocalName", Kind::text, t.text("PrefRemoteName"),
-           t.text("PrefRemoteNameHelp"),
-           [&prefs = m.preferences] { return ZAN_Value(prefs.mRemoteControlLocalName); }));
-  page.items.push_back(
-      item("SchedulerPrefRemoteControlPassword", Kind::password, t.text("PrefRemotePassword"), {},
-           [&prefs = m.preferences] { return ZAN_Value(prefs.mRemoteControlPassword); }));
-  constexpr const char* kAddresses = "SchedulerPrefRemoteControlAllowedAddresses";
-  page.items.push_back(item(kAddresses, Kind::text, t.text("PrefRemoteAddresses"),
-                            t.text("PrefRemoteAddressesHelp"), [&prefs = m.preferences] {
-                              const ZAN_Value stored = prefs.prefForKey(kAddresses);
-                              // Written by hand it may also be a list.
-                              std::string text = stored.string();
-                              for (const ZAN_Value& one : stored.elements())
-                                text += (text.empty() ? "" : ", ") + one.string();
-                              return ZAN_Value(text);
-                            }));
-  return page;
+  for (const int code : kModifiers)
+    if (isDown(keys, static_cast<std::size_t>(code))) append(static_cast<std::size_t>(code));
+  for (std::size_t code = 0; code < kKeys.size(); ++code)
+    if (isDown(keys, code) && !isModifier(code)) append(code);
+  return text;
 }
 
 }  // namespace corvana
