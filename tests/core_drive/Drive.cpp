@@ -195,7 +195,6 @@ std::string Drive::shortened(const std::string& path) const {
   return at == std::string::npos ? path : path.substr(0, at) + "~" + path.substr(at + home.size());
 }
 
-/// On one line: "{a=1 b=[x y]}", dates as the time of day, the home folder as "~".
 std::string Drive::text(const ZAN_Value& value, bool zerosToo) const {
   if (value.isNull()) return "-";
   if (const auto date = value.asDate()) return civil(*date).substr(11);

@@ -40,6 +40,9 @@ struct Drive : Scenario {
   /// From now on `launchedAfter` counts.
   void count() { mCountsFrom = machine.clock.now(); }
 
+  /// On one line: "{a=1 b=[x y]}", dates as the time of day, the home folder as "~".
+  std::string text(const ZAN_Value& value, bool zerosToo = true) const;
+
   SchedulerCommands& commands() { return agent->commands(); }
   SimulatedUserInterface& ui = machine.userInterface;
 
@@ -48,7 +51,6 @@ struct Drive : Scenario {
   std::map<std::string, std::string> values();
   /// Everything that grows: each line with what it tells of.
   std::vector<std::string> lines();
-  std::string text(const ZAN_Value& value, bool zerosToo = true) const;
   std::string shortened(const std::string& path) const;
 
   ReferenceTime mCountsFrom = 0;
