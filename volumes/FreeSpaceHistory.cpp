@@ -39,6 +39,12 @@ bool isSameVolume(const ZAN_Value& a, const ZAN_Value& b) {
          a["VolumeFolderName"].stringView() == b["VolumeFolderName"].stringView();
 }
 
+ZAN_Value entryOf(const ZAN_Value& volume) {
+  return ZAN_Value::dictionary({{"VolumeFolderName", volume.string("volName")},
+                                {"VolumeFolderVolumeSize", large(number(volume, "volSize"))},
+                                {"VolumeFolderVolumeDate", large(number(volume, "volDate"))}});
+}
+
 std::optional<std::size_t> indexOf(const ZAN_Value& entry, const ZAN_Value& list) {
   const auto entries = list.elements();
   const auto found = std::ranges::find_if(
@@ -109,6 +115,10 @@ void FreeSpaceHistory::addVolumesSurveyorData() {
   saveVolumesSurveyorList(list);
 }
 
+bool FreeSpaceHistory::isEntryOf(const ZAN_Value& entry, const ZAN_Value& volume) {
+  return isSameVolume(entry, entryOf(volume));
+}
+
 void FreeSpaceHistory::addSurveyorData(const ZAN_Value& volume, ZAN_Value& list) {
   const std::string name = volume.string("volName");
   if (name.empty() || volume.string("volPath").empty() || !volume.contains("volSize")) return;
@@ -122,10 +132,7 @@ void FreeSpaceHistory::addSurveyorData(const ZAN_Value& volume, ZAN_Value& list)
   const auto time = mStore.dates().calendar().components(static_cast<ReferenceTime>(now));
   const std::int64_t hour = now - time.minute * 60 - time.second;
 
-  ZAN_Value entry =
-      ZAN_Value::dictionary({{"VolumeFolderName", name},
-                             {"VolumeFolderVolumeSize", large(size)},
-                             {"VolumeFolderVolumeDate", large(number(volume, "volDate"))}});
+  ZAN_Value entry = entryOf(volume);
   ZAN_Value hours = ZAN_Value::array();
   if (const auto index = indexOf(entry, list)) {
     entry = list.at(*index);

@@ -35,6 +35,8 @@ class FreeSpaceHistory {
 
   /// The hour records of an entry, oldest first; empty when there is none or they are damaged.
   static ZAN_Value records(const ZAN_Value& entry);
+  /// Whether an entry tells of that volume, as ZAN_MountedVolumes describes it.
+  static bool isEntryOf(const ZAN_Value& entry, const ZAN_Value& volume);
 
  private:
   bool isKept(const ZAN_Value& records, std::int64_t now) const;
