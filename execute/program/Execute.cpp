@@ -16,7 +16,6 @@
 #include "execute/ExecuteRun.h"
 #include "execute/SignalWatch.h"
 #include "platform/linux/LinuxMachine.h"
-#include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
@@ -80,14 +79,12 @@ void perform(const ExecuteArguments& arguments) {
     ActionStore store(clock, machine, log);
     ActionTree tree(store.tree(), clock, log, texts);
     History history(store);
-    LinuxVolumes volumes(machine.loginName(), machine.homeFolder());
-    volumes.setPatience(kSecondsForADisk);
-    volumes.setShares(GvfsShares::now());
+    const auto volumes = GvfsShares::volumesNow(machine, kSecondsForADisk);
     ExecuteRun({{store, tree, history},
                 messages,
                 control,
                 [&] { return agentRuns(machine.homeFolder()); },
-                volumes})
+                *volumes})
         .perform(arguments);
     loop.performOnMain([&loop] { loop.quit(0); });
   });

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/MountTable.h"
 #include "platform/qt/BusNames.h"
 #include "platform/qt/QtApplication.h"
@@ -194,6 +195,13 @@ std::vector<Mount> GvfsShares::now() {
   }
   QDBusConnection::disconnectFromBus(name);
   return shares;
+}
+
+std::unique_ptr<Volumes> GvfsShares::volumesNow(const Machine& machine, double patience) {
+  auto volumes = std::make_unique<LinuxVolumes>(machine.loginName(), machine.homeFolder());
+  volumes->setPatience(patience);
+  volumes->setShares(now());
+  return volumes;
 }
 
 }  // namespace corvana

@@ -4,6 +4,7 @@
 #include <memory>
 #include <vector>
 
+#include "platform/Machine.h"
 #include "platform/Volumes.h"
 #include "platform/qt/BusConnection.h"
 
@@ -26,6 +27,9 @@ class GvfsShares {
   /// Those that are there now, for who looks once: asks over a connection of its own and waits two
   /// seconds at most. Thread: any where Qt's application object is there, else main.
   static std::vector<Mount> now();
+  /// All volumes of the machine, those shares among them, for who looks once; waits as `now` does.
+  /// `patience`: how many seconds one of them may take to answer when it is asked.
+  static std::unique_ptr<Volumes> volumesNow(const Machine& machine, double patience);
 
  private:
   class Private;
