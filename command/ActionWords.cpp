@@ -5,10 +5,7 @@
 #include <charconv>
 #include <ostream>
 
-#include "ZANCocoaFramework/ZAN_Json.h"
 #include "command/FolderDescription.h"
-#include "platform/linux/LinuxVolumes.h"
-#include "platform/qt/GvfsShares.h"
 
 namespace corvana {
 
@@ -66,18 +63,16 @@ bool ActionWords::fitsGroup() const {
 }
 
 Outcome ActionWords::describeFolders(CommandHome& home) {
-  LinuxVolumes volumes(home.machine().loginName(), home.machine().homeFolder());
-  volumes.setPatience(kSecondsForADisk);
-  volumes.setShares(GvfsShares::now());
+  const auto volumes = home.volumes(kSecondsForADisk);
   for (const std::string& source : mSources) {
     auto described =
-        FolderDescription::ofPath(source, FolderDescription::Role::source, mForce, volumes);
+        FolderDescription::ofPath(source, FolderDescription::Role::source, mForce, *volumes);
     if (!described) return described.error();
     mSourceDescriptions.push_back(*std::move(described));
   }
   if (mDestination) {
     auto described = FolderDescription::ofPath(*mDestination, FolderDescription::Role::destination,
-                                               mForce, volumes);
+                                               mForce, *volumes);
     if (!described) return described.error();
     mDestinationDescription = *std::move(described);
   }
@@ -131,30 +126,20 @@ Result<ProgrammedAction*> groupWithReference(ProgrammedAction& root, std::int64_
   return group;
 }
 
-std::string nextRunInWords(const ZAN_Value& settings, const CommandHome& home) {
-  const Schedule schedule(settings);
-  const auto date = home.tools().getNextScheduleDateForSettings(schedule, false);
-  if (date) return "next: " + (*date <= home.now() ? "now" : home.dateText(*date));
-  return "runs " + scheduleInWords(settings, home.calendar());
-}
-
-void reportAction(std::string_view done, const ZAN_Value& settings, const CommandHome& home,
-                  bool json, const Console& console) {
-  if (json) {
-    const auto date = home.tools().getNextScheduleDateForSettings(settings, false);
-    const auto text = ZAN_Json::jsonWithValue(
-        ZAN_Value::dictionary({{"done", done},
-                               {"reference", settings.integer("Ref")},
-                               {"title", settings.string("Title")},
-                               {"schedule", scheduleInWords(settings, home.calendar())},
-                               {"next", date ? ZAN_Value(*date) : ZAN_Value()}}),
-        {.plain = true});
-    console.out << (text ? *text : std::string()) << '\n';
-    return;
-  }
-  console.out << done << ' ' << settings.integer("Ref") << ": "
-              << printable(settings.string("Title")) << '\n'
-              << printable(nextRunInWords(settings, home)) << '\n';
+Answer answerAbout(std::string_view done, const ZAN_Value& settings, const CommandHome& home) {
+  const auto date = home.tools().getNextScheduleDateForSettings(settings, false);
+  const ZAN_Value value =
+      ZAN_Value::dictionary({{"done", done},
+                             {"reference", settings.integer("Ref")},
+                             {"title", settings.string("Title")},
+                             {"schedule", scheduleInWords(settings, home.calendar())},
+                             {"next", date ? ZAN_Value(*date) : ZAN_Value()}});
+  const bool isDue = date && *date <= home.now();
+  return {value, TextForm(home.calendar())
+                     .fill(isDue ? "{done} {reference}: {title}\nnext: now\n"
+                                 : "{done} {reference}: {title}\n"
+                                   "{next?next: {next:date}}{next!runs {schedule}}\n",
+                           value)};
 }
 
 }  // namespace corvana

@@ -7,7 +7,6 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "command/Arguments.h"
 #include "command/CommandHome.h"
 #include "command/ScheduleWords.h"
 
@@ -55,10 +54,7 @@ class ActionWords {
 Result<std::int64_t> referenceFrom(const std::string& word);
 /// The group with that reference below the root; the root for 0.
 Result<ProgrammedAction*> groupWithReference(ProgrammedAction& root, std::int64_t reference);
-/// "next: Tue 2026-11-24 08:00", or what starts the action instead.
-std::string nextRunInWords(const ZAN_Value& settings, const CommandHome& home);
-/// Says what was done to an action: a line of text with its next run, or with `json` an object.
-void reportAction(std::string_view done, const ZAN_Value& settings, const CommandHome& home,
-                  bool json, const Console& console);
+/// What was done to an action, with its next run.
+Answer answerAbout(std::string_view done, const ZAN_Value& settings, const CommandHome& home);
 
 }  // namespace corvana

@@ -1,11 +1,24 @@
 #include "command/CommandHome.h"
 
-#include <ostream>
+#include "actions/ComingRuns.h"
+#include "platform/qt/GvfsShares.h"
 
 namespace corvana {
 
+namespace {
+
+constexpr std::string_view kResources =
+    "Corvana 9.app/Contents/Resources/Corvana 9 Scheduler.app/Contents/Resources";
+constexpr int kLevels = 4;
+
+}  // namespace
+
+void ConsoleLog::write(const std::string& line) {
+  Writer(mConsole, false).complain(printable(line));
+}
+
 CommandHome::CommandHome(const Console& console)
-    : mLog(console.err),
+    : mLog(console),
       mStore(mClock, mMachine, mLog),
       mTree(mStore.tree(), mClock, mLog, mTexts),
       mTools(ZAN_DateUtils(mMachine.timeZoneName(), mMachine.regionName()), mClock.now()) {}
@@ -14,20 +27,50 @@ bool CommandHome::isThere() const {
   return ZAN_FilesUtils::isFolder(DataFolder(mMachine.homeFolder()).pathOf(""));
 }
 
+ProgrammedAction* CommandHome::action(std::int64_t reference) {
+  return isThere() ? mTree.rootItem().actionForReference(reference) : nullptr;
+}
+
+ZAN_Value CommandHome::comingRuns(std::size_t count) {
+  ProgrammedAction::Nodes actions;
+  if (isThere()) mTree.rootItem().getListOfAllProgrammedActions(actions);
+  ComingRuns runs(calendar(), now(), [this](const std::string& line) { mLog.write(line); });
+  for (const ProgrammedAction* action : actions) runs.add(action->schedule());
+  ZAN_Value list = ZAN_Value::array();
+  while (list.size() < count) {
+    const auto run = runs.next();
+    if (!run) break;
+    const ProgrammedAction& action = *actions[run->action];
+    list.append(ZAN_Value::dictionary({{"date", run->date},
+                                       {"ref", action.getReference()},
+                                       {"title", action.getTitle()},
+                                       {"shutdown", run->shutDown}}));
+  }
+  return list;
+}
+
+std::unique_ptr<Volumes> CommandHome::volumes(double patience) {
+  return GvfsShares::volumesNow(mMachine, patience);
+}
+
+Outcome CommandHome::loadAgentTexts(ZAN_StringTable& texts) const {
+  const std::string executable = mMachine.executablePath();
+  std::string_view folder = ZAN_FilesUtils::parentPath(executable);
+  for (int level = 0; level < kLevels; ++level) {
+    for (const std::string_view inside : {"", "lib/corvana9"}) {
+      const std::string product =
+          inside.empty() ? std::string(folder) : ZAN_FilesUtils::joinedPath(folder, inside);
+      const std::string resources = ZAN_FilesUtils::joinedPath(product, kResources);
+      if (ZAN_FilesUtils::isFolder(resources))
+        return texts.load(resources, mMachine.languageNames());
+    }
+    folder = ZAN_FilesUtils::parentPath(folder);
+  }
+  return Error{ErrorKind::absent, executable + ": the agent is not installed beside it"};
+}
+
 std::string CommandHome::dateText(ReferenceTime date) const {
   return calendar().format(date, "%a %Y-%m-%d %H:%M");
-}
-
-void CommandHome::ConsoleLog::write(const std::string& line) {
-  mOut << "corvana9: " << printable(line) << '\n';
-}
-
-std::string printable(std::string_view text) {
-  std::string result(text);
-  for (char& letter : result) {
-    if (static_cast<unsigned char>(letter) < ' ' || letter == '\x7f') letter = ' ';
-  }
-  return result;
 }
 
 }  // namespace corvana

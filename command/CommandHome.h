@@ -1,15 +1,26 @@
 #pragma once
 
-#include "ZANCocoaFramework/ZAN_DateUtils.h"
-#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include <memory>
+
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
 #include "command/Commands.h"
+#include "platform/Volumes.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/SystemClock.h"
 
 namespace corvana {
+
+/// What others write in a log, as reasons on the console's `err`.
+class ConsoleLog final : public SystemLog {
+ public:
+  explicit ConsoleLog(const Console& console) : mConsole(console) {}
+  void write(const std::string& line) override;
+
+ private:
+  const Console& mConsole;
+};
 
 /// The data folder of the user's home as a command opens it, with what else it needs to know of the
 /// machine. What the store has to say in the log goes to the console's `err`. Making one touches
@@ -28,19 +39,22 @@ class CommandHome {
   const ZAN_DateUtils& calendar() const { return mTools.calendar(); }
   ReferenceTime now() const { return mTools.now(); }
 
+  /// The action with that reference; null when there is none.
+  ProgrammedAction* action(std::int64_t reference);
+  /// The coming runs of all actions in order, `count` at most: an array of {"date" (as a number),
+  /// "ref", "title", "shutdown"}. With the last one it runs at a shut-down, not at the date.
+  ZAN_Value comingRuns(std::size_t count);
+  /// The volumes of the machine for one look around. `patience`: how many seconds one of them may
+  /// take to answer.
+  std::unique_ptr<Volumes> volumes(double patience);
+  /// Reads the agent's texts, which lie in its bundle: beside the folder of this command, or where
+  /// an installation puts it.
+  Outcome loadAgentTexts(ZAN_StringTable& texts) const;
+
   /// "Tue 2026-11-24 08:00".
   std::string dateText(ReferenceTime date) const;
 
  private:
-  class ConsoleLog final : public SystemLog {
-   public:
-    explicit ConsoleLog(std::ostream& out) : mOut(out) {}
-    void write(const std::string& line) override;
-
-   private:
-    std::ostream& mOut;
-  };
-
   SystemClock mClock;
   LinuxMachine mMachine;
   ConsoleLog mLog;
@@ -49,8 +63,5 @@ class CommandHome {
   ActionTree mTree;
   ActionsTools mTools;
 };
-
-/// A text from a file as it may be shown on a terminal: control characters become blanks.
-std::string printable(std::string_view text);
 
 }  // namespace corvana

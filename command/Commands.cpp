@@ -1,9 +1,14 @@
 #include "command/Commands.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
+#include <charconv>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <istream>
+#include <iterator>
 #include <ostream>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
@@ -11,6 +16,153 @@
 namespace corvana {
 
 namespace {
+
+/// What the help of `add` and `edit` says about the words for an action.
+constexpr std::string_view kActionHelp =
+    "  --title TEXT               another title (edit)\n"
+    "  --source FOLDER            what is copied; may be given several times\n"
+    "  --destination FOLDER       where to\n"
+    "  --mode copy|synchronise    synchronise also deletes what is gone from the source\n"
+    "  --context WHERE            office, home or nomad: it runs in this context alone; any: in "
+    "all\n"
+    "  --shortcut KEY             a short word to find it by\n"
+    "  --group REF                the group it lies in; 0 is the top\n"
+    "  --force                    take folders that are not there\n"
+    "WHEN it runs (without any of these a new action runs only when it is launched, and an edited\n"
+    "one as before):\n"
+    "  --daily 08:00              every day\n"
+    "  --weekly mon,thu           on days of the week, with --at 18:30\n"
+    "  --monthly WHEN             with --at 18:30; WHEN is 1,15 (days), first-day, last-day,\n"
+    "                             first-working-day, last-working-day, first-fri, second-fri or\n"
+    "                             last-fri\n"
+    "  --yearly 29.2.             once a year, with --at 18:30\n"
+    "  --every 15m                every 15 minutes (or 2h)\n"
+    "  --hourly                   at every full hour\n"
+    "  --on-mount                 when one of its volumes is mounted\n"
+    "  --on-idle 20               when nobody has used the machine for 20 minutes\n"
+    "  --on-quit APP              when an application quits\n"
+    "  --at-startup               when the agent starts\n"
+    "  --at-shutdown              before the machine is shut down\n"
+    "  --manual                   only when it is launched\n"
+    "  --hours 08:00-18:00        only between these times (any: at all times)\n";
+
+constexpr std::array kCommands{
+    Command{"tree", "[--json]", "show the actions with their schedules and next dates", "",
+            treeCommand},
+    Command{"add", "TITLE --source FOLDER --destination FOLDER [WHEN] [--json]",
+            "add an action that copies folders", kActionHelp, addCommand},
+    Command{"edit", "REF [--title TEXT] [--source FOLDER …] [WHEN] [--json]", "change an action",
+            kActionHelp, editCommand},
+    Command{"remove", "REF [--force]", "remove an action or a group",
+            "  --force   remove a group with all that is in it\n", removeCommand},
+    Command{"group", "TITLE [--group REF] [--shortcut KEY]", "add a group",
+            "  --group REF      the group it lies in; 0 is the top\n"
+            "  --shortcut KEY   a short word to find it by\n",
+            groupCommand},
+    Command{"next", "[--count N] [--ics] | --records FILE --now SECONDS", "show the coming runs",
+            "The coming runs of all actions, the next first.\n"
+            "  --count N              so many of them; 10 without it\n"
+            "  --ics                  as a calendar\n"
+            "  --records FILE         the next date of each settings record of a JSON array, one\n"
+            "                         line each: {\"date\": seconds or null, \"shutdown\": bool};\n"
+            "                         FILE may be \"-\" for the standard input\n"
+            "  --now SECONDS          taken as now, in seconds since 2001-01-01 00:00:00 UTC\n"
+            "  --first-after-startup  as the first evaluation after start-up finds them\n"
+            "Times are those of the zone that TZ names, else of the machine's.\n",
+            nextCommand},
+    Command{"why", "REF [--json]", "say why an action does not run now, and what would make it run",
+            "Asks the agent what it does; without one it looks at files and processes.\n",
+            whyCommand},
+    Command{"status", "[--json]", "show what the agent does, or what its files say", "",
+            statusCommand},
+    Command{"queue", "[--json]", "show the queue, or what was saved of it", "", queueCommand},
+    Command{"launch", "REF [--estimate] [--json]", "queue an action now",
+            "The agent answers \"queued\" or why not.\n"
+            "  --estimate   only count what there is to copy\n",
+            launchCommand},
+    Command{"enable", "[--json]", "turn automatic execution on",
+            "Without a running agent it is stored for its next start.\n", enableCommand},
+    Command{
+        "disable", "[--json]", "turn automatic execution off",
+        "Actions then run only when they are launched. Without a running agent it is stored for\n"
+        "its next start.\n",
+        disableCommand},
+    Command{"pause", "[--json]", "pause the agent and what is being executed",
+            "Nothing new is started meanwhile.\n", pauseCommand},
+    Command{"continue", "[--json]", "let the agent and what is being executed go on", "",
+            continueCommand},
+    Command{"stop", "[--json]", "stop what is being executed",
+            "What was copied stays; the next run goes on from there.\n", stopCommand},
+    Command{"skip", "[--json]", "leave out the item that is being copied", "", skipCommand},
+    Command{"post", "NAME OBJECT [JSON]", "send a message to the programs of Corvana 9",
+            "NAME is the name that a program listens to; agent, execute, main and shutdown stand\n"
+            "for those of Corvana 9. JSON is an object with the details, as dump writes it; \"-\" "
+            "reads\n"
+            "it from the standard input. Nobody answers a message.\n",
+            postCommand},
+    Command{"watch", "[--json]", "print messages and changes as they come, until interrupted",
+            "  --json   one object a line\n", watchCommand},
+    Command{"log", "[--count N] [--json]", "show what happened, newest last",
+            "  --count N   the last N events; 20 without it\n", logCommand},
+    Command{"history", "[--count N] [--json]",
+            "show the executions with their duration and result, newest last",
+            "  --count N   the last N executions; 20 without it\n"
+            "How late an execution began is told where the log still has its launch.\n",
+            historyCommand},
+    Command{"volumes", "[--weeks N] [--json]",
+            "show the volumes, how they are told apart, and their free space over time",
+            "  --weeks N   as far back as the second chart goes; without it as far as the agent\n"
+            "              remembers, 26 at most\n"
+            "A bar's height is the free part of the volume; it is blank where the agent did not\n"
+            "look. Volumes that are not mounted are shown while the agent remembers them.\n",
+            volumesCommand},
+    Command{"peers", "[--json]", "list the machines of the network that can be controlled",
+            "Each with its state and the actions that it lets others launch.\n", peersCommand},
+    Command{"peer", "NAME launch REF… | activate | deactivate | message TEXT [--json]",
+            "control another machine",
+            "NAME is the machine's name, its identifier, or the name of its service in full. Its\n"
+            "password is asked for at the terminal when it has one.\n"
+            "  --password-file FILE   the first line of the file is the password\n"
+            "activate and deactivate wait until the machine has followed; to the others nobody\n"
+            "answers.\n",
+            peerCommand},
+    Command{"report", "[--date YYYY-MM-DD | --preview | --mail] [--json]",
+            "show the report of a day, or the mail that tells of it",
+            "Without a date, that of today.\n"
+            "  --date      that of another day\n"
+            "  --preview   show the report as it would be mailed now\n"
+            "  --mail      mail it now, with the settings of the main application, and show how\n"
+            "              the mail server answers\n",
+            reportCommand},
+    Command{
+        "mail",
+        "[--server HOST --from ADDRESS --to ADDRESS[,ADDRESS] …] [--body-file FILE] [--json]",
+        "send one message and show how the mail server answers",
+        "Without --server it takes the server and the addresses that are set for the reports, so\n"
+        "that these settings are tested.\n"
+        "  --server HOST         and what it is asked for:\n"
+        "  --ports LIST          tried in order, by comma; 25,465,587 without it\n"
+        "  --tls N               0 none, 1 when the server offers it, 2 required\n"
+        "  --method N            0 no login, 1 LOGIN, 2 CRAM-MD5\n"
+        "  --user NAME           for the login\n"
+        "  --password-file FILE  its first line\n"
+        "  --from ADDRESS        or \"Name <ADDRESS>\"; so with --to\n"
+        "  --to LIST             by comma\n"
+        "  --subject TEXT\n"
+        "  --crformat N          line ends of the body: 1 to <br>, 2 from it, 0 as the system\n"
+        "  --body-file FILE      \"-\" is the standard input; a few words without it\n"
+        "Prints \"status N\", \"info TEXT\" and \"error CODE TEXT\" as they come. The file that\n"
+        "SSL_CERT_FILE names adds authorities to those of the system.\n",
+        mailCommand},
+    Command{"dump", "FILE [--mask]", "show a data file as JSON",
+            "Reads the agent's own archives, keyed archives and property lists, told apart by "
+            "content.\n"
+            "  --mask   hide passwords\n",
+            dumpCommand},
+    Command{"pack", "JSON FILE", "write a data file from JSON",
+            "JSON may be \"-\" for the standard input. FILE is replaced as a whole.\n",
+            packCommand},
+};
 
 void printUsage(std::ostream& out) {
   out << "usage: corvana9 COMMAND …\n\n"
@@ -38,14 +190,83 @@ void printHelp(const Command& command, std::ostream& out) {
 
 }  // namespace
 
-int failed(const Console& console, const Error& error) {
-  console.err << "corvana9: " << error.text << '\n';
-  return kCouldNot;
+Arguments::Arguments(std::vector<std::string> words) {
+  const auto border = std::find(words.begin(), words.end(), "--");
+  mFlags.assign(words.begin(), border);
+  if (border != words.end()) mBehind.assign(border + 1, words.end());
 }
 
-int wrongWords(const Console& console, const Error& error) {
-  failed(console, error);
-  return kWrongWords;
+bool Arguments::flag(std::string_view name) { return std::erase(mFlags, name) > 0; }
+
+std::optional<std::string> Arguments::option(std::string_view name) {
+  auto values = options(name);
+  return values.empty() ? std::nullopt : std::optional(std::move(values.back()));
+}
+
+std::vector<std::string> Arguments::options(std::string_view name) {
+  std::vector<std::string> values;
+  const std::string joined = std::string(name) + "=";
+  for (auto it = mFlags.begin(); it != mFlags.end();) {
+    if (it->starts_with(joined)) {
+      values.push_back(it->substr(joined.size()));
+      it = mFlags.erase(it);
+    } else if (*it == name) {
+      it = mFlags.erase(it);
+      if (it == mFlags.end()) {
+        complain(std::string(name) + " needs a value");
+      } else {
+        values.push_back(std::move(*it));
+        it = mFlags.erase(it);
+      }
+    } else {
+      ++it;
+    }
+  }
+  return values;
+}
+
+std::optional<std::int64_t> Arguments::number(std::string_view name, std::int64_t least,
+                                              std::int64_t most) {
+  const auto text = option(name);
+  if (!text) return std::nullopt;
+  std::int64_t value = 0;
+  const char* end = text->data() + text->size();
+  const auto [stop, error] = std::from_chars(text->data(), end, value);
+  if (error != std::errc() || stop != end || value < least || value > most) {
+    complain(std::string(name) + " wants a number from " + std::to_string(least) + " to " +
+             std::to_string(most) + ", not \"" + *text + "\"");
+    return std::nullopt;
+  }
+  return value;
+}
+
+void Arguments::complain(std::string reason) {
+  if (mComplaint.empty()) mComplaint = std::move(reason);
+}
+
+Result<std::vector<std::string>> Arguments::words(std::size_t least, std::size_t most) {
+  if (!mComplaint.empty()) return Error{ErrorKind::refused, mComplaint};
+  for (const std::string& word : mFlags) {
+    // "-" alone stands for the standard streams, and a negative number is a value.
+    if (word.size() > 1 && word[0] == '-' && (word[1] < '0' || word[1] > '9')) {
+      return Error{ErrorKind::refused, "unknown option " + word};
+    }
+  }
+  std::vector<std::string> all = std::move(mFlags);
+  all.insert(all.end(), mBehind.begin(), mBehind.end());
+  if (all.size() < least) return Error{ErrorKind::refused, "something is missing"};
+  if (all.size() > most) return Error{ErrorKind::refused, "one word too many: " + all[most]};
+  return all;
+}
+
+std::span<const Command> commands() { return kCommands; }
+
+Result<std::string> readText(const std::string& path, const Console& console) {
+  if (path == "-") return std::string(std::istreambuf_iterator<char>(console.in), {});
+  std::ifstream file(path, std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(file), {}};
+  if (!file.is_open() || file.bad()) return Error{ErrorKind::unreadable, path + ": cannot be read"};
+  return text;
 }
 
 int runCommandLine(const std::vector<std::string>& words, const Console& console) {
@@ -69,11 +290,12 @@ int runCommandLine(const std::vector<std::string>& words, const Console& console
   }
   if (const auto home = arguments.option("--home")) {
     if (!ZAN_FilesUtils::isFolder(*home)) {
-      return failed(console, {ErrorKind::absent, *home + ": not a folder"});
+      return Writer(console, false).finish(Error{ErrorKind::absent, *home + ": not a folder"});
     }
     ::setenv("HOME", std::filesystem::absolute(*home).c_str(), 1);
   }
-  const int code = command->run(arguments, console);
+  const Answer answer = command->run(arguments, console);
+  const int code = Writer(console, arguments.wantsJson()).finish(answer);
   if (code == kWrongWords) {
     console.err << "usage: corvana9 " << command->name << ' ' << command->arguments << '\n';
   }

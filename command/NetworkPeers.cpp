@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <map>
 #include <optional>
-#include <ostream>
 #include <set>
 #include <tuple>
 
@@ -22,15 +21,6 @@ constexpr double kPatienceForAll = 8;
 constexpr double kPatienceForTwins = 3;
 constexpr double kPatienceForOne = 10;
 
-class ConsoleLog final : public SystemLog {
- public:
-  explicit ConsoleLog(std::ostream& out) : mOut(out) {}
-  void write(const std::string& line) override { mOut << "corvana9: " << line << '\n'; }
-
- private:
-  std::ostream& mOut;
-};
-
 std::optional<NetworkPeer> peerOf(const FoundService& service) {
   auto name = ServiceName::parse(service.name);
   if (!name) return std::nullopt;
@@ -46,24 +36,23 @@ std::optional<NetworkPeer> peerOf(const FoundService& service) {
 
 class NetworkPeers::Search {
  public:
-  explicit Search(const Console& console) : mConsole(console), mLog(console.err) {
-    mBrowsing =
-        mServices.browse(kRemoteServiceType, kRemoteServiceDomain,
-                         {[this](const FoundService& service) { found(service); },
-                          [this](const std::string& name) {
-                            mPeers.erase(name);
-                            if (onLost) onLost();
-                          },
-                          [this](const std::string& name, int code, const std::string& reason) {
-                            mConsole.err << "corvana9: " << printable(name)
-                                         << ": NetService did not resolve: " << code << " ("
-                                         << printable(reason) << ")\n";
-                          },
-                          [this] { end(); },
-                          [this](const std::string& reason) {
-                            mFailure = reason;
-                            end();
-                          }});
+  explicit Search(const Console& console) : mLog(console) {
+    mBrowsing = mServices.browse(
+        kRemoteServiceType, kRemoteServiceDomain,
+        {[this](const FoundService& service) { found(service); },
+         [this](const std::string& name) {
+           mPeers.erase(name);
+           if (onLost) onLost();
+         },
+         [this](const std::string& name, int code, const std::string& reason) {
+           mLog.write(name + ": NetService did not resolve: " + std::to_string(code) + " (" +
+                      reason + ")");
+         },
+         [this] { end(); },
+         [this](const std::string& reason) {
+           mFailure = reason;
+           end();
+         }});
   }
 
   /// The loop runs until something ends it, so many seconds at most.
@@ -81,7 +70,6 @@ class NetworkPeers::Search {
     if (onFound) onFound(kept);
   }
 
-  const Console& mConsole;
   /// Whether one machine is seen in two states: it has just changed, and the old one fades away.
   bool hasTwins() const {
     std::set<std::tuple<std::string, std::string, std::int64_t>> seen;

@@ -1,15 +1,12 @@
+// The command for the coming runs: as a list, as a calendar, or of records that it is given.
+
+#include <array>
 #include <charconv>
 #include <cmath>
-#include <fstream>
-#include <istream>
-#include <iterator>
 #include <ostream>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
-#include "actions/ActionsTools.h"
 #include "command/CommandHome.h"
-#include "command/Commands.h"
-#include "command/RunsText.h"
 
 namespace corvana {
 
@@ -26,83 +23,125 @@ std::optional<ReferenceTime> numberOf(const std::string& text) {
   return value;
 }
 
-Result<std::string> contentsOf(const std::string& path, const Console& console) {
-  if (path == "-") return std::string(std::istreambuf_iterator<char>(console.in), {});
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return Error{ErrorKind::unreadable, path + ": cannot be read"};
-  return std::string(std::istreambuf_iterator<char>(file), {});
+/// The shortest decimal number that reads as the same instant.
+std::string secondsText(ReferenceTime date) {
+  std::array<char, 32> buffer{};
+  const auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), date);
+  return {buffer.data(), result.ptr};
 }
 
-ActionsTools::Log logTo(const Console& console) {
-  return [&console](const std::string& line) { console.err << "corvana9: " << line << '\n'; };
+/// A text value of iCalendar.
+std::string escaped(std::string_view text) {
+  std::string result;
+  for (const char c : text) {
+    if (c == '\\' || c == ';' || c == ',') result += '\\';
+    if (c == '\n') {
+      result += "\\n";
+    } else if (static_cast<unsigned char>(c) >= 0x20 || c == '\t') {
+      result += c;
+    }
+  }
+  return result;
 }
 
-int printDatesOfRecords(const std::string& path, ReferenceTime now, bool firstAfterStartup,
-                        const Console& console) {
-  const Result<std::string> json = contentsOf(path, console);
-  if (!json) return failed(console, json.error());
+/// Adds a line, folded so that none is longer than 75 bytes and no character is cut.
+void addLine(std::string& document, std::string line) {
+  constexpr std::size_t kLongest = 75;
+  while (line.size() > kLongest) {
+    std::size_t cut = kLongest;
+    while (cut > 1 && (static_cast<unsigned char>(line[cut]) & 0xC0) == 0x80) --cut;
+    document.append(line, 0, cut) += "\r\n";
+    line.replace(0, cut, " ");
+  }
+  document += line + "\r\n";
+}
+
+/// An iCalendar document (RFC 5545) with one event a run, in UTC.
+std::string calendarOf(const ZAN_Value& runs, const CommandHome& home) {
+  const ZAN_DateUtils utc("UTC", "C");
+  const std::string_view pattern = "%Y%m%dT%H%M%SZ";
+  std::string document;
+  addLine(document, "BEGIN:VCALENDAR");
+  addLine(document, "VERSION:2.0");
+  addLine(document, "PRODID:-//Corvana 9//Scheduler//EN");
+  addLine(document, "X-WR-TIMEZONE:" + escaped(home.calendar().zoneName()));
+  for (const ZAN_Value& run : runs.elements()) {
+    const std::string start = utc.format(run["date"].doubleValue(), pattern);
+    addLine(document, "BEGIN:VEVENT");
+    addLine(document, "UID:" + start + "-" + std::to_string(run.integer("ref")) + "@corvana9");
+    addLine(document, "DTSTAMP:" + utc.format(home.now(), pattern));
+    addLine(document, "DTSTART:" + start);
+    addLine(document, "SUMMARY:" + escaped(run["title"].stringView()));
+    if (run["shutdown"].boolValue())
+      addLine(document, "DESCRIPTION:Runs when the machine is shut down.");
+    addLine(document, "TRANSP:TRANSPARENT");
+    addLine(document, "END:VEVENT");
+  }
+  addLine(document, "END:VCALENDAR");
+  return document;
+}
+
+Answer datesOfRecords(const std::string& path, ReferenceTime now, bool firstAfterStartup,
+                      const Console& console) {
+  const Result<std::string> json = readText(path, console);
+  if (!json) return json.error();
   const Result<ZAN_Value> records = ZAN_Json::valueWithJson(*json);
-  if (!records) return failed(console, {records.error().kind, path + ": " + records.error().text});
-  if (!records->isArray())
-    return failed(console, {ErrorKind::damaged, path + ": not an array of records"});
+  if (!records) return Error{records.error().kind, path + ": " + records.error().text};
+  if (!records->isArray()) return Error{ErrorKind::damaged, path + ": not an array of records"};
   const std::string zone = ZAN_DateUtils::systemZoneName();
   const ZAN_DateUtils calendar(zone, ZAN_DateUtils::systemRegionName());
-  if (!calendar.isKnownZone())
-    console.err << "corvana9: " << zone << ": unknown time zone, UTC is used\n";
-  const ActionsTools tools(calendar, now, logTo(console));
+  ConsoleLog log(console);
+  if (!calendar.isKnownZone()) log.write(zone + ": unknown time zone, UTC is used");
+  const ActionsTools tools(calendar, now, [&log](const std::string& line) { log.write(line); });
+  std::string lines;
   for (const ZAN_Value& record : records->elements()) {
     bool shutDown = false;
     const auto date = tools.getNextScheduleDateForSettings(record, firstAfterStartup, &shutDown);
-    console.out << "{\"date\": " << (date ? secondsText(*date) : "null")
-                << ", \"shutdown\": " << (shutDown ? "true" : "false") << "}\n";
+    lines += "{\"date\": " + (date ? secondsText(*date) : "null") +
+             ", \"shutdown\": " + (shutDown ? "true" : "false") + "}\n";
   }
-  return kDone;
+  return Answer::ofText(lines);
 }
 
-struct Form {
-  std::int64_t count = kUsualCount;
-  bool json = false;
-  bool ics = false;
-};
-
-int printComingRuns(const Form& form, const Console& console) {
+Answer comingRuns(std::size_t count, bool asCalendar, const Console& console) {
   CommandHome home(console);
-  const std::vector<NamedRun> list =
-      comingRuns(home, static_cast<std::size_t>(form.count), console);
-  if (form.ics) {
-    console.out << icsOfRuns(list, home);
-  } else if (form.json) {
-    console.out << jsonOfRuns(list);
-  } else {
-    console.out << textOfRuns(list, home);
-  }
-  return kDone;
+  const ZAN_Value runs = home.comingRuns(count);
+  if (asCalendar) return Answer::ofText(calendarOf(runs, home));
+  TextForm form(home.calendar());
+  form.with("when", [&](const ZAN_Value& run) {
+    if (run["date"].doubleValue() <= home.now()) return "  (due now)";
+    return run["shutdown"].boolValue() ? "  (at shutdown)" : "";
+  });
+  return {runs,
+          form.fill("{!No run is scheduled.\n}{*{date:date}  {title} [{ref}]{:when}\n}", runs)};
 }
 
 }  // namespace
 
-int nextCommand(Arguments& arguments, const Console& console) {
+Answer nextCommand(Arguments& arguments, const Console& console) {
+  const bool json = arguments.json();
+  const bool asCalendar = arguments.flag("--ics");
   const std::optional<std::string> records = arguments.option("--records");
   const std::optional<std::string> nowText = arguments.option("--now");
   const std::optional<ReferenceTime> now = nowText ? numberOf(*nowText) : std::nullopt;
   const bool firstAfterStartup = arguments.flag("--first-after-startup");
   const std::optional<std::int64_t> count = arguments.number("--count", 1, kMostRuns);
-  const Form form{count.value_or(kUsualCount), arguments.json(), arguments.flag("--ics")};
   if (nowText && !now)
     arguments.complain("--now wants seconds since 2001-01-01 00:00:00 UTC, not \"" + *nowText +
                        "\"");
   if (records) {
     if (!nowText) arguments.complain("--records wants --now too");
-    if (count || form.ics) arguments.complain("--count and --ics do not go with --records");
+    if (count || asCalendar) arguments.complain("--count and --ics do not go with --records");
   } else if (nowText || firstAfterStartup) {
     arguments.complain("--now and --first-after-startup go with --records");
-  } else if (form.ics && form.json) {
+  } else if (asCalendar && json) {
     arguments.complain("--ics or --json, not both");
   }
   const auto words = arguments.words(0, 0);
-  if (!words) return wrongWords(console, words.error());
-  return records ? printDatesOfRecords(*records, *now, firstAfterStartup, console)
-                 : printComingRuns(form, console);
+  if (!words) return wrongWords(words.error());
+  return records ? datesOfRecords(*records, *now, firstAfterStartup, console)
+                 : comingRuns(static_cast<std::size_t>(count.value_or(kUsualCount)), asCalendar,
+                              console);
 }
 
 }  // namespace corvana

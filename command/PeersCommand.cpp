@@ -7,14 +7,11 @@
 #include <algorithm>
 #include <fstream>
 #include <optional>
-#include <ostream>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
-#include "command/Commands.h"
 #include "command/NetworkPeers.h"
-#include "command/RunningAgent.h"
 #include "remote/UtilsCommon.h"
 
 namespace corvana {
@@ -48,19 +45,11 @@ ZAN_Value asValue(const NetworkPeer& peer) {
                                 {"actions", actions}});
 }
 
-void print(const NetworkPeer& peer, const CommandHome& home, std::ostream& out) {
-  out << printable(peer.name.machine) << ": " << (peer.name.active ? "active" : "switched off")
-      << (peer.name.locked ? ", locked" : "")
-      << (peer.name.passwordCode != 0 ? ", asks for a password" : "") << "; user " << peer.name.user
-      << ", machine " << printable(peer.name.identifier) << ", " << printable(peer.service.address)
-      << '\n';
-  for (const LaunchableAction& action : peer.actions) {
-    out << "  " << namedAction(printable(action.title), action.ref);
-    if (action.lastScheduleDate != 0)
-      out << ", last on " << home.dateText(static_cast<double>(action.lastScheduleDate));
-    out << '\n';
-  }
-}
+constexpr std::string_view kPeerLines =
+    "{!No machine of the network can be controlled.\n}"
+    "{*{name}: {active?active}{active!switched off}{locked?, locked}"
+    "{password?, asks for a password}; user {user}, machine {identifier}, {address}\n"
+    "{actions*  {:action}{lastScheduleDate?, last on {lastScheduleDate:date}}\n}}";
 
 Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name) {
   const auto peers = network.all();
@@ -150,68 +139,54 @@ void tellUnknown(const RemoteCommand& command, const NetworkPeer& peer, const Co
   if (launch == nullptr) return;
   for (const std::int64_t ref : launch->references) {
     if (std::ranges::find(peer.actions, ref, &LaunchableAction::ref) == peer.actions.end())
-      console.err << "corvana9: " << ref << ": not among the actions that "
-                  << printable(peer.name.machine) << " shows; asked for all the same\n";
+      Writer(console, false)
+          .complain(std::to_string(ref) + ": not among the actions that " +
+                    printable(peer.name.machine) + " shows; asked for all the same");
   }
 }
 
 }  // namespace
 
-int peersCommand(Arguments& arguments, const Console& console) {
-  const bool json = arguments.json();
+Answer peersCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
   const auto words = arguments.words(0, 0);
-  if (!words) return wrongWords(console, words.error());
+  if (!words) return wrongWords(words.error());
   NetworkPeers network(console);
   const auto peers = network.all();
-  if (!peers) return failed(console, peers.error());
+  if (!peers) return peers.error();
   const CommandHome home(console);
   ZAN_Value list = ZAN_Value::array();
-  for (const NetworkPeer& peer : *peers) {
-    if (json) {
-      list.append(asValue(peer));
-    } else {
-      print(peer, home, console.out);
-    }
-  }
-  if (json) console.out << jsonText(list);
-  if (!json && peers->empty()) console.out << "No machine of the network can be controlled.\n";
-  return kDone;
+  for (const NetworkPeer& peer : *peers) list.append(asValue(peer));
+  return {list, TextForm(home.calendar()).fill(kPeerLines, list)};
 }
 
-int peerCommand(Arguments& arguments, const Console& console) {
-  const bool json = arguments.json();
+Answer peerCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
   const auto passwordFile = arguments.option("--password-file");
   const auto words = arguments.words(2, 2 + kMostReferences);
-  if (!words) return wrongWords(console, words.error());
+  if (!words) return wrongWords(words.error());
   CommandHome home(console);
   const auto wish = wishOf(*words, home.machine().networkName());
-  if (!wish) return wrongWords(console, wish.error());
+  if (!wish) return wrongWords(wish.error());
   NetworkPeers network(console);
   const auto peer = peerNamed(network, words->front());
-  if (!peer) return failed(console, peer.error());
+  if (!peer) return peer.error();
   const std::string name = printable(peer->name.machine);
   if (peer->name.locked)
-    return failed(console, {ErrorKind::refused, name + ": it does not let itself be controlled"});
-  if (const Outcome checked = checkPassword(*peer, passwordFile); !checked)
-    return failed(console, checked.error());
+    return Error{ErrorKind::refused, name + ": it does not let itself be controlled"};
+  if (const Outcome checked = checkPassword(*peer, passwordFile); !checked) return checked.error();
   tellUnknown(wish->command, *peer, console);
-  if (const Outcome sent = NetworkPeers::send(*peer, wish->command); !sent)
-    return failed(console, sent.error());
+  if (const Outcome sent = NetworkPeers::send(*peer, wish->command); !sent) return sent.error();
   if (wish->active) {
     const auto follows = [&](const NetworkPeer& other) {
       return other.name.identifier == peer->name.identifier && other.name.user == peer->name.user &&
              other.name.active == *wish->active;
     };
     if (!network.waitFor(follows, kPatienceForChange))
-      return failed(console, {ErrorKind::refused, name + ": it was told, and has not followed"});
+      return Error{ErrorKind::refused, name + ": it was told, and has not followed"};
   }
-  if (json) {
-    console.out << jsonText(
-        ZAN_Value::dictionary({{"name", peer->name.machine}, {"command", (*words)[1]}}));
-  } else {
-    console.out << name << ' ' << wish->done << ".\n";
-  }
-  return kDone;
+  return {ZAN_Value::dictionary({{"name", peer->name.machine}, {"command", (*words)[1]}}),
+          name + ' ' + wish->done + ".\n"};
 }
 
 }  // namespace corvana

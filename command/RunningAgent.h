@@ -47,11 +47,11 @@ inline constexpr const char* kExecuteName = "CVA9_ExecuteNotification";
 inline constexpr const char* kMainApplicationName = "CVA9_MainAppliNotification";
 inline constexpr const char* kShutDownName = "CVA9_ShutDownNotification";
 
-/// A value as JSON for programs, dates as seconds since 2001-01-01 00:00:00 UTC.
-std::string jsonText(const ZAN_Value& value, bool compact = false);
 /// "office", "home", "nomad", or nothing.
 std::string contextName(std::int64_t context);
-/// The title of an action with its reference: "Letters [785000000]".
-std::string namedAction(const std::string& title, std::int64_t reference);
+/// Tells a running agent that the stored tree has changed, so that it reads it again at once, and
+/// waits until the bus has it. Does nothing when there is no session bus: the agent finds the
+/// change by itself at its next evaluation.
+void tellAgentThatActionListChanged();
 
 }  // namespace corvana

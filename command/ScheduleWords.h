@@ -8,7 +8,7 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "command/Arguments.h"
+#include "command/Commands.h"
 
 namespace corvana {
 

@@ -1,9 +1,5 @@
-#include <ostream>
-
-#include "ZANCocoaFramework/ZAN_Json.h"
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
-#include "command/Commands.h"
 
 namespace corvana {
 
@@ -16,30 +12,6 @@ std::string typeText(std::int64_t type) {
 }
 
 std::string pathOf(const ZAN_Value& folder) { return folder.string("VolumeFolderPath"); }
-
-void printNodes(const ProgrammedAction& group, const CommandHome& home, const std::string& indent,
-                std::ostream& out) {
-  for (const auto& child : group.getChildrenList()) {
-    const ZAN_Value& settings = child->getSettings();
-    out << indent << '[' << child->getReference() << "] " << printable(child->getTitle());
-    if (!child->getShortcut().empty()) out << " (" << printable(child->getShortcut()) << ')';
-    if (child->isGroup()) {
-      out << (child->numberOfChildren() == 0 ? ", an empty group\n" : ", group\n");
-      printNodes(*child, home, indent + "    ", out);
-      continue;
-    }
-    out << ", " << typeText(child->actionType()) << '\n' << indent << "    ";
-    out << printable(scheduleInWords(settings, home.calendar())) << '\n';
-    if (const auto date = home.tools().getNextScheduleDateForSettings(child->schedule(), false)) {
-      out << indent << "    next: " << (*date <= home.now() ? "now" : home.dateText(*date)) << '\n';
-    }
-    const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
-    for (const ZAN_Value& source : ActionsTools::getSourcesForAction(settings)) {
-      out << indent << "    from " << printable(pathOf(source)) << '\n';
-    }
-    if (!destination.isNull()) out << indent << "    to " << printable(pathOf(destination)) << '\n';
-  }
-}
 
 ZAN_Value nodesAsValue(const ProgrammedAction& group, const CommandHome& home) {
   std::vector<ZAN_Value> nodes;
@@ -74,32 +46,49 @@ ZAN_Value nodesAsValue(const ProgrammedAction& group, const CommandHome& home) {
   return ZAN_Value::array(std::move(nodes));
 }
 
+constexpr std::string_view kNodeLines =
+    "{*[{reference}] {title}{shortcut? ({shortcut})}"
+    "{group?, {children!an empty }group\n{children:nodes}}"
+    "{group!, {type:type}\n    {schedule}\n{next?    next: {next:next}\n}"
+    "{sources*    from {}\n}{:destination}}}";
+
+std::string indented(const std::string& lines) {
+  std::string text;
+  for (std::size_t start = 0; start < lines.size();) {
+    const std::size_t end = lines.find('\n', start) + 1;
+    text += "    " + lines.substr(start, end - start);
+    start = end;
+  }
+  return text;
+}
+
 }  // namespace
 
-int treeCommand(Arguments& arguments, const Console& console) {
-  const bool json = arguments.json();
-  if (const auto words = arguments.words(0, 0); !words) return wrongWords(console, words.error());
+Answer treeCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
+  if (const auto words = arguments.words(0, 0); !words) return wrongWords(words.error());
   CommandHome home(console);
   if (home.isThere()) {
     home.tree().rootItem();
     if (!home.store().tree().actionsListWasReadable()) {
-      return failed(console,
-                    {ErrorKind::unreadable,
-                     home.store().folder().pathOf(DataFolder::kActions) + ": cannot be read"});
+      return Error{ErrorKind::unreadable,
+                   home.store().folder().pathOf(DataFolder::kActions) + ": cannot be read"};
     }
   }
-  if (json) {
-    const auto text = ZAN_Json::jsonWithValue(
-        home.isThere() ? nodesAsValue(home.tree().rootItem(), home) : ZAN_Value::array(),
-        {.plain = true});
-    if (!text) return failed(console, text.error());
-    console.out << *text << '\n';
-  } else if (!home.isThere() || home.tree().rootItem().numberOfChildren() == 0) {
-    console.out << "no actions\n";
-  } else {
-    printNodes(home.tree().rootItem(), home, "", console.out);
-  }
-  return kDone;
+  const ZAN_Value nodes =
+      home.isThere() ? nodesAsValue(home.tree().rootItem(), home) : ZAN_Value::array();
+  TextForm form(home.calendar());
+  form.with("type", [](const ZAN_Value& type) { return typeText(type.integerValue()); });
+  form.with("next", [&](const ZAN_Value& date) {
+    return date.doubleValue() <= home.now() ? "now" : home.dateText(date.doubleValue());
+  });
+  form.with("destination", [](const ZAN_Value& node) {
+    return node.contains("destination") ? "    to " + printable(node.string("destination")) + '\n'
+                                        : std::string();
+  });
+  form.with("nodes",
+            [&](const ZAN_Value& children) { return indented(form.fill(kNodeLines, children)); });
+  return {nodes, nodes.empty() ? "no actions\n" : form.fill(kNodeLines, nodes)};
 }
 
 }  // namespace corvana

@@ -5,7 +5,6 @@
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "command/CommandHome.h"
-#include "command/Commands.h"
 #include "command/RunningAgent.h"
 #include "platform/qt/BusWatch.h"
 #include "platform/qt/QtApplication.h"
@@ -45,116 +44,91 @@ std::string stateInWords(const ZAN_Value& status) {
 /// Prints one line for each thing that happens.
 class Printer {
  public:
-  Printer(CommandHome& home, RunningAgent& agent, bool json, const Console& console)
-      : mHome(home), mAgent(agent), mJson(json), mConsole(console) {}
+  Printer(CommandHome& home, RunningAgent& agent, const Writer& writer)
+      : mHome(home), mAgent(agent), mWriter(writer) {}
 
   void notified(const DistributedNotification& notification) {
-    if (mJson) {
-      printEvent(ZAN_Value::dictionary({{"event", "message"},
-                                        {"name", notification.name},
-                                        {"object", notification.object},
-                                        {"details", notification.userInfo}}));
-      return;
-    }
     std::string line = notification.name + " " + notification.object;
     if (!notification.userInfo.isNull()) {
-      std::string details = jsonText(notification.userInfo, true);
-      details.pop_back();
-      line += " " + details;
+      line += " " + jsonText(notification.userInfo, true);
+      line.pop_back();
     }
-    printLine(line);
+    tell("message", line,
+         {{"name", notification.name},
+          {"object", notification.object},
+          {"details", notification.userInfo}});
   }
 
   /// `again`: also when it is what was printed last.
   void state(bool again) {
     mAgent.refresh();
-    const std::string words = mAgent.answers() ? stateInWords(mAgent.status()) : mAgent.absence();
-    if (!again && words == mLastWords && !mJson) return;
+    const std::string words =
+        mAgent.answers() ? "agent: " + stateInWords(mAgent.status()) : mAgent.absence();
+    if (!again && words == mLastWords && !mWriter.isJson()) return;
     mLastWords = words;
-    if (mJson) {
-      printEvent(ZAN_Value::dictionary({{"event", "state"},
-                                        {"agent", mAgent.answers()},
-                                        {"reason", mAgent.absence()},
-                                        {"status", mAgent.status()}}));
-    } else {
-      printLine(mAgent.answers() ? "agent: " + words : words);
-    }
+    tell("state", words,
+         {{"agent", mAgent.answers()}, {"reason", mAgent.absence()}, {"status", mAgent.status()}});
   }
 
   void agentIsOn(bool on) {
-    if (mJson) {
-      printEvent(ZAN_Value::dictionary({{"event", on ? "agent came" : "agent left"}}));
-    } else {
-      printLine(on ? "the agent has come" : "the agent has left");
-    }
+    tell(on ? "agent came" : "agent left", on ? "the agent has come" : "the agent has left", {});
     if (on) state(true);
   }
 
-  bool canPrint() const { return mConsole.out.good(); }
-
  private:
-  void printEvent(ZAN_Value event) {
-    event.setValue("date", mClock.now());
-    mConsole.out << jsonText(event, true) << std::flush;
-  }
-  void printLine(const std::string& line) {
-    mConsole.out << mHome.calendar().format(mClock.now(), "%H:%M:%S") << "  " << printable(line)
-                 << '\n'
-                 << std::flush;
+  void tell(const char* name, const std::string& line,
+            std::initializer_list<std::pair<std::string_view, ZAN_Value>> details) {
+    const ReferenceTime now = mClock.now();
+    ZAN_Value event = ZAN_Value::dictionary({{"event", name}});
+    for (const auto& [key, value] : details) event.setValue(key, value);
+    event.setValue("date", now);
+    mWriter.tell(event, mHome.calendar().format(now, "%H:%M:%S") + "  " + line);
   }
 
   CommandHome& mHome;
   RunningAgent& mAgent;
-  bool mJson;
-  const Console& mConsole;
+  const Writer& mWriter;
   SystemClock mClock;
   std::string mLastWords;
 };
 
-class ErrorLog final : public SystemLog {
- public:
-  explicit ErrorLog(std::ostream& out) : mOut(out) {}
-  void write(const std::string& line) override { mOut << "corvana9: " << line << '\n'; }
-
- private:
-  std::ostream& mOut;
-};
-
 }  // namespace
 
-int watchCommand(Arguments& arguments, const Console& console) {
-  const bool json = arguments.json();
+Answer watchCommand(Arguments& arguments, const Console& console) {
+  const Writer writer(console, arguments.json());
   const auto words = arguments.words(0, 0);
-  if (!words) return wrongWords(console, words.error());
+  if (!words) return wrongWords(words.error());
   const ZAN_Descriptor signals = endingSignals();
   const QtApplication application;
   CommandHome home(console);
   RunningAgent agent(home);
   if (!agent.client().hasBus())
-    return failed(console, {ErrorKind::unavailable, "there is no session bus to listen to"});
+    return Error{ErrorKind::unavailable, "there is no session bus to listen to"};
 
   QtRunLoop loop;
-  ErrorLog log(console.err);
-  Printer printer(home, agent, json, console);
-  const auto ended = [&] {
-    if (!printer.canPrint()) loop.quit(kCouldNot);
+  ConsoleLog log(console);
+  Printer printer(home, agent, writer);
+  const auto leaveIfUnheard = [&] {
+    if (!console.out.good()) loop.quit(kCouldNot);
   };
   BusConnection connection(loop, log);
   const BusWatch watch(connection, {[&](const DistributedNotification& notification) {
                                       printer.notified(notification);
-                                      ended();
+                                      leaveIfUnheard();
                                     },
                                     [&] {
                                       printer.state(false);
-                                      ended();
+                                      leaveIfUnheard();
                                     },
                                     [&](bool on) {
                                       printer.agentIsOn(on);
-                                      ended();
+                                      leaveIfUnheard();
                                     }});
   printer.state(true);
   loop.watch(signals.get(), DescriptorWatch::Event::readable, [&] { loop.quit(kDone); });
-  return loop.run();
+  Answer ended;
+  ended.code = loop.run();
+  return ended;
 }
 
 }  // namespace corvana

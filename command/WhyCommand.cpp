@@ -4,18 +4,13 @@
 #include <iterator>
 #include <ostream>
 
-#include "ZANCocoaFramework/ZAN_Json.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
-#include "command/CommandTexts.h"
-#include "command/Commands.h"
 #include "command/RunningAgent.h"
 #include "core/record/Preferences.h"
 #include "core/work/WhyNot.h"
-#include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/ProcessTable.h"
-#include "platform/qt/GvfsShares.h"
 #include "volumes/VolumeIdentity.h"
 
 namespace corvana {
@@ -120,76 +115,56 @@ std::string_view nameOf(WhyNot::Cause cause) {
   return {};
 }
 
-void print(const ProgrammedAction& action, const std::vector<WhyNot::Reason>& reasons,
-           const Seen& seen, const ZAN_StringTable& texts, const Console& console) {
-  console.out << action.getReference() << ": " << printable(action.getTitle()) << '\n';
-  if (!seen.agentRuns) {
-    console.out << "- " << texts.text("WhySchedulerAbsent") << "\n  "
-                << texts.text("WhyRemedyCommand",
-                              {texts.text("WhySchedulerAbsentRemedy"), "corvana9-scheduler"})
-                << '\n';
-  }
-  for (const auto& reason : reasons) {
+constexpr std::string_view kWhyLines =
+    "{reference}: {title}\n{agent!- {:absence}\n}"
     // Without its texts the command says at least what it is about.
-    console.out << "- " << (reason.text.empty() ? nameOf(reason.cause) : printable(reason.text))
-                << '\n';
-    if (!reason.remedyByCommand.empty())
-      console.out << "  " << printable(reason.remedyByCommand) << '\n';
-  }
-  if (reasons.empty()) console.out << texts.text(seen.agentRuns ? "WhyDueSoon" : "WhyDue") << '\n';
-}
-
-int printJson(const ProgrammedAction& action, const std::vector<WhyNot::Reason>& reasons,
-              std::optional<ReferenceTime> next, const Seen& seen, const Console& console) {
-  ZAN_Value list = ZAN_Value::array();
-  for (const auto& reason : reasons) {
-    list.append(ZAN_Value::dictionary({{"cause", nameOf(reason.cause)},
-                                       {"text", reason.text},
-                                       {"remedy", reason.remedyByCommand}}));
-  }
-  const auto text = ZAN_Json::jsonWithValue(
-      ZAN_Value::dictionary({{"reference", action.getReference()},
-                             {"title", action.getTitle()},
-                             {"agent", seen.agentRuns},
-                             {"next", next ? ZAN_Value(*next) : ZAN_Value()},
-                             {"reasons", list}}),
-      {.plain = true});
-  if (!text) return failed(console, text.error());
-  console.out << *text << '\n';
-  return kDone;
-}
+    "{reasons*- {text}{text!{cause}}\n{remedy?  {remedy}\n}}{reasons!{:due}\n}";
 
 }  // namespace
 
-int whyCommand(Arguments& arguments, const Console& console) {
-  const bool json = arguments.json();
+Answer whyCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
   const auto words = arguments.words(1, 1);
-  if (!words) return wrongWords(console, words.error());
+  if (!words) return wrongWords(words.error());
   const auto reference = referenceFrom(words->front());
-  if (!reference) return wrongWords(console, reference.error());
+  if (!reference) return wrongWords(reference.error());
   CommandHome home(console);
-  const ProgrammedAction* action =
-      home.isThere() ? home.tree().rootItem().actionForReference(*reference) : nullptr;
-  if (action == nullptr) {
-    return failed(console, {ErrorKind::absent, words->front() + ": no action has this reference"});
-  }
+  const ProgrammedAction* action = home.action(*reference);
+  if (action == nullptr)
+    return Error{ErrorKind::absent, words->front() + ": no action has this reference"};
   const Seen seen = lookAround(home);
-  LinuxVolumes system(home.machine().loginName(), home.machine().homeFolder());
-  system.setPatience(kSecondsForAVolume);
-  system.setShares(GvfsShares::now());
-  VolumeIdentity volumes(system);
+  const auto system = home.volumes(kSecondsForAVolume);
+  VolumeIdentity volumes(*system);
   ZAN_StringTable texts;
-  if (const Outcome loaded = loadAgentTexts(texts, home.machine()); !loaded)
+  if (const Outcome loaded = home.loadAgentTexts(texts); !loaded)
     console.err << loaded.error().text << '\n';
   const ZAN_StringUtils strings(home.machine().regionName(), home.machine().timeZoneName());
   const WhyNot why(home.tools(), {texts, strings}, volumes, [&](std::int64_t ref) {
-    const auto* other = home.tree().rootItem().actionForReference(ref);
+    const auto* other = home.action(ref);
     return other ? other->getTitle() : std::to_string(ref);
   });
-  const auto reasons = why.reasons(*action, seen.situation);
-  if (json) return printJson(*action, reasons, why.nextDate(*action), seen, console);
-  print(*action, reasons, seen, texts, console);
-  return kDone;
+  ZAN_Value reasons = ZAN_Value::array();
+  for (const auto& reason : why.reasons(*action, seen.situation)) {
+    reasons.append(ZAN_Value::dictionary({{"cause", nameOf(reason.cause)},
+                                          {"text", reason.text},
+                                          {"remedy", reason.remedyByCommand}}));
+  }
+  const auto next = why.nextDate(*action);
+  const ZAN_Value value = ZAN_Value::dictionary({{"reference", action->getReference()},
+                                                 {"title", action->getTitle()},
+                                                 {"agent", seen.agentRuns},
+                                                 {"next", next ? ZAN_Value(*next) : ZAN_Value()},
+                                                 {"reasons", reasons}});
+  TextForm form(home.calendar());
+  form.with("absence", [&](const ZAN_Value&) {
+    return texts.text("WhySchedulerAbsent") + "\n  " +
+           texts.text("WhyRemedyCommand",
+                      {texts.text("WhySchedulerAbsentRemedy"), "corvana9-scheduler"});
+  });
+  form.with("due", [&](const ZAN_Value& answer) {
+    return texts.text(answer["agent"].boolValue() ? "WhyDueSoon" : "WhyDue");
+  });
+  return {value, form.fill(kWhyLines, value)};
 }
 
 }  // namespace corvana

@@ -1,4 +1,4 @@
-#include "command/Arguments.h"
+#include "command/Commands.h"
 
 #include <gmock/gmock.h>
 

@@ -90,7 +90,7 @@ TEST_F(DataFile, WrongWordsShowTheUsage) {
   EXPECT_EQ(run({"dmup", "a"}), kWrongWords);
   EXPECT_EQ(run({}), kWrongWords);
   EXPECT_EQ(run({"--help"}), kDone);
-  for (const Command& command : kCommands) {
+  for (const Command& command : commands()) {
     EXPECT_THAT(out(), HasSubstr("\n  " + std::string(command.name) + " "));
   }
   EXPECT_EQ(run({"pack", "--help"}), kDone);

@@ -1,22 +1,23 @@
 // The commands that change the stored tree: add, edit, remove, group.
 
-#include <ostream>
-
 #include "command/ActionWords.h"
-#include "command/AgentChannel.h"
 #include "command/CommandHome.h"
 #include "command/Commands.h"
+#include "command/RunningAgent.h"
 
 namespace corvana {
 
 namespace {
 
 /// Edits the stored tree and tells the agent.
-int edited(CommandHome& home, const Console& console,
-           const std::function<Outcome(ProgrammedAction& root)>& edit) {
-  if (Outcome done = home.tree().editStoredTree(edit); !done) return failed(console, done.error());
-  tellAgentThatActionListChanged();
-  return kDone;
+Outcome edited(CommandHome& home, const std::function<Outcome(ProgrammedAction& root)>& edit) {
+  Outcome done = home.tree().editStoredTree(edit);
+  if (done) tellAgentThatActionListChanged();
+  return done;
+}
+
+std::string named(std::int64_t reference, const std::string& title) {
+  return std::to_string(reference) + ": " + printable(title) + '\n';
 }
 
 Error noSuchReference(std::int64_t reference) {
@@ -25,22 +26,22 @@ Error noSuchReference(std::int64_t reference) {
 
 }  // namespace
 
-int addCommand(Arguments& arguments, const Console& console) {
-  const bool json = arguments.json();
+Answer addCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
   ActionWords action(arguments);
   const auto words = arguments.words(1, 1);
-  if (!words) return wrongWords(console, words.error());
+  if (!words) return wrongWords(words.error());
   const std::string& title = words->front();
-  if (title.empty()) return wrongWords(console, {ErrorKind::refused, "the title is empty"});
+  if (title.empty()) return wrongWords({ErrorKind::refused, "the title is empty"});
   if (!action.hasSources() || !action.hasDestination()) {
-    return wrongWords(console, {ErrorKind::refused, "--source and --destination are missing"});
+    return wrongWords({ErrorKind::refused, "--source and --destination are missing"});
   }
   CommandHome home(console);
-  if (Outcome there = action.describeFolders(home); !there) return failed(console, there.error());
+  if (Outcome there = action.describeFolders(home); !there) return there.error();
 
   action.setTitle(title);
   ZAN_Value record;
-  const int code = edited(home, console, [&](ProgrammedAction& root) -> Outcome {
+  const Outcome done = edited(home, [&](ProgrammedAction& root) -> Outcome {
     auto group = groupWithReference(root, action.group().value_or(0));
     if (!group) return group.error();
     record = ZAN_Value::dictionary({{"Title", title},
@@ -53,24 +54,24 @@ int addCommand(Arguments& arguments, const Console& console) {
     record = (*group)->childAtIndex((*group)->numberOfChildren() - 1).getSettings();
     return {};
   });
-  if (code == kDone) reportAction("added", record, home, json, console);
-  return code;
+  if (!done) return done.error();
+  return answerAbout("added", record, home);
 }
 
-int editCommand(Arguments& arguments, const Console& console) {
-  const bool json = arguments.json();
+Answer editCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
   ActionWords action(arguments);
   const auto words = arguments.words(1, 1);
-  if (!words) return wrongWords(console, words.error());
+  if (!words) return wrongWords(words.error());
   const auto reference = referenceFrom(words->front());
-  if (!reference) return wrongWords(console, reference.error());
-  if (action.isEmpty()) return wrongWords(console, {ErrorKind::refused, "nothing to change"});
+  if (!reference) return wrongWords(reference.error());
+  if (action.isEmpty()) return wrongWords({ErrorKind::refused, "nothing to change"});
   CommandHome home(console);
-  if (!home.isThere()) return failed(console, noSuchReference(*reference));
-  if (Outcome there = action.describeFolders(home); !there) return failed(console, there.error());
+  if (!home.isThere()) return noSuchReference(*reference);
+  if (Outcome there = action.describeFolders(home); !there) return there.error();
 
   ZAN_Value record;
-  const int code = edited(home, console, [&](ProgrammedAction& root) -> Outcome {
+  const Outcome done = edited(home, [&](ProgrammedAction& root) -> Outcome {
     ProgrammedAction* node = root.actionOrGroupForReference(*reference);
     if (node == nullptr) return noSuchReference(*reference);
     if (node->isGroup() && !action.fitsGroup()) {
@@ -92,21 +93,21 @@ int editCommand(Arguments& arguments, const Console& console) {
     }
     return {};
   });
-  if (code == kDone) reportAction("changed", record, home, json, console);
-  return code;
+  if (!done) return done.error();
+  return answerAbout("changed", record, home);
 }
 
-int removeCommand(Arguments& arguments, const Console& console) {
+Answer removeCommand(Arguments& arguments, const Console& console) {
   const bool force = arguments.flag("--force");
   const auto words = arguments.words(1, 1);
-  if (!words) return wrongWords(console, words.error());
+  if (!words) return wrongWords(words.error());
   const auto reference = referenceFrom(words->front());
-  if (!reference) return wrongWords(console, reference.error());
+  if (!reference) return wrongWords(reference.error());
   CommandHome home(console);
-  if (!home.isThere()) return failed(console, noSuchReference(*reference));
+  if (!home.isThere()) return noSuchReference(*reference);
 
   std::string title;
-  const int code = edited(home, console, [&](ProgrammedAction& root) -> Outcome {
+  const Outcome done = edited(home, [&](ProgrammedAction& root) -> Outcome {
     ProgrammedAction* node = root.actionOrGroupForReference(*reference);
     if (node == nullptr) return noSuchReference(*reference);
     if (node->numberOfChildren() > 0 && !force) {
@@ -117,20 +118,18 @@ int removeCommand(Arguments& arguments, const Console& console) {
     node->removeFromList();
     return {};
   });
-  if (code == kDone) {
-    console.out << "removed " << *reference << ": " << printable(title) << '\n';
-  }
-  return code;
+  if (!done) return done.error();
+  return Answer::ofText("removed " + named(*reference, title));
 }
 
-int groupCommand(Arguments& arguments, const Console& console) {
+Answer groupCommand(Arguments& arguments, const Console& console) {
   const auto parent = arguments.number("--group", 0, INT64_MAX);
   const std::string shortcut = arguments.option("--shortcut").value_or("");
   const auto words = arguments.words(1, 1);
-  if (!words) return wrongWords(console, words.error());
+  if (!words) return wrongWords(words.error());
   CommandHome home(console);
   std::int64_t reference = 0;
-  const int code = edited(home, console, [&](ProgrammedAction& root) -> Outcome {
+  const Outcome done = edited(home, [&](ProgrammedAction& root) -> Outcome {
     auto group = groupWithReference(root, parent.value_or(0));
     if (!group) return group.error();
     const ProgrammedAction* added = (*group)->addGroup(words->front(), shortcut, 0);
@@ -138,10 +137,8 @@ int groupCommand(Arguments& arguments, const Console& console) {
     reference = added->getReference();
     return {};
   });
-  if (code == kDone) {
-    console.out << "added group " << reference << ": " << printable(words->front()) << '\n';
-  }
-  return code;
+  if (!done) return done.error();
+  return Answer::ofText("added group " + named(reference, words->front()));
 }
 
 }  // namespace corvana

@@ -1,0 +1,318 @@
+// The commands that ask the agent what it does, or tell it and the execute program what to do.
+
+#include <algorithm>
+#include <cmath>
+
+#include "ZANCocoaFramework/ZAN_Json.h"
+#include "actions/ActionLog.h"
+#include "command/ActionWords.h"
+#include "command/CommandHome.h"
+#include "command/RunningAgent.h"
+#include "core/record/Preferences.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr std::size_t kRuns = 3;
+constexpr std::size_t kEvents = 5;
+
+/// From the agent, else from the files.
+ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
+  const ZAN_Value& status = agent.status();
+  const ZAN_Value settings = agent.answers() || !home.isThere()
+                                 ? ZAN_Value()
+                                 : home.store().settings().schedulerSettings();
+  const auto fact = [&](const char* asked, ZAN_Value stored) {
+    return agent.answers() ? status[asked] : stored;
+  };
+  const bool executes = !status["current"].isNull();
+  ZAN_Value waiting = static_cast<std::int64_t>(settings["SchedulerActionsToDoList"].size());
+  if (agent.answers()) {
+    const std::int64_t count = status.integer("queueCount");
+    waiting = count > 0 && executes ? count - 1 : count;
+  }
+  ZAN_Value runs = ZAN_Value::array();
+  ZAN_Value events = ZAN_Value::array();
+  if (home.isThere()) {
+    const ZAN_Value coming = home.comingRuns(kRuns);
+    for (ZAN_Value run : coming.elements()) {
+      run.removeKey("shutdown");
+      runs.append(std::move(run));
+    }
+    const ZAN_Value log = ActionLog(home.store()).readLogList();
+    for (const ZAN_Value& event : log.elements().last(std::min(log.size(), kEvents))) {
+      events.append(ZAN_Value::dictionary({{"date", event["M"]},
+                                           {"code", event.integer("C")},
+                                           {"text", ActionLog::messageForEntry(event)}}));
+    }
+  }
+  return ZAN_Value::dictionary(
+      {{"agent", agent.answers()},
+       {"reason", agent.absence()},
+       {"enabled", agent.answers() ? status["enabled"].boolValue()
+                                   : settings.integer(PreferenceKey::scheduleDisabled) == 0},
+       {"disabledWhenDone", status["disabledWhenDone"].boolValue()},
+       {"paused", status["paused"].boolValue()},
+       {"context", fact("context", settings[PreferenceKey::currentContext]).integerValue()},
+       {"errorCode", fact("errorCode", settings[PreferenceKey::errorInExecution]).integerValue()},
+       {"executing", agent.executeRuns()},
+       {"current", status["current"]},
+       {"waiting", waiting},
+       {"next", runs},
+       {"log", events},
+       {"status", status}});
+}
+
+constexpr std::string_view kStatusLines =
+    "{agent?The agent runs, since {status.started:date} (process {status.pid}).\n}"
+    "{agent!{reason}\nWhat its files say:\n}"
+    "Automatic execution: {enabled?on{disabledWhenDone?, off when all is done}}{enabled!off}\n"
+    "{paused?Paused: corvana9 continue lets it go on\n}"
+    "{context?Context: {context:context}\n}"
+    "{status.otherStartupDisk?The start-up disk is another one than before; nothing runs until "
+    "that is answered.\n}"
+    "{current?Executing: {current:action}{current.progress?, {current.progress:rounded} %}"
+    "{current.started?, since {current.started:clock}}{current.retry?, once more after a crash}\n}"
+    "{current!{agent!{executing?Executing: an execute program runs\n}}}"
+    "Waiting in the queue: {waiting}\n"
+    "{errorCode?There were failures: corvana9 log\n}"
+    "{next?Next:\n}{next!Next: no run is scheduled\n}{next*  {date:date}  {:action}\n}"
+    "{log?Last events:\n{log*  {date:date}  {text}\n}}";
+
+/// The saved queue in the form in which the agent shows its own; the one that was running is not in
+/// it.
+ZAN_Value savedQueue(CommandHome& home) {
+  ZAN_Value queue = ZAN_Value::array();
+  if (!home.isThere()) return queue;
+  const ZAN_Value settings = home.store().settings().schedulerSettings();
+  for (const ZAN_Value& record : settings["SchedulerActionsToDoList"].elements()) {
+    const std::int64_t ref = record.integer("Ref");
+    const ProgrammedAction* action = home.action(ref);
+    queue.append(
+        ZAN_Value::dictionary({{"ref", ref},
+                               {"title", action == nullptr ? std::string() : action->getTitle()},
+                               {"date", record["Date"]},
+                               {"estimateSize", record.integer("EstimateSize") != 0},
+                               {"running", false}}));
+  }
+  return queue;
+}
+
+constexpr std::string_view kQueueLines =
+    "{agent!{reason}\nThe queue as it was saved:\n}{queue!The queue is empty.\n}"
+    "{queue*{#}. {:action}{running?, running}{running!{date?{date:from}}}"
+    "{estimateSize?, only estimates the size}\n}";
+
+Error notReached(const RunningAgent& agent) { return {ErrorKind::unavailable, agent.absence()}; }
+
+/// The agent has done as it was told.
+Answer toldState(const char* text, const RunningAgent& agent) {
+  return {agent.status(), std::string(text) + '\n'};
+}
+
+/// Changes what an agent finds when it starts.
+Outcome storeEnabled(CommandHome& home, bool enabled) {
+  SettingsFiles& files = home.store().settings();
+  const auto held = files.lockSchedulerSettings();
+  ZAN_Value settings = files.schedulerSettings();
+  if (!settings.isDictionary()) settings = ZAN_Value::dictionary();
+  settings.setValue(PreferenceKey::scheduleDisabled, enabled ? 0 : 1);
+  return files.saveSchedulerSettings(settings);
+}
+
+Answer setEnabled(bool enabled, Arguments& arguments, const Console& console) {
+  arguments.json();
+  const auto words = arguments.words(0, 0);
+  if (!words) return wrongWords(words.error());
+  CommandHome home(console);
+  RunningAgent agent(home);
+  if (agent.presence() == RunningAgent::Presence::silent) return notReached(agent);
+  if (!agent.answers()) {
+    if (const Outcome stored = storeEnabled(home, enabled); !stored) return stored.error();
+    return {ZAN_Value::dictionary({{"agent", false}, {"enabled", enabled}}),
+            agent.absence() + "\nAutomatic execution will be " + (enabled ? "on" : "off") +
+                " when it starts.\n"};
+  }
+  const Outcome posted = agent.client().post(
+      {kAgentName, "ActivateExecution", ZAN_Value::dictionary({{"Activate", enabled}})});
+  if (!posted) return posted.error();
+  agent.refresh();
+  if (!agent.answers()) return notReached(agent);
+  if (agent.status()["enabled"].boolValue() != enabled)
+    return Error{ErrorKind::refused, "the agent did not follow"};
+  return toldState(enabled ? "Automatic execution is on." : "Automatic execution is off.", agent);
+}
+
+Answer setPaused(bool paused, Arguments& arguments, const Console& console) {
+  arguments.json();
+  const auto words = arguments.words(0, 0);
+  if (!words) return wrongWords(words.error());
+  CommandHome home(console);
+  RunningAgent agent(home);
+  if (!agent.answers() && !agent.executeRuns()) return notReached(agent);
+  const ZAN_Value details = ZAN_Value::dictionary({{"Pause", paused}});
+  // Another home's agent must not hear it, while the execute program may outlive its own.
+  if (agent.answers()) {
+    if (const Outcome posted = agent.client().post({kAgentName, "ActionPause", details}); !posted)
+      return posted.error();
+  }
+  if (const Outcome posted = agent.client().post({kExecuteName, "ActionPause", details}); !posted)
+    return posted.error();
+  if (!agent.answers()) {
+    Answer answer = notReached(agent);
+    answer.text = "The execute program was told.\n";
+    return answer;
+  }
+  agent.refresh();
+  if (!agent.answers()) return notReached(agent);
+  if (agent.status()["paused"].boolValue() != paused)
+    return Error{ErrorKind::refused, "the agent did not follow"};
+  return toldState(paused ? "Paused." : "Going on.", agent);
+}
+
+bool isQueued(const ZAN_Value& queue, std::int64_t reference) {
+  const auto& records = queue.elements();
+  return std::any_of(records.begin(), records.end(),
+                     [&](const ZAN_Value& record) { return record.integer("ref") == reference; });
+}
+
+/// The agent launches an estimate only by a message, to which nobody answers: the queue tells.
+Result<std::string> launchEstimate(BusAgentClient& client, std::int64_t reference) {
+  const auto before = client.queue();
+  if (!before) return before.error();
+  if (isQueued(*before, reference)) return std::string("it already waits in the queue");
+  const Outcome posted =
+      client.post({kAgentName, "LaunchAction",
+                   ZAN_Value::dictionary({{"Ref", reference}, {"EstimateSize", 1}})});
+  if (!posted) return posted.error();
+  const auto after = client.queue();
+  if (!after) return after.error();
+  return std::string(isQueued(*after, reference) ? "queued"
+                                                 : "it was not queued; see corvana9 why");
+}
+
+Answer tellExecute(const char* object, const char* text, Arguments& arguments,
+                   const Console& console) {
+  arguments.json();
+  const auto words = arguments.words(0, 0);
+  if (!words) return wrongWords(words.error());
+  CommandHome home(console);
+  RunningAgent agent(home);
+  if (!agent.executeRuns()) {
+    if (!agent.answers()) Writer(console, false).complain(agent.absence());
+    return Error{ErrorKind::absent, "nothing is being executed"};
+  }
+  if (const Outcome posted = agent.client().post({kExecuteName, object, {}}); !posted)
+    return posted.error();
+  return toldState(text, agent);
+}
+
+}  // namespace
+
+Answer statusCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
+  const auto words = arguments.words(0, 0);
+  if (!words) return wrongWords(words.error());
+  CommandHome home(console);
+  RunningAgent agent(home);
+  const ZAN_Value status = statusOf(home, agent);
+  TextForm form(home.calendar());
+  form.with("context", [](const ZAN_Value& value) { return contextName(value.integerValue()); });
+  form.with("rounded", [](const ZAN_Value& value) {
+    return std::to_string(std::lround(value.doubleValue()));
+  });
+  return {status, form.fill(kStatusLines, status)};
+}
+
+Answer queueCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
+  const auto words = arguments.words(0, 0);
+  if (!words) return wrongWords(words.error());
+  CommandHome home(console);
+  RunningAgent agent(home);
+  const auto queue = agent.answers() ? agent.client().queue() : Result<ZAN_Value>(savedQueue(home));
+  if (!queue) return Error{queue.error().kind, "the agent: " + queue.error().text};
+  const ZAN_Value value = ZAN_Value::dictionary(
+      {{"agent", agent.answers()}, {"reason", agent.absence()}, {"queue", *queue}});
+  TextForm form(home.calendar());
+  form.with("from", [&](const ZAN_Value& date) {
+    const ReferenceTime from = date.asDate().value_or(0);
+    return from > home.now() ? ", from " + home.dateText(from) + " on"
+                             : ", waiting since " + home.dateText(from);
+  });
+  return {value, form.fill(kQueueLines, value)};
+}
+
+Answer launchCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
+  const bool estimate = arguments.flag("--estimate");
+  const auto words = arguments.words(1, 1);
+  if (!words) return wrongWords(words.error());
+  const auto reference = referenceFrom(words->front());
+  if (!reference) return wrongWords(reference.error());
+  CommandHome home(console);
+  RunningAgent agent(home);
+  if (!agent.answers()) return notReached(agent);
+  const auto said =
+      estimate ? launchEstimate(agent.client(), *reference) : agent.client().launch(*reference);
+  if (!said) return Error{said.error().kind, "the agent: " + said.error().text};
+  const bool queued = *said == "queued";
+  Answer answer = queued ? Answer() : Error{ErrorKind::refused, printable(*said)};
+  answer.value =
+      ZAN_Value::dictionary({{"ref", *reference}, {"queued", queued}, {"answer", *said}});
+  if (!queued) return answer;
+  const ProgrammedAction* action = home.action(*reference);
+  answer.text = "queued " + std::to_string(*reference) +
+                (action ? ": " + printable(action->getTitle()) : std::string()) + '\n';
+  return answer;
+}
+
+Answer enableCommand(Arguments& arguments, const Console& console) {
+  return setEnabled(true, arguments, console);
+}
+
+Answer disableCommand(Arguments& arguments, const Console& console) {
+  return setEnabled(false, arguments, console);
+}
+
+Answer pauseCommand(Arguments& arguments, const Console& console) {
+  return setPaused(true, arguments, console);
+}
+
+Answer continueCommand(Arguments& arguments, const Console& console) {
+  return setPaused(false, arguments, console);
+}
+
+Answer stopCommand(Arguments& arguments, const Console& console) {
+  return tellExecute("ActionStop", "The execute program was told to stop.", arguments, console);
+}
+
+Answer skipCommand(Arguments& arguments, const Console& console) {
+  return tellExecute("SkipItem", "The execute program was told to skip the current item.",
+                     arguments, console);
+}
+
+Answer postCommand(Arguments& arguments, const Console& console) {
+  const auto words = arguments.words(2, 3);
+  if (!words) return wrongWords(words.error());
+  std::string name = (*words)[0];
+  if (name == "agent") name = kAgentName;
+  if (name == "execute") name = kExecuteName;
+  if (name == "shutdown") name = kShutDownName;
+  if (name == "main") name = kMainApplicationName;
+  ZAN_Value details;
+  if (words->size() == 3) {
+    const bool fromInput = (*words)[2] == "-";
+    auto value = ZAN_Json::valueWithJson(fromInput ? *readText("-", console) : (*words)[2]);
+    if (!value) return wrongWords({value.error().kind, "JSON: " + value.error().text});
+    if (!value->isDictionary())
+      return wrongWords({ErrorKind::refused, "JSON: the details must be an object"});
+    details = *std::move(value);
+  }
+  if (const Outcome posted = BusAgentClient().post({name, (*words)[1], details}); !posted)
+    return posted.error();
+  return {};
+}
+
+}  // namespace corvana
