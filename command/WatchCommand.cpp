@@ -29,7 +29,7 @@ std::string stateInWords(const ZAN_Value& status) {
   if (status["disabledWhenDone"].boolValue()) text += ", off when all is done";
   if (status["paused"].boolValue()) text += ", paused";
   const std::int64_t count = status.integer("queueCount");
-  if (const ZAN_Value current = status["current"]; !current.isNull()) {
+  if (const ZAN_Value& current = status["current"]; !current.isNull()) {
     text += ", executing " + namedAction(current.string("title"), current.integer("ref"));
     if (count > 1) text += ", " + std::to_string(count - 1) + " waiting";
   } else if (count > 0) {
