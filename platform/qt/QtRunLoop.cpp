@@ -27,8 +27,6 @@ namespace {
 
 /// Far below the range of Qt's milliseconds; what is further off is looked at again then.
 constexpr double kLongestWait = 86400;
-/// Longer ones may be gathered with other wake-ups of the process.
-constexpr double kExactBelow = 0.2;
 
 QSocketNotifier::Type typeOf(DescriptorWatch::Event event) {
   switch (event) {
@@ -70,8 +68,8 @@ class QtRunLoop::Private final : public QObject {
     if (mDelayed.empty()) return;
     const double wait =
         std::clamp(mDelayed.begin()->first.first - mClock.monotonic(), 0.0, kLongestWait);
-    const auto type = wait < kExactBelow ? Qt::PreciseTimer : Qt::CoarseTimer;
-    mDelayTimer = startTimer(static_cast<int>(std::ceil(wait * 1000)), type);
+    // A coarse one may ring early, and then again.
+    mDelayTimer = startTimer(static_cast<int>(std::ceil(wait * 1000)), Qt::PreciseTimer);
     mArmedFor = mDelayed.begin()->first.first;
   }
 
