@@ -3,6 +3,7 @@
 
 import json
 import os
+import shutil
 import subprocess
 import sys
 import time
@@ -19,6 +20,13 @@ def cpu_seconds(pid):
     return sum(int(path.read_text().split()[0]) for path in tasks) / 1e9
 
 
+def wake_ups(pid):
+    # Each time that a thread goes to sleep of its own will, something has woken it before.
+    line = "voluntary_ctxt_switches:"
+    return sum(int(path.read_text().split("\n" + line)[1].split()[0])
+               for path in Path(f"/proc/{pid}/task").glob("*/status"))
+
+
 def memory(pid):
     values = {}
     for line in Path(f"/proc/{pid}/smaps_rollup").read_text().splitlines()[1:]:
@@ -27,18 +35,38 @@ def memory(pid):
     return values["Rss"], values["Private_Clean"] + values["Private_Dirty"]
 
 
-def at_rest(arguments, settle):
+def at_rest(arguments, settle, environment=None):
     process = subprocess.Popen(arguments, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                               stderr=subprocess.DEVNULL)
+                               stderr=subprocess.DEVNULL, env=environment)
     try:
         time.sleep(settle)
-        before = cpu_seconds(process.pid)
+        before = cpu_seconds(process.pid), wake_ups(process.pid)
         time.sleep(SECONDS)
-        used = (cpu_seconds(process.pid) - before) / SECONDS
-        return (*memory(process.pid), used)
+        after = cpu_seconds(process.pid), wake_ups(process.pid)
+        used, woken = ((now - then) / SECONDS for now, then in zip(after, before))
+        return (*memory(process.pid), used * 1000, woken)
     finally:
         process.terminate()
         process.wait()
+
+
+def on_a_screen(arguments, settle):
+    """The same with an X server of its own; nothing where there is none to be had."""
+    if shutil.which("Xvfb") is None:
+        return None
+    read, write = os.pipe()
+    server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-nolisten", "tcp"], pass_fds=[write],
+                              stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    os.close(write)
+    try:
+        with os.fdopen(read) as pipe:
+            display = ":" + pipe.readline().strip()
+        environment = {**os.environ, "DISPLAY": display}
+        environment.pop("WAYLAND_DISPLAY", None)
+        return at_rest(arguments, settle, environment)
+    finally:
+        server.terminate()
+        server.wait()
 
 
 def write_tree():
@@ -86,11 +114,12 @@ def best_of(count, arguments):
 def main():
     write_tree()
     peer = at_rest([PEER], 2)
-    agent = at_rest([AGENT, "--headless"], 15)
-    print(f"{'at rest, ' + str(int(SECONDS)) + ' s':34} {'agent':>12} {'bare Qt':>12} {'ratio':>8}")
-    for name, unit, ours, theirs in (("resident", "kB", agent[0], peer[0]), ("private", "kB", agent[1], peer[1]),
-                                     ("processor", "ms/s", agent[2] * 1000, peer[2] * 1000)):
-        print(f"{name + ', ' + unit:34} {ours:12.3f} {theirs:12.3f} {ours / theirs if theirs else 0:8.2f}")
+    headless = at_rest([AGENT, "--headless"], 15)
+    desktop = on_a_screen([AGENT], 15) or (0,) * len(headless)
+    print(f"{'at rest, ' + str(int(SECONDS)) + ' s':34} {'headless':>12} {'desktop':>12} {'bare Qt':>12}")
+    rows = zip(("resident, kB", "private, kB", "processor, ms/s", "wake-ups/s"), headless, desktop, peer)
+    for name, *values in rows:
+        print(f"{name:34} " + " ".join(f"{value:12.3f}" for value in values))
     print(f"{'start, ms':34} {min(start() for _ in range(3)) * 1000:12.1f}")
     print(f"{'corvana9 next, 1000 actions, ms':34} {best_of(5, [COMMAND, 'next']) * 1000:12.1f}")
 
