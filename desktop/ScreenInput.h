@@ -15,6 +15,7 @@ class ScreenInput : public Input {
   Rect mainScreen() override;
   Rect visibleFrame() override;
   std::optional<double> idleSeconds() override { return std::nullopt; }
+  bool observe(std::function<void()> /*used*/) override { return false; }
 };
 
 }  // namespace corvana

@@ -4,10 +4,13 @@
 #include <QGuiApplication>
 #include <QScreen>
 #include <algorithm>
+#include <string_view>
+#include <utility>
 
 // After Qt's headers, which its macros would break.
 #include <X11/Xlib.h>
 #include <X11/extensions/scrnsaver.h>
+#include <X11/extensions/sync.h>
 
 namespace corvana {
 
@@ -57,6 +60,59 @@ class X11Input::Connection {
     return map;
   }
 
+  /// Has the server tell each time that its clock of idleness falls below so many milliseconds.
+  bool watchRest(int milliseconds) {
+    int error = 0;
+    int major = 0;
+    int minor = 0;
+    if (mDead || XSyncQueryExtension(mDisplay, &mFirstEvent, &error) == 0 ||
+        XSyncInitialize(mDisplay, &major, &minor) == 0) {
+      return false;
+    }
+    int count = 0;
+    XSyncSystemCounter* const counters = XSyncListSystemCounters(mDisplay, &count);
+    XSyncSystemCounter* const end = counters + count;
+    const XSyncSystemCounter* const idle = std::find_if(
+        counters, end,
+        [](const XSyncSystemCounter& one) { return std::string_view(one.name) == "IDLETIME"; });
+    const bool isThere = idle != end;
+    if (isThere) {
+      XSyncAlarmAttributes wanted{};
+      wanted.trigger.counter = idle->counter;
+      wanted.trigger.value_type = XSyncAbsolute;
+      wanted.trigger.test_type = XSyncNegativeTransition;
+      XSyncIntToValue(&wanted.trigger.wait_value, milliseconds);
+      XSyncIntToValue(&wanted.delta, 0);
+      wanted.events = True;
+      mAlarm = XSyncCreateAlarm(mDisplay,
+                                XSyncCACounter | XSyncCAValueType | XSyncCAValue | XSyncCATestType |
+                                    XSyncCADelta | XSyncCAEvents,
+                                &wanted);
+      XFlush(mDisplay);
+    }
+    if (counters != nullptr) XSyncFreeSystemCounterList(counters);
+    return isThere;
+  }
+  void endWatching() {
+    if (!mDead && mAlarm != None) XSyncDestroyAlarm(mDisplay, mAlarm);
+    mAlarm = None;
+  }
+
+  int descriptor() const { return ConnectionNumber(mDisplay); }
+  bool isDead() const { return mDead; }
+  /// Whether an answer of the server has brought events along.
+  bool hasEvents() const { return !mDead && XEventsQueued(mDisplay, QueuedAlready) > 0; }
+  /// Whether the rest was over since the last call.
+  bool tookEndOfRest() {
+    bool isOver = false;
+    while (!mDead && XPending(mDisplay) > 0) {
+      XEvent event;
+      XNextEvent(mDisplay, &event);
+      isOver = isOver || event.type == mFirstEvent + XSyncAlarmNotify;
+    }
+    return isOver;
+  }
+
   unsigned mask() {
     ::Window root = 0;
     ::Window child = 0;
@@ -73,6 +129,8 @@ class X11Input::Connection {
   Display* mDisplay;
   XScreenSaverInfo* mInfo = nullptr;
   bool mDead = false;
+  int mFirstEvent = 0;
+  XSyncAlarm mAlarm = None;
 };
 
 bool X11Input::displayAnswers() {
@@ -98,11 +156,37 @@ void X11Input::look() {
   const bool first = mLooked == std::chrono::steady_clock::time_point{};
   mLooked = now;
   mIdle = mConnection->idle();
+  if (mEvents != nullptr && mConnection->hasEvents()) {
+    QMetaObject::invokeMethod(
+        mEvents.get(), [this] { takeEvents(); }, Qt::QueuedConnection);
+  }
   // Nothing was pressed, released or moved since.
   if (!first && mIdle && *mIdle > std::chrono::duration<double>(since).count()) return;
   mKeys = mConnection->keys();
   mMask = mConnection->mask();
   mPointer = QCursor::pos();
+}
+
+bool X11Input::observe(std::function<void()> used) {
+  mEvents.reset();
+  mConnection->endWatching();
+  mUsed = std::move(used);
+  if (!mUsed) return true;
+  if (!mConnection->watchRest(static_cast<int>(kRest * 1000))) return false;
+  mEvents = std::make_unique<QSocketNotifier>(mConnection->descriptor(), QSocketNotifier::Read);
+  QObject::connect(mEvents.get(), &QSocketNotifier::activated, mEvents.get(),
+                   [this] { takeEvents(); });
+  return true;
+}
+
+void X11Input::takeEvents() {
+  const bool isOver = mConnection->tookEndOfRest();
+  if (mConnection->isDead()) mEvents->setEnabled(false);
+  if (!isOver) return;
+  // What was seen during the rest holds no longer.
+  mLooked = {};
+  const auto used = mUsed;
+  if (used) used();
 }
 
 KeyMap X11Input::keyMap() {

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <QPoint>
+#include <QSocketNotifier>
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <optional>
 
 #include "desktop/ScreenInput.h"
 
@@ -25,11 +28,13 @@ class X11Input final : public ScreenInput {
   bool mouseButtonDown() override;
   std::optional<Point> pointer() override;
   std::optional<double> idleSeconds() override;
+  bool observe(std::function<void()> used) override;
 
  private:
   class Connection;
   explicit X11Input(std::unique_ptr<Connection> connection);
   void look();
+  void takeEvents();
 
   std::unique_ptr<Connection> mConnection;
   std::chrono::steady_clock::time_point mLooked{};
@@ -37,6 +42,8 @@ class X11Input final : public ScreenInput {
   unsigned mMask = 0;  ///< buttons and modifiers
   QPoint mPointer;
   std::optional<double> mIdle;
+  std::unique_ptr<QSocketNotifier> mEvents;
+  std::function<void()> mUsed;
 };
 
 }  // namespace corvana

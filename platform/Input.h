@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <optional>
 
 namespace corvana {
@@ -49,6 +50,13 @@ class Input {
   /// Seconds since the user last did anything; nothing when unknown, and the user then counts as
   /// active.
   virtual std::optional<double> idleSeconds() = 0;
+
+  /// After so many seconds without any use the user counts as resting.
+  static constexpr double kRest = 1.0;
+  /// From now on `used` is called from the loop when the user does anything after a rest, so that
+  /// nobody has to look meanwhile. False where the system does not tell that. A second call-back
+  /// replaces the first; an empty one ends it.
+  virtual bool observe(std::function<void()> used) = 0;
 };
 
 }  // namespace corvana

@@ -16,6 +16,8 @@ class NoInput final : public Input {
   Rect mainScreen() override { return {}; }
   Rect visibleFrame() override { return {}; }
   std::optional<double> idleSeconds() override { return std::nullopt; }
+  /// There is nothing to be told.
+  bool observe(std::function<void()> /*used*/) override { return true; }
 };
 
 }  // namespace corvana

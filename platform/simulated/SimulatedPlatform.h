@@ -45,7 +45,7 @@ class SimulatedPlatform {
   SimulatedMachine machine{folder.path()};
   SimulatedPower power;
   SimulatedProcesses processes{time, runLoop, machine.executable};
-  SimulatedInput input;
+  SimulatedInput input{runLoop};
   SimulatedUserInterface userInterface{runLoop};
   SimulatedNotifications notifications{runLoop};
   SimulatedSystemLog systemLog;
