@@ -46,7 +46,7 @@ int comparedNextDates(const ProgrammedAction& a, const ProgrammedAction& b,
   const auto dateB = tools.getNextScheduleDateForSettings(ofB, false);
   if (dateA || dateB) return comparedDates(dateA, dateB);
   if (ofA.automatic != ofB.automatic) return ofA.automatic ? -1 : 1;
-  return compared(ofA.frequency, ofB.frequency);
+  return compared(ofA.kind, ofB.kind);
 }
 
 int comparedByMode(const ProgrammedAction& a, const ProgrammedAction& b, const ActionSort& sort) {

@@ -130,28 +130,28 @@ std::optional<ReferenceTime> ActionsTools::periodicDate(const Schedule& schedule
   const auto dayStartOfTomorrow = [&] {
     return mCalendar.timeOfDay(mCalendar.nextDay(mToday), hours.from);
   };
-  switch (schedule.frequency) {
-    case 1:
+  switch (schedule.kind) {
+    case ScheduleKind::daily:
       if (!schedule.time) return std::nullopt;
       return getNextSchedule(mToday, last, 0, mCalendar.secondsInDay(*schedule.time),
                              kCalendarStep);
-    case 20: {
+    case ScheduleKind::minutes: {
       // The series continues from the last run, and today's beginning is what it has to reach.
       const std::optional<ReferenceTime> start =
           last ? std::optional(mCalendar.dayAt0Seconds(*last)) : std::nullopt;
       return getNextSchedule(start, hours.dayStart, 0, schedule.minutes * 60,
                              schedule.minutes * 60);
     }
-    case 21:
+    case ScheduleKind::hourly:
       return getNextSchedule(hours.dayStart, last, schedule.hourDelay * quarter, 0, hour);
-    case 22:
+    case ScheduleKind::threeHourly:
       return getNextSchedule(hours.dayStart, last, schedule.hourDelay * quarter, 0, 3 * hour);
-    case 30:
+    case ScheduleKind::firstStartUpOfDay:
       if (!last || *last < mToday - 60) return nowAfterStartup;
       return dayStartOfTomorrow();
-    case 31:
+    case ScheduleKind::startUp:
       return nowAfterStartup;
-    case 32:
+    case ScheduleKind::nextDay:
       if (!last || mCalendar.dayNumber(*last) != mTodayNumber) return std::nullopt;
       return dayStartOfTomorrow();
     default:

@@ -328,7 +328,7 @@ int ProgrammedAction::triggerStatus() const {
   return status;
 }
 
-void ProgrammedAction::setActionContext(std::int64_t context) {
+void ProgrammedAction::setActionContext(ActionContext context) {
   if (!isGroup()) {
     setSetting("TriggerContextPopup", static_cast<int>(context));
     return;

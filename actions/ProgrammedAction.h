@@ -13,6 +13,7 @@
 
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/ActionContext.h"
 #include "actions/ActionSort.h"
 #include "actions/TriggerSettings.h"
 
@@ -69,7 +70,7 @@ class ProgrammedAction {
   bool isFavorite() const;
   /// "AdminMode", but 0 for an action of type 1 whatever its record says.
   std::int64_t getExecuteWithAdminPrivileges() const;
-  std::int64_t getActionContext() const { return triggerSettings().context; }
+  ActionContext getActionContext() const { return triggerSettings().context; }
 
   // Place in the tree.
 
@@ -167,7 +168,7 @@ class ProgrammedAction {
   void activateTrigger(bool flag);
   /// 1 off, 2 on, 3 mixed, 0 for an empty group.
   int triggerStatus() const;
-  void setActionContext(std::int64_t context);  ///< of an action, or of all in a group
+  void setActionContext(ActionContext context);  ///< of an action, or of all in a group
 
   // Display list: the children that pass a filter, sorted.
 

@@ -14,7 +14,6 @@ namespace corvana {
 
 namespace {
 
-constexpr std::int64_t kWhenVolumeMounted = 10;
 constexpr std::int64_t kExecuteAnotherAction = 3;
 
 /// The elements of an array that the record keeps archived; empty when there are none.
@@ -256,8 +255,7 @@ std::vector<std::string> ProgrammedAction::searchTokens(const ZAN_DateUtils& cal
       })) {
     tokens.emplace_back("::executeanotheraction");
   }
-  if (mSettings.integer("TriggerAutomatic") != 0 &&
-      mSettings.integer("TriggerFrequencyPopup") == kWhenVolumeMounted) {
+  if (schedule().automatic && schedule().kind == ScheduleKind::volumeMounted) {
     tokens.emplace_back("::executedmounted");
   }
   return tokens;

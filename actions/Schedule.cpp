@@ -27,6 +27,11 @@ std::int8_t withinOrZero(std::int64_t value, std::int64_t least, std::int64_t mo
   return static_cast<std::int8_t>(value >= least && value <= most ? value : 0);
 }
 
+template <class Enumeration>
+constexpr std::int64_t numberOf(Enumeration value) {
+  return static_cast<std::int64_t>(value);
+}
+
 std::string_view trimmed(std::string_view text) {
   constexpr std::string_view blanks = " \t\r\n";
   const auto first = text.find_first_not_of(blanks);
@@ -56,9 +61,9 @@ ScheduleEntry::ScheduleEntry(const ZAN_Value& entry) : time(dateOf(entry["Trigge
   const std::int64_t modeNumber = entry.integer("TriggerScheduleMode");
   mode = modeNumber >= 0 && modeNumber <= 3 ? static_cast<Mode>(modeNumber) : Mode::never;
   parity = static_cast<Parity>(withinOrZero(entry.integer("TriggerScheduleEvenOdd"), 1, 2));
-  const std::int64_t trigger = entry.integer("TriggerFrequencyPopup");
-  if (trigger == 20) occasion = Occasion::startUp;
-  if (trigger == 21) occasion = Occasion::shutDown;
+  occasion = static_cast<Occasion>(withinOrZero(entry.integer("TriggerFrequencyPopup"),
+                                                numberOf(Occasion::startUp),
+                                                numberOf(Occasion::shutDown)));
   switch (mode) {
     case Mode::daysOfWeek:
       for (std::size_t i = 0; i < kWeekdayKeys.size(); ++i) {
@@ -67,7 +72,10 @@ ScheduleEntry::ScheduleEntry(const ZAN_Value& entry) : time(dateOf(entry["Trigge
       break;
     case Mode::daysOfMonth: {
       const std::int64_t number = entry.integer("TriggerScheduleMonthMode");
-      monthMode = number == 1 ? std::int8_t{1} : withinOrZero(number, 10, 16);
+      monthMode = number == numberOf(MonthMode::days)
+                      ? MonthMode::days
+                      : static_cast<MonthMode>(withinOrZero(number, numberOf(MonthMode::firstDay),
+                                                            numberOf(MonthMode::secondWeekday)));
       monthWeekDay = withinOrZero(entry.integer("TriggerScheduleMonthWeekDay"), 1, 7);
       monthDays = monthDaysOf(entry["TriggerScheduleMonthDays"].stringView());
       break;
@@ -85,16 +93,16 @@ ScheduleEntry::ScheduleEntry(const ZAN_Value& entry) : time(dateOf(entry["Trigge
 Schedule::Schedule(const ZAN_Value& settings)
     : automatic(settings.integer("TriggerAutomatic") != 0),
       lastScheduleDate(dateOf(settings["LastScheduleDate"])) {
-  frequency = settings.integer("TriggerFrequencyPopup");
+  kind = static_cast<ScheduleKind>(settings.integer("TriggerFrequencyPopup"));
   hasAllowedHours = settings.integer("TriggerAllowedHours") != 0;
   if (hasAllowedHours) {
     allowedFrom = dateOf(settings["TriggerAllowedHoursFrom"]);
     allowedTo = dateOf(settings["TriggerAllowedHoursTo"]);
   }
-  if (frequency == 1) time = dateOf(settings["TriggerScheduleTime"]);
-  if (frequency == 20)
+  if (kind == ScheduleKind::daily) time = dateOf(settings["TriggerScheduleTime"]);
+  if (kind == ScheduleKind::minutes)
     minutes = std::clamp<std::int64_t>(settings.integer("TriggerScheduleMinutes"), 1, kMaxMinutes);
-  if (frequency == 21 || frequency == 22) {
+  if (kind == ScheduleKind::hourly || kind == ScheduleKind::threeHourly) {
     hourDelay = static_cast<std::uint8_t>(withinOrZero(settings.integer("TriggerHourDelay"), 1, 3));
   }
   readList(settings["TriggerScheduleList"]);

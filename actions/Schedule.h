@@ -11,12 +11,42 @@
 
 namespace corvana {
 
+/// What starts an action, with the numbers of "TriggerFrequencyPopup". Any other number is carried
+/// through and means that the dates of the schedule list alone do, as `list` does.
+enum class ScheduleKind : std::int64_t {
+  list = 0,
+  daily = 1,
+  volumeMounted = 10,
+  applicationQuit = 11,
+  minutes = 20,
+  hourly = 21,
+  threeHourly = 22,
+  listOnly = 23,  ///< the same as `list`
+  firstStartUpOfDay = 30,
+  startUp = 31,
+  nextDay = 32,
+  idle = 40
+};
+
 /// One line of a schedule list: on which days, at what time, and whether it is a start-up or a
 /// shutdown occasion rather than a date.
 struct ScheduleEntry {
   enum class Mode : std::uint8_t { everyDay, daysOfWeek, daysOfMonth, yearly, never };
   enum class Parity : std::uint8_t { every, odd, even };
-  enum class Occasion : std::uint8_t { none, startUp, shutDown };
+  /// The numbers of an entry's own "TriggerFrequencyPopup".
+  enum class Occasion : std::uint8_t { none = 0, startUp = 20, shutDown = 21 };
+  /// Which days of a month, with the numbers of "TriggerScheduleMonthMode".
+  enum class MonthMode : std::uint8_t {
+    never = 0,
+    days = 1,
+    firstDay = 10,
+    firstWorkingDay = 11,
+    lastDay = 12,
+    lastWorkingDay = 13,
+    firstWeekday = 14,
+    lastWeekday = 15,
+    secondWeekday = 16
+  };
 
   ScheduleEntry() = default;
   /// Missing keys and values out of range choose no day. `entry` is a dictionary.
@@ -32,8 +62,8 @@ struct ScheduleEntry {
   Mode mode = Mode::everyDay;
   Parity parity = Parity::every;
   Occasion occasion = Occasion::none;
-  std::uint8_t weekdays = 0;     ///< bit 1 = Sunday to bit 7 = Saturday
-  std::int8_t monthMode = 0;     ///< 1, 10 to 16; 0 chooses no day
+  std::uint8_t weekdays = 0;  ///< bit 1 = Sunday to bit 7 = Saturday
+  MonthMode monthMode = MonthMode::never;
   std::int8_t monthWeekDay = 0;  ///< 1 = Sunday to 7 = Saturday; 0 chooses no day
   std::int8_t day = 0;           ///< of a date a year; 0 chooses no day
   std::int8_t month = 0;
@@ -58,7 +88,7 @@ class Schedule {
   bool automatic = false;
   bool hasAllowedHours = false;
   std::uint8_t hourDelay = 0;  ///< quarters of an hour past, 0 to 3
-  std::int64_t frequency = 0;
+  ScheduleKind kind = ScheduleKind::list;
   std::int64_t minutes = 1;           ///< at least 1
   std::optional<ReferenceTime> time;  ///< of these dates only the time of day counts
   std::optional<ReferenceTime> allowedFrom;

@@ -7,6 +7,7 @@ namespace corvana {
 namespace {
 
 using Mode = ScheduleEntry::Mode;
+using MonthMode = ScheduleEntry::MonthMode;
 using Parity = ScheduleEntry::Parity;
 
 constexpr int kSaturday = 7;
@@ -112,28 +113,29 @@ std::uint32_t ScheduleDays::chosenDaysOfMonth(ZAN_CivilDay day, std::int64_t num
     return bit(which * 7 - 6 + daysUntil(mEntry.monthWeekDay, weekdayOfFirst));
   };
   switch (mEntry.monthMode) {
-    case 1:
+    case MonthMode::days:
       return mEntry.monthDays & existing;
-    case 10:
+    case MonthMode::firstDay:
       return bit(1);
-    case 11:
+    case MonthMode::firstWorkingDay:
       return bit(weekdayOfFirst == kSaturday ? 3 : weekdayOfFirst == kSunday ? 2 : 1);
-    case 12:
+    case MonthMode::lastDay:
       return bit(last);
-    case 13:
+    case MonthMode::lastWorkingDay:
       return bit(weekdayOfLast == kSaturday ? last - 1
                  : weekdayOfLast == kSunday ? last - 2
                                             : last);
-    case 14:
+    case MonthMode::firstWeekday:
       return weekdayOccurrence(1);
-    case 15:
+    case MonthMode::lastWeekday:
       return mEntry.monthWeekDay == 0 ? 0
                                       : bit(last - daysUntil(weekdayOfLast, mEntry.monthWeekDay));
-    case 16:
+    case MonthMode::secondWeekday:
       return weekdayOccurrence(2);
-    default:
-      return 0;
+    case MonthMode::never:
+      break;
   }
+  return 0;
 }
 
 std::optional<std::int64_t> ScheduleDays::nextYearly() {

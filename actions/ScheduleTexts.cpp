@@ -23,32 +23,32 @@ std::string ActionsTools::getNextScheduleModeForSettings(const ZAN_Value& settin
   const ZAN_StringTable& table = texts.table;
   if (!schedule.automatic) return table.text("ScheduleNotAutomatic");
   const int minutesPast = schedule.hourDelay * 15;
-  switch (schedule.frequency) {
-    case 1:
+  switch (schedule.kind) {
+    case ScheduleKind::daily:
       if (schedule.time)
         return table.text("ScheduleDaily", {texts.strings.getShortTime(todayAt(*schedule.time))});
       break;
-    case 10:
+    case ScheduleKind::volumeMounted:
       return table.text("ScheduleVolumeMounted");
-    case 11:
+    case ScheduleKind::applicationQuit:
       return table.text("ScheduleApplicationQuit",
                         {applicationName(settings["TriggerAppQuitPath"].stringView())});
-    case 20:
+    case ScheduleKind::minutes:
       if (schedule.minutes == 1) return table.text("ScheduleEveryMinute");
       return table.text("ScheduleMinutes", {schedule.minutes});
-    case 21:
+    case ScheduleKind::hourly:
       if (minutesPast == 0) return table.text("ScheduleHourly");
       return table.text("ScheduleHourlyPast", {minutesPast});
-    case 22:
+    case ScheduleKind::threeHourly:
       if (minutesPast == 0) return table.text("ScheduleThreeHourly");
       return table.text("ScheduleThreeHourlyPast", {minutesPast});
-    case 30:
+    case ScheduleKind::firstStartUpOfDay:
       return table.text("ScheduleFirstStartUp");
-    case 31:
+    case ScheduleKind::startUp:
       return table.text("ScheduleStartUp");
-    case 32:
+    case ScheduleKind::nextDay:
       return table.text("ScheduleNextDay");
-    case 40: {
+    case ScheduleKind::idle: {
       const std::int64_t minutes = settings.integer("TriggerScheduleMinutes");
       return table.text("ScheduleIdle", {minutes > 0 ? minutes : std::int64_t{10}});
     }

@@ -7,7 +7,7 @@ TriggerSettings::TriggerSettings(const ZAN_Value& settings)
       title(settings["Title"]),
       shortcut(settings["Shortcut"]),
       mode(settings.integer("Mode")),
-      context(settings.integer("TriggerContextPopup")),
+      context(static_cast<ActionContext>(settings.integer("TriggerContextPopup"))),
       idleMinutes(settings.integer("TriggerScheduleMinutes")),
       notExecuted(settings.integer("TriggerNotificationNotExecuted")),
       notExecutedDays(settings.integer("TriggerDelayNotExecuted")) {

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/ActionContext.h"
 #include "actions/Schedule.h"
 
 namespace corvana {
@@ -20,11 +21,11 @@ struct TriggerSettings {
   static bool dependsOnKey(std::string_view key);
 
   Schedule schedule;
-  ZAN_Value title;               ///< "Title" as stored
-  ZAN_Value shortcut;            ///< "Shortcut" as stored
-  std::int64_t mode = 0;         ///< "Mode"
-  std::int64_t context = 0;      ///< "TriggerContextPopup"; 0: any
-  std::int64_t idleMinutes = 0;  ///< "TriggerScheduleMinutes" as stored
+  ZAN_Value title;                              ///< "Title" as stored
+  ZAN_Value shortcut;                           ///< "Shortcut" as stored
+  std::int64_t mode = 0;                        ///< "Mode"
+  ActionContext context = ActionContext::none;  ///< "TriggerContextPopup"
+  std::int64_t idleMinutes = 0;                 ///< "TriggerScheduleMinutes" as stored
   std::int64_t notExecuted = 0;  ///< "TriggerNotificationNotExecuted": bit 0 message, bit 1 mail
   std::int64_t notExecutedDays = 0;  ///< "TriggerDelayNotExecuted" as stored
   ZAN_Value appQuitPath;             ///< "TriggerAppQuitPath": text or null

@@ -21,6 +21,8 @@ namespace {
 constexpr int kCopy = 2;
 constexpr int kSynchronise = 3;
 
+constexpr int number(ActionContext context) { return static_cast<int>(context); }
+
 /// The number that goes with the option's word.
 template <std::size_t count>
 std::optional<int> choice(Arguments& arguments, std::string_view option,
@@ -50,7 +52,10 @@ ActionWords::ActionWords(Arguments& arguments)
       mShortcut(arguments.option("--shortcut")),
       mMode(choice<2>(arguments, "--mode", {{{"copy", kCopy}, {"synchronise", kSynchronise}}})),
       mContext(choice<4>(arguments, "--context",
-                         {{{"office", 1}, {"home", 2}, {"nomad", 3}, {"any", 0}}})),
+                         {{{"office", number(ActionContext::office)},
+                           {"home", number(ActionContext::home)},
+                           {"nomad", number(ActionContext::nomad)},
+                           {"any", number(ActionContext::none)}}})),
       mGroup(arguments.number("--group", 0, INT64_MAX)),
       mForce(arguments.flag("--force")) {
   if (mTitle && mTitle->empty()) arguments.complain("--title wants a text");

@@ -42,26 +42,26 @@ std::string parityText(ScheduleEntry::Parity parity, const std::string& what) {
 
 std::string monthText(const ScheduleEntry& entry) {
   switch (entry.monthMode) {
-    case 1: {
+    case ScheduleEntry::MonthMode::days: {
       std::vector<std::string> days;
       for (int day = 1; day <= 31; ++day) {
         if (entry.choosesMonthDay(day)) days.push_back(std::to_string(day));
       }
       return "on day " + joined(days, " and ") + " of the month";
     }
-    case 10:
+    case ScheduleEntry::MonthMode::firstDay:
       return "on the first day of the month";
-    case 11:
+    case ScheduleEntry::MonthMode::firstWorkingDay:
       return "on the first working day of the month";
-    case 12:
+    case ScheduleEntry::MonthMode::lastDay:
       return "on the last day of the month";
-    case 13:
+    case ScheduleEntry::MonthMode::lastWorkingDay:
       return "on the last working day of the month";
-    case 14:
+    case ScheduleEntry::MonthMode::firstWeekday:
       return "on the first " + weekdayText(entry.monthWeekDay) + " of the month";
-    case 15:
+    case ScheduleEntry::MonthMode::lastWeekday:
       return "on the last " + weekdayText(entry.monthWeekDay) + " of the month";
-    case 16:
+    case ScheduleEntry::MonthMode::secondWeekday:
       return "on the second " + weekdayText(entry.monthWeekDay) + " of the month";
     default:
       return "never";
@@ -105,31 +105,31 @@ std::string hourText(const std::string& text, int hourDelay) {
 
 std::string frequencyText(const Schedule& schedule, const ZAN_Value& settings,
                           const ZAN_DateUtils& calendar) {
-  switch (schedule.frequency) {
-    case 1:
+  switch (schedule.kind) {
+    case ScheduleKind::daily:
       return "every day at " +
              (schedule.time ? timeText(*schedule.time, calendar) : std::string("no time"));
-    case 10:
+    case ScheduleKind::volumeMounted:
       return "when one of its volumes is mounted";
-    case 11:
+    case ScheduleKind::applicationQuit:
       return "when " + settings.string("TriggerAppQuitPath") + " quits";
-    case 20:
+    case ScheduleKind::minutes:
       if (schedule.minutes == 1) return "every minute";
       if (schedule.minutes % 60 == 0 && schedule.minutes > 60) {
         return "every " + std::to_string(schedule.minutes / 60) + " hours";
       }
       return "every " + std::to_string(schedule.minutes) + " minutes";
-    case 21:
+    case ScheduleKind::hourly:
       return hourText("every hour", schedule.hourDelay);
-    case 22:
+    case ScheduleKind::threeHourly:
       return hourText("every 3 hours", schedule.hourDelay);
-    case 30:
+    case ScheduleKind::firstStartUpOfDay:
       return "at the first start-up of a day";
-    case 31:
+    case ScheduleKind::startUp:
       return "at start-up";
-    case 32:
+    case ScheduleKind::nextDay:
       return "on the day after it ran";
-    case 40: {
+    case ScheduleKind::idle: {
       const auto minutes = settings.integer("TriggerScheduleMinutes");
       return "after " + std::to_string(minutes > 0 ? minutes : 10) + " minutes without use";
     }

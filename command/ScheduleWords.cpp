@@ -10,19 +10,12 @@ namespace corvana {
 
 namespace {
 
-enum Frequency {
-  kEveryDay = 1,
-  kVolumeMounted = 10,
-  kApplicationQuit = 11,
-  kMinutes = 20,
-  kHourly = 21,
-  kListOnly = 23,
-  kStartUp = 31,
-  kIdle = 40
-};
-constexpr int kShutDownEntry = 21;
+using MonthMode = ScheduleEntry::MonthMode;
+
 constexpr std::array<std::string_view, 7> kWeekdays{"Sunday",   "Monday", "Tuesday", "Wednesday",
                                                     "Thursday", "Friday", "Saturday"};
+
+int modeNumber(ScheduleEntry::Mode mode) { return static_cast<int>(mode); }
 
 std::optional<int> numberIn(std::string_view text, int least, int most) {
   int value = 0;
@@ -79,29 +72,29 @@ ScheduleWords::ScheduleWords(Arguments& arguments) {
   takeFrequencies(arguments);
   takeDates(arguments);
   takeHours(arguments);
-  if (mIsManual && (mFrequency != 0 || !mEntries.empty() || !mDaily.empty() || mAtShutDown)) {
+  if (mIsManual && (mKind || !mEntries.empty() || !mDaily.empty() || mAtShutDown)) {
     arguments.complain("--manual goes with no other schedule");
   }
-  mIsGiven = mIsManual || mFrequency != 0 || !mEntries.empty() || !mDaily.empty() || mAtShutDown;
+  mIsGiven = mIsManual || mKind || !mEntries.empty() || !mDaily.empty() || mAtShutDown;
 }
 
-void ScheduleWords::setFrequency(int frequency, std::string_view word, Arguments& arguments) {
-  if (mFrequency != 0) {
-    arguments.complain(mFrequencyWord + " and " + std::string(word) +
+void ScheduleWords::setKind(ScheduleKind kind, std::string_view word, Arguments& arguments) {
+  if (mKind) {
+    arguments.complain(mKindWord + " and " + std::string(word) +
                        " do not go together: make two actions");
   }
-  mFrequency = frequency;
-  mFrequencyWord = word;
+  mKind = kind;
+  mKindWord = word;
 }
 
 void ScheduleWords::takeFrequencies(Arguments& arguments) {
   mIsManual = arguments.flag("--manual");
   mAtShutDown = arguments.flag("--at-shutdown");
-  if (arguments.flag("--hourly")) setFrequency(kHourly, "--hourly", arguments);
-  if (arguments.flag("--on-mount")) setFrequency(kVolumeMounted, "--on-mount", arguments);
-  if (arguments.flag("--at-startup")) setFrequency(kStartUp, "--at-startup", arguments);
+  if (arguments.flag("--hourly")) setKind(ScheduleKind::hourly, "--hourly", arguments);
+  if (arguments.flag("--on-mount")) setKind(ScheduleKind::volumeMounted, "--on-mount", arguments);
+  if (arguments.flag("--at-startup")) setKind(ScheduleKind::startUp, "--at-startup", arguments);
   if (const auto text = arguments.option("--every")) {
-    setFrequency(kMinutes, "--every", arguments);
+    setKind(ScheduleKind::minutes, "--every", arguments);
     const char unit = text->empty() ? '\0' : text->back();
     const auto number =
         numberIn(std::string_view(*text).substr(0, text->empty() ? 0 : text->size() - 1), 1, 9999);
@@ -113,11 +106,11 @@ void ScheduleWords::takeFrequencies(Arguments& arguments) {
     }
   }
   if (const auto minutes = arguments.number("--on-idle", 1, 1440)) {
-    setFrequency(kIdle, "--on-idle", arguments);
+    setKind(ScheduleKind::idle, "--on-idle", arguments);
     mMinutes = *minutes;
   }
   if (const auto application = arguments.option("--on-quit")) {
-    setFrequency(kApplicationQuit, "--on-quit", arguments);
+    setKind(ScheduleKind::applicationQuit, "--on-quit", arguments);
     mApplication = *application;
     if (application->empty()) arguments.complain("--on-quit wants an application");
   }
@@ -147,7 +140,8 @@ void ScheduleWords::takeDates(Arguments& arguments) {
 }
 
 void ScheduleWords::takeWeekly(std::string_view days, Arguments& arguments) {
-  ZAN_Value entry = ZAN_Value::dictionary({{"TriggerScheduleMode", 1}});
+  ZAN_Value entry =
+      ZAN_Value::dictionary({{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::daysOfWeek)}});
   for (const std::string_view word : parts(days, ',')) {
     const int day = weekdayNamed(word);
     if (day == 0) {
@@ -161,13 +155,19 @@ void ScheduleWords::takeWeekly(std::string_view days, Arguments& arguments) {
 }
 
 void ScheduleWords::takeMonthly(const std::string& word, Arguments& arguments) {
-  constexpr std::array<std::pair<std::string_view, int>, 4> kDays{
-      {{"first-day", 10}, {"first-working-day", 11}, {"last-day", 12}, {"last-working-day", 13}}};
-  constexpr std::array<std::pair<std::string_view, int>, 3> kOccurrences{
-      {{"first-", 14}, {"last-", 15}, {"second-", 16}}};
-  ZAN_Value entry = ZAN_Value::dictionary({{"TriggerScheduleMode", 2}});
-  const auto add = [&](int mode) {
-    entry.setValue("TriggerScheduleMonthMode", mode);
+  constexpr std::array<std::pair<std::string_view, MonthMode>, 4> kDays{
+      {{"first-day", MonthMode::firstDay},
+       {"first-working-day", MonthMode::firstWorkingDay},
+       {"last-day", MonthMode::lastDay},
+       {"last-working-day", MonthMode::lastWorkingDay}}};
+  constexpr std::array<std::pair<std::string_view, MonthMode>, 3> kOccurrences{
+      {{"first-", MonthMode::firstWeekday},
+       {"last-", MonthMode::lastWeekday},
+       {"second-", MonthMode::secondWeekday}}};
+  ZAN_Value entry = ZAN_Value::dictionary(
+      {{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::daysOfMonth)}});
+  const auto add = [&](MonthMode mode) {
+    entry.setValue("TriggerScheduleMonthMode", static_cast<int>(mode));
     mEntries.push_back(entry);
   };
   for (const auto& [name, mode] : kDays) {
@@ -186,7 +186,7 @@ void ScheduleWords::takeMonthly(const std::string& word, Arguments& arguments) {
     return arguments.complain("--monthly does not know \"" + word + "\"");
   }
   entry.setValue("TriggerScheduleMonthDays", word);
-  add(1);
+  add(MonthMode::days);
 }
 
 void ScheduleWords::takeYearly(std::string_view date, Arguments& arguments) {
@@ -200,9 +200,10 @@ void ScheduleWords::takeYearly(std::string_view date, Arguments& arguments) {
     return arguments.complain("--yearly wants a day and a month such as 29.2., not \"" +
                               std::string(date) + "\"");
   }
-  mEntries.push_back(ZAN_Value::dictionary({{"TriggerScheduleMode", 3},
-                                            {"TriggerScheduleDay", *day},
-                                            {"TriggerScheduleMonth", *month}}));
+  mEntries.push_back(
+      ZAN_Value::dictionary({{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::yearly)},
+                             {"TriggerScheduleDay", *day},
+                             {"TriggerScheduleMonth", *month}}));
 }
 
 void ScheduleWords::takeHours(Arguments& arguments) {
@@ -247,13 +248,14 @@ void ScheduleWords::applyTo(ZAN_Value& record, const ZAN_DateUtils& calendar,
     record.removeKey(key);
   }
   std::vector<ZAN_Value> list;
-  const bool isDaily = mFrequency == 0 && mDaily.size() == 1;
+  const bool isDaily = !mKind && mDaily.size() == 1;
   if (isDaily) {
     record.setValue("TriggerScheduleTime", storedTime(mDaily[0], calendar, now));
   } else {
     for (const int time : mDaily) {
-      list.push_back(ZAN_Value::dictionary(
-          {{"TriggerScheduleMode", 0}, {"TriggerScheduleTime", storedTime(time, calendar, now)}}));
+      list.push_back(
+          ZAN_Value::dictionary({{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::everyDay)},
+                                 {"TriggerScheduleTime", storedTime(time, calendar, now)}}));
     }
   }
   for (ZAN_Value entry : mEntries) {
@@ -263,10 +265,12 @@ void ScheduleWords::applyTo(ZAN_Value& record, const ZAN_DateUtils& calendar,
   // Without a time the entry has no date that could stand before those of the others.
   if (mAtShutDown) {
     list.push_back(ZAN_Value::dictionary(
-        {{"TriggerScheduleMode", 0}, {"TriggerFrequencyPopup", kShutDownEntry}}));
+        {{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::everyDay)},
+         {"TriggerFrequencyPopup", static_cast<int>(ScheduleEntry::Occasion::shutDown)}}));
   }
-  record.setValue("TriggerFrequencyPopup",
-                  mFrequency != 0 ? mFrequency : (isDaily ? kEveryDay : kListOnly));
+  record.setValue(
+      "TriggerFrequencyPopup",
+      static_cast<int>(mKind.value_or(isDaily ? ScheduleKind::daily : ScheduleKind::listOnly)));
   if (mMinutes != 0) record.setValue("TriggerScheduleMinutes", static_cast<int>(mMinutes));
   if (!mApplication.empty()) record.setValue("TriggerAppQuitPath", mApplication);
   if (!list.empty()) {

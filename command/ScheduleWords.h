@@ -8,6 +8,7 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/Schedule.h"
 #include "command/Commands.h"
 
 namespace corvana {
@@ -43,12 +44,12 @@ class ScheduleWords {
   void takeYearly(std::string_view date, Arguments& arguments);
   void takeFrequencies(Arguments& arguments);
   void takeHours(Arguments& arguments);
-  void setFrequency(int frequency, std::string_view word, Arguments& arguments);
+  void setKind(ScheduleKind kind, std::string_view word, Arguments& arguments);
 
   bool mIsGiven = false;
   bool mIsManual = false;
-  int mFrequency = 0;  ///< "TriggerFrequencyPopup"; 0: none was named
-  std::string mFrequencyWord;
+  std::optional<ScheduleKind> mKind;
+  std::string mKindWord;
   std::int64_t mMinutes = 0;
   std::string mApplication;
   std::vector<int> mDaily;          ///< seconds in day

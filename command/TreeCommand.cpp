@@ -36,7 +36,7 @@ ZAN_Value nodesAsValue(const ProgrammedAction& group, const CommandHome& home) {
       node.setValue("schedule", scheduleInWords(settings, home.calendar()));
       node.setValue("next", date ? ZAN_Value(*date) : ZAN_Value());
       node.setValue("shutdown", shutDown);
-      node.setValue("context", child->getActionContext());
+      node.setValue("context", static_cast<std::int64_t>(child->getActionContext()));
       node.setValue("sources", ZAN_Value::array(std::move(sources)));
       const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
       if (!destination.isNull()) node.setValue("destination", pathOf(destination));

@@ -54,7 +54,7 @@ bool askAgent(CommandHome& home, Seen& seen) {
   situation.headRuns = status["executing"].boolValue();
   situation.waitsForOther = status["waitsForOther"].boolValue();
   situation.idleTimeIsSeen = status["idleTimeIsSeen"].boolValue();
-  situation.context = static_cast<int>(status.integer("context"));
+  situation.context = static_cast<ActionContext>(status.integer("context"));
   for (const auto& record : queue->elements()) situation.queue.push_back(record.integer("ref"));
   return true;
 }
@@ -74,7 +74,7 @@ Seen lookAround(CommandHome& home) {
   // The stored queue is without its head, which is what runs; an idle agent's is empty.
   const ZAN_Value preferences = home.store().settings().schedulerSettings();
   situation.scheduleDisabled = preferences.integer(PreferenceKey::scheduleDisabled) != 0;
-  situation.context = static_cast<int>(preferences.integer(PreferenceKey::currentContext));
+  situation.context = static_cast<ActionContext>(preferences.integer(PreferenceKey::currentContext));
   for (const auto& record : preferences["SchedulerActionsToDoList"].elements()) {
     situation.queue.push_back(record.integer("Ref"));
   }

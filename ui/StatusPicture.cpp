@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "actions/ActionContext.h"
+
 namespace corvana {
 
 namespace {
@@ -38,7 +40,14 @@ std::string inStyle(const std::string& name, int style) {
 
 std::string badgeOf(int context) {
   if (context <= 0) return {};
-  return context == 1 ? "BadgeOffice" : context == 2 ? "BadgeHome" : "BadgeNomad";
+  switch (static_cast<ActionContext>(context)) {
+    case ActionContext::office:
+      return "BadgeOffice";
+    case ActionContext::home:
+      return "BadgeHome";
+    default:
+      return "BadgeNomad";
+  }
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/ActionContext.h"
 #include "actions/ActionTree.h"
 #include "actions/ProgrammedAction.h"
 #include "core/machine/VolumeWatch.h"
@@ -100,9 +101,7 @@ void LaunchStep::showWelcomeMessage() {
                      m.texts.text(m.state.mScheduleDisabled ? "Disabled" : "Enabled")});
     const int context = m.state.mContext;
     if (context != 0) {
-      const std::string& name = context == 1   ? m.texts.text("OfficeContext")
-                                : context == 2 ? m.texts.text("HomeContext")
-                                               : m.texts.text("NomadContext");
+      const std::string& name = contextName(static_cast<ActionContext>(context), m.texts);
       text = ZAN_StringUtils::format("%@%@ %@ / ", {text, m.texts.text("Context"), name});
     }
     const double seconds = context == 0 ? kWelcomeSeconds : kWelcomeSecondsWithContext;

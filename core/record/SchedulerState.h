@@ -21,7 +21,7 @@ struct SchedulerState {
   /// Automatic execution goes off when the queue is empty and nothing runs.
   bool mScheduleDisabledWhenDone = false;
   bool mPause = false;
-  /// 0 none, 1 office, 2 home, 3 nomad.
+  /// The number of an `ActionContext`.
   int mContext = 0;
   /// The start-up disk is another one than the actions were made for, and the question is still
   /// open.

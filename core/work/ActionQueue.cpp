@@ -143,14 +143,12 @@ void ActionQueue::moveRecord(std::size_t from, std::size_t to) {
   changed();
 }
 
-void ActionQueue::removeRecordsOfOtherContexts(std::int64_t context) {
+void ActionQueue::removeRecordsOfOtherContexts(ActionContext context) {
   bool removed = false;
   for (std::size_t row = mActionsList.size(); row-- > 2;) {
     const ProgrammedAction* const action =
         m.tree.rootItem().actionForReference(mActionsList[row].ref);
-    if (action == nullptr) continue;
-    const std::int64_t own = action->getActionContext();
-    if (own == 0 || own == context) continue;
+    if (action == nullptr || !isOtherContext(action->getActionContext(), context)) continue;
     erase(row);
     removed = true;
   }

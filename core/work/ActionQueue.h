@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "actions/ActionContext.h"
 #include "core/work/NextAction.h"
 #include "core/work/QueueRecord.h"
 #include "core/work/WorkSurroundings.h"
@@ -71,7 +72,7 @@ class ActionQueue {
   void moveRecord(std::size_t from, std::size_t to);
   /// Removes, from the last record down to position 2, those whose action exists and belongs to a
   /// context other than `context`. Positions 0 and 1 stay.
-  void removeRecordsOfOtherContexts(std::int64_t context);
+  void removeRecordsOfOtherContexts(ActionContext context);
 
   /// Enqueues what the main application wrote into a request file, as launched by hand; enables
   /// execution unless the user switched it off; deletes the file.

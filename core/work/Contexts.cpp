@@ -27,7 +27,7 @@ void Contexts::setContextMode(std::int64_t value) {
     m.preferences.setPref(PreferenceKey::currentContext, context);
     m.preferences.savePrefs();
   }
-  if (context != 0) mQueue.removeRecordsOfOtherContexts(context);
+  if (context != 0) mQueue.removeRecordsOfOtherContexts(static_cast<ActionContext>(context));
   if (onContextChanged) onContextChanged();
 }
 

@@ -27,9 +27,6 @@ constexpr double kDay = 86400.0;
 /// So long after its date an action has not missed it.
 constexpr double kOnTime = 2.0;
 constexpr double kActiveUser = 60.0;
-constexpr std::int64_t kVolumeMounted = 10;
-constexpr std::int64_t kApplicationQuit = 11;
-constexpr std::int64_t kUserIdle = 40;
 
 /// The last component of a path without its extension.
 std::string applicationName(std::string_view path) {
@@ -228,7 +225,7 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
   SchedulerState& state = m.state;
 
   const bool inContext =
-      trigger.context == 0 || state.mContext == 0 || trigger.context == state.mContext;
+      !isOtherContext(trigger.context, static_cast<ActionContext>(state.mContext));
   if (walk.collectsNotExecuted) collectNotExecuted(now, action, trigger);
   if (!isInAllowedHours(now, schedule) || !schedule.automatic || !inContext) return;
 
@@ -236,7 +233,7 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
     walk.due.push_back({since, action.getReference(), since < now - kOnTime});
   };
   if (!walk.mountedDevice.empty()) {
-    if (schedule.frequency == kVolumeMounted && !state.mScheduleDisabled &&
+    if (schedule.kind == ScheduleKind::volumeMounted && !state.mScheduleDisabled &&
         concernsMountedVolume(walk, action.getSettings()))
       enqueueDueSince(now);
     return;
@@ -279,7 +276,7 @@ bool TriggerEvaluation::isInAllowedHours(ReferenceTime now, const Schedule& sche
 bool TriggerEvaluation::isStartedByEvent(const Walk& walk, const TriggerSettings& trigger) {
   const ReferenceTime now = walk.now();
   SchedulerState& state = m.state;
-  if (trigger.schedule.frequency == kUserIdle) {
+  if (trigger.schedule.kind == ScheduleKind::idle) {
     mIdleTimeScheduling = true;
     const double span =
         trigger.idleMinutes > 0 ? static_cast<double>(trigger.idleMinutes) * 60.0 : 600.0;
@@ -291,7 +288,7 @@ bool TriggerEvaluation::isStartedByEvent(const Walk& walk, const TriggerSettings
     state.checkAtTheLatestAt(now + 15.0);
     return false;
   }
-  if (trigger.schedule.frequency == kApplicationQuit && !state.mScheduleDisabled) {
+  if (trigger.schedule.kind == ScheduleKind::applicationQuit && !state.mScheduleDisabled) {
     const std::string_view path = trigger.appQuitPath.stringView();
     state.checkAtTheLatestAt(now + (isApplicationOpened(path) ? 5.0 : 15.0));
     return didApplicationQuit(path);

@@ -14,17 +14,16 @@
 namespace corvana {
 namespace {
 
-constexpr std::int64_t kOnMount = 10;
-constexpr std::int64_t kOnQuit = 11;
-constexpr std::int64_t kOnIdle = 40;
-
 std::string edit(std::int64_t reference) { return "corvana9 edit " + std::to_string(reference); }
 
 std::string launch(std::int64_t reference) {
   return "corvana9 launch " + std::to_string(reference);
 }
 
-bool isStartUpFrequency(std::int64_t frequency) { return frequency >= 30 && frequency <= 32; }
+bool waitsForStart(ScheduleKind kind) {
+  return kind == ScheduleKind::firstStartUpOfDay || kind == ScheduleKind::startUp ||
+         kind == ScheduleKind::nextDay;
+}
 
 }  // namespace
 
@@ -38,7 +37,7 @@ WhyNot::Situation WhyNot::situationOf(const SchedulerState& state,
                       .headRuns = supervisor.isExecuting(),
                       .waitsForOther = supervisor.waitsForOtherExecution(),
                       .idleTimeIsSeen = input.idleSeconds().has_value(),
-                      .context = state.mContext,
+                      .context = static_cast<ActionContext>(state.mContext),
                       .queue = {}};
   for (const QueueRecord& record : queue.actionsList()) situation.queue.push_back(record.ref);
   return situation;
@@ -71,19 +70,6 @@ WhyNot::Reason WhyNot::reasonToLaunch(Cause cause, std::string text, std::int64_
   return made;
 }
 
-const std::string& WhyNot::contextName(std::int64_t context) const {
-  switch (context) {
-    case 0:
-      return mTexts.table.text("NoContext");
-    case 1:
-      return mTexts.table.text("OfficeContext");
-    case 2:
-      return mTexts.table.text("HomeContext");
-    default:
-      return mTexts.table.text("NomadContext");
-  }
-}
-
 std::string WhyNot::volumeName(const ZAN_Value& item) const {
   const std::string name = item.string("VolumeFolderName");
   const std::string uuid = item.string("uuid");
@@ -100,12 +86,12 @@ std::vector<WhyNot::Reason> WhyNot::reasons(const ProgrammedAction& action,
   addQueue(reasons, action.getReference(), situation);
   if (!reasons.empty() && reasons.front().cause == Cause::running) return reasons;
   addAgent(reasons, situation);
-  if (const auto own = action.getActionContext();
-      own != 0 && situation.context != 0 && own != situation.context) {
+  if (isOtherContext(action.getActionContext(), situation.context)) {
+    const std::string& own = contextName(action.getActionContext(), mTexts.table);
     reasons.push_back(reason(
         Cause::otherContext,
-        mTexts.table.text("WhyOtherContext", {contextName(own), contextName(situation.context)}),
-        mTexts.table.text("WhyOtherContextRemedy", {contextName(own)}),
+        mTexts.table.text("WhyOtherContext", {own, contextName(situation.context, mTexts.table)}),
+        mTexts.table.text("WhyOtherContextRemedy", {own}),
         edit(action.getReference()) + " --context any"));
   }
   addVolumes(reasons, action);
@@ -228,17 +214,17 @@ void WhyNot::addWaiting(Reasons& reasons, const ProgrammedAction& action,
   const auto waits = [&](std::string text) {
     reasons.push_back(reasonToLaunch(Cause::waitsForEvent, std::move(text), action.getReference()));
   };
-  if (schedule.frequency == kOnMount) {
+  if (schedule.kind == ScheduleKind::volumeMounted) {
     waits(table.text("WhyWaitsForVolume"));
-  } else if (schedule.frequency == kOnQuit) {
+  } else if (schedule.kind == ScheduleKind::applicationQuit) {
     const auto name = ZAN_FilesUtils::pathWithoutExtension(
         ZAN_FilesUtils::lastPathComponent(action.triggerSettings().appQuitPath.stringView()));
     waits(table.text("WhyWaitsForApplication", {name}));
-  } else if (schedule.frequency == kOnIdle) {
+  } else if (schedule.kind == ScheduleKind::idle) {
     const auto minutes = action.triggerSettings().idleMinutes;
     waits(table.text(situation.idleTimeIsSeen ? "WhyWaitsForIdle" : "WhyIdleNotSeen",
                      {minutes > 0 ? minutes : 10}));
-  } else if (isStartUpFrequency(schedule.frequency)) {
+  } else if (waitsForStart(schedule.kind)) {
     waits(table.text("WhyWaitsForStart"));
   } else if (std::any_of(schedule.list.begin(), schedule.list.end(),
                          [](const ScheduleEntry& entry) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/ActionContext.h"
 #include "actions/ActionsTools.h"
 
 namespace corvana {
@@ -57,7 +58,7 @@ class WhyNot {
     bool headRuns = false;       ///< the first of the queue is being executed
     bool waitsForOther = false;  ///< it waits for the end of an execution started elsewhere
     bool idleTimeIsSeen = true;
-    int context = 0;                  ///< 0 none, 1 office, 2 home, 3 nomad
+    ActionContext context = ActionContext::none;
     std::vector<std::int64_t> queue;  ///< references, head first
   };
   /// As the agent itself knows it.
@@ -79,7 +80,6 @@ class WhyNot {
   Reason reason(Cause cause, std::string text, const std::string& remedy = {},
                 const std::string& command = {}) const;
   Reason reasonToLaunch(Cause cause, std::string text, std::int64_t reference) const;
-  const std::string& contextName(std::int64_t context) const;
   std::string volumeName(const ZAN_Value& item) const;
   void addQueue(Reasons& reasons, std::int64_t reference, const Situation& situation) const;
   void addAgent(Reasons& reasons, const Situation& situation) const;

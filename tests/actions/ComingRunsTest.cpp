@@ -17,10 +17,10 @@ class ComingRunsTest : public testing::Test {
     static const ZAN_DateUtils calendar("Europe/Paris", "fr_FR");
     return calendar;
   }
-  static Schedule schedule(std::int64_t frequency, ReferenceTime time, ReferenceTime last) {
+  static Schedule schedule(std::int64_t kind, ReferenceTime time, ReferenceTime last) {
     Schedule schedule;
     schedule.automatic = true;
-    schedule.frequency = frequency;
+    schedule.kind = static_cast<ScheduleKind>(kind);
     schedule.time = time;
     schedule.lastScheduleDate = last;
     return schedule;

@@ -99,8 +99,8 @@ TEST_F(ProgrammedActionTest, TriggerAndContextReachEveryActionOfAGroup) {
   group.activateTrigger(true);
   EXPECT_EQ(group.triggerStatus(), 2);
   EXPECT_EQ(root.numberOfAutoExecutedActions(), 2U);
-  group.setActionContext(2);
-  EXPECT_EQ(root.actionForReference(2)->getActionContext(), 2);
+  group.setActionContext(ActionContext::home);
+  EXPECT_EQ(root.actionForReference(2)->getActionContext(), ActionContext::home);
   EXPECT_FALSE(group.getSettings().contains("TriggerContextPopup"));
   EXPECT_EQ(one.getExecuteWithAdminPrivileges(), 1);
   EXPECT_EQ(root.actionForReference(2)->getExecuteWithAdminPrivileges(), 0);
@@ -113,7 +113,7 @@ TEST_F(ProgrammedActionTest, DecodedScheduleFollowsTheRecord) {
   EXPECT_EQ(action.schedule().lastScheduleDate, now);
   action.setSetting("TriggerFrequencyPopup", 21);
   action.setSetting("TriggerScheduleMinutes", 30);
-  EXPECT_EQ(action.schedule().frequency, 21);
+  EXPECT_EQ(action.schedule().kind, ScheduleKind::hourly);
   EXPECT_EQ(action.triggerSettings().idleMinutes, 30);
 }
 

@@ -53,7 +53,7 @@ TEST_F(WhyNotTest, HasNothingToSayOfAnActionThatIsDue) { EXPECT_THAT(causes(due(
 TEST_F(WhyNotTest, NamesEverythingThatIsInTheWay) {
   situation.scheduleDisabled = true;
   situation.paused = true;
-  situation.context = 1;
+  situation.context = ActionContext::office;
   const ZAN_Value record =
       due({{"TriggerContextPopup", 2},
            {"TriggerAllowedHours", 1},

@@ -30,7 +30,7 @@ class WeekTimelineTest : public testing::Test {
     WeekTimeline::Action action{
         .ref = hour * 100 + minute, .title = std::move(title), .schedule = {}};
     action.schedule.automatic = true;
-    action.schedule.frequency = 1;
+    action.schedule.kind = ScheduleKind::daily;
     action.schedule.time = at(2026, 7, 1, hour, minute);
     action.seconds = seconds;
     return action;
@@ -104,7 +104,7 @@ TEST_F(WeekTimelineTest, TheHourThatAChangeOfTheClocksSkipsOrRepeatsIsMarked) {
 TEST_F(WeekTimelineTest, WhatRunsAllDayIsABandAndTooMuchIsCut) {
   WeekTimeline::Action often{.ref = 1, .title = "Often", .schedule = {}};
   often.schedule.automatic = true;
-  often.schedule.frequency = 20;
+  often.schedule.kind = ScheduleKind::minutes;
   often.schedule.minutes = 15;
   often.schedule.lastScheduleDate = at(2026, 11, 21);
   const WeekTimeline week(calendar(), at(2026, 11, 21),

@@ -6,6 +6,7 @@
 
 #include "ZANCocoaFramework/ZAN_CaseFold.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "actions/ActionContext.h"
 #include "actions/ActionTree.h"
 #include "core/record/SchedulerCommands.h"
 #include "core/record/SchedulerState.h"
@@ -113,10 +114,7 @@ int StatusModel::execution() const {
 
 void StatusModel::changeExecution(int item) const { m.commands.changeExecutionStatus(item); }
 
-std::vector<std::string> StatusModel::contextChoices() const {
-  return {m.texts.text("NoContext"), m.texts.text("OfficeContext"), m.texts.text("HomeContext"),
-          m.texts.text("NomadContext")};
-}
+std::vector<std::string> StatusModel::contextChoices() const { return contextNames(m.texts); }
 
 int StatusModel::context() const { return m.state.mContext; }
 void StatusModel::setContext(int context) const { m.commands.setContext(context); }
