@@ -84,6 +84,29 @@ std::string_view ZAN_FilesUtils::pathWithoutExtension(std::string_view path) {
              : path.substr(0, path.size() - (name.size() - dot));
 }
 
+std::string_view ZAN_FilesUtils::nameWithoutExtension(std::string_view path) {
+  return pathWithoutExtension(lastPathComponent(path));
+}
+
+std::optional<std::string_view> ZAN_FilesUtils::relativePath(std::string_view path,
+                                                             std::string_view folder) {
+  path = withoutTrailingSlashes(path);
+  folder = withoutTrailingSlashes(folder);
+  if (folder.empty() || !path.starts_with(folder)) return std::nullopt;
+  path.remove_prefix(folder.size());
+  if (!path.empty() && folder != "/" && path.front() != '/') return std::nullopt;
+  path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+  return path;
+}
+
+bool ZAN_FilesUtils::isAtOrBelow(std::string_view path, std::string_view folder) {
+  return relativePath(path, folder).has_value();
+}
+
+bool ZAN_FilesUtils::isBelow(std::string_view path, std::string_view folder) {
+  return !relativePath(path, folder).value_or("").empty();
+}
+
 std::string ZAN_FilesUtils::joinedPath(std::string_view folder, std::string_view name) {
   if (folder.empty()) return std::string(name);
   if (name.empty()) return std::string(folder);

@@ -57,6 +57,15 @@ class ZAN_FilesUtils {
   static std::string_view pathExtension(std::string_view path);
   /// The path without its extension and the "." before it.
   static std::string_view pathWithoutExtension(std::string_view path);
+  /// The last component without its extension: "Mail" of "/Applications/Mail.app".
+  static std::string_view nameWithoutExtension(std::string_view path);
+  /// What of the path follows the folder, without a "/" at either end: empty for the folder itself,
+  /// nothing when the path lies elsewhere. By whole components: "/a/bc" does not lie in "/a/b".
+  /// Every absolute path lies in "/", none in a folder without a name.
+  static std::optional<std::string_view> relativePath(std::string_view path,
+                                                      std::string_view folder);
+  static bool isAtOrBelow(std::string_view path, std::string_view folder);
+  static bool isBelow(std::string_view path, std::string_view folder);
   /// Joined by exactly one "/"; an empty part adds nothing.
   static std::string joinedPath(std::string_view folder, std::string_view name);
   /// A name that can be one component: "/" becomes ":" and NUL is dropped; at most 255 bytes, cut

@@ -30,10 +30,6 @@ std::string realPath(const std::string& path) {
   return real ? std::string(real.get()) : path;
 }
 
-bool isInside(const std::string& path, const std::string& folder) {
-  return path == folder || path.starts_with(folder == "/" ? folder : folder + "/");
-}
-
 }  // namespace
 
 struct ZAN_FolderMirror::Item {
@@ -66,7 +62,7 @@ Result<ZAN_FolderMirror::Item> ZAN_FolderMirror::item(const std::string& path) c
 Outcome ZAN_FolderMirror::mirror(const std::string& source, const std::string& destination) const {
   const std::string from = realPath(source);
   const std::string to = realPath(destination);
-  if (isInside(from, to) || isInside(to, from)) {
+  if (ZAN_FilesUtils::isAtOrBelow(from, to) || ZAN_FilesUtils::isAtOrBelow(to, from)) {
     return Error{ErrorKind::refused, destination + ": it lies inside its own source or around it"};
   }
   // What a link points to is somebody else's folder, in which nothing may be removed.

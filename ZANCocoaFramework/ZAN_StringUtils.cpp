@@ -195,6 +195,23 @@ struct ZAN_StringUtils::State {
   }
 };
 
+std::string_view ZAN_StringUtils::trimmed(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const auto first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+std::string ZAN_StringUtils::twoDigits(std::int64_t number) {
+  return (number < 10 ? "0" : "") + std::to_string(number);
+}
+
+std::string ZAN_StringUtils::getDuration(std::int64_t seconds) {
+  seconds = std::max<std::int64_t>(seconds, 0);
+  return std::to_string(seconds / 3600) + ":" + twoDigits(seconds / 60 % 60) + ":" +
+         twoDigits(seconds % 60);
+}
+
 ZAN_StringUtils::ZAN_StringUtils(std::string_view region, std::string_view timeZone) {
   auto state = std::make_shared<State>();
   state->region = localeOf(region);

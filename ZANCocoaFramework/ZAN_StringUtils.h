@@ -49,6 +49,13 @@ class ZAN_StringUtils {
   /// the region.
   static std::string format(std::string_view format, Arguments arguments);
 
+  /// Without blanks, tabs and line ends at both ends.
+  static std::string_view trimmed(std::string_view text);
+  /// "07"; a longer number has its own length. None is negative.
+  static std::string twoDigits(std::int64_t number);
+  /// 1:02:03; hours grow as they must. Less than nothing is nothing.
+  static std::string getDuration(std::int64_t seconds);
+
   /// `region` for numbers and dates, `timeZone` an IANA name such as "Europe/Paris".
   explicit ZAN_StringUtils(std::string_view region = {}, std::string_view timeZone = "UTC");
 

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <vector>
 
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "platform/Clock.h"
 
@@ -15,12 +16,8 @@ constexpr std::string_view kHeader = "Programmed History Data";
 
 /// "1:02:03"; hours grow as they must.
 std::string durationText(double seconds) {
-  const auto total = static_cast<std::int64_t>(std::max(0.0, std::min(seconds, 1e12)));
-  const auto twoDigits = [](std::int64_t number) {
-    return (number < 10 ? "0" : "") + std::to_string(number);
-  };
-  return std::to_string(total / 3600) + ":" + twoDigits(total / 60 % 60) + ":" +
-         twoDigits(total % 60);
+  return ZAN_StringUtils::getDuration(
+      static_cast<std::int64_t>(std::max(0.0, std::min(seconds, 1e12))));
 }
 
 std::string lineForEntry(const ZAN_Value& entry, const ZAN_DateUtils& calendar) {

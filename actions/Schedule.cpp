@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Unarchiver.h"
 
 namespace corvana {
@@ -32,19 +33,12 @@ constexpr std::int64_t numberOf(Enumeration value) {
   return static_cast<std::int64_t>(value);
 }
 
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  const auto first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
 /// The numbers of a text such as "1, 15,31" as bits.
 std::uint32_t monthDaysOf(std::string_view text) {
   std::uint32_t days = 0;
   while (!text.empty()) {
     const auto comma = std::min(text.find(','), text.size());
-    const std::string_view word = trimmed(text.substr(0, comma));
+    const std::string_view word = ZAN_StringUtils::trimmed(text.substr(0, comma));
     text.remove_prefix(std::min(comma + 1, text.size()));
     int day = 0;
     const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), day);

@@ -1,21 +1,9 @@
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionsTools.h"
 
 // What the user reads about schedules.
 
 namespace corvana {
-
-namespace {
-
-/// "Mail" of "/Applications/Mail.app".
-std::string applicationName(std::string_view path) {
-  while (path.ends_with('/')) path.remove_suffix(1);
-  const auto slash = path.rfind('/');
-  if (slash != std::string_view::npos) path.remove_prefix(slash + 1);
-  const auto point = path.rfind('.');
-  return std::string(point == std::string_view::npos || point == 0 ? path : path.substr(0, point));
-}
-
-}  // namespace
 
 std::string ActionsTools::getNextScheduleModeForSettings(const ZAN_Value& settings,
                                                          const Texts& texts) const {
@@ -31,8 +19,9 @@ std::string ActionsTools::getNextScheduleModeForSettings(const ZAN_Value& settin
     case ScheduleKind::volumeMounted:
       return table.text("ScheduleVolumeMounted");
     case ScheduleKind::applicationQuit:
-      return table.text("ScheduleApplicationQuit",
-                        {applicationName(settings["TriggerAppQuitPath"].stringView())});
+      return table.text(
+          "ScheduleApplicationQuit",
+          {ZAN_FilesUtils::nameWithoutExtension(settings["TriggerAppQuitPath"].stringView())});
     case ScheduleKind::minutes:
       if (schedule.minutes == 1) return table.text("ScheduleEveryMinute");
       return table.text("ScheduleMinutes", {schedule.minutes});

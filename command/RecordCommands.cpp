@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/History.h"
 #include "command/CommandHome.h"
 
@@ -45,16 +46,10 @@ std::string resultInWords(std::int64_t code) {
   }
 }
 
-std::string twoDigits(std::int64_t number) {
-  return (number < 10 ? "0" : "") + std::to_string(number);
-}
-
 std::string durationInWords(const ZAN_Value& execution) {
   if (execution["start"].isNull() || execution["end"].isNull()) return "-:--:--";
   const double seconds = execution["end"].doubleValue() - execution["start"].doubleValue();
-  const auto whole = std::max<std::int64_t>(0, std::llround(seconds));
-  return std::to_string(whole / 3600) + ":" + twoDigits(whole / 60 % 60) + ":" +
-         twoDigits(whole % 60);
+  return ZAN_StringUtils::getDuration(std::llround(seconds));
 }
 
 std::string latenessInWords(const ZAN_Value& late) {

@@ -14,10 +14,8 @@ namespace {
 
 std::string timeText(ReferenceTime date, const ZAN_DateUtils& calendar) {
   const int seconds = calendar.secondsInDay(date);
-  const auto twoDigits = [](int number) {
-    return (number < 10 ? "0" : "") + std::to_string(number);
-  };
-  return twoDigits(seconds / 3600) + ":" + twoDigits(seconds / 60 % 60);
+  return ZAN_StringUtils::twoDigits(seconds / 3600) + ":" +
+         ZAN_StringUtils::twoDigits(seconds / 60 % 60);
 }
 
 std::string joined(const std::vector<std::string>& words, const std::string& lastSeparator) {

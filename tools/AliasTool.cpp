@@ -82,11 +82,11 @@ Outcome AliasTool::mountPlace(const std::string& place) const {
   const auto disks = DiskList::read();
   if (!disks) return disks.error();
   const Disk* disk = disks->find(place).disk;
-  const std::string folder = tool.volumesFolder() + '/';
-  if (!disk && place.starts_with(folder)) {
-    const std::string name =
-        place.substr(folder.size(), place.find('/', folder.size()) - folder.size());
-    disk = disks->find(folder + name).disk;
+  const std::string folder = tool.volumesFolder();
+  if (!disk && ZAN_FilesUtils::isBelow(place, folder)) {
+    const std::string_view below = *ZAN_FilesUtils::relativePath(place, folder);
+    const std::string name(below.substr(0, below.find('/')));
+    disk = disks->find(ZAN_FilesUtils::joinedPath(folder, name)).disk;
     if (!disk) disk = named(disks->disks(), name);
   }
   if (disk) {

@@ -6,6 +6,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "platform/linux/Spawn.h"
 
 namespace corvana {
@@ -21,12 +22,6 @@ constexpr std::string_view kNoVolumes[] = {
     "swap",      "LVM2_member", "crypto_LUKS", "linux_raid_member", "zfs_member", "bcache",
     "BitLocker", "squashfs",    "erofs"};
 
-std::string trimmed(std::string text) {
-  const auto end = text.find_last_not_of(' ');
-  text.resize(end == std::string::npos ? 0 : end + 1);
-  return text;
-}
-
 Disk diskFrom(const ZAN_Value& entry, const DiskList::Identify& identify) {
   Disk disk;
   disk.name = entry.string("kname");
@@ -39,8 +34,8 @@ Disk diskFrom(const ZAN_Value& entry, const DiskList::Identify& identify) {
   disk.partitionMap = entry.string("pttype");
   disk.partitionType = entry.string("parttypename");
   disk.connection = entry.string("tran");
-  disk.model = trimmed(entry.string("model"));
-  disk.vendor = trimmed(entry.string("vendor"));
+  disk.model = ZAN_StringUtils::trimmed(entry.string("model"));
+  disk.vendor = ZAN_StringUtils::trimmed(entry.string("vendor"));
   disk.size = entry["size"].unsignedValue();
   disk.isRemovable = entry["rm"].boolValue();
   disk.isReadOnly = entry["ro"].boolValue();

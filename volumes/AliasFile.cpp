@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 
 namespace corvana {
 
@@ -29,12 +30,6 @@ std::string percentDecoded(std::string_view text) {
   return result;
 }
 
-std::string trimmed(std::string_view text) {
-  const auto start = text.find_first_not_of(" \t\r\n");
-  if (start == std::string_view::npos) return {};
-  return std::string(text.substr(start, text.find_last_not_of(" \t\r\n") - start + 1));
-}
-
 /// The address of a desktop link entry; empty when the text is none.
 std::string linkAddress(std::string_view text) {
   bool isInEntry = false;
@@ -42,16 +37,16 @@ std::string linkAddress(std::string_view text) {
   std::string address;
   while (!text.empty()) {
     const auto end = std::min(text.find('\n'), text.size());
-    const std::string line = trimmed(text.substr(0, end));
+    const std::string_view line = ZAN_StringUtils::trimmed(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
     if (line.starts_with('[')) {
       isInEntry = line == "[Desktop Entry]";
       continue;
     }
     const auto equals = line.find('=');
-    if (!isInEntry || equals == std::string::npos) continue;
-    const std::string key = trimmed(std::string_view(line).substr(0, equals));
-    const std::string value = trimmed(std::string_view(line).substr(equals + 1));
+    if (!isInEntry || equals == std::string_view::npos) continue;
+    const std::string_view key = ZAN_StringUtils::trimmed(line.substr(0, equals));
+    const std::string_view value = ZAN_StringUtils::trimmed(line.substr(equals + 1));
     if (key == "Type") isLink = value == "Link";
     if (key == "URL") address = value;
   }
@@ -89,7 +84,8 @@ std::optional<std::string> AliasFile::target(const std::string& path) {
   const auto contents = ZAN_FilesUtils::readFile(path, kMostBytes);
   if (!contents) return std::nullopt;
   const std::string address = linkAddress(contents->bytes);
-  return placeOf(address.empty() ? trimmed(contents->bytes) : address);
+  return placeOf(address.empty() ? std::string(ZAN_StringUtils::trimmed(contents->bytes))
+                                 : address);
 }
 
 }  // namespace corvana

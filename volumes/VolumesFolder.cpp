@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "platform/Volumes.h"
 #include "volumes/VolumeReference.h"
 
@@ -20,14 +21,13 @@ std::string VolumesFolder::namesOf(const std::vector<std::string>& paths) {
 std::optional<std::vector<std::string>> VolumesFolder::getFaultyFoldersInVolumes() const {
   std::vector<std::string> contents = mVolumes.volumesFolderContents();
   if (contents.empty()) return std::nullopt;
-  const std::string folder = mVolumes.volumesFolder() + "/";
+  const std::string folder = mVolumes.volumesFolder();
   std::set<std::string> mounted;
   for (const auto& mount : mVolumes.mounts()) {
     if (mount.target == "/") {
       mounted.insert(VolumeReference::nameOf(mount, mVolumes.information(mount)));
-    } else if (mount.target.starts_with(folder)) {
-      mounted.insert(mount.target.substr(folder.size(),
-                                         mount.target.find('/', folder.size()) - folder.size()));
+    } else if (const auto place = ZAN_FilesUtils::relativePath(mount.target, folder)) {
+      mounted.emplace(place->substr(0, place->find('/')));
     }
   }
   std::vector<std::string> faulty;
@@ -35,7 +35,7 @@ std::optional<std::vector<std::string>> VolumesFolder::getFaultyFoldersInVolumes
     if (name == "Preboot" || name.starts_with("com.apple.TimeMachine.") || name.starts_with(".") ||
         mounted.contains(name))
       continue;
-    faulty.push_back(folder + name);
+    faulty.push_back(folder + "/" + name);
   }
   if (faulty.empty()) return std::nullopt;
   return faulty;

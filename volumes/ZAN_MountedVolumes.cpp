@@ -121,9 +121,7 @@ ZAN_Value ZAN_MountedVolumes::getInfosForVolumeAtPath(const std::string& path) {
   for (const ZAN_Value& infos : mListOfMountedVolumes) {
     const std::string place = infos.string("volPath");
     if (mount && mount->target == place) return infos;
-    if (componentsOf(place) >= 3 && path.starts_with(place) &&
-        (path.size() == place.size() || path[place.size()] == '/'))
-      return infos;
+    if (componentsOf(place) >= 3 && ZAN_FilesUtils::isAtOrBelow(path, place)) return infos;
   }
   return {};
 }

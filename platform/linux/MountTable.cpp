@@ -10,6 +10,8 @@
 #include <set>
 #include <system_error>
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+
 namespace corvana {
 
 namespace {
@@ -48,14 +50,6 @@ std::string_view nextWord(std::string_view& line) {
   return word;
 }
 
-bool isBelow(std::string_view path, std::string_view folder) {
-  return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
-}
-
-bool holds(std::string_view folder, std::string_view path) {
-  return folder == "/" || path == folder || isBelow(path, folder);
-}
-
 bool isOneOf(std::string_view text, const auto& list) {
   return std::ranges::find(list, text) != std::end(list);
 }
@@ -72,13 +66,15 @@ void classify(Mount& mount, const MountTable::Places& places) {
                           mount.fileSystem != "devtmpfs";
   // Of a device that shows a part of itself elsewhere only subvolumes are volumes.
   const bool isWhole = mount.root == "/" || mount.fileSystem == "btrfs";
-  const bool isSystem = std::ranges::any_of(
-      kSystemPlaces, [&](std::string_view place) { return holds(place, mount.target); });
-  mount.isVolume =
-      !isAutomounter && (mount.target == "/" || isBelow(mount.target, places.volumesFolder) ||
-                         (!isSystem && (mount.isServer || (isOnDevice && isWhole))));
+  const bool isSystem = std::ranges::any_of(kSystemPlaces, [&](std::string_view place) {
+    return ZAN_FilesUtils::isAtOrBelow(mount.target, place);
+  });
+  mount.isVolume = !isAutomounter && (mount.target == "/" ||
+                                      ZAN_FilesUtils::isBelow(mount.target, places.volumesFolder) ||
+                                      (!isSystem && (mount.isServer || (isOnDevice && isWhole))));
   mount.isForeign = mount.isServer || isFuse || isAutomounter ||
-                    (mount.isVolume && mount.target != "/" && !holds(mount.target, places.home));
+                    (mount.isVolume && mount.target != "/" &&
+                     !ZAN_FilesUtils::isAtOrBelow(places.home, mount.target));
 }
 
 /// "36 35 98:0 /root /target options [optional]... - ext3 /dev/root options"
@@ -155,7 +151,8 @@ std::vector<Mount> MountTable::read(const Places& places) {
 const Mount* MountTable::at(const std::vector<Mount>& mounts, std::string_view path) {
   const Mount* found = nullptr;
   for (const auto& mount : mounts) {
-    if (holds(mount.target, path) && (!found || mount.target.size() >= found->target.size()))
+    if (ZAN_FilesUtils::isAtOrBelow(path, mount.target) &&
+        (!found || mount.target.size() >= found->target.size()))
       found = &mount;
   }
   return found;

@@ -9,6 +9,7 @@
 
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 
 namespace corvana {
 
@@ -52,12 +53,6 @@ std::string unescaped(std::string_view text) {
     i += 2;
   }
   return key;
-}
-
-std::string_view trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(" \t\r");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t\r") + 1 - first);
 }
 
 }  // namespace
@@ -110,14 +105,15 @@ void UserDefaults::refresh() const {
   std::ifstream file(mPath, std::ios::binary);
   for (std::string text; std::getline(file, text);) {
     Line line{text, {}, {}};
-    const std::string_view setting = trimmed(text);
+    const std::string_view setting = ZAN_StringUtils::trimmed(text);
     const std::size_t equals = setting.find('=');
     const bool understood = equals != std::string_view::npos && setting.front() != '[' &&
                             setting.front() != '#' && setting.front() != ';';
     if (understood) {
-      const auto value = ZAN_Json::valueWithJson(trimmed(setting.substr(equals + 1)));
+      const auto value =
+          ZAN_Json::valueWithJson(ZAN_StringUtils::trimmed(setting.substr(equals + 1)));
       if (value) {
-        line.key = unescaped(trimmed(setting.substr(0, equals)));
+        line.key = unescaped(ZAN_StringUtils::trimmed(setting.substr(0, equals)));
         line.value = *value;
       }
     }

@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "platform/linux/MountTable.h"
 
 namespace corvana {
@@ -58,7 +59,7 @@ class MountsNow {
     if (!mTable) return true;
     refresh();
     return mTargets.empty() || std::ranges::any_of(mTargets, [&](const std::string& target) {
-             return target == path || (target.starts_with(path) && target[path.size()] == '/');
+             return ZAN_FilesUtils::isAtOrBelow(target, path);
            });
   }
 
@@ -83,10 +84,6 @@ std::string realPath(const std::string& path) {
   return real ? real.get() : std::string();
 }
 
-bool isAtOrBelow(const std::string& path, const std::string& folder) {
-  return path == folder || (path.starts_with(folder) && path[folder.size()] == '/');
-}
-
 /// The homes of everybody this machine itself knows: asking a directory service could take long.
 std::vector<std::string> homesByPasswords() {
   std::vector<std::string> homes;
@@ -102,17 +99,18 @@ std::vector<std::string> homesByPasswords() {
 
 bool isOfSystem(const std::string& folder) {
   if (std::ranges::find(kSystemFolders, folder) != kSystemFolders.end()) return true;
-  if (folder.starts_with("/run/")) return !isAtOrBelow(folder, "/run/media");
+  if (folder.starts_with("/run/")) return !ZAN_FilesUtils::isAtOrBelow(folder, "/run/media");
   if (folder.starts_with("/var/tmp/") || folder.starts_with("/dev/shm/")) return false;
-  return std::ranges::any_of(
-      kSystemTrees, [&](std::string_view tree) { return isAtOrBelow(folder, std::string(tree)); });
+  return std::ranges::any_of(kSystemTrees, [&](std::string_view tree) {
+    return ZAN_FilesUtils::isAtOrBelow(folder, tree);
+  });
 }
 
 /// Whether a folder of the home holds the user's own things: settings, or one of those that the
 /// desktop has made.
 bool isUsersOwn(const std::string& folder, const std::string& home) {
-  if (home.empty() || home == "/" || !folder.starts_with(home + "/")) return false;
-  const std::string below = folder.substr(home.size());
+  if (home == "/" || !ZAN_FilesUtils::isBelow(folder, home)) return false;
+  const std::string below = "/" + std::string(*ZAN_FilesUtils::relativePath(folder, home));
   if (below.find("/.") != std::string::npos) return true;
   const std::string first = below.substr(1, below.find('/', 1) - 1);
   if (std::ranges::find(kUserFolders, first) != kUserFolders.end()) return true;
@@ -242,7 +240,7 @@ Outcome VolumesFolderAccess::check() const {
   const std::string own = realPath(mHome);
   homes.push_back(own);
   for (const std::string& home : homes) {
-    if (!home.empty() && home != "/" && isAtOrBelow(home, folder))
+    if (!home.empty() && home != "/" && ZAN_FilesUtils::isAtOrBelow(home, folder))
       return refused(mFolder, "a home is no folder of volumes");
   }
   if (isUsersOwn(folder, own))

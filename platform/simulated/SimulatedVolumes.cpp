@@ -6,18 +6,11 @@
 #include <system_error>
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
 #include "platform/simulated/SimulatedProcesses.h"
 
 namespace corvana {
-
-namespace {
-
-bool holds(const std::string& target, const std::string& path) {
-  return target == "/" || path == target || path.starts_with(target + "/");
-}
-
-}  // namespace
 
 SimulatedVolumes::SimulatedVolumes(SimulatedRunLoop& runLoop, std::string volumesFolder)
     : folder(std::move(volumesFolder)), mRunLoop(runLoop) {
@@ -54,7 +47,8 @@ DiskInformation SimulatedVolumes::diskInformation(const Mount& mount) {
 bool SimulatedVolumes::exists(const std::string& path) {
   const Mount* found = nullptr;
   for (const auto& mount : mMounts) {
-    if (holds(mount.target, path) && (!found || mount.target.size() >= found->target.size()))
+    if (ZAN_FilesUtils::isAtOrBelow(path, mount.target) &&
+        (!found || mount.target.size() >= found->target.size()))
       found = &mount;
   }
   if (found && mHanging.contains(found->target)) return false;
@@ -73,8 +67,8 @@ std::vector<std::string> SimulatedVolumes::volumesFolderContents() const {
 
 Outcome SimulatedVolumes::removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) {
   const std::string path = folder + "/" + name;
-  const bool inUse =
-      std::ranges::any_of(mMounts, [&](const Mount& mount) { return holds(path, mount.target); });
+  const bool inUse = std::ranges::any_of(
+      mMounts, [&](const Mount& mount) { return ZAN_FilesUtils::isAtOrBelow(mount.target, path); });
   if (inUse || sticky.contains(name)) return Error{ErrorKind::refused, path + ": in use"};
   std::error_code failure;
   std::uint64_t gone = 0;

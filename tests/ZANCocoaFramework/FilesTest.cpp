@@ -211,6 +211,29 @@ TEST_F(Files, ReadingSaysWhyItCannot) {
   EXPECT_GT(ZAN_FilesUtils::readFile("/proc/self/status")->bytes.size(), 100U);
 }
 
+TEST(Paths, LieInAFolderByWholeComponents) {
+  const auto relative = [](std::string_view path, std::string_view folder) {
+    const auto found = ZAN_FilesUtils::relativePath(path, folder);
+    EXPECT_EQ(ZAN_FilesUtils::isAtOrBelow(path, folder), found.has_value()) << path;
+    EXPECT_EQ(ZAN_FilesUtils::isBelow(path, folder), found && !found->empty()) << path;
+    return std::string(found.value_or("elsewhere"));
+  };
+  EXPECT_EQ(relative("/a/b/c", "/a"), "b/c");
+  EXPECT_EQ(relative("/a/b/", "/a//"), "b");
+  EXPECT_EQ(relative("/a//b", "/a"), "b");
+  EXPECT_EQ(relative("/a/", "/a"), "");
+  EXPECT_EQ(relative("/a", "/a/"), "");
+  EXPECT_EQ(relative("/ab", "/a"), "elsewhere");
+  EXPECT_EQ(relative("/a", "/ab"), "elsewhere");
+  EXPECT_EQ(relative("/", "/a"), "elsewhere");
+  EXPECT_EQ(relative("/a", "/"), "a");
+  EXPECT_EQ(relative("/", "/"), "");
+  EXPECT_EQ(relative("a", "/"), "elsewhere");
+  EXPECT_EQ(relative("a/b", "a"), "b");
+  EXPECT_EQ(relative("", "/"), "elsewhere");
+  EXPECT_EQ(relative("/a", ""), "elsewhere") << "no folder holds nothing";
+}
+
 TEST(Paths, Components) {
   using U = ZAN_FilesUtils;
   EXPECT_EQ(U::lastPathComponent("/a/b.app/"), "b.app");

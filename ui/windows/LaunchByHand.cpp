@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionTree.h"
 #include "core/record/SchedulerCommands.h"
 #include "core/record/SchedulerLog.h"
@@ -14,10 +15,6 @@
 namespace corvana {
 
 namespace {
-
-std::string twoDigits(std::int64_t number) {
-  return (number < 10 ? "0" : "") + std::to_string(number);
-}
 
 std::vector<std::int64_t> actionsOf(const UserInterfaceSources& sources, std::int64_t ref) {
   ProgrammedAction* node = sources.tree.rootItem().actionOrGroupForReference(ref);
@@ -84,9 +81,7 @@ std::string resultInWords(std::int64_t code, const ZAN_StringTable& texts) {
 }
 
 std::string durationText(double seconds) {
-  const auto whole = std::max<std::int64_t>(0, static_cast<std::int64_t>(seconds));
-  return std::to_string(whole / 3600) + ":" + twoDigits(whole / 60 % 60) + ":" +
-         twoDigits(whole % 60);
+  return ZAN_StringUtils::getDuration(static_cast<std::int64_t>(seconds));
 }
 
 }  // namespace corvana
