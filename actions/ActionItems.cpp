@@ -17,12 +17,12 @@ ZAN_Value unwrapped(const ZAN_Value& value) {
 }
 
 /// Folder descriptions come as one, as an array, or as an archive of either.
-void appendFolders(const ZAN_Value& value, std::vector<ZAN_Value>& folders) {
+void appendFolders(const ZAN_Value& value, std::vector<FolderDescription>& folders) {
   const ZAN_Value plain = unwrapped(value);
-  if (plain.isDictionary()) folders.push_back(plain);
+  if (plain.isDictionary()) folders.emplace_back(plain);
   if (!plain.isArray()) return;
   for (const ZAN_Value& element : plain.elements())
-    folders.push_back(element.isDictionary() ? element : ZAN_Value::dictionary());
+    folders.emplace_back(element.isDictionary() ? element : ZAN_Value::dictionary());
 }
 
 }  // namespace
@@ -45,17 +45,21 @@ bool ActionsTools::hasSourceList(const ZAN_Value& settings) {
   return false;
 }
 
-std::vector<ZAN_Value> ActionsTools::getSourcesForAction(const ZAN_Value& settings) {
-  std::vector<ZAN_Value> folders;
+std::vector<FolderDescription> ActionsTools::getSourcesForAction(const ZAN_Value& settings) {
+  std::vector<FolderDescription> folders;
   appendFolders(settings["ItemsListOfSourcePath"], folders);
   if (folders.empty()) appendFolders(settings["ItemsSource"], folders);
   return folders;
 }
 
-ZAN_Value ActionsTools::getDestinationForAction(const ZAN_Value& settings) {
-  std::vector<ZAN_Value> folders;
+FolderDescription ActionsTools::getDestinationForAction(const ZAN_Value& settings) {
+  std::vector<FolderDescription> folders;
   appendFolders(settings["ItemsDestination"], folders);
-  return folders.empty() ? ZAN_Value() : folders.front();
+  return folders.empty() ? FolderDescription() : folders.front();
+}
+
+bool ActionsTools::toleratesOtherVolumes(const ZAN_Value& settings) {
+  return settings.integer("ItemsVolumeTolerance") != 0;
 }
 
 }  // namespace corvana

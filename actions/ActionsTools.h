@@ -9,6 +9,7 @@
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/FolderDescription.h"
 #include "actions/Schedule.h"
 
 namespace corvana {
@@ -84,12 +85,14 @@ class ActionsTools {
 
   /// The folder descriptions of an action's sources: those of "ItemsListOfSourcePath", an array of
   /// them or one, and without any the one of "ItemsSource". Empty when the record describes none; a
-  /// damaged one among them is an empty dictionary, so that nobody goes on without it.
-  static std::vector<ZAN_Value> getSourcesForAction(const ZAN_Value& settings);
+  /// damaged one among them says so, so that nobody goes on without it.
+  static std::vector<FolderDescription> getSourcesForAction(const ZAN_Value& settings);
   /// Whether there is a list of sources at all, which may be empty.
   static bool hasSourceList(const ZAN_Value& settings);
   /// The folder description of the destination; null when the record has none.
-  static ZAN_Value getDestinationForAction(const ZAN_Value& settings);
+  static FolderDescription getDestinationForAction(const ZAN_Value& settings);
+  /// Whether any volume in the place of a described one will do.
+  static bool toleratesOtherVolumes(const ZAN_Value& settings);
 
   /// What the texts below are formed with. `strings` is of the calendar's zone.
   struct Texts {

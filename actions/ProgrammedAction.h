@@ -146,7 +146,7 @@ class ProgrammedAction {
   /// creation date than `folder`, the description of "/"; what is not known is no difference.
   /// Without `liesOnStartupDisk` every path counts as lying there.
   Nodes actionsNeedingUpdateForStartupDisk(
-      const ZAN_Value& folder, const ActionSort& sort,
+      const FolderDescription& folder, const ActionSort& sort,
       const std::function<bool(const std::string& path)>& liesOnStartupDisk = {});
   /// The children in storage form: an array of records, a group's with its own under "List".
   ZAN_Value getListOfActionsSettings() const;

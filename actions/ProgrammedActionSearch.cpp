@@ -4,6 +4,7 @@
 #include <array>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "actions/ActionTree.h"
@@ -22,13 +23,6 @@ ZAN_Value archivedArray(const ZAN_Value& settings, std::string_view key) {
   if (!archive.isData()) return {};
   auto array = ZAN_Unarchiver::unarchiveObjectWithData(archive.bytes());
   return array && array->isArray() ? *std::move(array) : ZAN_Value();
-}
-
-bool liesOn(const ZAN_Value& folder, std::string_view mountPath) {
-  const std::string_view path = folder["VolumeFolderPath"].stringView();
-  if (mountPath.ends_with('/')) mountPath.remove_suffix(1);
-  return path.starts_with(mountPath) &&
-         (path.size() == mountPath.size() || path[mountPath.size()] == '/');
 }
 
 }  // namespace
@@ -177,17 +171,11 @@ void ProgrammedAction::getListOfShutDownActions(Nodes& list, const ActionsTools*
 }
 
 ProgrammedAction::Nodes ProgrammedAction::actionsNeedingUpdateForStartupDisk(
-    const ZAN_Value& folder, const ActionSort& sort,
+    const FolderDescription& folder, const ActionSort& sort,
     const std::function<bool(const std::string& path)>& liesOnStartupDisk) {
-  const auto differs = [&](const ZAN_Value& item, const char* key) {
-    const std::uint64_t carried = item[key].unsignedValue();
-    const std::uint64_t present = folder[key].unsignedValue();
-    return carried != 0 && present != 0 && carried != present;
-  };
-  const auto needsUpdate = [&](const ZAN_Value& item) {
-    const std::string path = item.string("VolumeFolderPath");
-    return !path.empty() &&
-           (differs(item, "VolumeFolderVolumeSize") || differs(item, "VolumeFolderVolumeDate")) &&
+  const auto needsUpdate = [&](const FolderDescription& item) {
+    const std::string path(item.path());
+    return !path.empty() && item.hasOtherFigures(folder) &&
            (!liesOnStartupDisk || liesOnStartupDisk(path));
   };
   Nodes list;
@@ -219,20 +207,22 @@ bool ProgrammedAction::useVolume(std::string_view mountPath) const {
     return std::any_of(mChildren->begin(), mChildren->end(),
                        [&](const auto& child) { return child->useVolume(mountPath); });
   }
+  const auto liesThere = [&](const FolderDescription& folder) {
+    return ZAN_FilesUtils::isAtOrBelow(folder.path(), mountPath);
+  };
   const auto sources = ActionsTools::getSourcesForAction(mSettings);
-  return liesOn(ActionsTools::getDestinationForAction(mSettings), mountPath) ||
-         std::any_of(sources.begin(), sources.end(),
-                     [&](const ZAN_Value& source) { return liesOn(source, mountPath); });
+  return liesThere(ActionsTools::getDestinationForAction(mSettings)) ||
+         std::any_of(sources.begin(), sources.end(), liesThere);
 }
 
 std::vector<std::string> ProgrammedAction::searchTokens(const ZAN_DateUtils& calendar,
                                                         ReferenceTime now) const {
   std::vector<std::string> tokens;
-  const auto addFolder = [&](const ZAN_Value& folder) {
-    std::string path = folder.string("VolumeFolderPathLocalized");
-    if (!path.empty()) tokens.push_back(std::move(path));
+  const auto addFolder = [&](const FolderDescription& folder) {
+    if (!folder.pathLocalized().empty()) tokens.emplace_back(folder.pathLocalized());
   };
-  for (const ZAN_Value& source : ActionsTools::getSourcesForAction(mSettings)) addFolder(source);
+  for (const FolderDescription& source : ActionsTools::getSourcesForAction(mSettings))
+    addFolder(source);
   addFolder(ActionsTools::getDestinationForAction(mSettings));
   if (const auto executed = mSettings["LastExecutionDate"].asDate()) {
     // Today counts as one of the three and of the seven days.

@@ -5,7 +5,8 @@
 #include <charconv>
 #include <ostream>
 
-#include "command/FolderDescription.h"
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "command/FolderLookup.h"
 
 namespace corvana {
 
@@ -38,10 +39,6 @@ std::optional<int> choice(Arguments& arguments, std::string_view option,
   return std::nullopt;
 }
 
-bool isAtOrBelow(std::string_view path, std::string_view folder) {
-  return path == folder || (path.starts_with(folder) && path[folder.size()] == '/');
-}
-
 }  // namespace
 
 ActionWords::ActionWords(Arguments& arguments)
@@ -70,14 +67,13 @@ bool ActionWords::fitsGroup() const {
 Outcome ActionWords::describeFolders(CommandHome& home) {
   const auto volumes = home.volumes(kSecondsForADisk);
   for (const std::string& source : mSources) {
-    auto described =
-        FolderDescription::ofPath(source, FolderDescription::Role::source, mForce, *volumes);
+    auto described = FolderLookup::describe(source, FolderLookup::Role::source, mForce, *volumes);
     if (!described) return described.error();
     mSourceDescriptions.push_back(*std::move(described));
   }
   if (mDestination) {
-    auto described = FolderDescription::ofPath(*mDestination, FolderDescription::Role::destination,
-                                               mForce, *volumes);
+    auto described =
+        FolderLookup::describe(*mDestination, FolderLookup::Role::destination, mForce, *volumes);
     if (!described) return described.error();
     mDestinationDescription = *std::move(described);
   }
@@ -85,11 +81,11 @@ Outcome ActionWords::describeFolders(CommandHome& home) {
 }
 
 Outcome ActionWords::checkOverlap() const {
-  const std::string_view destination = mDestinationDescription["VolumeFolderPath"].stringView();
+  const std::string_view destination = mDestinationDescription.path();
   if (destination.empty()) return {};
-  for (const ZAN_Value& source : mSourceDescriptions) {
-    const std::string_view path = source["VolumeFolderPath"].stringView();
-    if (isAtOrBelow(destination, path)) {
+  for (const FolderDescription& source : mSourceDescriptions) {
+    const std::string_view path = source.path();
+    if (ZAN_FilesUtils::isAtOrBelow(destination, path)) {
       return Error{
           ErrorKind::refused,
           std::string(destination) + ": the destination lies in the source " + std::string(path)};
@@ -104,11 +100,13 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mMode) record.setValue("Mode", *mMode);
   if (mContext) record.setValue("TriggerContextPopup", *mContext);
   if (!mSourceDescriptions.empty()) {
-    record.setValue("ItemsSource", mSourceDescriptions.front());
-    record.setValue("ItemsListOfSourcePath", ZAN_Value::array(mSourceDescriptions));
+    record.setValue("ItemsSource", mSourceDescriptions.front().toValue());
+    ZAN_Value list = ZAN_Value::array();
+    for (const FolderDescription& source : mSourceDescriptions) list.append(source.toValue());
+    record.setValue("ItemsListOfSourcePath", std::move(list));
   }
   if (!mDestinationDescription.isNull()) {
-    record.setValue("ItemsDestination", mDestinationDescription);
+    record.setValue("ItemsDestination", mDestinationDescription.toValue());
   }
   mSchedule.applyTo(record, home.calendar(), home.now());
 }

@@ -7,6 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/FolderDescription.h"
 #include "command/CommandHome.h"
 #include "command/ScheduleWords.h"
 
@@ -46,8 +47,8 @@ class ActionWords {
   std::optional<int> mContext;
   std::optional<std::int64_t> mGroup;
   bool mForce = false;
-  std::vector<ZAN_Value> mSourceDescriptions;
-  ZAN_Value mDestinationDescription;
+  std::vector<FolderDescription> mSourceDescriptions;
+  FolderDescription mDestinationDescription;
 };
 
 /// A reference as a word of the command line.

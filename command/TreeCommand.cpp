@@ -11,8 +11,6 @@ std::string typeText(std::int64_t type) {
   return "type " + std::to_string(type);
 }
 
-std::string pathOf(const ZAN_Value& folder) { return folder.string("VolumeFolderPath"); }
-
 ZAN_Value nodesAsValue(const ProgrammedAction& group, const CommandHome& home) {
   std::vector<ZAN_Value> nodes;
   for (const auto& child : group.getChildrenList()) {
@@ -28,8 +26,8 @@ ZAN_Value nodesAsValue(const ProgrammedAction& group, const CommandHome& home) {
       const auto date =
           home.tools().getNextScheduleDateForSettings(child->schedule(), false, &shutDown);
       std::vector<ZAN_Value> sources;
-      for (const ZAN_Value& source : ActionsTools::getSourcesForAction(settings)) {
-        sources.emplace_back(pathOf(source));
+      for (const FolderDescription& source : ActionsTools::getSourcesForAction(settings)) {
+        sources.emplace_back(source.path());
       }
       node.setValue("type", child->actionType());
       node.setValue("automatic", child->schedule().automatic);
@@ -38,8 +36,8 @@ ZAN_Value nodesAsValue(const ProgrammedAction& group, const CommandHome& home) {
       node.setValue("shutdown", shutDown);
       node.setValue("context", static_cast<std::int64_t>(child->getActionContext()));
       node.setValue("sources", ZAN_Value::array(std::move(sources)));
-      const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
-      if (!destination.isNull()) node.setValue("destination", pathOf(destination));
+      const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
+      if (!destination.isNull()) node.setValue("destination", destination.path());
     }
     nodes.push_back(std::move(node));
   }

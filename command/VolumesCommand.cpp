@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/FolderDescription.h"
 #include "command/CommandHome.h"
 #include "volumes/FreeSpaceHistory.h"
 #include "volumes/ZAN_MountedVolumes.h"
@@ -40,10 +41,11 @@ ZAN_Value knownVolumes(CommandHome& home) {
       });
       const auto place = static_cast<std::size_t>(known - volumes.begin());
       if (known == volumes.end()) {
-        volumes.push_back(ZAN_Value::dictionary({{"volName", entry["VolumeFolderName"]},
-                                                 {"volSize", entry["VolumeFolderVolumeSize"]},
+        const FolderDescription gone(entry);
+        volumes.push_back(ZAN_Value::dictionary({{"volName", gone.volumeName()},
+                                                 {"volSize", gone.volumeSize()},
                                                  {"volFreeSize", entry["E"]},
-                                                 {"volDate", entry["VolumeFolderVolumeDate"]}}));
+                                                 {"volDate", gone.volumeDate()}}));
         hours.emplace_back();
       }
       hours[place] = FreeSpaceHistory::records(entry);

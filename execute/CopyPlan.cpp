@@ -26,11 +26,6 @@ std::string canonical(const std::string& path) {
   return result.empty() ? path : result.string();
 }
 
-bool isAtOrBelow(const std::string& path, const std::string& folder) {
-  return path == folder || folder == "/" ||
-         (path.starts_with(folder) && path[folder.size()] == '/');
-}
-
 bool isEmptyFolder(const std::string& path) {
   std::error_code failed;
   return fs::is_directory(path, failed) &&
@@ -76,7 +71,7 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   }
   CopyPlan plan;
   plan.mDeletes = mode == kSynchronise;
-  const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
+  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
   if (destination.isNull())
     return Error{ErrorKind::refused, "ItemsDestination: the action has no destination"};
   auto place = guard.locate(destination);
@@ -105,7 +100,7 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   return plan;
 }
 
-Outcome CopyPlan::addSource(const ZAN_Value& item, const VolumeGuard& guard) {
+Outcome CopyPlan::addSource(const FolderDescription& item, const VolumeGuard& guard) {
   auto place = guard.locate(item);
   if (!place) return place.error();
   const std::string& path = place->path;
@@ -128,10 +123,10 @@ Outcome CopyPlan::checkOverlaps() {
   for (const auto& source : mSources) {
     const std::string from = canonical(source.path);
     const std::string to = canonical(ZAN_FilesUtils::joinedPath(destination, source.name));
-    if (isAtOrBelow(from, to)) {
+    if (ZAN_FilesUtils::isAtOrBelow(from, to)) {
       return Error{ErrorKind::refused, source.path + ": it lies where its copy would be"};
     }
-    if (isAtOrBelow(destination, from)) {
+    if (ZAN_FilesUtils::isAtOrBelow(destination, from)) {
       if (destination == from)
         return Error{ErrorKind::refused, source.path + ": it is its own destination"};
       mExcluded.push_back(source.name + destination.substr(from.size()));

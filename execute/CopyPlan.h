@@ -43,7 +43,7 @@ class CopyPlan {
   std::string sourcePathOf(const std::string& item) const;
 
  private:
-  Outcome addSource(const ZAN_Value& item, const VolumeGuard& guard);
+  Outcome addSource(const FolderDescription& item, const VolumeGuard& guard);
   Outcome checkOverlaps();
 
   std::vector<Source> mSources;

@@ -7,6 +7,7 @@
 
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
+#include "actions/ActionsTools.h"
 #include "execute/RsyncProcess.h"
 
 namespace corvana {
@@ -48,7 +49,7 @@ std::string counted(std::uint64_t files, std::uint64_t bytes) {
 }  // namespace
 
 VolumeGuard ExecuteRun::guardFor(const ZAN_Value& settings) const {
-  return VolumeGuard(mSurroundings.volumes, settings.integer("ItemsVolumeTolerance") != 0);
+  return VolumeGuard(mSurroundings.volumes, ActionsTools::toleratesOtherVolumes(settings));
 }
 
 void ExecuteRun::perform(const ExecuteArguments& arguments) {

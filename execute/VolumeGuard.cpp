@@ -8,7 +8,7 @@
 
 namespace corvana {
 
-Result<VolumeGuard::Place> VolumeGuard::locate(const ZAN_Value& item) const {
+Result<VolumeGuard::Place> VolumeGuard::locate(const FolderDescription& item) const {
   VolumeIdentity identity(*mVolumes);
   auto place = identity.locate(item, mTolerant);
   if (!place || !identity.reference().isBelowVolumesFolder(place->path)) return place;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/FolderDescription.h"
 #include "volumes/VolumeIdentity.h"
 
 namespace corvana {
@@ -17,7 +17,7 @@ class VolumeGuard {
   /// Where the folder is now, as VolumeIdentity::locate says; and looking at the folder itself, or
   /// at the nearest above it that is there, it must lie on that volume: a link on a volume may lead
   /// off it.
-  Result<Place> locate(const ZAN_Value& item) const;
+  Result<Place> locate(const FolderDescription& item) const;
 
  private:
   Volumes* mVolumes;

@@ -10,6 +10,7 @@
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "actions/ActionStore.h"
+#include "actions/FolderDescription.h"
 #include "platform/Clock.h"
 #include "volumes/ZAN_MountedVolumes.h"
 
@@ -33,22 +34,19 @@ std::uint64_t number(const ZAN_Value& dictionary, std::string_view key) {
 
 ZAN_Value large(std::uint64_t value) { return ZAN_Value::unsignedInteger(value); }
 
-bool isSameVolume(const ZAN_Value& a, const ZAN_Value& b) {
-  return number(a, "VolumeFolderVolumeSize") == number(b, "VolumeFolderVolumeSize") &&
-         number(a, "VolumeFolderVolumeDate") == number(b, "VolumeFolderVolumeDate") &&
-         a["VolumeFolderName"].stringView() == b["VolumeFolderName"].stringView();
-}
-
-ZAN_Value entryOf(const ZAN_Value& volume) {
-  return ZAN_Value::dictionary({{"VolumeFolderName", volume.string("volName")},
-                                {"VolumeFolderVolumeSize", large(number(volume, "volSize"))},
-                                {"VolumeFolderVolumeDate", large(number(volume, "volDate"))}});
+FolderDescription descriptionOf(const ZAN_Value& volume) {
+  return FolderDescription()
+      .setVolumeName(volume["volName"].stringView())
+      .setVolumeSize(large(number(volume, "volSize")))
+      .setVolumeDate(large(number(volume, "volDate")));
 }
 
 std::optional<std::size_t> indexOf(const ZAN_Value& entry, const ZAN_Value& list) {
   const auto entries = list.elements();
-  const auto found = std::ranges::find_if(
-      entries, [&](const ZAN_Value& other) { return isSameVolume(entry, other); });
+  const FolderDescription volume(entry);
+  const auto found = std::ranges::find_if(entries, [&](const ZAN_Value& other) {
+    return volume.isSameVolume(FolderDescription(other));
+  });
   if (found == entries.end()) return std::nullopt;
   return static_cast<std::size_t>(found - entries.begin());
 }
@@ -116,7 +114,7 @@ void FreeSpaceHistory::addVolumesSurveyorData() {
 }
 
 bool FreeSpaceHistory::isEntryOf(const ZAN_Value& entry, const ZAN_Value& volume) {
-  return isSameVolume(entry, entryOf(volume));
+  return FolderDescription(entry).isSameVolume(descriptionOf(volume));
 }
 
 void FreeSpaceHistory::addSurveyorData(const ZAN_Value& volume, ZAN_Value& list) {
@@ -132,7 +130,7 @@ void FreeSpaceHistory::addSurveyorData(const ZAN_Value& volume, ZAN_Value& list)
   const auto time = mStore.dates().calendar().components(static_cast<ReferenceTime>(now));
   const std::int64_t hour = now - time.minute * 60 - time.second;
 
-  ZAN_Value entry = entryOf(volume);
+  ZAN_Value entry = descriptionOf(volume).toValue();
   ZAN_Value hours = ZAN_Value::array();
   if (const auto index = indexOf(entry, list)) {
     entry = list.at(*index);

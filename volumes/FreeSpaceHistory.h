@@ -11,8 +11,7 @@ class ZAN_MountedVolumes;
 
 /// How full each volume was, by the hour, for years. Thread: main.
 ///
-/// An entry a volume, told apart by name, size and creation date: "VolumeFolderName",
-/// "VolumeFolderVolumeSize" (bytes), "VolumeFolderVolumeDate" (seconds since 2001),
+/// An entry a volume, a `FolderDescription` told apart by name, size and creation date, with
 /// "VolumeFreeSizeList" (data: the archived hour records) and "E" (free bytes at the last sample).
 /// An hour record: "D" (start of the hour, seconds since the reference date), "F" and "E" (free
 /// bytes at its first and its last sample), "L" and "H" (the lowest and the highest).

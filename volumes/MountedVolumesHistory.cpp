@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "actions/ActionStore.h"
+#include "actions/FolderDescription.h"
 #include "platform/Clock.h"
 #include "volumes/ZAN_MountedVolumes.h"
 
@@ -38,11 +39,15 @@ void MountedVolumesHistory::saveSurveyMountedVolumesList(const ZAN_Value& list) 
 ZAN_Value MountedVolumesHistory::getSurveyMountedVolumeForData(const ZAN_Value& volume) {
   if (volume.string("volPath").empty() || !volume.contains("volSize")) return {};
   if (volume.contains("writable") && !volume["writable"].boolValue()) return {};
-  return ZAN_Value::dictionary(
-      {{"VolumeFolderPath", volume["volPath"]},
-       {"VolumeFolderName", volume["volName"]},
-       {"VolumeFolderVolumeSize", ZAN_Value::unsignedInteger(volume["volSize"].unsignedValue())},
-       {"VolumeFolderVolumeDate", ZAN_Value::unsignedInteger(volume["volDate"].unsignedValue())}});
+  const auto large = [&](std::string_view key) {
+    return ZAN_Value::unsignedInteger(volume[key].unsignedValue());
+  };
+  return FolderDescription()
+      .setPath(volume["volPath"].stringView())
+      .setVolumeName(volume["volName"].stringView())
+      .setVolumeSize(large("volSize"))
+      .setVolumeDate(large("volDate"))
+      .toValue();
 }
 
 void MountedVolumesHistory::updateSurveyMountedVolumes() {

@@ -16,9 +16,8 @@ class MountedVolumesHistory {
   /// Adds what is mounted now, unless the last snapshot has as many volumes and not one of them at
   /// its place. From 31 snapshots on those older than 15 days go.
   void updateSurveyMountedVolumes();
-  /// What a snapshot says of a volume: "VolumeFolderPath", "VolumeFolderName",
-  /// "VolumeFolderVolumeSize", "VolumeFolderVolumeDate"; null for one that is locked or does not
-  /// answer.
+  /// What a snapshot says of a volume: a `FolderDescription` of its place; null for one that is
+  /// locked or does not answer.
   static ZAN_Value getSurveyMountedVolumeForData(const ZAN_Value& volume);
 
   ZAN_Value readSurveyMountedVolumesList();

@@ -15,27 +15,26 @@ bool equalUuids(std::string_view one, std::string_view other) {
   });
 }
 
-std::string described(const ZAN_Value& item) {
-  const std::string name = item.string("VolumeFolderName");
-  const std::string uuid = item.string("uuid");
+std::string described(const FolderDescription& item) {
+  const std::string name(item.volumeName());
+  const std::string uuid(item.uuid());
   std::string text = name.empty() ? "its volume" : "the volume \"" + name + "\"";
   if (!uuid.empty()) text += " (" + uuid + ")";
   return text;
 }
 
 /// For whoever writes: known UUIDs decide, else the sizes.
-bool isDescribed(const ZAN_Value& item, const VolumeInformation& known) {
-  const std::string uuid = item.string("uuid");
-  if (!uuid.empty() && !known.uuid.empty()) return equalUuids(uuid, known.uuid);
-  const std::uint64_t size = item["VolumeFolderVolumeSize"].unsignedValue();
+bool isDescribed(const FolderDescription& item, const VolumeInformation& known) {
+  if (!item.uuid().empty() && !known.uuid.empty()) return equalUuids(item.uuid(), known.uuid);
+  const std::uint64_t size = item.volumeSize();
   return size == 0 || size == known.totalSize;
 }
 
 }  // namespace
 
-bool VolumeIdentity::checkIfVolumeMounted(const ZAN_Value& item, bool tolerant) {
-  if (!item.isDictionary()) return false;
-  const std::string path = item.string("VolumeFolderPath");
+bool VolumeIdentity::checkIfVolumeMounted(const FolderDescription& item, bool tolerant) {
+  if (item.isNull()) return false;
+  const std::string path(item.path());
   auto mount = mReference.ofPath(path);
   if (!mount) {
     if (auto fitting = mReference.getFolderPathForMountedVolume(item))
@@ -45,25 +44,24 @@ bool VolumeIdentity::checkIfVolumeMounted(const ZAN_Value& item, bool tolerant) 
   const auto known = mVolumes.information(*mount);
   if (!known) return false;
   if (tolerant) return true;
-  if (known->totalSize == item["VolumeFolderVolumeSize"].unsignedValue()) return true;
-  const std::string uuid = item.string("uuid");
-  return !uuid.empty() && uuid == known->uuid;
+  if (known->totalSize == item.volumeSize()) return true;
+  return !item.uuid().empty() && item.uuid() == known->uuid;
 }
 
 bool VolumeIdentity::checkIfAllVolumesMounted(const ZAN_Value& settings) {
   if (!ActionsTools::hasSourceList(settings)) return true;
   const auto sources = ActionsTools::getSourcesForAction(settings);
-  const bool tolerant = settings.integer("ItemsVolumeTolerance") != 0;
-  const auto isMounted = [&](const ZAN_Value& item) {
+  const bool tolerant = ActionsTools::toleratesOtherVolumes(settings);
+  const auto isMounted = [&](const FolderDescription& item) {
     return checkIfVolumeMounted(item, tolerant);
   };
   if (!std::ranges::all_of(sources, isMounted)) return false;
-  const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
+  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
   return destination.isNull() || isMounted(destination);
 }
 
-Result<VolumeIdentity::Place> VolumeIdentity::locate(const ZAN_Value& item, bool tolerant) {
-  std::string path = item.string("VolumeFolderPath");
+Result<VolumeIdentity::Place> VolumeIdentity::locate(const FolderDescription& item, bool tolerant) {
+  std::string path(item.path());
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   if (!path.starts_with('/')) return Error{ErrorKind::refused, path + ": not an absolute path"};
 
@@ -75,7 +73,7 @@ Result<VolumeIdentity::Place> VolumeIdentity::locate(const ZAN_Value& item, bool
   if (mount) known = mVolumes.information(*mount);
   if (!place.empty() && (isOnSystem || !known || !isDescribed(item, *known))) {
     // An unmounted volume leaves an empty folder, or none, on the start-up disk.
-    if (auto elsewhere = mReference.withUuid(item.string("uuid"))) {
+    if (auto elsewhere = mReference.withUuid(item.uuid())) {
       if (const auto facts = mVolumes.information(*elsewhere)) {
         std::string there = elsewhere->target + rest;
         return Place{std::move(there), *std::move(elsewhere), *facts};

@@ -4,6 +4,7 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/FolderDescription.h"
 #include "volumes/VolumeReference.h"
 
 namespace corvana {
@@ -15,13 +16,12 @@ class VolumeIdentity {
   explicit VolumeIdentity(Volumes& volumes) : mVolumes(volumes), mReference(volumes) {}
   virtual ~VolumeIdentity() = default;
 
-  /// Whether the volume of an item (a source or the destination of an action: "VolumeFolderPath",
-  /// "VolumeFolderVolumeSize", "VolumeFolderVolumeDate", "uuid") is mounted: the one that its path
-  /// leads to, else one that fits the description. Tolerant: any volume there will do; else its
-  /// size must be that of the item or, failing that, its UUID; the date takes no part. An item
-  /// without a volume counts as mounted when its path lies below the volumes folder and exists.
-  /// Null or no dictionary: no.
-  virtual bool checkIfVolumeMounted(const ZAN_Value& item, bool tolerant);
+  /// Whether the volume of an item (a source or the destination of an action) is mounted: the one
+  /// that its path leads to, else one that fits the description. Tolerant: any volume there will
+  /// do; else its size must be that of the item or, failing that, its UUID; the date takes no part.
+  /// An item without a volume counts as mounted when its path lies below the volumes folder and
+  /// exists. Null: no.
+  virtual bool checkIfVolumeMounted(const FolderDescription& item, bool tolerant);
 
   /// Whether every source of the action with these settings and then its destination is mounted.
   /// Without a list of sources yes, whatever the destination; an empty list leaves it to the
@@ -40,7 +40,7 @@ class VolumeIdentity {
     Mount mount;
     VolumeInformation information;
   };
-  Result<Place> locate(const ZAN_Value& item, bool tolerant);
+  Result<Place> locate(const FolderDescription& item, bool tolerant);
 
   const VolumeReference& reference() const { return mReference; }
 

@@ -14,15 +14,11 @@ constexpr int kMostLinks = 40;
 /// Where the desktop shows shares as folders: each of them is a volume, what holds them is none.
 constexpr std::string_view kHolderOfShares = "fuse.gvfsd-fuse";
 
-bool holds(std::string_view folder, std::string_view path) {
-  return folder == "/" || path == folder ||
-         (path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/');
-}
-
 const Mount* deepestThatHolds(const std::vector<Mount>& mounts, std::string_view path) {
   const Mount* found = nullptr;
   for (const auto& mount : mounts) {
-    if (holds(mount.target, path) && (!found || mount.target.size() >= found->target.size()))
+    if (ZAN_FilesUtils::isAtOrBelow(path, mount.target) &&
+        (!found || mount.target.size() >= found->target.size()))
       found = &mount;
   }
   return found;
@@ -111,14 +107,14 @@ std::optional<Mount> VolumeReference::withUuid(std::string_view uuid) const {
 }
 
 std::optional<VolumeReference::Place> VolumeReference::getFolderPathForMountedVolume(
-    const ZAN_Value& item) const {
-  const std::string rest = splitBelowVolumesFolder(item.string("VolumeFolderPath")).second;
+    const FolderDescription& item) const {
+  const std::string rest = splitBelowVolumesFolder(item.path()).second;
   const auto placed = [&](const Mount& mount) {
     return Place{mount, mount.target == "/" && !rest.empty() ? rest : mount.target + rest};
   };
-  if (const auto same = withUuid(item.string("uuid"))) return placed(*same);
-  const std::string name = item.string("VolumeFolderName");
-  const std::uint64_t size = item["VolumeFolderVolumeSize"].unsignedValue();
+  if (const auto same = withUuid(item.uuid())) return placed(*same);
+  const std::string_view name = item.volumeName();
+  const std::uint64_t size = item.volumeSize();
   if (name.empty() || size == 0) return std::nullopt;
   for (const auto& mount : mVolumes.mounts()) {
     if (!mount.isVolume || mount.target == "/") continue;

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/FolderDescription.h"
 #include "platform/Volumes.h"
 
 namespace corvana {
@@ -30,7 +30,7 @@ class VolumeReference {
     Mount mount;
     std::string path;
   };
-  std::optional<Place> getFolderPathForMountedVolume(const ZAN_Value& item) const;
+  std::optional<Place> getFolderPathForMountedVolume(const FolderDescription& item) const;
   /// The mounted volume with that UUID, nothing for an empty one.
   std::optional<Mount> withUuid(std::string_view uuid) const;
 

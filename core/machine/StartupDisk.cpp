@@ -7,6 +7,7 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionSort.h"
 #include "actions/ActionTree.h"
+#include "actions/FolderDescription.h"
 #include "actions/ProgrammedAction.h"
 #include "core/record/Messages.h"
 #include "core/record/Preferences.h"
@@ -36,12 +37,13 @@ std::uint64_t difference(std::uint64_t a, std::uint64_t b) {
   return a > b ? a - b : b - a;
 }
 
-ZAN_Value descriptionOf(const StartupVolume& volume) {
-  return ZAN_Value::dictionary({{"VolumeFolderPath", "/"},
-                                {"VolumeFolderPathLocalized", "/"},
-                                {"VolumeFolderName", volume.name},
-                                {"VolumeFolderVolumeSize", volume.volumeSize},
-                                {"VolumeFolderVolumeDate", volume.creationDate}});
+FolderDescription descriptionOf(const StartupVolume& volume) {
+  return FolderDescription()
+      .setPath("/")
+      .setPathLocalized("/")
+      .setVolumeName(volume.name)
+      .setVolumeSize(volume.volumeSize)
+      .setVolumeDate(volume.creationDate);
 }
 
 }  // namespace

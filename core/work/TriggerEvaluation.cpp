@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionTree.h"
@@ -28,20 +29,8 @@ constexpr double kDay = 86400.0;
 constexpr double kOnTime = 2.0;
 constexpr double kActiveUser = 60.0;
 
-/// The last component of a path without its extension.
 std::string applicationName(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  path = path.substr(path.rfind('/') + 1);
-  if (const auto dot = path.rfind('.'); dot != std::string_view::npos && dot > 0)
-    path = path.substr(0, dot);
-  return std::string(path);
-}
-
-/// Whether the path is the folder or lies in it.
-bool liesIn(std::string_view path, std::string_view folder) {
-  while (folder.size() > 1 && folder.ends_with('/')) folder.remove_suffix(1);
-  if (!path.starts_with(folder)) return false;
-  return path.size() == folder.size() || folder.ends_with('/') || path[folder.size()] == '/';
+  return std::string(ZAN_FilesUtils::nameWithoutExtension(path));
 }
 
 NextAction groupEntry(const ProgrammedAction& group) {
@@ -299,10 +288,10 @@ bool TriggerEvaluation::isStartedByEvent(const Walk& walk, const TriggerSettings
 bool TriggerEvaluation::concernsMountedVolume(const Walk& walk, const ZAN_Value& settings) {
   const auto sources = ActionsTools::getSourcesForAction(settings);
   if (sources.empty()) return false;
-  const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
-  const auto onVolume = [&](const ZAN_Value& item) {
-    const std::string_view path = item["VolumeFolderPathLocalized"].stringView();
-    return liesIn(path, walk.mountedDevice) || liesIn(path, walk.localizedDevice);
+  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
+  const auto onVolume = [&](const FolderDescription& item) {
+    return ZAN_FilesUtils::isAtOrBelow(item.pathLocalized(), walk.mountedDevice) ||
+           ZAN_FilesUtils::isAtOrBelow(item.pathLocalized(), walk.localizedDevice);
   };
   // The names are compared first: looking at a volume may take its time.
   if (!std::ranges::any_of(sources, onVolume) && !onVolume(destination)) return false;

@@ -70,13 +70,12 @@ WhyNot::Reason WhyNot::reasonToLaunch(Cause cause, std::string text, std::int64_
   return made;
 }
 
-std::string WhyNot::volumeName(const ZAN_Value& item) const {
-  const std::string name = item.string("VolumeFolderName");
-  const std::string uuid = item.string("uuid");
-  if (item.empty()) return mTexts.table.text("WhyVolumeDamaged");
-  std::string text = name.empty()
-                         ? mTexts.table.text("WhyVolumeOfPath", {item.string("VolumeFolderPath")})
-                         : mTexts.table.text("WhyVolumeNamed", {name});
+std::string WhyNot::volumeName(const FolderDescription& item) const {
+  const std::string_view name = item.volumeName();
+  const std::string_view uuid = item.uuid();
+  if (item.isDamaged()) return mTexts.table.text("WhyVolumeDamaged");
+  std::string text = name.empty() ? mTexts.table.text("WhyVolumeOfPath", {item.path()})
+                                  : mTexts.table.text("WhyVolumeNamed", {name});
   return uuid.empty() ? text : mTexts.table.text("WhyVolumeUuid", {text, uuid});
 }
 
@@ -143,9 +142,9 @@ void WhyNot::addAgent(Reasons& reasons, const Situation& situation) const {
 void WhyNot::addVolumes(Reasons& reasons, const ProgrammedAction& action) const {
   const ZAN_StringTable& table = mTexts.table;
   const ZAN_Value& settings = action.getSettings();
-  const bool tolerant = settings.integer("ItemsVolumeTolerance") != 0;
+  const bool tolerant = ActionsTools::toleratesOtherVolumes(settings);
   auto items = ActionsTools::getSourcesForAction(settings);
-  const ZAN_Value destination = ActionsTools::getDestinationForAction(settings);
+  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
   if (items.empty() || destination.isNull()) {
     reasons.push_back(reason(Cause::incomplete,
                              table.text(items.empty() ? "WhyNoSource" : "WhyNoDestination"),
@@ -217,8 +216,8 @@ void WhyNot::addWaiting(Reasons& reasons, const ProgrammedAction& action,
   if (schedule.kind == ScheduleKind::volumeMounted) {
     waits(table.text("WhyWaitsForVolume"));
   } else if (schedule.kind == ScheduleKind::applicationQuit) {
-    const auto name = ZAN_FilesUtils::pathWithoutExtension(
-        ZAN_FilesUtils::lastPathComponent(action.triggerSettings().appQuitPath.stringView()));
+    const auto name =
+        ZAN_FilesUtils::nameWithoutExtension(action.triggerSettings().appQuitPath.stringView());
     waits(table.text("WhyWaitsForApplication", {name}));
   } else if (schedule.kind == ScheduleKind::idle) {
     const auto minutes = action.triggerSettings().idleMinutes;

@@ -80,7 +80,7 @@ class WhyNot {
   Reason reason(Cause cause, std::string text, const std::string& remedy = {},
                 const std::string& command = {}) const;
   Reason reasonToLaunch(Cause cause, std::string text, std::int64_t reference) const;
-  std::string volumeName(const ZAN_Value& item) const;
+  std::string volumeName(const FolderDescription& item) const;
   void addQueue(Reasons& reasons, std::int64_t reference, const Situation& situation) const;
   void addAgent(Reasons& reasons, const Situation& situation) const;
   void addVolumes(Reasons& reasons, const ProgrammedAction& action) const;

@@ -11,6 +11,7 @@
 #include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
+#include "actions/FolderDescription.h"
 #include "actions/History.h"
 #include "mail/smtp/StoredMailSettings.h"
 #include "platform/Machine.h"
@@ -139,10 +140,11 @@ std::string ReportComposer::volumes(ReferenceTime last, ReferenceTime now) const
     const auto records =
         ZAN_Unarchiver::unarchiveObjectWithData(volume["VolumeFreeSizeList"].bytes());
     if (!records || records->size() < kFewestRecords) continue;
-    const std::uint64_t total = volume["VolumeFolderVolumeSize"].unsignedValue();
+    const FolderDescription described(volume);
+    const std::uint64_t total = described.volumeSize();
     const FreeSpace space = freeSpace(*records, last, now);
     if (total == 0 || !space.seen) continue;
-    const std::string name = volume.string("VolumeFolderName");
+    const std::string name(described.volumeName());
     const std::uint64_t lowest = percentOf(space.lowest, total);
     std::string line = m.texts.text(
         "ReportDiskSize", {name, m.strings.getShortSizeBytes(total), percentOf(space.last, total),

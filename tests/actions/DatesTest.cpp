@@ -355,9 +355,9 @@ TEST(ActionItems, SourcesComeAsOneOrMany) {
   const ZAN_Value two = ZAN_Value::dictionary({{"VolumeFolderPath", "/b"}});
   const auto paths = [](const ZAN_Value& settings) {
     std::string text;
-    for (const ZAN_Value& folder : ActionsTools::getSourcesForAction(settings))
-      text += folder.string("VolumeFolderPath");
-    return text + "|" + ActionsTools::getDestinationForAction(settings).string("VolumeFolderPath");
+    for (const FolderDescription& folder : ActionsTools::getSourcesForAction(settings))
+      text += folder.path();
+    return text.append("|").append(ActionsTools::getDestinationForAction(settings).path());
   };
   EXPECT_EQ(paths(ZAN_Value::dictionary({{"ItemsSource", one}, {"ItemsDestination", two}})),
             "/a|/b");
@@ -367,6 +367,29 @@ TEST(ActionItems, SourcesComeAsOneOrMany) {
   EXPECT_EQ(paths(ZAN_Value::dictionary(
                 {{"ItemsListOfSourcePath", ZAN_Value::array()}, {"ItemsDestination", "text"}})),
             "|");
+}
+
+TEST(ActionItems, DescriptionsKeepWhatTheyDoNotKnow) {
+  const ZAN_Value stored =
+      ZAN_Value::dictionary({{"Bookmark", "b"},
+                             {"VolumeFolderPath", "/Volumes/Disk/a"},
+                             {"VolumeFolderVolumeSize", ZAN_Value::integer(7, 'i')}});
+  EXPECT_EQ(FolderDescription(stored).toValue(), stored);
+  const FolderDescription moved = FolderDescription(stored)
+                                      .setPath("/b")
+                                      .setVolumeDate(ZAN_Value::unsignedInteger(5))
+                                      .setUuid("mine");
+  EXPECT_EQ(moved.toValue(),
+            ZAN_Value::dictionary({{"Bookmark", "b"},
+                                   {"VolumeFolderPath", "/b"},
+                                   {"VolumeFolderVolumeSize", ZAN_Value::integer(7, 'i')},
+                                   {"VolumeFolderVolumeDate", ZAN_Value::unsignedInteger(5)},
+                                   {"uuid", "mine"}}));
+  EXPECT_FALSE(moved.hasOtherFigures(FolderDescription(stored))) << "a missing date is not another";
+  EXPECT_FALSE(moved.isSameVolume(FolderDescription(stored)));
+  EXPECT_TRUE(FolderDescription("text").isNull());
+  EXPECT_TRUE(FolderDescription(ZAN_Value::dictionary()).isDamaged());
+  EXPECT_FALSE(FolderDescription().isDamaged());
 }
 
 }  // namespace

@@ -163,8 +163,8 @@ TEST_F(ActionCommandsTest, FoldersAreDescribedWithTheirVolume) {
   EXPECT_EQ(record.string("Shortcut"), "p");
   const auto sources = ActionsTools::getSourcesForAction(record);
   ASSERT_EQ(sources.size(), 2U);
-  EXPECT_EQ(sources[1].string("VolumeFolderPath"), machine.folder.at("photos"));
-  const ZAN_Value destination = ActionsTools::getDestinationForAction(record);
+  EXPECT_EQ(sources[1].path(), machine.folder.at("photos"));
+  const ZAN_Value destination = ActionsTools::getDestinationForAction(record).toValue();
   EXPECT_EQ(destination.string("VolumeFolderPathLocalized"), machine.folder.at("disk"));
   EXPECT_FALSE(destination.string("VolumeFolderName").empty());
   EXPECT_GT(destination["VolumeFolderVolumeSize"].unsignedValue(), 0U);

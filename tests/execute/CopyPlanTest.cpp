@@ -27,7 +27,7 @@ struct World {
   SimulatedVolumes& volumes = machine.volumes;
   const std::string place = volumes.folder + "/Disk/b";
   Result<VolumeGuard::Place> locate(const ZAN_Value& item, bool tolerant = false) {
-    return VolumeGuard(volumes, tolerant).locate(item);
+    return VolumeGuard(volumes, tolerant).locate(FolderDescription(item));
   }
 };
 

@@ -19,7 +19,7 @@ struct VolumeIdentityTest : testing::Test {
     return value;
   }
   bool isMounted(const ZAN_Value& value, bool tolerant = false) {
-    return identity.checkIfVolumeMounted(value, tolerant);
+    return identity.checkIfVolumeMounted(FolderDescription(value), tolerant);
   }
 
   SimulatedPlatform machine;
@@ -50,7 +50,8 @@ TEST_F(VolumeIdentityTest, WithoutAReferenceAFittingVolumeOrAFolderWillDo) {
   EXPECT_FALSE(isMounted(item(place, 8)));
   machine.folder.makeFolder("Volumes/Disk/Backup");
   EXPECT_TRUE(isMounted(item(place, 8))) << "below the volumes folder and there";
-  EXPECT_FALSE(identity.locate(item(place, 8), true)) << "but nothing is written there";
+  EXPECT_FALSE(identity.locate(FolderDescription(item(place, 8)), true))
+      << "but nothing is written there";
 }
 
 TEST_F(VolumeIdentityTest, AllSourcesCountAndWithoutThemEverythingIsThere) {

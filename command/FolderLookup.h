@@ -3,24 +3,24 @@
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/FolderDescription.h"
 
 namespace corvana {
 
 class Volumes;
 
-/// How a record describes a source or a destination: the path, and the volume that must hold it
-/// when the action runs.
-class FolderDescription {
+/// Finds out what a record has to say of a source or a destination: the path, and the volume that
+/// must hold it when the action runs.
+class FolderLookup {
  public:
   enum class Role { source, destination };
 
-  FolderDescription() = delete;
+  FolderLookup() = delete;
 
   /// Describes `path` (made absolute, without "." and ".."). Refused when a source, or the folder
   /// above a destination, is not there, and when the place below the volumes folder has no volume
   /// mounted on it; `force` describes it all the same, without the volume where that is not known.
-  static Result<ZAN_Value> ofPath(const std::string& path, Role role, bool force, Volumes& volumes);
+  static Result<FolderDescription> describe(const std::string& path, Role role, bool force, Volumes& volumes);
   /// The path as a description holds it.
   static std::string absolutePath(const std::string& path);
 };

@@ -1,4 +1,4 @@
-#include "command/FolderDescription.h"
+#include "command/FolderLookup.h"
 
 #include <filesystem>
 #include <system_error>
@@ -8,14 +8,14 @@
 
 namespace corvana {
 
-std::string FolderDescription::absolutePath(const std::string& path) {
+std::string FolderLookup::absolutePath(const std::string& path) {
   std::error_code ignored;
   std::string absolute = std::filesystem::absolute(path, ignored).lexically_normal().string();
   while (absolute.size() > 1 && absolute.ends_with('/')) absolute.pop_back();
   return absolute;
 }
 
-Result<ZAN_Value> FolderDescription::ofPath(const std::string& path, Role role, bool force,
+Result<FolderDescription> FolderLookup::describe(const std::string& path, Role role, bool force,
                                             Volumes& volumes) {
   const std::string absolute = absolutePath(path);
   if (path.empty() || absolute == "/") {
@@ -41,13 +41,13 @@ Result<ZAN_Value> FolderDescription::ofPath(const std::string& path, Role role, 
                  absolute + ": no volume is mounted there (--force takes it anyway)"};
   }
   const auto known = mount ? volumes.information(*mount) : std::nullopt;
-  ZAN_Value description = ZAN_Value::dictionary(
-      {{"VolumeFolderPath", absolute},
-       {"VolumeFolderPathLocalized", reference.localizedPath(absolute)},
-       {"VolumeFolderName", mount ? VolumeReference::nameOf(*mount, known) : std::string()},
-       {"VolumeFolderVolumeSize", known ? known->totalSize : std::uint64_t{0}},
-       {"VolumeFolderVolumeDate", known ? known->creationDate : std::uint64_t{0}}});
-  if (known && !known->uuid.empty()) description.setValue("uuid", known->uuid);
+  FolderDescription description;
+  description.setPath(absolute)
+      .setPathLocalized(reference.localizedPath(absolute))
+      .setVolumeName(mount ? VolumeReference::nameOf(*mount, known) : std::string())
+      .setVolumeSize(known ? known->totalSize : std::uint64_t{0})
+      .setVolumeDate(known ? known->creationDate : std::uint64_t{0});
+  if (known && !known->uuid.empty()) description.setUuid(known->uuid);
   return description;
 }
 
