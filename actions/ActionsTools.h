@@ -99,8 +99,8 @@ class ActionsTools {
     const ZAN_StringTable& table;
     const ZAN_StringUtils& strings;
   };
-  /// What makes the action run: "Every day at 8:00 AM", "Every 15 minutes", "When its volume is
-  /// mounted", "Not automatic".
+  /// What makes the action run: "Every day at 8:00 AM", "Every 15 minutes", "When one of its
+  /// volumes is mounted", "Only when it is launched".
   std::string getNextScheduleModeForSettings(const ZAN_Value& settings, const Texts& texts) const;
   /// When it runs next: "Tomorrow at 8:00 AM", "At shutdown: today at 6:30 PM", "No date".
   std::string getNextScheduleStringForSettings(const ZAN_Value& settings, const Texts& texts) const;
@@ -121,7 +121,6 @@ class ActionsTools {
   std::optional<ReferenceTime> periodicDate(const Schedule& schedule, bool firstAfterStartup,
                                             std::optional<ReferenceTime> last,
                                             const AllowedHours& hours) const;
-  ReferenceTime todayAt(ReferenceTime storedTime) const;
   Programmed programmedDate(const Schedule& schedule, std::optional<ReferenceTime> last,
                             const AllowedHours& hours) const;
   std::optional<ReferenceTime> entryDate(const ScheduleEntry& entry, std::int64_t startDay,

@@ -1,5 +1,5 @@
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionsTools.h"
+#include "actions/ScheduleSentence.h"
 
 // What the user reads about schedules.
 
@@ -7,44 +7,7 @@ namespace corvana {
 
 std::string ActionsTools::getNextScheduleModeForSettings(const ZAN_Value& settings,
                                                          const Texts& texts) const {
-  const Schedule schedule(settings);
-  const ZAN_StringTable& table = texts.table;
-  if (!schedule.automatic) return table.text("ScheduleNotAutomatic");
-  const int minutesPast = schedule.hourDelay * 15;
-  switch (schedule.kind) {
-    case ScheduleKind::daily:
-      if (schedule.time)
-        return table.text("ScheduleDaily", {texts.strings.getShortTime(todayAt(*schedule.time))});
-      break;
-    case ScheduleKind::volumeMounted:
-      return table.text("ScheduleVolumeMounted");
-    case ScheduleKind::applicationQuit:
-      return table.text(
-          "ScheduleApplicationQuit",
-          {ZAN_FilesUtils::nameWithoutExtension(settings["TriggerAppQuitPath"].stringView())});
-    case ScheduleKind::minutes:
-      if (schedule.minutes == 1) return table.text("ScheduleEveryMinute");
-      return table.text("ScheduleMinutes", {schedule.minutes});
-    case ScheduleKind::hourly:
-      if (minutesPast == 0) return table.text("ScheduleHourly");
-      return table.text("ScheduleHourlyPast", {minutesPast});
-    case ScheduleKind::threeHourly:
-      if (minutesPast == 0) return table.text("ScheduleThreeHourly");
-      return table.text("ScheduleThreeHourlyPast", {minutesPast});
-    case ScheduleKind::firstStartUpOfDay:
-      return table.text("ScheduleFirstStartUp");
-    case ScheduleKind::startUp:
-      return table.text("ScheduleStartUp");
-    case ScheduleKind::nextDay:
-      return table.text("ScheduleNextDay");
-    case ScheduleKind::idle: {
-      const std::int64_t minutes = settings.integer("TriggerScheduleMinutes");
-      return table.text("ScheduleIdle", {minutes > 0 ? minutes : std::int64_t{10}});
-    }
-    default:
-      break;
-  }
-  return table.text(schedule.list.empty() ? "ScheduleNoDate" : "ScheduleList");
+  return ScheduleSentence(mCalendar, texts.table, texts.strings).inWindow(settings);
 }
 
 std::string ActionsTools::getNextScheduleStringForSettings(const ZAN_Value& settings,
@@ -88,10 +51,6 @@ std::string ActionsTools::getStartupStringForDate(ReferenceTime date, const Text
 
 std::string ActionsTools::getShutdownStringForDate(ReferenceTime date, const Texts& texts) const {
   return texts.table.text("ScheduleAtShutDown", {getScheduleStringForDate(date, texts)});
-}
-
-ReferenceTime ActionsTools::todayAt(ReferenceTime storedTime) const {
-  return mCalendar.timeOnDay(mTodayNumber, mCalendar.secondsInDay(storedTime));
 }
 
 }  // namespace corvana

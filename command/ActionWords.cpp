@@ -129,20 +129,22 @@ Result<ProgrammedAction*> groupWithReference(ProgrammedAction& root, std::int64_
   return group;
 }
 
-Answer answerAbout(std::string_view done, const ZAN_Value& settings, const CommandHome& home) {
+Answer answerAbout(std::string_view done, const ZAN_Value& settings, CommandHome& home) {
   const auto date = home.tools().getNextScheduleDateForSettings(settings, false);
-  const ZAN_Value value =
-      ZAN_Value::dictionary({{"done", done},
-                             {"reference", settings.integer("Ref")},
-                             {"title", settings.string("Title")},
-                             {"schedule", scheduleInWords(settings, home.calendar())},
-                             {"next", date ? ZAN_Value(*date) : ZAN_Value()}});
+  const std::string schedule = home.scheduleText(settings);
+  const ZAN_Value value = ZAN_Value::dictionary({{"done", done},
+                                                 {"reference", settings.integer("Ref")},
+                                                 {"title", settings.string("Title")},
+                                                 {"schedule", schedule},
+                                                 {"next", date ? ZAN_Value(*date) : ZAN_Value()}});
+  ZAN_Value shown = value;
+  shown.setValue("runs", home.texts().text("ScheduleRuns", {schedule}));
   const bool isDue = date && *date <= home.now();
   return {value, TextForm(home.calendar())
                      .fill(isDue ? "{done} {reference}: {title}\nnext: now\n"
                                  : "{done} {reference}: {title}\n"
-                                   "{next?next: {next:date}}{next!runs {schedule}}\n",
-                           value)};
+                                   "{next?next: {next:date}}{next!{runs}}\n",
+                           shown)};
 }
 
 }  // namespace corvana

@@ -56,6 +56,6 @@ Result<std::int64_t> referenceFrom(const std::string& word);
 /// The group with that reference below the root; the root for 0.
 Result<ProgrammedAction*> groupWithReference(ProgrammedAction& root, std::int64_t reference);
 /// What was done to an action, with its next run.
-Answer answerAbout(std::string_view done, const ZAN_Value& settings, const CommandHome& home);
+Answer answerAbout(std::string_view done, const ZAN_Value& settings, CommandHome& home);
 
 }  // namespace corvana

@@ -1,6 +1,7 @@
 #include "command/CommandHome.h"
 
 #include "actions/ComingRuns.h"
+#include "actions/ScheduleSentence.h"
 #include "platform/qt/GvfsShares.h"
 
 namespace corvana {
@@ -67,6 +68,18 @@ Outcome CommandHome::loadAgentTexts(ZAN_StringTable& texts) const {
     folder = ZAN_FilesUtils::parentPath(folder);
   }
   return Error{ErrorKind::absent, executable + ": the agent is not installed beside it"};
+}
+
+const ZAN_StringTable& CommandHome::texts() {
+  if (mTextsAreRead) return mTexts;
+  mTextsAreRead = true;
+  if (const Outcome loaded = loadAgentTexts(mTexts); !loaded) mLog.write(loaded.error().text);
+  return mTexts;
+}
+
+std::string CommandHome::scheduleText(const ZAN_Value& settings) {
+  const ZAN_StringUtils strings("C");
+  return ScheduleSentence(calendar(), texts(), strings).inTerminal(settings);
 }
 
 std::string CommandHome::dateText(ReferenceTime date) const {

@@ -51,6 +51,11 @@ class CommandHome {
   /// an installation puts it.
   Outcome loadAgentTexts(ZAN_StringTable& texts) const;
 
+  /// The agent's texts in the user's language, read at the first call; empty, which is said once,
+  /// where the agent is not installed.
+  const ZAN_StringTable& texts();
+  /// What makes the action of a record run, in the user's language, with 24 hours a day.
+  std::string scheduleText(const ZAN_Value& settings);
   /// "Tue 2026-11-24 08:00".
   std::string dateText(ReferenceTime date) const;
 
@@ -62,6 +67,7 @@ class CommandHome {
   ActionStore mStore;
   ActionTree mTree;
   ActionsTools mTools;
+  bool mTextsAreRead = false;
 };
 
 }  // namespace corvana

@@ -16,7 +16,7 @@ std::string FolderLookup::absolutePath(const std::string& path) {
 }
 
 Result<FolderDescription> FolderLookup::describe(const std::string& path, Role role, bool force,
-                                            Volumes& volumes) {
+                                                 Volumes& volumes) {
   const std::string absolute = absolutePath(path);
   if (path.empty() || absolute == "/") {
     return Error{ErrorKind::refused, "\"" + path + "\": neither a source nor a destination"};

@@ -20,7 +20,8 @@ class FolderLookup {
   /// Describes `path` (made absolute, without "." and ".."). Refused when a source, or the folder
   /// above a destination, is not there, and when the place below the volumes folder has no volume
   /// mounted on it; `force` describes it all the same, without the volume where that is not known.
-  static Result<FolderDescription> describe(const std::string& path, Role role, bool force, Volumes& volumes);
+  static Result<FolderDescription> describe(const std::string& path, Role role, bool force,
+                                            Volumes& volumes);
   /// The path as a description holds it.
   static std::string absolutePath(const std::string& path);
 };

@@ -59,7 +59,4 @@ class ScheduleWords {
   std::optional<Hours> mHours;
 };
 
-/// The schedule of a record in plain words: "Mon and Thu at 18:30, between 08:00 and 18:00".
-std::string scheduleInWords(const ZAN_Value& settings, const ZAN_DateUtils& calendar);
-
 }  // namespace corvana

@@ -11,7 +11,7 @@ std::string typeText(std::int64_t type) {
   return "type " + std::to_string(type);
 }
 
-ZAN_Value nodesAsValue(const ProgrammedAction& group, const CommandHome& home) {
+ZAN_Value nodesAsValue(const ProgrammedAction& group, CommandHome& home) {
   std::vector<ZAN_Value> nodes;
   for (const auto& child : group.getChildrenList()) {
     const ZAN_Value& settings = child->getSettings();
@@ -31,7 +31,7 @@ ZAN_Value nodesAsValue(const ProgrammedAction& group, const CommandHome& home) {
       }
       node.setValue("type", child->actionType());
       node.setValue("automatic", child->schedule().automatic);
-      node.setValue("schedule", scheduleInWords(settings, home.calendar()));
+      node.setValue("schedule", home.scheduleText(settings));
       node.setValue("next", date ? ZAN_Value(*date) : ZAN_Value());
       node.setValue("shutdown", shutDown);
       node.setValue("context", static_cast<std::int64_t>(child->getActionContext()));

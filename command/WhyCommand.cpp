@@ -74,7 +74,8 @@ Seen lookAround(CommandHome& home) {
   // The stored queue is without its head, which is what runs; an idle agent's is empty.
   const ZAN_Value preferences = home.store().settings().schedulerSettings();
   situation.scheduleDisabled = preferences.integer(PreferenceKey::scheduleDisabled) != 0;
-  situation.context = static_cast<ActionContext>(preferences.integer(PreferenceKey::currentContext));
+  situation.context =
+      static_cast<ActionContext>(preferences.integer(PreferenceKey::currentContext));
   for (const auto& record : preferences["SchedulerActionsToDoList"].elements()) {
     situation.queue.push_back(record.integer("Ref"));
   }

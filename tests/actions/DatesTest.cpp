@@ -5,6 +5,7 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/ActionsTools.h"
+#include "actions/ScheduleSentence.h"
 #include "tests/actions/ModelDates.h"
 
 namespace corvana {
@@ -336,18 +337,53 @@ TEST(ScheduleTexts, SayWhatMakesAnActionRunAndWhen) {
                         .set("TriggerFrequencyPopup", 22)
                         .set("TriggerHourDelay", 1)
                         .last("2026-11-21 10:00")),
-            "Every 3 hours, 15 minutes past; next: Today at 12:15");
-  EXPECT_EQ(summary(paris().set("TriggerFrequencyPopup", 40)),
-            "When nobody has used the machine for 10 minutes");
+            "Every 3 hours at 15 past; next: Today at 12:15");
+  EXPECT_EQ(summary(paris().set("TriggerFrequencyPopup", 40)), "After 10 minutes without use");
   const auto friday = [](int popup) {
     return paris().entry({{"TriggerScheduleMode", 1},
                           {"TriggerScheduleFriday", 1},
                           {"TriggerFrequencyPopup", popup}},
                          "2026-01-01 18:30");
   };
-  EXPECT_EQ(summary(friday(0)), "On the days of its list; next: Friday at 18:30");
-  EXPECT_EQ(summary(friday(20)), "On the days of its list; next: At start-up: Friday at 18:30");
-  EXPECT_EQ(summary(friday(21)), "On the days of its list; next: At shutdown: Friday at 18:30");
+  EXPECT_EQ(summary(friday(0)), "Every Friday at 18:30; next: Friday at 18:30");
+  EXPECT_EQ(summary(friday(20)), "Every Friday at 18:30; next: At start-up: Friday at 18:30");
+  EXPECT_EQ(summary(friday(21)), "At shut-down every Friday; next: At shutdown: Friday at 18:30");
+}
+
+TEST(ScheduleTexts, SpeakTheLanguageOfTheTableInWholeSentences) {
+  ZAN_StringTable table;
+  ASSERT_TRUE(table.load(CORVANA_SOURCE_FOLDER "/resources", {"de"}));
+  const ZAN_StringUtils strings("C", "Asia/Tokyo");
+  const auto sentence = [&](const Case& action) {
+    return ScheduleSentence(action.calendar(), table, strings).inTerminal(action.settings());
+  };
+  EXPECT_EQ(sentence(paris()
+                         .entry({{"TriggerScheduleMode", 1},
+                                 {"TriggerScheduleSunday", 1},
+                                 {"TriggerScheduleMonday", 1},
+                                 {"TriggerScheduleThursday", 1},
+                                 {"TriggerScheduleEvenOdd", 2}},
+                                "2026-03-29 02:30")
+                         .set("TriggerFrequencyPopup", 20)
+                         .set("TriggerScheduleMinutes", 120)
+                         .set("TriggerAllowedHours", 1)
+                         .set("TriggerContextPopup", 2)),
+            "alle 2 Stunden und jeden Montag, Donnerstag und Sonntag in geraden Wochen um 03:30, "
+            "zwischen 00:00 und 00:00, nur zu Hause");
+  EXPECT_EQ(sentence(paris()
+                         .entry({{"TriggerScheduleMode", 2},
+                                 {"TriggerScheduleMonthMode", 16},
+                                 {"TriggerScheduleMonthWeekDay", 6},
+                                 {"TriggerFrequencyPopup", 21}},
+                                "2026-01-01 18:30")
+                         .set("TriggerFrequencyPopup", 99)),
+            "beim Ausschalten am zweiten Freitag des Monats");
+  ZAN_Value quits = paris().set("TriggerFrequencyPopup", 11).settings();
+  quits.setValue("TriggerAppQuitPath", "/Applications/Mail.app");
+  const Case any = paris();
+  const ScheduleSentence german(any.calendar(), table, strings);
+  EXPECT_EQ(german.inTerminal(quits), "wenn /Applications/Mail.app beendet wird");
+  EXPECT_EQ(german.inWindow(quits), "Wenn Mail beendet wird");
 }
 
 TEST(ActionItems, SourcesComeAsOneOrMany) {
