@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionTree.h"
@@ -12,6 +11,7 @@
 #include "actions/TriggerSettings.h"
 #include "core/record/SchedulerState.h"
 #include "core/record/SiblingWatch.h"
+#include "core/work/StartVerdict.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
 #include "platform/Platform.h"
@@ -28,10 +28,6 @@ constexpr double kDay = 86400.0;
 /// So long after its date an action has not missed it.
 constexpr double kOnTime = 2.0;
 constexpr double kActiveUser = 60.0;
-
-std::string applicationName(std::string_view path) {
-  return std::string(ZAN_FilesUtils::nameWithoutExtension(path));
-}
 
 NextAction groupEntry(const ProgrammedAction& group) {
   NextAction entry;
@@ -57,10 +53,8 @@ NextAction actionEntry(const ProgrammedAction& action) {
 /// One pass over the tree.
 struct TriggerEvaluation::Walk {
   ActionsTools tools;
-  std::string mountedDevice;    ///< empty: none
-  std::string localizedDevice;  ///< the same as the user sees it
-  bool onlyListing;             ///< nothing is enqueued, no deadline moves
-  bool firstAfterStartup;
+  StartSituation situation;
+  bool onlyListing;  ///< nothing is enqueued, no deadline moves
   bool collectsNotExecuted;
   ReferenceTime startOfNextAction;
   ZAN_Value nextTitle{};
@@ -103,15 +97,21 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
 
   const ProgrammedAction& root = m.tree.rootItem();
   const bool userIsActive = now - state.mStartOfIdleTime.at() < kActiveUser;
+  const std::string device(mountedDevice.value_or(""));
+  const std::string localizedDevice =
+      mountedDevice ? m.volumes.reference().localizedPath(device) : std::string();
   Walk walk{
       .tools = ActionsTools(mCalendar, now,
                             [this](const std::string& line) { m.platform.systemLog.write(line); }),
-      .mountedDevice = std::string(mountedDevice.value_or("")),
-      .localizedDevice = mountedDevice
-                             ? m.volumes.reference().localizedPath(std::string(*mountedDevice))
-                             : std::string(),
+      .situation = {.context = static_cast<ActionContext>(state.mContext),
+                    .scheduleDisabled = state.mScheduleDisabled,
+                    .firstAfterStartup = state.mFirstCheckAfterStartup,
+                    .mountedDevice = device,
+                    .localizedDevice = localizedDevice,
+                    .volumes = &m.volumes,
+                    .applications = device.empty() ? &mApplications : nullptr,
+                    .startOfIdleTime = state.mStartOfIdleTime.at()},
       .onlyListing = false,
-      .firstAfterStartup = state.mFirstCheckAfterStartup,
       .collectsNotExecuted = userIsActive && !mNotificationNotExecutedDone,
       .startOfNextAction = now + kYear};
   // A mount is no occasion for actions that wait for the end of an application: what ended since is
@@ -147,10 +147,8 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
 void TriggerEvaluation::rebuildActionsList() {
   updateCalendar();
   Walk walk{.tools = ActionsTools(mCalendar, m.platform.clock.now()),
-            .mountedDevice = {},
-            .localizedDevice = {},
+            .situation = {.context = static_cast<ActionContext>(m.state.mContext)},
             .onlyListing = true,
-            .firstAfterStartup = false,
             .collectsNotExecuted = false,
             .startOfNextAction = 0};
   mActionsNextList.clear();
@@ -209,33 +207,23 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
   }
   mActionsNextList.push_back(actionEntry(action));
   const std::size_t listed = mActionsNextList.size() - 1;
-  const TriggerSettings& trigger = action.triggerSettings();
-  const Schedule& schedule = trigger.schedule;
   SchedulerState& state = m.state;
+  if (walk.collectsNotExecuted) collectNotExecuted(now, action, action.triggerSettings());
 
-  const bool inContext =
-      !isOtherContext(trigger.context, static_cast<ActionContext>(state.mContext));
-  if (walk.collectsNotExecuted) collectNotExecuted(now, action, trigger);
-  if (!isInAllowedHours(now, schedule) || !schedule.automatic || !inContext) return;
-
+  const StartVerdict verdict = StartVerdict::of(action, walk.tools, walk.situation);
   const auto enqueueDueSince = [&](ReferenceTime since) {
     walk.due.push_back({since, action.getReference(), since < now - kOnTime});
   };
-  if (!walk.mountedDevice.empty()) {
-    if (schedule.kind == ScheduleKind::volumeMounted && !state.mScheduleDisabled &&
-        concernsMountedVolume(walk, action.getSettings()))
-      enqueueDueSince(now);
-    return;
-  }
-  if (!walk.onlyListing && isStartedByEvent(walk, trigger)) {
+  if (verdict.nothingInTheWay() && walk.situation.applications != nullptr &&
+      action.schedule().kind == ScheduleKind::idle)
+    mIdleTimeScheduling = true;
+  if (verdict.lookAgainIn) state.checkAtTheLatestAt(now + *verdict.lookAgainIn);
+  if (verdict.startedByEvent) {
     enqueueDueSince(now);
     return;
   }
-
-  bool shutDown = false;
-  const auto date =
-      walk.tools.getNextScheduleDateForSettings(schedule, walk.firstAfterStartup, &shutDown);
-  if (!date || shutDown) return;
+  const auto date = verdict.date;
+  if (!date) return;
   mActionsNextList[listed].hasDate = true;
   mActionsNextList[listed].date = *date;
   if (walk.onlyListing) return;
@@ -253,51 +241,6 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
   }
 }
 
-/// Both bounds count; a window over midnight never matches.
-bool TriggerEvaluation::isInAllowedHours(ReferenceTime now, const Schedule& schedule) const {
-  if (!schedule.hasAllowedHours) return true;
-  const auto bound = [&](const std::optional<ReferenceTime>& time) {
-    return mCalendar.timeOfDay(now, time ? mCalendar.secondsInDay(*time) : 0);
-  };
-  return bound(schedule.allowedFrom) <= now && now <= bound(schedule.allowedTo);
-}
-
-bool TriggerEvaluation::isStartedByEvent(const Walk& walk, const TriggerSettings& trigger) {
-  const ReferenceTime now = walk.now();
-  SchedulerState& state = m.state;
-  if (trigger.schedule.kind == ScheduleKind::idle) {
-    mIdleTimeScheduling = true;
-    const double span =
-        trigger.idleMinutes > 0 ? static_cast<double>(trigger.idleMinutes) * 60.0 : 600.0;
-    const ReferenceTime idleSince = state.mStartOfIdleTime.at();
-    if (now > idleSince + span) {
-      const auto last = walk.tools.getLastScheduleDateForSettings(trigger.schedule, false);
-      return !last || idleSince > *last + 180.0;
-    }
-    state.checkAtTheLatestAt(now + 15.0);
-    return false;
-  }
-  if (trigger.schedule.kind == ScheduleKind::applicationQuit && !state.mScheduleDisabled) {
-    const std::string_view path = trigger.appQuitPath.stringView();
-    state.checkAtTheLatestAt(now + (isApplicationOpened(path) ? 5.0 : 15.0));
-    return didApplicationQuit(path);
-  }
-  return false;
-}
-
-bool TriggerEvaluation::concernsMountedVolume(const Walk& walk, const ZAN_Value& settings) {
-  const auto sources = ActionsTools::getSourcesForAction(settings);
-  if (sources.empty()) return false;
-  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
-  const auto onVolume = [&](const FolderDescription& item) {
-    return ZAN_FilesUtils::isAtOrBelow(item.pathLocalized(), walk.mountedDevice) ||
-           ZAN_FilesUtils::isAtOrBelow(item.pathLocalized(), walk.localizedDevice);
-  };
-  // The names are compared first: looking at a volume may take its time.
-  if (!std::ranges::any_of(sources, onVolume) && !onVolume(destination)) return false;
-  return m.volumes.checkIfAllVolumesMounted(settings);
-}
-
 void TriggerEvaluation::showNextAction(const Walk& walk) {
   const std::string text = m.texts.text(
       "NextAction", {walk.nextTitle.string(), m.strings.getShortTime(walk.startOfNextAction)});
@@ -306,23 +249,14 @@ void TriggerEvaluation::showNextAction(const Walk& walk) {
   mListNextWasUpdated = false;
 }
 
-void TriggerEvaluation::updateAppLists() {
-  std::unordered_set<std::string> opened;
-  for (const RunningProcess& process : m.platform.processes.running())
-    opened.insert(
-        applicationName(process.bundlePath.empty() ? process.executable : process.bundlePath));
-  mQuittedApplicationsList.clear();
-  for (const std::string& name : mOpenedApplicationsList)
-    if (!opened.contains(name)) mQuittedApplicationsList.insert(name);
-  mOpenedApplicationsList = std::move(opened);
-}
+void TriggerEvaluation::updateAppLists() { mApplications.update(m.platform.processes); }
 
 bool TriggerEvaluation::isApplicationOpened(std::string_view path) const {
-  return mOpenedApplicationsList.contains(applicationName(path));
+  return mApplications.isOpened(path);
 }
 
 bool TriggerEvaluation::didApplicationQuit(std::string_view path) const {
-  return mQuittedApplicationsList.contains(applicationName(path));
+  return mApplications.didQuit(path);
 }
 
 }  // namespace corvana

@@ -5,12 +5,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "core/record/Deadline.h"
 #include "core/work/ActionQueue.h"
+#include "core/work/ApplicationLists.h"
 #include "core/work/NextAction.h"
 #include "core/work/WorkSurroundings.h"
 
@@ -18,7 +18,6 @@ namespace corvana {
 
 class MailSender;
 class ProgrammedAction;
-class Schedule;
 struct TriggerSettings;
 
 /// Walks the tree and decides for each automatic action whether it is due now, when it is next due,
@@ -88,9 +87,6 @@ class TriggerEvaluation {
   void walkAction(Walk& walk, ProgrammedAction& action);
   void collectNotExecuted(ReferenceTime now, const ProgrammedAction& action,
                           const TriggerSettings& trigger);
-  bool concernsMountedVolume(const Walk& walk, const ZAN_Value& settings);
-  bool isInAllowedHours(ReferenceTime now, const Schedule& schedule) const;
-  bool isStartedByEvent(const Walk& walk, const TriggerSettings& trigger);
   void showNextAction(const Walk& walk);
   void sendByMail(const std::string& text);
 
@@ -104,8 +100,7 @@ class TriggerEvaluation {
   bool mIdleTimeScheduling = false;
   bool mNotificationNotExecutedDone = false;
   std::deque<ZAN_Value> mNotificationNotExecutedSince;
-  std::unordered_set<std::string> mOpenedApplicationsList;
-  std::unordered_set<std::string> mQuittedApplicationsList;
+  ApplicationLists mApplications;
 };
 
 }  // namespace corvana

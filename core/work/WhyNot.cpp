@@ -8,6 +8,7 @@
 #include "core/record/SchedulerState.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ExecuteSupervisor.h"
+#include "core/work/StartVerdict.h"
 #include "platform/Input.h"
 #include "volumes/VolumeIdentity.h"
 
@@ -48,9 +49,7 @@ WhyNot::WhyNot(const ActionsTools& tools, ActionsTools::Texts texts, VolumeIdent
     : mTools(tools), mTexts(texts), mVolumes(volumes), mTitleOf(std::move(titleOf)) {}
 
 std::optional<ReferenceTime> WhyNot::nextDate(const ProgrammedAction& action) const {
-  bool shutDown = false;
-  const auto date = mTools.getNextScheduleDateForSettings(action.schedule(), false, &shutDown);
-  return shutDown ? std::nullopt : date;
+  return StartVerdict::of(action, mTools, {.goesOn = true}).date;
 }
 
 WhyNot::Reason WhyNot::reason(Cause cause, std::string text, const std::string& remedy,
@@ -85,7 +84,9 @@ std::vector<WhyNot::Reason> WhyNot::reasons(const ProgrammedAction& action,
   addQueue(reasons, action.getReference(), situation);
   if (!reasons.empty() && reasons.front().cause == Cause::running) return reasons;
   addAgent(reasons, situation);
-  if (isOtherContext(action.getActionContext(), situation.context)) {
+  const StartVerdict verdict =
+      StartVerdict::of(action, mTools, {.context = situation.context, .goesOn = true});
+  if (!verdict.inContext) {
     const std::string& own = contextName(action.getActionContext(), mTexts.table);
     reasons.push_back(reason(
         Cause::otherContext,
@@ -95,8 +96,8 @@ std::vector<WhyNot::Reason> WhyNot::reasons(const ProgrammedAction& action,
   }
   addVolumes(reasons, action);
   if (reasons.empty() || reasons.front().cause != Cause::queued) {
-    addHours(reasons, action);
-    addTrigger(reasons, action, situation);
+    addHours(reasons, verdict);
+    addTrigger(reasons, action, verdict, situation);
   }
   return reasons;
 }
@@ -170,18 +171,10 @@ void WhyNot::addVolumes(Reasons& reasons, const ProgrammedAction& action) const 
   }
 }
 
-void WhyNot::addHours(Reasons& reasons, const ProgrammedAction& action) const {
-  const Schedule& schedule = action.schedule();
-  if (!schedule.hasAllowedHours || !schedule.automatic) return;
-  const auto& calendar = mTools.calendar();
-  const auto seconds = [&](const std::optional<ReferenceTime>& bound) {
-    return bound ? calendar.secondsInDay(*bound) : 0;
-  };
-  const ReferenceTime today = calendar.todayAt0h00(mTools.now());
-  const ReferenceTime from = calendar.timeOfDay(today, seconds(schedule.allowedFrom));
-  const ReferenceTime to = calendar.timeOfDay(today, seconds(schedule.allowedTo));
-  if (from <= mTools.now() && mTools.now() <= to) return;
-  const bool never = to < from;
+void WhyNot::addHours(Reasons& reasons, const StartVerdict& verdict) const {
+  if (!verdict.automatic || verdict.inHours) return;
+  const auto [from, to] = *verdict.hours;
+  const bool never = verdict.hours->neverCome();
   reasons.push_back(reason(
       Cause::outOfHours,
       mTexts.table.text(never ? "WhyHoursNever" : "WhyOutOfHours",
@@ -190,16 +183,16 @@ void WhyNot::addHours(Reasons& reasons, const ProgrammedAction& action) const {
 }
 
 void WhyNot::addTrigger(Reasons& reasons, const ProgrammedAction& action,
-                        const Situation& situation) const {
+                        const StartVerdict& verdict, const Situation& situation) const {
   const std::int64_t reference = action.getReference();
-  if (!action.schedule().automatic) {
+  if (!verdict.automatic) {
     Reason made = reason(Cause::notAutomatic, mTexts.table.text("WhyNotAutomatic"));
     made.remedyByCommand =
         mTexts.table.text("WhyNotAutomaticRemedy", {launch(reference), edit(reference)});
     reasons.push_back(std::move(made));
-  } else if (const auto date = nextDate(action); !date) {
+  } else if (!verdict.date) {
     addWaiting(reasons, action, situation);
-  } else if (*date > mTools.now()) {
+  } else if (*verdict.date > mTools.now()) {
     const auto when = mTools.getNextScheduleStringForSettings(action.getSettings(), mTexts);
     reasons.push_back(
         reasonToLaunch(Cause::notDue, mTexts.table.text("WhyNotDue", {when}), reference));

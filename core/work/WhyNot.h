@@ -18,6 +18,7 @@ class Input;
 class ProgrammedAction;
 class VolumeIdentity;
 struct SchedulerState;
+struct StartVerdict;
 
 /// Says, in the user's language, why an action does not run now or will not at its next date, and
 /// what would make it run. Asks and changes nothing. Thread: main.
@@ -84,9 +85,9 @@ class WhyNot {
   void addQueue(Reasons& reasons, std::int64_t reference, const Situation& situation) const;
   void addAgent(Reasons& reasons, const Situation& situation) const;
   void addVolumes(Reasons& reasons, const ProgrammedAction& action) const;
-  void addTrigger(Reasons& reasons, const ProgrammedAction& action,
+  void addTrigger(Reasons& reasons, const ProgrammedAction& action, const StartVerdict& verdict,
                   const Situation& situation) const;
-  void addHours(Reasons& reasons, const ProgrammedAction& action) const;
+  void addHours(Reasons& reasons, const StartVerdict& verdict) const;
   void addWaiting(Reasons& reasons, const ProgrammedAction& action,
                   const Situation& situation) const;
 

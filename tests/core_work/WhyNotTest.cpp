@@ -64,6 +64,48 @@ TEST_F(WhyNotTest, NamesEverythingThatIsInTheWay) {
                                           Cause::volumeMissing, Cause::outOfHours, Cause::noDate));
 }
 
+TEST_F(WhyNotTest, FindsNothingInTheWayOfExactlyWhatTheEvaluationQueues) {
+  const std::vector<std::pair<ZAN_Value, ZAN_Value>> hours{
+      {nullptr, nullptr},
+      {ZAN_Value::date(8 * 3600), ZAN_Value::date(10 * 3600)},
+      {ZAN_Value::date(8 * 3600), ZAN_Value::date(12 * 3600)},
+      {ZAN_Value::date(22 * 3600), ZAN_Value::date(13 * 3600)},
+      {nullptr, ZAN_Value::date(13 * 3600)}};
+  std::vector<ZAN_Value> records;
+  for (const int kind : {0, 1, 10, 11, 20, 21, 25, 31, 32, 40}) {
+    for (const int automatic : {0, 1}) {
+      for (const int context : {0, 1, 2}) {
+        for (const auto& [from, to] : hours) {
+          records.push_back(due({{"Ref", static_cast<int>(records.size()) + 1},
+                                 {"TriggerFrequencyPopup", kind},
+                                 {"TriggerAutomatic", automatic},
+                                 {"TriggerContextPopup", context},
+                                 {"TriggerScheduleMinutes", 15},
+                                 {"TriggerAllowedHours", from.isNull() && to.isNull() ? 0 : 1},
+                                 {"TriggerAllowedHoursFrom", from},
+                                 {"TriggerAllowedHoursTo", to}}));
+        }
+      }
+    }
+  }
+  setActions(records);
+  state.mContext = 1;
+  situation.context = ActionContext::office;
+  const ZAN_DateUtils calendar("UTC", "C");
+  const ActionsTools tools(calendar, now());
+  const WhyNot why(tools, {texts, strings}, volumes, [](std::int64_t) { return std::string(); });
+  std::vector<std::int64_t> free;
+  ProgrammedAction::Nodes actions;
+  tree.rootItem().getListOfAllProgrammedActions(actions);
+  for (const ProgrammedAction* action : actions) {
+    if (why.reasons(*action, situation).empty()) free.push_back(action->getReference());
+  }
+  evaluation.checkActionsToLaunch();
+  EXPECT_THAT(queued(), testing::UnorderedElementsAreArray(free));
+  // Daily, every 15 minutes and hourly; in this context or any; with three of the hours.
+  EXPECT_EQ(free.size(), 3U * 2U * 3U);
+}
+
 TEST_F(WhyNotTest, TellsWhatItWaitsBehind) {
   situation.headRuns = true;
   situation.queue = {2, 3, 1};

@@ -1,0 +1,93 @@
+#include "core/work/StartVerdict.h"
+
+#include <algorithm>
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "actions/ActionsTools.h"
+#include "actions/ProgrammedAction.h"
+#include "core/work/ApplicationLists.h"
+#include "volumes/VolumeIdentity.h"
+
+namespace corvana {
+namespace {
+
+constexpr double kUsualIdleTime = 600.0;
+/// An action that ran shortly before the user went away has not waited for it.
+constexpr double kBeforeIdleTime = 180.0;
+constexpr double kOften = 5.0;
+constexpr double kSeldom = 15.0;
+
+StartVerdict::Hours hoursOfToday(const Schedule& schedule, const ActionsTools& tools) {
+  const auto bound = [&](const std::optional<ReferenceTime>& time) {
+    const ZAN_DateUtils& calendar = tools.calendar();
+    return calendar.timeOfDay(tools.now(), time ? calendar.secondsInDay(*time) : 0);
+  };
+  return {bound(schedule.allowedFrom), bound(schedule.allowedTo)};
+}
+
+bool concernsMountedVolume(const ZAN_Value& settings, const StartSituation& situation) {
+  const auto sources = ActionsTools::getSourcesForAction(settings);
+  if (sources.empty()) return false;
+  const auto onVolume = [&](const FolderDescription& item) {
+    return ZAN_FilesUtils::isAtOrBelow(item.pathLocalized(), situation.mountedDevice) ||
+           ZAN_FilesUtils::isAtOrBelow(item.pathLocalized(), situation.localizedDevice);
+  };
+  // The names are compared first: looking at a volume may take its time.
+  if (!std::ranges::any_of(sources, onVolume) &&
+      !onVolume(ActionsTools::getDestinationForAction(settings)))
+    return false;
+  return situation.volumes->checkIfAllVolumesMounted(settings);
+}
+
+void lookAtEvents(StartVerdict& verdict, const TriggerSettings& trigger, const ActionsTools& tools,
+                  const StartSituation& situation) {
+  if (trigger.schedule.kind == ScheduleKind::idle) {
+    const double span =
+        trigger.idleMinutes > 0 ? static_cast<double>(trigger.idleMinutes) * 60.0 : kUsualIdleTime;
+    if (tools.now() > situation.startOfIdleTime + span) {
+      const auto last = tools.getLastScheduleDateForSettings(trigger.schedule, false);
+      verdict.startedByEvent = !last || situation.startOfIdleTime > *last + kBeforeIdleTime;
+    } else {
+      verdict.lookAgainIn = kSeldom;
+    }
+  } else if (trigger.schedule.kind == ScheduleKind::applicationQuit &&
+             !situation.scheduleDisabled) {
+    const std::string_view path = trigger.appQuitPath.stringView();
+    verdict.lookAgainIn = situation.applications->isOpened(path) ? kOften : kSeldom;
+    verdict.startedByEvent = situation.applications->didQuit(path);
+  }
+}
+
+}  // namespace
+
+StartVerdict StartVerdict::of(const ProgrammedAction& action, const ActionsTools& tools,
+                              const StartSituation& situation) {
+  const TriggerSettings& trigger = action.triggerSettings();
+  const Schedule& schedule = trigger.schedule;
+  StartVerdict verdict{.automatic = schedule.automatic,
+                       .inContext = !isOtherContext(trigger.context, situation.context),
+                       .inHours = true};
+  if (!situation.goesOn && !(verdict.automatic && verdict.inContext)) return verdict;
+  if (schedule.hasAllowedHours) {
+    verdict.hours = hoursOfToday(schedule, tools);
+    verdict.inHours = verdict.hours->contain(tools.now());
+    if (!situation.goesOn && !verdict.inHours) return verdict;
+  }
+  if (!situation.mountedDevice.empty()) {
+    verdict.startedByEvent = schedule.kind == ScheduleKind::volumeMounted &&
+                             !situation.scheduleDisabled &&
+                             concernsMountedVolume(action.getSettings(), situation);
+    return verdict;
+  }
+  if (situation.applications != nullptr) {
+    lookAtEvents(verdict, trigger, tools, situation);
+    if (verdict.startedByEvent) return verdict;
+  }
+  bool shutDown = false;
+  verdict.date =
+      tools.getNextScheduleDateForSettings(schedule, situation.firstAfterStartup, &shutDown);
+  if (shutDown) verdict.date.reset();
+  return verdict;
+}
+
+}  // namespace corvana
