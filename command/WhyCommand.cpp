@@ -163,7 +163,8 @@ Answer whyCommand(Arguments& arguments, const Console& console) {
                       {texts.text("WhySchedulerAbsentRemedy"), "corvana9-scheduler"});
   });
   form.with("due", [&](const ZAN_Value& answer) {
-    return texts.text(answer["agent"].boolValue() ? "WhyDueSoon" : "WhyDue");
+    const bool agentRuns = answer["agent"].boolValue();
+    return texts.text(agentRuns ? "WhyDueSoon" : "WhyDue");
   });
   return {value, form.fill(kWhyLines, value)};
 }
