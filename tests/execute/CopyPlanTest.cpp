@@ -120,6 +120,34 @@ TEST_F(CopyPlanTest, SetsNoPermissionsOnAShareOfTheDesktop) {
   EXPECT_TRUE(has("--chmod=D700,F700"));
 }
 
+TEST_F(CopyPlanTest, SetsNoPermissionsWhereAFileSystemKeepsNone) {
+  World world;
+  world.machine.folder.write("source/file", "x");
+  const auto words = [&](const char* fileSystem) {
+    world.volumes.mountAt(world.volumes.folder + "/Disk", {.size = 500, .fileSystem = fileSystem});
+    const ZAN_Value settings = ZAN_Value::dictionary(
+        {{"OptionsPerformer", "corvana9"},
+         {"Mode", 2},
+         {"ItemsListOfSourcePath",
+          ZAN_Value::array({item(world.machine.folder.at("source"), kSystemSize)})},
+         {"ItemsDestination", item(world.volumes.folder + "/Disk", 500)}});
+    const auto plan = CopyPlan::fromSettings(settings, VolumeGuard(world.volumes, false));
+    EXPECT_TRUE(plan);
+    std::string all;
+    if (!plan) return all;
+    for (const std::string& word : plan->arguments("rsync", {})) all += word + " ";
+    world.volumes.unmount(world.volumes.folder + "/Disk");
+    return all;
+  };
+  const std::string kFirst = "rsync --archive --one-file-system ";
+  for (const char* kind : {"vfat", "msdos", "exfat", "ntfs", "ntfs3", "fuseblk"})
+    EXPECT_THAT(words(kind), testing::StartsWith(kFirst + "--no-perms --no-owner --no-group "
+                                                          "--modify-window=2 --outbuf"))
+        << kind;
+  for (const char* kind : {"ext4", "btrfs", "nfs", "cifs"})
+    EXPECT_THAT(words(kind), testing::StartsWith(kFirst + "--outbuf")) << kind;
+}
+
 TEST_F(CopyPlanTest, RefusesWhatWouldDestroySomething) {
   scratch.write("source/file", "x");
   scratch.write("other/source/file", "x");

@@ -1,5 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "actions/ActionStore.h"
@@ -48,7 +51,8 @@ class ExecuteRunTest : public testing::Test {
     ExecuteArguments arguments;
     arguments.reference = 77;
     arguments.estimateSize = estimate;
-    ExecuteRun({{store, tree, history}, messages, *control, [this] { return agentRuns; }, volumes})
+    ExecuteRun(
+        {{store, tree, history}, messages, *control, [this] { return agentRuns; }, volumes, rsync})
         .perform(arguments);
     tree.releaseRootItem();
   }
@@ -78,6 +82,7 @@ class ExecuteRunTest : public testing::Test {
   std::vector<DistributedNotification> posts;
   std::function<void(const DistributedNotification&)> onPost;
   bool agentRuns = false;
+  std::string rsync = "/usr/bin/rsync";
 };
 
 TEST_F(ExecuteRunTest, CopiesAndLeavesEveryRecord) {
@@ -140,7 +145,13 @@ TEST_F(ExecuteRunTest, SynchronisingRemovesWhatTheSourceNoLongerHas) {
   makeAction(3);
   scratch.write("Backup/Documents/gone", "older");
   scratch.write("Backup/neighbour", "not ours");
+  fs::create_symlink("nowhere", scratch / "Documents/link");
+  fs::permissions(scratch / "Documents/letter", fs::perms{0640});
   run();
+  EXPECT_EQ(fs::read_symlink(scratch / "Backup/Documents/link"), "nowhere");
+  EXPECT_EQ(fs::status(scratch / "Backup/Documents/letter").permissions(), fs::perms{0640});
+  EXPECT_EQ(fs::last_write_time(scratch / "Backup/Documents/letter"),
+            fs::last_write_time(scratch / "Documents/letter"));
   EXPECT_FALSE(fs::exists(scratch / "Backup/Documents/gone"));
   EXPECT_EQ(scratch.read("Backup/neighbour"), "not ours");
   EXPECT_EQ(scratch.read("Backup/Documents/letter"), "dear");
@@ -178,6 +189,34 @@ TEST_F(ExecuteRunTest, CountsWhatCannotBeCopied) {
   EXPECT_GE(lastHistory().integer("ActionErrors"), 1);
   EXPECT_EQ(record().integer("ExecCounter"), 1);
   EXPECT_TRUE(history.results().getActionResultsPathForRef(77, *lastHistory()["Date"].asDate()));
+}
+
+TEST_F(ExecuteRunTest, TellsEachEndOfTheCopyingProgram) {
+  makeAction(2);
+  const std::string error = "echo 'rsync: open \"/a\" failed: Permission denied (13)' >&2; ";
+  struct End {
+    std::string script;
+    int code;
+    int errors;
+  };
+  for (const End& end :
+       {End{"exit 0", 2, 0}, End{error + "exit 0", 14, 1}, End{"exit 23", 14, 1},
+        End{error + error + "exit 23", 14, 2}, End{"exit 24", 2, 0}, End{error + "exit 24", 14, 1},
+        End{"exit 20", 5, 0}, End{"exit 22", 5, 0}, End{"exit 25", 5, 0}, End{"exit 30", 11, 0},
+        End{"exit 35", 11, 0}, End{"kill -9 $$", 5, 0}, End{"kill -TERM $$", 5, 0},
+        End{"rm -r '" + (scratch / "Documents") + "'; exit 12", 15, 0}}) {
+    SCOPED_TRACE(end.script);
+    // Memory file systems may refuse to execute what lies in them.
+    rsync = testing::TempDir() + "rsync" + std::to_string(::getpid());
+    std::ofstream(rsync) << "#!/bin/sh\n" << end.script << "\n";
+    fs::permissions(rsync, fs::perms::owner_all);
+    run();
+    EXPECT_EQ(lastLog().integer("C"), end.code);
+    EXPECT_EQ(lastHistory().integer("ActionErrors"), end.errors);
+    EXPECT_EQ(lastHistory().integer("C"), end.code);
+    fs::remove(rsync);
+    real.clock.sleep(2);
+  }
 }
 
 TEST_F(ExecuteRunTest, EndsAsTheUserOrTheVolumeWants) {

@@ -40,6 +40,41 @@ TEST(RsyncOutput, ReadsItemsAndProgressInAnyPieces) {
   }
 }
 
+TEST(RsyncOutput, TakesNoMoreFromAProgressLineThanItSays) {
+  struct Line {
+    const char* text;
+    std::uint64_t bytes;
+    std::uint64_t files;
+    double progress;
+  };
+  for (const Line& line : {
+           // Folders are still being read: the percentage is one of what is known so far.
+           Line{"   500 100%  1.0MB/s  0:00:00 (xfr#3, ir-chk=10/20)", 500, 3, 0},
+           Line{"   500  30%  1.0MB/s  0:00:00 (xfr#3, to-chk=10/20)", 500, 3, 50},
+           Line{"   500  70%  1.0MB/s  0:00:00 (xfr#3, to-chk=10/20)", 500, 3, 70},
+           Line{"   500  70%  1.0MB/s  0:00:00 (xfr#3, to-chk=0/20)", 500, 3, 100},
+           Line{"   500  70%  1.0MB/s  0:00:00 (xfr#3, to-chk=20/20)", 500, 3, 70},
+           Line{"   500  10%  1.0MB/s  0:00:00 (xfr#3, to-chk=30/20)", 500, 3, 10},
+           Line{"   500  10%  1.0MB/s  0:00:00 (xfr#3, to-chk=0/0)", 500, 3, 10},
+           Line{"   500 130%  1.0MB/s  0:00:00", 500, 0, 100},
+           Line{"   500  40%  1.0MB/s  0:00:00", 500, 0, 40},
+           Line{"   500  40", 0, 0, 0},
+           Line{"   40%", 0, 0, 0},
+           Line{"sent 500 bytes", 0, 0, 0},
+       }) {
+    SCOPED_TRACE(line.text);
+    RsyncOutput output;
+    output.readOutput(std::string(line.text) + "\r");
+    EXPECT_EQ(output.bytesCopied(), line.bytes);
+    EXPECT_EQ(output.filesCopied(), line.files);
+    EXPECT_DOUBLE_EQ(output.progress(), line.progress);
+    output.readOutput("   400  5%  1.0MB/s  0:00:00 (xfr#2, to-chk=20/20)\r");
+    EXPECT_GE(output.bytesCopied(), line.bytes) << "it never falls";
+    EXPECT_GE(output.filesCopied(), line.files);
+    EXPECT_GE(output.progress(), line.progress);
+  }
+}
+
 TEST(RsyncOutput, CountsErrorsButNotTheirSummary) {
   RsyncOutput output;
   output.readErrors(
