@@ -186,6 +186,15 @@ TEST(Controls, CommandsWhileSomethingRuns) {
           {"move", [](Drive& day) { day.commands().moveInQueue(1, 0); }, ""},
           {"show all windows", [](Drive& day) { day.commands().showAllVisibleWindows(); },
            "execute ShowAllVisibleWindowsActions; fronts: 1; opens ~/Applications/Corvana 9.app"},
+          {"status while it is to be turned off",
+           [](Drive& day) {
+             day.commands().disableScheduleWhenAllDone();
+             day.tell("GetCVAProcessStatus");
+           },
+           "main ReturnCVASchedulerStatus {SchedulerStatus=2}; main ReturnCVAProcessStatus "
+           "{path=~/Applications/Corvana 9.app/Contents/Resources/Corvana 9 Scheduler.app "
+           "disabled=0 disabledDiskChange=0 paused=0 context=0 processStatus=3 extraStatus=3}; "
+           "disabledWhenDone: 1"},
           {"quit by a sibling", [](Drive& day) { day.tell("QuitCVAProcess"); },
            "execute ActionStop; main LogChanged; agent: gone; stored SchedulerQuitDate: 12:00:10; "
            "log 21"},

@@ -89,7 +89,6 @@ void Scenario::start(bool relaunched) {
   Platform platform = machine.platform();
   platform.agentObject = &agentObject;
   agent = std::make_unique<MainScheduler>(platform);
-  if (mSaveDelay >= 0) agent->store().saveInBackground(machine.runLoop, mSaveDelay);
   agent->applicationDidFinishLaunching();
   if (mSkips) allowSkipping();
 }

@@ -63,9 +63,6 @@ class Scenario {
   /// The machine sleeps from now on: nothing runs, the clock goes on.
   void sleepUntil(std::string_view civil);
   void allowSkipping();
-  /// Spares the machine of the test: of what is written in the background only the last of an hour
-  /// reaches the disk.
-  void saveSeldom() { mSaveDelay = 3600; }
   /// How many calls of the timer were left out.
   std::int64_t skippedCalls() const { return mSkippedCalls; }
 
@@ -91,7 +88,6 @@ class Scenario {
   std::map<std::int64_t, std::string> mTitles;
   std::int64_t mLastRef = 100;
   bool mSkips = false;
-  double mSaveDelay = -1;
   std::int64_t mSkippedCalls = 0;
 };
 
