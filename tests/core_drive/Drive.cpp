@@ -111,6 +111,8 @@ std::map<std::string, std::string> Drive::values() {
   values["title"] = ui.statusTitle;
   values["information"] = ui.statusInformation;
   values["message"] = ui.message ? ui.message->title : "";
+  if (ui.message && !ui.message->text.empty()) values["message"] += ": " + ui.message->text;
+  if (ui.message && !ui.message->closeButton) values["message"] += " (stays)";
   values["announce"] = ui.announce.value_or("");
   values["progress"] = std::to_string(ui.sizeCopied) + " " + std::to_string(ui.progress);
   values["controls"] = ui.executionControls ? "on" : "off";

@@ -317,5 +317,34 @@ TEST(Launches, ARestartComesThreeHoursAfterTheStartOrFiveMinutesAfterAnExecution
   EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1, 21, 20}));
 }
 
+/// Of two instances the one that started later leaves, whatever folder the other one lies in.
+TEST(Launches, AreLeftToAnInstanceThatStartedBefore) {
+  struct Other {
+    std::string bundle;
+    double started;  ///< seconds after this one
+    bool leaves;
+  };
+  const std::string kName = "Corvana 9 Scheduler.app";
+  for (const Other& other : {Other{"/opt/" + kName, -60, true}, Other{"/opt/" + kName, 60, false},
+                             Other{"/opt/Another.app", -60, false}}) {
+    SCOPED_TRACE(other.bundle + " " + std::to_string(other.started));
+    Drive day;
+    day.prefer("SchedulerActionsToDoList", ZAN_Value::array());
+    day.writeTree();
+    jump(day, other.started);
+    day.machine.processes.startApplication(other.bundle);
+    jump(day, -other.started);
+    day.start();
+    EXPECT_EQ(day.agentObject.answers == nullptr, other.leaves);
+    EXPECT_EQ(day.machine.notifications.isObserved("CVA9_SchedulerNotification"), !other.leaves);
+    day.machine.runLoop.runFor(1);
+    EXPECT_EQ(day.machine.runLoop.quitCode().has_value(), other.leaves);
+    if (!other.leaves) continue;
+    EXPECT_EQ(day.said(), std::vector<std::string>{"scheduler ShowAllVisibleWindowsActions"});
+    EXPECT_EQ(day.ui.message->seconds, 10);
+    EXPECT_TRUE(day.store().settings().schedulerSettings()["SchedulerQuitDate"].isNull());
+  }
+}
+
 }  // namespace
 }  // namespace corvana

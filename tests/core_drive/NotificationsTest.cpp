@@ -80,7 +80,7 @@ TEST(Notifications, EachHasItsEffectAndNoOther) {
        "diskutil info: diskutil: ended with status 1",
        stick},
       {"message", says("Message", details({{"Title", "Look"}, {"Text", "here"}, {"Seconds", 3}})),
-       "message: Look"},
+       "message: Look: here"},
       {"message is over",
        says("Message", details({{"Title", "Look"}, {"Seconds", 3}})),
        "",

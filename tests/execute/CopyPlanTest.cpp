@@ -70,6 +70,12 @@ TEST(VolumeGuard, FollowsAVolumeThatIsMountedElsewhere) {
   const auto place = world.locate(item(world.place, 500, "mine"));
   ASSERT_TRUE(place);
   EXPECT_EQ(place->path, world.volumes.folder + "/Disk1/b");
+  EXPECT_EQ(world.locate(item(world.place + "//", 500, "mine"))->path, place->path);
+  // It is there, but it does not answer: what lies in its place is not taken for it.
+  world.volumes.hang(world.volumes.folder + "/Disk1");
+  EXPECT_EQ(world.locate(item(world.place, 500, "mine")).error().kind, ErrorKind::absent);
+  EXPECT_EQ(world.locate(item(world.volumes.folder + "/Disk1/b", 500, "mine")).error().kind,
+            ErrorKind::unavailable);
 }
 
 class CopyPlanTest : public testing::Test {
