@@ -325,8 +325,9 @@ TEST(Launches, AreLeftToAnInstanceThatStartedBefore) {
     bool leaves;
   };
   const std::string kName = "Corvana 9 Scheduler.app";
-  for (const Other& other : {Other{"/opt/" + kName, -60, true}, Other{"/opt/" + kName, 60, false},
-                             Other{"/opt/Another.app", -60, false}}) {
+  for (const Other& other :
+       {Other{"/opt/" + kName, -60, true}, Other{"/opt/" + kName, 0, false},
+        Other{"/opt/" + kName, 60, false}, Other{"/opt/Another.app", -60, false}}) {
     SCOPED_TRACE(other.bundle + " " + std::to_string(other.started));
     Drive day;
     day.prefer("SchedulerActionsToDoList", ZAN_Value::array());
@@ -334,13 +335,17 @@ TEST(Launches, AreLeftToAnInstanceThatStartedBefore) {
     jump(day, other.started);
     day.machine.processes.startApplication(other.bundle);
     jump(day, -other.started);
+    const double begun = day.machine.clock.monotonic();
     day.start();
+    EXPECT_EQ(day.machine.clock.monotonic() - begun >= 15, other.leaves) << "it is to be read";
+    EXPECT_EQ(day.ui.paints, other.leaves ? 1 : 0);
     EXPECT_EQ(day.agentObject.answers == nullptr, other.leaves);
     EXPECT_EQ(day.machine.notifications.isObserved("CVA9_SchedulerNotification"), !other.leaves);
     day.machine.runLoop.runFor(1);
     EXPECT_EQ(day.machine.runLoop.quitCode().has_value(), other.leaves);
     if (!other.leaves) continue;
     EXPECT_EQ(day.said(), std::vector<std::string>{"scheduler ShowAllVisibleWindowsActions"});
+    EXPECT_EQ(day.logCodes(), std::vector<std::int64_t>{13});
     EXPECT_EQ(day.ui.message->seconds, 10);
     EXPECT_TRUE(day.store().settings().schedulerSettings()["SchedulerQuitDate"].isNull());
   }

@@ -66,7 +66,8 @@ TEST(SiblingMessages, TellOfACrashAndItsRepetition) {
   story.day.begin();
   story.then("launched", 3, [&] { story.day.tell("LaunchAction", info("Ref", 102)); });
   story.then("crashed", 12);
-  story.then("launched again", 25);
+  story.then("what follows is said", 14);
+  story.then("launched again", 11);
   story.then("crashed again", 12);
   story.then("all is over", 30);
   EXPECT_EQ(
@@ -84,6 +85,8 @@ TEST(SiblingMessages, TellOfACrashAndItsRepetition) {
       "SchedulerPrefErrorInExecution: 6; title: Next: Photos at 6:00 PM; current no more; report: "
       "The execution of “Mail” ended unexpectedly after 8 s. It is run once more.; report: one; "
       "report: two; log 6\n"
+      "-- what follows is said: message: The action is run once more: “Mail” starts again in a "
+      "moment.\n"
       "-- launched again: main LogChanged; main ReturnCVASchedulerStatus {SchedulerStatus=2}; "
       "current: {ref=102 title=Mail progress=0 retry=1 started=12:00:42}; executing: 1; message: ; "
       "queue: [{ref=102 title=Mail date=12:00:05 running=1}]; schedulerStatus: 2; title: Running: "
@@ -95,6 +98,10 @@ TEST(SiblingMessages, TellOfACrashAndItsRepetition) {
       "The execution of “Mail” ended unexpectedly after 8 s. It is not run again.; report: one; "
       "report: two; log 6\n"
       "-- all is over: information: ; message: \n");
+  // The fifth argument tells the execute application that it does a crashed run again.
+  const auto& starts = story.day.machine.processes.starts;
+  ASSERT_EQ(starts.size(), 2U);
+  EXPECT_EQ(starts[0]->arguments.at(5) + starts[1]->arguments.at(5), "01");
 }
 
 TEST(SiblingMessages, TellOfTheStartOnceTheMainApplicationIsThere) {

@@ -17,25 +17,6 @@ bool anyContains(const std::vector<std::string>& lines, std::string_view text) {
       lines, [&](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
-TEST(Trouble, ACrashIsTriedAgainOnceAndSaid) {
-  Scenario day;
-  day.scripts["Photos"] = {.seconds = 5, .status = 11};
-  day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
-  day.writeTree();
-  day.allowSkipping();
-  day.start();
-  day.runUntil("2024-01-02 12:40:00");
-  ASSERT_EQ(day.machine.processes.starts.size(), 2U) << day.executions();
-  // The fifth argument tells the execute application that it does a crashed run again.
-  EXPECT_EQ(day.machine.processes.starts[0]->arguments.at(5), "0");
-  EXPECT_EQ(day.machine.processes.starts[1]->arguments.at(5), "1");
-  EXPECT_TRUE(day.agent->queue().empty());
-  EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1, 6, 1, 6}));
-  EXPECT_EQ(day.machine.userInterface.messages.size(), 3U)
-      << "two for the first crash, one for the second";
-  EXPECT_FALSE(day.machine.userInterface.message) << "the last one has gone by itself";
-}
-
 TEST(Trouble, AMissingExecuteProgramHoldsTheHeadAndIsSaidOnce) {
   Scenario day;
   day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
@@ -99,39 +80,6 @@ TEST(Trouble, ADamagedTreeIsSaidKeptAndNeverWrittenOver) {
   day.writeTree();
   day.runUntil("2024-01-02 14:30:00");
   EXPECT_EQ(day.executionsOf("Photos"), 1U);
-}
-
-TEST(Trouble, ASecondInstanceAsksTheFirstToShowItselfAndSavesNothing) {
-  Scenario day;
-  day.action("Mail", hourly(day.machine.clock.now()));
-  day.writeTree();
-  const std::string settings =
-      day.store().folder().dataFolderPathWithFileName("Corvana 9 Scheduler Settings.cva9data");
-  const ReferenceTime now = day.machine.clock.now();
-  day.machine.clock.setNow(now - 60);
-  day.machine.processes.startApplication(day.machine.machine.bundle);
-  day.machine.clock.setNow(now);
-  const double before = day.machine.clock.monotonic();
-  day.start();
-  day.machine.runLoop.run();
-  EXPECT_EQ(day.machine.runLoop.quitCode(), 0);
-  EXPECT_GE(day.machine.clock.monotonic() - before, 15.0);
-  EXPECT_FALSE(fs::exists(settings));
-  ASSERT_EQ(day.machine.userInterface.messages.size(), 1U);
-  EXPECT_EQ(day.machine.userInterface.paints, 1);
-  ASSERT_EQ(day.machine.notifications.posts.size(), 1U);
-  EXPECT_EQ(day.machine.notifications.posts[0].object, "ShowAllVisibleWindowsActions");
-  EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{13}));
-}
-
-TEST(Trouble, OfTwoInstancesStartedAtOnceTheFirstOneStays) {
-  Scenario day;
-  day.action("Mail", hourly(day.machine.clock.now()));
-  day.writeTree();
-  day.machine.processes.startApplication(day.machine.machine.bundle);
-  day.start();
-  day.runUntil("2024-01-02 13:05:00");
-  EXPECT_EQ(day.executionsOf("Mail"), 1U);
 }
 
 TEST(Trouble, DisabledSchedulingLaunchesOnlyWhatIsAskedFor) {
