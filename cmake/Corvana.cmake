@@ -18,6 +18,12 @@ add_compile_options(-Wall -Wextra -Wpedantic -Werror -Wnon-virtual-dtor -Woverlo
 add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 # Paths relative to the tree make objects equal in every checkout, so that one ccache serves them all.
 add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+# What others may feed a program must not become more than a crash. Everything is bound at the start, since the
+# tables of a program are read-only from then on.
+include(CheckPIESupported)
+check_pie_supported()
+add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+add_compile_options("$<$<CONFIG:Release>:-fstack-protector-strong;-fstack-clash-protection;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
 if(CORVANA_SANITIZE)
   add_compile_options(-fsanitize=${CORVANA_SANITIZE} -fno-omit-frame-pointer)
   if(CORVANA_SANITIZE MATCHES "undefined")

@@ -21,6 +21,29 @@ resources="$prefix/lib/corvana9/Corvana 9.app/Contents/Resources"
 [ -s "$resources/Corvana 9 Scheduler.app/Contents/Resources/en.lproj/Localizable.strings" ] || fail "the texts are missing"
 [ "$(readlink "$resources/adminlauncher")" = /usr/bin/pkexec ] || fail "adminlauncher leads elsewhere"
 
+# hardened FILE: it lies where it is put, its tables are read-only from the start, its stack holds no code.
+hardened() {
+  local headers dynamic
+  headers=$(readelf -hlW "$1") dynamic=$(readelf -dW "$1")
+  grep -q 'Type: *DYN' <<< "$headers" || fail "$1 cannot be moved in memory"
+  grep -q 'GNU_RELRO' <<< "$headers" && grep -qE 'BIND_NOW|Flags:.*NOW' <<< "$dynamic" || fail "$1 keeps its tables writable"
+  grep -qE 'GNU_STACK .* RW +0' <<< "$headers" || fail "$1 has an executable stack"
+}
+programs=0
+while IFS= read -r -d '' file; do
+  [ "$(head -c 4 "$file" | tail -c 3)" = ELF ] || continue
+  hardened "$file"
+  programs=$((programs + 1))
+done < <(find "$prefix" -type f \( -perm /100 -o -name '*.so' \) -print0)
+[ "$programs" -ge 8 ] || fail "only $programs programs and modules were found"
+if grep -q '^CMAKE_BUILD_TYPE:[A-Z]*=Release' "$build/CMakeCache.txt"; then
+  for file in "$prefix/bin/corvana9" "$resources/tools/wakeup"; do
+    symbols=$(readelf -W --dyn-syms "$file")
+    grep -q '__stack_chk_fail' <<< "$symbols" || fail "$file does not guard its stack"
+    grep -qE '__(sn|f)printf_chk' <<< "$symbols" || fail "$file writes without looking at the room there is"
+  done
+fi
+
 for file in etc/xdg/autostart/corvana9-scheduler.desktop share/systemd/user/corvana9-scheduler.service; do
   command=$(sed -nE 's/^Exec(Start)?="([^"]*)".*/\2/p' "$prefix/$file")
   [ -x "$command" ] || fail "$file starts what is not there: $command"
