@@ -1,11 +1,8 @@
-#include <signal.h>
-#include <sys/signalfd.h>
-
 #include <ostream>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
+#include "platform/linux/TerminationSignals.h"
 #include "platform/qt/BusWatch.h"
 #include "platform/qt/QtApplication.h"
 #include "platform/qt/QtRunLoop.h"
@@ -13,16 +10,6 @@
 namespace corvana {
 
 namespace {
-
-/// The signals that end the watching, as something readable. To be made before the first thread,
-/// which inherits that they are blocked.
-ZAN_Descriptor endingSignals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  return ZAN_Descriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
-}
 
 std::string stateInWords(const ZAN_Value& status) {
   std::string text = status["enabled"].boolValue() ? "on" : "off";
@@ -98,7 +85,7 @@ Answer watchCommand(Arguments& arguments, const Console& console) {
   const Writer writer(console, arguments.json());
   const auto words = arguments.words(0, 0);
   if (!words) return wrongWords(words.error());
-  const ZAN_Descriptor signals = endingSignals();
+  TerminationSignals terminations(true);
   const QtApplication application;
   CommandHome home(console);
   RunningAgent agent(home);
@@ -125,7 +112,7 @@ Answer watchCommand(Arguments& arguments, const Console& console) {
                                       leaveIfUnheard();
                                     }});
   printer.state(true);
-  loop.watch(signals.get(), DescriptorWatch::Event::readable, [&] { loop.quit(kDone); });
+  terminations.watch(loop, [&loop](int) { loop.quit(kDone); });
   Answer ended;
   ended.code = loop.run();
   return ended;

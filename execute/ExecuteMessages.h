@@ -6,11 +6,43 @@
 #include <mutex>
 #include <string>
 
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "execute/ExecuteControl.h"
 #include "platform/DistributedNotifications.h"
 
 namespace corvana {
+
+/// Why a run is to end before it is done.
+enum class StopReason { none, user, volumeGone };
+
+/// What others want of a running copy: stop it, pause it, leave the current item out. Asked for on
+/// the main thread, by messages and signals, and obeyed by the thread that copies. Thread: any.
+class ExecuteControl {
+ public:
+  ExecuteControl();
+
+  /// The first reason stays.
+  void stop(StopReason reason);
+  void setPaused(bool paused);
+  void skipItem();
+
+  StopReason stopReason() const { return mStop; }
+  bool isPaused() const { return mPaused; }
+  /// Whether an item is to be skipped; asking forgets it.
+  bool takeSkip() { return mSkip.exchange(false); }
+
+  /// Readable when something was asked for since the last `clearWake`.
+  int wakeDescriptor() const { return mWake.get(); }
+  void clearWake();
+
+ private:
+  void wake();
+
+  std::atomic<StopReason> mStop = StopReason::none;
+  std::atomic<bool> mPaused = false;
+  std::atomic<bool> mSkip = false;
+  ZAN_Descriptor mWake;
+};
 
 class Clock;
 class ZAN_StringTable;

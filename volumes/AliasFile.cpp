@@ -7,6 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "platform/Processes.h"
 
 namespace corvana {
 
@@ -63,6 +64,10 @@ std::optional<std::string> placeOf(const std::string& address) {
   return std::nullopt;
 }
 
+constexpr int kCannotResolve = -1;
+constexpr double kMostSecondsToResolve = 60;
+constexpr const char* kShareTool = "/usr/bin/gio";
+
 }  // namespace
 
 bool AliasFile::isAlias(const std::string& path) {
@@ -86,6 +91,15 @@ std::optional<std::string> AliasFile::target(const std::string& path) {
   const std::string address = linkAddress(contents->bytes);
   return placeOf(address.empty() ? std::string(ZAN_StringUtils::trimmed(contents->bytes))
                                  : address);
+}
+
+int AliasFile::mountFromAliasFile(Processes& processes, const std::string& path) {
+  if (!ZAN_FilesUtils::exists(path)) return kNoSuchFile;
+  const auto place = target(path);
+  if (!place) return kCannotResolve;
+  if (place->starts_with('/')) return ZAN_FilesUtils::exists(*place) ? 0 : kCannotResolve;
+  return processes.runTool({kShareTool, "mount", *place}, kMostSecondsToResolve) ? 0
+                                                                                 : kCannotResolve;
 }
 
 }  // namespace corvana

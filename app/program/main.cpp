@@ -15,7 +15,6 @@
 #include "app/program/DesktopModule.h"
 #include "app/program/Options.h"
 #include "app/program/StandardStreams.h"
-#include "app/program/TerminationSignals.h"
 #include "platform/linux/HeadlessUserInterface.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/LinuxProcesses.h"
@@ -24,6 +23,7 @@
 #include "platform/linux/NoInput.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
+#include "platform/linux/TerminationSignals.h"
 #include "platform/qt/AvahiServices.h"
 #include "platform/qt/BusAgentObject.h"
 #include "platform/qt/BusConnection.h"
@@ -74,7 +74,7 @@ WakeAlarm wakeAlarm(const Machine& machine) {
 }
 
 int run(const Options& options, ReferenceTime start, int count, char** arguments) {
-  TerminationSignals terminations;
+  TerminationSignals terminations(false);
   const std::vector<std::string> words(arguments, arguments + count);
   const std::unique_ptr<SystemLog> log = systemLog(options);
   const Application qt = application(options, *log, count, arguments);

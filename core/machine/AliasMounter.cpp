@@ -11,6 +11,7 @@
 #include "core/record/Messages.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
+#include "platform/Processes.h"
 #include "platform/RunLoop.h"
 #include "platform/Volumes.h"
 #include "volumes/AliasFile.h"
@@ -22,10 +23,6 @@ namespace {
 constexpr double kLook = 0.1;
 constexpr int kMostLooks = 100;
 constexpr int kSystemWithHelper = 100800;
-constexpr int kNoSuchFile = -43;
-constexpr int kCannotResolve = -1;
-constexpr double kMostSecondsToResolve = 60;
-constexpr const char* kShareTool = "/usr/bin/gio";
 
 }  // namespace
 
@@ -60,7 +57,7 @@ void AliasMounter::mountVolumeFromAlias(const std::string& aliasPath) {
     return;
   }
   m.runLoop.detachThread("mountFromAliasFile", [&processes = m.processes, aliasPath] {
-    mountFromAliasFile(processes, aliasPath);
+    AliasFile::mountFromAliasFile(processes, aliasPath);
   });
 }
 
@@ -72,15 +69,6 @@ void AliasMounter::watch(const std::shared_ptr<Attempt>& attempt) {
   }
   attempt->child->terminate();
   mMessages.sendUserNotification(mTexts.text("UnableToMount", {attempt->name}));
-}
-
-int AliasMounter::mountFromAliasFile(Processes& processes, const std::string& aliasPath) {
-  if (!ZAN_FilesUtils::exists(aliasPath)) return kNoSuchFile;
-  const auto target = AliasFile::target(aliasPath);
-  if (!target) return kCannotResolve;
-  if (target->starts_with('/')) return ZAN_FilesUtils::exists(*target) ? 0 : kCannotResolve;
-  return processes.runTool({kShareTool, "mount", *target}, kMostSecondsToResolve) ? 0
-                                                                                  : kCannotResolve;
 }
 
 /// Runs on a thread of its own.
@@ -95,10 +83,10 @@ class AliasMounter::Examination {
     mText += "Mounted volumes (" + std::to_string(volumes.size()) + "):\n";
     addPaths(volumes);
     mText += "\nMethod 1 (Resolve Alias):\n";
-    const int resolved = mountFromAliasFile(m.processes, mAlias);
-    mText += resolved == kNoSuchFile ? "ERROR (getFSRef)\n"
-             : resolved == 0         ? "OK (ResolveAliasFileWithMountFlags)\n"
-                                     : "ERROR (ResolveAliasFileWithMountFlags)\n";
+    const int resolved = AliasFile::mountFromAliasFile(m.processes, mAlias);
+    mText += resolved == AliasFile::kNoSuchFile ? "ERROR (getFSRef)\n"
+             : resolved == 0                    ? "OK (ResolveAliasFileWithMountFlags)\n"
+                                                : "ERROR (ResolveAliasFileWithMountFlags)\n";
     waitForChange(volumes, 1);
     m.clock.sleep(1);
     mText += "\nMethod 2 (Open File):\n";

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "platform/Platform.h"
-#include "platform/Processes.h"
 
 namespace corvana {
 
@@ -25,10 +24,6 @@ class AliasMounter {
   /// Tries both ways one after the other and writes what came of them to the desktop, as "Corvana
   /// Log (Alias %@).txt".
   void checkMountVolume(const std::string& aliasPath);
-
-  /// Mounts what the alias leads to, without asking anybody: 0, or -43 when there is no such file,
-  /// else another number. Blocks; thread: any.
-  static int mountFromAliasFile(Processes& processes, const std::string& aliasPath);
 
  private:
   struct Attempt;

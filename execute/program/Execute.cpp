@@ -12,13 +12,12 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/History.h"
-#include "execute/ExecuteArguments.h"
 #include "execute/ExecuteRun.h"
-#include "execute/SignalWatch.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/SystemLogs.h"
+#include "platform/linux/TerminationSignals.h"
 #include "platform/qt/BusNotifications.h"
 #include "platform/qt/GvfsShares.h"
 #include "platform/qt/QtRunLoop.h"
@@ -59,11 +58,12 @@ std::string resourcesFolder(const Machine& machine) {
 /// The copying has a thread of its own; the main one hears and passes on messages.
 void perform(const ExecuteArguments& arguments) {
   ExecuteControl control;
-  const SignalWatch signalWatch([&control] { control.stop(StopReason::user); });
+  TerminationSignals terminations(true);
   SystemClock clock;
   LinuxMachine machine;
   StandardErrorLog log;
   QtRunLoop loop;
+  terminations.watch(loop, [&control](int) { control.stop(StopReason::user); });
   BusNotifications notifications(loop, log);
   ExecuteMessages messages(clock, [&](const DistributedNotification& message) {
     loop.performOnMain([&notifications, message] { notifications.post(message); });

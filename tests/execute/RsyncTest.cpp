@@ -5,8 +5,7 @@
 #include <fstream>
 #include <thread>
 
-#include "execute/RsyncOutput.h"
-#include "execute/RsyncProcess.h"
+#include "execute/Rsync.h"
 #include "tests/execute/ScratchFolder.h"
 
 namespace corvana {

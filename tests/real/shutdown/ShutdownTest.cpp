@@ -15,7 +15,7 @@
 #include "platform/qt/BusAgentClient.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "tests/real/LoginManager.h"
-#include "tools/shutdown/ShutdownWatch.h"
+#include "tools/ShutdownWatch.h"
 
 namespace corvana {
 namespace {

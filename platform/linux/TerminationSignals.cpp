@@ -1,4 +1,4 @@
-#include "app/program/TerminationSignals.h"
+#include "platform/linux/TerminationSignals.h"
 
 #include <signal.h>
 #include <sys/signalfd.h>
@@ -8,12 +8,13 @@
 
 namespace corvana {
 
-TerminationSignals::TerminationSignals() {
+TerminationSignals::TerminationSignals(bool ignoredToo) {
   sigset_t signals;
   sigemptyset(&signals);
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
     struct sigaction action {};
-    if (sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
+    const bool isIgnored = sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN;
+    if (isIgnored && !ignoredToo) continue;
     sigaddset(&signals, number);
   }
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);

@@ -7,12 +7,13 @@
 
 namespace corvana {
 
-/// Turns SIGTERM, SIGINT and SIGHUP into a call-back of the loop. A signal that was ignored when
-/// the process began, as under nohup, stays ignored.
+/// Turns SIGTERM, SIGINT and SIGHUP into a call-back of the loop.
 class TerminationSignals {
  public:
   /// Blocks the signals from now on; to be made before the first thread, which inherits that.
-  TerminationSignals();
+  /// `ignoredToo`: also one that was ignored when the process began, as under nohup; without it
+  /// that one stays ignored.
+  explicit TerminationSignals(bool ignoredToo);
   TerminationSignals(const TerminationSignals&) = delete;
   TerminationSignals& operator=(const TerminationSignals&) = delete;
 

@@ -1,4 +1,4 @@
-#include "tools/shutdown/ShutdownWatch.h"
+#include "tools/ShutdownWatch.h"
 
 #include <utility>
 

@@ -1,0 +1,298 @@
+#include "execute/Rsync.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cstring>
+#include <utility>
+
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr std::size_t kKeptErrors = 200;
+constexpr std::size_t kLongestLine = 1 << 16;
+
+/// Hands out the whole lines of `rest` + `bytes` and keeps what follows the last of them.
+template <class Handler>
+void splitLines(std::string& rest, std::string_view bytes, std::string_view separators,
+                Handler handler) {
+  rest.append(bytes);
+  std::size_t start = 0;
+  for (std::size_t end; (end = rest.find_first_of(separators, start)) != std::string::npos;
+       start = end + 1) {
+    if (end > start) handler(std::string_view(rest).substr(start, end - start));
+  }
+  rest.erase(0, start);
+  if (rest.size() > kLongestLine) rest.clear();
+}
+
+std::optional<std::uint64_t> leadingNumber(std::string_view& text) {
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc()) return std::nullopt;
+  text.remove_prefix(static_cast<std::size_t>(end - text.data()));
+  return number;
+}
+
+void skipBlanks(std::string_view& text) {
+  text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+}
+
+std::optional<std::uint64_t> numberAfter(std::string_view text, std::string_view word) {
+  const auto at = text.find(word);
+  if (at == std::string_view::npos) return std::nullopt;
+  text.remove_prefix(at + word.size());
+  return leadingNumber(text);
+}
+
+bool isOctal(char letter) { return letter >= '0' && letter <= '7'; }
+
+}  // namespace
+
+std::vector<std::string> RsyncOutput::arguments() {
+  // "@" tells an item's line from the progress lines; a name comes last, since it may hold blanks.
+  return {"--outbuf=L", "--no-human-readable", "--info=progress2,name0,flist0,del0,stats0",
+          "--out-format=@%i %l %n"};
+}
+
+std::string RsyncOutput::decodedName(std::string_view text) {
+  std::string name;
+  name.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\' && i + 4 < text.size() && text[i + 1] == '#' && isOctal(text[i + 2]) &&
+        isOctal(text[i + 3]) && isOctal(text[i + 4])) {
+      name.push_back(static_cast<char>(((text[i + 2] - '0') << 6) | ((text[i + 3] - '0') << 3) |
+                                       (text[i + 4] - '0')));
+      i += 4;
+    } else {
+      name.push_back(text[i]);
+    }
+  }
+  return name;
+}
+
+void RsyncOutput::readOutput(std::string_view bytes) {
+  splitLines(mOutputRest, bytes, "\r\n", [this](std::string_view line) { readOutputLine(line); });
+}
+
+void RsyncOutput::readErrors(std::string_view bytes) {
+  splitLines(mErrorRest, bytes, "\n", [this](std::string_view line) { readErrorLine(line); });
+}
+
+void RsyncOutput::finish() {
+  readOutput("\n");
+  readErrors("\n");
+}
+
+void RsyncOutput::readOutputLine(std::string_view line) {
+  if (line.front() != '@') return readProgressLine(line);
+  line.remove_prefix(1);
+  const std::string_view change = line.substr(0, line.find(' '));
+  line.remove_prefix(change.size());
+  skipBlanks(line);
+  if (!leadingNumber(line) || line.size() < 2 || line.front() != ' ') return;
+  line.remove_prefix(1);
+  if (change.starts_with("*deleting")) {
+    ++mDeleted;
+  } else {
+    mCurrentItem = decodedName(line);
+  }
+}
+
+// "        30000007 100%  286.10MB/s    0:00:00 (xfr#5, to-chk=0/7)"; "ir-chk" while folders are
+// still being read.
+void RsyncOutput::readProgressLine(std::string_view line) {
+  skipBlanks(line);
+  const auto bytes = leadingNumber(line);
+  skipBlanks(line);
+  const auto percent = leadingNumber(line);
+  if (!bytes || !percent || !line.starts_with('%')) return;
+  mBytes = std::max(mBytes, *bytes);
+  if (const auto files = numberAfter(line, "xfr#")) mFiles = std::max(mFiles, *files);
+  if (line.find("ir-chk=") != std::string_view::npos) return;
+  double progress = static_cast<double>(*percent);
+  const auto left = numberAfter(line, "to-chk=");
+  const auto at = line.rfind('/');
+  const auto all = at == std::string_view::npos ? std::nullopt : numberAfter(line.substr(at), "/");
+  if (left && all && *all > 0 && *left <= *all) {
+    // What is there already is never transferred, so the bytes alone would stop short of the end.
+    progress =
+        std::max(progress, 100.0 * static_cast<double>(*all - *left) / static_cast<double>(*all));
+  }
+  mProgress = std::clamp(progress, mProgress, 100.0);
+}
+
+void RsyncOutput::readErrorLine(std::string_view line) {
+  // The closing line only sums up, and a file that vanished while being read was not the copy's
+  // fault.
+  for (const std::string_view harmless :
+       {"rsync error:", "rsync warning:", "file has vanished:", "IO error encountered"}) {
+    if (line.starts_with(harmless)) return;
+  }
+  ++mErrorCount;
+  if (mErrors.size() < kKeptErrors) mErrors.push_back(decodedName(line));
+  const auto open = line.find('"');
+  const auto close = line.rfind('"');
+  if (open == std::string_view::npos || close == open) return;
+  mLastErrorPath = decodedName(line.substr(open + 1, close - open - 1));
+  if (!mFirstErrorPath) mFirstErrorPath = mLastErrorPath;
+}
+
+namespace {
+
+constexpr auto kPatience = std::chrono::seconds(10);
+
+struct Pipe {
+  ZAN_Descriptor read, write;
+};
+
+std::optional<Pipe> makePipe() {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
+  return Pipe{ZAN_Descriptor(ends[0]), ZAN_Descriptor(ends[1])};
+}
+
+Error systemError(const std::string& what) {
+  return Error{ErrorKind::unavailable, what + ": " + std::strerror(errno)};
+}
+
+// Between fork and exec only what is safe after a fork in a program with threads.
+[[noreturn]] void becomeProgram(char* const* words, int output, int errors, int failure,
+                                pid_t parent) {
+  ::setpgid(0, 0);
+  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (::getppid() != parent) ::_exit(127);
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::signal(SIGPIPE, SIG_DFL);
+  const int input = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ::dup2(input, STDIN_FILENO);
+  ::dup2(output, STDOUT_FILENO);
+  ::dup2(errors, STDERR_FILENO);
+  ::execv(words[0], words);
+  const int code = errno;
+  [[maybe_unused]] const auto written = ::write(failure, &code, sizeof code);
+  ::_exit(127);
+}
+
+/// The child's process group, and what is wanted of it.
+class Group {
+ public:
+  explicit Group(pid_t pid) : mPid(pid) {}
+
+  void obey(ExecuteControl& control) {
+    const bool paused = control.isPaused() && !mStopped;
+    if (paused != mPaused) {
+      mPaused = paused;
+      signal(paused ? SIGSTOP : SIGCONT);
+    }
+    if (mStopped) return;
+    if (control.takeSkip()) mSkipWanted = true;
+    if (control.stopReason() != StopReason::none || mSkipWanted) end();
+  }
+
+  void killWhenLate() {
+    if (mStopped && !mKilled && std::chrono::steady_clock::now() >= mDeadline) {
+      mKilled = true;
+      signal(SIGKILL);
+    }
+  }
+
+  bool isEnding() const { return mStopped; }
+  bool skipWanted() const { return mSkipWanted; }
+
+ private:
+  void end() {
+    mStopped = true;
+    mDeadline = std::chrono::steady_clock::now() + kPatience;
+    signal(SIGTERM);
+    signal(SIGCONT);
+  }
+  void signal(int number) const { ::kill(-mPid, number); }
+
+  pid_t mPid;
+  bool mPaused = false;
+  bool mStopped = false;
+  bool mKilled = false;
+  bool mSkipWanted = false;
+  std::chrono::steady_clock::time_point mDeadline;
+};
+
+}  // namespace
+
+Result<RsyncProcess::End> RsyncProcess::run(const std::vector<std::string>& arguments,
+                                            ExecuteControl& control, RsyncOutput& output,
+                                            const std::function<void()>& onProgress) {
+  auto outputPipe = makePipe();
+  auto errorPipe = makePipe();
+  auto failurePipe = makePipe();
+  if (!outputPipe || !errorPipe || !failurePipe) return systemError(arguments[0]);
+  std::vector<char*> words;
+  for (const auto& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
+  words.push_back(nullptr);
+
+  const pid_t self = ::getpid();
+  const pid_t pid = ::fork();
+  if (pid < 0) return systemError(arguments[0]);
+  if (pid == 0) {
+    becomeProgram(words.data(), outputPipe->write.get(), errorPipe->write.get(),
+                  failurePipe->write.get(), self);
+  }
+  ::setpgid(pid, pid);
+  outputPipe->write.close();
+  errorPipe->write.close();
+  failurePipe->write.close();
+  if (int code = 0; ::read(failurePipe->read.get(), &code, sizeof code) == sizeof code) {
+    ::waitpid(pid, nullptr, 0);
+    errno = code;
+    return systemError(arguments[0]);
+  }
+
+  Group group(pid);
+  std::array<ZAN_Descriptor, 2> streams{std::move(outputPipe->read), std::move(errorPipe->read)};
+  while (streams[0].get() >= 0 || streams[1].get() >= 0) {
+    group.obey(control);
+    std::array<pollfd, 3> waits{{{streams[0].get(), POLLIN, 0},
+                                 {streams[1].get(), POLLIN, 0},
+                                 {control.wakeDescriptor(), POLLIN, 0}}};
+    ::poll(waits.data(), waits.size(), group.isEnding() ? 200 : -1);
+    group.killWhenLate();
+    if ((waits[2].revents & POLLIN) != 0) control.clearWake();
+    for (std::size_t i = 0; i < streams.size(); ++i) {
+      if (waits[i].revents == 0) continue;
+      std::array<char, 1 << 14> buffer;
+      const auto count = ::read(streams[i].get(), buffer.data(), buffer.size());
+      if (count > 0) {
+        const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
+        i == 0 ? output.readOutput(bytes) : output.readErrors(bytes);
+      } else if (count == 0 || errno != EINTR) {
+        streams[i].close();
+      }
+    }
+    onProgress();
+  }
+  output.finish();
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  End end;
+  end.signalled = WIFSIGNALED(status);
+  end.status = end.signalled ? WTERMSIG(status) : WEXITSTATUS(status);
+  end.skipWanted = group.skipWanted();
+  return end;
+}
+
+}  // namespace corvana
