@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
+
+#include "core/machine/VolumeMounter.h"
 #include "tests/core_drive/Drive.h"
 
 namespace corvana {
@@ -63,7 +66,21 @@ TEST(Controls, EachCommandHasItsEffectAndNoOther) {
        "main ActionListChanged; controls: on; information: The next action starts in 3 s; queue: "
        "[{ref=102 title=Mail date=12:00:10}]; queueCount: 1; stored SchedulerActionsToDoList: []; "
        "report: “Mail” was added to the queue"},
-      {"open the menu", [](Drive& day) { day.commands().menuWillOpen(); }, ""},
+      {"open the menu",
+       [](Drive& day) {
+         std::ofstream(day.store().folder().aliasFolderPath() + "/share.desktop")
+             << "[Desktop Entry]\nType=Link\nURL=smb://server/share\n";
+         day.commands().menuWillOpen();
+         EXPECT_EQ(day.agent->userInterfaceSources().mounter.volumesToMountList().size(), 1U);
+       },
+       ""},
+      {"open the menu after an error",
+       [](Drive& day) {
+         day.tell("AddToLog", info("C", 5));
+         day.commands().menuWillOpen();
+       },
+       "main LogChanged; stored SchedulerPrefErrorInExecution: 0; windows:  errorSummary (quietly) "
+       "floatingIcon; log 5"},
       {"show the queue", [](Drive& day) { day.commands().showWindow(Window::queue); },
        "windows:  queue floatingIcon"},
       {"show the survey", [](Drive& day) { day.commands().showWindow(Window::executionSurvey); },
