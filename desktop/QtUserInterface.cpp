@@ -284,10 +284,6 @@ void QtUserInterface::setStatusCountDown(int minutes, int context) {
 
 void QtUserInterface::setStatusTitle(const std::string& /*text*/) { mPrivate->changed(); }
 
-void QtUserInterface::setStatusInformation(const std::string& /*text*/) {
-  mPrivate->windows.refreshState(Window::status);
-}
-
 void QtUserInterface::setToolTip(const std::string& text) {
   mPrivate->toolTip = qt(text);
   if (mPrivate->tray != nullptr) mPrivate->tray->setToolTip(mPrivate->toolTip);
@@ -295,9 +291,17 @@ void QtUserInterface::setToolTip(const std::string& text) {
     mPrivate->floatingIcon->setToolTip(plainToolTip(mPrivate->toolTip));
 }
 
-void QtUserInterface::menusChanged() { mPrivate->changed(); }
-
-void QtUserInterface::setExecutionControlsEnabled(bool /*enabled*/) { mPrivate->changed(); }
+void QtUserInterface::changed(ChangeSet what) {
+  // What changes often, and the long lists do not change with it.
+  const ChangeSet states{Change::progress, Change::statusLine, Change::survey,
+                         Change::strayFolders};
+  if (!what.without(states).empty()) return mPrivate->changed();
+  WindowRegistry& windows = mPrivate->windows;
+  if (what.hasAnyOf({Change::progress, Change::statusLine})) windows.refreshState(Window::status);
+  if (what.has(Change::progress)) windows.refreshState(Window::queue);
+  if (what.has(Change::survey)) windows.refreshState(Window::executionSurvey);
+  if (what.has(Change::strayFolders)) windows.refreshState(Window::volumesFolderError);
+}
 
 void QtUserInterface::rearrangeMessageWindows() {
   if (mPrivate->messages.isOpen()) mPrivate->messages.setLook(mPrivate->messageLook());
@@ -347,10 +351,6 @@ void QtUserInterface::bringWindowsToFront() {
     mPrivate->windows.show(Window::status);
   }
 }
-
-void QtUserInterface::listsChanged() { mPrivate->changed(); }
-
-void QtUserInterface::windowChanged(Window window) { mPrivate->windows.refreshState(window); }
 
 void QtUserInterface::setFloatingIconOpacity(double percent) {
   mPrivate->floatingOpacity = percent;

@@ -33,10 +33,8 @@ class QtUserInterface final : public UserInterface {
   void setStatusIcon(StatusIcon icon, int context) override;
   void setStatusCountDown(int minutes, int context) override;
   void setStatusTitle(const std::string& text) override;
-  void setStatusInformation(const std::string& text) override;
   void setToolTip(const std::string& text) override;
-  void menusChanged() override;
-  void setExecutionControlsEnabled(bool enabled) override;
+  void changed(ChangeSet what) override;
   void rearrangeMessageWindows() override;
   void popUpFloatingMenu() override;
 
@@ -46,8 +44,6 @@ class QtUserInterface final : public UserInterface {
   bool isWindowVisible(Window window) const override;
   void setWindowText(Window window, const std::string& text) override;
   void bringWindowsToFront() override;
-  void listsChanged() override;
-  void windowChanged(Window window) override;
   void setFloatingIconOpacity(double percent) override;
   void setActionExecuted(std::int64_t sizeCopied, int progress, std::int64_t errors) override;
 

@@ -176,6 +176,14 @@ bool X11Input::observe(std::function<void()> used) {
   mEvents = std::make_unique<QSocketNotifier>(mConnection->descriptor(), QSocketNotifier::Read);
   QObject::connect(mEvents.get(), &QSocketNotifier::activated, mEvents.get(),
                    [this] { takeEvents(); });
+  // Another screen is as good as a use: what floats finds its place anew.
+  if (const QScreen* screen = QGuiApplication::primaryScreen()) {
+    const auto changed = [this] {
+      if (mUsed) mUsed();
+    };
+    QObject::connect(screen, &QScreen::geometryChanged, mEvents.get(), changed);
+    QObject::connect(screen, &QScreen::availableGeometryChanged, mEvents.get(), changed);
+  }
   return true;
 }
 

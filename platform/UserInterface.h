@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/Changes.h"
+
 namespace corvana {
 
 /// The windows that the duties show, hide and ask about.
@@ -76,11 +78,10 @@ class UserInterface {
   /// action.
   virtual void setStatusCountDown(int minutes, int context) = 0;
   virtual void setStatusTitle(const std::string& text) = 0;
-  virtual void setStatusInformation(const std::string& text) = 0;
   virtual void setToolTip(const std::string& text) = 0;
-  /// What the menus show has changed: they are read again when opened.
-  virtual void menusChanged() = 0;
-  virtual void setExecutionControlsEnabled(bool enabled) = 0;
+  /// What windows and menus show of these has changed and is to be read again; once for all that
+  /// changes in a pass of the loop.
+  virtual void changed(ChangeSet what) = 0;
   virtual void rearrangeMessageWindows() = 0;
   virtual void popUpFloatingMenu() = 0;
 
@@ -95,10 +96,6 @@ class UserInterface {
   /// there is none.
   virtual void setWindowText(Window /*window*/, const std::string& /*text*/) {}
   virtual void bringWindowsToFront() = 0;
-  /// The tables of the queue and of the next actions have changed.
-  virtual void listsChanged() = 0;
-  /// What this window shows has changed; nothing while it is not shown.
-  virtual void windowChanged(Window window) = 0;
   virtual void setFloatingIconOpacity(double percent) = 0;
   /// Size copied so far in bytes (-1: none yet), progress and errors of the running action.
   virtual void setActionExecuted(std::int64_t sizeCopied, int progress, std::int64_t errors) = 0;

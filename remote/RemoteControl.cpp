@@ -5,15 +5,10 @@
 #include <variant>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
+#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "remote/RemoteControlClient.h"
 #include "remote/UtilsCommon.h"
 
@@ -40,17 +35,36 @@ constexpr std::size_t kMostLaunchesWaiting = 100'000;
 
 }  // namespace
 
-RemoteControl::RemoteControl(const Surroundings& surroundings)
-    : m(surroundings),
+RemoteControl::RemoteControl(Records& records, SchedulerCommands& commands)
+    : m(records),
+      mCommander(commands),
       mCommands(kCommandsAtOnce, kSecondsPerCommand),
       mMessages(kMessagesAtOnce, kMessageSeconds),
       mRefusals(kRefusalsAtOnce, kSecondsPerRefusal),
       mDroppedCommands(kQuietBetweenBursts),
-      mDroppedMessages(kQuietBetweenBursts) {}
+      mDroppedMessages(kQuietBetweenBursts) {
+  m.changes.listen([this](ChangeSet changes) { follow(changes); });
+}
 
 RemoteControl::~RemoteControl() { stop(); }
 
+void RemoteControl::start() {
+  mFollows = true;
+  publishRemoteControl();
+}
+
+void RemoteControl::follow(ChangeSet changes) {
+  if (!mFollows) return;
+  const bool switched = mClient && mPublishedAsDisabled != m.state.mScheduleDisabled;
+  if (switched || changes.hasAnyOf({Change::tree, Change::preferences})) publishRemoteControl();
+}
+
 void RemoteControl::stop() {
+  mFollows = false;
+  takeBack();
+}
+
+void RemoteControl::takeBack() {
   m.platform.runLoop.cancel(std::exchange(mPublication, 0));
   m.platform.runLoop.cancel(std::exchange(mLaunching, 0));
   mToLaunch.clear();
@@ -58,11 +72,12 @@ void RemoteControl::stop() {
 }
 
 void RemoteControl::publishRemoteControl() {
+  mPublishedAsDisabled = m.state.mScheduleDisabled;
   const bool allowed = m.preferences.mPrefAllowRemoteControl != 0;
   if (mClient) {
     mClient->stopNetServiceRCC();
     if (!allowed) {
-      stop();
+      takeBack();
       return;
     }
     // While one waits, what is published now has not yet been seen by anybody.
@@ -125,7 +140,7 @@ void RemoteControl::receiveFromRemoteController(std::span<const std::byte> data)
 /// 1 enables a disabled schedule and 0 disables an enabled one.
 void RemoteControl::run(const RemoteCommand::Activate& command) {
   const bool disabled = m.state.mScheduleDisabled;
-  if (command.value == (disabled ? 1 : 0)) m.commands.setSchedulerActive(disabled);
+  if (command.value == (disabled ? 1 : 0)) mCommander.setSchedulerActive(disabled);
 }
 
 void RemoteControl::run(const RemoteCommand::Launch& command) {
@@ -143,7 +158,7 @@ void RemoteControl::launchSome() {
   const std::vector<std::int64_t> now(mToLaunch.begin(), end);
   mToLaunch.erase(mToLaunch.begin(), end);
   if (!mToLaunch.empty()) mLaunching = m.platform.runLoop.performAfter(0, [this] { launchSome(); });
-  m.commands.launchActionsRemotely(now);
+  mCommander.launchActionsRemotely(now);
 }
 
 void RemoteControl::run(const RemoteCommand::Message& command) {

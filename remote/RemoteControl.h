@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 
+#include "platform/Changes.h"
 #include "platform/RunLoop.h"
 #include "remote/Allowance.h"
 #include "remote/AllowedAddresses.h"
@@ -15,38 +16,22 @@
 
 namespace corvana {
 
-class ActionTree;
-class Messages;
-class Preferences;
 class RemoteControlClient;
 class SchedulerCommands;
-class SchedulerLog;
-class ZAN_StringTable;
-struct Platform;
-struct SchedulerState;
+struct Records;
 
 /// Lets other machines of the local network see this one and control it, as long as the user allows
 /// it. What they send is not trusted: it is bounded in size, number and pace, and what comes too
 /// quickly is dropped unread, which the log says once for each burst. Thread: main.
 class RemoteControl {
  public:
-  /// What it leans on; everything outlives it.
-  struct Surroundings {
-    Platform& platform;
-    SchedulerState& state;
-    Preferences& preferences;
-    ActionTree& tree;
-    SchedulerCommands& commands;
-    SchedulerLog& log;
-    Messages& messages;
-    const ZAN_StringTable& texts;
-  };
-
-  explicit RemoteControl(const Surroundings& surroundings);
+  RemoteControl(Records& records, SchedulerCommands& commands);
   ~RemoteControl();
   RemoteControl(const RemoteControl&) = delete;
   RemoteControl& operator=(const RemoteControl&) = delete;
 
+  /// Begins to publish this machine, and follows what changes.
+  void start();
   /// Publishes this machine, or takes it back, as the preferences want it. What was published
   /// before is taken back first; then the new name follows a quarter of a second later.
   void publishRemoteControl();
@@ -58,7 +43,9 @@ class RemoteControl {
   bool isPublished() const { return mClient != nullptr; }
 
  private:
+  void follow(ChangeSet changes);
   void publish();
+  void takeBack();
   void receive(const std::string& address, std::span<const std::byte> data);
   void tellDropped(BurstGate& burst, const char* text, const std::string& sender);
   void launchSome();
@@ -68,8 +55,11 @@ class RemoteControl {
   void run(const RemoteCommand::Launch& command);
   void run(const RemoteCommand::Message& command);
 
-  Surroundings m;
+  Records& m;
+  SchedulerCommands& mCommander;
   std::unique_ptr<RemoteControlClient> mClient;
+  bool mFollows = false;
+  bool mPublishedAsDisabled = false;
   RunLoop::TimerId mPublication = 0;  ///< not 0: it is published then
   AllowedAddresses mAllowed;
   std::size_t mToldLeftOut = 0;

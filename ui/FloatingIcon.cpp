@@ -1,9 +1,10 @@
 #include "ui/FloatingIcon.h"
 
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerState.h"
+#include <string>
+
+#include "core/record/Records.h"
+#include "core/work/Announce.h"
 #include "platform/Clock.h"
-#include "platform/UserInterface.h"
 #include "ui/StatusItem.h"
 
 namespace corvana {
@@ -12,7 +13,7 @@ namespace {
 
 constexpr int kAlways = 0;
 constexpr int kOnHover = 1;
-constexpr int kNever = 2;
+constexpr int kNeverShown = 2;
 constexpr double kKeepFloatingIcon = 7.0;
 constexpr double kKeepStatusItem = 10.0;
 /// Where the right third of the menu bar begins, in parts of the screen's width.
@@ -25,46 +26,88 @@ bool isHoverPlace(const Point& pointer, const Rect& screen, const Rect& visibleF
 
 }  // namespace
 
-FloatingIcon::FloatingIcon(Clock& clock, UserInterface& userInterface, SchedulerState& state,
-                           Preferences& preferences, StatusItem& statusItem)
-    : mClock(clock),
-      mUserInterface(userInterface),
-      mPreferences(preferences),
+FloatingIcon::FloatingIcon(Records& records, const Announce& announce, StatusItem& statusItem)
+    : m(records),
+      mAnnounce(announce),
       mStatusItem(statusItem),
-      mCloseFloatingIcon(state.deadlines) {}
+      mUserInterface(m.platform.userInterface),
+      mCloseFloatingIcon(m.state.deadlines) {
+  m.changes.listen([this](ChangeSet changes) { follow(changes); });
+}
+
+void FloatingIcon::follow(ChangeSet changes) {
+  if (changes.has(Change::progress)) showProgress();
+  if (!changes.has(Change::preferences)) return;
+  applyMode();
+  mUserInterface.rearrangeMessageWindows();
+}
 
 void FloatingIcon::applyMode() {
-  mUserInterface.setFloatingIconOpacity(mPreferences.mPrefFloatingIconTransparency);
-  if (mPreferences.mShowFloatingIconMode == kNever) mUserInterface.hideWindow(Window::floatingIcon);
-  if (mPreferences.mShowFloatingIconMode == kAlways) show();
+  mUserInterface.setFloatingIconOpacity(m.preferences.mPrefFloatingIconTransparency);
+  if (m.preferences.mShowFloatingIconMode == kNeverShown)
+    mUserInterface.hideWindow(Window::floatingIcon);
+  if (m.preferences.mShowFloatingIconMode == kAlways) show();
 }
 
 void FloatingIcon::show() {
-  mUserInterface.setFloatingIconOpacity(mPreferences.mPrefFloatingIconTransparency);
+  mUserInterface.setFloatingIconOpacity(m.preferences.mPrefFloatingIconTransparency);
   mUserInterface.showWindow(Window::floatingIcon);
 }
 
+void FloatingIcon::showProgress() {
+  const ExecutionProgress& progress = m.state.mProgress;
+  if (mAnnounce.isOpen()) {
+    std::string text = "0";
+    if (progress.sizeCopied >= 0) {
+      text = ZAN_StringUtils::format(
+          "%@ (%@)",
+          {m.strings.getIntegerWithSeparators(progress.filesCopied),
+           m.strings.getShortSizeBytes(static_cast<std::uint64_t>(progress.sizeCopied))});
+    }
+    if (progress.errors != 0)
+      text += " " + m.texts.text("MiniErrorsResults",
+                                 {m.strings.getIntegerWithSeparators(progress.errors)});
+    mUserInterface.setAnnounceProgress(progress.value, text);
+  }
+  mUserInterface.setActionExecuted(progress.sizeCopied, progress.percent(), progress.errors);
+}
+
+void FloatingIcon::turn() {
+  Input& input = m.platform.input;
+  if (const auto pointer = input.pointer())
+    hover(*pointer, input.mainScreen(), input.visibleFrame());
+}
+
+ReferenceTime FloatingIcon::nextTurn() const {
+  const int mode = m.preferences.mShowFloatingIconMode;
+  const bool watches = mode == kOnHover || m.preferences.mShowIconMenuMode == kOnHover ||
+                       (mode != kAlways && mUserInterface.isWindowVisible(Window::floatingIcon));
+  Input& input = m.platform.input;
+  const auto pointer = watches ? input.pointer() : std::nullopt;
+  if (!pointer) return kNever;
+  // What is shown on hover stays as long as the pointer does.
+  if (!m.state.mUserRests || isHoverPlace(*pointer, input.mainScreen(), input.visibleFrame()))
+    return kAtOnce;
+  return mode != kAlways && mUserInterface.isWindowVisible(Window::floatingIcon)
+             ? mCloseFloatingIcon.passing()
+             : kNever;
+}
+
 void FloatingIcon::hover(const Point& pointer, const Rect& screen, const Rect& visibleFrame) {
-  const ReferenceTime now = mClock.now();
+  const ReferenceTime now = m.platform.clock.now();
   if (isHoverPlace(pointer, screen, visibleFrame)) {
-    if (mPreferences.mShowFloatingIconMode == kOnHover) {
+    if (m.preferences.mShowFloatingIconMode == kOnHover) {
       if (!mUserInterface.isWindowVisible(Window::floatingIcon)) show();
       mCloseFloatingIcon.set(now + kKeepFloatingIcon);
     }
-    if (mPreferences.mShowIconMenuMode == kOnHover) {
+    if (m.preferences.mShowIconMenuMode == kOnHover) {
       mStatusItem.createStatusItem();
-      mStatusItem.canHide().set(now + kKeepStatusItem);
+      m.state.mCanHideMenubarIcon.set(now + kKeepStatusItem);
     }
-  } else if (mPreferences.mShowFloatingIconMode != kAlways && mCloseFloatingIcon.isPassed(now) &&
+  } else if (m.preferences.mShowFloatingIconMode != kAlways && mCloseFloatingIcon.isPassed(now) &&
              mUserInterface.isWindowVisible(Window::floatingIcon)) {
     mUserInterface.hideWindow(Window::floatingIcon);
   }
-}
-
-bool FloatingIcon::rests(const Point& pointer, const Rect& screen, const Rect& visibleFrame) const {
-  if (isHoverPlace(pointer, screen, visibleFrame)) return false;
-  return mPreferences.mShowFloatingIconMode == kAlways ||
-         !mUserInterface.isWindowVisible(Window::floatingIcon);
 }
 
 }  // namespace corvana

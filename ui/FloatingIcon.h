@@ -2,37 +2,39 @@
 
 #include "core/record/Deadline.h"
 #include "platform/Input.h"
+#include "platform/UserInterface.h"
 
 namespace corvana {
 
-class Clock;
-class Preferences;
+class Announce;
 class StatusItem;
-class UserInterface;
-struct SchedulerState;
+struct Records;
 
-/// The small icon that floats above other windows, and what the pointer in the menu bar brings up.
-/// Thread: main.
+/// What is seen of the agent above other windows: the small icon that floats there, what the
+/// pointer in the menu bar brings up, and how far the running execution is, in the icon and in the
+/// strip that names the action. It follows what changes. Thread: main.
 class FloatingIcon {
  public:
-  FloatingIcon(Clock& clock, UserInterface& userInterface, SchedulerState& state,
-               Preferences& preferences, StatusItem& statusItem);
+  FloatingIcon(Records& records, const Announce& announce, StatusItem& statusItem);
 
   /// Shows or hides it as the user prefers: mode 0 always, 2 never, others leave it as it is.
   void applyMode();
-  /// The pointer rests at `pointer`: in the right third of the menu bar it brings up what is shown
-  /// on hover; elsewhere a visible floating icon goes when its time is over.
-  void hover(const Point& pointer, const Rect& screen, const Rect& visibleFrame);
-  /// Whether nothing comes of a pointer that stays there.
-  bool rests(const Point& pointer, const Rect& screen, const Rect& visibleFrame) const;
+  /// Its turn: where the pointer rests. In the right third of the menu bar it brings up what is
+  /// shown on hover; elsewhere a visible floating icon goes when its time is over.
+  void turn();
+  /// From when on a turn may have something to do.
+  ReferenceTime nextTurn() const;
 
  private:
+  void follow(ChangeSet changes);
   void show();
+  void showProgress();
+  void hover(const Point& pointer, const Rect& screen, const Rect& visibleFrame);
 
-  Clock& mClock;
-  UserInterface& mUserInterface;
-  Preferences& mPreferences;
+  Records& m;
+  const Announce& mAnnounce;
   StatusItem& mStatusItem;
+  UserInterface& mUserInterface;
   Deadline mCloseFloatingIcon;
 };
 

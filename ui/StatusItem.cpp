@@ -1,123 +1,166 @@
 #include "ui/StatusItem.h"
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerState.h"
+#include "core/record/Records.h"
+#include "core/work/Work.h"
 #include "platform/Clock.h"
 
 namespace corvana {
 
 namespace {
 
+constexpr int kIconAlways = 0;
 constexpr int kIconNever = 3;
 /// More than 59: the pie of the count-down is full, the plain picture is shown.
 constexpr int kFullCountDown = 100;
 
 }  // namespace
 
-StatusItem::StatusItem(Clock& clock, UserInterface& userInterface, SchedulerState& state,
-                       Preferences& preferences, const ZAN_StringTable& texts)
-    : mClock(clock),
-      mUserInterface(userInterface),
-      mState(state),
-      mPreferences(preferences),
-      mTexts(texts),
-      mCanHideMenubarIcon(state.deadlines, clock.now() + 60.0) {}
+StatusItem::StatusItem(Records& records, const Work& work)
+    : m(records),
+      mWork(work),
+      mUserInterface(m.platform.userInterface),
+      mShowsError(m.state.mErrorInExecution != 0) {
+  m.changes.listen([this](ChangeSet changes) { follow(changes); });
+}
+
+bool StatusItem::exists() const { return mUserInterface.hasStatusItem(); }
 
 void StatusItem::createStatusItem() {
   if (exists()) return;
-  if (mPreferences.mShowIconMenuMode == kIconNever && !mState.mMainAppLaunched &&
-      mState.mErrorInExecution == 0)
+  if (m.preferences.mShowIconMenuMode == kIconNever && !m.state.mMainAppLaunched &&
+      m.state.mErrorInExecution == 0)
     return;
   mUserInterface.createStatusItem();
-  forgetCurrentIcon();
+  mCurrent.reset();
   setMenuBarIcon(StatusIcon::disabled);
-  setStatusTitle(std::nullopt);
-  mState.updateMenu();
+  showTexts();
+  m.state.updateMenu();
 }
 
-void StatusItem::removeStatusItem() {
-  if (exists()) mUserInterface.removeStatusItem();
+void StatusItem::follow(ChangeSet changes) {
+  if (changes.empty()) return;
+  if (changes.has(Change::execution)) followErrorState();
+  if (changes.has(Change::queue)) createStatusItem();
+  if (changes.has(Change::preferences)) followPreferences();
+  showTexts();
 }
 
-void StatusItem::errorsWereSeen() {
-  if (mPreferences.mShowIconMenuMode == kIconNever && !mState.mMainAppLaunched) removeStatusItem();
+/// An item that is never wanted comes for an error, and goes when the error was seen.
+void StatusItem::followErrorState() {
+  const bool hasError = m.state.mErrorInExecution != 0;
+  if (hasError) createStatusItem();
+  if (std::exchange(mShowsError, hasError) && !hasError && exists() &&
+      m.preferences.mShowIconMenuMode == kIconNever && !m.state.mMainAppLaunched)
+    mUserInterface.removeStatusItem();
 }
 
-void StatusItem::applyMode(bool isNeeded) {
-  if (mState.mErrorInExecution != 0 || mPreferences.mShowIconMenuMode == kIconNever) return;
-  if (mPreferences.mShowIconMenuMode == 0 || isNeeded) {
+void StatusItem::followPreferences() {
+  mCurrent.reset();
+  if (m.state.mErrorInExecution != 0 || m.preferences.mShowIconMenuMode == kIconAlways) {
     createStatusItem();
-  } else if (mCanHideMenubarIcon.isPassed(mClock.now())) {
-    removeStatusItem();
+  } else if (m.preferences.mShowIconMenuMode == kIconNever && exists()) {
+    mUserInterface.removeStatusItem();
   }
+}
+
+bool StatusItem::isNeeded() const {
+  return m.preferences.mShowIconMenuMode == kIconAlways || m.state.mMainAppLaunched ||
+         m.state.mExecuting || !mWork.queue.empty() ||
+         mUserInterface.isWindowVisible(Window::nextActions) ||
+         mUserInterface.isWindowVisible(Window::status);
+}
+
+void StatusItem::applyMode() {
+  if (m.state.mErrorInExecution != 0 || m.preferences.mShowIconMenuMode == kIconNever) return;
+  if (isNeeded()) {
+    createStatusItem();
+  } else if (exists() && m.state.mCanHideMenubarIcon.isPassed(m.platform.clock.now())) {
+    mUserInterface.removeStatusItem();
+  }
+}
+
+ReferenceTime StatusItem::nextTurn() const {
+  if (m.state.mMenuMustBeUpdatedTicks != 0 && exists()) return kAtOnce;
+  if (m.state.mErrorInExecution != 0 || m.preferences.mShowIconMenuMode == kIconNever)
+    return kNever;
+  if (isNeeded()) return exists() ? kNever : kAtOnce;
+  return exists() ? m.state.mCanHideMenubarIcon.passing() : kNever;
+}
+
+void StatusItem::turn(std::int64_t n, std::optional<int> secondsToNext) {
+  if (!secondsToNext) applyMode();
+  update(n, secondsToNext);
 }
 
 void StatusItem::update(std::int64_t n, std::optional<int> secondsToNext) {
-  if (!exists() || (mState.mMenuMustBeUpdatedTicks != 1 && !secondsToNext)) {
-    if (mState.mMenuMustBeUpdatedTicks > 0) --mState.mMenuMustBeUpdatedTicks;
+  SchedulerState& state = m.state;
+  if (!exists() || (state.mMenuMustBeUpdatedTicks != 1 && !secondsToNext)) {
+    if (state.mMenuMustBeUpdatedTicks > 0) --state.mMenuMustBeUpdatedTicks;
     return;
   }
   const bool odd = n % 2 != 0;
-  const bool surveyResult = hasSurveyResult && hasSurveyResult();
+  const bool surveyResult = !state.mSurveyFolderResult.isNull();
   // What alternates has to be drawn again at the next tick.
-  bool alternates = mState.mErrorInExecution != 0;
+  bool alternates = state.mErrorInExecution != 0;
   if (alternates && odd) {
     setMenuBarIcon(StatusIcon::error);
-  } else if (mState.mScheduleDisabled) {
+  } else if (state.mScheduleDisabled) {
     setMenuBarIcon(StatusIcon::disabled);
-  } else if (mState.mPause || surveyResult) {
+  } else if (state.mPause || surveyResult) {
     alternates = true;
     if (odd) {
       setMenuBarTimerIcon(kFullCountDown);
     } else {
-      setMenuBarIcon(mState.mPause ? StatusIcon::pause : StatusIcon::surveyResult);
+      setMenuBarIcon(state.mPause ? StatusIcon::pause : StatusIcon::surveyResult);
     }
-  } else if (isExecuting && isExecuting()) {
+  } else if (state.mExecuting) {
     setMenuBarIcon(StatusIcon::running);
   } else {
     setMenuBarTimerIcon(secondsToNext && !odd ? *secondsToNext : kFullCountDown);
   }
-  mState.mMenuMustBeUpdatedTicks = alternates ? 1 : 0;
+  state.mMenuMustBeUpdatedTicks = alternates ? 1 : 0;
 }
 
 void StatusItem::setMenuBarIcon(StatusIcon icon) {
-  if (mState.mStartedFromNewMachine) icon = StatusIcon::diskChanged;
-  if (mCurrent == icon) return;
-  mUserInterface.setStatusIcon(icon, mState.mContext);
-  mCurrent = icon;
+  if (m.state.mStartedFromNewMachine) icon = StatusIcon::diskChanged;
+  const std::pair wanted(icon, m.state.mContext);
+  if (mCurrent == wanted) return;
+  mUserInterface.setStatusIcon(icon, m.state.mContext);
+  mCurrent = wanted;
 }
 
 void StatusItem::setMenuBarTimerIcon(int minutes) {
-  if (mState.mStartedFromNewMachine) {
+  if (m.state.mStartedFromNewMachine) {
     setMenuBarIcon(StatusIcon::diskChanged);
   } else if (minutes > 59) {
-    setMenuBarIcon(mState.mScheduleDisabledWhenDone ? StatusIcon::willDisable : StatusIcon::normal);
+    setMenuBarIcon(m.state.mScheduleDisabledWhenDone ? StatusIcon::willDisable
+                                                     : StatusIcon::normal);
   } else {
-    mUserInterface.setStatusCountDown(minutes, mState.mContext);
+    mUserInterface.setStatusCountDown(minutes, m.state.mContext);
     mCurrent.reset();
   }
 }
 
 MenuColour StatusItem::titleColour() const {
-  if (mState.mStartedFromNewMachine) return MenuColour::alarm;
-  if (mState.mPause) return MenuColour::warning;
-  return mState.mScheduleDisabled ? MenuColour::secondary : MenuColour::information;
+  if (m.state.mStartedFromNewMachine) return MenuColour::alarm;
+  if (m.state.mPause) return MenuColour::warning;
+  return m.state.mScheduleDisabled ? MenuColour::secondary : MenuColour::information;
 }
 
-void StatusItem::setStatusTitle(std::optional<std::string> text) {
-  if (text) mStatusTitle = std::move(*text);
-  std::string shown = mStatusTitle.empty() ? mTexts.text("NoNextAction") : mStatusTitle;
-  if (mState.mStartedFromNewMachine) {
-    shown = mTexts.text("StartedOtherMachine");
-  } else if (mState.mPause) {
-    shown = mTexts.text("RunningPaused");
-  } else if (mState.mScheduleDisabled) {
-    shown = mTexts.text("DisabledInfo");
-  }
-  if (shown == mShownTitle) return;
-  mShownTitle = shown;
-  mUserInterface.setStatusTitle(shown);
+std::string StatusItem::shownTitle() const {
+  if (m.state.mStartedFromNewMachine) return m.texts.text("StartedOtherMachine");
+  if (m.state.mPause) return m.texts.text("RunningPaused");
+  if (m.state.mScheduleDisabled) return m.texts.text("DisabledInfo");
+  return m.state.mStatusTitle.empty() ? m.texts.text("NoNextAction") : m.state.mStatusTitle;
+}
+
+void StatusItem::showTexts() {
+  if (std::string title = shownTitle(); title != mDrawnTitle)
+    mUserInterface.setStatusTitle(mDrawnTitle = std::move(title));
+  std::string toolTip = m.texts.text("IconToolTip");
+  if (const std::string& next = mWork.evaluation.nextActionText(); !next.empty())
+    toolTip = next + "\n" + toolTip;
+  if (toolTip != mDrawnToolTip) mUserInterface.setToolTip(mDrawnToolTip = std::move(toolTip));
 }
 
 }  // namespace corvana

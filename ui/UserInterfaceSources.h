@@ -10,6 +10,7 @@ class ActionStore;
 class ActionTree;
 class ExecuteSupervisor;
 class History;
+class LaunchStep;
 class Messages;
 class Preferences;
 class SchedulerCommands;
@@ -21,13 +22,21 @@ class VolumeIdentity;
 class VolumeMounter;
 class ZAN_StringTable;
 class ZAN_StringUtils;
-struct Platform;
-struct SchedulerState;
 enum class Ability;
+struct MachineDuties;
+struct Platform;
+struct Records;
+struct SchedulerState;
+struct Work;
 
-/// What menus and windows are made from. They read it when they are drawn and change nothing in it:
-/// whatever the user wants goes through `commands`. All of it outlives them. Thread: main.
+/// What menus and windows are made from: they read it when they are drawn, and whatever the user
+/// wants goes through `commands`. Reading may bring lists up to date with their files, and nothing
+/// else. All of it outlives them. Thread: main.
 struct UserInterfaceSources {
+  UserInterfaceSources(Records& records, Work& work, MachineDuties& machine,
+                       const LaunchStep& launchStep, SchedulerCommands& commands,
+                       StatusItem& statusItem);
+
   Platform& platform;
   SchedulerCommands& commands;
   SchedulerState& state;
@@ -47,21 +56,19 @@ struct UserInterfaceSources {
   const ZAN_StringTable& texts;
   const ZAN_StringUtils& strings;
 
-  // Set by those who know; without one its window shows nothing of the kind.
-
   /// What holds the scheduler up, or what it does, in a line.
-  std::function<std::string()> statusInformation = {};
-  std::function<std::string()> surveyLine = {};
+  std::function<std::string()> statusInformation;
+  std::function<std::string()> surveyLine;
   /// Why the machine has not got an ability, as a sentence; empty when it has.
-  std::function<std::string(Ability)> lacking = {};
+  std::function<std::string(Ability)> lacking;
 
-  std::function<std::string()> strayFolders = {};      ///< their names
-  std::function<std::string()> strayFoldersDate = {};  ///< when they were seen, as shown
+  std::function<std::string()> strayFolders;      ///< their names
+  std::function<std::string()> strayFoldersDate;  ///< when they were seen, as shown
   /// How far their deletion has got, as shown; empty while nothing is being deleted.
-  std::function<std::string()> strayFoldersProgress = {};
+  std::function<std::string()> strayFoldersProgress;
   /// Deletes them and, when none is left, goes on with what was held back.
-  std::function<void()> repairAndContinue = {};
-  std::function<int()> freePercent = {};  ///< of the start-up disk
+  std::function<void()> repairAndContinue;
+  std::function<int()> freePercent;  ///< of the start-up disk
 };
 
 }  // namespace corvana

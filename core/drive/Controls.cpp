@@ -2,28 +2,14 @@
 
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "actions/TextFiles.h"
 #include "core/drive/LaunchStep.h"
-#include "core/drive/SiblingStatus.h"
-#include "core/machine/VolumeMounter.h"
-#include "core/machine/VolumesFolderSurvey.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingChannel.h"
-#include "core/work/ActionQueue.h"
-#include "core/work/Contexts.h"
-#include "core/work/ExecuteSupervisor.h"
-#include "core/work/TriggerEvaluation.h"
+#include "core/machine/MachineDuties.h"
+#include "core/record/Records.h"
+#include "core/work/Work.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
-#include "ui/FloatingIcon.h"
-#include "ui/StatusItem.h"
 
 namespace corvana {
 
@@ -34,57 +20,15 @@ constexpr double kManualLaunchDelay = 0.01;
 constexpr double kRemoteLaunchDelay = 5.0;
 constexpr double kContinueDelay = 0.5;
 constexpr double kQuitDelay = 1.0;
-constexpr int kIconNever = 3;
 
 }  // namespace
 
-Controls::Controls(Surroundings surroundings) : m(std::move(surroundings)) {}
+Controls::Controls(Records& records, Work& work, MachineDuties& machine, LaunchStep& launchStep)
+    : m(records), mWork(work), mMachine(machine), mLaunchStep(launchStep) {}
 
-void Controls::enableAfterStartup() {
-  m.state.mScheduleDisabled = false;
-  m.state.checkAt(m.platform.clock.now() + 1.0);
-  updateExecutionStatusMenus();
-}
+void Controls::setSchedulerActive(bool active) { mWork.automatic.setActive(active); }
 
-void Controls::updateExecutionStatusMenus() {
-  m.statusItem.setStatusTitle(std::nullopt);
-  m.platform.userInterface.menusChanged();
-  m.siblings.sendSchedulerStatusToMainApp();
-}
-
-void Controls::setSchedulerActive(bool active) {
-  const bool wasToEnd = std::exchange(m.state.mScheduleDisabledWhenDone, false);
-  if (active == !m.state.mScheduleDisabled) {
-    if (wasToEnd) {
-      // Taken back: evaluations have waited meanwhile.
-      m.state.checkAt(m.platform.clock.now());
-      m.state.updateMenu();
-      updateExecutionStatusMenus();
-      m.state.mMenuWasUsed = true;
-    }
-    return;
-  }
-  m.state.mScheduleDisabled = !active;
-  m.preferences.mPrefScheduleDisabled = active ? 0 : 1;
-  // What the last evaluation found is right no more.
-  m.state.checkAt(m.platform.clock.now());
-  m.messages.displayStandardMessage(
-      m.texts.text(active ? "ReportEnableScheduler" : "ReportDisableScheduler"),
-      LogCode::schedulerMessage);
-  m.preferences.setPref(PreferenceKey::scheduleDisabled, m.preferences.mPrefScheduleDisabled);
-  m.preferences.savePrefs();
-  m.state.updateMenu();
-  updateExecutionStatusMenus();
-  if (onActiveChanged) onActiveChanged();
-  m.state.mMenuWasUsed = true;
-}
-
-void Controls::disableScheduleWhenAllDone() {
-  m.state.mScheduleDisabledWhenDone = true;
-  m.state.updateMenu();
-  updateExecutionStatusMenus();
-  m.state.mMenuWasUsed = true;
-}
+void Controls::disableScheduleWhenAllDone() { mWork.automatic.disableWhenAllDone(); }
 
 void Controls::changeExecutionStatus(int item) {
   if (item == 0) enableSchedule();
@@ -92,9 +36,9 @@ void Controls::changeExecutionStatus(int item) {
   if (item == 2) disableSchedule();
 }
 
-void Controls::setContextMode(std::int64_t context) { m.contexts.setContextMode(context); }
+void Controls::setContextMode(std::int64_t context) { mWork.contexts.setContextMode(context); }
 
-void Controls::setContext(std::int64_t context) { m.contexts.setContext(context); }
+void Controls::setContext(std::int64_t context) { mWork.contexts.setContext(context); }
 
 void Controls::pauseExecution() { togglePause(true); }
 
@@ -106,27 +50,27 @@ void Controls::setPause(bool pause) {
 void Controls::togglePause(bool tellExecute) {
   m.state.mMenuWasUsed = true;
   m.state.mPause = !m.state.mPause;
-  m.folderSurvey.pauseChanged(m.state.mPause);
+  mMachine.folderSurvey.pauseChanged(m.state.mPause);
   if (tellExecute) {
     m.channel.postToExecute("ActionPause", ZAN_Value::dictionary({{"Pause", m.state.mPause}}));
   }
-  m.launchStep.clearStatusInformation();
+  mLaunchStep.clearStatusInformation();
   m.state.updateMenu();
-  updateExecutionStatusMenus();
+  m.executionStatusChanged();
 }
 
 void Controls::strayFoldersWereSeen() {
-  if (m.folderSurvey.hasPaused()) {
+  if (mMachine.folderSurvey.hasPaused()) {
     continueExecution();
   } else {
     m.platform.userInterface.hideWindow(Window::volumesFolderError);
-    m.folderSurvey.forgetCleanLooks();
+    mMachine.folderSurvey.forgetCleanLooks();
   }
 }
 
 void Controls::continueExecution() {
   m.platform.userInterface.hideWindow(Window::volumesFolderError);
-  m.folderSurvey.forgetCleanLooks();
+  mMachine.folderSurvey.forgetCleanLooks();
   if (!m.state.mPause) return;
   m.platform.runLoop.performAfter(kContinueDelay, [this] {
     if (m.state.mPause) pauseExecution();
@@ -135,7 +79,7 @@ void Controls::continueExecution() {
 
 void Controls::stopExecution() {
   m.state.mMenuWasUsed = true;
-  m.supervisor.stopExecution();
+  mWork.supervisor.stopExecution();
 }
 
 void Controls::skipItem() { m.channel.postToExecute("SkipItem"); }
@@ -143,14 +87,14 @@ void Controls::skipItem() { m.channel.postToExecute("SkipItem"); }
 void Controls::showProgress() { m.channel.postToExecute("ShowProgress"); }
 
 void Controls::setExecutionMode(int mode) {
-  m.supervisor.setExecutionMode(mode);
+  mWork.supervisor.setExecutionMode(mode);
   m.channel.postToExecute("SetExecutionMode", ZAN_Value::dictionary({{"ExecutionMode", mode}}));
 }
 
 Outcome Controls::launchAction(std::int64_t ref, bool estimateSize) {
   const std::string name = "action " + std::to_string(ref);
-  switch (m.queue.addActionToQueue(ref, m.platform.clock.now() + kManualLaunchDelay, -1, true,
-                                   false, estimateSize)) {
+  switch (mWork.queue.addActionToQueue(ref, m.platform.clock.now() + kManualLaunchDelay, -1, true,
+                                       false, estimateSize)) {
     case QueueAddition::queued:
       return {};
     case QueueAddition::alreadyQueued:
@@ -168,23 +112,22 @@ Outcome Controls::launchAction(std::int64_t ref, bool estimateSize) {
 
 void Controls::launchActionsRemotely(std::span<const std::int64_t> refs) {
   const ReferenceTime due = m.platform.clock.now() + kRemoteLaunchDelay;
-  m.queue.batch([&] {
-    for (const std::int64_t ref : refs) m.queue.addActionToQueue(ref, due, -1, false, true, false);
+  mWork.queue.batch([&] {
+    for (const std::int64_t ref : refs)
+      mWork.queue.addActionToQueue(ref, due, -1, false, true, false);
   });
 }
 
-void Controls::executeNow(std::int64_t ref) { m.queue.executeNow(ref); }
+void Controls::executeNow(std::int64_t ref) { mWork.queue.executeNow(ref); }
 
 void Controls::removeFromQueue(const std::vector<std::size_t>& rows) {
-  m.queue.removeFromQueue({rows.begin(), rows.end()});
+  mWork.queue.removeFromQueue({rows.begin(), rows.end()});
 }
 
-void Controls::moveInQueue(std::size_t from, std::size_t to) { m.queue.moveRecord(from, to); }
+void Controls::moveInQueue(std::size_t from, std::size_t to) { mWork.queue.moveRecord(from, to); }
 
 void Controls::menuWillOpen() {
-  m.statusItem.setStatusTitle(std::nullopt);
-  m.mounter.buildVolumesToMountList();
-  m.platform.userInterface.menusChanged();
+  mMachine.mounter.buildVolumesToMountList();
   m.state.mMenuWasUsed = false;
   if (m.state.mErrorInExecution != 0) showErrorSummary();
 }
@@ -192,7 +135,7 @@ void Controls::menuWillOpen() {
 void Controls::showWindow(Window window) {
   if (window == Window::queue) mListActionWasOpenByUser = true;
   m.platform.userInterface.showWindow(window);
-  if (window == Window::executionSurvey) m.supervisor.doSurvey5Seconds();
+  if (window == Window::executionSurvey) mWork.supervisor.doSurvey5Seconds();
 }
 
 void Controls::hideWindow(Window window) {
@@ -203,7 +146,7 @@ void Controls::hideWindow(Window window) {
 }
 
 void Controls::showAllVisibleWindows() {
-  if (m.supervisor.isExecuting()) m.channel.postToExecute("ShowAllVisibleWindowsActions");
+  if (mWork.supervisor.isExecuting()) m.channel.postToExecute("ShowAllVisibleWindowsActions");
   if (m.state.mMainAppLaunched) openMainApp();
   bringWindowsToFront();
 }
@@ -248,16 +191,24 @@ void Controls::showSurveyFolderResults() {
 void Controls::showLatestActions() { m.platform.userInterface.showWindow(Window::latestActions); }
 
 void Controls::openMainApp() {
-  if (const Outcome opened = m.platform.processes.open(m.mainAppBundlePath); !opened) {
+  if (const Outcome opened = m.platform.processes.open(
+          m.store.installPaths().installPathForCode(InstallPaths::mainAppBundle));
+      !opened) {
     m.platform.systemLog.write(opened.error().text);
   }
 }
 
-Result<std::string> Controls::saveListProcess() { return onSaveListProcess(); }
+void Controls::askAboutStartupDiskChange() { mMachine.startupDisk.askAboutStartupDiskChange(); }
+
+void Controls::confirmStartupDisk() { mMachine.startupDisk.confirmStartupDisk(); }
+
+Result<std::string> Controls::saveListProcess() {
+  return mMachine.systemInformation.saveListProcess();
+}
 
 void Controls::showAllDisksInformation() {
   if (m.platform.userInterface.isWindowVisible(Window::allDisks)) showWindow(Window::allDisks);
-  onShowAllDisksInformation();
+  mMachine.systemInformation.showAllDisksInformation();
 }
 
 void Controls::mountVolumes() {
@@ -267,23 +218,25 @@ void Controls::mountVolumes() {
     ui.rearrangeMessageWindows();
     return;
   }
-  m.mounter.updateListOfVolumesToMount();
+  mMachine.mounter.updateListOfVolumesToMount();
   ui.showWindow(Window::mountVolumes);
 }
 
-void Controls::updateListOfVolumesToMount() { m.mounter.updateListOfVolumesToMount(); }
+void Controls::updateListOfVolumesToMount() { mMachine.mounter.updateListOfVolumesToMount(); }
 
 void Controls::repairAndContinueExecution() {
-  m.folderSurvey.cleanVolumesFolder([this] { continueExecution(); });
+  mMachine.folderSurvey.cleanVolumesFolder([this] { continueExecution(); });
 }
 
-void Controls::mountVolume(std::size_t index) { m.mounter.selectVolumeToMountInMenu(index); }
+void Controls::mountVolume(std::size_t index) { mMachine.mounter.selectVolumeToMountInMenu(index); }
 
 void Controls::mountSelectedVolumes(const std::vector<std::size_t>& rows) {
-  m.mounter.mountSelectedVolumes(rows);
+  mMachine.mounter.mountSelectedVolumes(rows);
 }
 
-void Controls::setMountsSystemPartitions(bool also) { m.mounter.setMountsSystemPartitions(also); }
+void Controls::setMountsSystemPartitions(bool also) {
+  mMachine.mounter.setMountsSystemPartitions(also);
+}
 
 void Controls::setPreference(const std::string& key, const ZAN_Value& value) {
   if (key == PreferenceKey::scheduleDisabled) {
@@ -305,19 +258,12 @@ void Controls::setPreference(const std::string& key, const ZAN_Value& value) {
 void Controls::preferencesDidChange() {
   m.preferences.loadPrefs();
   m.preferences.savePrefs();
-  if (onPreferencesChanged) onPreferencesChanged();
-  m.evaluation.checkActionsToLaunch();
-  m.statusItem.forgetCurrentIcon();
+  m.store.settings().applyDateLocaleFromSettings(m.strings);
+  mMachine.wakeUp.followPreferences();
+  if (!mWork.queue.empty()) mWork.queue.saveActionsQueue();
+  m.changes.note(Change::preferences);
+  mWork.evaluation.checkActionsToLaunch();
   m.state.updateMenu();
-  if (m.state.mErrorInExecution != 0) {
-    m.statusItem.createStatusItem();
-  } else if (m.preferences.mShowIconMenuMode == kIconNever) {
-    m.statusItem.removeStatusItem();
-  } else if (m.preferences.mShowIconMenuMode == 0) {
-    m.statusItem.createStatusItem();
-  }
-  m.floatingIcon.applyMode();
-  m.platform.userInterface.rearrangeMessageWindows();
 }
 
 void Controls::sendDailyReportNow() {
@@ -338,7 +284,7 @@ void Controls::quitScheduler() {
            if (!quits) return;
            m.platform.userInterface.hideWindow(Window::status);
            m.platform.runLoop.performAfter(kQuitDelay, [this] { terminateBySelf(); });
-           m.report.addToReportFile(m.texts.text("ReportQuitScheduler"));
+           m.store.texts().addToReportFile(m.texts.text("ReportQuitScheduler"));
          });
 }
 

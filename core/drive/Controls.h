@@ -7,74 +7,24 @@
 
 namespace corvana {
 
-class ActionQueue;
-class Contexts;
-class ExecuteSupervisor;
-class FloatingIcon;
 class LaunchStep;
-class Messages;
-class Preferences;
-class SchedulerLog;
-class SiblingChannel;
-class SiblingStatus;
-class StatusItem;
-class TextFiles;
-class TriggerEvaluation;
-class VolumeMounter;
-class VolumesFolderSurvey;
-class ZAN_StringTable;
-struct Platform;
-struct SchedulerState;
+struct MachineDuties;
+struct Records;
+struct Work;
 
 /// The user's hand on the scheduler: every command of the menus, the windows, the bus and other
 /// machines ends here. Thread: main.
 class Controls : public SchedulerCommands {
  public:
-  /// What it leans on; everything outlives it.
-  struct Surroundings {
-    Platform& platform;
-    SchedulerState& state;
-    Preferences& preferences;
-    TextFiles& report;
-    SchedulerLog& log;
-    Messages& messages;
-    SiblingChannel& channel;
-    SiblingStatus& siblings;
-    ActionQueue& queue;
-    TriggerEvaluation& evaluation;
-    ExecuteSupervisor& supervisor;
-    Contexts& contexts;
-    StatusItem& statusItem;
-    FloatingIcon& floatingIcon;
-    LaunchStep& launchStep;
-    VolumeMounter& mounter;
-    VolumesFolderSurvey& folderSurvey;
-    const ZAN_StringTable& texts;
-    std::string mainAppBundlePath;
-  };
+  Controls(Records& records, Work& work, MachineDuties& machine, LaunchStep& launchStep);
 
-  explicit Controls(Surroundings surroundings);
-
+  // Hooks
   /// The agent is to end, or to be replaced by a fresh run of itself.
   std::function<void()> onQuitWanted;
   std::function<void()> onRelaunchWanted;
-  /// Automatic execution was switched on or off: what other machines see has to follow.
-  std::function<void()> onActiveChanged;
   /// The report is to be mailed.
   std::function<void()> onDailyReportWanted;
-  /// Preferences were read again.
-  std::function<void()> onPreferencesChanged;
 
-  /// What concerns the machine is done elsewhere; each is the command of its name.
-  std::function<void()> onAskAboutStartupDiskChange;
-  std::function<void()> onConfirmStartupDisk;
-  std::function<Result<std::string>()> onSaveListProcess;
-  std::function<void()> onShowAllDisksInformation;
-
-  /// Enables automatic execution without a word, as at the end of the start-up.
-  void enableAfterStartup();
-  /// The menus, the menu's title and the main application follow a change of the execution's state.
-  void updateExecutionStatusMenus();
   /// Sets the pause without telling the execute application, as it asked for it itself.
   void setPause(bool pause);
   void bringWindowsToFront();
@@ -114,8 +64,8 @@ class Controls : public SchedulerCommands {
   void showSurveyFolderResults() override;
   void showLatestActions() override;
   void openMainApp() override;
-  void askAboutStartupDiskChange() override { onAskAboutStartupDiskChange(); }
-  void confirmStartupDisk() override { onConfirmStartupDisk(); }
+  void askAboutStartupDiskChange() override;
+  void confirmStartupDisk() override;
   Result<std::string> saveListProcess() override;
   void showAllDisksInformation() override;
   void mountVolumes() override;
@@ -134,7 +84,10 @@ class Controls : public SchedulerCommands {
  private:
   void togglePause(bool tellExecute);
 
-  Surroundings m;
+  Records& m;
+  Work& mWork;
+  MachineDuties& mMachine;
+  LaunchStep& mLaunchStep;
   bool mListActionWasOpenByUser = false;
   bool mAsksToQuit = false;
 };

@@ -5,14 +5,10 @@
 #include <string>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "core/record/Messages.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SiblingChannel.h"
+#include "core/record/Records.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotifications.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/Processes.h"
 #include "platform/UserInterface.h"
 
@@ -30,30 +26,30 @@ std::string fileName(const std::string& path) {
 }  // namespace
 
 bool InstanceCheck::anotherInstanceRuns() const {
-  const std::string own = fileName(mPlatform.machine.bundlePath());
+  const std::string own = fileName(m.platform.machine.bundlePath());
   if (own.empty()) return false;
-  const auto running = mPlatform.processes.running();
-  const auto me = std::ranges::find(running, mPlatform.processes.ownPid(), &RunningProcess::pid);
+  const auto running = m.platform.processes.running();
+  const auto me = std::ranges::find(running, m.platform.processes.ownPid(), &RunningProcess::pid);
   return std::ranges::any_of(running, [&](const RunningProcess& process) {
     if (fileName(process.bundlePath) != own) return false;
-    if (me == running.end()) return process.pid != mPlatform.processes.ownPid();
+    if (me == running.end()) return process.pid != m.platform.processes.ownPid();
     return std::pair(process.start, process.pid) < std::pair(me->start, me->pid);
   });
 }
 
 void InstanceCheck::leaveToTheOtherInstance() {
-  const std::string& text = mTexts.text("SchedulerLaunchedMultipleText");
-  mLog.addSchedulerLog(LogCode::message, text);
-  mPlatform.notifications.stopObserving(std::string(kSchedulerNotification));
+  const std::string& text = m.texts.text("SchedulerLaunchedMultipleText");
+  m.log.addSchedulerLog(LogCode::message, text);
+  m.platform.notifications.stopObserving(std::string(kSchedulerNotification));
   ZAN_Value desktop;
-  for (const auto& [name, value] : mPlatform.userInterface.desktop()) {
+  for (const auto& [name, value] : m.platform.userInterface.desktop()) {
     desktop.setValue(name, value);
   }
-  mPlatform.notifications.post(
+  m.platform.notifications.post(
       {std::string(kSchedulerNotification), "ShowAllVisibleWindowsActions", desktop});
-  mMessages.showMessageImmediatly(mTexts.text("SchedulerLaunchedMultiple"), text, kMessageSeconds,
-                                  false);
-  mPlatform.clock.sleep(kBlockSeconds);
+  m.messages.showMessageImmediatly(m.texts.text("SchedulerLaunchedMultiple"), text, kMessageSeconds,
+                                   false);
+  m.platform.clock.sleep(kBlockSeconds);
 }
 
 }  // namespace corvana

@@ -2,17 +2,12 @@
 
 namespace corvana {
 
-class Messages;
-class SchedulerLog;
-class ZAN_StringTable;
-struct Platform;
+struct Records;
 
 /// There is to be one agent for a user. Thread: main.
 class InstanceCheck {
  public:
-  InstanceCheck(Platform& platform, SchedulerLog& log, Messages& messages,
-                const ZAN_StringTable& texts)
-      : mPlatform(platform), mLog(log), mMessages(messages), mTexts(texts) {}
+  explicit InstanceCheck(Records& records) : m(records) {}
 
   /// Whether another agent was there first: of two that start at the same moment one has to stay.
   bool anotherInstanceRuns() const;
@@ -21,10 +16,7 @@ class InstanceCheck {
   void leaveToTheOtherInstance();
 
  private:
-  Platform& mPlatform;
-  SchedulerLog& mLog;
-  Messages& mMessages;
-  const ZAN_StringTable& mTexts;
+  Records& m;
 };
 
 }  // namespace corvana

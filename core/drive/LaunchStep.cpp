@@ -3,22 +3,13 @@
 #include <cmath>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionContext.h"
-#include "actions/ActionTree.h"
 #include "actions/ProgrammedAction.h"
-#include "core/machine/VolumeWatch.h"
-#include "core/record/DebugLog.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerState.h"
-#include "core/work/ActionQueue.h"
-#include "core/work/ExecuteSupervisor.h"
-#include "core/work/TriggerEvaluation.h"
+#include "core/machine/MachineDuties.h"
+#include "core/record/Records.h"
+#include "core/work/Work.h"
 #include "platform/Clock.h"
 #include "platform/UserInterface.h"
-#include "ui/Announce.h"
 
 namespace corvana {
 
@@ -31,27 +22,26 @@ constexpr double kAnnounceSeconds = 1.0;
 constexpr double kSaveVolumesAfterLaunch = 5.0;
 /// From here on an idle user is worth a line.
 constexpr double kIdleSecondsToTell = 120.0;
+constexpr double kMinute = 60.0;
 
 }  // namespace
 
-LaunchStep::LaunchStep(const Surroundings& surroundings) : m(surroundings) {}
-
 void LaunchStep::run() {
-  m.announce.closeUnlessForQueueHead();
-  const ReferenceTime now = m.clock.now();
+  if (mWork.announce.isOutOfDate()) mWork.announce.closeAnnounceWindow();
+  const ReferenceTime now = m.platform.clock.now();
   if (m.messages.hasPending() || !m.state.mPauseBeforeNextStep.isPassed(now)) return;
   const bool requestsRemain = updateExecuteNowRequests();
   if (!mWelcomeMessageWasDisplayed) showWelcomeMessage();
   // Also where no welcome is given, or nothing would run and nobody would know why.
-  if (m.state.mStartedFromNewMachine && !mStartupDiskWasAsked && onStartupDiskQuestion) {
+  if (m.state.mStartedFromNewMachine && !mStartupDiskWasAsked) {
     mStartupDiskWasAsked = true;
-    onStartupDiskQuestion();
+    mMachine.startupDisk.askSoon();
   }
   if (m.state.mScheduleDisabledWhenDone && isAllDone()) {
     m.state.mScheduleDisabledWhenDone = false;
-    onAllDone();
+    mWork.automatic.setActive(false);
   }
-  if (m.state.mScheduleDisabled && !requestsRemain && !m.supervisor.isExecuting()) {
+  if (m.state.mScheduleDisabled && !requestsRemain && !mWork.supervisor.isExecuting()) {
     setStatusInformation({});
     return;
   }
@@ -59,14 +49,14 @@ void LaunchStep::run() {
     setStatusInformation(m.texts.text("ActionPaused"));
     return;
   }
-  if (m.supervisor.isExecuting()) {
-    m.supervisor.supervise();
-    if (m.supervisor.isExecuting())
+  if (mWork.supervisor.isExecuting()) {
+    mWork.supervisor.supervise();
+    if (mWork.supervisor.isExecuting())
       setStatusInformation(m.texts.text("ExecutingAction", {mRunningTitle}));
   } else if (mMustShutDownAfterCurrentAction) {
     mMustShutDownAfterCurrentAction = false;
     onShutDownWanted();
-  } else if (m.queue.empty()) {
+  } else if (mWork.queue.empty()) {
     setStatusInformation({});
   } else if (!m.messages.isShown()) {
     launchHead();
@@ -75,20 +65,19 @@ void LaunchStep::run() {
 
 /// Whether nothing is left to wait for before execution is disabled; a machine to be shut down is.
 bool LaunchStep::isAllDone() const {
-  if (m.supervisor.isExecuting() || mMustShutDownAfterCurrentAction) return false;
-  return m.queue.empty() || m.state.mScheduleDisabled;
+  if (mWork.supervisor.isExecuting() || mMustShutDownAfterCurrentAction) return false;
+  return mWork.queue.empty() || m.state.mScheduleDisabled;
 }
 
 /// Whether records are still to be run although automatic execution is off.
 bool LaunchStep::updateExecuteNowRequests() {
-  if (m.queue.executeNowActionsList().empty()) return false;
+  if (mWork.queue.executeNowActionsList().empty()) return false;
   if (!m.state.mScheduleDisabled) {
-    m.queue.clearExecuteNowActions();
-    m.userInterface.listsChanged();
+    mWork.queue.clearExecuteNowActions();
     return false;
   }
-  m.queue.dropFinishedExecuteNowActions();
-  if (m.queue.executeNowActionsList().empty()) return false;
+  mWork.queue.dropFinishedExecuteNowActions();
+  if (mWork.queue.executeNowActionsList().empty()) return false;
   setStatusInformation(m.texts.text("DisabledInfo"));
   return true;
 }
@@ -110,40 +99,40 @@ void LaunchStep::showWelcomeMessage() {
     } else {
       m.messages.showMessage(m.texts.text("SchedulerLaunchedTitle"), text, seconds, true);
     }
-    m.state.holdBackUntil(m.clock.now() + seconds);
+    m.state.holdBackUntil(m.platform.clock.now() + seconds);
     m.debugLog.logMessage("Scheduler show welcome message", false);
   }
 }
 
 void LaunchStep::launchHead() {
-  m.supervisor.setProgressValue(0);
-  if (isHeldBack && isHeldBack()) return;
-  if (onStrayFolders && onStrayFolders()) return;
-  const ReferenceTime now = m.clock.now();
-  if (m.preferences.mPrefShowMessageBeforeAction != 0 && !m.announce.isOpen()) {
-    m.announce.showAnnounceForQueueHead();
-    if (m.announce.isOpen()) {
+  m.state.mProgress.value = 0;
+  if (mMachine.mounter.isUnmounting()) return;
+  if (mMachine.folderSurvey.holdsLaunchBack()) return;
+  const ReferenceTime now = m.platform.clock.now();
+  if (m.preferences.mPrefShowMessageBeforeAction != 0 && !mWork.announce.isOpen()) {
+    mWork.announce.showAnnounceForQueueHead();
+    if (mWork.announce.isOpen()) {
       m.state.holdBackUntil(now + kAnnounceSeconds);
     } else {
-      m.supervisor.executionDidEnd();
+      mWork.supervisor.executionDidEnd();
     }
     return;
   }
-  const ReferenceTime date = m.queue.head().date;
+  const ReferenceTime date = mWork.queue.head().date;
   if (now < date) {
     setStatusInformation(
         m.texts.text("WillExecuteAction", {static_cast<std::int64_t>(std::floor(date - now))}));
     return;
   }
-  switch (m.supervisor.launchNextAction()) {
+  switch (mWork.supervisor.launchNextAction()) {
     case LaunchResult::launched:
-      if (const auto* action = m.tree.rootItem().actionForReference(m.queue.head().ref)) {
+      if (const auto* action = m.tree.rootItem().actionForReference(mWork.queue.head().ref)) {
         mRunningTitle = action->getTitle();
       }
       m.debugLog.logMessage("Scheduler launch Execute process", true);
       break;
     case LaunchResult::actionGone:
-      m.supervisor.executionDidEnd();
+      mWork.supervisor.executionDidEnd();
       break;
     case LaunchResult::otherExecution:
       setStatusInformation(m.texts.text("OtherExecution"));
@@ -152,32 +141,79 @@ void LaunchStep::launchHead() {
     case LaunchResult::queueEmpty:
       break;
   }
-  m.volumes.saveVolumesInfosAt(m.clock.now() + kSaveVolumesAfterLaunch);
+  mMachine.volumeWatch.saveVolumesInfosAt(m.platform.clock.now() + kSaveVolumesAfterLaunch);
   setStatusInformation({});
 }
 
-bool LaunchStep::isAtRest() const {
-  return mWelcomeMessageWasDisplayed && (mStartupDiskWasAsked || !m.state.mStartedFromNewMachine) &&
-         !mMustShutDownAfterCurrentAction && m.queue.empty() && !m.supervisor.isExecuting() &&
-         !m.messages.hasPending() && !m.messages.isShown() && !m.state.mScheduleDisabledWhenDone &&
-         m.queue.executeNowActionsList().empty();
+ReferenceTime LaunchStep::nextWork() const {
+  if (mWork.announce.isOutOfDate()) return kAtOnce;
+  // A message that waits holds everything back until others have shown it.
+  if (m.messages.hasPending()) return kNever;
+  const ReferenceTime from = hasWork() ? headIsFarUntil() : nextIdleMinute();
+  return from == kNever ? kNever : std::max(m.state.mPauseBeforeNextStep.passing(), from);
+}
+
+/// Whether `run` would do anything once the hold-back is over, asked in its order.
+bool LaunchStep::hasWork() const {
+  const bool executing = mWork.supervisor.isExecuting();
+  const bool requestsWait = !mWork.queue.executeNowActionsList().empty();
+  if (!mWelcomeMessageWasDisplayed) return true;
+  if (m.state.mStartedFromNewMachine && !mStartupDiskWasAsked) return true;
+  if (m.state.mScheduleDisabledWhenDone && isAllDone()) return true;
+  if (requestsWait && !(m.state.mScheduleDisabled && executing)) return true;
+  if (m.state.mScheduleDisabled && !requestsWait && !executing) return saysWhatIsOver();
+  if (m.state.mPause) return mStatusInformation != m.texts.text("ActionPaused");
+  if (executing) return mWork.supervisor.needsSupervision() || mStatusInformation.empty();
+  if (mMustShutDownAfterCurrentAction) return true;
+  return mWork.queue.empty() ? saysWhatIsOver() : !m.messages.isShown();
+}
+
+/// Nothing holds the scheduler up any more, and the line still says so. That a user is idle is said
+/// anew with each evaluation.
+bool LaunchStep::saysWhatIsOver() const {
+  return !mStatusInformation.empty() && !mWork.evaluation.idleTimeScheduling();
+}
+
+/// When the line about an idle user has another minute.
+ReferenceTime LaunchStep::nextIdleMinute() const {
+  const bool silent = !m.state.mPause && !mWork.supervisor.isExecuting() &&
+                      (mWork.queue.empty() || m.state.mScheduleDisabled);
+  if (!silent || !mWork.evaluation.idleTimeScheduling()) return kNever;
+  const ReferenceTime start = m.state.mStartOfIdleTime.at();
+  const double idle = m.platform.clock.now() - start;
+  if (idle <= kIdleSecondsToTell)
+    return mStatusInformation.empty() ? start + kIdleSecondsToTell : kAtOnce;
+  const auto minutes = static_cast<std::int64_t>(idle / kMinute);
+  return mStatusInformation == m.texts.text("IdleTimeInformation", {minutes})
+             ? start + static_cast<double>(minutes + 1) * kMinute
+             : kAtOnce;
+}
+
+/// A minute before the date of a head that is announced and far from due, while nobody sees the
+/// seconds count down.
+ReferenceTime LaunchStep::headIsFarUntil() const {
+  const bool announced = m.preferences.mPrefShowMessageBeforeAction == 0 || mWork.announce.isOpen();
+  if (mWork.queue.empty() || mWork.supervisor.isExecuting() || !announced) return kAtOnce;
+  if (mStatusInformation.empty() || m.platform.userInterface.isWindowVisible(Window::status))
+    return kAtOnce;
+  return mWork.queue.head().date - kMinute;
 }
 
 void LaunchStep::clearStatusInformation() {
   mStatusInformation.clear();
-  m.userInterface.setStatusInformation({});
+  m.changes.note(Change::statusLine);
 }
 
 void LaunchStep::setStatusInformation(std::string text) {
-  if (text.empty() && m.evaluation.idleTimeScheduling()) {
-    const double idle = m.clock.now() - m.state.mStartOfIdleTime.at();
+  if (text.empty() && mWork.evaluation.idleTimeScheduling()) {
+    const double idle = m.platform.clock.now() - m.state.mStartOfIdleTime.at();
     if (idle > kIdleSecondsToTell) {
-      text = m.texts.text("IdleTimeInformation", {static_cast<std::int64_t>(idle / 60)});
+      text = m.texts.text("IdleTimeInformation", {static_cast<std::int64_t>(idle / kMinute)});
     }
   }
   if (text == mStatusInformation) return;
   mStatusInformation = std::move(text);
-  m.userInterface.setStatusInformation(mStatusInformation);
+  m.changes.note(Change::statusLine);
 }
 
 }  // namespace corvana

@@ -3,30 +3,16 @@
 #include <string>
 #include <vector>
 
-#include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
 #include "actions/ProgrammedAction.h"
 #include "core/drive/Controls.h"
 #include "core/drive/LaunchStep.h"
-#include "core/drive/SiblingStatus.h"
-#include "core/machine/RecoveryCopy.h"
-#include "core/machine/VolumeMounter.h"
-#include "core/machine/VolumesFolderSurvey.h"
-#include "core/record/DebugLog.h"
-#include "core/record/ExceptionGuard.h"
-#include "core/record/Messages.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingChannel.h"
-#include "core/record/SurveyExecution.h"
-#include "core/work/ActionQueue.h"
-#include "core/work/ExecuteSupervisor.h"
-#include "core/work/TriggerEvaluation.h"
+#include "core/machine/MachineDuties.h"
+#include "core/record/Records.h"
+#include "core/work/Work.h"
 #include "platform/Clock.h"
-#include "platform/Platform.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
-#include "ui/Announce.h"
 
 namespace corvana {
 
@@ -74,8 +60,14 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
   return kRows;
 }
 
-NotificationDispatch::NotificationDispatch(const Surroundings& surroundings)
-    : m(surroundings), mMainAppReceiveNotifications(m.state.mMainAppLaunched) {}
+NotificationDispatch::NotificationDispatch(Records& records, Work& work, MachineDuties& machine,
+                                           LaunchStep& launchStep, Controls& controls)
+    : m(records),
+      mWork(work),
+      mMachine(machine),
+      mLaunchStep(launchStep),
+      mControls(controls),
+      mMainAppReceiveNotifications(m.state.mMainAppLaunched) {}
 
 NotificationDispatch::~NotificationDispatch() {
   m.platform.notifications.stopObserving(std::string(kSchedulerNotification));
@@ -92,63 +84,59 @@ void NotificationDispatch::schedulerNotificationReceived(
   const SurveyExecution::Bracket bracket(m.survey, "receiveNotification");
   if (notification.name != kSchedulerNotification) return;
   const double start = m.platform.clock.monotonic();
-  if (!m.launchStep.welcomeMessageWasDisplayed()) m.state.holdBackUntil(m.platform.clock.now());
+  if (!mLaunchStep.welcomeMessageWasDisplayed()) m.state.holdBackUntil(m.platform.clock.now());
   for (const Row& row : rows()) {
     if (row.object != notification.object) continue;
     m.guard.run([&] { (this->*row.action)(notification.userInfo); });
     break;
   }
+  m.changes.touch();
   m.debugLog.addToTimer(DebugLog::Timer::notifications, m.platform.clock.monotonic() - start);
 }
 
 void NotificationDispatch::launchAction(const ZAN_Value& userInfo) {
-  m.queue.addActionToQueue(userInfo.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay, -1,
-                           true, false, userInfo.integer("EstimateSize") != 0);
+  mWork.queue.addActionToQueue(userInfo.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay,
+                               -1, true, false, userInfo.integer("EstimateSize") != 0);
   m.debugLog.logMessage("Scheduler received notification for action manually launched", true);
 }
 
 void NotificationDispatch::preferencesDidChange(const ZAN_Value&) {
-  m.controls.preferencesDidChange();
+  mControls.preferencesDidChange();
 }
 
 void NotificationDispatch::openPreferences(const ZAN_Value&) {
-  m.controls.showWindow(Window::preferences);
+  mControls.showWindow(Window::preferences);
 }
 
 void NotificationDispatch::actionListChanged(const ZAN_Value&) {
   m.tree.releaseRootItem();
-  m.evaluation.checkActionsToLaunch();
-  if (onActionListChanged) onActionListChanged();
+  mWork.evaluation.checkActionsToLaunch();
+  mWork.evaluation.rebuildActionsList();
+  mMachine.shutdownHelper.update();
+  m.changes.note(Change::tree);
 }
 
 void NotificationDispatch::actionChanged(const ZAN_Value&) {
   m.tree.releaseRootItem();
-  m.siblings.postActionListChanged();
+  m.channel.postToMainApp("ActionListChanged");
 }
 
 void NotificationDispatch::cleanVolumesFolder(const ZAN_Value&) {
-  m.folderSurvey.removeExtraItemsInVolumesFolder();
+  mMachine.folderSurvey.removeExtraItemsInVolumesFolder();
 }
 
 void NotificationDispatch::executeProgress(const ZAN_Value& userInfo) {
-  m.supervisor.trimExecuteCurrentPaths();
-  if (userInfo.contains("CurrentPath")) m.supervisor.addExecuteCurrentPath(userInfo);
-  if (userInfo.contains("ProgressValue")) {
-    m.supervisor.setProgressValue(userInfo["ProgressValue"].doubleValue());
-    m.announce.showProgress(userInfo);
-    for (const Window window : {Window::queue, Window::status})
-      m.platform.userInterface.windowChanged(window);
-  }
-  m.platform.userInterface.windowChanged(Window::executionSurvey);
+  mWork.supervisor.takeProgress(userInfo);
 }
 
 void NotificationDispatch::unmountVolume(const ZAN_Value& userInfo) {
-  m.mounter.rememberVolumeMountedByScheduler(userInfo.string("Path"));
+  mMachine.mounter.rememberVolumeMountedByScheduler(userInfo.string("Path"));
 }
 
 void NotificationDispatch::unmountVolumeImmediate(const ZAN_Value& userInfo) {
-  m.platform.runLoop.performAfter(
-      kUnmountDelay, [this, path = userInfo.string("Path")] { m.mounter.unmountVolume(path); });
+  m.platform.runLoop.performAfter(kUnmountDelay, [this, path = userInfo.string("Path")] {
+    mMachine.mounter.unmountVolume(path);
+  });
 }
 
 void NotificationDispatch::message(const ZAN_Value& userInfo) {
@@ -161,16 +149,18 @@ void NotificationDispatch::messageOff(const ZAN_Value&) { m.messages.closeMessag
 
 void NotificationDispatch::activateExecution(const ZAN_Value& userInfo) {
   if (userInfo.contains("Activate")) {
-    m.controls.setSchedulerActive(userInfo["Activate"].boolValue());
+    mControls.setSchedulerActive(userInfo["Activate"].boolValue());
   }
 }
 
 void NotificationDispatch::actionPause(const ZAN_Value& userInfo) {
-  if (userInfo.contains("Pause")) m.controls.setPause(userInfo["Pause"].boolValue());
+  if (userInfo.contains("Pause")) mControls.setPause(userInfo["Pause"].boolValue());
 }
 
 void NotificationDispatch::actionHistoryChanged(const ZAN_Value&) {
-  if (onHistoryChanged) onHistoryChanged();
+  m.history.results().updateActionResults();
+  m.history.reloadProgrammedHistoryList();
+  m.changes.note(Change::history);
 }
 
 void NotificationDispatch::addToLog(const ZAN_Value& userInfo) { m.log.addSchedulerLog(userInfo); }
@@ -189,19 +179,19 @@ void NotificationDispatch::displayUserNotification(const ZAN_Value& userInfo) {
 }
 
 void NotificationDispatch::getProcessStatus(const ZAN_Value&) {
-  m.platform.runLoop.performAfter(kAnswerDelay, [this] { m.siblings.sendStatus(); });
+  m.platform.runLoop.performAfter(kAnswerDelay, [this] { m.channel.sendStatus(); });
 }
 
 void NotificationDispatch::quitProcess(const ZAN_Value&) {
-  if (m.supervisor.isExecuting()) m.controls.stopExecution();
-  m.platform.runLoop.performAfter(kAnswerDelay, [this] { m.controls.terminateBySelf(); });
+  if (mWork.supervisor.isExecuting()) mControls.stopExecution();
+  m.platform.runLoop.performAfter(kAnswerDelay, [this] { mControls.terminateBySelf(); });
 }
 
 void NotificationDispatch::showPendingActions(const ZAN_Value&) {
-  m.controls.showWindow(Window::queue);
+  mControls.showWindow(Window::queue);
 }
 
-void NotificationDispatch::showLatestActions(const ZAN_Value&) { m.controls.showLatestActions(); }
+void NotificationDispatch::showLatestActions(const ZAN_Value&) { mControls.showLatestActions(); }
 
 void NotificationDispatch::showAllVisibleWindows(const ZAN_Value& userInfo) {
   std::map<std::string, std::string> desktop;
@@ -209,36 +199,36 @@ void NotificationDispatch::showAllVisibleWindows(const ZAN_Value& userInfo) {
     if (userInfo[name].isString()) desktop[name] = userInfo.string(name);
   }
   if (!desktop.empty() && onDesktopOffered) onDesktopOffered(desktop);
-  m.controls.bringWindowsToFront();
+  mControls.bringWindowsToFront();
 }
 
 void NotificationDispatch::launchShutDownActions(const ZAN_Value&) {
   ProgrammedAction::Nodes actions;
-  const ActionsTools today(m.evaluation.calendar(), m.platform.clock.now());
+  const ActionsTools today(mWork.evaluation.calendar(), m.platform.clock.now());
   m.tree.rootItem().getListOfShutDownActions(actions, &today);
   // An addition may release the tree, and its nodes with it.
   std::vector<std::int64_t> references;
   for (const ProgrammedAction* action : actions) references.push_back(action->getReference());
   for (const std::int64_t ref : references)
-    m.queue.addActionToQueue(ref, m.platform.clock.now(), -1);
-  onTerminateWhenAllDone();
+    mWork.queue.addActionToQueue(ref, m.platform.clock.now(), -1);
+  m.state.mMustTerminateWhenAllDone = true;
 }
 
-void NotificationDispatch::confirmStartupDisk(const ZAN_Value&) { m.controls.confirmStartupDisk(); }
+void NotificationDispatch::confirmStartupDisk(const ZAN_Value&) { mControls.confirmStartupDisk(); }
 
-void NotificationDispatch::sendReportEmail(const ZAN_Value&) { m.controls.sendDailyReportNow(); }
+void NotificationDispatch::sendReportEmail(const ZAN_Value&) { mControls.sendDailyReportNow(); }
 
 void NotificationDispatch::shutDownMac(const ZAN_Value&) {
-  m.launchStep.shutDownAfterCurrentAction();
+  mLaunchStep.shutDownAfterCurrentAction();
 }
 
 void NotificationDispatch::surveyReply(const ZAN_Value& userInfo) {
   if (userInfo.contains("ExecuteReplyMessage"))
-    m.supervisor.showExecuteReply(userInfo.string("ExecuteReplyMessage"));
+    mWork.supervisor.showExecuteReply(userInfo.string("ExecuteReplyMessage"));
 }
 
 void NotificationDispatch::sendCopyRecoveryHD(const ZAN_Value& userInfo) {
-  m.recoveryCopy.copyRecoveryPartition(userInfo);
+  mMachine.recoveryCopy.copyRecoveryPartition(userInfo);
 }
 
 }  // namespace corvana

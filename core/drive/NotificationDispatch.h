@@ -9,24 +9,11 @@
 
 namespace corvana {
 
-class ActionQueue;
-class ActionTree;
-class Announce;
 class Controls;
-class DebugLog;
-class ExceptionGuard;
-class ExecuteSupervisor;
 class LaunchStep;
-class Messages;
-class RecoveryCopy;
-class SchedulerLog;
-class SiblingStatus;
-class SurveyExecution;
-class TriggerEvaluation;
-class VolumeMounter;
-class VolumesFolderSurvey;
-struct Platform;
-struct SchedulerState;
+struct MachineDuties;
+struct Records;
+struct Work;
 
 /// Answers the messages of the main application and the execute application: a table from what a
 /// message says to what is done. Unknown messages, and missing or wrong details, are ignored; an
@@ -34,37 +21,10 @@ struct SchedulerState;
 /// Thread: main.
 class NotificationDispatch {
  public:
-  /// What it leans on; everything outlives it.
-  struct Surroundings {
-    Platform& platform;
-    SchedulerState& state;
-    ActionTree& tree;
-    SchedulerLog& log;
-    DebugLog& debugLog;
-    SurveyExecution& survey;
-    Messages& messages;
-    SiblingStatus& siblings;
-    ActionQueue& queue;
-    TriggerEvaluation& evaluation;
-    ExecuteSupervisor& supervisor;
-    Announce& announce;
-    LaunchStep& launchStep;
-    Controls& controls;
-    VolumeMounter& mounter;
-    RecoveryCopy& recoveryCopy;
-    VolumesFolderSurvey& folderSurvey;
-    ExceptionGuard& guard;
-  };
-
-  explicit NotificationDispatch(const Surroundings& surroundings);
+  NotificationDispatch(Records& records, Work& work, MachineDuties& machine, LaunchStep& launchStep,
+                       Controls& controls);
   ~NotificationDispatch();
 
-  /// The tree was changed by another program: what is derived from it has to follow.
-  std::function<void()> onActionListChanged;
-  /// The history was changed by another program.
-  std::function<void()> onHistoryChanged;
-  /// The agent ends once everything asked for is done.
-  std::function<void()> onTerminateWhenAllDone;
   /// The agent was started again on a desktop, whose variables of the environment these are.
   std::function<void(const std::map<std::string, std::string>&)> onDesktopOffered;
 
@@ -113,7 +73,11 @@ class NotificationDispatch {
   void unmountVolumeImmediate(const ZAN_Value& userInfo);
   void sendCopyRecoveryHD(const ZAN_Value& userInfo);
 
-  Surroundings m;
+  Records& m;
+  Work& mWork;
+  MachineDuties& mMachine;
+  LaunchStep& mLaunchStep;
+  Controls& mControls;
   bool mMainAppReceiveNotifications = false;
 };
 

@@ -6,32 +6,16 @@
 #include <string>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "actions/ActionStore.h"
+#include "core/drive/Controls.h"
 #include "core/drive/LaunchStep.h"
-#include "core/drive/SiblingStatus.h"
-#include "core/machine/FreeSpaceSurvey.h"
-#include "core/machine/SettingsBackup.h"
-#include "core/machine/StartupDisk.h"
-#include "core/machine/VolumeMounter.h"
-#include "core/machine/VolumeWatch.h"
-#include "core/machine/VolumesFolderSurvey.h"
-#include "core/machine/WakeUp.h"
-#include "core/record/DebugLog.h"
-#include "core/record/ExceptionGuard.h"
-#include "core/record/Messages.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingWatch.h"
-#include "core/work/ActionQueue.h"
-#include "core/work/ExecuteSupervisor.h"
-#include "core/work/TriggerEvaluation.h"
+#include "core/machine/MachineDuties.h"
+#include "core/record/Records.h"
+#include "core/work/Work.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/Processes.h"
+#include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
-#include "ui/FloatingIcon.h"
-#include "ui/StatusItem.h"
 
 namespace corvana {
 
@@ -39,62 +23,119 @@ namespace {
 
 constexpr double kStalled = 15.0;
 constexpr int kTicksAfterStall = 20;
+constexpr int kTicksAfterSleep = 50;
 /// So far back the clock may go between two ticks before it counts as set back.
 constexpr double kClockSetBack = 2.0;
 constexpr double kCheckInterval = 600.0;
-constexpr int kActivityTicks = 60;
+constexpr double kMinute = 60.0;
 constexpr double kFirstRelaunch = 10800.0;
 constexpr double kRelaunchInterval = 3700.0;
 constexpr double kKeepAwayFromAction = 300.0;
 constexpr int kFarAway = 100;
 constexpr int kLookAhead = 15;
 constexpr int kCountDownFrom = 59;
-constexpr int kSettingsTicks = 600;
 constexpr int kFirstSettingsTick = 121;
+constexpr double kIconAfterMainApp = 3.0;
+/// A desktop that got another screen moves its panels for a moment.
+constexpr double kRearrangeAfter = 1.0;
+
+ReferenceTime onceIf(bool due) { return due ? kAtOnce : kNever; }
 
 }  // namespace
 
-// In this order. Everything below the first row waits while the machine wakes up.
-const SchedulerTick::Row SchedulerTick::kRows[] = {
-    {kActivityTicks, nullptr, &SchedulerTick::saveActivity},
-    {1, nullptr, &SchedulerTick::followUser},
-    {1, &SchedulerTick::messageIsOver, &SchedulerTick::closeMessage},
-    {1, &SchedulerTick::checkIsDue, &SchedulerTick::checkTriggers},
-    {1, &SchedulerTick::noticeWaits, &SchedulerTick::postNotice},
-    {1, &SchedulerTick::savingIsDue, &SchedulerTick::saveVolumes},
-    {20, &SchedulerTick::startupDiskIsLogged, &SchedulerTick::logStartupDisk},
-    {20, &SchedulerTick::wakeUpIsOn, &SchedulerTick::setWakeup},
-    {20, &SchedulerTick::surveyIsVisible, &SchedulerTick::refreshSurvey},
-    {kSettingsTicks, &SchedulerTick::settingsMayBeCopied, &SchedulerTick::copySettings},
-    {1, &SchedulerTick::freeSpaceIsDue, &SchedulerTick::checkFreeSpace},
-    {1, &SchedulerTick::cleaningIsDue, &SchedulerTick::cleanVolumes},
-    {10, nullptr, &SchedulerTick::watchMainApp},
-    {10, &SchedulerTick::strayFoldersAreShown, &SchedulerTick::checkVolumesFolder},
-    {1, &SchedulerTick::folderSurveyIsDue, &SchedulerTick::surveyVolumesFolder},
-    {1, &SchedulerTick::messageCanFollow, &SchedulerTick::showNextMessage},
-    {1, nullptr, &SchedulerTick::launch},
-    {1, &SchedulerTick::mountedForActionsIsOver, &SchedulerTick::unmountVolumes},
-    {1, nullptr, &SchedulerTick::lookAhead},
-    {1, nullptr, &SchedulerTick::drawStatusIcon},
-    {1, nullptr, &SchedulerTick::restWhenIdle},
-    {1, &SchedulerTick::mountListIsReady, &SchedulerTick::buildMountList},
-};
-
-SchedulerTick::SchedulerTick(const Surroundings& surroundings)
-    : m(surroundings),
+SchedulerTick::SchedulerTick(Records& records, Work& work, MachineDuties& machine,
+                             LaunchStep& launchStep, const Controls& controls)
+    : m(records),
+      mWork(work),
+      mMachine(machine),
+      mLaunchStep(launchStep),
+      mControls(controls),
+      mRows(ownRows()),
       mLastTimerExecution(m.platform.clock.now()),
-      mSchedulerLaunchTime(m.state.deadlines, m.platform.clock.now() + kFirstRelaunch) {}
+      mLastMonotonic(m.platform.clock.monotonic()),
+      mSchedulerLaunchTime(m.state.deadlines, m.platform.clock.now() + kFirstRelaunch),
+      mNextActivity(m.state.deadlines) {
+  m.platform.processes.observe(m.siblingWatch.bundlePaths(), [this] {
+    mSiblingsMoved = true;
+    m.changes.touch();
+  });
+}
 
-void SchedulerTick::schedulerTick(std::int64_t n) {
-  mLastTick = n;
+SchedulerTick::~SchedulerTick() { m.platform.processes.observe({}, {}); }
+
+// In this order. Everything below the first row waits while the machine wakes up.
+std::vector<TickRow> SchedulerTick::ownRows() {
+  const Messages& messages = m.messages;
+  MachineDuties& machine = mMachine;
+  const auto shown = [this](Window window) {
+    return onceIf(m.platform.userInterface.isWindowVisible(window));
+  };
+  return {
+      {"activity", 60, [this] { return mNextActivity.at(); }, [this](auto) { saveActivity(); }},
+      {"user", 1, [this] { return userIsWatchedFrom(); }, [this](auto) { followUser(); }, true},
+      {"message", 1, [&] { return messages.endOfMessage(); },
+       [this](auto) { m.messages.closeMessageWindow(); }},
+      {"triggers", 1, [this] { return m.state.mNextCheck.at(); },
+       [this](auto) {
+         m.state.checkAt(mNow + kCheckInterval);
+         mWork.evaluation.checkActionsToLaunch();
+       }},
+      {"volumes", 1, [&] { return machine.volumeWatch.nextSaving(); },
+       [&](auto) { machine.volumeWatch.saveVolumesInfos(); }},
+      {"start-up disk", 20, [&] { return onceIf(machine.startupDisk.logs()); },
+       [&](auto) { machine.startupDisk.logStartupDiskInformation(false); }},
+      {"wake-up", 20, [&] { return machine.wakeUp.nextWork(); },
+       [&](auto) { machine.wakeUp.doSetWakeup(); }},
+      {"survey", 20, [shown] { return shown(Window::executionSurvey); },
+       [this](auto) { mWork.supervisor.doSurvey5Seconds(); }},
+      {"settings", 600, [&] { return onceIf(!machine.settingsBackup.isRunning()); },
+       [&](std::int64_t n) {
+         if (n >= kFirstSettingsTick) machine.settingsBackup.backupSettings();
+       }},
+      {"free space", 1, [&] { return machine.freeSpace.nextCheck(); },
+       [&](auto) { machine.freeSpace.checkStartupDiskFreeSpace(); }},
+      {"pruning", 1, [&] { return machine.freeSpace.nextCleaning(); },
+       [&](auto) { machine.freeSpace.cleanVolumesInfos(); }},
+      {"main application", 10, [this] { return onceIf(mSiblingsMoved); },
+       [this](auto) { watchMainApp(); }},
+      {"stray folders", 10, [shown] { return shown(Window::volumesFolderError); },
+       [&](auto) { machine.folderSurvey.checkIfVolumesFolderClean(); }},
+      {"folder survey", 1, [&] { return machine.folderSurvey.nextSurvey(); },
+       [&](auto) { machine.folderSurvey.surveyVolumesFolder(); }},
+      {"next message", 1, [&] { return onceIf(messages.hasPending() && !messages.isShown()); },
+       [this](auto) {
+         m.debugLog.logMessage("Scheduler display next pending message", false);
+         m.messages.showNextPendingMessage();
+       }},
+      {"launch", 1, [this] { return mLaunchStep.nextWork(); }, [this](auto) { mLaunchStep.run(); },
+       true},
+      {"unmount", 1,
+       [this] {
+         return onceIf(mMachine.mounter.hasVolumesToUnmount() && mWork.queue.empty() &&
+                       !mWork.supervisor.isExecuting());
+       },
+       [&](auto) { machine.mounter.unmountVolumesMountedByScheduler(); }},
+      {"look-ahead", 1, [this] { return nextLookAhead(); }, [this](auto) { lookAhead(); }, true},
+      {"rest", 1, [this] { return nextRest(); }, [this](auto) { restWhenIdle(); }, true},
+      {"mount list", 1, [&] { return onceIf(machine.mounter.isListReady()); },
+       [&](auto) { machine.mounter.takeUpdatedList(); }},
+  };
+}
+
+void SchedulerTick::insertAfter(std::string_view name, TickRow row) {
+  const auto place = std::ranges::find(mRows, name, &TickRow::name);
+  mRows.insert(place == mRows.end() ? place : place + 1, std::move(row));
+}
+
+void SchedulerTick::schedulerTick(std::int64_t n, double wanted) {
   try {
     mNow = m.platform.clock.now();
-    noticeClock();
+    noticeClock(wanted);
     bool gateIsOpen = true;
-    for (const Row& row : kRows) {
-      if (&row == &kRows[1]) gateIsOpen = !sleepGate();
+    for (const TickRow& row : mRows) {
+      if (&row == &mRows[1]) gateIsOpen = !sleepGate();
       if (!gateIsOpen) return;
-      if (n % row.every == 0 && (row.due == nullptr || (this->*row.due)())) (this->*row.duty)(n);
+      if (n % row.every == 0 && (row.always || row.due() <= mNow)) row.duty(n);
     }
   } catch (const std::exception& exception) {
     m.platform.systemLog.write(
@@ -103,19 +144,50 @@ void SchedulerTick::schedulerTick(std::int64_t n) {
   }
 }
 
-/// A timer that stalled, a clock that was set back.
-void SchedulerTick::noticeClock() {
-  const double sinceLast = mNow - mLastTimerExecution;
-  // A machine that slept has also stalled: the longer of the two waits counts.
-  if (sinceLast > kStalled) {
-    mWakeAfterSleepCounter = std::max(mWakeAfterSleepCounter, kTicksAfterStall);
+std::optional<std::int64_t> SchedulerTick::nextTick(std::int64_t n, double until) const {
+  if (mWakeAfterSleepCounter > 0 || mClockWasSet) return n;
+  const ReferenceTime first = m.platform.clock.now() + until;
+  std::optional<std::int64_t> next;
+  for (const TickRow& row : mRows) {
+    const ReferenceTime due = row.due();
+    if (due == kNever) continue;
+    // A hair early rather than a tick late.
+    const double after = due <= first ? 0 : std::ceil((due - first) / kInterval - 1e-6);
+    // Beyond the range of ticks that anybody lives to see.
+    if (after > 1e12) continue;
+    const std::int64_t earliest = n + static_cast<std::int64_t>(after);
+    const std::int64_t turn = (earliest + row.every - 1) / row.every * row.every;
+    if (!next || turn < *next) next = turn;
   }
+  return next;
+}
+
+void SchedulerTick::machineWillSleep() {
+  mWakeAfterSleepCounter = kTicksAfterSleep;
+  m.changes.touch();
+}
+
+void SchedulerTick::clockWasSet() {
+  mClockWasSet = true;
+  m.changes.touch();
+}
+
+/// A timer that stalled, a clock that was set back.
+void SchedulerTick::noticeClock(double wanted) {
+  mClockWasSet = false;
+  const double monotonic = m.platform.clock.monotonic();
+  const double jump = (mNow - mLastTimerExecution) - (monotonic - mLastMonotonic);
+  // As if a tick had come before this one: a machine that slept has also stalled, and the longer of
+  // the two waits counts.
+  const double sinceLast = kInterval + (monotonic - wanted) + jump;
+  if (sinceLast > kStalled)
+    mWakeAfterSleepCounter = std::max(mWakeAfterSleepCounter, kTicksAfterStall);
   if (sinceLast < -kClockSetBack) {
-    const double jump = sinceLast - kInterval;
     m.state.deadlines.moveDeadlines(jump, mNow);
     m.state.checkAt(mNow);
   }
   mLastTimerExecution = mNow;
+  mLastMonotonic = monotonic;
 }
 
 /// Whether the machine is still waking up.
@@ -126,153 +198,103 @@ bool SchedulerTick::sleepGate() {
   return true;
 }
 
-bool SchedulerTick::messageIsOver() const { return m.messages.isOver(mNow); }
-bool SchedulerTick::checkIsDue() const { return m.state.mNextCheck.isReached(mNow); }
-bool SchedulerTick::noticeWaits() const { return m.evaluation.hasNotExecutedNotices(); }
-bool SchedulerTick::savingIsDue() const { return m.volumes.isSavingDue(mNow); }
-bool SchedulerTick::startupDiskIsLogged() const { return m.startupDisk.logs(); }
-bool SchedulerTick::wakeUpIsOn() const { return m.wakeUp.isOn(); }
-bool SchedulerTick::freeSpaceIsDue() const { return m.freeSpace.isCheckDue(mNow); }
-bool SchedulerTick::cleaningIsDue() const { return m.freeSpace.isCleaningDue(mNow); }
-bool SchedulerTick::strayFoldersAreShown() const { return m.folderSurvey.isErrorShown(); }
-bool SchedulerTick::folderSurveyIsDue() const { return m.folderSurvey.isSurveyDue(mNow); }
-bool SchedulerTick::surveyIsVisible() const {
-  return m.platform.userInterface.isWindowVisible(Window::executionSurvey);
-}
-bool SchedulerTick::settingsMayBeCopied() const { return !m.settingsBackup.isRunning(); }
-bool SchedulerTick::messageCanFollow() const {
-  return m.messages.hasPending() && !m.messages.isShown();
-}
-
-/// The queue has become empty, and volumes were mounted for it.
-bool SchedulerTick::mountedForActionsIsOver() const {
-  return m.mounter.hasVolumesToUnmount() && m.queue.empty() && !m.supervisor.isExecuting();
-}
-bool SchedulerTick::mountListIsReady() const { return m.mounter.isListReady(); }
-
-void SchedulerTick::saveActivity(std::int64_t) {
+void SchedulerTick::saveActivity() {
+  // A minute is noted once; of what runs, each start is noted when it happens.
+  mNextActivity.set((std::floor(mNow / kMinute) + 1) * kMinute);
   const auto running = m.platform.processes.running();
   m.store.activity().saveActivity(std::nullopt, m.siblingWatch.isMainAppAmong(running),
                                   m.siblingWatch.isExecuteAppAmong(running), std::nullopt, running);
 }
 
-void SchedulerTick::followUser(std::int64_t) {
+/// Only while an action waits for an idle user and the system cannot say since when.
+ReferenceTime SchedulerTick::userIsWatchedFrom() const {
+  if (!mWork.evaluation.idleTimeScheduling()) return kNever;
+  Input& input = m.platform.input;
+  return onceIf(input.pointer().has_value() && !input.idleSeconds());
+}
+
+void SchedulerTick::followUser() {
+  mWork.evaluation.followIdleTime();
   Input& input = m.platform.input;
   const auto pointer = input.pointer();
-  if (const auto idle = input.idleSeconds()) {
-    const ReferenceTime lastUse = mNow - std::max(*idle, 0.0);
-    if (lastUse > m.state.mStartOfIdleTime.at()) m.state.userWasActive(lastUse);
-  } else if (!pointer) {
-    // Nobody can be seen to be away.
-    m.state.userWasActive(mNow);
-  }
   if (!pointer) return;
   if (*pointer != mLastMouseLocation) {
     m.state.userWasActive(mNow);
     mLastMouseLocation = *pointer;
   }
   const Rect screen = input.mainScreen();
-  if (screen != mLastScreen) {
-    mLastScreen = screen;
-    if (m.platform.userInterface.isWindowVisible(Window::floatingIcon)) {
-      // A new one finds its place on the new screen.
-      m.platform.userInterface.hideWindow(Window::floatingIcon);
-      m.platform.userInterface.showWindow(Window::floatingIcon);
-    }
-    if (onScreenChanged) onScreenChanged();
+  if (screen == mLastScreen) return;
+  mLastScreen = screen;
+  UserInterface& ui = m.platform.userInterface;
+  if (ui.isWindowVisible(Window::floatingIcon)) {
+    // A new one finds its place on the new screen.
+    ui.hideWindow(Window::floatingIcon);
+    ui.showWindow(Window::floatingIcon);
   }
-  m.floatingIcon.hover(*pointer, screen, input.visibleFrame());
+  m.platform.runLoop.performAfter(kRearrangeAfter, [&ui] { ui.rearrangeMessageWindows(); });
 }
 
-void SchedulerTick::closeMessage(std::int64_t) { m.messages.closeMessageWindow(); }
-
-void SchedulerTick::checkTriggers(std::int64_t) {
-  m.state.checkAt(mNow + kCheckInterval);
-  if (onToolTip) onToolTip();
-  m.evaluation.checkActionsToLaunch();
-}
-
-void SchedulerTick::postNotice(std::int64_t) { m.evaluation.postNextNotExecutedNotice(); }
-
-void SchedulerTick::saveVolumes(std::int64_t) {
-  m.volumes.saveVolumesInfos(m.supervisor.isExecuting());
-}
-
-void SchedulerTick::logStartupDisk(std::int64_t) { m.startupDisk.logStartupDiskInformation(false); }
-
-void SchedulerTick::setWakeup(std::int64_t) { m.wakeUp.doSetWakeup(); }
-
-void SchedulerTick::refreshSurvey(std::int64_t) { m.supervisor.doSurvey5Seconds(); }
-
-void SchedulerTick::copySettings(std::int64_t n) {
-  if (n >= kFirstSettingsTick) m.settingsBackup.backupSettings();
-}
-
-void SchedulerTick::watchMainApp(std::int64_t) {
+void SchedulerTick::watchMainApp() {
+  mSiblingsMoved = false;
   const bool runs = m.siblingWatch.isMainAppLaunched();
   m.state.mMainAppLaunched = runs;
   // An evaluation may have seen it before: who has been told counts.
   if (runs == std::exchange(mMainAppWasThere, runs)) return;
   if (runs) {
-    m.siblings.sendSchedulerStatusToMainApp();
+    m.executionStatusChanged();
   } else {
-    m.statusItem.canHide().set(mNow + 3.0);
+    m.state.mCanHideMenubarIcon.set(mNow + kIconAfterMainApp);
   }
 }
-
-void SchedulerTick::showNextMessage(std::int64_t) {
-  m.debugLog.logMessage("Scheduler display next pending message", false);
-  m.messages.showNextPendingMessage();
-}
-
-void SchedulerTick::checkFreeSpace(std::int64_t) { m.freeSpace.checkStartupDiskFreeSpace(); }
-void SchedulerTick::cleanVolumes(std::int64_t) { m.freeSpace.cleanVolumesInfos(); }
-void SchedulerTick::checkVolumesFolder(std::int64_t) { m.folderSurvey.checkIfVolumesFolderClean(); }
-void SchedulerTick::surveyVolumesFolder(std::int64_t) { m.folderSurvey.surveyVolumesFolder(); }
-
-void SchedulerTick::launch(std::int64_t) { m.launchStep.run(); }
 
 int SchedulerTick::secondsToNextAction() const {
   // The list is of the time before, and no evaluation makes a new one.
   if (!m.state.takesDueActions()) return kFarAway;
-  const double seconds = m.evaluation.startOfNextAction() - m.platform.clock.now();
+  const double seconds = mWork.evaluation.startOfNextAction() - m.platform.clock.now();
   // Whole seconds first: what was due less than a second ago is due now.
   const auto whole = static_cast<int>(std::clamp(seconds, -1e9, 1e9));
   return whole < 0 ? kFarAway : whole;
 }
 
-void SchedulerTick::unmountVolumes(std::int64_t) { m.mounter.unmountVolumesMountedByScheduler(); }
+ReferenceTime SchedulerTick::nextLookAhead() const {
+  if (queueWindowIsLeftOver()) return kAtOnce;
+  if (!m.state.takesDueActions()) return kNever;
+  const ReferenceTime now = m.platform.clock.now();
+  const ReferenceTime start = mWork.evaluation.startOfNextAction();
+  // It is over when it was due a second ago.
+  if (now >= start + 1) return onceIf(mCountDown.has_value());
+  const bool isSeen = m.platform.userInterface.hasStatusItem();
+  const ReferenceTime counts = start - (isSeen ? kCountDownFrom + 1 : kLookAhead);
+  const bool waits = isSeen || !mWork.evaluation.listNextWasUpdated();
+  return waits ? counts : start + 1;
+}
 
-void SchedulerTick::lookAhead(std::int64_t) {
+void SchedulerTick::lookAhead() {
   mCountDown.reset();
   const int seconds = secondsToNextAction();
-  if (seconds < kLookAhead && !m.evaluation.listNextWasUpdated()) {
-    m.evaluation.setListNextWasUpdated(true);
-    m.evaluation.enqueueActionsDueWithinAMinute();
+  if (seconds < kLookAhead && !mWork.evaluation.listNextWasUpdated()) {
+    mWork.evaluation.setListNextWasUpdated(true);
+    mWork.evaluation.enqueueActionsDueWithinAMinute();
   } else if (seconds > kCountDownFrom && m.state.mPauseBeforeNextStep.isPassed(mNow)) {
-    keepWindowsAndIcon();
+    if (queueWindowIsLeftOver()) m.platform.userInterface.hideWindow(Window::queue);
   } else {
-    mSchedulerLaunchTime.notBefore(mNow + kKeepAwayFromAction);
+    const ReferenceTime over = seconds > kCountDownFrom ? m.state.mPauseBeforeNextStep.at()
+                                                        : mWork.evaluation.startOfNextAction() + 1;
+    mSchedulerLaunchTime.notBefore(std::max(mNow, over) + kKeepAwayFromAction);
     mCountDown = seconds;
   }
 }
 
-void SchedulerTick::keepWindowsAndIcon() {
-  UserInterface& ui = m.platform.userInterface;
-  if (m.queue.empty() && ui.isWindowVisible(Window::queue) && !queueWindowOpenedByUser()) {
-    ui.hideWindow(Window::queue);
-  }
-  const bool isNeeded = m.state.mMainAppLaunched || m.supervisor.isExecuting() ||
-                        !m.queue.empty() || ui.isWindowVisible(Window::nextActions) ||
-                        ui.isWindowVisible(Window::status);
-  m.statusItem.applyMode(isNeeded);
+/// The window of the queue came by itself, and there is no queue any more.
+bool SchedulerTick::queueWindowIsLeftOver() const {
+  return mWork.queue.empty() && m.platform.userInterface.isWindowVisible(Window::queue) &&
+         !mControls.queueWindowOpenedByUser();
 }
 
-void SchedulerTick::drawStatusIcon(std::int64_t n) { m.statusItem.update(n, mCountDown); }
-
 bool SchedulerTick::rests() const {
-  return !m.messages.hasPending() && m.queue.empty() && !m.settingsBackup.isRunning() &&
-         !(isBusyElsewhere && isBusyElsewhere());
+  return !m.messages.hasPending() && mWork.queue.empty() && !mMachine.settingsBackup.isRunning() &&
+         !mMachine.mounter.hasVolumesToUnmount() && !mMachine.mounter.isUnmounting() &&
+         !mMachine.folderSurvey.isRemoving();
 }
 
 /// What a fresh run would not know of: a pause, and what the user looks at.
@@ -287,75 +309,20 @@ bool SchedulerTick::userIsBusyHere() const {
          });
 }
 
-void SchedulerTick::restWhenIdle(std::int64_t) {
+ReferenceTime SchedulerTick::nextRest() const {
+  if (!rests()) return kNever;
+  if (m.state.mMustTerminateWhenAllDone) return kAtOnce;
+  return userIsBusyHere() ? kNever : mSchedulerLaunchTime.passing();
+}
+
+void SchedulerTick::restWhenIdle() {
   if (!rests()) return;
-  if (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) {
+  if (m.state.mMustTerminateWhenAllDone) {
     onAllDone();
   } else if (mSchedulerLaunchTime.isPassed(mNow) && !userIsBusyHere()) {
     mSchedulerLaunchTime.set(mNow + kRelaunchInterval);
     if (onRelaunchWanted) onRelaunchWanted();
   }
-}
-
-void SchedulerTick::buildMountList(std::int64_t) { m.mounter.takeUpdatedList(); }
-
-/// Whether keyboard, pointer and screen are as the last tick found them, and nothing comes of that.
-bool SchedulerTick::inputRests() const {
-  Input& input = m.platform.input;
-  if (input.keyMap() != KeyMap{}) return false;
-  const auto pointer = input.pointer();
-  if (!pointer) return true;
-  const Rect screen = input.mainScreen();
-  return *pointer == mLastMouseLocation && screen == mLastScreen &&
-         m.floatingIcon.rests(*pointer, screen, input.visibleFrame());
-}
-
-int SchedulerTick::emptyTicks() const {
-  if (mWakeAfterSleepCounter > 0 || m.state.mMenuMustBeUpdatedTicks != 0 ||
-      !m.launchStep.isAtRest() || m.evaluation.hasNotExecutedNotices() || surveyIsVisible() ||
-      (mustTerminateWhenAllDone && mustTerminateWhenAllDone()) || !inputRests() ||
-      m.evaluation.idleTimeScheduling() || m.startupDisk.logs() || !m.wakeUp.rests() ||
-      m.mounter.hasVolumesToUnmount() || m.mounter.isUpdatingMountedVolumes()) {
-    return 0;
-  }
-  const ReferenceTime now = m.platform.clock.now();
-  // A jump of the clock is for the next tick to notice.
-  if (std::abs(now - mLastTimerExecution) > kClockSetBack) return 0;
-  ReferenceTime next = std::min({m.state.mNextCheck.at(), m.volumes.nextSaving(),
-                                 mSchedulerLaunchTime.at(), m.freeSpace.nextWork()});
-  for (const ReferenceTime at : {m.state.mPauseBeforeNextStep.at(), m.statusItem.canHide().at()}) {
-    if (at >= now) next = std::min(next, at);
-  }
-  const ReferenceTime start = m.evaluation.startOfNextAction();
-  if (start > now - 1) next = std::min(next, start - (kCountDownFrom + 2));
-  const auto ticksUntil = [now](ReferenceTime date) {
-    const double ticks = std::floor((date - now) / kInterval) - 1;
-    return ticks <= 0 ? 0 : static_cast<int>(std::min(ticks, 1e6));
-  };
-  // The last two look at files.
-  if (ticksUntil(next) == 0) return 0;
-  next = std::min(next, m.folderSurvey.nextWork());
-  if (m.settingsBackup.hasDestinations()) {
-    const std::int64_t due = (mLastTick / kSettingsTicks + 1) * kSettingsTicks;
-    next = std::min(next, now + static_cast<double>(due - mLastTick) * kInterval);
-  }
-  return ticksUntil(next);
-}
-
-void SchedulerTick::skipTicks(std::int64_t last, int count, ReferenceTime at) {
-  if (count == 0) return;
-  mLastTick = last;
-  mLastTimerExecution = at;
-  m.folderSurvey.leaveOut(at, kInterval);
-  // The record of activity is the one thing that such ticks would have written.
-  const std::int64_t before = last - count;
-  const std::int64_t first =
-      before < 0 ? 0 : (before / kActivityTicks + 1) * std::int64_t{kActivityTicks};
-  if (first > last) return;
-  const auto running = m.platform.processes.running();
-  m.store.activity().noteActivity({at - static_cast<double>(last - first) * kInterval, at,
-                                   m.siblingWatch.isMainAppAmong(running),
-                                   m.siblingWatch.isExecuteAppAmong(running)});
 }
 
 }  // namespace corvana

@@ -3,160 +3,106 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string_view>
+#include <vector>
 
 #include "core/record/Deadline.h"
 #include "platform/Input.h"
 
 namespace corvana {
 
-class ActionQueue;
-class ActionStore;
-class DebugLog;
-class ExecuteSupervisor;
-class FloatingIcon;
-class FreeSpaceSurvey;
+class Controls;
 class LaunchStep;
-class Messages;
-class SettingsBackup;
-class SiblingStatus;
-class SiblingWatch;
-class StartupDisk;
-class StatusItem;
-class TriggerEvaluation;
-class VolumeMounter;
-class VolumeWatch;
-class WakeUp;
-class VolumesFolderSurvey;
-struct Platform;
-struct SchedulerState;
+struct MachineDuties;
+struct Records;
+struct Work;
 
-/// What the agent does over time, twice a second: a table of duties, each at its multiple of the
-/// tick or at its date. Nothing is launched for a while after the machine slept or the timer
-/// stalled. Thread: main.
+/// A duty of the tick.
+struct TickRow {
+  std::string_view name;
+  int every;  ///< its turn comes at every so many ticks
+  /// From when on it has something to do, as things are now; kAtOnce, kNever.
+  std::function<ReferenceTime()> due;
+  std::function<void(std::int64_t n)> duty;
+  /// At its turn it is performed, due or not, when the tick comes for another one.
+  bool always = false;
+};
+
+/// What the agent does over time, on a grid of half seconds: a table of duties, each at its
+/// multiple of the tick or at its date. A tick at which no row is due need not come. Nothing is
+/// launched for a while after the machine slept or the timer stalled. Thread: main.
 class SchedulerTick {
  public:
   static constexpr double kInterval = 0.5;  ///< seconds between two ticks
 
-  /// What it leans on; everything outlives it.
-  struct Surroundings {
-    Platform& platform;
-    SchedulerState& state;
-    ActionStore& store;
-    DebugLog& debugLog;
-    Messages& messages;
-    SiblingWatch& siblingWatch;
-    ActionQueue& queue;
-    TriggerEvaluation& evaluation;
-    ExecuteSupervisor& supervisor;
-    VolumeWatch& volumes;
-    VolumeMounter& mounter;
-    StatusItem& statusItem;
-    FloatingIcon& floatingIcon;
-    LaunchStep& launchStep;
-    SiblingStatus& siblings;
-    SettingsBackup& settingsBackup;
-    StartupDisk& startupDisk;
-    WakeUp& wakeUp;
-    FreeSpaceSurvey& freeSpace;
-    VolumesFolderSurvey& folderSurvey;
-  };
+  SchedulerTick(Records& records, Work& work, MachineDuties& machine, LaunchStep& launchStep,
+                const Controls& controls);
+  ~SchedulerTick();
+  SchedulerTick(const SchedulerTick&) = delete;
+  SchedulerTick& operator=(const SchedulerTick&) = delete;
 
-  explicit SchedulerTick(const Surroundings& surroundings);
+  /// A row of a higher room, in the place behind the one of that name.
+  void insertAfter(std::string_view name, TickRow row);
 
-  /// Refreshes the tool tip of the floating icon; before each complete evaluation.
-  std::function<void()> onToolTip;
-  /// The main screen has another size or place.
-  std::function<void()> onScreenChanged;
+  // Hooks
   /// The agent is to restart itself a moment later, if it then still rests.
   std::function<void()> onRelaunchWanted;
-  /// Whether the agent ends when everything is done, and what it does then.
-  std::function<bool()> mustTerminateWhenAllDone;
+  /// Everything is done, and the agent and the machine are to end.
   std::function<void()> onAllDone;
-  /// Whether the user opened the window of the queue; otherwise it goes when the queue is empty.
-  std::function<bool()> queueWindowOpenedByUser;
-  /// Whether something runs that a restart would cut off.
-  std::function<bool()> isBusyElsewhere;
 
   /// Whether nothing waits or runs that the end of this process would cut off or lose.
   bool rests() const;
 
-  /// One tick; `n` counts them from 0. An exception ends this tick only and is logged.
-  void schedulerTick(std::int64_t n);
+  /// One tick; `n` counts them from 0, those that did not come too. It was to come at `wanted`,
+  /// monotonic seconds. An exception ends this tick only and is logged.
+  void schedulerTick(std::int64_t n, double wanted);
+  /// The first tick from `n` on that has to come, the tick `n` being `until` seconds away; nothing
+  /// when none has.
+  std::optional<std::int64_t> nextTick(std::int64_t n, double until) const;
 
   /// The machine is about to sleep, or has just woken: the next 50 ticks do nothing.
-  void machineWillSleep() { mWakeAfterSleepCounter = 50; }
+  void machineWillSleep();
+  /// Somebody has set the clock: the next tick has to come.
+  void clockWasSet();
   int wakeAfterSleepCounter() const { return mWakeAfterSleepCounter; }
-
-  /// How many coming ticks would change nothing, if nothing else happens meanwhile.
-  int emptyTicks() const;
-  /// Leaves `count` such ticks out, the last of them being `last`, which would have come at `at`.
-  void skipTicks(std::int64_t last, int count, ReferenceTime at);
+  /// Seconds to the next action, while it is near.
+  std::optional<int> countDown() const { return mCountDown; }
 
  private:
-  struct Row {
-    int every;                           ///< every that many ticks
-    bool (SchedulerTick::*due)() const;  ///< and only then; null: always
-    void (SchedulerTick::*duty)(std::int64_t n);
-  };
-  static const Row kRows[];
-
-  void noticeClock();
+  void noticeClock(double wanted);
   bool sleepGate();
+  std::vector<TickRow> ownRows();
 
-  bool messageIsOver() const;
-  bool checkIsDue() const;
-  bool noticeWaits() const;
-  bool savingIsDue() const;
-  bool startupDiskIsLogged() const;
-  bool wakeUpIsOn() const;
-  bool surveyIsVisible() const;
-  bool settingsMayBeCopied() const;
-  bool freeSpaceIsDue() const;
-  bool cleaningIsDue() const;
-  bool strayFoldersAreShown() const;
-  bool folderSurveyIsDue() const;
-  bool messageCanFollow() const;
-  bool mountedForActionsIsOver() const;
-  bool mountListIsReady() const;
-
-  void saveActivity(std::int64_t n);
-  void followUser(std::int64_t n);
-  void closeMessage(std::int64_t n);
-  void checkTriggers(std::int64_t n);
-  void postNotice(std::int64_t n);
-  void saveVolumes(std::int64_t n);
-  void logStartupDisk(std::int64_t n);
-  void setWakeup(std::int64_t n);
-  void refreshSurvey(std::int64_t n);
-  void copySettings(std::int64_t n);
-  void checkFreeSpace(std::int64_t n);
-  void cleanVolumes(std::int64_t n);
-  void watchMainApp(std::int64_t n);
-  void checkVolumesFolder(std::int64_t n);
-  void surveyVolumesFolder(std::int64_t n);
-  void showNextMessage(std::int64_t n);
-  void launch(std::int64_t n);
-  void lookAhead(std::int64_t n);
-  void drawStatusIcon(std::int64_t n);
-  void unmountVolumes(std::int64_t n);
-  void restWhenIdle(std::int64_t n);
-  void buildMountList(std::int64_t n);
-
-  bool inputRests() const;
+  void saveActivity();
+  void followUser();
+  void watchMainApp();
+  void lookAhead();
+  void restWhenIdle();
+  ReferenceTime userIsWatchedFrom() const;
+  ReferenceTime nextLookAhead() const;
+  ReferenceTime nextRest() const;
   int secondsToNextAction() const;
+  bool queueWindowIsLeftOver() const;
   bool userIsBusyHere() const;
-  void keepWindowsAndIcon();
 
-  Surroundings m;
-  ReferenceTime mNow = 0;  ///< of the tick
-  std::int64_t mLastTick = -1;
+  Records& m;
+  Work& mWork;
+  MachineDuties& mMachine;
+  LaunchStep& mLaunchStep;
+  const Controls& mControls;
+  std::vector<TickRow> mRows;  ///< in this order
+  ReferenceTime mNow = 0;      ///< of the tick
   ReferenceTime mLastTimerExecution;
+  double mLastMonotonic;
+  bool mClockWasSet = false;
   int mWakeAfterSleepCounter = 0;
   Deadline mSchedulerLaunchTime;  ///< next restart when idle
+  Deadline mNextActivity;         ///< the next minute to be noted
   Point mLastMouseLocation;
   Rect mLastScreen;
+  bool mSiblingsMoved = true;     ///< a sibling program has started or ended since the last look
   bool mMainAppWasThere = false;  ///< when last looked; it is told when it comes
-  std::optional<int> mCountDown;  ///< seconds, while the next action is near
+  std::optional<int> mCountDown;
 };
 
 }  // namespace corvana

@@ -1,70 +1,67 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <optional>
 
 #include "platform/Input.h"
 #include "platform/RunLoop.h"
 
 namespace corvana {
 
-class Clock;
-class SurveyExecution;
+class Controls;
+class SchedulerTick;
+struct Records;
 
-/// The heartbeat: every quarter of a second it samples the keyboard, fires the user's shortcut once
-/// a press, counts down to a rearrangement of the message windows, and on every second call runs
-/// the tick. Thread: main.
+/// The heartbeat: a grid of quarters of a second, at every second of which there may be a tick. It
+/// comes only when somebody needs it, and counts as if each call had come. While the user's
+/// shortcut or the menu bar is watched it comes every time: it samples the keyboard, fires the
+/// shortcut once a press, and answers a click in the middle of the menu bar. Thread: main.
 class SchedulerTimer {
  public:
   /// Seconds between two calls.
   static constexpr double kInterval = 0.25;
 
-  struct Hooks {
-    std::function<void(std::int64_t)> tick;  ///< the tick body; the argument is its index
-    std::function<void()> userActivity;      ///< a key is down
-    std::function<void()> popUpFloatingMenu;
-    std::function<void(int)>
-        shortcut;  ///< the operation: 0 search the actions, 1 show windows, 2 both
-    std::function<void()> rearrangeWindows;
-  };
-
-  SchedulerTimer(RunLoop& runLoop, Clock& clock, Input& input, SurveyExecution& survey,
-                 Hooks hooks);
+  SchedulerTimer(Records& records, SchedulerTick& tick, Controls& controls);
   ~SchedulerTimer();
 
   void start();
   void stop();
+  /// Whether calls for which there is no need are left out, as is usual.
+  void setSleeps(bool sleeps);
 
   /// One call of the timer.
   void timerFired();
 
-  /// All zero means that the user has no shortcut.
-  void setShortcut(const KeyMap& keys, int operation);
-  /// Rearranges the message windows after that many calls.
-  void rearrangeWindowsAfter(int calls) { mMustReorganizeWindows = calls; }
-
   std::int64_t counter() const { return mCounter; }
-  /// Counts calls that were left out because nothing could have come of them.
-  void skip(std::int64_t calls) { mCounter += calls; }
-  /// Seconds spent in calls so far.
-  double timeSpent() const { return mTimeSpent; }
+  /// How many calls have really come.
+  std::int64_t calls() const { return mCalls; }
 
  private:
+  void readPreferences();
+  void arm();
+  std::optional<std::int64_t> nextCall() const;
+  std::int64_t callsSinceStart() const;
+  bool watchesInput() const;
+  void noticeRest(const KeyMap& keys);
   void checkMenuBarClick();
   void checkShortcut(const KeyMap& keys);
 
-  RunLoop& mRunLoop;
-  Clock& mClock;
-  Input& mInput;
-  SurveyExecution& mSurvey;
-  Hooks mHooks;
+  Records& m;
+  SchedulerTick& mTick;
+  Controls& mControls;
   RunLoop::TimerId mTimer = 0;
+  std::optional<std::int64_t> mArmedFor;  ///< number of the call
+  std::optional<double> mStart;           ///< monotonic; nothing while it does not run
+  bool mSleeps = true;
+  bool mInputTells = false;  ///< of the first use after a rest
+  bool mSeesPointer = false;
+  std::optional<Point> mLastPointer;
+  int mStillCalls = 0;  ///< how many found keyboard and pointer as the one before
   std::int64_t mCounter = 0;
+  std::int64_t mCalls = 0;
   KeyMap mDefinedMacKeyMap{};
   int mShortcutOperation = 0;
   bool mShortcutDone = false;
-  int mMustReorganizeWindows = 0;
-  double mTimeSpent = 0;
 };
 
 }  // namespace corvana

@@ -1,20 +1,14 @@
 #include "core/drive/StateAnswers.h"
 
-#include "actions/ActionTree.h"
 #include "actions/ProgrammedAction.h"
 #include "core/drive/LaunchStep.h"
-#include "core/drive/SiblingStatus.h"
-#include "core/record/Preferences.h"
+#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/record/SchedulerState.h"
-#include "core/work/ActionQueue.h"
-#include "core/work/ExecuteSupervisor.h"
-#include "core/work/TriggerEvaluation.h"
 #include "core/work/WhyNot.h"
+#include "core/work/Work.h"
 #include "platform/Clock.h"
 #include "platform/Input.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/Processes.h"
 
 namespace corvana {
@@ -25,33 +19,33 @@ std::string StateAnswers::titleOf(std::int64_t ref) const {
 }
 
 ZAN_Value StateAnswers::status() {
-  const bool executing = m.supervisor.isExecuting();
-  ZAN_Value status =
-      ZAN_Value::dictionary({{"home", m.platform.machine.homeFolder()},
-                             {"pid", static_cast<long long>(m.platform.processes.ownPid())},
-                             {"started", ZAN_Value::date(m.platform.processes.ownStart())},
-                             {"enabled", !m.state.mScheduleDisabled},
-                             {"disabledWhenDone", m.state.mScheduleDisabledWhenDone},
-                             {"otherStartupDisk", m.state.mStartedFromNewMachine},
-                             {"paused", m.state.mPause},
-                             {"context", m.state.mContext},
-                             {"errorCode", m.state.mErrorInExecution},
-                             {"schedulerStatus", m.siblings.schedulerStatus()},
-                             {"executing", executing},
-                             {"waitsForOther", m.supervisor.waitsForOtherExecution()},
-                             {"idleTimeIsSeen", m.platform.input.idleSeconds().has_value()},
-                             {"queueCount", static_cast<long long>(m.queue.actionsList().size())},
-                             {"nextCheck", ZAN_Value::date(m.state.mNextCheck.at())}});
-  const auto& next = m.evaluation.actionsNextList();
+  const bool executing = mWork.supervisor.isExecuting();
+  ZAN_Value status = ZAN_Value::dictionary(
+      {{"home", m.platform.machine.homeFolder()},
+       {"pid", static_cast<long long>(m.platform.processes.ownPid())},
+       {"started", ZAN_Value::date(m.platform.processes.ownStart())},
+       {"enabled", !m.state.mScheduleDisabled},
+       {"disabledWhenDone", m.state.mScheduleDisabledWhenDone},
+       {"otherStartupDisk", m.state.mStartedFromNewMachine},
+       {"paused", m.state.mPause},
+       {"context", m.state.mContext},
+       {"errorCode", m.state.mErrorInExecution},
+       {"schedulerStatus", m.channel.schedulerStatus()},
+       {"executing", executing},
+       {"waitsForOther", mWork.supervisor.waitsForOtherExecution()},
+       {"idleTimeIsSeen", m.platform.input.idleSeconds().has_value()},
+       {"queueCount", static_cast<long long>(mWork.queue.actionsList().size())},
+       {"nextCheck", ZAN_Value::date(m.state.mNextCheck.at())}});
+  const auto& next = mWork.evaluation.actionsNextList();
   if (!next.empty() && next.front().hasDate)
     status.setValue("nextDate", ZAN_Value::date(next.front().date));
-  if (executing && !m.queue.empty()) {
-    const std::int64_t ref = m.queue.head().ref;
+  if (executing && !mWork.queue.empty()) {
+    const std::int64_t ref = mWork.queue.head().ref;
     ZAN_Value current = ZAN_Value::dictionary({{"ref", static_cast<long long>(ref)},
                                                {"title", titleOf(ref)},
-                                               {"progress", m.supervisor.progressValue()},
-                                               {"retry", m.supervisor.retryNb()}});
-    if (const ReferenceTime started = m.supervisor.startOfCurrentAction(); started != 0)
+                                               {"progress", m.state.mProgress.value},
+                                               {"retry", mWork.supervisor.retryNb()}});
+    if (const ReferenceTime started = mWork.supervisor.startOfCurrentAction(); started != 0)
       current.setValue("started", ZAN_Value::date(started));
     status.setValue("current", current);
   }
@@ -60,20 +54,20 @@ ZAN_Value StateAnswers::status() {
 
 ZAN_Value StateAnswers::queue() {
   std::vector<ZAN_Value> list;
-  for (const QueueRecord& record : m.queue.actionsList()) {
+  for (const QueueRecord& record : mWork.queue.actionsList()) {
     list.push_back(
         ZAN_Value::dictionary({{"ref", static_cast<long long>(record.ref)},
                                {"title", titleOf(record.ref)},
                                {"date", ZAN_Value::date(record.date)},
                                {"estimateSize", record.estimateSize != 0},
-                               {"running", list.empty() && m.supervisor.isExecuting()}}));
+                               {"running", list.empty() && mWork.supervisor.isExecuting()}}));
   }
   return ZAN_Value::array(std::move(list));
 }
 
 ZAN_Value StateAnswers::next() {
   std::vector<ZAN_Value> list;
-  for (const NextAction& action : m.evaluation.actionsNextList()) {
+  for (const NextAction& action : mWork.evaluation.actionsNextList()) {
     if (action.isGroup) continue;
     ZAN_Value one = ZAN_Value::dictionary({{"ref", static_cast<long long>(action.ref)},
                                            {"title", action.name()},
@@ -89,9 +83,9 @@ Result<std::vector<std::string>> StateAnswers::why(std::int64_t ref) {
   if (action == nullptr)
     return Error{ErrorKind::absent, "action " + std::to_string(ref) + ": there is no such action"};
   const WhyNot::Situation situation =
-      WhyNot::situationOf(m.state, m.supervisor, m.queue, m.platform.input);
-  const ActionsTools tools(m.evaluation.calendar(), m.platform.clock.now());
-  const WhyNot whyNot(tools, {m.texts, m.strings}, m.volumes,
+      WhyNot::situationOf(m.state, mWork.supervisor, mWork.queue, m.platform.input);
+  const ActionsTools tools(mWork.evaluation.calendar(), m.platform.clock.now());
+  const WhyNot whyNot(tools, {m.texts, m.strings}, mWork.volumes,
                       [this](std::int64_t other) { return titleOf(other); });
   std::vector<std::string> lines;
   for (const WhyNot::Reason& reason : whyNot.reasons(*action, situation)) {
@@ -102,8 +96,8 @@ Result<std::vector<std::string>> StateAnswers::why(std::int64_t ref) {
 }
 
 Outcome StateAnswers::launch(std::int64_t ref) {
-  if (!m.launchStep.welcomeMessageWasDisplayed()) m.state.holdBackUntil(m.platform.clock.now());
-  return m.commands.launchAction(ref, false);
+  if (!mLaunchStep.welcomeMessageWasDisplayed()) m.state.holdBackUntil(m.platform.clock.now());
+  return mCommands.launchAction(ref, false);
 }
 
 }  // namespace corvana

@@ -4,49 +4,24 @@
 
 namespace corvana {
 
-class ActionQueue;
-class ActionTree;
-class ExecuteSupervisor;
 class LaunchStep;
-class Preferences;
 class SchedulerCommands;
-class SiblingStatus;
-class TriggerEvaluation;
-class VolumeIdentity;
-class ZAN_StringTable;
-class ZAN_StringUtils;
-struct Platform;
-struct SchedulerState;
+struct Records;
+struct Work;
 
 /// Answers other programs from the state of the agent. Dates are dates, references and counts
 /// integers, yes and no booleans; a date that does not exist is left out. Thread: main.
 class StateAnswers final : public AgentAnswers {
  public:
-  /// What it leans on; everything outlives it.
-  struct Surroundings {
-    Platform& platform;
-    SchedulerState& state;
-    Preferences& preferences;
-    ActionTree& tree;
-    ActionQueue& queue;
-    TriggerEvaluation& evaluation;
-    ExecuteSupervisor& supervisor;
-    LaunchStep& launchStep;
-    SiblingStatus& siblings;
-    SchedulerCommands& commands;
-    VolumeIdentity& volumes;
-    const ZAN_StringTable& texts;
-    const ZAN_StringUtils& strings;
-  };
-
-  explicit StateAnswers(const Surroundings& surroundings) : m(surroundings) {}
+  StateAnswers(Records& records, Work& work, LaunchStep& launchStep, SchedulerCommands& commands)
+      : m(records), mWork(work), mLaunchStep(launchStep), mCommands(commands) {}
 
   /// "home", "pid", "started", "enabled", "disabledWhenDone", "otherStartupDisk", "paused",
   /// "context" (0 none, 1 office, 2 home, 3 nomad), "errorCode" (of the last failure not yet looked
   /// at, else 0), "schedulerStatus" (4 switched off, 3 paused, 2 executing, 1 otherwise),
-  /// "executing", "idleTimeIsSeen", "queueCount", "nextDate" (of the earliest action), "nextCheck";
-  /// while an action is executed "current": {"ref", "title", "started", "progress" (per cent),
-  /// "retry"}.
+  /// "executing", "waitsForOther" (an execution started elsewhere), "idleTimeIsSeen", "queueCount",
+  /// "nextDate" (of the earliest action), "nextCheck"; while an action is executed "current":
+  /// {"ref", "title", "started", "progress" (per cent), "retry"}.
   ZAN_Value status() override;
   /// {"ref", "title", "date", "estimateSize", "running"} each.
   ZAN_Value queue() override;
@@ -59,7 +34,10 @@ class StateAnswers final : public AgentAnswers {
  private:
   std::string titleOf(std::int64_t ref) const;
 
-  Surroundings m;
+  Records& m;
+  Work& mWork;
+  LaunchStep& mLaunchStep;
+  SchedulerCommands& mCommands;
 };
 
 }  // namespace corvana

@@ -6,9 +6,7 @@
 
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "core/record/Messages.h"
+#include "core/record/Records.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
 #include "platform/Processes.h"
@@ -33,9 +31,8 @@ struct AliasMounter::Attempt {
   int looks = 0;
 };
 
-AliasMounter::AliasMounter(Platform& platform, Messages& messages, const ZAN_StringTable& texts,
-                           std::string toolsFolder)
-    : m(platform), mMessages(messages), mTexts(texts), mToolsFolder(std::move(toolsFolder)) {}
+AliasMounter::AliasMounter(Records& records, std::string toolsFolder)
+    : m(records), mToolsFolder(std::move(toolsFolder)) {}
 
 void AliasMounter::mountVolumeFromAlias(const std::string& aliasPath) {
   std::string tool = ZAN_FilesUtils::joinedPath(mToolsFolder, "mountvolume");
@@ -46,36 +43,39 @@ void AliasMounter::mountVolumeFromAlias(const std::string& aliasPath) {
     tool = ZAN_FilesUtils::joinedPath(above, "mountvolume/build/Release/mountvolume");
   }
   const std::string name(ZAN_FilesUtils::lastPathComponent(aliasPath));
-  if (m.machine.systemVersion() >= kSystemWithHelper && ZAN_FilesUtils::exists(tool)) {
-    mMessages.sendUserNotification(mTexts.text("TryToMount", {name}));
-    auto started = m.processes.start({tool, aliasPath}, true, {});
+  if (m.platform.machine.systemVersion() >= kSystemWithHelper && ZAN_FilesUtils::exists(tool)) {
+    m.messages.sendUserNotification(m.texts.text("TryToMount", {name}));
+    auto started = m.platform.processes.start({tool, aliasPath}, true, {});
     if (!started) {
-      m.systemLog.write(started.error().text);
+      m.platform.systemLog.write(started.error().text);
       return;
     }
     watch(std::make_shared<Attempt>(Attempt{std::move(started).value(), name}));
     return;
   }
-  m.runLoop.detachThread("mountFromAliasFile", [&processes = m.processes, aliasPath] {
-    AliasFile::mountFromAliasFile(processes, aliasPath);
-  });
+  m.platform.runLoop.detachThread("mountFromAliasFile",
+                                  [&processes = m.platform.processes, aliasPath] {
+                                    AliasFile::mountFromAliasFile(processes, aliasPath);
+                                  });
 }
 
 void AliasMounter::watch(const std::shared_ptr<Attempt>& attempt) {
   if (!attempt->child->isRunning()) return;
   if (attempt->looks++ < kMostLooks) {
-    m.runLoop.performAfter(kLook, [this, attempt] { watch(attempt); });
+    m.platform.runLoop.performAfter(kLook, [this, attempt] { watch(attempt); });
     return;
   }
   attempt->child->terminate();
-  mMessages.sendUserNotification(mTexts.text("UnableToMount", {attempt->name}));
+  m.messages.sendUserNotification(m.texts.text("UnableToMount", {attempt->name}));
 }
 
 /// Runs on a thread of its own.
 class AliasMounter::Examination {
  public:
-  Examination(Platform& platform, std::string aliasPath)
-      : m(platform), mAlias(std::move(aliasPath)), mDesktop(platform.machine.desktopFolder()) {}
+  Examination(Records& records, std::string aliasPath)
+      : m(records),
+        mAlias(std::move(aliasPath)),
+        mDesktop(records.platform.machine.desktopFolder()) {}
 
   void run() {
     add("%@\n\n", mAlias);
@@ -83,12 +83,12 @@ class AliasMounter::Examination {
     mText += "Mounted volumes (" + std::to_string(volumes.size()) + "):\n";
     addPaths(volumes);
     mText += "\nMethod 1 (Resolve Alias):\n";
-    const int resolved = AliasFile::mountFromAliasFile(m.processes, mAlias);
+    const int resolved = AliasFile::mountFromAliasFile(m.platform.processes, mAlias);
     mText += resolved == AliasFile::kNoSuchFile ? "ERROR (getFSRef)\n"
              : resolved == 0                    ? "OK (ResolveAliasFileWithMountFlags)\n"
                                                 : "ERROR (ResolveAliasFileWithMountFlags)\n";
     waitForChange(volumes, 1);
-    m.clock.sleep(1);
+    m.platform.clock.sleep(1);
     mText += "\nMethod 2 (Open File):\n";
     mText += open() ? "OK (Open File)\n" : "ERROR (Open File)\n";
     waitForChange(volumes, 2);
@@ -102,7 +102,7 @@ class AliasMounter::Examination {
 
   std::vector<std::string> mounted() const {
     std::vector<std::string> paths;
-    for (const auto& mount : m.volumes.mounts()) {
+    for (const auto& mount : m.platform.volumes.mounts()) {
       if (mount.isVolume) paths.push_back(mount.target);
     }
     return paths;
@@ -116,7 +116,7 @@ class AliasMounter::Examination {
     int seconds = 0;
     auto now = mounted();
     while (seconds < 11 && now.size() == volumes.size()) {
-      m.clock.sleep(1);
+      m.platform.clock.sleep(1);
       ++seconds;
       now = mounted();
     }
@@ -132,10 +132,11 @@ class AliasMounter::Examination {
       std::atomic<int> value{-1};
     };
     const auto answer = std::make_shared<Answer>();
-    m.runLoop.performOnMain([answer, &processes = m.processes, alias = mAlias] {
+    m.platform.runLoop.performOnMain([answer, &processes = m.platform.processes, alias = mAlias] {
       answer->value = processes.open(alias) ? 1 : 0;
     });
-    for (int looks = 0; answer->value < 0 && looks < kMostLooks; ++looks) m.clock.sleep(kLook);
+    for (int looks = 0; answer->value < 0 && looks < kMostLooks; ++looks)
+      m.platform.clock.sleep(kLook);
     return answer->value == 1;
   }
 
@@ -148,7 +149,7 @@ class AliasMounter::Examination {
     static_cast<void>(ZAN_FilesUtils::appendToFile(path, mText, false));
   }
 
-  Platform& m;
+  Records& m;
   std::string mAlias;
   std::string mDesktop;
   std::string mText;
@@ -156,7 +157,7 @@ class AliasMounter::Examination {
 
 void AliasMounter::checkMountVolume(const std::string& aliasPath) {
   auto examination = std::make_shared<Examination>(m, aliasPath);
-  m.runLoop.detachThread("checkMountVolume", [examination] { examination->run(); });
+  m.platform.runLoop.detachThread("checkMountVolume", [examination] { examination->run(); });
 }
 
 }  // namespace corvana

@@ -7,16 +7,14 @@
 
 namespace corvana {
 
-class Messages;
 class ZAN_MountVolume;
-class ZAN_StringTable;
+struct Records;
 
 /// Has the volume of an alias file mounted. Thread: main; nothing here waits.
 class AliasMounter {
  public:
   /// `toolsFolder`: where the helper tools lie.
-  AliasMounter(Platform& platform, Messages& messages, const ZAN_StringTable& texts,
-               std::string toolsFolder);
+  AliasMounter(Records& records, std::string toolsFolder);
 
   /// Tells the user that it tries, and runs the helper "mountvolume"; one that has not ended after
   /// 10 s is ended and the user told. Without the helper the alias is resolved as if opened.
@@ -31,9 +29,7 @@ class AliasMounter {
 
   void watch(const std::shared_ptr<Attempt>& attempt);
 
-  Platform& m;
-  Messages& mMessages;
-  const ZAN_StringTable& mTexts;
+  Records& m;
   std::string mToolsFolder;
 };
 

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <string>
 
-#include "core/record/Preferences.h"
+#include "core/record/Records.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/UserInterface.h"
 #include "platform/Volumes.h"
 #include "volumes/FreeSpaceHistory.h"
@@ -23,50 +22,45 @@ constexpr double kFresh = 10.0;
 
 }  // namespace
 
-bool FreeSpaceSurvey::isCheckDue(ReferenceTime now) const {
-  return mPreferences.mCheckFreeSpace && mPreferences.mCheckStartupDiskFreeSpace.isPassed(now);
+ReferenceTime FreeSpaceSurvey::nextCheck() const {
+  return m.preferences.mCheckFreeSpace ? m.preferences.mCheckStartupDiskFreeSpace.passing()
+                                       : kNever;
 }
 
 void FreeSpaceSurvey::checkStartupDiskFreeSpace() {
-  const ReferenceTime now = m.clock.now();
+  const ReferenceTime now = m.platform.clock.now();
   ReferenceTime next = now + kCheckInterval;
-  if (mPreferences.mCheckFreeSpace) {
+  if (m.preferences.mCheckFreeSpace) {
     VolumeInformation space;
-    for (const Mount& mount : m.volumes.mounts()) {
-      if (mount.target == "/") space = m.volumes.information(mount, kFresh).value_or(space);
+    for (const Mount& mount : m.platform.volumes.mounts()) {
+      if (mount.target == "/")
+        space = m.platform.volumes.information(mount, kFresh).value_or(space);
     }
     if (space.totalSize != 0 && space.freeSize < space.totalSize / 10) {
       next = now + kAfterWarning;
       mStartupDiskLowSpaceValue = static_cast<int>(space.freeSize * 100 / space.totalSize);
-      m.systemLog.write("The start-up disk is nearly full: " +
-                        std::to_string(mStartupDiskLowSpaceValue) + " % free");
-      m.userInterface.showWindowQuietly(Window::lowSpace);
+      m.platform.systemLog.write("The start-up disk is nearly full: " +
+                                 std::to_string(mStartupDiskLowSpaceValue) + " % free");
+      m.platform.userInterface.showWindowQuietly(Window::lowSpace);
     } else {
-      m.userInterface.hideWindow(Window::lowSpace);
+      m.platform.userInterface.hideWindow(Window::lowSpace);
     }
   }
-  mPreferences.mCheckStartupDiskFreeSpace.set(next);
-  mPreferences.setPref(PreferenceKey::nextFreeSpaceCheck, next);
-  mPreferences.savePrefs(false);
+  m.preferences.mCheckStartupDiskFreeSpace.set(next);
+  m.preferences.setPref(PreferenceKey::nextFreeSpaceCheck, next);
+  m.preferences.savePrefs(false);
 }
 
-bool FreeSpaceSurvey::isCleaningDue(ReferenceTime now) const {
-  return mPreferences.mSchedulerCleanVolumesInfos.isPassed(now);
+ReferenceTime FreeSpaceSurvey::nextCleaning() const {
+  return m.preferences.mSchedulerCleanVolumesInfos.passing();
 }
 
 void FreeSpaceSurvey::cleanVolumesInfos() {
-  const ReferenceTime next = m.clock.now() + kCleaningInterval;
-  mPreferences.mSchedulerCleanVolumesInfos.set(next);
+  const ReferenceTime next = m.platform.clock.now() + kCleaningInterval;
+  m.preferences.mSchedulerCleanVolumesInfos.set(next);
   mHistory.cleanVolumesSurveyorList();
-  mPreferences.setPref(PreferenceKey::nextPruning, next);
-  mPreferences.savePrefs(false);
-}
-
-ReferenceTime FreeSpaceSurvey::nextWork() const {
-  const ReferenceTime cleaning = mPreferences.mSchedulerCleanVolumesInfos.at();
-  return mPreferences.mCheckFreeSpace
-             ? std::min(cleaning, mPreferences.mCheckStartupDiskFreeSpace.at())
-             : cleaning;
+  m.preferences.setPref(PreferenceKey::nextPruning, next);
+  m.preferences.savePrefs(false);
 }
 
 }  // namespace corvana

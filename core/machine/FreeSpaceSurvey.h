@@ -5,32 +5,26 @@
 namespace corvana {
 
 class FreeSpaceHistory;
-class Preferences;
-struct Platform;
+struct Records;
 
 /// Warns when the start-up disk is nearly full, and has the history of free space pruned from time
 /// to time. Thread: main.
 class FreeSpaceSurvey {
  public:
-  FreeSpaceSurvey(Platform& platform, Preferences& preferences, FreeSpaceHistory& history)
-      : m(platform), mPreferences(preferences), mHistory(history) {}
+  FreeSpaceSurvey(Records& records, FreeSpaceHistory& history) : m(records), mHistory(history) {}
 
-  bool isCheckDue(ReferenceTime now) const;
+  ReferenceTime nextCheck() const;
   /// Below a tenth the window is shown and the next check is in a day, else in 300 s.
   void checkStartupDiskFreeSpace();
   /// What the window says: free space in percent, cut.
   int lowSpacePercent() const { return mStartupDiskLowSpaceValue; }
 
-  bool isCleaningDue(ReferenceTime now) const;
+  ReferenceTime nextCleaning() const;
   /// Every 15 days.
   void cleanVolumesInfos();
 
-  /// The next of the two.
-  ReferenceTime nextWork() const;
-
  private:
-  Platform& m;
-  Preferences& mPreferences;
+  Records& m;
   FreeSpaceHistory& mHistory;
   int mStartupDiskLowSpaceValue = 0;
 };

@@ -3,16 +3,10 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "actions/ActionTree.h"
-#include "actions/History.h"
 #include "actions/ProgrammedAction.h"
-#include "core/record/Messages.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
+#include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
 #include "platform/Clock.h"
-#include "platform/Platform.h"
 
 namespace corvana {
 
@@ -23,16 +17,12 @@ constexpr double kLongTime = 2 * kDay;
 
 }  // namespace
 
-LongDisabledWarning::LongDisabledWarning(const WorkSurroundings& surroundings, History& history,
-                                         const TriggerEvaluation& evaluation)
-    : m(surroundings), mHistory(history), mEvaluation(evaluation) {}
-
 void LongDisabledWarning::checkIfExecutionIsDisabled() {
   if (!m.state.mScheduleDisabled && !m.state.mStartedFromNewMachine) return;
   if (m.tree.rootItem().numberOfActions() == 0) return;
   const ReferenceTime now = m.platform.clock.now();
-  const auto count = static_cast<std::int64_t>(mHistory.historyCount());
-  const auto latest = mHistory.historyEntryAtIndex(count - 1)["Date"].asDate();
+  const auto count = static_cast<std::int64_t>(m.history.historyCount());
+  const auto latest = m.history.historyEntryAtIndex(count - 1)["Date"].asDate();
   if (!latest || now - *latest <= kLongTime) return;
   const bool anyWasDue = std::ranges::any_of(
       mEvaluation.actionsNextList(),

@@ -1,25 +1,22 @@
 #pragma once
 
-#include "core/work/WorkSurroundings.h"
-
 namespace corvana {
 
-class History;
 class TriggerEvaluation;
+struct Records;
 
 /// Reminds a user who has automatic execution off, or has not yet answered the question about the
 /// start-up disk, that actions were due and none was executed for days. Thread: main.
 class LongDisabledWarning {
  public:
-  LongDisabledWarning(const WorkSurroundings& surroundings, History& history,
-                      const TriggerEvaluation& evaluation);
+  LongDisabledWarning(Records& records, const TriggerEvaluation& evaluation)
+      : m(records), mEvaluation(evaluation) {}
 
   /// A moment after the start, when the dates of all actions are known.
   void checkIfExecutionIsDisabled();
 
  private:
-  WorkSurroundings m;
-  History& mHistory;
+  Records& m;
   const TriggerEvaluation& mEvaluation;
 };
 

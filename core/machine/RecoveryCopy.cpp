@@ -1,6 +1,6 @@
 #include "core/machine/RecoveryCopy.h"
 
-#include "core/record/SiblingChannel.h"
+#include "core/record/Records.h"
 #include "platform/RunLoop.h"
 #include "volumes/ZAN_MountVolume.h"
 
@@ -9,8 +9,9 @@ namespace corvana {
 void RecoveryCopy::copyRecoveryPartition(const ZAN_Value& userInfo) {
   const std::string source = userInfo.string("sourceDeviceIdentifier");
   const std::string target = userInfo.string("DeviceIdentifier");
-  mRunLoop.detachThread("copyRecoveryPartition", [source, target, tools = mTools, &loop = mRunLoop,
-                                                  &channel = mChannel] {
+  m.platform.runLoop.detachThread("copyRecoveryPartition", [source, target, tools = mTools,
+                                                            &loop = m.platform.runLoop,
+                                                            &channel = m.channel] {
     ZAN_Value answer =
         ZAN_Value::dictionary({{"DeviceIdentifier", target}, {"sourceDeviceIdentifier", source}});
     if (tools.restore(source, target)) {

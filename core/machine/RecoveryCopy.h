@@ -4,16 +4,14 @@
 
 namespace corvana {
 
-class RunLoop;
-class SiblingChannel;
 class ZAN_MountVolume;
+struct Records;
 
 /// Copies a recovery partition for the main application. Thread: main; the copy itself runs in the
 /// background.
 class RecoveryCopy {
  public:
-  RecoveryCopy(RunLoop& runLoop, SiblingChannel& channel, const ZAN_MountVolume& tools)
-      : mRunLoop(runLoop), mChannel(channel), mTools(tools) {}
+  RecoveryCopy(Records& records, const ZAN_MountVolume& tools) : m(records), mTools(tools) {}
 
   /// From "sourceDeviceIdentifier" to "DeviceIdentifier" (BSD names). The main application hears
   /// "SendCopyRecoveryHDCompleted" with both and, when the new partition was given its type,
@@ -21,8 +19,7 @@ class RecoveryCopy {
   void copyRecoveryPartition(const ZAN_Value& userInfo);
 
  private:
-  RunLoop& mRunLoop;
-  SiblingChannel& mChannel;
+  Records& m;
   const ZAN_MountVolume& mTools;
 };
 

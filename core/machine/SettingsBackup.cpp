@@ -7,11 +7,9 @@
 
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "actions/ActionStore.h"
+#include "core/record/Records.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/RunLoop.h"
 
 namespace corvana {
@@ -57,8 +55,6 @@ struct SettingsBackup::Result {
   ReferenceTime date = 0;
   std::string reason;  ///< of what failed
 };
-
-SettingsBackup::SettingsBackup(const WorkSurroundings& surroundings) : m(surroundings) {}
 
 bool SettingsBackup::hasDestinations() const {
   return !m.store.settings().mainAppSettingForKey(kDestinations).empty();

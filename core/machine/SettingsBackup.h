@@ -8,9 +8,10 @@
 
 #include "ZANCocoaFramework/ZAN_FolderMirror.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "core/work/WorkSurroundings.h"
 
 namespace corvana {
+
+struct Records;
 
 /// Copies the data folder to the folders that the user has chosen for that, each at most every two
 /// hours, on a thread of its own. The setting "CopySettingsDestinations" of the main application
@@ -21,12 +22,10 @@ namespace corvana {
 /// folder that does not answer keeps the thread waiting and everything else going. Thread: main.
 class SettingsBackup {
  public:
-  explicit SettingsBackup(const WorkSurroundings& surroundings);
+  explicit SettingsBackup(Records& records) : m(records) {}
   SettingsBackup(const SettingsBackup&) = delete;
   SettingsBackup& operator=(const SettingsBackup&) = delete;
 
-  /// Whether the user has chosen any folder.
-  bool hasDestinations() const;
   /// Starts the copies that are due; nothing while some run.
   void backupSettings();
   bool isRunning() const { return mSettingsRunningBackup; }
@@ -39,13 +38,14 @@ class SettingsBackup {
   ZAN_FolderMirror::StepHook onMirrorStep;
 
  private:
+  bool hasDestinations() const;
   struct Job;
   struct Result;
   static std::vector<Result> backupSettingsThread(const Job& job);
   static Result backup(const Job& job, const std::string& path);
   void take(const std::vector<Result>& results);
 
-  WorkSurroundings m;
+  Records& m;
   bool mSettingsRunningBackup = false;
   std::map<std::string, std::string> mReasons;  ///< of the failures that were said, by path
   /// Gone with this object: what a thread hands back later finds nobody.

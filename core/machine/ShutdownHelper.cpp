@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "actions/ActionStore.h"
-#include "actions/ActionTree.h"
 #include "actions/ProgrammedAction.h"
+#include "core/record/Records.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/Processes.h"
 
 namespace corvana {

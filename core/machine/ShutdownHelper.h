@@ -2,15 +2,15 @@
 
 #include <string>
 
-#include "core/work/WorkSurroundings.h"
-
 namespace corvana {
+
+struct Records;
 
 /// The application that sees the machine being shut down and asks for what is to run then. It runs
 /// only while there is such an action. Thread: main.
 class ShutdownHelper {
  public:
-  explicit ShutdownHelper(const WorkSurroundings& surroundings) : m(surroundings) {}
+  explicit ShutdownHelper(Records& records) : m(records) {}
 
   /// Starts or ends it, as the tree now asks for.
   void update();
@@ -20,7 +20,7 @@ class ShutdownHelper {
  private:
   const std::string& bundle() const;
 
-  WorkSurroundings m;
+  Records& m;
 };
 
 }  // namespace corvana

@@ -3,22 +3,15 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionSort.h"
-#include "actions/ActionTree.h"
 #include "actions/FolderDescription.h"
 #include "actions/ProgrammedAction.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingChannel.h"
-#include "core/record/SiblingWatch.h"
+#include "core/record/Records.h"
 #include "platform/Clock.h"
-#include "platform/Platform.h"
 #include "platform/Processes.h"
+#include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
+#include "volumes/VolumeReference.h"
 
 namespace corvana {
 
@@ -31,6 +24,7 @@ constexpr std::string_view kNoName = "/";
 constexpr int kLooks = 5;
 constexpr double kBetweenLooks = 2.0;
 constexpr double kMainAppStarts = 2.0;
+constexpr double kQuestionDelay = 2.0;
 
 std::uint64_t difference(std::uint64_t a, std::uint64_t b) {
   if (a == 0 || b == 0) return 0;
@@ -47,8 +41,6 @@ FolderDescription descriptionOf(const StartupVolume& volume) {
 }
 
 }  // namespace
-
-StartupDisk::StartupDisk(Surroundings surroundings) : m(std::move(surroundings)) {}
 
 void StartupDisk::checkStartupDisk() {
   const auto normal = m.preferences.prefForKey(kName).asString();
@@ -104,7 +96,7 @@ void StartupDisk::setPending(bool pending) {
   m.state.updateMenu();
   // What was put off while the question was open is looked at now.
   if (!pending) m.state.checkAtTheLatestAt(m.platform.clock.now());
-  if (onChanged) onChanged();
+  m.executionStatusChanged();
 }
 
 void StartupDisk::saveStartupDiskReference() {
@@ -131,6 +123,10 @@ void StartupDisk::askAboutStartupDiskChange() {
          });
 }
 
+void StartupDisk::askSoon() {
+  m.platform.runLoop.performAfter(kQuestionDelay, [this] { askAboutStartupDiskChange(); });
+}
+
 void StartupDisk::confirmStartupDisk() {
   saveStartupDiskReference();
   haveActionsChecked();
@@ -143,14 +139,18 @@ void StartupDisk::haveActionsChecked() {
   const ActionsTools tools(ZAN_DateUtils(machine.timeZoneName(), machine.regionName()),
                            m.platform.clock.now());
   const auto actions = m.tree.rootItem().actionsNeedingUpdateForStartupDisk(
-      descriptionOf(*volume), {SortMode::type, tools}, liesOnStartupDisk);
+      descriptionOf(*volume), {SortMode::type, tools}, [this](const std::string& path) {
+        const auto mount = VolumeReference(m.platform.volumes).ofPath(path);
+        return mount && mount->target == "/";
+      });
   if (actions.empty()) return;
   std::string names;
   for (const ProgrammedAction* action : actions)
     names += (names.empty() ? "" : ", ") + action->getTitle();
   const std::string text = m.texts.text("StartupDiskActionsToCheck", {names});
   if (!m.siblingWatch.isMainAppLaunched()) {
-    if (!m.platform.processes.open(m.mainAppBundlePath)) {
+    if (!m.platform.processes.open(
+            m.store.installPaths().installPathForCode(InstallPaths::mainAppBundle))) {
       m.messages.displayStandardMessage(text, LogCode::message);
       return;
     }

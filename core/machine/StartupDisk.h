@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
@@ -9,16 +8,7 @@
 
 namespace corvana {
 
-class ActionTree;
-class Messages;
-class Preferences;
-class SchedulerLog;
-class SiblingChannel;
-class SiblingWatch;
-class ZAN_StringTable;
-class ZAN_StringUtils;
-struct Platform;
-struct SchedulerState;
+struct Records;
 
 /// Notices that the machine was started from another disk than usual, where the actions may point
 /// at the wrong volumes. The usual one is kept in the preferences as name, size and creation date;
@@ -26,21 +16,6 @@ struct SchedulerState;
 /// launched (`SchedulerState::mStartedFromNewMachine`). Thread: main.
 class StartupDisk {
  public:
-  /// What it leans on; everything outlives it.
-  struct Surroundings {
-    Platform& platform;
-    SchedulerState& state;
-    Preferences& preferences;
-    ActionTree& tree;
-    SchedulerLog& log;
-    Messages& messages;
-    SiblingChannel& channel;
-    SiblingWatch& siblingWatch;
-    const ZAN_StringTable& texts;
-    const ZAN_StringUtils& strings;
-    std::string mainAppBundlePath;
-  };
-
   /// What the window of the question shows.
   struct Change {
     std::string title;
@@ -49,12 +24,7 @@ class StartupDisk {
     std::string differences;
   };
 
-  explicit StartupDisk(Surroundings surroundings);
-
-  /// The question was opened or answered: menus and siblings have to follow.
-  std::function<void()> onChanged;
-  /// Whether a path lies on the start-up disk and on no other volume; without it every path does.
-  std::function<bool(const std::string& path)> liesOnStartupDisk;
+  explicit StartupDisk(Records& records) : m(records) {}
 
   /// Compares with the usual disk, or takes this one as the usual one when there is none yet. A
   /// difference of size or date has to persist through five looks, for which it blocks for 8 s.
@@ -63,6 +33,8 @@ class StartupDisk {
   void saveStartupDiskReference();
   /// Asks the user, once at a time. Without a difference there is nothing to ask.
   void askAboutStartupDiskChange();
+  /// The same in a moment.
+  void askSoon();
   /// What follows when the user confirms: this disk is the usual one, and actions that were made
   /// for another one are to be checked in the main application, which may block for 2 s.
   void confirmStartupDisk();
@@ -78,7 +50,7 @@ class StartupDisk {
   void setPending(bool pending);
   void haveActionsChecked();
 
-  Surroundings m;
+  Records& m;
   Change mChange;
   bool mStartedFromNewMachineShowLogs = false;
   std::uint64_t mPreviousSize = 0;

@@ -7,13 +7,13 @@
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
-#include "actions/ActionStore.h"
+#include "core/record/Records.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
+#include "volumes/ZAN_MountVolume.h"
 
 namespace corvana {
 
@@ -32,16 +32,12 @@ Outcome writeText(const std::string& path, const std::string& text) {
 
 }  // namespace
 
-SystemInformation::SystemInformation(Platform& platform, ActionStore& store,
-                                     const ZAN_StringUtils& strings)
-    : mPlatform(platform), mStore(store), mStrings(strings) {}
-
 std::string SystemInformation::getLoginItems() const {
   std::string text = "***** Login Items:\n";
-  for (const std::string& path : mPlatform.machine.loginItems()) {
+  for (const std::string& path : m.platform.machine.loginItems()) {
     text += filled("%@\n", ZAN_FilesUtils::exists(path) ? path : path + " [NOT FOUND]");
   }
-  const std::string home = mPlatform.machine.homeFolder();
+  const std::string home = m.platform.machine.homeFolder();
   const auto ofHome = [&](const char* folder) { return ZAN_FilesUtils::joinedPath(home, folder); };
   for (const std::string& folder :
        {std::string("/Library/LaunchDaemons"), std::string("/Library/LaunchAgents"),
@@ -81,19 +77,19 @@ std::string SystemInformation::appendListItemsOf(const std::string& folder) {
 
 void SystemInformation::saveListLoginItems() {
   const std::string text = getLoginItems();
-  const auto saved = mPlatform.machine.userDefault(kLoginItemsCopy).asString();
+  const auto saved = m.platform.machine.userDefault(kLoginItemsCopy).asString();
   if (saved && *saved == text) return;
-  mPlatform.machine.setUserDefault(kLoginItemsCopy, text);
-  const std::string folder = mStore.folder().loginItemsFolderPath();
+  m.platform.machine.setUserDefault(kLoginItemsCopy, text);
+  const std::string folder = m.store.folder().loginItemsFolderPath();
   const Outcome made = ZAN_FilesUtils::createFolder(folder);
-  const std::string name =
-      mStore.dates().calendar().format(mPlatform.clock.now(), "%y_%m_%d %H_%M_%S Login Items.txt");
+  const std::string name = m.store.dates().calendar().format(m.platform.clock.now(),
+                                                             "%y_%m_%d %H_%M_%S Login Items.txt");
   const Outcome written = made ? writeText(ZAN_FilesUtils::joinedPath(folder, name), text) : made;
-  if (!written) mPlatform.systemLog.write(written.error().text);
+  if (!written) m.platform.systemLog.write(written.error().text);
 }
 
 ZAN_Value SystemInformation::processList() const {
-  auto running = mPlatform.processes.running();
+  auto running = m.platform.processes.running();
   std::ranges::sort(running, {}, &RunningProcess::pid);
   ZAN_Value list = ZAN_Value::array();
   for (const RunningProcess& process : running) {
@@ -124,25 +120,24 @@ Result<std::string> SystemInformation::saveListProcess() {
     text += "\n";
   }
   text += "\n" + getLoginItems();
-  const std::string name =
-      mStore.dates().calendar().format(mPlatform.clock.now(), "%y_%m_%d %H_%M_%S List Process.txt");
-  const std::string path = ZAN_FilesUtils::joinedPath(mPlatform.machine.downloadsFolder(), name);
+  const std::string name = m.store.dates().calendar().format(m.platform.clock.now(),
+                                                             "%y_%m_%d %H_%M_%S List Process.txt");
+  const std::string path = ZAN_FilesUtils::joinedPath(m.platform.machine.downloadsFolder(), name);
   const Outcome written = writeText(path, text);
   if (written) return path;
-  mPlatform.systemLog.write(written.error().text);
+  m.platform.systemLog.write(written.error().text);
   return written.error();
 }
 
 void SystemInformation::showAllDisksInformation() {
-  mPlatform.userInterface.setWindowText(Window::allDisks, {});
-  mPlatform.runLoop.detachThread("disks", [this] {
-    auto list = getAllVolumesDictionary
-                    ? getAllVolumesDictionary()
-                    : Result<ZAN_Value>(Error{ErrorKind::unavailable, "the list of disks"});
-    mPlatform.runLoop.performOnMain([this, list = std::move(list)] {
-      if (!list) mPlatform.systemLog.write(list.error().text);
-      UserInterface& ui = mPlatform.userInterface;
-      ui.setWindowText(Window::allDisks, list ? allDisksText(*list, mStrings) : std::string());
+  m.platform.userInterface.setWindowText(Window::allDisks, {});
+  // The tool may take its time.
+  m.platform.runLoop.detachThread("disks", [this, tools = mTools] {
+    m.platform.runLoop.performOnMain([this, list = tools.getAllVolumesDictionary()] {
+      if (list.isNull()) m.platform.systemLog.write("diskutil: it did not list the disks");
+      UserInterface& ui = m.platform.userInterface;
+      ui.setWindowText(Window::allDisks,
+                       list.isNull() ? std::string() : allDisksText(list, m.strings));
       if (!ui.isWindowVisible(Window::allDisks)) ui.showWindow(Window::allDisks);
     });
   });

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
@@ -9,19 +8,15 @@
 
 namespace corvana {
 
-class ActionStore;
-struct Platform;
+class ZAN_MountVolume;
+struct Records;
 
 /// Plain-text snapshots for support: what starts with the machine, what runs, and which disks there
 /// are. Thread: main.
 class SystemInformation {
  public:
   /// Everything outlives it.
-  SystemInformation(Platform& platform, ActionStore& store, const ZAN_StringUtils& strings);
-
-  /// Gives the property list of all disks; called on a thread of its own, since the tool may take
-  /// its time.
-  std::function<Result<ZAN_Value>()> getAllVolumesDictionary;
+  SystemInformation(Records& records, const ZAN_MountVolume& tools) : m(records), mTools(tools) {}
 
   /// The login items, then the entries of the folders from which daemons and agents are launched.
   std::string getLoginItems() const;
@@ -54,9 +49,8 @@ class SystemInformation {
  private:
   ZAN_Value processList() const;
 
-  Platform& mPlatform;
-  ActionStore& mStore;
-  const ZAN_StringUtils& mStrings;
+  Records& m;
+  const ZAN_MountVolume& mTools;
 };
 
 }  // namespace corvana

@@ -6,11 +6,9 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "core/machine/AliasMounter.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerState.h"
+#include "core/machine/VolumeWatch.h"
+#include "core/record/Records.h"
 #include "platform/Clock.h"
 #include "platform/Input.h"
 #include "platform/RunLoop.h"
@@ -31,16 +29,17 @@ constexpr int kMostLooks = 50;
 
 }  // namespace
 
-VolumeMounter::VolumeMounter(const Surroundings& surroundings) : m(surroundings) {}
+VolumeMounter::VolumeMounter(Records& records, VolumeWatch& watch, const Means& means)
+    : m(records), mWatch(watch), mMeans(means), mAliasFolder(m.store.folder().pathOf("Alias")) {}
 
 void VolumeMounter::updateListOfVolumesToMount() {
   if (mUpdatingMountedVolumes) return;
-  m.connected.updateListVolumes();
+  mMeans.connected.updateListVolumes();
   mUpdatingMountedVolumes = true;
 }
 
 bool VolumeMounter::isListReady() const {
-  return mUpdatingMountedVolumes && m.connected.isListVolumesAvailable();
+  return mUpdatingMountedVolumes && mMeans.connected.isListVolumesAvailable();
 }
 
 void VolumeMounter::takeUpdatedList() {
@@ -50,16 +49,16 @@ void VolumeMounter::takeUpdatedList() {
 
 void VolumeMounter::buildVolumesToMountList() {
   mVolumesToMountList.clear();
-  static_cast<void>(ZAN_FilesUtils::createFolder(m.aliasFolder));
-  const auto names = ZAN_FilesUtils::listFolder(m.aliasFolder);
+  static_cast<void>(ZAN_FilesUtils::createFolder(mAliasFolder));
+  const auto names = ZAN_FilesUtils::listFolder(mAliasFolder);
   for (const auto& name : names ? *names : std::vector<std::string>()) {
-    std::string path = ZAN_FilesUtils::joinedPath(m.aliasFolder, name);
+    std::string path = ZAN_FilesUtils::joinedPath(mAliasFolder, name);
     if (AliasFile::isAlias(path))
       mVolumesToMountList.push_back(
           {.volName = name, .volPath = std::move(path), .bsdName = {}, .isAlias = true});
   }
-  if (m.connected.isListVolumesAvailable()) {
-    for (const ZAN_Value& record : m.connected.getUnmountedVolumes()) {
+  if (mMeans.connected.isListVolumesAvailable()) {
+    for (const ZAN_Value& record : mMeans.connected.getUnmountedVolumes()) {
       const std::string name = record.string("volName");
       if (!mMountVolumesSystemPartition &&
           std::ranges::find(kSystemPartitions, name) != kSystemPartitions.end())
@@ -68,7 +67,7 @@ void VolumeMounter::buildVolumesToMountList() {
           {.volName = name, .volPath = {}, .bsdName = record.string("bsdName")});
     }
   }
-  if (onCandidatesChanged) onCandidatesChanged();
+  m.changes.note(Change::volumes);
 }
 
 void VolumeMounter::setMountsSystemPartitions(bool also) {
@@ -81,9 +80,9 @@ void VolumeMounter::selectVolumeToMountInMenu(std::size_t index) {
   if (index >= mVolumesToMountList.size()) return;
   const MountCandidate candidate = mVolumesToMountList[index];
   if (!candidate.isAlias) {
-    m.connected.mountVolumeWithBsd(candidate.bsdName);
+    mMeans.connected.mountVolumeWithBsd(candidate.bsdName);
   } else if (m.platform.input.optionKeyDown() && ZAN_FilesUtils::exists(candidate.volPath)) {
-    m.aliases.checkMountVolume(candidate.volPath);
+    mMeans.aliases.checkMountVolume(candidate.volPath);
   } else {
     mountAlias(candidate);
   }
@@ -92,7 +91,7 @@ void VolumeMounter::selectVolumeToMountInMenu(std::size_t index) {
 void VolumeMounter::mountAlias(const MountCandidate& candidate) {
   if (!ZAN_FilesUtils::exists(candidate.volPath)) return;
   m.state.holdBackUntil(m.platform.clock.now() + kHoldWhileMounting);
-  m.aliases.mountVolumeFromAlias(candidate.volPath);
+  mMeans.aliases.mountVolumeFromAlias(candidate.volPath);
 }
 
 void VolumeMounter::mountSelectedVolumes(const std::vector<std::size_t>& rows) {
@@ -107,18 +106,18 @@ void VolumeMounter::mountSelectedVolumes(const std::vector<std::size_t>& rows) {
     if (candidate.isAlias) {
       mountAlias(candidate);
     } else {
-      m.connected.mountVolumeWithBsd(candidate.bsdName,
-                                     [this, mounting, alive = std::weak_ptr<int>(mAlive)] {
-                                       if (--*mounting == 0 && !alive.expired())
-                                         updateListAfterMounting();
-                                     });
+      mMeans.connected.mountVolumeWithBsd(candidate.bsdName,
+                                          [this, mounting, alive = std::weak_ptr<int>(mAlive)] {
+                                            if (--*mounting == 0 && !alive.expired())
+                                              updateListAfterMounting();
+                                          });
     }
   }
 }
 
 /// A list that is being read may be one from before the last mount.
 void VolumeMounter::updateListAfterMounting() {
-  if (!mUpdatingMountedVolumes && !m.connected.isUpdatingList()) {
+  if (!mUpdatingMountedVolumes && !mMeans.connected.isUpdatingList()) {
     updateListOfVolumesToMount();
     return;
   }
@@ -133,7 +132,7 @@ void VolumeMounter::rememberVolumeMountedByScheduler(const std::string& path) {
 
 void VolumeMounter::unmountVolumesMountedByScheduler() {
   if (mMountedVolumesList.empty()) return;
-  if (onSaveVolumesInfos) onSaveVolumesInfos();
+  mWatch.saveVolumesInfos();
   mUnmountsForQueue = true;
   for (const auto& path : std::exchange(mMountedVolumesList, {})) unmountVolume(path);
 }
@@ -153,7 +152,7 @@ void VolumeMounter::beginUnmount() {
         m.messages.showMessage(m.texts.text("UnmountingVolumeTitle"), path, kMessageSeconds, true);
   }
   m.platform.runLoop.detachThread(
-      "unmountVolume", [tools = m.tools, &loop = m.platform.runLoop, path, this,
+      "unmountVolume", [tools = mMeans.tools, &loop = m.platform.runLoop, path, this,
                         alive = std::weak_ptr<int>(mAlive)] {
         if (!tools.ejectVolume(path)) {
           const std::string device = tools.getBSDNameForVolumePath(path);

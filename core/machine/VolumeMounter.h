@@ -1,22 +1,17 @@
 #pragma once
 
 #include <deque>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "platform/Platform.h"
-
 namespace corvana {
 
 class AliasMounter;
-class Messages;
-class Preferences;
+class VolumeWatch;
 class ZAN_ConnectedVolumes;
 class ZAN_MountVolume;
-class ZAN_StringTable;
-struct SchedulerState;
+struct Records;
 
 /// What the user can have mounted: an alias file, usually of a share of a server, or a partition.
 struct MountCandidate {
@@ -31,31 +26,20 @@ struct MountCandidate {
 /// become empty. Nothing is launched while something is being unmounted. Thread: main.
 class VolumeMounter {
  public:
-  struct Surroundings {
-    Platform& platform;
-    SchedulerState& state;
-    const Preferences& preferences;
-    Messages& messages;
-    const ZAN_StringTable& texts;
+  /// The means of mounting, and of unmounting.
+  struct Means {
     const ZAN_MountVolume& tools;
     ZAN_ConnectedVolumes& connected;
     AliasMounter& aliases;
-    std::string aliasFolder;  ///< full path; made when it is looked at
   };
 
-  explicit VolumeMounter(const Surroundings& surroundings);
-
-  /// The list of candidates was built anew.
-  std::function<void()> onCandidatesChanged;
-  /// Before the volumes of the queue are unmounted: information about them is to be saved.
-  std::function<void()> onSaveVolumesInfos;
+  VolumeMounter(Records& records, VolumeWatch& watch, const Means& means);
 
   // The list of what can be mounted
   /// Has the partitions read again; the tick builds the list when they are there.
   void updateListOfVolumesToMount();
   /// For the tick: partitions were asked for and are there now.
   bool isListReady() const;
-  bool isUpdatingMountedVolumes() const { return mUpdatingMountedVolumes; }
   /// Clears that state and builds the list.
   void takeUpdatedList();
   /// Aliases first, then the partitions that are not mounted, as they are known now.
@@ -76,7 +60,7 @@ class VolumeMounter {
   /// Mounted for an action; remembered only when the user wants such volumes unmounted.
   void rememberVolumeMountedByScheduler(const std::string& path);
   bool hasVolumesToUnmount() const { return !mMountedVolumesList.empty(); }
-  /// The queue has become empty.
+  /// The queue has become empty. Information about them is saved first.
   void unmountVolumesMountedByScheduler();
   /// Lets the volume go, by force when it does not go otherwise, and looks for 5 s whether it has
   /// gone. Several are unmounted one after another.
@@ -90,7 +74,10 @@ class VolumeMounter {
   void waitUntilGone(int looksLeft);
   void endUnmount();
 
-  Surroundings m;
+  Records& m;
+  VolumeWatch& mWatch;
+  Means mMeans;
+  std::string mAliasFolder;  ///< made when it is looked at
   std::vector<MountCandidate> mVolumesToMountList;
   std::vector<std::string> mMountedVolumesList;
   std::deque<std::string> mUnmounting;

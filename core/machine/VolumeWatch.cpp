@@ -2,10 +2,13 @@
 
 #include <utility>
 
-#include "core/record/DebugLog.h"
+#include "core/record/Records.h"
+#include "core/work/TriggerEvaluation.h"
 #include "platform/Clock.h"
-#include "platform/Platform.h"
 #include "platform/RunLoop.h"
+#include "platform/Volumes.h"
+#include "volumes/FreeSpaceHistory.h"
+#include "volumes/MountedVolumesHistory.h"
 #include "volumes/ZAN_ConnectedVolumes.h"
 #include "volumes/ZAN_MountedVolumes.h"
 
@@ -24,31 +27,29 @@ bool isNetworkFolder(const std::string& path) { return path == "Network" || path
 
 }  // namespace
 
-VolumeWatch::VolumeWatch(Platform& platform, DeadlineList& deadlines, DebugLog& debugLog,
-                         ZAN_MountedVolumes& mounted, ZAN_ConnectedVolumes& connected)
-    : m(platform),
-      mDebugLog(debugLog),
-      mMounted(mounted),
-      mConnected(connected),
-      mSchedulerSaveVolumesInfos(deadlines, m.clock.now() + 30.0) {}
+VolumeWatch::VolumeWatch(Records& records, TriggerEvaluation& evaluation, const Lists& lists)
+    : m(records),
+      mEvaluation(evaluation),
+      mLists(lists),
+      mSchedulerSaveVolumesInfos(m.state.deadlines, m.platform.clock.now() + 30.0) {}
 
-VolumeWatch::~VolumeWatch() { m.volumes.observe({}); }
+VolumeWatch::~VolumeWatch() { m.platform.volumes.observe({}); }
 
 void VolumeWatch::start() {
   const auto performed = [this](void (VolumeWatch::*did)(const std::string&)) {
     return [this, did](const Mount& mount) {
-      m.runLoop.performOnMain([this, did, path = mount.target] { (this->*did)(path); });
+      m.platform.runLoop.performOnMain([this, did, path = mount.target] { (this->*did)(path); });
     };
   };
-  m.volumes.observe(
+  m.platform.volumes.observe(
       {performed(&VolumeWatch::deviceDidMount), performed(&VolumeWatch::deviceDidUnmount)});
   updateListVolumes();
 }
 
 void VolumeWatch::deviceDidMount(const std::string& path) {
   if (isNetworkFolder(path)) return;
-  if (onVolumeMounted) onVolumeMounted(path);
-  saveVolumesInfosAt(m.clock.now() + kSavingAfterMount);
+  mEvaluation.checkActionsToLaunch(path);
+  saveVolumesInfosAt(m.platform.clock.now() + kSavingAfterMount);
   followLists();
 }
 
@@ -57,32 +58,34 @@ void VolumeWatch::deviceDidUnmount(const std::string& path) {
 }
 
 void VolumeWatch::followLists() {
-  m.runLoop.performAfter(kSurveyDelay, [this] { surveyMountedVolumes(); });
-  m.runLoop.performAfter(kListDelay, [this] { updateListVolumes(); });
+  m.platform.runLoop.performAfter(kSurveyDelay, [this] { surveyMountedVolumes(); });
+  m.platform.runLoop.performAfter(kListDelay, [this] { updateListVolumes(); });
 }
 
 void VolumeWatch::surveyMountedVolumes() {
-  const double start = m.clock.monotonic();
+  const double start = m.platform.clock.monotonic();
   std::vector<std::string> paths;
-  for (const auto& mount : m.volumes.mounts()) {
+  for (const auto& mount : m.platform.volumes.mounts()) {
     if (mount.isVolume) paths.push_back(mount.target);
   }
   if (paths != mCurrentVolumesContent) {
     mCurrentVolumesContent = std::move(paths);
-    mMounted.updateListVolumes();
-    if (onMountedVolumesChanged) onMountedVolumesChanged();
+    mLists.mounted.updateListVolumes();
+    mLists.mountedHistory.updateSurveyMountedVolumes();
   }
-  mDebugLog.addToTimer(DebugLog::Timer::mountedVolumes, m.clock.monotonic() - start);
+  m.debugLog.addToTimer(DebugLog::Timer::mountedVolumes, m.platform.clock.monotonic() - start);
 }
 
 void VolumeWatch::updateListVolumes() {
-  mConnected.updateListVolumes();
-  if (onListsUpdated) onListsUpdated();
+  mLists.connected.updateListVolumes();
+  m.changes.note(Change::volumes);
 }
 
-void VolumeWatch::saveVolumesInfos(bool executing) {
-  if (onSaveVolumesInfos) onSaveVolumesInfos();
-  mSchedulerSaveVolumesInfos.set(m.clock.now() + (executing ? kIntervalWhileExecuting : kInterval));
+void VolumeWatch::saveVolumesInfos() {
+  mLists.freeSpace.addVolumesSurveyorData();
+  mLists.mountedHistory.updateSurveyMountedVolumes();
+  mSchedulerSaveVolumesInfos.set(m.platform.clock.now() +
+                                 (m.state.mExecuting ? kIntervalWhileExecuting : kInterval));
 }
 
 }  // namespace corvana

@@ -4,17 +4,10 @@
 #include <limits>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "actions/TextFiles.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingChannel.h"
-#include "core/record/SurveyExecution.h"
+#include "core/record/Records.h"
+#include "core/work/ExecuteSupervisor.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
 
@@ -34,8 +27,9 @@ constexpr int kCleanLooks = 5;
 
 }  // namespace
 
-VolumesFolderSurvey::VolumesFolderSurvey(const Surroundings& surroundings)
-    : m(surroundings),
+VolumesFolderSurvey::VolumesFolderSurvey(Records& records, ExecuteSupervisor& supervisor)
+    : m(records),
+      mSupervisor(supervisor),
       mFolder(m.platform.volumes),
       mRemoval(m.platform, mFolder),
       mSchedulerVolumesFolderErrorNextCheck(m.state.deadlines) {}
@@ -44,9 +38,9 @@ bool VolumesFolderSurvey::isErrorShown() const {
   return m.platform.userInterface.isWindowVisible(Window::volumesFolderError);
 }
 
-bool VolumesFolderSurvey::isSurveyDue(ReferenceTime now) const {
-  return m.preferences.mSurveyVolumesFolder != 0 && !mCheckingVolumesFolder &&
-         mSchedulerVolumesFolderErrorNextCheck.isPassed(now) && !isErrorShown();
+ReferenceTime VolumesFolderSurvey::nextSurvey() const {
+  const bool looks = m.preferences.mSurveyVolumesFolder != 0 && !mCheckingVolumesFolder;
+  return looks && !isErrorShown() ? mSchedulerVolumesFolderErrorNextCheck.passing() : kNever;
 }
 
 void VolumesFolderSurvey::surveyVolumesFolder() {
@@ -78,10 +72,10 @@ void VolumesFolderSurvey::reSurveyVolumesFolder(int retry) {
     mSchedulerVolumesFolderErrorNextCheck.set(m.platform.clock.now() + kAfterReSurvey);
     return;
   }
-  const bool executing = isExecuting();
+  const bool executing = m.state.mExecuting;
   if (executing) {
     m.state.mMenuWasUsed = true;
-    onFinishedProcess();
+    mSupervisor.clearFinishedProcess();
     m.channel.postToExecute("ActionStopVolume");
   }
   if (m.preferences.mSurveyVolumesFolder == kTellAndDelete) {
@@ -151,7 +145,7 @@ void VolumesFolderSurvey::cleanVolumesFolder(std::function<void()> onClean) {
 }
 
 void VolumesFolderSurvey::followProgress() {
-  m.platform.userInterface.windowChanged(Window::volumesFolderError);
+  m.changes.note(Change::strayFolders);
   if (mIsCleaning) m.platform.runLoop.performAfter(kProgressInterval, [this] { followProgress(); });
 }
 
@@ -163,26 +157,8 @@ std::string VolumesFolderSurvey::progressText() const {
 
 void VolumesFolderSurvey::tell(const char* key, const std::vector<std::string>& paths) {
   const std::string text = m.texts.text(key, {VolumesFolder::namesOf(paths)});
-  m.report.addToReportFile(text);
+  m.store.texts().addToReportFile(text);
   m.log.addSchedulerLog(LogCode::message, text);
-}
-
-ReferenceTime VolumesFolderSurvey::nextWork() const {
-  const ReferenceTime now = m.platform.clock.now();
-  if (mCheckingVolumesFolder || isErrorShown() || isRemoving()) return now;
-  if (m.preferences.mSurveyVolumesFolder == 0 || mFolder.checkVolumesFolder())
-    return std::numeric_limits<double>::infinity();
-  return mSchedulerVolumesFolderErrorNextCheck.at();
-}
-
-void VolumesFolderSurvey::leaveOut(ReferenceTime at, double interval) {
-  // Each of those surveys would have found the folder clean.
-  const ReferenceTime first = mSchedulerVolumesFolderErrorNextCheck.at() + interval;
-  if (m.preferences.mSurveyVolumesFolder == 0 || at < first) return;
-  const double period = kSurveyInterval + interval;
-  const double surveys = std::floor((at - first) / period) + 1;
-  mSchedulerVolumesFolderErrorNextCheck.set(mSchedulerVolumesFolderErrorNextCheck.at() +
-                                            surveys * period);
 }
 
 }  // namespace corvana

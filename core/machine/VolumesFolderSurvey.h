@@ -11,44 +11,22 @@
 
 namespace corvana {
 
-class Preferences;
-class SchedulerLog;
-class SiblingChannel;
-class SurveyExecution;
-class TextFiles;
-class ZAN_StringTable;
-class ZAN_StringUtils;
-struct Platform;
-struct SchedulerState;
+class ExecuteSupervisor;
+struct Records;
 
 /// Looks for stray folders in the volumes folder, tells of them, deletes them if the user wants
 /// that, and holds executions back while they are there. Thread: main.
 class VolumesFolderSurvey {
  public:
-  struct Surroundings {
-    Platform& platform;
-    SchedulerState& state;
-    const Preferences& preferences;
-    TextFiles& report;
-    SchedulerLog& log;
-    SiblingChannel& channel;
-    SurveyExecution& survey;
-    const ZAN_StringTable& texts;
-    const ZAN_StringUtils& strings;
-  };
+  VolumesFolderSurvey(Records& records, ExecuteSupervisor& supervisor);
 
-  explicit VolumesFolderSurvey(const Surroundings& surroundings);
-
-  /// Whether an execution is held, and the end of one whose child no longer runs.
-  std::function<bool()> isExecuting;
-  std::function<void()> onFinishedProcess;
   /// Toggles the pause.
   std::function<void()> onPauseWanted;
   /// Ends the pause that was made here and hides the window.
   std::function<void()> onContinueWanted;
 
   // For the tick and the launch step
-  bool isSurveyDue(ReferenceTime now) const;
+  ReferenceTime nextSurvey() const;
   /// The next survey is in 20 s; strays have to persist through four looks before a word.
   void surveyVolumesFolder();
   /// True while the folder is looked at, or strays in it are told of. Finding strays here begins to
@@ -63,11 +41,6 @@ class VolumesFolderSurvey {
   bool hasPaused() const { return mHasPaused; }
   /// The pause was set or ended.
   void pauseChanged(bool isPaused);
-  /// For a timer that leaves out ticks: when something is to be done next, if nothing happens
-  /// meanwhile; and what became of that by `at`, the last tick left out. Ticks come every
-  /// `interval`.
-  ReferenceTime nextWork() const;
-  void leaveOut(ReferenceTime at, double interval);
 
   // For the window and the siblings
   /// The user's wish: deletes what is there and tells what came of it; `onClean` is called when all
@@ -91,7 +64,8 @@ class VolumesFolderSurvey {
   void tell(const char* key, const std::vector<std::string>& paths);
   void showError(const std::vector<std::string>& paths);
 
-  Surroundings m;
+  Records& m;
+  ExecuteSupervisor& mSupervisor;
   VolumesFolder mFolder;
   StrayRemoval mRemoval;
   bool mCheckingVolumesFolder = false;

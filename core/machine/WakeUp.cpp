@@ -4,17 +4,10 @@
 #include <cmath>
 #include <string>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "actions/ActionStore.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SiblingWatch.h"
-#include "core/work/ExecuteSupervisor.h"
+#include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/Power.h"
 #include "platform/Processes.h"
 
@@ -34,14 +27,10 @@ constexpr std::int64_t kTolerance = 300;
 
 }  // namespace
 
-WakeUp::WakeUp(const WorkSurroundings& surroundings, const TriggerEvaluation& evaluation,
-               const ExecuteSupervisor& supervisor)
-    : m(surroundings), mEvaluation(evaluation), mSupervisor(supervisor) {}
-
 bool WakeUp::isOn() const { return m.preferences.mCheckWakeupMachine; }
 
 std::optional<ReferenceTime> WakeUp::nextWakeDate() const {
-  if (mSupervisor.isExecuting()) {
+  if (m.state.mExecuting) {
     const ReferenceTime now = m.platform.clock.now();
     if (now <= static_cast<double>(m.preferences.mSchedulerLastWakeupTime)) return std::nullopt;
     return now + kWhileExecuting;
@@ -67,7 +56,14 @@ bool WakeUp::retryIsDue() const {
          static_cast<double>(m.preferences.mSchedulerLastWakeupTime) > now;
 }
 
-bool WakeUp::rests() const { return !timeToProgram() && !mRefused; }
+ReferenceTime WakeUp::nextWork() const {
+  const ReferenceTime now = m.platform.clock.now();
+  if (!isOn()) return kNever;
+  if (timeToProgram() || retryIsDue()) return kAtOnce;
+  const auto last = static_cast<double>(m.preferences.mSchedulerLastWakeupTime);
+  const ReferenceTime passed = m.state.mExecuting && last >= now ? last : kNever;
+  return mRefused && last > now ? std::min(passed, *mRefused + kRetryRefused) : passed;
+}
 
 void WakeUp::doSetWakeup() {
   const auto time = timeToProgram();

@@ -5,20 +5,19 @@
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
-#include "core/work/WorkSurroundings.h"
 
 namespace corvana {
 
-class ExecuteSupervisor;
 class TriggerEvaluation;
+struct Records;
 
 /// Lets the machine wake ten seconds before the next action is due, when the user wants that. One
 /// wish is programmed at a time; it holds over the end of the agent, which takes it back later by
 /// the time that it has stored. Thread: main.
 class WakeUp {
  public:
-  WakeUp(const WorkSurroundings& surroundings, const TriggerEvaluation& evaluation,
-         const ExecuteSupervisor& supervisor);
+  WakeUp(Records& records, const TriggerEvaluation& evaluation)
+      : m(records), mEvaluation(evaluation) {}
 
   /// Whether the user wants it.
   bool isOn() const;
@@ -26,8 +25,8 @@ class WakeUp {
   /// 300 s of the one programmed. While an action runs the machine is kept from sleeping too long
   /// by a wake-up 300 s ahead, each time that the last one has passed.
   void doSetWakeup();
-  /// Whether `doSetWakeup` would do nothing, now and later, as long as the actions' dates stay.
-  bool rests() const;
+  /// From when on `doSetWakeup` has something to do, as long as the actions' dates stay.
+  ReferenceTime nextWork() const;
   /// At the start: a wake-up that was programmed and is still to come is programmed again, since
   /// the machine may have been restarted meanwhile.
   void restoreWakeup();
@@ -43,9 +42,8 @@ class WakeUp {
   /// A refused one is tried again: the right may have been given meanwhile.
   bool retryIsDue() const;
 
-  WorkSurroundings m;
+  Records& m;
   const TriggerEvaluation& mEvaluation;
-  const ExecuteSupervisor& mSupervisor;
   std::optional<ReferenceTime> mRefused;  ///< when the wake-up that stands was refused last
 };
 

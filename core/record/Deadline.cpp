@@ -10,6 +10,10 @@ Deadline::Deadline(DeadlineList& list, ReferenceTime at) : mList(list), mAt(at) 
 
 Deadline::~Deadline() { std::erase(mList.mDeadlines, this); }
 
+void Deadline::set(ReferenceTime at) {
+  if (std::exchange(mAt, at) != at && mList.onSet) mList.onSet();
+}
+
 void DeadlineList::moveDeadlines(double jump, ReferenceTime now) {
   for (Deadline* deadline : mDeadlines) {
     if (deadline->at() > now) deadline->set(deadline->at() + jump);

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
+#include <limits>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
@@ -20,15 +22,19 @@ class Deadline {
   Deadline& operator=(const Deadline&) = delete;
 
   ReferenceTime at() const { return mAt; }
-  void set(ReferenceTime at) { mAt = at; }
-  void atTheLatest(ReferenceTime at) { mAt = std::min(mAt, at); }
-  void notBefore(ReferenceTime at) { mAt = std::max(mAt, at); }
-  void clear() { mAt = 0; }
+  void set(ReferenceTime at);
+  void atTheLatest(ReferenceTime at) { set(std::min(mAt, at)); }
+  void notBefore(ReferenceTime at) { set(std::max(mAt, at)); }
+  void clear() { set(0); }
   bool isSet() const { return mAt != 0; }
   /// now >= the deadline
   bool isReached(ReferenceTime now) const { return now >= mAt; }
   /// now > the deadline
   bool isPassed(ReferenceTime now) const { return now > mAt; }
+  /// The first instant at which it is passed.
+  ReferenceTime passing() const {
+    return std::nextafter(mAt, std::numeric_limits<double>::infinity());
+  }
 
  private:
   DeadlineList& mList;
@@ -46,6 +52,9 @@ class DeadlineList {
   /// later than now moves by the jump; those that are due stay due. Then everybody who asked by
   /// `whenMoved` is called.
   void moveDeadlines(double jump, ReferenceTime now);
+  /// One of them is another instant than before.
+  std::function<void()> onSet;
+
   /// For owners of instants that are not a Deadline: dates in queue records, dates saved in a file.
   void whenMoved(std::function<void(double jump, ReferenceTime now)> body);
 

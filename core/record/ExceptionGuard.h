@@ -46,6 +46,9 @@ class GuardedRunLoop final : public RunLoop {
  public:
   GuardedRunLoop(RunLoop& loop, ExceptionGuard& guard) : mLoop(loop), mGuard(guard) {}
 
+  /// Something has been performed.
+  std::function<void()> onPerformed;
+
   TimerId performAfter(double delay, std::function<void()> body) override {
     return mLoop.performAfter(delay, guarded(std::move(body)));
   }
@@ -64,7 +67,10 @@ class GuardedRunLoop final : public RunLoop {
 
  private:
   std::function<void()> guarded(std::function<void()> body) {
-    return [this, body = std::move(body)] { mGuard.run(body); };
+    return [this, body = std::move(body)] {
+      mGuard.run(body);
+      if (onPerformed) onPerformed();
+    };
   }
 
   RunLoop& mLoop;

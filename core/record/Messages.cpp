@@ -6,10 +6,12 @@
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "actions/TextFiles.h"
+#include "core/record/Changes.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerLog.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
+#include "platform/Platform.h"
 #include "platform/RunLoop.h"
 
 namespace corvana {
@@ -24,13 +26,14 @@ constexpr std::string_view kLastNotifications = "SchedulerPrefLastNotifications"
 
 }  // namespace
 
-Messages::Messages(const Clock& clock, RunLoop& runLoop, Machine& machine,
-                   UserInterface& userInterface, DeadlineList& deadlines, Preferences& preferences,
-                   SchedulerLog& log, TextFiles& files, const ZAN_StringUtils& strings)
-    : mClock(clock),
-      mRunLoop(runLoop),
-      mMachine(machine),
-      mUserInterface(userInterface),
+Messages::Messages(const Platform& platform, Changes& changes, DeadlineList& deadlines,
+                   Preferences& preferences, SchedulerLog& log, TextFiles& files,
+                   const ZAN_StringUtils& strings)
+    : mClock(platform.clock),
+      mRunLoop(platform.runLoop),
+      mMachine(platform.machine),
+      mUserInterface(platform.userInterface),
+      mChanges(changes),
       mPreferences(preferences),
       mLog(log),
       mFiles(files),
@@ -77,7 +80,7 @@ void Messages::remember(const std::string& text) {
                        ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(list)));
   // A failure to save is logged by the store; the list stands for this run.
   mPreferences.savePrefs();
-  if (onNotificationsChanged) onNotificationsChanged();
+  mChanges.note(Change::messages);
 }
 
 void Messages::sendUserNotification(const std::string& text, const std::string& button) {

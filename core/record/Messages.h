@@ -1,7 +1,6 @@
 #pragma once
 
 #include <deque>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,19 +10,21 @@
 
 namespace corvana {
 
+class Changes;
 class Clock;
 class Machine;
 class Preferences;
 class RunLoop;
 class SchedulerLog;
 class TextFiles;
+struct Platform;
 
 /// What the agent tells the user: small message windows, one at a time, or notices of the desktop,
 /// and the list of the last ones. Thread: main, except where said.
 class Messages {
  public:
-  Messages(const Clock& clock, RunLoop& runLoop, Machine& machine, UserInterface& userInterface,
-           DeadlineList& deadlines, Preferences& preferences, SchedulerLog& log, TextFiles& files,
+  Messages(const Platform& platform, Changes& changes, DeadlineList& deadlines,
+           Preferences& preferences, SchedulerLog& log, TextFiles& files,
            const ZAN_StringUtils& strings);
 
   /// A message of the agent with everything that belongs to it: with a code other than 0 an entry
@@ -50,15 +51,12 @@ class Messages {
 
   /// A message window is up.
   bool isShown() const { return mEndOfMessage.isSet(); }
-  /// A message window is up and its time is over.
-  bool isOver(ReferenceTime now) const { return isShown() && mEndOfMessage.isPassed(now); }
+  /// When the time of the message window that is up is over.
+  ReferenceTime endOfMessage() const { return isShown() ? mEndOfMessage.passing() : kNever; }
   bool hasPending() const { return !mPendingMessages.empty(); }
 
   /// Newest first, at most 21 texts "date - message".
   std::vector<std::string> lastNotifications() const;
-
-  /// The list of the last notifications has changed.
-  std::function<void()> onNotificationsChanged;
 
  private:
   void remember(const std::string& text);
@@ -75,6 +73,7 @@ class Messages {
   RunLoop& mRunLoop;
   Machine& mMachine;
   UserInterface& mUserInterface;
+  Changes& mChanges;
   Preferences& mPreferences;
   SchedulerLog& mLog;
   TextFiles& mFiles;

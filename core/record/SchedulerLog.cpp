@@ -1,12 +1,14 @@
 #include "core/record/SchedulerLog.h"
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "actions/ActionLog.h"
-#include "actions/ExecutionCounters.h"
+#include "actions/History.h"
+#include "core/record/Changes.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerState.h"
 #include "core/record/SiblingChannel.h"
 #include "platform/Clock.h"
+#include "platform/Platform.h"
+#include "platform/UserInterface.h"
 
 namespace corvana {
 
@@ -29,31 +31,32 @@ bool isFailure(std::int64_t code) {
 
 }  // namespace
 
-SchedulerLog::SchedulerLog(const Clock& clock, ActionLog& log, ExecutionCounters& counters,
-                           SiblingChannel& channel, Preferences& preferences, SchedulerState& state,
+SchedulerLog::SchedulerLog(const Platform& platform, History& history, SiblingChannel& channel,
+                           Preferences& preferences, SchedulerState& state, Changes& changes,
                            const ZAN_StringTable& texts)
-    : mClock(clock),
-      mLog(log),
-      mCounters(counters),
+    : mClock(platform.clock),
+      mUserInterface(platform.userInterface),
+      mHistory(history),
       mChannel(channel),
       mPreferences(preferences),
       mState(state),
+      mChanges(changes),
       mTexts(texts) {}
 
 void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
   if (!entry.isDictionary()) return;
   ZAN_Value dated = entry;
   dated.setValue("M", ZAN_Value::date(mClock.now()));
-  mLog.addLog(dated);
+  mHistory.log().addLog(dated);
   // Who hears of it looks at the file.
-  mLog.whenSaved([this, here = std::weak_ptr(mHere)] {
+  mHistory.log().whenSaved([this, here = std::weak_ptr(mHere)] {
     if (!here.expired()) mChannel.postToMainApp("LogChanged");
   });
 
   const std::int64_t code = entry.integer("C");
   if (isFailure(code)) {
     setErrorState(static_cast<int>(code));
-    if (onFailure) onFailure();
+    if (mPreferences.mShowErrorWindows != 0) mUserInterface.showWindow(Window::errorSummary);
   }
   switch (code) {
     case LogCode::volumeNotFound:
@@ -69,10 +72,10 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
       break;
     case LogCode::unexpectedError:
     case LogCode::completedWithErrors:
-      mCounters.incrementCounter(ExecutionCounters::kErrors, entry.integer("R"));
+      mHistory.counters().incrementCounter(ExecutionCounters::kErrors, entry.integer("R"));
       break;
     case LogCode::crashed:
-      mCounters.incrementCounter(ExecutionCounters::kCrashes, entry.integer("R"));
+      mHistory.counters().incrementCounter(ExecutionCounters::kCrashes, entry.integer("R"));
       break;
     default:
       break;
@@ -95,7 +98,7 @@ void SchedulerLog::setErrorState(int code) {
   mPreferences.setPref(PreferenceKey::errorInExecution, code);
   // A failure to save is logged by the store, and the state holds for this run.
   mPreferences.savePrefs();
-  if (onErrorStateChanged) onErrorStateChanged();
+  mChanges.note(Change::execution);
 }
 
 }  // namespace corvana

@@ -10,12 +10,14 @@
 
 namespace corvana {
 
-class ActionLog;
+class Changes;
 class Clock;
-class ExecutionCounters;
+class History;
 class Preferences;
 class SiblingChannel;
+class UserInterface;
 class ZAN_StringTable;
+struct Platform;
 struct SchedulerState;
 
 /// Codes of the entries under "C".
@@ -40,17 +42,16 @@ inline constexpr int agentTerminates = 21;
 /// Thread: main.
 class SchedulerLog {
  public:
-  SchedulerLog(const Clock& clock, ActionLog& log, ExecutionCounters& counters,
-               SiblingChannel& channel, Preferences& preferences, SchedulerState& state,
+  SchedulerLog(const Platform& platform, History& history, SiblingChannel& channel,
+               Preferences& preferences, SchedulerState& state, Changes& changes,
                const ZAN_StringTable& texts);
 
   /// Records an event: a dictionary with its code under "C" and optional "N" (title or text), "R"
   /// (reference), "P" (path as shown), "S" (termination status). A copy with "M" = now goes to the
   /// log list, the main application is told, codes of failures become the error state that the
-  /// menus show, and then by code: a missing volume is said to the user, errors and crashes are
-  /// counted; an
-  /// interruption by hand is said to the user who wants to hear of it. Anything but a dictionary is
-  /// ignored.
+  /// menus show and open the error summary for a user who wants that, and then by code: a missing
+  /// volume is said to the user, errors and crashes are counted; an interruption by hand is said to
+  /// the user who wants to hear of it. Anything but a dictionary is ignored.
   void addSchedulerLog(const ZAN_Value& entry);
   /// The usual short form {"N": text, "C": code}, without "N" for an empty text.
   void addSchedulerLog(int code, std::string_view text = {});
@@ -58,10 +59,6 @@ class SchedulerLog {
   /// The user has seen the errors: the error state goes.
   void clearErrorState();
 
-  /// An entry tells of a failure, also when the one before did.
-  std::function<void()> onFailure;
-  /// The error state has become another one (see SchedulerState::mErrorInExecution).
-  std::function<void()> onErrorStateChanged;
   /// Shows a text to the user as a standard message with that log code; set by Messages.
   std::function<void(const std::string& text, int logCode)> showStandardMessage;
 
@@ -69,11 +66,12 @@ class SchedulerLog {
   void setErrorState(int code);
 
   const Clock& mClock;
-  ActionLog& mLog;
-  ExecutionCounters& mCounters;
+  UserInterface& mUserInterface;
+  History& mHistory;
   SiblingChannel& mChannel;
   Preferences& mPreferences;
   SchedulerState& mState;
+  Changes& mChanges;
   const ZAN_StringTable& mTexts;
   std::shared_ptr<int> mHere = std::make_shared<int>();  ///< gone with this object
 };

@@ -1,9 +1,22 @@
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "core/record/Deadline.h"
 
 namespace corvana {
+
+/// How far the running execution is, as it last reported; of the bounds that a display can draw.
+struct ExecutionProgress {
+  double value = 0;              ///< per cent
+  std::int64_t sizeCopied = -1;  ///< bytes; -1: nothing reported yet
+  std::int64_t filesCopied = 0;
+  std::int64_t errors = 0;
+  int percent() const { return value >= 0 ? static_cast<int>(std::min(value, 100.0)) : 0; }
+};
 
 /// What three or more duties of the scheduler share: whether it may work, what it waits for, and
 /// what the user sees of it. Small values without behaviour of their own. Thread: main.
@@ -11,7 +24,8 @@ struct SchedulerState {
   explicit SchedulerState(ReferenceTime now)
       : mPauseBeforeNextStep(deadlines),
         mNextCheck(deadlines, now + 60.0),
-        mStartOfIdleTime(deadlines, now + 60.0) {}
+        mStartOfIdleTime(deadlines, now + 60.0),
+        mCanHideMenubarIcon(deadlines, now + 60.0) {}
 
   /// First, since deadlines register here while they are made.
   DeadlineList deadlines;
@@ -21,6 +35,13 @@ struct SchedulerState {
   /// Automatic execution goes off when the queue is empty and nothing runs.
   bool mScheduleDisabledWhenDone = false;
   bool mPause = false;
+  /// An execution is held: its child runs, or its end is not yet dealt with.
+  bool mExecuting = false;
+  /// 0 none, 2 launched and not yet seen running, 3 seen running.
+  int mProcessStatus = 0;
+  ExecutionProgress mProgress;
+  /// The agent ends, and the machine with it, once everything asked for is done.
+  bool mMustTerminateWhenAllDone = false;
   /// The number of an `ActionContext`.
   int mContext = 0;
   /// The start-up disk is another one than the actions were made for, and the question is still
@@ -31,10 +52,15 @@ struct SchedulerState {
   /// What the last survey of a folder found, until the user has seen it: {"Date", "Msg", "Ref",
   /// "SurveyResults"}, else null.
   ZAN_Value mSurveyFolderResult;
+  /// The running action or the next one, as the title of the menu names it when nothing holds the
+  /// scheduler up.
+  std::string mStatusTitle;
   /// Whether the main application ran when last looked.
   bool mMainAppLaunched = false;
   /// No complete evaluation has happened yet since a cold start.
   bool mFirstCheckAfterStartup = false;
+  /// Nobody uses keyboard or pointer, and the system tells when somebody does.
+  bool mUserRests = false;
   /// The user chose something from the menu.
   bool mMenuWasUsed = false;
   /// The status icon is drawn again at the tick that finds 1; larger values count down.
@@ -46,6 +72,8 @@ struct SchedulerState {
   Deadline mNextCheck;
   /// The last moment of user activity; a moment to come just after the start.
   Deadline mStartOfIdleTime;
+  /// A status icon that is not always wanted stays until then.
+  Deadline mCanHideMenubarIcon;
 
   /// Whether what falls due may be queued at all.
   bool takesDueActions() const {

@@ -2,6 +2,7 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 namespace corvana {
 
@@ -15,6 +16,11 @@ class SiblingWatch {
  public:
   SiblingWatch(Processes& processes, SurveyExecution& survey, std::string mainAppBundlePath,
                std::string executeAppBundlePath);
+
+  /// Of the programs that it looks for.
+  std::vector<std::string> bundlePaths() const {
+    return {mMainAppBundlePath, mExecuteAppBundlePath};
+  }
 
   bool isMainAppLaunched();
   bool isExecuteAppLaunched();

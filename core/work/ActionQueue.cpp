@@ -5,18 +5,11 @@
 #include <system_error>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "actions/ActionStore.h"
-#include "actions/ActionTree.h"
 #include "actions/ProgrammedAction.h"
-#include "core/record/DebugLog.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingChannel.h"
+#include "core/record/Records.h"
+#include "core/work/AutomaticExecution.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/UserInterface.h"
 #include "volumes/VolumeIdentity.h"
 
@@ -28,7 +21,8 @@ constexpr double kLookAhead = 60.0;
 
 }  // namespace
 
-ActionQueue::ActionQueue(const WorkSurroundings& surroundings) : m(surroundings) {
+ActionQueue::ActionQueue(Records& records, VolumeIdentity& volumes, AutomaticExecution& automatic)
+    : m(records), mVolumes(volumes), mAutomatic(automatic) {
   m.state.deadlines.whenMoved([this](double jump, ReferenceTime) { moveDates(jump); });
 }
 
@@ -50,7 +44,8 @@ QueueAddition ActionQueue::addActionToQueue(std::int64_t ref, ReferenceTime laun
 QueueAddition ActionQueue::add(const QueueRecord& record, int row, bool manualLaunch,
                                bool remoteLaunch, ReferenceTime scheduleDate) {
   if (contains(record.ref)) return QueueAddition::alreadyQueued;
-  if (onStatusItemNeeded) onStatusItemNeeded();
+  // Something was asked for, and what becomes of it is to be seen.
+  m.changes.note(Change::queue);
 
   ProgrammedAction* const action = m.tree.rootItem().actionForReference(record.ref);
   if (action == nullptr || !action->getSettings().isDictionary())
@@ -63,13 +58,12 @@ QueueAddition ActionQueue::add(const QueueRecord& record, int row, bool manualLa
   const std::string title = action->getTitle();
   const std::int64_t type = action->actionType();
   action->setLastScheduleDate(scheduleDate);
-  m.siblings.postToMainApp("ActionListChanged");
+  m.channel.postToMainApp("ActionListChanged");
   if (settings.integer("TriggerIfVolumesMounted") != 0 &&
-      !m.volumes.checkIfAllVolumesMounted(settings)) {
+      !mVolumes.checkIfAllVolumesMounted(settings)) {
     m.store.texts().addToReportFile(
         m.texts.text("ReportAddActionInQueueNoVolume", {title, type, record.ref}));
     m.messages.sendUserNotification(m.texts.text("ReportAddActionInQueueNoVolume", {title}));
-    if (onVolumeMissing) onVolumeMissing(record.ref);
     return QueueAddition::volumesMissing;
   }
 
@@ -96,8 +90,7 @@ void ActionQueue::changed() {
     return;
   }
   saveActionsQueue();
-  m.platform.userInterface.listsChanged();
-  if (onQueueChanged) onQueueChanged();
+  m.changes.note(Change::queue);
 }
 
 void ActionQueue::saveActionsQueue() { save(1); }
@@ -125,7 +118,8 @@ void ActionQueue::removeFromQueue(const std::set<std::size_t>& rows) {
     if (rows.contains(row)) erase(row);
   if (!mHeadIsRunning && !mActionsList.empty() && rows.contains(0)) {
     erase(0);
-    if (onProgressReset) onProgressReset();
+    m.state.mProgress = {};
+    m.changes.note(Change::progress);
   }
   changed();
 }
@@ -152,10 +146,7 @@ void ActionQueue::removeRecordsOfOtherContexts(ActionContext context) {
     erase(row);
     removed = true;
   }
-  if (removed)
-    changed();
-  else
-    m.platform.userInterface.listsChanged();
+  if (removed) changed();
 }
 
 void ActionQueue::executeActionsInFile(const std::string& path) {
@@ -166,11 +157,7 @@ void ActionQueue::executeActionsInFile(const std::string& path) {
                        true, false, record.integer("EstimateSize") != 0);
   });
   m.debugLog.logMessage("Scheduler execute actions manually launched from a file", true);
-  if (m.preferences.mPrefScheduleDisabled == 0) {
-    m.state.mScheduleDisabled = false;
-    m.state.checkAt(m.platform.clock.now() + 1.0);
-    if (onExecutionStatusChanged) onExecutionStatusChanged();
-  }
+  if (m.preferences.mPrefScheduleDisabled == 0) mAutomatic.enableQuietly();
   std::error_code failure;
   std::filesystem::remove(path, failure);
   if (failure) m.platform.systemLog.write(path + ": cannot be deleted: " + failure.message());
@@ -207,13 +194,17 @@ bool ActionQueue::executeNow(std::int64_t ref) {
   if (std::ranges::find(mExecuteNowActionsList, ref, &QueueRecord::ref) ==
       mExecuteNowActionsList.end())
     mExecuteNowActionsList.push_back(*found);
+  m.changes.note(Change::queue);
   if (mHeadIsRunning && found == mActionsList.begin()) return true;
   found->date = m.platform.clock.now();
   moveRecord(static_cast<std::size_t>(found - mActionsList.begin()), 0);
   return true;
 }
 
-void ActionQueue::clearExecuteNowActions() { mExecuteNowActionsList.clear(); }
+void ActionQueue::clearExecuteNowActions() {
+  mExecuteNowActionsList.clear();
+  m.changes.note(Change::queue);
+}
 
 void ActionQueue::dropFinishedExecuteNowActions() {
   std::erase_if(mExecuteNowActionsList,
@@ -224,12 +215,14 @@ void ActionQueue::insertCopyOfHead() {
   if (mActionsList.empty()) return;
   const QueueRecord copy = head();
   mActionsList.insert(mActionsList.begin() + 1, copy);
+  m.changes.note(Change::queue);
 }
 
 void ActionQueue::removeHead() {
   if (mActionsList.empty()) return;
   erase(0);
   saveActionsQueue();
+  m.changes.note(Change::queue);
 }
 
 void ActionQueue::erase(std::size_t row) {

@@ -12,9 +12,12 @@
 #include "actions/ActionContext.h"
 #include "core/work/NextAction.h"
 #include "core/work/QueueRecord.h"
-#include "core/work/WorkSurroundings.h"
 
 namespace corvana {
+
+class AutomaticExecution;
+class VolumeIdentity;
+struct Records;
 
 /// What became of a wish to execute an action.
 enum class QueueAddition {
@@ -31,19 +34,7 @@ enum class QueueAddition {
 /// was set back, the dates of the waiting records move along with the deadlines. Thread: main.
 class ActionQueue {
  public:
-  explicit ActionQueue(const WorkSurroundings& surroundings);
-
-  // Hooks, set once by the owner of all duties; an empty one is skipped.
-  /// After every change: tables and texts are to be read anew.
-  std::function<void()> onQueueChanged;
-  /// Something was asked for: the status item must exist.
-  std::function<void()> onStatusItemNeeded;
-  /// Refused, since volumes of this action are not mounted.
-  std::function<void(std::int64_t ref)> onVolumeMissing;
-  /// The progress display goes back to nothing.
-  std::function<void()> onProgressReset;
-  /// Execution was enabled: the menus change and the siblings want to know.
-  std::function<void()> onExecutionStatusChanged;
+  ActionQueue(Records& records, VolumeIdentity& volumes, AutomaticExecution& automatic);
 
   /// Adds an action. A negative `row` appends, 0 counts as 1 while the queue is not empty, a row
   /// past the end appends. Marks the action's last schedule date, also when it is then refused for
@@ -104,7 +95,7 @@ class ActionQueue {
   bool headIsRunning() const { return mHeadIsRunning; }
   /// Puts a copy of the head at position 1: the crashed action runs again right after.
   void insertCopyOfHead();
-  /// Removes the head and saves; nothing on an empty queue. Does not tell `onQueueChanged`.
+  /// Removes the head and saves; nothing on an empty queue.
   void removeHead();
 
  private:
@@ -115,7 +106,9 @@ class ActionQueue {
   void erase(std::size_t row);
   void moveDates(double jump);
 
-  WorkSurroundings m;
+  Records& m;
+  VolumeIdentity& mVolumes;
+  AutomaticExecution& mAutomatic;
   std::vector<QueueRecord> mActionsList;
   std::vector<QueueRecord> mExecuteNowActionsList;
   bool mHeadIsRunning = false;

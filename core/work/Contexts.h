@@ -1,21 +1,17 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
-
-#include "core/work/ActionQueue.h"
-#include "core/work/WorkSurroundings.h"
 
 namespace corvana {
+
+class ActionQueue;
+struct Records;
 
 /// Where the machine is: 0 nowhere in particular, 1 office, 2 home, 3 nomad. Actions bound to
 /// another context do not run. Thread: main.
 class Contexts {
  public:
-  Contexts(const WorkSurroundings& surroundings, ActionQueue& queue);
-
-  std::function<void()>
-      onContextChanged;  ///< the status icon shows the context and is to be drawn anew
+  Contexts(Records& records, ActionQueue& queue) : m(records), mQueue(queue) {}
 
   /// Sets the context, clamped to 0..3, and remembers it. A change is reported; in a context,
   /// queued actions of other contexts are removed but for the first two.
@@ -24,7 +20,7 @@ class Contexts {
   void setContext(std::int64_t tag);
 
  private:
-  WorkSurroundings m;
+  Records& m;
   ActionQueue& mQueue;
 };
 

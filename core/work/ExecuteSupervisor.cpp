@@ -8,22 +8,12 @@
 #include <utility>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "actions/ActionStore.h"
-#include "actions/ActionTree.h"
-#include "actions/ExecutionCounters.h"
 #include "actions/ProgrammedAction.h"
-#include "core/record/DebugLog.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingChannel.h"
-#include "core/record/SiblingWatch.h"
+#include "core/record/Records.h"
+#include "core/work/Announce.h"
+#include "core/work/TriggerEvaluation.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
@@ -57,14 +47,11 @@ std::string iconOf(const std::string& path, FileTypes& types) {
   return type == "Document" ? "x-office-document" : "text-x-generic";
 }
 
-void call(const std::function<void()>& hook) {
-  if (hook) hook();
-}
-
 }  // namespace
 
-ExecuteSupervisor::ExecuteSupervisor(const WorkSurroundings& surroundings, ActionQueue& queue)
-    : m(surroundings), mQueue(queue) {
+ExecuteSupervisor::ExecuteSupervisor(Records& records, ActionQueue& queue,
+                                     TriggerEvaluation& evaluation, Announce& announce)
+    : m(records), mQueue(queue), mEvaluation(evaluation), mAnnounce(announce) {
   m.state.deadlines.whenMoved([this](double jump, ReferenceTime) {
     if (mStartOfCurrentAction != 0) mStartOfCurrentAction += jump;
   });
@@ -90,7 +77,8 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   const std::string title = action->getTitle();
 
   std::string program = m.store.installPaths().installPathForCode(InstallPaths::executeExecutable);
-  if (onCurrentActionText) onCurrentActionText(m.texts.text("CurrentAction", {title}));
+  m.state.mStatusTitle = m.texts.text("CurrentAction", {title});
+  m.changes.note(Change::execution);
   if (!exists(program)) return programMissing(program + ": there is no such program");
   if (action->getExecuteWithAdminPrivileges() != 0 && exists(program + " Admin"))
     program += " Admin";
@@ -111,24 +99,23 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   mProcessTask = std::move(task);
   mLatestExecuteCurrentPath.clear();
   mSaidProgramMissing = false;
-  mProcessStatus = 2;
+  m.state.mExecuting = true;
+  m.state.mProcessStatus = 2;
   mLaunchTime = now;
   mQueue.setHeadIsRunning(true);
   m.state.holdBackUntil(now + 1.0);
-  m.platform.userInterface.setExecutionControlsEnabled(true);
-  m.platform.userInterface.listsChanged();
 
   m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", record.ref},
                                                {"N", title},
                                                {"C", LogCode::launched},
                                                {"D", ZAN_Value::date(record.plannedDate())}}));
-  m.counters.incrementCounter(ExecutionCounters::kExecutions, record.ref);
+  m.history.counters().incrementCounter(ExecutionCounters::kExecutions, record.ref);
   m.store.texts().addToReportFile(
       m.texts.text("ReportExecuteAction", {title, action->actionType(), record.ref}));
 
   m.state.updateMenu();
-  call(onStatusChanged);
-  call(mQueue.onQueueChanged);
+  m.executionStatusChanged();
+  m.changes.note(Change::queue);
   const auto running = m.platform.processes.running();
   m.store.activity().saveActivity(0, m.siblingWatch.isMainAppAmong(running), true, std::nullopt,
                                   running);
@@ -157,8 +144,8 @@ LaunchResult ExecuteSupervisor::otherExecution() {
 void ExecuteSupervisor::supervise() {
   if (!mProcessTask) return;
   writeOutputToDebugLog();
-  if (mProcessStatus == 2) {
-    mProcessStatus = 3;
+  if (m.state.mProcessStatus == 2) {
+    m.state.mProcessStatus = 3;
     if (mProcessTask->isRunning()) {
       mStartOfCurrentAction = m.platform.clock.now();
       if (mQueue.empty() || m.tree.rootItem().actionForReference(mQueue.head().ref) == nullptr)
@@ -168,7 +155,7 @@ void ExecuteSupervisor::supervise() {
     // It ended before it could be seen running.
     mStartOfCurrentAction = mLaunchTime;
   }
-  if (mProcessStatus == 3 && !mProcessTask->isRunning()) endOfExecution();
+  if (m.state.mProcessStatus == 3 && !mProcessTask->isRunning()) endOfExecution();
 }
 
 void ExecuteSupervisor::endOfExecution() {
@@ -179,7 +166,7 @@ void ExecuteSupervisor::endOfExecution() {
   ProgrammedAction* const action = m.tree.rootItem().actionForReference(ref);
   if (action != nullptr && mEstimateSize == 0) {
     action->setLastBackupExecutionDate();
-    m.siblings.postToMainApp("ActionListChanged");
+    m.channel.postToMainApp("ActionListChanged");
   }
   const int status = mProcessTask->terminationStatus();
   if (status != 0) {
@@ -187,7 +174,7 @@ void ExecuteSupervisor::endOfExecution() {
     return;
   }
   clearFinishedProcess();
-  mProcessStatus = 0;
+  m.state.mProcessStatus = 0;
   mRetryNb = 0;
 }
 
@@ -219,7 +206,7 @@ void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {
     mRetryNb = 0;
   }
   clearFinishedProcess();
-  mProcessStatus = 0;
+  m.state.mProcessStatus = 0;
 
   m.messages.showMessage(m.texts.text("ExecuteBadTerminatedTitle"),
                          m.texts.text("ExecuteBadTerminatedMessage", {title}), 15.0, true);
@@ -229,7 +216,6 @@ void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {
                          m.texts.text("ExecuteBadTerminatedRetryNoPathMessage", {title}), 10.0,
                          true);
   m.state.holdBackUntil(m.platform.clock.now() + 25.0);
-  call(onProgressReset);
 }
 
 std::optional<std::string> ExecuteSupervisor::crashPath() const {
@@ -245,25 +231,25 @@ void ExecuteSupervisor::executionDidEnd() {
   if (auto task = std::exchange(mProcessTask, nullptr)) {
     task->stopProcess();
     task.reset();
+    m.state.mExecuting = false;
     mQueue.setHeadIsRunning(false);
-    call(onStatusChanged);
+    m.executionStatusChanged();
   }
-  mProcessStatus = 0;
-  call(onProgressReset);
+  m.state.mProcessStatus = 0;
+  m.state.mProgress = {};
+  m.changes.note(Change::progress);
   const ReferenceTime now = m.platform.clock.now();
   if (!mQueue.empty()) {
     m.state.holdBackUntil(now + 2.0);
     mStartOfCurrentAction = 0;
     mQueue.removeHead();
   }
-  if (mQueue.empty() && onStatusItemMayHide) onStatusItemMayHide(now + 5.0);
-  m.platform.userInterface.setExecutionControlsEnabled(!mQueue.empty());
+  if (mQueue.empty()) m.state.mCanHideMenubarIcon.set(now + 5.0);
   m.state.updateMenu();
-  m.platform.userInterface.listsChanged();
-  call(onExecutionEnded);
-  call(mQueue.onQueueChanged);
-  m.siblings.postToMainApp("UpdateHistory");
-  m.platform.userInterface.setActionExecuted(-1, 0, 0);
+  mAnnounce.closeAnnounceWindow();
+  mEvaluation.checkActionsToLaunch();
+  m.changes.note(Change::history);
+  m.channel.postToMainApp("UpdateHistory");
 }
 
 void ExecuteSupervisor::clearFinishedProcess() {
@@ -290,9 +276,9 @@ void ExecuteSupervisor::stopExecution() {
   m.state.mMenuWasUsed = true;
   if (mProcessTask && !mProcessTask->isRunning()) {
     clearFinishedProcess();
-    mProcessStatus = 0;
+    m.state.mProcessStatus = 0;
   }
-  m.siblings.postToExecute("ActionStop");
+  m.channel.postToExecute("ActionStop");
 }
 
 void ExecuteSupervisor::killExecute() {
@@ -303,13 +289,12 @@ void ExecuteSupervisor::killExecute() {
 void ExecuteSupervisor::doSurvey5Seconds() {
   const bool running = m.siblingWatch.isExecuteAppLaunched();
   if (!running) showExecuteReply({});
-  if (onSurveyLine) {
-    const std::string& state = m.texts.text(!running       ? "SurveyExecuteNoExecuteProcess"
-                                            : mProcessTask ? "SurveyExecuteExecuteProcessLaunched"
-                                                           : "SurveyExecuteNoTask");
-    onSurveyLine(m.strings.getShortTimeWithSeconds(m.platform.clock.now()) + " " + state);
-  }
-  if (running) m.siblings.postToExecute("AskExecuteReply");
+  const std::string& state = m.texts.text(!running       ? "SurveyExecuteNoExecuteProcess"
+                                          : mProcessTask ? "SurveyExecuteExecuteProcessLaunched"
+                                                         : "SurveyExecuteNoTask");
+  mSurveyLine = m.strings.getShortTimeWithSeconds(m.platform.clock.now()) + " " + state;
+  m.changes.note(Change::survey);
+  if (running) m.channel.postToExecute("AskExecuteReply");
 }
 
 void ExecuteSupervisor::showExecuteReply(std::string reply) {
@@ -317,16 +302,29 @@ void ExecuteSupervisor::showExecuteReply(std::string reply) {
   if (reply.size() > kLongest) reply = ZAN_StringUtils::format("%@…", {reply.substr(0, kLongest)});
   if (reply == mExecuteReply) return;
   mExecuteReply = std::move(reply);
-  call(onExecuteReply);
+  m.changes.note(Change::survey);
 }
 
-void ExecuteSupervisor::trimExecuteCurrentPaths() {
+void ExecuteSupervisor::takeProgress(const ZAN_Value& report) {
   while (mLatestExecuteCurrentPath.size() > kMaximumPaths) mLatestExecuteCurrentPath.pop_front();
+  if (report.contains("CurrentPath")) {
+    ZAN_Value kept = report;
+    kept.setValue("CurrentIcon", iconOf(report.string("CurrentPath"), m.store.fileTypes()));
+    mLatestExecuteCurrentPath.push_back(std::move(kept));
+    m.changes.note(Change::survey);
+  }
+  if (!report.contains("ProgressValue")) return;
+  m.state.mProgress = {
+      .value = report["ProgressValue"].doubleValue(),
+      .sizeCopied = static_cast<std::int64_t>(report["SizeCopied"].unsignedValue()),
+      .filesCopied = report.integer("FilesCopied"),
+      .errors = report.integer("ErrorsCounter")};
+  m.changes.note(Change::progress);
 }
 
-void ExecuteSupervisor::addExecuteCurrentPath(ZAN_Value report) {
-  report.setValue("CurrentIcon", iconOf(report.string("CurrentPath"), m.store.fileTypes()));
-  mLatestExecuteCurrentPath.push_back(std::move(report));
+bool ExecuteSupervisor::needsSupervision() const {
+  return mProcessTask != nullptr &&
+         (m.state.mProcessStatus == 2 || !mUnloggedOutput.empty() || !mProcessTask->isRunning());
 }
 
 void ExecuteSupervisor::sendDataToProcess(std::string_view data) {
@@ -342,12 +340,13 @@ void ExecuteSupervisor::allDataReceived() {
   writeOutputToDebugLog();
 }
 
-void ExecuteSupervisor::processFinished() {}
+void ExecuteSupervisor::processFinished() { m.changes.touch(); }
 
 void ExecuteSupervisor::logLines(const std::string& lines) {
   if (lines.empty()) return;
   if (!mUnloggedOutput.empty()) mUnloggedOutput += '\n';
   mUnloggedOutput += lines;
+  m.changes.touch();
   if (mUnloggedOutput.size() >= kMostUnlogged) writeOutputToDebugLog();
 }
 

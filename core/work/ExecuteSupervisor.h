@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,10 +10,13 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ChildOutput.h"
-#include "core/work/WorkSurroundings.h"
 #include "core/work/ZAN_TaskWrapper.h"
 
 namespace corvana {
+
+class Announce;
+class TriggerEvaluation;
+struct Records;
 
 /// What a launch of the head came to.
 enum class LaunchResult {
@@ -30,25 +32,9 @@ enum class LaunchResult {
 /// run and end, tells a crash from a normal end and makes one new try after a crash. Thread: main.
 class ExecuteSupervisor : private TaskController {
  public:
-  ExecuteSupervisor(const WorkSurroundings& surroundings, ActionQueue& queue);
+  ExecuteSupervisor(Records& records, ActionQueue& queue, TriggerEvaluation& evaluation,
+                    Announce& announce);
   ~ExecuteSupervisor() override;
-
-  // Hooks; an empty one is skipped.
-  /// The bookkeeping of an end is done: the evaluation is to run.
-  std::function<void()> onExecutionEnded;
-  /// The progress display goes back to nothing.
-  std::function<void()> onProgressReset;
-  /// The scheduler status is to be sent to the main application.
-  std::function<void()> onStatusChanged;
-  /// The queue has become empty: the status item may be hidden from that moment on.
-  std::function<void(ReferenceTime)> onStatusItemMayHide;
-  /// The text that names the running action.
-  std::function<void(const std::string&)> onCurrentActionText;
-  /// The line of the execution survey.
-  std::function<void(const std::string&)> onSurveyLine;
-  /// What the execute application said of its state, or its last reply is out of date: see
-  /// `executeReply`.
-  std::function<void()> onExecuteReply;
 
   /// Launches the head of the queue. When the program is missing or does not start this is said
   /// once, with its cause, and the next step is held back for 60 s. While an execution runs that
@@ -58,7 +44,7 @@ class ExecuteSupervisor : private TaskController {
   /// crash.
   void supervise();
   /// The bookkeeping at the end of an execution: releases the child, removes the head, holds the
-  /// next step back for 2 s, tells the siblings and `onExecutionEnded`. Harmless without an
+  /// next step back for 2 s, tells the siblings and runs the evaluation. Harmless without an
   /// execution.
   void executionDidEnd();
   /// Ends the bookkeeping of an execution whose child no longer runs.
@@ -77,22 +63,21 @@ class ExecuteSupervisor : private TaskController {
   void showExecuteReply(std::string reply);
   /// The last answer; empty when no execute application runs.
   const std::string& executeReply() const { return mExecuteReply; }
+  /// What runs, as the execution survey saw it last, and when.
+  const std::string& surveyLine() const { return mSurveyLine; }
 
   /// Whether an execution is held, its child running or not yet cleared.
   bool isExecuting() const { return mProcessTask != nullptr; }
+  /// Whether `supervise` has something to do.
+  bool needsSupervision() const;
   /// The last try to launch found an execution that was started elsewhere.
   bool waitsForOtherExecution() const { return mSaidOtherExecution && !mQueue.empty(); }
-  /// 0 none, 2 launched and not yet seen running, 3 seen running.
-  int processStatus() const { return mProcessStatus; }
   ReferenceTime startOfCurrentAction() const { return mStartOfCurrentAction; }  ///< 0 when none
   int retryNb() const { return mRetryNb; }
   std::int64_t crashReference() const {
     return mCrashReference;
   }  ///< last action that crashed, 0 when none
   std::int64_t estimateSize() const { return mEstimateSize; }
-  /// As last reported by the execute application.
-  double progressValue() const { return mProgressValue; }
-  void setProgressValue(double value) { mProgressValue = value; }
   /// How the execution survey wants the next execution run; back to 0 when its window is hidden.
   int executionMode() const { return mExecutionMode; }
   void setExecutionMode(int mode) { mExecutionMode = mode; }
@@ -101,11 +86,11 @@ class ExecuteSupervisor : private TaskController {
   const std::deque<ZAN_Value>& latestExecuteCurrentPath() const {
     return mLatestExecuteCurrentPath;
   }
-  /// Trims the reports to 500 when there are 501 or more.
-  void trimExecuteCurrentPaths();
-  /// Keeps the report, with "CurrentIcon" added: the name that desktops give the icon of such a
-  /// file, told by the path alone, as the disk may be one that does not answer.
-  void addExecuteCurrentPath(ZAN_Value report);
+  /// A report of the execute application: how far it is, and the path it works on. The path is kept
+  /// with "CurrentIcon" added, the name that desktops give the icon of such a file, told by the
+  /// path alone, as the disk may be one that does not answer. Kept reports are trimmed to 500
+  /// first.
+  void takeProgress(const ZAN_Value& report);
 
   /// Writes to the standard input of the running child; ignored without one.
   void sendDataToProcess(std::string_view data);
@@ -124,16 +109,16 @@ class ExecuteSupervisor : private TaskController {
   void logLines(const std::string& lines);
   void writeOutputToDebugLog();
 
-  WorkSurroundings m;
+  Records& m;
   ActionQueue& mQueue;
+  TriggerEvaluation& mEvaluation;
+  Announce& mAnnounce;
   std::unique_ptr<ZAN_TaskWrapper> mProcessTask;
-  int mProcessStatus = 0;
   ReferenceTime mLaunchTime = 0;
   ReferenceTime mStartOfCurrentAction = 0;
   int mRetryNb = 0;
   std::int64_t mCrashReference = 0;
   std::int64_t mEstimateSize = 0;
-  double mProgressValue = 0;
   int mExecutionMode = 0;
   std::deque<ZAN_Value> mLatestExecuteCurrentPath;
   /// Of the file with the path of a crash when the child was launched: unchanged, it tells of an
@@ -142,6 +127,7 @@ class ExecuteSupervisor : private TaskController {
   ChildOutput mOutput;
   std::string mUnloggedOutput;
   std::string mExecuteReply;
+  std::string mSurveyLine;
   bool mSaidProgramMissing = false;
   bool mSaidOtherExecution = false;
 };

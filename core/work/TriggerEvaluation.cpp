@@ -3,20 +3,14 @@
 #include <algorithm>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
 #include "actions/ProgrammedAction.h"
 #include "actions/TriggerSettings.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingWatch.h"
+#include "core/record/Records.h"
 #include "core/work/StartVerdict.h"
 #include "platform/Clock.h"
+#include "platform/Input.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
-#include "platform/Processes.h"
-#include "platform/UserInterface.h"
 #include "volumes/VolumeIdentity.h"
 
 namespace corvana {
@@ -28,6 +22,7 @@ constexpr double kDay = 86400.0;
 /// So long after its date an action has not missed it.
 constexpr double kOnTime = 2.0;
 constexpr double kActiveUser = 60.0;
+constexpr std::int64_t kUsualLimitInDays = 7;
 
 NextAction groupEntry(const ProgrammedAction& group) {
   NextAction entry;
@@ -71,11 +66,10 @@ struct TriggerEvaluation::Walk {
   ReferenceTime now() const { return tools.now(); }
 };
 
-TriggerEvaluation::TriggerEvaluation(const WorkSurroundings& surroundings, ActionQueue& queue,
-                                     MailSender& mail)
-    : m(surroundings),
+TriggerEvaluation::TriggerEvaluation(Records& records, VolumeIdentity& volumes, ActionQueue& queue)
+    : m(records),
+      mVolumes(volumes),
       mQueue(queue),
-      mMail(mail),
       mCalendar(m.platform.machine.timeZoneName(), m.platform.machine.regionName()),
       mStartOfNextAction(m.state.deadlines) {}
 
@@ -95,11 +89,12 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
   if (!state.mMainAppLaunched) (void)m.tree.updateActionsWithChanges(true);
   updateCalendar();
 
+  followIdleTime();
   const ProgrammedAction& root = m.tree.rootItem();
   const bool userIsActive = now - state.mStartOfIdleTime.at() < kActiveUser;
   const std::string device(mountedDevice.value_or(""));
   const std::string localizedDevice =
-      mountedDevice ? m.volumes.reference().localizedPath(device) : std::string();
+      mountedDevice ? mVolumes.reference().localizedPath(device) : std::string();
   Walk walk{
       .tools = ActionsTools(mCalendar, now,
                             [this](const std::string& line) { m.platform.systemLog.write(line); }),
@@ -108,7 +103,7 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
                     .firstAfterStartup = state.mFirstCheckAfterStartup,
                     .mountedDevice = device,
                     .localizedDevice = localizedDevice,
-                    .volumes = &m.volumes,
+                    .volumes = &mVolumes,
                     .applications = device.empty() ? &mApplications : nullptr,
                     .startOfIdleTime = state.mStartOfIdleTime.at()},
       .onlyListing = false,
@@ -123,11 +118,7 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
   enqueue(walk);
 
   mStartOfNextAction.set(walk.startOfNextAction);
-  if (walk.foundNext) {
-    showNextAction(walk);
-  } else if (!mountedDevice && !mQueue.headIsRunning() && onNextActionText) {
-    onNextActionText({});
-  }
+  if (walk.foundNext || !mountedDevice) nameNextAction(walk);
   sortActions(mActionsNextList);
   if (state.mScheduleDisabled) {
     state.checkAt(now + 60.0);
@@ -140,8 +131,7 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
   else
     state.mFirstCheckAfterStartup = false;
   state.updateMenu();
-  m.platform.userInterface.listsChanged();
-  if (onNextActionsChanged) onNextActionsChanged();
+  m.changes.note(Change::nextActions);
 }
 
 void TriggerEvaluation::rebuildActionsList() {
@@ -154,8 +144,7 @@ void TriggerEvaluation::rebuildActionsList() {
   mActionsNextList.clear();
   walkGroup(walk, m.tree.rootItem());
   sortActions(mActionsNextList);
-  m.platform.userInterface.listsChanged();
-  if (onNextActionsChanged) onNextActionsChanged();
+  m.changes.note(Change::nextActions);
 }
 
 void TriggerEvaluation::enqueueActionsDueWithinAMinute() {
@@ -170,7 +159,7 @@ void TriggerEvaluation::updateCalendar() {
   const std::string region = m.platform.machine.regionName();
   if (zone == mCalendar.zoneName() && region == mCalendar.regionName()) return;
   mCalendar = ZAN_DateUtils(zone, region);
-  if (onCalendarChanged) onCalendarChanged(mCalendar);
+  m.strings.setTimeZone(zone);
 }
 
 /// In the order in which they were due: after a sleep many come at once.
@@ -241,12 +230,47 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
   }
 }
 
-void TriggerEvaluation::showNextAction(const Walk& walk) {
-  const std::string text = m.texts.text(
-      "NextAction", {walk.nextTitle.string(), m.strings.getShortTime(walk.startOfNextAction)});
-  if (!mQueue.headIsRunning() && onNextActionText) onNextActionText(text);
-  m.platform.userInterface.setToolTip(text + "\n" + m.texts.text("IconToolTip"));
-  mListNextWasUpdated = false;
+void TriggerEvaluation::nameNextAction(const Walk& walk) {
+  mNextActionText.clear();
+  if (walk.foundNext) {
+    mNextActionText = m.texts.text(
+        "NextAction", {walk.nextTitle.string(), m.strings.getShortTime(walk.startOfNextAction)});
+    mListNextWasUpdated = false;
+  }
+  if (!mQueue.headIsRunning()) m.state.mStatusTitle = mNextActionText;
+}
+
+void TriggerEvaluation::collectNotExecuted(ReferenceTime now, const ProgrammedAction& action,
+                                           const TriggerSettings& trigger) {
+  if (trigger.notExecuted == 0) return;
+  const auto since = lastSignOfLife(action.getSettings());
+  if (!since) return;
+  const std::int64_t limit =
+      trigger.notExecutedDays > 0 ? trigger.notExecutedDays : kUsualLimitInDays;
+  if ((now - *since) / kDay >= static_cast<double>(limit))
+    mNotificationNotExecutedSince.push_back(action.getSettings());
+}
+
+std::optional<ReferenceTime> TriggerEvaluation::lastSignOfLife(const ZAN_Value& settings) {
+  if (const auto date = ActionsTools::getLastExecutionDateForSettings(settings)) return date;
+  return settings["SaveEditDate"].asDate();
+}
+
+ZAN_Value TriggerEvaluation::takeNotExecuted() {
+  if (mNotificationNotExecutedSince.empty()) return {};
+  const ZAN_Value settings = mNotificationNotExecutedSince.front();
+  mNotificationNotExecutedSince.pop_front();
+  return settings;
+}
+
+void TriggerEvaluation::followIdleTime() {
+  const ReferenceTime now = m.platform.clock.now();
+  if (const auto idle = m.platform.input.idleSeconds()) {
+    const ReferenceTime lastUse = now - std::max(*idle, 0.0);
+    if (lastUse > m.state.mStartOfIdleTime.at()) m.state.userWasActive(lastUse);
+  } else if (!m.platform.input.pointer()) {
+    m.state.userWasActive(now);
+  }
 }
 
 void TriggerEvaluation::updateAppLists() { mApplications.update(m.platform.processes); }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <deque>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,12 +11,12 @@
 #include "core/work/ActionQueue.h"
 #include "core/work/ApplicationLists.h"
 #include "core/work/NextAction.h"
-#include "core/work/WorkSurroundings.h"
 
 namespace corvana {
 
-class MailSender;
 class ProgrammedAction;
+class VolumeIdentity;
+struct Records;
 struct TriggerSettings;
 
 /// Walks the tree and decides for each automatic action whether it is due now, when it is next due,
@@ -25,16 +24,7 @@ struct TriggerSettings;
 /// the order of their dates; all are listed with their next date. Thread: main.
 class TriggerEvaluation {
  public:
-  TriggerEvaluation(const WorkSurroundings& surroundings, ActionQueue& queue, MailSender& mail);
-
-  // Hooks; an empty one is skipped.
-  /// The list of next actions was built anew.
-  std::function<void()> onNextActionsChanged;
-  /// The text that names the earliest future action and its time. Not while an execution runs.
-  std::function<void(const std::string&)> onNextActionText;
-  /// The user's time zone or region is another one than before; the calendar is already the new
-  /// one.
-  std::function<void(const ZAN_DateUtils&)> onCalendarChanged;
+  TriggerEvaluation(Records& records, VolumeIdentity& volumes, ActionQueue& queue);
 
   /// Evaluates the whole tree, for the mounting of the volume at `mountedDevice` when there is one.
   /// Brings the next check closer, enqueues what is due and builds the list of next actions.
@@ -60,16 +50,21 @@ class TriggerEvaluation {
   void setListNextWasUpdated(bool updated) { mListNextWasUpdated = updated; }
   /// Whether some action waits for the user to be idle.
   bool idleTimeScheduling() const { return mIdleTimeScheduling; }
+  /// Names the earliest future action and its time; empty without one.
+  const std::string& nextActionText() const { return mNextActionText; }
   /// Whether records wait for the notice that they were not executed for long.
   bool hasNotExecutedNotices() const { return !mNotificationNotExecutedSince.empty(); }
-  /// Posts the notice of the first waiting record and removes it; nothing without one.
-  void postNextNotExecutedNotice();
-  /// Says by message, by e-mail or both that the action of this record was not executed for so many
-  /// days.
-  void actionNotExecutedSince(const ZAN_Value& settings);
+  /// Gives the settings of the first of them away; null without one.
+  ZAN_Value takeNotExecuted();
+  /// When an action was last executed, or else edited.
+  static std::optional<ReferenceTime> lastSignOfLife(const ZAN_Value& settings);
 
   /// The user's calendar, as found at the last evaluation.
   const ZAN_DateUtils& calendar() const { return mCalendar; }
+
+  /// Takes in when the user last did anything, as far as the system says so; where nobody can be
+  /// seen to be away that is now.
+  void followIdleTime();
 
   /// Compares the running applications with those of the last call.
   void updateAppLists();
@@ -87,15 +82,15 @@ class TriggerEvaluation {
   void walkAction(Walk& walk, ProgrammedAction& action);
   void collectNotExecuted(ReferenceTime now, const ProgrammedAction& action,
                           const TriggerSettings& trigger);
-  void showNextAction(const Walk& walk);
-  void sendByMail(const std::string& text);
+  void nameNextAction(const Walk& walk);
 
-  WorkSurroundings m;
+  Records& m;
+  VolumeIdentity& mVolumes;
   ActionQueue& mQueue;
-  MailSender& mMail;
   ZAN_DateUtils mCalendar;
   std::vector<NextAction> mActionsNextList;
   Deadline mStartOfNextAction;
+  std::string mNextActionText;
   bool mListNextWasUpdated = false;
   bool mIdleTimeScheduling = false;
   bool mNotificationNotExecutedDone = false;

@@ -26,6 +26,9 @@ Outcome ZAN_TaskWrapper::startProcess(bool standardInput) {
   observer.outputEnded = [this] {
     if (mController != nullptr) mController->allDataReceived();
   };
+  observer.ended = [this] {
+    if (mController != nullptr) mController->processFinished();
+  };
   auto child = mProcesses.start(mArguments, standardInput, std::move(observer));
   if (!child) {
     // Nothing ever ran: there is no end to tell of.

@@ -20,6 +20,7 @@ class TaskController {
   virtual void processStarted() = 0;
   virtual void appendOutput(std::string_view data) = 0;
   virtual void allDataReceived() = 0;
+  /// It has been stopped, or has ended by itself.
   virtual void processFinished() = 0;
 };
 

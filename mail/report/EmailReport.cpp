@@ -1,12 +1,7 @@
 #include "mail/report/EmailReport.h"
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "actions/ActionStore.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerLog.h"
+#include "core/record/Records.h"
 #include "platform/Clock.h"
-#include "platform/Platform.h"
 #include "platform/RunLoop.h"
 
 namespace corvana {
@@ -18,8 +13,8 @@ constexpr const char* kLastDate = "DateOfLastReportSentByEmail";
 
 }  // namespace
 
-EmailReport::EmailReport(const Surroundings& surroundings)
-    : m(surroundings), mComposer({m.store, m.history, m.texts, m.strings}) {}
+EmailReport::EmailReport(Records& records, MailSender& mail)
+    : m(records), mMail(mail), mComposer({m.store, m.history, m.texts, m.strings}) {}
 
 void EmailReport::start() {
   m.platform.runLoop.performAfter(kAfterLaunch, [this] { sendEmailReport(false); });
@@ -46,12 +41,12 @@ void EmailReport::sendEmailReport(bool askedFor) {
 
 void EmailReport::send(const ComposedReport& report) {
   if (report.goesOverSmtp()) {
-    const Outcome begun = m.mail.send(report.mail, report.subject, report.message, {});
+    const Outcome begun = mMail.send(report.mail, report.subject, report.message, {});
     sayFailure(begun);
     if (!begun) return;
   } else {
-    m.mail.sendEmailWithMessage(report.message, report.subject, report.mail.recipients,
-                                [this](const Outcome& outcome) { sayFailure(outcome); });
+    mMail.sendEmailWithMessage(report.message, report.subject, report.mail.recipients,
+                               [this](const Outcome& outcome) { sayFailure(outcome); });
   }
   mComposer.keep(report, m.platform.clock.now());
 }

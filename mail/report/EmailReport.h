@@ -4,27 +4,13 @@
 
 namespace corvana {
 
-class Messages;
-class Preferences;
-struct Platform;
+struct Records;
 
 /// Mails the daily report: by itself once a launch, at most one a day, and whenever it is asked
 /// for. Thread: main.
 class EmailReport {
  public:
-  /// Everything outlives it.
-  struct Surroundings {
-    Platform& platform;
-    ActionStore& store;
-    History& history;
-    Preferences& preferences;
-    Messages& messages;
-    MailSender& mail;
-    const ZAN_StringTable& texts;
-    const ZAN_StringUtils& strings;
-  };
-
-  explicit EmailReport(const Surroundings& surroundings);
+  EmailReport(Records& records, MailSender& mail);
 
   /// The automatic report comes 300 s from now.
   void start();
@@ -39,7 +25,8 @@ class EmailReport {
   void send(const ComposedReport& report);
   void sayFailure(const Outcome& outcome);
 
-  Surroundings m;
+  Records& m;
+  MailSender& mMail;
   ReportComposer mComposer;
 };
 

@@ -44,10 +44,8 @@ class SimulatedUserInterface final : public UserInterface {
   void setStatusIcon(StatusIcon icon, int context) override;
   void setStatusCountDown(int minutes, int context) override;
   void setStatusTitle(const std::string& text) override;
-  void setStatusInformation(const std::string& text) override { statusInformation = text; }
   void setToolTip(const std::string& text) override { toolTip = text; }
-  void menusChanged() override { ++menuChanges; }
-  void setExecutionControlsEnabled(bool enabled) override { executionControls = enabled; }
+  void changed(ChangeSet what) override { changes.push_back(what); }
   void rearrangeMessageWindows() override { ++rearrangements; }
   void popUpFloatingMenu() override { ++floatingMenus; }
 
@@ -57,8 +55,6 @@ class SimulatedUserInterface final : public UserInterface {
   bool isWindowVisible(Window window) const override { return windows.contains(window); }
   void setWindowText(Window window, const std::string& text) override { texts[window] = text; }
   void bringWindowsToFront() override { ++broughtToFront; }
-  void listsChanged() override { ++listChanges; }
-  void windowChanged(Window window) override { ++windowChanges[window]; }
   void setFloatingIconOpacity(double percent) override { floatingIconOpacity = percent; }
   void setActionExecuted(std::int64_t sizeCopied, int progress, std::int64_t errors) override;
 
@@ -87,15 +83,11 @@ class SimulatedUserInterface final : public UserInterface {
   std::vector<StatusIcon> statusIcons;
   std::string statusTitle;
   std::vector<std::string> statusTitles;  ///< each change
-  std::string statusInformation;
   std::string toolTip;
-  int menuChanges = 0;
-  int listChanges = 0;
-  std::map<Window, int> windowChanges;
+  std::vector<ChangeSet> changes;  ///< each time that something was drawn again
   int rearrangements = 0;
   int floatingMenus = 0;
   int broughtToFront = 0;
-  bool executionControls = false;
   std::set<Window> windows;  ///< those visible now
   std::set<Window> quiet;    ///< of them those that came up by themselves
   std::map<Window, std::string> texts;

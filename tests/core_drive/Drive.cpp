@@ -109,13 +109,13 @@ std::map<std::string, std::string> Drive::values() {
                    : ui.countDown  ? "count-down " + std::to_string(ui.countDown->first)
                                    : "";
   values["title"] = ui.statusTitle;
-  values["information"] = ui.statusInformation;
+  values["information"] = agent->userInterfaceSources().statusInformation();
   values["message"] = ui.message ? ui.message->title : "";
   if (ui.message && !ui.message->text.empty()) values["message"] += ": " + ui.message->text;
   if (ui.message && !ui.message->closeButton) values["message"] += " (stays)";
   values["announce"] = ui.announce.value_or("");
   values["progress"] = std::to_string(ui.sizeCopied) + " " + std::to_string(ui.progress);
-  values["controls"] = ui.executionControls ? "on" : "off";
+  values["controls"] = agent->queue().empty() ? "off" : "on";
   values["opacity"] = std::to_string(static_cast<int>(ui.floatingIconOpacity));
   values["fronts"] = std::to_string(ui.broughtToFront);
   values["floating menus"] = std::to_string(ui.floatingMenus);

@@ -67,6 +67,7 @@ TEST(Keys, OptionAndAClickInTheMiddleOfTheMenuBarOpenTheMenu) {
     day.machine.input.position = Point{x, y};
     day.machine.input.optionKey = option;
     day.machine.input.mouseButton = button;
+    day.machine.input.use();
     day.runFor(0.25);
     return day.ui.floatingMenus;
   };
@@ -91,8 +92,14 @@ TEST(Keys, KeysAndThePointerMakeTheUserActive) {
   };
   EXPECT_FALSE(idleSince([](Drive&) {}));
   EXPECT_TRUE(idleSince([](Drive& day) { day.machine.input.press(kKey); }));
-  EXPECT_TRUE(idleSince([](Drive& day) { day.machine.input.position = Point{1, 1}; }));
-  EXPECT_TRUE(idleSince([](Drive& day) { day.machine.input.idle = 0; }));
+  EXPECT_TRUE(idleSince([](Drive& day) {
+    day.machine.input.position = Point{1, 1};
+    day.machine.input.use();
+  }));
+  EXPECT_TRUE(idleSince([](Drive& day) {
+    day.machine.input.idle = 0;
+    day.machine.input.use();
+  }));
   EXPECT_FALSE(idleSince([](Drive& day) { day.machine.input.idle = 50; }));
   EXPECT_FALSE(idleSince([](Drive& day) { day.machine.input.press(SimulatedInput::kCapsLock); }));
   EXPECT_TRUE(idleSince([](Drive& day) { day.machine.power.didWake(); }));
@@ -104,6 +111,7 @@ TEST(Keys, AScreenOfAnotherSizeMovesWhatFloats) {
   day.runFor(1);
   const int before = day.ui.rearrangements;
   day.machine.input.screen = {0, 0, 800, 600};
+  day.machine.input.use();
   day.runFor(10);
   EXPECT_GT(day.ui.rearrangements, before);
 }

@@ -130,8 +130,10 @@ TEST(Ticks, DoEachDutyAtItsTime) {
        [](Drive& day) {
          day.runFor(80);
          day.machine.input.position = Point{1200, 890};
+         day.machine.input.use();
          day.runFor(5);
          day.machine.input.position = Point{1200, 600};
+         day.machine.input.use();
        },
        prefers("SchedulerPrefDisplayIcon", 1)},
       {"the status item while something runs", icon, 140,
@@ -144,8 +146,10 @@ TEST(Ticks, DoEachDutyAtItsTime) {
       {"the floating icon on hover", visible(Window::floatingIcon), 20, "2 shown, 9.25 hidden",
        [](Drive& day) {
          day.machine.input.position = Point{1200, 890};
+         day.machine.input.use();
          day.runFor(2);
          day.machine.input.position = Point{100, 890};
+         day.machine.input.use();
        },
        prefers("SchedulerPrefDisplayIconWindow", 1)},
       {"an error and a pause", icon, 3,
@@ -158,7 +162,7 @@ TEST(Ticks, DoEachDutyAtItsTime) {
       {"free space", visible(Window::lowSpace), 800, "295.75 shown",
        [](Drive& day) { day.machine.volumes.setFree("/", 1'000'000'000); }},
       {"idle time",
-       [](Drive& day) { return day.ui.statusInformation; },
+       [](Drive& day) { return day.agent->userInterfaceSources().statusInformation(); },
        320,
        "115.75 Idle for 2 min, 175.25 Idle for 3 min, 235.25 Idle for 4 min, 295.25 Idle for 5 min",
        {},

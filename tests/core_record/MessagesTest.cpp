@@ -13,8 +13,8 @@ TEST_F(MessagesTest, OneWindowAtATimeEachForItsOwnTime) {
   messages.showMessageImmediatly("third", "c", 7, false);
   ASSERT_EQ(p.userInterface.messages.size(), 1U);
   EXPECT_EQ(p.userInterface.paints, 0) << "what waits is not painted";
-  EXPECT_FALSE(messages.isOver(agent.now() + 10));
-  EXPECT_TRUE(messages.isOver(agent.now() + 10.1));
+  EXPECT_GT(messages.endOfMessage(), agent.now() + 10);
+  EXPECT_LT(messages.endOfMessage(), agent.now() + 10.1);
 
   messages.closeMessageWindow();
   EXPECT_FALSE(p.userInterface.message);
@@ -22,7 +22,7 @@ TEST_F(MessagesTest, OneWindowAtATimeEachForItsOwnTime) {
   messages.showNextPendingMessage();
   EXPECT_EQ(p.userInterface.message->title, "second");
   EXPECT_EQ(p.userInterface.message->seconds, 2.0);
-  EXPECT_TRUE(messages.isOver(agent.now() + 2.1));
+  EXPECT_LT(messages.endOfMessage(), agent.now() + 2.1);
   EXPECT_TRUE(messages.hasPending());
   messages.showNextPendingMessage();
   EXPECT_EQ(p.userInterface.message->text, "c");
@@ -38,18 +38,21 @@ TEST_F(MessagesTest, OneWindowAtATimeEachForItsOwnTime) {
 TEST_F(MessagesTest, AStandardMessageIsLoggedRememberedAndShown) {
   RecordedAgent agent(p);
   int changes = 0;
-  agent.messages.onNotificationsChanged = [&changes] { ++changes; };
+  agent.records.changes.listen(
+      [&changes](ChangeSet what) { changes += what.has(Change::messages) ? 1 : 0; });
   agent.messages.displayStandardMessage("Something happened", 13);
   EXPECT_EQ(agent.lastLogEntry().string("N"), "Something happened");
   EXPECT_EQ(agent.lastLogEntry().integer("C"), 13);
   EXPECT_EQ(p.userInterface.message->title, "Something happened");
   EXPECT_EQ(p.userInterface.message->seconds, 5.0);
   EXPECT_TRUE(p.userInterface.message->closeButton);
+  p.runLoop.runFor(0);
   EXPECT_EQ(changes, 1);
   EXPECT_EQ(agent.messages.lastNotifications(),
             std::vector<std::string>{"2024-01-02 12:00 - Something happened"});
 
   agent.messages.displayStandardMessage("Only shown", 0);
+  p.runLoop.runFor(0);
   EXPECT_EQ(changes, 1);
   EXPECT_EQ(agent.log.readLogList().size(), 1U);
   std::ifstream report(agent.store.texts().reportFileNameForDate({}));

@@ -7,25 +7,18 @@
 #include <string>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "actions/ActionLog.h"
-#include "actions/ActionStore.h"
-#include "actions/ExecutionCounters.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingChannel.h"
-#include "core/record/SiblingWatch.h"
-#include "core/record/SurveyExecution.h"
+#include "core/record/Records.h"
 #include "platform/simulated/SimulatedPlatform.h"
 
 namespace corvana {
 
 /// The record of the scheduler on a simulated machine, as one run of the agent has it.
 struct RecordedAgent {
-  explicit RecordedAgent(SimulatedPlatform& platform) : p(platform) { preferences.loadPrefs(); }
+  explicit RecordedAgent(SimulatedPlatform& platform) : p(platform) {
+    records.texts = ZAN_StringTable(
+        ZAN_StringTable::Entries{{"ActionNotExecutedNoVolume", "%@ has no volume"}});
+    preferences.loadPrefs();
+  }
 
   ReferenceTime now() const { return p.clock.now(); }
   ZAN_Value lastLogEntry() {
@@ -34,25 +27,22 @@ struct RecordedAgent {
   }
 
   SimulatedPlatform& p;
-  ActionStore store{p.clock, p.machine, p.systemLog};
-  SchedulerState state{p.clock.now()};
-  SurveyExecution survey{p.clock, p.runLoop, "Corvana 9 Scheduler"};
-  SiblingWatch watch{p.processes, survey,
-                     store.installPaths().installPathForCode(InstallPaths::mainAppBundle),
-                     store.installPaths().installPathForCode(InstallPaths::executeBundle)};
-  SiblingChannel channel{p.notifications, watch};
-  Preferences preferences{store.settings(), p.machine, state.deadlines, p.clock.now()};
-  ActionLog log{store};
-  ExecutionCounters counters{store};
-  ZAN_StringTable texts{{{"ActionNotExecutedNoVolume", "%@ has no volume"}}};
-  SchedulerLog schedulerLog{p.clock, log, counters, channel, preferences, state, texts};
-  ZAN_StringUtils strings{"C"};
-  Messages messages{p.clock,     p.runLoop,    p.machine,     p.userInterface, state.deadlines,
-                    preferences, schedulerLog, store.texts(), strings};
+  Records records{p.platform()};
+  ActionStore& store = records.store;
+  SchedulerState& state = records.state;
+  SurveyExecution& survey = records.survey;
+  SiblingWatch& watch = records.siblingWatch;
+  SiblingChannel& channel = records.channel;
+  Preferences& preferences = records.preferences;
+  ActionLog& log = records.history.log();
+  ExecutionCounters& counters = records.history.counters();
+  SchedulerLog& schedulerLog = records.log;
+  Messages& messages = records.messages;
 };
 
 class RecordTest : public testing::Test {
  protected:
+  RecordTest() { p.machine.region = "C"; }
   SimulatedPlatform p;
 };
 

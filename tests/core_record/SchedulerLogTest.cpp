@@ -27,11 +27,13 @@ TEST_F(SchedulerLogTest, AnEventIsDatedKeptAndTold) {
 TEST_F(SchedulerLogTest, FailuresShowUntilTheyWereSeen) {
   RecordedAgent agent(p);
   int changes = 0;
-  agent.schedulerLog.onErrorStateChanged = [&changes] { ++changes; };
+  agent.records.changes.listen(
+      [&changes](ChangeSet what) { changes += what.has(Change::execution) ? 1 : 0; });
   for (const int code : {1, 2, 3, 12, 13, 20, 21}) agent.schedulerLog.addSchedulerLog(code);
   EXPECT_EQ(agent.state.mErrorInExecution, 0);
   for (const int code : {4, 5, 6, 11, 14, 15, 17}) {
     agent.schedulerLog.addSchedulerLog(code);
+    p.runLoop.runFor(0);
     EXPECT_EQ(agent.state.mErrorInExecution, code);
   }
   EXPECT_EQ(changes, 7);
@@ -42,6 +44,7 @@ TEST_F(SchedulerLogTest, FailuresShowUntilTheyWereSeen) {
   EXPECT_EQ(agent.state.mErrorInExecution, 17) << "a success does not hide an earlier failure";
   agent.schedulerLog.clearErrorState();
   EXPECT_EQ(agent.state.mErrorInExecution, 0);
+  p.runLoop.runFor(0);
   EXPECT_EQ(changes, 8);
 }
 

@@ -52,8 +52,6 @@ TEST_F(ActionQueueTest, MissingVolumesRefuseButStillMarkTheOccasion) {
                          {"ItemsDestination", item(gone)}}),
               action(2, {{"TriggerIfVolumesMounted", 0}, {"ItemsSource", item(gone)}}),
               action(3, {{"TriggerIfVolumesMounted", 1}, {"ItemsSource", item(there)}})});
-  std::vector<std::int64_t> missing;
-  queue.onVolumeMissing = [&](std::int64_t ref) { missing.push_back(ref); };
   EXPECT_EQ(queue.addActionToQueue(1, now() + 2, -1), QueueAddition::volumesMissing);
   EXPECT_EQ(lastScheduleDate(1), now() + 2);
   EXPECT_THAT(report(), HasSubstr("“A1” was not added"));
@@ -61,7 +59,6 @@ TEST_F(ActionQueueTest, MissingVolumesRefuseButStillMarkTheOccasion) {
   queue.addActionToQueue(2, now(), -1);
   queue.addActionToQueue(3, now(), -1);
   EXPECT_THAT(queued(), ElementsAre(2, 3));
-  EXPECT_THAT(missing, ElementsAre(1));
 }
 
 TEST_F(ActionQueueTest, OnlyAnAutomaticAdditionMarksADateAhead) {
@@ -97,7 +94,7 @@ TEST_F(ActionQueueTest, TheSavedQueueLeavesTheHeadOutAndComesBackInOrder) {
   preferences.savePrefs();
 
   preferences.loadPrefs();
-  ActionQueue later(surroundings);
+  ActionQueue later(records, volumes, work.automatic);
   state.mStartedFromNewMachine = true;
   later.restoreActionsQueue();
   EXPECT_TRUE(later.empty());
@@ -118,11 +115,10 @@ TEST_F(ActionQueueTest, ARunningHeadIsNeitherRemovedNorPassed) {
   queue.moveRecord(0, 2);
   EXPECT_THAT(queued(), ElementsAre(1, 4, 2));
   queue.setHeadIsRunning(false);
-  int resets = 0;
-  queue.onProgressReset = [&] { ++resets; };
+  state.mProgress.value = 7;
   queue.removeFromQueue({0, 1});
   EXPECT_THAT(queued(), ElementsAre(2));
-  EXPECT_EQ(resets, 1);
+  EXPECT_EQ(state.mProgress.value, 0);
 }
 
 TEST_F(ActionQueueTest, AContextLeavesTheFirstTwoAlone) {

@@ -39,18 +39,12 @@ TEST_F(ExecuteSupervisorTest, ANormalRunIsRecordedAndLeavesTheQueue) {
   machine.processes.startApplication(
       store.installPaths().installPathForCode(InstallPaths::mainAppBundle));
   enqueue({7, 8});
-  int ended = 0;
-  supervisor.onExecutionEnded = [&] {
-    EXPECT_FALSE(supervisor.isExecuting());
-    EXPECT_THAT(queued(), ElementsAre(8));
-    ++ended;
-  };
   machine.processes.next({.seconds = 3, .output = "one\ntwo"});
   ASSERT_EQ(supervisor.launchNextAction(), LaunchResult::launched);
   EXPECT_THAT(machine.processes.starts.back()->arguments,
               ElementsAre(program + " Admin", "7", "1", "0", "1", "0", "0", "", "0", "1"));
   EXPECT_TRUE(machine.processes.starts.back()->standardInput);
-  EXPECT_EQ(supervisor.processStatus(), 2);
+  EXPECT_EQ(state.mProcessStatus, 2);
   EXPECT_EQ(state.mPauseBeforeNextStep.at(), now() + 1.0);
   EXPECT_THAT(report(), HasSubstr("“A7” was started"));
   EXPECT_EQ(lastLogEntry().integer("C"), LogCode::launched);
@@ -59,12 +53,12 @@ TEST_F(ExecuteSupervisorTest, ANormalRunIsRecordedAndLeavesTheQueue) {
 
   advance(0.5);
   supervisor.supervise();
-  EXPECT_EQ(supervisor.processStatus(), 3);
+  EXPECT_EQ(state.mProcessStatus, 3);
   EXPECT_EQ(supervisor.startOfCurrentAction(), now());
   advance(3);
   supervisor.supervise();
-  EXPECT_EQ(ended, 1);
-  EXPECT_EQ(supervisor.processStatus(), 0);
+  EXPECT_THAT(queued(), ElementsAre(8));
+  EXPECT_EQ(state.mProcessStatus, 0);
   EXPECT_EQ(settings(7)["LastBackupDateForFilter"].asDate(), 5000);
   EXPECT_EQ(state.mPauseBeforeNextStep.at(), now() + 2.0);
   EXPECT_EQ(machine.notifications.count("CVA9_MainAppliNotification", "UpdateHistory"), 1u);
@@ -134,8 +128,7 @@ TEST_F(ExecuteSupervisorTest, TheLogSaysWhereACrashHappened) {
   enqueue({7});
   const auto report = [&](StartedChild&) {
     for (int i = 0; i < 600; ++i) {
-      supervisor.trimExecuteCurrentPaths();
-      supervisor.addExecuteCurrentPath(
+      supervisor.takeProgress(
           ZAN_Value::dictionary({{"CurrentPath", "/data/" + std::to_string(i)}}));
     }
     EXPECT_EQ(supervisor.latestExecuteCurrentPath().size(), 501u);
@@ -178,11 +171,15 @@ TEST_F(ExecuteSupervisorTest, TheDateOfTheBackupIsTheOneThatTheChildHasNoted) {
 TEST_F(ExecuteSupervisorTest, AChildThatRunsAtTheEndOfTheAgentIsStoppedAndHeard) {
   setActions({action(7)});
   installExecute();
-  enqueue({7});
-  auto own = std::make_unique<ExecuteSupervisor>(surroundings, queue);
+  // What a child says is of interest to the main application alone.
+  machine.processes.startApplication(
+      store.installPaths().installPathForCode(InstallPaths::mainAppBundle));
+  Records talkative{machine.platform()};
+  auto own = std::make_unique<Work>(talkative);
+  own->queue.addActionToQueue(7, now(), -1, true, false, false);
   machine.processes.next(
       {.seconds = ChildScript::kUntilStopped, .farewell = std::string(5000, 'x') + "\nfarewell"});
-  ASSERT_EQ(own->launchNextAction(), LaunchResult::launched);
+  ASSERT_EQ(own->supervisor.launchNextAction(), LaunchResult::launched);
   own.reset();
   EXPECT_TRUE(machine.processes.starts.back()->terminated);
   std::ifstream log(dataFile("Corvana Log.txt"));

@@ -64,7 +64,7 @@ struct SettingsBackupTest : testing::Test {
   }
 
   WorkWorld world;
-  SettingsBackup backup{world.surroundings};
+  SettingsBackup backup{world.records};
   fs::path data = world.store.folder().dataFolderPathWithFileName();
 };
 
@@ -210,11 +210,10 @@ TEST(LongDisabled, IsSaidOnceActionsWereDueForDays) {
         {{"TriggerScheduleTime", ZAN_Value::date(now + one.nextDate)},
          {"LastScheduleDate", ZAN_Value::date(now - (one.nextDate < 0 ? 86'400 : 0))}})});
     world.state.mScheduleDisabled = one.disabled;
-    History history(world.store);
-    history.addHistoryEntry(
+    world.records.history.addHistoryEntry(
         ZAN_Value::dictionary({{"Date", ZAN_Value::date(now + one.lastExecution)}}));
     world.evaluation.rebuildActionsList();
-    LongDisabledWarning warning(world.surroundings, history, world.evaluation);
+    LongDisabledWarning warning(world.records, world.evaluation);
     warning.checkIfExecutionIsDisabled();
     EXPECT_EQ(world.actionLog.readLogList().size(), one.warned ? 1U : 0U);
     if (one.warned) {

@@ -208,15 +208,13 @@ TEST_F(TriggerEvaluationTest, TheListIsSortedByDateThenName) {
                              ZAN_Value::array({named(daily(5, 13), "zebra")}))));
   setActions({named(daily(1, 13), "b"), named(action(2), "ähre"), named(daily(3, 13), "A"), group,
               named(daily(4, 12.5), "Z")});
-  std::vector<std::string> texts;
-  evaluation.onNextActionText = [&](const std::string& text) { texts.push_back(text); };
   evaluation.checkActionsToLaunch();
   std::vector<std::string> names;
   for (const NextAction& next : evaluation.actionsNextList()) names.push_back(next.name());
   EXPECT_THAT(names, ElementsAre("Z", "A", "b", "zebra", "ähre", "Ätna"));
   EXPECT_TRUE(evaluation.actionsNextList().back().isGroup);
-  EXPECT_THAT(texts, ElementsAre(HasSubstr("Z at 12:30")));
-  EXPECT_THAT(machine.userInterface.toolTip, HasSubstr("Z at 12:30"));
+  EXPECT_THAT(state.mStatusTitle, HasSubstr("Z at 12:30"));
+  EXPECT_THAT(evaluation.nextActionText(), HasSubstr("Z at 12:30"));
 
   std::vector<NextAction> mixed(3);
   mixed[0].title = "a";
@@ -246,9 +244,12 @@ TEST_F(TriggerEvaluationTest, TheLookAheadQueuesTheMinuteAndKeepsTheNextStart) {
   EXPECT_THAT(report(), HasSubstr("“A1” was added to the queue by hand"));
 
   // Nothing new: no further evaluation.
+  machine.runLoop.runFor(0);
   int evaluations = 0;
-  evaluation.onNextActionsChanged = [&] { ++evaluations; };
+  records.changes.listen(
+      [&](ChangeSet what) { evaluations += what.has(Change::nextActions) ? 1 : 0; });
   evaluation.enqueueActionsDueWithinAMinute();
+  machine.runLoop.runFor(0);
   EXPECT_EQ(evaluations, 0);
 
   // What may not be launched by hand comes on its own date.
@@ -292,70 +293,10 @@ TEST_F(TriggerEvaluationTest, ANewTimeZoneCountsFromTheNextEvaluation) {
   evaluation.checkActionsToLaunch();
   EXPECT_EQ(listed(1), today(13));
   machine.machine.timeZone = "Asia/Kolkata";  // five and a half hours ahead
-  std::string zone;
-  evaluation.onCalendarChanged = [&](const ZAN_DateUtils& calendar) { zone = calendar.zoneName(); };
   evaluation.checkActionsToLaunch();
-  EXPECT_EQ(zone, "Asia/Kolkata");
+  EXPECT_EQ(evaluation.calendar().zoneName(), "Asia/Kolkata");
+  EXPECT_EQ(strings.getShortTime(today(12)), "5:30 PM");
   EXPECT_EQ(listed(1), today(12.5));
-}
-
-TEST_F(TriggerEvaluationTest, LongUnexecutedActionsAreToldOnceWhileTheUserIsThere) {
-  const auto told = [&](int ref, int ways, int days, double since) {
-    return action(ref, {{"TriggerNotificationNotExecuted", ways},
-                        {"TriggerDelayNotExecuted", days},
-                        {"LastExecutionDate", ZAN_Value::date(now() - since * kDay)}});
-  };
-  setActions({told(1, 1, 0, 7), told(2, 1, 0, 6.9), told(3, 2, 3, 3.5), told(4, 0, 3, 30),
-              action(5, {{"TriggerNotificationNotExecuted", 3},
-                         {"SaveEditDate", ZAN_Value::date(now() - 8 * kDay)}}),
-              action(6, {{"TriggerNotificationNotExecuted", 3}})});
-  const auto setMail = [&](const char* server) {
-    (void)store.settings().saveMainAppSettings(ZAN_Value::dictionary(
-        {{"SendReportEmailAddress", "anna@example.org"},
-         {"SendReportEmailSender", "agent@example.org"},
-         {"SendReportEmailSMTPServer", server},
-         {"SendReportEmailSMTPServerUseTLSCB", 1},
-         {"SendReportEmailSMTPServerPassword", SettingsFiles::compressPassword("secret")}}));
-  };
-  setMail("mail.example.org");
-  state.userWasActive(now() - 60);
-  evaluation.checkActionsToLaunch();
-  EXPECT_FALSE(evaluation.hasNotExecutedNotices());
-  state.userWasActive(now() - 59);
-  evaluation.checkActionsToLaunch();
-  evaluation.checkActionsToLaunch();
-  for (int posted = 0; posted < 3; ++posted) {
-    ASSERT_TRUE(evaluation.hasNotExecutedNotices());
-    evaluation.postNextNotExecutedNotice();
-  }
-  EXPECT_FALSE(evaluation.hasNotExecutedNotices());
-  EXPECT_THAT(notices(),
-              ElementsAre("“A1” was not executed for 7 days", "“A5” was not executed for 8 days"));
-  ASSERT_EQ(mail.sent.size(), 2u);
-  EXPECT_EQ(mail.sent[0].body, "“A3” was not executed for 3 days");
-  EXPECT_EQ(mail.sent[0].settings.tlsMode, 2);
-  EXPECT_EQ(mail.sent[0].settings.password, "secret");
-
-  setMail("nowhere");
-  evaluation.actionNotExecutedSince(told(7, 2, 0, 9));
-  EXPECT_THAT(notices().back(), HasSubstr("e-mail could not be sent"));
-
-  // Without a server the system's mail program is used.
-  setMail("");
-  machine.processes.next({.seconds = 1, .status = 0});
-  evaluation.actionNotExecutedSince(told(8, 2, 0, 9));
-  const auto sendmail = machine.processes.starts.back();
-  EXPECT_THAT(sendmail->arguments, ElementsAre("/usr/sbin/sendmail", "anna@example.org"));
-  EXPECT_EQ(sendmail->input,
-            "To: anna@example.org\nSubject: An action was not executed for a while\n\n"
-            "\"A8\" was not executed for 9 days\n.\n");
-  const std::size_t before = notices().size();
-  advance(2);
-  EXPECT_EQ(notices().size(), before);
-  machine.processes.next({.seconds = 1, .status = 1});
-  evaluation.actionNotExecutedSince(told(8, 2, 0, 9));
-  advance(2);
-  EXPECT_EQ(notices().size(), before + 1);
 }
 
 TEST_F(TriggerEvaluationTest, TheListAloneCanBeRebuilt) {

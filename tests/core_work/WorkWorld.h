@@ -6,48 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "actions/ActionLog.h"
-#include "actions/ActionStore.h"
-#include "actions/ActionTree.h"
-#include "actions/ExecutionCounters.h"
-#include "core/record/DebugLog.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
-#include "core/record/SiblingChannel.h"
-#include "core/record/SiblingWatch.h"
-#include "core/record/SurveyExecution.h"
-#include "core/work/ActionQueue.h"
-#include "core/work/Contexts.h"
-#include "core/work/ExecuteSupervisor.h"
-#include "core/work/TriggerEvaluation.h"
-#include "mail/smtp/MailSender.h"
+#include "core/record/Records.h"
+#include "core/work/Work.h"
 #include "platform/simulated/SimulatedPlatform.h"
-#include "volumes/VolumeIdentity.h"
 
 namespace corvana::test {
-
-/// Keeps what is sent; a server named "nowhere" cannot even be tried.
-class RecordingMail final : public MailSender {
- public:
-  using MailSender::MailSender;
-  Outcome send(const MailSettings& settings, const std::string& subject, const std::string& body,
-               Done) override {
-    if (settings.server == "nowhere")
-      return Error{ErrorKind::unavailable, "nowhere: no such server"};
-    sent.push_back({settings, subject, body});
-    return {};
-  }
-  struct Mail {
-    MailSettings settings;
-    std::string subject;
-    std::string body;
-  };
-  std::vector<Mail> sent;
-};
 
 /// Everything of the room on a simulated machine whose files are real. Tuesday 2024-01-02, 12:00
 /// UTC.
@@ -59,9 +22,6 @@ struct WorkWorld {
     state.mScheduleDisabled = false;
     state.userWasActive(now());
     (void)texts.load(std::string(CORVANA_SOURCE_FOLDER) + "/resources", {"en"});
-    log.showStandardMessage = [this](const std::string& text, int code) {
-      messages.displayStandardMessage(text, code);
-    };
   }
 
   ReferenceTime now() const { return machine.clock.now(); }
@@ -123,41 +83,25 @@ struct WorkWorld {
   }
 
   SimulatedPlatform machine;
-  Platform platform = machine.platform();
-  ActionStore store{machine.clock, machine.machine, machine.systemLog};
-  ZAN_StringTable texts;
-  ZAN_StringUtils strings{"en_US.UTF-8", "UTC"};
-  ActionTree tree{store.tree(), machine.clock, machine.systemLog, texts};
-  ActionLog actionLog{store};
-  ExecutionCounters counters{store};
-  SchedulerState state{machine.clock.now()};
-  Preferences preferences{store.settings(), machine.machine, state.deadlines, machine.clock.now()};
-  SurveyExecution survey{machine.clock, machine.runLoop, "Corvana 9 Scheduler"};
-  SiblingWatch siblingWatch{machine.processes, survey,
-                            store.installPaths().installPathForCode(InstallPaths::mainAppBundle),
-                            store.installPaths().installPathForCode(InstallPaths::executeBundle)};
-  SiblingChannel siblings{machine.notifications, siblingWatch};
-  SchedulerLog log{machine.clock, actionLog, counters, siblings, preferences, state, texts};
-  DebugLog debugLog{machine.clock, store.texts(), machine.clock.now(), true};
-  Messages messages{machine.clock,
-                    machine.runLoop,
-                    machine.machine,
-                    machine.userInterface,
-                    state.deadlines,
-                    preferences,
-                    log,
-                    store.texts(),
-                    strings};
-  VolumeIdentity volumes{machine.volumes};
-  RecordingMail mail{{machine.clock, machine.runLoop, machine.machine, machine.processes,
-                      machine.systemLog, machine.network}};
-  WorkSurroundings surroundings{platform, tree,         store,    counters, preferences,
-                                state,    log,          debugLog, survey,   messages,
-                                siblings, siblingWatch, volumes,  texts,    strings};
-  ActionQueue queue{surroundings};
-  TriggerEvaluation evaluation{surroundings, queue, mail};
-  ExecuteSupervisor supervisor{surroundings, queue};
-  Contexts contexts{surroundings, queue};
+  Records records{machine.platform()};
+  ActionStore& store = records.store;
+  ZAN_StringTable& texts = records.texts;
+  ZAN_StringUtils& strings = records.strings;
+  ActionTree& tree = records.tree;
+  ActionLog& actionLog = records.history.log();
+  ExecutionCounters& counters = records.history.counters();
+  SchedulerState& state = records.state;
+  Preferences& preferences = records.preferences;
+  SiblingWatch& siblingWatch = records.siblingWatch;
+  SiblingChannel& siblings = records.channel;
+  SchedulerLog& log = records.log;
+  Messages& messages = records.messages;
+  Work work{records};
+  VolumeIdentity& volumes = work.volumes;
+  ActionQueue& queue = work.queue;
+  TriggerEvaluation& evaluation = work.evaluation;
+  ExecuteSupervisor& supervisor = work.supervisor;
+  Contexts& contexts = work.contexts;
 };
 
 /// The one folder description that the tests need: an item on a volume, by itself the start-up

@@ -14,13 +14,13 @@ using testing::IsEmpty;
 struct StartupDiskTest : testing::Test, WorkWorld {
   StartupDiskTest() {
     machine.machine.startup = usual;
-    disk.onChanged = [this] { ++changes; };
+    records.changes.listen(
+        [this](ChangeSet what) { changes += what.has(Change::execution) ? 1 : 0; });
     disk.checkStartupDisk();
   }
   const StartupVolume usual{"Disk", 500'000'000'000, 600'000'000, 490'000'000'000};
   const std::string mainApp = store.installPaths().installPathForCode(InstallPaths::mainAppBundle);
-  StartupDisk disk{{platform, state, preferences, tree, log, messages, siblings, siblingWatch,
-                    texts, strings, mainApp}};
+  StartupDisk disk{records};
   int changes = 0;
 
   StartupVolume changed(std::uint64_t size, std::uint64_t date) const {
@@ -33,6 +33,7 @@ struct StartupDiskTest : testing::Test, WorkWorld {
   std::string found(const std::optional<StartupVolume>& volume) {
     machine.machine.startup = volume;
     disk.checkStartupDisk();
+    advance(0);
     return state.mStartedFromNewMachine ? disk.change().differences : std::string();
   }
   std::uint64_t storedSize() {
@@ -112,7 +113,7 @@ TEST_F(StartupDiskTest, ConfirmingHasTheActionsOfAnotherDiskChecked) {
                                                           {"VolumeFolderVolumeSize", size},
                                                           {"VolumeFolderVolumeDate", date}})}});
   };
-  disk.liesOnStartupDisk = [](const std::string& path) { return !path.starts_with("/media/"); };
+  machine.volumes.mountAt("/media/Stick", {.name = "Stick"});
   setActions({copy(1, "/home/anna", usual.volumeSize, usual.creationDate),
               copy(2, "/media/Stick", 5, 5), copy(3, "/home/anna", 0, 0)});
   disk.confirmStartupDisk();

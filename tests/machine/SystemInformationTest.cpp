@@ -8,17 +8,20 @@
 
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
 #include "tests/core_work/WorkWorld.h"
+#include "volumes/ZAN_MountVolume.h"
 
 namespace corvana::test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 namespace fs = std::filesystem;
 
 struct SystemInformationTest : testing::Test, WorkWorld {
-  SystemInformation information{platform, store, strings};
+  ZAN_MountVolume tools{machine.processes, machine.machine, machine.systemLog};
+  SystemInformation information{records, tools};
   const std::string& home = machine.folder.path();
 
   std::string agent(const std::string& name, const std::string& list) const {
@@ -142,23 +145,25 @@ TEST_F(SystemInformationTest, LaysOutDisksAndPartitions) {
 
 TEST_F(SystemInformationTest, ShowsTheDisksWhenTheyAreKnown) {
   auto& ui = machine.userInterface;
-  information.getAllVolumesDictionary = [this]() -> Result<ZAN_Value> {
+  const std::string diskutil = tools.toolsFolder() + "/diskutil";
+  machine.folder.write(diskutil.substr(machine.folder.path().size() + 1), "");
+  machine.processes.tool(diskutil, [this](const auto&) -> Result<std::string> {
     machine.clock.sleep(3);
-    return disks();
-  };
+    return plist(disks());
+  });
   information.showAllDisksInformation();
   advance(1);
   EXPECT_FALSE(ui.isWindowVisible(Window::allDisks));
   advance(5);
   EXPECT_TRUE(ui.isWindowVisible(Window::allDisks));
   EXPECT_THAT(ui.texts[Window::allDisks], HasSubstr("sda1"));
-  information.getAllVolumesDictionary = [] {
-    return Result<ZAN_Value>(Error{ErrorKind::unavailable, "no tool"});
-  };
+  machine.processes.tool(diskutil, [](const auto&) -> Result<std::string> {
+    return Error{ErrorKind::unavailable, "no tool"};
+  });
   information.showAllDisksInformation();
   advance(1);
   EXPECT_EQ(ui.texts[Window::allDisks], "");
-  EXPECT_THAT(machine.systemLog.lines, ElementsAre("no tool"));
+  EXPECT_THAT(machine.systemLog.lines, Contains("diskutil: it did not list the disks"));
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ struct WakeUpTest : testing::Test, WorkWorld {
     preferences.mCheckWakeupMachine = true;
     evaluation.rebuildActionsList();
   }
-  WakeUp wakeUp{surroundings, evaluation, supervisor};
+  WakeUp wakeUp{records, evaluation};
   SimulatedPower& power = machine.power;
 
   /// The first dated action is due then; one without a date stands beside it.
@@ -51,7 +51,7 @@ TEST_F(WakeUpTest, WakesTenSecondsBeforeWhatIsDueInAMinuteOrMore) {
   EXPECT_THAT(eventsAfter(), IsEmpty());
   machine.clock.setNow(now() - 2);
   const double wake = now() + 51;
-  EXPECT_FALSE(wakeUp.rests());
+  EXPECT_EQ(wakeUp.nextWork(), kAtOnce);
   EXPECT_THAT(eventsAfter(), ElementsAre(scheduled(wake)));
   EXPECT_EQ(power.identifier, "com.zan.corvana9");
   EXPECT_EQ(stored(), static_cast<std::int64_t>(wake));
@@ -59,7 +59,7 @@ TEST_F(WakeUpTest, WakesTenSecondsBeforeWhatIsDueInAMinuteOrMore) {
       store.activity().readActivity()["WakeUpActivity"].bytes());
   ASSERT_TRUE(minutes);
   EXPECT_TRUE(minutes->containsIndex(static_cast<std::uint64_t>(wake / 60)));
-  EXPECT_TRUE(wakeUp.rests());
+  EXPECT_EQ(wakeUp.nextWork(), kNever);
 
   preferences.mCheckWakeupMachine = false;
   dueAt(now() + 4000);
@@ -106,7 +106,7 @@ TEST_F(WakeUpTest, ARestartTakesOverWhatWasProgrammed) {
   power.wakes.clear();
   preferences.loadPrefs();
   preferences.mCheckWakeupMachine = true;
-  WakeUp next{surroundings, evaluation, supervisor};
+  WakeUp next{records, evaluation};
   next.restoreWakeup();
   EXPECT_THAT(power.wakes, ElementsAre(static_cast<std::int64_t>(first - 10)));
   dueAt(first + 900);
@@ -125,7 +125,7 @@ TEST_F(WakeUpTest, ARefusalIsSaidOnceUntilItWorksAgain) {
   dueAt(first);
   wakeUp.doSetWakeup();
   dueAt(first + 3600);
-  WakeUp{surroundings, evaluation, supervisor}.doSetWakeup();
+  WakeUp{records, evaluation}.doSetWakeup();
   EXPECT_THAT(machine.systemLog.lines, ElementsAre("Allow it: sudo setcap x"));
   EXPECT_THAT(notices(), ElementsAre(HasSubstr("sudo setcap x")));
   EXPECT_EQ(stored(), static_cast<std::int64_t>(first + 3590)) << "whatever came of it";

@@ -6,6 +6,7 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/History.h"
 #include "tests/core_work/WorkWorld.h"
+#include "tests/support/RecordingMail.h"
 
 namespace corvana {
 namespace {
@@ -79,8 +80,10 @@ class EmailReportTest : public testing::Test, public test::WorkWorld {
   }
 
   const ReferenceTime last = now() - kDay;
-  History history{store};
-  EmailReport report{{platform, store, history, preferences, messages, mail, texts, strings}};
+  History& history = records.history;
+  test::RecordingMail mail{{machine.clock, machine.runLoop, machine.machine, machine.processes,
+                            machine.systemLog, machine.network}};
+  EmailReport report{records, mail};
 };
 
 TEST_F(EmailReportTest, TellsWhatHappenedSinceTheLastOne) {

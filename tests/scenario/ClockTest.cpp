@@ -14,7 +14,6 @@ struct ClockDay : Scenario {
     photos = action("Photos", daily(timeOfDay("14:30"), begin));
     mail = action("Mail", hourly(begin));
     writeTree();
-    allowSkipping();
     start();
   }
   std::int64_t photos = 0;
@@ -109,7 +108,6 @@ TEST(ClockTest, NightsOfChangeRunEachActionOnce) {
     Scenario night(begin);
     night.action("Photos", daily(night.timeOfDay("02:30"), night.machine.clock.now()));
     night.writeTree();
-    night.allowSkipping();
     night.start();
     night.runUntil(end);
     EXPECT_EQ(night.executionsOf("Photos"), 1U) << night.executions();

@@ -26,6 +26,7 @@ Scenario::Scenario(std::string_view begin, const std::string& zone)
       mCalendar(zone, "C"),
       mStore(machine.clock, machine.machine, machine.systemLog) {
   machine.machine.timeZone = zone;
+  machine.input.tellsOfUse = true;
   const fs::path scheduler = machine.machine.bundle;
   fs::create_directories(scheduler / "Contents");
   fs::create_symlink(CORVANA_RESOURCES, scheduler / "Contents/Resources");
@@ -90,7 +91,7 @@ void Scenario::start(bool relaunched) {
   platform.agentObject = &agentObject;
   agent = std::make_unique<MainScheduler>(platform);
   agent->applicationDidFinishLaunching();
-  if (mSkips) allowSkipping();
+  if (mStaysAwake) stayAwake();
 }
 
 void Scenario::quit() {
@@ -104,14 +105,9 @@ void Scenario::kill() {
   machine.time.dropLoopEvents();
 }
 
-void Scenario::allowSkipping() {
-  mSkips = true;
-  if (agent == nullptr) return;
-  machine.runLoop.skipper([this] { return agent->emptyTimerCalls(); },
-                          [this](int calls) {
-                            mSkippedCalls += calls;
-                            agent->skipTimerCalls(calls);
-                          });
+void Scenario::stayAwake() {
+  mStaysAwake = true;
+  if (agent != nullptr) agent->timer().setSleeps(false);
 }
 
 void Scenario::continueAfterRelaunch() {

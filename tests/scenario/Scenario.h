@@ -62,9 +62,8 @@ class Scenario {
   void runFor(double seconds);
   /// The machine sleeps from now on: nothing runs, the clock goes on.
   void sleepUntil(std::string_view civil);
-  void allowSkipping();
-  /// How many calls of the timer were left out.
-  std::int64_t skippedCalls() const { return mSkippedCalls; }
+  /// The timer comes at every quarter of a second, whether there is something to do or not.
+  void stayAwake();
 
   /// Executions so far, "2024-01-03 08:00:00 Photos" a line, in order of start.
   std::string executions() const;
@@ -87,8 +86,7 @@ class Scenario {
   ZAN_Value mRecords = ZAN_Value::array();
   std::map<std::int64_t, std::string> mTitles;
   std::int64_t mLastRef = 100;
-  bool mSkips = false;
-  std::int64_t mSkippedCalls = 0;
+  bool mStaysAwake = false;
 };
 
 // Records, in the words of the user.

@@ -56,22 +56,22 @@ TEST_F(SiblingsTest, TheExecuteApplicationReportsItsProgress) {
   EXPECT_EQ(day.machine.userInterface.sizeCopied, 3'000'000'000);
   EXPECT_EQ(day.machine.userInterface.progress, 100);
   EXPECT_EQ(day.machine.userInterface.errors, 2);
-  for (const Window window : {Window::executionSurvey, Window::queue, Window::status})
-    EXPECT_EQ(day.machine.userInterface.windowChanges[window], 600);
+  EXPECT_TRUE(day.machine.userInterface.changes.back().has(Change::progress));
+  EXPECT_TRUE(day.machine.userInterface.changes.back().has(Change::survey));
   tell("SurveyReplyNotification", ZAN_Value::dictionary({{"ExecuteReplyMessage", "copying"}}));
   EXPECT_EQ(day.agent->supervisor().executeReply(), "copying");
 
-  const int before = day.machine.userInterface.listChanges;
   tell("ActionHistoryChanged");
-  EXPECT_GT(day.machine.userInterface.listChanges, before) << "the latest actions are drawn again";
+  EXPECT_TRUE(day.machine.userInterface.changes.back().has(Change::history))
+      << "the latest actions are drawn again";
 }
 
 TEST_F(SiblingsTest, AnExceptionEndsTheHandlingOfItsMessageOnly) {
   start();
-  day.agent->messages().onNotificationsChanged = [] { throw std::runtime_error("no luck"); };
-  for (const bool on : {false, true}) {
-    tell("ActivateExecution", ZAN_Value::dictionary({{"Activate", on}}));
-  }
+  day.machine.machine.onStartupVolumeRead = [](int) -> std::optional<StartupVolume> {
+    throw std::runtime_error("no luck");
+  };
+  for (int times = 0; times < 2; ++times) tell("ConfirmStartupDisk");
   tell("ActionPause", ZAN_Value::dictionary({{"Pause", true}}));
   EXPECT_TRUE(day.agent->state().mPause);
   EXPECT_THAT(day.machine.systemLog.lines,
@@ -84,7 +84,6 @@ TEST_F(SiblingsTest, SettingsAreCopiedByTheTickAndHoldARestartBack) {
   ASSERT_TRUE(day.store().settings().setMainAppSetting(
       ZAN_Value::array({ZAN_Value::dictionary({{"path", stick.string()}})}),
       "CopySettingsDestinations"));
-  day.allowSkipping();
   start();
   const ReferenceTime begin = day.machine.clock.now() - 5;
   day.runUntil("2024-01-02 15:30:00");

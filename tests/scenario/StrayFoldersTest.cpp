@@ -126,7 +126,6 @@ TEST(FreeSpace, TheUserIsWarnedBelowATenthAndThenOnceADay) {
   day.runUntil("2024-01-02 12:06:00");
   EXPECT_TRUE(isShown());
   day.machine.userInterface.hideWindow(Window::lowSpace);
-  day.allowSkipping();
   day.runUntil("2024-01-03 12:00:00");
   EXPECT_FALSE(isShown());
   day.runUntil("2024-01-03 12:06:00");

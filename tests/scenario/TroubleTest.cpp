@@ -24,7 +24,6 @@ TEST(Trouble, AMissingExecuteProgramHoldsTheHeadAndIsSaidOnce) {
   const std::string program =
       day.store().installPaths().installPathForCode(InstallPaths::executeExecutable);
   fs::rename(program, program + ".away");
-  day.allowSkipping();
   day.start();
   day.runUntil("2024-01-02 12:50:00");
   EXPECT_EQ(day.agent->queue().actionsList().size(), 1U);
@@ -70,7 +69,6 @@ TEST(Trouble, ADamagedTreeIsSaidKeptAndNeverWrittenOver) {
   const ZAN_Value change =
       ZAN_Value::dictionary({{"Ref", photos}, {"ChangesObject", 1}, {"ChangesKey", "ExecCounter"}});
   ASSERT_TRUE(day.store().tree().appendToChangesList(change));
-  day.allowSkipping();
   day.start();
   day.runUntil("2024-01-02 14:00:00");
   EXPECT_TRUE(anyContains(day.machine.systemLog.lines, "Programmed Actions.cva9data"));
@@ -88,7 +86,6 @@ TEST(Trouble, DisabledSchedulingLaunchesOnlyWhatIsAskedFor) {
   const std::int64_t photos = day.action("Photos", daily(day.timeOfDay("12:30"), begin));
   day.action("Mail", hourly(begin));
   day.writeTree();
-  day.allowSkipping();
   day.start();
   day.runUntil("2024-01-02 12:10:00");
   day.agent->commands().disableSchedule();
@@ -111,7 +108,6 @@ TEST(Trouble, DisableWhenAllIsDoneLetsTheQueueFinish) {
   day.action("Music", daily(day.timeOfDay("12:30"), begin));
   day.action("Mail", hourly(begin));
   day.writeTree();
-  day.allowSkipping();
   day.start();
   day.runUntil("2024-01-02 12:30:05");
   day.agent->commands().disableScheduleWhenAllDone();
@@ -152,7 +148,6 @@ TEST(Trouble, DisableWhenAllIsDoneCanBeTakenBack) {
   day.action("Photos", daily(day.timeOfDay("12:30"), begin));
   day.action("Mail", hourly(begin));
   day.writeTree();
-  day.allowSkipping();
   day.start();
   day.runUntil("2024-01-02 12:30:05");
   day.agent->commands().changeExecutionStatus(1);

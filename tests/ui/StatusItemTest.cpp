@@ -15,8 +15,6 @@ TEST(StatusItem, oneStateGoesBeforeAnother) {
   const UserInterfaceSources sources = day.agent->userInterfaceSources();
   SimulatedUserInterface& screen = day.machine.userInterface;
   ASSERT_TRUE(screen.statusItem);
-  bool running = false;
-  sources.statusItem.isExecuting = [&] { return running; };
 
   enum State { kError = 1, kDisabled = 2, kPaused = 4, kSurvey = 8, kRuns = 16, kWillDisable = 32 };
   using Icon = StatusIcon;
@@ -57,10 +55,9 @@ TEST(StatusItem, oneStateGoesBeforeAnother) {
       sources.state.mSurveyFolderResult = has(kSurvey) ? ZAN_Value("found") : ZAN_Value();
       sources.state.mScheduleDisabledWhenDone = has(kWillDisable);
       sources.state.mStartedFromNewMachine = otherDisk;
-      running = has(kRuns);
+      sources.state.mExecuting = has(kRuns);
       sources.state.updateMenu();
-      sources.statusItem.forgetCurrentIcon();
-      sources.statusItem.update(row.tick, row.minutes);
+      sources.statusItem.turn(row.tick, row.minutes);
       const auto icon = otherDisk ? std::optional(Icon::diskChanged) : row.icon;
       EXPECT_EQ(screen.statusIcon ? std::optional(screen.statusIcon->first) : std::nullopt, icon);
       if (!icon) {

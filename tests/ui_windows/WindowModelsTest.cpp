@@ -207,6 +207,7 @@ TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
     }
   }
   EXPECT_EQ(changed, 32);
+  scenario.machine.runLoop.runFor(0);
   EXPECT_TRUE(scenario.agent->state().mScheduleDisabled);
   EXPECT_FALSE(scenario.machine.userInterface.statusItem) << "the icon is not wanted any more";
 }

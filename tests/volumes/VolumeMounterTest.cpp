@@ -4,9 +4,8 @@
 
 #include <filesystem>
 
-#include "core/machine/AliasMounter.h"
-#include "core/machine/VolumeWatch.h"
-#include "core/record/DebugLog.h"
+#include "core/machine/MachineDuties.h"
+#include "core/work/Work.h"
 #include "tests/core_record/RecordFixture.h"
 #include "volumes/ZAN_ConnectedVolumes.h"
 #include "volumes/ZAN_MountRemoteVolume.h"
@@ -19,10 +18,13 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+/// From the home folder of the test.
+const std::string kAliases = "Library/Application Support/Corvana 9/Alias";
+
 struct VolumeMounterTest : RecordTest {
   VolumeMounterTest() {
     p.volumes.installTool(p.processes, tools.toolsFolder() + "/diskutil");
-    p.folder.makeFolder("Alias");
+    p.folder.makeFolder(kAliases);
   }
   std::vector<std::string> offered() {
     std::vector<std::string> names;
@@ -46,25 +48,25 @@ struct VolumeMounterTest : RecordTest {
   }
 
   RecordedAgent agent{p};
-  Platform platform = p.platform();
-  DebugLog debugLog{p.clock, agent.store.texts(), 0, false};
-  ZAN_StringTable texts{{{"UnmountingVolumeTitle", "Unmounting"},
-                         {"TryToMount", "Try %@"},
-                         {"UnableToMount", "Unable %@"}}};
-  ZAN_MountVolume tools{p.processes, p.machine, p.systemLog};
-  ZAN_MountedVolumes mounted{p.volumes};
-  ZAN_ConnectedVolumes connected{p.runLoop, tools};
-  AliasMounter aliases{platform, agent.messages, texts, tools.toolsFolder()};
-  VolumeMounter mounter{{platform, agent.state, agent.preferences, agent.messages, texts, tools,
-                         connected, aliases, p.folder.at("Alias")}};
+  ZAN_StringTable& texts = agent.records.texts =
+      ZAN_StringTable({{"UnmountingVolumeTitle", "Unmounting"},
+                       {"TryToMount", "Try %@"},
+                       {"UnableToMount", "Unable %@"}});
+  Work work{agent.records};
+  MachineDuties machine{agent.records, work};
+  ZAN_MountVolume& tools = machine.tools;
+  ZAN_ConnectedVolumes& connected = machine.connected;
+  AliasMounter& aliases = machine.aliases;
+  VolumeMounter& mounter = machine.mounter;
 };
 
 TEST_F(VolumeMounterTest, OffersAliasesThenPartitionsThatAreNoSystemPartitions) {
   for (const char* name : {"EFI", "Recovery HD", "Recovery HD 2", "Photos"})
     p.volumes.plugIn({.name = name});
   p.volumes.mount({.name = "Mounted"});
-  p.folder.write("Alias/plain", "x");
-  p.folder.write("Alias/share.desktop", "[Desktop Entry]\nType=Link\nURL=smb://server/share\n");
+  p.folder.write(kAliases + "/plain", "x");
+  p.folder.write(kAliases + "/share.desktop",
+                 "[Desktop Entry]\nType=Link\nURL=smb://server/share\n");
   build();
   EXPECT_THAT(offered(), ElementsAre("share.desktop alias", "Recovery HD 2 sdd1", "Photos sde1"));
   mounter.setMountsSystemPartitions(true);
@@ -83,7 +85,7 @@ TEST_F(VolumeMounterTest, OffersAliasesThenPartitionsThatAreNoSystemPartitions) 
 TEST_F(VolumeMounterTest, MountsWhatIsChosen) {
   p.volumes.plugIn({.name = "Photos"});
   const std::string alias =
-      p.folder.write("Alias/share.desktop", "[Desktop Entry]\nType=Link\nURL=smb://s/x\n");
+      p.folder.write(kAliases + "/share.desktop", "[Desktop Entry]\nType=Link\nURL=smb://s/x\n");
   const std::string helper = tools.toolsFolder() + "/mountvolume";
   std::ofstream(helper).flush();
   agent.preferences.mPrefShowMessageInNotificationCenter = 1;
@@ -126,10 +128,8 @@ TEST_F(VolumeMounterTest, UnmountsAndForcesOnlyWhatDoesNotGo) {
   EXPECT_FALSE(mounter.hasVolumesToUnmount()) << "the user does not want it";
   agent.preferences.mAutoUnmountVolumes = 1;
   mounter.rememberVolumeMountedByScheduler(easy);
-  int saved = 0;
-  mounter.onSaveVolumesInfos = [&] { ++saved; };
   mounter.unmountVolumesMountedByScheduler();
-  EXPECT_EQ(saved, 1);
+  EXPECT_EQ(machine.volumeWatch.nextSaving(), p.clock.now() + 900) << "has just been saved";
   EXPECT_TRUE(mounter.isUnmounting());
   EXPECT_FALSE(mounter.hasVolumesToUnmount());
   ASSERT_TRUE(p.userInterface.message);
@@ -174,7 +174,7 @@ TEST_F(VolumeMounterTest, AddressesOfSharesAreCompleted) {
   EXPECT_EQ(Remote::addressFor("server/My Share"), "smb://server/My%20Share");
   EXPECT_EQ(Remote::addressFor("sftp://a@host:22/x y"), "sftp://a@host:22/x%20y");
   EXPECT_EQ(Remote::hostOf("sftp://a@host:22/x"), "host");
-  Remote remote(platform, tools.toolsFolder());
+  Remote remote(agent.records.platform, tools.toolsFolder());
   EXPECT_EQ(remote.getResult(), Remote::kFailed);
   remote.mountRemoteVolume("server/x", "ann", std::nullopt);
   EXPECT_EQ(remote.getResult(), Remote::kFailed);
@@ -196,42 +196,46 @@ TEST_F(VolumeMounterTest, AddressesOfSharesAreCompleted) {
 }
 
 TEST_F(VolumeMounterTest, TheWatchFollowsMountsButNotTheAutomounter) {
-  VolumeWatch watch(platform, agent.state.deadlines, debugLog, mounted, connected);
-  std::vector<std::string> told;
-  int changes = 0;
-  watch.onVolumeMounted = [&](const std::string& path) { told.push_back(path); };
-  watch.onMountedVolumesChanged = [&] { ++changes; };
+  VolumeWatch& watch = machine.volumeWatch;
+  SchedulerState& state = agent.state;
+  const auto snapshots = [&] {
+    return machine.mountedHistory.readSurveyMountedVolumesList().size();
+  };
+  const auto evaluated = [&] { return state.mNextCheck.at() == p.clock.now(); };
   watch.start();
   p.runLoop.runFor(2);
+  state.checkAt(0);
   watch.saveVolumesInfosAt(p.clock.now() + 100);
   watch.deviceDidMount("/Network");
   watch.deviceDidUnmount("Network");
   p.runLoop.runFor(2);
-  EXPECT_THAT(told, IsEmpty());
-  EXPECT_EQ(changes, 0);
+  EXPECT_EQ(state.mNextCheck.at(), 0) << "nothing is evaluated for it";
+  const std::size_t before = snapshots();
 
   const std::string disk = p.volumes.mount({.name = "Disk"});
+  p.runLoop.runFor(0);
+  EXPECT_TRUE(evaluated());
   p.runLoop.runFor(0.05);
-  EXPECT_THAT(told, ElementsAre(disk));
   EXPECT_NEAR(watch.nextSaving(), p.clock.now() + 2, 0.1);
-  EXPECT_EQ(changes, 0);
+  EXPECT_EQ(snapshots(), before);
   p.runLoop.runFor(0.1);
-  EXPECT_EQ(changes, 1);
-  EXPECT_EQ(mounted.getInfosForVolumeAtPath(disk + "/x").string("volName"), "Disk");
-  EXPECT_TRUE(mounted.getInfosForVolumeAtIndex(2).isNull());
+  EXPECT_EQ(snapshots(), before + 1);
+  EXPECT_EQ(machine.mounted.getInfosForVolumeAtPath(disk + "/x").string("volName"), "Disk");
+  EXPECT_TRUE(machine.mounted.getInfosForVolumeAtIndex(2).isNull());
+  state.checkAt(0);
   p.volumes.unmount(disk);
   p.runLoop.runFor(2);
-  EXPECT_EQ(told.size(), 1U);
-  EXPECT_EQ(changes, 2);
+  EXPECT_EQ(state.mNextCheck.at(), 0);
+  EXPECT_EQ(snapshots(), before + 2);
   // The same ones in another order are a change.
   const std::string one = p.volumes.mount({.name = "One"});
   const std::string two = p.volumes.mount({.name = "Two"});
   p.runLoop.runFor(2);
-  const int before = changes;
+  const std::size_t many = snapshots();
   p.volumes.unmount(one);
   p.volumes.mountAt(one, {.name = "One"});
   p.runLoop.runFor(2);
-  EXPECT_EQ(changes, before + 1);
+  EXPECT_EQ(snapshots(), many + 1);
 }
 
 }  // namespace

@@ -18,13 +18,11 @@ FLOORS = {
     "ZANCocoaFramework": 0, "platform": 0,
     "actions": 1,
     "volumes": 2,
-    "core/record": 3, "mail/smtp": 3,
-    "core/work": 4,
-    "core/machine": 5, "mail/report": 5,
-    "ui": 6, "remote": 6,
-    "core/drive": 7, "ui/windows": 7,
-    "app": 8,
-    "desktop": 9, "command": 9, "execute": 9, "tools": 10,
+    "core/record": 3, "core/work": 4, "core/machine": 5, "core/drive": 6,
+    "mail/smtp": 7, "ui": 7, "remote": 7,
+    "mail/report": 8, "ui/windows": 8,
+    "desktop": 9, "command": 9, "execute": 9,
+    "app": 10, "tools": 10,
 }
 # Beside the floors: what each may see besides itself.
 BESIDE = {

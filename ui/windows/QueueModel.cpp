@@ -43,7 +43,7 @@ std::string QueueModel::text(std::size_t row, std::size_t column) const {
 std::string QueueModel::state(std::size_t row) const {
   if (row == 0 && isExecuting()) {
     if (m.state.mPause) return m.texts.text("QueueRunningPaused");
-    const int percent = static_cast<int>(std::clamp(m.supervisor.progressValue(), 0.0, 100.0));
+    const int percent = static_cast<int>(std::clamp(m.state.mProgress.value, 0.0, 100.0));
     return percent > 0 ? m.texts.text("QueueRunningPercent", {percent})
                        : m.texts.text("QueueRunning");
   }

@@ -22,7 +22,7 @@ namespace corvana {
 
 namespace {
 
-constexpr double kNever = std::numeric_limits<double>::infinity();
+constexpr double kNotYet = std::numeric_limits<double>::infinity();
 
 }  // namespace
 
@@ -56,8 +56,8 @@ void StatusModel::sortBy(std::size_t column, bool descending) {
 
 void StatusModel::sort() {
   const auto before = [this](const Action& a, const Action& b) {
-    if (mSortColumn == 1) return a.last.value_or(-kNever) < b.last.value_or(-kNever);
-    if (mSortColumn == 2) return a.next.value_or(kNever) < b.next.value_or(kNever);
+    if (mSortColumn == 1) return a.last.value_or(-kNotYet) < b.last.value_or(-kNotYet);
+    if (mSortColumn == 2) return a.next.value_or(kNotYet) < b.next.value_or(kNotYet);
     return a.folded < b.folded;
   };
   std::ranges::stable_sort(mActions, [&](const Action& a, const Action& b) {
@@ -99,7 +99,7 @@ std::vector<std::pair<std::string, std::string>> StatusModel::facts() const {
 
 std::optional<int> StatusModel::progress() const {
   if (!m.supervisor.isExecuting()) return std::nullopt;
-  return static_cast<int>(std::clamp(m.supervisor.progressValue(), 0.0, 100.0));
+  return static_cast<int>(std::clamp(m.state.mProgress.value, 0.0, 100.0));
 }
 
 std::vector<std::string> StatusModel::executionChoices() const {

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "core/machine/AliasMounter.h"
+#include "core/machine/FreeSpaceSurvey.h"
+#include "core/machine/LongDisabledWarning.h"
+#include "core/machine/RecoveryCopy.h"
+#include "core/machine/SettingsBackup.h"
+#include "core/machine/ShutdownHelper.h"
+#include "core/machine/StartupDisk.h"
+#include "core/machine/SystemInformation.h"
+#include "core/machine/VolumeMounter.h"
+#include "core/machine/VolumeWatch.h"
+#include "core/machine/VolumesFolderSurvey.h"
+#include "core/machine/WakeUp.h"
+#include "volumes/FreeSpaceHistory.h"
+#include "volumes/MountedVolumesHistory.h"
+#include "volumes/ZAN_ConnectedVolumes.h"
+#include "volumes/ZAN_MountVolume.h"
+#include "volumes/ZAN_MountedVolumes.h"
+
+namespace corvana {
+
+struct Work;
+
+/// What the agent does about the machine that it runs on: its volumes, its sleep and its end, and
+/// copies of the settings. Thread: main.
+struct MachineDuties {
+  MachineDuties(Records& records, Work& work);
+
+  ZAN_MountVolume tools;
+  ZAN_MountedVolumes mounted;
+  ZAN_ConnectedVolumes connected;
+  FreeSpaceHistory freeSpaceHistory;
+  MountedVolumesHistory mountedHistory;
+  VolumeWatch volumeWatch;
+  AliasMounter aliases;
+  VolumeMounter mounter;
+  RecoveryCopy recoveryCopy;
+  StartupDisk startupDisk;
+  SystemInformation systemInformation;
+  FreeSpaceSurvey freeSpace;
+  VolumesFolderSurvey folderSurvey;
+  SettingsBackup settingsBackup;
+  LongDisabledWarning longDisabledWarning;
+  WakeUp wakeUp;
+  ShutdownHelper shutdownHelper;
+};
+
+}  // namespace corvana
