@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <ostream>
+#include <filesystem>
+#include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "command/FolderLookup.h"
+#include "volumes/VolumeReference.h"
 
 namespace corvana {
 
@@ -14,10 +15,6 @@ namespace {
 
 /// A disk that sleeps takes its time to wake up.
 constexpr double kSecondsForADisk = 30;
-
-}  // namespace
-
-namespace {
 
 constexpr int kCopy = 2;
 constexpr int kSynchronise = 3;
@@ -37,6 +34,56 @@ std::optional<int> choice(Arguments& arguments, std::string_view option,
   }
   arguments.complain(std::string(option) + " is one of " + known + ", not \"" + *word + "\"");
   return std::nullopt;
+}
+
+/// The path as a description holds it.
+std::string absolutePath(const std::string& path) {
+  std::error_code ignored;
+  std::string absolute = std::filesystem::absolute(path, ignored).lexically_normal().string();
+  while (absolute.size() > 1 && absolute.ends_with('/')) absolute.pop_back();
+  return absolute;
+}
+
+enum class Role { source, destination };
+
+/// What a record has to say of a source or a destination: the path, made absolute, and the volume
+/// that must hold it when the action runs. Refused when a source, or the folder above a
+/// destination, is not there, and when the place below the volumes folder has no volume mounted on
+/// it; `force` describes it all the same, without the volume where that is not known.
+Result<FolderDescription> describe(const std::string& path, Role role, bool force,
+                                   Volumes& volumes) {
+  const std::string absolute = absolutePath(path);
+  if (path.empty() || absolute == "/") {
+    return Error{ErrorKind::refused, "\"" + path + "\": neither a source nor a destination"};
+  }
+  const bool exists = ZAN_FilesUtils::exists(absolute);
+  const bool isUsable =
+      role == Role::source ? exists
+      : exists             ? ZAN_FilesUtils::isFolder(absolute)
+               : ZAN_FilesUtils::isFolder(std::string(ZAN_FilesUtils::parentPath(absolute)));
+  if (!isUsable && !force) {
+    return Error{ErrorKind::absent,
+                 absolute + (exists                 ? ": not a folder"
+                             : role == Role::source ? ": not there (--force takes it anyway)"
+                                                    : ": neither it nor the folder above it is "
+                                                      "there (--force takes it anyway)")};
+  }
+
+  const VolumeReference reference(volumes);
+  const auto mount = reference.ofPath(absolute);
+  if (!mount && !force) {
+    return Error{ErrorKind::absent,
+                 absolute + ": no volume is mounted there (--force takes it anyway)"};
+  }
+  const auto known = mount ? volumes.information(*mount) : std::nullopt;
+  FolderDescription description;
+  description.setPath(absolute)
+      .setPathLocalized(reference.localizedPath(absolute))
+      .setVolumeName(mount ? VolumeReference::nameOf(*mount, known) : std::string())
+      .setVolumeSize(known ? known->totalSize : std::uint64_t{0})
+      .setVolumeDate(known ? known->creationDate : std::uint64_t{0});
+  if (known && !known->uuid.empty()) description.setUuid(known->uuid);
+  return description;
 }
 
 }  // namespace
@@ -67,13 +114,12 @@ bool ActionWords::fitsGroup() const {
 Outcome ActionWords::describeFolders(CommandHome& home) {
   const auto volumes = home.volumes(kSecondsForADisk);
   for (const std::string& source : mSources) {
-    auto described = FolderLookup::describe(source, FolderLookup::Role::source, mForce, *volumes);
+    auto described = describe(source, Role::source, mForce, *volumes);
     if (!described) return described.error();
     mSourceDescriptions.push_back(*std::move(described));
   }
   if (mDestination) {
-    auto described =
-        FolderLookup::describe(*mDestination, FolderLookup::Role::destination, mForce, *volumes);
+    auto described = describe(*mDestination, Role::destination, mForce, *volumes);
     if (!described) return described.error();
     mDestinationDescription = *std::move(described);
   }
