@@ -124,7 +124,6 @@ void SimulatedRunLoop::begin() {
 }
 
 bool SimulatedRunLoop::step(std::int64_t limit) {
-  if (mEmptyTicks && mDepth == 0) skip(limit);
   ++mDepth;
   bool performed = false;
   try {
@@ -141,38 +140,6 @@ bool SimulatedRunLoop::step(std::int64_t limit) {
     throw;
   }
   return performed;
-}
-
-std::map<RunLoop::TimerId, SimulatedRunLoop::Timer>::iterator SimulatedRunLoop::fastest() {
-  auto best = mTimers.end();
-  for (auto one = mTimers.begin(); one != mTimers.end(); ++one) {
-    if (one->second.interval == 0) continue;
-    if (best == mTimers.end() || one->second.interval < best->second.interval) best = one;
-  }
-  return best;
-}
-
-void SimulatedRunLoop::skip(std::int64_t limit) {
-  const auto found = fastest();
-  if (found == mTimers.end()) return;
-  Timer& timer = found->second;
-  if (mTime.nextEvent() != timer.event || timer.date < mTime.nanoseconds()) return;
-  std::int64_t last = limit;
-  if (const auto other = mTime.nextDate(timer.event)) last = std::min(last, *other - 1);
-  if (last < timer.date) return;
-  const std::int64_t room = (last - timer.date) / timer.interval + 1;
-  const std::int64_t count = std::min<std::int64_t>(mEmptyTicks(), room);
-  if (count <= 0) return;
-  mTime.cancel(timer.event);
-  mTime.advanceTo(timer.date + (count - 1) * timer.interval);
-  timer.date += count * timer.interval;
-  arm(found->first, timer);
-  if (mSkipped) mSkipped(static_cast<int>(count));
-}
-
-void SimulatedRunLoop::skipper(std::function<int()> emptyTicks, std::function<void(int)> skipped) {
-  mEmptyTicks = std::move(emptyTicks);
-  mSkipped = std::move(skipped);
 }
 
 void SimulatedRunLoop::endByReplacement() {

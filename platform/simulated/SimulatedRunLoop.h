@@ -39,13 +39,6 @@ class SimulatedRunLoop final : public RunLoop {
   /// quit.
   std::optional<int> quitCode() const { return mQuitCode; }
 
-  /// Lets the fastest repeating timer leave out occasions that do nothing. Before each of them
-  /// `emptyTicks` tells how many coming ones, this one included, provably do nothing if nothing
-  /// else happens; as many as lie before the next other event are left out. Then `skipped` is
-  /// called with their number, the clock standing at the last of them. An empty `emptyTicks`
-  /// switches it off.
-  void skipper(std::function<int()> emptyTicks, std::function<void(int)> skipped);
-
   /// Ends what is being performed by unwinding to the loop, which then returns with all timers
   /// gone: the running program has been replaced. Only inside `run…`; returns at once elsewhere.
   void endByReplacement();
@@ -62,11 +55,9 @@ class SimulatedRunLoop final : public RunLoop {
 
   void begin();
   bool step(std::int64_t limit);
-  void skip(std::int64_t limit);
   void arm(TimerId id, Timer& timer);
   void fire(TimerId id);
   bool isOver() const { return mQuitCode.has_value() || mReplaced; }
-  std::map<TimerId, Timer>::iterator fastest();
 
   VirtualTime& mTime;
   TimerId mLastTimer = 0;
@@ -74,8 +65,6 @@ class SimulatedRunLoop final : public RunLoop {
   std::optional<int> mQuitCode;
   bool mReplaced = false;
   int mDepth = 0;
-  std::function<int()> mEmptyTicks;
-  std::function<void(int)> mSkipped;
 };
 
 }  // namespace corvana

@@ -130,6 +130,7 @@ TEST_F(WindowEventsTest, ASliderCountsWhenItIsLetGoAndTheWheelOnlyWithTheKeyboar
                       in(slider, {slider.width() / 3, handle.y()}));
   EXPECT_LT(preferences().mPrefShowMessageTransparency, 60);
   EXPECT_EQ(preferences().mPrefShowMessageTransparency, slider.value());
+  scenario.machine.runLoop.runFor(0);
   EXPECT_GT(scenario.machine.userInterface.rearrangements, arranged) << "seen at once";
 
   auto& colour = the<QComboBox>(window, "Colour of messages:");

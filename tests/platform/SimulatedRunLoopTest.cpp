@@ -167,49 +167,5 @@ TEST_F(SimulatedRunLoopTest, ThreadsAreBroughtToTheirEndWithTheMachine) {
   EXPECT_TRUE(ended);
 }
 
-struct Ticks {
-  explicit Ticks(bool skipping) {
-    machine.runLoop.repeat(0.25, [this] { tick(); });
-    machine.runLoop.repeat(7, [this] { note("seven"); });
-    machine.runLoop.performAfter(3, [this] { note("three"); });
-    machine.processes.next({.seconds = 5.1, .onEnd = [this](StartedChild&) { note("child"); }});
-    child = std::move(machine.processes.start({"/bin/x"}, false, {}).value());
-    if (!skipping) return;
-    machine.runLoop.skipper([this] { return 39 - counter % 40; },
-                            [this](int count) {
-                              counter += count;
-                              last = machine.clock.now();
-                              skipped += count;
-                            });
-  }
-  void tick() {
-    EXPECT_LE(machine.clock.now() - last, 0.25);
-    last = machine.clock.now();
-    if (++counter % 40 == 0) note("work");
-  }
-  void note(const std::string& what) {
-    seen.push_back(what + " " + std::to_string(counter) + " " +
-                   std::to_string(machine.clock.now()));
-  }
-
-  SimulatedPlatform machine;
-  std::unique_ptr<ChildProcess> child;
-  ReferenceTime last = SimulatedPlatform::kFirstDate;
-  int counter = 0;
-  int skipped = 0;
-  std::vector<std::string> seen;
-};
-
-TEST_F(SimulatedRunLoopTest, SkippingEmptyTicksChangesNothingThatIsSeen) {
-  Ticks all(false);
-  Ticks some(true);
-  all.machine.runLoop.runFor(100);
-  some.machine.runLoop.runFor(100);
-  EXPECT_EQ(some.seen, all.seen);
-  EXPECT_EQ(some.counter, 400);
-  EXPECT_EQ(all.skipped, 0);
-  EXPECT_GT(some.skipped, 350);
-}
-
 }  // namespace
 }  // namespace corvana

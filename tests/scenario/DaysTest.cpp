@@ -60,21 +60,52 @@ TEST(Days, AnIdleUserIsSeenByWhateverTheDesktopOffers) {
   EXPECT_EQ(idleRuns(std::nullopt, 7200), 1U);
 }
 
+/// How often windows, menus and icon are read anew: `what` of the deliveries since `from`.
+std::size_t drawn(const Scenario& day, std::size_t from, ChangeSet what) {
+  const auto& changes = day.machine.userInterface.changes;
+  return static_cast<std::size_t>(std::count_if(changes.begin() + static_cast<std::ptrdiff_t>(from),
+                                                changes.end(),
+                                                [&](ChangeSet one) { return one.hasAnyOf(what); }));
+}
+
+TEST(Days, WhatChangesTogetherIsDrawnOnce) {
+  const ChangeSet lists{Change::queue,   Change::nextActions, Change::execution,
+                        Change::history, Change::preferences, Change::tree};
+  Scenario day;
+  const std::int64_t photos =
+      day.action("Photos", daily(day.timeOfDay("23:00"), day.machine.clock.now()));
+  day.writeTree();
+  day.start();
+  day.runFor(120);
+  const auto& changes = day.machine.userInterface.changes;
+  std::size_t from = changes.size();
+  ASSERT_TRUE(day.agent->commands().launchAction(photos, false));
+  ASSERT_TRUE(day.machine.runLoop.runUntil([&] { return day.agent->state().mExecuting; }, 10));
+  ASSERT_TRUE(
+      day.machine.runLoop.runUntil([&] { return day.agent->state().mProcessStatus == 3; }, 10));
+  const std::size_t end = changes.size();
+  ASSERT_TRUE(day.machine.runLoop.runUntil([&] { return !day.agent->state().mExecuting; }, 60));
+  day.machine.runLoop.runFor(0);
+  EXPECT_EQ(drawn(day, end, lists), 1U) << "the end of an execution";
+  EXPECT_LE(drawn(day, from, lists), 4U) << "from queueing to the end";
+
+  day.runFor(60);
+  from = changes.size();
+  day.agent->commands().setPreference("SchedulerPrefFloatingIconNbLines", 7);
+  day.machine.runLoop.runFor(0.1);
+  EXPECT_EQ(drawn(day, from, lists), 1U) << "a preference";
+}
+
 TEST(Days, SleepingWhileNothingIsDueChangesNothing) {
   const auto days = [](bool staysAwake) {
     Scenario day;
     const ReferenceTime begin = day.machine.clock.now();
     day.action("Photos", daily(day.timeOfDay("02:30"), begin));
     day.action("Mail", everyMinutes(120, begin));
-    day.action("Letters",
-               scheduled({ZAN_Value::dictionary({{"TriggerScheduleMode", 1},
-                                                 {"TriggerScheduleWednesday", 1},
-                                                 {"TriggerScheduleTime", ZAN_Value::date(begin)}})},
-                         begin));
     day.writeTree();
     if (staysAwake) day.stayAwake();
     day.start();
-    day.runUntil("2024-01-03 15:00:00");
+    day.runUntil("2024-01-03 03:00:00");
     const std::int64_t calls = day.agent->timer().calls();
     day.quit();
     return std::tuple(day.executions(), day.logCodes(),
