@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_ArchiveOutput.h"
+#include "ZANCocoaFramework/ZAN_ArchiveStream.h"
 #include "ZANCocoaFramework/ZAN_ArchiveTypes.h"
 #include "ZANCocoaFramework/ZAN_Opaque.h"
 #include "ZANCocoaFramework/ZAN_Value.h"

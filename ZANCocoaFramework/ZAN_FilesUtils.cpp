@@ -14,7 +14,6 @@
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
-#include "ZANCocoaFramework/ZAN_FinderInfoBytes.h"
 
 namespace corvana {
 

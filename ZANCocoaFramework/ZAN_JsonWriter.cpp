@@ -6,9 +6,8 @@
 #include <limits>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_Base64.h"
+#include "ZANCocoaFramework/ZAN_DataUtils.h"
 #include "ZANCocoaFramework/ZAN_Opaque.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 
 namespace corvana {

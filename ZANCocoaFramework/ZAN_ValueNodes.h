@@ -13,11 +13,17 @@
 #include <unordered_map>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_HashSeed.h"
 #include "ZANCocoaFramework/ZAN_Opaque.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
+
+/// Differs from one run of the program to the next, so that nobody can prepare texts that all fall
+/// together: it is where the system happened to load the program.
+inline std::uint64_t hashSeed() {
+  static const char kAnchor = 0;
+  return reinterpret_cast<std::uint64_t>(&kAnchor);
+}
 
 // What values share. Only the implementation of ZAN_Value includes this.
 

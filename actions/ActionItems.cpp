@@ -1,6 +1,6 @@
 #include <cmath>
 
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/ActionsTools.h"
 
 // What a settings record says about its action beside the schedule.

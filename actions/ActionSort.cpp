@@ -1,6 +1,6 @@
 #include "actions/ActionSort.h"
 
-#include "ZANCocoaFramework/ZAN_CaseFold.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ProgrammedAction.h"
 
 namespace corvana {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "platform/Clock.h"
 
 namespace corvana {

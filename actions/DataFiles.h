@@ -10,7 +10,6 @@
 #include <string_view>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_FileLock.h"
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Result.h"

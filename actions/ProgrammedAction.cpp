@@ -6,7 +6,6 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "actions/ActionTree.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "ZANCocoaFramework/ZAN_CaseFold.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ProgrammedAction.h"
 
 namespace corvana {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "actions/ActionTree.h"
 #include "actions/ProgrammedAction.h"
 #include "platform/Clock.h"

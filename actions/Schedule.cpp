@@ -5,8 +5,8 @@
 #include <charconv>
 #include <cmath>
 
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 
 namespace corvana {
 

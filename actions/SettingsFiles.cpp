@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Compression.h"
+#include "ZANCocoaFramework/ZAN_DataUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/LocalDates.h"
 

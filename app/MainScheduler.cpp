@@ -4,11 +4,9 @@
 #include <filesystem>
 #include <utility>
 
-#include "platform/AgentObject.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotifications.h"
 #include "platform/Machine.h"
-#include "platform/Power.h"
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"

@@ -4,9 +4,7 @@
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
-#include "ZANCocoaFramework/ZAN_KeyedUnarchiver.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "command/Commands.h"
 
 namespace corvana {

@@ -12,7 +12,6 @@
 #include "mail/smtp/StoredMailSettings.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
 #include "platform/linux/LinuxProcesses.h"
-#include "platform/qt/QtApplication.h"
 #include "platform/qt/QtNetwork.h"
 #include "platform/qt/QtRunLoop.h"
 

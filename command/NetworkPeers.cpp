@@ -10,7 +10,6 @@
 #include "platform/linux/LinuxNetwork.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/qt/AvahiServices.h"
-#include "platform/qt/QtApplication.h"
 #include "platform/qt/QtRunLoop.h"
 
 namespace corvana {

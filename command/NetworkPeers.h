@@ -7,7 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "command/Commands.h"
-#include "platform/ServiceDiscovery.h"
+#include "platform/Network.h"
 #include "remote/LaunchableActions.h"
 #include "remote/RemoteCommand.h"
 #include "remote/ServiceName.h"

@@ -3,8 +3,7 @@
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "platform/linux/TerminationSignals.h"
-#include "platform/qt/BusWatch.h"
-#include "platform/qt/QtApplication.h"
+#include "platform/qt/BusAgentClient.h"
 #include "platform/qt/QtRunLoop.h"
 
 namespace corvana {

@@ -4,7 +4,6 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using corvana::ZAN_Archiver;

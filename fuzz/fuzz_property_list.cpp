@@ -2,8 +2,8 @@
 
 #include <cstdlib>
 
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
-#include "ZANCocoaFramework/ZAN_KeyedUnarchiver.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

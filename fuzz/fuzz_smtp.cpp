@@ -8,9 +8,8 @@
 
 #include "mail/smtp/SMTPConnector.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
-#include "platform/simulated/SimulatedClock.h"
 #include "platform/simulated/SimulatedNetwork.h"
-#include "platform/simulated/VirtualTime.h"
+#include "platform/simulated/SimulatedRunLoop.h"
 
 using namespace corvana;
 

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
+#include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
@@ -25,6 +28,38 @@ class DistributedNotifications {
   /// One handler a name; a second one replaces the first.
   virtual void observe(const std::string& name, Handler handler) = 0;
   virtual void stopObserving(const std::string& name) = 0;
+};
+
+/// What the agent answers to other programs of its user. Thread: main.
+class AgentAnswers {
+ public:
+  virtual ~AgentAnswers() = default;
+
+  /// What it does now: a dictionary.
+  virtual ZAN_Value status() = 0;
+  /// The queue, head first: an array of dictionaries.
+  virtual ZAN_Value queue() = 0;
+  /// The actions with their next dates, in order: an array of dictionaries.
+  virtual ZAN_Value next() = 0;
+  /// Why an action does not run now or will not at its next date; empty when nothing is in its way.
+  /// Fails for an action that is not there.
+  virtual Result<std::vector<std::string>> why(std::int64_t ref) = 0;
+  /// Queues an action as if by hand, or says why not.
+  virtual Outcome launch(std::int64_t ref) = 0;
+};
+
+/// The place where other programs find the agent and ask it. Where there is no such place nobody
+/// asks, and the agent goes on. Thread: main.
+class AgentObject {
+ public:
+  virtual ~AgentObject() = default;
+
+  /// From now on `answers` is asked, until `disappear`.
+  virtual void appear(AgentAnswers& answers) = 0;
+  virtual void disappear() = 0;
+  /// What would be answered has changed: tells everybody who listens, once for all changes of one
+  /// pass of the loop.
+  virtual void changed() = 0;
 };
 
 }  // namespace corvana

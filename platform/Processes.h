@@ -81,4 +81,12 @@ class Processes {
   virtual Error relaunch(const std::string& path) = 0;
 };
 
+/// The innermost "X.app" in whose Contents/MacOS the executable lies, as a full path; empty outside
+/// of any.
+std::string bundlePathOfExecutable(std::string_view executable);
+
+/// A running program's path as the system gives it, without the mark of a file that was replaced
+/// meanwhile.
+std::string_view withoutDeletedMark(std::string_view executable);
+
 }  // namespace corvana

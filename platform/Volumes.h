@@ -31,7 +31,10 @@ struct Mount {
   /// Tells whether it is still the same one: being writable may change.
   auto key() const { return std::tie(id, device, target, source, root); }
   /// The device's name in the system, the last component of `source`; empty for what is no device.
-  std::string bsdName() const;
+  std::string bsdName() const {
+    if (!source.starts_with("/dev/")) return {};
+    return source.substr(source.rfind('/') + 1);
+  }
 };
 
 /// What a mounted file system says of itself.

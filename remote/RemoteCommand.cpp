@@ -3,8 +3,6 @@
 #include <unordered_set>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_KeyedUnarchiver.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 

@@ -9,8 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/ServerSockets.h"
-#include "platform/ServiceDiscovery.h"
+#include "platform/Network.h"
 
 namespace corvana {
 

@@ -4,7 +4,6 @@
 #include <array>
 #include <charconv>
 
-#include "ZANCocoaFramework/ZAN_Accents.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_CaseFold.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 
 namespace corvana {
 

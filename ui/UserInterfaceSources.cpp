@@ -6,7 +6,7 @@
 #include "core/record/SchedulerCommands.h"
 #include "core/work/Work.h"
 #include "platform/Input.h"
-#include "platform/ServiceDiscovery.h"
+#include "platform/Network.h"
 
 namespace corvana {
 

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "actions/ActionStore.h"
 #include "actions/FolderDescription.h"
 #include "platform/Clock.h"

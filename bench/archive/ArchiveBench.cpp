@@ -1,7 +1,6 @@
 #include <benchmark/benchmark.h>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 
 namespace corvana {
 namespace {

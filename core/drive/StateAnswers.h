@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/AgentObject.h"
+#include "platform/DistributedNotifications.h"
 
 namespace corvana {
 

@@ -8,7 +8,6 @@
 #include "core/work/TriggerEvaluation.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "platform/Power.h"
 #include "platform/Processes.h"
 
 namespace corvana {

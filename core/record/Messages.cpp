@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "actions/TextFiles.h"
 #include "core/record/Changes.h"
 #include "core/record/Preferences.h"

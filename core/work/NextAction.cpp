@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_CaseFold.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 
 namespace corvana {
 

@@ -16,7 +16,6 @@
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/linux/SystemClock.h"
-#include "platform/linux/SystemLogs.h"
 #include "platform/linux/TerminationSignals.h"
 #include "platform/qt/BusNotifications.h"
 #include "platform/qt/GvfsShares.h"

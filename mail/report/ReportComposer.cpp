@@ -5,10 +5,10 @@
 #include <limits>
 #include <span>
 
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
 #include "actions/FolderDescription.h"

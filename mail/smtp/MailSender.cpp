@@ -5,7 +5,7 @@
 #include <string_view>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_Accents.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "mail/smtp/SMTPConnector.h"
 #include "mail/smtp/SMTPTexts.h"
 #include "mail/smtp/ZAN_SMTPClient.h"

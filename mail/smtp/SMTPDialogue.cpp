@@ -1,7 +1,7 @@
 // What the session says, by what the server says.
 #include <algorithm>
 
-#include "ZANCocoaFramework/ZAN_Base64.h"
+#include "ZANCocoaFramework/ZAN_DataUtils.h"
 #include "mail/smtp/SMTPConnector.h"
 #include "mail/smtp/SMTPTexts.h"
 

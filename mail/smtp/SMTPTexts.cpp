@@ -4,8 +4,7 @@
 #include <limits>
 #include <span>
 
-#include "ZANCocoaFramework/ZAN_Base64.h"
-#include "ZANCocoaFramework/ZAN_Md5.h"
+#include "ZANCocoaFramework/ZAN_DataUtils.h"
 
 namespace corvana {
 namespace {

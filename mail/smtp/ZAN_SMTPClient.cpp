@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_CaseFold.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "mail/smtp/EmailAddress.h"
 #include "mail/smtp/SMTPConnector.h"
 #include "mail/smtp/SMTPTexts.h"

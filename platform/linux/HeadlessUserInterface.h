@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "platform/Input.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
 
@@ -71,6 +72,22 @@ class HeadlessUserInterface final : public UserInterface {
   std::string mStatusTitle;
   bool mHasStatusItem = false;
   bool mStrayFolders = false;
+};
+
+/// A session without keyboard, pointer and screen: nobody can be seen to be away, so the user is
+/// there.
+class NoInput final : public Input {
+ public:
+  KeyMap keyMap() override { return {}; }
+  void clearCapsLock(KeyMap& /*map*/) const override {}
+  bool optionKeyDown() override { return false; }
+  bool mouseButtonDown() override { return false; }
+  std::optional<Point> pointer() override { return std::nullopt; }
+  Rect mainScreen() override { return {}; }
+  Rect visibleFrame() override { return {}; }
+  std::optional<double> idleSeconds() override { return std::nullopt; }
+  /// There is nothing to be told.
+  bool observe(std::function<void()> /*used*/) override { return true; }
 };
 
 }  // namespace corvana

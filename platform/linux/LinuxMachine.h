@@ -63,4 +63,38 @@ class LinuxMachine final : public Machine {
   UserDefaults mDefaults;
 };
 
+/// What the desktop starts at login.
+class LoginItems {
+ public:
+  /// `folders`: those with autostart entries, the user's own first: an entry there stands for those
+  /// of the same name behind it. `path`: where programs are looked for, as in PATH.
+  LoginItems(std::vector<std::string> folders, std::string path);
+  /// The folders and the search path that this process's environment names.
+  static LoginItems ofUser(const std::string& configurationFolder);
+
+  /// The programs of the entries that are switched on, in the order of the entries' names: the full
+  /// path, or the word of the entry for a program that is not found.
+  std::vector<std::string> programs() const;
+
+ private:
+  std::string fullPath(const std::string& program) const;
+
+  std::vector<std::string> mFolders;
+  std::string mPath;
+};
+
+/// The machine's system log, under "corvana9".
+class Syslog final : public SystemLog {
+ public:
+  Syslog();
+  ~Syslog() override;
+  void write(const std::string& line) override;
+};
+
+/// The standard error stream, with the time of day before each line. Thread: any.
+class StandardErrorLog final : public SystemLog {
+ public:
+  void write(const std::string& line) override;
+};
+
 }  // namespace corvana

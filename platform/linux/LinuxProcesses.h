@@ -9,7 +9,6 @@
 #include "platform/Processes.h"
 #include "platform/linux/DescriptorWatch.h"
 #include "platform/linux/ProcessTable.h"
-#include "platform/linux/ProgramWatch.h"
 
 namespace corvana {
 

@@ -3,12 +3,15 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/Processes.h"
+#include "platform/linux/DescriptorWatch.h"
 
 namespace corvana {
 
@@ -57,6 +60,37 @@ class ProcessTable {
   double mBoot = 0;  ///< reference time of the system's start
   std::unordered_map<pid_t, Known> mKnown;
   std::uint64_t mRound = 0;
+};
+
+/// Tells when a program of certain bundles may have started or ended: whoever starts it opens its
+/// file, and the system closes that at its end. Where the system does not tell of files, it calls
+/// back every few seconds instead. Thread: main.
+class ProgramWatch {
+ public:
+  explicit ProgramWatch(DescriptorWatch& loop) : mLoop(loop) {}
+  ProgramWatch(const ProgramWatch&) = delete;
+  ProgramWatch& operator=(const ProgramWatch&) = delete;
+  ~ProgramWatch() { stop(); }
+
+  /// The bundles need not be there yet. `changed` is called when the list of processes shows what
+  /// has happened, sometimes for nothing.
+  void observe(std::vector<std::string> bundlePaths, std::function<void()> changed);
+  void stop();
+
+ private:
+  void watchFolders() const;
+  void somethingHappened();
+  void timerRang();
+  void setTimer(double first, double then);
+
+  DescriptorWatch& mLoop;
+  std::vector<std::string> mBundlePaths;
+  std::function<void()> mChanged;
+  ZAN_Descriptor mFiles;
+  ZAN_Descriptor mTimer;
+  DescriptorWatch::WatchId mWatchingFiles = 0;
+  DescriptorWatch::WatchId mWatchingTimer = 0;
+  int mLooks = 0;  ///< still to come after what has happened
 };
 
 }  // namespace corvana

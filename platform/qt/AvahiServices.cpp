@@ -7,10 +7,9 @@
 #include <set>
 #include <utility>
 
-#include "platform/qt/AvahiBrowsing.h"
 #include "platform/qt/AvahiBus.h"
-#include "platform/qt/AvahiPublication.h"
-#include "platform/qt/BusNames.h"
+#include "platform/qt/AvahiClients.h"
+#include "platform/qt/BusConnection.h"
 
 namespace corvana {
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "platform/Machine.h"
+#include "platform/Network.h"
 #include "platform/RunLoop.h"
-#include "platform/ServiceDiscovery.h"
 #include "platform/qt/BusConnection.h"
 
 namespace corvana {

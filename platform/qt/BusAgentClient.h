@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,6 +37,27 @@ class BusAgentClient {
   /// Returns when the bus has it: what is asked afterwards is answered after it. Fails when there
   /// is no bus or when something of it cannot be sent, and then sends nothing.
   Outcome post(const DistributedNotification& notification);
+
+ private:
+  class Private;
+  std::unique_ptr<Private> mPrivate;
+};
+
+/// Hears everything that the programs tell each other over the bus, whomever it is for. Thread:
+/// main.
+class BusWatch {
+ public:
+  struct Handlers {
+    DistributedNotifications::Handler notified;
+    std::function<void()> changed;        ///< the agent answers something else now
+    std::function<void(bool)> agentIsOn;  ///< it came, or left
+  };
+
+  /// The connection outlives this object.
+  BusWatch(BusConnection& connection, Handlers handlers);
+  BusWatch(const BusWatch&) = delete;
+  BusWatch& operator=(const BusWatch&) = delete;
+  ~BusWatch();
 
  private:
   class Private;

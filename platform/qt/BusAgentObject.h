@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "platform/AgentObject.h"
+#include "platform/DistributedNotifications.h"
 #include "platform/Machine.h"
 #include "platform/RunLoop.h"
 #include "platform/qt/BusConnection.h"

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/qt/BusNames.h"
+#include "platform/qt/BusConnection.h"
 #include "platform/qt/BusValues.h"
 
 namespace corvana {

@@ -13,8 +13,8 @@
 
 #include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/MountTable.h"
-#include "platform/qt/BusNames.h"
-#include "platform/qt/QtApplication.h"
+#include "platform/qt/BusConnection.h"
+#include "platform/qt/QtRunLoop.h"
 
 namespace corvana {
 

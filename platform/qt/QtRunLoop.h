@@ -5,6 +5,8 @@
 #include "platform/RunLoop.h"
 #include "platform/linux/DescriptorWatch.h"
 
+class QCoreApplication;
+
 namespace corvana {
 
 /// The main loop on Qt's event loop. One application object of Qt must live around it. Delays are
@@ -34,6 +36,20 @@ class QtRunLoop final : public RunLoop, public DescriptorWatch {
  private:
   class Private;
   std::unique_ptr<Private> mPrivate;
+};
+
+/// Sees to it that Qt's application object is there while it lives; makes one only when nobody else
+/// has. Thread: main.
+class QtApplication {
+ public:
+  QtApplication();
+  QtApplication(const QtApplication&) = delete;
+  QtApplication& operator=(const QtApplication&) = delete;
+  ~QtApplication();
+
+ private:
+  struct Own;
+  std::unique_ptr<Own> mOwn;
 };
 
 }  // namespace corvana

@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/simulated/VirtualTime.h"
+#include "platform/simulated/SimulatedRunLoop.h"
 
 namespace corvana {
+
 namespace {
 
 class SimulatedStream final : public StreamConnection {
@@ -149,6 +150,119 @@ std::string SimulatedNetwork::transcript() const {
   std::string all;
   for (const auto& one : transcripts) all += *one;
   return all;
+}
+
+class SimulatedServerSockets::Socket final : public ServerSocket {
+ public:
+  explicit Socket(std::shared_ptr<Listener> listener) : mListener(std::move(listener)) {}
+  std::uint16_t port() const override { return mListener->port; }
+
+ private:
+  std::shared_ptr<Listener> mListener;
+};
+
+Result<std::unique_ptr<ServerSocket>> SimulatedServerSockets::listen(const Limits& limits,
+                                                                     Events events) {
+  if (failure) return Error{*failure, "listening socket: the test says so"};
+  auto listener = std::make_shared<Listener>(Listener{++mLastPort, limits, std::move(events)});
+  mListeners.push_back(listener);
+  return std::unique_ptr<ServerSocket>(std::make_unique<Socket>(std::move(listener)));
+}
+
+bool SimulatedServerSockets::send(std::uint16_t port, const std::string& address,
+                                  std::span<const std::byte> bytes) {
+  for (const auto& one : mListeners) {
+    const auto listener = one.lock();
+    if (!listener || listener->port != port) continue;
+    if (listener->events.accepts && !listener->events.accepts(address)) return false;
+    const auto read = bytes.first(std::min(bytes.size(), listener->limits.bytes));
+    std::vector<std::byte> kept(read.begin(), read.end());
+    mRunLoop.performOnMain([one, address, kept = std::move(kept)] {
+      const auto still = one.lock();
+      if (still && !kept.empty()) still->events.received(address, kept);
+    });
+    return true;
+  }
+  return false;
+}
+
+std::vector<std::uint16_t> SimulatedServerSockets::ports() const {
+  std::vector<std::uint16_t> ports;
+  for (const auto& one : mListeners)
+    if (const auto listener = one.lock()) ports.push_back(listener->port);
+  return ports;
+}
+
+class SimulatedServiceDiscovery::Publication final : public ServicePublication {
+ public:
+  Publication(SimulatedServiceDiscovery& network, std::shared_ptr<Entry> entry)
+      : mNetwork(network), mEntry(std::move(entry)) {}
+
+  void setTxt(const std::vector<std::string>& txt) override {
+    mEntry->service.txt = txt;
+    mNetwork.laterTexts.push_back(txt);
+  }
+
+ private:
+  SimulatedServiceDiscovery& mNetwork;
+  std::shared_ptr<Entry> mEntry;
+};
+
+class SimulatedServiceDiscovery::Browsing final : public ServiceBrowsing {
+ public:
+  explicit Browsing(BrowsingEvents events)
+      : mEvents(std::make_shared<BrowsingEvents>(std::move(events))) {}
+  std::weak_ptr<BrowsingEvents> events() const { return mEvents; }
+
+ private:
+  std::shared_ptr<BrowsingEvents> mEvents;
+};
+
+std::unique_ptr<ServicePublication> SimulatedServiceDiscovery::publish(
+    const ServiceDescription& service, PublicationEvents events) {
+  auto entry = std::make_shared<Entry>(Entry{service, std::move(events)});
+  mEntries.push_back(entry);
+  mRunLoop.performOnMain([this, weak = std::weak_ptr<Entry>(entry)] { tryToPublish(weak); });
+  return std::make_unique<Publication>(*this, std::move(entry));
+}
+
+void SimulatedServiceDiscovery::tryToPublish(const std::weak_ptr<Entry>& weak) {
+  const auto entry = weak.lock();
+  if (!entry) return;
+  if (failure != 0) {
+    entry->events.failed(failure, "the test says so");
+    return;
+  }
+  while (taken.contains(entry->service.name)) {
+    entry->service.name = entry->events.renamed(entry->service.name);
+    if (entry->service.name.empty()) return;
+  }
+  entry->known = true;
+  entry->events.published(entry->service.name);
+}
+
+std::unique_ptr<ServiceBrowsing> SimulatedServiceDiscovery::browse(const std::string&,
+                                                                   const std::string&,
+                                                                   BrowsingEvents events) {
+  auto browsing = std::make_unique<Browsing>(std::move(events));
+  mRunLoop.performOnMain([this, weak = browsing->events()] {
+    const auto listening = weak.lock();
+    if (!listening) return;
+    for (const FoundService& one : neighbours) listening->found(one);
+    for (const ServiceDescription& one : published())
+      listening->found({one.name, "localhost", "127.0.0.1", one.port, one.txt});
+    listening->settled();
+  });
+  return browsing;
+}
+
+std::vector<ServiceDescription> SimulatedServiceDiscovery::published() const {
+  std::vector<ServiceDescription> services;
+  for (const auto& one : mEntries) {
+    const auto entry = one.lock();
+    if (entry && entry->known) services.push_back(entry->service);
+  }
+  return services;
 }
 
 }  // namespace corvana

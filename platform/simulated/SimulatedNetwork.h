@@ -3,11 +3,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "platform/Network.h"
+#include "platform/RunLoop.h"
 
 namespace corvana {
 
@@ -76,6 +78,71 @@ class SimulatedNetwork final : public Network {
 
  private:
   VirtualTime& mTime;
+};
+
+/// Sockets that only the test connects to; ports are numbered from 4001 on.
+class SimulatedServerSockets final : public ServerSockets {
+ public:
+  explicit SimulatedServerSockets(RunLoop& runLoop) : mRunLoop(runLoop) {}
+
+  Result<std::unique_ptr<ServerSocket>> listen(const Limits& limits, Events events) override;
+
+  /// A machine connects to that port and sends, cut as one reading is; it is heard when the loop
+  /// next runs. False when nobody listens there or the address is turned away.
+  bool send(std::uint16_t port, const std::string& address, std::span<const std::byte> bytes);
+
+  std::optional<ErrorKind> failure;  ///< why `listen` fails
+  /// Those that listen now, in the order of their beginning.
+  std::vector<std::uint16_t> ports() const;
+
+ private:
+  struct Listener {
+    std::uint16_t port;
+    Limits limits;
+    Events events;
+  };
+  class Socket;
+
+  RunLoop& mRunLoop;
+  std::uint16_t mLastPort = 4000;
+  std::vector<std::weak_ptr<Listener>> mListeners;
+};
+
+/// A local network made up by the test: it sees what is published, and can take names before.
+/// Events come when the loop next runs.
+class SimulatedServiceDiscovery final : public ServiceDiscovery {
+ public:
+  explicit SimulatedServiceDiscovery(RunLoop& runLoop) : mRunLoop(runLoop) {}
+
+  bool isAway() const override { return away; }
+  std::unique_ptr<ServicePublication> publish(const ServiceDescription& service,
+                                              PublicationEvents events) override;
+  std::unique_ptr<ServiceBrowsing> browse(const std::string& type, const std::string& domain,
+                                          BrowsingEvents events) override;
+
+  /// What is known now, in the order of publication.
+  std::vector<ServiceDescription> published() const;
+  /// Every text that a service was given after its publication, in order.
+  std::vector<std::vector<std::string>> laterTexts;
+
+  std::set<std::string> taken;           ///< names that others have
+  std::vector<FoundService> neighbours;  ///< what a search finds beside what is published here
+  bool away = false;
+  int failure = 0;  ///< otherwise publishing fails with that code
+
+ private:
+  struct Entry {
+    ServiceDescription service;
+    PublicationEvents events;
+    bool known = false;
+  };
+  class Publication;
+  class Browsing;
+
+  void tryToPublish(const std::weak_ptr<Entry>& entry);
+
+  RunLoop& mRunLoop;
+  std::vector<std::weak_ptr<Entry>> mEntries;
 };
 
 }  // namespace corvana

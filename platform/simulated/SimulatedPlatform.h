@@ -3,20 +3,14 @@
 #include <string>
 
 #include "platform/Platform.h"
-#include "platform/simulated/SimulatedClock.h"
-#include "platform/simulated/SimulatedInput.h"
 #include "platform/simulated/SimulatedMachine.h"
 #include "platform/simulated/SimulatedNetwork.h"
 #include "platform/simulated/SimulatedNotifications.h"
-#include "platform/simulated/SimulatedPower.h"
 #include "platform/simulated/SimulatedProcesses.h"
 #include "platform/simulated/SimulatedRunLoop.h"
-#include "platform/simulated/SimulatedServerSockets.h"
-#include "platform/simulated/SimulatedServiceDiscovery.h"
 #include "platform/simulated/SimulatedUserInterface.h"
 #include "platform/simulated/SimulatedVolumes.h"
 #include "platform/simulated/TemporaryFolder.h"
-#include "platform/simulated/VirtualTime.h"
 
 namespace corvana {
 

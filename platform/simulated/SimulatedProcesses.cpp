@@ -5,7 +5,7 @@
 #include <csignal>
 #include <utility>
 
-#include "platform/BundlePath.h"
+#include "platform/Processes.h"
 
 namespace corvana {
 

@@ -11,7 +11,6 @@
 
 #include "platform/Processes.h"
 #include "platform/simulated/SimulatedRunLoop.h"
-#include "platform/simulated/VirtualTime.h"
 
 namespace corvana {
 

@@ -8,6 +8,7 @@
 #include <cmath>
 
 namespace corvana {
+
 namespace {
 
 /// So much may wait inside the socket before it takes no more.
@@ -152,3 +153,8 @@ Result<std::size_t> SecureStream::send(std::string_view bytes) {
 }
 
 }  // namespace corvana
+
+extern "C" __attribute__((visibility("default"))) corvana::StreamConnection*
+corvana9OpenSecureStream(int socket, const char* peerName) {
+  return new corvana::SecureStream(corvana::ZAN_Descriptor(socket), peerName);
+}

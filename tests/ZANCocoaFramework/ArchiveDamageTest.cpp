@@ -2,7 +2,6 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Opaque.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "tests/ZANCocoaFramework/ArchiveBytes.h"
 
 namespace corvana {

@@ -1,4 +1,4 @@
-#include "ZANCocoaFramework/ZAN_Compression.h"
+#include "ZANCocoaFramework/ZAN_DataUtils.h"
 
 #include <gmock/gmock.h>
 

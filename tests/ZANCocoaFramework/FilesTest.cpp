@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "ZANCocoaFramework/ZAN_FileLock.h"
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 

@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "ZANCocoaFramework/ZAN_KeyedUnarchiver.h"
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Opaque.h"
 #include "tests/ZANCocoaFramework/PropertyListBytes.h"
 

@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "ZANCocoaFramework/ZAN_Accents.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 
 namespace corvana {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "StoreHome.h"
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_FileLock.h"
+#include "ZANCocoaFramework/ZAN_FileWriter.h"
 
 namespace corvana {
 namespace {

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "StoreHome.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 
 namespace corvana {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <cmath>
 
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
 #include "tests/core_drive/Drive.h"
 #include "volumes/ZAN_MountVolume.h"
 

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "ZANCocoaFramework/ZAN_Unarchiver.h"
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "tests/core_work/WorkWorld.h"
 
 namespace corvana::test {

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <thread>
 
-#include "ZANCocoaFramework/ZAN_Base64.h"
+#include "ZANCocoaFramework/ZAN_DataUtils.h"
 #include "mail/smtp/SMTPTexts.h"
 #include "tests/mail_smtp/SMTPSession.h"
 

@@ -4,7 +4,7 @@
 
 #include <csignal>
 
-#include "platform/BundlePath.h"
+#include "platform/Processes.h"
 #include "platform/simulated/SimulatedPlatform.h"
 
 namespace corvana {

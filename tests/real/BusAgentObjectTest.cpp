@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/qt/BusAgentClient.h"
 #include "platform/qt/BusNotifications.h"
-#include "platform/qt/BusWatch.h"
 #include "platform/simulated/SimulatedMachine.h"
 #include "tests/real/PrivateBus.h"
 #include "tests/real/RealLoop.h"

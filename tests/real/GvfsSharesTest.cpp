@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/LinuxMachine.h"
 #include "platform/linux/LinuxVolumes.h"
-#include "platform/linux/SystemLogs.h"
 #include "tests/real/PrivateBus.h"
 
 namespace corvana {

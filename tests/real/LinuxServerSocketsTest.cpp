@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxServerSockets.h"
+#include "platform/linux/LinuxNetwork.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

@@ -5,7 +5,6 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 
-#include "platform/qt/LogindPower.h"
 #include "platform/simulated/SimulatedMachine.h"
 #include "tests/real/LoginManager.h"
 

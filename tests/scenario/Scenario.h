@@ -9,7 +9,7 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "app/MainScheduler.h"
-#include "platform/AgentObject.h"
+#include "platform/DistributedNotifications.h"
 #include "platform/simulated/SimulatedPlatform.h"
 
 namespace corvana {

@@ -5,8 +5,8 @@
 #include <sstream>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_CaseFold.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionTree.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/TriggerEvaluation.h"

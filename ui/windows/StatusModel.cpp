@@ -4,8 +4,8 @@
 #include <limits>
 #include <unordered_map>
 
-#include "ZANCocoaFramework/ZAN_CaseFold.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionContext.h"
 #include "actions/ActionTree.h"
 #include "core/record/SchedulerCommands.h"

@@ -19,7 +19,6 @@
 #include "platform/linux/SystemClock.h"
 #include "platform/qt/BusAgentClient.h"
 #include "platform/qt/BusNotifications.h"
-#include "platform/qt/BusWatch.h"
 #include "platform/simulated/SimulatedMachine.h"
 #include "tests/real/PrivateBus.h"
 #include "tests/real/RealLoop.h"

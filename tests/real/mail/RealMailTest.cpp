@@ -4,7 +4,7 @@
 #include <memory>
 #include <set>
 
-#include "ZANCocoaFramework/ZAN_Base64.h"
+#include "ZANCocoaFramework/ZAN_DataUtils.h"
 #include "mail/smtp/MailSender.h"
 #include "mail/smtp/SMTPConnector.h"
 #include "mail/smtp/ZAN_SMTPClient.h"

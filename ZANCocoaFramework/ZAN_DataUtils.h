@@ -1,13 +1,28 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 
 namespace corvana {
+
+/// The standard alphabet with padding, without line breaks.
+std::string base64(std::span<const std::byte> bytes);
+
+/// The bytes as characters; blanks and line breaks are passed over. Nothing when anything else is
+/// not of the alphabet or the padding is wrong.
+std::optional<std::string> fromBase64(std::string_view text);
+
+/// The MD5 digest of the bytes. For the protocols that still ask for it, not for protection.
+/// Thread: any.
+std::array<std::byte, 16> md5(std::string_view bytes);
 
 /// Whole buffers in the zlib format. Thread: any.
 class ZAN_Compression {

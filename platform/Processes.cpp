@@ -1,4 +1,4 @@
-#include "platform/BundlePath.h"
+#include "platform/Processes.h"
 
 namespace corvana {
 

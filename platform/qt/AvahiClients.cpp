@@ -1,4 +1,4 @@
-#include "platform/qt/AvahiPublication.h"
+#include "platform/qt/AvahiClients.h"
 
 #include <QDBusObjectPath>
 #include <utility>
@@ -6,6 +6,138 @@
 #include "platform/qt/AvahiBus.h"
 
 namespace corvana::avahi {
+
+namespace {
+
+constexpr std::size_t kMostEarly = 1000;
+
+}  // namespace
+
+Browsing::Browsing(Daemon& daemon, const std::string& type, const std::string& domain,
+                   ServiceDiscovery::BrowsingEvents events)
+    : mDaemon(daemon),
+      mType(QString::fromStdString(type)),
+      mDomain(QString::fromStdString(domain)),
+      mEvents(std::move(events)) {
+  mDaemon.add(*this);
+}
+
+Browsing::~Browsing() {
+  mDaemon.remove(*this);
+  leaveBrowser();
+}
+
+void Browsing::ask(const QString& path, const QString& interface, const QString& method,
+                   const QList<QVariant>& arguments,
+                   std::function<void(const QDBusMessage&)> done) {
+  QDBusConnection* const bus = mDaemon.bus();
+  if (bus == nullptr) return;
+  avahi::ask(*bus, path, interface, method, arguments, mDaemon.context(),
+             [attempt = std::weak_ptr<int>(mAttempt), number = *mAttempt,
+              done = std::move(done)](const QDBusMessage& reply) {
+               const auto current = attempt.lock();
+               if (current && *current == number) done(reply);
+             });
+}
+
+void Browsing::daemonIsThere() {
+  daemonIsGone();
+  ask(QStringLiteral("/"), server(), QStringLiteral("ServiceBrowserNew"),
+      {kAnyInterface, kAnyProtocol, mType, mDomain, 0U}, [this](const QDBusMessage& reply) {
+        if (reply.type() != QDBusMessage::ReplyMessage) {
+          if (isAbsence(reply.errorName())) mDaemon.tellAbsence();
+          if (mEvents.failed) mEvents.failed(reply.errorMessage().toStdString());
+          return;
+        }
+        mBrowser = reply.arguments().value(0).value<QDBusObjectPath>().path();
+        for (const QDBusMessage& message : std::exchange(mEarly, {})) objectSpeaks(message);
+      });
+}
+
+void Browsing::daemonIsGone() {
+  leaveBrowser();
+  ++*mAttempt;
+  mEarly.clear();
+  mQuestions = 0;
+  mAllForNow = false;
+  for (const auto& [name, seen] : std::exchange(mSeen, {}))
+    if (seen.found && mEvents.lost) mEvents.lost(name);
+}
+
+void Browsing::objectSpeaks(const QDBusMessage& message) {
+  if (message.interface() != serviceBrowser()) return;
+  if (mBrowser.isEmpty()) {
+    if (mEarly.size() < kMostEarly) mEarly.push_back(message);
+  } else if (message.path() == mBrowser) {
+    hear(message);
+  }
+}
+
+void Browsing::hear(const QDBusMessage& message) {
+  const QList<QVariant> arguments = message.arguments();
+  const QString signal = message.member();
+  if (signal == QLatin1String("ItemNew") && arguments.size() == 6) {
+    itemNew(arguments);
+  } else if (signal == QLatin1String("ItemRemove") && arguments.size() == 6) {
+    itemRemoved(arguments[2].toString().toStdString());
+  } else if (signal == QLatin1String("AllForNow")) {
+    mAllForNow = true;
+    settleWhenAnswered();
+  } else if (signal == QLatin1String("Failure") && mEvents.failed) {
+    mEvents.failed(arguments.value(0).toString().toStdString());
+  }
+}
+
+void Browsing::itemNew(const QList<QVariant>& item) {
+  const std::string name = item[2].toString().toStdString();
+  if (!mSeen.contains(name) && mSeen.size() >= kMostServices) return;
+  Seen& seen = mSeen[name];
+  ++seen.places;
+  ++seen.questions;
+  ++mQuestions;
+  ask(QStringLiteral("/"), server(), QStringLiteral("ResolveService"),
+      {item[0].toInt(), item[1].toInt(), item[2].toString(), item[3].toString(), item[4].toString(),
+       kIPv4, 0U},
+      [this, name](const QDBusMessage& reply) { resolved(name, reply); });
+}
+
+void Browsing::resolved(const std::string& name, const QDBusMessage& reply) {
+  --mQuestions;
+  if (const auto seen = mSeen.find(name); seen != mSeen.end()) {
+    --seen->second.questions;
+    const QList<QVariant> answer = reply.arguments();
+    if (reply.type() == QDBusMessage::ReplyMessage && answer.size() == 11) {
+      seen->second.found = true;
+      if (mEvents.found) {
+        mEvents.found({name, answer[5].toString().toStdString(), answer[7].toString().toStdString(),
+                       static_cast<std::uint16_t>(answer[8].toUInt()), stringsOf(answer[9])});
+      }
+    } else if (!seen->second.found && seen->second.questions == 0 && mEvents.notResolved) {
+      mEvents.notResolved(name, errorCode(reply.errorName()), reply.errorMessage().toStdString());
+    }
+  }
+  settleWhenAnswered();
+}
+
+void Browsing::itemRemoved(const std::string& name) {
+  const auto seen = mSeen.find(name);
+  if (seen == mSeen.end() || --seen->second.places > 0) return;
+  const bool wasFound = seen->second.found;
+  mSeen.erase(seen);
+  if (wasFound && mEvents.lost) mEvents.lost(name);
+}
+
+void Browsing::settleWhenAnswered() {
+  if (!mAllForNow || mQuestions > 0 || std::exchange(mSettled, true)) return;
+  if (mEvents.settled) mEvents.settled();
+}
+
+void Browsing::leaveBrowser() {
+  if (mBrowser.isEmpty()) return;
+  if (QDBusConnection* const bus = mDaemon.bus(); bus != nullptr)
+    tell(*bus, mBrowser, serviceBrowser(), QStringLiteral("Free"));
+  mBrowser.clear();
+}
 
 namespace {
 
