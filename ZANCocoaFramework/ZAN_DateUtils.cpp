@@ -69,8 +69,6 @@ int dayOfYear(std::int64_t dayNumber) {
   return static_cast<int>(dayNumber - ZAN_CivilDay{day.year, 1, 1}.number()) + 1;
 }
 
-bool isWorkingDay(int weekday) { return weekday >= 2 && weekday <= 6; }
-
 std::string environmentVariable(const char* name) {
   const char* value = std::getenv(name);
   return value != nullptr ? value : "";
@@ -165,19 +163,8 @@ bool ZAN_DateUtils::sameDay(ReferenceTime date1, ReferenceTime date2) const {
   return mCalendar->day(date1) == mCalendar->day(date2);
 }
 
-std::int64_t ZAN_DateUtils::daysFromTodayForDate(ReferenceTime date, ReferenceTime now) const {
-  return mCalendar->day(date) - mCalendar->day(now);
-}
-
 int ZAN_DateUtils::dayForDate(ReferenceTime date) const {
   return ZAN_CivilDay::ofNumber(mCalendar->day(date)).day;
-}
-int ZAN_DateUtils::weekForDate(ReferenceTime date) const { return weekOfDay(mCalendar->day(date)); }
-int ZAN_DateUtils::monthForDate(ReferenceTime date) const {
-  return ZAN_CivilDay::ofNumber(mCalendar->day(date)).month;
-}
-int ZAN_DateUtils::yearForDate(ReferenceTime date) const {
-  return ZAN_CivilDay::ofNumber(mCalendar->day(date)).year;
 }
 int ZAN_DateUtils::weekdayForDate(ReferenceTime date) const {
   return ZAN_CivilDay::weekdayOfNumber(mCalendar->day(date));
@@ -200,64 +187,6 @@ std::optional<std::int64_t> ZAN_DateUtils::dayNumberForDay(std::int64_t day, std
                            static_cast<std::int8_t>(day)};
   const std::int64_t number = civil.number();
   return nextSkippedDay(number) == number ? std::nullopt : std::optional(number);
-}
-
-std::optional<ReferenceTime> ZAN_DateUtils::sameDayNextYear(ReferenceTime date) const {
-  const ZAN_CivilDay day = ZAN_CivilDay::ofNumber(mCalendar->day(date));
-  return dateForDay(day.day, day.month, static_cast<std::int64_t>(day.year) + 1);
-}
-
-namespace {
-
-/// A day with what the month tests ask of it.
-struct DayInMonth {
-  explicit DayInMonth(std::int64_t number)
-      : civil(ZAN_CivilDay::ofNumber(number)),
-        weekday(ZAN_CivilDay::weekdayOfNumber(number)),
-        daysInMonth(ZAN_CivilDay::daysInMonth(civil.year, civil.month)) {}
-
-  ZAN_CivilDay civil;
-  int weekday;
-  int daysInMonth;
-};
-
-}  // namespace
-
-bool ZAN_DateUtils::isFirstDayOfMonth(ReferenceTime date) const { return dayForDate(date) == 1; }
-
-bool ZAN_DateUtils::isFirstWorkingDayOfMonth(ReferenceTime date) const {
-  const DayInMonth day(mCalendar->day(date));
-  constexpr int kMonday = 2;
-  return isWorkingDay(day.weekday) &&
-         (day.civil.day == 1 || (day.weekday == kMonday && day.civil.day <= 3));
-}
-
-bool ZAN_DateUtils::isLastDayOfMonth(ReferenceTime date) const {
-  const DayInMonth day(mCalendar->day(date));
-  return day.civil.day == day.daysInMonth;
-}
-
-bool ZAN_DateUtils::isLastWorkingDayOfMonth(ReferenceTime date) const {
-  const DayInMonth day(mCalendar->day(date));
-  constexpr int kFriday = 6;
-  return isWorkingDay(day.weekday) &&
-         (day.civil.day == day.daysInMonth ||
-          (day.weekday == kFriday && day.civil.day >= day.daysInMonth - 2));
-}
-
-bool ZAN_DateUtils::isFirstWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const {
-  const DayInMonth day(mCalendar->day(ofMonth));
-  return day.weekday == weekday && day.civil.day <= 7;
-}
-
-bool ZAN_DateUtils::isSecondWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const {
-  const DayInMonth day(mCalendar->day(ofMonth));
-  return day.weekday == weekday && day.civil.day > 7 && day.civil.day <= 14;
-}
-
-bool ZAN_DateUtils::isLastWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const {
-  const DayInMonth day(mCalendar->day(ofMonth));
-  return day.weekday == weekday && day.civil.day > day.daysInMonth - 7;
 }
 
 std::int64_t ZAN_DateUtils::dayNumber(ReferenceTime date) const { return mCalendar->day(date); }

@@ -86,31 +86,13 @@ class ZAN_DateUtils {
   /// The same clock time plus `seconds` on the clock: like elapsed seconds, except across a change.
   ReferenceTime addClockSeconds(ReferenceTime date, std::int64_t seconds) const;
   bool sameDay(ReferenceTime date1, ReferenceTime date2) const;
-  /// Calendar days from now's day to the date's: 0 today, 1 tomorrow, -1 yesterday.
-  std::int64_t daysFromTodayForDate(ReferenceTime date, ReferenceTime now) const;
-  int dayForDate(ReferenceTime date) const;  ///< of the month, 1 to 31
-  /// ISO 8601 week where the region's weeks begin on Monday; else weeks begin on Sunday and week 1
-  /// is the one that holds 1 January, so that the last days of December may be in week 1.
-  int weekForDate(ReferenceTime date) const;
-  int monthForDate(ReferenceTime date) const;  ///< 1 to 12
-  int yearForDate(ReferenceTime date) const;
+  int dayForDate(ReferenceTime date) const;      ///< of the month, 1 to 31
   int weekdayForDate(ReferenceTime date) const;  ///< 1 = Sunday to 7 = Saturday
   /// The first instant of that day; null when there is no such day, in general or in this zone.
   std::optional<ReferenceTime> dateForDay(std::int64_t day, std::int64_t month,
                                           std::int64_t year) const;
-  /// The first instant of the day with the same day and month one year later; null for 29 February.
-  std::optional<ReferenceTime> sameDayNextYear(ReferenceTime date) const;
 
-  // Where the date's day stands in its month. Working days are Monday to Friday; weekdays as above.
-  bool isFirstDayOfMonth(ReferenceTime date) const;
-  bool isFirstWorkingDayOfMonth(ReferenceTime date) const;
-  bool isLastDayOfMonth(ReferenceTime date) const;
-  bool isLastWorkingDayOfMonth(ReferenceTime date) const;
-  bool isFirstWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const;
-  bool isSecondWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const;
-  bool isLastWeekDay(std::int64_t weekday, ReferenceTime ofMonth) const;
-
-  // The same by day numbers (`ZAN_CivilDay`), for searches over many days.
+  // By day numbers (`ZAN_CivilDay`), for searches over many days.
   std::int64_t dayNumber(ReferenceTime date) const;
   ReferenceTime firstInstantOfDay(std::int64_t dayNumber) const;
   ReferenceTime timeOnDay(std::int64_t dayNumber, std::int64_t seconds) const;
@@ -122,6 +104,8 @@ class ZAN_DateUtils {
   /// after it; `kNoDay` when there is none.
   std::int64_t nextSkippedDay(std::int64_t dayNumber) const;
   static constexpr std::int64_t kNoDay = std::numeric_limits<std::int64_t>::max();
+  /// ISO 8601 week where the region's weeks begin on Monday; else weeks begin on Sunday and week 1
+  /// is the one that holds 1 January, so that the last days of December may be in week 1.
   int weekOfDay(std::int64_t dayNumber) const;
   bool weeksBeginOnMonday() const;
 

@@ -29,7 +29,6 @@ class ZAN_FileLock {
   static Result<ZAN_FileLock> acquire(const std::string& path, double seconds,
                                       const std::function<void(double)>& pause);
 
-  bool isHeld() const { return static_cast<bool>(mFile); }
   void release() { mFile.close(); }
 
  private:
