@@ -1,16 +1,8 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <span>
-#include <string_view>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_ArchiveStream.h"
-#include "ZANCocoaFramework/ZAN_ArchiveTypes.h"
 #include "ZANCocoaFramework/ZAN_Opaque.h"
 #include "ZANCocoaFramework/ZAN_TextPool.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
 

@@ -1,17 +1,7 @@
 #pragma once
 
-#include <array>
-#include <cstddef>
-#include <cstdint>
-#include <span>
-#include <string_view>
-#include <unordered_map>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_ArchiveStream.h"
-#include "ZANCocoaFramework/ZAN_ArchiveTypes.h"
 #include "ZANCocoaFramework/ZAN_Opaque.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
 

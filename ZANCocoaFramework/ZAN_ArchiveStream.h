@@ -2,15 +2,10 @@
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <deque>
-#include <optional>
 #include <span>
-#include <string>
-#include <string_view>
 #include <unordered_map>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_ArchiveTypes.h"
 #include "ZANCocoaFramework/ZAN_Result.h"

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <string_view>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {

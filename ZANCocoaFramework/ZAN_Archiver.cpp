@@ -1,8 +1,5 @@
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 
-#include <string_view>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_ArchiveDecoder.h"
 #include "ZANCocoaFramework/ZAN_ArchiveEncoder.h"
 #include "ZANCocoaFramework/ZAN_KeyedDecoder.h"

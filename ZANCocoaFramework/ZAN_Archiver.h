@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstddef>
-#include <span>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 

@@ -1,14 +1,7 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <span>
-#include <string_view>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_TextPool.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
 

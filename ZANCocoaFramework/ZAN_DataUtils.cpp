@@ -5,7 +5,6 @@
 #include <QByteArray>
 #include <QCryptographicHash>
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <memory>

@@ -4,7 +4,6 @@
 #include <absl/time/time.h>
 
 #include <QLocale>
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>

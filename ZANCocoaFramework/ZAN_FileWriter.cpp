@@ -6,14 +6,10 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <system_error>
-
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 
 namespace corvana {
 

@@ -1,16 +1,10 @@
 #pragma once
 
-#include <cstddef>
 #include <functional>
-#include <optional>
 #include <span>
-#include <string>
-#include <string_view>
-#include <utility>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "ZANCocoaFramework/ZAN_Result.h"
 
 namespace corvana {
 

@@ -5,8 +5,6 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstring>

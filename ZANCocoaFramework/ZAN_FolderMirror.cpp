@@ -2,15 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <system_error>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <string>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 

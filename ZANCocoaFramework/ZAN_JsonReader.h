@@ -1,11 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 

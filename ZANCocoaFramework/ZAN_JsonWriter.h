@@ -1,10 +1,6 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-
 #include "ZANCocoaFramework/ZAN_Json.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
 

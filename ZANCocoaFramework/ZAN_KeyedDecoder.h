@@ -1,12 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <span>
-#include <string>
-#include <string_view>
 #include <unordered_map>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"

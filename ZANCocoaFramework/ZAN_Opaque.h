@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {

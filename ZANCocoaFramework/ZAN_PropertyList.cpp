@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_BinaryPropertyList.h"
 #include "ZANCocoaFramework/ZAN_DateUtils.h"

@@ -2,8 +2,6 @@
 
 #include <functional>
 #include <map>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"

@@ -1,7 +1,5 @@
 #include "ZANCocoaFramework/ZAN_TextPool.h"
 
-#include <limits>
-
 #include "ZANCocoaFramework/ZAN_ValueNodes.h"
 
 namespace corvana {

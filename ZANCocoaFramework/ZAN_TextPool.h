@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstddef>
-#include <string_view>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {

@@ -1,9 +1,7 @@
 #include "ZANCocoaFramework/ZAN_Value.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <limits>
 
 #include "ZANCocoaFramework/ZAN_ValueNodes.h"
 

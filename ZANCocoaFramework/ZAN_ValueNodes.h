@@ -2,19 +2,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <new>
 #include <stdexcept>
-#include <string_view>
 #include <unordered_map>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Opaque.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
 

@@ -1,13 +1,6 @@
 #pragma once
 
-#include <cstddef>
-#include <optional>
-#include <span>
-#include <string>
-#include <string_view>
-
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {

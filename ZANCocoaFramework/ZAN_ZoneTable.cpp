@@ -3,7 +3,6 @@
 #include <absl/time/civil_time.h>
 #include <absl/time/time.h>
 
-#include <limits>
 #include <string>
 
 namespace corvana {

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <string>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"

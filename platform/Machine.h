@@ -1,10 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"

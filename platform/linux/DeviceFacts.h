@@ -2,9 +2,6 @@
 
 #include <sys/types.h>
 
-#include <optional>
-#include <string>
-
 #include "platform/Machine.h"
 #include "platform/Volumes.h"
 

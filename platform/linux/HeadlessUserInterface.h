@@ -1,9 +1,6 @@
 #pragma once
 
-#include <functional>
-#include <map>
 #include <set>
-#include <string>
 
 #include "platform/Input.h"
 #include "platform/RunLoop.h"

@@ -7,17 +7,10 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <initializer_list>
-#include <map>
-#include <optional>
-#include <string_view>
-#include <utility>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"

@@ -1,9 +1,6 @@
 #pragma once
 
 #include <map>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "platform/Machine.h"
 #include "platform/linux/UserDefaults.h"

@@ -17,10 +17,6 @@
 #include <list>
 #include <memory>
 #include <system_error>
-#include <utility>
-#include <vector>
-
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
 
 namespace corvana {
 

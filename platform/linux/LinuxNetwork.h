@@ -1,9 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <deque>
-#include <string>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/Network.h"

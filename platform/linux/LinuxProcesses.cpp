@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -14,7 +13,6 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
-#include <utility>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/linux/Spawn.h"

@@ -1,13 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "platform/Processes.h"
-#include "platform/linux/DescriptorWatch.h"
 #include "platform/linux/ProcessTable.h"
 
 namespace corvana {

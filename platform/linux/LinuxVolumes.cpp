@@ -5,22 +5,15 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
 #include <map>
-#include <mutex>
 #include <thread>
 #include <tuple>
-#include <utility>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
-#include "platform/linux/DeviceFacts.h"
 #include "platform/linux/VolumesFolderAccess.h"
 
 namespace corvana {

@@ -1,15 +1,10 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/RunLoop.h"
-#include "platform/Volumes.h"
 #include "platform/linux/DescriptorWatch.h"
 #include "platform/linux/DeviceFacts.h"
 #include "platform/linux/MountTable.h"

@@ -2,7 +2,6 @@
 
 #include <sys/sysmacros.h>
 
-#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fstream>

@@ -6,21 +6,14 @@
 #include <sys/stat.h>
 #include <sys/timerfd.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <sstream>
-#include <string_view>
-#include <utility>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
-#include "platform/Processes.h"
 #include "platform/linux/SystemClock.h"
 
 namespace corvana {

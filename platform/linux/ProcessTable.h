@@ -2,12 +2,7 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
-#include <functional>
-#include <string>
-#include <string_view>
 #include <unordered_map>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/Processes.h"

@@ -6,14 +6,12 @@
 #include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/linux/SystemClock.h"
 
 namespace corvana {

@@ -2,7 +2,6 @@
 
 #include <sys/types.h>
 
-#include <string>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <functional>
-
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/linux/DescriptorWatch.h"
 

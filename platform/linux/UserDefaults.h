@@ -2,11 +2,6 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {

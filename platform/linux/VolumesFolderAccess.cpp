@@ -7,17 +7,11 @@
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <optional>
-#include <string_view>
-#include <utility>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"

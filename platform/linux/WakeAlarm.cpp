@@ -1,10 +1,8 @@
 #include "platform/linux/WakeAlarm.h"
 
 #include <fstream>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "platform/linux/Spawn.h"
 
 namespace corvana {

@@ -1,7 +1,6 @@
 #include "platform/qt/AvahiClients.h"
 
 #include <QDBusObjectPath>
-#include <utility>
 
 #include "platform/qt/AvahiBus.h"
 

@@ -2,12 +2,7 @@
 
 #include <QDBusMessage>
 #include <QString>
-#include <cstddef>
-#include <functional>
 #include <map>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "platform/Network.h"
 #include "platform/RunLoop.h"

@@ -1,15 +1,12 @@
 #include "platform/qt/AvahiServices.h"
 
 #include <QDBusMetaType>
-#include <QObject>
 #include <algorithm>
 #include <optional>
 #include <set>
-#include <utility>
 
 #include "platform/qt/AvahiBus.h"
 #include "platform/qt/AvahiClients.h"
-#include "platform/qt/BusConnection.h"
 
 namespace corvana {
 

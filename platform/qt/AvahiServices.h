@@ -1,12 +1,6 @@
 #pragma once
 
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "platform/Machine.h"
 #include "platform/Network.h"
-#include "platform/RunLoop.h"
 #include "platform/qt/BusConnection.h"
 
 namespace corvana {

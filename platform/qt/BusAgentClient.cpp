@@ -4,11 +4,9 @@
 #include <QDBusError>
 #include <QDBusMessage>
 #include <QObject>
-#include <QVariantMap>
 #include <optional>
 #include <utility>
 
-#include "platform/qt/BusConnection.h"
 #include "platform/qt/BusValues.h"
 #include "platform/qt/QtRunLoop.h"
 

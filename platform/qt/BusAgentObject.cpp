@@ -4,11 +4,9 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVirtualObject>
-#include <QVariantMap>
 #include <map>
 #include <utility>
 
-#include "platform/qt/BusConnection.h"
 #include "platform/qt/BusValues.h"
 
 namespace corvana {

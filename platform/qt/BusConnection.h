@@ -1,9 +1,7 @@
 #pragma once
 
 #include <QString>
-#include <functional>
 #include <memory>
-#include <string>
 
 #include "platform/Machine.h"
 #include "platform/RunLoop.h"

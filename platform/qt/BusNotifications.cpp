@@ -8,7 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/qt/BusConnection.h"
 #include "platform/qt/BusValues.h"
 
 namespace corvana {

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "platform/DistributedNotifications.h"
-#include "platform/Machine.h"
-#include "platform/RunLoop.h"
 #include "platform/qt/BusConnection.h"
 
 namespace corvana {

@@ -12,8 +12,6 @@
 #include <utility>
 
 #include "platform/linux/LinuxVolumes.h"
-#include "platform/linux/MountTable.h"
-#include "platform/qt/BusConnection.h"
 #include "platform/qt/QtRunLoop.h"
 
 namespace corvana {

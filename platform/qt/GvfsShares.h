@@ -1,10 +1,5 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <vector>
-
-#include "platform/Machine.h"
 #include "platform/Volumes.h"
 #include "platform/qt/BusConnection.h"
 

@@ -9,8 +9,6 @@
 #include <QVariant>
 #include <utility>
 
-#include "platform/qt/BusConnection.h"
-
 namespace corvana {
 
 namespace {

@@ -1,12 +1,5 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <string>
-
-#include "ZANCocoaFramework/ZAN_Result.h"
-#include "platform/Machine.h"
-#include "platform/RunLoop.h"
 #include "platform/linux/WakeAlarm.h"
 #include "platform/qt/BusConnection.h"
 

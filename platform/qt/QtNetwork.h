@@ -1,8 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <string>
-
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/Network.h"
 

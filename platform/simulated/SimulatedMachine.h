@@ -1,12 +1,8 @@
 #pragma once
 
-#include <functional>
 #include <map>
-#include <optional>
 #include <set>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "platform/Machine.h"
 

@@ -1,7 +1,6 @@
 #include "platform/simulated/SimulatedNetwork.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "platform/simulated/SimulatedRunLoop.h"
 

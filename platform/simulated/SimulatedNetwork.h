@@ -1,12 +1,7 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <memory>
 #include <optional>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "platform/Network.h"
 #include "platform/RunLoop.h"

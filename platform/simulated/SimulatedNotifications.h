@@ -1,9 +1,7 @@
 #pragma once
 
 #include <map>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/DistributedNotifications.h"
 #include "platform/RunLoop.h"

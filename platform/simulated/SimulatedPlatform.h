@@ -1,13 +1,10 @@
 #pragma once
 
-#include <string>
-
 #include "platform/Platform.h"
 #include "platform/simulated/SimulatedMachine.h"
 #include "platform/simulated/SimulatedNetwork.h"
 #include "platform/simulated/SimulatedNotifications.h"
 #include "platform/simulated/SimulatedProcesses.h"
-#include "platform/simulated/SimulatedRunLoop.h"
 #include "platform/simulated/SimulatedUserInterface.h"
 #include "platform/simulated/SimulatedVolumes.h"
 #include "platform/simulated/TemporaryFolder.h"

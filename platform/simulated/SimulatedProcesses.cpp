@@ -5,8 +5,6 @@
 #include <csignal>
 #include <utility>
 
-#include "platform/Processes.h"
-
 namespace corvana {
 
 namespace {

@@ -1,13 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
 #include <limits>
-#include <map>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
 #include "platform/Processes.h"
 #include "platform/simulated/SimulatedRunLoop.h"

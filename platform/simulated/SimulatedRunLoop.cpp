@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <limits>
 #include <stdexcept>
-#include <utility>
 
 namespace corvana {
 

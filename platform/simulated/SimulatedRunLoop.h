@@ -2,19 +2,15 @@
 
 #include <atomic>
 #include <condition_variable>
-#include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <thread>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "platform/Clock.h"
 #include "platform/RunLoop.h"
 

@@ -1,12 +1,7 @@
 #pragma once
 
-#include <functional>
-#include <map>
-#include <optional>
 #include <set>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "platform/Input.h"
 #include "platform/RunLoop.h"

@@ -1,6 +1,5 @@
 #include "platform/simulated/SimulatedVolumes.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <system_error>

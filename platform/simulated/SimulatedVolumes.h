@@ -1,11 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <optional>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "platform/Volumes.h"
 #include "platform/simulated/SimulatedRunLoop.h"
