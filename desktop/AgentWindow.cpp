@@ -1,9 +1,6 @@
 #include "desktop/AgentWindow.h"
 
-#include <QCloseEvent>
-#include <QKeyEvent>
-#include <QKeySequence>
-
+#include <QtWidgets>
 #include <algorithm>
 #include <array>
 
@@ -22,11 +19,37 @@ constexpr std::array kArranged{Window::queue,       Window::nextActions,    Wind
                                Window::status,      Window::allDisks,       Window::errorSummary,
                                Window::preferences, Window::executionSurvey};
 
+struct Row {
+  Window which;
+  WindowMaker* maker;
+};
+
+constexpr Row kRows[] = {
+    {Window::queue, &makeQueueWindow},
+    {Window::nextActions, &makeNextActionsWindow},
+    {Window::latestActions, &makeLatestActionsWindow},
+    {Window::status, &makeStatusWindow},
+    {Window::mountVolumes, &makeMountVolumesWindow},
+    {Window::allDisks, &makeAllDisksWindow},
+    {Window::volumesFolderError, &makeStrayFoldersWindow},
+    {Window::lowSpace, &makeLowSpaceWindow},
+    {Window::errorSummary, &makeErrorSummaryWindow},
+    {Window::executionSurvey, &makeSurveyWindow},
+    {Window::preferences, &makePreferencesWindow},
+};
+
 std::string placeKey(Window which) {
   return "WindowPlace" + std::to_string(static_cast<int>(which));
 }
 
 }  // namespace
+
+std::unique_ptr<AgentWindow> makeWindow(Window which, const UserInterfaceSources& sources) {
+  for (const Row& row : kRows) {
+    if (row.which == which) return row.maker(sources);
+  }
+  return nullptr;
+}
 
 AgentWindow::AgentWindow(Window which, const UserInterfaceSources& sources)
     : QWidget(nullptr, Qt::Window), mWhich(which), mSources(sources) {

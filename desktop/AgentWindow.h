@@ -1,8 +1,7 @@
 #pragma once
 
-#include <QString>
 #include <QWidget>
-#include <string_view>
+#include <memory>
 
 #include "platform/UserInterface.h"
 #include "ui/UserInterfaceSources.h"
@@ -48,5 +47,16 @@ class AgentWindow : public QWidget {
   Window mWhich;
   const UserInterfaceSources& mSources;
 };
+
+/// Makes a window; null for one that this desktop does not have. The floating icon is none of them.
+std::unique_ptr<AgentWindow> makeWindow(Window which, const UserInterfaceSources& sources);
+
+// Each with its kin in a file.
+using WindowMaker = std::unique_ptr<AgentWindow>(const UserInterfaceSources& sources);
+WindowMaker makeQueueWindow, makeNextActionsWindow;           // what is to come
+WindowMaker makeLatestActionsWindow, makeErrorSummaryWindow;  // what was executed
+WindowMaker makeStatusWindow, makeSurveyWindow;               // what goes on
+WindowMaker makeMountVolumesWindow, makeAllDisksWindow, makeStrayFoldersWindow, makeLowSpaceWindow;
+WindowMaker makePreferencesWindow;
 
 }  // namespace corvana

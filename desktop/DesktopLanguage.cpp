@@ -1,8 +1,6 @@
 #include "desktop/DesktopLanguage.h"
 
-#include <QGuiApplication>
-#include <QLibraryInfo>
-#include <QLocale>
+#include <QtWidgets>
 
 #include "desktop/Texts.h"
 

@@ -1,9 +1,6 @@
 #include "desktop/FloatingWidget.h"
 
-#include <QMouseEvent>
-#include <QPainter>
-#include <QPainterPath>
-#include <QRegion>
+#include <QtWidgets>
 #include <algorithm>
 #include <utility>
 
@@ -17,6 +14,13 @@ Qt::WindowFlags floatingFlags(bool takesMouse) {
                                 Qt::WindowDoesNotAcceptFocus | Qt::NoDropShadowWindowHint;
   return takesMouse ? flags : flags | Qt::WindowTransparentForInput;
 }
+
+constexpr int kIconPixels = 32;
+constexpr int kMargin = 6;
+constexpr int kLetters = 11;
+constexpr double kLettersPart = 0.9;
+constexpr int kWidestLetters = 40;
+constexpr double kRadius = 8;
 
 }  // namespace
 
@@ -71,6 +75,72 @@ void FloatingWidget::mouseReleaseEvent(QMouseEvent* /*event*/) {
 void FloatingWidget::mouseDoubleClickEvent(QMouseEvent* /*event*/) {
   mGrip.reset();
   if (onDoubleClick) onDoubleClick();
+}
+
+FloatingIconView::FloatingIconView(bool composed, const QIcon& icon)
+    : FloatingWidget(composed, true), mIcon(icon) {
+  setMovable();
+  QFont letters = font();
+  // A little smaller than those of the windows.
+  letters.setPixelSize(std::max(kLetters, int(QFontInfo(letters).pixelSize() * kLettersPart)));
+  setFont(letters);
+  setLines({});
+}
+
+void FloatingIconView::setLines(const QStringList& lines) {
+  if (lines == mLines && width() > kIconPixels) return;
+  mLines = lines;
+  const QFontMetrics metrics(font());
+  int widest = 0;
+  for (const QString& line : mLines) {
+    widest = std::max(widest, std::min(metrics.horizontalAdvance(line) + 1,
+                                       kWidestLetters * metrics.averageCharWidth()));
+  }
+  const int beside = mLines.isEmpty() ? 0 : widest + kMargin;
+  const int text = int(mLines.size()) * metrics.lineSpacing();
+  // Its right edge stays, since it mostly stands at the right of the screen.
+  const int right = x() + width();
+  resize(kIconPixels + 2 * kMargin + beside, std::max(kIconPixels, text) + 2 * kMargin);
+  if (isVisible()) move(right - width(), y());
+  cutToShape(kRadius);
+  setWindowTitle(mLines.value(0));
+  setAccessibleName(mLines.join('\n'));
+  update();
+}
+
+void FloatingIconView::setProgress(int percent, bool errors) {
+  if (percent == mPercent && errors == mErrors) return;
+  mPercent = percent;
+  mErrors = errors;
+  update();
+}
+
+void FloatingIconView::paintEvent(QPaintEvent* /*event*/) {
+  QPainter painter(this);
+  paintGround(painter, QColor(0x33, 0x3d, 0x4a), kRadius);
+  const bool mirrored = layoutDirection() == Qt::RightToLeft;
+  const QRect icon(mirrored ? width() - kMargin - kIconPixels : kMargin, kMargin, kIconPixels,
+                   kIconPixels);
+  mIcon.paint(&painter, icon);
+  if (mPercent >= 0) {
+    painter.setBrush(Qt::NoBrush);
+    painter.setPen(QPen(mErrors ? QColor(0xff, 0x6b, 0x60) : QColor(0x7c, 0xd9, 0x92), 3));
+    painter.drawArc(icon.adjusted(-2, -2, 2, 2), 90 * 16, -mPercent * 360 * 16 / 100);
+  }
+  painter.setPen(Qt::white);
+  const QFontMetrics metrics(font());
+  const int room = width() - 3 * kMargin - kIconPixels;
+  int top = kMargin;
+  for (const QString& line : mLines) {
+    painter.drawText(
+        QRect(mirrored ? kMargin : icon.right() + 1 + kMargin, top, room, metrics.lineSpacing()),
+        int(Qt::AlignLeading | Qt::AlignVCenter), metrics.elidedText(line, Qt::ElideRight, room));
+    top += metrics.lineSpacing();
+  }
+}
+
+void FloatingIconView::contextMenuEvent(QContextMenuEvent* event) {
+  if (onMenu) onMenu(event->globalPos());
 }
 
 }  // namespace corvana

@@ -1,10 +1,12 @@
 #pragma once
 
-#include <QPoint>
+#include <QIcon>
+#include <QStringList>
 #include <QWidget>
 #include <functional>
 #include <optional>
 
+class QContextMenuEvent;
 class QMouseEvent;
 class QPainter;
 
@@ -39,6 +41,29 @@ class FloatingWidget : public QWidget {
   bool mMovable = false;
   bool mMoved = false;
   std::optional<QPoint> mGrip;  ///< of the pointer in the window, while it is dragged
+};
+
+/// The small icon that floats above other windows, with a few lines beside it and a ring that shows
+/// how far the running action is. Thread: main.
+class FloatingIconView final : public FloatingWidget {
+ public:
+  FloatingIconView(bool composed, const QIcon& icon);
+
+  std::function<void(const QPoint&)> onMenu;
+
+  void setLines(const QStringList& lines);
+  /// Percent of the running action, negative for none, and whether it has met errors.
+  void setProgress(int percent, bool errors);
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  void contextMenuEvent(QContextMenuEvent* event) override;
+
+ private:
+  QIcon mIcon;
+  QStringList mLines;
+  int mPercent = -1;
+  bool mErrors = false;
 };
 
 }  // namespace corvana

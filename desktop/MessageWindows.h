@@ -1,17 +1,70 @@
 #pragma once
 
-#include <functional>
+#include <QImage>
 #include <memory>
-#include <string>
 
-#include "desktop/MessageView.h"
+#include "desktop/FloatingWidget.h"
 #include "platform/Input.h"
 #include "platform/UserInterface.h"
 
 namespace corvana {
 
-class AnnounceView;
 class X11Screen;
+
+/// A message above all windows, which clicks go through. Thread: main.
+class MessageView final : public FloatingWidget {
+ public:
+  struct Look {
+    int colour = 0;  ///< number of a predefined colour
+    double opacity = 1;
+    QImage icon;
+    double widest = 0;  ///< of the window
+  };
+
+  MessageView(bool composed, const QString& title, const QString& text, const Look& look);
+
+  void setColour(int colour, double opacity);
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+
+ private:
+  QString mTitle;
+  QString mText;
+  Look mLook;
+  QFont mTitleFont;
+  QFont mTextFont;
+  int mTitleHeight = 0;
+  int mTitleWrap = 0;  ///< flags of Qt
+  int mTextWrap = 0;
+};
+
+/// The button that closes a message, a window of its own. Thread: main.
+class MessageCloseView final : public FloatingWidget {
+ public:
+  MessageCloseView(bool composed, const QString& name);
+  std::function<void()> onClicked;
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+  void mouseReleaseEvent(QMouseEvent* event) override;
+};
+
+/// The strip with the title of the running action and how far it is. Thread: main.
+class AnnounceView final : public FloatingWidget {
+ public:
+  AnnounceView(bool composed, const QString& title);
+
+  void setProgress(double percent, const QString& text);
+
+ protected:
+  void paintEvent(QPaintEvent* event) override;
+
+ private:
+  QString mTitle;
+  QString mText = QStringLiteral("0");
+  double mPercent = 0;
+};
 
 /// The message that is up, and the strip of the announce window. Thread: main.
 class MessageWindows {

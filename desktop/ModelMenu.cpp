@@ -1,16 +1,9 @@
 #include "desktop/ModelMenu.h"
 
-#include <QApplication>
-#include <QFontInfo>
-#include <QLabel>
-#include <QPainter>
-#include <QStyle>
-#include <QWidgetAction>
 #include <algorithm>
 #include <utility>
 
-#include "desktop/Colours.h"
-#include "desktop/Texts.h"
+#include "desktop/WindowParts.h"
 #include "platform/RunLoop.h"
 
 namespace corvana {

@@ -1,11 +1,6 @@
 #include "desktop/Notifier.h"
 
-#include <QCoreApplication>
-#include <QDBusConnection>
-#include <QDBusConnectionInterface>
-#include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
+#include <QtDBus>
 #include <utility>
 
 #include "desktop/BusSignal.h"

@@ -1,7 +1,6 @@
 #include "desktop/PictureStore.h"
 
-#include <QPainter>
-#include <QPixmap>
+#include <QtWidgets>
 #include <algorithm>
 #include <utility>
 

@@ -2,10 +2,7 @@
 
 #include <QIcon>
 #include <QImage>
-#include <QString>
 #include <deque>
-#include <string>
-#include <utility>
 
 #include "ui/StatusPicture.h"
 

@@ -1,18 +1,11 @@
-#include "desktop/PreferencesWindow.h"
+#include "desktop/AgentWindow.h"
 
-#include <QCheckBox>
-#include <QComboBox>
-#include <QFormLayout>
-#include <QLineEdit>
-#include <QListWidget>
-#include <QScrollArea>
-#include <QSlider>
-#include <QSpinBox>
-#include <QStackedWidget>
+#include <functional>
+#include <vector>
 
 #include "desktop/ShortcutField.h"
-#include "desktop/Texts.h"
 #include "desktop/WindowParts.h"
+#include "ui/windows/PreferencesModel.h"
 
 namespace corvana {
 
@@ -21,7 +14,29 @@ namespace {
 constexpr int kSliderFrom = 50;
 constexpr int kChoiceLetters = 16;
 
-}  // namespace
+/// Every preference, a page at a time; a change counts at once.
+class PreferencesWindow final : public AgentWindow {
+ public:
+  explicit PreferencesWindow(const UserInterfaceSources& sources);
+  void refresh() override;
+  QWidget* firstFocus() override;
+
+ private:
+  using Item = PreferencesModel::Item;
+  QWidget* makePage(const PreferencesModel::Page& page);
+  void addRow(QFormLayout* form, const Item& item);
+  QWidget* makeField(const Item& item);
+  QWidget* makeChoice(const Item& item);
+  QWidget* makeNumber(const Item& item);
+  QWidget* makeText(const Item& item);
+  QWidget* makeShortcut(const Item& item);
+  QWidget* makePlace(const Item& item);
+
+  PreferencesModel mModel;
+  QListWidget* mPages;
+  QStackedWidget* mStack;
+  std::vector<std::function<void()>> mReads;  ///< take each value anew
+};
 
 PreferencesWindow::PreferencesWindow(const UserInterfaceSources& sources)
     : AgentWindow(Window::preferences, sources),
@@ -223,6 +238,12 @@ QWidget* PreferencesWindow::makePlace(const Item& item) {
   });
   mReads.emplace_back([label, item] { label->setText(qt(item.read().string())); });
   return both;
+}
+
+}  // namespace
+
+std::unique_ptr<AgentWindow> makePreferencesWindow(const UserInterfaceSources& sources) {
+  return std::make_unique<PreferencesWindow>(sources);
 }
 
 }  // namespace corvana

@@ -4,10 +4,7 @@
 #include <sys/un.h>
 
 #include <QDBusConnection>
-#include <QDir>
-#include <QFile>
-#include <QLibraryInfo>
-#include <QThread>
+#include <QtWidgets>
 #include <algorithm>
 #include <chrono>
 #include <clocale>
@@ -20,7 +17,7 @@
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "desktop/ScreenInput.h"
-#include "desktop/X11Input.h"
+#include "desktop/X11.h"
 #include "platform/qt/BusConnection.h"
 #include "ui/UserInterfaceSources.h"
 

@@ -1,9 +1,6 @@
 #pragma once
 
 #include <QApplication>
-#include <memory>
-#include <optional>
-#include <string>
 
 #include "desktop/DesktopLanguage.h"
 #include "desktop/QtUserInterface.h"

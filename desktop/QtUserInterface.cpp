@@ -1,6 +1,5 @@
 #include "desktop/QtUserInterface.h"
 
-#include <QCursor>
 #include <algorithm>
 #include <utility>
 
@@ -8,18 +7,17 @@
 #include "core/record/Messages.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerCommands.h"
-#include "desktop/FloatingIconView.h"
+#include "desktop/FloatingWidget.h"
 #include "desktop/MessageWindows.h"
 #include "desktop/ModelMenu.h"
 #include "desktop/Notifier.h"
 #include "desktop/PictureStore.h"
 #include "desktop/Questions.h"
-#include "desktop/ScreenPlace.h"
+#include "desktop/ScreenInput.h"
 #include "desktop/StatusTray.h"
-#include "desktop/Texts.h"
 #include "desktop/WindowParts.h"
 #include "desktop/WindowRegistry.h"
-#include "desktop/X11Screen.h"
+#include "desktop/X11.h"
 #include "platform/Machine.h"
 #include "platform/RunLoop.h"
 #include "ui/FloatingIconLines.h"
@@ -94,7 +92,6 @@ class QtUserInterface::Private {
   std::unique_ptr<Questions> questions = std::make_unique<Questions>();
   std::unique_ptr<FloatingIconView> floatingIcon;
   double floatingOpacity = 80;
-  QString toolTip;
   bool statusItem = false;
   bool willChange = false;
   bool noPanel = false;  ///< that takes the status icon
@@ -153,7 +150,7 @@ void QtUserInterface::Private::showFloatingIcon() {
                                                       pictures.icon(std::string(kLogo)));
     floatingIcon->onMenu = [this](const QPoint& place) { drawFloatingMenu(place); };
     floatingIcon->onDoubleClick = [this] { sources->commands.showWindow(Window::nextActions); };
-    floatingIcon->setToolTip(plainToolTip(toolTip));
+    floatingIcon->setToolTip(plainToolTip(tray->toolTip()));
   }
   floatingIcon->setOpacity(floatingOpacity / 100);
   refreshFloatingIcon();
@@ -285,10 +282,8 @@ void QtUserInterface::setStatusCountDown(int minutes, int context) {
 void QtUserInterface::setStatusTitle(const std::string& /*text*/) { mPrivate->changed(); }
 
 void QtUserInterface::setToolTip(const std::string& text) {
-  mPrivate->toolTip = qt(text);
-  if (mPrivate->tray != nullptr) mPrivate->tray->setToolTip(mPrivate->toolTip);
-  if (mPrivate->floatingIcon != nullptr)
-    mPrivate->floatingIcon->setToolTip(plainToolTip(mPrivate->toolTip));
+  if (mPrivate->tray != nullptr) mPrivate->tray->setToolTip(qt(text));
+  if (mPrivate->floatingIcon != nullptr) mPrivate->floatingIcon->setToolTip(plainToolTip(qt(text)));
 }
 
 void QtUserInterface::changed(ChangeSet what) {

@@ -1,9 +1,6 @@
 #include "desktop/Questions.h"
 
-#include <QGridLayout>
-#include <QMessageBox>
-#include <QPushButton>
-#include <QSpacerItem>
+#include <QtWidgets>
 #include <algorithm>
 #include <utility>
 

@@ -1,7 +1,7 @@
 #include "desktop/ScreenInput.h"
 
-#include <QGuiApplication>
-#include <QScreen>
+#include <QtWidgets>
+#include <cmath>
 
 namespace corvana {
 
@@ -9,6 +9,11 @@ namespace {
 
 /// Of the evdev codes that index a key map.
 constexpr unsigned kCapsLock = 58;
+
+double bottom() {
+  const QScreen* screen = QGuiApplication::primaryScreen();
+  return screen == nullptr ? 0 : screen->geometry().y() + screen->geometry().height();
+}
 
 }  // namespace
 
@@ -31,5 +36,25 @@ Rect ScreenInput::visibleFrame() {
   return {double(free.x()), double(all.bottom() - free.bottom()), double(free.width()),
           double(free.height())};
 }
+
+namespace ScreenPlace {
+
+bool isOurs() { return !QGuiApplication::platformName().startsWith(QStringLiteral("wayland")); }
+
+Rect mainScreen() { return ScreenInput().mainScreen(); }
+
+Rect visibleFrame() { return ScreenInput().visibleFrame(); }
+
+void move(QWidget& widget, const Point& lowerLeft) {
+  widget.move(int(std::lround(lowerLeft.x)),
+              int(std::lround(bottom() - lowerLeft.y - widget.height())));
+}
+
+Rect of(const QWidget& widget) {
+  return {double(widget.x()), bottom() - widget.y() - widget.height(), double(widget.width()),
+          double(widget.height())};
+}
+
+}  // namespace ScreenPlace
 
 }  // namespace corvana

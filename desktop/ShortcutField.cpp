@@ -1,9 +1,6 @@
 #include "desktop/ShortcutField.h"
 
-#include <QHBoxLayout>
-#include <QKeyEvent>
-#include <QLabel>
-#include <QPushButton>
+#include <QtWidgets>
 #include <string_view>
 
 #include "desktop/Texts.h"

@@ -2,7 +2,6 @@
 
 #include <QWidget>
 #include <functional>
-#include <string>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "platform/Input.h"

@@ -1,17 +1,11 @@
 #include "desktop/StatusTray.h"
 
-#include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
-#include <QDBusServiceWatcher>
-#include <QDBusVariant>
-#include <QMenu>
-#include <QSystemTrayIcon>
+#include <QtDBus>
+#include <QtWidgets>
 #include <utility>
 
 #include "desktop/BusSignal.h"
-#include "desktop/X11Screen.h"
+#include "desktop/X11.h"
 
 namespace corvana {
 

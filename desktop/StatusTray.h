@@ -1,8 +1,6 @@
 #pragma once
 
 #include <QIcon>
-#include <QString>
-#include <functional>
 #include <memory>
 
 #include "platform/RunLoop.h"
@@ -33,11 +31,11 @@ class StatusTray {
 
   void show();
   void hide();
-  bool isWanted() const { return mWanted; }
   /// A panel has come, so there is a place for the icon.
   bool isTaken() const { return mTray != nullptr; }
   void setIcon(const QIcon& icon);
   void setToolTip(const QString& text);
+  const QString& toolTip() const { return mToolTip; }
 
  private:
   void lookForPanel();

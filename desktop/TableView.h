@@ -1,14 +1,15 @@
 #pragma once
 
 #include <QTreeView>
-#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <vector>
 
-#include "desktop/TableAdapter.h"
-
 namespace corvana {
+
+class TableAdapter;
+class WindowTable;
 
 /// A list of a window: only what is seen is asked for and drawn; Return or a double click acts on
 /// the selected rows, Delete removes them. Thread: main.

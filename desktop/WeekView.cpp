@@ -1,15 +1,8 @@
 #include "desktop/WeekView.h"
 
-#include <QHelpEvent>
-#include <QKeyEvent>
-#include <QPainter>
-#include <QScrollBar>
-#include <QToolTip>
 #include <algorithm>
 #include <cmath>
 
-#include "desktop/Colours.h"
-#include "desktop/Texts.h"
 #include "desktop/WindowParts.h"
 #include "ui/windows/WeekModel.h"
 

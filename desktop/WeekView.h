@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QAbstractScrollArea>
-#include <cstddef>
 #include <functional>
 #include <optional>
 #include <vector>

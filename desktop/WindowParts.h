@@ -1,13 +1,8 @@
 #pragma once
 
-#include <QBoxLayout>
-#include <QEvent>
-#include <QFontMetrics>
-#include <QGuiApplication>
-#include <QLabel>
-#include <QPushButton>
-#include <QString>
-#include <QTextDocument>
+#include <QtWidgets>
+
+#include "desktop/Texts.h"
 
 namespace corvana {
 
@@ -67,6 +62,17 @@ class WheelPasses final : public QObject {
 inline void leaveToWheelOnlyWithFocus(QWidget* field) {
   field->setFocusPolicy(Qt::StrongFocus);
   field->installEventFilter(new WheelPasses(field));
+}
+
+// Colours that mean something, readable on the palette's background, light or dark.
+
+inline bool isDark() { return QGuiApplication::palette().color(QPalette::Base).lightness() < 128; }
+inline QColor alertColour() { return isDark() ? QColor(255, 138, 128) : QColor(176, 32, 24); }
+inline QColor cautionColour() { return isDark() ? QColor(255, 183, 77) : QColor(196, 98, 0); }
+inline QColor dimmedColour() {
+  QColor colour = QGuiApplication::palette().color(QPalette::Text);
+  colour.setAlpha(150);
+  return colour;
 }
 
 inline void resizeByFont(QWidget* window, int columns, int rows) {

@@ -2,12 +2,11 @@
 
 #include <malloc.h>
 
-#include <QPixmapCache>
+#include <QtWidgets>
 #include <algorithm>
 #include <utility>
 
 #include "desktop/AgentWindow.h"
-#include "desktop/WindowFactory.h"
 #include "platform/RunLoop.h"
 
 namespace corvana {

@@ -3,7 +3,6 @@
 #include <map>
 #include <memory>
 #include <set>
-#include <string>
 
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"

@@ -21,7 +21,7 @@
 #include "platform/Processes.h"
 #include "platform/Volumes.h"
 #include "ui/FolderContents.h"
-#include "ui/LaunchRefusal.h"
+#include "ui/LaunchByHand.h"
 #include "ui/StatusItem.h"
 
 namespace corvana {
@@ -141,15 +141,7 @@ MenuItem::List StatusMenu::contextItems() const {
 }
 
 void StatusMenu::launch(std::int64_t ref) const {
-  const ProgrammedAction* action = m.tree.rootItem().actionForReference(ref);
-  const std::string title = action == nullptr ? std::string() : action->getTitle();
-  std::string refusal;
-  if (m.queue.contains(ref)) {
-    refusal = m.texts.text("WindowAlreadyQueued", {title});
-  } else if (const Outcome launched = m.commands.launchAction(ref, false); !launched) {
-    refusal = launchRefusal(m.texts, title, launched.error());
-  }
-  if (!refusal.empty())
+  if (const std::string refusal = queueByHand(m, ref); !refusal.empty())
     m.messages.showMessage(text("LaunchRefusedTitle"), refusal, kRefusalSeconds, true);
 }
 

@@ -1,4 +1,4 @@
-#include "ui/windows/WeekTimeline.h"
+#include "ui/windows/WeekModel.h"
 
 #include <gmock/gmock.h>
 

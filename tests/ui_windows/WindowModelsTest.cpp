@@ -4,12 +4,10 @@
 
 #include "actions/History.h"
 #include "tests/scenario/Scenario.h"
-#include "ui/windows/ErrorSummaryModel.h"
-#include "ui/windows/LatestActionsModel.h"
-#include "ui/windows/NextActionsModel.h"
+#include "ui/windows/ComingModels.h"
+#include "ui/windows/HistoryModels.h"
 #include "ui/windows/PreferencesModel.h"
-#include "ui/windows/QueueModel.h"
-#include "ui/windows/StatusModel.h"
+#include "ui/windows/StatusModels.h"
 #include "ui/windows/WeekModel.h"
 
 namespace corvana {

@@ -43,7 +43,7 @@ FREE = ("tests", "bench", "fuzz", "build")
 ROOMS = sorted({*FLOORS, *BESIDE}, key=len, reverse=True)
 
 INCLUDE = re.compile(r"^\s*#\s*(?:include|import)\b\s*(?:<([^>]+)>|\"([^\"]+)\"|(\S+))", re.MULTILINE)
-LIBRARY = re.compile(r"^(?:Q[A-Z]\w*|q[a-z]\w*\.h|Qt\w*/.*|absl/.*|nlohmann/.*)$")
+LIBRARY = re.compile(r"^(?:Qt?[A-Z]\w*|q[a-z]\w*\.h|Qt\w*/.*|absl/.*|nlohmann/.*)$")
 COMMENT = re.compile(r"/\*.*?\*/|//[^\n]*", re.DOTALL)
 
 

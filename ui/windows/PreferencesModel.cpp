@@ -1,14 +1,8 @@
 #include "ui/windows/PreferencesModel.h"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
-#include <string_view>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "core/record/SchedulerCommands.h"
-#include "core/record/SchedulerState.h"
+#include "ui/windows/WindowWords.h"
 
 namespace corvana {
 

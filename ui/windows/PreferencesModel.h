@@ -1,11 +1,7 @@
 #pragma once
 
-#include <functional>
-#include <optional>
-#include <string>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "core/record/Preferences.h"
 #include "ui/UserInterfaceSources.h"
 

@@ -1,16 +1,115 @@
 #pragma once
 
-#include <cstddef>
+#include <map>
 #include <memory>
-#include <string>
+#include <optional>
 #include <utility>
+#include <vector>
 
+#include "ZANCocoaFramework/ZAN_DateUtils.h"
+#include "actions/Schedule.h"
 #include "ui/UserInterfaceSources.h"
-#include "ui/windows/WeekTimeline.h"
 
 namespace corvana {
 
 class NextActionsModel;
+class ZAN_Value;
+
+/// How long an action is expected to run: the mean of its last runs that were completed. Thread:
+/// any once made.
+class RunDurations {
+ public:
+  /// `history` is the stored array of the programmed history, header first.
+  explicit RunDurations(const ZAN_Value& history);
+
+  /// Seconds; a minute for an action that was never completed.
+  double secondsOf(std::int64_t ref) const;
+
+ private:
+  struct Sum {
+    double seconds = 0;
+    int runs = 0;
+  };
+  std::map<std::int64_t, Sum> mSums;
+};
+
+/// The coming week as a picture: a row a day from today on, in it a bar a run, at the time that the
+/// clock shows. Runs that would meet stand in lanes below each other; the hour that a change of the
+/// clocks skips or repeats is marked. An action that runs too often for single bars on a day has
+/// one band there. Pure geometry, made once; the drawing asks for nothing else. Thread: any.
+class WeekTimeline {
+ public:
+  static constexpr int kDays = 7;
+  /// More runs than these in a week are not looked at.
+  static constexpr std::size_t kMostRuns = 20'000;
+  /// More runs than these of one action on a day become a band.
+  static constexpr std::size_t kMostBars = 12;
+  static constexpr int kMostLanes = 6;
+
+  struct Action {
+    std::int64_t ref = 0;
+    std::string title;
+    Schedule schedule;
+    double seconds = 60;  ///< how long it is expected to run
+  };
+
+  struct Run {
+    std::int64_t ref = 0;
+    std::size_t action = 0;  ///< of those given
+    ReferenceTime start = 0;
+    ReferenceTime end = 0;
+    bool shutDown = false;
+    std::optional<std::size_t> waitsFor = {};  ///< the run that is expected to be under way then
+    bool isMet = false;                        ///< another run waits for it
+    bool overlaps() const { return waitsFor.has_value() || isMet; }
+  };
+  struct Bar {
+    std::size_t run = 0;      ///< of `runs`; of a band its first
+    std::size_t count = 1;    ///< runs of a band
+    double from = 0, to = 0;  ///< parts of the day on the clock, 0 to 1
+    int lane = 0;             ///< from 0; `kMostLanes` - 1 holds what has no lane of its own
+  };
+  /// Where the clocks change: the time on the clock that is skipped or comes twice.
+  struct ClockChange {
+    bool forward = false;  ///< skipped
+    double from = 0, to = 0;
+  };
+  struct Day {
+    ReferenceTime start = 0;  ///< its first instant
+    int lanes = 1;
+    std::vector<Bar> bars = {};  ///< by their begin
+    std::optional<ClockChange> change = {};
+  };
+
+  WeekTimeline(const ZAN_DateUtils& calendar, ReferenceTime now, std::vector<Action> actions);
+
+  const std::vector<Day>& days() const { return mDays; }
+  const std::vector<Run>& runs() const { return mRuns; }  ///< by their begin
+  const Action& actionOf(const Run& run) const { return mActions[run.action]; }
+  /// Not all runs of the week are here.
+  bool isCut() const { return mIsCut; }
+  std::size_t overlapping() const;
+  /// Now as a part of today's clock.
+  double nowInDay() const { return mNowInDay; }
+
+ private:
+  void findRuns(ReferenceTime end);
+  void findOverlaps();
+  void makeDays();
+  void addBar(Day& day, ReferenceTime dayEnd, std::size_t run);
+  void foldIntoBands(Day& day) const;
+  static void setLanes(Day& day);
+  std::optional<ClockChange> changeBetween(ReferenceTime start, ReferenceTime end) const;
+  double partOfDay(ReferenceTime date) const;
+
+  ZAN_DateUtils mCalendar;
+  ReferenceTime mNow;
+  std::vector<Action> mActions;
+  std::vector<Run> mRuns;
+  std::vector<Day> mDays;
+  double mNowInDay = 0;
+  bool mIsCut = false;
+};
 
 /// The coming week of the actions that a list shows, with its words. Thread: main.
 class WeekModel {

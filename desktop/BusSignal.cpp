@@ -1,3 +1,0 @@
-#include "desktop/BusSignal.h"
-
-#include "moc_BusSignal.cpp"

@@ -1,0 +1,62 @@
+#include "ui/LaunchByHand.h"
+
+#include <utility>
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "actions/ActionTree.h"
+#include "core/record/SchedulerCommands.h"
+#include "core/work/ActionQueue.h"
+#include "ui/UserInterfaceSources.h"
+
+namespace corvana {
+
+namespace {
+
+std::vector<std::int64_t> actionsOf(const UserInterfaceSources& sources, std::int64_t ref) {
+  ProgrammedAction* node = sources.tree.rootItem().actionOrGroupForReference(ref);
+  if (node == nullptr || !node->isGroup()) return {ref};
+  ProgrammedAction::Nodes nodes;
+  node->getListOfAllProgrammedActions(nodes);
+  std::vector<std::int64_t> refs;
+  for (const ProgrammedAction* one : nodes) refs.push_back(one->getReference());
+  return refs;
+}
+
+}  // namespace
+
+std::string titleOf(const UserInterfaceSources& sources, std::int64_t ref) {
+  const ProgrammedAction* node = sources.tree.rootItem().actionOrGroupForReference(ref);
+  return node == nullptr ? std::string() : node->getTitle();
+}
+
+std::string queueByHand(const UserInterfaceSources& sources, std::int64_t ref) {
+  const std::string title = titleOf(sources, ref);
+  if (sources.queue.contains(ref)) return sources.texts.text("WindowAlreadyQueued", {title});
+  const Outcome launched = sources.commands.launchAction(ref, false);
+  if (launched) return {};
+  switch (launched.error().kind) {
+    case ErrorKind::refused:
+      return sources.texts.text("WindowNotByHand", {title});
+    case ErrorKind::unavailable:
+      return sources.texts.text("WindowVolumesMissing", {title});
+    default:
+      return sources.texts.text("WindowActionGone");
+  }
+}
+
+std::string launchByHand(const UserInterfaceSources& sources,
+                         const std::vector<std::int64_t>& refs) {
+  std::string last;
+  int queued = 0;
+  for (const std::int64_t chosen : refs) {
+    for (const std::int64_t ref : actionsOf(sources, chosen)) {
+      last = queueByHand(sources, ref);
+      if (!last.empty()) continue;
+      ++queued;
+      last = sources.texts.text("WindowQueued", {titleOf(sources, ref)});
+    }
+  }
+  return queued > 1 ? sources.texts.text("WindowQueuedMany", {queued}) : last;
+}
+
+}  // namespace corvana

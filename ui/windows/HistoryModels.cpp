@@ -1,0 +1,224 @@
+#include "ui/windows/HistoryModels.h"
+
+#include <algorithm>
+#include <array>
+
+#include "actions/History.h"
+#include "core/record/Preferences.h"
+#include "ui/windows/WindowWords.h"
+
+namespace corvana {
+
+namespace {
+
+/// More lines than these nobody reads in a window.
+constexpr std::size_t kMostLines = 500;
+
+bool isFailure(const ZAN_Value& entry) {
+  const std::int64_t code = entry.integer("C");
+  return (code != LogCode::completed && code != LogCode::launched &&
+          code != LogCode::abortedByUser) ||
+         entry.integer("ActionErrors") != 0;
+}
+
+std::string lineOf(const ZAN_Value& error) {
+  if (error.isString()) return error.string();
+  for (const char* key : {"Text", "Path", "N", "P"})
+    if (error[key].isString()) return error.string(key);
+  return {};
+}
+
+constexpr double kSeconds = 7 * 86400.0;
+constexpr std::size_t kMost = 200;
+constexpr std::array<std::int64_t, 7> kFailures{
+    LogCode::volumeNotFound,    LogCode::unexpectedError,     LogCode::crashed,
+    LogCode::timeOut,           LogCode::completedWithErrors, LogCode::volumeGone,
+    LogCode::volumeNotAvailable};
+
+}  // namespace
+
+LatestActionsModel::LatestActionsModel(const UserInterfaceSources& sources) : m(sources) {
+  refresh();
+}
+
+void LatestActionsModel::refresh() {
+  // They may have come meanwhile.
+  if (mResults && !mResults->lists.contains("Header")) mResults.reset();
+  m.history.reloadProgrammedHistoryList();
+  mEntries = m.history.getProgrammedHistoryList();
+  filter();
+}
+
+void LatestActionsModel::setOnlyFailures(bool only) {
+  mOnlyFailures = only;
+  filter();
+}
+
+void LatestActionsModel::filter() {
+  mShown.clear();
+  for (std::size_t i = mEntries.size(); i-- > 1;)
+    if (!mOnlyFailures || isFailure(mEntries.at(i))) mShown.push_back(i);
+}
+
+std::vector<WindowTable::Column> LatestActionsModel::columns() const {
+  return {{.title = m.texts.text("ColumnStarted")},
+          {.title = m.texts.text("ColumnAction"), .isWide = true},
+          {.title = m.texts.text("ColumnDuration"), .isNumber = true},
+          {.title = m.texts.text("ColumnResult")},
+          {.title = m.texts.text("ColumnErrors"), .isNumber = true}};
+}
+
+std::string LatestActionsModel::text(std::size_t row, std::size_t column) const {
+  const ZAN_Value& one = entry(row);
+  const auto start = one["Date"].asDate();
+  switch (column) {
+    case 0:
+      return start ? m.strings.getShortTimeDate(*start) : std::string();
+    case 1:
+      return one.string("Title");
+    case 2: {
+      const auto end = one["EndDate"].asDate();
+      return start && end ? ZAN_StringUtils::getDuration(static_cast<std::int64_t>(*end - *start))
+                          : std::string();
+    }
+    case 3:
+      return resultInWords(one.integer("C"), m.texts);
+    default: {
+      const std::int64_t errors = one.integer("ActionErrors");
+      return errors == 0 ? std::string() : m.strings.getIntegerWithSeparators(errors);
+    }
+  }
+}
+
+WindowTable::Tone LatestActionsModel::tone(std::size_t row) const {
+  return isFailure(entry(row)) ? Tone::alert : Tone::plain;
+}
+
+std::int64_t LatestActionsModel::id(std::size_t row) const {
+  return static_cast<std::int64_t>(entry(row)["Date"].asDate().value_or(0) * 1000);
+}
+
+ZAN_Value LatestActionsModel::latestErrorsOf(const ZAN_Value& entry) const {
+  const std::int64_t ref = entry.integer("Ref");
+  const auto date = entry["Date"].asDate();
+  ActionResults& results = m.history.results();
+  const auto count = static_cast<std::int64_t>(results.latestErrorsCount());
+  for (std::int64_t i = 0; i < count; ++i) {
+    const ZAN_Value one = results.getLatestErrorsAtIndex(i);
+    if (one.integer("Ref") == ref && one["Date"].asDate() == date) return one["List"];
+  }
+  return {};
+}
+
+const ZAN_Value& LatestActionsModel::resultsOf(const ZAN_Value& entry) const {
+  const std::int64_t ref = entry.integer("Ref");
+  const ReferenceTime date = entry["Date"].asDate().value_or(0);
+  if (mResults && mResults->ref == ref && mResults->date == date) return mResults->lists;
+  mResults.emplace(Results{ref, date});
+  ActionResults& results = m.history.results();
+  if (const auto path = results.getActionResultsPathForRef(ref, date))
+    mResults->lists = results.readActionResults(*path);
+  if (mResults->lists.isNull())
+    mResults->lists = ZAN_Value::dictionary({{"Errors", latestErrorsOf(entry)}});
+  return mResults->lists;
+}
+
+std::string LatestActionsModel::listText(const std::string& title, const ZAN_Value& list) const {
+  std::string text = "\n\n" + title;
+  std::size_t lines = 0;
+  for (const ZAN_Value& one : list.elements()) {
+    if (++lines > kMostLines) {
+      text += '\n' + m.texts.text("LatestMoreErrors", {list.size() - kMostLines});
+      break;
+    }
+    if (const std::string line = lineOf(one); !line.empty()) text += '\n' + line;
+  }
+  return text;
+}
+
+std::string LatestActionsModel::details(std::size_t row) const {
+  const ZAN_Value& one = entry(row);
+  const auto start = one["Date"].asDate();
+  const std::string text = m.texts.text(
+      "LatestDetails", {one.string("Title"), start ? m.strings.getMediumDateTime(*start) : "",
+                        resultInWords(one.integer("C"), m.texts)});
+  if (!start) return text;
+  const ZAN_Value& results = resultsOf(one);
+  const auto list = [&](const std::string& title, const char* key) {
+    return results[key].empty() ? std::string() : listText(title, results[key]);
+  };
+  const auto count = [&](const char* key) { return results[key].size(); };
+  return text + list(m.texts.text("LatestErrors", {count("Errors")}), "Errors") +
+         list(m.texts.text("LatestExcluded", {count("Excluded")}), "Excluded") +
+         list(m.texts.text("LatestFiles", {count("Files")}), "Files");
+}
+
+std::string LatestActionsModel::launchAgain(std::size_t row) const {
+  return launchByHand(m, {entry(row).integer("Ref")});
+}
+
+std::string LatestActionsModel::summary() const {
+  if (mShown.empty()) return m.texts.text(mOnlyFailures ? "LatestNoFailures" : "LatestNone");
+  return m.texts.text("LatestCount", {mShown.size()});
+}
+
+ErrorSummaryModel::ErrorSummaryModel(const UserInterfaceSources& sources) : m(sources) {
+  refresh();
+}
+
+void ErrorSummaryModel::refresh() {
+  mFailures.clear();
+  const ZAN_Value list = m.history.log().readLogList();
+  const auto entries = list.elements();
+  const ReferenceTime oldest = m.platform.clock.now() - kSeconds;
+  for (std::size_t i = entries.size(); i-- > 0 && mFailures.size() < kMost;) {
+    const auto date = entries[i]["M"].asDate();
+    if (date && *date < oldest) break;
+    if (std::ranges::find(kFailures, entries[i].integer("C")) != kFailures.end())
+      mFailures.push_back(entries[i]);
+  }
+}
+
+std::vector<WindowTable::Column> ErrorSummaryModel::columns() const {
+  return {{.title = m.texts.text("ColumnWhen")},
+          {.title = m.texts.text("ColumnAction"), .isWide = true},
+          {.title = m.texts.text("ColumnResult")}};
+}
+
+std::string ErrorSummaryModel::text(std::size_t row, std::size_t column) const {
+  const ZAN_Value& one = mFailures[row];
+  const auto date = one["M"].asDate();
+  if (column == 0) return date ? m.strings.getShortTimeDate(*date) : std::string();
+  return column == 1 ? one.string("N") : resultInWords(one.integer("C"), m.texts);
+}
+
+std::int64_t ErrorSummaryModel::id(std::size_t row) const {
+  return static_cast<std::int64_t>(mFailures[row]["M"].asDate().value_or(0) * 1000);
+}
+
+std::string ErrorSummaryModel::details(std::size_t row) const {
+  const ZAN_Value& one = mFailures[row];
+  std::string text = resultInWords(one.integer("C"), m.texts);
+  for (const char* key : {"F", "P"})
+    if (one[key].isString() && !one.string(key).empty()) text += '\n' + one.string(key);
+  return text;
+}
+
+std::string ErrorSummaryModel::launchAgain(std::size_t row) const {
+  return launchByHand(m, {mFailures[row].integer("R")});
+}
+
+void ErrorSummaryModel::showLatestActions() const { m.commands.showLatestActions(); }
+
+bool ErrorSummaryModel::isShownOnErrors() const { return m.preferences.mShowErrorWindows != 0; }
+
+void ErrorSummaryModel::setShownOnErrors(bool shown) const {
+  m.commands.setPreference(std::string(PreferenceKey::showErrorWindows), shown ? 1 : 0);
+}
+
+std::string ErrorSummaryModel::summary() const {
+  return mFailures.empty() ? m.texts.text("ErrorsNone")
+                           : m.texts.text("ErrorsCount", {mFailures.size()});
+}
+
+}  // namespace corvana

@@ -1,0 +1,51 @@
+#include "ui/windows/WindowWords.h"
+
+#include "core/work/WhyNot.h"
+
+namespace corvana {
+
+std::string resultInWords(std::int64_t code, const ZAN_StringTable& texts) {
+  switch (code) {
+    case LogCode::launched:
+      return texts.text("ResultRunning");
+    case LogCode::completed:
+      return texts.text("ResultCompleted");
+    case LogCode::abortedByUser:
+      return texts.text("ResultStopped");
+    case LogCode::volumeNotFound:
+      return texts.text("ResultNotFound");
+    case LogCode::unexpectedError:
+      return texts.text("ResultFailed");
+    case LogCode::crashed:
+      return texts.text("ResultCrashed");
+    case LogCode::timeOut:
+      return texts.text("ResultTimeOut");
+    case LogCode::completedWithErrors:
+      return texts.text("ResultWithErrors");
+    case LogCode::volumeGone:
+      return texts.text("ResultVolumeGone");
+    case LogCode::volumeNotAvailable:
+      return texts.text("ResultNotAvailable");
+    default:
+      return {};
+  }
+}
+
+std::string reasonsText(const UserInterfaceSources& sources, std::int64_t ref) {
+  const ProgrammedAction* action = sources.tree.rootItem().actionForReference(ref);
+  if (action == nullptr) return {};
+  const WhyNot::Situation situation =
+      WhyNot::situationOf(sources.state, sources.supervisor, sources.queue, sources.platform.input);
+  const ActionsTools tools(sources.evaluation.calendar(), sources.platform.clock.now());
+  const WhyNot whyNot(tools, {sources.texts, sources.strings}, sources.volumes,
+                      [&](std::int64_t other) { return titleOf(sources, other); });
+  std::string text;
+  for (const WhyNot::Reason& reason : whyNot.reasons(*action, situation)) {
+    if (!text.empty()) text += '\n';
+    text += reason.text;
+    if (!reason.remedy.empty()) text += ' ' + reason.remedy;
+  }
+  return text;
+}
+
+}  // namespace corvana
