@@ -121,7 +121,6 @@ void MainScheduler::setUp() {
   mWork.contexts.setContextMode(
       m.preferences.prefForKey(PreferenceKey::currentContext).integerValue());
   m.state.mErrorInExecution = m.preferences.integer(PreferenceKey::errorInExecution, 0);
-  m.changes.note(Change::preferences);
   m.tree.rootItem();
   m.tree.repairReferencesIfDuplicates();
   mMachine.startupDisk.checkStartupDisk();

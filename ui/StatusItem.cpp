@@ -26,11 +26,12 @@ StatusItem::StatusItem(Records& records, const Work& work)
 bool StatusItem::exists() const { return mUserInterface.hasStatusItem(); }
 
 void StatusItem::createStatusItem() {
-  if (exists()) return;
+  if (exists() || mNobodySees) return;
   if (m.preferences.mShowIconMenuMode == kIconNever && !m.state.mMainAppLaunched &&
       m.state.mErrorInExecution == 0)
     return;
   mUserInterface.createStatusItem();
+  mNobodySees = !exists();
   mCurrent.reset();
   setMenuBarIcon(StatusIcon::disabled);
   showTexts();
@@ -83,7 +84,7 @@ ReferenceTime StatusItem::nextTurn() const {
   if (m.state.mMenuMustBeUpdatedTicks != 0 && exists()) return kAtOnce;
   if (m.state.mErrorInExecution != 0 || m.preferences.mShowIconMenuMode == kIconNever)
     return kNever;
-  if (isNeeded()) return exists() ? kNever : kAtOnce;
+  if (isNeeded()) return exists() || mNobodySees ? kNever : kAtOnce;
   return exists() ? m.state.mCanHideMenubarIcon.passing() : kNever;
 }
 

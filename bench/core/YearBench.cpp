@@ -39,7 +39,6 @@ void virtualTime(benchmark::State& state) {
   for (auto _ : state) {
     Scenario office("2024-01-01 12:00:00");
     addOffice(office);
-    office.saveSeldom();
     office.machine.volumes.hang("/");
     office.start(true);
     for (std::int64_t day = 0; day < state.range(0); ++day) office.runFor(86400);

@@ -25,7 +25,6 @@ bool anyKeyDown(const KeyMap& keys) {
 
 SchedulerTimer::SchedulerTimer(Records& records, SchedulerTick& tick, Controls& controls)
     : m(records), mTick(tick), mControls(controls) {
-  readPreferences();
   m.changes.listen([this](ChangeSet changes) {
     if (changes.has(Change::preferences)) readPreferences();
     arm();
@@ -36,6 +35,7 @@ SchedulerTimer::~SchedulerTimer() { stop(); }
 
 void SchedulerTimer::start() {
   if (mStart) return;
+  readPreferences();
   mStart = m.platform.clock.monotonic();
   mSeesPointer = m.platform.input.pointer().has_value();
   m.platform.clock.observe([this] { mTick.clockWasSet(); });

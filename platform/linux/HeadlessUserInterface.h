@@ -27,9 +27,9 @@ class HeadlessUserInterface final : public UserInterface {
   void deliverNotification(const std::string& title, const std::string& text,
                            const std::string& button) override;
 
-  void createStatusItem() override { mHasStatusItem = true; }
-  void removeStatusItem() override { mHasStatusItem = false; }
-  bool hasStatusItem() const override { return mHasStatusItem; }
+  void createStatusItem() override {}
+  void removeStatusItem() override {}
+  bool hasStatusItem() const override { return false; }
   void setStatusIcon(StatusIcon /*icon*/, int /*context*/) override {}
   void setStatusCountDown(int /*minutes*/, int /*context*/) override {}
   void setStatusTitle(const std::string& text) override;
@@ -67,7 +67,6 @@ class HeadlessUserInterface final : public UserInterface {
   std::function<void(const std::string&)> mLog;
   bool mWantsWindows;
   std::string mStatusTitle;
-  bool mHasStatusItem = false;
   bool mStrayFolders = false;
 };
 
