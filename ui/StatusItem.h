@@ -52,7 +52,7 @@ class StatusItem {
   const Work& mWork;
   UserInterface& mUserInterface;
   std::optional<std::pair<StatusIcon, int>> mCurrent;  ///< with its context
-  bool mNobodySees = false;  ///< there is no place for it
+  bool mNobodySees = false;                            ///< there is no place for it
   bool mShowsError = false;
   std::string mDrawnTitle;
   std::string mDrawnToolTip;

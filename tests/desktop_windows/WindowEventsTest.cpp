@@ -18,8 +18,8 @@
 #include <fstream>
 
 #include "desktop/AgentWindow.h"
-#include "desktop/Notifier.h"
 #include "desktop/DesktopLanguage.h"
+#include "desktop/Notifier.h"
 #include "desktop/ShortcutField.h"
 #include "desktop/TableView.h"
 #include "desktop/Texts.h"
