@@ -46,9 +46,11 @@ tidy() {
   files > "$scratch/now"
   comm -13 <(sort "$known") "$scratch/now" > "$scratch/due"
   [ -s "$scratch/due" ] || return 0
-  # A header is looked at by way of the source beside it; what was edited last comes first.
-  cut -d ' ' -f 2- "$scratch/due" | sed 's/\.h$/.cpp/' | sort -u |
-    { xargs -d '\n' ls -t 2> /dev/null || true; } > "$scratch/sources"
+  # A header is looked at by way of the source beside it; what was edited last comes first. What this build does not
+  # compile is left out.
+  sed -nE "s|.*\"file\": \"$PWD/(.*)\".*|\\1|p" "$build/compile_commands.json" > "$scratch/compiled"
+  cut -d ' ' -f 2- "$scratch/due" | sed 's/\.h$/.cpp/' | sort -u | { grep -Fxf "$scratch/compiled" || true; } |
+    { xargs -r -d '\n' ls -t 2> /dev/null || true; } > "$scratch/sources"
   touch "$scratch/clean"
   export -f look
   xargs -r -d '\n' -P "$(nproc)" -n 1 bash -c 'look "$@"' look \
