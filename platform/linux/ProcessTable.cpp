@@ -234,8 +234,8 @@ void ProgramWatch::timerRang() {
 }
 
 void ProgramWatch::setTimer(double first, double then) {
-  const itimerspec spec{timespecOf(then), timespecOf(first)};
-  timerfd_settime(mTimer.get(), 0, &spec, nullptr);
+  const itimerspec when{timespecOf(then), timespecOf(first)};
+  timerfd_settime(mTimer.get(), 0, &when, nullptr);
 }
 
 }  // namespace corvana
