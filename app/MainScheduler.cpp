@@ -33,8 +33,10 @@ MainScheduler::MainScheduler(const Platform& platform)
     : mRecords(platform),
       mWork(mRecords),
       mMachine(mRecords, mWork),
-      mMail({mRecords.platform.clock, mRecords.platform.runLoop, mRecords.platform.machine,
-             mRecords.platform.processes, mRecords.platform.systemLog, mRecords.platform.network}),
+      mMailSender({mRecords.platform.clock, mRecords.platform.runLoop, mRecords.platform.machine,
+                   mRecords.platform.processes, mRecords.platform.systemLog,
+                   mRecords.platform.network}),
+      mMail(mRecords, mMailSender),
       mEmailReport(mRecords, mMail),
       mNotExecutedNotice(mRecords, mWork.evaluation, mMail),
       mInstanceCheck(mRecords),
@@ -227,7 +229,7 @@ void MainScheduler::executeRequestedActions() {
 
 void MainScheduler::endWhenAllIsDone() {
   // A mail under way is sent first.
-  if (mMail.isSending() || std::exchange(mShutsDown, true)) return;
+  if (mMailSender.isSending() || std::exchange(mShutsDown, true)) return;
   mWork.queue.saveActionsQueue();
   mRecords.platform.runLoop.performAfter(0.05, [this] { shutDownMachine(); });
 }
@@ -285,7 +287,7 @@ void MainScheduler::terminateBySelf() {
 }
 
 void MainScheduler::relaunchScheduler() {
-  if (mMail.isSending()) {
+  if (mMailSender.isSending()) {
     mRecords.platform.runLoop.performAfter(1.0, [this] { relaunchScheduler(); });
     return;
   }

@@ -16,6 +16,7 @@
 #include "core/work/Work.h"
 #include "mail/report/EmailReport.h"
 #include "mail/report/NotExecutedNotice.h"
+#include "mail/report/OutgoingMail.h"
 #include "mail/smtp/MailSender.h"
 #include "remote/RemoteControl.h"
 #include "ui/FloatingIcon.h"
@@ -83,7 +84,8 @@ class MainScheduler {
   Records mRecords;
   Work mWork;
   MachineDuties mMachine;
-  MailSender mMail;
+  MailSender mMailSender;
+  OutgoingMail mMail;
   EmailReport mEmailReport;
   NotExecutedNotice mNotExecutedNotice;
   InstanceCheck mInstanceCheck;

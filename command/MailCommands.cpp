@@ -8,6 +8,7 @@
 #include "command/CommandHome.h"
 #include "mail/report/ReportComposer.h"
 #include "mail/smtp/EmailAddress.h"
+#include "mail/smtp/MailMessage.h"
 #include "mail/smtp/SMTPConnector.h"
 #include "mail/smtp/StoredMailSettings.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
@@ -165,7 +166,7 @@ std::optional<ReferenceTime> dayFrom(std::string_view text, const ZAN_DateUtils&
 Answer preview(CommandHome& home) {
   const auto report = Maker(home).compose();
   if (!report) return report.error();
-  const std::string by = report->goesOverSmtp() ? report->mail.server : "/usr/sbin/sendmail";
+  const std::string by = report->mail.goesOverSmtp() ? report->mail.server : "/usr/sbin/sendmail";
   const ZAN_Value value = ZAN_Value::dictionary({{"by", by},
                                                  {"from", report->mail.sender},
                                                  {"to", report->mail.recipients},
@@ -183,8 +184,8 @@ Answer sendReport(CommandHome& home, const Console& console, bool json) {
   const auto report = maker.compose();
   if (!report) return report.error();
   Answer answer;
-  if (report->goesOverSmtp()) {
-    answer = mailed(report->mail, report->subject, report->message, console, json);
+  if (report->mail.goesOverSmtp()) {
+    answer = mailed(report->mail, report->subject, htmlEscaped(report->message), console, json);
   } else if (const Outcome sent = sendBySendmail(*report, home); !sent) {
     answer = sent.error();
   }

@@ -56,6 +56,8 @@ class SchedulerLog {
   /// The usual short form {"N": text, "C": code}, without "N" for an empty text.
   void addSchedulerLog(int code, std::string_view text = {});
 
+  /// A failure outside of the actions: what could not be done is in the log already.
+  void showErrorState(int code) { setErrorState(code); }
   /// The user has seen the errors: the error state goes.
   void clearErrorState();
 

@@ -1,6 +1,7 @@
 #include "mail/report/EmailReport.h"
 
 #include "core/record/Records.h"
+#include "mail/report/OutgoingMail.h"
 #include "platform/Clock.h"
 #include "platform/RunLoop.h"
 
@@ -13,7 +14,7 @@ constexpr const char* kLastDate = "DateOfLastReportSentByEmail";
 
 }  // namespace
 
-EmailReport::EmailReport(Records& records, MailSender& mail)
+EmailReport::EmailReport(Records& records, OutgoingMail& mail)
     : m(records), mMail(mail), mComposer({m.store, m.history, m.texts, m.strings}) {}
 
 void EmailReport::start() {
@@ -36,24 +37,8 @@ void EmailReport::sendEmailReport(bool askedFor) {
   const auto report = mComposer.compose(last, now);
   if (!report) return;
   m.messages.sendUserNotification(m.texts.text("ReportSent", {report->mail.recipients}));
-  send(*report);
-}
-
-void EmailReport::send(const ComposedReport& report) {
-  if (report.goesOverSmtp()) {
-    const Outcome begun = mMail.send(report.mail, report.subject, report.message, {});
-    sayFailure(begun);
-    if (!begun) return;
-  } else {
-    mMail.sendEmailWithMessage(report.message, report.subject, report.mail.recipients,
-                               [this](const Outcome& outcome) { sayFailure(outcome); });
-  }
-  mComposer.keep(report, m.platform.clock.now());
-}
-
-void EmailReport::sayFailure(const Outcome& outcome) {
-  if (outcome) return;
-  m.messages.displayStandardMessage(m.texts.text("ReportEmailError"), LogCode::message);
+  if (mMail.send(report->mail, {report->subject, report->message, now}))
+    mComposer.keep(*report, now);
 }
 
 }  // namespace corvana

@@ -4,13 +4,14 @@
 
 namespace corvana {
 
+class OutgoingMail;
 struct Records;
 
 /// Mails the daily report: by itself once a launch, at most one a day, and whenever it is asked
 /// for. Thread: main.
 class EmailReport {
  public:
-  EmailReport(Records& records, MailSender& mail);
+  EmailReport(Records& records, OutgoingMail& mail);
 
   /// The automatic report comes 300 s from now.
   void start();
@@ -22,11 +23,8 @@ class EmailReport {
   void sendEmailReport(bool askedFor);
 
  private:
-  void send(const ComposedReport& report);
-  void sayFailure(const Outcome& outcome);
-
   Records& m;
-  MailSender& mMail;
+  OutgoingMail& mMail;
   ReportComposer mComposer;
 };
 

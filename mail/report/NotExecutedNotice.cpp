@@ -5,7 +5,7 @@
 
 #include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
-#include "mail/smtp/MailSender.h"
+#include "mail/report/OutgoingMail.h"
 #include "mail/smtp/StoredMailSettings.h"
 #include "platform/Clock.h"
 
@@ -37,15 +37,7 @@ void NotExecutedNotice::actionNotExecutedSince(const ZAN_Value& settings) {
 void NotExecutedNotice::sendByMail(const std::string& text) {
   const MailSettings mail = storedMailSettings(m.store.settings());
   if (mail.recipients.empty()) return;
-  const std::string& subject = m.texts.text("ActionNotExecutedSinceTitle");
-  const auto sayFailure = [this](const Outcome& outcome) {
-    if (!outcome)
-      m.messages.displayStandardMessage(m.texts.text("ReportEmailError"), LogCode::message);
-  };
-  if (!mail.sender.empty() && !mail.server.empty())
-    sayFailure(mMail.send(mail, subject, text, {}));
-  else
-    mMail.sendEmailWithMessage(text, subject, mail.recipients, sayFailure);
+  (void)mMail.send(mail, {m.texts.text("ActionNotExecutedSinceTitle"), text});
 }
 
 }  // namespace corvana

@@ -4,7 +4,7 @@
 
 namespace corvana {
 
-class MailSender;
+class OutgoingMail;
 class TriggerEvaluation;
 class ZAN_Value;
 struct Records;
@@ -12,7 +12,7 @@ struct Records;
 /// Says by message, by e-mail or both that an action was not executed for many days. Thread: main.
 class NotExecutedNotice {
  public:
-  NotExecutedNotice(Records& records, TriggerEvaluation& evaluation, MailSender& mail)
+  NotExecutedNotice(Records& records, TriggerEvaluation& evaluation, OutgoingMail& mail)
       : m(records), mEvaluation(evaluation), mMail(mail) {}
 
   /// Whether the evaluation has found such an action.
@@ -26,7 +26,7 @@ class NotExecutedNotice {
 
   Records& m;
   TriggerEvaluation& mEvaluation;
-  MailSender& mMail;
+  OutgoingMail& mMail;
 };
 
 }  // namespace corvana

@@ -41,7 +41,7 @@ std::uint64_t percentOf(std::uint64_t part, std::uint64_t whole) {
 }  // namespace
 
 std::string ComposedReport::record() const {
-  if (!goesOverSmtp()) {
+  if (!mail.goesOverSmtp()) {
     return joined("Subject: %@\nTo: %@\n- - - - - - -\n\n%@", {subject, mail.recipients, message});
   }
   return joined(

@@ -23,8 +23,6 @@ struct ComposedReport {
   std::string subject;
   std::string message;
 
-  /// Over SMTP; else by the system's mail program.
-  bool goesOverSmtp() const { return !mail.sender.empty() && !mail.server.empty(); }
   /// What is kept of it: how it was sent, without the password, and the message.
   std::string record() const;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "mail/smtp/SMTPTexts.h"
 
 namespace corvana {
@@ -95,7 +96,59 @@ bool isBracketed(std::string_view text) {
   return isByteNumber(text) || isTagged(text);
 }
 
+/// At the commas that stand neither in quotes nor in angle brackets.
+std::vector<std::string_view> piecesOfList(std::string_view text) {
+  std::vector<std::string_view> pieces;
+  bool isQuoted = false, isBracketed = false;
+  std::size_t begin = 0;
+  for (std::size_t i = 0; i <= text.size(); ++i) {
+    if (i == text.size() || (text[i] == ',' && !isQuoted && !isBracketed)) {
+      pieces.push_back(trimmed(text.substr(begin, i - begin)));
+      begin = i + 1;
+    } else if (text[i] == '\\' && isQuoted) {
+      ++i;
+    } else if (text[i] == '"') {
+      isQuoted = !isQuoted;
+    } else if (!isQuoted && (text[i] == '<' || text[i] == '>')) {
+      isBracketed = text[i] == '<';
+    }
+  }
+  return pieces;
+}
+
+/// Without the quotes around it and the backslashes in them.
+std::string withoutQuotes(std::string_view text) {
+  if (text.size() < 2 || text.front() != '"' || text.back() != '"') return std::string(text);
+  std::string name;
+  for (std::size_t i = 1; i + 1 < text.size(); ++i) {
+    if (text[i] == '\\' && i + 2 < text.size()) ++i;
+    name += text[i];
+  }
+  return name;
+}
+
 }  // namespace
+
+Result<std::vector<EmailAddress>> EmailAddress::list(std::string_view text) {
+  std::vector<EmailAddress> addresses;
+  for (const std::string_view piece : piecesOfList(text)) {
+    const std::size_t open = piece.ends_with('>') ? piece.rfind('<') : std::string_view::npos;
+    std::string_view email = piece, name;
+    if (open != std::string_view::npos) {
+      email = trimmed(piece.substr(open + 1, piece.size() - open - 2));
+      name = trimmed(piece.substr(0, open));
+    }
+    if (!validateEmail(lowercase(email))) {
+      return Error{ErrorKind::refused, piece.empty()
+                                           ? std::string("an e-mail address is missing")
+                                           : inOneLine(piece) + ": not an e-mail address"};
+    }
+    EmailAddress address{std::string(email), std::nullopt};
+    if (!name.empty()) address.description = inOneLine(withoutQuotes(name));
+    addresses.push_back(std::move(address));
+  }
+  return addresses;
+}
 
 bool EmailAddress::validateEmail(std::string_view text) {
   const bool isQuoted = text.starts_with('"');

@@ -3,6 +3,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
 
 namespace corvana {
 
@@ -19,6 +22,11 @@ struct EmailAddress {
   /// Reads "address" or "Name <address>"; nothing when there is no valid address. Of a name the
   /// last character, which stands before "<", is dropped whatever it is: it should be a blank.
   static std::optional<EmailAddress> splitAddress(std::string_view text);
+
+  /// Reads addresses with commas between them as mail programs write them: "address", "Name
+  /// <address>" or "\"Name, with anything\" <address>". Names and addresses stay as written. An
+  /// error names what is no address; a list without any is one.
+  static Result<std::vector<EmailAddress>> list(std::string_view text);
 };
 
 }  // namespace corvana

@@ -1,11 +1,15 @@
 #include "mail/smtp/MailSender.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <memory>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_Utf8.h"
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "mail/smtp/MailMessage.h"
 #include "mail/smtp/SMTPConnector.h"
 #include "mail/smtp/SMTPTexts.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
@@ -18,16 +22,20 @@ namespace corvana {
 namespace {
 
 constexpr const char* kSendmail = "/usr/sbin/sendmail";
+constexpr const char* kSecretTool = "/usr/bin/secret-tool";
 constexpr double kPollSeconds = 0.1;
+/// Whoever has to unlock the keyring first needs a while.
+constexpr double kKeyringSeconds = 60;
+constexpr std::uint64_t kLongestPassword = 4096;
 
 /// A running mail program, kept by its own timer until it has ended.
-struct Delivery {
+struct MailProgram {
   RunLoop& runLoop;
   std::unique_ptr<ChildProcess> child;
   MailSender::Done done;
   std::shared_ptr<void> session;
 
-  static void poll(std::shared_ptr<Delivery> delivery) {
+  static void poll(std::shared_ptr<MailProgram> delivery) {
     if (delivery->child->isRunning()) {
       RunLoop& runLoop = delivery->runLoop;
       runLoop.performAfter(kPollSeconds, [delivery] { poll(delivery); });
@@ -61,6 +69,81 @@ Outcome delivered(const ZAN_SMTPClient& client, const SMTPSurroundings& surround
   }
 }
 
+bool goesAsItIs(const std::string& text) {
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; }) &&
+         ("\n" + text + "\n").find("\n.\n") == std::string::npos;
+}
+
+std::string textForSendmail(const std::string& message, const std::string& subject,
+                            const std::string& recipient) {
+  std::string text = inOneLine("To: " + recipient) + "\n";
+  if (goesAsItIs(message) && goesAsItIs(subject))
+    return text + inOneLine("Subject: " + subject) + "\n\n" + message + "\n.\n";
+  text += MailMessage::header("Subject", MailMessage::headerText(subject), "\n") +
+          "MIME-Version: 1.0\nContent-Type: text/plain; charset=UTF-8\n"
+          "Content-Transfer-Encoding: base64\n\n";
+  return text + MailMessage::base64Lines(message + "\n", "\n") + ".\n";
+}
+
+/// The first line of a file that nobody else may read.
+Result<std::string> passwordFrom(const std::string& path) {
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0)
+    return Error{ErrorKind::absent, path + ": the file with the password is not there"};
+  if ((status.st_mode & 0077U) != 0) {
+    return Error{ErrorKind::refused,
+                 path + ": others may read the password; chmod 600 keeps them from it"};
+  }
+  auto file = ZAN_FilesUtils::readFile(path, kLongestPassword);
+  if (!file) return file.error();
+  return file->bytes.substr(0, file->bytes.find_first_of("\r\n"));
+}
+
+Result<std::string> passwordOf(const MailSettings& settings, Processes& processes) {
+  if (settings.username.empty() || settings.authMethod == 0) return std::string();
+  if (!settings.passwordFile.empty()) return passwordFrom(settings.passwordFile);
+  if (!settings.passwordIsInKeyring) return settings.password;
+  auto found = processes.runTool(MailSender::keyringWords("lookup", settings), kKeyringSeconds);
+  if (!found) {
+    return Error{ErrorKind::unavailable,
+                 "the password of " + settings.username +
+                     " cannot be read from the keyring: " + found.error().text};
+  }
+  return found->substr(0, found->find('\n'));
+}
+
+/// The same for a finished message.
+Delivery deliveredMail(const MailSettings& settings, const FinishedMail& mail,
+                       MailSender::Steps steps, std::shared_ptr<const SMTPClientDelegate> delegate,
+                       const SMTPSurroundings& surroundings, Processes& processes) {
+  Delivery delivery;
+  if (settings.server.empty() || mail.sender.empty() || mail.recipients.empty()) {
+    delivery.reason = settings.server + ": no server, no sender or no recipient";
+    return delivery;
+  }
+  const auto secret = passwordOf(settings, processes);
+  if (!secret) {
+    delivery.reason = secret.error().text;
+    return delivery;
+  }
+  const auto client =
+      ZAN_SMTPClient::clientWithServerAddress(settings.server, settings.ports, settings.tlsMode,
+                                              settings.username, *secret, settings.authMethod);
+  client->setDelegate(std::move(delegate));
+  SMTPMessage message{true, mail.message, {}, {mail.sender, {}}, {}};
+  for (const std::string& recipient : mail.recipients) message.to.push_back({recipient, {}});
+  SMTPConnector connector(client, surroundings, std::move(message));
+  connector.onBodyBegins = std::move(steps.bodyBegins);
+  if (steps.taken) connector.onTaken = [&] { steps.taken(connector.refusals()); };
+  connector.start();
+  delivery.isTaken = connector.success();
+  delivery.isDoubtful = connector.isDoubtful();
+  delivery.wasAnswered = connector.wasGreeted();
+  delivery.refusals = connector.refusals();
+  if (const Outcome outcome = connector.outcome(); !outcome) delivery.reason = outcome.error().text;
+  return delivery;
+}
+
 }  // namespace
 
 MailSender::MailSender(const Surroundings& surroundings)
@@ -84,11 +167,7 @@ Outcome MailSender::send(const MailSettings& settings, const std::string& subjec
   // Everything that the thread touches is its own or outlives the loop that joins it.
   RunLoop& loop = m.runLoop;
   SystemLog& log = m.systemLog;
-  const SMTPSurroundings surroundings{m.network, m.clock, m.machine.hostName(),
-                                      m.machine.systemVersion(),
-                                      [&loop, &log](const std::string& line) {
-                                        loop.performOnMain([&log, line] { log.write(line); });
-                                      }};
+  const SMTPSurroundings surroundings = surroundingsOfSession();
   m.runLoop.detachThread(
       "smtp",
       [&loop, &log, client, surroundings, subject, body, sender = settings.sender,
@@ -105,11 +184,41 @@ Outcome MailSender::send(const MailSettings& settings, const std::string& subjec
   return {};
 }
 
+std::vector<std::string> MailSender::keyringWords(const std::string& verb,
+                                                  const MailSettings& settings) {
+  return {kSecretTool,     verb,   "application",    "corvana9", "server",
+          settings.server, "user", settings.username};
+}
+
+SMTPSurroundings MailSender::surroundingsOfSession() const {
+  RunLoop& loop = m.runLoop;
+  SystemLog& log = m.systemLog;
+  return {m.network, m.clock, m.machine.hostName(), m.machine.systemVersion(),
+          [&loop, &log](const std::string& line) {
+            loop.performOnMain([&log, line] { log.write(line); });
+          }};
+}
+
+void MailSender::deliver(const MailSettings& settings, const FinishedMail& mail, Steps steps,
+                         std::function<void(const Delivery&)> done,
+                         std::shared_ptr<const SMTPClientDelegate> delegate) {
+  RunLoop& loop = m.runLoop;
+  m.runLoop.detachThread(
+      "smtp",
+      [&loop, &processes = m.processes, settings, mail, steps = std::move(steps),
+       delegate = std::move(delegate), surroundings = surroundingsOfSession(),
+       done = std::move(done), session = mSessions, here = std::weak_ptr<void>(mHere)]() mutable {
+        const Delivery delivery = deliveredMail(settings, mail, std::move(steps),
+                                                std::move(delegate), surroundings, processes);
+        loop.performOnMain([delivery, done = std::move(done), here, session = std::move(session)] {
+          if (done && !here.expired()) done(delivery);
+        });
+      });
+}
+
 void MailSender::sendEmailWithMessage(const std::string& message, const std::string& subject,
                                       const std::string& recipient, Done done) {
-  const std::string text = inOneLine(asciiWithLoss("To: " + recipient)) + "\n" +
-                           inOneLine(asciiWithLoss("Subject: " + subject)) + "\n\n" +
-                           asciiWithLoss(ZAN_WebUtils::withLineEnds(message)) + "\n.\n";
+  const std::string text = textForSendmail(ZAN_WebUtils::withLineEnds(message), subject, recipient);
   const auto fail = [&](const Error& error) {
     if (done) m.runLoop.performOnMain([done = std::move(done), error] { done(error); });
   };
@@ -118,10 +227,10 @@ void MailSender::sendEmailWithMessage(const std::string& message, const std::str
     return fail({ErrorKind::refused, recipient + ": not an e-mail address"});
   auto child = m.processes.start({kSendmail, recipient}, true, {});
   if (!child) return fail(child.error());
-  auto delivery = std::make_shared<Delivery>(
-      Delivery{m.runLoop, std::move(child).value(), std::move(done), mSessions});
+  auto delivery = std::make_shared<MailProgram>(
+      MailProgram{m.runLoop, std::move(child).value(), std::move(done), mSessions});
   delivery->child->write(text);
-  m.runLoop.performAfter(kPollSeconds, [delivery] { Delivery::poll(delivery); });
+  m.runLoop.performAfter(kPollSeconds, [delivery] { MailProgram::poll(delivery); });
 }
 
 }  // namespace corvana

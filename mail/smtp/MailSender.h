@@ -6,6 +6,7 @@
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
+#include "mail/smtp/SMTPConnector.h"
 
 namespace corvana {
 
@@ -28,6 +29,30 @@ struct MailSettings {
   std::string recipients;  ///< several by comma
   std::int64_t crFormat =
       0;  ///< line ends of the body: 0 by system, 1 "\n" to "<br>", else the reverse
+  /// Set up by this program: mail is sent as finished messages, by the standards.
+  bool isStandard = false;
+  // Where the password is, if not above.
+  bool passwordIsInKeyring = false;  ///< under server and user name
+  std::string passwordFile;          ///< its first line; a file that only the user may read
+
+  /// Else by the system's mail program.
+  bool goesOverSmtp() const { return !sender.empty() && !server.empty(); }
+};
+
+/// A finished message and whom it goes to.
+struct FinishedMail {
+  std::string sender;
+  std::vector<std::string> recipients;
+  std::string message;  ///< see MailMessage
+};
+
+/// How it went.
+struct Delivery {
+  bool isTaken = false;      ///< by the server, for all recipients but the refused
+  bool isDoubtful = false;   ///< it may have been taken: the connection broke before the answer
+  bool wasAnswered = false;  ///< a mail server was reached, whatever it said
+  std::string reason;        ///< why not
+  std::vector<SMTPConnector::Refusal> refusals;
 };
 
 /// Sends mail without keeping the caller waiting. Thread: main.
@@ -55,9 +80,21 @@ class MailSender {
   virtual Outcome send(const MailSettings& settings, const std::string& subject,
                        const std::string& body, Done done);
 
+  /// What a delivery calls on its own thread: before the message goes out, which a failure
+  /// prevents, and as soon as it was taken, with the refused.
+  struct Steps {
+    std::function<Outcome()> bodyBegins;
+    std::function<void(const std::vector<SMTPConnector::Refusal>&)> taken;
+  };
+  /// Sends a finished message over SMTP, on a thread of its own. `done` gets the result on the main
+  /// thread. Observed by `delegate`, if there is one, on the session's.
+  virtual void deliver(const MailSettings& settings, const FinishedMail& mail, Steps steps,
+                       std::function<void(const Delivery&)> done,
+                       std::shared_ptr<const SMTPClientDelegate> delegate = {});
+
   /// Hands a message to the system's mail program, "/usr/sbin/sendmail", with the recipient as its
-  /// only argument. "<br>" becomes a line end; accents and the like are dropped,
-  /// what is like nothing in ASCII becomes "?". `done` (may be empty)
+  /// only argument. "<br>" becomes a line end. Plain ASCII goes as it is; anything else, and a line
+  /// that is a single dot, which would end the message, as MIME in UTF-8. `done` (may be empty)
   /// gets the error when the program is missing or does not end with 0.
   virtual void sendEmailWithMessage(const std::string& message, const std::string& subject,
                                     const std::string& recipient, Done done);
@@ -65,7 +102,13 @@ class MailSender {
   /// Whether a message is on its way, which the end of this process would cut off.
   bool isSending() const { return mSessions.use_count() > 1; }
 
+  /// The arguments of the program that keeps passwords, for what the verb does with the account's.
+  static std::vector<std::string> keyringWords(const std::string& verb,
+                                               const MailSettings& settings);
+
  private:
+  SMTPSurroundings surroundingsOfSession() const;
+
   const Surroundings m;
   std::shared_ptr<void> mSessions;  ///< held by each message on its way, too
   std::shared_ptr<void> mHere;      ///< held by nobody else: gone with this object

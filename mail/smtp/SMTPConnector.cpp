@@ -38,13 +38,14 @@ void SMTPConnector::start() {
     } catch (const std::exception& exception) {
       failure = exception.what();
       // A refusal, or what went on after the message was taken, is the better reason.
-      if (!mIsRefused) mLastReason = *failure;
+      if (!mIsRefused) mLastReason = named(*failure);
       log("SMTP Exception: " + *failure);
     }
     closeStream();
-    if (mSuccess) return;
+    // What a mail server has said to a finished message holds for all of its ports.
+    if (mSuccess || (isStandard() && mWasGreeted)) break;
   }
-  if (!failure) return;
+  if (!failure || mSuccess) return;
   const bool isHandshake = failure->find("TLS handshake") != std::string::npos;
   reportError({isHandshake ? SMTPError::kTlsHandshake : 0, *failure});
 }
@@ -78,6 +79,9 @@ void SMTPConnector::reset() {
   mAuthModes.clear();
   mCanStartTLS = false;
   mRcptToCount = 0;
+  mReplyLines.clear();
+  mRefusals.clear();
+  mPrompts = 0;
   reportStatus(mSmtpStatus);
 }
 
@@ -107,8 +111,12 @@ void SMTPConnector::handleEvent(StreamConnection::Event event) {
     case StreamConnection::Event::opened:
       mOpenTimeoutTimer.reset();
       mConnectionStatus = kOpen;
-      mDataTimeoutTimer = monotonic() + kDataTimeout;
       expectProgress();
+      if (isStandard()) {
+        if (tlsMode() == ZAN_SMTPClient::kTlsFromTheStart) startTLS();
+        break;
+      }
+      mDataTimeoutTimer = monotonic() + kDataTimeout;
       break;
     case StreamConnection::Event::secured:
       mIsSecured = true;

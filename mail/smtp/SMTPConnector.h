@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -58,6 +60,24 @@ class SMTPConnector {
   /// waited for any longer.
   void hangUpSoon();
 
+  // For a finished message.
+  /// An address that the server has refused, in its words.
+  struct Refusal {
+    std::string address;
+    std::string reason;
+    bool isForGood = false;  ///< 5xx: asking again would not help
+  };
+  /// Those of the session that ended last.
+  const std::vector<Refusal>& refusals() const { return mRefusals; }
+  /// Whether a server has greeted: it is one, whatever it said then.
+  bool wasGreeted() const { return mWasGreeted; }
+  /// Whether the end of the message was sent and never answered: it may have been taken.
+  bool isDoubtful() const { return mIsBodySent && !mSuccess; }
+  /// Called just before the message goes out, and at once when it was taken, on the thread of the
+  /// session. Without a yes to the first the message does not go out.
+  std::function<Outcome()> onBodyBegins;
+  std::function<void()> onTaken;
+
  private:
   static constexpr std::int64_t kClosed = 0;
   static constexpr std::int64_t kOpening = 1;
@@ -78,7 +98,9 @@ class SMTPConnector {
   void dataTimeout();
   void replyTimeout();
   void startTLS();
-  std::int64_t tlsMode() const { return mMustUseTls ? 2 : mClient->tlsMode(); }
+  std::int64_t tlsMode() const {
+    return mMustUseTls ? std::max<std::int64_t>(mClient->tlsMode(), 2) : mClient->tlsMode();
+  }
 
   // The dialogue
   void handleData();
@@ -92,6 +114,9 @@ class SMTPConnector {
   bool handleAuthentication(std::int64_t code, const Reply& message);
   void handleSender();
   void handleRecipient();
+  void nextRecipient(std::string_view command);
+  const EmailAddress& recipientAsked() const;
+  std::string named(const std::string& refusal) const;
   void handleAccepted(std::int64_t code);
   void handleFarewell();
   void ehlo();
@@ -101,6 +126,21 @@ class SMTPConnector {
   std::string hostName() const;
   bool hasCredentials() const;
   bool offers(std::string_view mechanism) const;
+
+  // The dialogue of a finished message
+  bool isStandard() const { return mMessage.isFinished; }
+  void handleStandardLine(std::string_view line);
+  void handleReply(std::int64_t code);
+  void handleGreetingReply(std::int64_t code);
+  void handleExtensions(std::int64_t code);
+  void handleStandardExtensions();
+  void logIn();
+  void handleLogIn(std::int64_t code);
+  void handleRecipientReply(std::int64_t code);
+  void handleDataReply(std::int64_t code);
+  void sendBody();
+  void giveUp(const std::string& reason);
+  std::string replyText() const;
 
   // Writing
   void writeLine(const std::string& line);
@@ -137,6 +177,11 @@ class SMTPConnector {
   bool mMustUseTls = false;
   bool mSuccess = false;
   std::size_t mReceived = 0;  ///< bytes in this session
+  std::vector<std::string> mReplyLines;
+  std::vector<Refusal> mRefusals;
+  std::size_t mPrompts = 0;  ///< of LOGIN, answered
+  bool mWasGreeted = false;
+  bool mIsBodySent = false;
   std::string mLastReason;
 
   // When each one-shot timer fires, in monotonic seconds.

@@ -37,6 +37,7 @@ void SMTPConnector::handleData() {
 }
 
 void SMTPConnector::handleLine(const std::string& line) {
+  if (isStandard()) return handleStandardLine(line);
   const SplitText reply = splitStringAtCharacterFromSet(line, " -");
   const std::int64_t code = integerValue(reply.first);
   if (code == 0) throw SMTPException("Couldn't parse line");
@@ -103,7 +104,7 @@ void SMTPConnector::handleRefusal(std::int64_t code, const Reply& message) {
 void SMTPConnector::noteRefusal(std::int64_t code, const std::string& text) {
   if (!mIsRefused) {
     mIsRefused = true;
-    mLastReason = std::to_string(code) + " " + text;
+    mLastReason = named(std::to_string(code) + " " + text);
     mReplyTimer = monotonic() + kRefusedTimeout;
   } else if (mLastReason.size() < kLongestLine) {
     mLastReason += "; " + text;
@@ -200,21 +201,33 @@ void SMTPConnector::mail() {
   setSmtpStatus(Status::mailFrom);
 }
 
+/// One address after the other: servers take it amiss when several are named in one breath.
 void SMTPConnector::handleSender() {
-  std::string lines;
-  for (const EmailAddress& recipient : mMessage.to) {
-    const bool isBare = recipient.email.find_first_of("<>") == std::string::npos;
-    lines += "RCPT TO: " + (isBare ? "<" + recipient.email + ">" : recipient.email) + "\r\n";
-    ++mRcptToCount;
-  }
-  writeData(lines);
+  mRcptToCount = static_cast<std::int64_t>(mMessage.to.size());
   setSmtpStatus(Status::rcptTo);
+  nextRecipient("RCPT TO: ");
 }
 
 void SMTPConnector::handleRecipient() {
-  if (--mRcptToCount != 0) return;
+  if (--mRcptToCount != 0) return nextRecipient("RCPT TO: ");
   writeLine("DATA");
   setSmtpStatus(Status::data);
+}
+
+const EmailAddress& SMTPConnector::recipientAsked() const {
+  return mMessage.to[mMessage.to.size() - static_cast<std::size_t>(mRcptToCount)];
+}
+
+void SMTPConnector::nextRecipient(std::string_view command) {
+  const std::string& email = recipientAsked().email;
+  const bool isBare = email.find_first_of("<>") == std::string::npos;
+  writeLine(std::string(command) + (isBare ? "<" + email + ">" : email));
+}
+
+/// With the address, where the server said it of one.
+std::string SMTPConnector::named(const std::string& refusal) const {
+  if (mSmtpStatus != Status::rcptTo || mRcptToCount <= 0) return refusal;
+  return recipientAsked().email + " was refused: " + refusal;
 }
 
 /// Nothing is left to say; some servers leave the hanging up to the client.

@@ -27,9 +27,23 @@ std::string inPieces(const std::string& text) {
   return pieces;
 }
 
+/// A dot at the beginning of a line is doubled: alone it would end the message.
+std::string dotted(std::string_view text) {
+  std::string block;
+  block.reserve(text.size() + 8);
+  while (!text.empty()) {
+    const std::size_t end = text.find(kLineEnd);
+    if (text.starts_with('.')) block += '.';
+    block.append(text.substr(0, end)).append(kLineEnd);
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + kLineEnd.size());
+  }
+  return block.append(".").append(kLineEnd);
+}
+
 }  // namespace
 
 std::string SMTPMessage::dataBlock() const {
+  if (isFinished) return dotted(message);
   std::string recipients;
   for (const EmailAddress& address : to) {
     if (!recipients.empty()) recipients += ", ";

@@ -1,8 +1,18 @@
 #include "mail/smtp/StoredMailSettings.h"
 
 #include "actions/SettingsFiles.h"
+#include "mail/smtp/ZAN_SMTPClient.h"
 
 namespace corvana {
+
+namespace {
+
+std::int64_t tlsModeOf(std::int64_t security) {
+  if (security == MailKey::kInClear) return 0;
+  return security == MailKey::kStartTls ? 2 : ZAN_SMTPClient::kTlsFromTheStart;
+}
+
+}  // namespace
 
 MailSettings storedMailSettings(SettingsFiles& files) {
   const ZAN_Value settings = files.mainAppSettings();
@@ -16,6 +26,11 @@ MailSettings storedMailSettings(SettingsFiles& files) {
   mail.authMethod = settings.integer("SendReportEmailSMTPServerAuthMethod");
   mail.tlsMode = settings.integer("SendReportEmailSMTPServerUseTLSCB") != 0 ? 2 : 0;
   mail.crFormat = settings.integer("SendReportEmailCRMode");
+  mail.isStandard = settings.integer(MailKey::standard) != 0;
+  if (!mail.isStandard) return mail;
+  mail.tlsMode = tlsModeOf(settings.integer(MailKey::security));
+  mail.passwordFile = settings.string(MailKey::passwordFile);
+  mail.passwordIsInKeyring = settings.integer(MailKey::passwordInKeyring) != 0;
   return mail;
 }
 

@@ -32,6 +32,9 @@ class ZAN_SMTPClient : public std::enable_shared_from_this<ZAN_SMTPClient> {
   struct Key {};
 
  public:
+  /// A `tlsMode` for finished messages: encrypted before anything is said.
+  static constexpr std::int64_t kTlsFromTheStart = 3;
+
   /// `ports`: one, or several by comma, with or without blanks; empty: 25, 465, 587. Blanks alone
   /// do not separate. `tlsMode`: 0 none, 1 when the server offers it, 2 required.
   /// `preferedAuthMethod`: 0 none, 1 LOGIN, 2 CRAM-MD5; with 0 the credentials are dropped.

@@ -5,6 +5,7 @@
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/History.h"
+#include "mail/report/OutgoingMail.h"
 #include "tests/core_work/WorkWorld.h"
 #include "tests/support/RecordingMail.h"
 
@@ -83,7 +84,8 @@ class EmailReportTest : public testing::Test, public test::WorkWorld {
   History& history = records.history;
   test::RecordingMail mail{{machine.clock, machine.runLoop, machine.machine, machine.processes,
                             machine.systemLog, machine.network}};
-  EmailReport report{records, mail};
+  OutgoingMail outgoing{records, mail};
+  EmailReport report{records, outgoing};
 };
 
 TEST_F(EmailReportTest, TellsWhatHappenedSinceTheLastOne) {
@@ -154,6 +156,28 @@ TEST_F(EmailReportTest, TellsWhatHappenedSinceTheLastOne) {
   EXPECT_EQ(lastDate(), date);
 }
 
+TEST_F(EmailReportTest, WhatArrivesAndWhatDoesNotIsKnown) {
+  writeReport(last, "“Photos <Summer & more>” <a href=\"http://example.org\">x</a>");
+  report.sendEmailReport(false);
+  ASSERT_EQ(mail.sent.size(), 1U);
+  EXPECT_THAT(mail.sent[0].body, HasSubstr("“Photos &lt;Summer &amp; more&gt;” &lt;a href=&quot;"));
+  EXPECT_THAT(kept(), HasSubstr("“Photos <Summer & more>”"));
+  const auto delivered = [&] { return preferences.prefForKey(OutgoingMail::kDelivered).asDate(); };
+  const ReferenceTime sent = now();
+  advance(60);
+  mail.sent[0].done(Error{ErrorKind::unavailable, "mail.example.com: eve@x.org was refused: 550"});
+  EXPECT_EQ(delivered(), std::nullopt);
+  const std::string said =
+      "The e-mail could not be sent: mail.example.com: eve@x.org was refused: 550";
+  EXPECT_THAT(notices(), testing::Contains(said));
+  EXPECT_EQ(preferences.prefForKey(OutgoingMail::kLastFailure).string("Text"), said);
+  EXPECT_EQ(actionLog.readLogList().elements().back().string("N"), said);
+  EXPECT_EQ(records.state.mErrorInExecution, LogCode::message);
+  mail.sent[0].done({});
+  EXPECT_EQ(delivered(), sent);
+  EXPECT_TRUE(preferences.prefForKey(OutgoingMail::kLastFailure).isNull());
+}
+
 TEST_F(EmailReportTest, TheFirstAutomaticOneOnlyMarksTheDay) {
   preferences.setPref("DateOfLastReportSentByEmail", {});
   writeReport(now(), "today");
@@ -195,7 +219,9 @@ TEST_F(EmailReportTest, WithoutAServerTheSystemsMailProgramSendsIt) {
   EXPECT_THAT(kept(), StartsWith("Subject: Corvana 9: report for anna since 1/1/24\n"
                                  "To: bob@example.com\n- - - - - - -\n\n"));
   advance(5);
-  EXPECT_THAT(notices(), testing::Contains("The e-mail could not be sent"));
+  EXPECT_THAT(notices(), testing::Contains("The e-mail could not be sent: /usr/sbin/sendmail: "
+                                           "ended with status 75"));
+  EXPECT_NE(records.state.mErrorInExecution, 0);
 
   set({{"SendReportEmailSMTPServer", "nowhere"}});
   (void)ZAN_FilesUtils::removeFile(store.texts().reportEmailFileNameForDate(now()));

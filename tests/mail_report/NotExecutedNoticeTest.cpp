@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "mail/report/OutgoingMail.h"
 #include "tests/core_work/WorkWorld.h"
 #include "tests/support/RecordingMail.h"
 
@@ -16,7 +17,8 @@ constexpr double kDay = 86400;
 struct NotExecutedNoticeTest : testing::Test, WorkWorld {
   RecordingMail mail{{machine.clock, machine.runLoop, machine.machine, machine.processes,
                       machine.systemLog, machine.network}};
-  NotExecutedNotice notice{records, evaluation, mail};
+  OutgoingMail outgoing{records, mail};
+  NotExecutedNotice notice{records, evaluation, outgoing};
 };
 
 TEST_F(NotExecutedNoticeTest, LongUnexecutedActionsAreToldOnceWhileTheUserIsThere) {
@@ -67,8 +69,10 @@ TEST_F(NotExecutedNoticeTest, LongUnexecutedActionsAreToldOnceWhileTheUserIsTher
   const auto sendmail = machine.processes.starts.back();
   EXPECT_THAT(sendmail->arguments, ElementsAre("/usr/sbin/sendmail", "anna@example.org"));
   EXPECT_EQ(sendmail->input,
-            "To: anna@example.org\nSubject: An action was not executed for a while\n\n"
-            "\"A8\" was not executed for 9 days\n.\n");
+            "To: anna@example.org\nSubject: An action was not executed for a while\n"
+            "MIME-Version: 1.0\nContent-Type: text/plain; charset=UTF-8\n"
+            "Content-Transfer-Encoding: base64\n\n"
+            "4oCcQTjigJ0gd2FzIG5vdCBleGVjdXRlZCBmb3IgOSBkYXlzCg==\n.\n");
   const std::size_t before = notices().size();
   advance(2);
   EXPECT_EQ(notices().size(), before);

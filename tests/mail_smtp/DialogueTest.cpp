@@ -85,6 +85,21 @@ const Negotiation kNegotiations[] = {
 INSTANTIATE_TEST_SUITE_P(All, NegotiationTest, testing::ValuesIn(kNegotiations),
                          [](const auto& info) { return std::string(info.param.name); });
 
+TEST(Dialogue, RecipientsAreNamedOneAfterTheOther) {
+  SMTPSession session;
+  session.to = "bob@example.com, carl@example.com";
+  PeerScript script = greeting();
+  script.hear("HELO annas-machine.local\r\n").line("250 hello").hear("\r\n").line("250 ok");
+  script.hear("<bob@example.com>\r\n").line("250 ok").hear("<carl@example.com>\r\n");
+  session.run(PeerScript(script).line("550 unknown").close());
+  EXPECT_THAT(session.sent(), EndsWith("RCPT TO: <carl@example.com>\r\n"));
+  EXPECT_THAT(session.reason, EndsWith("carl@example.com was refused: 550 unknown"));
+  PeerScript first = greeting();
+  first.hear("HELO").line("250 hello").hear("MAIL FROM").line("250 ok").hear("RCPT TO").close();
+  session.run(first);
+  EXPECT_THAT(session.sent(), EndsWith("RCPT TO: <bob@example.com>\r\n"));
+}
+
 TEST(Dialogue, APlainMessageToTwoIsSentAsItHasToBe) {
   SMTPSession session;
   session.observed = true;

@@ -84,7 +84,9 @@ std::vector<std::pair<std::string, std::string>> StatusModel::facts() const {
     facts.emplace_back(m.texts.text("StatusCaution"), m.texts.text("StartedOtherMachine"));
   if (m.state.mErrorInExecution != 0)
     facts.emplace_back(m.texts.text("StatusLastError"),
-                       resultInWords(m.state.mErrorInExecution, m.texts));
+                       m.state.mErrorInExecution == LogCode::message
+                           ? m.texts.text("StatusMailFailed")
+                           : resultInWords(m.state.mErrorInExecution, m.texts));
   return facts;
 }
 
