@@ -18,6 +18,7 @@ class QtUserInterface final : public UserInterface {
   /// Takes everything from the screen; what is asked for later is not shown.
   void end();
 
+  bool showsMessages() const override { return true; }
   void openMessageWindow(const MessageWindow& message) override;
   void closeMessageWindow() override;
   void paintNow() override;

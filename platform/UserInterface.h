@@ -58,6 +58,8 @@ class UserInterface {
  public:
   virtual ~UserInterface() = default;
 
+  /// Whether a message window comes onto a screen, where somebody may read it.
+  virtual bool showsMessages() const = 0;
   virtual void openMessageWindow(const MessageWindow& message) = 0;
   virtual void closeMessageWindow() = 0;
   /// Makes what was asked for visible now: for a message shown just before the main thread blocks.

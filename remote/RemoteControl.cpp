@@ -166,7 +166,7 @@ void RemoteControl::run(const RemoteCommand::Message& command) {
     return tellDropped(mDroppedMessages, "RemoteMessagesDropped", command.sender);
   const std::string from = m.texts.text("MessageFromDistantController", {command.sender});
   m.log.addSchedulerLog(LogCode::schedulerMessage, from);
-  m.messages.showMessage(command.text, from, kMessageSeconds, true);
+  m.messages.showMessage(command.text, from, kMessageSeconds, true, Messages::Origin::otherMachine);
 }
 
 }  // namespace corvana

@@ -29,7 +29,7 @@ constexpr double kMinute = 60.0;
 void LaunchStep::run() {
   if (mWork.announce.isOutOfDate()) mWork.announce.closeAnnounceWindow();
   const ReferenceTime now = m.platform.clock.now();
-  if (m.messages.hasPending() || !m.state.mPauseBeforeNextStep.isPassed(now)) return;
+  if (!m.state.mPauseBeforeNextStep.isPassed(now)) return;
   const bool requestsRemain = updateExecuteNowRequests();
   if (!mWelcomeMessageWasDisplayed) showWelcomeMessage();
   // Also where no welcome is given, or nothing would run and nobody would know why.
@@ -50,15 +50,13 @@ void LaunchStep::run() {
     return;
   }
   if (mWork.supervisor.isExecuting()) {
-    mWork.supervisor.supervise();
-    if (mWork.supervisor.isExecuting())
-      setStatusInformation(m.texts.text("ExecutingAction", {mRunningTitle}));
+    setStatusInformation(m.texts.text("ExecutingAction", {mRunningTitle}));
   } else if (mMustShutDownAfterCurrentAction) {
     mMustShutDownAfterCurrentAction = false;
     onShutDownWanted();
   } else if (mWork.queue.empty()) {
     setStatusInformation({});
-  } else if (!m.messages.isShown()) {
+  } else if (!isMessageToBeRead()) {
     launchHead();
   }
 }
@@ -99,7 +97,6 @@ void LaunchStep::showWelcomeMessage() {
     } else {
       m.messages.showMessage(m.texts.text("SchedulerLaunchedTitle"), text, seconds, true);
     }
-    m.state.holdBackUntil(m.platform.clock.now() + seconds);
     m.debugLog.logMessage("Scheduler show welcome message", false);
   }
 }
@@ -147,10 +144,14 @@ void LaunchStep::launchHead() {
 
 ReferenceTime LaunchStep::nextWork() const {
   if (mWork.announce.isOutOfDate()) return kAtOnce;
-  // A message that waits holds everything back until others have shown it.
-  if (m.messages.hasPending()) return kNever;
-  const ReferenceTime from = hasWork() ? headIsFarUntil() : nextIdleMinute();
+  const ReferenceTime read = isMessageToBeRead() ? m.messages.holdsLaunchingUntil() : kNever;
+  const ReferenceTime from = hasWork() ? headIsFarUntil() : std::min(nextIdleMinute(), read);
   return from == kNever ? kNever : std::max(m.state.mPauseBeforeNextStep.passing(), from);
+}
+
+/// A message is up, and there is still time to read it.
+bool LaunchStep::isMessageToBeRead() const {
+  return m.messages.holdsLaunchingUntil() > m.platform.clock.now();
 }
 
 /// Whether `run` would do anything once the hold-back is over, asked in its order.
@@ -163,9 +164,9 @@ bool LaunchStep::hasWork() const {
   if (requestsWait && !(m.state.mScheduleDisabled && executing)) return true;
   if (m.state.mScheduleDisabled && !requestsWait && !executing) return saysWhatIsOver();
   if (m.state.mPause) return mStatusInformation != m.texts.text("ActionPaused");
-  if (executing) return mWork.supervisor.needsSupervision() || mStatusInformation.empty();
+  if (executing) return mStatusInformation.empty();
   if (mMustShutDownAfterCurrentAction) return true;
-  return mWork.queue.empty() ? saysWhatIsOver() : !m.messages.isShown();
+  return mWork.queue.empty() ? saysWhatIsOver() : !isMessageToBeRead();
 }
 
 /// Nothing holds the scheduler up any more, and the line still says so. That a user is idle is said

@@ -11,8 +11,7 @@ struct MachineDuties;
 struct Records;
 struct Work;
 
-/// The step of the tick that starts the head of the queue when its date has come and looks after
-/// the execution that runs. Thread: main.
+/// The step of the tick that starts the head of the queue when its date has come. Thread: main.
 class LaunchStep {
  public:
   LaunchStep(Records& records, Work& work, MachineDuties& machine)
@@ -21,7 +20,7 @@ class LaunchStep {
   /// Everything asked for is done and the machine is to be shut down.
   std::function<void()> onShutDownWanted;
 
-  /// Waits while a message waits to be shown and until the hold-back is over.
+  /// Waits until the hold-back is over; the head also while a message is to be read first.
   void run();
 
   /// A welcome is not wanted, or was given.
@@ -40,6 +39,7 @@ class LaunchStep {
  private:
   bool isAllDone() const;
   bool hasWork() const;
+  bool isMessageToBeRead() const;
   bool saysWhatIsOver() const;
   ReferenceTime headIsFarUntil() const;
   ReferenceTime nextIdleMinute() const;

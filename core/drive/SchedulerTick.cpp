@@ -107,6 +107,8 @@ std::vector<TickRow> SchedulerTick::ownRows() {
          m.debugLog.logMessage("Scheduler display next pending message", false);
          m.messages.showNextPendingMessage();
        }},
+      {"execution", 1, [this] { return mWork.supervisor.nextSupervision(); },
+       [this](auto) { mWork.supervisor.supervise(); }},
       {"launch", 1, [this] { return mLaunchStep.nextWork(); }, [this](auto) { mLaunchStep.run(); },
        true},
       {"unmount", 1,

@@ -1,6 +1,7 @@
 #include "core/record/Messages.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
@@ -18,6 +19,11 @@ namespace corvana {
 namespace {
 
 constexpr double kShortestDisplay = 2.0;
+constexpr double kLongestDisplay = 3600.0;
+constexpr double kLongestHold = 60.0;
+constexpr double kLongestRow = 120.0;
+/// The next one comes at the tick after the last; a launch needs a longer gap.
+constexpr double kGapOfARow = 2.0;
 constexpr double kStandardDisplay = 5.0;
 constexpr std::size_t kNotificationsBeforeInsertion = 20;
 constexpr int kFirstSystemWithNotifications = 100800;
@@ -37,7 +43,9 @@ Messages::Messages(const Platform& platform, Changes& changes, DeadlineList& dea
       mLog(log),
       mFiles(files),
       mStrings(strings),
-      mEndOfMessage(deadlines) {
+      mEndOfMessage(deadlines),
+      mEndOfHold(deadlines),
+      mEndOfRow(-kGapOfARow - 1) {
   mLog.showStandardMessage = [this](const std::string& text, int logCode) {
     displayStandardMessage(text, logCode);
   };
@@ -93,8 +101,8 @@ void Messages::notificationWithMessage(const std::string& text, const std::strin
 }
 
 int Messages::showMessage(const std::string& title, const std::string& text, double seconds,
-                          bool closeButton) {
-  return show({title, text, seconds, closeButton}, false);
+                          bool closeButton, Origin origin) {
+  return show({title, text, seconds, closeButton}, false, origin);
 }
 
 void Messages::takeBack(int number) {
@@ -108,11 +116,14 @@ void Messages::takeBack(int number) {
 
 void Messages::showMessageImmediatly(const std::string& title, const std::string& text,
                                      double seconds, bool closeButton) {
-  show({title, text, seconds, closeButton}, true);
+  show({title, text, seconds, closeButton}, true, Origin::thisMachine);
 }
 
-int Messages::show(MessageWindow window, bool immediatly) {
-  Numbered message{++mLastNumber, std::move(window)};
+int Messages::show(MessageWindow window, bool immediatly, Origin origin) {
+  window.seconds = std::isnan(window.seconds)
+                       ? kShortestDisplay
+                       : std::clamp(window.seconds, kShortestDisplay, kLongestDisplay);
+  Numbered message{++mLastNumber, origin, std::move(window)};
   if (isShown()) {
     mPendingMessages.push_back(std::move(message));
   } else {
@@ -130,17 +141,32 @@ void Messages::showNextPendingMessage() {
 
 void Messages::openMessageWindow(Numbered message, bool immediatly) {
   closeMessageWindow();
-  MessageWindow& window = message.window;
-  window.seconds = std::max(kShortestDisplay, window.seconds);
   mShownNumber = message.number;
-  mEndOfMessage.set(mClock.now() + window.seconds);
-  mUserInterface.openMessageWindow(window);
+  mEndOfMessage.set(mClock.now() + message.window.seconds);
+  mUserInterface.openMessageWindow(message.window);
+  if (message.origin == Origin::thisMachine && mUserInterface.showsMessages())
+    holdLaunching(message.window.seconds);
   if (immediatly) mUserInterface.paintNow();
+}
+
+void Messages::holdLaunching(double seconds) {
+  const double monotonic = mClock.monotonic();
+  if (monotonic - mEndOfRow > kGapOfARow) mStartOfRow = monotonic;
+  const double leftOfRow = mStartOfRow + kLongestRow - monotonic;
+  const double held = std::min({seconds, kLongestHold, leftOfRow});
+  mEndOfRow = monotonic + held;
+  mEndOfHold.set(mClock.now() + held);
+}
+
+ReferenceTime Messages::holdsLaunchingUntil() const {
+  return mEndOfHold.isSet() ? mEndOfHold.passing() : kAtOnce;
 }
 
 void Messages::closeMessageWindow() {
   if (!isShown()) return;
   mEndOfMessage.clear();
+  mEndOfRow = std::min(mEndOfRow, mClock.monotonic());
+  mEndOfHold.clear();
   mUserInterface.closeMessageWindow();
 }
 

@@ -23,6 +23,9 @@ struct Platform;
 /// and the list of the last ones. Thread: main, except where said.
 class Messages {
  public:
+  /// Who has something to say.
+  enum class Origin { thisMachine, otherMachine };
+
   Messages(const Platform& platform, Changes& changes, DeadlineList& deadlines,
            Preferences& preferences, SchedulerLog& log, TextFiles& files,
            const ZAN_StringUtils& strings);
@@ -36,10 +39,10 @@ class Messages {
   /// the call. Thread: any.
   void sendUserNotification(const std::string& text, const std::string& button = {});
 
-  /// Opens a message window, or lets the message wait while one is up. At least 2 s. The number is
-  /// for `takeBack`.
+  /// Opens a message window, or lets the message wait while one is up. From 2 s to an hour; what is
+  /// no number counts as 2 s. The number is for `takeBack`.
   int showMessage(const std::string& title, const std::string& text, double seconds,
-                  bool closeButton);
+                  bool closeButton, Origin origin = Origin::thisMachine);
   /// Closes that message if it is up; it does not come if it waits. Nothing when it is over.
   void takeBack(int number);
   /// The same, and the window is painted before the call returns.
@@ -54,6 +57,10 @@ class Messages {
   /// When the time of the message window that is up is over.
   ReferenceTime endOfMessage() const { return isShown() ? mEndOfMessage.passing() : kNever; }
   bool hasPending() const { return !mPendingMessages.empty(); }
+  /// Until when nothing is launched, so that the message can be read first; kAtOnce: nothing is in
+  /// the way. One message holds launches back for 60 s at most, several in a row for two minutes;
+  /// one that nobody can see, or that came from another machine, not at all.
+  ReferenceTime holdsLaunchingUntil() const;
 
   /// Newest first, at most 21 texts "date - message".
   std::vector<std::string> lastNotifications() const;
@@ -62,10 +69,12 @@ class Messages {
   void remember(const std::string& text);
   struct Numbered {
     int number;
+    Origin origin;
     MessageWindow window;
   };
 
-  int show(MessageWindow window, bool immediatly);
+  int show(MessageWindow window, bool immediatly, Origin origin);
+  void holdLaunching(double seconds);
   void openMessageWindow(Numbered message, bool immediatly);
   void notificationWithMessage(const std::string& text, const std::string& button);
 
@@ -82,6 +91,11 @@ class Messages {
   int mLastNumber = 0;
   int mShownNumber = 0;    ///< of the message that is or was up last
   Deadline mEndOfMessage;  ///< 0 while no message window is up
+  Deadline mEndOfHold;     ///< 0 while the one that is up holds nothing back
+  /// Since when, in monotonic seconds, messages have held launches back without a gap, and until
+  /// when.
+  double mStartOfRow = 0;
+  double mEndOfRow = 0;
 };
 
 }  // namespace corvana

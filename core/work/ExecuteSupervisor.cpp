@@ -29,6 +29,8 @@ constexpr std::size_t kMaximumPaths = 500;
 /// So much output is gathered for one entry of the debug log.
 constexpr std::size_t kMostUnlogged = 1 << 14;
 constexpr double kRetryOfMissingProgram = 60.0;
+/// So long after its launch a child is looked at for the first time.
+constexpr double kSeenAfter = 1.0;
 constexpr double kRetryBesideOther = 5.0;
 /// No longer than the next step is held back after an execution.
 constexpr double kPatienceWithStopped = 2.0;
@@ -51,7 +53,11 @@ std::string iconOf(const std::string& path, FileTypes& types) {
 
 ExecuteSupervisor::ExecuteSupervisor(Records& records, ActionQueue& queue,
                                      TriggerEvaluation& evaluation, Announce& announce)
-    : m(records), mQueue(queue), mEvaluation(evaluation), mAnnounce(announce) {
+    : m(records),
+      mQueue(queue),
+      mEvaluation(evaluation),
+      mAnnounce(announce),
+      mSeenFrom(m.state.deadlines) {
   m.state.deadlines.whenMoved([this](double jump, ReferenceTime) {
     if (mStartOfCurrentAction != 0) mStartOfCurrentAction += jump;
   });
@@ -102,8 +108,9 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   m.state.mExecuting = true;
   m.state.mProcessStatus = 2;
   mLaunchTime = now;
+  mSeenFrom.set(now + kSeenAfter);
   mQueue.setHeadIsRunning(true);
-  m.state.holdBackUntil(now + 1.0);
+  m.state.holdBackUntil(now + kSeenAfter);
 
   m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", record.ref},
                                                {"N", title},
@@ -322,9 +329,10 @@ void ExecuteSupervisor::takeProgress(const ZAN_Value& report) {
   m.changes.note(Change::progress);
 }
 
-bool ExecuteSupervisor::needsSupervision() const {
-  return mProcessTask != nullptr &&
-         (m.state.mProcessStatus == 2 || !mUnloggedOutput.empty() || !mProcessTask->isRunning());
+ReferenceTime ExecuteSupervisor::nextSupervision() const {
+  if (!mProcessTask) return kNever;
+  if (m.state.mProcessStatus == 2) return mSeenFrom.passing();
+  return !mUnloggedOutput.empty() || !mProcessTask->isRunning() ? kAtOnce : kNever;
 }
 
 void ExecuteSupervisor::sendDataToProcess(std::string_view data) {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "core/record/Deadline.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ChildOutput.h"
 #include "core/work/ZAN_TaskWrapper.h"
@@ -40,8 +41,7 @@ class ExecuteSupervisor : private TaskController {
   /// once, with its cause, and the next step is held back for 60 s. While an execution runs that
   /// another agent or somebody by hand has started, the next step is held back for 5 s.
   LaunchResult launchNextAction();
-  /// To be called on each tick while an execution is held: sees the child start and end, answers a
-  /// crash.
+  /// To be called from `nextSupervision` on: sees the child start and end, answers a crash.
   void supervise();
   /// The bookkeeping at the end of an execution: releases the child, removes the head, holds the
   /// next step back for 2 s, tells the siblings and runs the evaluation. Harmless without an
@@ -68,8 +68,9 @@ class ExecuteSupervisor : private TaskController {
 
   /// Whether an execution is held, its child running or not yet cleared.
   bool isExecuting() const { return mProcessTask != nullptr; }
-  /// Whether `supervise` has something to do.
-  bool needsSupervision() const;
+  /// From when on `supervise` has something to do, if nothing else happens; kAtOnce, kNever. A
+  /// child is first looked at a second after its launch.
+  ReferenceTime nextSupervision() const;
   /// The last try to launch found an execution that was started elsewhere.
   bool waitsForOtherExecution() const { return mSaidOtherExecution && !mQueue.empty(); }
   ReferenceTime startOfCurrentAction() const { return mStartOfCurrentAction; }  ///< 0 when none
@@ -115,6 +116,7 @@ class ExecuteSupervisor : private TaskController {
   Announce& mAnnounce;
   std::unique_ptr<ZAN_TaskWrapper> mProcessTask;
   ReferenceTime mLaunchTime = 0;
+  Deadline mSeenFrom;
   ReferenceTime mStartOfCurrentAction = 0;
   int mRetryNb = 0;
   std::int64_t mCrashReference = 0;

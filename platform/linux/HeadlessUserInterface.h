@@ -18,6 +18,7 @@ class HeadlessUserInterface final : public UserInterface {
   HeadlessUserInterface(RunLoop& runLoop, std::function<void(const std::string&)> log,
                         bool wantsWindows = false);
 
+  bool showsMessages() const override { return false; }
   void openMessageWindow(const MessageWindow& message) override;
   void closeMessageWindow() override {}
   void paintNow() override {}

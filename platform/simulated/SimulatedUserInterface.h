@@ -80,6 +80,7 @@ class SimulatedUserInterface final : public UserInterface {
 
   explicit SimulatedUserInterface(RunLoop& runLoop) : mRunLoop(runLoop) {}
 
+  bool showsMessages() const override { return screen; }
   void openMessageWindow(const MessageWindow& shown) override;
   void closeMessageWindow() override { message.reset(); }
   void paintNow() override { ++paints; }
@@ -120,6 +121,7 @@ class SimulatedUserInterface final : public UserInterface {
   /// Answers the oldest question of that window that waits; false when there is none.
   bool answer(Window window, bool confirmed);
 
+  bool screen = true;                    ///< there is one
   std::optional<MessageWindow> message;  ///< the message window that is open
   std::vector<MessageWindow> messages;   ///< every one that was opened
   int paints = 0;

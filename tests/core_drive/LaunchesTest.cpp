@@ -56,6 +56,12 @@ TEST(Launches, WaitWhileSomethingIsInTheirWay) {
          message(day, 4);
        },
        3, [](Drive& day) { day.commands().messageClosedByUser(); }},
+      {"a message that stays", 60.25, [&](Drive& day) { message(day, 1e9); }, 59},
+      {"a message without a screen", 0.25,
+       [&](Drive& day) {
+         day.ui.screen = false;
+         message(day, 8);
+       }},
       {"waking", 25.25, [](Drive& day) { day.machine.power.didWake(); }, 24.5},
       {"falling asleep", 25.25, [](Drive& day) { day.machine.power.willSleep(); }, 24.5},
       {"a timer that stalled", 10.25, [](Drive& day) { jump(day, 15.5); }, 9.5},
@@ -221,6 +227,24 @@ TEST(Launches, AreHeldBackAfterTheStart) {
     EXPECT_EQ(day.launchedAfter(), one.launched);
     EXPECT_EQ(told, one.told);
   }
+}
+
+TEST(Launches, WhatRunsIsLookedAfterWhateverHoldsTheNextOneBack) {
+  Drive day;
+  for (const char* title : {"Mail", "Photos"}) day.scripts[title] = {.seconds = 20};
+  day.begin();
+  for (const int ref : {102, 101}) day.tell("LaunchAction", info("Ref", ref));
+  day.runFor(5);
+  for (int i = 0; i < 3; ++i) day.tell("Message", info("Seconds", 20));
+  day.commands().pauseExecution();
+  day.runFor(20);
+  EXPECT_FALSE(day.agent->supervisor().isExecuting());
+  EXPECT_EQ(day.agent->queue().actionsList().size(), 1U);
+  day.commands().continueExecution();
+  day.runFor(30);
+  EXPECT_EQ(day.executionsOf("Photos"), 0U);
+  day.runFor(20);
+  EXPECT_EQ(day.executionsOf("Photos"), 1U);
 }
 
 TEST(Launches, EndWithTheRunningOneWhenTheMachineIsToBeShutDown) {

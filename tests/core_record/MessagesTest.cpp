@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include "tests/core_record/RecordFixture.h"
 
 namespace corvana {
@@ -97,6 +99,51 @@ TEST_F(MessagesTest, NoticesOfTheDesktopReplaceTheWindowWhenWanted) {
   EXPECT_FALSE(p.userInterface.message);
   EXPECT_EQ(agent.messages.lastNotifications().size(), 2U);
   EXPECT_EQ(agent.lastLogEntry().string("N"), "old system");
+}
+
+/// Until when launches are held back, in seconds from now; -1: not at all.
+TEST_F(MessagesTest, HoldLaunchesBackForSoLongAsAReaderNeeds) {
+  RecordedAgent agent(p);
+  Messages& messages = agent.messages;
+  const auto held = [&] {
+    const double seconds = std::round(messages.holdsLaunchingUntil() - agent.now());
+    return seconds > 0 ? seconds : -1;
+  };
+  const auto show = [&](double seconds, double waits = 0) {
+    messages.closeMessageWindow();
+    p.clock.sleep(waits);
+    messages.showMessage("Look", "", seconds, true);
+    return held();
+  };
+  EXPECT_EQ(held(), -1);
+  EXPECT_EQ(show(10), 10);
+  messages.closeMessageWindow();
+  EXPECT_EQ(held(), -1) << "read and closed";
+  EXPECT_EQ(show(1e300, 10), 60);
+  EXPECT_EQ(p.userInterface.message->seconds, 3600);
+  for (const double odd : {-1e300, std::nan(""), 0.0}) {
+    EXPECT_EQ(show(odd, 10), 2) << odd;
+    EXPECT_EQ(p.userInterface.message->seconds, 2) << odd;
+  }
+
+  // One after the other, each for the time that it is up.
+  EXPECT_EQ(show(50, 10), 50);
+  p.clock.sleep(50);
+  EXPECT_EQ(show(50, 0.5), 50);
+  p.clock.sleep(50);
+  EXPECT_EQ(show(50, 0.5), 19) << "two minutes in a row";
+  p.clock.sleep(50);
+  EXPECT_EQ(show(50), 50) << "there was time for a launch";
+  messages.closeMessageWindow();
+
+  messages.showMessage("From elsewhere", "", 30, true, Messages::Origin::otherMachine);
+  EXPECT_EQ(held(), -1);
+  messages.showMessage("Waits", "", 30, true);
+  EXPECT_EQ(held(), -1) << "nobody sees it yet";
+  messages.showNextPendingMessage();
+  EXPECT_EQ(held(), 30);
+  p.userInterface.screen = false;
+  EXPECT_EQ(show(30, 10), -1) << "nobody ever sees it";
 }
 
 }  // namespace
