@@ -102,7 +102,8 @@ class ActionsTools {
   /// What makes the action run: "Every day at 8:00 AM", "Every 15 minutes", "When one of its
   /// volumes is mounted", "Only when it is launched".
   std::string getNextScheduleModeForSettings(const ZAN_Value& settings, const Texts& texts) const;
-  /// When it runs next: "Tomorrow at 8:00 AM", "At shutdown: today at 6:30 PM", "No date".
+  /// When it runs next, however far away: "Tomorrow at 8:00 AM", "At shutdown: today at 6:30 PM",
+  /// "No date".
   std::string getNextScheduleStringForSettings(const ZAN_Value& settings, const Texts& texts) const;
   /// Both in one line; without a date only what makes it run.
   std::string getNextScheduleSummaryForSettings(const ZAN_Value& settings,

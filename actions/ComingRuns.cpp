@@ -14,16 +14,13 @@ bool comesLater(const ComingRuns::Run& a, const ComingRuns::Run& b) {
 
 }  // namespace
 
-ComingRuns::ComingRuns(const ZAN_DateUtils& calendar, ReferenceTime now, ActionsTools::Log log)
-    : mCalendar(calendar), mNow(now), mLog(std::move(log)) {}
+ComingRuns::ComingRuns(const ZAN_DateUtils& calendar, ReferenceTime now,
+                       const Circumstances& circumstances, ActionsTools::Log log)
+    : mCalendar(calendar), mNow(now), mCircumstances(circumstances), mLog(std::move(log)) {}
 
-void ComingRuns::add(Schedule schedule) {
-  if (!schedule.listDamage.empty()) {
-    // Tells the damage once; without it the schedule goes on with its periodic dates.
-    ActionsTools(mCalendar, mNow, mLog).getNextScheduleProgrammed(schedule);
-    schedule.listDamage.clear();
-  }
-  mActions.push_back({std::move(schedule), mNow});
+void ComingRuns::add(Schedule schedule, ActionContext context) {
+  mActions.push_back(
+      {Forecast(mCalendar, std::move(schedule), mLog), mNow, mCircumstances.holds(context)});
   plan(mActions.size() - 1);
 }
 
@@ -35,29 +32,18 @@ std::optional<ComingRuns::Run> ComingRuns::next() {
   // What is overdue runs now, and its series goes on from now.
   Action& action = mActions[run.action];
   action.now = std::max(run.date, action.now);
-  action.schedule.lastScheduleDate = action.now;
+  action.forecast.setLastRun(action.now);
   plan(run.action);
   return run;
 }
 
 void ComingRuns::plan(std::size_t index) {
-  Action& action = mActions[index];
-  // Allowed hours hide a date on the days on which the series passes them; a later day shows it
-  // again.
-  constexpr int kDaysToTry = 8;
-  const int days = action.schedule.hasAllowedHours ? kDaysToTry : 1;
-  ReferenceTime now = action.now;
-  for (int day = 0; day < days; ++day, now = mCalendar.nextDay(now)) {
-    Run run{.action = index};
-    const auto date = ActionsTools(mCalendar, now)
-                          .getNextScheduleDateForSettings(action.schedule, false, &run.shutDown);
-    if (!date) continue;
-    if (action.now != mNow && *date <= action.now) return;
-    run.date = *date;
-    mPlanned.push_back(run);
-    std::ranges::push_heap(mPlanned, comesLater);
-    return;
-  }
+  const Action& action = mActions[index];
+  const auto run = action.forecast.next(action.now);
+  if (!run || (action.now != mNow && run->date <= action.now)) return;
+  mPlanned.push_back(
+      {.date = run->date, .action = index, .shutDown = run->shutDown, .hold = action.hold});
+  std::ranges::push_heap(mPlanned, comesLater);
 }
 
 }  // namespace corvana

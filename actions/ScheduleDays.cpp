@@ -27,7 +27,7 @@ ScheduleDays::ScheduleDays(const ScheduleEntry& entry, const ZAN_DateUtils& cale
     : mEntry(entry),
       mCalendar(calendar),
       mDay(startDay),
-      mEnd(startDay + horizon()),
+      mEnd(startDay + horizonOf(entry)),
       mSkipped(calendar.nextSkippedDay(startDay)),
       mYear(currentYear) {
   for (std::int64_t skipped = mSkipped; skipped < mEnd;
@@ -35,9 +35,9 @@ ScheduleDays::ScheduleDays(const ScheduleEntry& entry, const ZAN_DateUtils& cale
     ++mEnd;
 }
 
-std::int64_t ScheduleDays::horizon() const {
-  const bool every = mEntry.parity == Parity::every;
-  switch (mEntry.mode) {
+std::int64_t ScheduleDays::horizonOf(const ScheduleEntry& entry) {
+  const bool every = entry.parity == Parity::every;
+  switch (entry.mode) {
     case Mode::everyDay:
       return every ? 2 : 3;
     case Mode::daysOfWeek:

@@ -20,8 +20,10 @@ class ScheduleDays {
   /// Null when the horizon is reached.
   std::optional<std::int64_t> next();
 
+  /// How many days that is; 0 for an entry that chooses none.
+  static std::int64_t horizonOf(const ScheduleEntry& entry);
+
  private:
-  std::int64_t horizon() const;
   std::optional<std::int64_t> candidate();
   std::optional<std::int64_t> nextInMonth();
   std::optional<std::int64_t> nextInWeek();

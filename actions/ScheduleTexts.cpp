@@ -1,4 +1,5 @@
 #include "actions/ActionsTools.h"
+#include "actions/Forecast.h"
 #include "actions/ScheduleSentence.h"
 
 // What the user reads about schedules.
@@ -13,21 +14,19 @@ std::string ActionsTools::getNextScheduleModeForSettings(const ZAN_Value& settin
 std::string ActionsTools::getNextScheduleStringForSettings(const ZAN_Value& settings,
                                                            const Texts& texts) const {
   const Schedule schedule(settings);
-  bool shutDown = false;
-  const std::optional<ReferenceTime> date =
-      getNextScheduleDateForSettings(schedule, false, &shutDown);
-  if (!date) return texts.table.text("ScheduleNoDate");
-  if (shutDown) return getShutdownStringForDate(*date, texts);
+  const auto run = Forecast(mCalendar, schedule).next(mNow);
+  if (!run) return texts.table.text("ScheduleNoDate");
+  if (run->shutDown) return getShutdownStringForDate(run->date, texts);
   const Programmed programmed = getNextScheduleProgrammed(schedule);
-  if (programmed.startUp && programmed.date == date) return getStartupStringForDate(*date, texts);
-  return getScheduleStringForDate(*date, texts);
+  if (programmed.startUp && programmed.date == run->date)
+    return getStartupStringForDate(run->date, texts);
+  return getScheduleStringForDate(run->date, texts);
 }
 
 std::string ActionsTools::getNextScheduleSummaryForSettings(const ZAN_Value& settings,
                                                             const Texts& texts) const {
   const std::string mode = getNextScheduleModeForSettings(settings, texts);
-  const Schedule schedule(settings);
-  if (!getNextScheduleDateForSettings(schedule, false)) return mode;
+  if (!Forecast(mCalendar, Schedule(settings)).next(mNow)) return mode;
   return texts.table.text("ScheduleSummary",
                           {mode, getNextScheduleStringForSettings(settings, texts)});
 }

@@ -15,7 +15,8 @@ std::string typeText(std::int64_t type) {
   return "type " + std::to_string(type);
 }
 
-ZAN_Value nodesAsValue(const ProgrammedAction& group, CommandHome& home) {
+ZAN_Value nodesAsValue(const ProgrammedAction& group, CommandHome& home,
+                       const Circumstances& circumstances) {
   std::vector<ZAN_Value> nodes;
   for (const auto& child : group.getChildrenList()) {
     const ZAN_Value& settings = child->getSettings();
@@ -24,11 +25,10 @@ ZAN_Value nodesAsValue(const ProgrammedAction& group, CommandHome& home) {
                                             {"shortcut", child->getShortcut()},
                                             {"group", child->isGroup()}});
     if (child->isGroup()) {
-      node.setValue("children", nodesAsValue(*child, home));
+      node.setValue("children", nodesAsValue(*child, home, circumstances));
     } else {
-      bool shutDown = false;
-      const auto date =
-          home.tools().getNextScheduleDateForSettings(child->schedule(), false, &shutDown);
+      const auto run = home.nextRun(child->schedule());
+      const Hold hold = run ? circumstances.holds(child->getActionContext()) : Hold::none;
       std::vector<ZAN_Value> sources;
       for (const FolderDescription& source : ActionsTools::getSourcesForAction(settings)) {
         sources.emplace_back(source.path());
@@ -36,8 +36,9 @@ ZAN_Value nodesAsValue(const ProgrammedAction& group, CommandHome& home) {
       node.setValue("type", child->actionType());
       node.setValue("automatic", child->schedule().automatic);
       node.setValue("schedule", home.scheduleText(settings));
-      node.setValue("next", date ? ZAN_Value(*date) : ZAN_Value());
-      node.setValue("shutdown", shutDown);
+      node.setValue("next", run ? ZAN_Value(run->date) : ZAN_Value());
+      node.setValue("held", nameOf(hold));
+      node.setValue("shutdown", run && run->shutDown);
       node.setValue("context", static_cast<std::int64_t>(child->getActionContext()));
       node.setValue("sources", ZAN_Value::array(std::move(sources)));
       const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
@@ -51,7 +52,7 @@ ZAN_Value nodesAsValue(const ProgrammedAction& group, CommandHome& home) {
 constexpr std::string_view kNodeLines =
     "{*[{reference}] {title}{shortcut? ({shortcut})}"
     "{group?, {children!an empty }group\n{children:nodes}}"
-    "{group!, {type:type}\n    {schedule}\n{next?    next: {next:next}\n}"
+    "{group!, {type:type}\n    {schedule}\n{next?    next: {next:next}{:held}\n}"
     "{sources*    from {}\n}{:destination}}}";
 
 std::string indented(const std::string& lines) {
@@ -92,9 +93,14 @@ Answer treeCommand(Arguments& arguments, const Console& console) {
                    home.store().folder().pathOf(DataFolder::kActions) + ": cannot be read"};
     }
   }
-  const ZAN_Value nodes =
-      home.isThere() ? nodesAsValue(home.tree().rootItem(), home) : ZAN_Value::array();
+  const Circumstances circumstances = RunningAgent(home).circumstances();
+  const ZAN_Value nodes = home.isThere() ? nodesAsValue(home.tree().rootItem(), home, circumstances)
+                                         : ZAN_Value::array();
   TextForm form(home.calendar());
+  form.with("held", [&](const ZAN_Value& node) {
+    const std::string held = heldText(node, circumstances);
+    return held.empty() ? held : " (" + held + ')';
+  });
   form.with("type", [](const ZAN_Value& type) { return typeText(type.integerValue()); });
   form.with("next", [&](const ZAN_Value& date) {
     return date.doubleValue() <= home.now() ? "now" : home.dateText(date.doubleValue());
@@ -132,6 +138,7 @@ Answer addCommand(Arguments& arguments, const Console& console) {
                                     {"TriggerAutomatic", 0},
                                     {"SaveEditDate", ZAN_Value::date(home.now())}});
     action.applyTo(record, home);
+    if (Outcome runs = action.checkThatItRuns(record, home, console); !runs) return runs;
     (*group)->addActionsFromList(ZAN_Value::array({record}), false, std::nullopt);
     record = (*group)->childAtIndex((*group)->numberOfChildren() - 1).getSettings();
     return {};
@@ -162,6 +169,7 @@ Answer editCommand(Arguments& arguments, const Console& console) {
     }
     record = node->getSettings();
     action.applyTo(record, home);
+    if (Outcome runs = action.checkThatItRuns(record, home, console); !runs) return runs;
     record.setValue("SaveEditDate", ZAN_Value::date(home.now()));
     node->changeSettings(record);
     if (!action.group()) return {};

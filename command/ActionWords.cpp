@@ -86,6 +86,37 @@ Result<FolderDescription> describe(const std::string& path, Role role, bool forc
   return description;
 }
 
+std::string clockText(int seconds) {
+  const auto two = [](int number) { return (number < 10 ? "0" : "") + std::to_string(number); };
+  return two(seconds / 3600) + ':' + two(seconds / 60 % 60);
+}
+
+std::string neverText(const Forecast::Never& never, const ZAN_Value& record,
+                      const ZAN_DateUtils& calendar) {
+  const Schedule schedule(record);
+  const auto bound = [&](const std::optional<ReferenceTime>& time) {
+    return clockText(time ? calendar.secondsInDay(*time) : 0);
+  };
+  const std::string hours = bound(schedule.allowedFrom) + '-' + bound(schedule.allowedTo);
+  switch (never.why) {
+    case Forecast::Never::Why::hoursNeverCome:
+      return "it can never run: its hours " + hours + " end before they begin";
+    case Forecast::Never::Why::outsideHours:
+      if (never.time) {
+        return "it can never run at " + clockText(*never.time) +
+               ", which lies outside of its hours " + hours;
+      }
+      return schedule.kind == ScheduleKind::minutes
+                 ? "counted in steps of " + std::to_string(schedule.minutes) +
+                       " minutes it does not come to run within its hours " + hours +
+                       ", or no more once it has missed a day; --daily names a time"
+                 : "it can never run within its hours " + hours;
+    case Forecast::Never::Why::noSuchDay:
+      break;
+  }
+  return "a date of its schedule is on no day";
+}
+
 }  // namespace
 
 ActionWords::ActionWords(Arguments& arguments)
@@ -157,6 +188,20 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   mSchedule.applyTo(record, home.calendar(), home.now());
 }
 
+Outcome ActionWords::checkThatItRuns(const ZAN_Value& record, const CommandHome& home,
+                                     const Console& console) const {
+  if (!mSchedule.isGiven()) return {};
+  const auto never = Forecast::partsThatNeverRun(home.calendar(), Schedule(record), home.now());
+  if (never.empty()) return {};
+  const std::string reason = neverText(never.front(), record, home.calendar());
+  if (!mForce) {
+    return Error{ErrorKind::refused,
+                 record.string("Title") + ": " + reason + " (--force takes it anyway)"};
+  }
+  Writer(console, false).complain("warning: " + printable(record.string("Title") + ": " + reason));
+  return {};
+}
+
 Result<std::int64_t> referenceFrom(const std::string& word) {
   std::int64_t value = 0;
   const auto [stop, error] = std::from_chars(word.data(), word.data() + word.size(), value);
@@ -176,7 +221,8 @@ Result<ProgrammedAction*> groupWithReference(ProgrammedAction& root, std::int64_
 }
 
 Answer answerAbout(std::string_view done, const ZAN_Value& settings, CommandHome& home) {
-  const auto date = home.tools().getNextScheduleDateForSettings(settings, false);
+  const auto run = home.nextRun(Schedule(settings));
+  const auto date = run ? std::optional(run->date) : std::nullopt;
   const std::string schedule = home.scheduleText(settings);
   const ZAN_Value value = ZAN_Value::dictionary({{"done", done},
                                                  {"reference", settings.integer("Ref")},

@@ -34,6 +34,10 @@ class ActionWords {
   Outcome describeFolders(CommandHome& home);
   /// Writes what was given into the record.
   void applyTo(ZAN_Value& record, const CommandHome& home) const;
+  /// Refuses a record that got a schedule or hours with which some part of it can never run, and
+  /// says why; with --force it is only a warning.
+  Outcome checkThatItRuns(const ZAN_Value& record, const CommandHome& home,
+                          const Console& console) const;
 
  private:
   Outcome checkOverlap() const;

@@ -35,7 +35,7 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
   ZAN_Value runs = ZAN_Value::array();
   ZAN_Value events = ZAN_Value::array();
   if (home.isThere()) {
-    const ZAN_Value coming = home.comingRuns(kRuns);
+    const ZAN_Value coming = home.comingRuns(kRuns, agent.circumstances());
     for (ZAN_Value run : coming.elements()) {
       run.removeKey("shutdown");
       runs.append(std::move(run));
@@ -77,7 +77,7 @@ constexpr std::string_view kStatusLines =
     "{current!{agent!{executing?Executing: an execute program runs\n}}}"
     "Waiting in the queue: {waiting}\n"
     "{errorCode?There were failures: corvana9 log\n}"
-    "{next?Next:\n}{next!Next: no run is scheduled\n}{next*  {date:date}  {:action}\n}"
+    "{next?Next:\n}{next!Next: no run is scheduled\n}{next*  {date:date}  {:action}{:held}\n}"
     "{log?Last events:\n{log*  {date:date}  {text}\n}}";
 
 /// The saved queue in the form in which the agent shows its own; the one that was running is not in
@@ -112,12 +112,12 @@ Answer toldState(const char* text, const RunningAgent& agent) {
 }
 
 /// Changes what an agent finds when it starts.
-Outcome storeEnabled(CommandHome& home, bool enabled) {
+Outcome storePreference(CommandHome& home, std::string_view key, std::int64_t value) {
   SettingsFiles& files = home.store().settings();
   const auto held = files.lockSchedulerSettings();
   ZAN_Value settings = files.schedulerSettings();
   if (!settings.isDictionary()) settings = ZAN_Value::dictionary();
-  settings.setValue(PreferenceKey::scheduleDisabled, enabled ? 0 : 1);
+  settings.setValue(key, value);
   return files.saveSchedulerSettings(settings);
 }
 
@@ -129,7 +129,8 @@ Answer setEnabled(bool enabled, Arguments& arguments, const Console& console) {
   RunningAgent agent(home);
   if (agent.presence() == RunningAgent::Presence::silent) return notReached(agent);
   if (!agent.answers()) {
-    if (const Outcome stored = storeEnabled(home, enabled); !stored) return stored.error();
+    const Outcome stored = storePreference(home, PreferenceKey::scheduleDisabled, enabled ? 0 : 1);
+    if (!stored) return stored.error();
     return {ZAN_Value::dictionary({{"agent", false}, {"enabled", enabled}}),
             agent.absence() + "\nAutomatic execution will be " + (enabled ? "on" : "off") +
                 " when it starts.\n"};
@@ -218,6 +219,10 @@ Answer statusCommand(Arguments& arguments, const Console& console) {
   RunningAgent agent(home);
   const ZAN_Value status = statusOf(home, agent);
   TextForm form(home.calendar());
+  form.with("held", [&](const ZAN_Value& run) {
+    const std::string held = heldText(run, agent.circumstances());
+    return held.empty() ? held : "  (" + held + ')';
+  });
   form.with("context", [](const ZAN_Value& value) { return contextName(value.integerValue()); });
   form.with("rounded", [](const ZAN_Value& value) {
     return std::to_string(std::lround(value.doubleValue()));
@@ -274,6 +279,43 @@ Answer enableCommand(Arguments& arguments, const Console& console) {
 
 Answer disableCommand(Arguments& arguments, const Console& console) {
   return setEnabled(false, arguments, console);
+}
+
+Answer contextCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
+  const auto words = arguments.words(0, 1);
+  if (!words) return wrongWords(words.error());
+  CommandHome home(console);
+  RunningAgent agent(home);
+  std::int64_t context = static_cast<std::int64_t>(agent.circumstances().context);
+  const auto answer = [&](const std::string& reason) -> Answer {
+    const std::string name = context == 0 ? "none" : contextName(context);
+    return {ZAN_Value::dictionary({{"agent", agent.answers()}, {"context", name}}),
+            reason + "Context: " + name + '\n'};
+  };
+  const std::string absence = agent.answers() ? std::string() : agent.absence() + '\n';
+  if (words->empty()) return answer(absence);
+
+  std::int64_t wanted = words->front() == "none" || words->front() == "any" ? 0 : 1;
+  while (wanted > 0 && wanted < 4 && contextName(wanted) != words->front()) ++wanted;
+  if (wanted == 4) {
+    return wrongWords(
+        {ErrorKind::refused, "\"" + words->front() + "\" is not one of office, home, nomad, none"});
+  }
+  context = wanted;
+  if (agent.presence() == RunningAgent::Presence::silent) return notReached(agent);
+  if (!agent.answers()) {
+    const Outcome stored = storePreference(home, PreferenceKey::currentContext, wanted);
+    return stored ? answer(absence) : Answer(stored.error());
+  }
+  const Outcome posted =
+      agent.client().post({kAgentName, "SetContext", ZAN_Value::dictionary({{"Context", wanted}})});
+  if (!posted) return posted.error();
+  agent.refresh();
+  if (!agent.answers()) return notReached(agent);
+  if (agent.status().integer("context") != wanted)
+    return Error{ErrorKind::refused, "the agent did not follow"};
+  return answer({});
 }
 
 Answer pauseCommand(Arguments& arguments, const Console& console) {

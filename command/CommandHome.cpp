@@ -2,6 +2,7 @@
 
 #include "actions/ComingRuns.h"
 #include "actions/ScheduleSentence.h"
+#include "core/record/Preferences.h"
 #include "platform/qt/GvfsShares.h"
 
 namespace corvana {
@@ -32,11 +33,20 @@ ProgrammedAction* CommandHome::action(std::int64_t reference) {
   return isThere() ? mTree.rootItem().actionForReference(reference) : nullptr;
 }
 
-ZAN_Value CommandHome::comingRuns(std::size_t count) {
+Circumstances CommandHome::storedCircumstances() {
+  if (!isThere()) return {};
+  const ZAN_Value settings = mStore.settings().schedulerSettings();
+  return {.disabled = settings.integer(PreferenceKey::scheduleDisabled) != 0,
+          .context = static_cast<ActionContext>(settings.integer(PreferenceKey::currentContext))};
+}
+
+ZAN_Value CommandHome::comingRuns(std::size_t count, const Circumstances& circumstances) {
   ProgrammedAction::Nodes actions;
   if (isThere()) mTree.rootItem().getListOfAllProgrammedActions(actions);
-  ComingRuns runs(calendar(), now(), [this](const std::string& line) { mLog.write(line); });
-  for (const ProgrammedAction* action : actions) runs.add(action->schedule());
+  ComingRuns runs(calendar(), now(), circumstances,
+                  [this](const std::string& line) { mLog.write(line); });
+  for (const ProgrammedAction* action : actions)
+    runs.add(action->schedule(), action->getActionContext());
   ZAN_Value list = ZAN_Value::array();
   while (list.size() < count) {
     const auto run = runs.next();
@@ -45,7 +55,8 @@ ZAN_Value CommandHome::comingRuns(std::size_t count) {
     list.append(ZAN_Value::dictionary({{"date", run->date},
                                        {"ref", action.getReference()},
                                        {"title", action.getTitle()},
-                                       {"shutdown", run->shutDown}}));
+                                       {"shutdown", run->shutDown},
+                                       {"held", nameOf(run->hold)}}));
   }
   return list;
 }

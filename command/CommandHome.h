@@ -5,6 +5,7 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
+#include "actions/Forecast.h"
 #include "command/Commands.h"
 #include "platform/Volumes.h"
 #include "platform/linux/LinuxMachine.h"
@@ -42,8 +43,15 @@ class CommandHome {
   /// The action with that reference; null when there is none.
   ProgrammedAction* action(std::int64_t reference);
   /// The coming runs of all actions in order, `count` at most: an array of {"date" (as a number),
-  /// "ref", "title", "shutdown"}. With the last one it runs at a shut-down, not at the date.
-  ZAN_Value comingRuns(std::size_t count);
+  /// "ref", "title", "shutdown", "held"}. With "shutdown" it runs at a shut-down, not at the date;
+  /// "held" names what would keep it from running, were it now (`nameOf`).
+  ZAN_Value comingRuns(std::size_t count, const Circumstances& circumstances);
+  /// What an agent finds in its files when it starts.
+  Circumstances storedCircumstances();
+  /// When an action runs next.
+  std::optional<Forecast::Run> nextRun(const Schedule& schedule) const {
+    return Forecast(calendar(), schedule).next(now());
+  }
   /// The volumes of the machine for one look around. `patience`: how many seconds one of them may
   /// take to answer.
   std::unique_ptr<Volumes> volumes(double patience);

@@ -27,7 +27,7 @@ constexpr std::string_view kActionHelp =
     "all\n"
     "  --shortcut KEY             a short word to find it by\n"
     "  --group REF                the group it lies in; 0 is the top\n"
-    "  --force                    take folders that are not there\n"
+    "  --force                    take folders that are not there, and times that never come\n"
     "WHEN it runs (without any of these a new action runs only when it is launched, and an edited\n"
     "one as before):\n"
     "  --daily 08:00              every day\n"
@@ -87,6 +87,10 @@ constexpr std::array kCommands{
         "Actions then run only when they are launched. Without a running agent it is stored for\n"
         "its next start.\n",
         disableCommand},
+    Command{"context", "[office|home|nomad|none] [--json]", "show or set where the machine is",
+            "Actions that belong to another context do not run; with none, all do. Without a "
+            "running\nagent it is stored for its next start.\n",
+            contextCommand},
     Command{"pause", "[--json]", "pause the agent and what is being executed",
             "Nothing new is started meanwhile.\n", pauseCommand},
     Command{"continue", "[--json]", "let the agent and what is being executed go on", "",

@@ -80,6 +80,7 @@ Answer queueCommand(Arguments& arguments, const Console& console);
 Answer launchCommand(Arguments& arguments, const Console& console);
 Answer enableCommand(Arguments& arguments, const Console& console);
 Answer disableCommand(Arguments& arguments, const Console& console);
+Answer contextCommand(Arguments& arguments, const Console& console);
 Answer pauseCommand(Arguments& arguments, const Console& console);
 Answer continueCommand(Arguments& arguments, const Console& console);
 Answer stopCommand(Arguments& arguments, const Console& console);

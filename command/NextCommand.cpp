@@ -7,6 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "command/CommandHome.h"
+#include "command/RunningAgent.h"
 
 namespace corvana {
 
@@ -56,8 +57,9 @@ void addLine(std::string& document, std::string line) {
   document += line + "\r\n";
 }
 
-/// An iCalendar document (RFC 5545) with one event a run, in UTC.
-std::string calendarOf(const ZAN_Value& runs, const CommandHome& home) {
+/// An iCalendar document (RFC 5545) with one event a run, in UTC; what is held up is tentative.
+std::string calendarOf(const ZAN_Value& runs, const CommandHome& home,
+                       const Circumstances& circumstances) {
   const ZAN_DateUtils utc("UTC", "C");
   const std::string_view pattern = "%Y%m%dT%H%M%SZ";
   std::string document;
@@ -72,8 +74,13 @@ std::string calendarOf(const ZAN_Value& runs, const CommandHome& home) {
     addLine(document, "DTSTAMP:" + utc.format(home.now(), pattern));
     addLine(document, "DTSTART:" + start);
     addLine(document, "SUMMARY:" + escaped(run["title"].stringView()));
-    if (run["shutdown"].boolValue())
-      addLine(document, "DESCRIPTION:Runs when the machine is shut down.");
+    std::string description = heldText(run, circumstances);
+    addLine(document, description.empty() ? "STATUS:CONFIRMED" : "STATUS:TENTATIVE");
+    if (run["shutdown"].boolValue()) {
+      description = "Runs when the machine is shut down." +
+                    (description.empty() ? std::string() : '\n' + description);
+    }
+    if (!description.empty()) addLine(document, "DESCRIPTION:" + escaped(description));
     addLine(document, "TRANSP:TRANSPARENT");
     addLine(document, "END:VEVENT");
   }
@@ -105,12 +112,17 @@ Answer datesOfRecords(const std::string& path, ReferenceTime now, bool firstAfte
 
 Answer comingRuns(std::size_t count, bool asCalendar, const Console& console) {
   CommandHome home(console);
-  const ZAN_Value runs = home.comingRuns(count);
-  if (asCalendar) return Answer::ofText(calendarOf(runs, home));
+  const Circumstances circumstances = RunningAgent(home).circumstances();
+  const ZAN_Value runs = home.comingRuns(count, circumstances);
+  if (asCalendar) return Answer::ofText(calendarOf(runs, home, circumstances));
   TextForm form(home.calendar());
   form.with("when", [&](const ZAN_Value& run) {
-    if (run["date"].doubleValue() <= home.now()) return "  (due now)";
-    return run["shutdown"].boolValue() ? "  (at shutdown)" : "";
+    const std::string held = heldText(run, circumstances);
+    const bool isDue = run["date"].doubleValue() <= home.now();
+    const char* when = run["shutdown"].boolValue() ? "  (at shutdown)"
+                       : isDue && held.empty()     ? "  (due now)"
+                                                   : "";
+    return when + (held.empty() ? held : "  (" + held + ')');
   });
   return {runs,
           form.fill("{!No run is scheduled.\n}{*{date:date}  {title} [{ref}]{:when}\n}", runs)};

@@ -46,9 +46,31 @@ void RunningAgent::refresh() {
                        : "The agent is not running. Start it: corvana9-scheduler";
 }
 
+Circumstances RunningAgent::circumstances() const {
+  if (!answers()) return mHome.storedCircumstances();
+  return {.disabled = !mStatus["enabled"].boolValue() || mStatus["disabledWhenDone"].boolValue(),
+          .otherMachine = mStatus["otherStartupDisk"].boolValue(),
+          .paused = mStatus["paused"].boolValue(),
+          .context = static_cast<ActionContext>(mStatus.integer("context"))};
+}
+
 std::string contextName(std::int64_t context) {
   constexpr std::array<const char*, 4> kNames{"", "office", "home", "nomad"};
   return context >= 0 && context < 4 ? kNames[static_cast<std::size_t>(context)] : "unknown";
+}
+
+std::string heldText(const ZAN_Value& run, const Circumstances& circumstances) {
+  const std::string_view held = run["held"].stringView();
+  if (held == nameOf(Hold::disabled)) return "will not run: automatic execution is off";
+  if (held == nameOf(Hold::paused)) return "will wait: the agent is paused";
+  if (held == nameOf(Hold::otherContext)) {
+    return "will not run: the context is " +
+           contextName(static_cast<std::int64_t>(circumstances.context));
+  }
+  if (held == nameOf(Hold::otherMachine)) {
+    return "will not run: the start-up disk is another one";
+  }
+  return {};
 }
 
 void tellAgentThatActionListChanged() {

@@ -25,6 +25,8 @@ class RunningAgent {
   bool executeRuns() const { return mExecuteRuns; }
   /// As the agent answers it; null unless it answers.
   const ZAN_Value& status() const { return mStatus; }
+  /// What holds actions up, from the agent, else from its files.
+  Circumstances circumstances() const;
   /// Asks again.
   void refresh();
   /// Why it does not answer and what to do, in one sentence each; empty when it answers.
@@ -49,6 +51,8 @@ inline constexpr const char* kShutDownName = "CVA9_ShutDownNotification";
 
 /// "office", "home", "nomad", or nothing.
 std::string contextName(std::int64_t context);
+/// Why a run will not take place as things are, in a few words; empty for one that is not held.
+std::string heldText(const ZAN_Value& run, const Circumstances& circumstances);
 /// Tells a running agent that the stored tree has changed, so that it reads it again at once, and
 /// waits until the bus has it. Does nothing when there is no session bus: the agent finds the
 /// change by itself at its next evaluation.

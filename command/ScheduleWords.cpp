@@ -220,14 +220,7 @@ void ScheduleWords::takeHours(Arguments& arguments) {
     return arguments.complain("--hours wants two times such as 08:00-18:00, or any, not \"" +
                               *text + "\"");
   }
-  if (*to < *from) {
-    return arguments.complain("--hours " + *text + ": hours over midnight never come true");
-  }
   mHours = Hours{.from = *from, .to = *to};
-  for (const int time : mDaily) {
-    if (time < *from || time > *to) arguments.complain("--daily lies outside of --hours");
-  }
-  if (mAt && (*mAt < *from || *mAt > *to)) arguments.complain("--at lies outside of --hours");
 }
 
 void ScheduleWords::applyTo(ZAN_Value& record, const ZAN_DateUtils& calendar,

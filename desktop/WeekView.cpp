@@ -176,8 +176,11 @@ void WeekView::drawBar(QPainter& painter, const Place& place) const {
   const bool overlaps = mModel.week().runs()[bar.run].overlaps();
   const QColor colour =
       overlaps && bar.count == 1 ? cautionColour() : palette().color(QPalette::Highlight);
-  painter.setPen(chosen ? QPen(palette().color(QPalette::Text), 2) : QPen(colour, 1));
-  painter.setBrush(withAlpha(colour, bar.count > 1 ? 60 : chosen ? 220 : 150));
+  // What is held up is only an outline.
+  const bool held = mModel.isHeld(bar);
+  painter.setPen(chosen ? QPen(palette().color(QPalette::Text), 2)
+                        : QPen(colour, 1, held ? Qt::DashLine : Qt::SolidLine));
+  painter.setBrush(withAlpha(colour, held ? 25 : bar.count > 1 ? 60 : chosen ? 220 : 150));
   painter.drawRoundedRect(rect, 2.5, 2.5);
   const QString title = qt(mModel.barTitle(bar));
   const QFontMetrics metrics(font());

@@ -11,6 +11,7 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/ActionsTools.h"
+#include "actions/ComingRuns.h"
 
 namespace corvana {
 namespace {
@@ -83,6 +84,23 @@ void fromRecord(benchmark::State& state, const ZAN_Value& settings) {
         ActionsTools(calendar(), moment.now).getNextScheduleDateForSettings(settings, false));
   }
   state.SetItemsProcessed(state.iterations());
+}
+
+/// The next 2,000 runs of 1,000 actions of every kind, a tenth of them with hours in which they
+/// never run.
+void comingRuns(benchmark::State& state, const std::vector<ZAN_Value>& kinds) {
+  const ReferenceTime now = moments()[0].now;
+  std::vector<Schedule> schedules;
+  for (std::size_t i = 0; i < 1000; ++i) {
+    ZAN_Value settings = kinds[i % kinds.size()];
+    settings.setValue("LastScheduleDate", ZAN_Value::date(now - static_cast<double>(i)));
+    schedules.emplace_back(settings);
+  }
+  for (auto _ : state) {
+    ComingRuns runs(calendar(), now, {});
+    for (const Schedule& schedule : schedules) runs.add(schedule, ActionContext::none);
+    for (int i = 0; i < 2000; ++i) benchmark::DoNotOptimize(runs.next());
+  }
 }
 
 /// The floor: two conversions by the time library and nothing else.
@@ -170,6 +188,29 @@ int main(int argc, char** argv) {
   add("list, 29 February",
       recordWithEntry(
           {{"TriggerScheduleMode", 3}, {"TriggerScheduleDay", 29}, {"TriggerScheduleMonth", 2}}));
+  const std::vector<ZAN_Value> kinds{
+      record({{"TriggerFrequencyPopup", 1}}),
+      record({{"TriggerFrequencyPopup", 1}}),
+      recordWithEntry({}),
+      recordWithEntry({{"TriggerScheduleMode", 1}, {"TriggerScheduleMonday", 1}}),
+      recordWithEntry({{"TriggerScheduleMode", 1}, {"TriggerScheduleFriday", 1}}),
+      recordWithEntry({{"TriggerScheduleMode", 2},
+                       {"TriggerScheduleMonthMode", 1},
+                       {"TriggerScheduleMonthDays", "31"}}),
+      recordWithEntry(
+          {{"TriggerScheduleMode", 3}, {"TriggerScheduleDay", 29}, {"TriggerScheduleMonth", 2}}),
+      record({{"TriggerFrequencyPopup", 22},
+              {"TriggerAllowedHours", 1},
+              {"TriggerAllowedHoursFrom", ZAN_Value::date(21600)},
+              {"TriggerAllowedHoursTo", ZAN_Value::date(68400)}}),
+      record({{"TriggerFrequencyPopup", 10}}),
+      record({{"TriggerFrequencyPopup", 20},
+              {"TriggerScheduleMinutes", 1440},
+              {"TriggerAllowedHours", 1},
+              {"TriggerAllowedHoursFrom", ZAN_Value::date(21600)},
+              {"TriggerAllowedHoursTo", ZAN_Value::date(21660)}})};
+  benchmark::RegisterBenchmark("coming/2000 runs of 1000 actions", comingRuns, kinds)
+      ->Unit(benchmark::kMillisecond);
   benchmark::RegisterBenchmark("peer/Abseil, daily", directSearch);
   benchmark::RegisterBenchmark("peer/systemd-analyze, daily", systemdCalendar, "*-*-* 03:30:00")
       ->UseManualTime();

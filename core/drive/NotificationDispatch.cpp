@@ -41,6 +41,7 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
       {"MessageOff", &NotificationDispatch::messageOff},
       {"ActivateExecution", &NotificationDispatch::activateExecution},
       {"ActionPause", &NotificationDispatch::actionPause},
+      {"SetContext", &NotificationDispatch::setContext},
       {"ActionHistoryChanged", &NotificationDispatch::actionHistoryChanged},
       {"AddToLog", &NotificationDispatch::addToLog},
       {"DisplayUserNotification", &NotificationDispatch::displayUserNotification},
@@ -155,6 +156,10 @@ void NotificationDispatch::activateExecution(const ZAN_Value& userInfo) {
 
 void NotificationDispatch::actionPause(const ZAN_Value& userInfo) {
   if (userInfo.contains("Pause")) mControls.setPause(userInfo["Pause"].boolValue());
+}
+
+void NotificationDispatch::setContext(const ZAN_Value& userInfo) {
+  if (userInfo["Context"].isNumber()) mControls.setContextMode(userInfo.integer("Context"));
 }
 
 void NotificationDispatch::actionHistoryChanged(const ZAN_Value&) {

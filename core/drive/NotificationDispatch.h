@@ -56,6 +56,7 @@ class NotificationDispatch {
   void messageOff(const ZAN_Value&);
   void activateExecution(const ZAN_Value& userInfo);
   void actionPause(const ZAN_Value& userInfo);
+  void setContext(const ZAN_Value& userInfo);
   void actionHistoryChanged(const ZAN_Value&);
   void addToLog(const ZAN_Value& userInfo);
   void displayUserNotification(const ZAN_Value& userInfo);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "actions/Forecast.h"
 #include "actions/ProgrammedAction.h"
 #include "core/record/SchedulerState.h"
 #include "core/work/ActionQueue.h"
@@ -49,7 +50,8 @@ WhyNot::WhyNot(const ActionsTools& tools, ActionsTools::Texts texts, VolumeIdent
     : mTools(tools), mTexts(texts), mVolumes(volumes), mTitleOf(std::move(titleOf)) {}
 
 std::optional<ReferenceTime> WhyNot::nextDate(const ProgrammedAction& action) const {
-  return StartVerdict::of(action, mTools, {.goesOn = true}).date;
+  const auto run = Forecast(mTools.calendar(), action.schedule()).next(mTools.now());
+  return run && !run->shutDown ? std::optional(run->date) : std::nullopt;
 }
 
 WhyNot::Reason WhyNot::reason(Cause cause, std::string text, const std::string& remedy,
@@ -190,9 +192,9 @@ void WhyNot::addTrigger(Reasons& reasons, const ProgrammedAction& action,
     made.remedyByCommand =
         mTexts.table.text("WhyNotAutomaticRemedy", {launch(reference), edit(reference)});
     reasons.push_back(std::move(made));
-  } else if (!verdict.date) {
+  } else if (const auto date = nextDate(action); !date) {
     addWaiting(reasons, action, situation);
-  } else if (*verdict.date > mTools.now()) {
+  } else if (*date > mTools.now()) {
     const auto when = mTools.getNextScheduleStringForSettings(action.getSettings(), mTexts);
     reasons.push_back(
         reasonToLaunch(Cause::notDue, mTexts.table.text("WhyNotDue", {when}), reference));

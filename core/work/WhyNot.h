@@ -73,7 +73,8 @@ class WhyNot {
   /// In the order in which they would be met; what holds now and at the next date comes before what
   /// passes by itself. Empty: it is due and nothing is in its way.
   std::vector<Reason> reasons(const ProgrammedAction& action, const Situation& situation) const;
-  /// The next date by the schedule alone; nothing when an event starts the action, or none does.
+  /// The next date by the schedule alone, however far away; nothing when an event starts the
+  /// action, or none does.
   std::optional<ReferenceTime> nextDate(const ProgrammedAction& action) const;
 
  private:

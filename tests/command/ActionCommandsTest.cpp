@@ -126,8 +126,7 @@ TEST_F(ActionCommandsTest, WrongWordsChangeNothing) {
       {"--on-idle", "0"},
       {"--hourly", "--every", "5m"},
       {"--manual", "--hourly"},
-      {"--hours", "22:00-06:00"},
-      {"--daily", "07:00", "--hours", "08:00-18:00"},
+      {"--hours", "22:00"},
       {"--mode", "move"},
       {"--context", "beach"},
       {"--at", "08:00"},
@@ -150,6 +149,49 @@ TEST_F(ActionCommandsTest, WrongWordsChangeNothing) {
   EXPECT_EQ(add({"--destination", machine.folder.at("photos/inside")}), kCouldNot);
   EXPECT_EQ(storedBytes(), before);
   EXPECT_EQ(add({"--source", machine.folder.at("none"), "--force"}), kDone);
+}
+
+TEST_F(ActionCommandsTest, WhatCanNeverRunIsRefusedWithTheReasonUnlessForced) {
+  const auto refuses = [&](const std::vector<std::string>& words, const char* reason) {
+    EXPECT_EQ(add(words), kCouldNot) << testing::PrintToString(words);
+    EXPECT_THAT(err.str(), HasSubstr(reason));
+  };
+  refuses({"--daily", "07:00", "--hours", "08:00-18:00"}, "at 07:00, which lies outside");
+  refuses({"--hourly", "--hours", "22:00-06:00"}, "its hours 22:00-06:00 end before they begin");
+  refuses({"--every", "24h", "--hours", "08:00-10:00"}, "steps of 1440 minutes");
+  refuses({"--daily", "09:00", "--daily", "19:00", "--hours", "08:00-10:00"}, "at 19:00");
+  EXPECT_EQ(stored().numberOfChildren(), 0U);
+
+  // What was there and what is new, together.
+  ASSERT_EQ(add({"--daily", "17:00"}), kDone);
+  const std::string reference = std::to_string(stored().childAtIndex(0).getReference());
+  EXPECT_EQ(run({"edit", reference, "--hours", "08:00-10:00"}), kCouldNot);
+  EXPECT_THAT(err.str(), HasSubstr("Photos: it can never run at 17:00"));
+  EXPECT_FALSE(stored().childAtIndex(0).schedule().hasAllowedHours);
+  ASSERT_EQ(run({"edit", reference, "--hours", "08:00-10:00", "--force"}), kDone);
+  EXPECT_THAT(err.str(), HasSubstr("warning: Photos: it can never run at 17:00"));
+  EXPECT_EQ(run({"edit", reference, "--title", "Letters"}), kDone) << "says nothing of its times";
+  EXPECT_EQ(run({"edit", reference, "--daily", "18:00"}), kCouldNot) << "the hours are still there";
+  EXPECT_EQ(run({"edit", reference, "--daily", "18:00", "--hours", "any"}), kDone) << err.str();
+}
+
+TEST_F(ActionCommandsTest, ContextIsShownAndStoredForTheNextAgent) {
+  ASSERT_EQ(add({"--daily", "08:00", "--context", "office"}), kDone);
+  ASSERT_EQ(run({"context"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("Context: none\n"));
+  EXPECT_EQ(run({"context", "beach"}), kWrongWords);
+  ASSERT_EQ(run({"context", "home"}), kDone) << err.str();
+  ASSERT_EQ(run({"context", "--json"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("\"context\": \"home\""));
+  for (const char* const command : {"next", "tree", "status"}) {
+    ASSERT_EQ(run({command}), kDone);
+    EXPECT_THAT(out.str(), HasSubstr("(will not run: the context is home)")) << command;
+  }
+  ASSERT_EQ(run({"disable"}), kDone);
+  ASSERT_EQ(run({"next", "--ics"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("STATUS:TENTATIVE\r\nDESCRIPTION:will not run: automatic"));
+  ASSERT_EQ(run({"next", "--json", "--count", "1"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("\"held\": \"disabled\""));
 }
 
 TEST_F(ActionCommandsTest, FoldersAreDescribedWithTheirVolume) {

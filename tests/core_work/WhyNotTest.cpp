@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "WorkWorld.h"
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 
 namespace corvana::test {
 namespace {
@@ -49,6 +50,23 @@ class WhyNotTest : public testing::Test, protected WorkWorld {
 };
 
 TEST_F(WhyNotTest, HasNothingToSayOfAnActionThatIsDue) { EXPECT_THAT(causes(due()), IsEmpty()); }
+
+TEST_F(WhyNotTest, ADateIsNeverTooFarAwayToBeTold) {
+  // Only on 29 February at 8:00, and not before 2028 for who looks in March 2024.
+  const ZAN_Value leapDay =
+      ZAN_Value::dictionary({{"TriggerScheduleMode", 3},
+                             {"TriggerScheduleDay", 29},
+                             {"TriggerScheduleMonth", 2},
+                             {"TriggerScheduleTime", ZAN_Value::date(8 * 3600)}});
+  advance(60 * 86400);
+  const ZAN_Value record = due(
+      {{"TriggerFrequencyPopup", 23},
+       {"LastScheduleDate", ZAN_Value::date(now())},
+       {"TriggerScheduleList",
+        ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(ZAN_Value::array({leapDay})))}});
+  EXPECT_THAT(causes(record), ElementsAre(Cause::notDue));
+  EXPECT_THAT(text(record), testing::HasSubstr("2/29/28"));
+}
 
 TEST_F(WhyNotTest, NamesEverythingThatIsInTheWay) {
   situation.scheduleDisabled = true;

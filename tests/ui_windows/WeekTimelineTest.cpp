@@ -101,6 +101,21 @@ TEST_F(WeekTimelineTest, TheHourThatAChangeOfTheClocksSkipsOrRepeatsIsMarked) {
   EXPECT_FALSE(late.days()[1].change);
 }
 
+TEST_F(WeekTimelineTest, WhatWillNotRunWaitsForNothing) {
+  auto actions =
+      since(at(2026, 11, 21, 12), {daily("Photos", 23, 0, 7200), daily("Mail", 23, 30, 600)});
+  actions[0].context = ActionContext::office;
+  const WeekTimeline week(calendar(), at(2026, 11, 21, 12), actions,
+                          {.context = ActionContext::home});
+  EXPECT_EQ(week.runs()[0].hold, Hold::otherContext);
+  EXPECT_EQ(week.runs()[1].hold, Hold::none);
+  EXPECT_EQ(week.overlapping(), 0U);
+  actions[0].context = ActionContext::none;
+  EXPECT_GT(WeekTimeline(calendar(), at(2026, 11, 21, 12), actions, {.paused = true}).overlapping(),
+            0U)
+      << "what is paused comes all the same";
+}
+
 TEST_F(WeekTimelineTest, WhatRunsAllDayIsABandAndTooMuchIsCut) {
   WeekTimeline::Action often{.ref = 1, .title = "Often", .schedule = {}};
   often.schedule.automatic = true;

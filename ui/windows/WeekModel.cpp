@@ -45,21 +45,21 @@ double RunDurations::secondsOf(std::int64_t ref) const {
 }
 
 WeekTimeline::WeekTimeline(const ZAN_DateUtils& calendar, ReferenceTime now,
-                           std::vector<Action> actions)
+                           std::vector<Action> actions, const Circumstances& circumstances)
     : mCalendar(calendar), mNow(now), mActions(std::move(actions)), mNowInDay(partOfDay(now)) {
   ReferenceTime start = mCalendar.dayAt0h00(mNow);
   for (int i = 0; i < kDays; ++i) {
     mDays.push_back({.start = start});
     start = mCalendar.nextDay(start);
   }
-  findRuns(start);
+  findRuns(start, circumstances);
   findOverlaps();
   makeDays();
 }
 
-void WeekTimeline::findRuns(ReferenceTime end) {
-  ComingRuns coming(mCalendar, mNow);
-  for (const Action& action : mActions) coming.add(action.schedule);
+void WeekTimeline::findRuns(ReferenceTime end, const Circumstances& circumstances) {
+  ComingRuns coming(mCalendar, mNow, circumstances);
+  for (const Action& action : mActions) coming.add(action.schedule, action.context);
   while (const std::optional<ComingRuns::Run> run = coming.next()) {
     if (run->date >= end) break;
     if (mRuns.size() == kMostRuns) {
@@ -72,7 +72,8 @@ void WeekTimeline::findRuns(ReferenceTime end) {
                      .action = run->action,
                      .start = date,
                      .end = date + std::max(action.seconds, 1.0),
-                     .shutDown = run->shutDown});
+                     .shutDown = run->shutDown,
+                     .hold = run->hold});
   }
   std::ranges::stable_sort(mRuns, {}, &Run::start);
 }
@@ -80,6 +81,7 @@ void WeekTimeline::findRuns(ReferenceTime end) {
 void WeekTimeline::findOverlaps() {
   std::optional<std::size_t> latest;
   for (std::size_t i = 0; i < mRuns.size(); ++i) {
+    if (!mRuns[i].comes()) continue;
     if (latest && mRuns[*latest].end > mRuns[i].start) {
       mRuns[i].waitsFor = latest;
       mRuns[*latest].isMet = true;
@@ -176,11 +178,19 @@ std::size_t WeekTimeline::overlapping() const {
 bool WeekModel::refresh(const NextActionsModel& shown) {
   const ReferenceTime now = m.platform.clock.now();
   const std::pair madeOf{shown.revision(), static_cast<std::int64_t>(std::floor(now / 60))};
-  if (std::exchange(mMadeOf, madeOf) == madeOf && mWeek != nullptr) return false;
+  const Circumstances circumstances{
+      .disabled = m.state.mScheduleDisabled || m.state.mScheduleDisabledWhenDone,
+      .otherMachine = m.state.mStartedFromNewMachine,
+      .paused = m.state.mPause,
+      .context = static_cast<ActionContext>(m.state.mContext)};
+  const bool isSame = mMadeOf == madeOf && mCircumstances == circumstances;
+  if (isSame && mWeek != nullptr) return false;
+  mMadeOf = madeOf;
+  mCircumstances = circumstances;
   const RunDurations durations(m.history.getProgrammedHistoryList());
   std::unordered_set<std::int64_t> refs;
   for (std::size_t row = 0; row < shown.rowCount(); ++row)
-    if (shown.action(row).hasDate) refs.insert(shown.action(row).ref);
+    if (!shown.action(row).isGroup) refs.insert(shown.action(row).ref);
   ProgrammedAction::Nodes nodes;
   m.tree.rootItem().getListOfAllProgrammedActions(nodes);
   std::vector<WeekTimeline::Action> actions;
@@ -189,9 +199,11 @@ bool WeekModel::refresh(const NextActionsModel& shown) {
     actions.push_back({.ref = node->getReference(),
                        .title = node->getTitle(),
                        .schedule = node->schedule(),
-                       .seconds = durations.secondsOf(node->getReference())});
+                       .seconds = durations.secondsOf(node->getReference()),
+                       .context = node->getActionContext()});
   }
-  mWeek = std::make_unique<WeekTimeline>(m.evaluation.calendar(), now, std::move(actions));
+  mWeek = std::make_unique<WeekTimeline>(m.evaluation.calendar(), now, std::move(actions),
+                                         circumstances);
   return true;
 }
 
@@ -225,15 +237,37 @@ std::string WeekModel::barTitle(const WeekTimeline::Bar& bar) const {
   return mWeek->actionOf(mWeek->runs()[bar.run]).title;
 }
 
+bool WeekModel::isHeld(const WeekTimeline::Bar& bar) const {
+  return mWeek->runs()[bar.run].hold != Hold::none;
+}
+
+std::string WeekModel::heldText(Hold hold) const {
+  switch (hold) {
+    case Hold::none:
+      break;
+    case Hold::disabled:
+      return m.texts.text("WeekHeldDisabled");
+    case Hold::otherMachine:
+      return m.texts.text("WeekHeldOtherMachine");
+    case Hold::otherContext:
+      return m.texts.text("WeekHeldContext", {contextName(mCircumstances.context, m.texts)});
+    case Hold::paused:
+      return m.texts.text("WeekHeldPaused");
+  }
+  return {};
+}
+
 std::string WeekModel::barText(const WeekTimeline::Bar& bar) const {
   const WeekTimeline::Run& run = mWeek->runs()[bar.run];
   const WeekTimeline::Action& action = mWeek->actionOf(run);
   const ActionsTools tools(m.evaluation.calendar(), m.platform.clock.now());
   const std::string when = tools.getScheduleStringForDate(run.start, {m.texts, m.strings});
-  if (bar.count > 1) return m.texts.text("WeekBand", {action.title, when, bar.count});
+  const std::string held = run.hold == Hold::none ? "" : ' ' + heldText(run.hold);
+  if (bar.count > 1) return m.texts.text("WeekBand", {action.title, when, bar.count}) + held;
   const auto seconds = static_cast<std::int64_t>(run.end - run.start);
   std::string text = m.texts.text(run.shutDown ? "WeekRunShutDown" : "WeekRun",
-                                  {action.title, when, ZAN_StringUtils::getDuration(seconds)});
+                                  {action.title, when, ZAN_StringUtils::getDuration(seconds)}) +
+                     held;
   if (run.waitsFor) {
     text +=
         ' ' + m.texts.text("WeekWaitsFor", {mWeek->actionOf(mWeek->runs()[*run.waitsFor]).title});

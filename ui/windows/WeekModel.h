@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
+#include "actions/Forecast.h"
 #include "actions/Schedule.h"
 #include "ui/UserInterfaceSources.h"
 
@@ -51,6 +52,7 @@ class WeekTimeline {
     std::string title;
     Schedule schedule;
     double seconds = 60;  ///< how long it is expected to run
+    ActionContext context = ActionContext::none;
   };
 
   struct Run {
@@ -59,8 +61,10 @@ class WeekTimeline {
     ReferenceTime start = 0;
     ReferenceTime end = 0;
     bool shutDown = false;
+    Hold hold = Hold::none;                    ///< what would keep it from running, were it now
     std::optional<std::size_t> waitsFor = {};  ///< the run that is expected to be under way then
     bool isMet = false;                        ///< another run waits for it
+    bool comes() const { return hold == Hold::none || hold == Hold::paused; }
     bool overlaps() const { return waitsFor.has_value() || isMet; }
   };
   struct Bar {
@@ -81,7 +85,8 @@ class WeekTimeline {
     std::optional<ClockChange> change = {};
   };
 
-  WeekTimeline(const ZAN_DateUtils& calendar, ReferenceTime now, std::vector<Action> actions);
+  WeekTimeline(const ZAN_DateUtils& calendar, ReferenceTime now, std::vector<Action> actions,
+               const Circumstances& circumstances = {});
 
   const std::vector<Day>& days() const { return mDays; }
   const std::vector<Run>& runs() const { return mRuns; }  ///< by their begin
@@ -93,7 +98,7 @@ class WeekTimeline {
   double nowInDay() const { return mNowInDay; }
 
  private:
-  void findRuns(ReferenceTime end);
+  void findRuns(ReferenceTime end, const Circumstances& circumstances);
   void findOverlaps();
   void makeDays();
   void addBar(Day& day, ReferenceTime dayEnd, std::size_t run);
@@ -127,14 +132,18 @@ class WeekModel {
   std::string hourTitle(int hour) const;          ///< 0 to 24, as the region writes it
   std::string changeText(std::size_t day) const;  ///< of the clocks; empty on other days
   std::string barTitle(const WeekTimeline::Bar& bar) const;
-  /// When, what, how long and what it meets, in a line.
+  bool isHeld(const WeekTimeline::Bar& bar) const;
+  /// When, what, how long and what it meets or what holds it up, in a line.
   std::string barText(const WeekTimeline::Bar& bar) const;
   std::string summary() const;
 
  private:
+  std::string heldText(Hold hold) const;
+
   const UserInterfaceSources& m;
   std::unique_ptr<WeekTimeline> mWeek;
   std::pair<std::int64_t, std::int64_t> mMadeOf;  ///< revision of the list, and the minute
+  Circumstances mCircumstances;
 };
 
 }  // namespace corvana
