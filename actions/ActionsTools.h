@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
@@ -135,5 +136,16 @@ class ActionsTools {
   ReferenceTime mToday;
   Log mLog;
 };
+
+/// What a record says, in keys of this system's own, of how much a synchronisation may delete.
+namespace DeletionKey {
+/// The share of a copy, in percent, that a run may delete without a question; missing: a third.
+inline constexpr std::string_view limit = "DeletionLimit";
+/// How many files the last run would have deleted and asked about; 0 or missing: none.
+inline constexpr std::string_view toConfirm = "DeletionsToConfirm";
+/// How many files the next run may delete, since the user said so; 0 or missing: as many as the
+/// limit allows.
+inline constexpr std::string_view confirmed = "DeletionsConfirmed";
+}  // namespace DeletionKey
 
 }  // namespace corvana

@@ -212,6 +212,34 @@ Answer removeCommand(Arguments& arguments, const Console& console) {
   return Answer::ofText("removed " + named(*reference, title));
 }
 
+Answer confirmCommand(Arguments& arguments, const Console& console) {
+  const auto words = arguments.words(1, 1);
+  if (!words) return wrongWords(words.error());
+  const auto reference = referenceFrom(words->front());
+  if (!reference) return wrongWords(reference.error());
+  CommandHome home(console);
+  if (!home.isThere()) return noSuchReference(*reference);
+
+  std::int64_t count = 0;
+  const Outcome done = edited(home, [&](ProgrammedAction& root) -> Outcome {
+    ProgrammedAction* node = root.actionForReference(*reference);
+    if (node == nullptr) return noSuchReference(*reference);
+    ZAN_Value record = node->getSettings();
+    count = record.integer(DeletionKey::toConfirm);
+    if (count <= 0) {
+      return Error{ErrorKind::refused,
+                   words->front() + ": its last run did not ask to delete anything"};
+    }
+    record.setValue(DeletionKey::confirmed, count);
+    record.setValue(DeletionKey::toConfirm, 0);
+    node->changeSettings(record);
+    return {};
+  });
+  if (!done) return done.error();
+  return Answer::ofText("confirmed " + words->front() + ": its next run may delete " +
+                        std::to_string(count) + " files\n");
+}
+
 Answer groupCommand(Arguments& arguments, const Console& console) {
   const auto parent = arguments.number("--group", 0, INT64_MAX);
   const std::string shortcut = arguments.option("--shortcut").value_or("");

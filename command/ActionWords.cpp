@@ -131,6 +131,7 @@ ActionWords::ActionWords(Arguments& arguments)
                            {"home", number(ActionContext::home)},
                            {"nomad", number(ActionContext::nomad)},
                            {"any", number(ActionContext::none)}}})),
+      mDeleteLimit(arguments.number("--delete-limit", 0, 100)),
       mGroup(arguments.number("--group", 0, INT64_MAX)),
       mForce(arguments.flag("--force")) {
   if (mTitle && mTitle->empty()) arguments.complain("--title wants a text");
@@ -139,7 +140,8 @@ ActionWords::ActionWords(Arguments& arguments)
 bool ActionWords::isEmpty() const { return fitsGroup() && !mTitle && !mShortcut && !mGroup; }
 
 bool ActionWords::fitsGroup() const {
-  return !mSchedule.isGiven() && mSources.empty() && !mDestination && !mMode && !mContext;
+  return !mSchedule.isGiven() && mSources.empty() && !mDestination && !mMode && !mContext &&
+         !mDeleteLimit;
 }
 
 Outcome ActionWords::describeFolders(CommandHome& home) {
@@ -175,6 +177,7 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mTitle) record.setValue("Title", *mTitle);
   if (mShortcut) record.setValue("Shortcut", *mShortcut);
   if (mMode) record.setValue("Mode", *mMode);
+  if (mDeleteLimit) record.setValue(DeletionKey::limit, *mDeleteLimit);
   if (mContext) record.setValue("TriggerContextPopup", *mContext);
   if (!mSourceDescriptions.empty()) {
     record.setValue("ItemsSource", mSourceDescriptions.front().toValue());

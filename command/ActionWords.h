@@ -49,6 +49,7 @@ class ActionWords {
   std::optional<std::string> mShortcut;
   std::optional<int> mMode;
   std::optional<int> mContext;
+  std::optional<std::int64_t> mDeleteLimit;
   std::optional<std::int64_t> mGroup;
   bool mForce = false;
   std::vector<FolderDescription> mSourceDescriptions;

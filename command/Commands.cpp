@@ -23,6 +23,9 @@ constexpr std::string_view kActionHelp =
     "  --source FOLDER            what is copied; may be given several times\n"
     "  --destination FOLDER       where to\n"
     "  --mode copy|synchronise    synchronise also deletes what is gone from the source\n"
+    "  --delete-limit PERCENT     how much of a copy it may delete without asking; a third "
+    "without\n"
+    "                             it, and 50 files in any case; 100 never asks\n"
     "  --context WHERE            office, home or nomad: it runs in this context alone; any: in "
     "all\n"
     "  --shortcut KEY             a short word to find it by\n"
@@ -59,6 +62,12 @@ constexpr std::array kCommands{
             "  --group REF      the group it lies in; 0 is the top\n"
             "  --shortcut KEY   a short word to find it by\n",
             groupCommand},
+    Command{"confirm", "REF",
+            "let the next run of an action delete as much as the last one asked about",
+            "A run that would delete more than a third of a copy, and more than 50 files, copies,\n"
+            "deletes nothing and asks. The consent covers the number that was shown and one run;\n"
+            "launch runs it now. What is deleted is kept beside the copies for 30 days.\n",
+            confirmCommand},
     Command{"next", "[--count N] [--ics] | --records FILE --now SECONDS", "show the coming runs",
             "The coming runs of all actions, the next first.\n"
             "  --count N              so many of them; 10 without it\n"

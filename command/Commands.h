@@ -73,6 +73,7 @@ Answer addCommand(Arguments& arguments, const Console& console);
 Answer editCommand(Arguments& arguments, const Console& console);
 Answer removeCommand(Arguments& arguments, const Console& console);
 Answer groupCommand(Arguments& arguments, const Console& console);
+Answer confirmCommand(Arguments& arguments, const Console& console);
 Answer nextCommand(Arguments& arguments, const Console& console);
 Answer whyCommand(Arguments& arguments, const Console& console);
 Answer statusCommand(Arguments& arguments, const Console& console);

@@ -1,70 +1,27 @@
 #include "execute/CopyPlan.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <string_view>
-#include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionsTools.h"
 #include "execute/Rsync.h"
+#include "execute/Versions.h"
+#include "platform/linux/MountTable.h"
 
 namespace corvana {
 
-Result<VolumeGuard::Place> VolumeGuard::locate(const FolderDescription& item) const {
-  VolumeIdentity identity(*mVolumes);
-  auto place = identity.locate(item, mTolerant);
-  if (!place || !identity.reference().isBelowVolumesFolder(place->path)) return place;
-  struct stat volume {};
-  struct stat folder {};
-  std::string nearest = place->path;
-  while (::stat(nearest.c_str(), &folder) != 0) {
-    if (nearest.size() <= place->mount.target.size()) break;
-    nearest = ZAN_FilesUtils::parentPath(nearest);
-  }
-  // What cannot be looked at is for the copying to complain of.
-  if (::stat(place->mount.target.c_str(), &volume) == 0 && folder.st_ino != 0 &&
-      folder.st_dev != volume.st_dev)
-    return Error{ErrorKind::absent, nearest + ": it does not lie on the volume described"};
-  return place;
-}
-
 namespace {
 
-namespace fs = std::filesystem;
-
-std::string canonical(const std::string& path) {
-  std::error_code ignored;
-  const fs::path result = fs::weakly_canonical(path, ignored);
-  return result.empty() ? path : result.string();
-}
-
-bool isEmptyFolder(const std::string& path) {
-  std::error_code failed;
-  return fs::is_directory(path, failed) &&
-         fs::directory_iterator(path, failed) == fs::directory_iterator() && !failed;
-}
-
-/// A pattern that matches this very path and no other. A backslash is special only beside a
-/// wildcard.
-std::string literalPattern(const std::string& path) {
-  if (path.find_first_of("*?[") == std::string::npos) return "/" + path;
-  std::string pattern = "/";
-  for (const char letter : path) {
-    if (std::string_view("*?[\\").find(letter) != std::string_view::npos) pattern.push_back('\\');
-    pattern.push_back(letter);
-  }
-  return pattern;
-}
-
-/// A share that the desktop shows as a folder. It knows no permissions and refuses to be told any.
-constexpr std::string_view kDesktopShare = "share";
+constexpr const char* kProbe = ".corvana9-probe";
 
 bool lacksOwners(const std::string& fileSystem) {
   constexpr std::array<std::string_view, 6> kinds{"vfat", "msdos", "exfat",
@@ -76,7 +33,91 @@ Error systemError(ErrorKind kind, const std::string& path) {
   return Error{kind, path + ": " + std::strerror(errno)};
 }
 
+/// Where something of that name in the folder lies on its file system.
+Result<std::string> pathOnDevice(const HeldFolder& folder, const std::string& name = {}) {
+  const auto path = folder.pathOnDevice();
+  if (!path) return Error{ErrorKind::absent, folder.path() + ": it has just gone"};
+  return ZAN_FilesUtils::joinedPath(*path, name);
+}
+
+/// As a pattern with wildcards wants it.
+std::string escaped(const std::string& name) {
+  std::string pattern;
+  for (const char letter : name) {
+    if (std::string_view("*?[\\").find(letter) != std::string_view::npos) pattern.push_back('\\');
+    pattern.push_back(letter);
+  }
+  return pattern;
+}
+
 }  // namespace
+
+Result<VolumeGuard::Place> VolumeGuard::locate(const FolderDescription& item) const {
+  return VolumeIdentity(*mVolumes).locate(item, mTolerant);
+}
+
+Result<HeldFolder> VolumeGuard::hold(const std::string& path, const Place& place) {
+  auto held = HeldFolder::open(path);
+  if (!held) return held;
+  // A share that the desktop shows has no mount of its own.
+  if (place.mount.id != 0 && held->mount().id != place.mount.id)
+    return Error{ErrorKind::absent, path + ": it does not lie on the volume described"};
+  return held;
+}
+
+FileSystemFacts FileSystemFacts::of(const HeldFolder& folder, const Mount& mount) {
+  FileSystemFacts facts;
+  facts.isDesktopShare = mount.source.find("://") != std::string::npos;
+  facts.keepsOwners = !facts.isDesktopShare && !lacksOwners(mount.fileSystem);
+  const int place = folder.descriptor();
+  constexpr int kFlags = O_RDWR | O_CLOEXEC;
+  bool hasName = false;
+  ZAN_Descriptor probe(::openat(place, ".", kFlags | O_TMPFILE, 0600));
+  if (!probe) {
+    hasName = true;
+    ::unlinkat(place, kProbe, 0);
+    probe = ZAN_Descriptor(::openat(place, kProbe, kFlags | O_CREAT | O_EXCL | O_NOFOLLOW, 0600));
+  }
+  if (!probe) {
+    facts.hardLinks = facts.attributes = facts.accessLists = facts.exactTimes = false;
+    return facts;
+  }
+  constexpr timespec kOdd{1'000'000'001, 123'456'789};
+  const std::array times{kOdd, kOdd};
+  struct stat state {};
+  if (::futimens(probe.get(), times.data()) != 0 || ::fstat(probe.get(), &state) != 0) {
+    facts.exactTimes = facts.wholeSeconds = false;
+  } else {
+    facts.exactTimes = state.st_mtim.tv_nsec == kOdd.tv_nsec;
+    facts.wholeSeconds = state.st_mtim.tv_sec == kOdd.tv_sec;
+  }
+  facts.attributes = ::fsetxattr(probe.get(), "user.corvana9.probe", "1", 1, 0) == 0;
+  facts.accessLists =
+      ::fgetxattr(probe.get(), "system.posix_acl_access", nullptr, 0) >= 0 || errno == ENODATA;
+  if (hasName) {
+    const std::string second = std::string(kProbe) + "2";
+    facts.hardLinks = ::linkat(place, kProbe, place, second.c_str(), 0) == 0;
+    ::unlinkat(place, second.c_str(), 0);
+    ::unlinkat(place, kProbe, 0);
+  }
+  return facts;
+}
+
+std::vector<std::string> FileSystemFacts::options() const {
+  std::vector<std::string> words{"--sparse"};
+  if (hardLinks && keepsOwners) words.emplace_back("--hard-links");
+  if (attributes) words.emplace_back("--xattrs");
+  if (accessLists && keepsOwners) words.emplace_back("--acls");
+  if (!keepsOwners) words.insert(words.end(), {"--no-perms", "--no-owner", "--no-group"});
+  if (!wholeSeconds || !keepsOwners) {
+    words.emplace_back("--modify-window=2");
+  } else if (exactTimes) {
+    words.emplace_back("--modify-window=-1");
+  }
+  // They are what it shows anyway, so that there is nothing to set.
+  if (isDesktopShare) words.emplace_back("--chmod=D700,F700");
+  return words;
+}
 
 Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeGuard& guard) {
   if (settings["OptionsPerformer"].stringView() != "corvana9") {
@@ -93,23 +134,7 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
   if (destination.isNull())
     return Error{ErrorKind::refused, "ItemsDestination: the action has no destination"};
-  auto place = guard.locate(destination);
-  if (!place) return place.error();
-  plan.mDestination = place->path;
-  const bool isDesktopShare = place->mount.source.find("://") != std::string::npos;
-  plan.mFileSystem = isDesktopShare ? std::string(kDesktopShare) : place->mount.fileSystem;
-  const std::string holder(ZAN_FilesUtils::parentPath(plan.mDestination));
-  if (ZAN_FilesUtils::exists(plan.mDestination)) {
-    if (!ZAN_FilesUtils::isFolder(plan.mDestination)) {
-      return Error{ErrorKind::unwritable, plan.mDestination + ": not a folder"};
-    }
-    if (::access(plan.mDestination.c_str(), W_OK | X_OK) != 0) {
-      return systemError(ErrorKind::unwritable, plan.mDestination);
-    }
-  } else if (!ZAN_FilesUtils::isFolder(holder)) {
-    return Error{ErrorKind::absent, holder + ": the folder of the destination is not there"};
-  }
-
+  if (const Outcome there = plan.setDestination(destination, guard); !there) return there.error();
   const auto sources = ActionsTools::getSourcesForAction(settings);
   if (sources.empty()) return Error{ErrorKind::refused, "ItemsSource: the action has no source"};
   for (const auto& source : sources) {
@@ -119,78 +144,147 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   return plan;
 }
 
+Outcome CopyPlan::setDestination(const FolderDescription& item, const VolumeGuard& guard) {
+  auto place = guard.locate(item);
+  if (!place) return place.error();
+  mDestination = place->path;
+  mMount = place->mount;
+  auto held = VolumeGuard::hold(mDestination, *place);
+  if (held) {
+    if (::access((held->heldPath() + "/.").c_str(), W_OK | X_OK) != 0)
+      return systemError(ErrorKind::unwritable, mDestination);
+    mHeld = *std::move(held);
+    return {};
+  }
+  if (held.error().kind == ErrorKind::refused)
+    return Error{ErrorKind::unwritable, held.error().text};
+  if (held.error().kind != ErrorKind::absent || ZAN_FilesUtils::exists(mDestination))
+    return held.error();
+  const std::string holder(ZAN_FilesUtils::parentPath(mDestination));
+  auto above = VolumeGuard::hold(holder, *place);
+  if (!above) {
+    if (ZAN_FilesUtils::exists(holder)) return above.error();
+    return Error{ErrorKind::absent, holder + ": the folder of the destination is not there"};
+  }
+  mHolder = *std::move(above);
+  return {};
+}
+
 Outcome CopyPlan::addSource(const FolderDescription& item, const VolumeGuard& guard) {
   auto place = guard.locate(item);
   if (!place) return place.error();
   const std::string& path = place->path;
   if (path == "/") return Error{ErrorKind::refused, "/: its copy would have no name of its own"};
-  if (::access(path.c_str(), R_OK) != 0) {
+  struct stat state {};
+  if (::stat(path.c_str(), &state) != 0 || ::access(path.c_str(), R_OK) != 0)
     return systemError(errno == ENOENT ? ErrorKind::absent : ErrorKind::unwritable, path);
-  }
-  const std::string name(ZAN_FilesUtils::lastPathComponent(path));
+  const bool isFolder = S_ISDIR(state.st_mode);
+  if (!isFolder && !S_ISREG(state.st_mode))
+    return Error{ErrorKind::refused, path + ": neither a folder nor a file"};
+  std::string name(ZAN_FilesUtils::lastPathComponent(path));
+  if (name == Versions::kName)
+    return Error{ErrorKind::refused, path + ": the name is that of the folder of older versions"};
   for (const auto& other : mSources) {
-    if (other.name == name) {
+    if (other.name == name)
       return Error{ErrorKind::refused, path + ": its copy would lie in that of " + other.path};
+  }
+  auto held =
+      VolumeGuard::hold(isFolder ? path : std::string(ZAN_FilesUtils::parentPath(path)), *place);
+  if (!held) return held.error();
+  std::vector<std::string> within;
+  if (const auto real = held->realPath(); real && isFolder) {
+    for (const Mount& mount : MountTable::read({})) {
+      const auto rest = ZAN_FilesUtils::relativePath(mount.target, *real);
+      if (rest && !rest->empty() && std::ranges::find(within, *rest) == within.end())
+        within.emplace_back(*rest);
     }
   }
-  mSources.push_back({path, name});
+  mSources.push_back({path, std::move(name), isFolder, *std::move(held), {}, std::move(within)});
   return {};
 }
 
 Outcome CopyPlan::checkOverlaps() {
-  const std::string destination = canonical(mDestination);
-  for (const auto& source : mSources) {
-    const std::string from = canonical(source.path);
-    const std::string to = canonical(ZAN_FilesUtils::joinedPath(destination, source.name));
-    if (ZAN_FilesUtils::isAtOrBelow(from, to)) {
+  const HeldFolder& anchor = mHeld ? *mHeld : *mHolder;
+  const auto destination = pathOnDevice(
+      anchor, mHeld ? std::string() : std::string(ZAN_FilesUtils::lastPathComponent(mDestination)));
+  if (!destination) return destination.error();
+  for (auto& source : mSources) {
+    // Elsewhere mounted or linked, it is the same place of the same file system.
+    if (source.held.mount().device != anchor.mount().device) continue;
+    const auto from = pathOnDevice(source.held, source.isFolder ? std::string() : source.name);
+    if (!from) return from.error();
+    if (ZAN_FilesUtils::isAtOrBelow(*from, ZAN_FilesUtils::joinedPath(*destination, source.name)))
       return Error{ErrorKind::refused, source.path + ": it lies where its copy would be"};
-    }
-    if (ZAN_FilesUtils::isAtOrBelow(destination, from)) {
-      if (destination == from)
-        return Error{ErrorKind::refused, source.path + ": it is its own destination"};
-      mExcluded.push_back(source.name + destination.substr(from.size()));
-    }
-    std::error_code ignored;
-    if (mDeletes && isEmptyFolder(source.path) && fs::exists(to, ignored) && !isEmptyFolder(to)) {
-      return Error{ErrorKind::refused,
-                   source.path + ": it is empty and its copy is not; nothing was deleted"};
-    }
+    const auto below = ZAN_FilesUtils::relativePath(*destination, *from);
+    if (!below) continue;
+    if (below->empty())
+      return Error{ErrorKind::refused, source.path + ": it is its own destination"};
+    source.excluded.emplace_back(*below);
   }
   return {};
 }
 
-Outcome CopyPlan::createDestination() const {
-  if (::mkdir(mDestination.c_str(), 0777) == 0 || errno == EEXIST) return {};
-  return systemError(ErrorKind::unwritable, mDestination);
+Result<HeldFolder> CopyPlan::openDestination() const {
+  if (mHeld) return mHeld->again();
+  return mHolder->makeBelow(std::string(ZAN_FilesUtils::lastPathComponent(mDestination)));
 }
 
-std::vector<std::string> CopyPlan::arguments(const std::string& rsync,
-                                             const std::vector<std::string>& skippedItems) const {
-  std::vector<std::string> words{rsync, "--archive", "--one-file-system"};
-  if (mDeletes) words.push_back("--delete");
-  const bool isDesktopShare = mFileSystem == kDesktopShare;
-  if (isDesktopShare || lacksOwners(mFileSystem)) {
-    // Times there are kept to two seconds.
-    words.insert(words.end(), {"--no-perms", "--no-owner", "--no-group", "--modify-window=2"});
+FileSystemFacts CopyPlan::factsOf(const HeldFolder& destination) const {
+  return FileSystemFacts::of(destination, mMount);
+}
+
+Outcome CopyPlan::checkMounted(const std::vector<Mount>& mounts) const {
+  const auto check = [&](const HeldFolder& folder, const std::string& path) -> Outcome {
+    if (folder.isMounted(mounts)) return {};
+    return Error{ErrorKind::absent, path + ": its volume is not mounted any more"};
+  };
+  for (const Source& source : mSources) {
+    if (Outcome there = check(source.held, source.path); !there) return there;
   }
-  // They are what it shows anyway, so that there is nothing to set.
-  if (isDesktopShare) words.emplace_back("--chmod=D700,F700");
+  return check(mHeld ? *mHeld : *mHolder, mDestination);
+}
+
+Outcome CopyPlan::checkAlive() const {
+  for (const Source& source : mSources) {
+    if (Outcome there = source.held.answers(); !there) return there;
+    if (!source.held.isInPlace())
+      return Error{ErrorKind::refused, source.path + ": another folder has taken its place"};
+  }
+  return (mHeld ? *mHeld : *mHolder).answers();
+}
+
+std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass,
+                                             const Task& task) const {
+  const Source& source = task.source;
+  std::vector<std::string> words{rsync, "--archive", "--one-file-system"};
+  words.insert(words.end(), task.options.begin(), task.options.end());
+  if (pass == Pass::look) {
+    words.emplace_back("--dry-run");
+    // What could not be read is kept from deletion one by one.
+    if (mDeletes && source.isFolder)
+      words.insert(words.end(), {"--delete-after", "--ignore-errors", "--force"});
+  } else {
+    if (task.mayRemoveFolders) words.emplace_back("--force");
+    if (task.aside)
+      words.insert(words.end(), {"--backup", "--backup-dir=" + task.aside->heldPath()});
+  }
+  // A link to a file means the file.
+  if (!source.isFolder) words.emplace_back("--copy-links");
   for (auto& word : RsyncOutput::arguments()) words.push_back(std::move(word));
-  for (const auto* list : {&mExcluded, &skippedItems}) {
+  for (const auto* list : {&source.excluded, &task.skippedItems}) {
     for (const auto& item : *list) words.push_back("--exclude=" + literalPattern(item));
   }
-  words.push_back("--");
-  for (const auto& source : mSources) words.push_back(source.path);
-  words.push_back(mDestination + "/");
+  for (const auto& mount : source.mountsWithin)
+    words.push_back("--exclude=/" + escaped(mount) + "/*");
+  words.emplace_back("--");
+  words.push_back(source.held.heldPath() + "/" + (source.isFolder ? std::string() : source.name));
+  words.push_back(task.copy.heldPath() + "/");
   return words;
 }
 
-std::string CopyPlan::sourcePathOf(const std::string& item) const {
-  const std::string name = item.substr(0, item.find('/'));
-  for (const auto& source : mSources) {
-    if (source.name == name) return source.path + item.substr(name.size());
-  }
-  return item;
+std::string CopyPlan::literalPattern(const std::string& relative) {
+  const bool isPlain = relative.find_first_of("*?[") == std::string::npos;
+  return "/" + (isPlain ? relative : escaped(relative));
 }
 
 }  // namespace corvana

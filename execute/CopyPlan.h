@@ -1,38 +1,60 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/FolderDescription.h"
+#include "platform/linux/HeldFolder.h"
 #include "volumes/VolumeIdentity.h"
 
 namespace corvana {
 
-/// Makes sure, before anything is written, that a folder of an action really lies on the volume
-/// that the action describes, and not in an empty mount point on the system disk.
+/// Finds the folders of an action on the volumes that it describes, and takes hold of them.
 class VolumeGuard {
  public:
   using Place = VolumeIdentity::Place;
 
   VolumeGuard(Volumes& volumes, bool tolerant) : mVolumes(&volumes), mTolerant(tolerant) {}
 
-  /// Where the folder is now, as VolumeIdentity::locate says; and looking at the folder itself, or
-  /// at the nearest above it that is there, it must lie on that volume: a link on a volume may lead
-  /// off it.
+  /// Where the folder is now, as VolumeIdentity::locate says.
   Result<Place> locate(const FolderDescription& item) const;
+  /// Opens a folder that was located. It must lie on that very mount: `absent` when a link or a
+  /// mount that came meanwhile leads off it.
+  static Result<HeldFolder> hold(const std::string& path, const Place& place);
 
  private:
   Volumes* mVolumes;
   bool mTolerant;
 };
 
-/// What one action copies from where to where, checked before anything is written.
+/// What a file system can keep of what is copied to it, found out by trying.
+struct FileSystemFacts {
+  bool keepsOwners = true;  ///< and permissions
+  bool hardLinks = true;
+  bool attributes = true;  ///< extended ones
+  bool accessLists = true;
+  bool exactTimes = true;  ///< to the nanosecond
+  bool wholeSeconds = true;
+  bool isDesktopShare = false;
+
+  /// `fileSystem` as the mount table names it. Writes a file without a name there, or with a hidden
+  /// one that goes again.
+  static FileSystemFacts of(const HeldFolder& folder, const Mount& mount);
+  /// The options that make rsync copy what can be kept, and no more.
+  std::vector<std::string> options() const;
+};
+
+/// What one action copies from where to where, checked and taken hold of before anything is
+/// written: what is copied is what was checked, whatever its path comes to mean.
 ///
 /// Each source becomes a folder (or file) of its own name in the destination. Copying (type 2) adds
 /// and replaces; synchronising (type 3) also removes from such a folder what its source no longer
-/// has, and nothing else of the destination. Other volumes mounted below a source are not entered.
+/// has, and nothing else of the destination. A source that is a link means what it leads to. What
+/// is mounted below a source is not entered.
 class CopyPlan {
  public:
   static constexpr int kCopy = 2;
@@ -41,35 +63,57 @@ class CopyPlan {
   struct Source {
     std::string path;
     std::string name;  ///< of its copy in the destination
+    bool isFolder = true;
+    HeldFolder held;                        ///< the folder, or the one that holds the file
+    std::vector<std::string> excluded;      ///< relative names that are left as they are
+    std::vector<std::string> mountsWithin;  ///< relative names; what is in them is left as it is
   };
 
   /// Errors: `refused` for a record that is not ours to execute or would do harm (source and copy
-  /// are the same place, two sources of one name, an empty source that would empty its copy),
+  /// are the same place, two sources of one name, a source that is neither a folder nor a file),
   /// `absent` when a volume or a source is not there, `unwritable` for a destination that cannot be
   /// written.
   static Result<CopyPlan> fromSettings(const ZAN_Value& settings, const VolumeGuard& guard);
 
   const std::vector<Source>& sources() const { return mSources; }
   const std::string& destination() const { return mDestination; }
+  bool deletes() const { return mDeletes; }
 
-  /// The destination folder itself may be created, the folder that holds it never is.
-  Outcome createDestination() const;
-  /// rsync with its arguments. Items to be skipped are named as rsync does, from the parent of
-  /// their source on.
-  std::vector<std::string> arguments(const std::string& rsync,
-                                     const std::vector<std::string>& skippedItems) const;
-  /// Full path of an item that rsync names.
-  std::string sourcePathOf(const std::string& item) const;
+  /// The destination, made when it is not there; the folder that holds it never is.
+  Result<HeldFolder> openDestination() const;
+  FileSystemFacts factsOf(const HeldFolder& destination) const;
+  /// Says which folder has lost its volume.
+  Outcome checkMounted(const std::vector<Mount>& mounts) const;
+  /// Says which folder is on a volume that does not answer any more, or is another one than it was.
+  Outcome checkAlive() const;
+
+  enum class Pass { look, copy };
+  struct Task {
+    const Source& source;
+    const HeldFolder& copy;   ///< its folder in the destination, or the destination
+    const HeldFolder* aside;  ///< takes in what is replaced
+    const std::vector<std::string>& skippedItems;  ///< relative names
+    std::vector<std::string> options;              ///< of the file system
+    bool mayRemoveFolders = false;                 ///< that stand where a file is to be
+  };
+  /// rsync with its arguments.
+  std::vector<std::string> arguments(const std::string& rsync, Pass pass, const Task& task) const;
+
+  /// A pattern that matches this very item of a source and no other. A backslash is special only
+  /// beside a wildcard.
+  static std::string literalPattern(const std::string& relative);
 
  private:
   Outcome addSource(const FolderDescription& item, const VolumeGuard& guard);
+  Outcome setDestination(const FolderDescription& item, const VolumeGuard& guard);
   Outcome checkOverlaps();
 
   std::vector<Source> mSources;
   std::string mDestination;
-  std::string mFileSystem;  ///< of the destination
+  std::optional<HeldFolder> mHolder;  ///< of a destination that is to be made
+  std::optional<HeldFolder> mHeld;    ///< the destination
+  Mount mMount;                       ///< of the destination
   bool mDeletes = false;
-  std::vector<std::string> mExcluded;
 };
 
 }  // namespace corvana

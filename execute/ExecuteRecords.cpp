@@ -5,6 +5,7 @@
 
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
+#include "actions/ActionsTools.h"
 #include "actions/History.h"
 #include "platform/Clock.h"
 
@@ -16,10 +17,6 @@ constexpr std::string_view kCrashPath = "Corvana 9 CurrentPath.txt";
 constexpr double kPathInterval = 1.0;
 constexpr double kAgentPatience = 3.0;
 constexpr int kStarted = 1;
-
-bool countsAsExecuted(ExecuteCode code) {
-  return code == ExecuteCode::completed || code == ExecuteCode::completedWithErrors;
-}
 
 }  // namespace
 
@@ -66,13 +63,24 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
   entry.setValue("EndDate", ZAN_Value::date(mFiles.store.clock().now()));
   entry.setValue("C", static_cast<int>(end.code));
   entry.setValue("ActionErrors", end.errors);
+  entry.setValue("FilesCopied", end.progress.filesCopied);
+  entry.setValue("SizeCopied", end.progress.sizeCopied);
+  entry.setValue("FilesReplaced", end.filesReplaced);
+  entry.setValue("FilesDeleted", end.filesDeleted);
+  entry.setValue("FilesSkipped", std::uint64_t{end.skipped.size()});
+  if (!end.reason.empty()) entry.setValue("Reason", end.reason);
   mFiles.history.addHistoryEntry(entry);
 
-  if (countsAsExecuted(end.code)) {
-    if (auto* action = mFiles.tree.rootItem().actionForReference(mReference)) {
-      action->incrementExecutionCounter();
-      action->setLastExecutionDate();
-    }
+  auto* action = mFiles.tree.rootItem().actionForReference(mReference);
+  if (action && end.isExecuted()) {
+    action->incrementExecutionCounter();
+    action->setLastExecutionDate();
+    const ZAN_Value& settings = action->getSettings();
+    if (settings.integer(DeletionKey::toConfirm) != static_cast<std::int64_t>(end.toConfirm))
+      action->addInChangesList(end.toConfirm, DeletionKey::toConfirm);
+    // A consent is for one run.
+    if (settings.integer(DeletionKey::confirmed) != 0)
+      action->addInChangesList(std::uint64_t{0}, DeletionKey::confirmed);
   }
   auto& texts = mFiles.store.texts();
   texts.saveCurrentPathForFirstError(end.firstErrorPath);

@@ -32,10 +32,20 @@ struct ExecuteEnd {
   ExecuteCode code = ExecuteCode::completed;
   std::string reason;  ///< in words; empty when all went well
   std::uint64_t errors = 0;
-  std::vector<std::string> errorTexts;
-  std::vector<std::string> skipped;
-  std::optional<std::string> firstErrorPath;
-  std::optional<std::string> lastErrorPath;
+  std::vector<std::string> errorTexts = {};
+  std::vector<std::string> skipped = {};
+  std::optional<std::string> firstErrorPath = {};
+  std::optional<std::string> lastErrorPath = {};
+  ExecuteMessages::Progress progress = {};  ///< the last of it
+  std::uint64_t filesReplaced = 0;
+  std::uint64_t filesDeleted = 0;
+  /// So many deletions wait for the user's consent.
+  std::uint64_t toConfirm = 0;
+
+  /// What was executed, be it with errors, moves the action's counter and date on.
+  bool isExecuted() const {
+    return code == ExecuteCode::completed || code == ExecuteCode::completedWithErrors;
+  }
 };
 
 /// What an execution leaves behind: current path, log, history, results and the action's own dates.
@@ -55,8 +65,8 @@ class ExecuteRecords {
   void began();
   /// Kept on disk for whoever looks after a crash, at most once a second.
   void workingOn(const std::string& path);
-  /// History, results, log; what was executed, be it with errors, moves the action's counter and
-  /// date on. Also for an execution that was refused before it began.
+  /// History, results, log, the action's counter and date, and what is to be confirmed. Also for an
+  /// execution that was refused before it began.
   void ended(const ExecuteEnd& end);
   /// A count of what there is to copy, instead of an execution.
   void estimated(std::uint64_t files, std::uint64_t bytes);

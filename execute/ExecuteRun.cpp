@@ -10,7 +10,7 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
-#include "execute/Rsync.h"
+#include "execute/CopyRun.h"
 
 namespace corvana {
 
@@ -58,15 +58,19 @@ ExecuteEnd refusal(const Error& error) {
   return end;
 }
 
-// rsync's exit codes: 23 some files could not be transferred, 24 some vanished while they were
-// read, 30 and 35 time-outs.
-ExecuteCode codeOf(const RsyncProcess::End& end, std::uint64_t errors) {
-  if (!end.signalled && (end.status == 0 || end.status == 24)) {
-    return errors == 0 ? ExecuteCode::completed : ExecuteCode::completedWithErrors;
-  }
-  if (!end.signalled && end.status == 23) return ExecuteCode::completedWithErrors;
-  if (!end.signalled && (end.status == 30 || end.status == 35)) return ExecuteCode::timeOut;
-  return ExecuteCode::unexpectedError;
+DeletionLimit limitOf(const ZAN_Value& settings) {
+  DeletionLimit limit;
+  const ZAN_Value& share = settings[DeletionKey::limit];
+  if (share.isNumber()) limit.share = std::clamp(share.doubleValue(), 0.0, 100.0) / 100;
+  limit.confirmed = static_cast<std::uint64_t>(
+      std::max<std::int64_t>(settings.integer(DeletionKey::confirmed), 0));
+  return limit;
+}
+
+std::string remedyFor(std::uint64_t deletions, std::int64_t reference) {
+  return "If they are to go, \"corvana9 confirm " + std::to_string(reference) +
+         "\" lets the next run delete as many as these " + std::to_string(deletions) +
+         " files from what it fills";
 }
 
 std::string counted(std::uint64_t files, std::uint64_t bytes) {
@@ -76,17 +80,14 @@ std::string counted(std::uint64_t files, std::uint64_t bytes) {
 
 }  // namespace
 
-VolumeGuard ExecuteRun::guardFor(const ZAN_Value& settings) const {
-  return VolumeGuard(mSurroundings.volumes, ActionsTools::toleratesOtherVolumes(settings));
-}
-
 void ExecuteRun::perform(const ExecuteArguments& arguments) {
   mSurroundings.messages.setMode(arguments.surveyMode);
   const auto* action = mSurroundings.files.tree.rootItem().actionForReference(arguments.reference);
   const ZAN_Value settings = action ? action->getSettings() : ZAN_Value();
   ExecuteRecords records(mSurroundings.files, mSurroundings.messages, mSurroundings.agentRuns,
                          arguments.reference, action ? action->getTitle() : "???");
-  const auto plan = action ? CopyPlan::fromSettings(settings, guardFor(settings))
+  const VolumeGuard guard(mSurroundings.volumes, ActionsTools::toleratesOtherVolumes(settings));
+  const auto plan = action ? CopyPlan::fromSettings(settings, guard)
                            : Result<CopyPlan>(Error{ErrorKind::refused,
                                                     "Ref " + std::to_string(arguments.reference) +
                                                         ": there is no such action"});
@@ -133,79 +134,30 @@ void ExecuteRun::estimate(const CopyPlan& plan, ExecuteRecords& records) {
 void ExecuteRun::execute(const CopyPlan& plan, const ZAN_Value& settings, ExecuteRecords& records) {
   records.began();
   records.workingOn(plan.sources().front().path);
-  const ExecuteEnd end = copy(plan, settings, records);
+  ExecuteMessages& messages = mSurroundings.messages;
+  std::string lastPath;
+  CopyRun run(plan, limitOf(settings),
+              {.control = mSurroundings.control,
+               .clock = mSurroundings.files.store.clock(),
+               .rsync = mSurroundings.rsync,
+               .tell = [&](const ExecuteMessages::Progress& progress) {
+                 if (progress.currentPath != lastPath) {
+                   lastPath = progress.currentPath;
+                   if (messages.mode() == ExecuteMessages::veryDetailed)
+                     std::cout << lastPath << std::endl;
+                 }
+                 messages.postProgress(progress, false);
+                 if (!lastPath.empty()) records.workingOn(lastPath);
+               }});
+  ExecuteEnd end = run.perform();
+  if (end.toConfirm > 0) end.reason += ". " + remedyFor(end.toConfirm, settings.integer("Ref"));
+  messages.postProgress(end.progress, true);
   for (const auto& text : end.errorTexts) std::cerr << text << '\n';
   if (!end.reason.empty()) std::cerr << end.reason << std::endl;
+  std::cout << counted(end.progress.filesCopied, end.progress.sizeCopied) << " copied, "
+            << end.filesReplaced << " replaced, " << end.filesDeleted << " deleted, " << end.errors
+            << " errors" << std::endl;
   records.ended(end);
-}
-
-ExecuteEnd ExecuteRun::copy(const CopyPlan& plan, const ZAN_Value& settings,
-                            ExecuteRecords& records) {
-  ExecuteEnd end;
-  if (const Outcome made = plan.createDestination(); !made) return refusal(made.error());
-
-  ExecuteControl& control = mSurroundings.control;
-  ExecuteMessages::Progress progress;
-  std::uint64_t filesBefore = 0;
-  std::uint64_t bytesBefore = 0;
-  while (true) {
-    RsyncOutput output;
-    const auto tell = [&](bool last) {
-      if (!output.currentItem().empty()) {
-        std::string path = plan.sourcePathOf(output.currentItem());
-        if (path != progress.currentPath &&
-            mSurroundings.messages.mode() == ExecuteMessages::veryDetailed)
-          std::cout << path << std::endl;
-        progress.currentPath = std::move(path);
-      }
-      progress.value = std::max(progress.value, output.progress());
-      progress.filesCopied = filesBefore + output.filesCopied();
-      progress.sizeCopied = bytesBefore + output.bytesCopied();
-      progress.errors = output.errorCount();
-      mSurroundings.messages.postProgress(progress, last);
-      if (!progress.currentPath.empty()) records.workingOn(progress.currentPath);
-    };
-    const auto run = RsyncProcess::run(plan.arguments(mSurroundings.rsync, end.skipped), control,
-                                       output, [&] { tell(false); });
-    tell(true);
-    end.errors = output.errorCount();
-    end.errorTexts = output.errors();
-    end.firstErrorPath = output.firstErrorPath();
-    end.lastErrorPath = output.lastErrorPath();
-    if (!run) {
-      end.code = ExecuteCode::unexpectedError;
-      end.reason = run.error().text;
-      return end;
-    }
-    if (control.stopReason() != StopReason::none) {
-      end.code = control.stopReason() == StopReason::user ? ExecuteCode::abortedByUser
-                                                          : ExecuteCode::volumeGone;
-      return end;
-    }
-    if (run->skipWanted && !output.currentItem().empty()) {
-      // What is done stays done, so going on costs one more look at the tree.
-      end.skipped.push_back(output.currentItem());
-      filesBefore += output.filesCopied();
-      bytesBefore += output.bytesCopied();
-      continue;
-    }
-    end.code = codeOf(*run, end.errors);
-    if (end.code == ExecuteCode::completedWithErrors)
-      end.errors = std::max<std::uint64_t>(end.errors, 1);
-    if (end.code == ExecuteCode::unexpectedError) {
-      end.reason = run->signalled ? "rsync: ended by signal " + std::to_string(run->status)
-                                  : "rsync: ended with " + std::to_string(run->status);
-      // A disk that was pulled out fails in many ways; what counts is that it is gone.
-      if (const auto again = CopyPlan::fromSettings(settings, guardFor(settings));
-          !again && again.error().kind == ErrorKind::absent) {
-        end.code = ExecuteCode::volumeGone;
-        end.reason = again.error().text;
-      }
-    }
-    std::cout << counted(progress.filesCopied, progress.sizeCopied) << " copied, "
-              << output.itemsDeleted() << " deleted, " << end.errors << " errors" << std::endl;
-    return end;
-  }
 }
 
 }  // namespace corvana

@@ -52,8 +52,6 @@ class ExecuteRun {
  private:
   void execute(const CopyPlan& plan, const ZAN_Value& settings, ExecuteRecords& records);
   void estimate(const CopyPlan& plan, ExecuteRecords& records);
-  ExecuteEnd copy(const CopyPlan& plan, const ZAN_Value& settings, ExecuteRecords& records);
-  VolumeGuard guardFor(const ZAN_Value& settings) const;
 
   Surroundings mSurroundings;
 };

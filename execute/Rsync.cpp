@@ -4,6 +4,8 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,6 +18,7 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 
 namespace corvana {
 
@@ -23,6 +26,7 @@ namespace {
 
 constexpr std::size_t kKeptErrors = 200;
 constexpr std::size_t kLongestLine = 1 << 16;
+constexpr std::size_t kMostUnread = 10'000;
 
 /// Hands out the whole lines of `rest` + `bytes` and keeps what follows the last of them.
 template <class Handler>
@@ -63,7 +67,7 @@ bool isOctal(char letter) { return letter >= '0' && letter <= '7'; }
 
 std::vector<std::string> RsyncOutput::arguments() {
   // "@" tells an item's line from the progress lines; a name comes last, since it may hold blanks.
-  return {"--outbuf=L", "--no-human-readable", "--info=progress2,name0,flist0,del0,stats0",
+  return {"--outbuf=L", "--no-human-readable", "--info=progress2,name0,flist0,del0,stats2",
           "--out-format=@%i %l %n"};
 }
 
@@ -97,22 +101,29 @@ void RsyncOutput::finish() {
 }
 
 void RsyncOutput::readOutputLine(std::string_view line) {
-  if (line.front() != '@') return readProgressLine(line);
-  line.remove_prefix(1);
-  const std::string_view change = line.substr(0, line.find(' '));
-  line.remove_prefix(change.size());
-  skipBlanks(line);
-  if (!leadingNumber(line) || line.size() < 2 || line.front() != ' ') return;
-  line.remove_prefix(1);
-  if (change.starts_with("*deleting")) {
-    ++mDeleted;
-  } else {
-    mCurrentItem = decodedName(line);
-  }
+  constexpr std::string_view kListed = "Number of files: ";
+  if (line.front() == '@') return readItemLine(line.substr(1));
+  if (!line.starts_with(kListed)) return readProgressLine(line);
+  // "Number of files: 1007 (reg: 1000, dir: 7)"
+  mListed = numberAfter(line, kListed).value_or(0);
+  mFoldersListed = numberAfter(line, "dir: ").value_or(0);
 }
 
-// "        30000007 100%  286.10MB/s    0:00:00 (xfr#5, to-chk=0/7)"; "ir-chk" while folders are
-// still being read.
+void RsyncOutput::readItemLine(std::string_view line) {
+  Item item;
+  item.change = line.substr(0, line.find(' '));
+  line.remove_prefix(item.change.size());
+  skipBlanks(line);
+  const auto size = leadingNumber(line);
+  if (!size || line.size() < 2 || line.front() != ' ') return;
+  item.size = *size;
+  item.name = decodedName(line.substr(1));
+  if (mOnItem) mOnItem(item);
+  if (!item.isDeletion()) mCurrentItem = std::move(item.name);
+}
+
+// "        30000007 100%  286.10MB/s    0:00:00 (xfr#5, to-chk=0/7)". The percentage is one of what
+// is known so far, and the count is of what was listed, so neither says how far it is.
 void RsyncOutput::readProgressLine(std::string_view line) {
   skipBlanks(line);
   const auto bytes = leadingNumber(line);
@@ -121,33 +132,44 @@ void RsyncOutput::readProgressLine(std::string_view line) {
   if (!bytes || !percent || !line.starts_with('%')) return;
   mBytes = std::max(mBytes, *bytes);
   if (const auto files = numberAfter(line, "xfr#")) mFiles = std::max(mFiles, *files);
-  if (line.find("ir-chk=") != std::string_view::npos) return;
-  double progress = static_cast<double>(*percent);
-  const auto left = numberAfter(line, "to-chk=");
-  const auto at = line.rfind('/');
-  const auto all = at == std::string_view::npos ? std::nullopt : numberAfter(line.substr(at), "/");
-  if (left && all && *all > 0 && *left <= *all) {
-    // What is there already is never transferred, so the bytes alone would stop short of the end.
-    progress =
-        std::max(progress, 100.0 * static_cast<double>(*all - *left) / static_cast<double>(*all));
+}
+
+/// The path with what it stands for; what lies in the source counts as not read.
+std::string RsyncOutput::placed(std::string path) {
+  for (const Place& place : mPlaces) {
+    const auto rest = ZAN_FilesUtils::relativePath(path, place.held);
+    if (!rest) continue;
+    if (place.isSource && mUnread) mUnread->insert(std::string(*rest));
+    if (mUnread && mUnread->size() > kMostUnread) mUnread.reset();
+    return ZAN_FilesUtils::joinedPath(place.path, *rest);
   }
-  mProgress = std::clamp(progress, mProgress, 100.0);
+  return path;
 }
 
 void RsyncOutput::readErrorLine(std::string_view line) {
+  std::string text = decodedName(line);
+  std::optional<std::string> path;
+  const auto open = text.find('"');
+  const auto close = text.rfind('"');
+  if (open != std::string::npos && close != open) {
+    path = placed(text.substr(open + 1, close - open - 1));
+    text.replace(open + 1, close - open - 1, *path);
+  }
+  if (line.find("No space left on device") != std::string_view::npos ||
+      line.find("Disk quota exceeded") != std::string_view::npos)
+    mIsFull = true;
   // The closing line only sums up, and a file that vanished while being read was not the copy's
   // fault.
   for (const std::string_view harmless :
-       {"rsync error:", "rsync warning:", "file has vanished:", "IO error encountered"}) {
+       {"rsync error:", "rsync warning:", "file has vanished:", "directory has vanished:",
+        "IO error encountered", "rsync: [sender] IO error encountered"}) {
     if (line.starts_with(harmless)) return;
   }
   ++mErrorCount;
-  if (mErrors.size() < kKeptErrors) mErrors.push_back(decodedName(line));
-  const auto open = line.find('"');
-  const auto close = line.rfind('"');
-  if (open == std::string_view::npos || close == open) return;
-  mLastErrorPath = decodedName(line.substr(open + 1, close - open - 1));
-  if (!mFirstErrorPath) mFirstErrorPath = mLastErrorPath;
+  if (mErrors.size() < kKeptErrors) mErrors.push_back(std::move(text));
+  if (!path) return;
+  mLastErrorPath = path;
+  if (!mFirstErrorPath) mFirstErrorPath = std::move(path);
 }
 
 namespace {
@@ -169,9 +191,15 @@ Error systemError(const std::string& what) {
 }
 
 // Between fork and exec only what is safe after a fork in a program with threads.
-[[noreturn]] void becomeProgram(char* const* words, int output, int errors, int failure,
-                                pid_t parent) {
+[[noreturn]] void becomeProgram(char* const* words, const std::vector<int>& kept, int output,
+                                int errors, int failure, pid_t parent) {
+  constexpr int kGivesWay = 10;
+  constexpr int kProcess = 1;         // IOPRIO_WHO_PROCESS
+  constexpr int kWhenIdle = 3 << 13;  // IOPRIO_CLASS_IDLE
   ::setpgid(0, 0);
+  ::setpriority(PRIO_PROCESS, 0, kGivesWay);
+  ::syscall(SYS_ioprio_set, kProcess, 0, kWhenIdle);
+  for (const int descriptor : kept) ::fcntl(descriptor, F_SETFD, 0);
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (::getppid() != parent) ::_exit(127);
   sigset_t none;
@@ -205,11 +233,14 @@ class Group {
   }
 
   void killWhenLate() {
-    if (mStopped && !mKilled && std::chrono::steady_clock::now() >= mDeadline) {
-      mKilled = true;
-      signal(SIGKILL);
-    }
+    if (!mStopped || std::chrono::steady_clock::now() < mDeadline) return;
+    if (mKilled) mGivenUp = true;
+    mKilled = true;
+    mDeadline = std::chrono::steady_clock::now() + kPatience;
+    signal(SIGKILL);
   }
+  /// It has been killed and does not go.
+  bool isGivenUp() const { return mGivenUp; }
 
   bool isEnding() const { return mStopped; }
   bool skipWanted() const { return mSkipWanted; }
@@ -227,15 +258,17 @@ class Group {
   bool mPaused = false;
   bool mStopped = false;
   bool mKilled = false;
+  bool mGivenUp = false;
   bool mSkipWanted = false;
   std::chrono::steady_clock::time_point mDeadline;
 };
 
 }  // namespace
 
-Result<RsyncProcess::End> RsyncProcess::run(const std::vector<std::string>& arguments,
-                                            ExecuteControl& control, RsyncOutput& output,
+Result<RsyncProcess::End> RsyncProcess::run(const Task& task, ExecuteControl& control,
+                                            RsyncOutput& output,
                                             const std::function<void()>& onProgress) {
+  const auto& arguments = task.arguments;
   auto outputPipe = makePipe();
   auto errorPipe = makePipe();
   auto failurePipe = makePipe();
@@ -248,7 +281,7 @@ Result<RsyncProcess::End> RsyncProcess::run(const std::vector<std::string>& argu
   const pid_t pid = ::fork();
   if (pid < 0) return systemError(arguments[0]);
   if (pid == 0) {
-    becomeProgram(words.data(), outputPipe->write.get(), errorPipe->write.get(),
+    becomeProgram(words.data(), task.descriptors, outputPipe->write.get(), errorPipe->write.get(),
                   failurePipe->write.get(), self);
   }
   ::setpgid(pid, pid);
@@ -265,12 +298,15 @@ Result<RsyncProcess::End> RsyncProcess::run(const std::vector<std::string>& argu
   std::array<ZAN_Descriptor, 2> streams{std::move(outputPipe->read), std::move(errorPipe->read)};
   while (streams[0].get() >= 0 || streams[1].get() >= 0) {
     group.obey(control);
-    std::array<pollfd, 3> waits{{{streams[0].get(), POLLIN, 0},
+    std::array<pollfd, 4> waits{{{streams[0].get(), POLLIN, 0},
                                  {streams[1].get(), POLLIN, 0},
-                                 {control.wakeDescriptor(), POLLIN, 0}}};
+                                 {control.wakeDescriptor(), POLLIN, 0},
+                                 {task.watched, POLLPRI, 0}}};
     ::poll(waits.data(), waits.size(), group.isEnding() ? 200 : -1);
     group.killWhenLate();
+    if (group.isGivenUp()) break;
     if ((waits[2].revents & POLLIN) != 0) control.clearWake();
+    if (waits[3].revents != 0 && task.onWatched) task.onWatched();
     for (std::size_t i = 0; i < streams.size(); ++i) {
       if (waits[i].revents == 0) continue;
       std::array<char, 1 << 14> buffer;
@@ -285,10 +321,11 @@ Result<RsyncProcess::End> RsyncProcess::run(const std::vector<std::string>& argu
     onProgress();
   }
   output.finish();
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
   End end;
+  end.isGivenUp = group.isGivenUp();
+  int status = 0;
+  while (::waitpid(pid, &status, end.isGivenUp ? WNOHANG : 0) < 0 && errno == EINTR) {
+  }
   end.signalled = WIFSIGNALED(status);
   end.status = end.signalled ? WTERMSIG(status) : WEXITSTATUS(status);
   end.skipWanted = group.skipWanted();

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +18,30 @@ namespace corvana {
 /// the bytes they have on disk, line feeds included.
 class RsyncOutput {
  public:
+  /// A change that rsync tells of: its own word for it (">f+++++++++", "*deleting"), the size of
+  /// the item, and its name; that of a folder ends in "/".
+  struct Item {
+    std::string_view change;
+    std::uint64_t size = 0;
+    std::string name;
+
+    bool isDeletion() const { return change.starts_with("*deleting"); }
+    bool isFolder() const { return name.ends_with('/'); }
+    /// Its contents are to be copied.
+    bool isTransfer() const { return change.starts_with('>'); }
+    bool isNew() const { return change.size() > 2 && change[2] == '+'; }
+  };
+  /// What a path in an error stands for: what begins with `held` is shown with `path` instead.
+  struct Place {
+    std::string held;
+    std::string path;
+    bool isSource = false;
+  };
+
+  RsyncOutput() = default;
+  explicit RsyncOutput(std::vector<Place> places, std::function<void(const Item&)> onItem = {})
+      : mPlaces(std::move(places)), mOnItem(std::move(onItem)) {}
+
   /// The words of rsync's command line that make it speak as this class listens.
   static std::vector<std::string> arguments();
 
@@ -24,56 +50,73 @@ class RsyncOutput {
   /// After the end: what came without a line feed counts as a line.
   void finish();
 
-  /// Name of the item at work, relative to the parent folder of its source; empty before the first.
+  /// Name of the item at work, relative to the folder that is copied; empty before the first.
   const std::string& currentItem() const { return mCurrentItem; }
   std::uint64_t bytesCopied() const { return mBytes; }
   std::uint64_t filesCopied() const { return mFiles; }
-  std::uint64_t itemsDeleted() const { return mDeleted; }
-  /// 0 to 100, never falling.
-  double progress() const { return mProgress; }
+  /// How many items the source has that are no folders; said at the end.
+  std::uint64_t filesListed() const { return mListed - std::min(mFoldersListed, mListed); }
   std::uint64_t errorCount() const { return mErrorCount; }
   /// The errors' own words, the first 200 of them.
   const std::vector<std::string>& errors() const { return mErrors; }
   /// The path that the first, and the last, error names; nothing when they name none.
   const std::optional<std::string>& firstErrorPath() const { return mFirstErrorPath; }
   const std::optional<std::string>& lastErrorPath() const { return mLastErrorPath; }
+  /// What of the source could not be read or vanished, as names relative to it: empty for the
+  /// source itself. Nothing when there was more of it than is kept.
+  const std::optional<std::set<std::string>>& unread() const { return mUnread; }
+  bool isFull() const { return mIsFull; }  ///< no space was left for what is copied
 
   /// rsync's writing of a name, "\#ooo" for what a terminal cannot show, turned back into bytes.
   static std::string decodedName(std::string_view text);
 
  private:
   void readOutputLine(std::string_view line);
+  void readItemLine(std::string_view line);
   void readProgressLine(std::string_view line);
   void readErrorLine(std::string_view line);
+  std::string placed(std::string path);
 
+  std::vector<Place> mPlaces;
+  std::function<void(const Item&)> mOnItem;
   std::string mOutputRest;
   std::string mErrorRest;
   std::string mCurrentItem;
   std::uint64_t mBytes = 0;
   std::uint64_t mFiles = 0;
-  std::uint64_t mDeleted = 0;
-  double mProgress = 0;
+  std::uint64_t mListed = 0;
+  std::uint64_t mFoldersListed = 0;
   std::uint64_t mErrorCount = 0;
+  bool mIsFull = false;
   std::vector<std::string> mErrors;
   std::optional<std::string> mFirstErrorPath;
   std::optional<std::string> mLastErrorPath;
+  std::optional<std::set<std::string>> mUnread{std::in_place};
 };
 
 /// One run of rsync as a child with a process group of its own, obeying an ExecuteControl: a pause
-/// holds it still, a stop asks it to end and kills it 10 s later. It does not outlive the thread
-/// that runs it.
+/// holds it still, a stop asks it to end and kills it 10 s later; when it cannot be killed either,
+/// since a file system holds it, it is given up. It does not outlive the thread that runs it, gives
+/// way to other programs, and is the last to get the disk.
 class RsyncProcess {
  public:
   struct End {
     int status = 0;  ///< rsync's exit code, or the number of the signal that ended it
     bool signalled = false;
     bool skipWanted = false;  ///< it was ended because the current item is to be left out
+    bool isGivenUp = false;   ///< it is still there, and nobody waits for it
+  };
+  struct Task {
+    std::vector<std::string> arguments;  ///< the first is the full path of the program
+    std::vector<int> descriptors = {};   ///< that it gets
+    int watched = -1;                    ///< a descriptor; what POLLPRI on it calls is
+    std::function<void()> onWatched = {};
   };
 
-  /// Runs `arguments[0]` (a full path) to its end and blocks until then; `output` takes in what it
-  /// says, and `onProgress` is called after each piece of it. An error when it cannot be started.
-  static Result<End> run(const std::vector<std::string>& arguments, ExecuteControl& control,
-                         RsyncOutput& output, const std::function<void()>& onProgress);
+  /// Runs it to its end and blocks until then; `output` takes in what it says, and `onProgress` is
+  /// called after each piece of it. An error when it cannot be started.
+  static Result<End> run(const Task& task, ExecuteControl& control, RsyncOutput& output,
+                         const std::function<void()>& onProgress);
 };
 
 }  // namespace corvana

@@ -97,6 +97,7 @@ std::vector<WhyNot::Reason> WhyNot::reasons(const ProgrammedAction& action,
         edit(action.getReference()) + " --context any"));
   }
   addVolumes(reasons, action);
+  addDeletions(reasons, action);
   if (reasons.empty() || reasons.front().cause != Cause::queued) {
     addHours(reasons, verdict);
     addTrigger(reasons, action, verdict, situation);
@@ -171,6 +172,15 @@ void WhyNot::addVolumes(Reasons& reasons, const ProgrammedAction& action) const 
                table.text(refused ? "WhyVolumeNotQueued" : "WhyVolumeCancelled", {name}),
                table.text("WhyVolumeRemedy")));
   }
+}
+
+void WhyNot::addDeletions(Reasons& reasons, const ProgrammedAction& action) const {
+  const std::int64_t count = action.getSettings().integer(DeletionKey::toConfirm);
+  if (count <= 0) return;
+  reasons.push_back(reason(Cause::deletionsToConfirm,
+                           mTexts.table.text("WhyDeletionsToConfirm", {count}),
+                           mTexts.table.text("WhyDeletionsToConfirmRemedy"),
+                           "corvana9 confirm " + std::to_string(action.getReference())));
 }
 
 void WhyNot::addHours(Reasons& reasons, const StartVerdict& verdict) const {

@@ -38,7 +38,9 @@ class WhyNot {
     otherMachine,
     paused,
     volumeMissing,
-    incomplete
+    incomplete,
+    /// It runs, but would delete so much that it asks first.
+    deletionsToConfirm
   };
   struct Reason {
     Cause cause;
@@ -88,6 +90,7 @@ class WhyNot {
   void addVolumes(Reasons& reasons, const ProgrammedAction& action) const;
   void addTrigger(Reasons& reasons, const ProgrammedAction& action, const StartVerdict& verdict,
                   const Situation& situation) const;
+  void addDeletions(Reasons& reasons, const ProgrammedAction& action) const;
   void addHours(Reasons& reasons, const StartVerdict& verdict) const;
   void addWaiting(Reasons& reasons, const ProgrammedAction& action,
                   const Situation& situation) const;

@@ -1,12 +1,8 @@
 #include "platform/linux/VolumesFolderAccess.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
-#include <poll.h>
 #include <pwd.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 #include <cerrno>
 #include <cstring>
@@ -15,6 +11,7 @@
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "platform/linux/HeldFolder.h"
 #include "platform/linux/MountTable.h"
 
 namespace corvana {
@@ -33,8 +30,6 @@ constexpr std::array<std::string_view, 10> kUserFolders = {
     "Desktop",  "Documents", "Downloads", "Library", "Music",
     "Pictures", "Public",    "Templates", "Videos",  "snap"};
 
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-
 Error refused(const std::string& path, std::string_view why) {
   return {ErrorKind::refused, path + ": " + std::string(why)};
 }
@@ -43,34 +38,13 @@ Error failed(const std::string& path, int code) {
   return {ErrorKind::unwritable, path + ": " + std::strerror(code)};
 }
 
-/// What is mounted where, read again whenever the kernel says that it has changed.
-class MountsNow {
- public:
-  MountsNow() : mTable(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC)) {}
-
-  /// What cannot be known counts as mounted.
-  bool anyAtOrBelow(const std::string& path) {
-    if (!mTable) return true;
-    refresh();
-    return mTargets.empty() || std::ranges::any_of(mTargets, [&](const std::string& target) {
-             return ZAN_FilesUtils::isAtOrBelow(target, path);
-           });
-  }
-
- private:
-  void refresh() {
-    pollfd changed{mTable.get(), POLLPRI, 0};
-    const bool isOld = ::poll(&changed, 1, 0) != 0;
-    if (mWasRead && !isOld) return;
-    mWasRead = true;
-    mTargets.clear();
-    for (auto& mount : MountTable::read({})) mTargets.push_back(std::move(mount.target));
-  }
-
-  ZAN_Descriptor mTable;
-  bool mWasRead = false;
-  std::vector<std::string> mTargets;
-};
+/// What cannot be known counts as mounted.
+bool anyAtOrBelow(MountsNow& now, const std::string& path) {
+  const auto& mounts = now.mounts();
+  return mounts.empty() || std::ranges::any_of(mounts, [&](const Mount& mount) {
+           return ZAN_FilesUtils::isAtOrBelow(mount.target, path);
+         });
+}
 
 std::string realPath(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
@@ -116,64 +90,13 @@ bool isUsersOwn(const std::string& folder, const std::string& home) {
   return false;
 }
 
-/// By which mount an open folder was reached, for kernels that cannot refuse to cross one.
-std::optional<std::string> mountOf(int descriptor) {
-  const std::string path = "/proc/self/fdinfo/" + std::to_string(descriptor);
-  const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "re"), &std::fclose);
-  if (!file) return std::nullopt;
-  std::array<char, 256> line{};
-  while (std::fgets(line.data(), line.size(), file.get())) {
-    const std::string_view text(line.data());
-    if (text.starts_with("mnt_id:")) return std::string(text.substr(7));
-  }
-  return std::nullopt;
-}
-
-/// Opens a folder in a folder, on the same mount and no link; invalid with errno otherwise.
-ZAN_Descriptor openBelow(int parent, const std::string& name) {
-  open_how how{};
-  how.flags = kFolderFlags;
-  how.resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH;
-  const long opened = ::syscall(SYS_openat2, parent, name.c_str(), &how, sizeof how);
-  if (opened >= 0 || errno != ENOSYS) return ZAN_Descriptor(static_cast<int>(opened));
-  ZAN_Descriptor descriptor(::openat(parent, name.c_str(), kFolderFlags));
-  if (!descriptor) return descriptor;
-  const auto mount = mountOf(descriptor.get());
-  if (!mount || mount != mountOf(parent)) {
-    descriptor.close();
-    errno = EXDEV;
-  }
-  return descriptor;
-}
-
 /// Opens a folder by its full path, but not what is mounted on it.
 ZAN_Descriptor openUnmounted(const std::string& path) {
   const auto slash = path.rfind('/');
   const std::string above = path.substr(0, slash == 0 ? 1 : slash);
   const ZAN_Descriptor parent(::open(above.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  return parent ? openBelow(parent.get(), path.substr(slash + 1)) : ZAN_Descriptor();
+  return parent ? openFolderBelow(parent.get(), path.substr(slash + 1)) : ZAN_Descriptor();
 }
-
-struct OpenFolder {
-  explicit OpenFolder(ZAN_Descriptor descriptor)
-      : stream(::fdopendir(descriptor.get()), &::closedir) {
-    if (stream) descriptor.release();
-  }
-  /// Its entries but "." and ".."; nothing with errno when it cannot be read.
-  std::optional<std::vector<std::string>> names() const {
-    std::vector<std::string> found;
-    for (;;) {
-      errno = 0;
-      const dirent* const entry = ::readdir(stream.get());
-      if (!entry) break;
-      const std::string_view name = entry->d_name;
-      if (name != "." && name != "..") found.emplace_back(name);
-    }
-    if (errno != 0) return std::nullopt;
-    return found;
-  }
-  std::unique_ptr<DIR, int (*)(DIR*)> stream;
-};
 
 /// One deletion.
 class Removal {
@@ -183,28 +106,25 @@ class Removal {
 
   Outcome remove(int parent, const std::string& name, const std::string& path) {
     if (mGoesOn && !mGoesOn(mGone)) return refused(path, "nothing more is to be deleted");
-    if (mMounts.anyAtOrBelow(path)) return refused(path, "something is mounted there");
+    if (anyAtOrBelow(mMounts, path)) return refused(path, "something is mounted there");
     if (::unlinkat(parent, name.c_str(), 0) == 0 || errno == ENOENT) {
       ++mGone;
       return {};
     }
     if (errno != EISDIR && errno != EPERM) return failed(path, errno);
-    ZAN_Descriptor descriptor = openBelow(parent, name);
-    if (!descriptor) {
+    const ZAN_Descriptor folder = openFolderBelow(parent, name);
+    if (!folder) {
       return errno == EXDEV ? refused(path, "something is mounted there") : failed(path, errno);
     }
     struct stat state {};
-    if (::fstat(descriptor.get(), &state) != 0) return failed(path, errno);
+    if (::fstat(folder.get(), &state) != 0) return failed(path, errno);
     if (state.st_dev != mDevice) return refused(path, "it lies on another device");
-    const int open = descriptor.get();
-    const OpenFolder folder(std::move(descriptor));
-    if (!folder.stream) return failed(path, errno);
-    const auto names = folder.names();
+    const auto names = namesInFolder(folder.get());
     if (!names) return failed(path, errno);
     for (const auto& entry : *names) {
-      if (Outcome done = remove(open, entry, path + "/" + entry); !done) return done;
+      if (Outcome done = remove(folder.get(), entry, path + "/" + entry); !done) return done;
     }
-    if (mMounts.anyAtOrBelow(path)) return refused(path, "something is mounted there");
+    if (anyAtOrBelow(mMounts, path)) return refused(path, "something is mounted there");
     if (::unlinkat(parent, name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT)
       return failed(path, errno);
     ++mGone;
@@ -250,9 +170,9 @@ Outcome VolumesFolderAccess::check() const {
 
 std::vector<std::string> VolumesFolderAccess::names() const {
   if (!check()) return {};
-  const OpenFolder folder(openUnmounted(mFolder));
-  if (!folder.stream) return {};
-  auto found = folder.names().value_or(std::vector<std::string>());
+  const ZAN_Descriptor folder = openUnmounted(mFolder);
+  if (!folder) return {};
+  auto found = namesInFolder(folder.get()).value_or(std::vector<std::string>());
   std::ranges::sort(found);
   return found;
 }

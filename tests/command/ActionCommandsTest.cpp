@@ -283,5 +283,22 @@ TEST_F(ActionCommandsTest, TreeThatCannotBeReadIsLeftAlone) {
   EXPECT_EQ(storedBytes(), "bad");
 }
 
+TEST_F(ActionCommandsTest, ConfirmsTheDeletionsThatWereAskedAboutOnce) {
+  ASSERT_EQ(add({"--mode", "synchronise", "--delete-limit", "20"}), kDone);
+  const std::int64_t reference = stored().childAtIndex(0).getReference();
+  EXPECT_EQ(stored().childAtIndex(0).getSettings().integer(DeletionKey::limit), 20);
+  EXPECT_EQ(run({"confirm", std::to_string(reference)}), kCouldNot) << "nothing was asked";
+  // As the execute program leaves it.
+  stored().childAtIndex(0).addInChangesList(77, DeletionKey::toConfirm);
+  ASSERT_EQ(run({"why", std::to_string(reference)}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("77 files"));
+  EXPECT_THAT(out.str(), HasSubstr("corvana9 confirm " + std::to_string(reference)));
+  ASSERT_EQ(run({"confirm", std::to_string(reference)}), kDone) << err.str();
+  EXPECT_THAT(out.str(), HasSubstr("may delete 77 files"));
+  EXPECT_EQ(stored().childAtIndex(0).getSettings().integer(DeletionKey::confirmed), 77);
+  EXPECT_EQ(run({"confirm", std::to_string(reference)}), kCouldNot) << "for one run only";
+  EXPECT_EQ(run({"edit", std::to_string(reference), "--delete-limit", "101"}), kWrongWords);
+}
+
 }  // namespace
 }  // namespace corvana

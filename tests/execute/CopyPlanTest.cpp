@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include "execute/CopyPlan.h"
 #include "platform/linux/LinuxVolumes.h"
@@ -112,54 +112,38 @@ TEST_F(CopyPlanTest, LeavesRecordsOfOthersAlone) {
   EXPECT_THAT(refusal(record(1, {"source"}, "copies")), HasSubstr("Mode"));
 }
 
-TEST_F(CopyPlanTest, SetsNoPermissionsOnAShareOfTheDesktop) {
-  scratch.write("source/file", "x");
-  fs::create_directory(scratch / "share");
-  const ZAN_Value settings = record(CopyPlan::kCopy, {"source"}, "share/copies");
-  const auto has = [&](const std::string& word) {
-    const auto words = plan(settings)->arguments("rsync", {});
+TEST_F(CopyPlanTest, SetsOnlyWhatAFileSystemKeeps) {
+  const auto held = HeldFolder::open(scratch.path());
+  ASSERT_TRUE(held);
+  const auto has = [&](const Mount& mount, const std::string& word) {
+    const auto words = FileSystemFacts::of(*held, mount).options();
     return std::ranges::find(words, word) != words.end();
   };
-  EXPECT_FALSE(has("--no-perms"));
-  volumes.setShares({{.target = scratch / "share", .source = "smb://nas/x", .fileSystem = "smb"}});
-  EXPECT_TRUE(has("--no-perms"));
-  EXPECT_TRUE(has("--chmod=D700,F700"));
-}
-
-TEST_F(CopyPlanTest, SetsNoPermissionsWhereAFileSystemKeepsNone) {
-  World world;
-  world.machine.folder.write("source/file", "x");
-  const auto words = [&](const char* fileSystem) {
-    world.volumes.mountAt(world.volumes.folder + "/Disk", {.size = 500, .fileSystem = fileSystem});
-    const ZAN_Value settings = ZAN_Value::dictionary(
-        {{"OptionsPerformer", "corvana9"},
-         {"Mode", 2},
-         {"ItemsListOfSourcePath",
-          ZAN_Value::array({item(world.machine.folder.at("source"), kSystemSize)})},
-         {"ItemsDestination", item(world.volumes.folder + "/Disk", 500)}});
-    const auto plan = CopyPlan::fromSettings(settings, VolumeGuard(world.volumes, false));
-    EXPECT_TRUE(plan);
-    std::string all;
-    if (!plan) return all;
-    for (const std::string& word : plan->arguments("rsync", {})) all += word + " ";
-    world.volumes.unmount(world.volumes.folder + "/Disk");
-    return all;
-  };
-  const std::string kFirst = "rsync --archive --one-file-system ";
-  for (const char* kind : {"vfat", "msdos", "exfat", "ntfs", "ntfs3", "fuseblk"})
-    EXPECT_THAT(words(kind), testing::StartsWith(kFirst + "--no-perms --no-owner --no-group "
-                                                          "--modify-window=2 --outbuf"))
-        << kind;
-  for (const char* kind : {"ext4", "btrfs", "nfs", "cifs"})
-    EXPECT_THAT(words(kind), testing::StartsWith(kFirst + "--outbuf")) << kind;
+  Mount mount;
+  for (const char* kind : {"vfat", "msdos", "exfat", "ntfs", "ntfs3", "fuseblk"}) {
+    mount.fileSystem = kind;
+    EXPECT_TRUE(has(mount, "--no-perms")) << kind;
+    EXPECT_TRUE(has(mount, "--modify-window=2")) << kind;
+    EXPECT_FALSE(has(mount, "--acls")) << kind;
+  }
+  for (const char* kind : {"ext4", "btrfs", "nfs", "cifs"}) {
+    mount.fileSystem = kind;
+    EXPECT_FALSE(has(mount, "--no-perms")) << kind;
+    EXPECT_TRUE(has(mount, "--hard-links")) << kind;
+  }
+  mount.source = "smb://nas/x";
+  mount.fileSystem = "smb";
+  EXPECT_TRUE(has(mount, "--no-perms"));
+  EXPECT_TRUE(has(mount, "--chmod=D700,F700"));
+  EXPECT_TRUE(fs::is_empty(scratch.path())) << "trying leaves nothing";
 }
 
 TEST_F(CopyPlanTest, RefusesWhatWouldDestroySomething) {
   scratch.write("source/file", "x");
   scratch.write("other/source/file", "x");
   scratch.write("deep/deep/file", "x");
-  fs::create_directory(scratch / "empty");
-  scratch.write("copies/empty/kept", "x");
+  scratch.write(".corvana9-versions/file", "x");
+  ASSERT_EQ(::mkfifo((scratch / "pipe").c_str(), 0600), 0);
   fs::create_directory_symlink(scratch.path(), scratch / "link");
   const int mode = CopyPlan::kSynchronise;
   EXPECT_THAT(refusal(record(mode, {"source", "other/source"}, "copies")),
@@ -168,8 +152,8 @@ TEST_F(CopyPlanTest, RefusesWhatWouldDestroySomething) {
   EXPECT_THAT(refusal(record(mode, {"source"}, "link")), HasSubstr("where its copy would be"));
   EXPECT_THAT(refusal(record(mode, {"deep/deep"}, "")), HasSubstr("where its copy would be"));
   EXPECT_THAT(refusal(record(mode, {"source"}, "source")), HasSubstr("its own destination"));
-  EXPECT_THAT(refusal(record(mode, {"empty"}, "copies")), HasSubstr("nothing was deleted"));
-  EXPECT_EQ(refusal(record(CopyPlan::kCopy, {"empty"}, "copies")), "accepted");
+  EXPECT_THAT(refusal(record(mode, {".corvana9-versions"}, "copies")), HasSubstr("older versions"));
+  EXPECT_THAT(refusal(record(mode, {"pipe"}, "copies")), HasSubstr("neither a folder nor a file"));
   EXPECT_THAT(refusal(record(mode, {"absent"}, "copies")), HasSubstr("No such file"));
 }
 
@@ -178,24 +162,36 @@ TEST_F(CopyPlanTest, CreatesTheDestinationButNotItsFolder) {
   const auto near = plan(record(CopyPlan::kCopy, {"source"}, "copies"));
   ASSERT_TRUE(near);
   EXPECT_FALSE(fs::exists(scratch / "copies"));
-  EXPECT_TRUE(near->createDestination());
+  EXPECT_TRUE(near->openDestination());
   EXPECT_TRUE(fs::is_directory(scratch / "copies"));
   EXPECT_EQ(plan(record(CopyPlan::kCopy, {"source"}, "far/copies")).error().kind,
             ErrorKind::absent);
 }
 
-TEST_F(CopyPlanTest, DeletesOnlyWhenSynchronisingAndKeepsOutOfItself) {
+TEST_F(CopyPlanTest, LooksForDeletionsOnlyWhenSynchronisingAndKeepsOutOfItself) {
   scratch.write("so[ur]ce/back*up/old", "x");
-  const auto copy = plan(record(CopyPlan::kCopy, {"so[ur]ce"}, "so[ur]ce/back*up"));
-  ASSERT_TRUE(copy) << copy.error().text;
-  EXPECT_THAT(copy->arguments("rsync", {}), Not(Contains("--delete")));
-  const auto synchronise = plan(record(CopyPlan::kSynchronise, {"so[ur]ce"}, "so[ur]ce/back*up"));
-  const auto words = synchronise->arguments("rsync", {"so[ur]ce/a\\b"});
-  EXPECT_THAT(words, Contains("--delete"));
-  EXPECT_THAT(words, Contains("--exclude=/so\\[ur]ce/back\\*up"));
-  EXPECT_THAT(words, Contains("--exclude=/so\\[ur]ce/a\\\\b"));
-  EXPECT_EQ(words.back(), scratch / "so[ur]ce/back*up/");
-  EXPECT_EQ(synchronise->sourcePathOf("so[ur]ce/a/b"), scratch / "so[ur]ce/a/b");
+  for (const int mode : {CopyPlan::kCopy, CopyPlan::kSynchronise}) {
+    const auto made = plan(record(mode, {"so[ur]ce"}, "so[ur]ce/back*up"));
+    ASSERT_TRUE(made) << made.error().text;
+    const auto copy = made->openDestination();
+    ASSERT_TRUE(copy);
+    const std::vector<std::string> skipped{"a\\b", "c*\\d"};
+    const CopyPlan::Task task{made->sources().front(), *copy, nullptr, skipped, {}, false};
+    const auto looking = made->arguments("rsync", CopyPlan::Pass::look, task);
+    const auto copying = made->arguments("rsync", CopyPlan::Pass::copy, task);
+    EXPECT_THAT(looking, Contains("--dry-run"));
+    if (mode == CopyPlan::kSynchronise) {
+      EXPECT_THAT(looking, Contains("--delete-after"));
+    } else {
+      EXPECT_THAT(looking, Not(Contains(HasSubstr("--delete"))));
+    }
+    EXPECT_THAT(copying, Not(Contains(HasSubstr("--delete"))));
+    EXPECT_THAT(copying, Not(Contains("--force")));
+    EXPECT_THAT(copying, Contains("--exclude=/back\\*up"));
+    EXPECT_THAT(copying, Contains("--exclude=/a\\b"));
+    EXPECT_THAT(copying, Contains("--exclude=/c\\*\\\\d"));
+    EXPECT_EQ(copying.back(), copy->heldPath() + "/");
+  }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
+#include "actions/ActionsTools.h"
 #include "actions/History.h"
 #include "execute/ExecuteRun.h"
 #include "platform/linux/LinuxVolumes.h"
@@ -155,6 +156,30 @@ TEST_F(ExecuteRunTest, SynchronisingRemovesWhatTheSourceNoLongerHas) {
   EXPECT_FALSE(fs::exists(scratch / "Backup/Documents/gone"));
   EXPECT_EQ(scratch.read("Backup/neighbour"), "not ours");
   EXPECT_EQ(scratch.read("Backup/Documents/letter"), "dear");
+}
+
+TEST_F(ExecuteRunTest, AsksOnceBeforeItDeletesMuchAndTakesAConsentForOneRun) {
+  makeAction(3);
+  for (int number = 0; number < 90; ++number)
+    scratch.write("Backup/Documents/old" + std::to_string(number), "old");
+  const auto left = [&] {
+    return std::distance(fs::directory_iterator(scratch / "Backup/Documents"), {});
+  };
+  run();
+  EXPECT_EQ(left(), 92);
+  EXPECT_EQ(lastLog().integer("C"), 14);
+  EXPECT_THAT(lastLog().string("F"), HasSubstr("corvana9 confirm 77"));
+  EXPECT_EQ(record().integer(DeletionKey::toConfirm), 90);
+  EXPECT_EQ(lastHistory().integer("FilesDeleted"), 0);
+  settings = record();
+  settings.setValue(DeletionKey::confirmed, 90);
+  real.clock.sleep(2);
+  run();
+  EXPECT_EQ(left(), 2);
+  EXPECT_EQ(lastLog().integer("C"), 2);
+  EXPECT_EQ(record().integer(DeletionKey::toConfirm), 0);
+  EXPECT_EQ(record().integer(DeletionKey::confirmed), 0);
+  EXPECT_EQ(lastHistory().integer("FilesDeleted"), 90);
 }
 
 TEST_F(ExecuteRunTest, TouchesNothingForAnotherPerformersRecord) {

@@ -34,44 +34,49 @@ TEST(RsyncOutput, ReadsItemsAndProgressInAnyPieces) {
     }
     EXPECT_EQ(output.bytesCopied(), 30000007u);
     EXPECT_EQ(output.filesCopied(), 6u);
-    EXPECT_EQ(output.itemsDeleted(), 1u);
-    EXPECT_DOUBLE_EQ(output.progress(), 60);  // four of seven files are less, and it never falls
   }
 }
 
-TEST(RsyncOutput, TakesNoMoreFromAProgressLineThanItSays) {
-  struct Line {
-    const char* text;
-    std::uint64_t bytes;
-    std::uint64_t files;
-    double progress;
+TEST(RsyncOutput, TellsEachChangeAndHowMuchThereIs) {
+  struct Seen {
+    std::string name;
+    std::uint64_t size;
+    bool deletion, transfer, created;
+    bool operator==(const Seen&) const = default;
   };
-  for (const Line& line : {
-           // Folders are still being read: the percentage is one of what is known so far.
-           Line{"   500 100%  1.0MB/s  0:00:00 (xfr#3, ir-chk=10/20)", 500, 3, 0},
-           Line{"   500  30%  1.0MB/s  0:00:00 (xfr#3, to-chk=10/20)", 500, 3, 50},
-           Line{"   500  70%  1.0MB/s  0:00:00 (xfr#3, to-chk=10/20)", 500, 3, 70},
-           Line{"   500  70%  1.0MB/s  0:00:00 (xfr#3, to-chk=0/20)", 500, 3, 100},
-           Line{"   500  70%  1.0MB/s  0:00:00 (xfr#3, to-chk=20/20)", 500, 3, 70},
-           Line{"   500  10%  1.0MB/s  0:00:00 (xfr#3, to-chk=30/20)", 500, 3, 10},
-           Line{"   500  10%  1.0MB/s  0:00:00 (xfr#3, to-chk=0/0)", 500, 3, 10},
-           Line{"   500 130%  1.0MB/s  0:00:00", 500, 0, 100},
-           Line{"   500  40%  1.0MB/s  0:00:00", 500, 0, 40},
-           Line{"   500  40", 0, 0, 0},
-           Line{"   40%", 0, 0, 0},
-           Line{"sent 500 bytes", 0, 0, 0},
-       }) {
-    SCOPED_TRACE(line.text);
-    RsyncOutput output;
-    output.readOutput(std::string(line.text) + "\r");
-    EXPECT_EQ(output.bytesCopied(), line.bytes);
-    EXPECT_EQ(output.filesCopied(), line.files);
-    EXPECT_DOUBLE_EQ(output.progress(), line.progress);
-    output.readOutput("   400  5%  1.0MB/s  0:00:00 (xfr#2, to-chk=20/20)\r");
-    EXPECT_GE(output.bytesCopied(), line.bytes) << "it never falls";
-    EXPECT_GE(output.filesCopied(), line.files);
-    EXPECT_GE(output.progress(), line.progress);
-  }
+  std::vector<Seen> seen;
+  RsyncOutput output({}, [&](const RsyncOutput::Item& item) {
+    seen.push_back({item.name, item.size, item.isDeletion(), item.isTransfer(), item.isNew()});
+  });
+  output.readOutput(
+      "@*deleting   0 d/old one\n@>f.st...... 77 changed\n@>f+++++++++ 5 new\n"
+      "@.d..t...... 4096 ./\n@hf+++++++++ 5 other name\n@damaged\n"
+      "cannot delete non-empty directory: keep\n"
+      "Number of files: 1007 (reg: 1000, dir: 7)\n");
+  output.finish();
+  EXPECT_EQ(seen, (std::vector<Seen>{{"d/old one", 0, true, false, false},
+                                     {"changed", 77, false, true, false},
+                                     {"new", 5, false, true, true},
+                                     {"./", 4096, false, false, false},
+                                     {"other name", 5, false, false, true}}));
+  EXPECT_EQ(output.filesListed(), 1000u);
+}
+
+TEST(RsyncOutput, KnowsWhatOfTheSourceWasNotRead) {
+  RsyncOutput output({{"/proc/self/fd/5", "/home/me", true}, {"/proc/self/fd/6", "/disk/me"}});
+  output.readErrors(
+      "rsync: [sender] opendir \"/proc/self/fd/5/a/b\" failed: Permission denied (13)\n"
+      "file has vanished: \"/proc/self/fd/5/c\\#012d\"\n"
+      "directory has vanished: \"/proc/self/fd/5/e\"\n"
+      "rsync: [generator] mkdir \"/proc/self/fd/6/f\" failed: No space left on device (28)\n");
+  ASSERT_TRUE(output.unread());
+  EXPECT_THAT(*output.unread(), testing::ElementsAre("a/b", "c\nd", "e"));
+  EXPECT_EQ(output.errorCount(), 2u);
+  EXPECT_EQ(output.firstErrorPath(), "/home/me/a/b");
+  EXPECT_EQ(output.lastErrorPath(), "/disk/me/f");
+  EXPECT_TRUE(output.isFull());
+  EXPECT_EQ(output.errors().front(),
+            "rsync: [sender] opendir \"/home/me/a/b\" failed: Permission denied (13)");
 }
 
 TEST(RsyncOutput, CountsErrorsButNotTheirSummary) {
@@ -104,7 +109,7 @@ TEST(RsyncProcess, CopiesNamesOfAnyBytes) {
   ExecuteControl control;
   RsyncOutput output;
   const auto end =
-      RsyncProcess::run(rsync(scratch / "source", scratch / "copy/"), control, output, [] {});
+      RsyncProcess::run({rsync(scratch / "source", scratch / "copy/")}, control, output, [] {});
   ASSERT_TRUE(end);
   EXPECT_EQ(end->status, 0);
   EXPECT_EQ(output.currentItem(), "source/" + odd);
@@ -122,7 +127,7 @@ TEST(RsyncProcess, StopsAndSkipsWhenAsked) {
     RsyncOutput output;
     // Slow enough (64 KB/s) that it cannot end by itself while the test runs.
     const auto end = RsyncProcess::run(
-        rsync(scratch / "source", scratch / "copy/", {"--bwlimit=64"}), control, output, [&] {
+        {rsync(scratch / "source", scratch / "copy/", {"--bwlimit=64"})}, control, output, [&] {
           if (output.currentItem().empty()) return;
           skip ? control.skipItem() : control.stop(StopReason::user);
         });
@@ -140,12 +145,12 @@ TEST(RsyncProcess, HoldsStillWhilePausedAndCanBeStoppedThen) {
   ExecuteControl control;
   RsyncOutput output;
   std::thread other;
-  const auto end = RsyncProcess::run(rsync(scratch / "source", scratch / "copy/", {"--bwlimit=64"}),
-                                     control, output, [&] {
-                                       if (output.currentItem().empty() || other.joinable()) return;
-                                       control.setPaused(true);
-                                       other = std::thread([&] { control.stop(StopReason::user); });
-                                     });
+  const auto end = RsyncProcess::run(
+      {rsync(scratch / "source", scratch / "copy/", {"--bwlimit=64"})}, control, output, [&] {
+        if (output.currentItem().empty() || other.joinable()) return;
+        control.setPaused(true);
+        other = std::thread([&] { control.stop(StopReason::user); });
+      });
   if (other.joinable()) other.join();
   ASSERT_TRUE(end);
   EXPECT_NE(end->status, 0);
@@ -154,7 +159,7 @@ TEST(RsyncProcess, HoldsStillWhilePausedAndCanBeStoppedThen) {
 TEST(RsyncProcess, SaysWhyAProgramCannotBeStarted) {
   ExecuteControl control;
   RsyncOutput output;
-  const auto end = RsyncProcess::run({"/nonexistent/rsync"}, control, output, [] {});
+  const auto end = RsyncProcess::run({{"/nonexistent/rsync"}}, control, output, [] {});
   ASSERT_FALSE(end);
   EXPECT_EQ(end.error().text, "/nonexistent/rsync: No such file or directory");
 }

@@ -1,0 +1,414 @@
+// Accidents of the machine while a copy is made, with real mounts in a name space of its own.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include "execute/CopyRun.h"
+#include "platform/linux/LinuxVolumes.h"
+#include "platform/linux/SystemClock.h"
+#include "tests/execute/ScratchFolder.h"
+
+namespace corvana {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+class AccidentsTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    // Everything mounted here is seen by this process alone and goes with it.
+    static const bool isApart = ::unshare(CLONE_NEWNS) == 0 &&
+                                ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    if (!isApart) GTEST_SKIP() << "mounting needs root and a name space for mounts";
+    ::setenv("RSYNC", rsync.c_str(), 1);
+  }
+
+  void TearDown() override {
+    for (auto mount = mounted.rbegin(); mount != mounted.rend(); ++mount)
+      ::umount2(mount->c_str(), MNT_DETACH);
+    scratch.reset();
+  }
+
+  std::string mountMemory(const std::string& name) {
+    const std::string path = scratch->makeFolder(name);
+    EXPECT_EQ(::mount("none", path.c_str(), "tmpfs", 0, "size=64m"), 0);
+    mounted.push_back(path);
+    return path;
+  }
+
+  void mountBind(const std::string& from, const std::string& name) {
+    const std::string path = scratch->makeFolder(name);
+    ASSERT_EQ(::mount(from.c_str(), path.c_str(), nullptr, MS_BIND, nullptr), 0);
+    mounted.push_back(path);
+  }
+
+  /// Files f0 to f(count-1) in the folder.
+  void fill(const std::string& folder, int count, const std::string& contents = "x") {
+    for (int number = 0; number < count; ++number)
+      scratch->write(folder + "/f" + std::to_string(number), contents);
+  }
+
+  ZAN_Value record(int mode, const std::vector<std::string>& sources,
+                   const std::string& destination) const {
+    ZAN_Value list = ZAN_Value::array();
+    for (const auto& source : sources)
+      list.append(ZAN_Value::dictionary({{"VolumeFolderPath", scratch->at(source)}}));
+    return ZAN_Value::dictionary(
+        {{"OptionsPerformer", "corvana9"},
+         {"Mode", mode},
+         {"ItemsListOfSourcePath", list},
+         {"ItemsDestination",
+          ZAN_Value::dictionary({{"VolumeFolderPath", scratch->at(destination)}})}});
+  }
+
+  ExecuteEnd run(const ZAN_Value& settings, DeletionLimit limit = {}) {
+    const auto plan = CopyPlan::fromSettings(settings, VolumeGuard(volumes, false));
+    if (!plan) return {.code = ExecuteCode::volumeNotFound, .reason = plan.error().text};
+    return CopyRun(*plan, limit,
+                   {.control = *control,
+                    .clock = clock,
+                    .rsync = rsync,
+                    .tell =
+                        [this](const auto& progress) {
+                          if (onProgress) onProgress(progress);
+                        }})
+        .perform();
+  }
+  ExecuteEnd synchronise(const std::string& source, DeletionLimit limit = {}) {
+    return run(record(CopyPlan::kSynchronise, {source}, "disk"), limit);
+  }
+
+  /// A program in the place of rsync that does something before it, or in its place.
+  void replaceRsync(const std::string& script) {
+    const std::string path = testing::TempDir() + "rsync" + std::to_string(::getpid());
+    std::ofstream(path) << "#!/bin/sh\nexec 9>&-\n" << script << "\n";
+    fs::permissions(path, fs::perms::owner_all);
+    rsync = path;
+  }
+
+  std::size_t filesBelow(const std::string& name) const {
+    std::size_t count = 0;
+    std::error_code failed;
+    for (const auto& entry : fs::recursive_directory_iterator(scratch->at(name), failed)) {
+      if (!entry.is_directory()) ++count;
+    }
+    return count;
+  }
+  /// What runs have put aside.
+  std::size_t filesAside() const { return filesBelow("disk/.corvana9-versions"); }
+
+  std::optional<ScratchFolder> scratch{std::in_place};
+  std::vector<std::string> mounted;
+  LinuxVolumes volumes{"nobody", "/"};
+  SystemClock clock;
+  std::optional<ExecuteControl> control{std::in_place};
+  /// Another one to be tried is named in the environment.
+  const std::string real = std::getenv("RSYNC") ? std::getenv("RSYNC") : "/usr/bin/rsync";
+  std::string rsync = real;
+  std::function<void(const ExecuteMessages::Progress&)> onProgress;
+};
+
+TEST_F(AccidentsTest, LosesNothingWhenAVolumeIsDetachedMeanwhile) {
+  for (const std::string lost : {"source", "disk"}) {
+    for (const bool isBetween : {false, true}) {
+      SCOPED_TRACE(lost + (isBetween ? " before rsync starts again" : " while rsync works"));
+      mountMemory("source");
+      mountMemory("disk");
+      fill("source", 300);
+      ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+      fill("source/more", 300, "new");
+      fs::remove(scratch->at("source/f1"));
+      replaceRsync(isBetween ? "case \"$*\" in *--dry-run*) $RSYNC \"$@\"; "
+                               "umount -l '" +
+                                   scratch->at(lost) +
+                                   "'; exit 0;; esac; "
+                                   "exec $RSYNC \"$@\""
+                             : "case \"$*\" in *--dry-run*) ;; *) umount -l '" + scratch->at(lost) +
+                                   "';; esac; exec $RSYNC \"$@\"");
+      const HeldFolder disk = *HeldFolder::open(scratch->at("disk"));
+      const ExecuteEnd end = synchronise("source");
+      EXPECT_EQ(end.code, ExecuteCode::volumeGone);
+      EXPECT_THAT(end.reason,
+                  HasSubstr(scratch->at(lost) + ": its volume is not mounted any more"));
+      EXPECT_EQ(end.filesDeleted, 0u);
+      EXPECT_TRUE(fs::exists(disk.heldPath() + "/source/f1")) << "the copy is as it was";
+      if (lost == "disk") {
+        EXPECT_EQ(filesBelow("disk"), 0u) << "nothing in the empty mount point";
+      }
+      TearDown();
+      mounted.clear();
+      scratch.emplace();
+      rsync = real;
+      control.emplace();
+    }
+  }
+}
+
+TEST_F(AccidentsTest, DeletesLastAndKeepsWhatItDeletes) {
+  mountMemory("disk");
+  fill("source", 10);
+  scratch->write("source/d/e/deep", "deep");
+  scratch->write("disk/neighbour", "not ours");
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_FALSE(fs::exists(scratch->at("disk/.corvana9-versions"))) << "nothing to keep";
+  fs::remove_all(scratch->at("source/d"));
+  scratch->write("source/f1", "changed");
+  scratch->write("source/d2", "now a file");
+  const ExecuteEnd end = synchronise("source");
+  EXPECT_EQ(end.code, ExecuteCode::completed) << end.reason;
+  EXPECT_EQ(end.filesDeleted, 1u);
+  EXPECT_EQ(end.filesReplaced, 1u);
+  EXPECT_FALSE(fs::exists(scratch->at("disk/source/d")));
+  EXPECT_EQ(scratch->read("disk/source/f1"), "changed");
+  EXPECT_EQ(scratch->read("disk/neighbour"), "not ours");
+  std::string aside;
+  for (const auto& entry : fs::directory_iterator(scratch->at("disk/.corvana9-versions")))
+    aside = "disk/.corvana9-versions/" + entry.path().filename().string() + "/source";
+  EXPECT_EQ(scratch->read(aside + "/d/e/deep"), "deep");
+  EXPECT_EQ(scratch->read(aside + "/f1"), "x");
+  EXPECT_EQ(filesAside(), 2u);
+}
+
+TEST_F(AccidentsTest, KeepsWhatCannotBeReadAndWhatIsBelowIt) {
+  mountMemory("disk");
+  fill("source", 3);
+  fill("source/locked/sub", 3);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  fs::remove(scratch->at("source/f1"));
+  replaceRsync(
+      "for word; do source=$copy; copy=$word; done; echo \"rsync: [sender] opendir "
+      "\\\"${source}locked\\\" failed: Input/output error (5)\" >&2; $RSYNC \"$@\"; exit "
+      "23");
+  fs::rename(scratch->at("source/locked"), scratch->at("elsewhere"));
+  const ExecuteEnd end = synchronise("source");
+  EXPECT_EQ(end.code, ExecuteCode::completedWithErrors);
+  EXPECT_EQ(filesBelow("disk/source/locked"), 3u);
+  EXPECT_EQ(end.filesDeleted, 1u) << "what is known to be gone goes";
+  EXPECT_THAT(end.errorTexts.front(), HasSubstr(scratch->at("source/locked")));
+}
+
+TEST_F(AccidentsTest, AsksBeforeMuchIsDeleted) {
+  mountMemory("disk");
+  fill("source", 200);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  for (int number = 0; number < 60; ++number)
+    fs::remove(scratch->at("source/f" + std::to_string(number)));
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed) << "less than a third";
+  for (int number = 60; number < 140; ++number)
+    fs::remove(scratch->at("source/f" + std::to_string(number)));
+  scratch->write("source/new", "copied all the same");
+  const ExecuteEnd asked = synchronise("source");
+  EXPECT_EQ(asked.code, ExecuteCode::completedWithErrors);
+  EXPECT_EQ(asked.toConfirm, 80u);
+  EXPECT_THAT(asked.reason, HasSubstr("80 of the 140 files of its copy"));
+  EXPECT_EQ(asked.filesDeleted, 0u);
+  EXPECT_EQ(filesBelow("disk/source"), 141u);
+  EXPECT_EQ(synchronise("source", {.confirmed = 79}).toConfirm, 80u);
+  const ExecuteEnd done = synchronise("source", {.confirmed = 80});
+  EXPECT_EQ(done.code, ExecuteCode::completed);
+  EXPECT_EQ(done.filesDeleted, 80u);
+  EXPECT_EQ(filesBelow("disk/source"), 61u);
+  EXPECT_EQ(filesAside(), 140u);
+  EXPECT_FALSE((DeletionLimit{}.isPassed(50, 60))) << "a few always may go";
+  EXPECT_TRUE((DeletionLimit{}.isPassed(51, 152)));
+  EXPECT_FALSE((DeletionLimit{}.isPassed(51, 153)));
+}
+
+TEST_F(AccidentsTest, LetsNoFolderWithManyFilesMakeWayForAFileUnasked) {
+  mountMemory("disk");
+  fill("source/d", 80);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  fs::remove_all(scratch->at("source/d"));
+  scratch->write("source/d", "now a file");
+  const ExecuteEnd asked = synchronise("source");
+  EXPECT_EQ(asked.code, ExecuteCode::completedWithErrors);
+  EXPECT_EQ(asked.toConfirm, 80u);
+  EXPECT_EQ(filesBelow("disk/source/d"), 80u);
+  EXPECT_EQ(synchronise("source", {.confirmed = 80}).code, ExecuteCode::completed);
+  EXPECT_EQ(scratch->read("disk/source/d"), "now a file");
+  EXPECT_EQ(filesAside(), 80u);
+}
+
+TEST_F(AccidentsTest, TakesALinkForTheFolderThatItLeadsTo) {
+  mountMemory("disk");
+  fill("real", 3);
+  fs::create_directory_symlink(scratch->at("real"), scratch->at("source"));
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_EQ(filesBelow("disk/source"), 3u);
+  // A file in its place is not what was copied.
+  fs::remove(scratch->at("source"));
+  scratch->write("source", "a file");
+  const ExecuteEnd end = synchronise("source");
+  EXPECT_EQ(end.code, ExecuteCode::unexpectedError);
+  EXPECT_THAT(end.reason, HasSubstr("it is a file now"));
+  EXPECT_EQ(filesBelow("disk/source"), 3u);
+  // A link to nowhere is a source that is not there.
+  fs::remove(scratch->at("source"));
+  fs::create_directory_symlink(scratch->at("nowhere"), scratch->at("source"));
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::volumeNotFound);
+  EXPECT_EQ(filesBelow("disk/source"), 3u);
+}
+
+TEST_F(AccidentsTest, CopiesFilesAndWhatALinkToAFileLeadsTo) {
+  mountMemory("disk");
+  scratch->write("letter", "dear");
+  fs::create_symlink("letter", scratch->at("link"));
+  const auto both = record(CopyPlan::kSynchronise, {"letter", "link"}, "disk");
+  ASSERT_EQ(run(both).code, ExecuteCode::completed);
+  EXPECT_EQ(scratch->read("disk/letter"), "dear");
+  EXPECT_FALSE(fs::is_symlink(scratch->at("disk/link")));
+  EXPECT_EQ(scratch->read("disk/link"), "dear");
+  scratch->write("letter", "changed");
+  ASSERT_EQ(run(both).code, ExecuteCode::completed);
+  EXPECT_EQ(scratch->read("disk/link"), "changed");
+  EXPECT_EQ(filesAside(), 2u);
+  // A folder in the place of a file is not what was copied.
+  fs::remove(scratch->at("letter"));
+  fill("letter", 2);
+  EXPECT_EQ(run(both).code, ExecuteCode::unexpectedError);
+  EXPECT_EQ(scratch->read("disk/letter"), "changed");
+}
+
+TEST_F(AccidentsTest, SeesThroughBindMountsWhereADestinationLies) {
+  mountMemory("source");
+  fill("source/docs", 3);
+  scratch->makeFolder("source/backup");
+  mountBind(scratch->at("source/backup"), "disk");
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_EQ(filesBelow("disk/source"), 3u) << "the copy is not copied";
+  // The folder that holds a source, seen elsewhere, as its destination.
+  fill("letters", 3);
+  mountBind(scratch->path(), "other");
+  EXPECT_THAT(run(record(CopyPlan::kSynchronise, {"letters"}, "other")).reason,
+              HasSubstr("where its copy would be"));
+  EXPECT_EQ(filesBelow("letters"), 3u);
+}
+
+TEST_F(AccidentsTest, LeavesAloneWhatIsMountedWithinSourceOrCopy) {
+  mountMemory("disk");
+  fill("source", 3);
+  fill("source/in[n]er", 2);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  // Of another file system and of the same one.
+  mountMemory("source/in[n]er");
+  fill("elsewhere", 4);
+  mountBind(scratch->at("elsewhere"), "source/bound");
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_EQ(filesBelow("disk/source/in[n]er"), 2u);
+  EXPECT_EQ(filesBelow("disk/source/bound"), 0u);
+}
+
+TEST_F(AccidentsTest, RefusesACopyThatIsALinkOrAnotherVolume) {
+  mountMemory("disk");
+  fill("source", 3);
+  fill("precious", 3);
+  fs::create_directory_symlink(scratch->at("precious"), scratch->at("disk/source"));
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::unexpectedError);
+  fs::remove(scratch->at("disk/source"));
+  mountBind(scratch->at("precious"), "disk/source");
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::unexpectedError);
+  EXPECT_EQ(filesBelow("precious"), 3u);
+  EXPECT_EQ(filesBelow("disk"), 3u);
+}
+
+TEST_F(AccidentsTest, DeletesNothingWhenAnotherFolderTakesThePlaceOfTheSource) {
+  mountMemory("disk");
+  fill("source", 10);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  fs::remove(scratch->at("source/f1"));
+  scratch->write("source/new", "x");
+  replaceRsync("$RSYNC \"$@\"; case \"$*\" in *--dry-run*) ;; *) mv '" + scratch->at("source") +
+               "' '" + scratch->at("moved") + "'; mkdir '" + scratch->at("source") + "';; esac");
+  const ExecuteEnd end = synchronise("source");
+  EXPECT_EQ(end.code, ExecuteCode::completedWithErrors);
+  EXPECT_THAT(end.reason, HasSubstr("another folder has taken its place; nothing was deleted"));
+  EXPECT_EQ(filesBelow("disk/source"), 11u);
+}
+
+TEST_F(AccidentsTest, MakesRoomByOlderVersionsAndSaysWhatIsLacking) {
+  mountMemory("disk");  // 64 MB
+  const auto of = [&](const std::string& name, int megabytes) {
+    scratch->write("source/" + name, std::string(static_cast<std::size_t>(megabytes) << 20, 'x'));
+  };
+  of("a", 25);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  fs::remove(scratch->at("source/a"));
+  of("b", 25);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_EQ(filesAside(), 1u);
+  of("c", 30);  // fits only where the older version lay
+  const ExecuteEnd end = synchronise("source");
+  EXPECT_EQ(end.code, ExecuteCode::completed) << end.reason;
+  EXPECT_EQ(filesAside(), 0u);
+  of("d", 30);
+  const ExecuteEnd full = synchronise("source");
+  EXPECT_EQ(full.code, ExecuteCode::unexpectedError);
+  EXPECT_THAT(full.reason, HasSubstr("No space left on device: "));
+  EXPECT_THAT(full.reason, HasSubstr(" more are needed"));
+  EXPECT_EQ(scratch->read("disk/source/b").size(), 25u << 20);
+}
+
+TEST_F(AccidentsTest, KeepsOlderVersionsForAMonth) {
+  mountMemory("disk");
+  const auto disk = HeldFolder::open(scratch->at("disk"));
+  constexpr double kNow = 785'000'000;
+  for (const double age : {40 * 86400.0, 29 * 86400.0}) {
+    auto versions = Versions::begin(*disk, kNow - age);
+    ASSERT_TRUE(versions);
+    scratch->write("disk/.corvana9-versions/notes", "the user's own");
+    std::ofstream(versions->folderOf("source")->heldPath() + "/old") << age;
+  }
+  auto versions = Versions::begin(*disk, kNow);
+  ASSERT_TRUE(versions);
+  versions->thin(kNow);
+  EXPECT_EQ(filesAside(), 2u) << "one version and what is no version";
+  EXPECT_TRUE(versions->removeOldest());
+  EXPECT_FALSE(versions->removeOldest()) << "its own folder stays";
+  versions->end();
+  EXPECT_EQ(filesAside(), 1u);
+}
+
+TEST_F(AccidentsTest, GoesOnAfterItWasKilledAtAnyPoint) {
+  mountMemory("disk");
+  fill("source", 60);
+  scratch->write("source/big", std::string(3 << 20, 'b'));
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  for (const std::string phase : {"look", "copy", "delete"}) {
+    SCOPED_TRACE(phase);
+    fs::remove(scratch->at("source/f" + std::to_string(phase.size())));
+    scratch->write("source/big", std::string(3 << 20, phase[0]));
+    const std::string kill = "kill -9 $PPID; sleep 1";
+    if (phase == "look") replaceRsync(kill);
+    if (phase == "copy")
+      replaceRsync("case \"$*\" in *--dry-run*) ;; *) (sleep 0.05; " + kill +
+                   ") & set -- --bwlimit=1000 \"$@\";; esac; exec $RSYNC \"$@\"");
+    if (phase == "delete")
+      replaceRsync("$RSYNC \"$@\"; r=$?; case \"$*\" in *--dry-run*) ;; *) " + kill +
+                   ";; esac; exit $r");
+    EXPECT_EXIT((synchronise("source"), std::exit(0)), testing::KilledBySignal(SIGKILL), "");
+    const std::string big = scratch->read("disk/source/big");
+    ASSERT_EQ(big.size(), 3u << 20);
+    EXPECT_EQ(big.front(), big.back()) << "the old one or the new one";
+    EXPECT_GE(filesBelow("disk/source"), 59u);
+    rsync = real;
+    const ExecuteEnd end = synchronise("source");
+    EXPECT_EQ(end.code, ExecuteCode::completed) << end.reason;
+    EXPECT_EQ(filesBelow("disk/source"), filesBelow("source"));
+    EXPECT_EQ(scratch->read("disk/source/big").back(), phase[0]);
+  }
+}
+
+}  // namespace
+}  // namespace corvana
