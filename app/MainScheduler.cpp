@@ -165,6 +165,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   m.preferences.savePrefs();
   recordActivity(kActivityStarted);
   executeRequestedActions();
+  mMail.start();
   mEmailReport.start();
   m.debugLog.logMessage("Scheduler did finish launching", true);
   loop.performAfter(kLoginItemsDelay, [this] { mMachine.systemInformation.saveListLoginItems(); });

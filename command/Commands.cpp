@@ -139,18 +139,38 @@ constexpr std::array kCommands{
             "activate and deactivate wait until the machine has followed; to the others nobody\n"
             "answers.\n",
             peerCommand},
-    Command{"report", "[--date YYYY-MM-DD | --preview | --mail] [--json]",
+    Command{"report", "[--date YYYY-MM-DD | --preview [--html FILE] | --mail | --status] [--json]",
             "show the report of a day, or the mail that tells of it",
             "Without a date, that of today.\n"
             "  --date      that of another day\n"
-            "  --preview   show the report as it would be mailed now\n"
-            "  --mail      mail it now, with the settings of the main application, and show how\n"
-            "              the mail server answers\n",
+            "  --preview   show the report as it would be mailed now; needs no settings\n"
+            "  --html      write its HTML to a file as well\n"
+            "  --mail      mail it now, with the settings that are there, and show how the mail\n"
+            "              server answers\n"
+            "  --status    show whether the reports arrive, and what waits to be delivered\n",
             reportCommand},
     Command{
         "mail",
-        "[--server HOST --from ADDRESS --to ADDRESS[,ADDRESS] …] [--body-file FILE] [--json]",
-        "send one message and show how the mail server answers",
+        "[--setup ADDRESS … | --show | --off | --server HOST --from ADDRESS --to LIST …] [--json]",
+        "set up the reports by e-mail, or send one message and show how the server answers",
+        "  --setup ADDRESS       reports from this address: finds the mail server, tries it with "
+        "a\n"
+        "                        test mail and says what it answers\n"
+        "    --to LIST           who gets them, by comma; the address itself without it\n"
+        "    --name NAME         shown with the address\n"
+        "    --server HOST, --port N, --security tls|starttls|none   what is not to be guessed\n"
+        "    --user NAME         for the login; the address without it\n"
+        "    --no-login          the server wants no password\n"
+        "    --password-file F   read at each sending; nobody else may read it. \"-\": read the\n"
+        "                        password here and now. Without it the desktop's keyring is "
+        "asked,\n"
+        "                        then you\n"
+        "    --at HH:MM          when the report comes, 8:00 without it\n"
+        "    --every day|week|failure   every day, on Mondays, or only when something failed\n"
+        "    --no-test           believe it without a test mail\n"
+        "  --show                how the reports are set up\n"
+        "  --off                 no more reports; the account stays\n"
+        "Else a message is sent as a test. "
         "Without --server it takes the server and the addresses that are set for the reports, so\n"
         "that these settings are tested.\n"
         "  --server HOST         and what it is asked for:\n"

@@ -66,6 +66,9 @@ std::span<const Command> commands();
 /// The contents of a file, or of a pipe; of the standard input for "-".
 Result<std::string> readText(const std::string& path, const Console& console);
 
+/// Asks for a password at the terminal, which does not show it.
+Result<std::string> typedPassword(const std::string& whose);
+
 Answer dumpCommand(Arguments& arguments, const Console& console);
 Answer packCommand(Arguments& arguments, const Console& console);
 Answer treeCommand(Arguments& arguments, const Console& console);

@@ -6,51 +6,28 @@
 
 #include "actions/History.h"
 #include "command/CommandHome.h"
+#include "command/MailTalk.h"
+#include "mail/report/OutgoingMail.h"
 #include "mail/report/ReportComposer.h"
+#include "mail/report/ReportPage.h"
 #include "mail/smtp/EmailAddress.h"
 #include "mail/smtp/MailMessage.h"
 #include "mail/smtp/SMTPConnector.h"
 #include "mail/smtp/StoredMailSettings.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
-#include "platform/linux/LinuxProcesses.h"
 #include "platform/qt/QtNetwork.h"
-#include "platform/qt/QtRunLoop.h"
 
 namespace corvana {
 
 namespace {
 
-constexpr const char* kTestSubject = "Corvana 9";
-constexpr const char* kTestBody =
-    "This message was sent to test how Corvana 9 reaches your mail server.\n";
-
-/// What an observer hears, as it comes.
-class Dialogue {
- public:
-  explicit Dialogue(Writer writer) : mWriter(writer) {}
-
-  void status(std::int64_t status) const {
-    mWriter.tell(ZAN_Value::dictionary({{"status", status}}), "status " + std::to_string(status));
-  }
-  void information(const std::string& text) const {
-    mWriter.tell(ZAN_Value::dictionary({{"info", text}}), "info " + text);
-  }
-  void error(const SMTPError& error) const {
-    const ZAN_Value value =
-        ZAN_Value::dictionary({{"code", error.code}, {"text", error.messageKey}});
-    mWriter.tell(ZAN_Value::dictionary({{"error", value}}),
-                 "error " + std::to_string(error.code) + ' ' + error.messageKey);
-  }
-
- private:
-  Writer mWriter;
-};
+constexpr double kDay = 86400;
 
 /// Sends one message over SMTP and shows the dialogue as it happens. Reasons that are no part of it
 /// go to `err`. Blocks.
 Answer mailed(const MailSettings& settings, const std::string& subject, const std::string& body,
               const Console& console, bool json) {
-  const Dialogue dialogue(Writer(console, json));
+  const MailTalk dialogue(Writer(console, json));
   ConsoleLog log(console);
   std::optional<QtApplication> application;
   if (settings.tlsMode != 0) application.emplace();
@@ -95,6 +72,12 @@ std::string firstLine(const std::string& text) {
   return line.ends_with('\r') ? line.substr(0, line.size() - 1) : line;
 }
 
+/// What the agent would mail when it is asked for a report now.
+struct MadeReport {
+  ComposedReport report;
+  std::string html;  ///< empty for a report of the old form
+};
+
 /// The report with all that makes one.
 class Maker {
  public:
@@ -113,6 +96,20 @@ class Maker {
     const auto last = settings.schedulerSettings()["DateOfLastReportSentByEmail"].asDate();
     return mComposer.compose(last, mHome.now());
   }
+  /// The page, which needs no settings at all.
+  Result<MadeReport> page() {
+    if (const Outcome loaded = mHome.loadAgentTexts(mTexts); !loaded) return loaded.error();
+    SettingsFiles& settings = mHome.store().settings();
+    settings.applyDateLocaleFromSettings(mStrings);
+    const ZAN_Value known = settings.schedulerSettings();
+    const ReferenceTime now = mHome.now();
+    const auto since = known[OutgoingMail::kDelivered].asDate();
+    ReportGatherer gatherer({mHome.store(), mHistory, mHome.tree(), mTexts, mStrings});
+    const ReportFacts facts = gatherer.gather({std::min(since.value_or(now - kDay), now), now});
+    const ReportPage page(facts, gatherer, mTexts, mStrings,
+                          settings.mainAppSettings().integer(MailKey::frequency));
+    return MadeReport{{storedMailSettings(settings), page.subject(), page.text()}, page.html()};
+  }
   void keep(const ComposedReport& report) { mComposer.keep(report, mHome.now()); }
 
  private:
@@ -123,27 +120,16 @@ class Maker {
   ReportComposer mComposer;
 };
 
-class SilentLog final : public SystemLog {
- public:
-  void write(const std::string&) override {}
-};
-
 /// By the system's mail program.
 Outcome sendBySendmail(const ComposedReport& report, CommandHome& home) {
-  const QtApplication application;
-  QtRunLoop loop;
-  SystemClock clock;
-  SilentLog log;
-  QtNetwork network;
-  LinuxProcesses processes(loop, {{}, clock.now(), home.machine().homeFolder()});
-  MailSender sender({clock, loop, home.machine(), processes, log, network});
+  MailLine line(home);
   Outcome result;
-  sender.sendEmailWithMessage(report.message, report.subject, report.mail.recipients,
-                              [&](const Outcome& outcome) {
-                                result = outcome;
-                                loop.quit(0);
-                              });
-  loop.run();
+  line.sender.sendEmailWithMessage(report.message, report.subject, report.mail.recipients,
+                                   [&](const Outcome& outcome) {
+                                     result = outcome;
+                                     line.loop.quit(0);
+                                   });
+  line.loop.run();
   return result;
 }
 
@@ -162,41 +148,122 @@ std::optional<ReferenceTime> dayFrom(std::string_view text, const ZAN_DateUtils&
   return calendar.dateForDay(numbers[2], numbers[1], numbers[0]);
 }
 
-/// What the agent would mail when it is asked for a report now.
-Answer preview(CommandHome& home) {
-  const auto report = Maker(home).compose();
+/// Of the old form only where the main application has set up the reports.
+Result<MadeReport> made(CommandHome& home, Maker& maker) {
+  if (!home.isThere())
+    return Error{ErrorKind::absent, "there is nothing to report: no data folder"};
+  const ZAN_Value settings = home.store().settings().mainAppSettings();
+  if (settings.integer("SendEmailReport") == 0 || settings.integer(MailKey::standard) != 0)
+    return maker.page();
+  const auto report = maker.compose();
   if (!report) return report.error();
-  const std::string by = report->mail.goesOverSmtp() ? report->mail.server : "/usr/sbin/sendmail";
-  const ZAN_Value value = ZAN_Value::dictionary({{"by", by},
-                                                 {"from", report->mail.sender},
-                                                 {"to", report->mail.recipients},
-                                                 {"subject", report->subject},
-                                                 {"message", report->message}});
-  return {
-      value,
-      TextForm(home.calendar())
-          .fill("By: {by}\nFrom: {from}\nTo: {to}\nSubject: {subject}\n\n{message:lines}", value)};
+  return MadeReport{*report, {}};
+}
+
+Answer preview(CommandHome& home, const std::optional<std::string>& htmlFile) {
+  Maker maker(home);
+  const auto made = corvana::made(home, maker);
+  if (!made) return made.error();
+  const ComposedReport& report = made->report;
+  if (htmlFile) {
+    if (made->html.empty()) {
+      return Error{ErrorKind::absent,
+                   "a report as the main application has set it up has no HTML of its own; "
+                   "corvana9 mail --setup gives it one"};
+    }
+    const Outcome written = ZAN_FileWriter({}).write(*htmlFile, made->html, {});
+    if (!written) return written.error();
+  }
+  const std::string by = report.mail.goesOverSmtp() ? report.mail.server : "/usr/sbin/sendmail";
+  const ZAN_Value value = ZAN_Value::dictionary({{"by", report.mail.recipients.empty() ? "" : by},
+                                                 {"from", report.mail.sender},
+                                                 {"to", report.mail.recipients},
+                                                 {"subject", report.subject},
+                                                 {"message", report.message},
+                                                 {"html", made->html}});
+  return {value, TextForm(home.calendar())
+                     .fill("{by?By: {by}\nFrom: {from}\nTo: {to}\n}Subject: {subject}\n\n"
+                           "{message:lines}",
+                           value)};
 }
 
 /// Mails it, in place of the agent, and keeps its record.
 Answer sendReport(CommandHome& home, const Console& console, bool json) {
   Maker maker(home);
-  const auto report = maker.compose();
-  if (!report) return report.error();
+  const auto made = corvana::made(home, maker);
+  if (!made) return made.error();
+  const ComposedReport& report = made->report;
+  if (report.mail.recipients.empty()) {
+    return Error{ErrorKind::absent,
+                 "nobody is named to send the report to; corvana9 mail --setup asks for it"};
+  }
   Answer answer;
-  if (report->mail.goesOverSmtp()) {
-    answer = mailed(report->mail, report->subject, htmlEscaped(report->message), console, json);
-  } else if (const Outcome sent = sendBySendmail(*report, home); !sent) {
+  if (report.mail.isStandard && report.mail.goesOverSmtp()) {
+    const auto delivery =
+        talkToServer(home, report.mail, {report.subject, report.message, made->html},
+                     MailTalk(Writer(console, json)));
+    answer = answerOf(delivery);
+  } else if (report.mail.goesOverSmtp()) {
+    answer = mailed(report.mail, report.subject, htmlEscaped(report.message), console, json);
+  } else if (const Outcome sent = sendBySendmail(report, home); !sent) {
     answer = sent.error();
   }
-  maker.keep(*report);
+  maker.keep(report);
   return answer;
+}
+
+constexpr std::string_view kStatusLines =
+    "{on!Reports by e-mail are off: corvana9 mail --setup turns them on.\n}"
+    "{on?Reports go to {to}.\n}"
+    "{delivered?Delivered up to: {delivered:date}\n}{delivered!No report was delivered yet.\n}"
+    "{failure?Last failure: {failure.date:date}  {failure.text}\n}"
+    "{waiting*Waits: {subject}, tried {attempts:times}, again {next:date}{doubtful?, may come "
+    "twice}\n  {reason}\n}"
+    "{givenUp*Given up: {subject}, written {queued:date}\n  {reason}\n}";
+
+/// Whether reports arrive.
+Answer reportStatus(CommandHome& home) {
+  ZAN_Value waiting = ZAN_Value::array(), givenUp = ZAN_Value::array();
+  ZAN_Value settings, scheduler;
+  if (home.isThere()) {
+    settings = home.store().settings().mainAppSettings();
+    scheduler = home.store().settings().schedulerSettings();
+    for (const WaitingMail& mail : MailSpool(home.store().folder().hiddenFolderPath()).read()) {
+      const ZAN_Value value = ZAN_Value::dictionary({{"subject", mail.subject},
+                                                     {"queued", ZAN_Value::date(mail.queued)},
+                                                     {"attempts", mail.attempts},
+                                                     {"next", ZAN_Value::date(mail.next)},
+                                                     {"doubtful", mail.isDoubtful},
+                                                     {"reason", mail.reason}});
+      if (mail.isWaiting()) waiting.append(value);
+      if (mail.givenUp) givenUp.append(value);
+    }
+  }
+  const ZAN_Value& failure = scheduler[OutgoingMail::kLastFailure];
+  const ZAN_Value value = ZAN_Value::dictionary(
+      {{"on", settings.integer("SendEmailReport") != 0},
+       {"to", settings.string("SendReportEmailAddress")},
+       {"delivered", scheduler[OutgoingMail::kDelivered]},
+       {"failure", failure.isDictionary() ? ZAN_Value::dictionary({{"date", failure["Date"]},
+                                                                   {"text", failure["Text"]}})
+                                          : ZAN_Value()},
+       {"waiting", waiting},
+       {"givenUp", givenUp}});
+  TextForm form(home.calendar());
+  form.with("times", [](const ZAN_Value& count) {
+    const std::int64_t times = count.integerValue();
+    return times == 1 ? std::string("once") : std::to_string(times) + " times";
+  });
+  return {value, form.fill(kStatusLines, value)};
 }
 
 }  // namespace
 
 Answer mailCommand(Arguments& arguments, const Console& console) {
   const bool json = arguments.json();
+  if (arguments.flag("--setup")) return mailSetup(arguments, console);
+  if (arguments.flag("--show")) return mailShow(arguments, console);
+  if (arguments.flag("--off")) return mailOff(arguments, console);
   MailSettings settings;
   const auto server = arguments.option("--server");
   if (!server) {
@@ -213,7 +280,7 @@ Answer mailCommand(Arguments& arguments, const Console& console) {
   settings.crFormat = arguments.number("--crformat", -1000, 1000).value_or(settings.crFormat);
   const auto passwordFile = arguments.option("--password-file");
   const auto bodyFile = arguments.option("--body-file");
-  const std::string subject = arguments.option("--subject").value_or(kTestSubject);
+  const std::string subject = arguments.option("--subject").value_or(std::string(kTestSubject));
   if (settings.server.empty() && !server) {
     arguments.complain("--server is missing, and no mail server is set for the reports");
   }
@@ -224,11 +291,15 @@ Answer mailCommand(Arguments& arguments, const Console& console) {
     if (!password) return password.error();
     settings.password = firstLine(*password);
   }
-  std::string body = kTestBody;
+  std::string body(kTestBody);
   if (bodyFile) {
     auto text = readText(*bodyFile, console);
     if (!text) return text.error();
     body = std::move(text).value();
+  }
+  if (settings.isStandard && !server) {
+    CommandHome home(console);
+    return answerOf(talkToServer(home, settings, {subject, body}, MailTalk(Writer(console, json))));
   }
   return mailed(settings, subject, body, console, json);
 }
@@ -237,13 +308,17 @@ Answer reportCommand(Arguments& arguments, const Console& console) {
   const bool json = arguments.json();
   const bool previews = arguments.flag("--preview");
   const bool mails = arguments.flag("--mail");
+  const bool asksStatus = arguments.flag("--status");
+  const auto htmlFile = arguments.option("--html");
   const auto dateWord = arguments.option("--date");
-  if ((previews && mails) || (dateWord && (previews || mails)))
-    arguments.complain("--date, --preview and --mail are three different things");
+  if (previews + mails + asksStatus + dateWord.has_value() > 1)
+    arguments.complain("--date, --preview, --mail and --status are four different things");
+  if (htmlFile && !previews) arguments.complain("--html goes with --preview");
   const auto words = arguments.words(0, 0);
   if (!words) return wrongWords(words.error());
   CommandHome home(console);
-  if (previews) return preview(home);
+  if (asksStatus) return reportStatus(home);
+  if (previews) return preview(home, htmlFile);
   if (mails) return sendReport(home, console, json);
   const auto day = dateWord ? dayFrom(*dateWord, home.calendar()) : home.now();
   if (!day)

@@ -69,26 +69,6 @@ Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name) {
   return named.front();
 }
 
-/// Asks at the terminal without showing what is typed.
-Result<std::string> typedPassword(const std::string& machine) {
-  const ZAN_Descriptor terminal(::open("/dev/tty", O_RDWR | O_CLOEXEC));
-  termios before{};
-  if (!terminal || tcgetattr(terminal.get(), &before) != 0)
-    return Error{ErrorKind::unavailable,
-                 "there is no terminal to ask for the password; --password-file names a file"};
-  const std::string question = "Password of " + printable(machine) + ": ";
-  termios silent = before;
-  silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-  tcsetattr(terminal.get(), TCSAFLUSH, &silent);
-  static_cast<void>(!::write(terminal.get(), question.data(), question.size()));
-  std::string typed;
-  char c = 0;
-  while (typed.size() < 1024 && ::read(terminal.get(), &c, 1) == 1 && c != '\n') typed += c;
-  tcsetattr(terminal.get(), TCSAFLUSH, &before);
-  static_cast<void>(!::write(terminal.get(), "\n", 1));
-  return typed;
-}
-
 Outcome checkPassword(const NetworkPeer& peer, const std::optional<std::string>& file) {
   if (peer.name.passwordCode == 0) return {};
   Result<std::string> password = std::string();
@@ -146,6 +126,26 @@ void tellUnknown(const RemoteCommand& command, const NetworkPeer& peer, const Co
 }
 
 }  // namespace
+
+/// Asks at the terminal without showing what is typed.
+Result<std::string> typedPassword(const std::string& machine) {
+  const ZAN_Descriptor terminal(::open("/dev/tty", O_RDWR | O_CLOEXEC));
+  termios before{};
+  if (!terminal || tcgetattr(terminal.get(), &before) != 0)
+    return Error{ErrorKind::unavailable,
+                 "there is no terminal to ask for the password; --password-file names a file"};
+  const std::string question = "Password of " + printable(machine) + ": ";
+  termios silent = before;
+  silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+  tcsetattr(terminal.get(), TCSAFLUSH, &silent);
+  static_cast<void>(!::write(terminal.get(), question.data(), question.size()));
+  std::string typed;
+  char c = 0;
+  while (typed.size() < 1024 && ::read(terminal.get(), &c, 1) == 1 && c != '\n') typed += c;
+  tcsetattr(terminal.get(), TCSAFLUSH, &before);
+  static_cast<void>(!::write(terminal.get(), "\n", 1));
+  return typed;
+}
 
 Answer peersCommand(Arguments& arguments, const Console& console) {
   arguments.json();

@@ -1,19 +1,31 @@
 #pragma once
 
+#include <functional>
+#include <vector>
+
+#include "mail/report/OutgoingMail.h"
 #include "mail/report/ReportComposer.h"
+#include "mail/report/ReportFacts.h"
 
 namespace corvana {
 
-class OutgoingMail;
 struct Records;
 
-/// Mails the daily report: by itself once a launch, at most one a day, and whenever it is asked
-/// for. Thread: main.
+/// Mails the daily report: by itself at most once a day, and whenever it is asked for. Thread:
+/// main.
+///
+/// Where this program has set up the account the report is a page that tells of everything since
+/// the last one that was delivered, and comes at the time of day that was set, also when nothing
+/// ran. Otherwise it has its old form and comes once a launch.
 class EmailReport {
  public:
   EmailReport(Records& records, OutgoingMail& mail);
 
-  /// The automatic report comes 300 s from now.
+  // Hooks
+  /// Adds what else needs attention.
+  std::function<void(std::vector<ReportAttention>&)> onAttentionWanted;
+
+  /// The automatic report comes 300 s from now, or when it is time.
   void start();
   /// One that is asked for comes in half a second.
   void sendDailyReportNow();
@@ -23,6 +35,11 @@ class EmailReport {
   void sendEmailReport(bool askedFor);
 
  private:
+  void sendWhenDue();
+  void sendPage(const MailSettings& settings, bool askedFor);
+  ReferenceTime nextAfter(ReferenceTime last) const;
+  void markDay(ReferenceTime now);
+
   Records& m;
   OutgoingMail& mMail;
   ReportComposer mComposer;

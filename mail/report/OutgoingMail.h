@@ -2,9 +2,12 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
-#include "ZANCocoaFramework/ZAN_Time.h"
+#include "mail/report/MailSpool.h"
 #include "mail/smtp/MailSender.h"
+#include "platform/RunLoop.h"
 
 namespace corvana {
 
@@ -13,34 +16,64 @@ struct Records;
 /// What a duty has to say by mail.
 struct Letter {
   std::string subject;
-  std::string text;  ///< plain, its lines end in "\n"
-  /// A report reaches up to here; nothing for other letters.
-  std::optional<ReferenceTime> reportUntil = {};
+  std::string text;       ///< plain, its lines end in "\n"
+  std::string html = {};  ///< the same to be read in a mail program, which the standard way sends
+  /// What a report tells of; nothing for other letters.
+  std::optional<ReportPeriod> report = {};
 };
 
 /// Sends letters the way the user has set up. What does not arrive is seen where the user looks: a
 /// message, an entry of the log, the error state, and what `corvana9 report --status` shows.
+///
+/// Where this program has set up the account a letter lies on disk before anything is sent, and
+/// until a server has taken it: it is tried again after 5 minutes, 30 minutes, 2 hours and then
+/// every 6 hours, three days long, across restarts. Once the server's yes is noted it never goes
+/// again; cut off between its last byte and that note it goes once more under the same message ID.
 /// Thread: main.
 class OutgoingMail {
  public:
   // Keys of the scheduler's settings.
-  /// A date: up to when reports have reached the user.
+  /// A date: up to when reports have reached the user without a gap.
   static constexpr std::string_view kDelivered = "DateOfLastReportDelivered";
   /// {"Date", "Text"} of the last letter that did not arrive; none since one did.
   static constexpr std::string_view kLastFailure = "LastMailFailure";
+  /// So often a letter is tried.
+  static constexpr int kMostAttempts = 15;
 
-  OutgoingMail(Records& records, MailSender& sender) : m(records), mSender(sender) {}
+  OutgoingMail(Records& records, MailSender& sender);
 
-  /// Over SMTP, or by the system's mail program where sender or server is missing. Settings that
-  /// cannot even be tried are the error, which is told already.
+  /// Takes up what waits from before.
+  void start();
+  /// Over SMTP, or by the system's mail program where sender or server is missing. What cannot even
+  /// be tried, or put on disk, is the error, which is told already.
   Outcome send(const MailSettings& settings, const Letter& letter);
 
+  /// Up to when reports were delivered or are on their way, without a gap; nothing without any.
+  std::optional<ReferenceTime> reportedUntil() const;
+  /// From when on the next report has to tell; nothing before the first.
+  std::optional<ReferenceTime> reportSince() const;
+
  private:
-  void sayFailure(const std::string& reason);
-  void noteDelivered(const Letter& letter);
+  Outcome sendAtOnce(const MailSettings& settings, const Letter& letter);
+  Outcome putOnDisk(const MailSettings& settings, const Letter& letter);
+  void work();
+  void deliver(WaitingMail& mail);
+  void delivered(const std::string& name, const Delivery& delivery);
+  void notDelivered(WaitingMail& mail, const Delivery& delivery);
+  void giveUp(WaitingMail& mail);
+  void forget(const WaitingMail& mail);
+  void keep(const WaitingMail& mail);
+  void sayRefusals(const WaitingMail& mail, const Delivery& delivery);
+  void sayFailure(const std::string& text);
+  void noteDelivered(const std::optional<ReportPeriod>& report);
+  WaitingMail* mailNamed(const std::string& name);
 
   Records& m;
   MailSender& mSender;
+  MailSpool mSpool;
+  std::vector<WaitingMail> mMails;  ///< oldest first
+  bool mIsSending = false;          ///< one of them
+  RunLoop::TimerId mTimer = 0;
 };
 
 }  // namespace corvana

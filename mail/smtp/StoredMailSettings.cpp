@@ -5,14 +5,10 @@
 
 namespace corvana {
 
-namespace {
-
 std::int64_t tlsModeOf(std::int64_t security) {
   if (security == MailKey::kInClear) return 0;
   return security == MailKey::kStartTls ? 2 : ZAN_SMTPClient::kTlsFromTheStart;
 }
-
-}  // namespace
 
 MailSettings storedMailSettings(SettingsFiles& files) {
   const ZAN_Value settings = files.mainAppSettings();

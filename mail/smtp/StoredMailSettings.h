@@ -26,6 +26,9 @@ inline constexpr std::string_view frequency = "SendReportEmailFrequency";
 inline constexpr std::int64_t kDaily = 0, kOnMondays = 1, kAfterFailures = 2;
 }  // namespace MailKey
 
+/// The `MailSettings::tlsMode` that goes with a security.
+std::int64_t tlsModeOf(std::int64_t security);
+
 /// How the user has set up the sending of mail in the main application. What is missing is empty or
 /// 0.
 MailSettings storedMailSettings(SettingsFiles& settings);
