@@ -124,9 +124,12 @@ void TextFiles::addToReportFile(std::string_view text) {
   const ReferenceTime now = mFiles.clock().now();
   const std::string path = reportFileNameForDate(now);
   const DataFiles::Lock held = mFiles.lock("Report");
-  writeText(path, ZAN_StringUtils::format("%@%@ (%@) - %@\n",
-                                          {textAt(path), mDates.strings().getShortTimeDate(now),
-                                           applicationName(), text}));
+  const Outcome added = ZAN_FilesUtils::appendToFile(
+      path,
+      ZAN_StringUtils::format("%@ (%@) - %@\n",
+                              {mDates.strings().getShortTimeDate(now), applicationName(), text}),
+      false);
+  if (!added) mFiles.systemLog().write(added.error().text);
 }
 
 void TextFiles::writeReportEmail(std::string_view text, ReferenceTime day) {
