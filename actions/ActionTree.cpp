@@ -40,6 +40,11 @@ bool ActionTree::isCurrent() const {
          mChangesIdentity == mFiles.changesFileIdentity();
 }
 
+std::string ActionTree::titleOf(std::int64_t reference) {
+  const ProgrammedAction* const action = rootItem().actionForReference(reference);
+  return action != nullptr ? action->getTitle() : std::to_string(reference);
+}
+
 void ActionTree::load() {
   if (!mRoot) mRoot = std::make_unique<ProgrammedAction>(*this, nullptr, nullptr);
   mReleased = false;
@@ -57,7 +62,13 @@ void ActionTree::load() {
   mHighest = Highest{};
   mRoot->addActionsFromList(std::exchange(list, {}), false, std::nullopt);
   applyChanges(changes);
+  applyChanges(mHeldChanges);
   mUnsaved = false;
+}
+
+bool ActionTree::isThere() {
+  rootItem();
+  return mReadable && mActionsIdentity && mActionsIdentity->size > 0;
 }
 
 void ActionTree::ensureCurrentRoot() {
@@ -226,11 +237,24 @@ void ActionTree::addInChangesList(ProgrammedAction& node, ZAN_Value value,
   const bool wasUnsaved = mUnsaved;
   node.setSetting(forKey, value);
   mUnsaved = wasUnsaved;
+  const ZAN_Value change = ZAN_Value::dictionary(
+      {{"Ref", node.getReference()}, {"ChangesObject", std::move(value)}, {"ChangesKey", forKey}});
+  if (mHolding > 0)
+    mHeldChanges.append(change);
+  else
+    appendChanges(change);
+}
+
+void ActionTree::storeHeldChanges() {
+  if (--mHolding > 0 || mHeldChanges.empty()) return;
+  appendChanges(std::exchange(mHeldChanges, ZAN_Value::array()));
+}
+
+void ActionTree::appendChanges(const ZAN_Value& changes) {
   const auto lock = mFiles.lock();
   const bool wasCurrent = mChangesIdentity == mFiles.changesFileIdentity();
-  // A change that cannot be written stays with the list in memory; that is logged there.
-  (void)mFiles.appendToChangesList(ZAN_Value::dictionary(
-      {{"Ref", node.getReference()}, {"ChangesObject", std::move(value)}, {"ChangesKey", forKey}}));
+  // Changes that cannot be written stay with the list in memory; that is logged there.
+  (void)mFiles.appendToChangesList(changes);
   // With changes of another program in the file, memory is no longer what a reading would give.
   if (wasCurrent) mChangesIdentity = mFiles.changesFileIdentity();
 }

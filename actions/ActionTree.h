@@ -34,6 +34,11 @@ class ActionTree {
   /// stays the same object.
   ProgrammedAction& rootItem();
   bool hasRoot() const { return mRoot != nullptr && !mReleased; }
+  /// Whether the root holds what the user programmed. Not while the file is away, empty or damaged:
+  /// an action that is not found then is not gone.
+  bool isThere();
+  /// The title of that action or group; without one, its number.
+  std::string titleOf(std::int64_t reference);
   /// The tree is read again at the next use; no node may be used any more.
   void releaseRootItem();
 
@@ -59,6 +64,10 @@ class ActionTree {
   std::int64_t getNextFreeReference();
   /// Sets the value in the node's record and appends it to the stored list of changes.
   void addInChangesList(ProgrammedAction& node, ZAN_Value value, std::string_view forKey);
+  /// Until the matching `storeHeldChanges` what is added to the list of changes is known here only,
+  /// and then stored at once. May be nested.
+  void holdChanges() { ++mHolding; }
+  void storeHeldChanges();
 
   Clock& clock() { return mClock; }
   SystemLog& systemLog() { return mLog; }
@@ -78,6 +87,7 @@ class ActionTree {
   bool isCurrent() const;
   void ensureCurrentRoot();
   void applyChanges(const ZAN_Value& changes);
+  void appendChanges(const ZAN_Value& changes);
   Outcome writeMerged(const ZAN_Value& changes);
   Highest highest(const ProgrammedAction& node, std::int64_t depth) const;
   // What nodes tell.
@@ -97,6 +107,8 @@ class ActionTree {
   std::optional<Highest> mHighest;
   std::optional<ZAN_FileIdentity> mActionsIdentity;
   std::optional<ZAN_FileIdentity> mChangesIdentity;
+  int mHolding = 0;
+  ZAN_Value mHeldChanges = ZAN_Value::array();
   std::string mLoggedRefusal;  ///< so that one reason is logged once
 };
 

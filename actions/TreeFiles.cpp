@@ -45,10 +45,13 @@ Outcome TreeFiles::saveChangesList(const ZAN_Value& changes) {
   return writeChanges(changes, DataFiles::Saving::now);
 }
 
-Outcome TreeFiles::appendToChangesList(const ZAN_Value& change) {
+Outcome TreeFiles::appendToChangesList(const ZAN_Value& more) {
   const DataFiles::Lock held = lock();
   ZAN_Value changes = readChangesList();
-  changes.append(change);
+  if (more.isArray())
+    for (const ZAN_Value& change : more.elements()) changes.append(change);
+  else
+    changes.append(more);
   return writeChanges(changes, DataFiles::Saving::soon);
 }
 

@@ -38,8 +38,9 @@ class TreeFiles {
   /// has another identity.
   ZAN_Value readChangesList();
   Outcome saveChangesList(const ZAN_Value& changes);
-  /// Reads, appends and writes under the lock, so that no other program's change is lost.
-  Outcome appendToChangesList(const ZAN_Value& change);
+  /// Reads, appends a change, or an array of them, and writes under the lock, so that no other
+  /// program's change is lost.
+  Outcome appendToChangesList(const ZAN_Value& more);
   std::optional<ZAN_FileIdentity> changesFileIdentity() const;
 
  private:
