@@ -377,6 +377,10 @@ bool DataFiles::keepDamagedFile(const std::string& path, Content content) {
     if (!contents && contents.error().kind == ErrorKind::absent) return true;
     if (contents && (contents->bytes.empty() || unarchived(*contents, content))) return true;
   }
+  return keep(path).has_value();
+}
+
+std::optional<std::string> DataFiles::keep(const std::string& path) {
   const std::string base =
       path + " (damaged " + mDates.calendar().format(mClock.now(), "%Y-%m-%d %H.%M.%S") + ")";
   std::string kept = base;
@@ -384,12 +388,16 @@ bool DataFiles::keepDamagedFile(const std::string& path, Content content) {
     kept = base + " " + std::to_string(number);
   }
   // A second name for the same file costs no space, so it is there on a full disk too.
-  if (::link(path.c_str(), kept.c_str()) != 0 && !ZAN_FilesUtils::renameFile(path, kept)) {
-    return false;
-  }
+  if (::link(path.c_str(), kept.c_str()) != 0 && !ZAN_FilesUtils::renameFile(path, kept)) return {};
   mLog.write("Damaged file " + path + " kept as " + kept);
   if (onDamagedFileKept) onDamagedFileKept(path, kept);
-  return true;
+  return kept;
+}
+
+std::optional<std::string> DataFiles::putAside(const std::string& path) {
+  auto kept = keep(path);
+  if (kept) (void)ZAN_FilesUtils::removeFile(path);
+  return kept;
 }
 
 }  // namespace corvana

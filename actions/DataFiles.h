@@ -128,6 +128,10 @@ class DataFiles {
   /// Takes the lock that goes with a file of the data folder. The tree and its changes share one.
   [[nodiscard]] Lock lock(std::string_view fileName);
 
+  /// A damaged file leaves its place, as it does before it is overwritten; where it is kept,
+  /// nothing when it cannot be moved.
+  std::optional<std::string> putAside(const std::string& path);
+
   /// A damaged file was put aside: where it was and where it is now. The line in the log is written
   /// anyway.
   std::function<void(const std::string& path, const std::string& kept)> onDamagedFileKept;
@@ -173,6 +177,7 @@ class DataFiles {
                    const Error& error);
   ZAN_Value decoded(const std::string& path, const ZAN_FileContents& contents, Content content);
   bool keepDamagedFile(const std::string& path, Content content);
+  std::optional<std::string> keep(const std::string& path);
   Outcome writeContainer(const ZAN_Value& value, const std::string& path, Content content,
                          const ZAN_FileWriter::Options& options, Saving saving);
   Outcome save(FileSave save, Saving saving);
