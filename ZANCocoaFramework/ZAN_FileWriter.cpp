@@ -59,6 +59,17 @@ Result<ZAN_FileLock> ZAN_FileLock::acquire(const std::string& path, double secon
   }
 }
 
+Result<ZAN_FileLock> ZAN_FileLock::adopt(std::optional<int> descriptor, const std::string& path) {
+  ZAN_Descriptor file(descriptor.value_or(-1));
+  struct stat own;
+  struct stat wanted;
+  if (!file || ::fstat(file.get(), &own) != 0 || ::stat(path.c_str(), &wanted) != 0 ||
+      own.st_dev != wanted.st_dev || own.st_ino != wanted.st_ino ||
+      ::flock(file.get(), LOCK_EX | LOCK_NB) != 0)
+    return Error{ErrorKind::absent, path + ": no lock was left"};
+  return ZAN_FileLock(std::move(file));
+}
+
 namespace {
 
 constexpr std::size_t kPiece = 64 * 1024;

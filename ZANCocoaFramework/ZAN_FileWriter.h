@@ -23,7 +23,12 @@ class ZAN_FileLock {
   static Result<ZAN_FileLock> acquire(const std::string& path, double seconds,
                                       const std::function<void(double)>& pause);
 
+  /// The lock of that file, held by a descriptor that an earlier program has left to this process,
+  /// which is taken over or closed. An error when it is none.
+  static Result<ZAN_FileLock> adopt(std::optional<int> descriptor, const std::string& path);
+
   void release() { mFile.close(); }
+  int descriptor() const { return mFile.get(); }
 
  private:
   explicit ZAN_FileLock(ZAN_Descriptor file) : mFile(std::move(file)) {}

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -75,6 +76,10 @@ class Processes {
   virtual void kill(std::int64_t pid) = 0;
   /// Starts an application or opens a document or folder, detached from the agent.
   virtual Outcome open(const std::string& path) = 0;
+  /// A descriptor that the next `relaunch` leaves open for the fresh run.
+  virtual void handOn(int descriptor) = 0;
+  /// What the run before this one has handed on, once; nothing at an ordinary start.
+  virtual std::optional<int> takeHandedOn() = 0;
   /// Replaces this process by a fresh run of the program at `path`; returns only when that fails.
   virtual Error relaunch(const std::string& path) = 0;
 };

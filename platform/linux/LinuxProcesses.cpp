@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -21,6 +23,8 @@ namespace corvana {
 
 namespace {
 
+/// Tells the fresh run of this process what is left open: its id and the descriptor.
+constexpr const char* kHandedOn = "CORVANA9_HANDED_ON";
 constexpr std::size_t kChunk = 65536;
 /// A pipe that somebody keeps full must not hold its reader.
 constexpr std::size_t kMostAtOnce = 1 << 20;
@@ -257,6 +261,17 @@ Outcome LinuxProcesses::open(const std::string& path) {
   return {};
 }
 
+std::optional<int> LinuxProcesses::takeHandedOn() {
+  const char* const left = std::getenv(kHandedOn);
+  if (left == nullptr) return {};
+  int pid = 0;
+  int descriptor = -1;
+  const bool isOurs = std::sscanf(left, "%d %d", &pid, &descriptor) == 2 && pid == getpid() &&
+                      descriptor > STDERR_FILENO && fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
+  unsetenv(kHandedOn);
+  return isOurs ? std::optional(descriptor) : std::nullopt;
+}
+
 Error LinuxProcesses::relaunch(const std::string& path) {
   const std::string program = programAt(path);
   if (access(program.c_str(), X_OK) != 0) {
@@ -270,6 +285,8 @@ Error LinuxProcesses::relaunch(const std::string& path) {
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
   close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
+  if (mHandedOn >= 0 && fcntl(mHandedOn, F_SETFD, 0) == 0)
+    setenv(kHandedOn, (std::to_string(getpid()) + " " + std::to_string(mHandedOn)).c_str(), 1);
   sigset_t before;
   sigset_t none;
   sigemptyset(&none);
@@ -279,6 +296,7 @@ Error LinuxProcesses::relaunch(const std::string& path) {
   const int failure = errno;
   signal(SIGPIPE, SIG_IGN);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  unsetenv(kHandedOn);
   return {ErrorKind::refused, program + ": " + std::strerror(failure)};
 }
 

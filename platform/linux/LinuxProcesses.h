@@ -30,6 +30,8 @@ class LinuxProcesses final : public Processes {
   void kill(std::int64_t pid) override;
   /// A bundle by its executable, anything else by the desktop's opener.
   Outcome open(const std::string& path) override;
+  void handOn(int descriptor) override { mHandedOn = descriptor; }
+  std::optional<int> takeHandedOn() override;
   /// A bundle by its executable, else a program.
   Error relaunch(const std::string& path) override;
 
@@ -41,6 +43,7 @@ class LinuxProcesses final : public Processes {
   Self mSelf;
   ProcessTable mTable;
   ProgramWatch mPrograms;
+  int mHandedOn = -1;
   std::shared_ptr<Strays> mStrays;  ///< children without an owner that are yet to be waited for
 };
 

@@ -62,6 +62,8 @@ class SimulatedProcesses final : public Processes {
   void kill(std::int64_t pid) override;
   /// Opening an application puts it on the list of running ones.
   Outcome open(const std::string& path) override;
+  void handOn(int) override {}
+  std::optional<int> takeHandedOn() override { return {}; }
   /// Kept in `relaunches`; inside the loop everything of the old program is unwound and the loop's
   /// `run…` returns, so that the test can make the next one.
   Error relaunch(const std::string& path) override;
