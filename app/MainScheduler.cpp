@@ -126,6 +126,7 @@ void MainScheduler::setUp() {
   m.tree.rootItem();
   m.tree.repairReferencesIfDuplicates();
   mMachine.startupDisk.checkStartupDisk();
+  mInstanceCheck.claim();
   mWork.queue.restoreActionsQueue();
   mMachine.wakeUp.restoreWakeup();
 }
@@ -148,6 +149,7 @@ void MainScheduler::applicationDidFinishLaunching() {
     return;
   }
 
+  mWork.interruptions.takeUp();
   if (m.platform.agentObject != nullptr) m.platform.agentObject->appear(mAnswers);
   mStatusItem.createStatusItem();
   loop.performAfter(5.0, [this] { mFloatingIcon.applyMode(); });
@@ -181,9 +183,9 @@ void MainScheduler::holdBackAfterStart(bool helperIsPrivileged) {
   const ReferenceTime now = m.platform.clock.now();
   if (m.state.mMainAppLaunched) {
     mLaunchStep.setWelcomeMessageWasDisplayed();
-    m.state.holdBackUntil(now + kHoldWithMainApp);
+    m.state.holdBackUntil(now + kHoldWithMainApp, SchedulerState::HeldBack::afterStart);
   } else {
-    m.state.holdBackUntil(now + kHoldAtLogin);
+    m.state.holdBackUntil(now + kHoldAtLogin, SchedulerState::HeldBack::afterStart);
     const InstallPaths& paths = m.store.installPaths();
     std::error_code ignored;
     const bool mainAppIsInstalled =
@@ -195,7 +197,8 @@ void MainScheduler::holdBackAfterStart(bool helperIsPrivileged) {
     // A date held against the date of the next free-space check: with any real one the hold is 60
     // s.
     if (m.state.mPauseBeforeNextStep.at() > m.preferences.mCheckStartupDiskFreeSpace.at())
-      m.state.holdBackUntil(m.state.mPauseBeforeNextStep.at() + kHoldAtLogin);
+      m.state.holdBackUntil(m.state.mPauseBeforeNextStep.at() + kHoldAtLogin,
+                            SchedulerState::HeldBack::afterStart);
   }
 
   const auto quitDate = m.preferences.prefForKey("SchedulerQuitDate").asDate();
@@ -203,7 +206,7 @@ void MainScheduler::holdBackAfterStart(bool helperIsPrivileged) {
   m.state.mFirstCheckAfterStartup = !isRelaunch;
   if (!isRelaunch) return;
   mLaunchStep.setWelcomeMessageWasDisplayed();
-  m.state.holdBackUntil(now + kHoldAfterRelaunch);
+  m.state.holdBackUntil(now + kHoldAfterRelaunch, SchedulerState::HeldBack::afterStart);
 }
 
 bool MainScheduler::isHelperPrivileged() const {
@@ -298,7 +301,6 @@ void MainScheduler::relaunchScheduler() {
 
 void MainScheduler::goOnWithoutDesktop() {
   if (mTerminateBySelf) return;
-  mWork.queue.saveWithWaitingHead();
   mSelfRelaunch = true;
   terminateBySelf();
 }
@@ -313,7 +315,6 @@ void MainScheduler::relaunchAfterExecution() {
     mRecords.platform.runLoop.performAfter(1.0, [this] { relaunchAfterExecution(); });
     return;
   }
-  mWork.queue.saveWithWaitingHead();
   relaunchScheduler();
 }
 

@@ -9,6 +9,7 @@
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "core/record/Preferences.h"
+#include "core/work/QueueRecord.h"
 
 namespace corvana {
 
@@ -27,11 +28,15 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
     return agent.answers() ? status[asked] : stored;
   };
   const bool executes = !status["current"].isNull();
-  ZAN_Value waiting = static_cast<std::int64_t>(settings["SchedulerActionsToDoList"].size());
+  ZAN_Value waiting = 0;
   if (agent.answers()) {
     const std::int64_t count = status.integer("queueCount");
     waiting = count > 0 && executes ? count - 1 : count;
   }
+  if (!agent.answers() && home.isThere())
+    waiting =
+        std::ranges::count_if(storedOccasions(home.store(), settings["SchedulerActionsToDoList"]),
+                              [](const QueueRecord& record) { return !record.begun; });
   ZAN_Value runs = ZAN_Value::array();
   ZAN_Value events = ZAN_Value::array();
   if (home.isThere()) {
@@ -59,6 +64,7 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
        {"executing", agent.executeRuns()},
        {"current", status["current"]},
        {"waiting", waiting},
+       {"hold", status["hold"]},
        {"next", runs},
        {"log", events},
        {"status", status}});
@@ -75,34 +81,35 @@ constexpr std::string_view kStatusLines =
     "{current?Executing: {current:action}{current.progress?, {current.progress:rounded} %}"
     "{current.started?, since {current.started:clock}}{current.retry?, once more after a crash}\n}"
     "{current!{agent!{executing?Executing: an execute program runs\n}}}"
-    "Waiting in the queue: {waiting}\n"
+    "Waiting in the queue: {waiting}\n{hold?{hold.text}\n}"
     "{errorCode?There were failures: corvana9 log\n}"
     "{next?Next:\n}{next!Next: no run is scheduled\n}{next*  {date:date}  {:action}{:held}\n}"
     "{log?Last events:\n{log*  {date:date}  {text}\n}}";
 
-/// The saved queue in the form in which the agent shows its own; the one that was running is not in
-/// it.
-ZAN_Value savedQueue(CommandHome& home) {
+/// The saved queue in the form in which the agent shows its own. What had begun runs on, or is
+/// settled by the next agent.
+ZAN_Value savedQueue(CommandHome& home, const RunningAgent& agent) {
   ZAN_Value queue = ZAN_Value::array();
   if (!home.isThere()) return queue;
   const ZAN_Value settings = home.store().settings().schedulerSettings();
-  for (const ZAN_Value& record : settings["SchedulerActionsToDoList"].elements()) {
-    const std::int64_t ref = record.integer("Ref");
-    const ProgrammedAction* action = home.action(ref);
+  for (const QueueRecord& record :
+       storedOccasions(home.store(), settings["SchedulerActionsToDoList"])) {
+    const ProgrammedAction* action = home.action(record.ref);
     queue.append(
-        ZAN_Value::dictionary({{"ref", ref},
+        ZAN_Value::dictionary({{"ref", record.ref},
                                {"title", action == nullptr ? std::string() : action->getTitle()},
-                               {"date", record["Date"]},
-                               {"estimateSize", record.integer("EstimateSize") != 0},
-                               {"running", false}}));
+                               {"date", ZAN_Value::date(record.date)},
+                               {"estimateSize", record.estimateSize != 0},
+                               {"running", record.begun && agent.executeRuns()},
+                               {"interrupted", record.begun && !agent.executeRuns()}}));
   }
   return queue;
 }
 
 constexpr std::string_view kQueueLines =
     "{agent!{reason}\nThe queue as it was saved:\n}{queue!The queue is empty.\n}"
-    "{queue*{#}. {:action}{running?, running}{running!{date?{date:from}}}"
-    "{estimateSize?, only estimates the size}\n}";
+    "{queue*{#}. {:action}{running?, running}{interrupted?, its end was not seen}"
+    "{running!{interrupted!{date?{date:from}}}}{estimateSize?, only estimates the size}\n}";
 
 Error notReached(const RunningAgent& agent) { return {ErrorKind::unavailable, agent.absence()}; }
 
@@ -236,7 +243,8 @@ Answer queueCommand(Arguments& arguments, const Console& console) {
   if (!words) return wrongWords(words.error());
   CommandHome home(console);
   RunningAgent agent(home);
-  const auto queue = agent.answers() ? agent.client().queue() : Result<ZAN_Value>(savedQueue(home));
+  const auto queue =
+      agent.answers() ? agent.client().queue() : Result<ZAN_Value>(savedQueue(home, agent));
   if (!queue) return Error{queue.error().kind, "the agent: " + queue.error().text};
   const ZAN_Value value = ZAN_Value::dictionary(
       {{"agent", agent.answers()}, {"reason", agent.absence()}, {"queue", *queue}});
@@ -270,6 +278,11 @@ Answer launchCommand(Arguments& arguments, const Console& console) {
   const ProgrammedAction* action = home.action(*reference);
   answer.text = "queued " + std::to_string(*reference) +
                 (action ? ": " + printable(action->getTitle()) : std::string()) + '\n';
+  // What keeps the queue from going on is of use to whoever has just asked for a run.
+  const auto now = agent.client().status();
+  const ZAN_Value hold = now ? (*now)["hold"] : ZAN_Value();
+  answer.value->setValue("hold", hold);
+  if (hold.isDictionary()) answer.text += printable(hold.string("text")) + '\n';
   return answer;
 }
 

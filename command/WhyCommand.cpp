@@ -9,6 +9,7 @@
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "core/record/Preferences.h"
+#include "core/work/QueueRecord.h"
 #include "core/work/WhyNot.h"
 #include "platform/linux/ProcessTable.h"
 #include "volumes/VolumeIdentity.h"
@@ -52,7 +53,7 @@ bool askAgent(CommandHome& home, Seen& seen) {
   situation.startedFromNewMachine = status["otherStartupDisk"].boolValue();
   situation.paused = status["paused"].boolValue();
   situation.headRuns = status["executing"].boolValue();
-  situation.waitsForOther = status["waitsForOther"].boolValue();
+  situation.headHold = status["hold"].string("text");
   situation.idleTimeIsSeen = status["idleTimeIsSeen"].boolValue();
   situation.context = static_cast<ActionContext>(status.integer("context"));
   for (const auto& record : queue->elements()) situation.queue.push_back(record.integer("ref"));
@@ -71,14 +72,13 @@ Seen lookAround(CommandHome& home) {
       situation.queue.insert(situation.queue.begin(), reference);
     }
   }
-  // The stored queue is without its head, which is what runs; an idle agent's is empty.
   const ZAN_Value preferences = home.store().settings().schedulerSettings();
   situation.scheduleDisabled = preferences.integer(PreferenceKey::scheduleDisabled) != 0;
   situation.context =
       static_cast<ActionContext>(preferences.integer(PreferenceKey::currentContext));
-  for (const auto& record : preferences["SchedulerActionsToDoList"].elements()) {
-    situation.queue.push_back(record.integer("Ref"));
-  }
+  for (const auto& record : storedOccasions(home.store(), preferences["SchedulerActionsToDoList"]))
+    if (std::ranges::find(situation.queue, record.ref) == situation.queue.end())
+      situation.queue.push_back(record.ref);
   return seen;
 }
 

@@ -41,8 +41,11 @@ class AgentAnswers {
   /// Why an action does not run now or will not at its next date; empty when nothing is in its way.
   /// Fails for an action that is not there.
   virtual Result<std::vector<std::string>> why(std::int64_t ref) = 0;
-  /// Queues an action as if by hand, or says why not.
+  /// Queues an action as if by hand, or says why not. It is safe when the call returns, or at the
+  /// end of `together`.
   virtual Outcome launch(std::int64_t ref) = 0;
+  /// Performs `body`, which asks many things that came at once.
+  virtual void together(const std::function<void()>& body) = 0;
 };
 
 /// The place where other programs find the agent and ask it. Where there is no such place nobody

@@ -33,6 +33,7 @@ UserInterfaceSources::UserInterfaceSources(Records& records, Work& work, Machine
       texts(records.texts),
       strings(records.strings),
       statusInformation([&launchStep] { return launchStep.statusInformation(); }),
+      launchHold([&launchStep] { return launchStep.holdText(); }),
       surveyLine([&work] { return work.supervisor.surveyLine(); }),
       lacking([&records, &machine](Ability ability) {
         if (ability == Ability::wake) return machine.wakeUp.hindrance();

@@ -58,6 +58,8 @@ struct UserInterfaceSources {
 
   /// What holds the scheduler up, or what it does, in a line.
   std::function<std::string()> statusInformation;
+  /// Why the head of the queue does not start now; empty when nothing holds it.
+  std::function<std::string()> launchHold;
   std::function<std::string()> surveyLine;
   /// Why the machine has not got an ability, as a sentence; empty when it has.
   std::function<std::string(Ability)> lacking;

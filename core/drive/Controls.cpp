@@ -101,6 +101,9 @@ Outcome Controls::launchAction(std::int64_t ref, bool estimateSize) {
       return Error{ErrorKind::refused, name + ": it already waits in the queue"};
     case QueueAddition::unknownAction:
       return Error{ErrorKind::absent, name + ": there is no such action"};
+    case QueueAddition::treeUnreadable:
+      return Error{ErrorKind::unreadable,
+                   name + ": the file with the actions cannot be read at the moment"};
     case QueueAddition::notPermitted:
       return Error{ErrorKind::refused,
                    name + ": launching it by hand is switched off in its settings"};

@@ -1,5 +1,6 @@
 #include "core/drive/LaunchStep.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -101,6 +102,111 @@ void LaunchStep::showWelcomeMessage() {
   }
 }
 
+std::string_view LaunchHold::nameOf(Cause cause) {
+  switch (cause) {
+    case Cause::none:
+      return {};
+    case Cause::switchedOff:
+      return "switched off";
+    case Cause::paused:
+      return "paused";
+    case Cause::strayFolders:
+      return "stray folders";
+    case Cause::unmounting:
+      return "unmounting";
+    case Cause::treeUnreadable:
+      return "actions unreadable";
+    case Cause::programMissing:
+      return "program missing";
+    case Cause::otherExecution:
+      return "other execution";
+    case Cause::message:
+      return "message";
+    case Cause::wakingUp:
+      return "waking up";
+    case Cause::afterStart:
+      return "after start";
+    case Cause::afterCrash:
+      return "after crash";
+    case Cause::date:
+      return "date";
+  }
+  return {};
+}
+
+/// What needs somebody comes before what passes by itself.
+LaunchHold LaunchStep::hold() const {
+  using Cause = LaunchHold::Cause;
+  if (mWork.queue.empty() || mWork.supervisor.isExecuting()) return {};
+  const ReferenceTime now = m.platform.clock.now();
+  const ReferenceTime heldBack = m.state.mPauseBeforeNextStep.at();
+  const bool isHeldBack = !m.state.mPauseBeforeNextStep.isPassed(now);
+  if (m.state.mScheduleDisabled && !executesDespiteOff()) return {Cause::switchedOff};
+  if (m.state.mPause)
+    return {mMachine.folderSurvey.hasPaused() ? Cause::strayFolders : Cause::paused};
+  if (mMachine.folderSurvey.isHolding()) return {Cause::strayFolders};
+  if (mMachine.mounter.isUnmounting()) return {Cause::unmounting};
+  if (mWork.supervisor.missesTree()) return {Cause::treeUnreadable};
+  if (mWork.supervisor.missesProgram()) return {Cause::programMissing, heldBack};
+  if (mWork.supervisor.waitsForOtherExecution()) return {Cause::otherExecution};
+  if (isMessageToBeRead()) return {Cause::message, m.messages.holdsLaunchingUntil()};
+  if (m.state.mWakingUp) return {Cause::wakingUp};
+  const ReferenceTime date = mWork.queue.head().date;
+  if (isHeldBack && heldBack >= date) {
+    if (m.state.mHeldBackBy == SchedulerState::HeldBack::afterStart)
+      return {Cause::afterStart, heldBack};
+    if (m.state.mHeldBackBy == SchedulerState::HeldBack::afterCrash)
+      return {Cause::afterCrash, heldBack};
+  }
+  if (now < date) return {Cause::date, date};
+  return {};
+}
+
+std::string LaunchStep::holdText() const {
+  const LaunchHold held = hold();
+  const auto until = [&] { return m.strings.getShortTimeWithSeconds(held.until); };
+  switch (held.cause) {
+    case LaunchHold::Cause::none:
+      return {};
+    case LaunchHold::Cause::switchedOff:
+      return m.texts.text("DisabledInfo");
+    case LaunchHold::Cause::paused:
+      return m.texts.text("ActionPaused");
+    case LaunchHold::Cause::strayFolders:
+      return m.texts.text("HoldStrayFolders");
+    case LaunchHold::Cause::unmounting:
+      return m.texts.text("HoldUnmounting");
+    case LaunchHold::Cause::treeUnreadable:
+      return m.texts.text("HoldTreeUnreadable");
+    case LaunchHold::Cause::programMissing:
+      return m.texts.text("HoldProgramMissing", {until()});
+    case LaunchHold::Cause::otherExecution:
+      return m.texts.text("OtherExecution");
+    case LaunchHold::Cause::message:
+      return m.texts.text("HoldMessage");
+    case LaunchHold::Cause::wakingUp:
+      return m.texts.text("HoldWakingUp");
+    case LaunchHold::Cause::afterStart:
+      return m.texts.text("HoldAfterStart", {until()});
+    case LaunchHold::Cause::afterCrash:
+      return m.texts.text("HoldAfterCrash", {until()});
+    case LaunchHold::Cause::date:
+      return m.texts.text("HoldDate", {until()});
+  }
+  return {};
+}
+
+std::string LaunchStep::statusInformation() const {
+  return mStatusInformation.empty() ? holdText() : mStatusInformation;
+}
+
+/// Whether something waits that was asked for at once.
+bool LaunchStep::executesDespiteOff() const {
+  return std::ranges::any_of(mWork.queue.executeNowActionsList(), [this](const auto& record) {
+    return mWork.queue.contains(record.ref);
+  });
+}
+
 void LaunchStep::launchHead() {
   m.state.mProgress.value = 0;
   if (mMachine.mounter.isUnmounting()) return;
@@ -110,10 +216,8 @@ void LaunchStep::launchHead() {
     mWork.announce.showAnnounceForQueueHead();
     if (mWork.announce.isOpen()) {
       m.state.holdBackUntil(now + kAnnounceSeconds);
-    } else {
-      mWork.supervisor.executionDidEnd();
+      return;
     }
-    return;
   }
   const ReferenceTime date = mWork.queue.head().date;
   if (now < date) {
@@ -129,8 +233,11 @@ void LaunchStep::launchHead() {
       m.debugLog.logMessage("Scheduler launch Execute process", true);
       break;
     case LaunchResult::actionGone:
+      m.store.texts().addToReportFile(m.texts.text("ReportActionGone", {mWork.queue.head().ref}));
       mWork.supervisor.executionDidEnd();
       break;
+    case LaunchResult::treeUnreadable:
+      return;
     case LaunchResult::otherExecution:
       setStatusInformation(m.texts.text("OtherExecution"));
       return;

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
 
@@ -10,6 +11,30 @@ namespace corvana {
 struct MachineDuties;
 struct Records;
 struct Work;
+
+/// Why the head of the queue does not start now, as everybody tells it who is asked: `why`,
+/// `status`, the status line, the windows and the answer to a launch.
+struct LaunchHold {
+  enum class Cause {
+    none,  ///< the queue is empty, its head runs, or it starts at the next step
+    switchedOff,
+    paused,
+    strayFolders,    ///< what is in the folder of volumes has to go first, or is looked at
+    unmounting,      ///< a volume is let go
+    treeUnreadable,  ///< the file with the actions cannot be read
+    programMissing,  ///< the execute program is not there or does not start
+    otherExecution,  ///< one that was started elsewhere runs
+    message,         ///< a message is up, or waits to be
+    wakingUp,        ///< the machine has just woken
+    afterStart,      ///< the agent has just started
+    afterCrash,      ///< an execution ended unexpectedly a moment ago
+    date,            ///< its date has not come
+  };
+  Cause cause = Cause::none;
+  ReferenceTime until = kNever;  ///< when that passes by itself; kNever when nobody knows
+
+  static std::string_view nameOf(Cause cause);
+};
 
 /// The step of the tick that starts the head of the queue when its date has come. Thread: main.
 class LaunchStep {
@@ -30,8 +55,12 @@ class LaunchStep {
   void askAboutStartupDisk() { mStartupDiskWasAsked = false; }
   void shutDownAfterCurrentAction() { mMustShutDownAfterCurrentAction = true; }
 
+  LaunchHold hold() const;
+  /// The same in words; empty when nothing holds it.
+  std::string holdText() const;
+
   /// What holds the scheduler up, or what it does, in a line; empty when there is nothing to say.
-  const std::string& statusInformation() const { return mStatusInformation; }
+  std::string statusInformation() const;
   void clearStatusInformation();
   /// From when on the step has something to do, if nothing else happens.
   ReferenceTime nextWork() const;
@@ -43,6 +72,7 @@ class LaunchStep {
   bool saysWhatIsOver() const;
   ReferenceTime headIsFarUntil() const;
   ReferenceTime nextIdleMinute() const;
+  bool executesDespiteOff() const;
   bool updateExecuteNowRequests();
   void showWelcomeMessage();
   void launchHead();

@@ -109,6 +109,8 @@ std::vector<TickRow> SchedulerTick::ownRows() {
        }},
       {"execution", 1, [this] { return mWork.supervisor.nextSupervision(); },
        [this](auto) { mWork.supervisor.supervise(); }},
+      {"interruptions", 1, [this] { return mWork.interruptions.nextLook(); },
+       [this](auto) { mWork.interruptions.settle(); }},
       {"launch", 1, [this] { return mLaunchStep.nextWork(); }, [this](auto) { mLaunchStep.run(); },
        true},
       {"unmount", 1,
@@ -166,6 +168,7 @@ std::optional<std::int64_t> SchedulerTick::nextTick(std::int64_t n, double until
 
 void SchedulerTick::machineWillSleep() {
   mWakeAfterSleepCounter = kTicksAfterSleep;
+  m.state.mWakingUp = true;
   m.changes.touch();
 }
 
@@ -194,7 +197,8 @@ void SchedulerTick::noticeClock(double wanted) {
 
 /// Whether the machine is still waking up.
 bool SchedulerTick::sleepGate() {
-  if (mWakeAfterSleepCounter < 1) return false;
+  m.state.mWakingUp = mWakeAfterSleepCounter > 0;
+  if (!m.state.mWakingUp) return false;
   --mWakeAfterSleepCounter;
   m.state.userWasActive(mNow);
   return true;

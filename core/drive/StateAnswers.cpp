@@ -13,11 +13,6 @@
 
 namespace corvana {
 
-std::string StateAnswers::titleOf(std::int64_t ref) const {
-  const ProgrammedAction* action = m.tree.rootItem().actionForReference(ref);
-  return action == nullptr ? std::string() : action->getTitle();
-}
-
 ZAN_Value StateAnswers::status() {
   const bool executing = mWork.supervisor.isExecuting();
   ZAN_Value status = ZAN_Value::dictionary(
@@ -39,10 +34,16 @@ ZAN_Value StateAnswers::status() {
   const auto& next = mWork.evaluation.actionsNextList();
   if (!next.empty() && next.front().hasDate)
     status.setValue("nextDate", ZAN_Value::date(next.front().date));
+  if (const LaunchHold held = mLaunchStep.hold(); held.cause != LaunchHold::Cause::none) {
+    ZAN_Value hold = ZAN_Value::dictionary(
+        {{"cause", LaunchHold::nameOf(held.cause)}, {"text", mLaunchStep.holdText()}});
+    if (held.until != kNever) hold.setValue("until", ZAN_Value::date(held.until));
+    status.setValue("hold", hold);
+  }
   if (executing && !mWork.queue.empty()) {
     const std::int64_t ref = mWork.queue.head().ref;
     ZAN_Value current = ZAN_Value::dictionary({{"ref", static_cast<long long>(ref)},
-                                               {"title", titleOf(ref)},
+                                               {"title", m.tree.titleOf(ref)},
                                                {"progress", m.state.mProgress.value},
                                                {"retry", mWork.supervisor.retryNb()}});
     if (const ReferenceTime started = mWork.supervisor.startOfCurrentAction(); started != 0)
@@ -57,7 +58,7 @@ ZAN_Value StateAnswers::queue() {
   for (const QueueRecord& record : mWork.queue.actionsList()) {
     list.push_back(
         ZAN_Value::dictionary({{"ref", static_cast<long long>(record.ref)},
-                               {"title", titleOf(record.ref)},
+                               {"title", m.tree.titleOf(record.ref)},
                                {"date", ZAN_Value::date(record.date)},
                                {"estimateSize", record.estimateSize != 0},
                                {"running", list.empty() && mWork.supervisor.isExecuting()}}));
@@ -82,11 +83,11 @@ Result<std::vector<std::string>> StateAnswers::why(std::int64_t ref) {
   const ProgrammedAction* action = m.tree.rootItem().actionForReference(ref);
   if (action == nullptr)
     return Error{ErrorKind::absent, "action " + std::to_string(ref) + ": there is no such action"};
-  const WhyNot::Situation situation =
-      WhyNot::situationOf(m.state, mWork.supervisor, mWork.queue, m.platform.input);
+  const WhyNot::Situation situation = WhyNot::situationOf(m.state, mWork.supervisor, mWork.queue,
+                                                          m.platform.input, mLaunchStep.holdText());
   const ActionsTools tools(mWork.evaluation.calendar(), m.platform.clock.now());
   const WhyNot whyNot(tools, {m.texts, m.strings}, mWork.volumes,
-                      [this](std::int64_t other) { return titleOf(other); });
+                      [this](std::int64_t other) { return m.tree.titleOf(other); });
   std::vector<std::string> lines;
   for (const WhyNot::Reason& reason : whyNot.reasons(*action, situation)) {
     lines.push_back(reason.remedyByCommand.empty() ? reason.text
@@ -94,6 +95,8 @@ Result<std::vector<std::string>> StateAnswers::why(std::int64_t ref) {
   }
   return lines;
 }
+
+void StateAnswers::together(const std::function<void()>& body) { mWork.queue.batch(body); }
 
 Outcome StateAnswers::launch(std::int64_t ref) {
   if (!mLaunchStep.welcomeMessageWasDisplayed()) m.state.holdBackUntil(m.platform.clock.now());

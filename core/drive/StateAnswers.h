@@ -20,6 +20,7 @@ class StateAnswers final : public AgentAnswers {
   /// "context" (0 none, 1 office, 2 home, 3 nomad), "errorCode" (of the last failure not yet looked
   /// at, else 0), "schedulerStatus" (4 switched off, 3 paused, 2 executing, 1 otherwise),
   /// "executing", "waitsForOther" (an execution started elsewhere), "idleTimeIsSeen", "queueCount",
+  /// "hold" {"cause", "text", "until"} (why the head of the queue does not start now),
   /// "nextDate" (of the earliest action), "nextCheck"; while an action is executed "current":
   /// {"ref", "title", "started", "progress" (per cent), "retry"}.
   ZAN_Value status() override;
@@ -30,10 +31,9 @@ class StateAnswers final : public AgentAnswers {
   Result<std::vector<std::string>> why(std::int64_t ref) override;
   /// As a launch by a sibling program it ends the wait after the start.
   Outcome launch(std::int64_t ref) override;
+  void together(const std::function<void()>& body) override;
 
  private:
-  std::string titleOf(std::int64_t ref) const;
-
   Records& m;
   Work& mWork;
   LaunchStep& mLaunchStep;

@@ -55,7 +55,7 @@ void VolumesFolderSurvey::surveyVolumesFolder() {
 }
 
 bool VolumesFolderSurvey::holdsLaunchBack() {
-  if (mCheckingVolumesFolder || isErrorShown()) return true;
+  if (isHolding()) return true;
   if (m.preferences.mSurveyVolumesFolder == 0 || mFolder.checkVolumesFolder()) return false;
   mCheckingVolumesFolder = true;
   m.platform.runLoop.performOnMain([this] { reSurveyVolumesFolder(0); });

@@ -33,6 +33,8 @@ class VolumesFolderSurvey {
   /// look at them closely.
   bool holdsLaunchBack();
   bool isErrorShown() const;
+  /// Launches are held back for now.
+  bool isHolding() const { return mCheckingVolumesFolder || isErrorShown(); }
   /// While strays are told of: at the fifth clean look in a row executions go on.
   void checkIfVolumesFolderClean();
   /// Executions go on for another reason.

@@ -59,6 +59,8 @@ struct SchedulerState {
   bool mMainAppLaunched = false;
   /// No complete evaluation has happened yet since a cold start.
   bool mFirstCheckAfterStartup = false;
+  /// The machine has just woken, and nothing is done for a while.
+  bool mWakingUp = false;
   /// Nobody uses keyboard or pointer, and the system tells when somebody does.
   bool mUserRests = false;
   /// The user chose something from the menu.
@@ -66,8 +68,10 @@ struct SchedulerState {
   /// The status icon is drawn again at the tick that finds 1; larger values count down.
   int mMenuMustBeUpdatedTicks = 1;
 
-  /// The launch step does nothing before.
+  /// The launch step does nothing before, and why.
   Deadline mPauseBeforeNextStep;
+  enum class HeldBack { betweenSteps, afterStart, afterCrash };
+  HeldBack mHeldBackBy = HeldBack::betweenSteps;
   /// The next complete trigger evaluation.
   Deadline mNextCheck;
   /// The last moment of user activity; a moment to come just after the start.
@@ -79,7 +83,10 @@ struct SchedulerState {
   bool takesDueActions() const {
     return !mScheduleDisabled && !mScheduleDisabledWhenDone && !mStartedFromNewMachine;
   }
-  void holdBackUntil(ReferenceTime at) { mPauseBeforeNextStep.set(at); }
+  void holdBackUntil(ReferenceTime at, HeldBack by = HeldBack::betweenSteps) {
+    mPauseBeforeNextStep.set(at);
+    mHeldBackBy = by;
+  }
   void checkAt(ReferenceTime at) { mNextCheck.set(at); }
   void checkAtTheLatestAt(ReferenceTime at) { mNextCheck.atTheLatest(at); }
   void userWasActive(ReferenceTime now) { mStartOfIdleTime.set(now); }

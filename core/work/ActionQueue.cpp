@@ -18,6 +18,7 @@ namespace {
 
 constexpr double kLaunchedFromFileDelay = 0.01;
 constexpr double kLookAhead = 60.0;
+constexpr double kDay = 86400.0;
 
 }  // namespace
 
@@ -43,13 +44,21 @@ QueueAddition ActionQueue::addActionToQueue(std::int64_t ref, ReferenceTime laun
 
 QueueAddition ActionQueue::add(const QueueRecord& record, int row, bool manualLaunch,
                                bool remoteLaunch, ReferenceTime scheduleDate) {
+  // An occasion is stored before its action is marked: what is lost between comes up again.
+  QueueAddition addition{};
+  batch([&] { addition = addOne(record, row, manualLaunch, remoteLaunch, scheduleDate); });
+  return addition;
+}
+
+QueueAddition ActionQueue::addOne(QueueRecord record, int row, bool manualLaunch, bool remoteLaunch,
+                                  ReferenceTime scheduleDate) {
   if (contains(record.ref)) return QueueAddition::alreadyQueued;
   // Something was asked for, and what becomes of it is to be seen.
   m.changes.note(Change::queue);
 
   ProgrammedAction* const action = m.tree.rootItem().actionForReference(record.ref);
   if (action == nullptr || !action->getSettings().isDictionary())
-    return QueueAddition::unknownAction;
+    return m.tree.isThere() ? QueueAddition::unknownAction : QueueAddition::treeUnreadable;
   const ZAN_Value settings = action->getSettings();
   if ((manualLaunch && settings.integer("TriggerPreventManualLaunch") != 0) ||
       (remoteLaunch && settings.integer("TriggerPreventRemoteLaunch") != 0))
@@ -77,6 +86,7 @@ QueueAddition ActionQueue::add(const QueueRecord& record, int row, bool manualLa
   std::size_t at = count;
   if (row >= 0)
     at = std::min(count, std::max<std::size_t>(count == 0 ? 0 : 1, static_cast<std::size_t>(row)));
+  record.scheduleDate = scheduleDate;
   mActionsList.insert(mActionsList.begin() + static_cast<std::ptrdiff_t>(at), record);
   changed();
   if (m.preferences.mPrefShowActionsQueue != 0)
@@ -93,24 +103,56 @@ void ActionQueue::changed() {
   m.changes.note(Change::queue);
 }
 
-void ActionQueue::saveActionsQueue() { save(1); }
+void ActionQueue::saveActionsQueue() {
+  ZAN_Value occasions = ZAN_Value::array();
+  for (const auto* records : {&mUnfinished, &mActionsList})
+    for (const QueueRecord& record : *records) occasions.append(record.toOccasion());
+  // A failure is logged by the store, and the next save tries again.
+  (void)m.store.files().writeListToFile(occasions, DataFolder::kOccasions);
+  mDropped.clear();
 
-void ActionQueue::saveWithWaitingHead() { save(mHeadIsRunning ? 1 : 0); }
-
-void ActionQueue::save(std::size_t first) {
   ZAN_Value list = ZAN_Value::array();
   if (m.preferences.mPrefKeepQueueAtShutdown != 0)
-    for (std::size_t i = first; i < mActionsList.size(); ++i)
-      list.append(mActionsList[i].toValue());
+    for (std::size_t i = 1; i < mActionsList.size(); ++i) list.append(mActionsList[i].toValue());
   m.preferences.setPref("SchedulerActionsToDoList", list);
   m.preferences.savePrefs();
 }
 
 void ActionQueue::restoreActionsQueue() {
-  if (m.state.mStartedFromNewMachine || m.preferences.mPrefKeepQueueAtShutdown == 0) return;
-  const ZAN_Value stored = m.preferences.prefForKey("SchedulerActionsToDoList");
-  for (const ZAN_Value& element : stored.elements())
-    if (const auto record = QueueRecord::fromValue(element)) mActionsList.push_back(*record);
+  const bool taken = !m.state.mStartedFromNewMachine && m.preferences.mPrefKeepQueueAtShutdown != 0;
+  for (QueueRecord& record :
+       storedOccasions(m.store, m.preferences.prefForKey("SchedulerActionsToDoList"))) {
+    bound(record);
+    (record.begun ? mUnfinished : taken ? mActionsList : mDropped).push_back(record);
+  }
+}
+
+/// Dates far ahead come from a clock that was wrong, or from a file of another time.
+void ActionQueue::bound(QueueRecord& record) const {
+  const ReferenceTime now = m.platform.clock.now();
+  const auto heal = [&](ReferenceTime date) { return date > now + kDay ? now : date; };
+  record.date = heal(record.date);
+  for (auto* const date : {&record.due, &record.scheduleDate, &record.begun})
+    if (*date) *date = heal(**date);
+  record.retry = std::max(record.retry, 0);
+}
+
+void ActionQueue::settleUnfinished(bool repeated) {
+  QueueRecord record = mUnfinished.front();
+  mUnfinished.erase(mUnfinished.begin());
+  if (repeated && !contains(record.ref)) {
+    record.begun.reset();
+    ++record.retry;
+    record.date = m.platform.clock.now();
+    mActionsList.insert(mActionsList.begin() + (mHeadIsRunning ? 1 : 0), record);
+  }
+  changed();
+}
+
+void ActionQueue::headBegins(std::optional<ReferenceTime> at) {
+  if (mActionsList.empty()) return;
+  mActionsList.front().begun = at;
+  saveActionsQueue();
 }
 
 void ActionQueue::removeFromQueue(const std::set<std::size_t>& rows) {
@@ -150,9 +192,15 @@ void ActionQueue::removeRecordsOfOtherContexts(ActionContext context) {
 }
 
 void ActionQueue::executeActionsInFile(const std::string& path) {
-  const ZAN_Value records = m.store.files().readListAtPath(path);
+  const DataFiles::List records = m.store.files().readListAtPath(path, {});
+  if (!records.readable) {
+    const auto kept = m.store.files().putAside(path);
+    m.messages.displayStandardMessage(m.texts.text("RequestFileDamaged", {kept ? *kept : path}),
+                                      LogCode::message);
+    return;
+  }
   batch([&] {
-    for (const ZAN_Value& record : records.elements())
+    for (const ZAN_Value& record : records.elements.elements())
       addActionToQueue(record.integer("Ref"), m.platform.clock.now() + kLaunchedFromFileDelay, -1,
                        true, false, record.integer("EstimateSize") != 0);
   });
@@ -185,7 +233,10 @@ void ActionQueue::moveDates(double jump) {
 }
 
 bool ActionQueue::contains(std::int64_t ref) const {
-  return std::ranges::find(mActionsList, ref, &QueueRecord::ref) != mActionsList.end();
+  const auto in = [ref](const std::vector<QueueRecord>& records) {
+    return std::ranges::find(records, ref, &QueueRecord::ref) != records.end();
+  };
+  return in(mActionsList) || in(mUnfinished);
 }
 
 bool ActionQueue::executeNow(std::int64_t ref) {
@@ -213,7 +264,9 @@ void ActionQueue::dropFinishedExecuteNowActions() {
 
 void ActionQueue::insertCopyOfHead() {
   if (mActionsList.empty()) return;
-  const QueueRecord copy = head();
+  QueueRecord copy = head();
+  copy.begun.reset();
+  ++copy.retry;
   mActionsList.insert(mActionsList.begin() + 1, copy);
   m.changes.note(Change::queue);
 }
@@ -231,13 +284,18 @@ void ActionQueue::erase(std::size_t row) {
 
 void ActionQueue::batch(const std::function<void()>& body) {
   ++mBatchDepth;
+  m.tree.holdChanges();
+  const auto end = [this] {
+    if (--mBatchDepth == 0 && std::exchange(mChangedInBatch, false)) changed();
+    m.tree.storeHeldChanges();
+  };
   try {
     body();
   } catch (...) {
-    --mBatchDepth;
+    end();
     throw;
   }
-  if (--mBatchDepth == 0 && std::exchange(mChangedInBatch, false)) changed();
+  end();
 }
 
 }  // namespace corvana

@@ -24,6 +24,7 @@ enum class QueueAddition {
   queued,
   alreadyQueued,
   unknownAction,   ///< no such action, or one without settings
+  treeUnreadable,  ///< the file with the actions cannot be read at the moment
   notPermitted,    ///< launching it by hand, or from another machine, is switched off for it
   volumesMissing,  ///< its volumes are not all mounted and it asks for them
 };
@@ -47,14 +48,21 @@ class ActionQueue {
   QueueAddition addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row,
                                  std::optional<ReferenceTime> due = std::nullopt);
 
-  /// Stores the queue without its head in the preferences (an empty list when the queue is not to
-  /// be kept) and saves them.
+  /// Stores all occasions, the head among them, synchronised, and then the queue without its head
+  /// in the preferences (an empty list when the queue is not to be kept).
   void saveActionsQueue();
-  /// The same for a process that another one replaces: a head that does not run is kept too.
-  void saveWithWaitingHead();
-  /// Appends what was stored, in order and with its dates; nothing when the agent was started from
-  /// another machine or the queue is not to be kept. Elements that are no records are skipped.
+  /// Takes up what was stored, in order and with its dates, and writes nothing: what waited comes
+  /// into the queue, what had begun becomes `unfinished`. When the agent was started from another
+  /// machine or the queue is not to be kept, what waited becomes `dropped`. Without stored
+  /// occasions the list in the preferences holds. Elements that are no records are skipped.
   void restoreActionsQueue();
+  /// Executions that had begun and whose end was not seen; they count as contained.
+  const std::vector<QueueRecord>& unfinished() const { return mUnfinished; }
+  /// What waited and is not taken up, until the next saving.
+  const std::vector<QueueRecord>& dropped() const { return mDropped; }
+  /// It is known what became of the first of the unfinished ones; it leaves. With `repeated` it
+  /// is first in the queue, as one try more.
+  void settleUnfinished(bool repeated);
 
   /// Removes the records at these rows; the head only while no execution runs.
   void removeFromQueue(const std::set<std::size_t>& rows);
@@ -91,25 +99,32 @@ class ActionQueue {
   void batch(const std::function<void()>& body);
 
   // For the supervision of executions only.
+  /// The head is about to be started, which is stored first; nothing: it did not start.
+  void headBegins(std::optional<ReferenceTime> at);
   void setHeadIsRunning(bool running) { mHeadIsRunning = running; }
   bool headIsRunning() const { return mHeadIsRunning; }
-  /// Puts a copy of the head at position 1: the crashed action runs again right after.
+  /// Puts a copy of the head at position 1, as one try more: the crashed action runs again right
+  /// after.
   void insertCopyOfHead();
   /// Removes the head and saves; nothing on an empty queue.
   void removeHead();
 
  private:
-  void save(std::size_t first);
   QueueAddition add(const QueueRecord& record, int row, bool manualLaunch, bool remoteLaunch,
                     ReferenceTime scheduleDate);
+  QueueAddition addOne(QueueRecord record, int row, bool manualLaunch, bool remoteLaunch,
+                       ReferenceTime scheduleDate);
   void changed();
   void erase(std::size_t row);
+  void bound(QueueRecord& record) const;
   void moveDates(double jump);
 
   Records& m;
   VolumeIdentity& mVolumes;
   AutomaticExecution& mAutomatic;
   std::vector<QueueRecord> mActionsList;
+  std::vector<QueueRecord> mUnfinished;
+  std::vector<QueueRecord> mDropped;
   std::vector<QueueRecord> mExecuteNowActionsList;
   bool mHeadIsRunning = false;
   int mBatchDepth = 0;

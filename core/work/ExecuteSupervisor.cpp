@@ -32,6 +32,7 @@ constexpr double kRetryOfMissingProgram = 60.0;
 /// So long after its launch a child is looked at for the first time.
 constexpr double kSeenAfter = 1.0;
 constexpr double kRetryBesideOther = 5.0;
+constexpr double kRetryOfTree = 5.0;
 /// No longer than the next step is held back after an execution.
 constexpr double kPatienceWithStopped = 2.0;
 
@@ -74,12 +75,12 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   mSaidOtherExecution = false;
   const QueueRecord record = mQueue.head();
   mEstimateSize = record.estimateSize;
-  // A retry belongs to the action that crashed; when that has left the queue it is over.
-  if (record.ref != mCrashReference) mRetryNb = 0;
 
   m.tree.releaseRootItem();
   const ProgrammedAction* const action = m.tree.rootItem().actionForReference(record.ref);
-  if (action == nullptr || !action->getSettings().isDictionary()) return LaunchResult::actionGone;
+  if (action == nullptr || !action->getSettings().isDictionary())
+    return m.tree.isThere() ? LaunchResult::actionGone : treeUnreadable();
+  mSaidTreeUnreadable = false;
   const std::string title = action->getTitle();
 
   std::string program = m.store.installPaths().installPathForCode(InstallPaths::executeExecutable);
@@ -95,13 +96,15 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
       std::vector<std::string>{program, std::to_string(record.ref),
                                std::to_string(m.preferences.mPrefShowActionProgress),
                                std::to_string(m.preferences.mPrefShowMountMessage), "1",
-                               std::to_string(mRetryNb), std::to_string(mExecutionMode), "",
+                               std::to_string(record.retry), std::to_string(mExecutionMode), "",
                                std::to_string(record.estimateSize),
                                std::to_string(m.preferences.mPrefSetFrontProcess)});
-  if (const Outcome started = task->startProcess(true); !started)
-    return programMissing(started.error().text);
-
   const ReferenceTime now = m.platform.clock.now();
+  mQueue.headBegins(now);
+  if (const Outcome started = task->startProcess(true); !started) {
+    mQueue.headBegins(std::nullopt);
+    return programMissing(started.error().text);
+  }
   mProcessTask = std::move(task);
   mLatestExecuteCurrentPath.clear();
   mSaidProgramMissing = false;
@@ -139,6 +142,16 @@ LaunchResult ExecuteSupervisor::programMissing(const std::string& cause) {
   return LaunchResult::programMissing;
 }
 
+/// An action that is not found may come back with the file.
+LaunchResult ExecuteSupervisor::treeUnreadable() {
+  m.state.holdBackUntil(m.platform.clock.now() + kRetryOfTree);
+  if (!std::exchange(mSaidTreeUnreadable, true))
+    m.messages.displayStandardMessage(
+        m.texts.text("TreeUnreadable", {m.store.folder().pathOf(DataFolder::kActions)}),
+        LogCode::message);
+  return LaunchResult::treeUnreadable;
+}
+
 /// Two at once could write into the same destination.
 LaunchResult ExecuteSupervisor::otherExecution() {
   m.state.holdBackUntil(m.platform.clock.now() + kRetryBesideOther);
@@ -155,7 +168,8 @@ void ExecuteSupervisor::supervise() {
     m.state.mProcessStatus = 3;
     if (mProcessTask->isRunning()) {
       mStartOfCurrentAction = m.platform.clock.now();
-      if (mQueue.empty() || m.tree.rootItem().actionForReference(mQueue.head().ref) == nullptr)
+      if (mQueue.empty() ||
+          (m.tree.rootItem().actionForReference(mQueue.head().ref) == nullptr && m.tree.isThere()))
         stopExecution();
       return;
     }
@@ -182,7 +196,6 @@ void ExecuteSupervisor::endOfExecution() {
   }
   clearFinishedProcess();
   m.state.mProcessStatus = 0;
-  mRetryNb = 0;
 }
 
 void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {
@@ -197,7 +210,7 @@ void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {
                                                {"C", LogCode::crashed}}));
 
   const auto elapsed = static_cast<std::int64_t>(m.platform.clock.now() - mStartOfCurrentAction);
-  const bool retry = mRetryNb < 1;
+  const bool retry = retryNb() < 1;
   std::string report =
       m.texts.text(retry ? "ExecuteTerminatedCrashRedo" : "ExecuteTerminatedCrashAfter",
                    {title, type, ref, elapsed});
@@ -206,23 +219,20 @@ void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {
   for (const std::string& line : mOutput.lastLines()) report += "\n" + line;
   m.store.texts().addToReportFile(report);
   if (retry) {
-    ++mRetryNb;
     mCrashReference = ref;
     mQueue.insertCopyOfHead();
-  } else {
-    mRetryNb = 0;
   }
   clearFinishedProcess();
   m.state.mProcessStatus = 0;
 
   m.messages.showMessage(m.texts.text("ExecuteBadTerminatedTitle"),
                          m.texts.text("ExecuteBadTerminatedMessage", {title}), 15.0, true);
-  m.state.holdBackUntil(m.platform.clock.now() + 15.0);
+  m.state.holdBackUntil(m.platform.clock.now() + 15.0, SchedulerState::HeldBack::afterCrash);
   if (!retry) return;
   m.messages.showMessage(m.texts.text("ExecuteBadTerminatedRetryTitle"),
                          m.texts.text("ExecuteBadTerminatedRetryNoPathMessage", {title}), 10.0,
                          true);
-  m.state.holdBackUntil(m.platform.clock.now() + 25.0);
+  m.state.holdBackUntil(m.platform.clock.now() + 25.0, SchedulerState::HeldBack::afterCrash);
 }
 
 std::optional<std::string> ExecuteSupervisor::crashPath() const {

@@ -24,6 +24,7 @@ enum class LaunchResult {
   launched,
   queueEmpty,
   actionGone,      ///< the action or its settings are no longer there: the head is to go
+  treeUnreadable,  ///< the file with the actions cannot be read at the moment: the head stays
   programMissing,  ///< the execute program is not there or does not start: the head stays, tried
                    ///< again later
   otherExecution,  ///< an execute program runs that is not held here: the head waits for its end
@@ -73,8 +74,13 @@ class ExecuteSupervisor : private TaskController {
   ReferenceTime nextSupervision() const;
   /// The last try to launch found an execution that was started elsewhere.
   bool waitsForOtherExecution() const { return mSaidOtherExecution && !mQueue.empty(); }
+  /// The last try to launch found no execute program that starts.
+  bool missesProgram() const { return mSaidProgramMissing && !mQueue.empty(); }
+  /// The last try to launch found no readable file with the actions.
+  bool missesTree() const { return mSaidTreeUnreadable && !mQueue.empty(); }
   ReferenceTime startOfCurrentAction() const { return mStartOfCurrentAction; }  ///< 0 when none
-  int retryNb() const { return mRetryNb; }
+  /// New tries of the head after a crash so far.
+  int retryNb() const { return mQueue.empty() ? 0 : mQueue.head().retry; }
   std::int64_t crashReference() const {
     return mCrashReference;
   }  ///< last action that crashed, 0 when none
@@ -106,6 +112,7 @@ class ExecuteSupervisor : private TaskController {
   void endOfExecution();
   void answerCrash(std::int64_t ref, int status);
   std::optional<std::string> crashPath() const;
+  LaunchResult treeUnreadable();
   LaunchResult otherExecution();
   void logLines(const std::string& lines);
   void writeOutputToDebugLog();
@@ -118,7 +125,6 @@ class ExecuteSupervisor : private TaskController {
   ReferenceTime mLaunchTime = 0;
   Deadline mSeenFrom;
   ReferenceTime mStartOfCurrentAction = 0;
-  int mRetryNb = 0;
   std::int64_t mCrashReference = 0;
   std::int64_t mEstimateSize = 0;
   int mExecutionMode = 0;
@@ -131,6 +137,7 @@ class ExecuteSupervisor : private TaskController {
   std::string mExecuteReply;
   std::string mSurveyLine;
   bool mSaidProgramMissing = false;
+  bool mSaidTreeUnreadable = false;
   bool mSaidOtherExecution = false;
 };
 

@@ -2,11 +2,14 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
+
+class ActionStore;
 
 /// One action waiting in the queue, or running at its head.
 struct QueueRecord {
@@ -18,16 +21,31 @@ struct QueueRecord {
   /// When it was due by its schedule, for one that comes late; nothing otherwise.
   std::optional<ReferenceTime> due = std::nullopt;
 
+  /// New tries after a crash or an interruption so far; they belong to the action, wherever its
+  /// record stands.
+  int retry = 0;
+  /// The last schedule date that its action got for this occasion; nothing in records of others.
+  std::optional<ReferenceTime> scheduleDate = std::nullopt;
+  /// When its execution began; nothing while it waits.
+  std::optional<ReferenceTime> begun = std::nullopt;
+
   /// The date from which its lateness counts.
   ReferenceTime plannedDate() const { return due.value_or(date); }
 
   /// {"Ref", "Date", "EstimateSize"}, as it is saved and shown to others; "DueDate" too for one
   /// that comes late.
   ZAN_Value toValue() const;
+  /// The same with all that is known: "Retry", "ScheduleDate" and "Begun" where there is any.
+  ZAN_Value toOccasion() const;
   /// Nothing for a value that is no dictionary or has no "Ref"; without "Date" it is due at once.
   static std::optional<QueueRecord> fromValue(const ZAN_Value& value);
 
   bool operator==(const QueueRecord&) const = default;
 };
+
+/// Every occasion of a stored queue, the head first: what the agent has stored, or where it has
+/// stored none what its preferences, the array `fallback`, hold. Elements that are no records are
+/// left out.
+std::vector<QueueRecord> storedOccasions(ActionStore& store, const ZAN_Value& fallback);
 
 }  // namespace corvana

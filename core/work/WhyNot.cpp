@@ -31,13 +31,13 @@ bool waitsForStart(ScheduleKind kind) {
 
 WhyNot::Situation WhyNot::situationOf(const SchedulerState& state,
                                       const ExecuteSupervisor& supervisor, const ActionQueue& queue,
-                                      Input& input) {
+                                      Input& input, std::string headHold) {
   Situation situation{.scheduleDisabled = state.mScheduleDisabled,
                       .disabledWhenDone = state.mScheduleDisabledWhenDone,
                       .startedFromNewMachine = state.mStartedFromNewMachine,
                       .paused = state.mPause,
                       .headRuns = supervisor.isExecuting(),
-                      .waitsForOther = supervisor.waitsForOtherExecution(),
+                      .headHold = std::move(headHold),
                       .idleTimeIsSeen = input.idleSeconds().has_value(),
                       .context = static_cast<ActionContext>(state.mContext),
                       .queue = {}};
@@ -109,10 +109,12 @@ void WhyNot::addQueue(Reasons& reasons, std::int64_t reference, const Situation&
   const auto& queue = situation.queue;
   const auto at = std::find(queue.begin(), queue.end(), reference);
   if (at == queue.end()) return;
+  const std::string& hold = situation.headHold;
   if (at == queue.begin()) {
-    const char* const queued = situation.waitsForOther ? "WhyOtherExecution" : "WhyQueuedFirst";
     reasons.push_back(situation.headRuns ? reason(Cause::running, mTexts.table.text("WhyRunning"))
-                                         : reason(Cause::queued, mTexts.table.text(queued)));
+                      : hold.empty()
+                          ? reason(Cause::queued, mTexts.table.text("WhyQueuedFirst"))
+                          : reason(Cause::queued, mTexts.table.text("WhyQueuedFirstHeld", {hold})));
     return;
   }
   std::string titles;
@@ -122,6 +124,8 @@ void WhyNot::addQueue(Reasons& reasons, std::int64_t reference, const Situation&
     titles += mTexts.table.text(runs ? "WhyTitleRunning" : "WhyTitle", {mTitleOf(*before)});
   }
   reasons.push_back(reason(Cause::queued, mTexts.table.text("WhyQueuedBehind", {titles})));
+  if (!hold.empty())
+    reasons.push_back(reason(Cause::queued, mTexts.table.text("WhyHeadHeld", {hold})));
 }
 
 void WhyNot::addAgent(Reasons& reasons, const Situation& situation) const {

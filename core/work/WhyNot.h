@@ -58,15 +58,16 @@ class WhyNot {
     bool disabledWhenDone = false;
     bool startedFromNewMachine = false;
     bool paused = false;
-    bool headRuns = false;       ///< the first of the queue is being executed
-    bool waitsForOther = false;  ///< it waits for the end of an execution started elsewhere
+    bool headRuns = false;  ///< the first of the queue is being executed
+    /// What holds the first of the queue up, in words; empty: it starts in a moment.
+    std::string headHold = {};
     bool idleTimeIsSeen = true;
     ActionContext context = ActionContext::none;
     std::vector<std::int64_t> queue;  ///< references, head first
   };
   /// As the agent itself knows it.
   static Situation situationOf(const SchedulerState& state, const ExecuteSupervisor& supervisor,
-                               const ActionQueue& queue, Input& input);
+                               const ActionQueue& queue, Input& input, std::string headHold);
 
   /// `titleOf` names an action by its reference. Everything outlives this object.
   WhyNot(const ActionsTools& tools, ActionsTools::Texts texts, VolumeIdentity& volumes,

@@ -6,6 +6,7 @@
 #include "core/work/AutomaticExecution.h"
 #include "core/work/Contexts.h"
 #include "core/work/ExecuteSupervisor.h"
+#include "core/work/Interruptions.h"
 #include "core/work/TriggerEvaluation.h"
 #include "volumes/VolumeIdentity.h"
 
@@ -20,6 +21,7 @@ struct Work {
         evaluation(records, volumes, queue),
         announce(records, queue),
         supervisor(records, queue, evaluation, announce),
+        interruptions(records, queue, supervisor),
         contexts(records, queue) {}
 
   VolumeIdentity volumes;
@@ -28,6 +30,7 @@ struct Work {
   TriggerEvaluation evaluation;
   Announce announce;
   ExecuteSupervisor supervisor;
+  Interruptions interruptions;
   Contexts contexts;
 };
 

@@ -6,6 +6,7 @@
 #include <QDBusVirtualObject>
 #include <map>
 #include <utility>
+#include <vector>
 
 #include "platform/qt/BusValues.h"
 
@@ -105,18 +106,42 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
     }
     ++ofCaller;
     ++mWaiting;
+    mQuestions.push_back({message, bus});
+    if (mQuestions.size() > 1) return true;
     // Behind the notifications that arrived before.
-    mRunLoop.performAfter(0, [this, alive = std::weak_ptr<int>(mAlive), message, bus] {
-      if (alive.expired()) return;
-      --mWaiting;
-      if (const auto of = mWaitingOf.find(message.service()); --of->second == 0)
-        mWaitingOf.erase(of);
-      answer(message, bus, replyTo(message));
+    mRunLoop.performAfter(0, [this, alive = std::weak_ptr<int>(mAlive)] {
+      if (!alive.expired()) answerAll();
     });
     return true;
   }
 
  private:
+  struct Question {
+    QDBusMessage message;
+    QDBusConnection bus;
+    QDBusMessage reply = {};
+  };
+
+  /// What came at once is carried out at once, and what it changes is stored once before anybody
+  /// is told that it is done.
+  void answerAll() {
+    std::vector<Question> questions = std::exchange(mQuestions, {});
+    mWaiting -= static_cast<int>(questions.size());
+    const auto fill = [&] {
+      for (Question& question : questions) {
+        if (const auto of = mWaitingOf.find(question.message.service()); --of->second == 0)
+          mWaitingOf.erase(of);
+        question.reply = replyTo(question.message);
+      }
+    };
+    if (mAnswers != nullptr)
+      mAnswers->together(fill);
+    else
+      fill();
+    for (const Question& question : questions)
+      answer(question.message, question.bus, question.reply);
+  }
+
   static void answer(const QDBusMessage& message, const QDBusConnection& bus,
                      const QDBusMessage& reply) {
     if (message.isReplyRequired()) bus.send(reply);
@@ -179,6 +204,7 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
   RunLoop& mRunLoop;
   AgentAnswers* mAnswers = nullptr;
   RunLoop::TimerId mTelling = 0;
+  std::vector<Question> mQuestions;
   int mWaiting = 0;
   std::map<QString, int> mWaitingOf;
   std::shared_ptr<int> mAlive = std::make_shared<int>();

@@ -63,7 +63,8 @@ TEST(Controls, EachCommandHasItsEffectAndNoOther) {
        [](Drive& day) {
          day.commands().launchActionsRemotely(std::vector<std::int64_t>{102, 999});
        },
-       "main ActionListChanged; controls: on; information: The next action starts in 3 s; queue: "
+       "main ActionListChanged; controls: on; hold: {cause=date text=The next action starts at "
+       "12:00:10 PM until=12:00:10}; information: The next action starts in 3 s; queue: "
        "[{ref=102 title=Mail date=12:00:10}]; queueCount: 1; stored SchedulerActionsToDoList: []; "
        "report: “Mail” was added to the queue"},
       {"open the menu",

@@ -26,7 +26,7 @@ TEST_F(ActionQueueTest, TheHeadIsNeverDisplacedAndNothingComesTwice) {
   EXPECT_EQ(queue.addActionToQueue(3, now() + 500, -1), QueueAddition::alreadyQueued);
   EXPECT_EQ(queue.actionsList()[1].date, now());
   queue.addActionToQueue(5, now() + 7, -1, false, false, true);
-  EXPECT_EQ(queue.actionsList().back(), (QueueRecord{5, now() + 7, 1}));
+  EXPECT_EQ(asked(queue.actionsList()).back(), (QueueRecord{5, now() + 7, 1}));
 }
 
 TEST_F(ActionQueueTest, RefusesWhatTheActionForbids) {
@@ -86,7 +86,8 @@ TEST_F(ActionQueueTest, TheSavedQueueLeavesTheHeadOutAndComesBackInOrder) {
   preferences.mPrefKeepQueueAtShutdown = 1;
   queue.saveActionsQueue();
 
-  // Elements that are no records do not stop the others.
+  // An agent of before knew no occasions. Elements that are no records do not stop the others.
+  std::filesystem::remove(store.folder().pathOf(DataFolder::kOccasions));
   ZAN_Value list = saved();
   list.insert(1, "nonsense");
   list.insert(1, ZAN_Value::dictionary({{"Date", ZAN_Value::date(now())}}));
@@ -95,13 +96,46 @@ TEST_F(ActionQueueTest, TheSavedQueueLeavesTheHeadOutAndComesBackInOrder) {
 
   preferences.loadPrefs();
   ActionQueue later(records, volumes, work.automatic);
-  state.mStartedFromNewMachine = true;
-  later.restoreActionsQueue();
-  EXPECT_TRUE(later.empty());
-  state.mStartedFromNewMachine = false;
   later.restoreActionsQueue();
   EXPECT_THAT(later.actionsList(),
               ElementsAre(QueueRecord{2, now() + 5, 1}, QueueRecord{3, now(), 0}));
+}
+
+TEST_F(ActionQueueTest, AnEndOfWhateverKindKeepsEveryOccasion) {
+  setActions({action(1), action(2), action(3)});
+  enqueue({1, 2, 3});
+  queue.headBegins(now());
+  queue.insertCopyOfHead();
+  queue.moveRecord(3, 2);
+  const auto restored = [&] {
+    auto again = std::make_unique<ActionQueue>(records, volumes, work.automatic);
+    again->restoreActionsQueue();
+    return again;
+  };
+  {
+    const auto again = restored();
+    ASSERT_EQ(again->unfinished().size(), 1U);
+    EXPECT_EQ(again->unfinished()[0].begun, now());
+    EXPECT_EQ(again->addActionToQueue(1, now(), -1), QueueAddition::alreadyQueued);
+    ASSERT_EQ(again->actionsList().size(), 3U);
+    EXPECT_EQ(again->head().ref, 1);
+    EXPECT_EQ(again->head().retry, 1) << "the new try stays one";
+    EXPECT_EQ(again->actionsList()[1].ref, 3);
+  }
+  // Whoever does not want the queue kept is told of what is left behind.
+  preferences.mPrefKeepQueueAtShutdown = 0;
+  EXPECT_EQ(restored()->dropped().size(), 3U);
+  EXPECT_EQ(restored()->unfinished().size(), 1U);
+  preferences.mPrefKeepQueueAtShutdown = 1;
+  state.mStartedFromNewMachine = true;
+  EXPECT_EQ(restored()->dropped().size(), 3U);
+  state.mStartedFromNewMachine = false;
+
+  // A cut-off file is no empty queue; a clock that was wrong makes no occasion wait for years.
+  machine.clock.setNow(now() - 40 * 86400.0);
+  EXPECT_EQ(restored()->head().date, now());
+  std::filesystem::resize_file(store.folder().pathOf(DataFolder::kOccasions), 0);
+  EXPECT_EQ(restored()->actionsList().size(), 3U);
 }
 
 TEST_F(ActionQueueTest, ARunningHeadIsNeitherRemovedNorPassed) {
@@ -150,7 +184,7 @@ TEST_F(ActionQueueTest, ARequestFileIsLaunchedByHandAndEnables) {
   preferences.mPrefScheduleDisabled = 1;
   write();
   queue.executeActionsInFile(path);
-  EXPECT_THAT(queue.actionsList(),
+  EXPECT_THAT(asked(queue.actionsList()),
               ElementsAre(QueueRecord{3, now() + 0.01, 1}, QueueRecord{2, now() + 0.01, 0}));
   EXPECT_TRUE(state.mScheduleDisabled);
   EXPECT_FALSE(std::filesystem::exists(path));

@@ -77,7 +77,7 @@ TEST_F(TriggerEvaluationTest, WhatIsDueIsQueuedTwoSecondsAheadUnlessDisabled) {
   state.mScheduleDisabled = false;
   state.checkAt(now() + 600);
   evaluation.checkActionsToLaunch();
-  EXPECT_THAT(queue.actionsList(), ElementsAre(QueueRecord{1, now() + 2, 0, today(11)}));
+  EXPECT_THAT(asked(queue.actionsList()), ElementsAre(QueueRecord{1, now() + 2, 0, today(11)}));
   EXPECT_EQ(listed(1), today(11));
   EXPECT_EQ(state.mNextCheck.at(), now() + 5.0);
   EXPECT_EQ(evaluation.startOfNextAction(), today(13));
@@ -234,7 +234,7 @@ TEST_F(TriggerEvaluationTest, TheLookAheadQueuesTheMinuteAndKeepsTheNextStart) {
   EXPECT_EQ(start, now() + 10);
   evaluation.setListNextWasUpdated(true);
   evaluation.enqueueActionsDueWithinAMinute();
-  EXPECT_THAT(queue.actionsList(),
+  EXPECT_THAT(asked(queue.actionsList()),
               ElementsAre(QueueRecord{1, now() + 10, 0}, QueueRecord{4, now() + 59, 0}));
   EXPECT_EQ(evaluation.startOfNextAction(), start);
   EXPECT_FALSE(evaluation.listNextWasUpdated());

@@ -132,10 +132,11 @@ TEST_F(WhyNotTest, TellsWhatItWaitsBehind) {
   EXPECT_THAT(causes(due({{"ItemsDestination", nullptr}})), ElementsAre(Cause::running));
   situation.headRuns = false;
   EXPECT_THAT(causes(due()), ElementsAre(Cause::queued));
-  situation.waitsForOther = true;
-  EXPECT_EQ(
-      text(due()),
-      "It is the first in the queue and waits until an execution started elsewhere has ended.");
+  situation.headHold = "The next action waits until an execution started elsewhere has ended";
+  EXPECT_EQ(text(due()),
+            "It is the first in the queue. The next action waits until an execution started "
+            "elsewhere has "
+            "ended.");
 }
 
 TEST_F(WhyNotTest, NamesTheMissingVolumeOnce) {

@@ -104,6 +104,12 @@ struct WorkWorld {
   Contexts& contexts = work.contexts;
 };
 
+/// The records as whoever asked for them knows them.
+inline std::vector<QueueRecord> asked(std::vector<QueueRecord> records) {
+  for (QueueRecord& record : records) record.scheduleDate.reset();
+  return records;
+}
+
 /// The one folder description that the tests need: an item on a volume, by itself the start-up
 /// disk.
 inline ZAN_Value item(const std::string& path, std::uint64_t volumeSize = 500'000'000'000) {

@@ -40,6 +40,7 @@ struct FewAnswers final : AgentAnswers {
     if (ref != 7) return Error{ErrorKind::absent, "action " + std::to_string(ref) + ": none"};
     return std::vector<std::string>{"It waits.", "It rains."};
   }
+  void together(const std::function<void()>& body) override { body(); }
   Outcome launch(std::int64_t ref) override {
     if (ref != 7) return Error{ErrorKind::absent, "there is no such action"};
     return {};

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <utility>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 
@@ -35,11 +36,19 @@ Scenario::Scenario(std::string_view begin, const std::string& zone)
   fs::create_directories(execute.parent_path());
   std::ofstream(execute) << "execute";
   machine.processes.script([this](const std::vector<std::string>& arguments) {
-    const auto known =
-        arguments.size() > 1 ? scripts.find(mTitles[std::stoll(arguments[1])]) : scripts.end();
-    if (known != scripts.end()) return known->second;
     ChildScript script;
     script.seconds = 20;
+    if (arguments.size() < 2) return script;
+    const std::int64_t ref = std::stoll(arguments[1]);
+    if (const auto known = scripts.find(mTitles[ref]); known != scripts.end())
+      script = known->second;
+    if (executionsAreRecorded && script.status == 0 && !script.onEnd)
+      script.onEnd = [this, ref](StartedChild&) {
+        (void)mStore.tree().appendToChangesList(
+            ZAN_Value::dictionary({{"Ref", ref},
+                                   {"ChangesKey", "LastExecutionDate"},
+                                   {"ChangesObject", ZAN_Value::date(machine.clock.now())}}));
+      };
     return script;
   });
 }
@@ -96,10 +105,19 @@ void Scenario::start(bool relaunched) {
 
 void Scenario::quit() {
   agent->terminateBySelf();
-  kill();
+  end();
 }
 
 void Scenario::kill() {
+  // Who is killed tells its child nothing.
+  std::vector<std::shared_ptr<StartedChild>> deaf;
+  for (const auto& child : machine.processes.starts)
+    if (!std::exchange(child->script.ignoresTerminate, true)) deaf.push_back(child);
+  end();
+  for (const auto& child : deaf) child->script.ignoresTerminate = false;
+}
+
+void Scenario::end() {
   agent.reset();
   // What waited in the loop of that process is gone with it.
   machine.time.dropLoopEvents();

@@ -40,6 +40,9 @@ class Scenario {
   /// How long an execution takes and how it ends, by title; 20 s and 0 without one.
   std::map<std::string, ChildScript> scripts;
 
+  /// Whether an execution that ends with 0 notes its date, as the execute program does.
+  bool executionsAreRecorded = false;
+
   /// Adds an action to the stored tree and gives its reference. Keys of `record` go over the
   /// defaults: automatic, last scheduled at the beginning.
   std::int64_t action(const std::string& title, const ZAN_Value& record);
@@ -55,7 +58,7 @@ class Scenario {
   /// Starts the agent; `relaunched` as if it had quit a moment ago, so that it begins within 2 s.
   void start(bool relaunched = false);
   void quit();
-  /// The process is gone without a word.
+  /// The process is gone without a word; its child goes on.
   void kill();
   /// Runs the agent, starting it again when it restarts itself.
   void runUntil(std::string_view civil);
@@ -78,6 +81,7 @@ class Scenario {
   const ZAN_DateUtils& calendar() const { return mCalendar; }
 
  private:
+  void end();
   void continueAfterRelaunch();
   void finishSaving();
 

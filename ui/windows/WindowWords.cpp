@@ -35,7 +35,8 @@ std::string reasonsText(const UserInterfaceSources& sources, std::int64_t ref) {
   const ProgrammedAction* action = sources.tree.rootItem().actionForReference(ref);
   if (action == nullptr) return {};
   const WhyNot::Situation situation =
-      WhyNot::situationOf(sources.state, sources.supervisor, sources.queue, sources.platform.input);
+      WhyNot::situationOf(sources.state, sources.supervisor, sources.queue, sources.platform.input,
+                          sources.launchHold());
   const ActionsTools tools(sources.evaluation.calendar(), sources.platform.clock.now());
   const WhyNot whyNot(tools, {sources.texts, sources.strings}, sources.volumes,
                       [&](std::int64_t other) { return titleOf(sources, other); });

@@ -1,0 +1,125 @@
+#include "core/work/Interruptions.h"
+
+#include "actions/ProgrammedAction.h"
+#include "core/record/Records.h"
+#include "core/work/ActionQueue.h"
+#include "core/work/ExecuteSupervisor.h"
+#include "platform/Clock.h"
+
+namespace corvana {
+namespace {
+
+constexpr double kLookInterval = 5.0;
+/// So many names fit into a message.
+constexpr std::size_t kMostNamed = 20;
+
+}  // namespace
+
+Interruptions::Interruptions(Records& records, ActionQueue& queue, ExecuteSupervisor& supervisor)
+    : m(records), mQueue(queue), mSupervisor(supervisor), mNextLook(records.state.deadlines) {}
+
+void Interruptions::takeUp() {
+  markOccasions();
+  tellDropped();
+  mNextLook.set(m.platform.clock.now());
+  settle();
+}
+
+/// An occasion may have been stored when its action was not marked yet.
+void Interruptions::markOccasions() {
+  m.tree.holdChanges();
+  const auto mark = [this](const QueueRecord& record) {
+    auto* const action = m.tree.rootItem().actionForReference(record.ref);
+    if (action == nullptr || !record.scheduleDate) return;
+    const auto last = action->schedule().lastScheduleDate;
+    if (!last || *last < *record.scheduleDate) action->setLastScheduleDate(*record.scheduleDate);
+  };
+  for (const auto* records : {&mQueue.actionsList(), &mQueue.unfinished(), &mQueue.dropped()})
+    for (const QueueRecord& record : *records) mark(record);
+  m.tree.storeHeldChanges();
+}
+
+void Interruptions::tellDropped() {
+  if (mQueue.dropped().empty()) return;
+  std::string titles;
+  std::size_t count = 0;
+  for (const QueueRecord& record : mQueue.dropped()) {
+    const std::string title = m.tree.titleOf(record.ref);
+    m.store.texts().addToReportFile(m.texts.text("ReportQueueDropped", {title}));
+    if (++count <= kMostNamed) titles += (titles.empty() ? "" : ", ") + title;
+  }
+  if (count > kMostNamed) titles += ", …";
+  m.messages.displayStandardMessage(
+      m.texts.text(m.state.mStartedFromNewMachine ? "QueueDroppedOtherDisk" : "QueueDropped",
+                   {titles}),
+      LogCode::message);
+  mQueue.saveActionsQueue();
+}
+
+ReferenceTime Interruptions::nextLook() const {
+  return mQueue.unfinished().empty() ? kNever : mNextLook.at();
+}
+
+void Interruptions::settle() {
+  if (mQueue.unfinished().empty()) return;
+  if (!m.tree.isThere() || mSupervisor.isExecuting() || m.siblingWatch.isExecuteAppLaunched()) {
+    mNextLook.set(m.platform.clock.now() + kLookInterval);
+    return;
+  }
+  // What the execute program noted last.
+  (void)m.tree.updateActionsWithChanges(false);
+  const bool keeps = m.preferences.mPrefKeepQueueAtShutdown != 0 && !m.state.mStartedFromNewMachine;
+  while (!mQueue.unfinished().empty()) {
+    const QueueRecord record = mQueue.unfinished().front();
+    const ZAN_Value trace = traceOf(record);
+    const bool ended = hasEnded(record, trace);
+    const bool isThere = m.tree.rootItem().actionForReference(record.ref) != nullptr;
+    const bool repeated = !ended && keeps && isThere && record.retry < 1;
+    if (!ended) tellInterrupted(record, trace, repeated);
+    mQueue.settleUnfinished(repeated);
+  }
+  m.state.checkAt(m.platform.clock.now());
+}
+
+/// The newest entry of the history that the execution has written; null for none.
+ZAN_Value Interruptions::traceOf(const QueueRecord& record) const {
+  for (auto index = static_cast<std::int64_t>(m.history.historyCount()); index-- > 0;) {
+    ZAN_Value entry = m.history.historyEntryAtIndex(index);
+    const auto date = entry["Date"].asDate();
+    if (date && *date < *record.begun) break;
+    const bool isOfAction = entry.contains("Ref")
+                                ? entry.integer("Ref") == record.ref
+                                : entry.string("Title") == m.tree.titleOf(record.ref);
+    if (isOfAction) return entry;
+  }
+  return {};
+}
+
+bool Interruptions::hasEnded(const QueueRecord& record, const ZAN_Value& trace) const {
+  if (trace["EndDate"].asDate()) return true;
+  const ProgrammedAction* const action = m.tree.rootItem().actionForReference(record.ref);
+  if (action == nullptr) return false;
+  const auto last = action->getSettings()["LastExecutionDate"].asDate();
+  return last && *last >= *record.begun;
+}
+
+void Interruptions::tellInterrupted(const QueueRecord& record, const ZAN_Value& trace,
+                                    bool repeated) {
+  const std::string title = m.tree.titleOf(record.ref);
+  const std::string began = m.strings.getShortTimeDate(*record.begun);
+  m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", record.ref},
+                                               {"N", title},
+                                               {"F", m.texts.text("InterruptedReason", {began})},
+                                               {"C", LogCode::crashed}}));
+  // Takes the place of the entry that the program wrote at its begin.
+  const auto start = trace["Date"].asDate().value_or(*record.begun);
+  m.history.addHistoryEntry(ZAN_Value::dictionary({{"Date", ZAN_Value::date(start)},
+                                                   {"Title", title},
+                                                   {"Ref", record.ref},
+                                                   {"C", LogCode::crashed},
+                                                   {"ActionErrors", 0}}));
+  m.messages.displayStandardMessage(
+      m.texts.text(repeated ? "InterruptedRedo" : "InterruptedAfter", {title, began}), 0);
+}
+
+}  // namespace corvana

@@ -1,0 +1,123 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/scenario/Scenario.h"
+
+namespace corvana {
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+/// "Photos" daily at 14:00, "Mail" hourly, from 12:00 on.
+struct EndingDay : Scenario {
+  EndingDay() {
+    photos = action("Photos", daily(timeOfDay("14:00:00"), timeOfDay("12:00:00")));
+    mail = action("Mail", hourly(timeOfDay("12:00:00")));
+    executionsAreRecorded = true;
+    writeTree();
+    start();
+  }
+  std::string message() { return machine.userInterface.messages.back().title; }
+  std::int64_t photos = 0;
+  std::int64_t mail = 0;
+};
+
+TEST(EndsTest, WhatWaitsSurvivesAKillInTheHoldAfterTheStartAndInAPause) {
+  EndingDay day;
+  day.runUntil("2024-01-02 12:59:00");
+  day.kill();
+  day.sleepUntil("2024-01-02 13:05:00");
+  day.start();
+  day.runUntil("2024-01-02 13:05:40");
+  ASSERT_EQ(day.agent->queue().actionsList().size(), 1U);
+  EXPECT_EQ(day.executionsOf("Mail"), 0U) << "a login is given some time";
+  day.kill();
+  day.start();
+  day.runUntil("2024-01-02 13:06:00");
+  day.agent->commands().pauseExecution();
+  day.runUntil("2024-01-02 14:10:00");
+  day.kill();
+  day.start();
+  day.runUntil("2024-01-02 14:30:00");
+  EXPECT_EQ(day.executionsOf("Photos"), 1U) << day.executions();
+  EXPECT_EQ(day.executionsOf("Mail"), 2U) << day.executions();
+}
+
+TEST(EndsTest, AnExecutionThatWasCutOffIsToldAndRunOnceMoreAndNoThirdTime) {
+  EndingDay day;
+  day.scripts["Photos"] = {.seconds = 600};
+  day.runUntil("2024-01-02 14:05:00");
+  for (int cut = 0; cut < 2; ++cut) {
+    day.kill();
+    for (const auto& child : day.machine.processes.starts)
+      if (child->running) day.machine.processes.endChild(child->pid, 9);
+    day.start();
+    EXPECT_THAT(day.message(), HasSubstr(cut == 0 ? "It is run once more" : "It is not run again"));
+    EXPECT_EQ(day.agent->state().mErrorInExecution, LogCode::crashed);
+    day.runFor(120);
+  }
+  EXPECT_EQ(day.executionsOf("Photos"), 2U);
+  day.runUntil("2024-01-02 14:50:00");
+  EXPECT_EQ(day.executionsOf("Photos"), 2U) << "two ends are enough";
+  EXPECT_THAT(day.report(), Contains(HasSubstr("“Photos” that began")));
+  History history(day.store());
+  EXPECT_EQ(history.historyEntryAtIndex(0).integer("C"), LogCode::crashed);
+}
+
+TEST(EndsTest, AnExecutionThatEndedUnseenIsNotTakenForACutOffOne) {
+  EndingDay day;
+  day.scripts["Photos"] = {.seconds = 600};
+  day.runUntil("2024-01-02 14:05:00");
+  day.kill();
+  // It goes on by itself, and the next agent waits for its end.
+  day.start();
+  day.runUntil("2024-01-02 14:08:00");
+  EXPECT_EQ(day.agent->queue().unfinished().size(), 1U);
+  day.runUntil("2024-01-02 15:30:00");
+  EXPECT_EQ(day.executionsOf("Photos"), 1U) << day.executions();
+  EXPECT_THAT(day.logCodes(), Not(Contains(LogCode::crashed)));
+  EXPECT_TRUE(day.agent->queue().unfinished().empty());
+}
+
+TEST(EndsTest, AQueueThatIsNotKeptIsToldOf) {
+  EndingDay day;
+  day.agent->preferences().setPref("SchedulerPrefKeepQueueAtShutdown", 0);
+  day.agent->preferences().savePrefs();
+  day.agent->commands().pauseExecution();
+  day.runUntil("2024-01-02 14:10:00");
+  day.quit();
+  day.start();
+  EXPECT_TRUE(day.agent->queue().empty());
+  EXPECT_THAT(day.report(), Contains(HasSubstr("“Photos” waited in the queue and was not run")));
+  day.runUntil("2024-01-02 14:50:00");
+  EXPECT_EQ(day.executionsOf("Photos"), 0U);
+}
+
+TEST(EndsTest, WhileTheTreeIsAwayNothingLeavesTheQueue) {
+  EndingDay day;
+  const std::string path = day.store().folder().pathOf(DataFolder::kActions);
+  day.runUntil("2024-01-02 13:59:59");
+  const auto tree = ZAN_FilesUtils::readFile(path);
+  ASSERT_TRUE(tree);
+  const auto put = [&](std::string_view bytes) {
+    (void)ZAN_FilesUtils::removeFile(path);
+    (void)ZAN_FilesUtils::appendToFile(path, bytes, false);
+    day.agent->tree().releaseRootItem();
+    day.runFor(20);
+  };
+  ASSERT_EQ(day.agent->queue().actionsList().size(), 2U);
+  for (const std::size_t part : {std::size_t{0}, tree->bytes.size() / 2}) {
+    put(std::string_view(tree->bytes).substr(0, part));
+    EXPECT_EQ(day.agent->queue().actionsList().size(), 2U) << part;
+  }
+  EXPECT_EQ(day.machine.userInterface.messages.size(), 1U) << "said once";
+  EXPECT_EQ(day.executionsOf("Photos") + day.executionsOf("Mail"), 1U) << day.executions();
+  put(tree->bytes);
+  day.runFor(60);
+  EXPECT_EQ(day.executionsOf("Photos") + day.executionsOf("Mail"), 3U) << day.executions();
+}
+
+}  // namespace
+}  // namespace corvana
