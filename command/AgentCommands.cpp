@@ -95,13 +95,13 @@ ZAN_Value savedQueue(CommandHome& home, const RunningAgent& agent) {
   for (const QueueRecord& record :
        storedOccasions(home.store(), settings["SchedulerActionsToDoList"])) {
     const ProgrammedAction* action = home.action(record.ref);
-    queue.append(
-        ZAN_Value::dictionary({{"ref", record.ref},
-                               {"title", action == nullptr ? std::string() : action->getTitle()},
-                               {"date", ZAN_Value::date(record.date)},
-                               {"estimateSize", record.estimateSize != 0},
-                               {"running", record.begun && agent.executeRuns()},
-                               {"interrupted", record.begun && !agent.executeRuns()}}));
+    queue.append(ZAN_Value::dictionary(
+        {{"ref", record.ref},
+         {"title", action == nullptr ? std::string() : action->getTitle()},
+         {"date", record.date > 0 ? ZAN_Value::date(record.date) : ZAN_Value()},
+         {"estimateSize", record.estimateSize != 0},
+         {"running", record.begun && agent.executeRuns()},
+         {"interrupted", record.begun && !agent.executeRuns()}}));
   }
   return queue;
 }
