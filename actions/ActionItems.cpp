@@ -1,6 +1,7 @@
 #include <cmath>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionsTools.h"
 
 // What a settings record says about its action beside the schedule.
@@ -60,6 +61,53 @@ FolderDescription ActionsTools::getDestinationForAction(const ZAN_Value& setting
 
 bool ActionsTools::toleratesOtherVolumes(const ZAN_Value& settings) {
   return settings.integer("ItemsVolumeTolerance") != 0;
+}
+
+namespace {
+
+/// Known UUIDs that differ are two volumes that take turns at one path.
+bool mayBeOneVolume(const FolderDescription& one, const FolderDescription& other) {
+  return one.uuid().empty() || other.uuid().empty() || one.uuid() == other.uuid();
+}
+
+struct FilledCopy {
+  std::string path;
+  FolderDescription source;
+};
+
+std::vector<FilledCopy> copiesOf(const ZAN_Value& settings) {
+  std::vector<FilledCopy> copies;
+  if (settings["OptionsPerformer"].stringView() != "corvana9") return copies;
+  const std::string destination(ActionsTools::getDestinationForAction(settings).path());
+  if (destination.empty()) return copies;
+  for (auto& source : ActionsTools::getSourcesForAction(settings)) {
+    const auto name = ZAN_FilesUtils::lastPathComponent(source.path());
+    copies.push_back({ZAN_FilesUtils::joinedPath(destination, name), std::move(source)});
+  }
+  return copies;
+}
+
+}  // namespace
+
+std::optional<std::string> ActionsTools::copyInDispute(const ZAN_Value& one,
+                                                       const ZAN_Value& other) {
+  constexpr int kSynchronise = 3;
+  const auto ones = copiesOf(one);
+  const auto others = copiesOf(other);
+  if (!mayBeOneVolume(getDestinationForAction(one), getDestinationForAction(other)))
+    return std::nullopt;
+  for (const FilledCopy& mine : ones) {
+    for (const FilledCopy& its : others) {
+      const bool isSameSource =
+          mine.source.path() == its.source.path() && mayBeOneVolume(mine.source, its.source);
+      if (mine.path == its.path && !isSameSource) return mine.path;
+      if (one.integer("Mode") == kSynchronise && ZAN_FilesUtils::isBelow(its.path, mine.path))
+        return its.path;
+      if (other.integer("Mode") == kSynchronise && ZAN_FilesUtils::isBelow(mine.path, its.path))
+        return mine.path;
+    }
+  }
+  return std::nullopt;
 }
 
 }  // namespace corvana

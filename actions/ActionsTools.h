@@ -92,6 +92,10 @@ class ActionsTools {
   static bool hasSourceList(const ZAN_Value& settings);
   /// The folder description of the destination; null when the record has none.
   static FolderDescription getDestinationForAction(const ZAN_Value& settings);
+  /// The copy that one action fills and that the other one would spoil, of this program's own
+  /// actions by what their records describe: both fill it, from different sources, or the copies of
+  /// one lie in a copy out of which the other deletes. Nothing when they get along.
+  static std::optional<std::string> copyInDispute(const ZAN_Value& one, const ZAN_Value& other);
   /// Whether any volume in the place of a described one will do.
   static bool toleratesOtherVolumes(const ZAN_Value& settings);
 
@@ -147,5 +151,13 @@ inline constexpr std::string_view toConfirm = "DeletionsToConfirm";
 /// limit allows.
 inline constexpr std::string_view confirmed = "DeletionsConfirmed";
 }  // namespace DeletionKey
+
+/// And whose the copies are that it fills.
+namespace CopyKey {
+/// 1 since the sources or the destination were changed, until a run has filled the new copies.
+inline constexpr std::string_view isNew = "CopiesAreNew";
+/// 1 when the next run is to take what it finds for its copies.
+inline constexpr std::string_view takesOver = "CopiesTakenOver";
+}  // namespace CopyKey
 
 }  // namespace corvana

@@ -139,6 +139,7 @@ Answer addCommand(Arguments& arguments, const Console& console) {
                                     {"SaveEditDate", ZAN_Value::date(home.now())}});
     action.applyTo(record, home);
     if (Outcome runs = action.checkThatItRuns(record, home, console); !runs) return runs;
+    if (Outcome apart = checkCopies(root, record); !apart) return apart;
     (*group)->addActionsFromList(ZAN_Value::array({record}), false, std::nullopt);
     record = (*group)->childAtIndex((*group)->numberOfChildren() - 1).getSettings();
     return {};
@@ -171,6 +172,9 @@ Answer editCommand(Arguments& arguments, const Console& console) {
     action.applyTo(record, home);
     if (Outcome runs = action.checkThatItRuns(record, home, console); !runs) return runs;
     record.setValue("SaveEditDate", ZAN_Value::date(home.now()));
+    if (action.changesCopies()) {
+      if (Outcome apart = checkCopies(root, record); !apart) return apart;
+    }
     node->changeSettings(record);
     if (!action.group()) return {};
     auto group = groupWithReference(root, *action.group());

@@ -133,6 +133,7 @@ ActionWords::ActionWords(Arguments& arguments)
                            {"any", number(ActionContext::none)}}})),
       mDeleteLimit(arguments.number("--delete-limit", 0, 100)),
       mGroup(arguments.number("--group", 0, INT64_MAX)),
+      mAdopts(arguments.flag("--adopt")),
       mForce(arguments.flag("--force")) {
   if (mTitle && mTitle->empty()) arguments.complain("--title wants a text");
 }
@@ -141,7 +142,7 @@ bool ActionWords::isEmpty() const { return fitsGroup() && !mTitle && !mShortcut 
 
 bool ActionWords::fitsGroup() const {
   return !mSchedule.isGiven() && mSources.empty() && !mDestination && !mMode && !mContext &&
-         !mDeleteLimit;
+         !mDeleteLimit && !mAdopts;
 }
 
 Outcome ActionWords::describeFolders(CommandHome& home) {
@@ -178,6 +179,9 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mShortcut) record.setValue("Shortcut", *mShortcut);
   if (mMode) record.setValue("Mode", *mMode);
   if (mDeleteLimit) record.setValue(DeletionKey::limit, *mDeleteLimit);
+  if ((hasSources() || hasDestination()) && !record["LastExecutionDate"].isNull())
+    record.setValue(CopyKey::isNew, 1);
+  if (mAdopts) record.setValue(CopyKey::takesOver, 1);
   if (mContext) record.setValue("TriggerContextPopup", *mContext);
   if (!mSourceDescriptions.empty()) {
     record.setValue("ItemsSource", mSourceDescriptions.front().toValue());
@@ -202,6 +206,22 @@ Outcome ActionWords::checkThatItRuns(const ZAN_Value& record, const CommandHome&
                  record.string("Title") + ": " + reason + " (--force takes it anyway)"};
   }
   Writer(console, false).complain("warning: " + printable(record.string("Title") + ": " + reason));
+  return {};
+}
+
+Outcome checkCopies(ProgrammedAction& root, const ZAN_Value& settings) {
+  ProgrammedAction::Nodes actions;
+  root.getAllActionsInOneList(actions, false);
+  for (const ProgrammedAction* other : actions) {
+    if (other->getReference() == settings.integer("Ref")) continue;
+    const auto copy = ActionsTools::copyInDispute(settings, other->getSettings());
+    if (!copy) continue;
+    return Error{ErrorKind::refused,
+                 *copy + ": the action " + std::to_string(other->getReference()) + " \"" +
+                     other->getTitle() +
+                     "\" copies there too, and each would delete or replace what the other has "
+                     "copied; choose another destination"};
+  }
   return {};
 }
 

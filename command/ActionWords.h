@@ -23,6 +23,8 @@ class ActionWords {
   /// Whether only what a group has too is given: title, shortcut, group.
   bool fitsGroup() const;
   bool hasSources() const { return !mSources.empty(); }
+  /// Whether it says anew what is copied where.
+  bool changesCopies() const { return hasSources() || hasDestination() || mMode || mAdopts; }
   bool hasDestination() const { return mDestination.has_value(); }
   void setTitle(std::string title) { mTitle = std::move(title); }
   const ScheduleWords& schedule() const { return mSchedule; }
@@ -51,11 +53,14 @@ class ActionWords {
   std::optional<int> mContext;
   std::optional<std::int64_t> mDeleteLimit;
   std::optional<std::int64_t> mGroup;
+  bool mAdopts = false;
   bool mForce = false;
   std::vector<FolderDescription> mSourceDescriptions;
   FolderDescription mDestinationDescription;
 };
 
+/// Refused when the action and another one of the tree would spoil each other's copies.
+Outcome checkCopies(ProgrammedAction& root, const ZAN_Value& settings);
 /// A reference as a word of the command line.
 Result<std::int64_t> referenceFrom(const std::string& word);
 /// The group with that reference below the root; the root for 0.

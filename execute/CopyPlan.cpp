@@ -13,6 +13,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionsTools.h"
+#include "execute/CopyMark.h"
 #include "execute/Rsync.h"
 #include "execute/Versions.h"
 #include "platform/linux/MountTable.h"
@@ -149,6 +150,7 @@ Outcome CopyPlan::setDestination(const FolderDescription& item, const VolumeGuar
   if (!place) return place.error();
   mDestination = place->path;
   mMount = place->mount;
+  mHasIdentity = !item.uuid().empty() && !place->information.uuid.empty();
   auto held = VolumeGuard::hold(mDestination, *place);
   if (held) {
     if (::access((held->heldPath() + "/.").c_str(), W_OK | X_OK) != 0)
@@ -199,7 +201,8 @@ Outcome CopyPlan::addSource(const FolderDescription& item, const VolumeGuard& gu
         within.emplace_back(*rest);
     }
   }
-  mSources.push_back({path, std::move(name), isFolder, *std::move(held), {}, std::move(within)});
+  mSources.push_back(
+      {path, item, std::move(name), isFolder, *std::move(held), {}, std::move(within)});
   return {};
 }
 
@@ -274,6 +277,7 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass
   for (const auto* list : {&source.excluded, &task.skippedItems}) {
     for (const auto& item : *list) words.push_back("--exclude=" + literalPattern(item));
   }
+  if (source.isFolder) words.push_back("--exclude=" + literalPattern(std::string(CopyMark::kName)));
   for (const auto& mount : source.mountsWithin)
     words.push_back("--exclude=/" + escaped(mount) + "/*");
   words.emplace_back("--");

@@ -62,6 +62,7 @@ class CopyPlan {
 
   struct Source {
     std::string path;
+    FolderDescription described;
     std::string name;  ///< of its copy in the destination
     bool isFolder = true;
     HeldFolder held;                        ///< the folder, or the one that holds the file
@@ -78,6 +79,8 @@ class CopyPlan {
   const std::vector<Source>& sources() const { return mSources; }
   const std::string& destination() const { return mDestination; }
   bool deletes() const { return mDeletes; }
+  /// Whether the destination's volume was told by its UUID.
+  bool hasIdentity() const { return mHasIdentity; }
 
   /// The destination, made when it is not there; the folder that holds it never is.
   Result<HeldFolder> openDestination() const;
@@ -114,6 +117,7 @@ class CopyPlan {
   std::optional<HeldFolder> mHeld;    ///< the destination
   Mount mMount;                       ///< of the destination
   bool mDeletes = false;
+  bool mHasIdentity = false;
 };
 
 }  // namespace corvana

@@ -185,6 +185,7 @@ bool CopyRun::openCopies() {
   auto destination = mPlan.openDestination();
   if (!destination) return failWith(destination.error());
   mDestination = *std::move(destination);
+  if (!checkIdentity()) return false;
   for (const auto& source : mPlan.sources()) {
     const std::string path = ZAN_FilesUtils::joinedPath(mPlan.destination(), source.name);
     struct stat state {};
@@ -212,10 +213,62 @@ bool CopyRun::openCopies() {
     }
     auto folder = mDestination->makeBelow(source.name);
     if (!folder) return failWith(folder.error());
+    if (!checkOwner(source, *folder)) return false;
     mCopies.push_back({.source = source, .folder = *std::move(folder)});
   }
   mOptions = mPlan.factsOf(*mDestination).options();
   return true;
+}
+
+/// A volume that cannot be told from the folder below it is known by the copies on it.
+bool CopyRun::checkIdentity() {
+  if (mPlan.hasIdentity() || !mOwner.hasRun || mOwner.takesOver) return true;
+  for (const auto& source : mPlan.sources()) {
+    struct stat state {};
+    if (::fstatat(mDestination->descriptor(), source.name.c_str(), &state, AT_SYMLINK_NOFOLLOW) ==
+        0)
+      return true;
+  }
+  return fail(ExecuteCode::volumeNotFound,
+              mPlan.destination() +
+                  ": the copies that were made there are not there, so that "
+                  "another volume, or none, is mounted. If it is the right one: corvana9 edit " +
+                  std::to_string(mOwner.mark.reference) + " --adopt");
+}
+
+/// Whether the copy is this action's to fill; a new one becomes it.
+bool CopyRun::checkOwner(const CopyPlan::Source& source, const HeldFolder& copy) {
+  const auto found = CopyMark::read(copy);
+  if (!found) return failWith(found.error());
+  CopyMark own = mOwner.mark;
+  own.source = source.described.path();
+  own.volume = source.described.uuid();
+  const std::string remedy =
+      "Choose another destination, or let the action take it over: "
+      "corvana9 edit " +
+      std::to_string(own.reference) + " --adopt";
+  if (*found && (*found)->isOfSameSource(own)) return true;
+  if (*found && !mOwner.takesOver) {
+    return fail(ExecuteCode::unexpectedError, copy.path() + ": it is the copy of " +
+                                                  (*found)->toText() + "; nothing was changed. " +
+                                                  remedy);
+  }
+  const bool isKnown = mOwner.takesOver || (mOwner.hasRun && mOwner.isAlone);
+  if (!*found && !isKnown) {
+    const auto names = namesInFolder(copy.descriptor());
+    if (!names) return failWith({ErrorKind::unreadable, copy.path() + ": " + std::strerror(errno)});
+    if (!names->empty()) {
+      // A copy that deletes nothing adds to what is there, and leaves it unmarked.
+      if (!mPlan.deletes()) return true;
+      return fail(ExecuteCode::unexpectedError,
+                  copy.path() +
+                      ": there are files in it which this action has not copied; "
+                      "nothing was changed. " +
+                      remedy);
+    }
+  }
+  const Outcome marked = own.write(copy);
+  return marked || failWith(marked.error());
 }
 
 /// Ends the run when rsync did not get through; errors are left to the caller.

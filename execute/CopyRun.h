@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "execute/CopyMark.h"
 #include "execute/CopyPlan.h"
 #include "execute/ExecuteRecords.h"
 #include "execute/Rsync.h"
@@ -24,6 +25,14 @@ struct DeletionLimit {
   bool isPassed(std::uint64_t deletions, std::uint64_t filesOfCopy) const;
 };
 
+/// Whose copies a run fills.
+struct CopyOwner {
+  CopyMark mark = {};      ///< of the action; the source is added for each copy
+  bool hasRun = false;     ///< earlier runs of the action have filled the copies of the plan
+  bool isAlone = true;     ///< no other action fills them
+  bool takesOver = false;  ///< the user wants what is there to be taken for its copies
+};
+
 /// Carries out a plan: looks what there is to do, copies, and only when everything was copied and
 /// every volume is still there takes out of the copies what is gone from the sources. What is
 /// replaced or taken out is kept beside the copies. Blocks; thread: one.
@@ -37,8 +46,8 @@ class CopyRun {
     std::function<void(const ExecuteMessages::Progress&)> tell;
   };
 
-  CopyRun(const CopyPlan& plan, DeletionLimit limit, Surroundings surroundings)
-      : mPlan(plan), mLimit(limit), m(std::move(surroundings)) {}
+  CopyRun(const CopyPlan& plan, CopyOwner owner, DeletionLimit limit, Surroundings surroundings)
+      : mPlan(plan), mOwner(std::move(owner)), mLimit(limit), m(std::move(surroundings)) {}
 
   ExecuteEnd perform();
 
@@ -63,6 +72,8 @@ class CopyRun {
 
   // Each says whether the run goes on; if not, mEnd tells why.
   bool openCopies();
+  bool checkIdentity();
+  bool checkOwner(const CopyPlan::Source& source, const HeldFolder& copy);
   bool lookAt(Copy& copy);
   bool makeRoom();
   bool transfer(Copy& copy);
@@ -84,6 +95,7 @@ class CopyRun {
   double progress(std::uint64_t bytes, std::uint64_t files) const;
 
   const CopyPlan& mPlan;
+  CopyOwner mOwner;
   DeletionLimit mLimit;
   Surroundings m;
   MountsNow mMounts;

@@ -79,8 +79,9 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
     if (settings.integer(DeletionKey::toConfirm) != static_cast<std::int64_t>(end.toConfirm))
       action->addInChangesList(end.toConfirm, DeletionKey::toConfirm);
     // A consent is for one run.
-    if (settings.integer(DeletionKey::confirmed) != 0)
-      action->addInChangesList(std::uint64_t{0}, DeletionKey::confirmed);
+    for (const auto key : {DeletionKey::confirmed, CopyKey::isNew, CopyKey::takesOver}) {
+      if (settings.integer(key) != 0) action->addInChangesList(std::uint64_t{0}, key);
+    }
   }
   auto& texts = mFiles.store.texts();
   texts.saveCurrentPathForFirstError(end.firstErrorPath);

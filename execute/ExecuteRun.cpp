@@ -99,6 +99,25 @@ void ExecuteRun::perform(const ExecuteArguments& arguments) {
   arguments.estimateSize ? estimate(*plan, records) : execute(*plan, settings, records);
 }
 
+CopyOwner ExecuteRun::ownerOf(const ZAN_Value& settings) const {
+  const auto reference = settings.integer("Ref");
+  CopyOwner owner;
+  owner.mark.machine = mSurroundings.machine.machineIdentifier();
+  owner.mark.home = mSurroundings.machine.homeFolder();
+  owner.mark.reference = reference;
+  owner.mark.title = settings.string("Title");
+  owner.hasRun =
+      settings["LastExecutionDate"].asDate().has_value() && settings.integer(CopyKey::isNew) == 0;
+  owner.takesOver = settings.integer(CopyKey::takesOver) != 0;
+  ProgrammedAction::Nodes actions;
+  mSurroundings.files.tree.rootItem().getAllActionsInOneList(actions, false);
+  owner.isAlone = std::ranges::none_of(actions, [&](const ProgrammedAction* action) {
+    return action->getReference() != reference &&
+           ActionsTools::copyInDispute(settings, action->getSettings());
+  });
+  return owner;
+}
+
 void ExecuteRun::estimate(const CopyPlan& plan, ExecuteRecords& records) {
   namespace fs = std::filesystem;
   std::uint64_t files = 0;
@@ -136,7 +155,7 @@ void ExecuteRun::execute(const CopyPlan& plan, const ZAN_Value& settings, Execut
   records.workingOn(plan.sources().front().path);
   ExecuteMessages& messages = mSurroundings.messages;
   std::string lastPath;
-  CopyRun run(plan, limitOf(settings),
+  CopyRun run(plan, ownerOf(settings), limitOf(settings),
               {.control = mSurroundings.control,
                .clock = mSurroundings.files.store.clock(),
                .rsync = mSurroundings.rsync,

@@ -6,9 +6,10 @@
 #include <string_view>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "execute/CopyPlan.h"
+#include "execute/CopyRun.h"
 #include "execute/ExecuteMessages.h"
 #include "execute/ExecuteRecords.h"
+#include "platform/Machine.h"
 
 namespace corvana {
 
@@ -40,6 +41,7 @@ class ExecuteRun {
     ExecuteControl& control;
     std::function<bool()> agentRuns;
     Volumes& volumes;
+    const Machine& machine;
     std::string rsync = "/usr/bin/rsync";
   };
 
@@ -51,6 +53,7 @@ class ExecuteRun {
 
  private:
   void execute(const CopyPlan& plan, const ZAN_Value& settings, ExecuteRecords& records);
+  CopyOwner ownerOf(const ZAN_Value& settings) const;
   void estimate(const CopyPlan& plan, ExecuteRecords& records);
 
   Surroundings mSurroundings;

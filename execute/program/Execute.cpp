@@ -83,7 +83,8 @@ void perform(const ExecuteArguments& arguments) {
                 messages,
                 control,
                 [&] { return agentRuns(machine.homeFolder()); },
-                *volumes})
+                *volumes,
+                machine})
         .perform(arguments);
     loop.performOnMain([&loop] { loop.quit(0); });
   });

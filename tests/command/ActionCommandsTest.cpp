@@ -283,6 +283,30 @@ TEST_F(ActionCommandsTest, TreeThatCannotBeReadIsLeftAlone) {
   EXPECT_EQ(storedBytes(), "bad");
 }
 
+TEST_F(ActionCommandsTest, RefusesActionsThatSpoilEachOthersCopies) {
+  machine.folder.makeFolder("other/photos");
+  machine.folder.makeFolder("letters");
+  machine.folder.makeFolder("disk/photos/deep");
+  const auto addFrom = [&](const std::string& source, const std::string& destination,
+                           const std::string& mode) {
+    return run({"add", "Second", "--source", machine.folder.at(source), "--destination",
+                machine.folder.at(destination), "--mode", mode});
+  };
+  ASSERT_EQ(add({"--mode", "synchronise"}), kDone);
+  EXPECT_EQ(addFrom("other/photos", "disk", "synchronise"), kCouldNot);
+  EXPECT_THAT(err.str(), HasSubstr("disk/photos: the action "));
+  EXPECT_EQ(addFrom("other/photos", "disk", "copy"), kCouldNot);
+  EXPECT_EQ(addFrom("letters", "disk/photos/deep", "copy"), kCouldNot) << "it would be deleted";
+  EXPECT_EQ(addFrom("letters", "disk", "synchronise"), kDone) << "beside each other";
+  EXPECT_EQ(addFrom("photos", "disk", "copy"), kDone) << "the same source";
+  EXPECT_EQ(addFrom("other/photos", "letters", "synchronise"), kDone);
+  const ProgrammedAction& root = stored();
+  const std::string last =
+      std::to_string(root.childAtIndex(root.numberOfChildren() - 1).getReference());
+  EXPECT_EQ(run({"edit", last, "--destination", machine.folder.at("disk")}), kCouldNot);
+  EXPECT_EQ(run({"edit", last, "--title", "Third"}), kDone);
+}
+
 TEST_F(ActionCommandsTest, ConfirmsTheDeletionsThatWereAskedAboutOnce) {
   ASSERT_EQ(add({"--mode", "synchronise", "--delete-limit", "20"}), kDone);
   const std::int64_t reference = stored().childAtIndex(0).getReference();

@@ -75,7 +75,7 @@ class AccidentsTest : public testing::Test {
   ExecuteEnd run(const ZAN_Value& settings, DeletionLimit limit = {}) {
     const auto plan = CopyPlan::fromSettings(settings, VolumeGuard(volumes, false));
     if (!plan) return {.code = ExecuteCode::volumeNotFound, .reason = plan.error().text};
-    return CopyRun(*plan, limit,
+    return CopyRun(*plan, owner, limit,
                    {.control = *control,
                     .clock = clock,
                     .rsync = rsync,
@@ -97,11 +97,12 @@ class AccidentsTest : public testing::Test {
     rsync = path;
   }
 
+  /// Without the marks of copies.
   std::size_t filesBelow(const std::string& name) const {
     std::size_t count = 0;
     std::error_code failed;
     for (const auto& entry : fs::recursive_directory_iterator(scratch->at(name), failed)) {
-      if (!entry.is_directory()) ++count;
+      if (!entry.is_directory() && entry.path().filename() != CopyMark::kName) ++count;
     }
     return count;
   }
@@ -112,6 +113,7 @@ class AccidentsTest : public testing::Test {
   std::vector<std::string> mounted;
   LinuxVolumes volumes{"nobody", "/"};
   SystemClock clock;
+  CopyOwner owner{.mark = {.machine = "m", .home = "/home/me", .reference = 7, .title = "Mine"}};
   std::optional<ExecuteControl> control{std::in_place};
   /// Another one to be tried is named in the environment.
   const std::string real = std::getenv("RSYNC") ? std::getenv("RSYNC") : "/usr/bin/rsync";
@@ -278,6 +280,59 @@ TEST_F(AccidentsTest, CopiesFilesAndWhatALinkToAFileLeadsTo) {
   fill("letter", 2);
   EXPECT_EQ(run(both).code, ExecuteCode::unexpectedError);
   EXPECT_EQ(scratch->read("disk/letter"), "changed");
+}
+
+TEST_F(AccidentsTest, DeletesOnlyInItsOwnCopies) {
+  mountMemory("disk");
+  fill("source", 3);
+  fill("disk/source", 5, "another's");
+  const ExecuteEnd refused = synchronise("source");
+  EXPECT_EQ(refused.code, ExecuteCode::unexpectedError);
+  EXPECT_THAT(refused.reason, HasSubstr("corvana9 edit 7 --adopt"));
+  EXPECT_EQ(scratch->read("disk/source/f4"), "another's");
+  // An action that has filled it before there were marks goes on, unless another one does, too.
+  owner.hasRun = true;
+  owner.isAlone = false;
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::unexpectedError);
+  EXPECT_EQ(filesBelow("disk/source"), 5u);
+  owner.isAlone = true;
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_EQ(filesBelow("disk/source"), 3u);
+  // Another action, with a source of the same name.
+  fill("second/source", 2, "second");
+  owner.mark.reference = 8;
+  const ExecuteEnd other = synchronise("second/source");
+  EXPECT_EQ(other.code, ExecuteCode::unexpectedError);
+  EXPECT_THAT(other.reason, HasSubstr("action 7 \"Mine\" (" + scratch->at("source") + ")"));
+  EXPECT_EQ(run(record(CopyPlan::kCopy, {"second/source"}, "disk")).code,
+            ExecuteCode::unexpectedError);
+  EXPECT_EQ(filesBelow("disk/source"), 3u);
+  owner.takesOver = true;
+  EXPECT_EQ(synchronise("second/source").code, ExecuteCode::completed);
+  EXPECT_EQ(filesBelow("disk/source"), 2u);
+  owner.takesOver = false;
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::unexpectedError) << "it has another owner now";
+  // What a power failure leaves of a mark, and what damage leaves.
+  std::ofstream(scratch->at("disk/source/.corvana9-copy"), std::ios::trunc).flush();
+  EXPECT_EQ(synchronise("second/source").code, ExecuteCode::completed);
+  scratch->write("disk/source/.corvana9-copy", "{\"machine\":");
+  EXPECT_EQ(synchronise("second/source").code, ExecuteCode::unexpectedError);
+}
+
+TEST_F(AccidentsTest, MissesTheCopiesWhereNothingElseTellsTheVolume) {
+  const std::string vault = mountMemory("disk");
+  fill("source", 3);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  owner.hasRun = true;
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  // It looks like the disk below it, and so does its empty folder when it is not mounted.
+  ::umount2(vault.c_str(), MNT_DETACH);
+  const ExecuteEnd end = synchronise("source");
+  EXPECT_EQ(end.code, ExecuteCode::volumeNotFound);
+  EXPECT_THAT(end.reason, HasSubstr("corvana9 edit 7 --adopt"));
+  EXPECT_TRUE(fs::is_empty(vault));
+  owner.takesOver = true;
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
 }
 
 TEST_F(AccidentsTest, SeesThroughBindMountsWhereADestinationLies) {

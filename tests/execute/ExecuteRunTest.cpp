@@ -52,8 +52,13 @@ class ExecuteRunTest : public testing::Test {
     ExecuteArguments arguments;
     arguments.reference = 77;
     arguments.estimateSize = estimate;
-    ExecuteRun(
-        {{store, tree, history}, messages, *control, [this] { return agentRuns; }, volumes, rsync})
+    ExecuteRun({{store, tree, history},
+                messages,
+                *control,
+                [this] { return agentRuns; },
+                volumes,
+                real.machine,
+                rsync})
         .perform(arguments);
     tree.releaseRootItem();
   }
@@ -146,6 +151,7 @@ TEST_F(ExecuteRunTest, SynchronisingRemovesWhatTheSourceNoLongerHas) {
   makeAction(3);
   scratch.write("Backup/Documents/gone", "older");
   scratch.write("Backup/neighbour", "not ours");
+  settings.setValue("LastExecutionDate", ZAN_Value::date(1));
   fs::create_symlink("nowhere", scratch / "Documents/link");
   fs::permissions(scratch / "Documents/letter", fs::perms{0640});
   run();
@@ -162,8 +168,9 @@ TEST_F(ExecuteRunTest, AsksOnceBeforeItDeletesMuchAndTakesAConsentForOneRun) {
   makeAction(3);
   for (int number = 0; number < 90; ++number)
     scratch.write("Backup/Documents/old" + std::to_string(number), "old");
-  const auto left = [&] {
-    return std::distance(fs::directory_iterator(scratch / "Backup/Documents"), {});
+  settings.setValue(CopyKey::takesOver, 1);
+  const auto left = [&] {  // and the mark of the copy
+    return std::distance(fs::directory_iterator(scratch / "Backup/Documents"), {}) - 1;
   };
   run();
   EXPECT_EQ(left(), 92);
