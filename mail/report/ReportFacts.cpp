@@ -275,8 +275,9 @@ void ReportGatherer::takeOverdueAndComing(ReportFacts& facts) const {
   const ActionsTools tools(calendar, now);
   ProgrammedAction::Nodes actions;
   m.tree.rootItem().getListOfAllProgrammedActions(actions);
-  ComingRuns runs(calendar, now);
-  for (const ProgrammedAction* action : actions) runs.add(action->schedule());
+  ComingRuns runs(calendar, now, {});
+  for (const ProgrammedAction* action : actions)
+    runs.add(action->schedule(), action->getActionContext());
   std::map<std::size_t, ReferenceTime> first;
   std::set<std::size_t> settled;
   for (std::size_t count = 0; count < kMostComingRuns && settled.size() < actions.size(); ++count) {
