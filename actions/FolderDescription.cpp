@@ -12,6 +12,9 @@ constexpr std::string_view kName = "VolumeFolderName";
 constexpr std::string_view kSize = "VolumeFolderVolumeSize";
 constexpr std::string_view kDate = "VolumeFolderVolumeDate";
 constexpr std::string_view kUuid = "uuid";
+constexpr std::string_view kFileSystem = "VolumeFolderFileSystem";
+constexpr std::string_view kSource = "VolumeFolderSource";
+constexpr std::string_view kRoot = "VolumeFolderRoot";
 
 bool differ(std::uint64_t one, std::uint64_t other) {
   return one != 0 && other != 0 && one != other;
@@ -31,6 +34,10 @@ std::string_view FolderDescription::volumeName() const { return mStored[kName].s
 std::uint64_t FolderDescription::volumeSize() const { return mStored[kSize].unsignedValue(); }
 std::uint64_t FolderDescription::volumeDate() const { return mStored[kDate].unsignedValue(); }
 std::string_view FolderDescription::uuid() const { return mStored[kUuid].stringView(); }
+
+std::string_view FolderDescription::fileSystem() const { return mStored[kFileSystem].stringView(); }
+std::string_view FolderDescription::source() const { return mStored[kSource].stringView(); }
+std::string_view FolderDescription::root() const { return mStored[kRoot].stringView(); }
 
 bool FolderDescription::isSameVolume(const FolderDescription& other) const {
   return volumeSize() == other.volumeSize() && volumeDate() == other.volumeDate() &&
@@ -61,5 +68,9 @@ FolderDescription& FolderDescription::setVolumeDate(ZAN_Value date) {
   return set(kDate, std::move(date));
 }
 FolderDescription& FolderDescription::setUuid(std::string_view uuid) { return set(kUuid, uuid); }
+FolderDescription& FolderDescription::setMounted(std::string_view fileSystem,
+                                                 std::string_view source, std::string_view root) {
+  return set(kFileSystem, fileSystem).set(kSource, source).set(kRoot, root);
+}
 
 }  // namespace corvana

@@ -30,6 +30,10 @@ class FolderDescription {
   std::uint64_t volumeSize() const;  ///< bytes
   std::uint64_t volumeDate() const;  ///< its creation, seconds since 2001
   std::string_view uuid() const;     ///< of the volume
+  // In keys of this system's own, for volumes that the others cannot tell from each other.
+  std::string_view fileSystem() const;  ///< "btrfs", "fuse.gocryptfs"
+  std::string_view source() const;      ///< what is mounted: "/dev/sdb1", "host:/export"
+  std::string_view root() const;        ///< which folder of the file system: a subvolume
 
   /// Equal name, size and date of the volume.
   bool isSameVolume(const FolderDescription& other) const;
@@ -43,6 +47,8 @@ class FolderDescription {
   FolderDescription& setVolumeSize(ZAN_Value bytes);
   FolderDescription& setVolumeDate(ZAN_Value date);
   FolderDescription& setUuid(std::string_view uuid);
+  FolderDescription& setMounted(std::string_view fileSystem, std::string_view source,
+                                std::string_view root);
 
  private:
   FolderDescription& set(std::string_view key, ZAN_Value value);

@@ -83,6 +83,7 @@ Result<FolderDescription> describe(const std::string& path, Role role, bool forc
       .setVolumeSize(known ? known->totalSize : std::uint64_t{0})
       .setVolumeDate(known ? known->creationDate : std::uint64_t{0});
   if (known && !known->uuid.empty()) description.setUuid(known->uuid);
+  if (mount) description.setMounted(mount->fileSystem, mount->source, mount->root);
   return description;
 }
 

@@ -150,7 +150,8 @@ Outcome CopyPlan::setDestination(const FolderDescription& item, const VolumeGuar
   if (!place) return place.error();
   mDestination = place->path;
   mMount = place->mount;
-  mHasIdentity = !item.uuid().empty() && !place->information.uuid.empty();
+  mHasIdentity =
+      !item.fileSystem().empty() || (!item.uuid().empty() && !place->information.uuid.empty());
   auto held = VolumeGuard::hold(mDestination, *place);
   if (held) {
     if (::access((held->heldPath() + "/.").c_str(), W_OK | X_OK) != 0)

@@ -79,7 +79,7 @@ class CopyPlan {
   const std::vector<Source>& sources() const { return mSources; }
   const std::string& destination() const { return mDestination; }
   bool deletes() const { return mDeletes; }
-  /// Whether the destination's volume was told by its UUID.
+  /// Whether the destination's volume was told by more than its size.
   bool hasIdentity() const { return mHasIdentity; }
 
   /// The destination, made when it is not there; the folder that holds it never is.

@@ -23,8 +23,28 @@ std::string described(const FolderDescription& item) {
   return text;
 }
 
-/// For whoever writes: known UUIDs decide, else the sizes.
-bool isDescribed(const FolderDescription& item, const VolumeInformation& known) {
+/// Whether what is mounted tells the volume where there is no UUID: a device may get another name,
+/// and says by its size at least what it is.
+bool isToldBySource(const FolderDescription& item) {
+  return item.uuid().empty() && !item.fileSystem().empty() && !item.source().starts_with("/dev/");
+}
+
+/// What UUID and size leave open: subvolumes of one disk share both, and a folder that is encrypted
+/// or joined from others has the size of the disk below it, and no UUID.
+/// The start-up disk is what the system has made it, whichever of its snapshots that is.
+bool fits(const FolderDescription& item, const Mount& mount, const std::optional<Mount>& system) {
+  constexpr std::string_view kSubvolumes = "btrfs";
+  if (item.fileSystem() == kSubvolumes && mount.fileSystem == kSubvolumes)
+    return item.root() == mount.root || (system && system->device == mount.device);
+  return !isToldBySource(item) ||
+         (item.fileSystem() == mount.fileSystem && item.source() == mount.source);
+}
+
+/// For whoever writes: known UUIDs decide, else what is mounted, else the sizes.
+bool isDescribed(const FolderDescription& item, const Mount& mount, const VolumeInformation& known,
+                 const std::optional<Mount>& system) {
+  if (!fits(item, mount, system)) return false;
+  if (isToldBySource(item)) return true;
   if (!item.uuid().empty() && !known.uuid.empty()) return equalUuids(item.uuid(), known.uuid);
   const std::uint64_t size = item.volumeSize();
   return size == 0 || size == known.totalSize;
@@ -44,6 +64,8 @@ bool VolumeIdentity::checkIfVolumeMounted(const FolderDescription& item, bool to
   const auto known = mVolumes.information(*mount);
   if (!known) return false;
   if (tolerant) return true;
+  if (!fits(item, *mount, mReference.ofPath("/"))) return false;
+  if (isToldBySource(item)) return true;
   if (known->totalSize == item.volumeSize()) return true;
   return !item.uuid().empty() && item.uuid() == known->uuid;
 }
@@ -71,13 +93,15 @@ Result<VolumeIdentity::Place> VolumeIdentity::locate(const FolderDescription& it
   const bool isOnSystem = !mount || !system || mount->device == system->device;
   std::optional<VolumeInformation> known;
   if (mount) known = mVolumes.information(*mount);
-  if (!place.empty() && (isOnSystem || !known || !isDescribed(item, *known))) {
+  if (!place.empty() && (isOnSystem || !known || !isDescribed(item, *mount, *known, system))) {
     // An unmounted volume leaves an empty folder, or none, on the start-up disk.
-    if (auto elsewhere = mReference.withUuid(item.uuid())) {
-      if (const auto facts = mVolumes.information(*elsewhere)) {
-        std::string there = elsewhere->target + rest;
-        return Place{std::move(there), *std::move(elsewhere), *facts};
-      }
+    auto mounts = mVolumes.mounts();
+    for (Mount& elsewhere : mounts) {
+      if (!elsewhere.isVolume || item.uuid().empty() || !fits(item, elsewhere, system)) continue;
+      const auto facts = mVolumes.information(elsewhere);
+      if (!facts || facts->uuid != item.uuid()) continue;
+      std::string there = elsewhere.target + rest;
+      return Place{std::move(there), std::move(elsewhere), *facts};
     }
     if (isOnSystem)
       return Error{ErrorKind::absent, path + ": " + described(item) + " is not mounted"};
@@ -85,7 +109,7 @@ Result<VolumeIdentity::Place> VolumeIdentity::locate(const FolderDescription& it
   if (!mount) return Error{ErrorKind::absent, path + ": no volume holds it"};
   if (!known)
     return Error{ErrorKind::unavailable, path + ": " + described(item) + " does not answer"};
-  if (!isDescribed(item, *known) && (!tolerant || isOnSystem)) {
+  if (!isDescribed(item, *mount, *known, system) && (!tolerant || isOnSystem)) {
     return Error{ErrorKind::absent, path + ": " + described(item) + " is not there, \"" +
                                         VolumeReference::nameOf(*mount, known) +
                                         "\" is in its place"};

@@ -19,8 +19,9 @@ class VolumeIdentity {
   /// Whether the volume of an item (a source or the destination of an action) is mounted: the one
   /// that its path leads to, else one that fits the description. Tolerant: any volume there will
   /// do; else its size must be that of the item or, failing that, its UUID; the date takes no part.
-  /// An item without a volume counts as mounted when its path lies below the volumes folder and
-  /// exists. Null: no.
+  /// Where the item says what was mounted, subvolumes of one disk are told apart by it, and volumes
+  /// without a UUID by it alone. An item without a volume counts as mounted when its path lies
+  /// below the volumes folder and exists. Null: no.
   virtual bool checkIfVolumeMounted(const FolderDescription& item, bool tolerant);
 
   /// Whether every source of the action with these settings and then its destination is mounted.

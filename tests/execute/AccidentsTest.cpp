@@ -17,6 +17,7 @@
 #include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/SystemClock.h"
 #include "tests/execute/ScratchFolder.h"
+#include "volumes/VolumeReference.h"
 
 namespace corvana {
 namespace {
@@ -333,6 +334,43 @@ TEST_F(AccidentsTest, MissesTheCopiesWhereNothingElseTellsTheVolume) {
   EXPECT_TRUE(fs::is_empty(vault));
   owner.takesOver = true;
   EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
+}
+
+TEST_F(AccidentsTest, TellsSubvolumesOfOneDiskApart) {
+  const std::string image = scratch->at("image");
+  const std::string disk = scratch->makeFolder("disk");
+  const auto shell = [&](const std::string& line) { return std::system(line.c_str()) == 0; };
+  std::ofstream(image).flush();
+  fs::resize_file(image, 200 << 20);
+  if (!shell("mkfs.btrfs -q '" + image + "' && mount -o loop '" + image + "' '" + disk +
+             "' 2>/dev/null"))
+    GTEST_SKIP() << "no btrfs here";
+  mounted.push_back(disk);
+  ASSERT_TRUE(shell("cd '" + disk +
+                    "' && btrfs -q subvolume create mine && btrfs -q subvolume "
+                    "create sibling && mkdir sibling/source && echo other > sibling/source/f9"));
+  const auto remount = [&](const std::string& subvolume) {
+    return shell("umount '" + disk + "' && mount -o loop,subvol=" + subvolume + " '" + image +
+                 "' '" + disk + "'");
+  };
+  fill("source", 3);
+  ASSERT_TRUE(remount("mine"));
+  const auto mount = VolumeReference(volumes).ofPath(disk);
+  ASSERT_TRUE(mount);
+  const auto known = volumes.information(*mount);
+  ASSERT_TRUE(known && !known->uuid.empty());
+  ZAN_Value settings = record(CopyPlan::kSynchronise, {"source"}, "disk");
+  settings.setValue("ItemsDestination",
+                    FolderDescription()
+                        .setPath(disk)
+                        .setVolumeSize(known->totalSize)
+                        .setUuid(known->uuid)
+                        .setMounted(mount->fileSystem, mount->source, mount->root)
+                        .toValue());
+  EXPECT_EQ(run(settings).code, ExecuteCode::completed);
+  ASSERT_TRUE(remount("sibling"));
+  EXPECT_EQ(run(settings).code, ExecuteCode::volumeNotFound);
+  EXPECT_EQ(scratch->read("disk/source/f9"), "other\n");
 }
 
 TEST_F(AccidentsTest, SeesThroughBindMountsWhereADestinationLies) {

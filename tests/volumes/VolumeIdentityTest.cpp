@@ -70,6 +70,27 @@ TEST_F(VolumeIdentityTest, AllSourcesCountAndWithoutThemEverythingIsThere) {
   EXPECT_FALSE(all(ZAN_Value::array({system, gone}), system));
 }
 
+TEST_F(VolumeIdentityTest, WithoutAUuidWhatWasMountedDecides) {
+  const auto vault = [&](std::string_view source) {
+    return FolderDescription(item(place, 7)).setMounted("fuse.gocryptfs", source, "/");
+  };
+  volumes.mount(
+      {.size = 7, .uuid = "the disk below", .fileSystem = "fuse.gocryptfs", .isServer = true});
+  const auto same = vault("smb://server/Disk");
+  const auto other = vault("smb://server/Other");
+  EXPECT_TRUE(identity.locate(same, false));
+  EXPECT_TRUE(identity.checkIfVolumeMounted(same, false));
+  EXPECT_FALSE(identity.locate(other, false));
+  EXPECT_FALSE(identity.checkIfVolumeMounted(other, false)) << "of the same size";
+  volumes.unmount(volumes.folder + "/Disk");
+  volumes.mount({.size = 7, .fileSystem = "ext4"});
+  EXPECT_FALSE(identity.locate(same, false)) << "the disk below it";
+  // A device may have got another name.
+  volumes.mountAt("/mnt/x", {.size = 9, .bsdName = "sdx1"});
+  EXPECT_TRUE(identity.locate(
+      FolderDescription(item("/mnt/x/a", 9)).setMounted("ext4", "/dev/sdq1", "/"), false));
+}
+
 TEST_F(VolumeIdentityTest, FollowsLinksButNotOntoVolumes) {
   volumes.mount({.size = 7});
   std::filesystem::create_symlink(volumes.folder + "/Disk", machine.folder.at("link"));
