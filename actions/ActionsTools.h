@@ -158,6 +158,8 @@ namespace CopyKey {
 inline constexpr std::string_view isNew = "CopiesAreNew";
 /// 1 when the next run is to take what it finds for its copies.
 inline constexpr std::string_view takesOver = "CopiesTakenOver";
+/// What is left out: an array of patterns as rsync takes them; missing: nothing.
+inline constexpr std::string_view exclusions = "CopyExclusions";
 }  // namespace CopyKey
 
 }  // namespace corvana

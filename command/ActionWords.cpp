@@ -135,6 +135,8 @@ ActionWords::ActionWords(Arguments& arguments)
       mDeleteLimit(arguments.number("--delete-limit", 0, 100)),
       mGroup(arguments.number("--group", 0, INT64_MAX)),
       mAdopts(arguments.flag("--adopt")),
+      mExcluded(arguments.options("--exclude")),
+      mTakenBack(arguments.options("--no-exclude")),
       mForce(arguments.flag("--force")) {
   if (mTitle && mTitle->empty()) arguments.complain("--title wants a text");
 }
@@ -143,7 +145,7 @@ bool ActionWords::isEmpty() const { return fitsGroup() && !mTitle && !mShortcut 
 
 bool ActionWords::fitsGroup() const {
   return !mSchedule.isGiven() && mSources.empty() && !mDestination && !mMode && !mContext &&
-         !mDeleteLimit && !mAdopts;
+         !mDeleteLimit && !mAdopts && mExcluded.empty() && mTakenBack.empty();
 }
 
 Outcome ActionWords::describeFolders(CommandHome& home) {
@@ -182,6 +184,19 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mDeleteLimit) record.setValue(DeletionKey::limit, *mDeleteLimit);
   if ((hasSources() || hasDestination()) && !record["LastExecutionDate"].isNull())
     record.setValue(CopyKey::isNew, 1);
+  if (!mExcluded.empty() || !mTakenBack.empty()) {
+    std::vector<std::string> patterns;
+    for (const ZAN_Value& pattern : record[CopyKey::exclusions].elements())
+      patterns.emplace_back(pattern.stringView());
+    patterns.insert(patterns.end(), mExcluded.begin(), mExcluded.end());
+    ZAN_Value list = ZAN_Value::array();
+    for (auto pattern = patterns.begin(); pattern != patterns.end(); ++pattern) {
+      if (!pattern->empty() && std::find(patterns.begin(), pattern, *pattern) == pattern &&
+          std::ranges::find(mTakenBack, *pattern) == mTakenBack.end())
+        list.append(*pattern);
+    }
+    record.setValue(CopyKey::exclusions, std::move(list));
+  }
   if (mAdopts) record.setValue(CopyKey::takesOver, 1);
   if (mContext) record.setValue("TriggerContextPopup", *mContext);
   if (!mSourceDescriptions.empty()) {

@@ -54,6 +54,8 @@ class ActionWords {
   std::optional<std::int64_t> mDeleteLimit;
   std::optional<std::int64_t> mGroup;
   bool mAdopts = false;
+  std::vector<std::string> mExcluded;
+  std::vector<std::string> mTakenBack;
   bool mForce = false;
   std::vector<FolderDescription> mSourceDescriptions;
   FolderDescription mDestinationDescription;

@@ -132,6 +132,9 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   }
   CopyPlan plan;
   plan.mDeletes = mode == kSynchronise;
+  for (const ZAN_Value& pattern : settings[CopyKey::exclusions].elements()) {
+    if (!pattern.stringView().empty()) plan.mExclusions.emplace_back(pattern.stringView());
+  }
   const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
   if (destination.isNull())
     return Error{ErrorKind::refused, "ItemsDestination: the action has no destination"};
@@ -281,10 +284,18 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass
   if (source.isFolder) words.push_back("--exclude=" + literalPattern(std::string(CopyMark::kName)));
   for (const auto& mount : source.mountsWithin)
     words.push_back("--exclude=/" + escaped(mount) + "/*");
+  for (const auto& pattern : mExclusions) words.push_back("--exclude=" + pattern);
   words.emplace_back("--");
   words.push_back(source.held.heldPath() + "/" + (source.isFolder ? std::string() : source.name));
   words.push_back(task.copy.heldPath() + "/");
   return words;
+}
+
+bool CopyPlan::isExcluded(const std::string& relative) const {
+  const std::string pattern = literalPattern(relative);
+  return std::ranges::any_of(mExclusions, [&](const std::string& excluded) {
+    return excluded == pattern || excluded == pattern + "/";
+  });
 }
 
 std::string CopyPlan::literalPattern(const std::string& relative) {

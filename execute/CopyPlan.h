@@ -79,6 +79,8 @@ class CopyPlan {
   const std::vector<Source>& sources() const { return mSources; }
   const std::string& destination() const { return mDestination; }
   bool deletes() const { return mDeletes; }
+  /// Whether the user leaves out that very item of the sources.
+  bool isExcluded(const std::string& relative) const;
   /// Whether the destination's volume was told by more than its size.
   bool hasIdentity() const { return mHasIdentity; }
 
@@ -112,6 +114,7 @@ class CopyPlan {
   Outcome checkOverlaps();
 
   std::vector<Source> mSources;
+  std::vector<std::string> mExclusions;  ///< the user's patterns
   std::string mDestination;
   std::optional<HeldFolder> mHolder;  ///< of a destination that is to be made
   std::optional<HeldFolder> mHeld;    ///< the destination

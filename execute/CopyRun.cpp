@@ -160,6 +160,7 @@ Result<RsyncProcess::End> CopyRun::start(CopyPlan::Pass pass, Copy& copy, RsyncO
 ExecuteEnd CopyRun::perform() {
   const bool isCopied = isInOrder() && openCopies() &&
                         std::ranges::all_of(mCopies, [this](Copy& copy) { return lookAt(copy); });
+  if (isCopied) tellWhatIsLeftOut();
   if (isCopied) checkDeletions();
   if (isCopied && makeRoom() &&
       std::ranges::all_of(mCopies, [this](Copy& copy) { return transfer(copy); }) && mMayDelete &&
@@ -322,6 +323,20 @@ bool CopyRun::lookAt(Copy& copy) {
     takeErrors(output);
     if (end->status == kPartial) mEnd.errors = std::max<std::uint64_t>(mEnd.errors, 1);
     return true;
+  }
+}
+
+void CopyRun::tellWhatIsLeftOut() {
+  for (const Copy& copy : mCopies) {
+    for (const auto& within : copy.source.mountsWithin) {
+      if (mPlan.isExcluded(within)) continue;
+      const std::string path = ZAN_FilesUtils::joinedPath(copy.source.path, within);
+      addError(path, path +
+                         ": another volume is mounted there and is not copied; to leave it out "
+                         "for good: corvana9 edit " +
+                         std::to_string(mOwner.mark.reference) + " --exclude '" +
+                         CopyPlan::literalPattern(within) + "'");
+    }
   }
 }
 

@@ -73,6 +73,7 @@ class CopyRun {
   // Each says whether the run goes on; if not, mEnd tells why.
   bool openCopies();
   bool checkIdentity();
+  void tellWhatIsLeftOut();
   bool checkOwner(const CopyPlan::Source& source, const HeldFolder& copy);
   bool lookAt(Copy& copy);
   bool makeRoom();

@@ -307,6 +307,23 @@ TEST_F(ActionCommandsTest, RefusesActionsThatSpoilEachOthersCopies) {
   EXPECT_EQ(run({"edit", last, "--title", "Third"}), kDone);
 }
 
+TEST_F(ActionCommandsTest, AddsAndTakesBackWhatIsLeftOut) {
+  ASSERT_EQ(add({"--exclude", "*.tmp", "--exclude", "/cache/"}), kDone);
+  const std::string reference = std::to_string(stored().childAtIndex(0).getReference());
+  const auto patterns = [&] {
+    std::vector<std::string> list;
+    const ZAN_Value record = stored().childAtIndex(0).getSettings();
+    for (const ZAN_Value& each : record[CopyKey::exclusions].elements())
+      list.emplace_back(each.stringView());
+    return list;
+  };
+  EXPECT_THAT(patterns(), ElementsAre("*.tmp", "/cache/"));
+  ASSERT_EQ(run({"edit", reference, "--exclude", "/x y", "--exclude", "*.tmp", "--no-exclude",
+                 "/cache/"}),
+            kDone);
+  EXPECT_THAT(patterns(), ElementsAre("*.tmp", "/x y"));
+}
+
 TEST_F(ActionCommandsTest, ConfirmsTheDeletionsThatWereAskedAboutOnce) {
   ASSERT_EQ(add({"--mode", "synchronise", "--delete-limit", "20"}), kDone);
   const std::int64_t reference = stored().childAtIndex(0).getReference();

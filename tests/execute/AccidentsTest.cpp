@@ -13,6 +13,7 @@
 #include <fstream>
 #include <thread>
 
+#include "actions/ActionsTools.h"
 #include "execute/CopyRun.h"
 #include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/SystemClock.h"
@@ -398,9 +399,25 @@ TEST_F(AccidentsTest, LeavesAloneWhatIsMountedWithinSourceOrCopy) {
   mountMemory("source/in[n]er");
   fill("elsewhere", 4);
   mountBind(scratch->at("elsewhere"), "source/bound");
-  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  const ExecuteEnd said = synchronise("source");
+  EXPECT_EQ(said.code, ExecuteCode::completedWithErrors) << "not everything is there";
+  EXPECT_EQ(said.errors, 2u);
+  EXPECT_THAT(said.errorTexts.front(),
+              HasSubstr(scratch->at("source/in[n]er") + ": another volume is mounted there"));
+  EXPECT_THAT(said.errorTexts.front(), HasSubstr("corvana9 edit 7 --exclude '/in\\[n]er'"));
   EXPECT_EQ(filesBelow("disk/source/in[n]er"), 2u);
   EXPECT_EQ(filesBelow("disk/source/bound"), 0u);
+  // What the user leaves out is neither missed nor deleted.
+  scratch->write("source/a.tmp", "x");
+  fs::remove(scratch->at("source/f1"));
+  scratch->write("disk/source/old.tmp", "x");
+  ZAN_Value settings = record(CopyPlan::kSynchronise, {"source"}, "disk");
+  settings.setValue(CopyKey::exclusions, ZAN_Value::array({"/in\\[n]er", "/bound/", "*.tmp"}));
+  EXPECT_EQ(run(settings).code, ExecuteCode::completed);
+  EXPECT_FALSE(fs::exists(scratch->at("disk/source/a.tmp")));
+  EXPECT_TRUE(fs::exists(scratch->at("disk/source/old.tmp")));
+  EXPECT_FALSE(fs::exists(scratch->at("disk/source/f1")));
+  EXPECT_EQ(filesBelow("disk/source/in[n]er"), 2u);
 }
 
 TEST_F(AccidentsTest, RefusesACopyThatIsALinkOrAnotherVolume) {
