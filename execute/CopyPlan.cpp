@@ -277,7 +277,7 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass
   }
   // A link to a file means the file.
   if (!source.isFolder) words.emplace_back("--copy-links");
-  for (auto& word : RsyncOutput::arguments()) words.push_back(std::move(word));
+  for (auto& word : RsyncOutput::arguments(pass == Pass::copy)) words.push_back(std::move(word));
   for (const auto* list : {&source.excluded, &task.skippedItems}) {
     for (const auto& item : *list) words.push_back("--exclude=" + literalPattern(item));
   }

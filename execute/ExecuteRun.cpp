@@ -11,6 +11,7 @@
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
 #include "execute/CopyRun.h"
+#include "platform/Clock.h"
 
 namespace corvana {
 
@@ -72,6 +73,8 @@ std::string remedyFor(std::uint64_t deletions, std::int64_t reference) {
          "\" lets the next run delete as many as these " + std::to_string(deletions) +
          " files from what it fills";
 }
+
+constexpr double kNewsInterval = 0.02;
 
 std::string counted(std::uint64_t files, std::uint64_t bytes) {
   return std::to_string(files) + (files == 1 ? " file, " : " files, ") + std::to_string(bytes) +
@@ -154,6 +157,8 @@ void ExecuteRun::execute(const CopyPlan& plan, const ZAN_Value& settings, Execut
   records.began();
   records.workingOn(plan.sources().front().path);
   ExecuteMessages& messages = mSurroundings.messages;
+  const Clock& clock = mSurroundings.files.store.clock();
+  double next = 0;
   std::string lastPath;
   CopyRun run(plan, ownerOf(settings), limitOf(settings),
               {.control = mSurroundings.control,
@@ -165,6 +170,10 @@ void ExecuteRun::execute(const CopyPlan& plan, const ZAN_Value& settings, Execut
                    if (messages.mode() == ExecuteMessages::veryDetailed)
                      std::cout << lastPath << std::endl;
                  }
+                 // A tree of small files brings news thousands of times a second.
+                 const double now = clock.monotonic();
+                 if (now < next) return;
+                 next = now + kNewsInterval;
                  messages.postProgress(progress, false);
                  if (!lastPath.empty()) records.workingOn(lastPath);
                }});

@@ -65,10 +65,13 @@ bool isOctal(char letter) { return letter >= '0' && letter <= '7'; }
 
 }  // namespace
 
-std::vector<std::string> RsyncOutput::arguments() {
+std::vector<std::string> RsyncOutput::arguments(bool isAtOnce) {
   // "@" tells an item's line from the progress lines; a name comes last, since it may hold blanks.
-  return {"--outbuf=L", "--no-human-readable", "--info=progress2,name0,flist0,del0,stats2",
-          "--out-format=@%i %l %n"};
+  std::vector<std::string> words{"--no-human-readable", "--out-format=@%i %l %n"};
+  words.emplace_back(isAtOnce ? "--outbuf=L" : "--outbuf=B");
+  words.emplace_back(std::string("--info=") + (isAtOnce ? "progress2," : "") +
+                     "name0,flist0,del0,stats2");
+  return words;
 }
 
 std::string RsyncOutput::decodedName(std::string_view text) {

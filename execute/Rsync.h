@@ -42,8 +42,9 @@ class RsyncOutput {
   explicit RsyncOutput(std::vector<Place> places, std::function<void(const Item&)> onItem = {})
       : mPlaces(std::move(places)), mOnItem(std::move(onItem)) {}
 
-  /// The words of rsync's command line that make it speak as this class listens.
-  static std::vector<std::string> arguments();
+  /// The words of rsync's command line that make it speak as this class listens; `isAtOnce`: also
+  /// while a file is copied, and not only now and then.
+  static std::vector<std::string> arguments(bool isAtOnce = true);
 
   void readOutput(std::string_view bytes);  ///< from the standard output
   void readErrors(std::string_view bytes);  ///< from the standard error
