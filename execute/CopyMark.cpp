@@ -61,7 +61,8 @@ Outcome CopyMark::write(const HeldFolder& copy) const {
                                                              {"reference", reference},
                                                              {"title", title},
                                                              {"source", source},
-                                                             {"volume", volume}}));
+                                                             {"volume", volume}}),
+                                      {.plain = true});
   if (!text) return text.error();
   text->push_back('\n');
   const std::string fresh = std::string(kName) + ".new";
