@@ -40,6 +40,12 @@ MailServer::MailServer() {
     mTrouble = "python3-aiosmtpd is not installed";
     return;
   }
+  mScript = std::make_unique<ServerScript>(
+      std::vector<std::string>{kPython, "-Wignore", tools + "/smtpd.py", certificates, mailbox});
+  if (mScript->ports.empty()) mTrouble = "the mail servers did not start";
+}
+
+ServerScript::ServerScript(const std::vector<std::string>& arguments) {
   std::array<int, 2> input{}, output{};
   if (pipe2(input.data(), O_CLOEXEC) != 0 || pipe2(output.data(), O_CLOEXEC) != 0) std::abort();
   posix_spawn_file_actions_t actions;
@@ -47,27 +53,27 @@ MailServer::MailServer() {
   posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  std::string script = tools + "/smtpd.py", quiet = "-Wignore", python = kPython;
-  std::string folder = certificates, box = mailbox;
-  std::array<char*, 6> arguments{python.data(), quiet.data(), script.data(),
-                                 folder.data(), box.data(),   nullptr};
-  if (posix_spawn(&mPid, kPython, &actions, nullptr, arguments.data(), environ) != 0) std::abort();
+  std::vector<std::string> words = arguments;
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  if (posix_spawn(&mPid, pointers[0], &actions, nullptr, pointers.data(), environ) != 0)
+    std::abort();
   posix_spawn_file_actions_destroy(&actions);
   close(input[0]);
   close(output[1]);
   mInput = input[1];
-  // It says where it listens, in one line, once it does.
   std::string line;
   for (char c = 0; read(output[0], &c, 1) == 1 && c != '\n';) line += c;
   close(output[0]);
-  std::istringstream words(line);
-  for (std::string word; words >> word;)
-    mPorts[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
-  if (mPorts.empty()) mTrouble = "the mail servers did not start";
+  std::istringstream all(line);
+  for (std::string word; all >> word;) {
+    const std::size_t at = word.find_first_of("=!");
+    (word[at] == '!' ? troubles : ports)[word.substr(0, at)] = word.substr(at + 1);
+  }
 }
 
-MailServer::~MailServer() {
-  if (mPid < 0) return;
+ServerScript::~ServerScript() {
   close(mInput);
   waitpid(mPid, nullptr, 0);
 }
