@@ -195,6 +195,31 @@ struct ZAN_StringUtils::State {
   }
 };
 
+std::string ZAN_StringUtils::oneLine(std::string_view text) {
+  std::string line(text);
+  for (char& letter : line) {
+    if (static_cast<unsigned char>(letter) < ' ' || letter == '\x7f') letter = ' ';
+  }
+  // Next line, line separator and paragraph separator.
+  for (const std::string_view end : {"\u0085", "\u2028", "\u2029"}) {
+    for (auto at = line.find(end); at != std::string::npos; at = line.find(end, at))
+      line.replace(at, end.size(), " ");
+  }
+  return line;
+}
+
+std::string ZAN_StringUtils::oneEntry(std::string_view text) {
+  std::string entry;
+  while (!text.empty()) {
+    const auto end = std::min(text.find('\n'), text.size());
+    if (!entry.empty()) entry += "    ";
+    entry += oneLine(text.substr(0, end));
+    if (end < text.size()) entry += '\n';
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return entry;
+}
+
 std::string_view ZAN_StringUtils::trimmed(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r\n";
   const auto first = text.find_first_not_of(kBlanks);

@@ -50,6 +50,12 @@ class ZAN_StringUtils {
 
   /// Without blanks, tabs and line ends at both ends.
   static std::string_view trimmed(std::string_view text);
+  /// The text as it may stand in a line: control characters and every kind of line end become
+  /// blanks.
+  static std::string oneLine(std::string_view text);
+  /// The text as one entry of a file of lines: what follows a line end is set in, so that it cannot
+  /// be taken for another entry. A line end at the end stays.
+  static std::string oneEntry(std::string_view text);
   /// "07"; a longer number has its own length. None is negative.
   static std::string twoDigits(std::int64_t number);
   /// 1:02:03; hours grow as they must. Less than nothing is nothing.

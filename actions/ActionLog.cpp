@@ -136,7 +136,7 @@ std::string ActionLog::messageForEntry(const ZAN_Value& entry) {
   for (const char* key : {"F", "P"}) {
     if (!entry[key].stringView().empty()) message += " - " + entry.string(key);
   }
-  return message;
+  return ZAN_StringUtils::oneLine(message);
 }
 
 void ActionLog::whenSaved(std::function<void()> body) {

@@ -23,10 +23,11 @@ void CompleteLog::initCreateCompleteLogForAction(const ZAN_Value& settings,
 
 void CompleteLog::addToCompleteLogFile(std::string_view text, bool addDate) {
   if (!mMustCreate) return;
-  if (!addDate) return append(ZAN_StringUtils::format(">%@\n", {text}));
+  const std::string entry = ZAN_StringUtils::oneEntry(text);
+  if (!addDate) return append(ZAN_StringUtils::format(">%@\n", {entry}));
   static const ZAN_DateUtils kUniversal("UTC", "C");
   const std::string date = kUniversal.format(mFiles.clock().now(), "%Y-%m-%d %H:%M:%S +0000");
-  append(ZAN_StringUtils::format("%@ - %@\n", {date, text}));
+  append(ZAN_StringUtils::format("%@ - %@\n", {date, entry}));
 }
 
 void CompleteLog::append(std::string_view text) {

@@ -90,7 +90,9 @@ std::optional<ReferenceTime> ProgrammedAction::getCreationDate() const {
   return mSettings["CreationDate"].asDate();
 }
 
-std::string ProgrammedAction::getTitle() const { return mSettings.string("Title"); }
+std::string ProgrammedAction::getTitle() const {
+  return ZAN_StringUtils::oneLine(mSettings["Title"].stringView());
+}
 
 std::string ProgrammedAction::getShortcut() const { return mSettings.string("Shortcut"); }
 

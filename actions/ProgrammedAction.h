@@ -64,7 +64,7 @@ class ProgrammedAction {
   /// "Ref"; 0 without a record.
   std::int64_t getReference() const { return mReference; }
   std::optional<ReferenceTime> getCreationDate() const;
-  std::string getTitle() const;     ///< empty when missing
+  std::string getTitle() const;     ///< in one line; empty when missing
   std::string getShortcut() const;  ///< empty when missing
   std::int64_t getBackGroundColor() const;
   bool isFavorite() const;

@@ -58,7 +58,7 @@ void TextFiles::addToLogFile(std::string_view text) {
   std::string log = asciiOf(textAt(path));
   if (log.size() >= kShortLogLimit) log.erase(0, kShortLogCut);
   const std::string date = mDates.calendar().format(mFiles.clock().now(), "%Y-%m-%d %H:%M:%S");
-  log += asciiOf(date + "\n" + applicationName() + "\n" + std::string(text) + "\n");
+  log += asciiOf(date + "\n" + applicationName() + "\n" + ZAN_StringUtils::oneEntry(text) + "\n");
   writeText(path, log);
 }
 
@@ -66,7 +66,8 @@ void TextFiles::addToCheckPackagesFile(std::string_view text) {
   const DataFiles::Lock held = mFiles.lock(DataFolder::kCheckPackages);
   const std::string path = mFiles.folder().dataFolderPathWithFileName(DataFolder::kCheckPackages);
   const std::string date = mDates.strings().getShortTimeDate(mFiles.clock().now());
-  writeText(path, ZAN_StringUtils::format("%@%@ - %@\n", {textAt(path), date, text}));
+  writeText(path, ZAN_StringUtils::format("%@%@ - %@\n",
+                                          {textAt(path), date, ZAN_StringUtils::oneLine(text)}));
 }
 
 void TextFiles::addLastExecution(std::string_view text, const std::string& rootPath) {
@@ -75,7 +76,8 @@ void TextFiles::addLastExecution(std::string_view text, const std::string& rootP
   const std::string old = textAt(path);
   const std::string date = mDates.strings().getShortTimeDate(mFiles.clock().now());
   const std::string_view kept = firstLines(old, kLastExecutionsLimit, kLastExecutionsKept);
-  writeText(path, ZAN_StringUtils::format("%@ %@\n%@", {date, text, kept}));
+  writeText(path,
+            ZAN_StringUtils::format("%@ %@\n%@", {date, ZAN_StringUtils::oneLine(text), kept}));
 }
 
 void TextFiles::saveCurrentPath(std::string_view path) {
@@ -127,7 +129,8 @@ void TextFiles::addToReportFile(std::string_view text) {
   const Outcome added = ZAN_FilesUtils::appendToFile(
       path,
       ZAN_StringUtils::format("%@ (%@) - %@\n",
-                              {mDates.strings().getShortTimeDate(now), applicationName(), text}),
+                              {mDates.strings().getShortTimeDate(now), applicationName(),
+                               ZAN_StringUtils::oneEntry(text)}),
       false);
   if (!added) mFiles.systemLog().write(added.error().text);
 }

@@ -13,8 +13,9 @@ namespace corvana {
 class LocalDates;
 class Machine;
 
-/// The small plain-text files that people read. A file that cannot be read counts as empty;
-/// failures to write are logged. Thread: main.
+/// The small plain-text files that people read. A text of several lines is set in from its second
+/// line on, so that a name with a line end in it makes no entry of its own. A file that cannot be
+/// read counts as empty; failures to write are logged. Thread: main.
 class TextFiles {
  public:
   TextFiles(DataFiles& files, Machine& machine, LocalDates& dates);

@@ -159,13 +159,7 @@ std::string TextForm::field(std::string_view field, const ZAN_Value& record,
   }
 }
 
-std::string printable(std::string_view text) {
-  std::string result(text);
-  for (char& letter : result) {
-    if (static_cast<unsigned char>(letter) < ' ' || letter == '\x7f') letter = ' ';
-  }
-  return result;
-}
+std::string printable(std::string_view text) { return ZAN_StringUtils::oneLine(text); }
 
 std::string jsonText(const ZAN_Value& value, bool compact) {
   const auto json =

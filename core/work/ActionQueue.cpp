@@ -217,8 +217,12 @@ std::size_t ActionQueue::enqueueActionsDueWithinAMinute(std::span<const NextActi
   batch([&] {
     for (const NextAction& next : nextActions) {
       if (!next.hasDate || next.date - now >= kLookAhead) continue;
+      // What may not be launched by hand is not launched ahead of its date either.
+      const ProgrammedAction* const action = m.tree.rootItem().actionForReference(next.ref);
+      if (action != nullptr && action->getSettings().integer("TriggerPreventManualLaunch") != 0)
+        continue;
       const auto addition =
-          add({next.ref, next.date, 0}, -1, true, false, std::max(now, next.date));
+          add({next.ref, next.date, 0}, -1, false, false, std::max(now, next.date));
       if (addition == QueueAddition::queued) ++added;
     }
   });

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 
@@ -21,8 +22,8 @@ struct NextAction {
 
   bool operator==(const NextAction&) const = default;
 
-  std::string name() const { return title.string(); }
-  std::string shortcut() const { return shortcutText.string(); }
+  std::string name() const { return ZAN_StringUtils::oneLine(title.stringView()); }
+  std::string shortcut() const { return ZAN_StringUtils::oneLine(shortcutText.stringView()); }
   /// {"Date" (only with a date), "Ref", "ActionType", "Name", "Shortcut"}; a group has "Group" (its
   /// reference), "Name" and "Shortcut".
   ZAN_Value toValue() const;

@@ -25,6 +25,26 @@ StartVerdict::Hours hoursOfToday(const Schedule& schedule, const ActionsTools& t
   return {bound(schedule.allowedFrom), bound(schedule.allowedTo)};
 }
 
+ReferenceTime nextDay(const ActionsTools& tools) { return tools.calendar().nextDay(tools.now()); }
+
+/// When hours of another time of the day begin.
+std::optional<ReferenceTime> beginOf(const StartVerdict::Hours& hours, const Schedule& schedule,
+                                     const ActionsTools& tools) {
+  if (hours.neverCome()) return std::nullopt;
+  if (tools.now() < hours.from) return hours.from;
+  const ZAN_DateUtils& calendar = tools.calendar();
+  return calendar.timeOfDay(
+      nextDay(tools), schedule.allowedFrom ? calendar.secondsInDay(*schedule.allowedFrom) : 0);
+}
+
+/// Whether tomorrow may bring a date that today does not show.
+bool beginsAnew(const Schedule& schedule, std::optional<ReferenceTime> date,
+                const ActionsTools& tools) {
+  if (schedule.kind == ScheduleKind::hourly || schedule.kind == ScheduleKind::threeHourly)
+    return !date || *date >= nextDay(tools);
+  return !date && (schedule.kind == ScheduleKind::minutes || !schedule.list.empty());
+}
+
 bool concernsMountedVolume(const ZAN_Value& settings, const StartSituation& situation) {
   const auto sources = ActionsTools::getSourcesForAction(settings);
   if (sources.empty()) return false;
@@ -48,7 +68,10 @@ void lookAtEvents(StartVerdict& verdict, const TriggerSettings& trigger, const A
       const auto last = tools.getLastScheduleDateForSettings(trigger.schedule, false);
       verdict.startedByEvent = !last || situation.startOfIdleTime > *last + kBeforeIdleTime;
     } else {
-      verdict.lookAgainIn = kSeldom;
+      // A tick later than the end of the span, when that comes first.
+      constexpr double kTick = 0.5;
+      verdict.lookAgainIn =
+          std::clamp(situation.startOfIdleTime + span + kTick - tools.now(), kTick, kSeldom);
     }
   } else if (trigger.schedule.kind == ScheduleKind::applicationQuit &&
              !situation.scheduleDisabled) {
@@ -71,7 +94,10 @@ StartVerdict StartVerdict::of(const ProgrammedAction& action, const ActionsTools
   if (schedule.hasAllowedHours) {
     verdict.hours = hoursOfToday(schedule, tools);
     verdict.inHours = verdict.hours->contain(tools.now());
-    if (!situation.goesOn && !verdict.inHours) return verdict;
+    if (!verdict.inHours) {
+      verdict.changesAt = beginOf(*verdict.hours, schedule, tools);
+      if (!situation.goesOn) return verdict;
+    }
   }
   if (!situation.mountedDevice.empty()) {
     verdict.startedByEvent = schedule.kind == ScheduleKind::volumeMounted &&
@@ -86,7 +112,11 @@ StartVerdict StartVerdict::of(const ProgrammedAction& action, const ActionsTools
   bool shutDown = false;
   verdict.date =
       tools.getNextScheduleDateForSettings(schedule, situation.firstAfterStartup, &shutDown);
-  if (shutDown) verdict.date.reset();
+  if (shutDown) {
+    verdict.date.reset();
+  } else if (!verdict.changesAt && beginsAnew(schedule, verdict.date, tools)) {
+    verdict.changesAt = nextDay(tools);
+  }
   return verdict;
 }
 

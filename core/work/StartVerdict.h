@@ -53,6 +53,9 @@ struct StartVerdict {
   bool startedByEvent = false;
   /// So many seconds later the event may have come.
   std::optional<double> lookAgainIn = {};
+  /// Then the verdict may be another one although no date says so: the allowed hours begin, or a
+  /// series that begins anew with each day does.
+  std::optional<ReferenceTime> changesAt = {};
   /// By its schedule, due when it has come; nothing for an occasion at shutdown, nor where an event
   /// or something in the way has decided.
   std::optional<ReferenceTime> date = {};

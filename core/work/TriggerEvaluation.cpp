@@ -52,7 +52,7 @@ struct TriggerEvaluation::Walk {
   bool onlyListing;  ///< nothing is enqueued, no deadline moves
   bool collectsNotExecuted;
   ReferenceTime startOfNextAction;
-  ZAN_Value nextTitle{};
+  std::string nextTitle{};
   bool foundNext = false;
 
   /// What is to be queued when the walk is over, and when it was due.
@@ -207,6 +207,7 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
       action.schedule().kind == ScheduleKind::idle)
     mIdleTimeScheduling = true;
   if (verdict.lookAgainIn) state.checkAtTheLatestAt(now + *verdict.lookAgainIn);
+  if (verdict.changesAt && !walk.onlyListing) state.checkAtTheLatestAt(*verdict.changesAt);
   if (verdict.startedByEvent) {
     enqueueDueSince(now);
     return;
@@ -225,7 +226,7 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
   state.checkAtTheLatestAt(*date);
   if (*date < walk.startOfNextAction) {
     walk.startOfNextAction = *date;
-    walk.nextTitle = mActionsNextList[listed].title;
+    walk.nextTitle = mActionsNextList[listed].name();
     walk.foundNext = true;
   }
 }
@@ -234,7 +235,7 @@ void TriggerEvaluation::nameNextAction(const Walk& walk) {
   mNextActionText.clear();
   if (walk.foundNext) {
     mNextActionText = m.texts.text(
-        "NextAction", {walk.nextTitle.string(), m.strings.getShortTime(walk.startOfNextAction)});
+        "NextAction", {walk.nextTitle, m.strings.getShortTime(walk.startOfNextAction)});
     mListNextWasUpdated = false;
   }
   if (!mQueue.headIsRunning()) m.state.mStatusTitle = mNextActionText;

@@ -28,7 +28,8 @@ void NotExecutedNotice::actionNotExecutedSince(const ZAN_Value& settings) {
   const auto since = TriggerEvaluation::lastSignOfLife(settings);
   if (!since) return;
   const auto days = static_cast<std::int64_t>((m.platform.clock.now() - std::trunc(*since)) / kDay);
-  const std::string text = m.texts.text("ActionNotExecutedSince", {settings.string("Title"), days});
+  const std::string text = m.texts.text(
+      "ActionNotExecutedSince", {ZAN_StringUtils::oneLine(settings["Title"].stringView()), days});
   const std::int64_t ways = settings.integer("TriggerNotificationNotExecuted");
   if (ways == 1 || ways == 3) m.messages.displayStandardMessage(text, LogCode::message);
   if (ways == 2 || ways == 3) sendByMail(text);

@@ -144,7 +144,7 @@ std::string ReportComposer::volumes(ReferenceTime last, ReferenceTime now) const
     const std::uint64_t total = described.volumeSize();
     const FreeSpace space = freeSpace(*records, last, now);
     if (total == 0 || !space.seen) continue;
-    const std::string name(described.volumeName());
+    const std::string name = ZAN_StringUtils::oneLine(described.volumeName());
     const std::uint64_t lowest = percentOf(space.lowest, total);
     std::string line = m.texts.text(
         "ReportDiskSize", {name, m.strings.getShortSizeBytes(total), percentOf(space.last, total),

@@ -14,6 +14,7 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "platform/Processes.h"
 #include "platform/linux/DeviceFacts.h"
 
@@ -279,7 +280,9 @@ Syslog::Syslog() { openlog("corvana9", LOG_PID, LOG_USER); }
 
 Syslog::~Syslog() { closelog(); }
 
-void Syslog::write(const std::string& line) { syslog(LOG_NOTICE, "%s", line.c_str()); }
+void Syslog::write(const std::string& line) {
+  syslog(LOG_NOTICE, "%s", ZAN_StringUtils::oneLine(line).c_str());
+}
 
 void StandardErrorLog::write(const std::string& line) {
   const time_t now = time(nullptr);
@@ -288,7 +291,7 @@ void StandardErrorLog::write(const std::string& line) {
   std::array<char, 16> clock{};
   strftime(clock.data(), clock.size(), "%H:%M:%S", &fields);
   // One call, so that lines of several threads do not mix.
-  std::fprintf(stderr, "%s %s\n", clock.data(), line.c_str());
+  std::fprintf(stderr, "%s %s\n", clock.data(), ZAN_StringUtils::oneEntry(line).c_str());
 }
 
 }  // namespace corvana

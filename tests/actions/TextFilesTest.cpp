@@ -1,7 +1,8 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
-#include "StoreHome.h"
 #include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "actions/ActionLog.h"
+#include "tests/actions/TreeHome.h"
 
 namespace corvana {
 namespace {
@@ -74,6 +75,28 @@ TEST_F(Texts, ReportsAreOfTheLocalDay) {
   machine.machine.timeZone = "UTC";
   EXPECT_EQ(store.texts().reportEmailFileNameForDate(machine.clock.now()),
             data() + "/Reports/20240102 Corvana Email Report.txt");
+}
+
+TEST_F(Texts, NoNameMakesAnEntryOfItsOwn) {
+  const std::string forged =
+      "Photos\n1/2/24 12:00 PM (Corvana 9 Scheduler) - All is well\r\xE2\x80\xA8!";
+  store.texts().addToReportFile("Start of \"" + forged + "\"");
+  store.texts().addToLogFile(forged);
+  store.texts().addToCheckPackagesFile(forged);
+  EXPECT_THAT(
+      text(store.texts().reportFileNameForDate({})),
+      testing::EndsWith("Start of \"Photos\n    1/2/24 12:00 PM (Corvana 9 Scheduler) - All "
+                        "is well  !\"\n"))
+      << "set in: a line of the entry before it";
+  EXPECT_THAT(text(data() + "/Corvana Log.txt"), testing::HasSubstr("Photos\n    1/2/24"));
+  const ZAN_Value entry = ZAN_Value::dictionary({{"C", 2}, {"N", "a\nb"}, {"P", "/c\r\n/d"}});
+  EXPECT_EQ(ActionLog::messageForEntry(entry), "Action \"a b\" completed - /c  /d");
+  TreeHome home(machine);
+  ZAN_Value record = ZAN_Value::dictionary({{"Title", forged}, {"Ref", 7}});
+  home.tree.rootItem().addActionsFromList(ZAN_Value::array({record}), false, std::nullopt);
+  const ProgrammedAction& action = home.tree.rootItem().childAtIndex(0);
+  EXPECT_EQ(action.getTitle().find('\n'), std::string::npos);
+  EXPECT_EQ(action.getSettings().string("Title"), forged) << "what is stored stays";
 }
 
 TEST_F(Texts, TheCompleteLogBelongsToOneExecution) {

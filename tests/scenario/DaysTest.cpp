@@ -26,6 +26,28 @@ TEST(Days, DueActionsRunOnceAndAreRecorded) {
   EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1, 1, 1, 1, 21, 20, 1}));
 }
 
+TEST(Days, WhatIsDueSoonAfterItsHoursBeginIsOnTime) {
+  Scenario day("2024-01-02 19:07:00");
+  const ReferenceTime begin = day.machine.clock.now();
+  const auto within = [&](ZAN_Value record, const char* from, const char* to) {
+    record.setValue("TriggerAllowedHours", 1);
+    record.setValue("TriggerAllowedHoursFrom", ZAN_Value::date(day.timeOfDay(from)));
+    record.setValue("TriggerAllowedHoursTo", ZAN_Value::date(day.timeOfDay(to)));
+    return record;
+  };
+  day.action("Short", within(daily(day.timeOfDay("08:02"), begin), "08:00", "08:04"));
+  day.action("First", within(hourly(begin), "09:00", "09:30"));
+  day.action("Midnight", within(hourly(begin), "00:00", "22:30"));
+  day.writeTree();
+  day.start();
+  day.runUntil("2024-01-03 10:00:00");
+  const std::string done = day.executions();
+  for (const char* const line : {"2024-01-03 08:02:0", "2024-01-03 09:00:0", "2024-01-03 00:00:0"})
+    EXPECT_NE(done.find(line), std::string::npos) << line << '\n' << done;
+  for (const std::string& line : day.report())
+    EXPECT_EQ(line.find("by hand"), std::string::npos) << line << ": by its schedule";
+}
+
 TEST(Days, ARestartWhenIdleLosesNothingThatWasJustLaunched) {
   Scenario day;
   const std::int64_t photos =
