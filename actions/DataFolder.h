@@ -27,6 +27,8 @@ class DataFolder {
   /// Locked by the one agent of this folder.
   static constexpr std::string_view kInstanceLock = ".Corvana 9 Scheduler.lock";
   static constexpr std::string_view kActivity = "Corvana 9 Activity.cva9data";
+  /// The last evaluation of the actions, and what was missed since.
+  static constexpr std::string_view kLastLook = "Corvana 9 Scheduler Look.cva9data";
   static constexpr std::string_view kVolumesInfo = "Corvana 9 Volumes Info.cva9data";
   /// Of other programs: records of free space to be taken in.
   static constexpr std::string_view kMoreVolumesInfo = "Corvana 9 Volumes Info+.cva9data";

@@ -136,6 +136,8 @@ Answer addCommand(Arguments& arguments, const Console& console) {
                                     {"Mode", 2},
                                     {"OptionsPerformer", "corvana9"},
                                     {"TriggerAutomatic", 0},
+                                    {"TriggerMakeUpMissed", 1},
+                                    {"TriggerAgeAlarm", 1},
                                     {"SaveEditDate", ZAN_Value::date(home.now())}});
     action.applyTo(record, home);
     if (Outcome runs = action.checkThatItRuns(record, home, console); !runs) return runs;

@@ -19,6 +19,8 @@ constexpr double kSecondsForADisk = 30;
 constexpr int kCopy = 2;
 constexpr int kSynchronise = 3;
 
+constexpr std::array<std::pair<std::string_view, int>, 2> kOnOrOff{{{"on", 1}, {"off", 0}}};
+
 constexpr int number(ActionContext context) { return static_cast<int>(context); }
 
 /// The number that goes with the option's word.
@@ -132,6 +134,8 @@ ActionWords::ActionWords(Arguments& arguments)
                            {"home", number(ActionContext::home)},
                            {"nomad", number(ActionContext::nomad)},
                            {"any", number(ActionContext::none)}}})),
+      mMakeUp(choice<2>(arguments, "--make-up", kOnOrOff)),
+      mAgeAlarm(choice<2>(arguments, "--age-alarm", kOnOrOff)),
       mDeleteLimit(arguments.number("--delete-limit", 0, 100)),
       mGroup(arguments.number("--group", 0, INT64_MAX)),
       mAdopts(arguments.flag("--adopt")),
@@ -145,7 +149,8 @@ bool ActionWords::isEmpty() const { return fitsGroup() && !mTitle && !mShortcut 
 
 bool ActionWords::fitsGroup() const {
   return !mSchedule.isGiven() && mSources.empty() && !mDestination && !mMode && !mContext &&
-         !mDeleteLimit && !mAdopts && mExcluded.empty() && mTakenBack.empty();
+         !mMakeUp && !mAgeAlarm && !mDeleteLimit && !mAdopts && mExcluded.empty() &&
+         mTakenBack.empty();
 }
 
 Outcome ActionWords::describeFolders(CommandHome& home) {
@@ -199,6 +204,8 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   }
   if (mAdopts) record.setValue(CopyKey::takesOver, 1);
   if (mContext) record.setValue("TriggerContextPopup", *mContext);
+  if (mMakeUp) record.setValue("TriggerMakeUpMissed", *mMakeUp);
+  if (mAgeAlarm) record.setValue("TriggerAgeAlarm", *mAgeAlarm);
   if (!mSourceDescriptions.empty()) {
     record.setValue("ItemsSource", mSourceDescriptions.front().toValue());
     ZAN_Value list = ZAN_Value::array();

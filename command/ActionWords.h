@@ -51,6 +51,8 @@ class ActionWords {
   std::optional<std::string> mShortcut;
   std::optional<int> mMode;
   std::optional<int> mContext;
+  std::optional<int> mMakeUp;
+  std::optional<int> mAgeAlarm;
   std::optional<std::int64_t> mDeleteLimit;
   std::optional<std::int64_t> mGroup;
   bool mAdopts = false;

@@ -9,6 +9,7 @@
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "core/record/Preferences.h"
+#include "core/work/AgeAlarm.h"
 #include "core/work/QueueRecord.h"
 
 namespace corvana {
@@ -39,7 +40,19 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
                               [](const QueueRecord& record) { return !record.begun; });
   ZAN_Value runs = ZAN_Value::array();
   ZAN_Value events = ZAN_Value::array();
+  ZAN_Value overdue = ZAN_Value::array();
   if (home.isThere()) {
+    ProgrammedAction::Nodes actions;
+    home.tree().rootItem().getListOfAllProgrammedActions(actions);
+    for (const ProgrammedAction* action : actions) {
+      const auto since = AgeAlarm::overdueSince(*action, home.calendar(), home.now());
+      if (!since) continue;
+      overdue.append(ZAN_Value::dictionary(
+          {{"ref", action->getReference()},
+           {"title", action->getTitle()},
+           {"since", ZAN_Value::date(*since)},
+           {"days", static_cast<std::int64_t>((home.now() - *since) / 86400)}}));
+    }
     const ZAN_Value coming = home.comingRuns(kRuns, agent.circumstances());
     for (ZAN_Value run : coming.elements()) {
       run.removeKey("shutdown");
@@ -65,6 +78,7 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
        {"current", status["current"]},
        {"waiting", waiting},
        {"hold", status["hold"]},
+       {"noSuccess", overdue},
        {"next", runs},
        {"log", events},
        {"status", status}});
@@ -83,6 +97,7 @@ constexpr std::string_view kStatusLines =
     "{current!{agent!{executing?Executing: an execute program runs\n}}}"
     "Waiting in the queue: {waiting}\n{hold?{hold.text}\n}"
     "{errorCode?There were failures: corvana9 log\n}"
+    "{noSuccess*No success for {days} days: {:action}\n}"
     "{next?Next:\n}{next!Next: no run is scheduled\n}{next*  {date:date}  {:action}{:held}\n}"
     "{log?Last events:\n{log*  {date:date}  {text}\n}}";
 

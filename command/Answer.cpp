@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 
 namespace corvana {
 

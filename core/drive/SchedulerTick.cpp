@@ -80,6 +80,8 @@ std::vector<TickRow> SchedulerTick::ownRows() {
          m.state.checkAt(mNow + kCheckInterval);
          mWork.evaluation.checkActionsToLaunch();
        }},
+      {"age alarm", 1, [this] { return mWork.ageAlarm.nextLook(); },
+       [this](auto) { mWork.ageAlarm.look(mWork.evaluation.calendar()); }},
       {"volumes", 1, [&] { return machine.volumeWatch.nextSaving(); },
        [&](auto) { machine.volumeWatch.saveVolumesInfos(); }},
       {"start-up disk", 20, [&] { return onceIf(machine.startupDisk.logs()); },

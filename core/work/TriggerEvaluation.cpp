@@ -51,6 +51,7 @@ struct TriggerEvaluation::Walk {
   StartSituation situation;
   bool onlyListing;  ///< nothing is enqueued, no deadline moves
   bool collectsNotExecuted;
+  bool looksBack;
   ReferenceTime startOfNextAction;
   std::string nextTitle{};
   bool foundNext = false;
@@ -71,7 +72,8 @@ TriggerEvaluation::TriggerEvaluation(Records& records, VolumeIdentity& volumes, 
       mVolumes(volumes),
       mQueue(queue),
       mCalendar(m.platform.machine.timeZoneName(), m.platform.machine.regionName()),
-      mStartOfNextAction(m.state.deadlines) {}
+      mStartOfNextAction(m.state.deadlines),
+      mMissedRuns(records) {}
 
 void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mountedDevice) {
   const ReferenceTime now = m.platform.clock.now();
@@ -82,6 +84,7 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
   }
   state.mMainAppLaunched = m.siblingWatch.isMainAppLaunched();
   if (state.mScheduleDisabled && state.mFirstCheckAfterStartup) {
+    if (m.preferences.mPrefScheduleDisabled != 0) mMissedRuns.nobodyWantsAny(mCalendar);
     state.checkAt(now + (state.mMainAppLaunched ? 1.0 : 5.0));
     return;
   }
@@ -108,12 +111,16 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
                     .startOfIdleTime = state.mStartOfIdleTime.at()},
       .onlyListing = false,
       .collectsNotExecuted = userIsActive && !mNotificationNotExecutedDone,
+      // While the agent starts, execution is off although the user has not switched it off.
+      .looksBack =
+          !mountedDevice && (!state.mScheduleDisabled || m.preferences.mPrefScheduleDisabled != 0),
       .startOfNextAction = now + kYear};
   // A mount is no occasion for actions that wait for the end of an application: what ended since is
   // kept for the next full evaluation.
   if (!mountedDevice) updateAppLists();
   mActionsNextList.clear();
   mIdleTimeScheduling = false;
+  if (walk.looksBack) mMissedRuns.begin(mCalendar);
   walkGroup(walk, root);
   enqueue(walk);
 
@@ -124,6 +131,7 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
     state.checkAt(now + 60.0);
     mStartOfNextAction.clear();
   }
+  if (walk.looksBack) mMissedRuns.end();
   if (userIsActive) mNotificationNotExecutedDone = true;
   if (mountedDevice)
     // All but the actions of that volume are listed without their dates.
@@ -140,6 +148,7 @@ void TriggerEvaluation::rebuildActionsList() {
             .situation = {.context = static_cast<ActionContext>(m.state.mContext)},
             .onlyListing = true,
             .collectsNotExecuted = false,
+            .looksBack = false,
             .startOfNextAction = 0};
   mActionsNextList.clear();
   walkGroup(walk, m.tree.rootItem());
@@ -211,6 +220,14 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
   if (verdict.startedByEvent) {
     enqueueDueSince(now);
     return;
+  }
+  if (walk.looksBack) {
+    if (const auto missed = mMissedRuns.dueNow(action, verdict)) {
+      m.store.texts().addToReportFile(m.texts.text(
+          "ReportRunMadeUp", {action.getTitle(), m.strings.getShortTimeDate(*missed)}));
+      enqueueDueSince(*missed);
+      state.checkAtTheLatestAt(now + 5.0);
+    }
   }
   const auto date = verdict.date;
   if (!date) return;

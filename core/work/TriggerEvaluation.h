@@ -10,6 +10,7 @@
 #include "core/record/Deadline.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ApplicationLists.h"
+#include "core/work/MissedRuns.h"
 #include "core/work/NextAction.h"
 
 namespace corvana {
@@ -96,6 +97,7 @@ class TriggerEvaluation {
   bool mNotificationNotExecutedDone = false;
   std::deque<ZAN_Value> mNotificationNotExecutedSince;
   ApplicationLists mApplications;
+  MissedRuns mMissedRuns;
 };
 
 }  // namespace corvana

@@ -2,6 +2,7 @@
 
 #include "core/record/Records.h"
 #include "core/work/ActionQueue.h"
+#include "core/work/AgeAlarm.h"
 #include "core/work/Announce.h"
 #include "core/work/AutomaticExecution.h"
 #include "core/work/Contexts.h"
@@ -22,7 +23,8 @@ struct Work {
         announce(records, queue),
         supervisor(records, queue, evaluation, announce),
         interruptions(records, queue, supervisor),
-        contexts(records, queue) {}
+        contexts(records, queue),
+        ageAlarm(records, queue) {}
 
   VolumeIdentity volumes;
   AutomaticExecution automatic;
@@ -32,6 +34,7 @@ struct Work {
   ExecuteSupervisor supervisor;
   Interruptions interruptions;
   Contexts contexts;
+  AgeAlarm ageAlarm;
 };
 
 }  // namespace corvana

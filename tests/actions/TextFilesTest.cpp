@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "StoreHome.h"
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/ActionLog.h"
 #include "tests/actions/TreeHome.h"

@@ -126,7 +126,7 @@ TEST_F(NextCommandTest, ShowsTheRunsOfTheStoredActions) {
   EXPECT_THAT(mOut, Not(HasSubstr("Off")));
   EXPECT_EQ(std::count(mOut.begin(), mOut.end(), '\n'), 4);
   ASSERT_EQ(run({"next", "--ics", "--count", "2"}), kDone) << mErr;
-  EXPECT_THAT(mOut, HasSubstr("\r\nSUMMARY:Photos\\, \u00e9t\u00e9\\; [1m\r\n"));
+  EXPECT_THAT(mOut, HasSubstr("\r\nSUMMARY:Photos\\, \u00e9t\u00e9\\;  [1m\r\n"));
   EXPECT_THAT(mOut, StartsWith("BEGIN:VCALENDAR\r\n"));
   EXPECT_THAT(mOut, EndsWith("END:VCALENDAR\r\n"));
   ASSERT_EQ(run({"next", "--json", "--count", "1"}), kDone) << mErr;

@@ -92,7 +92,7 @@ TEST_F(ExecuteSupervisorTest, ACrashIsAnsweredByOneNewTry) {
   EXPECT_EQ(lastLogEntry().string("P"), "???");
   EXPECT_THAT(report(), HasSubstr("“A7” ended unexpectedly after 3 s. It is run once more"));
   EXPECT_THAT(report(), HasSubstr("line 52.\n"));
-  EXPECT_THAT(report(), HasSubstr("line 250.\nlast words"));
+  EXPECT_THAT(report(), HasSubstr("line 250.\n    last words"));
   EXPECT_THAT(report(), Not(HasSubstr("line 51.\n")));
   EXPECT_EQ(machine.userInterface.messages.back().seconds, 15.0);
   EXPECT_TRUE(messages.hasPending());
@@ -183,7 +183,7 @@ TEST_F(ExecuteSupervisorTest, AChildThatRunsAtTheEndOfTheAgentIsStoppedAndHeard)
   own.reset();
   EXPECT_TRUE(machine.processes.starts.back()->terminated);
   std::ifstream log(dataFile("Corvana Log.txt"));
-  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(log), {}), HasSubstr("\nfarewell\n"));
+  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(log), {}), HasSubstr("\n    farewell\n"));
 }
 
 TEST_F(ExecuteSupervisorTest, AMissingProgramIsSaidOnceAndTheHeadStays) {
