@@ -328,6 +328,7 @@ void MainScheduler::applicationWillTerminate() {
   Records& m = mRecords;
   if (m.platform.agentObject != nullptr) m.platform.agentObject->disappear();
   mTimer.stop();
+  mWork.supervisor.agentEnds();
   mRemoteControl.stop();
   if (m.state.mMustTerminateWhenAllDone) mMachine.shutdownHelper.end();
   m.preferences.setPref("SchedulerQuitDate", ZAN_Value::date(m.platform.clock.now()));

@@ -93,7 +93,8 @@ constexpr std::string_view kStatusLines =
     "{status.otherStartupDisk?The start-up disk is another one than before; nothing runs until "
     "that is answered.\n}"
     "{current?Executing: {current:action}{current.progress?, {current.progress:rounded} %}"
-    "{current.started?, since {current.started:clock}}{current.retry?, once more after a crash}\n}"
+    "{current.started?, since {current.started:clock}}{current.retry?, once more after a crash}"
+    "{current.stopping?, being stopped}\n{current.stuck?{current.stuck}\n}}"
     "{current!{agent!{executing?Executing: an execute program runs\n}}}"
     "Waiting in the queue: {waiting}\n{hold?{hold.text}\n}"
     "{errorCode?There were failures: corvana9 log\n}"
@@ -226,8 +227,11 @@ Answer tellExecute(const char* object, const char* text, Arguments& arguments,
     if (!agent.answers()) Writer(console, false).complain(agent.absence());
     return Error{ErrorKind::absent, "nothing is being executed"};
   }
-  if (const Outcome posted = agent.client().post({kExecuteName, object, {}}); !posted)
-    return posted.error();
+  // A stop goes by way of the agent, which sees to it that it comes to an end.
+  const bool byAgent = agent.answers() && std::string_view(object) == "ActionStop";
+  const DistributedNotification message{
+      byAgent ? kAgentName : kExecuteName, byAgent ? "StopExecution" : object, {}};
+  if (const Outcome posted = agent.client().post(message); !posted) return posted.error();
   return toldState(text, agent);
 }
 

@@ -32,14 +32,14 @@ void RunningAgent::refresh() {
   } else {
     mPresence = Presence::answers;
     mStatus = *status;
-    mExecuteRuns = mStatus["executing"].boolValue();
+    mExecuteRuns = mStatus["executing"].boolValue() || mStatus["waitsForOther"].boolValue();
     return;
   }
   bool agentRuns = false;
   mExecuteRuns = false;
   for (const auto& process : ProcessTable(mHome.machine().homeFolder()).list()) {
     agentRuns |= process.bundleExecutable == "Corvana 9 Scheduler";
-    mExecuteRuns |= process.bundleExecutable == "Corvana 9 Execute";
+    mExecuteRuns |= process.bundleExecutable == "Corvana 9 Execute" && !process.isDying;
   }
   mPresence = agentRuns ? Presence::silent : Presence::absent;
   mAbsence = agentRuns ? "The agent runs, but cannot be asked: " + reason + "."

@@ -111,7 +111,7 @@ Answer watchCommand(Arguments& arguments, const Console& console) {
                                       leaveIfUnheard();
                                     }});
   printer.state(true);
-  terminations.watch(loop, [&loop](int) { loop.quit(kDone); });
+  terminations.watch(loop, [&loop](const auto&) { loop.quit(kDone); });
   Answer ended;
   ended.code = loop.run();
   return ended;

@@ -379,6 +379,14 @@ void QtUserInterface::ask(Window window, const std::string& title, const std::st
   mPrivate->questions->ask(title, text, buttons, std::move(answer));
 }
 
+void QtUserInterface::askWhich(const std::string& title, const std::string& text,
+                               const std::array<std::string, 2>& choices,
+                               std::function<void(std::optional<int>)> answer) {
+  if (mPrivate->questions == nullptr) return;
+  mPrivate->questions->askWhich(title, text, {choices[0], choices[1]},
+                                mPrivate->text("CancelButton"), std::move(answer));
+}
+
 void QtUserInterface::alert(const std::string& title, const std::string& text,
                             const std::string& button) {
   if (mPrivate->questions != nullptr) mPrivate->questions->ask(title, text, {button, {}}, {});

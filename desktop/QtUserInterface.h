@@ -52,6 +52,9 @@ class QtUserInterface final : public UserInterface {
 
   void ask(Window window, const std::string& title, const std::string& text,
            std::function<void(bool)> answer) override;
+  void askWhich(const std::string& title, const std::string& text,
+                const std::array<std::string, 2>& choices,
+                std::function<void(std::optional<int>)> answer) override;
   void alert(const std::string& title, const std::string& text, const std::string& button) override;
 
  private:

@@ -20,10 +20,19 @@ Questions::~Questions() = default;
 
 void Questions::ask(const std::string& title, const std::string& text, const Buttons& buttons,
                     std::function<void(bool)> answer) {
+  askWhich(title, text, {buttons.confirm}, buttons.refuse,
+           [answer = std::move(answer)](std::optional<int> choice) {
+             if (answer) answer(choice.has_value());
+           });
+}
+
+void Questions::askWhich(const std::string& title, const std::string& text,
+                         const std::vector<std::string>& choices, const std::string& refuse,
+                         std::function<void(std::optional<int>)> answer) {
   auto made = std::make_unique<QMessageBox>();
   QMessageBox* box = made.get();
   box->setAttribute(Qt::WA_QuitOnClose, false);
-  box->setIcon(buttons.refuse.empty() ? QMessageBox::Information : QMessageBox::Question);
+  box->setIcon(refuse.empty() ? QMessageBox::Information : QMessageBox::Question);
   box->setTextFormat(Qt::PlainText);
   box->setText(qt(title));
   box->setInformativeText(qt(text));
@@ -32,22 +41,28 @@ void Questions::ask(const std::string& title, const std::string& text, const But
     const int width = kLeastColumns * box->fontMetrics().averageCharWidth();
     grid->addItem(new QSpacerItem(width, 0), grid->rowCount(), 0, 1, grid->columnCount());
   }
-  const QPushButton* confirm = box->addButton(qt(buttons.confirm), QMessageBox::AcceptRole);
-  if (!buttons.refuse.empty()) {
-    QPushButton* refuse = box->addButton(qt(buttons.refuse), QMessageBox::RejectRole);
-    box->setDefaultButton(refuse);
-    box->setEscapeButton(refuse);
+  std::vector<const QAbstractButton*> buttons;
+  for (const std::string& choice : choices)
+    buttons.push_back(box->addButton(qt(choice), QMessageBox::AcceptRole));
+  if (!refuse.empty()) {
+    QPushButton* button = box->addButton(qt(refuse), QMessageBox::RejectRole);
+    box->setDefaultButton(button);
+    box->setEscapeButton(button);
   }
-  QObject::connect(
-      box, &QMessageBox::finished, box, [this, box, confirm, answer = std::move(answer)](int) {
-        const bool confirmed = box->clickedButton() == confirm;
-        const auto found = std::ranges::find(mOpen, box, [](const auto& one) { return one.get(); });
-        if (found != mOpen.end()) {
-          found->release()->deleteLater();
-          mOpen.erase(found);
-        }
-        if (answer) answer(confirmed);
-      });
+  QObject::connect(box, &QMessageBox::finished, box,
+                   [this, box, buttons = std::move(buttons), answer = std::move(answer)](int) {
+                     const auto clicked = std::ranges::find(buttons, box->clickedButton());
+                     std::optional<int> choice;
+                     if (clicked != buttons.end())
+                       choice = static_cast<int>(clicked - buttons.begin());
+                     const auto found =
+                         std::ranges::find(mOpen, box, [](const auto& one) { return one.get(); });
+                     if (found != mOpen.end()) {
+                       found->release()->deleteLater();
+                       mOpen.erase(found);
+                     }
+                     answer(choice);
+                   });
   mOpen.push_back(std::move(made));
   box->setModal(false);
   box->show();

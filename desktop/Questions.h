@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,11 @@ class Questions {
   /// Calls back with true for the confirming button; closing the window refuses.
   void ask(const std::string& title, const std::string& text, const Buttons& buttons,
            std::function<void(bool)> answer);
+  /// Calls back with the number of the button; with nothing for the refusing one, which is the
+  /// default, and when the window is closed. Without a text there is no refusing button.
+  void askWhich(const std::string& title, const std::string& text,
+                const std::vector<std::string>& choices, const std::string& refuse,
+                std::function<void(std::optional<int>)> answer);
 
  private:
   std::vector<std::unique_ptr<QMessageBox>> mOpen;

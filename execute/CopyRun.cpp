@@ -98,6 +98,8 @@ bool CopyRun::isInOrder() {
       return fail(ExecuteCode::abortedByUser, {});
     case StopReason::volumeGone:
       return fail(ExecuteCode::volumeGone, mGone);
+    case StopReason::sessionEnd:
+      return fail(ExecuteCode::unexpectedError, std::string(kSessionEnded));
   }
   return true;
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
@@ -13,7 +14,8 @@
 namespace corvana {
 
 /// Why a run is to end before it is done.
-enum class StopReason { none, user, volumeGone };
+enum class StopReason { none, user, volumeGone, sessionEnd };
+inline constexpr std::string_view kSessionEnded = "the session of the user ended";
 
 /// What others want of a running copy: stop it, pause it, leave the current item out. Asked for on
 /// the main thread, by messages and signals, and obeyed by the thread that copies. Thread: any.

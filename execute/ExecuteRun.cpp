@@ -147,6 +147,10 @@ void ExecuteRun::estimate(const CopyPlan& plan, ExecuteRecords& records) {
   if (mSurroundings.control.stopReason() != StopReason::none) {
     ExecuteEnd end;
     end.code = ExecuteCode::abortedByUser;
+    if (mSurroundings.control.stopReason() == StopReason::sessionEnd) {
+      end.code = ExecuteCode::unexpectedError;
+      end.reason = kSessionEnded;
+    }
     return records.logged(end);
   }
   records.estimated(files, bytes);

@@ -19,6 +19,8 @@ struct RunningProcess {
   /// The innermost enclosing "X.app" when the executable lies in its Contents/MacOS, else empty.
   std::string bundlePath;
   std::string bundleExecutable;  ///< last path component of the executable
+  /// Of a program in a bundle: it was killed, and the system cannot yet end it.
+  bool isDying = false;
 };
 
 /// A child process. It is passive: nothing happens to the child when the object goes, except that
@@ -31,6 +33,9 @@ class ChildProcess {
   /// The exit code, or the number of the signal that ended it; 0 while it runs.
   virtual int terminationStatus() = 0;
   virtual void terminate() = 0;
+  /// Ends it for good, and what it has started itself unless that went its own way. One that waits
+  /// for a device which does not answer runs on until it does.
+  virtual void kill() = 0;
   /// Ignored when the child has no standard input or has closed it.
   virtual void write(std::string_view data) = 0;
   /// What the child has written to its standard output and error so far and was not yet taken,
@@ -72,6 +77,8 @@ class Processes {
   virtual void observe(std::vector<std::string> bundlePaths, std::function<void()> changed) = 0;
   virtual std::int64_t ownPid() const = 0;
   virtual ReferenceTime ownStart() const = 0;
+  /// Asks a process to end; ignored when it is gone or not ours.
+  virtual void terminate(std::int64_t pid) = 0;
   /// Ends a process for good; ignored when it is gone or not ours.
   virtual void kill(std::int64_t pid) = 0;
   /// Starts an application or opens a document or folder, detached from the agent.

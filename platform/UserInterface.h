@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -105,6 +106,10 @@ class UserInterface {
   /// Asks, and calls back with true for the confirming answer.
   virtual void ask(Window window, const std::string& title, const std::string& text,
                    std::function<void(bool)> answer) = 0;
+  /// Asks which of two things is to be done, and calls back with 0 or 1; with nothing for neither.
+  virtual void askWhich(const std::string& title, const std::string& text,
+                        const std::array<std::string, 2>& choices,
+                        std::function<void(std::optional<int>)> answer) = 0;
   /// Where its windows are, as names and values of the environment; empty for one without windows.
   virtual std::map<std::string, std::string> desktop() const { return {}; }
   /// Of one that has lost its desktop, or never found it: the next start of the program looks for

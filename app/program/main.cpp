@@ -111,8 +111,9 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
       scheduler->goOnWithoutDesktop();
     });
   }
-  terminations.watch(loop, [&](int number) {
-    log->write(std::string("Ended by ") + strsignal(number));
+  terminations.watch(loop, [&](const TerminationSignal& signal) {
+    log->write(std::string("Ended by ") + strsignal(signal.number) +
+               (signal.endsSession() ? ", as the session ends" : ""));
     scheduler->terminateBySelf();
   });
   loop.performOnMain([&] { scheduler->applicationDidFinishLaunching(); });

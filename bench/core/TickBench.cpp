@@ -54,6 +54,7 @@ class ListedProcesses final : public Processes {
   }
   std::int64_t ownPid() const override { return mOthers.ownPid(); }
   ReferenceTime ownStart() const override { return mOthers.ownStart(); }
+  void terminate(std::int64_t pid) override { mOthers.terminate(pid); }
   void kill(std::int64_t pid) override { mOthers.kill(pid); }
   Outcome open(const std::string& path) override { return mOthers.open(path); }
   Error relaunch(const std::string& path) override { return mOthers.relaunch(path); }

@@ -51,6 +51,7 @@ void Controls::togglePause(bool tellExecute) {
   m.state.mMenuWasUsed = true;
   m.state.mPause = !m.state.mPause;
   mMachine.folderSurvey.pauseChanged(m.state.mPause);
+  mWork.supervisor.pauseChanged(m.state.mPause);
   if (tellExecute) {
     m.channel.postToExecute("ActionPause", ZAN_Value::dictionary({{"Pause", m.state.mPause}}));
   }
@@ -281,14 +282,28 @@ void Controls::quitScheduler() {
        {Window::nextActions, Window::status, Window::mountVolumes, Window::allDisks}) {
     ui.hideWindow(window);
   }
-  ui.ask(Window::status, m.texts.text("QuitSchedulerTitle"), m.texts.text("QuitSchedulerText"),
-         [this](bool quits) {
-           mAsksToQuit = false;
-           if (!quits) return;
-           m.platform.userInterface.hideWindow(Window::status);
-           m.platform.runLoop.performAfter(kQuitDelay, [this] { terminateBySelf(); });
-           m.store.texts().addToReportFile(m.texts.text("ReportQuitScheduler"));
-         });
+  const std::string& title = m.texts.text("QuitSchedulerTitle");
+  if (!mWork.supervisor.isExecuting()) {
+    ui.ask(Window::status, title, m.texts.text("QuitSchedulerText"), [this](bool quits) {
+      mAsksToQuit = false;
+      if (quits) quitNow();
+    });
+    return;
+  }
+  ui.askWhich(title, m.texts.text("QuitRunningText", {mWork.supervisor.runningTitle()}),
+              {m.texts.text("QuitStopButton"), m.texts.text("QuitGoOnButton")},
+              [this](std::optional<int> choice) {
+                mAsksToQuit = false;
+                if (!choice) return;
+                if (*choice == 0) mWork.supervisor.stopExecution();
+                quitNow();
+              });
+}
+
+void Controls::quitNow() {
+  m.platform.userInterface.hideWindow(Window::status);
+  m.platform.runLoop.performAfter(kQuitDelay, [this] { terminateBySelf(); });
+  m.store.texts().addToReportFile(m.texts.text("ReportQuitScheduler"));
 }
 
 void Controls::terminateBySelf() { onQuitWanted(); }

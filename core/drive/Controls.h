@@ -83,6 +83,7 @@ class Controls : public SchedulerCommands {
 
  private:
   void togglePause(bool tellExecute);
+  void quitNow();
 
   Records& m;
   Work& mWork;

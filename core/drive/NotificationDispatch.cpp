@@ -47,6 +47,7 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
       {"DisplayUserNotification", &NotificationDispatch::displayUserNotification},
       {"GetCVAProcessStatus", &NotificationDispatch::getProcessStatus},
       {"QuitCVAProcess", &NotificationDispatch::quitProcess},
+      {"StopExecution", &NotificationDispatch::stopExecution},
       {"ShowPendingActions", &NotificationDispatch::showPendingActions},
       {"ShowLatestActions", &NotificationDispatch::showLatestActions},
       {"ShowAllVisibleWindowsActions", &NotificationDispatch::showAllVisibleWindows},
@@ -72,12 +73,19 @@ NotificationDispatch::NotificationDispatch(Records& records, Work& work, Machine
 
 NotificationDispatch::~NotificationDispatch() {
   m.platform.notifications.stopObserving(std::string(kSchedulerNotification));
+  m.platform.notifications.stopObserving(std::string(kExecuteNotification));
 }
 
 void NotificationDispatch::observe() {
   m.platform.notifications.observe(
       std::string(kSchedulerNotification),
       [this](const DistributedNotification& note) { schedulerNotificationReceived(note); });
+  // Whoever tells the execute application to stop does not tell the agent.
+  m.platform.notifications.observe(std::string(kExecuteNotification),
+                                   [this](const DistributedNotification& note) {
+                                     if (note.object == "ActionStop")
+                                       mWork.supervisor.stopWasAsked();
+                                   });
 }
 
 void NotificationDispatch::schedulerNotificationReceived(
@@ -111,6 +119,7 @@ void NotificationDispatch::openPreferences(const ZAN_Value&) {
 
 void NotificationDispatch::actionListChanged(const ZAN_Value&) {
   m.tree.releaseRootItem();
+  mWork.supervisor.stopIfActionIsGone();
   mWork.evaluation.checkActionsToLaunch();
   mWork.evaluation.rebuildActionsList();
   mMachine.shutdownHelper.update();
@@ -119,6 +128,7 @@ void NotificationDispatch::actionListChanged(const ZAN_Value&) {
 
 void NotificationDispatch::actionChanged(const ZAN_Value&) {
   m.tree.releaseRootItem();
+  mWork.supervisor.stopIfActionIsGone();
   m.channel.postToMainApp("ActionListChanged");
 }
 
@@ -191,6 +201,8 @@ void NotificationDispatch::quitProcess(const ZAN_Value&) {
   if (mWork.supervisor.isExecuting()) mControls.stopExecution();
   m.platform.runLoop.performAfter(kAnswerDelay, [this] { mControls.terminateBySelf(); });
 }
+
+void NotificationDispatch::stopExecution(const ZAN_Value&) { mControls.stopExecution(); }
 
 void NotificationDispatch::showPendingActions(const ZAN_Value&) {
   mControls.showWindow(Window::queue);

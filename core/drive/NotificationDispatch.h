@@ -62,6 +62,7 @@ class NotificationDispatch {
   void displayUserNotification(const ZAN_Value& userInfo);
   void getProcessStatus(const ZAN_Value&);
   void quitProcess(const ZAN_Value&);
+  void stopExecution(const ZAN_Value&);
   void showPendingActions(const ZAN_Value&);
   void showLatestActions(const ZAN_Value&);
   void showAllVisibleWindows(const ZAN_Value& userInfo);

@@ -48,6 +48,12 @@ ZAN_Value StateAnswers::status() {
                                                {"retry", mWork.supervisor.retryNb()}});
     if (const ReferenceTime started = mWork.supervisor.startOfCurrentAction(); started != 0)
       current.setValue("started", ZAN_Value::date(started));
+    if (const auto stall = mWork.supervisor.stall()) {
+      current.setValue("stuckSince", ZAN_Value::date(stall->since));
+      current.setValue("stuck", mWork.supervisor.stallText());
+    }
+    if (mWork.supervisor.stopStage() != ExecutionStop::Stage::none)
+      current.setValue("stopping", static_cast<int>(mWork.supervisor.stopStage()));
     status.setValue("current", current);
   }
   return status;

@@ -158,6 +158,8 @@ constexpr Preference kTable[] = {
           "PrefFront"),
     check(Page::execution, "SchedulerPrefAlertIfManualInterruption",
           &P::mPrefAlertIfManualInterruption, 0, "PrefInterruption"),
+    number(Page::execution, "SchedulerPrefNoProgressMinutes", &P::mPrefNoProgressMinutes, 10,
+           "PrefNoProgress", 0, 10'080, "PrefMinutes"),
     check(Page::execution, "SchedulerPrefWakeupMachine", &P::mCheckWakeupMachine, 0, "PrefWake",
           "PrefWakeHelp", Ability::wake),
     of(Kind::fact, Page::execution, PreferenceKey::lastWakeupTime, &P::mSchedulerLastWakeupTime,

@@ -141,6 +141,7 @@ class Preferences {
   int mShowIconMenuType = 0;      ///< 1 black, 2 white
   int mShowFloatingIconMode = 0;  ///< 0 always, 1 on hover, 2 never
   int mPrefShowMessageBeforeAction = 0;
+  int mPrefNoProgressMinutes = 0;  ///< so long without progress is too long; 0: any
   int mPrefShowMessageColor = 0;
   int mPrefKeepQueueAtShutdown = 0;
   int mPrefFloatingIconNbLines = 0;

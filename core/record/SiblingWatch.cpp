@@ -28,8 +28,16 @@ bool SiblingWatch::isMainAppAmong(std::span<const RunningProcess> running) const
 }
 
 bool SiblingWatch::isExecuteAppAmong(std::span<const RunningProcess> running) const {
-  return std::ranges::find(running, mExecuteAppBundlePath, &RunningProcess::bundlePath) !=
-         running.end();
+  return std::ranges::any_of(running, [this](const RunningProcess& one) {
+    return one.bundlePath == mExecuteAppBundlePath && !one.isDying;
+  });
+}
+
+std::vector<std::int64_t> SiblingWatch::executeApps() {
+  std::vector<std::int64_t> pids;
+  for (const RunningProcess& one : mProcesses.running())
+    if (one.bundlePath == mExecuteAppBundlePath && !one.isDying) pids.push_back(one.pid);
+  return pids;
 }
 
 }  // namespace corvana

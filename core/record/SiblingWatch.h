@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <vector>
@@ -23,10 +24,13 @@ class SiblingWatch {
   }
 
   bool isMainAppLaunched();
+  /// One that was killed and that the system cannot end does not count.
   bool isExecuteAppLaunched();
   /// The same of a listing that the caller has at hand.
   bool isMainAppAmong(std::span<const RunningProcess> running) const;
   bool isExecuteAppAmong(std::span<const RunningProcess> running) const;
+  /// The processes of the execute application, whoever started them.
+  std::vector<std::int64_t> executeApps();
 
  private:
   Processes& mProcesses;

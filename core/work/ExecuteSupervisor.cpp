@@ -31,6 +31,8 @@ constexpr std::size_t kMostUnlogged = 1 << 14;
 constexpr double kRetryOfMissingProgram = 60.0;
 /// So long after its launch a child is looked at for the first time.
 constexpr double kSeenAfter = 1.0;
+/// In an action's settings: its own value of the preference.
+constexpr std::string_view kNoProgressMinutes = "OptionsNoProgressMinutes";
 constexpr double kRetryBesideOther = 5.0;
 constexpr double kRetryOfTree = 5.0;
 /// No longer than the next step is held back after an execution.
@@ -58,14 +60,19 @@ ExecuteSupervisor::ExecuteSupervisor(Records& records, ActionQueue& queue,
       mQueue(queue),
       mEvaluation(evaluation),
       mAnnounce(announce),
-      mSeenFrom(m.state.deadlines) {
+      mSeenFrom(m.state.deadlines),
+      mWatch(m.platform.clock),
+      mStop(m.platform.clock) {
   m.state.deadlines.whenMoved([this](double jump, ReferenceTime) {
     if (mStartOfCurrentAction != 0) mStartOfCurrentAction += jump;
   });
 }
 
-// A child that still runs is stopped, and what it writes at its end is taken by the other members.
-ExecuteSupervisor::~ExecuteSupervisor() { mProcessTask.reset(); }
+// What the child has written is taken by the other members.
+ExecuteSupervisor::~ExecuteSupervisor() {
+  if (mProcessTask) mProcessTask->letGo();
+  mProcessTask.reset();
+}
 
 LaunchResult ExecuteSupervisor::launchNextAction() {
   if (mExecutionMode != 0 && !m.platform.userInterface.isWindowVisible(Window::executionSurvey))
@@ -108,6 +115,7 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   mProcessTask = std::move(task);
   mLatestExecuteCurrentPath.clear();
   mSaidProgramMissing = false;
+  beginWatch(action->getSettings());
   m.state.mExecuting = true;
   m.state.mProcessStatus = 2;
   mLaunchTime = now;
@@ -162,21 +170,83 @@ LaunchResult ExecuteSupervisor::otherExecution() {
 }
 
 void ExecuteSupervisor::supervise() {
+  if (const auto stage = mStop.takeNext()) performStop(*stage);
   if (!mProcessTask) return;
   writeOutputToDebugLog();
   if (m.state.mProcessStatus == 2) {
     m.state.mProcessStatus = 3;
     if (mProcessTask->isRunning()) {
       mStartOfCurrentAction = m.platform.clock.now();
-      if (mQueue.empty() ||
-          (m.tree.rootItem().actionForReference(mQueue.head().ref) == nullptr && m.tree.isThere()))
-        stopExecution();
+      stopIfActionIsGone();
       return;
     }
     // It ended before it could be seen running.
     mStartOfCurrentAction = mLaunchTime;
   }
-  if (m.state.mProcessStatus == 3 && !mProcessTask->isRunning()) endOfExecution();
+  if (m.state.mProcessStatus == 3 && !mProcessTask->isRunning()) return endOfExecution();
+  tellStall();
+}
+
+/// Half an hour is the least for a run to be long; a preference of 0 switches the watch off.
+void ExecuteSupervisor::beginWatch(const ZAN_Value& settings) {
+  constexpr double kMinute = 60;
+  constexpr double kMostMinutes = 10'080;
+  mStop.forget();
+  mToldStall.reset();
+  mIsOurOwn = settings["OptionsPerformer"].stringView() == "corvana9";
+  const double minutes = settings.contains(kNoProgressMinutes)
+                             ? settings[kNoProgressMinutes].doubleValue()
+                             : m.preferences.mPrefNoProgressMinutes;
+  mWatch.begin(minutes > 0 ? std::min(minutes, kMostMinutes) * kMinute : 0, mIsOurOwn);
+  mWatch.setPaused(m.state.mPause);
+}
+
+std::optional<Stall> ExecuteSupervisor::stall() const {
+  return mProcessTask ? mWatch.stall() : std::nullopt;
+}
+
+void ExecuteSupervisor::tellStall() {
+  if (mWatch.wantsUsual() && !mQueue.empty()) {
+    m.history.reloadProgrammedHistoryList();
+    mWatch.setUsual(
+        RunDurations(m.history.getProgrammedHistoryList()).knownSecondsOf(mQueue.head().ref));
+  }
+  const std::optional<Stall> stall = mWatch.stall();
+  if (stall == mToldStall) return;
+  mToldStall = stall;
+  m.changes.note(Change::execution);
+  if (!stall || mStop.isWanted()) return;
+  m.messages.displayStandardMessage(stallText(), LogCode::message);
+  m.log.showErrorState(LogCode::message);
+}
+
+std::string ExecuteSupervisor::stallText() const {
+  constexpr std::size_t kNamed = 3;
+  const std::optional<Stall> stall = this->stall();
+  if (!stall || mQueue.empty()) return {};
+  const bool quiet = stall->kind == Stall::Kind::noProgress;
+  std::string text =
+      m.texts.text(quiet ? "StuckNoProgress" : "StuckLong",
+                   {titleOf(mQueue.head().ref), m.strings.getShortTimeDate(stall->since)});
+  const auto& queue = mQueue.actionsList();
+  std::string waiting;
+  for (std::size_t i = 1; i < std::min(queue.size(), kNamed + 1); ++i) {
+    if (i > 1) waiting += ", ";
+    waiting += m.texts.text("WhyTitle", {titleOf(queue[i].ref)});
+  }
+  if (queue.size() > kNamed + 1)
+    waiting = m.texts.text("StuckWaitingMore", {waiting, queue.size() - kNamed - 1});
+  if (!waiting.empty()) text += " " + m.texts.text("StuckWaiting", {waiting});
+  return text;
+}
+
+std::string ExecuteSupervisor::runningTitle() const {
+  return mProcessTask && !mQueue.empty() ? titleOf(mQueue.head().ref) : std::string();
+}
+
+std::string ExecuteSupervisor::titleOf(std::int64_t ref) const {
+  const ProgrammedAction* const action = m.tree.rootItem().actionForReference(ref);
+  return action != nullptr ? action->getTitle() : "???";
 }
 
 void ExecuteSupervisor::endOfExecution() {
@@ -190,7 +260,9 @@ void ExecuteSupervisor::endOfExecution() {
     m.channel.postToMainApp("ActionListChanged");
   }
   const int status = mProcessTask->terminationStatus();
-  if (status != 0) {
+  if (status != 0 && mStop.isWanted()) {
+    recordStop(ref, {});
+  } else if (status != 0) {
     answerCrash(ref, status);
     return;
   }
@@ -252,6 +324,8 @@ void ExecuteSupervisor::executionDidEnd() {
     mQueue.setHeadIsRunning(false);
     m.executionStatusChanged();
   }
+  mWatch.end();
+  mStop.forget();
   m.state.mProcessStatus = 0;
   m.state.mProgress = {};
   m.changes.note(Change::progress);
@@ -296,6 +370,71 @@ void ExecuteSupervisor::stopExecution() {
     m.state.mProcessStatus = 0;
   }
   m.channel.postToExecute("ActionStop");
+  if (mProcessTask || m.siblingWatch.isExecuteAppLaunched()) {
+    mStop.want(mProcessTask != nullptr && mIsOurOwn);
+    m.changes.note(Change::execution);
+  }
+}
+
+void ExecuteSupervisor::agentEnds() {
+  if (mProcessTask && mStop.isWanted()) mProcessTask->terminate();
+}
+
+void ExecuteSupervisor::stopWasAsked() {
+  if (mProcessTask && !mStop.isWanted()) mStop.want(mIsOurOwn);
+}
+
+void ExecuteSupervisor::stopIfActionIsGone() {
+  if (!mProcessTask || mStop.isWanted()) return;
+  const bool isThere =
+      !mQueue.empty() && m.tree.rootItem().actionForReference(mQueue.head().ref) != nullptr;
+  if (!isThere && m.tree.isThere()) stopExecution();
+}
+
+void ExecuteSupervisor::performStop(ExecutionStop::Stage stage) {
+  using Stage = ExecutionStop::Stage;
+  m.changes.note(Change::execution);
+  if (stage == Stage::givenUp) return giveUp();
+  const bool kills = stage == Stage::killed;
+  m.platform.systemLog.write(kills ? "The execution does not end: it is killed"
+                                   : "The execution has not ended yet: it is told to by a signal");
+  if (mProcessTask) return kills ? mProcessTask->kill() : mProcessTask->terminate();
+  const auto others = m.siblingWatch.executeApps();
+  if (others.empty()) return mStop.forget();
+  Processes& processes = m.platform.processes;
+  for (const std::int64_t pid : others) kills ? processes.kill(pid) : processes.terminate(pid);
+}
+
+/// Killed, it will never run on: as soon as the system lets go of it, it is gone.
+void ExecuteSupervisor::giveUp() {
+  if (!mProcessTask) return mStop.forget();
+  if (!mProcessTask->isRunning()) return;
+  const std::int64_t ref = mQueue.empty() ? 0 : mQueue.head().ref;
+  const std::string text = m.texts.text("StopGivenUp", {titleOf(ref)});
+  recordStop(ref, "it could not be ended and is held by the system");
+  mProcessTask->letGo();
+  executionDidEnd();
+  m.messages.displayStandardMessage(text, LogCode::message);
+  m.log.showErrorState(LogCode::message);
+}
+
+/// Of an execution that could not record its own end.
+void ExecuteSupervisor::recordStop(std::int64_t ref, const std::string& reason) {
+  ZAN_Value entry = ZAN_Value::dictionary({{"R", ref},
+                                           {"N", titleOf(ref)},
+                                           {"S", mProcessTask->terminationStatus()},
+                                           {"C", LogCode::abortedByUser}});
+  if (!reason.empty()) entry.setValue("F", reason);
+  m.log.addSchedulerLog(entry);
+  m.store.texts().addToReportFile(ActionLog::messageForEntry(entry));
+  m.history.reloadProgrammedHistoryList();
+  const ZAN_Value list = m.history.getProgrammedHistoryList();
+  if (list.size() < 2) return;
+  ZAN_Value last = list.at(list.size() - 1);
+  if (last.integer("Ref") != ref || last.integer("C") != LogCode::launched) return;
+  last.setValue("EndDate", ZAN_Value::date(m.platform.clock.now()));
+  last.setValue("C", LogCode::abortedByUser);
+  m.history.addHistoryEntry(last);
 }
 
 void ExecuteSupervisor::killExecute() {
@@ -323,6 +462,7 @@ void ExecuteSupervisor::showExecuteReply(std::string reply) {
 }
 
 void ExecuteSupervisor::takeProgress(const ZAN_Value& report) {
+  mWatch.takeReport(report);
   while (mLatestExecuteCurrentPath.size() > kMaximumPaths) mLatestExecuteCurrentPath.pop_front();
   if (report.contains("CurrentPath")) {
     ZAN_Value kept = report;
@@ -340,9 +480,12 @@ void ExecuteSupervisor::takeProgress(const ZAN_Value& report) {
 }
 
 ReferenceTime ExecuteSupervisor::nextSupervision() const {
-  if (!mProcessTask) return kNever;
-  if (m.state.mProcessStatus == 2) return mSeenFrom.passing();
-  return !mUnloggedOutput.empty() || !mProcessTask->isRunning() ? kAtOnce : kNever;
+  const ReferenceTime stop = mStop.nextStage();
+  if (!mProcessTask) return stop;
+  if (m.state.mProcessStatus == 2) return std::min(stop, mSeenFrom.passing());
+  if (!mUnloggedOutput.empty() || !mProcessTask->isRunning()) return kAtOnce;
+  if (mWatch.stall() != mToldStall || mWatch.wantsUsual()) return kAtOnce;
+  return std::min(stop, mWatch.nextLook());
 }
 
 void ExecuteSupervisor::sendDataToProcess(std::string_view data) {

@@ -11,6 +11,7 @@
 #include "core/record/Deadline.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ChildOutput.h"
+#include "core/work/ExecutionWatch.h"
 #include "core/work/ZAN_TaskWrapper.h"
 
 namespace corvana {
@@ -31,11 +32,13 @@ enum class LaunchResult {
 };
 
 /// Runs the head of the queue in the execute application, one child at a time: starts it, sees it
-/// run and end, tells a crash from a normal end and makes one new try after a crash. Thread: main.
+/// run and end, tells a crash from a normal end and makes one new try after a crash; tells the user
+/// when it is stuck, and stops it when the user wants that. Thread: main.
 class ExecuteSupervisor : private TaskController {
  public:
   ExecuteSupervisor(Records& records, ActionQueue& queue, TriggerEvaluation& evaluation,
                     Announce& announce);
+  /// An execution that still runs goes on by itself and keeps its own records.
   ~ExecuteSupervisor() override;
 
   /// Launches the head of the queue. When the program is missing or does not start this is said
@@ -54,8 +57,27 @@ class ExecuteSupervisor : private TaskController {
   /// later is killed.
   void stopAndClearProcess();
   /// The user's stop: asks the execute application to end; its end is then seen by `supervise`. An
-  /// execution whose child has already gone is cleared at once.
+  /// execution whose child has already gone is cleared at once. Our own execute program is given
+  /// 10 s, then told by the system to end, killed after 20 s more, and given up when even that does
+  /// not end it: it then no longer counts as running. With another one that needs a second stop. It
+  /// is also for an execution that was started elsewhere.
   void stopExecution();
+  /// Somebody else has asked the execute application to end: its end is no crash.
+  void stopWasAsked();
+  /// Stops the execution of an action that the tree no longer has.
+  void stopIfActionIsGone();
+  void pauseChanged(bool paused) { mWatch.setPaused(paused); }
+  /// That the execution is stuck, and since when.
+  std::optional<Stall> stall() const;
+  /// The same in words, with who waits behind it; empty when it is not.
+  std::string stallText() const;
+  /// Of the action that runs; empty when none does.
+  std::string runningTitle() const;
+  /// The agent ends: what is being stopped is told by the system to end too, as nobody will follow
+  /// it any more.
+  void agentEnds();
+  /// How far the stop of the execution has got.
+  ExecutionStop::Stage stopStage() const { return mStop.stage(); }
   /// Ends every process of the execute application at its usual place under /Applications.
   void killExecute();
   /// Refreshes the execution survey and asks the execute application for its state.
@@ -109,6 +131,12 @@ class ExecuteSupervisor : private TaskController {
   void processFinished() override;
 
   LaunchResult programMissing(const std::string& cause);
+  void beginWatch(const ZAN_Value& settings);
+  void tellStall();
+  void performStop(ExecutionStop::Stage stage);
+  void giveUp();
+  void recordStop(std::int64_t ref, const std::string& reason);
+  std::string titleOf(std::int64_t ref) const;
   void endOfExecution();
   void answerCrash(std::int64_t ref, int status);
   std::optional<std::string> crashPath() const;
@@ -136,6 +164,10 @@ class ExecuteSupervisor : private TaskController {
   std::string mUnloggedOutput;
   std::string mExecuteReply;
   std::string mSurveyLine;
+  ExecutionWatch mWatch;
+  ExecutionStop mStop;
+  bool mIsOurOwn = false;           ///< the execution is one of our own execute program
+  std::optional<Stall> mToldStall;  ///< as the user was told last
   bool mSaidProgramMissing = false;
   bool mSaidTreeUnreadable = false;
   bool mSaidOtherExecution = false;

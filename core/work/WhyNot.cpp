@@ -38,6 +38,7 @@ WhyNot::Situation WhyNot::situationOf(const SchedulerState& state,
                       .paused = state.mPause,
                       .headRuns = supervisor.isExecuting(),
                       .headHold = std::move(headHold),
+                      .stuck = supervisor.stallText(),
                       .idleTimeIsSeen = input.idleSeconds().has_value(),
                       .context = static_cast<ActionContext>(state.mContext),
                       .queue = {}};
@@ -84,6 +85,9 @@ std::vector<WhyNot::Reason> WhyNot::reasons(const ProgrammedAction& action,
                                             const Situation& situation) const {
   Reasons reasons;
   addQueue(reasons, action.getReference(), situation);
+  if (!reasons.empty() && !situation.stuck.empty())
+    reasons.push_back(reason(reasons.front().cause, situation.stuck,
+                             mTexts.table.text("WhyStuckRemedy"), "corvana9 stop"));
   if (!reasons.empty() && reasons.front().cause == Cause::running) return reasons;
   addAgent(reasons, situation);
   const StartVerdict verdict =

@@ -61,6 +61,7 @@ class WhyNot {
     bool headRuns = false;  ///< the first of the queue is being executed
     /// What holds the first of the queue up, in words; empty: it starts in a moment.
     std::string headHold = {};
+    std::string stuck = {};  ///< that what runs is stuck, in words
     bool idleTimeIsSeen = true;
     ActionContext context = ActionContext::none;
     std::vector<std::int64_t> queue;  ///< references, head first

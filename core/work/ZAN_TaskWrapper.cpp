@@ -48,6 +48,21 @@ void ZAN_TaskWrapper::stopProcess() {
   controller->processFinished();
 }
 
+void ZAN_TaskWrapper::terminate() {
+  if (mTask) mTask->terminate();
+}
+
+void ZAN_TaskWrapper::kill() {
+  if (mTask) mTask->kill();
+}
+
+void ZAN_TaskWrapper::letGo() {
+  TaskController* const controller = std::exchange(mController, nullptr);
+  if (controller == nullptr || !mTask) return;
+  drainInto(*controller);
+  controller->allDataReceived();
+}
+
 void ZAN_TaskWrapper::takeRemainingOutput() {
   if (mController != nullptr && mTask) drainInto(*mController);
 }

@@ -25,7 +25,7 @@ class TaskController {
 };
 
 /// One child process and its pipes, held for as long as its execution is looked after. Releasing a
-/// wrapper stops the child first. Thread: main.
+/// wrapper stops the child first, unless it was let go. Thread: main.
 class ZAN_TaskWrapper {
  public:
   /// `arguments[0]` is the full path of the program. The controller outlives the wrapper.
@@ -41,6 +41,11 @@ class ZAN_TaskWrapper {
   /// Ends the child, takes the output that is still in its pipe and tells the controller that it is
   /// finished; nothing the second time.
   void stopProcess();
+  /// Asks the child to end, or ends it for good; it stays held until it has ended.
+  void terminate();
+  void kill();
+  /// Takes the output that is there and then forgets the child, which goes on without its pipes.
+  void letGo();
   /// Hands what the child has written so far and was not yet handed to the controller.
   void takeRemainingOutput();
   std::int64_t pid() const;  ///< 0 without a child

@@ -62,7 +62,9 @@ void perform(const ExecuteArguments& arguments) {
   LinuxMachine machine;
   StandardErrorLog log;
   QtRunLoop loop;
-  terminations.watch(loop, [&control](int) { control.stop(StopReason::user); });
+  terminations.watch(loop, [&control](const TerminationSignal& signal) {
+    control.stop(signal.endsSession() ? StopReason::sessionEnd : StopReason::user);
+  });
   BusNotifications notifications(loop, log);
   ExecuteMessages messages(clock, [&](const DistributedNotification& message) {
     loop.performOnMain([&notifications, message] { notifications.post(message); });

@@ -58,6 +58,13 @@ void HeadlessUserInterface::ask(Window /*window*/, const std::string& title,
   mRunLoop.performOnMain([answer = std::move(answer)] { answer(false); });
 }
 
+void HeadlessUserInterface::askWhich(const std::string& title, const std::string& text,
+                                     const std::array<std::string, 2>& /*choices*/,
+                                     std::function<void(std::optional<int>)> answer) {
+  tell("Question, not answered", title, text);
+  mRunLoop.performOnMain([answer = std::move(answer)] { answer(std::nullopt); });
+}
+
 void HeadlessUserInterface::alert(const std::string& title, const std::string& text,
                                   const std::string& /*button*/) {
   tell("Alert", title, text);

@@ -89,7 +89,15 @@ class LinuxProcesses::Child final : public ChildProcess {
   int terminationStatus() override { return isRunning() ? 0 : *mStatus; }
 
   void terminate() override {
-    if (isRunning()) ::kill(mPid, SIGTERM);
+    if (!isRunning()) return;
+    ::kill(mPid, SIGTERM);
+    // One that was stopped would not hear it.
+    ::kill(mPid, SIGCONT);
+  }
+
+  void kill() override {
+    // It leads a group of its own.
+    if (isRunning() && ::kill(-mPid, SIGKILL) != 0) ::kill(mPid, SIGKILL);
   }
 
   void write(std::string_view data) override {
@@ -242,9 +250,16 @@ void LinuxProcesses::observe(std::vector<std::string> bundlePaths, std::function
 
 std::int64_t LinuxProcesses::ownPid() const { return getpid(); }
 
-void LinuxProcesses::kill(std::int64_t pid) {
+void LinuxProcesses::terminate(std::int64_t pid) {
+  signalOwn(pid, SIGTERM);
+  signalOwn(pid, SIGCONT);
+}
+
+void LinuxProcesses::kill(std::int64_t pid) { signalOwn(pid, SIGKILL); }
+
+void LinuxProcesses::signalOwn(std::int64_t pid, int number) const {
   const auto target = static_cast<pid_t>(pid);
-  if (pid > 1 && pid == target && mTable.isOwn(target)) ::kill(target, SIGKILL);
+  if (pid > 1 && pid == target && mTable.isOwn(target)) ::kill(target, number);
 }
 
 Outcome LinuxProcesses::open(const std::string& path) {

@@ -27,6 +27,7 @@ class LinuxProcesses final : public Processes {
   void observe(std::vector<std::string> bundlePaths, std::function<void()> changed) override;
   std::int64_t ownPid() const override;
   ReferenceTime ownStart() const override { return mSelf.start; }
+  void terminate(std::int64_t pid) override;
   void kill(std::int64_t pid) override;
   /// A bundle by its executable, anything else by the desktop's opener.
   Outcome open(const std::string& path) override;
@@ -36,6 +37,8 @@ class LinuxProcesses final : public Processes {
   Error relaunch(const std::string& path) override;
 
  private:
+  void signalOwn(std::int64_t pid, int number) const;
+
   class Child;
   struct Strays;
 

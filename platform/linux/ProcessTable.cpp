@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/timerfd.h>
@@ -76,7 +77,9 @@ std::vector<RunningProcess> ProcessTable::list() {
                (static_cast<std::uint64_t>(pid) + mRound) % kTurns == 0) {
       look(pid, known);
     }
-    if (known.counts) running.push_back(known.process);
+    if (!known.counts) return;
+    if (!known.process.bundlePath.empty()) known.process.isDying = isDying(pid);
+    running.push_back(known.process);
   });
   std::erase_if(mKnown, [&](const auto& one) { return one.second.round != mRound; });
   return running;
@@ -128,6 +131,19 @@ ProcessTable::Origin ProcessTable::originOf(pid_t pid) const {
   for (int i = 0; i < kFieldsBetween; ++i) fields >> skipped;
   fields >> origin.startTicks;
   return fields ? origin : Origin{};
+}
+
+/// A signal that cannot be refused waits for it. The name in the first line of the file cannot
+/// hold a line end.
+bool ProcessTable::isDying(pid_t pid) const {
+  const std::string text = contents(pathOf(pid, "/status"));
+  for (const std::string_view name : {"\nSigPnd:\t", "\nShdPnd:\t"}) {
+    const std::size_t at = text.find(name);
+    if (at == std::string::npos) continue;
+    const auto pending = std::strtoull(text.c_str() + at + name.size(), nullptr, 16);
+    if ((pending >> (SIGKILL - 1) & 1) != 0) return true;
+  }
+  return false;
 }
 
 std::string ProcessTable::executableOf(pid_t pid) const {

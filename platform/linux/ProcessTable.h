@@ -44,6 +44,7 @@ class ProcessTable {
   /// Whether it still runs the same program; only another one is asked who it is.
   void look(pid_t pid, Known& known) const;
   Origin originOf(pid_t pid) const;
+  bool isDying(pid_t pid) const;
   std::string executableOf(pid_t pid) const;
   bool hasSameHome(std::string_view environment) const;
   std::string pathOf(pid_t pid, const char* name) const;

@@ -4,6 +4,11 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace corvana {
@@ -21,12 +26,28 @@ TerminationSignals::TerminationSignals(bool ignoredToo) {
   mDescriptor = ZAN_Descriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
 }
 
-void TerminationSignals::watch(DescriptorWatch& watch, std::function<void(int)> body) {
+/// Service managers and the tools that end a system tell their processes by SIGTERM; a terminal or
+/// a session that goes away by SIGHUP.
+bool TerminationSignal::endsSession() const {
+  if (number == SIGHUP) return true;
+  if (number != SIGTERM) return false;
+  if (sender <= 1) return true;
+  std::ifstream file("/proc/" + std::to_string(sender) + "/comm");
+  std::string name;
+  std::getline(file, name);
+  constexpr std::array<std::string_view, 5> kEndSessions{"systemd", "systemd-logind",
+                                                         "elogind-daemon", "killall5", "init"};
+  return std::ranges::find(kEndSessions, name) != kEndSessions.end();
+}
+
+void TerminationSignals::watch(DescriptorWatch& watch,
+                               std::function<void(const TerminationSignal&)> body) {
   const int descriptor = mDescriptor.get();
   watch.watch(descriptor, DescriptorWatch::Event::readable, [descriptor, body = std::move(body)] {
     signalfd_siginfo information{};
     while (read(descriptor, &information, sizeof information) == sizeof information) {
-      body(static_cast<int>(information.ssi_signo));
+      body({static_cast<int>(information.ssi_signo),
+            static_cast<std::int64_t>(information.ssi_pid)});
     }
   });
 }

@@ -1,9 +1,21 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
+
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/linux/DescriptorWatch.h"
 
 namespace corvana {
+
+/// A signal that this process was to end by.
+struct TerminationSignal {
+  int number = 0;
+  std::int64_t sender = 0;  ///< the process that sent it; 0: the system
+  /// Whether it came because the session of the user or the system itself ends, and not because
+  /// somebody wants an end of this program. Asked while the sender is there.
+  bool endsSession() const;
+};
 
 /// Turns SIGTERM, SIGINT and SIGHUP into a call-back of the loop.
 class TerminationSignals {
@@ -15,9 +27,8 @@ class TerminationSignals {
   TerminationSignals(const TerminationSignals&) = delete;
   TerminationSignals& operator=(const TerminationSignals&) = delete;
 
-  /// `body` is called once a signal, with its number. The watch must live as long as signals may
-  /// come.
-  void watch(DescriptorWatch& watch, std::function<void(int)> body);
+  /// `body` is called once a signal. The watch must live as long as signals may come.
+  void watch(DescriptorWatch& watch, std::function<void(const TerminationSignal&)> body);
 
  private:
   ZAN_Descriptor mDescriptor;

@@ -45,10 +45,8 @@ class SimulatedChildProcess final : public ChildProcess {
   std::int64_t pid() const override { return mChild->record->pid; }
   bool isRunning() override { return mChild->record->running; }
   int terminationStatus() override { return mChild->record->status; }
-  void terminate() override {
-    mChild->record->terminated = true;
-    if (!mChild->record->script.ignoresTerminate) mProcesses.endChild(pid(), SIGTERM);
-  }
+  void terminate() override { mProcesses.terminate(pid()); }
+  void kill() override { mProcesses.kill(pid()); }
   void write(std::string_view data) override {
     StartedChild& record = *mChild->record;
     if (!record.standardInput || !record.running) return;
@@ -179,10 +177,22 @@ std::vector<RunningProcess> SimulatedProcesses::running() {
   return list;
 }
 
+void SimulatedProcesses::terminate(std::int64_t pid) {
+  terminations.push_back(pid);
+  const auto child = mChildren.find(pid);
+  if (child == mChildren.end()) return;
+  child->second->record->terminated = true;
+  if (!child->second->record->script.ignoresTerminate) endChild(pid, SIGTERM);
+}
+
 void SimulatedProcesses::kill(std::int64_t pid) {
   kills.push_back(pid);
   if (const auto application = mApplications.extract(pid)) tellOf(application.mapped());
-  endChild(pid, SIGKILL);
+  const auto child = mChildren.find(pid);
+  if (child == mChildren.end()) return;
+  child->second->record->killed = true;
+  child->second->process.isDying = true;
+  if (!child->second->record->script.ignoresKill) endChild(pid, SIGKILL);
 }
 
 Outcome SimulatedProcesses::open(const std::string& path) {

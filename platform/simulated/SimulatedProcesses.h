@@ -18,6 +18,7 @@ struct ChildScript {
   std::string output = {};    ///< written at its start
   std::string farewell = {};  ///< written at its end
   bool ignoresTerminate = false;
+  bool ignoresKill = false;                         ///< as one that waits for a device
   std::function<void(StartedChild&)> onStart = {};  ///< before anything else of the agent runs
   /// Just before it is gone; may change the status in its script.
   std::function<void(StartedChild&)> onEnd = {};
@@ -35,8 +36,9 @@ struct StartedChild {
   ChildScript script;
   bool running = true;
   bool terminated = false;  ///< `terminate` was called
-  int status = 0;           ///< once it no longer runs
-  std::string input;        ///< everything written to its standard input
+  bool killed = false;
+  int status = 0;     ///< once it no longer runs
+  std::string input;  ///< everything written to its standard input
 };
 
 /// Children that follow a script, applications that start and quit when the test says so, tools
@@ -59,6 +61,7 @@ class SimulatedProcesses final : public Processes {
   }
   std::int64_t ownPid() const override { return mOwn.pid; }
   ReferenceTime ownStart() const override { return mOwn.start; }
+  void terminate(std::int64_t pid) override;
   void kill(std::int64_t pid) override;
   /// Opening an application puts it on the list of running ones.
   Outcome open(const std::string& path) override;
@@ -90,6 +93,7 @@ class SimulatedProcesses final : public Processes {
 
   std::vector<std::shared_ptr<StartedChild>> starts;
   std::vector<std::vector<std::string>> toolRuns;
+  std::vector<std::int64_t> terminations;
   std::vector<std::int64_t> kills;
   std::vector<std::string> opened;
   std::optional<Error> openError;

@@ -72,6 +72,19 @@ void SimulatedUserInterface::ask(Window window, const std::string& title, const 
       [answer = std::move(answer), confirmed = known->second] { answer(confirmed); });
 }
 
+void SimulatedUserInterface::askWhich(const std::string& title, const std::string& text,
+                                      const std::array<std::string, 2>& choices,
+                                      std::function<void(std::optional<int>)> answer) {
+  questions.push_back({Window::status, title, text + " " + choices[0] + " / " + choices[1]});
+  mWhich = std::move(answer);
+}
+
+bool SimulatedUserInterface::answerWhich(std::optional<int> choice) {
+  const auto answer = std::exchange(mWhich, {});
+  if (answer) answer(choice);
+  return static_cast<bool>(answer);
+}
+
 void SimulatedUserInterface::alert(const std::string& title, const std::string& text,
                                    const std::string& button) {
   alerts.push_back({title, text, button});

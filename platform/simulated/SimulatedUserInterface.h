@@ -114,12 +114,17 @@ class SimulatedUserInterface final : public UserInterface {
   /// `answer`.
   void ask(Window window, const std::string& title, const std::string& text,
            std::function<void(bool)> answer) override;
+  void askWhich(const std::string& title, const std::string& text,
+                const std::array<std::string, 2>& choices,
+                std::function<void(std::optional<int>)> answer) override;
   void alert(const std::string& title, const std::string& text, const std::string& button) override;
 
   /// What the user answers to every later question of that window; nothing lets it wait.
   void setAnswer(Window window, std::optional<bool> answer);
   /// Answers the oldest question of that window that waits; false when there is none.
   bool answer(Window window, bool confirmed);
+  /// The same for the question which of two things it is to be.
+  bool answerWhich(std::optional<int> choice);
 
   bool screen = true;                    ///< there is one
   std::optional<MessageWindow> message;  ///< the message window that is open
@@ -155,6 +160,7 @@ class SimulatedUserInterface final : public UserInterface {
   RunLoop& mRunLoop;
   std::map<Window, bool> mAnswers;
   std::vector<std::pair<Window, std::function<void(bool)>>> mWaiting;
+  std::function<void(std::optional<int>)> mWhich;
 };
 
 }  // namespace corvana

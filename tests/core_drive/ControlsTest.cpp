@@ -2,6 +2,7 @@
 
 #include <fstream>
 
+#include "actions/History.h"
 #include "core/machine/VolumeMounter.h"
 #include "tests/core_drive/Drive.h"
 
@@ -186,7 +187,9 @@ TEST(Controls, CommandsWhileSomethingRuns) {
            "execute ActionPause {Pause=1}; main ReturnCVASchedulerStatus {SchedulerStatus=3}; "
            "icon: pause; information: The execution is paused; paused: 1; schedulerStatus: 3; "
            "title: Paused"},
-          {"stop", [](Drive& day) { day.commands().stopExecution(); }, "execute ActionStop"},
+          {"stop", [](Drive& day) { day.commands().stopExecution(); },
+           "execute ActionStop; current: {ref=102 title=Mail progress=0 retry=0 started=12:00:06 "
+           "stopping=1}"},
           {"launch what waits",
            [](Drive& day) {
              EXPECT_EQ(day.commands().launchAction(101, false).error().text,
@@ -223,6 +226,43 @@ TEST(Controls, CommandsWhileSomethingRuns) {
         day.tell("LaunchAction", info("Ref", 101));
         day.runFor(5);
       });
+}
+
+TEST(Controls, QuittingAsksWhatIsToBecomeOfTheExecution) {
+  for (const std::optional<int> choice :
+       {std::optional<int>(), std::optional(0), std::optional(1)}) {
+    SCOPED_TRACE(choice.value_or(-1));
+    Drive day;
+    day.scripts["Mail"] = {.seconds = ChildScript::kUntilStopped};
+    day.begin();
+    day.tell("LaunchAction", info("Ref", 102));
+    day.runFor(5);
+    StartedChild& mail = *day.machine.processes.starts.back();
+    day.commands().quitScheduler();
+    EXPECT_NE(day.ui.questions.back().text.find("“Mail” is running"), std::string::npos);
+    ASSERT_TRUE(day.ui.answerWhich(choice));
+    day.machine.runLoop.runFor(2);
+    EXPECT_EQ(day.agentObject.answers == nullptr, choice.has_value());
+    EXPECT_EQ(mail.terminated, choice == 0);
+    const auto asked = day.machine.notifications.count(kExecuteNotification, "ActionStop");
+    EXPECT_EQ(asked, choice == 0 ? 1U : 0U);
+    if (choice != 1) continue;
+
+    day.agent.reset();
+    EXPECT_TRUE(mail.running);
+    day.start(true);
+    day.tell("LaunchAction", info("Ref", 101));
+    day.runFor(60);
+    EXPECT_EQ(day.executionsOf("Photos"), 0U) << "it waits for what still runs";
+    const ZAN_Value date = ZAN_Value::date(day.machine.clock.now());
+    History(day.store())
+        .addHistoryEntry(ZAN_Value::dictionary(
+            {{"Ref", 102}, {"Date", ZAN_Value::date(mail.date)}, {"EndDate", date}, {"C", 2}}));
+    day.machine.processes.endChild(mail.pid, 0);
+    day.runFor(20);
+    EXPECT_EQ(day.executionsOf("Photos"), 1U);
+    EXPECT_EQ(day.executionsOf("Mail"), 1U) << "not repeated";
+  }
 }
 
 }  // namespace

@@ -168,7 +168,7 @@ TEST_F(ExecuteSupervisorTest, TheDateOfTheBackupIsTheOneThatTheChildHasNoted) {
       6000);
 }
 
-TEST_F(ExecuteSupervisorTest, AChildThatRunsAtTheEndOfTheAgentIsStoppedAndHeard) {
+TEST_F(ExecuteSupervisorTest, AChildGoesOnAfterTheAgentUnlessItIsBeingStopped) {
   setActions({action(7)});
   installExecute();
   // What a child says is of interest to the main application alone.
@@ -178,12 +178,247 @@ TEST_F(ExecuteSupervisorTest, AChildThatRunsAtTheEndOfTheAgentIsStoppedAndHeard)
   auto own = std::make_unique<Work>(talkative);
   own->queue.addActionToQueue(7, now(), -1, true, false, false);
   machine.processes.next(
-      {.seconds = ChildScript::kUntilStopped, .farewell = std::string(5000, 'x') + "\nfarewell"});
+      {.seconds = ChildScript::kUntilStopped, .output = std::string(5000, 'x') + "\nso far"});
   ASSERT_EQ(own->supervisor.launchNextAction(), LaunchResult::launched);
+  own->supervisor.agentEnds();
   own.reset();
-  EXPECT_TRUE(machine.processes.starts.back()->terminated);
+  StartedChild& child = *machine.processes.starts.back();
+  EXPECT_TRUE(child.running);
+  EXPECT_FALSE(child.terminated);
   std::ifstream log(dataFile("Corvana Log.txt"));
-  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(log), {}), HasSubstr("\n    farewell\n"));
+  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(log), {}), HasSubstr("\n    so far\n"));
+
+  own = std::make_unique<Work>(talkative);
+  own->queue.addActionToQueue(7, now(), -1, true, false, false);
+  EXPECT_EQ(own->supervisor.launchNextAction(), LaunchResult::otherExecution);
+  machine.processes.endChild(child.pid, 0);
+  machine.processes.next({.seconds = ChildScript::kUntilStopped});
+  ASSERT_EQ(own->supervisor.launchNextAction(), LaunchResult::launched);
+  own->supervisor.stopExecution();
+  own->supervisor.agentEnds();
+  EXPECT_TRUE(machine.processes.starts.back()->terminated);
+}
+
+/// An execution is followed as the tick does it.
+class WatchedExecutionTest : public ExecuteSupervisorTest {
+ protected:
+  static constexpr const char* kOwn = "OptionsPerformer";
+
+  void launch(const std::vector<ZAN_Value>& actions, ChildScript script = untilStopped()) {
+    setActions(actions);
+    installExecute();
+    preferences.mPrefShowMessageInNotificationCenter = 0;
+    for (const ZAN_Value& one : actions)
+      queue.addActionToQueue(one.integer("Ref"), now(), -1, true, false, false);
+    machine.processes.next(std::move(script));
+    ASSERT_EQ(supervisor.launchNextAction(), LaunchResult::launched);
+  }
+  static ChildScript untilStopped() { return {.seconds = ChildScript::kUntilStopped}; }
+  /// How many of the seconds pass until the condition holds; all of them when it does not.
+  double follow(
+      double seconds, const std::function<bool()>& until = [] { return false; }) {
+    double passed = 0;
+    for (; passed < seconds && !until(); passed += 0.5) {
+      advance(0.5);
+      if (supervisor.nextSupervision() <= now()) supervisor.supervise();
+    }
+    return passed;
+  }
+  double followUntilStuck(double seconds) {
+    return follow(seconds, [this] { return messages.isShown(); });
+  }
+  void progress(double value) {
+    supervisor.takeProgress(ZAN_Value::dictionary({{"ProgressValue", value}}));
+  }
+  StartedChild& child() { return *machine.processes.starts.back(); }
+};
+
+TEST_F(WatchedExecutionTest, WithoutProgressForTenMinutesItIsStuckWhichIsSaidOnce) {
+  launch(
+      {action(7, {{kOwn, "corvana9"}}), action(8), action(9), action(10), action(11), action(12)});
+  follow(300);
+  progress(1);
+  EXPECT_EQ(followUntilStuck(900), 600);
+  ASSERT_TRUE(supervisor.stall());
+  EXPECT_EQ(supervisor.stall()->kind, Stall::Kind::noProgress);
+  EXPECT_EQ(supervisor.stall()->since, now() - 600);
+  const std::string text = supervisor.stallText();
+  EXPECT_THAT(text, HasSubstr("“A7” has made no progress since"));
+  EXPECT_THAT(text, HasSubstr("Waiting behind it: “A8”, “A9”, “A10” and 2 more."));
+  EXPECT_EQ(lastLogEntry().string("N"), text);
+  EXPECT_THAT(report(), HasSubstr(text));
+  EXPECT_EQ(state.mErrorInExecution, LogCode::message);
+
+  messages.closeMessageWindow();
+  progress(1);
+  EXPECT_EQ(followUntilStuck(900), 900) << "the same again is no progress, and nothing new";
+  progress(2);
+  EXPECT_FALSE(supervisor.stall());
+  EXPECT_EQ(followUntilStuck(900), 600);
+}
+
+TEST_F(WatchedExecutionTest, OnlyTimeInWhichItCouldWorkCounts) {
+  launch({action(7, {{kOwn, "corvana9"}})});
+  follow(300);
+  supervisor.pauseChanged(true);
+  EXPECT_EQ(supervisor.nextSupervision(), kNever);
+  follow(3600);
+  supervisor.pauseChanged(false);
+  follow(100);
+  machine.clock.setNow(now() + 8 * 3600.0);
+  EXPECT_EQ(followUntilStuck(900), 200);
+}
+
+TEST_F(WatchedExecutionTest, IsToldAsTheUserWantsIt) {
+  struct Row {
+    const char* name;
+    int preference;
+    std::optional<int> ownMinutes;
+    bool ours;
+    bool posts;
+    double stuck;  ///< seconds until it is said; 0: never
+  };
+  const Row kRows[] = {{"as it comes", 10, {}, true, false, 600},
+                       {"another program that says nothing", 10, {}, false, false, 0},
+                       {"another program that tells of its progress", 10, {}, false, true, 600},
+                       {"another time", 3, {}, true, false, 180},
+                       {"a time of its own", 3, 20, true, false, 1200},
+                       {"switched off", 0, {}, true, true, 0},
+                       {"switched off for it", 10, 0, true, true, 0},
+                       {"switched on for it", 0, 5, true, true, 300},
+                       {"a time that is none", 10, -5, true, true, 0}};
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.name);
+    preferences.mPrefNoProgressMinutes = row.preference;
+    ZAN_Value one = action(7);
+    if (row.ours) one.setValue(kOwn, "corvana9");
+    if (row.ownMinutes) one.setValue("OptionsNoProgressMinutes", *row.ownMinutes);
+    launch({one});
+    if (row.posts) progress(1);
+    EXPECT_EQ(followUntilStuck(1700), row.stuck == 0 ? 1700 : row.stuck);
+    machine.processes.endChild(child().pid, 0);
+    follow(1);
+    messages.closeMessageWindow();
+  }
+}
+
+TEST_F(WatchedExecutionTest, MuchLongerThanUsualIsStuckToo) {
+  const auto ran = [this](int ref, double seconds) {
+    records.history.addHistoryEntry(
+        ZAN_Value::dictionary({{"Ref", ref},
+                               {"C", LogCode::completed},
+                               {"Date", ZAN_Value::date(now() - 86400 + ref)},
+                               {"EndDate", ZAN_Value::date(now() - 86400 + ref + seconds)}}));
+  };
+  ran(7, 60);
+  ran(8, 1000);
+  for (const auto& [ref, stuck] : {std::pair(7, 1800.0), std::pair(8, 5000.0)}) {
+    launch({action(ref)});
+    const ReferenceTime start = now();
+    EXPECT_EQ(followUntilStuck(6000), stuck);
+    ASSERT_TRUE(supervisor.stall());
+    EXPECT_EQ(supervisor.stall()->kind, Stall::Kind::longerThanUsual);
+    EXPECT_EQ(supervisor.stall()->since, start);
+    EXPECT_THAT(supervisor.stallText(), HasSubstr("much longer than usual"));
+    machine.processes.endChild(child().pid, 0);
+    follow(1);
+    messages.closeMessageWindow();
+  }
+  launch({action(9)});
+  EXPECT_EQ(followUntilStuck(20000), 20000) << "nobody knows how long it takes";
+}
+
+TEST_F(WatchedExecutionTest, AStopComesToAnEnd) {
+  ChildScript deaf = untilStopped();
+  deaf.ignoresTerminate = true;
+  ChildScript held = deaf;
+  held.ignoresKill = true;
+  launch({action(7, {{kOwn, "corvana9"}})}, held);
+  records.history.addHistoryEntry(ZAN_Value::dictionary(
+      {{"Ref", 7}, {"Date", ZAN_Value::date(now())}, {"C", LogCode::launched}}));
+  follow(60);
+  supervisor.stopExecution();
+  EXPECT_EQ(follow(60, [this] { return child().terminated; }), 10);
+  EXPECT_EQ(follow(60, [this] { return child().killed; }), 20);
+  EXPECT_EQ(follow(60, [this] { return !supervisor.isExecuting(); }), 5);
+  EXPECT_TRUE(queue.empty());
+  EXPECT_THAT(machine.userInterface.message->title, HasSubstr("“A7” cannot be ended"));
+  EXPECT_EQ(records.history.getProgrammedHistoryList().at(1).integer("C"), LogCode::abortedByUser);
+  EXPECT_THAT(report(), Not(HasSubstr("unexpectedly")));
+
+  // It hangs in the system for good, and the next one begins all the same.
+  ASSERT_TRUE(child().running);
+  launch({action(8, {{kOwn, "corvana9"}})}, deaf);
+  supervisor.stopExecution();
+  EXPECT_EQ(follow(60, [this] { return !supervisor.isExecuting(); }), 30);
+  EXPECT_EQ(lastLogEntry().integer("C"), LogCode::abortedByUser);
+  EXPECT_EQ(lastLogEntry().integer("S"), 9);
+  EXPECT_TRUE(queue.empty()) << "no new try";
+
+  launch({action(9, {{kOwn, "corvana9"}})});
+  supervisor.stopExecution();
+  machine.processes.endChild(child().pid, 0);
+  follow(60);
+  EXPECT_EQ(lastLogEntry().integer("C"), LogCode::launched) << "it records its end itself";
+  EXPECT_FALSE(child().terminated);
+}
+
+TEST_F(WatchedExecutionTest, AnotherProgramIsForcedOnlyWhenAskedAgain) {
+  ChildScript deaf = untilStopped();
+  deaf.ignoresTerminate = true;
+  launch({action(7)}, deaf);
+  supervisor.stopExecution();
+  follow(3600);
+  EXPECT_FALSE(child().terminated);
+  supervisor.stopExecution();
+  EXPECT_EQ(follow(60, [this] { return child().terminated; }), 0.5);
+  EXPECT_EQ(follow(60, [this] { return child().killed; }), 20);
+  follow(5);
+  EXPECT_TRUE(queue.empty());
+
+  // One that the agent of before has left behind.
+  const auto pid = machine.processes.startApplication(
+      store.installPaths().installPathForCode(InstallPaths::executeBundle));
+  enqueue({7});
+  EXPECT_EQ(supervisor.launchNextAction(), LaunchResult::otherExecution);
+  machine.processes.terminations.clear();
+  supervisor.stopExecution();
+  follow(60);
+  EXPECT_THAT(machine.processes.terminations, ElementsAre());
+  supervisor.stopExecution();
+  follow(1);
+  EXPECT_THAT(machine.processes.terminations, ElementsAre(pid));
+  follow(20);
+  EXPECT_EQ(supervisor.launchNextAction(), LaunchResult::launched) << "it was killed";
+}
+
+TEST_F(WatchedExecutionTest, WhatOthersHaveStoppedIsNoCrashEither) {
+  launch({action(7)});
+  follow(2);
+  supervisor.stopWasAsked();
+  supervisor.stopWasAsked();
+  follow(60);
+  EXPECT_FALSE(child().terminated);
+  machine.processes.endChild(child().pid, 3);
+  follow(1);
+  EXPECT_TRUE(queue.empty());
+  EXPECT_EQ(lastLogEntry().integer("C"), LogCode::abortedByUser);
+}
+
+TEST_F(WatchedExecutionTest, ADeletedActionIsStoppedAndAnUnreadableTreeIsNone) {
+  launch({action(7), action(8)});
+  follow(2);
+  const std::string file = dataFile(std::string(DataFolder::kActions));
+  std::filesystem::rename(file, file + " away");
+  tree.releaseRootItem();
+  supervisor.stopIfActionIsGone();
+  std::ofstream(file) << "";
+  tree.releaseRootItem();
+  supervisor.stopIfActionIsGone();
+  EXPECT_EQ(supervisor.stopStage(), ExecutionStop::Stage::none);
+  setActions({action(8)});
+  supervisor.stopIfActionIsGone();
+  EXPECT_EQ(supervisor.stopStage(), ExecutionStop::Stage::asked);
 }
 
 TEST_F(ExecuteSupervisorTest, AMissingProgramIsSaidOnceAndTheHeadStays) {

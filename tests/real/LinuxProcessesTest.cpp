@@ -1,16 +1,26 @@
 #include "platform/linux/LinuxProcesses.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <linux/fuse.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "platform/linux/TerminationSignals.h"
 #include "platform/simulated/TemporaryFolder.h"
+#include "tests/real/MountNamespace.h"
 #include "tests/real/RealLoop.h"
 
 namespace corvana {
@@ -76,6 +86,143 @@ TEST_F(LinuxProcessesTest, ASignalIsAStatusToo) {
   processes.kill(deaf->pid());
   ASSERT_TRUE(real.runUntil([&] { return !deaf->isRunning(); }));
   EXPECT_EQ(deaf->terminationStatus(), SIGKILL);
+}
+
+TEST_F(LinuxProcessesTest, AStoppedChildHearsThatItIsToEnd) {
+  auto child = shell("echo stops; kill -STOP $$");
+  ASSERT_TRUE(real.runUntil([&] { return output == "stops\n"; }));
+  child->terminate();
+  ASSERT_TRUE(waitFor(*child));
+  EXPECT_EQ(child->terminationStatus(), SIGTERM);
+}
+
+TEST_F(LinuxProcessesTest, AKilledChildTakesWhatItHasStartedAlong) {
+  auto child = shell("trap '' TERM; sh -c \"trap '' TERM; echo begins; sleep 1000\"");
+  ASSERT_TRUE(real.runUntil([&] { return output == "begins\n"; }));
+  child->terminate();
+  EXPECT_TRUE(child->isRunning());
+  child->kill();
+  ASSERT_TRUE(waitFor(*child)) << "somebody keeps the pipe open";
+  EXPECT_EQ(child->terminationStatus(), SIGKILL);
+}
+
+/// A file system that takes every request and answers none but the first, as a share whose server
+/// has gone.
+class DeadFileSystem {
+ public:
+  explicit DeadFileSystem(const std::string& folder)
+      : mDevice(open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
+    const std::string options =
+        "fd=" + std::to_string(mDevice.get()) + ",rootmode=40000,user_id=0,group_id=0";
+    mIsMounted = mDevice && mount("dead", folder.c_str(), "fuse", 0, options.c_str()) == 0;
+    if (mIsMounted) mThread = std::thread([this] { swallow(); });
+  }
+  ~DeadFileSystem() { revive(); }
+  bool isMounted() const { return mIsMounted; }
+  int requests() const { return mRequests; }
+  /// Whoever waits gets an error.
+  void revive() {
+    if (!mThread.joinable()) return;
+    mEnds = true;
+    mThread.join();
+    mDevice.close();
+  }
+
+ private:
+  void swallow() {
+    std::vector<char> request(1 << 18);
+    while (!mEnds) {
+      pollfd wait{mDevice.get(), POLLIN, 0};
+      if (poll(&wait, 1, 50) <= 0) continue;
+      if (read(mDevice.get(), request.data(), request.size()) <= 0) return;
+      fuse_in_header header{};
+      std::memcpy(&header, request.data(), sizeof header);
+      if (header.opcode != FUSE_INIT) {
+        ++mRequests;
+        continue;
+      }
+      struct {
+        fuse_out_header header{};
+        fuse_init_out body{};
+      } answer;
+      answer.header.len = sizeof answer;
+      answer.header.unique = header.unique;
+      answer.body.major = FUSE_KERNEL_VERSION;
+      answer.body.minor = 31;
+      answer.body.max_write = 4096;
+      if (write(mDevice.get(), &answer, sizeof answer) < 0) return;
+    }
+  }
+
+  ZAN_Descriptor mDevice;
+  bool mIsMounted = false;
+  std::atomic<int> mRequests = 0;
+  std::atomic<bool> mEnds = false;
+  std::thread mThread;
+};
+
+TEST(DyingProcess, OneThatASystemCallHoldsIsKnownToBeDying) {
+  inOwnMountNamespace([] {
+    RealLoop real;
+    TemporaryFolder folder;
+    LinuxProcesses processes(real.loop, {{"test"}, 0, std::getenv("HOME")});
+    const std::string point = folder.at("dead");
+    const std::string program = folder.at("Reader.app/Contents/MacOS/Reader");
+    std::filesystem::create_directories(point);
+    std::filesystem::create_directories(std::filesystem::path(program).parent_path());
+    std::filesystem::copy_file("/bin/cat", program);
+    DeadFileSystem dead(point);
+    if (!dead.isMounted()) {
+      std::cerr << "no file systems of programs here\n";
+      return true;
+    }
+    auto child = processes.start({program, point + "/file"}, false, {});
+    if (!expect(static_cast<bool>(child), "the program starts")) return false;
+    const auto dying = [&] {
+      const auto running = processes.running();
+      const auto found = std::ranges::find(running, (*child)->pid(), &RunningProcess::pid);
+      return found != running.end() && found->isDying;
+    };
+    bool good = expect(real.runUntil([&] { return dead.requests() > 0; }), "it asks the mount");
+    good = expect(!dying(), "it is not killed yet") && good;
+    (*child)->terminate();
+    (*child)->kill();
+    good = expect(real.runUntil(dying), "it is dying") && good;
+    good = expect((*child)->isRunning(), "and it does not end") && good;
+    dead.revive();
+    return expect(real.runUntil([&] { return !(*child)->isRunning(); }), "it ends") && good;
+  });
+}
+
+TEST(TerminationSignalTest, TellsTheEndOfASessionFromAWishOfTheUser) {
+  RealLoop real;
+  TemporaryFolder folder;
+  LinuxProcesses processes(real.loop, {{"test"}, 0, std::getenv("HOME")});
+  const auto sender = [&](const char* name) {
+    const std::string program = folder.at(name);
+    std::filesystem::copy_file("/bin/sleep", program);
+    return std::move(processes.start({program, "100"}, false, {})).value();
+  };
+  const auto systemd = sender("systemd");
+  const auto shell = sender("bash");
+  ASSERT_TRUE(real.runUntil([&] {
+    std::ifstream file("/proc/" + std::to_string(shell->pid()) + "/comm");
+    std::string name;
+    return std::getline(file, name) && name == "bash";
+  }));
+  struct Row {
+    int number;
+    std::int64_t sender;
+    bool endsSession;
+  };
+  for (const Row& row : {Row{SIGTERM, systemd->pid(), true}, Row{SIGTERM, shell->pid(), false},
+                         Row{SIGTERM, 1, true}, Row{SIGTERM, 0, true},
+                         Row{SIGINT, systemd->pid(), false}, Row{SIGHUP, shell->pid(), true}}) {
+    EXPECT_EQ((TerminationSignal{row.number, row.sender}.endsSession()), row.endsSession)
+        << row.number << " from " << row.sender;
+  }
+  systemd->kill();
+  shell->kill();
 }
 
 TEST_F(LinuxProcessesTest, TheEndIsToldWhenAGrandchildKeepsTheOutputOpen) {

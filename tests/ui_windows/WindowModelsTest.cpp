@@ -204,7 +204,7 @@ TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
       EXPECT_EQ(scenario.store().settings().schedulerSettings().value(item.key), wanted);
     }
   }
-  EXPECT_EQ(changed, 32);
+  EXPECT_EQ(changed, 33);
   scenario.machine.runLoop.runFor(0);
   EXPECT_TRUE(scenario.agent->state().mScheduleDisabled);
   EXPECT_FALSE(scenario.machine.userInterface.statusItem) << "the icon is not wanted any more";

@@ -138,7 +138,7 @@ void perform() {
   LinuxMachine machine;
   TerminationSignals terminations(true);
   QtRunLoop loop;
-  terminations.watch(loop, [&loop](int) { loop.quit(0); });
+  terminations.watch(loop, [&loop](const auto&) { loop.quit(0); });
   std::unique_ptr<SystemLog> log;
   if (isatty(STDERR_FILENO) != 0) {
     log = std::make_unique<StandardErrorLog>();

@@ -16,24 +16,6 @@ namespace corvana {
 class NextActionsModel;
 class ZAN_Value;
 
-/// How long an action is expected to run: the mean of its last runs that were completed. Thread:
-/// any once made.
-class RunDurations {
- public:
-  /// `history` is the stored array of the programmed history, header first.
-  explicit RunDurations(const ZAN_Value& history);
-
-  /// Seconds; a minute for an action that was never completed.
-  double secondsOf(std::int64_t ref) const;
-
- private:
-  struct Sum {
-    double seconds = 0;
-    int runs = 0;
-  };
-  std::map<std::int64_t, Sum> mSums;
-};
-
 /// The coming week as a picture: a row a day from today on, in it a bar a run, at the time that the
 /// clock shows. Runs that would meet stand in lanes below each other; the hour that a change of the
 /// clocks skips or repeats is marked. An action that runs too often for single bars on a day has
