@@ -1,6 +1,7 @@
 #include "core/drive/NotificationDispatch.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "actions/ActionsTools.h"
@@ -104,9 +105,20 @@ void NotificationDispatch::schedulerNotificationReceived(
 }
 
 void NotificationDispatch::launchAction(const ZAN_Value& userInfo) {
-  mWork.queue.addActionToQueue(userInfo.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay,
-                               -1, true, false, userInfo.integer("EstimateSize") != 0);
+  mLaunches.push_back(userInfo);
+  // Many that come at once are stored once.
+  if (mLaunches.size() == 1) m.platform.runLoop.performAfter(0, [this] { launchTogether(); });
   m.debugLog.logMessage("Scheduler received notification for action manually launched", true);
+}
+
+void NotificationDispatch::launchTogether() {
+  const std::vector<ZAN_Value> launches = std::exchange(mLaunches, {});
+  mWork.queue.batch([&] {
+    for (const ZAN_Value& launch : launches)
+      mWork.queue.addActionToQueue(launch.integer("Ref"),
+                                   m.platform.clock.now() + kManualLaunchDelay, -1, true, false,
+                                   launch.integer("EstimateSize") != 0);
+  });
 }
 
 void NotificationDispatch::preferencesDidChange(const ZAN_Value&) {

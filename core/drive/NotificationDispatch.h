@@ -4,6 +4,7 @@
 #include <map>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "platform/DistributedNotifications.h"
 
@@ -44,6 +45,7 @@ class NotificationDispatch {
   static std::span<const Row> rows();
 
   void launchAction(const ZAN_Value& userInfo);
+  void launchTogether();
   void applicationIsLaunched(const ZAN_Value&) { mMainAppReceiveNotifications = true; }
   void applicationWillQuit(const ZAN_Value&) { mMainAppReceiveNotifications = false; }
   void preferencesDidChange(const ZAN_Value&);
@@ -80,6 +82,7 @@ class NotificationDispatch {
   MachineDuties& mMachine;
   LaunchStep& mLaunchStep;
   Controls& mControls;
+  std::vector<ZAN_Value> mLaunches;  ///< asked for in this pass of the loop
   bool mMainAppReceiveNotifications = false;
 };
 

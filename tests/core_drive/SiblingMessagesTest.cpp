@@ -84,8 +84,9 @@ TEST(SiblingMessages, TellOfACrashAndItsRepetition) {
       "An action ended unexpectedly: “Mail” did not finish. The log says where it was.; queue: "
       "[{ref=102 title=Mail date=12:00:05}]; schedulerStatus: 1; stored "
       "SchedulerPrefErrorInExecution: 6; title: Next: Photos at 6:00 PM; current no more; report: "
-      "The execution of “Mail” ended unexpectedly after 8 s. It is run once more.; report: one; "
-      "report: two; log 6\n"
+      "The execution of “Mail” ended unexpectedly after 8 s. It is run once more.; report:     "
+      "one; "
+      "report:     two; log 6\n"
       "-- what follows is said: hold: {cause=message text=The next action waits while a message is "
       "shown until=12:00:40}; message: The action is run once more: “Mail” starts again in a "
       "moment.\n"
@@ -97,8 +98,9 @@ TEST(SiblingMessages, TellOfACrashAndItsRepetition) {
       "{SchedulerStatus=1}; main UpdateHistory; controls: off; executing: 0; message: An action "
       "ended unexpectedly: “Mail” did not finish. The log says where it was.; queue: []; "
       "queueCount: 0; schedulerStatus: 1; title: Next: Photos at 6:00 PM; current no more; report: "
-      "The execution of “Mail” ended unexpectedly after 8 s. It is not run again.; report: one; "
-      "report: two; log 6\n"
+      "The execution of “Mail” ended unexpectedly after 8 s. It is not run again.; report:     "
+      "one; "
+      "report:     two; log 6\n"
       "-- all is over: information: ; message: \n");
   // The fifth argument tells the execute application that it does a crashed run again.
   const auto& starts = story.day.machine.processes.starts;
