@@ -125,7 +125,9 @@ void ExecutionStop::want(bool goesOn) {
 
 ReferenceTime ExecutionStop::nextStage() const {
   if (mStage == Stage::none || !mNext) return kNever;
-  return mClock.now() + std::max(0.0, *mNext - mClock.monotonic());
+  const double left = *mNext - mClock.monotonic();
+  // Not now, which is later than the now of whoever compares.
+  return left <= 0 ? kAtOnce : mClock.now() + left;
 }
 
 std::optional<ExecutionStop::Stage> ExecutionStop::takeNext() {

@@ -96,7 +96,7 @@ class ExecutionStop {
   void forget() { mStage = Stage::none; }
   Stage stage() const { return mStage; }
   bool isWanted() const { return mStage != Stage::none; }
-  /// When `takeNext` has something; kNever.
+  /// When `takeNext` has something; kAtOnce, kNever.
   ReferenceTime nextStage() const;
   /// The stage whose time has come, once; nothing before.
   std::optional<Stage> takeNext();

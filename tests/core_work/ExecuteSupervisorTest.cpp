@@ -341,7 +341,11 @@ TEST_F(WatchedExecutionTest, AStopComesToAnEnd) {
       {{"Ref", 7}, {"Date", ZAN_Value::date(now())}, {"C", LogCode::launched}}));
   follow(60);
   supervisor.stopExecution();
-  EXPECT_EQ(follow(60, [this] { return child().terminated; }), 10);
+  advance(9);
+  EXPECT_NEAR(supervisor.nextSupervision(), now() + 1, 1e-6);
+  advance(1);
+  EXPECT_EQ(supervisor.nextSupervision(), kAtOnce) << "due whatever time passes in the tick";
+  EXPECT_EQ(follow(60, [this] { return child().terminated; }), 0.5);
   EXPECT_EQ(follow(60, [this] { return child().killed; }), 20);
   EXPECT_EQ(follow(60, [this] { return !supervisor.isExecuting(); }), 5);
   EXPECT_TRUE(queue.empty());
