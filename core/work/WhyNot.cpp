@@ -128,8 +128,7 @@ void WhyNot::addQueue(Reasons& reasons, std::int64_t reference, const Situation&
     titles += mTexts.table.text(runs ? "WhyTitleRunning" : "WhyTitle", {mTitleOf(*before)});
   }
   reasons.push_back(reason(Cause::queued, mTexts.table.text("WhyQueuedBehind", {titles})));
-  if (!hold.empty())
-    reasons.push_back(reason(Cause::queued, mTexts.table.text("WhyHeadHeld", {hold})));
+  if (!hold.empty()) reasons.push_back(reason(Cause::queued, hold + "."));
 }
 
 void WhyNot::addAgent(Reasons& reasons, const Situation& situation) const {

@@ -106,11 +106,14 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
     }
     ++ofCaller;
     ++mWaiting;
-    mQuestions.push_back({message, bus});
-    if (mQuestions.size() > 1) return true;
-    // Behind the notifications that arrived before.
-    mRunLoop.performAfter(0, [this, alive = std::weak_ptr<int>(mAlive)] {
-      if (!alive.expired()) answerAll();
+    // Behind the notifications that arrived before, and then with what else has come by now.
+    mRunLoop.performAfter(0, [this, alive = std::weak_ptr<int>(mAlive), message, bus] {
+      if (alive.expired()) return;
+      mQuestions.push_back({message, bus});
+      if (mQuestions.size() > 1) return;
+      mRunLoop.performAfter(0, [this, alive] {
+        if (!alive.expired()) answerAll();
+      });
     });
     return true;
   }

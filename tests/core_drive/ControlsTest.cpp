@@ -249,6 +249,7 @@ TEST(Controls, QuittingAsksWhatIsToBecomeOfTheExecution) {
     if (choice != 1) continue;
 
     day.agent.reset();
+    day.machine.time.dropLoopEvents();
     EXPECT_TRUE(mail.running);
     day.start(true);
     day.tell("LaunchAction", info("Ref", 101));

@@ -23,7 +23,7 @@ TEST_F(AgentOnBusTest, IsDrivenByTheCommand) {
   EXPECT_TRUE(client->status()->value("paused").boolValue());
   said = command({"launch", letters});
   EXPECT_EQ(said.code, 0);
-  EXPECT_EQ(said.text, "queued 101: Letters\n");
+  EXPECT_EQ(said.text, "queued 101: Letters\nThe execution is paused\n");
   said = command({"launch", letters});
   EXPECT_EQ(said.code, 1);
   EXPECT_THAT(said.text, HasSubstr("already waits in the queue"));
