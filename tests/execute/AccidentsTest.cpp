@@ -94,7 +94,7 @@ class AccidentsTest : public testing::Test {
   /// A program in the place of rsync that does something before it, or in its place.
   void replaceRsync(const std::string& script) {
     const std::string path = testing::TempDir() + "rsync" + std::to_string(::getpid());
-    std::ofstream(path) << "#!/bin/sh\nexec 9>&-\n" << script << "\n";
+    std::ofstream(path) << "#!/bin/sh\n" << script << "\n";
     fs::permissions(path, fs::perms::owner_all);
     rsync = path;
   }
