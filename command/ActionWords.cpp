@@ -268,16 +268,16 @@ Result<ProgrammedAction*> groupWithReference(ProgrammedAction& root, std::int64_
 
 Answer answerAbout(std::string_view done, const ZAN_Value& settings, CommandHome& home) {
   const auto run = home.nextRun(Schedule(settings));
-  const auto date = run ? std::optional(run->date) : std::nullopt;
   const std::string schedule = home.scheduleText(settings);
-  const ZAN_Value value = ZAN_Value::dictionary({{"done", done},
-                                                 {"reference", settings.integer("Ref")},
-                                                 {"title", settings.string("Title")},
-                                                 {"schedule", schedule},
-                                                 {"next", date ? ZAN_Value(*date) : ZAN_Value()}});
+  const ZAN_Value value =
+      ZAN_Value::dictionary({{"done", done},
+                             {"reference", settings.integer("Ref")},
+                             {"title", settings.string("Title")},
+                             {"schedule", schedule},
+                             {"next", run ? ZAN_Value(run->date) : ZAN_Value()}});
   ZAN_Value shown = value;
   shown.setValue("runs", home.texts().text("ScheduleRuns", {schedule}));
-  const bool isDue = date && *date <= home.now();
+  const bool isDue = run && run->date <= home.now();
   return {value, TextForm(home.calendar())
                      .fill(isDue ? "{done} {reference}: {title}\nnext: now\n"
                                  : "{done} {reference}: {title}\n"
