@@ -15,7 +15,7 @@
 #include "actions/ActionsTools.h"
 #include "execute/CopyMark.h"
 #include "execute/Rsync.h"
-#include "execute/Versions.h"
+#include "execute/plain/Versions.h"
 #include "platform/linux/MountTable.h"
 
 namespace corvana {

@@ -23,6 +23,7 @@ constexpr std::size_t kKeptErrors = 200;
 /// What a file costs besides its bytes, for a progress that moves with small ones, too.
 constexpr double kBytesAFile = 4096;
 constexpr double kNearlyDone = 99;
+const std::vector<std::string> kMarkAlone{std::string(CopyMark::kName)};
 
 // rsync's exit codes.
 constexpr int kFull = 11;  ///< or another failure of reading and writing
@@ -160,6 +161,7 @@ Result<RsyncProcess::End> CopyRun::start(CopyPlan::Pass pass, Copy& copy, RsyncO
 }
 
 ExecuteEnd CopyRun::perform() {
+  mBegun = m.clock.now();
   const bool isCopied = isInOrder() && openCopies() &&
                         std::ranges::all_of(mCopies, [this](Copy& copy) { return lookAt(copy); });
   if (isCopied) tellWhatIsLeftOut();
@@ -169,11 +171,7 @@ ExecuteEnd CopyRun::perform() {
       isAlive()) {
     std::ranges::all_of(mCopies, [this](Copy& copy) { return deleteFrom(copy); });
   }
-  if (mVersions) {
-    if (mEnd.isExecuted()) mVersions->thin(m.clock.now());
-    for (Copy& copy : mCopies) copy.aside.reset();
-    mVersions->end();
-  }
+  if (mVersions && mEnd.isExecuted()) finishVersion();
   if (mEnd.code == ExecuteCode::completed && (mEnd.errors > 0 || !mEnd.reason.empty()))
     mEnd.code = ExecuteCode::completedWithErrors;
   if (mEnd.code == ExecuteCode::completedWithErrors)
@@ -204,7 +202,7 @@ bool CopyRun::openCopies() {
       }
       auto again = mDestination->again();
       if (!again) return failWith(again.error());
-      mCopies.push_back({.source = source, .folder = *std::move(again)});
+      mCopies.push_back({.source = source, .folder = *std::move(again), .isEmpty = !isThere});
       continue;
     }
     if (isThere && !S_ISDIR(state.st_mode)) {
@@ -216,8 +214,11 @@ bool CopyRun::openCopies() {
     }
     auto folder = mDestination->makeBelow(source.name);
     if (!folder) return failWith(folder.error());
+    const auto names = namesInFolder(folder->descriptor());
     if (!checkOwner(source, *folder)) return false;
-    mCopies.push_back({.source = source, .folder = *std::move(folder)});
+    mCopies.push_back({.source = source,
+                       .folder = *std::move(folder),
+                       .isEmpty = names && (names->empty() || *names == kMarkAlone)});
   }
   mOptions = mPlan.factsOf(*mDestination).options();
   return true;
@@ -302,11 +303,13 @@ bool CopyRun::lookAt(Copy& copy) {
     std::uint64_t bytes = 0;
     std::uint64_t files = 0;
     copy.deletions = NameList();
+    copy.changes = NameList();
     copy.newFiles = 0;
     copy.hasWork = false;
     RsyncOutput output(placesOf(copy), [&](const RsyncOutput::Item& item) {
       if (item.isDeletion()) return copy.deletions.add(item.name);
       copy.hasWork = true;
+      copy.changes.add(item.name);
       if (item.isNew() && !item.isFolder()) ++copy.newFiles;
       if (!item.isTransfer()) return;
       ++files;
@@ -317,6 +320,7 @@ bool CopyRun::lookAt(Copy& copy) {
     if (end->skipWanted && isInOrder()) continue;
     if (endsWith(*end, output, copy)) return false;
     copy.filesListed = output.filesListed();
+    copy.bytesListed = output.bytesListed();
     copy.addUnread(output.unread());
     mBytesToCopy += bytes;
     mFilesToCopy += files;
@@ -370,29 +374,68 @@ std::uint64_t CopyRun::freeSpace() const {
 
 /// Older versions go before a copy does not find room.
 bool CopyRun::makeRoom() {
-  if (std::ranges::none_of(mCopies, [this](const Copy& copy) {
-        return copy.hasWork || (mMayDelete && copy.deletions.count() > 0);
-      }))
-    return true;
-  auto versions = Versions::begin(*mDestination, m.clock.now());
-  if (!versions) return failWith(versions.error());
-  mVersions = *std::move(versions);
-  while (freeSpace() < mBytesToCopy && mVersions->removeOldest()) {
+  const bool hasWork = std::ranges::any_of(mCopies, [this](const Copy& copy) {
+    return copy.hasWork || (mMayDelete && copy.deletions.count() > 0);
+  });
+  if (!beginVersion(hasWork)) return false;
+  while (hasWork && freeSpace() < mBytesToCopy && mVersions->removeOldest()) {
     if (!isInOrder()) return false;
   }
+  return true;
+}
+
+VersionHeader CopyRun::version(ReferenceTime date) const {
+  VersionHeader header{.machine = mOwner.mark.machine,
+                       .home = mOwner.mark.home,
+                       .reference = mOwner.mark.reference,
+                       .title = mOwner.mark.title,
+                       .date = date};
+  for (const Copy& copy : mCopies) {
+    header.files += copy.filesListed;
+    header.bytes += copy.bytesListed;
+    header.copies.push_back({copy.source.name, copy.source.path, copy.source.isFolder});
+  }
+  return header;
+}
+
+/// Notes what the run is going to change, and makes the folders that take it in.
+bool CopyRun::beginVersion(bool hasWork) {
+  auto versions = Versions::open(*mDestination, version(mOwner.lastRun));
+  if (!versions) return failWith(versions.error());
+  mVersions = *std::move(versions);
+  if (!hasWork && !mVersions->wasCut()) return true;
+  const Outcome begun = mVersions->begin(mBegun, std::ranges::all_of(mCopies, &Copy::isEmpty));
+  if (!begun) return failWith(begun.error());
+  mHasBegun = true;
   for (Copy& copy : mCopies) {
-    if (!copy.source.isFolder) {
-      // A file's older versions lie where those of folders do.
-      auto aside = mVersions->folderOf(".");
-      if (!aside) return failWith(aside.error());
-      copy.aside = *std::move(aside);
-      continue;
+    const std::string prefix = copy.source.isFolder ? copy.source.name : std::string();
+    const auto note = [&](const std::string& name) {
+      mVersions->willChange(copy.folder, prefix, name);
+      return true;
+    };
+    if (!copy.changes.forEach(note) || (mMayDelete && !copy.deletions.forEach(note))) {
+      return fail(ExecuteCode::unexpectedError,
+                  copy.folder.path() + ": no room for the list of what is to change");
     }
-    auto aside = mVersions->folderOf(copy.source.name);
+    // A file's older versions lie where those of folders do.
+    auto aside = mVersions->folderOf(copy.source.isFolder ? copy.source.name : ".");
     if (!aside) return failWith(aside.error());
     copy.aside = *std::move(aside);
   }
-  return true;
+  const Outcome noted = mVersions->willChangeNoMore();
+  return noted || failWith(noted.error());
+}
+
+void CopyRun::finishVersion() {
+  const auto isDone = [this](const Outcome& done) {
+    if (!done) addError(mPlan.destination(), done.error().text);
+    return static_cast<bool>(done);
+  };
+  if (mHasBegun) {
+    for (Copy& copy : mCopies) copy.aside.reset();
+    if (!isDone(mVersions->finish(version(mBegun)))) return;
+  }
+  isDone(mVersions->thin(m.clock.now(), mKept));
 }
 
 bool CopyRun::lacksSpace() {
@@ -414,6 +457,8 @@ bool CopyRun::transfer(Copy& copy) {
     std::uint64_t replaced = 0;
     RsyncOutput output(placesOf(copy), [&](const RsyncOutput::Item& item) {
       if (item.isTransfer() && !item.isNew()) ++replaced;
+      if (item.isNew())
+        mVersions->hasAdded(copy.source.isFolder ? copy.source.name : std::string(), item.name);
     });
     const auto end = start(CopyPlan::Pass::copy, copy, output);
     tell(copy, output);

@@ -9,9 +9,11 @@
 
 #include "execute/CopyMark.h"
 #include "execute/CopyPlan.h"
+#include "execute/Deletion.h"
 #include "execute/ExecuteRecords.h"
 #include "execute/Rsync.h"
-#include "execute/Versions.h"
+#include "execute/plain/NameList.h"
+#include "execute/plain/Versions.h"
 
 namespace corvana {
 
@@ -27,10 +29,11 @@ struct DeletionLimit {
 
 /// Whose copies a run fills.
 struct CopyOwner {
-  CopyMark mark = {};      ///< of the action; the source is added for each copy
-  bool hasRun = false;     ///< earlier runs of the action have filled the copies of the plan
-  bool isAlone = true;     ///< no other action fills them
-  bool takesOver = false;  ///< the user wants what is there to be taken for its copies
+  CopyMark mark = {};         ///< of the action; the source is added for each copy
+  bool hasRun = false;        ///< earlier runs of the action have filled the copies of the plan
+  bool isAlone = true;        ///< no other action fills them
+  bool takesOver = false;     ///< the user wants what is there to be taken for its copies
+  ReferenceTime lastRun = 0;  ///< the last good one; 0: not known
 };
 
 /// Carries out a plan: looks what there is to do, copies, and only when everything was copied and
@@ -46,8 +49,13 @@ class CopyRun {
     std::function<void(const ExecuteMessages::Progress&)> tell;
   };
 
-  CopyRun(const CopyPlan& plan, CopyOwner owner, DeletionLimit limit, Surroundings surroundings)
-      : mPlan(plan), mOwner(std::move(owner)), mLimit(limit), m(std::move(surroundings)) {}
+  CopyRun(const CopyPlan& plan, CopyOwner owner, DeletionLimit limit, Surroundings surroundings,
+          VersionsKept kept = {})
+      : mPlan(plan),
+        mOwner(std::move(owner)),
+        mLimit(limit),
+        mKept(kept),
+        m(std::move(surroundings)) {}
 
   ExecuteEnd perform();
 
@@ -60,7 +68,10 @@ class CopyRun {
     bool hasWork = false;
     std::uint64_t newFiles = 0;
     std::uint64_t filesListed = 0;
+    std::uint64_t bytesListed = 0;
     NameList deletions = {};
+    NameList changes = {};  ///< names of what is new or to be changed
+    bool isEmpty = false;   ///< before the run
     std::optional<std::set<std::string>> unread{std::in_place};
     std::vector<std::string> skipped = {};
 
@@ -77,6 +88,9 @@ class CopyRun {
   bool checkOwner(const CopyPlan::Source& source, const HeldFolder& copy);
   bool lookAt(Copy& copy);
   bool makeRoom();
+  bool beginVersion(bool hasWork);
+  void finishVersion();
+  VersionHeader version(ReferenceTime date) const;
   bool transfer(Copy& copy);
   bool deleteFrom(Copy& copy);
   bool isInOrder();
@@ -98,10 +112,13 @@ class CopyRun {
   const CopyPlan& mPlan;
   CopyOwner mOwner;
   DeletionLimit mLimit;
+  VersionsKept mKept;
+  ReferenceTime mBegun = 0;
   Surroundings m;
   MountsNow mMounts;
   std::optional<HeldFolder> mDestination;
   std::optional<Versions> mVersions;
+  bool mHasBegun = false;  ///< with changes
   std::vector<std::string> mOptions;
   std::vector<Copy> mCopies;
   bool mMayDelete = false;

@@ -106,6 +106,8 @@ void RsyncOutput::finish() {
 void RsyncOutput::readOutputLine(std::string_view line) {
   constexpr std::string_view kListed = "Number of files: ";
   if (line.front() == '@') return readItemLine(line.substr(1));
+  if (const auto size = numberAfter(line, "Total file size: "); size && line.starts_with('T'))
+    mBytesListed = *size;
   if (!line.starts_with(kListed)) return readProgressLine(line);
   // "Number of files: 1007 (reg: 1000, dir: 7)"
   mListed = numberAfter(line, kListed).value_or(0);

@@ -57,6 +57,8 @@ class RsyncOutput {
   std::uint64_t filesCopied() const { return mFiles; }
   /// How many items the source has that are no folders; said at the end.
   std::uint64_t filesListed() const { return mListed - std::min(mFoldersListed, mListed); }
+  /// And their bytes.
+  std::uint64_t bytesListed() const { return mBytesListed; }
   std::uint64_t errorCount() const { return mErrorCount; }
   /// The errors' own words, the first 200 of them.
   const std::vector<std::string>& errors() const { return mErrors; }
@@ -87,6 +89,7 @@ class RsyncOutput {
   std::uint64_t mFiles = 0;
   std::uint64_t mListed = 0;
   std::uint64_t mFoldersListed = 0;
+  std::uint64_t mBytesListed = 0;
   std::uint64_t mErrorCount = 0;
   bool mIsFull = false;
   std::vector<std::string> mErrors;

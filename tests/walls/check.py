@@ -20,7 +20,7 @@ FLOORS = {
     "volumes": 2,
     "core/record": 3, "core/work": 4, "core/machine": 5, "core/drive": 6,
     "mail/smtp": 7, "ui": 7, "remote": 7,
-    "mail/report": 8, "ui/windows": 8,
+    "mail/report": 8, "ui/windows": 8, "execute/plain": 8,
     "desktop": 9, "command": 9, "execute": 9,
     "app": 10, "tools": 10,
 }
@@ -35,6 +35,7 @@ BESIDE = {
 # These join a platform with the rooms, so they may see its real half.
 JOINERS = {"app": {"platform/linux", "platform/qt"}, "desktop": {"platform/linux", "platform/qt"},
            "command": {"platform/linux", "platform/qt"}, "execute": {"platform/linux", "platform/qt"},
+           "execute/plain": {"platform/linux"},
            "tools": {"platform/linux", "platform/qt"}}
 ABOVE_THE_WALL = ("core/record", "core/work", "core/machine", "core/drive", "actions", "volumes", "mail/smtp", "mail/report",
                   "remote", "ui", "ui/windows")

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "execute/plain/FolderWalk.h"
+#include "platform/linux/HeldFolder.h"
+
+namespace corvana {
+
+/// Takes out of a copy what its source no longer has, item by item, and puts it aside. Each name is
+/// looked up again in the held source: only what is certainly not there is moved.
+class Deletion {
+ public:
+  /// All three on their volumes; `aside` on that of the copy.
+  Deletion(const HeldFolder& source, const HeldFolder& copy, const HeldFolder& aside)
+      : mCopy(copy),
+        mSourceFolders(source.descriptor()),
+        mCopyFolders(copy.descriptor()),
+        mAsideFolders(aside.descriptor()) {}
+
+  /// Whether the source certainly has nothing of that name, and could have told.
+  bool isGone(const std::string& name);
+  /// Moves it aside; of a folder only what is empty by now. What is not there is done.
+  Outcome moveAside(const std::string& name);
+  std::uint64_t filesMoved() const { return mFiles; }
+
+ private:
+  const HeldFolder& mCopy;
+  ParentFolders mSourceFolders;
+  ParentFolders mCopyFolders;
+  ParentFolders mAsideFolders;
+  std::uint64_t mFiles = 0;
+};
+
+}  // namespace corvana
