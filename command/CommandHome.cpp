@@ -61,8 +61,8 @@ ZAN_Value CommandHome::comingRuns(std::size_t count, const Circumstances& circum
   return list;
 }
 
-std::unique_ptr<Volumes> CommandHome::volumes(double patience) {
-  return GvfsShares::volumesNow(mMachine, patience);
+std::unique_ptr<Volumes> CommandHome::volumes(double patience, bool areAllWanted) {
+  return GvfsShares::volumesNow(mMachine, patience, areAllWanted);
 }
 
 Outcome CommandHome::loadAgentTexts(ZAN_StringTable& texts) const {

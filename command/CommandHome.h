@@ -53,8 +53,8 @@ class CommandHome {
     return Forecast(calendar(), schedule).next(now());
   }
   /// The volumes of the machine for one look around. `patience`: how many seconds one of them may
-  /// take to answer.
-  std::unique_ptr<Volumes> volumes(double patience);
+  /// take to answer; `areAllWanted`: all together.
+  std::unique_ptr<Volumes> volumes(double patience, bool areAllWanted = false);
   /// Reads the agent's texts, which lie in its bundle: beside the folder of this command, or where
   /// an installation puts it.
   Outcome loadAgentTexts(ZAN_StringTable& texts) const;

@@ -16,8 +16,8 @@ namespace corvana {
 
 namespace {
 
-/// One that is asked for the first time may have to look over the network.
-constexpr double kSecondsForAVolume = 3;
+/// One that is asked for the first time may have to look over the network; all have this together.
+constexpr double kSecondsForVolumes = 2.5;
 constexpr double kHour = 3'600;
 constexpr double kWeek = 7 * 24 * kHour;
 constexpr int kColumns = 56;
@@ -28,7 +28,7 @@ constexpr std::array<std::string_view, 8> kBars = {"▁", "▂", "▃", "▄", "
 /// A mounted volume as ZAN_MountedVolumes describes it, or one of which only the history is left,
 /// with "mounted" and its hours as "freeSpace".
 ZAN_Value knownVolumes(CommandHome& home) {
-  const auto system = home.volumes(kSecondsForAVolume);
+  const auto system = home.volumes(kSecondsForVolumes, true);
   ZAN_MountedVolumes mounted(*system);
   std::vector<ZAN_Value> volumes = mounted.getAllMountedVolumes();
   const std::size_t count = volumes.size();

@@ -17,6 +17,7 @@
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
+#include "platform/linux/ExpendableChild.h"
 
 namespace corvana {
 
@@ -78,7 +79,8 @@ std::string firstLine(const fs::path& path) {
   return line;
 }
 
-DeviceFacts::Identity probed(const std::string& device) {
+/// Reads the device.
+std::string superblockOf(const std::string& device) {
   const ZAN_Descriptor file(::open(device.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file) return {};
   using Probe = std::unique_ptr<std::remove_pointer_t<blkid_probe>, decltype(&blkid_free_probe)>;
@@ -92,7 +94,20 @@ DeviceFacts::Identity probed(const std::string& device) {
     const char* text = nullptr;
     return blkid_probe_lookup_value(probe.get(), name, &text, nullptr) == 0 && text ? text : "";
   };
-  return {value("UUID"), value("LABEL"), value("TYPE")};
+  return value("UUID") + '\0' + value("LABEL") + '\0' + value("TYPE");
+}
+
+/// A disk that is about to fail may keep its readers for ever.
+DeviceFacts::Identity probed(const std::string& device) {
+  const auto answer =
+      ExpendableChild::ask([&] { return superblockOf(device); }, ExpendableChild::kAsLongAsItTakes);
+  if (!answer || answer->empty()) return {};
+  std::istringstream words(*answer);
+  DeviceFacts::Identity identity;
+  std::getline(words, identity.uuid, '\0');
+  std::getline(words, identity.label, '\0');
+  std::getline(words, identity.fileSystem, '\0');
+  return identity;
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <tuple>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "platform/linux/ExpendableChild.h"
 #include "platform/linux/VolumesFolderAccess.h"
 
 namespace corvana {
@@ -30,15 +31,31 @@ using Key = std::tuple<std::uint64_t, std::uint64_t, std::string>;
 
 Key keyOf(const Mount& mount) { return {mount.id, mount.device, mount.target}; }
 
-/// Blocks as long as the mount does. Nothing when the place shows something else meanwhile.
-std::optional<VolumeInformation> ask(const Mount& mount) {
-  const ZAN_Descriptor place(
-      ::open(mount.target.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+/// What a mount says of itself.
+struct Sayings {
   struct statx times {};
   struct statvfs space {};
-  if (!place || ::statx(place.get(), "", AT_EMPTY_PATH, STATX_BTIME | STATX_MNT_ID, &times) != 0 ||
-      ::fstatvfs(place.get(), &space) != 0)
-    return std::nullopt;
+  bool isThere = false;
+};
+
+/// Blocks as long as the mount does.
+Sayings listen(const char* target) {
+  Sayings heard;
+  const ZAN_Descriptor place(::open(target, O_PATH | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+  heard.isThere =
+      place &&
+      ::statx(place.get(), "", AT_EMPTY_PATH, STATX_BTIME | STATX_MNT_ID, &heard.times) == 0 &&
+      ::fstatvfs(place.get(), &heard.space) == 0;
+  return heard;
+}
+
+/// Blocks as long as the mount does, but can be left at it. Nothing when the place shows something
+/// else meanwhile.
+std::optional<VolumeInformation> answerOf(const Mount& mount) {
+  const auto heard = ExpendableChild::valueOf([&] { return listen(mount.target.c_str()); },
+                                              ExpendableChild::kAsLongAsItTakes);
+  if (!heard || !heard->isThere) return std::nullopt;
+  const auto& [times, space, isThere] = *heard;
   const bool isShared = mount.id == 0;  // by the desktop, below a mount of its own
   if (!isShared && (times.stx_mask & STATX_MNT_ID) != 0 && times.stx_mnt_id != mount.id)
     return std::nullopt;
@@ -61,7 +78,8 @@ struct VolumeReader::Slot {
   DeviceFacts::Identity identity;  ///< the device's: it stays
   int identityReadings = 0;
   SteadyClock::time_point at;
-  int waiting = 0;      ///< threads that are with the mount
+  SteadyClock::time_point asked;
+  int waiting = 0;      ///< children that are with the mount
   bool isLate = false;  ///< one of them is there for longer than anybody waits
   std::function<void()> answered;
 
@@ -92,9 +110,10 @@ struct VolumeReader::Shared {
 /// Under the lock.
 void VolumeReader::startReading(const std::shared_ptr<Slot>& slot, const Mount& mount) {
   ++slot->waiting;
+  slot->asked = SteadyClock::now();
   std::thread([shared = mShared, slot, mount, identify = mIdentify,
                identifies = slot->wantsIdentity(mount)] {
-    auto answer = ask(mount);
+    auto answer = answerOf(mount);
     DeviceFacts::Identity identity;
     if (answer && identifies) identity = identify(mount.source);
     const std::lock_guard lock(shared->mutex);
@@ -131,9 +150,16 @@ std::optional<VolumeInformation> VolumeReader::information(const Mount& mount, d
   if (slot->information && age <= maxAge && !(age > kUnidentified && slot->wantsIdentity(mount)))
     return slot->information;
   if (slot->waiting == 0) startReading(slot, mount);
-  slot->isLate = !mShared->changed.wait_for(lock, std::chrono::duration<double>(mLimit),
-                                            [&] { return slot->waiting == 0 || slot->at > now; });
+  const auto end = slot->asked + std::chrono::duration_cast<SteadyClock::duration>(
+                                     std::chrono::duration<double>(mLimit));
+  slot->isLate =
+      !mShared->changed.wait_until(lock, end, [&] { return slot->waiting == 0 || slot->at > now; });
   return slot->isLate ? std::nullopt : slot->information;
+}
+
+void VolumeReader::ask(const Mount& mount) {
+  const std::lock_guard lock(mShared->mutex);
+  startReading(mShared->slotOf(mount), mount);
 }
 
 void VolumeReader::prepare(const Mount& mount, RunLoop& loop, std::function<void()> answered) {
@@ -151,9 +177,10 @@ bool VolumeReader::exists(const Mount& mount, const std::string& path) {
   const auto answer = std::make_shared<std::optional<bool>>();
   ++slot->waiting;
   std::thread([shared = mShared, slot, path, answer] {
-    const bool isThere = ::access(path.c_str(), F_OK) == 0;
+    const auto isThere = ExpendableChild::valueOf([&] { return ::access(path.c_str(), F_OK) == 0; },
+                                                  ExpendableChild::kAsLongAsItTakes);
     const std::lock_guard guard(shared->mutex);
-    *answer = isThere;
+    *answer = isThere.value_or(false);
     slot->ended();
     shared->changed.notify_all();
   }).detach();
@@ -202,6 +229,12 @@ std::vector<Mount> LinuxVolumes::mounts() const {
 
 std::optional<VolumeInformation> LinuxVolumes::information(const Mount& mount, double maxAge) {
   return mReader.information(mount, maxAge);
+}
+
+void LinuxVolumes::askAll() {
+  for (const Mount& mount : mounts()) {
+    if (mount.isVolume) mReader.ask(mount);
+  }
 }
 
 DiskInformation LinuxVolumes::diskInformation(const Mount& mount) {

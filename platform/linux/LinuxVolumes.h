@@ -11,12 +11,12 @@
 
 namespace corvana {
 
-/// Asks mounts in threads of their own, so that one that never answers holds up nobody: whoever
-/// asked waits a moment at most, and nobody waits for it again until it has answered. Threads that
-/// wait for ever are left behind at the end. Thread: main.
+/// Asks mounts in child processes, so that one that never answers holds up nobody: whoever asked
+/// waits a moment at most, and nobody waits for it again until it has answered. One child stays
+/// with such a mount, and a thread that waits for it and can be ended at any time. Thread: main.
 class VolumeReader {
  public:
-  /// Seconds that a question may take.
+  /// Seconds that a question may take, from when it was asked.
   void setLimit(double seconds) { mLimit = seconds; }
 
   /// What is known of a device; blocks, thread: any.
@@ -31,7 +31,9 @@ class VolumeReader {
   /// device without a UUID is looked at some more times, whoever asks: the system learns of it a
   /// moment after it is mounted.
   std::optional<VolumeInformation> information(const Mount& mount, double maxAge);
-  /// Asks ahead; `answered` is called in `loop` when the mount has answered, however late, unless
+  /// Asks ahead, so that several mounts can take their time at once.
+  void ask(const Mount& mount);
+  /// The same; `answered` is called in `loop` when the mount has answered, however late, unless
   /// it is forgotten before.
   void prepare(const Mount& mount, RunLoop& loop, std::function<void()> answered);
   /// Whether something is at a path on that mount.
@@ -71,6 +73,8 @@ class LinuxVolumes final : public Volumes {
 
   /// How many seconds a mount may take to answer; a fraction of one at first.
   void setPatience(double seconds) { mReader.setLimit(seconds); }
+  /// Asks all volumes at once: together they then take no longer than one of them.
+  void askAll();
   /// The shares that the desktop shows as folders, as they are now (`id` 0).
   void setShares(std::vector<Mount> shares);
 

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/linux/ExpendableChild.h"
 #include "platform/linux/SystemClock.h"
 
 namespace corvana {
@@ -168,8 +169,8 @@ Result<std::string> runToolBlocking(const std::vector<std::string>& arguments, d
   }
   if (!ended) {
     ::kill(-pid, SIGKILL);
-    while (waitpid(pid, &waitStatus, 0) < 0 && errno == EINTR) {
-    }
+    // A device or a mount may hold it still.
+    ExpendableChild::reapSometime(pid);
     if (tooMuch) return Error{ErrorKind::limit, name + ": more output than expected"};
     return Error{ErrorKind::unavailable, name + ": did not end in time"};
   }

@@ -195,10 +195,12 @@ std::vector<Mount> GvfsShares::now() {
   return shares;
 }
 
-std::unique_ptr<Volumes> GvfsShares::volumesNow(const Machine& machine, double patience) {
+std::unique_ptr<Volumes> GvfsShares::volumesNow(const Machine& machine, double patience,
+                                                bool areAllWanted) {
   auto volumes = std::make_unique<LinuxVolumes>(machine.loginName(), machine.homeFolder());
   volumes->setPatience(patience);
   volumes->setShares(now());
+  if (areAllWanted) volumes->askAll();
   return volumes;
 }
 

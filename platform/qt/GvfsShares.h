@@ -23,8 +23,10 @@ class GvfsShares {
   /// seconds at most. Thread: any where Qt's application object is there, else main.
   static std::vector<Mount> now();
   /// All volumes of the machine, those shares among them, for who looks once; waits as `now` does.
-  /// `patience`: how many seconds one of them may take to answer when it is asked.
-  static std::unique_ptr<Volumes> volumesNow(const Machine& machine, double patience);
+  /// `patience`: how many seconds one of them may take to answer when it is asked. `areAllWanted`:
+  /// they are all asked at once, and have that time together.
+  static std::unique_ptr<Volumes> volumesNow(const Machine& machine, double patience,
+                                             bool areAllWanted = false);
 
  private:
   class Private;
