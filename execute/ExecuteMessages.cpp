@@ -12,16 +12,19 @@
 
 namespace corvana {
 
-ExecuteControl::ExecuteControl() : mWake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+ExecuteControl::ExecuteControl(RunSigns* signs)
+    : mSigns(signs), mWake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 void ExecuteControl::stop(StopReason reason) {
   StopReason none = StopReason::none;
   mStop.compare_exchange_strong(none, reason);
+  if (mSigns) mSigns->stop = mStop.load();
   wake();
 }
 
 void ExecuteControl::setPaused(bool paused) {
   mPaused = paused;
+  if (mSigns) mSigns->paused = paused;
   wake();
 }
 

@@ -9,19 +9,19 @@
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "execute/RunKeeper.h"
 #include "platform/DistributedNotifications.h"
 
 namespace corvana {
 
-/// Why a run is to end before it is done.
-enum class StopReason { none, user, volumeGone, sessionEnd };
 inline constexpr std::string_view kSessionEnded = "the session of the user ended";
 
 /// What others want of a running copy: stop it, pause it, leave the current item out. Asked for on
 /// the main thread, by messages and signals, and obeyed by the thread that copies. Thread: any.
 class ExecuteControl {
  public:
-  ExecuteControl();
+  /// `signs`: where others see that it is paused or to end.
+  explicit ExecuteControl(RunSigns* signs = nullptr);
 
   /// The first reason stays.
   void stop(StopReason reason);
@@ -43,6 +43,7 @@ class ExecuteControl {
   std::atomic<StopReason> mStop = StopReason::none;
   std::atomic<bool> mPaused = false;
   std::atomic<bool> mSkip = false;
+  RunSigns* mSigns;
   ZAN_Descriptor mWake;
 };
 

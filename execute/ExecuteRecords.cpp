@@ -41,6 +41,13 @@ void ExecuteRecords::began() {
   mFiles.history.addHistoryEntry(entry);
 }
 
+void ExecuteRecords::takeUp() {
+  const auto count = static_cast<std::int64_t>(mFiles.history.historyCount());
+  const ZAN_Value last = mFiles.history.historyEntryAtIndex(count - 1);
+  const auto start = last["Date"].asDate();
+  if (start && last.integer("Ref") == mReference && last.integer("C") == kStarted) mStart = *start;
+}
+
 void ExecuteRecords::workingOn(const std::string& path) {
   mFiles.store.texts().saveCurrentPath(path);
   const double now = mFiles.store.clock().monotonic();

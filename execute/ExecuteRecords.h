@@ -63,6 +63,9 @@ class ExecuteRecords {
 
   /// The history shows the execution from its start; one that crashes stays without an end.
   void began();
+  /// Goes on in the place of an execution of the same action that began and could not record its
+  /// end.
+  void takeUp();
   /// Kept on disk for whoever looks after a crash, at most once a second.
   void workingOn(const std::string& path);
   /// History, results, log, the action's counter and date, and what is to be confirmed. Also for an

@@ -7,6 +7,8 @@
 #include <iostream>
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
@@ -51,6 +53,7 @@ ExecuteEnd refusal(const Error& error) {
       break;
     case ErrorKind::unwritable:
     case ErrorKind::unreadable:
+    case ErrorKind::unavailable:
       end.code = ExecuteCode::volumeNotAvailable;
       break;
     default:
@@ -100,6 +103,55 @@ void ExecuteRun::perform(const ExecuteArguments& arguments) {
     return arguments.estimateSize ? records.logged(end) : records.ended(end);
   }
   arguments.estimateSize ? estimate(*plan, records) : execute(*plan, settings, records);
+}
+
+/// Asked again: the volumes of the action, and what is mounted below its sources.
+std::string ExecuteRun::silentVolumes(const ZAN_Value& settings) const {
+  std::vector<std::string> names;
+  const VolumeReference reference(mSurroundings.volumes);
+  const auto ask = [&](const Mount& mount, std::string_view name) {
+    if (mSurroundings.volumes.information(mount, 0)) return;
+    std::string named = "\"" +
+                        (name.empty() ? VolumeReference::nameOf(mount, {}) : std::string(name)) +
+                        "\" (" + mount.target + ")";
+    if (std::ranges::find(names, named) == names.end()) names.push_back(std::move(named));
+  };
+  std::vector<FolderDescription> items = ActionsTools::getSourcesForAction(settings);
+  for (const Mount& mount : mSurroundings.volumes.mounts()) {
+    const auto isBelow = [&](const FolderDescription& item) {
+      return ZAN_FilesUtils::isBelow(mount.target, item.path());
+    };
+    if (mount.isForeign && std::ranges::any_of(items, isBelow)) ask(mount, {});
+  }
+  items.push_back(ActionsTools::getDestinationForAction(settings));
+  for (const FolderDescription& item : items) {
+    if (const auto mount = reference.ofPath(std::string(item.path())))
+      ask(*mount, item.volumeName());
+  }
+  std::string text;
+  for (const std::string& name : names) text += (text.empty() ? "" : ", ") + name;
+  if (text.empty()) return text;
+  return (names.size() == 1 ? "The volume " + text + " does not answer"
+                            : "The volumes " + text + " do not answer");
+}
+
+void ExecuteRun::recordSilence(const ExecuteArguments& arguments, double seconds, StopReason stop) {
+  const auto* action = mSurroundings.files.tree.rootItem().actionForReference(arguments.reference);
+  ExecuteEnd end;
+  end.code = stop == StopReason::user         ? ExecuteCode::abortedByUser
+             : stop == StopReason::volumeGone ? ExecuteCode::volumeGone
+                                              : ExecuteCode::timeOut;
+  end.reason = action ? silentVolumes(action->getSettings()) : std::string();
+  if (end.reason.empty()) {
+    end.reason = "Nothing was read or written for " +
+                 ZAN_StringUtils::getDuration(static_cast<std::int64_t>(seconds));
+  }
+  std::cerr << end.reason << std::endl;
+  ExecuteRecords records(mSurroundings.files, mSurroundings.messages, mSurroundings.agentRuns,
+                         arguments.reference, action ? action->getTitle() : "???");
+  if (arguments.estimateSize) return records.logged(end);
+  records.takeUp();
+  records.ended(end);
 }
 
 CopyOwner ExecuteRun::ownerOf(const ZAN_Value& settings) const {

@@ -50,10 +50,14 @@ class ExecuteRun {
   /// Says on the standard output and error what was done, for the agent's debug log. An action that
   /// cannot be executed, ends with errors or is stopped is recorded as that and is no crash.
   void perform(const ExecuteArguments& arguments);
+  /// Records the end of an execution that has done nothing for so many seconds and was given up,
+  /// in its place: which of its volumes do not answer. `stop`: why it was to end anyway.
+  void recordSilence(const ExecuteArguments& arguments, double seconds, StopReason stop);
 
  private:
   void execute(const CopyPlan& plan, const ZAN_Value& settings, ExecuteRecords& records);
   CopyOwner ownerOf(const ZAN_Value& settings) const;
+  std::string silentVolumes(const ZAN_Value& settings) const;
   void estimate(const CopyPlan& plan, ExecuteRecords& records);
 
   Surroundings mSurroundings;

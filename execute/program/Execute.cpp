@@ -1,7 +1,10 @@
+#include <unistd.h>
+
 #include <QCoreApplication>
 #include <algorithm>
 #include <clocale>
 #include <csignal>
+#include <functional>
 #include <iostream>
 #include <string_view>
 #include <vector>
@@ -13,6 +16,7 @@
 #include "actions/ActionTree.h"
 #include "actions/History.h"
 #include "execute/ExecuteRun.h"
+#include "execute/RunKeeper.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/linux/SystemClock.h"
@@ -54,9 +58,13 @@ std::string resourcesFolder(const Machine& machine) {
   return ZAN_FilesUtils::joinedPath(bundle, "Corvana 9 Scheduler.app/Contents/Resources");
 }
 
-/// The copying has a thread of its own; the main one hears and passes on messages.
-void perform(const ExecuteArguments& arguments) {
-  ExecuteControl control;
+/// A disk that sleeps takes its time to wake up; one that was given up has had it.
+constexpr double kSecondsForSilentVolumes = 5;
+
+/// What is to be done has a thread of its own; the main one hears and passes on messages.
+void perform(const ExecuteArguments& arguments, RunKeeper& keeper, double patience,
+             const std::function<void(ExecuteRun&)>& body) {
+  ExecuteControl control(&keeper.signs());
   TerminationSignals terminations(true);
   SystemClock clock;
   LinuxMachine machine;
@@ -77,17 +85,18 @@ void perform(const ExecuteArguments& arguments) {
     messages.handle(message, control, {texts, strings, arguments.reference});
   });
   loop.detachThread("execute", [&] {
+    keeper.signs().thread = ::gettid();
     ActionStore store(clock, machine, log);
     ActionTree tree(store.tree(), clock, log, texts);
     History history(store);
-    const auto volumes = GvfsShares::volumesNow(machine, kSecondsForADisk);
-    ExecuteRun({{store, tree, history},
-                messages,
-                control,
-                [&] { return agentRuns(machine.homeFolder()); },
-                *volumes,
-                machine})
-        .perform(arguments);
+    const auto volumes = GvfsShares::volumesNow(machine, patience);
+    ExecuteRun run({{store, tree, history},
+                    messages,
+                    control,
+                    [&] { return agentRuns(machine.homeFolder()); },
+                    *volumes,
+                    machine});
+    body(run);
     loop.performOnMain([&loop] { loop.quit(0); });
   });
   loop.run();
@@ -110,9 +119,21 @@ int main(int count, char** words) {
   qputenv("QT_NO_GLIB", "1");
   // Whoever started it or reads what it prints may be gone; the backup goes on and is recorded.
   std::signal(SIGPIPE, SIG_IGN);
+  const auto patience = corvana::RunKeeper::Patience::usual();
+  corvana::RunKeeper keeper(patience);
+  const auto end = keeper.split();
+  if (end && !end->isSilent) corvana::RunKeeper::endLike(end->status);
   const QCoreApplication application(count, words);
   // It has taken over the user's decimal sign; numbers in files have a point.
   std::setlocale(LC_NUMERIC, "C");
-  corvana::perform(*arguments);
+  if (!end) {
+    corvana::perform(*arguments, keeper, corvana::kSecondsForADisk,
+                     [&](corvana::ExecuteRun& run) { run.perform(*arguments); });
+  } else {
+    corvana::perform(*arguments, keeper, corvana::kSecondsForSilentVolumes,
+                     [&](corvana::ExecuteRun& run) {
+                       run.recordSilence(*arguments, patience.silence, end->stop);
+                     });
+  }
   return 0;
 }

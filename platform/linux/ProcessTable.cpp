@@ -92,10 +92,33 @@ bool ProcessTable::isOwn(pid_t pid) const {
 
 std::vector<pid_t> ProcessTable::childrenOf(pid_t parent) const {
   std::vector<pid_t> children;
+  bool areListed = false;
+  std::error_code gone;
+  for (const auto& thread : std::filesystem::directory_iterator(pathOf(parent, "/task"), gone)) {
+    const std::string list = thread.path() / "children";
+    areListed |= access(list.c_str(), R_OK) == 0;
+    std::istringstream pids(contents(list));
+    for (pid_t pid = 0; pids >> pid;) children.push_back(pid);
+  }
+  if (areListed) return children;
   eachProcess([&](pid_t pid, std::uint64_t) {
     if (originOf(pid).parent == parent) children.push_back(pid);
   });
   return children;
+}
+
+std::optional<long> ProcessTable::ticksOf(const std::string& process) const {
+  const std::string text = contents(mFolder + "/" + process + "/stat");
+  const std::size_t name = text.rfind(')');
+  if (name == std::string::npos) return std::nullopt;
+  std::istringstream fields(text.substr(name + 1));
+  constexpr int kFieldsBefore = 11;
+  std::string skipped;
+  for (int i = 0; i < kFieldsBefore; ++i) fields >> skipped;
+  long ours = 0;
+  long system = 0;
+  fields >> ours >> system;
+  return fields ? std::optional(ours + system) : std::nullopt;
 }
 
 void ProcessTable::look(pid_t pid, Known& known) const {
@@ -108,7 +131,8 @@ void ProcessTable::look(pid_t pid, Known& known) const {
   const std::string environment = contents(pathOf(pid, "/environ"));
   // In the middle of becoming another program a process shows no environment: it is asked again.
   if (environment.empty()) known.process.executable.clear();
-  known.counts = !executable.empty() && isOwn(pid) && hasSameHome(environment);
+  known.counts = !executable.empty() && isOwn(pid) && hasSameHome(environment) &&
+                 (known.process.bundlePath.empty() || !isPart(pid, executable));
   if (!known.counts || known.startTicks != 0) return;
   known.startTicks = originOf(pid).startTicks;
   known.counts = known.startTicks != 0;
@@ -131,6 +155,12 @@ ProcessTable::Origin ProcessTable::originOf(pid_t pid) const {
   for (int i = 0; i < kFieldsBetween; ++i) fields >> skipped;
   fields >> origin.startTicks;
   return fields ? origin : Origin{};
+}
+
+/// A process that a program has made of itself is no other program.
+bool ProcessTable::isPart(pid_t pid, const std::string& executable) const {
+  const pid_t parent = originOf(pid).parent;
+  return parent > 0 && executableOf(parent) == executable;
 }
 
 /// A signal that cannot be refused waits for it. The name in the first line of the file cannot

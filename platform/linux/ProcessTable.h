@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <unordered_map>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
@@ -24,8 +25,11 @@ class ProcessTable {
   /// Whether it runs and belongs to this user.
   bool isOwn(pid_t pid) const;
   /// The children of a process, ended ones that nobody has waited for included. Reads every
-  /// process.
+  /// process where the system does not list them.
   std::vector<pid_t> childrenOf(pid_t parent) const;
+  /// How much of the processor a process has used, or a thread of one ("71/task/72"), in ticks;
+  /// nothing when it is gone.
+  std::optional<long> ticksOf(const std::string& process) const;
 
  private:
   struct Known {
@@ -44,6 +48,7 @@ class ProcessTable {
   /// Whether it still runs the same program; only another one is asked who it is.
   void look(pid_t pid, Known& known) const;
   Origin originOf(pid_t pid) const;
+  bool isPart(pid_t pid, const std::string& executable) const;
   bool isDying(pid_t pid) const;
   std::string executableOf(pid_t pid) const;
   bool hasSameHome(std::string_view environment) const;

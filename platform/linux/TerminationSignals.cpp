@@ -42,14 +42,17 @@ bool TerminationSignal::endsSession() const {
 
 void TerminationSignals::watch(DescriptorWatch& watch,
                                std::function<void(const TerminationSignal&)> body) {
-  const int descriptor = mDescriptor.get();
-  watch.watch(descriptor, DescriptorWatch::Event::readable, [descriptor, body = std::move(body)] {
-    signalfd_siginfo information{};
-    while (read(descriptor, &information, sizeof information) == sizeof information) {
-      body({static_cast<int>(information.ssi_signo),
-            static_cast<std::int64_t>(information.ssi_pid)});
-    }
+  watch.watch(mDescriptor.get(), DescriptorWatch::Event::readable, [this, body = std::move(body)] {
+    while (const auto signal = take()) body(*signal);
   });
+}
+
+std::optional<TerminationSignal> TerminationSignals::take() const {
+  signalfd_siginfo information{};
+  if (read(mDescriptor.get(), &information, sizeof information) != sizeof information)
+    return std::nullopt;
+  return TerminationSignal{static_cast<int>(information.ssi_signo),
+                           static_cast<std::int64_t>(information.ssi_pid)};
 }
 
 }  // namespace corvana

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/linux/DescriptorWatch.h"
@@ -27,6 +28,10 @@ class TerminationSignals {
   TerminationSignals(const TerminationSignals&) = delete;
   TerminationSignals& operator=(const TerminationSignals&) = delete;
 
+  /// For who has no loop: readable when there is one to take.
+  int descriptor() const { return mDescriptor.get(); }
+  /// The next that came; nothing when there is none.
+  std::optional<TerminationSignal> take() const;
   /// `body` is called once a signal. The watch must live as long as signals may come.
   void watch(DescriptorWatch& watch, std::function<void(const TerminationSignal&)> body);
 

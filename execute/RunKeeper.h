@@ -1,0 +1,69 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <map>
+#include <optional>
+
+namespace corvana {
+
+class TerminationSignals;
+
+/// Why a run is to end before it is done.
+enum class StopReason { none, user, volumeGone, sessionEnd };
+
+/// What a process that executes tells the one that keeps it, in memory that both see.
+struct RunSigns {
+  std::atomic<pid_t> thread = 0;  ///< the one that executes, as the system numbers it
+  std::atomic<bool> paused = false;
+  std::atomic<StopReason> stop = StopReason::none;
+};
+
+/// Keeps an execution from being held by a volume that does not answer. The program becomes two
+/// processes at its start: one executes and may be lost, the other touches no volume, waits for its
+/// end and ends in the same way. When the first one and what it has started do nothing at all for
+/// too long, they are killed and given up, and the second one is left to record that.
+///
+/// To do nothing is to use no processor: reading, copying and looking all do. Time in which the
+/// execution is paused or the machine sleeps does not count. Thread: the only one.
+class RunKeeper {
+ public:
+  struct Patience {
+    double silence = 600;     ///< seconds without a sign of life
+    double stopping = 15;     ///< the same when it is to end
+    double untilGivenUp = 5;  ///< from being killed on
+    /// The usual one; $CORVANA9_PATIENCE names another number of seconds for `silence`.
+    static Patience usual();
+  };
+  struct End {
+    bool isSilent = false;  ///< it was given up
+    StopReason stop = StopReason::none;
+    int status = 0;  ///< else what waitpid says
+  };
+
+  explicit RunKeeper(Patience patience);
+  RunKeeper(const RunKeeper&) = delete;
+  RunKeeper& operator=(const RunKeeper&) = delete;
+  ~RunKeeper();
+
+  /// Makes the second process and returns nothing there: it is to execute. It does not outlive this
+  /// one, which gets its end, and hands on to it what the system wants this one to end by.
+  std::optional<End> split();
+  RunSigns& signs() { return *mSigns; }
+  /// Ends this process as that one has ended.
+  [[noreturn]] static void endLike(int status);
+
+ private:
+  End keep(const TerminationSignals& wishes);
+  bool hasSigns();
+  void giveUp();
+
+  Patience mPatience;
+  RunSigns* mSigns;
+  pid_t mChild = 0;
+  double mLatestSign = 0;  ///< monotonic
+  std::map<pid_t, long> mUsed;
+};
+
+}  // namespace corvana
