@@ -22,9 +22,8 @@ constexpr std::size_t kEvents = 5;
 /// From the agent, else from the files.
 ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
   const ZAN_Value& status = agent.status();
-  const ZAN_Value settings = agent.answers() || !home.isThere()
-                                 ? ZAN_Value()
-                                 : home.store().settings().schedulerSettings();
+  const ZAN_Value settings =
+      home.isThere() ? home.store().settings().schedulerSettings() : ZAN_Value();
   const auto fact = [&](const char* asked, ZAN_Value stored) {
     return agent.answers() ? status[asked] : stored;
   };
@@ -79,6 +78,8 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
        {"waiting", waiting},
        {"hold", status["hold"]},
        {"noSuccess", overdue},
+       {"unprovenControl", settings.integer(PreferenceKey::allowRemoteControl) != 0 &&
+                               settings.integer(PreferenceKey::remoteProvenOnly) == 0},
        {"next", runs},
        {"log", events},
        {"status", status}});
@@ -99,6 +100,8 @@ constexpr std::string_view kStatusLines =
     "Waiting in the queue: {waiting}\n{hold?{hold.text}\n}"
     "{errorCode?There were failures: corvana9 log\n}"
     "{noSuccess*No success for {days} days: {:action}\n}"
+    "{unprovenControl?Remote control is unproven: anybody on the network may control this machine; "
+    "corvana9 remote --on makes it safe.\n}"
     "{next?Next:\n}{next!Next: no run is scheduled\n}{next*  {date:date}  {:action}{:held}\n}"
     "{log?Last events:\n{log*  {date:date}  {text}\n}}";
 

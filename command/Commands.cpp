@@ -148,9 +148,26 @@ constexpr std::array kCommands{
             "NAME is the machine's name, its identifier, or the name of its service in full. Its\n"
             "password is asked for at the terminal when it has one.\n"
             "  --password-file FILE   the first line of the file is the password\n"
-            "activate and deactivate wait until the machine has followed; to the others nobody\n"
-            "answers.\n",
+            "activate and deactivate wait until the machine has followed. A machine that wants\n"
+            "proofs answers each command; to the others nobody answers.\n",
             peerCommand},
+    Command{
+        "remote", "[--on [--unproven] | --off] [--permit LIST] … [--json]",
+        "let other machines control this one, or show how far they may",
+        "Without an option it shows how things stand.\n"
+        "  --on                   only machines that prove the password, which is asked for\n"
+        "                         when there is none yet\n"
+        "    --unproven           nobody is checked, as other programs expect it: anybody on the\n"
+        "                         network may run actions and switch the schedule off\n"
+        "  --off                  nobody can control it\n"
+        "  --password-file FILE   the first line of the file is the new password\n"
+        "  --permit LIST          what they may do: some of launch,switch,message, or nothing;\n"
+        "                         launch without it\n"
+        "  --name NAME            under which they see this machine\n"
+        "  --from LIST            only machines with these addresses or networks; \"\" for all\n"
+        "  --port N               where they connect, for firewalls; 0 for any port\n"
+        "  --hide-titles, --show-titles   whether the network sees the actions\n",
+        remoteCommand},
     Command{"report", "[--date YYYY-MM-DD | --preview [--html FILE] | --mail | --status] [--json]",
             "show the report of a day, or the mail that tells of it",
             "Without a date, that of today.\n"

@@ -24,8 +24,11 @@ std::optional<NetworkPeer> peerOf(const FoundService& service) {
   auto name = ServiceName::parse(service.name);
   if (!name) return std::nullopt;
   NetworkPeer peer{*std::move(name), service, {}};
-  for (const std::string& text : service.txt)
+  for (const std::string& text : service.txt) {
     if (auto action = LaunchableAction::parse(text)) peer.actions.push_back(*std::move(action));
+    if (text.starts_with(kChallengeText)) peer.challenge = text.substr(kChallengeText.size());
+    if (text.starts_with(kPermitsText)) peer.permits = text.substr(kPermitsText.size());
+  }
   // The texts come in any order.
   std::ranges::sort(peer.actions, {}, &LaunchableAction::ref);
   return peer;
@@ -126,15 +129,24 @@ bool NetworkPeers::waitFor(const std::function<bool(const NetworkPeer&)>& condit
   return holds;
 }
 
-Outcome NetworkPeers::send(const NetworkPeer& peer, const RemoteCommand& command) {
+namespace {
+
+/// Replies are some hundred bytes.
+constexpr std::size_t kMostBytesOfReply = 4096;
+/// The challenge or the counter may be old once each, and both again while the other machine
+/// changes.
+constexpr int kMostAttempts = 4;
+
+/// Sends the bytes and gives what was said until the other machine closed.
+Result<std::string> conversation(const NetworkPeer& peer, std::span<const std::byte> data) {
   using Event = StreamConnection::Event;
   LinuxNetwork network;
   const SystemClock clock;
   const std::string name = printable(peer.name.machine);
   const auto stream =
-      network.connect(peer.service.address, peer.service.port, Network::Family::ipv4);
-  const std::vector<std::byte> data = command.encode();
+      network.connect(peer.service.address, peer.service.port, Network::Family::any);
   std::string_view left(reinterpret_cast<const char*>(data.data()), data.size());
+  std::string heard;
   bool opened = false;
   const double end = clock.monotonic() + kPatienceForOne;
   while (clock.monotonic() < end) {
@@ -149,11 +161,13 @@ Outcome NetworkPeers::send(const NetworkPeer& peer, const RemoteCommand& command
         break;
       }
       case Event::received:
-        static_cast<void>(stream->read(4096));
+        heard += stream->read(kMostBytesOfReply);
+        if (heard.size() > kMostBytesOfReply)
+          return Error{ErrorKind::damaged, name + ": its answer makes no sense"};
         break;
       case Event::ended:
         // It has read and closed.
-        if (left.empty()) return {};
+        if (left.empty()) return heard;
         return Error{ErrorKind::refused, name + ": it does not listen to this machine"};
       case Event::failed:
         if (opened && left.empty())
@@ -168,6 +182,57 @@ Outcome NetworkPeers::send(const NetworkPeer& peer, const RemoteCommand& command
     }
   }
   return Error{ErrorKind::unavailable, name + ": it does not answer"};
+}
+
+}  // namespace
+
+Outcome NetworkPeers::send(const NetworkPeer& peer, const RemoteCommand& command) {
+  const auto heard = conversation(peer, command.encode());
+  return heard ? Outcome() : Outcome(heard.error());
+}
+
+Outcome NetworkPeers::sendProven(const NetworkPeer& peer, const RemoteCommand& command,
+                                 const std::string& password, const std::string& sender) {
+  using Word = CommandReply::Word;
+  const std::string name = printable(peer.name.machine);
+  const auto key = ControlKey::of(password, peer.name.identifier);
+  if (!key)
+    return Error{ErrorKind::refused, name + (password.empty() ? ": it wants a password"
+                                                              : ": there is not enough "
+                                                                "memory for the proof")};
+  // Counting on by the clock needs no memory of the last time; where the clock was set back the
+  // other machine says how far it is.
+  CommandProof proof{
+      peer.challenge, sender, static_cast<std::int64_t>(SystemClock().now() * 1'000'000), {}};
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    const auto heard = conversation(peer, command.encode(*key, proof));
+    if (!heard) return heard.error();
+    const auto reply = CommandReply::decode(std::as_bytes(std::span(*heard)), proof, *key);
+    if (!reply)
+      return Error{ErrorKind::unavailable,
+                   name +
+                       ": it gave no answer that proves anything; whether it has carried out the "
+                       "command is not known"};
+    switch (reply->word) {
+      case Word::done:
+        return {};
+      case Word::wrongPassword:
+        return Error{ErrorKind::refused, name + ": the password is wrong"};
+      case Word::newChallenge:
+        proof.challenge = reply->challenge;
+        break;
+      case Word::counterTooLow:
+        proof.counter = reply->counter + 1;
+        break;
+      case Word::notPermitted:
+        return Error{ErrorKind::refused,
+                     name + ": its preferences do not permit other machines to do that"};
+      case Word::tooQuickly:
+        return Error{ErrorKind::refused,
+                     name + ": commands came too quickly; try again in a minute"};
+    }
+  }
+  return Error{ErrorKind::unavailable, name + ": it changes too quickly; try again"};
 }
 
 }  // namespace corvana

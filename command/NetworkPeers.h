@@ -19,6 +19,8 @@ struct NetworkPeer {
   ServiceName name;
   FoundService service;
   std::vector<LaunchableAction> actions;  ///< that it offers
+  std::string challenge{};                ///< what a proof is made for; empty: it wants none
+  std::string permits{};                  ///< with proofs: some of "launch,switch,message"
 };
 
 /// The machines of the local network that may be controlled, for a program that waits for them.
@@ -38,6 +40,10 @@ class NetworkPeers {
   bool waitFor(const std::function<bool(const NetworkPeer&)>& condition, double seconds);
   /// Sends it a command. Nobody answers those: it is done when the other machine has taken it.
   static Outcome send(const NetworkPeer& peer, const RemoteCommand& command);
+  /// Sends it a command with a proof of the password, in the name of this machine's `sender`, and
+  /// waits for the answer: it is done when the other machine says that it was carried out.
+  static Outcome sendProven(const NetworkPeer& peer, const RemoteCommand& command,
+                            const std::string& password, const std::string& sender);
 
  private:
   class Search;

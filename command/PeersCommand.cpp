@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
 #include "command/NetworkPeers.h"
@@ -38,6 +39,8 @@ ZAN_Value asValue(const NetworkPeer& peer) {
                                 {"active", peer.name.active},
                                 {"locked", peer.name.locked},
                                 {"password", peer.name.passwordCode != 0},
+                                {"proven", !peer.challenge.empty()},
+                                {"permits", peer.permits},
                                 {"host", peer.service.host},
                                 {"address", peer.service.address},
                                 {"port", static_cast<int>(peer.service.port)},
@@ -48,7 +51,9 @@ ZAN_Value asValue(const NetworkPeer& peer) {
 constexpr std::string_view kPeerLines =
     "{!No machine of the network can be controlled.\n}"
     "{*{name}: {active?active}{active!switched off}{locked?, locked}"
-    "{password?, asks for a password}; user {user}, machine {identifier}, {address}\n"
+    "{proven?, asks for a proof of its password and permits: {permits}}"
+    "{proven!, unproven: anybody on the network may control it}; user {user}, machine "
+    "{identifier}, {address}\n"
     "{actions*  {:action}{lastScheduleDate?, last on {lastScheduleDate:date}}\n}}";
 
 Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name) {
@@ -69,8 +74,9 @@ Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name) {
   return named.front();
 }
 
-Outcome checkPassword(const NetworkPeer& peer, const std::optional<std::string>& file) {
-  if (peer.name.passwordCode == 0) return {};
+/// Nothing where none is wanted.
+Result<std::string> passwordFor(const NetworkPeer& peer, const std::optional<std::string>& file) {
+  if (peer.name.passwordCode == 0) return std::string();
   Result<std::string> password = std::string();
   if (file) {
     std::ifstream in(*file);
@@ -80,9 +86,17 @@ Outcome checkPassword(const NetworkPeer& peer, const std::optional<std::string>&
     password = typedPassword(peer.name.machine);
     if (!password) return password.error();
   }
-  if (static_cast<std::int32_t>(UtilsCommon::getPasswordCode(*password)) != peer.name.passwordCode)
+  // A machine that wants proofs answers by itself whether it is right.
+  if (peer.challenge.empty() &&
+      static_cast<std::int32_t>(UtilsCommon::getPasswordCode(*password)) != peer.name.passwordCode)
     return Error{ErrorKind::refused, printable(peer.name.machine) + ": the password is wrong"};
-  return {};
+  return password;
+}
+
+/// Who counts the commands.
+std::string senderOf(const Machine& machine) {
+  const std::string sender = machine.machineIdentifier() + "/" + machine.loginName();
+  return std::string(beginningOfBytes(sender, CommandProof::kMostBytesOfName));
 }
 
 struct Wish {
@@ -174,9 +188,14 @@ Answer peerCommand(Arguments& arguments, const Console& console) {
   const std::string name = printable(peer->name.machine);
   if (peer->name.locked)
     return Error{ErrorKind::refused, name + ": it does not let itself be controlled"};
-  if (const Outcome checked = checkPassword(*peer, passwordFile); !checked) return checked.error();
+  const auto password = passwordFor(*peer, passwordFile);
+  if (!password) return password.error();
   tellUnknown(wish->command, *peer, console);
-  if (const Outcome sent = NetworkPeers::send(*peer, wish->command); !sent) return sent.error();
+  const Outcome sent =
+      peer->challenge.empty()
+          ? NetworkPeers::send(*peer, wish->command)
+          : NetworkPeers::sendProven(*peer, wish->command, *password, senderOf(home.machine()));
+  if (!sent) return sent.error();
   if (wish->active) {
     const auto follows = [&](const NetworkPeer& other) {
       return other.name.identifier == peer->name.identifier && other.name.user == peer->name.user &&

@@ -17,6 +17,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (const auto command = RemoteCommand::decode(std::as_bytes(std::span(data, size)))) {
     const auto again = RemoteCommand::decode(command->encode());
     if (!again || again->encode() != command->encode()) std::abort();
+    static const auto key = corvana::ControlKey::of("password", "5eed0123beef");
+    static ProofChecker checker(*key);
+    if (command->proof &&
+        checker.check(*command->proof, command->proven) != ProofChecker::Verdict::wrong)
+      std::abort();
+    const CommandProof proof{checker.challenge(), "fuzzer", 1, {}};
+    const auto reply = CommandReply::decode(std::as_bytes(std::span(data, size)), proof, *key);
+    if (reply && reply->word != CommandReply::Word::wrongPassword) std::abort();
   }
   if (const auto name = ServiceName::parse(text)) {
     // Room for the rest is certain for identifiers as this program makes them.

@@ -82,16 +82,21 @@ class ServerSockets {
   struct Events {
     /// Whether that machine may connect; otherwise its connection is reset unread.
     std::function<bool(const std::string& address)> accepts;
-    /// What had arrived when the connection was read, once, and not empty. It is closed afterwards.
-    std::function<void(const std::string& address, std::span<const std::byte> bytes)> received;
+    /// What had arrived when the connection was read, once, and not empty. Gives what is answered,
+    /// a few hundred bytes at most, or nothing; the connection is closed afterwards.
+    std::function<std::vector<std::byte>(const std::string& address,
+                                         std::span<const std::byte> bytes)>
+        received;
   };
 
   virtual ~ServerSockets() = default;
 
-  /// Listens for TCP over IPv4 at any address, on a port that the system picks. Fails with
-  /// `refused` when no port can be had, with `unavailable` when there can be no such socket at all.
-  /// No event comes within the call.
-  virtual Result<std::unique_ptr<ServerSocket>> listen(const Limits& limits, Events events) = 0;
+  /// Listens for TCP at any address, over IPv6 as well where the machine has it; an address that
+  /// came over IPv4 is told as such. With port 0 the system picks one. Fails with `refused` when
+  /// the port cannot be had, with `unavailable` when there can be no such socket at all. No event
+  /// comes within the call.
+  virtual Result<std::unique_ptr<ServerSocket>> listen(std::uint16_t port, const Limits& limits,
+                                                       Events events) = 0;
 };
 
 /// A service as it is made known on the local network.

@@ -1,16 +1,17 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "ZANCocoaFramework/ZAN_IPAddress.h"
 
 namespace corvana {
 
 class ZAN_Value;
 
-/// The machines that may connect, by IPv4 address ("192.168.1.7") or network ("192.168.1.0/24").
-/// Thread: main.
+/// The machines that may connect, by address ("192.168.1.7", "fe80::1") or network
+/// ("192.168.1.0/24", "fd00::/8"). Thread: main.
 class AllowedAddresses {
  public:
   /// Anybody.
@@ -25,8 +26,8 @@ class AllowedAddresses {
 
  private:
   struct Network {
-    std::uint32_t address = 0;
-    std::uint32_t mask = 0;
+    ZAN_IPAddress address;
+    unsigned bits;
   };
   void add(std::string_view text);
 

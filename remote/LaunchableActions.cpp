@@ -65,7 +65,9 @@ std::vector<LaunchableAction> launchableActions(ProgrammedAction& root) {
   return actions;
 }
 
-LaunchableTexts::LaunchableTexts(const std::vector<LaunchableAction>& actions) {
+LaunchableTexts::LaunchableTexts(const std::vector<LaunchableAction>& actions,
+                                 std::vector<std::string> before)
+    : texts(std::move(before)) {
   std::vector<std::string> all;
   all.reserve(actions.size());
   std::vector<std::size_t> order(actions.size());
@@ -74,6 +76,7 @@ LaunchableTexts::LaunchableTexts(const std::vector<LaunchableAction>& actions) {
   std::ranges::stable_sort(order, std::ranges::greater{},
                            [&](std::size_t i) { return actions[i].lastScheduleDate; });
   std::size_t bytes = 0;
+  for (const std::string& text : texts) bytes += 1 + text.size();
   std::vector<std::size_t> taken;
   for (const std::size_t i : order) {
     bytes += 1 + all[i].size();
@@ -82,7 +85,7 @@ LaunchableTexts::LaunchableTexts(const std::vector<LaunchableAction>& actions) {
   }
   std::ranges::sort(taken);
   for (const std::size_t i : taken) texts.push_back(std::move(all[i]));
-  leftOut = actions.size() - texts.size();
+  leftOut = actions.size() - taken.size();
 }
 
 }  // namespace corvana

@@ -28,13 +28,15 @@ struct LaunchableAction {
 /// The actions of a tree that other machines may launch, in its order.
 std::vector<LaunchableAction> launchableActions(ProgrammedAction& root);
 
-/// The texts of the service for these actions, 1,300 bytes in all at most, as more does not travel.
-/// When they do not all fit, those scheduled most recently are taken.
+/// The texts of the service: those given first, then one for each action, 1,300 bytes in all at
+/// most, as more does not travel. When the actions do not all fit, those scheduled most recently
+/// are taken.
 struct LaunchableTexts {
   std::vector<std::string> texts;
   std::size_t leftOut = 0;
 
-  explicit LaunchableTexts(const std::vector<LaunchableAction>& actions);
+  explicit LaunchableTexts(const std::vector<LaunchableAction>& actions,
+                           std::vector<std::string> before = {});
 };
 
 }  // namespace corvana

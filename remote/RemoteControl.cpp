@@ -1,6 +1,7 @@
 #include "remote/RemoteControl.h"
 
 #include <algorithm>
+#include <random>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -9,7 +10,7 @@
 #include "core/record/SchedulerCommands.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "remote/RemoteControlClient.h"
+#include "remote/ServiceName.h"
 #include "remote/UtilsCommon.h"
 
 namespace corvana {
@@ -22,25 +23,32 @@ constexpr double kMessageSeconds = 30;
 
 // A controlling user is far slower. The pace of messages is that at which they are shown, so that
 // no more of them wait than come at once.
-constexpr int kCommandsAtOnce = 20;
-constexpr double kSecondsPerCommand = 2;
+constexpr Allowance kCommandsOfOne(20, 2);
+constexpr Allowance kCommandsOfStrangers(100, 0.05);
 constexpr int kMessagesAtOnce = 10;
-constexpr int kRefusalsAtOnce = 20;
-constexpr double kSecondsPerRefusal = 10;
 /// After so much quiet a flood is a new one.
 constexpr double kQuietBetweenBursts = 300;
-/// Each is a line of the report: the loop gets on with other things in between.
+/// Each takes its time: the loop gets on with other things in between.
 constexpr std::size_t kLaunchesAtOnce = 25;
 constexpr std::size_t kMostLaunchesWaiting = 100'000;
+
+std::uint32_t decoyCode() {
+  // 0 would say that there is no password.
+  return std::random_device{}() | 1U;
+}
 
 }  // namespace
 
 RemoteControl::RemoteControl(Records& records, SchedulerCommands& commands)
     : m(records),
       mCommander(commands),
-      mCommands(kCommandsAtOnce, kSecondsPerCommand),
+      mDecoyCode(decoyCode()),
+      mAddresses(kCommandsOfOne, kCommandsOfStrangers),
+      mControllers(kCommandsOfOne, kCommandsOfStrangers),
       mMessages(kMessagesAtOnce, kMessageSeconds),
-      mRefusals(kRefusalsAtOnce, kSecondsPerRefusal),
+      mRefused(kQuietBetweenBursts),
+      mUnproven(kQuietBetweenBursts),
+      mNotPermitted(kQuietBetweenBursts),
       mDroppedCommands(kQuietBetweenBursts),
       mDroppedMessages(kQuietBetweenBursts) {
   m.changes.listen([this](ChangeSet changes) { follow(changes); });
@@ -92,19 +100,79 @@ void RemoteControl::publishRemoteControl() {
   mClient = std::make_unique<RemoteControlClient>(m.platform, m.tree);
   mClient->accepts = [this](const std::string& address) { return accepts(address); };
   mClient->received = [this](const std::string& address, std::span<const std::byte> data) {
-    receive(address, data);
+    return receiveFromRemoteController(address, data);
   };
   mClient->onLeftOut = [this](std::size_t leftOut, std::size_t all) { tellLeftOut(leftOut, all); };
   publish();
 }
 
 void RemoteControl::publish() {
+  if (!mClient) return;
   mAllowed = AllowedAddresses(m.preferences.prefForKey(PreferenceKey::allowedAddresses));
   for (const std::string& word : mAllowed.wrong())
     m.platform.systemLog.write(word + ": not an address that may control this machine");
-  mClient->publishClient(m.preferences.mRemoteControlLocalName, !m.state.mScheduleDisabled,
-                         m.preferences.mPrefAllowRemoteControl == 0,
-                         UtilsCommon::getPasswordCode(m.preferences.mRemoteControlPassword));
+  if (m.preferences.mRemoteProvenOnly) return publishProven();
+  mChecker.reset();
+  mPassword.clear();
+  publish(UtilsCommon::getPasswordCode(m.preferences.mRemoteControlPassword), {});
+}
+
+void RemoteControl::publish(std::uint32_t passwordCode, RemoteControlClient::Exposure exposure) {
+  exposure.showsActions = !m.preferences.mRemoteHidesTitles;
+  exposure.port = static_cast<std::uint16_t>(std::clamp(m.preferences.mRemotePort, 0, 65535));
+  if (!mClient->publishClient(m.preferences.mRemoteControlLocalName, !m.state.mScheduleDisabled,
+                              m.preferences.mPrefAllowRemoteControl == 0, passwordCode, exposure) &&
+      exposure.port != 0)
+    m.log.addSchedulerLog(LogCode::message,
+                          m.texts.text("RemoteControlPortTaken", {int{exposure.port}}));
+}
+
+void RemoteControl::publishProven() {
+  const std::string& password = m.preferences.mRemoteControlPassword;
+  if (password.empty()) {
+    mClient.reset();
+    if (!std::exchange(mToldWithoutPassword, true))
+      m.log.addSchedulerLog(LogCode::message, m.texts.text("RemoteControlWithoutPassword"));
+    return;
+  }
+  mToldWithoutPassword = false;
+  if (!mChecker || mPassword != password) return computeKey();
+  mChecker->renew();
+  std::string permits;
+  const auto add = [&](bool permitted, const char* word) {
+    if (permitted) permits += (permits.empty() ? "" : ",") + std::string(word);
+  };
+  add(m.preferences.mRemoteMayLaunch, "launch");
+  add(m.preferences.mRemoteMaySwitch, "switch");
+  add(m.preferences.mRemoteMayMessage, "message");
+  publish(mDecoyCode, {{std::string(kChallengeText) + mChecker->challenge(),
+                        std::string(kPermitsText) + permits}});
+}
+
+void RemoteControl::computeKey() {
+  mChecker.reset();
+  const std::string password = m.preferences.mRemoteControlPassword;
+  if (std::exchange(mComputesFor, password) == password) return;
+  m.platform.runLoop.detachThread("RemoteControlKey",
+                                  [this, password, machine = m.platform.machine.machineIdentifier(),
+                                   &loop = m.platform.runLoop, alive = std::weak_ptr<int>(mAlive)] {
+                                    const auto key = ControlKey::of(password, machine);
+                                    loop.performOnMain([this, alive, password, key] {
+                                      if (!alive.expired()) keyIsThere(password, key);
+                                    });
+                                  });
+}
+
+void RemoteControl::keyIsThere(const std::string& password, const std::optional<ControlKey>& key) {
+  if (mComputesFor == password) mComputesFor.clear();
+  if (password != m.preferences.mRemoteControlPassword || !m.preferences.mRemoteProvenOnly) return;
+  if (!key) {
+    m.log.addSchedulerLog(LogCode::message, m.texts.text("RemoteControlWithoutKey"));
+    return;
+  }
+  mChecker.emplace(*key);
+  mPassword = password;
+  if (mClient) publish();
 }
 
 void RemoteControl::tellLeftOut(std::size_t leftOut, std::size_t all) {
@@ -115,40 +183,93 @@ void RemoteControl::tellLeftOut(std::size_t leftOut, std::size_t all) {
 
 bool RemoteControl::accepts(const std::string& address) {
   if (mAllowed.allows(address)) return true;
-  // Each entry rewrites the log.
-  if (mRefusals.take(m.platform.clock.monotonic()))
-    m.log.addSchedulerLog(LogCode::message, m.texts.text("RemoteControlRefused", {address}));
+  tellOnce(mRefused, "RemoteControlRefused", address);
   return false;
 }
 
-void RemoteControl::receive(const std::string& address, std::span<const std::byte> data) {
-  if (mCommands.take(m.platform.clock.monotonic())) return receiveFromRemoteController(data);
-  tellDropped(mDroppedCommands, "RemoteControlDropped", address);
-}
-
-void RemoteControl::tellDropped(BurstGate& burst, const char* text, const std::string& sender) {
+void RemoteControl::tellOnce(BurstGate& burst, const char* text, const std::string& sender) {
   if (burst.begins(m.platform.clock.monotonic()))
     m.log.addSchedulerLog(LogCode::message, m.texts.text(text, {sender}));
 }
 
-void RemoteControl::receiveFromRemoteController(std::span<const std::byte> data) {
+std::vector<std::byte> RemoteControl::receiveFromRemoteController(const std::string& address,
+                                                                  std::span<const std::byte> data) {
+  if (!mAddresses.take(address, m.platform.clock.monotonic())) {
+    tellOnce(mDroppedCommands, "RemoteControlDropped", address);
+    return {};
+  }
   const auto command = RemoteCommand::decode(data);
-  if (!command) return;
-  std::visit([this](const auto& what) { run(what); }, command->what);
+  if (!command) return {};
+  if (m.preferences.mRemoteProvenOnly) return answerProof(address, *command);
+  carryOut(address, *command);
+  return {};
+}
+
+std::vector<std::byte> RemoteControl::answerProof(const std::string& address,
+                                                  const RemoteCommand& command) {
+  using Verdict = ProofChecker::Verdict;
+  if (!mChecker || !command.proof) {
+    tellOnce(mUnproven, "RemoteControlUnproven", address);
+    return {};
+  }
+  const CommandProof& proof = *command.proof;
+  CommandReply reply;
+  switch (mChecker->check(proof, command.proven)) {
+    case Verdict::wrong:
+      tellOnce(mUnproven, "RemoteControlUnproven", address);
+      reply.word = CommandReply::Word::wrongPassword;
+      break;
+    case Verdict::staleChallenge:
+      reply.word = CommandReply::Word::newChallenge;
+      reply.challenge = mChecker->challenge();
+      break;
+    case Verdict::counterTooLow:
+      reply.word = CommandReply::Word::counterTooLow;
+      reply.counter = mChecker->lastCounter(proof.sender);
+      break;
+    case Verdict::proven:
+      mAddresses.trust(address);
+      if (!permits(command)) {
+        tellOnce(mNotPermitted, "RemoteControlNotPermitted", address);
+        reply.word = CommandReply::Word::notPermitted;
+      } else if (!mControllers.take(proof.sender, m.platform.clock.monotonic())) {
+        tellOnce(mDroppedCommands, "RemoteControlDropped", address);
+        reply.word = CommandReply::Word::tooQuickly;
+      } else if (!carryOut(address, command)) {
+        reply.word = CommandReply::Word::tooQuickly;
+      }
+      break;
+  }
+  return CommandReply::encode(reply, proof, mChecker->key());
+}
+
+bool RemoteControl::permits(const RemoteCommand& command) const {
+  const Preferences& permitted = m.preferences;
+  if (std::holds_alternative<RemoteCommand::Launch>(command.what))
+    return permitted.mRemoteMayLaunch;
+  if (std::holds_alternative<RemoteCommand::Message>(command.what))
+    return permitted.mRemoteMayMessage;
+  return permitted.mRemoteMaySwitch;
+}
+
+bool RemoteControl::carryOut(const std::string& address, const RemoteCommand& command) {
+  return std::visit([&](const auto& what) { return run(address, what); }, command.what);
 }
 
 /// 1 enables a disabled schedule and 0 disables an enabled one.
-void RemoteControl::run(const RemoteCommand::Activate& command) {
+bool RemoteControl::run(const std::string&, const RemoteCommand::Activate& command) {
   const bool disabled = m.state.mScheduleDisabled;
   if (command.value == (disabled ? 1 : 0)) mCommander.setSchedulerActive(disabled);
+  return true;
 }
 
-void RemoteControl::run(const RemoteCommand::Launch& command) {
+bool RemoteControl::run(const std::string&, const RemoteCommand::Launch& command) {
   const std::size_t room = kMostLaunchesWaiting - std::min(kMostLaunchesWaiting, mToLaunch.size());
   const auto& refs = command.references;
   mToLaunch.insert(mToLaunch.end(), refs.begin(),
                    refs.begin() + static_cast<std::ptrdiff_t>(std::min(room, refs.size())));
   if (mLaunching == 0) launchSome();
+  return true;
 }
 
 void RemoteControl::launchSome() {
@@ -161,12 +282,16 @@ void RemoteControl::launchSome() {
   mCommander.launchActionsRemotely(now);
 }
 
-void RemoteControl::run(const RemoteCommand::Message& command) {
-  if (!mMessages.take(m.platform.clock.monotonic()))
-    return tellDropped(mDroppedMessages, "RemoteMessagesDropped", command.sender);
-  const std::string from = m.texts.text("MessageFromDistantController", {command.sender});
+bool RemoteControl::run(const std::string& address, const RemoteCommand::Message& command) {
+  const std::string sender = command.sender + " (" + address + ")";
+  if (!mMessages.take(m.platform.clock.monotonic())) {
+    tellOnce(mDroppedMessages, "RemoteMessagesDropped", sender);
+    return false;
+  }
+  const std::string from = m.texts.text("MessageFromDistantController", {sender});
   m.log.addSchedulerLog(LogCode::schedulerMessage, from);
   m.messages.showMessage(command.text, from, kMessageSeconds, true, Messages::Origin::otherMachine);
+  return true;
 }
 
 }  // namespace corvana

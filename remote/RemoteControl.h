@@ -4,25 +4,30 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
+#include "core/record/BurstGate.h"
 #include "platform/Changes.h"
 #include "platform/RunLoop.h"
 #include "remote/Allowance.h"
 #include "remote/AllowedAddresses.h"
-#include "remote/BurstGate.h"
+#include "remote/CommandProof.h"
 #include "remote/RemoteCommand.h"
+#include "remote/RemoteControlClient.h"
 
 namespace corvana {
 
-class RemoteControlClient;
 class SchedulerCommands;
 struct Records;
 
 /// Lets other machines of the local network see this one and control it, as long as the user allows
-/// it. What they send is not trusted: it is bounded in size, number and pace, and what comes too
-/// quickly is dropped unread, which the log says once for each burst. Thread: main.
+/// it. As a rule they have to prove the password with each command, and may do what is permitted;
+/// without that preference anybody may do everything, as other programs expect it. What they send
+/// is not trusted: it is bounded in size, number and pace, and what comes too quickly is dropped
+/// unread, which the log says once for each burst. Thread: main.
 class RemoteControl {
  public:
   RemoteControl(Records& records, SchedulerCommands& commands);
@@ -33,10 +38,14 @@ class RemoteControl {
   /// Begins to publish this machine, and follows what changes.
   void start();
   /// Publishes this machine, or takes it back, as the preferences want it. What was published
-  /// before is taken back first; then the new name follows a quarter of a second later.
+  /// before is taken back first; then the new name follows a quarter of a second later. Where
+  /// proofs are wanted there is nothing to see before their key was computed, nor without a
+  /// password.
   void publishRemoteControl();
-  /// Does what another machine wants; anything that is no command is ignored.
-  void receiveFromRemoteController(std::span<const std::byte> data);
+  /// Does what another machine wants, if it may; anything that is no command is ignored. Gives what
+  /// is answered.
+  std::vector<std::byte> receiveFromRemoteController(const std::string& address,
+                                                     std::span<const std::byte> data);
   /// Takes the machine back for good.
   void stop();
 
@@ -45,15 +54,22 @@ class RemoteControl {
  private:
   void follow(ChangeSet changes);
   void publish();
+  void publish(std::uint32_t passwordCode, RemoteControlClient::Exposure exposure);
+  void publishProven();
+  void computeKey();
+  void keyIsThere(const std::string& password, const std::optional<ControlKey>& key);
   void takeBack();
-  void receive(const std::string& address, std::span<const std::byte> data);
-  void tellDropped(BurstGate& burst, const char* text, const std::string& sender);
+  std::vector<std::byte> answerProof(const std::string& address, const RemoteCommand& command);
+  bool permits(const RemoteCommand& command) const;
+  /// False when it came too quickly after others.
+  bool carryOut(const std::string& address, const RemoteCommand& command);
+  void tellOnce(BurstGate& burst, const char* text, const std::string& sender);
   void launchSome();
   bool accepts(const std::string& address);
   void tellLeftOut(std::size_t leftOut, std::size_t all);
-  void run(const RemoteCommand::Activate& command);
-  void run(const RemoteCommand::Launch& command);
-  void run(const RemoteCommand::Message& command);
+  bool run(const std::string& address, const RemoteCommand::Activate& command);
+  bool run(const std::string& address, const RemoteCommand::Launch& command);
+  bool run(const std::string& address, const RemoteCommand::Message& command);
 
   Records& m;
   SchedulerCommands& mCommander;
@@ -63,13 +79,22 @@ class RemoteControl {
   RunLoop::TimerId mPublication = 0;  ///< not 0: it is published then
   AllowedAddresses mAllowed;
   std::size_t mToldLeftOut = 0;
-  Allowance mCommands;
+  std::optional<ProofChecker> mChecker;  ///< of the password below
+  std::string mPassword;
+  std::string mComputesFor;  ///< the password whose key is being computed; empty: none
+  bool mToldWithoutPassword = false;
+  std::uint32_t mDecoyCode;  ///< stands where others expect a code of the password
+  Allowances mAddresses;
+  Allowances mControllers;
   Allowance mMessages;
-  Allowance mRefusals;
+  BurstGate mRefused;
+  BurstGate mUnproven;
+  BurstGate mNotPermitted;
   BurstGate mDroppedCommands;
   BurstGate mDroppedMessages;
   std::deque<std::int64_t> mToLaunch;
   RunLoop::TimerId mLaunching = 0;  ///< not 0: goes on with those that are to be launched
+  std::shared_ptr<int> mAlive = std::make_shared<int>(0);
 };
 
 }  // namespace corvana

@@ -22,7 +22,7 @@ RemoteControlClient::RemoteControlClient(Platform& platform, ActionTree& tree)
     : m(platform), mTree(tree) {}
 
 bool RemoteControlClient::publishClient(std::string_view name, bool active, bool locked,
-                                        std::uint32_t password) {
+                                        std::uint32_t password, const Exposure& exposure) {
   mNetService.reset();
   const ServiceName identity{ServiceName::machineName(name, m.machine.networkName()),
                              m.machine.machineIdentifier(),
@@ -30,9 +30,10 @@ bool RemoteControlClient::publishClient(std::string_view name, bool active, bool
                              active,
                              locked,
                              static_cast<std::int32_t>(password)};
-  const auto actions = launchableActions(mTree.rootItem());
-  const LaunchableTexts texts(actions);
-  if (const Outcome listens = listen(); !listens) {
+  const auto actions =
+      exposure.showsActions ? launchableActions(mTree.rootItem()) : std::vector<LaunchableAction>();
+  const LaunchableTexts texts(actions, exposure.texts);
+  if (const Outcome listens = listen(exposure.port); !listens) {
     m.systemLog.write(listens.error().text);
     if (listens.error().kind == ErrorKind::refused) return false;
   }
@@ -53,13 +54,14 @@ bool RemoteControlClient::publishClient(std::string_view name, bool active, bool
   return true;
 }
 
-Outcome RemoteControlClient::listen() {
-  if (mListeningSocket) return {};
+Outcome RemoteControlClient::listen(std::uint16_t port) {
+  if (mListeningSocket && (port == 0 || mListeningSocket->port() == port)) return {};
+  mListeningSocket.reset();
   auto socket = m.serverSockets.listen(
-      ServerSockets::Limits{},
+      port, ServerSockets::Limits{},
       {[this](const std::string& address) { return !accepts || accepts(address); },
        [this](const std::string& address, std::span<const std::byte> bytes) {
-         if (received) received(address, bytes);
+         return received ? received(address, bytes) : std::vector<std::byte>();
        }});
   if (!socket) return socket.error();
   mListeningSocket = std::move(socket).value();

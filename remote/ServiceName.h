@@ -12,6 +12,11 @@ namespace corvana {
 inline constexpr const char* kRemoteServiceType = "_rcfz9._udp";
 inline constexpr const char* kRemoteServiceDomain = "local";
 
+/// What a machine that wants proofs publishes beside its actions: what the next proof is made for,
+/// and what it permits ("launch,switch,message").
+inline constexpr std::string_view kChallengeText = "Challenge=";
+inline constexpr std::string_view kPermitsText = "Permits=";
+
 /// The name of a machine's service, which also tells its identity and state: six fields with "&&"
 /// between them. Thread: any.
 struct ServiceName {

@@ -13,7 +13,6 @@ namespace {
 
 constexpr double kFirstPruningAfter = 257.0;
 constexpr int kFirstSystemWithNotifications = 100800;
-constexpr std::string_view kLocalName = "SchedulerPrefRemoteControlLocalName";
 
 template <class... Calls>
 struct Visitor : Calls... {
@@ -176,14 +175,26 @@ constexpr Preference kTable[] = {
     of(Kind::fact, Page::volumes, PreferenceKey::nextPruning, &P::mSchedulerCleanVolumesInfos,
        "PrefNextPruning"),
 
-    check(Page::network, "SchedulerPrefAllowRemoteControl", &P::mPrefAllowRemoteControl, 0,
+    check(Page::network, PreferenceKey::allowRemoteControl, &P::mPrefAllowRemoteControl, 0,
           "PrefRemote", "PrefRemoteHelp", Ability::network),
-    of(Kind::text, Page::network, kLocalName, &P::mRemoteControlLocalName, "PrefRemoteName",
-       "PrefRemoteNameHelp"),
-    of(Kind::password, Page::network, "SchedulerPrefRemoteControlPassword",
-       &P::mRemoteControlPassword, "PrefRemotePassword"),
+    of(Kind::text, Page::network, PreferenceKey::remoteName, &P::mRemoteControlLocalName,
+       "PrefRemoteName", "PrefRemoteNameHelp"),
+    of(Kind::password, Page::network, PreferenceKey::remotePassword, &P::mRemoteControlPassword,
+       "PrefRemotePassword"),
+    check(Page::network, PreferenceKey::remoteProvenOnly, &P::mRemoteProvenOnly, 0,
+          "PrefRemoteProven", "PrefRemoteProvenHelp"),
+    check(Page::network, PreferenceKey::remoteMayLaunch, &P::mRemoteMayLaunch, 1,
+          "PrefRemoteMayLaunch"),
+    check(Page::network, PreferenceKey::remoteMaySwitch, &P::mRemoteMaySwitch, 0,
+          "PrefRemoteMaySwitch"),
+    check(Page::network, PreferenceKey::remoteMayMessage, &P::mRemoteMayMessage, 0,
+          "PrefRemoteMayMessage"),
+    check(Page::network, PreferenceKey::remoteHidesTitles, &P::mRemoteHidesTitles, 0,
+          "PrefRemoteHidesTitles"),
     of(Kind::text, Page::network, PreferenceKey::allowedAddresses, {}, "PrefRemoteAddresses",
        "PrefRemoteAddressesHelp"),
+    number(Page::network, PreferenceKey::remotePort, &P::mRemotePort, 0, "PrefRemotePort", 0,
+           65'535, "PrefRemotePortUnit"),
 };
 
 }  // namespace
@@ -289,7 +300,7 @@ void Preferences::loadPrefs() {
   mSchedulerPrefs.reset();
   for (const Preference& one : kTable) load(one);
   // What these are without a stored value depends on the machine and on the run.
-  if (!prefForKey(kLocalName).isString()) {
+  if (!prefForKey(PreferenceKey::remoteName).isString()) {
     mRemoteControlLocalName = mMachine.networkName();
     std::ranges::replace(mRemoteControlLocalName, '-', ' ');
   }

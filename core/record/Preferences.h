@@ -37,6 +37,16 @@ inline constexpr std::string_view nextFreeSpaceCheck = "SchedulerPrefCheckStartu
 inline constexpr std::string_view nextPruning = "SchedulerPrefCleanVolumesInfo";
 /// Restricts who may connect by remote control; not set, anybody may.
 inline constexpr std::string_view allowedAddresses = "SchedulerPrefRemoteControlAllowedAddresses";
+inline constexpr std::string_view allowRemoteControl = "SchedulerPrefAllowRemoteControl";
+inline constexpr std::string_view remoteName = "SchedulerPrefRemoteControlLocalName";
+inline constexpr std::string_view remotePassword = "SchedulerPrefRemoteControlPassword";
+/// Without it remote control is as other programs expect it: nobody has to prove anything.
+inline constexpr std::string_view remoteProvenOnly = "SchedulerPrefRemoteControlProvenOnly";
+inline constexpr std::string_view remoteMayLaunch = "SchedulerPrefRemoteControlMayLaunch";
+inline constexpr std::string_view remoteMaySwitch = "SchedulerPrefRemoteControlMaySwitch";
+inline constexpr std::string_view remoteMayMessage = "SchedulerPrefRemoteControlMayMessage";
+inline constexpr std::string_view remoteHidesTitles = "SchedulerPrefRemoteControlHidesTitles";
+inline constexpr std::string_view remotePort = "SchedulerPrefRemoteControlPort";
 }  // namespace PreferenceKey
 
 /// One preference: where it is stored and kept, and how the window of the preferences shows it.
@@ -152,6 +162,13 @@ class Preferences {
   /// The machine's network name with blanks for dashes unless the user gave one.
   std::string mRemoteControlLocalName;
   std::string mRemoteControlPassword;
+  bool mRemoteProvenOnly = false;  ///< who controls has to prove the password
+  // What proven commands may do; unproven ones may do it all.
+  bool mRemoteMayLaunch = true;
+  bool mRemoteMaySwitch = false;
+  bool mRemoteMayMessage = false;
+  bool mRemoteHidesTitles = false;  ///< others see no actions
+  int mRemotePort = 0;              ///< 0: any
   int mShowErrorWindows = 0;
   int mAutoUnmountVolumes = 0;
   Deadline mCheckStartupDiskFreeSpace;   ///< next check of the start-up disk's free space

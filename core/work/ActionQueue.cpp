@@ -70,9 +70,12 @@ QueueAddition ActionQueue::addOne(QueueRecord record, int row, bool manualLaunch
   m.channel.postToMainApp("ActionListChanged");
   if (settings.integer("TriggerIfVolumesMounted") != 0 &&
       !mVolumes.checkIfAllVolumesMounted(settings)) {
-    m.store.texts().addToReportFile(
-        m.texts.text("ReportAddActionInQueueNoVolume", {title, type, record.ref}));
-    m.messages.sendUserNotification(m.texts.text("ReportAddActionInQueueNoVolume", {title}));
+    // Another machine may ask again and again: what is said of it must not fill the report.
+    if (!remoteLaunch || mRefusedRemotely.begins(m.platform.clock.monotonic())) {
+      m.store.texts().addToReportFile(
+          m.texts.text("ReportAddActionInQueueNoVolume", {title, type, record.ref}));
+      m.messages.sendUserNotification(m.texts.text("ReportAddActionInQueueNoVolume", {title}));
+    }
     return QueueAddition::volumesMissing;
   }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "actions/ActionContext.h"
+#include "core/record/BurstGate.h"
 #include "core/work/NextAction.h"
 #include "core/work/QueueRecord.h"
 
@@ -119,6 +120,9 @@ class ActionQueue {
   void bound(QueueRecord& record) const;
   void moveDates(double jump);
 
+  /// Seconds without launches of another machine that were refused, until the next is told again.
+  static constexpr double kQuietBetweenRefusals = 300;
+
   Records& m;
   VolumeIdentity& mVolumes;
   AutomaticExecution& mAutomatic;
@@ -129,6 +133,7 @@ class ActionQueue {
   bool mHeadIsRunning = false;
   int mBatchDepth = 0;
   bool mChangedInBatch = false;
+  BurstGate mRefusedRemotely{kQuietBetweenRefusals};
 };
 
 }  // namespace corvana

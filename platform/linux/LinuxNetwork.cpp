@@ -196,11 +196,38 @@ Error errorOf(ErrorKind kind, const char* what) {
   return {kind, std::string("listening socket: ") + what + ": " + std::strerror(errno)};
 }
 
-std::string textOf(const sockaddr_in& address) {
-  std::array<char, INET_ADDRSTRLEN> text{};
-  inet_ntop(AF_INET, &address.sin_addr, text.data(), text.size());
-  return text.data();
-}
+/// A socket address of either family.
+struct AnyAddress {
+  sockaddr_storage bytes{};
+  socklen_t size = sizeof bytes;
+
+  sockaddr* raw() { return reinterpret_cast<sockaddr*>(&bytes); }
+  static AnyAddress wildcard(int family, std::uint16_t port) {
+    AnyAddress address;
+    address.bytes.ss_family = static_cast<sa_family_t>(family);
+    address.size = family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+    // The port has the same place in both.
+    reinterpret_cast<sockaddr_in*>(&address.bytes)->sin_port = htons(port);
+    return address;
+  }
+  std::uint16_t port() const {
+    return ntohs(reinterpret_cast<const sockaddr_in*>(&bytes)->sin_port);
+  }
+  std::string text() const {
+    std::array<char, INET6_ADDRSTRLEN> text{};
+    if (bytes.ss_family == AF_INET6) {
+      const in6_addr& six = reinterpret_cast<const sockaddr_in6*>(&bytes)->sin6_addr;
+      if (IN6_IS_ADDR_V4MAPPED(&six))
+        inet_ntop(AF_INET, &six.s6_addr[12], text.data(), text.size());
+      else
+        inet_ntop(AF_INET6, &six, text.data(), text.size());
+    } else {
+      inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(&bytes)->sin_addr, text.data(),
+                text.size());
+    }
+    return text.data();
+  }
+};
 
 class LinuxServerSocket final : public ServerSocket {
  public:
@@ -214,30 +241,40 @@ class LinuxServerSocket final : public ServerSocket {
     mRunLoop.cancel(mPause);
   }
 
-  Outcome open() {
-    mSocket = ZAN_Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!mSocket) return errorOf(ErrorKind::unavailable, "cannot be made");
-    // The connections inherit it; what nobody reads is not to pile up in the system either.
-    const int buffer = static_cast<int>(mLimits.bytes);
-    setsockopt(mSocket.get(), SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    socklen_t size = sizeof address;
-    if (bind(mSocket.get(), reinterpret_cast<sockaddr*>(&address), size) != 0)
-      return errorOf(ErrorKind::refused, "cannot be bound");
-    if (getsockname(mSocket.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0)
-      return errorOf(ErrorKind::refused, "its port cannot be read");
-    if (::listen(mSocket.get(), mLimits.backlog) != 0)
-      return errorOf(ErrorKind::unavailable, "cannot listen");
-    mPort = ntohs(address.sin_port);
-    startAccepting();
-    return {};
+  Outcome open(std::uint16_t port) {
+    const Outcome both = open(AF_INET6, port);
+    // A machine may have IPv6 switched off.
+    return both || both.error().kind == ErrorKind::refused ? both : open(AF_INET, port);
   }
 
   std::uint16_t port() const override { return mPort; }
 
  private:
+  Outcome open(int family, std::uint16_t port) {
+    mSocket = ZAN_Descriptor(socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const int no = 0;
+    if (!mSocket || (family == AF_INET6 &&
+                     setsockopt(mSocket.get(), IPPROTO_IPV6, IPV6_V6ONLY, &no, sizeof no) != 0))
+      return errorOf(ErrorKind::unavailable, "cannot be made");
+    const int yes = 1;
+    // A port of one's own is to be had again right after a restart.
+    if (port != 0) setsockopt(mSocket.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    // The connections inherit it; what nobody reads is not to pile up in the system either.
+    const int buffer = static_cast<int>(mLimits.bytes);
+    setsockopt(mSocket.get(), SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
+    AnyAddress address = AnyAddress::wildcard(family, port);
+    if (bind(mSocket.get(), address.raw(), address.size) != 0)
+      return errorOf(errno == EADDRNOTAVAIL ? ErrorKind::unavailable : ErrorKind::refused,
+                     "cannot be bound");
+    if (getsockname(mSocket.get(), address.raw(), &address.size) != 0)
+      return errorOf(ErrorKind::refused, "its port cannot be read");
+    if (::listen(mSocket.get(), mLimits.backlog) != 0)
+      return errorOf(ErrorKind::unavailable, "cannot listen");
+    mPort = address.port();
+    startAccepting();
+    return {};
+  }
+
   struct Connection {
     ZAN_Descriptor socket;
     std::string address;
@@ -255,15 +292,14 @@ class LinuxServerSocket final : public ServerSocket {
 
   void connectionsWait() {
     for (int i = 0; i < kAcceptsAtOnce; ++i) {
-      sockaddr_in from{};
-      socklen_t size = sizeof from;
-      ZAN_Descriptor accepted(accept4(mSocket.get(), reinterpret_cast<sockaddr*>(&from), &size,
-                                      SOCK_CLOEXEC | SOCK_NONBLOCK));
+      AnyAddress from;
+      ZAN_Descriptor accepted(
+          accept4(mSocket.get(), from.raw(), &from.size, SOCK_CLOEXEC | SOCK_NONBLOCK));
       if (!accepted) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) pause();
         return;
       }
-      const std::string address = textOf(from);
+      const std::string address = from.text();
       if (mEvents.accepts && !mEvents.accepts(address)) {
         // A hard end, so that the other side can tell that nobody has read it.
         const linger hard{1, 0};
@@ -334,12 +370,18 @@ class LinuxServerSocket final : public ServerSocket {
     std::vector<std::byte> bytes(mLimits.bytes);
     const ssize_t count = recv(place->socket.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
     const std::string address = std::move(place->address);
+    const ZAN_Descriptor socket = std::move(place->socket);
+    mWatch.unwatch(std::exchange(place->watch, 0));
     drop(place);
     if (count <= 0) return;
     bytes.resize(static_cast<std::size_t>(count));
     // Whoever hears it may end this socket.
     const auto received = mEvents.received;
-    received(address, bytes);
+    const std::vector<std::byte> reply = received(address, bytes);
+    // There is room for that much in a fresh connection.
+    if (!reply.empty())
+      static_cast<void>(
+          ::send(socket.get(), reply.data(), reply.size(), MSG_NOSIGNAL | MSG_DONTWAIT));
   }
 
   void drop(Place place) {
@@ -361,10 +403,11 @@ class LinuxServerSocket final : public ServerSocket {
 
 }  // namespace
 
-Result<std::unique_ptr<ServerSocket>> LinuxServerSockets::listen(const Limits& limits,
+Result<std::unique_ptr<ServerSocket>> LinuxServerSockets::listen(std::uint16_t port,
+                                                                 const Limits& limits,
                                                                  Events events) {
   auto socket = std::make_unique<LinuxServerSocket>(mRunLoop, mWatch, limits, std::move(events));
-  if (const Outcome opened = socket->open(); !opened) return opened.error();
+  if (const Outcome opened = socket->open(port); !opened) return opened.error();
   return std::unique_ptr<ServerSocket>(std::move(socket));
 }
 

@@ -63,7 +63,8 @@ class LinuxServerSockets final : public ServerSockets {
  public:
   LinuxServerSockets(RunLoop& runLoop, DescriptorWatch& watch) : mRunLoop(runLoop), mWatch(watch) {}
 
-  Result<std::unique_ptr<ServerSocket>> listen(const Limits& limits, Events events) override;
+  Result<std::unique_ptr<ServerSocket>> listen(std::uint16_t port, const Limits& limits,
+                                               Events events) override;
 
  private:
   RunLoop& mRunLoop;

@@ -160,10 +160,12 @@ class SimulatedServerSockets::Socket final : public ServerSocket {
   std::shared_ptr<Listener> mListener;
 };
 
-Result<std::unique_ptr<ServerSocket>> SimulatedServerSockets::listen(const Limits& limits,
+Result<std::unique_ptr<ServerSocket>> SimulatedServerSockets::listen(std::uint16_t port,
+                                                                     const Limits& limits,
                                                                      Events events) {
   if (failure) return Error{*failure, "listening socket: the test says so"};
-  auto listener = std::make_shared<Listener>(Listener{++mLastPort, limits, std::move(events)});
+  auto listener = std::make_shared<Listener>(
+      Listener{port != 0 ? port : ++mLastPort, limits, std::move(events)});
   mListeners.push_back(listener);
   return std::unique_ptr<ServerSocket>(std::make_unique<Socket>(std::move(listener)));
 }
@@ -176,9 +178,9 @@ bool SimulatedServerSockets::send(std::uint16_t port, const std::string& address
     if (listener->events.accepts && !listener->events.accepts(address)) return false;
     const auto read = bytes.first(std::min(bytes.size(), listener->limits.bytes));
     std::vector<std::byte> kept(read.begin(), read.end());
-    mRunLoop.performOnMain([one, address, kept = std::move(kept)] {
+    mRunLoop.performOnMain([this, one, address, kept = std::move(kept)] {
       const auto still = one.lock();
-      if (still && !kept.empty()) still->events.received(address, kept);
+      if (still && !kept.empty()) replies.push_back(still->events.received(address, kept));
     });
     return true;
   }

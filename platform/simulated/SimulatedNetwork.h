@@ -75,17 +75,20 @@ class SimulatedNetwork final : public Network {
   VirtualTime& mTime;
 };
 
-/// Sockets that only the test connects to; ports are numbered from 4001 on.
+/// Sockets that only the test connects to; ports that are not asked for are numbered from 4001 on.
 class SimulatedServerSockets final : public ServerSockets {
  public:
   explicit SimulatedServerSockets(RunLoop& runLoop) : mRunLoop(runLoop) {}
 
-  Result<std::unique_ptr<ServerSocket>> listen(const Limits& limits, Events events) override;
+  Result<std::unique_ptr<ServerSocket>> listen(std::uint16_t port, const Limits& limits,
+                                               Events events) override;
 
   /// A machine connects to that port and sends, cut as one reading is; it is heard when the loop
   /// next runs. False when nobody listens there or the address is turned away.
   bool send(std::uint16_t port, const std::string& address, std::span<const std::byte> bytes);
 
+  /// What was answered, to all who sent, in order.
+  std::vector<std::vector<std::byte>> replies;
   std::optional<ErrorKind> failure;  ///< why `listen` fails
   /// Those that listen now, in the order of their beginning.
   std::vector<std::uint16_t> ports() const;

@@ -44,15 +44,19 @@ struct LinuxServerSocketsTest : testing::Test {
   RealLoop real;
   LinuxServerSockets sockets{real.loop, real.loop};
   std::vector<std::string> received;
+  std::string reply;
   std::unique_ptr<ServerSocket> server;
 
   void listen(const ServerSockets::Limits& limits, bool accepts = true) {
     auto made = sockets.listen(
-        limits, {[accepts](const std::string&) { return accepts; },
-                 [this](const std::string& address, std::span<const std::byte> bytes) {
-                   EXPECT_EQ(address, "127.0.0.1");
-                   received.emplace_back(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-                 }});
+        0, limits,
+        {[accepts](const std::string&) { return accepts; },
+         [this](const std::string& address, std::span<const std::byte> bytes) {
+           EXPECT_EQ(address, "127.0.0.1");
+           received.emplace_back(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+           const auto said = std::as_bytes(std::span(reply));
+           return std::vector<std::byte>(said.begin(), said.end());
+         }});
     ASSERT_TRUE(made);
     server = std::move(made).value();
     ASSERT_NE(server->port(), 0);

@@ -87,5 +87,107 @@ TEST(RemoteCommand, TheKeyedArchiveIsUnderstoodToo) {
   EXPECT_THAT(std::get<RemoteCommand::Launch>(command->what).references, ElementsAre(12, 7));
 }
 
+/// A machine that wants proofs, and one that knows its password.
+struct CommandProofTest : testing::Test {
+  using Verdict = ProofChecker::Verdict;
+  // Slow on purpose: once for all tests.
+  static const ControlKey& key() {
+    static const ControlKey made = *ControlKey::of("geheim", "5eed0123beef");
+    return made;
+  }
+  ProofChecker checker{key()};
+  const RemoteCommand command{RemoteCommand::Launch{{12, 7}}};
+
+  CommandProof proof(std::int64_t counter, const std::string& sender = "kitchen") {
+    return {checker.challenge(), sender, counter, {}};
+  }
+  Verdict check(const std::vector<std::byte>& data) {
+    const auto read = RemoteCommand::decode(data);
+    if (!read || !read->proof) return Verdict::wrong;
+    return checker.check(*read->proof, read->proven);
+  }
+};
+
+TEST_F(CommandProofTest, ACommandCountsOnceAndOnlyForTheChallengeOfNow) {
+  auto made = proof(5);
+  const auto data = command.encode(key(), made);
+  EXPECT_EQ(check(data), Verdict::proven);
+  EXPECT_EQ(check(data), Verdict::counterTooLow) << "recorded and sent again";
+  made = proof(4);
+  EXPECT_EQ(check(command.encode(key(), made)), Verdict::counterTooLow);
+  made = proof(1, "office");
+  EXPECT_EQ(check(command.encode(key(), made)), Verdict::proven) << "everybody counts alone";
+  EXPECT_EQ(checker.lastCounter("kitchen"), 5);
+  made = proof(6);
+  const auto recorded = command.encode(key(), made);
+  checker.renew();
+  EXPECT_EQ(check(recorded), Verdict::staleChallenge);
+  made = proof(1);
+  EXPECT_EQ(check(command.encode(key(), made)), Verdict::proven) << "a clock set back does no harm";
+}
+
+TEST_F(CommandProofTest, NoByteCanBeChanged) {
+  auto made = proof(5);
+  const auto data = command.encode(key(), made);
+  const auto unchanged = RemoteCommand::decode(data);
+  for (std::size_t at = 0; at < data.size(); ++at) {
+    auto changed = data;
+    changed[at] ^= std::byte{1};
+    const auto read = RemoteCommand::decode(changed);
+    // Another spelling of the same command, as by another version of the archive, is the same.
+    if (!read || !read->proof || read->proven == unchanged->proven) continue;
+    ASSERT_EQ(check(changed), Verdict::wrong) << at;
+  }
+  EXPECT_EQ(check(data), Verdict::proven);
+}
+
+TEST_F(CommandProofTest, OtherPasswordsAndOtherMachinesMakeOtherKeys) {
+  for (const auto& [password, machine] :
+       {std::pair("Geheim", "5eed0123beef"), std::pair("geheim", "5eed0123beee")}) {
+    const auto other = ControlKey::of(password, machine);
+    ASSERT_TRUE(other);
+    auto made = proof(5);
+    EXPECT_EQ(check(command.encode(*other, made)), Verdict::wrong);
+  }
+  EXPECT_FALSE(ControlKey::of("", "5eed0123beef"));
+  auto known = proof(5);
+  const auto again = ControlKey::of("geheim", "5eed0123beef");
+  ASSERT_TRUE(again);
+  EXPECT_EQ(check(command.encode(*again, known)), Verdict::proven);
+}
+
+TEST_F(CommandProofTest, MoreSendersThanAreKeptLetNoRecordedCommandIn) {
+  auto made = proof(1, "first");
+  const auto recorded = command.encode(key(), made);
+  EXPECT_EQ(check(recorded), Verdict::proven);
+  for (int i = 0; i < 3000; ++i) {
+    made = proof(1, "sender " + std::to_string(i));
+    check(command.encode(key(), made));
+    ASSERT_NE(check(recorded), Verdict::proven) << i;
+  }
+}
+
+TEST_F(CommandProofTest, ARepliesProofIsForThisCommandAlone) {
+  auto made = proof(5);
+  static_cast<void>(command.encode(key(), made));
+  auto other = proof(6);
+  static_cast<void>(command.encode(key(), other));
+  const CommandReply reply{CommandReply::Word::counterTooLow, "", 41, {}};
+  auto data = CommandReply::encode(reply, made, key());
+  ASSERT_TRUE(CommandReply::decode(data, made, key()));
+  EXPECT_EQ(CommandReply::decode(data, made, key())->counter, 41);
+  EXPECT_FALSE(CommandReply::decode(data, other, key()));
+  for (std::size_t at = 0; at < data.size(); ++at) {
+    auto changed = data;
+    changed[at] ^= std::byte{1};
+    const auto read = CommandReply::decode(changed, made, key());
+    if (read && read->word != CommandReply::Word::wrongPassword) {
+      ASSERT_EQ(read->word, reply.word) << at;
+      ASSERT_EQ(read->counter, 41) << at;
+    }
+  }
+  EXPECT_FALSE(CommandReply::decode({}, made, key()));
+}
+
 }  // namespace
 }  // namespace corvana

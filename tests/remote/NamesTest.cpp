@@ -110,6 +110,13 @@ TEST(AllowedAddresses, AreAddressesAndNetworks) {
   const AllowedAddresses wrong(ZAN_Value("192.168.1, 10.0.0.0/33 1.2.3.4.5 300.1.1.1"));
   EXPECT_EQ(wrong.wrong().size(), 4U);
   EXPECT_FALSE(wrong.allows("192.168.1.1")) << "a misspelled list lets nobody in";
+  const AllowedAddresses six(ZAN_Value("fe80::1 fd12::/12, 10.1.0.0/16"));
+  EXPECT_TRUE(six.allows("fe80::1%cable"));
+  EXPECT_FALSE(six.allows("fe80::2"));
+  EXPECT_TRUE(six.allows("fd1f::5"));
+  EXPECT_FALSE(six.allows("fd20::5"));
+  EXPECT_TRUE(six.allows("10.1.2.3"));
+  EXPECT_FALSE(six.allows("::a01:203"));
 }
 
 TEST(Allowance, LetsSoManyAtOnceAndThenSlowly) {
@@ -118,6 +125,18 @@ TEST(Allowance, LetsSoManyAtOnceAndThenSlowly) {
   EXPECT_FALSE(allowance.take(1009));
   EXPECT_TRUE(allowance.take(1011));
   EXPECT_FALSE(allowance.take(1012));
+}
+
+TEST(Allowances, AFloodFromManyAddressesLeavesTheTrustedOneAlone) {
+  Allowances all({3, 10}, {5, 1});
+  EXPECT_TRUE(all.take("owner", 1000));
+  all.trust("owner");
+  int taken = 0;
+  for (int i = 0; i < 5000; ++i) taken += all.take("stranger " + std::to_string(i), 1000) ? 1 : 0;
+  EXPECT_EQ(taken, 4);
+  EXPECT_TRUE(all.take("owner", 1000));
+  EXPECT_TRUE(all.take("owner", 1000));
+  EXPECT_FALSE(all.take("owner", 1000)) << "its own allowance";
 }
 
 }  // namespace

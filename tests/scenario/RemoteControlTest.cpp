@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "remote/LaunchableActions.h"
 #include "remote/RemoteCommand.h"
@@ -157,12 +159,12 @@ TEST_F(RemoteControlScenario, AMessageIsShownAndLogged) {
   ASSERT_TRUE(day.machine.userInterface.message);
   const MessageWindow& message = *day.machine.userInterface.message;
   EXPECT_EQ(message.title, "Lunch?");
-  EXPECT_EQ(message.text, "Message from Kitchen");
+  EXPECT_EQ(message.text, "Message from Kitchen (10.0.0.2)");
   EXPECT_EQ(message.seconds, 30);
   EXPECT_TRUE(message.closeButton);
   const ZAN_Value log = ActionLog(day.store()).readLogList();
   EXPECT_EQ(log.at(log.size() - 1).integer("C"), 12);
-  EXPECT_EQ(log.at(log.size() - 1).string("N"), "Message from Kitchen");
+  EXPECT_EQ(log.at(log.size() - 1).string("N"), "Message from Kitchen (10.0.0.2)");
 }
 
 TEST_F(RemoteControlScenario, AFloodIsHeldDown) {
@@ -181,7 +183,7 @@ TEST_F(RemoteControlScenario, AFloodIsHeldDown) {
     });
   };
   EXPECT_EQ(told("Commands from 10.0.0.2 came too quickly"), 1);
-  EXPECT_EQ(told("Messages from Flood came too quickly"), 1);
+  EXPECT_EQ(told("Messages from Flood (10.0.0.2) came too quickly"), 1);
   day.runFor(600);
   EXPECT_FALSE(day.agent->messages().hasPending()) << "all that was let in has been shown";
   ASSERT_TRUE(activate(0));
@@ -198,6 +200,158 @@ TEST_F(RemoteControlScenario, OnlyAllowedAddressesConnectAndOthersAreLogged) {
   EXPECT_THAT(log.at(log.size() - 1).string("N"), HasSubstr("10.0.0.2"));
   EXPECT_TRUE(send(ZAN_Value::dictionary({{"RemoteControlMachineActivate", 0}}), "10.0.0.3"));
   EXPECT_FALSE(isActive());
+}
+
+/// An agent that wants proofs, and the machine that knows its password.
+struct ProvenRemoteControl : RemoteControlScenario {
+  using Word = CommandReply::Word;
+  std::int64_t counter = 0;
+  std::optional<ControlKey> key = ControlKey::of("ab", "5eed0123beef");
+
+  ProvenRemoteControl() { settings.setValue(PreferenceKey::remoteProvenOnly, 1); }
+
+  std::string challenge() {
+    const auto service = published();
+    for (const std::string& text : service->txt)
+      if (text.starts_with(kChallengeText)) return text.substr(kChallengeText.size());
+    return {};
+  }
+  std::vector<std::byte> proven(const RemoteCommand& command, const std::string& withChallenge) {
+    mProof = {withChallenge, "kitchen", ++counter, {}};
+    return command.encode(*key, mProof);
+  }
+  /// What is answered to bytes that hold the last proof.
+  std::optional<CommandReply> answer(const std::vector<std::byte>& data,
+                                     const std::string& address = "10.0.0.2") {
+    auto& replies = day.machine.serverSockets.replies;
+    replies.clear();
+    day.machine.serverSockets.send(day.machine.serverSockets.ports().at(0), address, data);
+    day.runFor(1);
+    if (replies.empty()) return std::nullopt;
+    return CommandReply::decode(replies.back(), mProof, *key);
+  }
+  std::optional<Word> tell(const RemoteCommand& command) {
+    const auto reply = answer(proven(command, challenge()));
+    return reply ? std::optional(reply->word) : std::nullopt;
+  }
+  std::ptrdiff_t told(const std::string& words) {
+    const ZAN_Value log = ActionLog(day.store()).readLogList();
+    return std::ranges::count_if(log.elements(), [&](const ZAN_Value& entry) {
+      return entry.integer("C") == 13 && entry.string("N").find(words) != std::string::npos;
+    });
+  }
+
+ private:
+  CommandProof mProof;
+};
+
+TEST_F(ProvenRemoteControl, OnlyAProofLaunchesAndOnlyOnce) {
+  startAgent();
+  const RemoteCommand launch{RemoteCommand::Launch{{photos}}};
+  day.agent->commands().pauseExecution();
+  send(ZAN_Value::dictionary({{"RemoteControlMachineLaunchAction", std::to_string(letters)}}));
+  EXPECT_THAT(queued(), ElementsAre()) << "a command without a proof";
+  EXPECT_EQ(told("did not prove the password"), 1);
+  auto guessed = ControlKey::of("abc", "5eed0123beef");
+  std::swap(key, guessed);
+  EXPECT_EQ(tell(launch), Word::wrongPassword);
+  std::swap(key, guessed);
+  EXPECT_THAT(queued(), ElementsAre());
+  EXPECT_EQ(told("did not prove the password"), 1) << "one entry a burst";
+
+  const auto data = proven(launch, challenge());
+  EXPECT_EQ(answer(data)->word, Word::done);
+  EXPECT_THAT(queued(), ElementsAre(photos));
+  day.agent->commands().removeFromQueue({0});
+  EXPECT_EQ(answer(data, "10.0.0.66")->word, Word::counterTooLow) << "recorded by somebody else";
+  EXPECT_THAT(queued(), ElementsAre());
+}
+
+TEST_F(ProvenRemoteControl, TheServiceTellsNothingThatThePasswordMakes) {
+  startAgent();
+  const auto code = [&] { return ServiceName::parse(published()->name)->passwordCode; };
+  EXPECT_NE(code(), 0);
+  EXPECT_NE(code(), 790084125);
+  EXPECT_THAT(published()->txt, testing::Contains("Permits=launch"));
+  EXPECT_THAT(published()->txt, testing::Contains(HasSubstr("Letters")));
+  settings.setValue(PreferenceKey::remoteHidesTitles, 1);
+  settings.setValue(PreferenceKey::remotePort, 4711);
+  preferencesChange();
+  EXPECT_THAT(published()->txt, testing::Not(testing::Contains(HasSubstr("Letters"))));
+  EXPECT_EQ(published()->port, 4711);
+
+  settings.removeKey(PreferenceKey::remotePassword);
+  preferencesChange();
+  EXPECT_FALSE(published()) << "without a password nobody could prove anything";
+  EXPECT_EQ(told("it has no password yet"), 1);
+  settings.setValue(PreferenceKey::remotePassword, "abc");
+  preferencesChange();
+  ASSERT_TRUE(published());
+  const RemoteCommand launch{RemoteCommand::Launch{{photos}}};
+  EXPECT_EQ(tell(launch), Word::wrongPassword) << "the old password";
+  key = ControlKey::of("abc", "5eed0123beef");
+  EXPECT_EQ(tell(launch), Word::done);
+}
+
+TEST_F(ProvenRemoteControl, EachKindOfCommandIsPermittedByItself) {
+  startAgent();
+  EXPECT_EQ(tell({RemoteCommand::Activate{0}}), Word::notPermitted);
+  EXPECT_TRUE(isActive());
+  EXPECT_EQ(tell({RemoteCommand::Message{"Lunch?", "Kitchen"}}), Word::notPermitted);
+  EXPECT_FALSE(day.machine.userInterface.message);
+  settings.setValue(PreferenceKey::remoteMayLaunch, 0);
+  settings.setValue(PreferenceKey::remoteMaySwitch, 1);
+  settings.setValue(PreferenceKey::remoteMayMessage, 1);
+  preferencesChange();
+  EXPECT_EQ(tell({RemoteCommand::Launch{{photos}}}), Word::notPermitted);
+  EXPECT_THAT(queued(), ElementsAre());
+  EXPECT_EQ(tell({RemoteCommand::Message{"Lunch?\nYes", "Kit\nchen"}}), Word::done);
+  ASSERT_TRUE(day.machine.userInterface.message);
+  EXPECT_EQ(day.machine.userInterface.message->title, "Lunch? Yes");
+  EXPECT_EQ(tell({RemoteCommand::Activate{0}}), Word::done);
+  EXPECT_FALSE(isActive());
+}
+
+TEST_F(ProvenRemoteControl, ACommandUnderWayWhileTheChallengeChangesIsSentAgain) {
+  startAgent();
+  const std::string old = challenge();
+  preferencesChange();
+  ASSERT_NE(challenge(), old);
+  const RemoteCommand launch{RemoteCommand::Launch{{photos}}};
+  const auto reply = answer(proven(launch, old));
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(reply->word, Word::newChallenge);
+  EXPECT_THAT(queued(), ElementsAre());
+  EXPECT_EQ(answer(proven(launch, reply->challenge))->word, Word::done);
+}
+
+/// A hundred machines that guess, flood and send rubbish for an hour.
+TEST_F(ProvenRemoteControl, TheOwnersCommandsArriveDuringAnAttack) {
+  startAgent();
+  day.agent->commands().pauseExecution();
+  tell({RemoteCommand::Launch{{photos}}});
+  const auto size = [&] {
+    std::uintmax_t bytes = 0;
+    for (const auto& file : std::filesystem::recursive_directory_iterator(
+             day.store().folder().dataFolderPathWithFileName()))
+      if (file.is_regular_file()) bytes += file.file_size();
+    return bytes;
+  };
+  const auto before = size();
+  const auto port = day.machine.serverSockets.ports().at(0);
+  const auto unproven = RemoteCommand{RemoteCommand::Launch{{letters}}}.encode();
+  const std::vector<std::byte> rubbish(60'000, std::byte{0x42});
+  for (int minute = 0; minute < 60; ++minute) {
+    for (int i = 0; i < 100; ++i)
+      for (const auto* data : {&unproven, &rubbish, &unproven})
+        day.machine.serverSockets.send(port, "10.0.1." + std::to_string(i), *data);
+    day.agent->commands().removeFromQueue({0});
+    EXPECT_EQ(tell({RemoteCommand::Launch{{photos}}}), Word::done) << minute;
+    EXPECT_THAT(queued(), ElementsAre(photos));
+    day.runFor(58);
+  }
+  EXPECT_EQ(told("did not prove the password"), 1);
+  EXPECT_LT(size() - before, 40'000U) << "a megabyte a day would be 43,690 bytes";
 }
 
 TEST_F(RemoteControlScenario, WhatFailsIsLoggedAndTheAgentGoesOn) {

@@ -204,10 +204,26 @@ TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
       EXPECT_EQ(scenario.store().settings().schedulerSettings().value(item.key), wanted);
     }
   }
-  EXPECT_EQ(changed, 33);
+  EXPECT_EQ(changed, 39);
   scenario.machine.runLoop.runFor(0);
   EXPECT_TRUE(scenario.agent->state().mScheduleDisabled);
   EXPECT_FALSE(scenario.machine.userInterface.statusItem) << "the icon is not wanted any more";
+}
+
+TEST_F(WindowModelsTest, WhoSwitchesRemoteControlOnGetsItWithProofs) {
+  begin();
+  const PreferencesModel preferences(sources());
+  const auto item = [&](std::string_view key) {
+    for (const auto& page : preferences.pages())
+      for (const auto& one : page.items)
+        if (one.key == key) return one;
+    return PreferencesModel::Item{};
+  };
+  preferences.change(item(PreferenceKey::allowRemoteControl), 1);
+  EXPECT_EQ(item(PreferenceKey::remoteProvenOnly).read(), ZAN_Value(1));
+  preferences.change(item(PreferenceKey::remoteProvenOnly), 0);
+  preferences.change(item(PreferenceKey::allowRemoteControl), 0);
+  EXPECT_EQ(item(PreferenceKey::remoteProvenOnly).read(), ZAN_Value(0));
 }
 
 TEST_F(WindowModelsTest, AShortcutReadsModifiersFirst) {

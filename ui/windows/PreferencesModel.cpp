@@ -131,6 +131,9 @@ ZAN_Value PreferencesModel::read(const Preference& one) const {
 }
 
 void PreferencesModel::change(const Item& item, const ZAN_Value& value) const {
+  // Who is let in from now on has to prove the password; that can be switched off by itself.
+  if (item.key == PreferenceKey::allowRemoteControl && value.boolValue())
+    m.commands.setPreference(std::string(PreferenceKey::remoteProvenOnly), 1);
   m.commands.setPreference(item.key, value);
 }
 

@@ -44,8 +44,10 @@ struct RemoteMachinesTest : testing::Test {
     return machine.home.at("Corvana 9.app/Contents/Resources/Corvana 9 " + name +
                            ".app/Contents/MacOS/Corvana 9 " + name);
   }
-  /// Lets itself be controlled, and writes down which actions it executes.
-  std::unique_ptr<ChildProcess> startAgent(NetworkMachine& machine, std::string& output) {
+  /// Lets itself be controlled, and writes down which actions it executes. With proofs it permits
+  /// to run actions and nothing else.
+  std::unique_ptr<ChildProcess> startAgent(NetworkMachine& machine, std::string& output,
+                                           bool proven = false) {
     for (const char* name : {"Scheduler", "Execute"})
       fs::create_directories(fs::path(program(machine, name)).parent_path());
     fs::copy_file(CORVANA_AGENT, program(machine, "Scheduler"));
@@ -71,6 +73,7 @@ struct RemoteMachinesTest : testing::Test {
         ZAN_Value::dictionary({{"SchedulerPrefAllowRemoteControl", 1},
                                {"SchedulerPrefRemoteControlLocalName", "Anna Büro"},
                                {"SchedulerPrefRemoteControlPassword", "geheim"},
+                               {"SchedulerPrefRemoteControlProvenOnly", proven ? 1 : 0},
                                {"SchedulerQuitDate", ZAN_Value::date(clock.now())}})));
     return machine.run(machine.inside({program(machine, "Scheduler"), "--headless"}), output);
   }
@@ -127,6 +130,26 @@ TEST_F(RemoteMachinesTest, OneControlsTheOther) {
   EXPECT_THAT(berta.said, HasSubstr("is switched off"));
   EXPECT_THAT(agentOutput, HasSubstr("Automatic execution is off"));
   EXPECT_EQ(command({"peer", "Anna-Buro", "activate", right}), 0) << berta.said;
+}
+
+TEST_F(RemoteMachinesTest, WhoProvesThePasswordIsAnswered) {
+  agent = startAgent(anna, agentOutput, true);
+  ASSERT_TRUE(sees([](const ZAN_Value& list) {
+    return list.size() == 1 && list.at(0)["proven"].boolValue();
+  })) << berta.said
+      << agentOutput;
+  EXPECT_EQ(peers().at(0).string("permits"), "launch");
+  const std::string right = "--password-file=" + berta.home.write("right", "geheim\n");
+  const std::string wrong = "--password-file=" + berta.home.write("wrong", "Geheim\n");
+  EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101", wrong}), 1);
+  EXPECT_THAT(berta.said, HasSubstr("password is wrong"));
+  EXPECT_EQ(command({"peer", "Anna-Buro", "message", "Lunch?", right}), 1);
+  EXPECT_THAT(berta.said, HasSubstr("do not permit"));
+  EXPECT_EQ(command({"peer", "Anna-Buro", "deactivate", right}), 1);
+  EXPECT_FALSE(fs::exists(anna.home.at("executed")));
+  EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101", right}), 0) << berta.said;
+  ASSERT_TRUE(real.runUntil([&] { return fs::exists(anna.home.at("executed")); })) << agentOutput;
+  EXPECT_THAT(agentOutput, Not(HasSubstr("Lunch?")));
 }
 
 TEST_F(RemoteMachinesTest, TheServiceComesBackAndKeepsApartFromItsTwin) {

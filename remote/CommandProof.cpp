@@ -1,0 +1,153 @@
+#include "remote/CommandProof.h"
+
+#include <sodium.h>
+
+#include <algorithm>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+
+namespace corvana {
+
+namespace {
+
+// Both machines have to compute alike: these numbers are part of the protocol.
+constexpr unsigned long long kPasses = 2;
+constexpr std::size_t kMemory = std::size_t{64} << 20U;
+constexpr std::string_view kSaltPrefix = "corvana remote control 1 ";
+
+/// Senders whose counters are kept; only who knows the password can be one.
+constexpr std::size_t kMostSenders = 1000;
+
+constexpr const char* kReply = "RemoteControlMachineReply";
+constexpr const char* kChallenge = "RemoteControlMachineChallenge";
+constexpr const char* kCounter = "RemoteControlMachineCounter";
+constexpr const char* kCode = "RemoteControlMachineProofCode";
+
+unsigned char* raw(std::byte* bytes) { return reinterpret_cast<unsigned char*>(bytes); }
+const unsigned char* raw(const std::byte* bytes) {
+  return reinterpret_cast<const unsigned char*>(bytes);
+}
+
+void append(std::vector<std::byte>& all, std::uint64_t number) {
+  for (int shift = 56; shift >= 0; shift -= 8)
+    all.push_back(static_cast<std::byte>(number >> static_cast<unsigned>(shift) & 0xFFU));
+}
+
+void append(std::vector<std::byte>& all, std::span<const std::byte> bytes) {
+  append(all, static_cast<std::uint64_t>(bytes.size()));
+  all.insert(all.end(), bytes.begin(), bytes.end());
+}
+
+void append(std::vector<std::byte>& all, std::string_view text) {
+  append(all, std::as_bytes(std::span(text)));
+}
+
+}  // namespace
+
+std::optional<ControlKey> ControlKey::of(std::string_view password, std::string_view machine) {
+  if (password.empty() || sodium_init() < 0) return std::nullopt;
+  std::array<unsigned char, crypto_pwhash_SALTBYTES> salt{};
+  const std::string salted = std::string(kSaltPrefix) + std::string(machine);
+  crypto_generichash(salt.data(), salt.size(), raw(std::as_bytes(std::span(salted)).data()),
+                     salted.size(), nullptr, 0);
+  ControlKey key;
+  if (crypto_pwhash(raw(key.mBytes.data()), key.mBytes.size(), password.data(), password.size(),
+                    salt.data(), kPasses, kMemory, crypto_pwhash_ALG_ARGON2ID13) != 0)
+    return std::nullopt;
+  return key;
+}
+
+ProofCode ControlKey::codeOf(std::span<const std::byte> bytes) const {
+  ProofCode code{};
+  crypto_auth_hmacsha256(raw(code.data()), raw(bytes.data()), bytes.size(), raw(mBytes.data()));
+  return code;
+}
+
+bool ControlKey::made(const ProofCode& code, std::span<const std::byte> bytes) const {
+  return crypto_auth_hmacsha256_verify(raw(code.data()), raw(bytes.data()), bytes.size(),
+                                       raw(mBytes.data())) == 0;
+}
+
+std::vector<std::byte> CommandProof::covered(std::span<const std::byte> command) const {
+  std::vector<std::byte> all;
+  append(all, command);
+  append(all, challenge);
+  append(all, sender);
+  append(all, static_cast<std::uint64_t>(counter));
+  return all;
+}
+
+std::vector<std::byte> CommandReply::covered(const CommandProof& proof) const {
+  std::vector<std::byte> all;
+  append(all, static_cast<std::uint64_t>(word));
+  append(all, challenge);
+  append(all, static_cast<std::uint64_t>(counter));
+  append(all, proof.code);
+  return all;
+}
+
+std::vector<std::byte> CommandReply::encode(CommandReply reply, const CommandProof& proof,
+                                            const ControlKey& key) {
+  ZAN_Value value = ZAN_Value::dictionary({{kReply, static_cast<int>(reply.word)},
+                                           {kChallenge, reply.challenge},
+                                           {kCounter, reply.counter}});
+  if (reply.word != Word::wrongPassword)
+    value.setValue(kCode, ZAN_Value::data(key.codeOf(reply.covered(proof))));
+  return ZAN_Archiver::archivedDataWithRootObject(value);
+}
+
+std::optional<CommandReply> CommandReply::decode(std::span<const std::byte> data,
+                                                 const CommandProof& proof, const ControlKey& key) {
+  const auto value = ZAN_Unarchiver::unarchiveObjectWithData(data);
+  if (!value || !value->isDictionary()) return std::nullopt;
+  const std::int64_t word = value->integer(kReply);
+  if (word < static_cast<int>(Word::done) || word > static_cast<int>(Word::tooQuickly))
+    return std::nullopt;
+  CommandReply reply{
+      static_cast<Word>(word), value->string(kChallenge), value->integer(kCounter), {}};
+  if (reply.word == Word::wrongPassword) return reply;
+  const ZAN_Value& code = (*value)[kCode];
+  if (code.bytes().size() != reply.code.size()) return std::nullopt;
+  std::ranges::copy(code.bytes(), reply.code.begin());
+  if (!key.made(reply.code, reply.covered(proof))) return std::nullopt;
+  return reply;
+}
+
+void ProofChecker::renew() {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::array<unsigned char, 16> random{};
+  randombytes_buf(random.data(), random.size());
+  mChallenge.clear();
+  for (const unsigned char byte : random) {
+    mChallenge += kDigits[byte >> 4U];
+    mChallenge += kDigits[byte & 0xFU];
+  }
+  mCounters.clear();
+}
+
+ProofChecker::Verdict ProofChecker::check(const CommandProof& proof,
+                                          std::span<const std::byte> command) {
+  if (!mKey.made(proof.code, proof.covered(command))) return Verdict::wrong;
+  if (proof.challenge != mChallenge) return Verdict::staleChallenge;
+  const auto known = mCounters.find(proof.sender);
+  if (known != mCounters.end()) {
+    if (proof.counter <= known->second) return Verdict::counterTooLow;
+    known->second = proof.counter;
+    return Verdict::proven;
+  }
+  // To forget one sender would let its commands in again.
+  if (mCounters.size() >= kMostSenders) {
+    renew();
+    return Verdict::staleChallenge;
+  }
+  mCounters.emplace(proof.sender, proof.counter);
+  return Verdict::proven;
+}
+
+std::int64_t ProofChecker::lastCounter(const std::string& sender) const {
+  const auto known = mCounters.find(sender);
+  return known == mCounters.end() ? 0 : known->second;
+}
+
+}  // namespace corvana

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace corvana {
+
+using ProofCode = std::array<std::byte, 32>;
+
+/// What whoever knows the password of a machine can compute, and nobody else. Thread: any.
+class ControlKey {
+ public:
+  /// Argon2id of the password, salted with the identifier of the machine that it opens, so that
+  /// one password gives every machine another key. It takes a tenth of a second and 64 MB: not for
+  /// the main thread. Nothing for an empty password, or where that memory cannot be had.
+  static std::optional<ControlKey> of(std::string_view password, std::string_view machine);
+
+  /// HMAC-SHA-256 of the bytes.
+  ProofCode codeOf(std::span<const std::byte> bytes) const;
+  /// Whether it is the code of the bytes; how long that takes tells nothing.
+  bool made(const ProofCode& code, std::span<const std::byte> bytes) const;
+
+ private:
+  ControlKey() = default;
+  std::array<std::byte, 32> mBytes{};
+};
+
+/// That the sender of a command knows the password. Thread: any.
+struct CommandProof {
+  static constexpr std::size_t kMostBytesOfName = 64;
+
+  std::string challenge;     ///< of the machine that is controlled, as its service shows it
+  std::string sender;        ///< tells controlling machines apart, 64 bytes at most
+  std::int64_t counter = 0;  ///< rises with each command of a sender
+  ProofCode code{};          ///< of `covered`
+
+  /// What the code is computed from: the archived command and the fields above, each behind its
+  /// length.
+  std::vector<std::byte> covered(std::span<const std::byte> command) const;
+};
+
+/// What the controlled machine answers to a command that came with a proof. It proves itself by the
+/// same key, as nobody else can tell the controller that its command was carried out. Thread: any.
+struct CommandReply {
+  enum class Word {
+    done = 1,
+    wrongPassword,  ///< the only word without a code
+    newChallenge,   ///< the one used is not that of now, which is in `challenge`
+    counterTooLow,  ///< `counter` was the last one of this sender
+    notPermitted,   ///< the machine does not permit this kind of command
+    tooQuickly,     ///< after too many others
+  };
+  Word word = Word::done;
+  std::string challenge;
+  std::int64_t counter = 0;
+  ProofCode code{};
+
+  /// The reply to the command with that proof, as bytes to send.
+  static std::vector<std::byte> encode(CommandReply reply, const CommandProof& proof,
+                                       const ControlKey& key);
+  /// Reads bytes that need not be trusted. Nothing unless it is a reply that this key made for this
+  /// command, or says that the password is wrong.
+  static std::optional<CommandReply> decode(std::span<const std::byte> data,
+                                            const CommandProof& proof, const ControlKey& key);
+
+ private:
+  std::vector<std::byte> covered(const CommandProof& proof) const;
+};
+
+/// Tells proven commands from others, each of which counts once. Thread: main.
+class ProofChecker {
+ public:
+  enum class Verdict { proven, wrong, staleChallenge, counterTooLow };
+
+  explicit ProofChecker(const ControlKey& key) : mKey(key) { renew(); }
+
+  const ControlKey& key() const { return mKey; }
+  /// 32 hexadecimal digits that nobody can foresee.
+  const std::string& challenge() const { return mChallenge; }
+  /// From now on there is another challenge, and nothing proves anything that was made for the one
+  /// before.
+  void renew();
+
+  /// Looks at the code first, so that the other verdicts are only for those who know the password.
+  Verdict check(const CommandProof& proof, std::span<const std::byte> command);
+  /// The counter of the last proven command of a sender.
+  std::int64_t lastCounter(const std::string& sender) const;
+
+ private:
+  ControlKey mKey;
+  std::string mChallenge;
+  std::map<std::string, std::int64_t> mCounters;  ///< by sender, for this challenge
+};
+
+}  // namespace corvana
