@@ -160,6 +160,40 @@ inline constexpr std::string_view isNew = "CopiesAreNew";
 inline constexpr std::string_view takesOver = "CopiesTakenOver";
 /// What is left out: an array of patterns as rsync takes them; missing: nothing.
 inline constexpr std::string_view exclusions = "CopyExclusions";
+/// The patterns of what the last run could not copy, 200 at most; missing: nothing.
+inline constexpr std::string_view notPossible = "CopyNotPossible";
+/// What the file system of the copies cannot keep, in words, as it was said last.
+inline constexpr std::string_view losses = "CopyLossesSaid";
+/// Bytes a second that a run copies at most; 0 or missing: as many as it can.
+inline constexpr std::string_view bandwidth = "CopyBandwidth";
+/// 1 when the disk did not confirm what the last run wrote: the next run compares contents.
+inline constexpr std::string_view isDoubted = "CopiesDoubted";
 }  // namespace CopyKey
+
+/// What a report of an execution's progress says besides.
+namespace ProgressKey {
+/// So many items were found while it is still being found out what there is to do; missing since.
+inline constexpr std::string_view itemsSeen = "ItemsSeen";
+inline constexpr std::string_view bytesToCopy = "BytesToCopy";
+inline constexpr std::string_view filesToCopy = "FilesToCopy";
+inline constexpr std::string_view bytesPerSecond = "BytesPerSecond";  ///< missing: not known yet
+inline constexpr std::string_view secondsLeft = "SecondsLeft";        ///< missing: not known yet
+}  // namespace ProgressKey
+
+/// The record of a run in its history entry.
+namespace RunKey {
+inline constexpr std::string_view filesCopied = "FilesCopied";
+inline constexpr std::string_view bytesCopied = "SizeCopied";
+inline constexpr std::string_view filesReplaced = "FilesReplaced";  ///< of those copied
+inline constexpr std::string_view bytesReplaced = "SizeReplaced";
+inline constexpr std::string_view filesDeleted = "FilesDeleted";
+inline constexpr std::string_view bytesDeleted = "SizeDeleted";
+inline constexpr std::string_view skipped = "FilesSkipped";  ///< since the user wanted it
+/// Errors that name something of the sources which the copy has to do without.
+inline constexpr std::string_view notPossible = "ItemsNotPossible";
+inline constexpr std::string_view reason = "Reason";  ///< in words; missing when all went well
+/// 1: it was completed but for what is not possible (also in the log).
+inline constexpr std::string_view onlyLacks = "OnlyLacks";
+}  // namespace RunKey
 
 }  // namespace corvana

@@ -14,6 +14,7 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionsTools.h"
 #include "execute/CopyMark.h"
+#include "execute/HalfFiles.h"
 #include "execute/Rsync.h"
 #include "execute/plain/Versions.h"
 #include "platform/linux/MountTable.h"
@@ -120,6 +121,17 @@ std::vector<std::string> FileSystemFacts::options() const {
   return words;
 }
 
+std::vector<std::string> FileSystemFacts::losses() const {
+  std::vector<std::string> words;
+  if (!keepsOwners) words.emplace_back("owners and rights");
+  if (!accessLists || !keepsOwners) words.emplace_back("access lists");
+  if (!attributes) words.emplace_back("extended attributes");
+  if (!hardLinks || !keepsOwners) words.emplace_back("hard links");
+  if (!wholeSeconds || !keepsOwners) words.emplace_back("times to the second");
+  if (!tellsCase) words.emplace_back("names that differ in case alone");
+  return words;
+}
+
 Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeGuard& guard) {
   if (settings["OptionsPerformer"].stringView() != "corvana9") {
     return Error{ErrorKind::refused, "OptionsPerformer: the action was not made for this program"};
@@ -135,6 +147,9 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   for (const ZAN_Value& pattern : settings[CopyKey::exclusions].elements()) {
     if (!pattern.stringView().empty()) plan.mExclusions.emplace_back(pattern.stringView());
   }
+  plan.mBandwidth =
+      static_cast<std::uint64_t>(std::max<std::int64_t>(settings.integer(CopyKey::bandwidth), 0));
+  plan.mComparesContents = settings.integer(CopyKey::isDoubted) != 0;
   const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
   if (destination.isNull())
     return Error{ErrorKind::refused, "ItemsDestination: the action has no destination"};
@@ -265,8 +280,10 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass
   const Source& source = task.source;
   std::vector<std::string> words{rsync, "--archive", "--one-file-system"};
   words.insert(words.end(), task.options.begin(), task.options.end());
+  if (mComparesContents) words.emplace_back("--checksum");
   if (pass == Pass::look) {
-    words.emplace_back("--dry-run");
+    words.insert(words.end(), {"--dry-run", "--no-inc-recursive"});
+    if (task.tellsAll) words.emplace_back("-ii");
     // What could not be read is kept from deletion one by one.
     if (mDeletes && source.isFolder)
       words.insert(words.end(), {"--delete-after", "--ignore-errors", "--force"});
@@ -274,7 +291,13 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass
     if (task.mayRemoveFolders) words.emplace_back("--force");
     if (task.aside)
       words.insert(words.end(), {"--backup", "--backup-dir=" + task.aside->heldPath()});
+    if (task.onlyItem) words.emplace_back("--no-whole-file");
+    if (mBandwidth > 0)
+      words.push_back("--bwlimit=" + std::to_string(std::max<std::uint64_t>(mBandwidth / 1024, 1)));
   }
+  // A half is neither copied nor deleted.
+  if (task.keepsHalves || pass == Pass::look)
+    words.push_back("--partial-dir=" + std::string(HalfFiles::kName));
   // A link to a file means the file.
   if (!source.isFolder) words.emplace_back("--copy-links");
   for (auto& word : RsyncOutput::arguments(pass == Pass::copy)) words.push_back(std::move(word));
@@ -284,18 +307,19 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass
   if (source.isFolder) words.push_back("--exclude=" + literalPattern(std::string(CopyMark::kName)));
   for (const auto& mount : source.mountsWithin)
     words.push_back("--exclude=/" + escaped(mount) + "/*");
-  for (const auto& pattern : mExclusions) words.push_back("--exclude=" + pattern);
+  if (task.onlyItem) {
+    for (std::size_t slash = 0; slash != std::string::npos;) {
+      slash = task.onlyItem->find('/', slash + 1);
+      words.push_back("--include=" + literalPattern(task.onlyItem->substr(0, slash)));
+    }
+    words.emplace_back("--exclude=*");
+  } else {
+    for (const auto& pattern : mExclusions) words.push_back("--exclude=" + pattern);
+  }
   words.emplace_back("--");
   words.push_back(source.held.heldPath() + "/" + (source.isFolder ? std::string() : source.name));
-  words.push_back(task.copy.heldPath() + "/");
+  words.push_back(task.to + "/");
   return words;
-}
-
-bool CopyPlan::isExcluded(const std::string& relative) const {
-  const std::string pattern = literalPattern(relative);
-  return std::ranges::any_of(mExclusions, [&](const std::string& excluded) {
-    return excluded == pattern || excluded == pattern + "/";
-  });
 }
 
 std::string CopyPlan::literalPattern(const std::string& relative) {

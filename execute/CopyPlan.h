@@ -40,12 +40,15 @@ struct FileSystemFacts {
   bool exactTimes = true;  ///< to the nanosecond
   bool wholeSeconds = true;
   bool isDesktopShare = false;
+  bool tellsCase = true;  ///< "Docs" and "docs" are two names
 
   /// `fileSystem` as the mount table names it. Writes a file without a name there, or with a hidden
   /// one that goes again.
   static FileSystemFacts of(const HeldFolder& folder, const Mount& mount);
   /// The options that make rsync copy what can be kept, and no more.
   std::vector<std::string> options() const;
+  /// What it cannot keep, in words: "owners and rights", "hard links".
+  std::vector<std::string> losses() const;
 };
 
 /// What one action copies from where to where, checked and taken hold of before anything is
@@ -79,13 +82,14 @@ class CopyPlan {
   const std::vector<Source>& sources() const { return mSources; }
   const std::string& destination() const { return mDestination; }
   bool deletes() const { return mDeletes; }
-  /// Whether the user leaves out that very item of the sources.
-  bool isExcluded(const std::string& relative) const;
   /// Whether the destination's volume was told by more than its size.
   bool hasIdentity() const { return mHasIdentity; }
 
   /// The destination, made when it is not there; the folder that holds it never is.
   Result<HeldFolder> openDestination() const;
+  /// The destination or, when it is not there, the folder that is to hold it.
+  Result<HeldFolder> openWithoutMaking() const { return (mHeld ? *mHeld : *mHolder).again(); }
+  bool isDestinationThere() const { return mHeld.has_value(); }
   FileSystemFacts factsOf(const HeldFolder& destination) const;
   /// Says which folder has lost its volume.
   Outcome checkMounted(const std::vector<Mount>& mounts) const;
@@ -95,11 +99,14 @@ class CopyPlan {
   enum class Pass { look, copy };
   struct Task {
     const Source& source;
-    const HeldFolder& copy;   ///< its folder in the destination, or the destination
+    std::string to;           ///< path of its folder in the destination, or of the destination
     const HeldFolder* aside;  ///< takes in what is replaced
     const std::vector<std::string>& skippedItems;  ///< relative names
     std::vector<std::string> options;              ///< of the file system
     bool mayRemoveFolders = false;                 ///< that stand where a file is to be
+    bool tellsAll = false;                         ///< of what is the same already, too
+    bool keepsHalves = false;                      ///< of a file that is not copied to its end
+    std::optional<std::string> onlyItem = {};      ///< goes on with that file alone from its half
   };
   /// rsync with its arguments.
   std::vector<std::string> arguments(const std::string& rsync, Pass pass, const Task& task) const;
@@ -115,6 +122,8 @@ class CopyPlan {
 
   std::vector<Source> mSources;
   std::vector<std::string> mExclusions;  ///< the user's patterns
+  std::uint64_t mBandwidth = 0;          ///< bytes a second; 0: as many as there can be
+  bool mComparesContents = false;
   std::string mDestination;
   std::optional<HeldFolder> mHolder;  ///< of a destination that is to be made
   std::optional<HeldFolder> mHeld;    ///< the destination

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
@@ -24,6 +25,10 @@ constexpr std::size_t kKeptErrors = 200;
 constexpr double kBytesAFile = 4096;
 constexpr double kNearlyDone = 99;
 const std::vector<std::string> kMarkAlone{std::string(CopyMark::kName)};
+/// Of a file as large as that a half is worth to be kept.
+constexpr std::uint64_t kLarge = 16'000'000;
+constexpr std::size_t kKeptPatterns = 200;
+constexpr std::size_t kMostLeft = 1000;
 
 // rsync's exit codes.
 constexpr int kFull = 11;  ///< or another failure of reading and writing
@@ -37,6 +42,14 @@ bool isThrough(const RsyncProcess::End& end) {
          (end.status == 0 || end.status == kPartial || end.status == kVanished);
 }
 
+/// As a shell takes it for one word.
+std::string quoted(const std::string& word) {
+  std::string text = "'";
+  for (const char letter : word)
+    text += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+  return text + "'";
+}
+
 std::string number(std::uint64_t count) { return std::to_string(count); }
 
 }  // namespace
@@ -44,6 +57,23 @@ std::string number(std::uint64_t count) { return std::to_string(count); }
 bool DeletionLimit::isPassed(std::uint64_t deletions, std::uint64_t filesOfCopy) const {
   return deletions > kFiles &&
          static_cast<double>(deletions) > share * static_cast<double>(filesOfCopy);
+}
+
+void Pace::add(double now, double done) {
+  mSamples.push_back({now, done});
+  while (mSamples.size() > 2 && now - mSamples[1].time >= kSpan) mSamples.pop_front();
+  // Many pieces of news are one sample.
+  constexpr double kApart = 0.2;
+  if (mSamples.size() > 2 && mSamples.back().time - mSamples[mSamples.size() - 3].time < kApart)
+    mSamples.erase(mSamples.end() - 2);
+}
+
+double Pace::perSecond() const {
+  constexpr double kShort = 1;
+  if (mSamples.size() < 2) return 0;
+  const double span = mSamples.back().time - mSamples.front().time;
+  if (span < kShort) return 0;
+  return std::max(0.0, mSamples.back().done - mSamples.front().done) / span;
 }
 
 std::uint64_t CopyRun::Copy::filesOfCopy() const {
@@ -68,6 +98,10 @@ void CopyRun::Copy::addUnread(const std::optional<std::set<std::string>>& names)
 std::string CopyRun::Copy::pathOf(const std::string& item) const {
   if (!source.isFolder || item == "./") return source.path;
   return ZAN_FilesUtils::joinedPath(source.path, item);
+}
+
+std::string CopyRun::Copy::placeOfCopy() const {
+  return missing.empty() ? folder.heldPath() : folder.heldPath() + "/" + missing;
 }
 
 bool CopyRun::fail(ExecuteCode code, std::string reason) {
@@ -121,10 +155,28 @@ void CopyRun::addError(const std::string& path, std::string text) {
   mEnd.lastErrorPath = path;
 }
 
+/// What leaves the item out, kept for whoever wants to leave out all of them.
+std::string CopyRun::remedyFor(const std::string& item) {
+  const std::string pattern = CopyPlan::literalPattern(item);
+  if (mEnd.patterns.size() < kKeptPatterns &&
+      std::ranges::find(mEnd.patterns, pattern) == mEnd.patterns.end())
+    mEnd.patterns.push_back(pattern);
+  return "; to leave it out for good: corvana9 edit " + std::to_string(mOwner.mark.reference) +
+         " --exclude " + quoted(pattern);
+}
+
+void CopyRun::addLack(const Copy& copy, const std::string& item, std::string text) {
+  ++mEnd.notPossible;
+  const std::string path = ZAN_FilesUtils::joinedPath(copy.source.path, item);
+  addError(path, path + ": " + std::move(text) + remedyFor(item));
+}
+
 void CopyRun::takeErrors(const RsyncOutput& output) {
   mEnd.errors += output.errorCount();
-  for (const auto& text : output.errors()) {
-    if (mEnd.errorTexts.size() < kKeptErrors) mEnd.errorTexts.push_back(text);
+  mEnd.notPossible += output.lackCount();
+  for (const auto& error : output.errors()) {
+    std::string remedy = error.lack ? remedyFor(*error.lack) : std::string();
+    if (mEnd.errorTexts.size() < kKeptErrors) mEnd.errorTexts.push_back(error.text + remedy);
   }
   if (!mEnd.firstErrorPath) mEnd.firstErrorPath = output.firstErrorPath();
   if (output.lastErrorPath()) mEnd.lastErrorPath = output.lastErrorPath();
@@ -133,94 +185,152 @@ void CopyRun::takeErrors(const RsyncOutput& output) {
 std::vector<RsyncOutput::Place> CopyRun::placesOf(const Copy& copy) const {
   std::vector<RsyncOutput::Place> places{
       {copy.source.held.heldPath(), copy.source.held.path(), true},
-      {copy.folder.heldPath(), copy.folder.path()}};
+      {copy.folder.heldPath(), copy.folder.path(), false, true}};
   if (copy.aside) places.push_back({copy.aside->heldPath(), copy.aside->path()});
+
   return places;
 }
 
-Result<RsyncProcess::End> CopyRun::start(CopyPlan::Pass pass, Copy& copy, RsyncOutput& output) {
+Result<RsyncProcess::End> CopyRun::start(CopyPlan::Pass pass, Copy& copy, RsyncOutput& output,
+                                         const Special& special) {
   const CopyPlan::Task what{.source = copy.source,
-                            .copy = copy.folder,
+                            .to = copy.placeOfCopy(),
                             .aside = copy.aside ? &*copy.aside : nullptr,
                             .skippedItems = copy.skipped,
                             .options = mOptions,
-                            .mayRemoveFolders = mMayDelete};
+                            .mayRemoveFolders = mMayDelete,
+                            .tellsAll = special.tellsAll,
+                            .keepsHalves = !copy.largeItems.empty(),
+                            .onlyItem = special.onlyItem};
   RsyncProcess::Task task{.arguments = mPlan.arguments(m.rsync, pass, what),
-                          .descriptors = {copy.source.held.descriptor(), copy.folder.descriptor()},
-                          .watched = mMounts.descriptor(),
-                          .onWatched = [this] {
-                            const auto there = mPlan.checkMounted(mMounts.mountsReadAgain());
-                            if (there) return;
-                            mGone = there.error().text;
-                            m.control.stop(StopReason::volumeGone);
-                          }};
+                          .descriptors = {copy.source.held.descriptor(), copy.folder.descriptor()}};
   if (copy.aside) task.descriptors.push_back(copy.aside->descriptor());
-  return RsyncProcess::run(task, m.control, output, [&] {
-    if (pass == CopyPlan::Pass::copy) tell(copy, output);
-  });
+
+  return run(std::move(task), output,
+             [&] { pass == CopyPlan::Pass::copy ? tell(copy, output) : tellLook(output); });
+}
+
+Result<RsyncProcess::End> CopyRun::run(RsyncProcess::Task task, RsyncOutput& output,
+                                       const std::function<void()>& onNews) {
+  task.watched = mMounts.descriptor();
+  task.onWatched = [this] {
+    const auto there = mPlan.checkMounted(mMounts.mountsReadAgain());
+    if (there) return;
+    mGone = there.error().text;
+    m.control.stop(StopReason::volumeGone);
+  };
+  return RsyncProcess::run(task, m.control, output, onNews);
 }
 
 ExecuteEnd CopyRun::perform() {
   mBegun = m.clock.now();
-  const bool isCopied = isInOrder() && openCopies() &&
-                        std::ranges::all_of(mCopies, [this](Copy& copy) { return lookAt(copy); });
-  if (isCopied) tellWhatIsLeftOut();
-  if (isCopied) checkDeletions();
-  if (isCopied && makeRoom() &&
+  if (isInOrder() && openCopies() && lookAtAll() && makeRoom() &&
       std::ranges::all_of(mCopies, [this](Copy& copy) { return transfer(copy); }) && mMayDelete &&
       isAlive()) {
     std::ranges::all_of(mCopies, [this](Copy& copy) { return deleteFrom(copy); });
   }
+  if (mHasWritten && mEnd.isExecuted()) isOnDisk();
   if (mVersions && mEnd.isExecuted()) finishVersion();
+  finish();
+  return mEnd;
+}
+
+ExecuteEnd CopyRun::look(const std::function<void(const Planned&)>& planned) {
+  mPlanned = planned;
+  if (isInOrder() && openCopies() && lookAtAll()) {
+    for (Copy& copy : mCopies) {
+      if (mMayDelete) tellPlan(copy);
+    }
+  }
+  finish();
+  return mEnd;
+}
+
+void CopyRun::finish() {
   if (mEnd.code == ExecuteCode::completed && (mEnd.errors > 0 || !mEnd.reason.empty()))
     mEnd.code = ExecuteCode::completedWithErrors;
   if (mEnd.code == ExecuteCode::completedWithErrors)
     mEnd.errors = std::max<std::uint64_t>(mEnd.errors, 1);
   mProgress.errors = mEnd.errors;
+  mProgress.isPlanning = false;
+  mProgress.secondsLeft = -1;
+  mProgress.bytesToCopy = mBytesToCopy;
+  mProgress.filesToCopy = mFilesToCopy;
   if (mEnd.isExecuted()) mProgress.value = 100;
   mEnd.progress = mProgress;
-  return mEnd;
+}
+
+/// What was written is in the memory of the system; only the disk itself can say that it took it.
+bool CopyRun::isOnDisk() {
+  RsyncOutput output;
+  RsyncProcess::Task task{.arguments = {m.sync, "--file-system", mDestination->heldPath()},
+                          .descriptors = {mDestination->descriptor()}};
+  const auto end = run(std::move(task), output, [] {});
+  if (!isInOrder()) return false;
+  if (end && !end->isGivenUp && !end->signalled && end->status == 0) return true;
+  mEnd.isDoubted = true;
+  std::string cause = "the file system does not answer";
+  if (!end) {
+    cause = end.error().text;
+  } else if (!output.errors().empty()) {
+    const std::string& text = output.errors().front().text;
+    cause = text.substr(text.rfind(": ") == std::string::npos ? 0 : text.rfind(": ") + 2);
+  }
+  return fail(ExecuteCode::unexpectedError,
+              mPlan.destination() + ": the disk did not confirm what was written: " + cause +
+                  "; the next run compares the contents of all files");
 }
 
 bool CopyRun::openCopies() {
-  auto destination = mPlan.openDestination();
+  auto destination = mPlanned ? mPlan.openWithoutMaking() : mPlan.openDestination();
   if (!destination) return failWith(destination.error());
   mDestination = *std::move(destination);
   if (!checkIdentity()) return false;
-  for (const auto& source : mPlan.sources()) {
-    const std::string path = ZAN_FilesUtils::joinedPath(mPlan.destination(), source.name);
-    struct stat state {};
-    const bool isThere = ::fstatat(mDestination->descriptor(), source.name.c_str(), &state,
-                                   AT_SYMLINK_NOFOLLOW) == 0;
-    if (!source.isFolder) {
-      if (isThere && S_ISDIR(state.st_mode)) {
-        return fail(ExecuteCode::unexpectedError,
-                    source.path +
-                        ": it is a file now, and its copy is a folder, which stays as it "
-                        "is; remove or rename " +
-                        path);
-      }
-      auto again = mDestination->again();
-      if (!again) return failWith(again.error());
-      mCopies.push_back({.source = source, .folder = *std::move(again), .isEmpty = !isThere});
-      continue;
-    }
-    if (isThere && !S_ISDIR(state.st_mode)) {
-      return fail(ExecuteCode::unexpectedError,
-                  source.path +
-                      ": it is a folder now, and its copy is none and stays as it is; "
-                      "remove or rename " +
-                      path);
-    }
-    auto folder = mDestination->makeBelow(source.name);
-    if (!folder) return failWith(folder.error());
-    const auto names = namesInFolder(folder->descriptor());
-    if (!checkOwner(source, *folder)) return false;
-    mCopies.push_back({.source = source,
-                       .folder = *std::move(folder),
-                       .isEmpty = names && (names->empty() || *names == kMarkAlone)});
+  const auto& sources = mPlan.sources();
+  if (!std::ranges::all_of(sources, [this](const auto& source) { return open(source); }))
+    return false;
+  FileSystemFacts facts = mPlan.factsOf(*mDestination);
+  for (Copy& copy : mCopies) {
+    if (!copy.source.isFolder || !copy.missing.empty()) continue;
+    copy.tellsCase = tellsCase(copy.folder, CopyMark::kName);
+    facts.tellsCase = facts.tellsCase && copy.tellsCase;
   }
-  mOptions = mPlan.factsOf(*mDestination).options();
+  mOptions = facts.options();
+  mEnd.losses = facts.losses();
+  return true;
+}
+
+bool CopyRun::open(const CopyPlan::Source& source) {
+  const std::string path = ZAN_FilesUtils::joinedPath(mPlan.destination(), source.name);
+  const bool isDestinationThere = !mPlanned || mPlan.isDestinationThere();
+  struct stat state {};
+  const bool isThere =
+      isDestinationThere &&
+      ::fstatat(mDestination->descriptor(), source.name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0;
+  if (isThere && source.isFolder != S_ISDIR(state.st_mode)) {
+    return fail(ExecuteCode::unexpectedError,
+                source.path +
+                    (source.isFolder ? ": it is a folder now, and its copy is none"
+                                     : ": it is a file now, and its copy is a folder") +
+                    ", which stays as it is; remove or rename " + path);
+  }
+  std::string missing;
+  if (!isDestinationThere) missing = ZAN_FilesUtils::lastPathComponent(mPlan.destination());
+  if (!source.isFolder || (mPlanned && !isThere)) {
+    if (source.isFolder) missing = ZAN_FilesUtils::joinedPath(missing, source.name);
+    auto again = mDestination->again();
+    if (!again) return failWith(again.error());
+    mCopies.push_back(
+        {.source = source, .folder = *std::move(again), .missing = missing, .isEmpty = !isThere});
+    return true;
+  }
+  auto folder = mPlanned ? mDestination->below(source.name) : mDestination->makeBelow(source.name);
+  if (!folder) return failWith(folder.error());
+  const auto names = namesInFolder(folder->descriptor());
+  if (!checkOwner(source, *folder)) return false;
+  mCopies.push_back({.source = source,
+                     .folder = *std::move(folder),
+                     .isEmpty = names && (names->empty() || *names == kMarkAlone)});
   return true;
 }
 
@@ -228,6 +338,7 @@ bool CopyRun::openCopies() {
 bool CopyRun::checkIdentity() {
   if (mPlan.hasIdentity() || !mOwner.hasRun || mOwner.takesOver) return true;
   for (const auto& source : mPlan.sources()) {
+    if (mPlanned && !mPlan.isDestinationThere()) break;
     struct stat state {};
     if (::fstatat(mDestination->descriptor(), source.name.c_str(), &state, AT_SYMLINK_NOFOLLOW) ==
         0)
@@ -271,6 +382,7 @@ bool CopyRun::checkOwner(const CopyPlan::Source& source, const HeldFolder& copy)
                       remedy);
     }
   }
+  if (mPlanned) return true;
   const Outcome marked = own.write(copy);
   return marked || failWith(marked.error());
 }
@@ -289,15 +401,36 @@ bool CopyRun::endsWith(const RsyncProcess::End& end, const RsyncOutput& output, 
     fail(ExecuteCode::timeOut, copy.source.path + ": the file system does not answer");
   } else {
     fail(ExecuteCode::unexpectedError,
-         end.signalled ? "rsync: ended by signal " + std::to_string(end.status)
-         : output.errors().empty()
-             ? "rsync: ended with " + std::to_string(end.status)
-             : output.errors().front() + " (rsync ended with " + std::to_string(end.status) + ")");
+         end.signalled             ? "rsync: ended by signal " + std::to_string(end.status)
+         : output.errors().empty() ? "rsync: ended with " + std::to_string(end.status)
+                                   : output.errors().front().text + " (rsync ended with " +
+                                         std::to_string(end.status) + ")");
   }
   return true;
 }
 
+bool CopyRun::lookAtAll() {
+  mProgress.isPlanning = true;
+  for (Copy& copy : mCopies) {
+    if (!lookAt(copy)) return false;
+    mItemsSeen = mProgress.itemsSeen;
+  }
+  mProgress.isPlanning = false;
+  checkDeletions();
+  return true;
+}
+
 bool CopyRun::lookAt(Copy& copy) {
+  constexpr std::string_view kSubvolumes = "btrfs";
+  const SourceSurvey survey(
+      copy.source.held,
+      {.subvolumes = copy.source.isFolder && copy.source.held.mount().fileSystem == kSubvolumes,
+       .clashes = copy.source.isFolder && !copy.tellsCase},
+      [this] { return m.control.stopReason() == StopReason::none; });
+  std::set<std::string> watched(survey.subvolumes().begin(), survey.subvolumes().end());
+  watched.insert(copy.source.mountsWithin.begin(), copy.source.mountsWithin.end());
+  for (const auto& clash : survey.clashes()) watched.insert(clash.begin(), clash.end());
+  bool isFirst = true;
   for (;;) {
     if (!isInOrder()) return false;
     std::uint64_t bytes = 0;
@@ -306,25 +439,51 @@ bool CopyRun::lookAt(Copy& copy) {
     copy.changes = NameList();
     copy.newFiles = 0;
     copy.hasWork = false;
+    copy.left.clear();
+    copy.largeItems.clear();
+    std::set<std::string> listed;
+    const bool looksForClashes = isFirst && !survey.clashes().empty();
     RsyncOutput output(placesOf(copy), [&](const RsyncOutput::Item& item) {
-      if (item.isDeletion()) return copy.deletions.add(item.name);
+      if (item.isDeletion()) {
+        if (copy.left.size() < kMostLeft && RsyncOutput::itemOfHalf(item.name))
+          copy.left.push_back(item.name);
+        return copy.deletions.add(item.name);
+      }
+      if (!watched.empty()) {
+        std::string name = item.name.substr(0, item.name.size() - (item.isFolder() ? 1 : 0));
+        if (watched.contains(name)) listed.insert(std::move(name));
+      }
+      if (item.isUnchanged()) return;
       copy.hasWork = true;
       copy.changes.add(item.name);
       if (item.isNew() && !item.isFolder()) ++copy.newFiles;
+      if (mPlanned && !looksForClashes && item.name != "./") {
+        using Kind = Planned::Kind;
+        mPlanned({item.isNew()        ? Kind::copied
+                  : item.isTransfer() ? Kind::replaced
+                                      : Kind::changed,
+                  copy.pathOf(item.name), item.isTransfer() ? item.size : 0});
+      }
       if (!item.isTransfer()) return;
       ++files;
       bytes += item.size;
+      if (item.size >= kLarge) copy.largeItems.insert(item.name);
     });
-    const auto end = start(CopyPlan::Pass::look, copy, output);
+    const auto end =
+        start(CopyPlan::Pass::look, copy, output, {.tellsAll = isFirst && !watched.empty()});
     if (!end) return fail(ExecuteCode::unexpectedError, end.error().text);
     if (end->skipWanted && isInOrder()) continue;
     if (endsWith(*end, output, copy)) return false;
+    if (std::exchange(isFirst, false)) {
+      tellWhatIsLeftOut(copy, survey, listed);
+      if (!copy.skipped.empty()) continue;
+    }
     copy.filesListed = output.filesListed();
     copy.bytesListed = output.bytesListed();
     copy.addUnread(output.unread());
     mBytesToCopy += bytes;
     mFilesToCopy += files;
-    if (copy.hasWork) return true;
+    if (copy.hasWork && !mPlanned) return true;
     // What is the same already is not looked at again, so this is where its errors are told.
     takeErrors(output);
     if (end->status == kPartial) mEnd.errors = std::max<std::uint64_t>(mEnd.errors, 1);
@@ -332,18 +491,52 @@ bool CopyRun::lookAt(Copy& copy) {
   }
 }
 
-void CopyRun::tellWhatIsLeftOut() {
-  for (const Copy& copy : mCopies) {
-    for (const auto& within : copy.source.mountsWithin) {
-      if (mPlan.isExcluded(within)) continue;
-      const std::string path = ZAN_FilesUtils::joinedPath(copy.source.path, within);
-      addError(path, path +
-                         ": another volume is mounted there and is not copied; to leave it out "
-                         "for good: corvana9 edit " +
-                         std::to_string(mOwner.mark.reference) + " --exclude '" +
-                         CopyPlan::literalPattern(within) + "'");
+/// Says what the copy will lack without a word of rsync's, as far as the user does not leave it
+/// out; of names that the copy takes for one, all but one are left as they are.
+void CopyRun::tellWhatIsLeftOut(Copy& copy, const SourceSurvey& survey,
+                                const std::set<std::string>& listed) {
+  for (const auto& within : copy.source.mountsWithin) {
+    if (listed.contains(within))
+      addLack(copy, within, "another volume is mounted there and is not copied");
+  }
+  for (const auto& within : survey.subvolumes()) {
+    if (listed.contains(within))
+      addLack(copy, within, "it is a subvolume of its own and is not copied");
+  }
+  for (const auto& clash : survey.clashes()) {
+    SourceSurvey::Clash names;
+    std::ranges::copy_if(clash, std::back_inserter(names),
+                         [&](const auto& name) { return listed.contains(name); });
+    if (names.size() < 2) continue;
+    const std::string above(ZAN_FilesUtils::parentPath("/" + names.front()).substr(1));
+    const ZAN_Descriptor folder =
+        openPathBelow(copy.folder.descriptor(), above, O_RDONLY | O_DIRECTORY);
+    const auto there = folder ? namesInFolder(folder.get()) : std::nullopt;
+    auto kept = std::ranges::find_if(names, [&](const auto& name) {
+      return there &&
+             std::ranges::find(*there, ZAN_FilesUtils::lastPathComponent(name)) != there->end();
+    });
+    if (kept == names.end()) kept = names.begin();
+    for (const auto& name : names) {
+      if (name == *kept) continue;
+      copy.skipped.push_back(name);
+      addLack(copy, name,
+              "the disk of the copy takes it for \"" +
+                  std::string(ZAN_FilesUtils::lastPathComponent(*kept)) +
+                  "\", which is copied; rename one of the two");
     }
   }
+}
+
+void CopyRun::tellPlan(Copy& copy) {
+  Deletion deletion(copy.source.held, copy.folder, copy.folder);
+  CaseTwins twins(copy.source.held);
+  copy.deletions.forEach([&](const std::string& name) {
+    if (!isToGo(copy, name, deletion, twins)) return true;
+    mPlanned({Planned::Kind::deleted, ZAN_FilesUtils::joinedPath(copy.folder.path(), name),
+              sizeIn(copy.folder, name)});
+    return m.control.stopReason() == StopReason::none;
+  });
 }
 
 /// Whether to delete at all: a run that would take too much out of a copy asks.
@@ -377,6 +570,12 @@ bool CopyRun::makeRoom() {
   const bool hasWork = std::ranges::any_of(mCopies, [this](const Copy& copy) {
     return copy.hasWork || (mMayDelete && copy.deletions.count() > 0);
   });
+  for (Copy& copy : mCopies) {
+    for (const auto& left : copy.left) {
+      const auto item = RsyncOutput::itemOfHalf(left);
+      if (item && copy.largeItems.contains(*item)) HalfFiles::take(copy.folder, left, *item);
+    }
+  }
   if (!beginVersion(hasWork)) return false;
   while (hasWork && freeSpace() < mBytesToCopy && mVersions->removeOldest()) {
     if (!isInOrder()) return false;
@@ -449,23 +648,37 @@ bool CopyRun::lacksSpace() {
 
 bool CopyRun::transfer(Copy& copy) {
   if (!copy.hasWork) return true;
+  mHasWritten = true;
+  for (const auto& item : copy.largeItems) {
+    if (HalfFiles::has(copy.folder, item) && !transfer(copy, item)) return false;
+  }
+  return transfer(copy, std::nullopt);
+}
+
+/// The whole source, or the one item of which there is a half.
+bool CopyRun::transfer(Copy& copy, const std::optional<std::string>& onlyItem) {
   const std::uint64_t replacedBefore = mEnd.filesReplaced;
+  const std::uint64_t replacedBytesBefore = mEnd.bytesReplaced;
   for (;;) {
     if (!isInOrder()) return false;
     const std::uint64_t filesBefore = mProgress.filesCopied;
     const std::uint64_t bytesBefore = mProgress.sizeCopied;
     std::uint64_t replaced = 0;
+    std::uint64_t replacedBytes = 0;
     RsyncOutput output(placesOf(copy), [&](const RsyncOutput::Item& item) {
-      if (item.isTransfer() && !item.isNew()) ++replaced;
       if (item.isNew())
         mVersions->hasAdded(copy.source.isFolder ? copy.source.name : std::string(), item.name);
+      if (!item.isTransfer() || item.isNew()) return;
+      ++replaced;
+      replacedBytes += item.size;
     });
-    const auto end = start(CopyPlan::Pass::copy, copy, output);
+    const auto end = start(CopyPlan::Pass::copy, copy, output, {.onlyItem = onlyItem});
     tell(copy, output);
     mProgress.filesCopied = filesBefore + output.filesCopied();
     mProgress.sizeCopied = bytesBefore + output.bytesCopied();
     copy.addUnread(output.unread());
     mEnd.filesReplaced = replacedBefore + replaced;
+    mEnd.bytesReplaced = replacedBytesBefore + replacedBytes;
     if (!end) return fail(ExecuteCode::unexpectedError, end.error().text);
     if (end->skipWanted && isInOrder()) {
       // What is done stays done, so going on costs one more look at the tree.
@@ -473,23 +686,46 @@ bool CopyRun::transfer(Copy& copy) {
         copy.skipped.push_back(output.currentItem());
         mEnd.skipped.push_back(copy.pathOf(output.currentItem()));
       }
+      if (onlyItem) return true;
       continue;
     }
-    if (!end->signalled && end->status == kFull && output.isFull() && isInOrder()) {
-      if (mVersions->removeOldest()) continue;
+    if (!end->signalled && end->status == kFull && (output.isFull() || output.tooLarge()) &&
+        isInOrder()) {
+      if (output.isFull() && mVersions->removeOldest()) continue;
       takeErrors(output);
-      return lacksSpace();
+      if (output.isFull()) return lacksSpace();
+      copy.skipped.push_back(*output.tooLarge());
+      if (onlyItem) return true;
+      continue;
     }
     if (endsWith(*end, output, copy)) return false;
+    // What is wrong with one item is said by the pass over all of them.
+    if (onlyItem) return true;
     takeErrors(output);
     if (end->status == kPartial) mEnd.errors = std::max<std::uint64_t>(mEnd.errors, 1);
     return true;
   }
 }
 
+/// Whether the source has certainly lost what the copy has.
+bool CopyRun::isToGo(const Copy& copy, const std::string& name, Deletion& deletion,
+                     CaseTwins& twins) const {
+  return !copy.isUnread(name) && deletion.isGone(name) && (copy.tellsCase || !twins.has(name));
+}
+
+std::uint64_t CopyRun::sizeIn(const HeldFolder& folder, const std::string& name) {
+  struct stat state {};
+  if (::fstatat(folder.descriptor(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 ||
+      !S_ISREG(state.st_mode))
+    return 0;
+  return static_cast<std::uint64_t>(state.st_size);
+}
+
 bool CopyRun::deleteFrom(Copy& copy) {
   if (copy.deletions.count() == 0) return true;
+  mHasWritten = true;
   Deletion deletion(copy.source.held, copy.folder, *copy.aside);
+  CaseTwins twins(copy.source.held);
   bool goesOn = true;
   const bool isWhole = copy.deletions.forEach([&](const std::string& name) {
     while (m.control.isPaused() && m.control.stopReason() == StopReason::none) {
@@ -499,9 +735,12 @@ bool CopyRun::deleteFrom(Copy& copy) {
     }
     if (m.control.stopReason() != StopReason::none || !mPlan.checkMounted(mMounts.mounts()))
       return goesOn = false;
-    if (copy.isUnread(name) || !deletion.isGone(name)) return true;
+    if (!isToGo(copy, name, deletion, twins)) return true;
+    const std::uint64_t size = sizeIn(copy.folder, name);
+    const std::uint64_t movedBefore = deletion.filesMoved();
     if (const Outcome moved = deletion.moveAside(name); !moved)
       addError(ZAN_FilesUtils::joinedPath(copy.folder.path(), name), moved.error().text);
+    if (deletion.filesMoved() > movedBefore) mEnd.bytesDeleted += size;
     return true;
   });
   mEnd.filesDeleted += deletion.filesMoved();
@@ -517,6 +756,11 @@ double CopyRun::progress(std::uint64_t bytes, std::uint64_t files) const {
   return all <= 0 ? 0 : std::min(kNearlyDone, 100 * done / all);
 }
 
+void CopyRun::tellLook(const RsyncOutput& output) {
+  mProgress.itemsSeen = std::max(mProgress.itemsSeen, mItemsSeen + output.itemsSeen());
+  if (m.tell) m.tell(mProgress);
+}
+
 void CopyRun::tell(const Copy& copy, const RsyncOutput& output) {
   ExecuteMessages::Progress now = mProgress;
   if (!output.currentItem().empty()) now.currentPath = copy.pathOf(output.currentItem());
@@ -524,8 +768,16 @@ void CopyRun::tell(const Copy& copy, const RsyncOutput& output) {
   now.sizeCopied += output.bytesCopied();
   now.value = std::max(mProgress.value, progress(now.sizeCopied, now.filesCopied));
   now.errors = mEnd.errors + output.errorCount();
+  now.bytesToCopy = mBytesToCopy;
+  now.filesToCopy = mFilesToCopy;
+  const double time = m.clock.monotonic();
+  mBytePace.add(time, static_cast<double>(now.sizeCopied));
+  mPace.add(time, now.value);
+  now.bytesPerSecond = mBytePace.perSecond();
+  if (const double pace = mPace.perSecond(); pace > 0) now.secondsLeft = (100 - now.value) / pace;
   mProgress.value = now.value;
   mProgress.currentPath = now.currentPath;
+  mProgress.bytesPerSecond = now.bytesPerSecond;
   if (m.tell) m.tell(now);
 }
 

@@ -8,6 +8,7 @@
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/ActionsTools.h"
 #include "platform/Clock.h"
 
 namespace corvana {
@@ -65,11 +66,21 @@ void ExecuteMessages::postProgress(const Progress& progress, bool last) {
   if (!last && !isUsual && mPostedPath == progress.currentPath) return;
   mPostedPath = progress.currentPath;
   mNextProgress = now + (isUsual ? kProgressInterval : kDetailedInterval);
-  post("ExecuteProgress", ZAN_Value::dictionary({{"CurrentPath", progress.currentPath},
-                                                 {"ProgressValue", progress.value},
-                                                 {"SizeCopied", progress.sizeCopied},
-                                                 {"FilesCopied", progress.filesCopied},
-                                                 {"ErrorsCounter", progress.errors}}));
+  ZAN_Value report = ZAN_Value::dictionary({{"CurrentPath", progress.currentPath},
+                                            {"ProgressValue", progress.value},
+                                            {"SizeCopied", progress.sizeCopied},
+                                            {"FilesCopied", progress.filesCopied},
+                                            {"ErrorsCounter", progress.errors}});
+  if (progress.isPlanning) {
+    report.setValue(ProgressKey::itemsSeen, progress.itemsSeen);
+  } else {
+    report.setValue(ProgressKey::bytesToCopy, progress.bytesToCopy);
+    report.setValue(ProgressKey::filesToCopy, progress.filesToCopy);
+    if (progress.bytesPerSecond > 0)
+      report.setValue(ProgressKey::bytesPerSecond, progress.bytesPerSecond);
+    if (progress.secondsLeft >= 0) report.setValue(ProgressKey::secondsLeft, progress.secondsLeft);
+  }
+  post("ExecuteProgress", std::move(report));
 }
 
 void ExecuteMessages::postLogEntry(const ZAN_Value& entry) { post("AddToLog", entry); }

@@ -69,6 +69,12 @@ class ExecuteMessages {
     std::uint64_t sizeCopied = 0;
     std::uint64_t filesCopied = 0;
     std::uint64_t errors = 0;
+    bool isPlanning = false;      ///< it is still being found out what there is to do
+    std::uint64_t itemsSeen = 0;  ///< while that goes on
+    std::uint64_t bytesToCopy = 0;
+    std::uint64_t filesToCopy = 0;
+    double bytesPerSecond = 0;  ///< of late; 0: not known yet
+    double secondsLeft = -1;    ///< -1: not known yet
   };
   /// At most twice a second; what comes between is dropped, unless it is the last word. In the
   /// detailed modes at most fifty times a second, and only when there is another path.

@@ -70,12 +70,17 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
   entry.setValue("EndDate", ZAN_Value::date(mFiles.store.clock().now()));
   entry.setValue("C", static_cast<int>(end.code));
   entry.setValue("ActionErrors", end.errors);
-  entry.setValue("FilesCopied", end.progress.filesCopied);
-  entry.setValue("SizeCopied", end.progress.sizeCopied);
-  entry.setValue("FilesReplaced", end.filesReplaced);
-  entry.setValue("FilesDeleted", end.filesDeleted);
-  entry.setValue("FilesSkipped", std::uint64_t{end.skipped.size()});
-  if (!end.reason.empty()) entry.setValue("Reason", end.reason);
+  entry.setValue(RunKey::filesCopied, end.progress.filesCopied);
+  entry.setValue(RunKey::bytesCopied, end.progress.sizeCopied);
+  entry.setValue(RunKey::filesReplaced, end.filesReplaced);
+  entry.setValue(RunKey::bytesReplaced, end.bytesReplaced);
+  entry.setValue(RunKey::filesDeleted, end.filesDeleted);
+  entry.setValue(RunKey::bytesDeleted, end.bytesDeleted);
+  entry.setValue(RunKey::skipped, std::uint64_t{end.skipped.size()});
+  entry.setValue(RunKey::notPossible, end.notPossible);
+  if (end.onlyLacks()) entry.setValue(RunKey::onlyLacks, 1);
+  if (const std::string reason = reasonOf(end); !reason.empty())
+    entry.setValue(RunKey::reason, reason);
   mFiles.history.addHistoryEntry(entry);
 
   auto* action = mFiles.tree.rootItem().actionForReference(mReference);
@@ -86,10 +91,14 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
     if (settings.integer(DeletionKey::toConfirm) != static_cast<std::int64_t>(end.toConfirm))
       action->addInChangesList(end.toConfirm, DeletionKey::toConfirm);
     // A consent is for one run.
-    for (const auto key : {DeletionKey::confirmed, CopyKey::isNew, CopyKey::takesOver}) {
+    for (const auto key :
+         {DeletionKey::confirmed, CopyKey::isNew, CopyKey::takesOver, CopyKey::isDoubted}) {
       if (settings.integer(key) != 0) action->addInChangesList(std::uint64_t{0}, key);
     }
+    keepIfOther(*action, CopyKey::notPossible, end.patterns);
+    keepIfOther(*action, CopyKey::losses, end.losses);
   }
+  if (action && end.isDoubted) action->addInChangesList(std::uint64_t{1}, CopyKey::isDoubted);
   auto& texts = mFiles.store.texts();
   texts.saveCurrentPathForFirstError(end.firstErrorPath);
   if (end.lastErrorPath) texts.saveCurrentPathForLastError(*end.lastErrorPath);
@@ -97,6 +106,22 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
   addToLog(end);
   mMessages.postHistoryChanged();
   forgetCurrentPath();
+}
+
+std::string ExecuteRecords::reasonOf(const ExecuteEnd& end) const {
+  if (!end.onlyLacks()) return end.reason;
+  return std::to_string(end.notPossible) + (end.notPossible == 1 ? " item is" : " items are") +
+         " not in the copy; all others are. \"corvana9 edit " + std::to_string(mReference) +
+         " --exclude-missing\" leaves out for good what could not be copied";
+}
+
+void ExecuteRecords::keepIfOther(ProgrammedAction& action, std::string_view key,
+                                 const std::vector<std::string>& texts) {
+  ZAN_Value list = ZAN_Value::array();
+  for (const auto& text : texts) list.append(text);
+  const ZAN_Value& known = action.getSettings()[key];
+  if (known == list || (known.isNull() && texts.empty())) return;
+  action.addInChangesList(std::move(list), key);
 }
 
 void ExecuteRecords::estimated(std::uint64_t files, std::uint64_t bytes) {
@@ -126,7 +151,8 @@ void ExecuteRecords::saveResults(const ExecuteEnd& end) {
 void ExecuteRecords::addToLog(const ExecuteEnd& end) {
   ZAN_Value entry =
       ZAN_Value::dictionary({{"C", static_cast<int>(end.code)}, {"N", mTitle}, {"R", mReference}});
-  if (!end.reason.empty()) entry.setValue("F", end.reason);
+  if (const std::string reason = reasonOf(end); !reason.empty()) entry.setValue("F", reason);
+  if (end.onlyLacks()) entry.setValue(RunKey::onlyLacks, 1);
   if (end.firstErrorPath) entry.setValue("P", *end.firstErrorPath);
 
   mFiles.store.texts().addToReportFile(ActionLog::messageForEntry(entry));

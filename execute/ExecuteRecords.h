@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
@@ -15,6 +16,7 @@ namespace corvana {
 class ActionStore;
 class ActionTree;
 class History;
+class ProgrammedAction;
 
 /// How an execution ended, as the log and the history number it.
 enum class ExecuteCode {
@@ -38,13 +40,26 @@ struct ExecuteEnd {
   std::optional<std::string> lastErrorPath = {};
   ExecuteMessages::Progress progress = {};  ///< the last of it
   std::uint64_t filesReplaced = 0;
+  std::uint64_t bytesReplaced = 0;
   std::uint64_t filesDeleted = 0;
+  std::uint64_t bytesDeleted = 0;
+  /// Of the errors those that name something which the copy has to do without, and the patterns
+  /// that leave those things out, the first 200.
+  std::uint64_t notPossible = 0;
+  std::vector<std::string> patterns = {};
+  std::vector<std::string> losses = {};  ///< what the file system of the copies cannot keep
+  bool isDoubted = false;                ///< the disk did not confirm what was written
   /// So many deletions wait for the user's consent.
   std::uint64_t toConfirm = 0;
 
   /// What was executed, be it with errors, moves the action's counter and date on.
   bool isExecuted() const {
     return code == ExecuteCode::completed || code == ExecuteCode::completedWithErrors;
+  }
+  /// Everything is there but for what cannot be.
+  bool onlyLacks() const {
+    return code == ExecuteCode::completedWithErrors && reason.empty() && notPossible > 0 &&
+           errors == notPossible;
   }
 };
 
@@ -78,6 +93,9 @@ class ExecuteRecords {
 
  private:
   void addToLog(const ExecuteEnd& end);
+  std::string reasonOf(const ExecuteEnd& end) const;
+  static void keepIfOther(ProgrammedAction& action, std::string_view key,
+                          const std::vector<std::string>& texts);
   void saveResults(const ExecuteEnd& end);
   ZAN_Value historyEntry() const;
   void forgetCurrentPath();

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -69,8 +70,8 @@ std::vector<std::string> RsyncOutput::arguments(bool isAtOnce) {
   // "@" tells an item's line from the progress lines; a name comes last, since it may hold blanks.
   std::vector<std::string> words{"--no-human-readable", "--out-format=@%i %l %n"};
   words.emplace_back(isAtOnce ? "--outbuf=L" : "--outbuf=B");
-  words.emplace_back(std::string("--info=") + (isAtOnce ? "progress2," : "") +
-                     "name0,flist0,del0,stats2");
+  words.emplace_back(std::string("--info=name0,del0,stats2,") +
+                     (isAtOnce ? "progress2,flist0" : "flist2"));
   return words;
 }
 
@@ -132,6 +133,7 @@ void RsyncOutput::readItemLine(std::string_view line) {
 void RsyncOutput::readProgressLine(std::string_view line) {
   skipBlanks(line);
   const auto bytes = leadingNumber(line);
+  if (bytes && line.starts_with(" files")) mSeen = std::max(mSeen, *bytes);
   skipBlanks(line);
   const auto percent = leadingNumber(line);
   if (!bytes || !percent || !line.starts_with('%')) return;
@@ -139,14 +141,79 @@ void RsyncOutput::readProgressLine(std::string_view line) {
   if (const auto files = numberAfter(line, "xfr#")) mFiles = std::max(mFiles, *files);
 }
 
+std::optional<std::string> RsyncOutput::itemOfHalf(const std::string& name) {
+  constexpr std::size_t kEnding = 7;
+  const auto slash = name.rfind('/');
+  const std::size_t start = slash == std::string::npos ? 0 : slash + 1;
+  if (name.size() < start + kEnding + 2 || name[start] != '.') return std::nullopt;
+  const std::string_view ending = std::string_view(name).substr(name.size() - kEnding);
+  if (ending.front() != '.' || !std::ranges::all_of(ending.substr(1), [](unsigned char letter) {
+        return std::isalnum(letter) != 0;
+      }))
+    return std::nullopt;
+  return name.substr(0, start) + name.substr(start + 1, name.size() - kEnding - start - 1);
+}
+
+namespace {
+
+/// The system's number at the end of an error; 0 without one.
+int errorNumber(std::string_view line) {
+  const auto open = line.rfind('(');
+  if (open == std::string_view::npos) return 0;
+  line.remove_prefix(open + 1);
+  return static_cast<int>(leadingNumber(line).value_or(0));
+}
+
+bool isOddName(std::string_view name) {
+  return name.find_first_of("\\:*?\"<>|") != std::string_view::npos || name.ends_with('.') ||
+         name.ends_with(' ');
+}
+
+/// Whether the error is one of the item's own and not of the disk.
+bool isLackOfSource(std::string_view line) {
+  const int error = errorNumber(line);
+  return error == EACCES || error == EPERM;
+}
+
+bool isLackOfCopy(std::string_view line, const std::string& item) {
+  switch (errorNumber(line)) {
+    case EINVAL:
+    case EILSEQ:
+    case ENAMETOOLONG:
+    case ENOSYS:
+    case EOPNOTSUPP:
+    case EFBIG:
+      return true;
+    case EPERM:
+    case EEXIST:
+      return line.find("symlink") != std::string_view::npos ||
+             line.find("mknod") != std::string_view::npos ||
+             line.find("link \"") != std::string_view::npos ||
+             line.find("xattr") != std::string_view::npos;
+    case ENOENT:
+      return isOddName(ZAN_FilesUtils::lastPathComponent(item));
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
 /// The path with what it stands for; what lies in the source counts as not read.
-std::string RsyncOutput::placed(std::string path) {
+std::string RsyncOutput::placed(std::string path, std::string_view line,
+                                std::optional<std::string>& lack) {
   for (const Place& place : mPlaces) {
     const auto rest = ZAN_FilesUtils::relativePath(path, place.held);
     if (!rest) continue;
-    if (place.isSource && mUnread) mUnread->insert(std::string(*rest));
+    std::string item(*rest);
+    if (place.isSource && mUnread) mUnread->insert(item);
     if (mUnread && mUnread->size() > kMostUnread) mUnread.reset();
-    return ZAN_FilesUtils::joinedPath(place.path, *rest);
+    if (place.isSource && !item.empty() && isLackOfSource(line)) lack = item;
+    if (place.isCopy) {
+      if (auto whole = itemOfHalf(item)) item = *std::move(whole);
+      if (!item.empty() && isLackOfCopy(line, item)) lack = item;
+    }
+    return ZAN_FilesUtils::joinedPath(place.path, item);
   }
   return path;
 }
@@ -154,10 +221,14 @@ std::string RsyncOutput::placed(std::string path) {
 void RsyncOutput::readErrorLine(std::string_view line) {
   std::string text = decodedName(line);
   std::optional<std::string> path;
+  std::optional<std::string> lack;
   const auto open = text.find('"');
-  const auto close = text.rfind('"');
+  auto close = text.rfind('"');
   if (open != std::string::npos && close != open) {
-    path = placed(text.substr(open + 1, close - open - 1));
+    // Of two names the first is the path.
+    for (const std::string_view between : {"\" -> \"", "\",\""})
+      close = std::min(close, text.find(between, open + 1));
+    path = placed(text.substr(open + 1, close - open - 1), line, lack);
     text.replace(open + 1, close - open - 1, *path);
   }
   if (line.find("No space left on device") != std::string_view::npos ||
@@ -171,7 +242,9 @@ void RsyncOutput::readErrorLine(std::string_view line) {
     if (line.starts_with(harmless)) return;
   }
   ++mErrorCount;
-  if (mErrors.size() < kKeptErrors) mErrors.push_back(std::move(text));
+  if (lack) ++mLackCount;
+  if (lack && errorNumber(line) == EFBIG) mTooLarge = lack;
+  if (mErrors.size() < kKeptErrors) mErrors.push_back({std::move(text), std::move(lack)});
   if (!path) return;
   mLastErrorPath = path;
   if (!mFirstErrorPath) mFirstErrorPath = std::move(path);

@@ -30,12 +30,23 @@ class RsyncOutput {
     /// Its contents are to be copied.
     bool isTransfer() const { return change.starts_with('>'); }
     bool isNew() const { return change.size() > 2 && change[2] == '+'; }
+    /// Only told of where everything is.
+    bool isUnchanged() const { return change.size() == 2; }
   };
   /// What a path in an error stands for: what begins with `held` is shown with `path` instead.
   struct Place {
     std::string held;
     std::string path;
     bool isSource = false;
+    bool isCopy = false;
+  };
+  /// An error in rsync's words.
+  struct Failure {
+    std::string text;
+    /// The item that the copy has to do without, since nobody but its owner may read it, or since
+    /// the copy's file system does not take its name, its kind or its attributes. Relative; nothing
+    /// for an error of another kind.
+    std::optional<std::string> lack = {};
   };
 
   RsyncOutput() = default;
@@ -45,6 +56,9 @@ class RsyncOutput {
   /// The words of rsync's command line that make it speak as this class listens; `isAtOnce`: also
   /// while a file is copied, and not only now and then.
   static std::vector<std::string> arguments(bool isAtOnce = true);
+  /// The name of the item that a file of this name is a half of, as rsync names what it writes
+  /// (".letter.Ab12Cd"); nothing for other names. Folders before the name stay.
+  static std::optional<std::string> itemOfHalf(const std::string& name);
 
   void readOutput(std::string_view bytes);  ///< from the standard output
   void readErrors(std::string_view bytes);  ///< from the standard error
@@ -53,6 +67,7 @@ class RsyncOutput {
 
   /// Name of the item at work, relative to the folder that is copied; empty before the first.
   const std::string& currentItem() const { return mCurrentItem; }
+  std::uint64_t itemsSeen() const { return mSeen; }  ///< while the source is being listed
   std::uint64_t bytesCopied() const { return mBytes; }
   std::uint64_t filesCopied() const { return mFiles; }
   /// How many items the source has that are no folders; said at the end.
@@ -60,8 +75,10 @@ class RsyncOutput {
   /// And their bytes.
   std::uint64_t bytesListed() const { return mBytesListed; }
   std::uint64_t errorCount() const { return mErrorCount; }
-  /// The errors' own words, the first 200 of them.
-  const std::vector<std::string>& errors() const { return mErrors; }
+  /// Of the errors those that name what the copy has to do without.
+  std::uint64_t lackCount() const { return mLackCount; }
+  /// The first 200 of the errors.
+  const std::vector<Failure>& errors() const { return mErrors; }
   /// The path that the first, and the last, error names; nothing when they name none.
   const std::optional<std::string>& firstErrorPath() const { return mFirstErrorPath; }
   const std::optional<std::string>& lastErrorPath() const { return mLastErrorPath; }
@@ -69,6 +86,8 @@ class RsyncOutput {
   /// source itself. Nothing when there was more of it than is kept.
   const std::optional<std::set<std::string>>& unread() const { return mUnread; }
   bool isFull() const { return mIsFull; }  ///< no space was left for what is copied
+  /// The item that was larger than the copy's file system takes files, which ended rsync.
+  const std::optional<std::string>& tooLarge() const { return mTooLarge; }
 
   /// rsync's writing of a name, "\#ooo" for what a terminal cannot show, turned back into bytes.
   static std::string decodedName(std::string_view text);
@@ -78,21 +97,24 @@ class RsyncOutput {
   void readItemLine(std::string_view line);
   void readProgressLine(std::string_view line);
   void readErrorLine(std::string_view line);
-  std::string placed(std::string path);
+  std::string placed(std::string path, std::string_view line, std::optional<std::string>& lack);
 
   std::vector<Place> mPlaces;
   std::function<void(const Item&)> mOnItem;
   std::string mOutputRest;
   std::string mErrorRest;
   std::string mCurrentItem;
+  std::uint64_t mSeen = 0;
   std::uint64_t mBytes = 0;
   std::uint64_t mFiles = 0;
   std::uint64_t mListed = 0;
   std::uint64_t mFoldersListed = 0;
   std::uint64_t mBytesListed = 0;
   std::uint64_t mErrorCount = 0;
+  std::uint64_t mLackCount = 0;
   bool mIsFull = false;
-  std::vector<std::string> mErrors;
+  std::optional<std::string> mTooLarge;
+  std::vector<Failure> mErrors;
   std::optional<std::string> mFirstErrorPath;
   std::optional<std::string> mLastErrorPath;
   std::optional<std::set<std::string>> mUnread{std::in_place};

@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "actions/ActionsTools.h"
@@ -84,19 +85,41 @@ class AccidentsTest : public testing::Test {
                     .tell =
                         [this](const auto& progress) {
                           if (onProgress) onProgress(progress);
-                        }})
+                        },
+                    .sync = sync})
         .perform();
+  }
+  ExecuteEnd look(const ZAN_Value& settings, std::vector<CopyRun::Planned>& planned) {
+    const auto plan = CopyPlan::fromSettings(settings, VolumeGuard(volumes, false));
+    if (!plan) return {.code = ExecuteCode::volumeNotFound, .reason = plan.error().text};
+    return CopyRun(*plan, owner, {}, {.control = *control, .clock = clock, .rsync = rsync})
+        .look([&](const CopyRun::Planned& one) { planned.push_back(one); });
   }
   ExecuteEnd synchronise(const std::string& source, DeletionLimit limit = {}) {
     return run(record(CopyPlan::kSynchronise, {source}, "disk"), limit);
   }
 
   /// A program in the place of rsync that does something before it, or in its place.
-  void replaceRsync(const std::string& script) {
-    const std::string path = testing::TempDir() + "rsync" + std::to_string(::getpid());
+  void replaceRsync(const std::string& script) { rsync = program("rsync", script); }
+  static std::string program(const std::string& name, const std::string& script) {
+    std::string path = testing::TempDir() + name + std::to_string(::getpid());
     std::ofstream(path) << "#!/bin/sh\n" << script << "\n";
     fs::permissions(path, fs::perms::owner_all);
-    rsync = path;
+    return path;
+  }
+  static bool shell(const std::string& line) {
+    return std::system(("{ " + line + "; } >/dev/null 2>&1").c_str()) == 0;
+  }
+  /// A file system of its own in the folder, by a program that makes it and one that mounts it.
+  bool mountImage(const std::string& name, const std::string& make, const std::string& mount) {
+    const std::string image = scratch->at(name + ".image");
+    const std::string path = scratch->makeFolder(name);
+    std::ofstream(image).flush();
+    fs::resize_file(image, 200 << 20);
+    if (!shell(make + " '" + image + "' && " + mount + " '" + image + "' '" + path + "'"))
+      return false;
+    mounted.push_back(path);
+    return true;
   }
 
   /// Without the marks of copies and the lists of versions.
@@ -121,6 +144,7 @@ class AccidentsTest : public testing::Test {
   /// Another one to be tried is named in the environment.
   const std::string real = std::getenv("RSYNC") ? std::getenv("RSYNC") : "/usr/bin/rsync";
   std::string rsync = real;
+  std::string sync = "/usr/bin/sync";
   std::function<void(const ExecuteMessages::Progress&)> onProgress;
 };
 
@@ -341,17 +365,11 @@ TEST_F(AccidentsTest, MissesTheCopiesWhereNothingElseTellsTheVolume) {
 }
 
 TEST_F(AccidentsTest, TellsSubvolumesOfOneDiskApart) {
-  const std::string image = scratch->at("image");
-  const std::string disk = scratch->makeFolder("disk");
-  const auto shell = [&](const std::string& line) { return std::system(line.c_str()) == 0; };
-  std::ofstream(image).flush();
-  fs::resize_file(image, 200 << 20);
-  if (!shell("mkfs.btrfs -q '" + image + "' && mount -o loop '" + image + "' '" + disk +
-             "' 2>/dev/null"))
-    GTEST_SKIP() << "no btrfs here";
-  mounted.push_back(disk);
+  if (!mountImage("disk", "mkfs.btrfs -q", "mount -o loop")) GTEST_SKIP() << "no btrfs here";
+  const std::string disk = scratch->at("disk");
+  const std::string image = scratch->at("disk.image");
   ASSERT_TRUE(shell("cd '" + disk +
-                    "' && btrfs -q subvolume create mine && btrfs -q subvolume "
+                    "' && btrfs subvolume create mine && btrfs subvolume "
                     "create sibling && mkdir sibling/source && echo other > sibling/source/f9"));
   const auto remount = [&](const std::string& subvolume) {
     return shell("umount '" + disk + "' && mount -o loop,subvol=" + subvolume + " '" + image +
@@ -421,6 +439,191 @@ TEST_F(AccidentsTest, LeavesAloneWhatIsMountedWithinSourceOrCopy) {
   EXPECT_TRUE(fs::exists(scratch->at("disk/source/old.tmp")));
   EXPECT_FALSE(fs::exists(scratch->at("disk/source/f1")));
   EXPECT_EQ(filesBelow("disk/source/in[n]er"), 2u);
+}
+
+TEST_F(AccidentsTest, SaysWhichSubvolumesItLeavesOut) {
+  if (!mountImage("source", "mkfs.btrfs -q", "mount -o loop")) GTEST_SKIP() << "no btrfs here";
+  mountMemory("disk");
+  fill("source", 3);
+  scratch->makeFolder("source/d");
+  ASSERT_TRUE(shell("cd '" + scratch->at("source/d") + "' && btrfs subvolume create su*b"));
+  fill("source/d/su*b", 2);
+  const ExecuteEnd said = synchronise("source");
+  EXPECT_TRUE(said.onlyLacks()) << said.reason;
+  ASSERT_EQ(said.errorTexts.size(), 1u);
+  EXPECT_THAT(said.errorTexts.front(),
+              HasSubstr(scratch->at("source/d/su*b") + ": it is a subvolume of its own"));
+  EXPECT_THAT(said.patterns, testing::ElementsAre("/d/su\\*b"));
+  EXPECT_EQ(filesBelow("disk/source"), 3u);
+  ZAN_Value settings = record(CopyPlan::kSynchronise, {"source"}, "disk");
+  for (const std::string& pattern : {said.patterns.front(), std::string("d/s*")}) {
+    settings.setValue(CopyKey::exclusions, ZAN_Value::array({pattern}));
+    EXPECT_EQ(run(settings).code, ExecuteCode::completed) << pattern;
+  }
+}
+
+TEST_F(AccidentsTest, MergesNoNamesOnADiskThatDoesNotTellCapitalLetters) {
+  if (!mountImage("disk", "mkfs.exfat",
+                  "f() { D=$(losetup -f --show \"$1\") && mount.exfat-fuse $D \"$2\"; R=$?; "
+                  "losetup -d $D; return $R; }; f"))
+    GTEST_SKIP() << "no exfat driver for FUSE here";
+  scratch->write("source/docs/letter", "small");
+  scratch->write("source/Docs/letter", "capital");
+  scratch->write("source/a/\xc3\x84rger", "capital umlaut");
+  scratch->write("source/a/\xc3\xa4rger", "small umlaut");
+  scratch->write("source/skip/X", "1");
+  scratch->write("source/skip/x", "2");
+  ZAN_Value settings = record(CopyPlan::kSynchronise, {"source"}, "disk");
+  settings.setValue(CopyKey::exclusions, ZAN_Value::array({"skip"}));
+  for (int pass = 0; pass < 2; ++pass) {
+    const ExecuteEnd end = run(settings);
+    EXPECT_TRUE(end.onlyLacks()) << end.reason;
+    EXPECT_EQ(end.notPossible, 2u) << testing::PrintToString(end.errorTexts);
+    EXPECT_THAT(end.patterns, testing::UnorderedElementsAre("/docs", "/a/\xc3\xa4rger"));
+    EXPECT_EQ(scratch->read("disk/source/Docs/letter"), "capital");
+    EXPECT_EQ(scratch->read("disk/source/a/\xc3\x84rger"), "capital umlaut");
+    EXPECT_THAT(end.losses, testing::Contains("owners and rights"));
+  }
+  // What is spelled otherwise now is not gone.
+  fs::remove_all(scratch->at("source/docs"));
+  fs::rename(scratch->at("source/Docs"), scratch->at("source/DOCS"));
+  scratch->write("source/DOCS/letter", "capital");
+  const ExecuteEnd renamed = run(settings);
+  EXPECT_EQ(renamed.filesDeleted, 0u);
+  EXPECT_EQ(scratch->read("disk/source/docs/letter"), "capital");
+  // Names that the disk cannot hold.
+  scratch->write("source/a:b", "x");
+  fs::remove(scratch->at("source/a/\xc3\xa4rger"));
+  fs::create_symlink("a", scratch->at("source/link"));
+  const ExecuteEnd odd = run(settings);
+  EXPECT_TRUE(odd.onlyLacks()) << testing::PrintToString(odd.errorTexts);
+  EXPECT_THAT(odd.patterns, testing::UnorderedElementsAre("/a:b", "/link"));
+  settings.setValue(CopyKey::exclusions, ZAN_Value::array({"skip", "/a:b", "/link"}));
+  EXPECT_EQ(run(settings).code, ExecuteCode::completed);
+}
+
+TEST_F(AccidentsTest, SaysWhoseFileNobodyMayRead) {
+  if (::getuid() != 0) GTEST_SKIP() << "only root can become another user";
+  mountMemory("disk");
+  fill("source", 3);
+  fs::permissions(scratch->at("source/f1"), fs::perms::none);
+  fs::permissions(scratch->path(), fs::perms::all);
+  fs::permissions(scratch->at("disk"), fs::perms::all);
+  replaceRsync("exec setpriv --reuid=65534 --clear-groups $RSYNC \"$@\"");
+  // Its mark is the other user's; what matters here is the file.
+  ASSERT_TRUE(HeldFolder::open(scratch->at("disk"))->makeBelow("source", 0777));
+  ASSERT_EQ(::chown(scratch->at("disk/source").c_str(), 65534, 65534), 0);
+  ZAN_Value settings = record(CopyPlan::kCopy, {"source"}, "disk");
+  const ExecuteEnd end = run(settings);
+  EXPECT_TRUE(end.onlyLacks()) << testing::PrintToString(end.errorTexts);
+  EXPECT_THAT(end.patterns, testing::ElementsAre("/f1"));
+  EXPECT_THAT(end.errorTexts.front(), HasSubstr("Permission denied"));
+  EXPECT_THAT(end.errorTexts.front(), HasSubstr("corvana9 edit 7 --exclude '/f1'"));
+  settings.setValue(CopyKey::exclusions, ZAN_Value::array({"/f1"}));
+  EXPECT_EQ(run(settings).code, ExecuteCode::completed);
+}
+
+TEST_F(AccidentsTest, GoesOnWithoutAFileThatIsTooLarge) {
+  mountMemory("disk");
+  fill("source", 2);
+  scratch->write("source/d/film", "long");
+  replaceRsync(
+      "case \"$*\" in *--dry-run*|*/d/film*) exec $RSYNC \"$@\";; esac; for word; do copy=$word; "
+      "done; echo \"rsync: [receiver] write failed on \\\"${copy}d/film\\\": File too large "
+      "(27)\" >&2; exit 11");
+  const ExecuteEnd end = synchronise("source");
+  EXPECT_TRUE(end.onlyLacks()) << end.reason;
+  EXPECT_THAT(end.patterns, testing::ElementsAre("/d/film"));
+  EXPECT_EQ(filesBelow("disk/source"), 2u);
+}
+
+TEST_F(AccidentsTest, FailsWhenTheDiskDoesNotConfirmAndComparesContentsThen) {
+  mountMemory("disk");
+  fill("source", 3);
+  sync = program("sync", "echo \"sync: error syncing '$2': Input/output error\" >&2; exit 1");
+  const ExecuteEnd end = synchronise("source");
+  EXPECT_EQ(end.code, ExecuteCode::unexpectedError);
+  EXPECT_THAT(end.reason, HasSubstr("did not confirm what was written: Input/output error"));
+  EXPECT_TRUE(end.isDoubted);
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed) << "nothing was written";
+  sync = "/usr/bin/sync";
+  // Same size and same time, other contents: what such a disk may have.
+  const auto date = fs::last_write_time(scratch->at("source/f1"));
+  scratch->write("disk/source/f1", "?");
+  fs::last_write_time(scratch->at("disk/source/f1"), date);
+  ZAN_Value settings = record(CopyPlan::kSynchronise, {"source"}, "disk");
+  settings.setValue(CopyKey::isDoubted, 1);
+  EXPECT_EQ(run(settings).code, ExecuteCode::completed);
+  EXPECT_EQ(scratch->read("disk/source/f1"), "x");
+}
+
+TEST_F(AccidentsTest, GoesOnWithALargeFileWhereItWasStopped) {
+  mountMemory("disk");
+  const std::string log = scratch->at("log");
+  std::string contents(17 << 20, 'a');
+  std::uint32_t odd = 1;
+  for (char& letter : contents)
+    letter = static_cast<char>((odd = odd * 1664525 + 1013904223) >> 24);
+  scratch->write("source/films/long", contents);
+  scratch->write("source/other/long", "another of the name");
+  replaceRsync(
+      "case \"$*\" in *--dry-run*) ;; *) set -- --bwlimit=8000 \"$@\";; esac; exec $RSYNC \"$@\"");
+  onProgress = [&](const auto& progress) {
+    if (progress.sizeCopied > 6'000'000) control->stop(StopReason::user);
+  };
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::abortedByUser);
+  EXPECT_FALSE(fs::exists(scratch->at("disk/source/films/long")));
+  const auto half = scratch->read("disk/source/films/.corvana9-partial/long").size();
+  EXPECT_GT(half, 4u << 20);
+  onProgress = {};
+  control.emplace();
+  replaceRsync("case \"$*\" in *--no-whole-file*) exec $RSYNC --stats \"$@\" | tee -a '" + log +
+               "';; esac; exec $RSYNC \"$@\"");
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_TRUE(scratch->read("disk/source/films/long") == contents);
+  EXPECT_EQ(scratch->read("disk/source/other/long"), "another of the name");
+  EXPECT_EQ(filesBelow("disk/source"), 2u);
+  const std::string told = scratch->read("log");
+  const std::string word = "Matched data: ";
+  ASSERT_THAT(told, HasSubstr(word));
+  EXPECT_GT(std::stol(told.substr(told.find(word) + word.size())), 4 << 20);
+  // What a kill leaves lies in the copy under a name of rsync's own.
+  fs::remove(scratch->at("disk/source/films/long"));
+  fs::remove(log);
+  scratch->write("disk/source/films/.long.Ab12Cd", contents.substr(0, 9 << 20));
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_TRUE(scratch->read("disk/source/films/long") == contents);
+  EXPECT_THAT(scratch->read("log"), HasSubstr(word));
+  EXPECT_EQ(filesBelow("disk/source"), 2u);
+}
+
+TEST_F(AccidentsTest, TellsWhatARunWouldDoAndDoesNothing) {
+  mountMemory("disk");
+  using Kind = CopyRun::Planned::Kind;
+  fill("source", 2);
+  const auto tell = [&](const std::string& destination) {
+    std::vector<CopyRun::Planned> planned;
+    const ExecuteEnd end = look(record(CopyPlan::kSynchronise, {"source"}, destination), planned);
+    EXPECT_EQ(end.code, ExecuteCode::completed) << end.reason;
+    std::multiset<std::pair<Kind, std::string>> told;
+    for (const auto& one : planned) {
+      if (!one.path.ends_with('/'))
+        told.insert({one.kind, fs::relative(one.path, scratch->path())});
+    }
+    return told;
+  };
+  const std::multiset<std::pair<Kind, std::string>> both{{Kind::copied, "source/f0"},
+                                                         {Kind::copied, "source/f1"}};
+  for (const std::string destination : {"disk", "disk/new"}) EXPECT_EQ(tell(destination), both);
+  EXPECT_TRUE(fs::is_empty(scratch->at("disk")));
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  fs::remove(scratch->at("source/f0"));
+  scratch->write("source/f1", "longer");
+  const auto before = fs::last_write_time(scratch->at("disk/source"));
+  EXPECT_EQ(tell("disk"), (std::multiset<std::pair<Kind, std::string>>{
+                              {Kind::replaced, "source/f1"}, {Kind::deleted, "disk/source/f0"}}));
+  EXPECT_EQ(filesBelow("disk"), 2u);
+  EXPECT_EQ(fs::last_write_time(scratch->at("disk/source")), before);
 }
 
 TEST_F(AccidentsTest, RefusesACopyThatIsALinkOrAnotherVolume) {

@@ -176,7 +176,7 @@ TEST_F(CopyPlanTest, LooksForDeletionsOnlyWhenSynchronisingAndKeepsOutOfItself) 
     const auto copy = made->openDestination();
     ASSERT_TRUE(copy);
     const std::vector<std::string> skipped{"a\\b", "c*\\d"};
-    const CopyPlan::Task task{made->sources().front(), *copy, nullptr, skipped, {}, false};
+    const CopyPlan::Task task{made->sources().front(), copy->heldPath(), nullptr, skipped, {}};
     const auto looking = made->arguments("rsync", CopyPlan::Pass::look, task);
     const auto copying = made->arguments("rsync", CopyPlan::Pass::copy, task);
     EXPECT_THAT(looking, Contains("--dry-run"));

@@ -75,7 +75,7 @@ TEST(RsyncOutput, KnowsWhatOfTheSourceWasNotRead) {
   EXPECT_EQ(output.firstErrorPath(), "/home/me/a/b");
   EXPECT_EQ(output.lastErrorPath(), "/disk/me/f");
   EXPECT_TRUE(output.isFull());
-  EXPECT_EQ(output.errors().front(),
+  EXPECT_EQ(output.errors().front().text,
             "rsync: [sender] opendir \"/home/me/a/b\" failed: Permission denied (13)");
 }
 
