@@ -107,10 +107,16 @@ void ActivityRecord::saveActivity(std::optional<std::int64_t> status, bool mainA
   }
   mNoted.clear();
   mCached.value = std::move(record);
-  if (!changed || !mFiles.writeObjectToFile(mCached.value, DataFolder::kActivity, false,
-                                            DataFiles::Saving::soon))
-    return;
-  mCached.identity = mFiles.identity(mFiles.folder().pathOf(DataFolder::kActivity));
+  if (status || setWakeUp) {
+    write();
+  } else if (changed) {
+    mFiles.writeRarely(DataFolder::kActivity, [this] { write(); });
+  }
+}
+
+void ActivityRecord::write() {
+  if (mFiles.writeObjectToFile(mCached.value, DataFolder::kActivity, DataFiles::Saving::soon))
+    mCached.identity = mFiles.identity(mFiles.folder().pathOf(DataFolder::kActivity));
 }
 
 /// Whether the set has changed.
@@ -138,7 +144,7 @@ bool ActivityRecord::noteMinutes(std::size_t index, ReferenceTime now,
 
 void ActivityRecord::refresh() {
   const std::string path = mFiles.folder().pathOf(DataFolder::kActivity);
-  if (mCached.identity && mCached.identity == mFiles.identity(path)) return;
+  if (std::exchange(mIsRead, true) && mCached.identity == mFiles.identity(path)) return;
   mCached = mFiles.readObject(path);
   for (std::size_t i = 0; i < mMinutes.size(); ++i)
     mMinutes[i] = storedSet(mCached.value, kMinuteSets[i]);

@@ -15,7 +15,7 @@
 namespace corvana {
 
 /// When the scheduler, the main application and the execute program were at work during the last 60
-/// days. Written without synchronising, so that an idle agent lets disks sleep. Thread: main.
+/// days. What the clock alone adds is written rarely, what has happened at once. Thread: main.
 class ActivityRecord {
  public:
   /// How many changes of the execute processes are kept, however short the time in which they came.
@@ -47,10 +47,12 @@ class ActivityRecord {
 
  private:
   void refresh();
+  void write();
   bool noteMinutes(std::size_t index, ReferenceTime now, std::optional<ReferenceTime> setWakeUp);
 
   DataFiles& mFiles;
-  DataFiles::Object mCached;
+  bool mIsRead = false;
+  DataFiles::Object mCached;          ///< with the minutes that are not in the file yet
   std::array<ZAN_Value, 4> mMinutes;  ///< the sets of `mCached`
   std::vector<Span> mNoted;
 };

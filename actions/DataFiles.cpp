@@ -24,6 +24,7 @@ bool isOld(const ZAN_FileIdentity& file, ReferenceTime now) {
   return now - (static_cast<double>(file.modified) / 1e9 - kReferenceEpochInUnixTime) > kRewriting;
 }
 constexpr double kLongestWaitForLock = 2.0;
+constexpr double kKeptInMemory = 1800.0;
 
 std::string_view exceptionName(ErrorKind kind) {
   switch (kind) {
@@ -66,7 +67,11 @@ DataFiles::DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, 
                      const ZAN_FileWriter& writer)
     : mFolder(folder), mDates(dates), mClock(clock), mLog(log), mWriter(writer) {}
 
-DataFiles::~DataFiles() { finishSaving(); }
+/// Those who keep something may be gone.
+DataFiles::~DataFiles() {
+  mKept.clear();
+  finishSaving();
+}
 
 void DataFiles::saveInBackground(RunLoop& loop, double delay) {
   finishSaving();
@@ -74,7 +79,27 @@ void DataFiles::saveInBackground(RunLoop& loop, double delay) {
 }
 
 void DataFiles::finishSaving() {
+  writeKept();
   if (mSaver) mSaver->finish();
+}
+
+void DataFiles::writeRarely(std::string_view name, std::function<void()> write) {
+  if (mKeeper == nullptr) {
+    write();
+    return;
+  }
+  mKept.insert_or_assign(mFolder.pathOf(name), std::move(write));
+  if (mKeepingTimer != 0) return;
+  mKeepingTimer = mKeeper->performAfter(kKeptInMemory, [this, here = std::weak_ptr(mHere)] {
+    if (here.expired()) return;
+    mKeepingTimer = 0;
+    writeKept();
+  });
+}
+
+void DataFiles::writeKept() {
+  const auto kept = std::exchange(mKept, {});
+  for (const auto& [path, write] : kept) write();
 }
 
 std::optional<ZAN_FileIdentity> DataFiles::identity(const std::string& path) const {
@@ -158,14 +183,18 @@ ZAN_Value DataFiles::readListFromFile(std::string_view name) {
 }
 
 Outcome DataFiles::writeListToPath(const ZAN_Value& list, const std::string& path, Saving saving) {
-  return writeContainer(list, path, Content::list,
-                        {.attributes = dataFileAttributes(), .synchronise = true}, saving);
+  return writeContainer([list] { return list; }, path, Content::list,
+                        {.attributes = dataFileAttributes()}, saving);
 }
 
-Outcome DataFiles::writeListToFile(const ZAN_Value& list, std::string_view name, Saving saving,
-                                   bool synchronise) {
-  return writeContainer(list, mFolder.dataFolderPathWithFileName(name), Content::list,
-                        {.attributes = dataFileAttributes(), .synchronise = synchronise}, saving);
+Outcome DataFiles::writeMadeListToFile(std::function<ZAN_Value()> make, std::string_view name,
+                                       Saving saving) {
+  return writeContainer(std::move(make), mFolder.dataFolderPathWithFileName(name), Content::list,
+                        {.attributes = dataFileAttributes()}, saving);
+}
+
+Outcome DataFiles::writeListToFile(const ZAN_Value& list, std::string_view name, Saving saving) {
+  return writeListToPath(list, mFolder.dataFolderPathWithFileName(name), saving);
 }
 
 DataFiles::Object DataFiles::readWholeObject(const std::string& path) {
@@ -189,23 +218,21 @@ ZAN_Value DataFiles::readObjectFromFile(std::string_view name) {
   return readObjectAtPath(mFolder.dataFolderPathWithFileName(name));
 }
 
-Outcome DataFiles::writeObjectToPath(const ZAN_Value& object, const std::string& path,
-                                     bool synchronise) {
-  return writeContainer(object, path, Content::object,
-                        {.attributes = dataFileAttributes(), .synchronise = synchronise},
-                        Saving::now);
+Outcome DataFiles::writeObjectToPath(const ZAN_Value& object, const std::string& path) {
+  return writeContainer([object] { return object; }, path, Content::object,
+                        {.attributes = dataFileAttributes()}, Saving::now);
 }
 
 Outcome DataFiles::writeTypedObjectToPath(const ZAN_Value& object, const std::string& path,
                                           std::string_view type) {
-  return writeContainer(object, path, Content::object,
-                        {.attributes = dataFileAttributes(type), .synchronise = true}, Saving::now);
+  return writeContainer([object] { return object; }, path, Content::object,
+                        {.attributes = dataFileAttributes(type)}, Saving::now);
 }
 
 Outcome DataFiles::writeObjectToFile(const ZAN_Value& object, std::string_view name,
-                                     bool synchronise, Saving saving) {
-  return writeContainer(object, mFolder.dataFolderPathWithFileName(name), Content::object,
-                        {.attributes = dataFileAttributes(), .synchronise = synchronise}, saving);
+                                     Saving saving) {
+  return writeContainer([object] { return object; }, mFolder.dataFolderPathWithFileName(name),
+                        Content::object, {.attributes = dataFileAttributes()}, saving);
 }
 
 ZAN_FileWriter::Attributes DataFiles::dataFileAttributes(std::string_view type) {
@@ -252,26 +279,28 @@ void DataFiles::whenSaved(const std::string& path, std::function<void()> body) {
   }
 }
 
-Outcome DataFiles::writeContainer(const ZAN_Value& value, const std::string& path, Content content,
-                                  const ZAN_FileWriter::Options& options, Saving saving) {
+Outcome DataFiles::writeContainer(std::function<ZAN_Value()> make, const std::string& path,
+                                  Content content, const ZAN_FileWriter::Options& options,
+                                  Saving saving) {
   if (!mPending.contains(path) && !keepDamagedFile(path, content)) {
     mLog.write("Unable saving data in file " + path);
     return Error{ErrorKind::unwritable, path + ": what is there cannot be read nor put aside"};
   }
-  FileSave file{.path = path, .bytes = {}, .options = options};
-  if (saving == Saving::soon && mSaver) {
-    // A copy costs little, encoding a long list much.
-    file.make = [value] { return ZAN_Archiver::archivedDataWithRootObject(value); };
-  } else {
-    file.bytes = ZAN_Archiver::archivedDataWithRootObject(value);
-  }
-  Outcome outcome = save(std::move(file), saving);
+  // Handing a value over costs little, encoding a long list much.
+  Outcome outcome = save(
+      {.path = path,
+       .bytes = {},
+       .options = options,
+       .make = [make =
+                    std::move(make)] { return ZAN_Archiver::archivedDataWithRootObject(make()); }},
+      saving);
   if (outcome && !mPending.contains(path)) noteReadable(path);
   return outcome;
 }
 
 Outcome DataFiles::save(FileSave save, Saving saving) {
   const std::string path = save.path;
+  mKept.erase(path);
   if (saving == Saving::now || !mSaver) {
     Outcome outcome = mPending.contains(path) ? mSaver->saveNow(save) : save.writeBy(mWriter);
     mAliases.erase(path);

@@ -16,12 +16,12 @@
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/DataFolder.h"
 #include "actions/FileSaver.h"
+#include "platform/RunLoop.h"
 
 namespace corvana {
 
 class Clock;
 class LocalDates;
-class RunLoop;
 class SystemLog;
 
 /// Reads and writes the two containers that all data files use: one archived array (list) or one
@@ -79,8 +79,18 @@ class DataFiles {
   /// From now on Saving::soon means a thread of its own; with a `delay` the loop, that many seconds
   /// later, until when of several versions of a file only the last is written.
   void saveInBackground(RunLoop& loop, double delay = 0);
-  /// Returns when nothing waits to be written any more.
+  /// Writes what is kept; returns when nothing waits to be written any more.
   void finishSaving();
+
+  /// From now on `writeRarely` keeps; the loop lives as long as this object.
+  void keepForLater(RunLoop& loop) { mKeeper = &loop; }
+  /// For a file of the data folder that the clock alone changes, and whose present contents `write`
+  /// writes: it is called within half an hour, together with whatever is kept then, so that the
+  /// disk of an idle machine sleeps. Of several for one file the last counts, and none after the
+  /// file was written otherwise. At once where nothing keeps, as in a program that soon ends.
+  void writeRarely(std::string_view name, std::function<void()> write);
+  /// Writes now what is kept: somebody is about to read it.
+  void writeKept();
 
   /// The full reader: three attempts with a pause of 0.05 s between them, one for a file that has
   /// been empty for a while; a first element that is the text `firstIndexCode` is left out.
@@ -89,16 +99,17 @@ class DataFiles {
   ZAN_Value readListFromFile(std::string_view name);  ///< name in the data folder
   Outcome writeListToPath(const ZAN_Value& list, const std::string& path,
                           Saving saving = Saving::now);
+  /// The list is made by `make` when the file is written, on another thread when that is later.
+  Outcome writeMadeListToFile(std::function<ZAN_Value()> make, std::string_view name,
+                              Saving saving = Saving::soon);
   /// The bytes are made by `make` when the file is written, on another thread when that is later;
   /// of several that wait only the last is.
   Outcome writeTextToPath(const std::string& path, std::function<std::vector<std::byte>()> make);
   /// Calls back on the main thread when nothing of the file waits to be written any more: at once,
   /// or later.
   void whenSaved(const std::string& path, std::function<void()> body);
-  /// Without synchronising a disk may go on sleeping, and a crash of the machine may bring back the
-  /// file of before.
-  Outcome writeListToFile(const ZAN_Value& list, std::string_view name, Saving saving = Saving::now,
-                          bool synchronise = true);
+  Outcome writeListToFile(const ZAN_Value& list, std::string_view name,
+                          Saving saving = Saving::now);
   /// Identity of a file as of now; what waits to be written counts. To be compared with that of a
   /// reading or with what this said after a writing.
   std::optional<ZAN_FileIdentity> identity(const std::string& path) const;
@@ -106,9 +117,8 @@ class DataFiles {
   Object readObject(const std::string& path);
   ZAN_Value readObjectAtPath(const std::string& path);
   ZAN_Value readObjectFromFile(std::string_view name);
-  Outcome writeObjectToPath(const ZAN_Value& object, const std::string& path,
-                            bool synchronise = true);
-  Outcome writeObjectToFile(const ZAN_Value& object, std::string_view name, bool synchronise = true,
+  Outcome writeObjectToPath(const ZAN_Value& object, const std::string& path);
+  Outcome writeObjectToFile(const ZAN_Value& object, std::string_view name,
                             Saving saving = Saving::now);
   /// With a type of its own in place of 'CVda'.
   Outcome writeTypedObjectToPath(const ZAN_Value& object, const std::string& path,
@@ -178,7 +188,7 @@ class DataFiles {
   ZAN_Value decoded(const std::string& path, const ZAN_FileContents& contents, Content content);
   bool keepDamagedFile(const std::string& path, Content content);
   std::optional<std::string> keep(const std::string& path);
-  Outcome writeContainer(const ZAN_Value& value, const std::string& path, Content content,
+  Outcome writeContainer(std::function<ZAN_Value()> make, const std::string& path, Content content,
                          const ZAN_FileWriter::Options& options, Saving saving);
   Outcome save(FileSave save, Saving saving);
   void saved(const std::string& path, std::uint64_t serial, const Outcome& outcome);
@@ -196,6 +206,10 @@ class DataFiles {
   std::map<std::string, Known> mKnown;
   std::map<std::string, Alias> mAliases;
   std::map<std::string, Pending> mPending;
+  RunLoop* mKeeper = nullptr;
+  RunLoop::TimerId mKeepingTimer = 0;
+  std::shared_ptr<int> mHere = std::make_shared<int>();  ///< gone with this object
+  std::map<std::string, std::function<void()>> mKept;    ///< by path
 };
 
 }  // namespace corvana

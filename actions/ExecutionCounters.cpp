@@ -13,7 +13,7 @@ void ExecutionCounters::incrementCounter(std::string_view counter, std::int64_t 
   counts.setValue(counter, static_cast<int>(counts.integer(counter) + 1));
   all.setValue(key, counts);
   // Another count than before the power failed does no harm.
-  (void)mStore.files().writeObjectToFile(all, DataFolder::kExecutions, false);
+  (void)mStore.files().writeObjectToFile(all, DataFolder::kExecutions, DataFiles::Saving::soon);
 }
 
 std::int64_t ExecutionCounters::counter(std::string_view counter, std::int64_t reference) {

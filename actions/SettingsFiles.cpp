@@ -25,9 +25,9 @@ ZAN_Value SettingsFiles::read(Cached& cached, std::string_view name) {
 }
 
 Outcome SettingsFiles::save(Cached& cached, std::string_view name, const ZAN_Value& settings,
-                            bool synchronise, DataFiles::Saving saving) {
+                            DataFiles::Saving saving) {
   const DataFiles::Lock held = mFiles.lock(name);
-  Outcome outcome = mFiles.writeObjectToFile(settings, name, synchronise, saving);
+  Outcome outcome = mFiles.writeObjectToFile(settings, name, saving);
   cached.read = static_cast<bool>(outcome);
   if (outcome) {
     cached.object = {.value = settings, .identity = mFiles.identity(mFiles.folder().pathOf(name))};
@@ -36,12 +36,11 @@ Outcome SettingsFiles::save(Cached& cached, std::string_view name, const ZAN_Val
 }
 
 Outcome SettingsFiles::saveMainAppSettings(const ZAN_Value& settings) {
-  return save(mMainApp, DataFolder::kSettings, settings, true, DataFiles::Saving::now);
+  return save(mMainApp, DataFolder::kSettings, settings, DataFiles::Saving::now);
 }
 
-Outcome SettingsFiles::saveSchedulerSettings(const ZAN_Value& settings, bool synchronise) {
-  return save(mScheduler, DataFolder::kSchedulerSettings, settings, synchronise,
-              DataFiles::Saving::soon);
+Outcome SettingsFiles::saveSchedulerSettings(const ZAN_Value& settings) {
+  return save(mScheduler, DataFolder::kSchedulerSettings, settings, DataFiles::Saving::soon);
 }
 
 Outcome SettingsFiles::setMainAppSetting(const ZAN_Value& value, std::string_view key) {

@@ -34,7 +34,7 @@ class SettingsFiles {
   void applyDateLocaleFromSettings();
 
   ZAN_Value schedulerSettings() { return read(mScheduler, DataFolder::kSchedulerSettings); }
-  Outcome saveSchedulerSettings(const ZAN_Value& settings, bool synchronise = true);
+  Outcome saveSchedulerSettings(const ZAN_Value& settings);
 
   /// For a change of a settings file that reads first; may be nested.
   [[nodiscard]] DataFiles::Lock lockMainAppSettings() { return mFiles.lock(DataFolder::kSettings); }
@@ -53,7 +53,7 @@ class SettingsFiles {
     bool read = false;
   };
   ZAN_Value read(Cached& cached, std::string_view name);
-  Outcome save(Cached& cached, std::string_view name, const ZAN_Value& settings, bool synchronise,
+  Outcome save(Cached& cached, std::string_view name, const ZAN_Value& settings,
                DataFiles::Saving saving);
 
   DataFiles& mFiles;

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
@@ -88,73 +89,9 @@ ZAN_Value thinned(std::vector<ZAN_Value> records, std::int64_t now) {
 
 }  // namespace
 
-ZAN_Value FreeSpaceHistory::records(const ZAN_Value& entry) {
-  auto records = ZAN_Unarchiver::unarchiveObjectWithData(entry["VolumeFreeSizeList"].bytes());
-  if (!records || !records->isArray()) return ZAN_Value::array();
-  return std::move(records).value();
-}
+namespace {
 
-ZAN_Value FreeSpaceHistory::readVolumesSurveyorList() {
-  return mStore.files().readListFromFile(DataFolder::kVolumesInfo);
-}
-
-void FreeSpaceHistory::saveVolumesSurveyorList(const ZAN_Value& list) {
-  // What went wrong is in the system log.
-  static_cast<void>(mStore.files().writeListToFile(list, DataFolder::kVolumesInfo,
-                                                   DataFiles::Saving::soon, false));
-}
-
-void FreeSpaceHistory::addVolumesSurveyorData() {
-  mMounted.updateListVolumes();
-  const auto lock = mStore.files().lock(DataFolder::kVolumesInfo);
-  ZAN_Value list = readVolumesSurveyorList();
-  for (const ZAN_Value& volume : mMounted.getAllMountedVolumes()) addSurveyorData(volume, list);
-  saveVolumesSurveyorList(list);
-}
-
-bool FreeSpaceHistory::isEntryOf(const ZAN_Value& entry, const ZAN_Value& volume) {
-  return FolderDescription(entry).isSameVolume(descriptionOf(volume));
-}
-
-void FreeSpaceHistory::addSurveyorData(const ZAN_Value& volume, ZAN_Value& list) {
-  const std::string name = volume.string("volName");
-  if (name.empty() || volume.string("volPath").empty() || !volume.contains("volSize")) return;
-  if (volume.contains("writable") && !volume["writable"].boolValue()) return;
-  const std::uint64_t size = number(volume, "volSize");
-  if (size < kSmallestSystemVolume &&
-      (name == "EFI" || name == "Recovery HD" || name == "Boot OS X"))
-    return;
-  const std::uint64_t free = number(volume, "volFreeSize");
-  const auto now = static_cast<std::int64_t>(std::floor(mStore.clock().now()));
-  const auto time = mStore.dates().calendar().components(static_cast<ReferenceTime>(now));
-  const std::int64_t hour = now - time.minute * 60 - time.second;
-
-  ZAN_Value entry = descriptionOf(volume).toValue();
-  ZAN_Value hours = ZAN_Value::array();
-  if (const auto index = indexOf(entry, list)) {
-    entry = list.at(*index);
-    list.removeAt(*index);
-    hours = records(entry);
-  }
-  std::uint64_t first = free, low = free, high = free;
-  if (!hours.empty() && hourOf(hours.at(hours.size() - 1)) == hour) {
-    const ZAN_Value& last = hours.at(hours.size() - 1);
-    if (number(last, "F") != 0) first = number(last, "F");
-    low = std::min(low, number(last, "L"));
-    high = std::max(high, number(last, "H"));
-    hours.removeAt(hours.size() - 1);
-  }
-  hours.append(ZAN_Value::dictionary({{"D", large(static_cast<std::uint64_t>(hour))},
-                                      {"F", large(first)},
-                                      {"E", large(free)},
-                                      {"L", large(low)},
-                                      {"H", large(high)}}));
-  setRecords(entry, hours);
-  entry.setValue("E", ZAN_Value::integer(static_cast<std::int64_t>(free), 'q'));
-  list.append(std::move(entry));
-}
-
-bool FreeSpaceHistory::isKept(const ZAN_Value& records, std::int64_t now) const {
+bool isKept(const ZAN_Value& records, std::int64_t now) {
   if (records.empty()) return false;
   const std::int64_t age = now - hourOf(records.at(records.size() - 1));
   if (records.size() == 1 && age > kSingleRecord) return false;
@@ -162,25 +99,136 @@ bool FreeSpaceHistory::isKept(const ZAN_Value& records, std::int64_t now) const 
   return age <= kNotSeen;
 }
 
-void FreeSpaceHistory::cleanVolumesSurveyorList() {
-  const auto now = static_cast<std::int64_t>(std::floor(mStore.clock().now()));
-  const auto lock = mStore.files().lock(DataFolder::kVolumesInfo);
-  const ZAN_Value list = readVolumesSurveyorList();
-  const ZAN_Value more = mStore.files().readListFromFile(DataFolder::kMoreVolumesInfo);
+/// From the last to the first: a pass turns their order round.
+ZAN_Value pruned(const ZAN_Value& list, const ZAN_Value& more, std::int64_t now) {
   ZAN_Value kept = ZAN_Value::array();
-  // From the last to the first: a pass turns their order round.
   for (std::size_t i = list.size(); i-- > 0;) {
     ZAN_Value entry = list.at(i);
-    const ZAN_Value stored = records(entry);
+    const ZAN_Value stored = FreeSpaceHistory::records(entry);
     if (!isKept(stored, now)) continue;
     std::vector<ZAN_Value> hours(stored.elements().begin(), stored.elements().end());
-    if (const auto other = indexOf(entry, more)) mergeRecords(hours, records(more.at(*other)));
+    if (const auto other = indexOf(entry, more))
+      mergeRecords(hours, FreeSpaceHistory::records(more.at(*other)));
     const ZAN_Value remaining = thinned(std::move(hours), now);
     if (remaining.empty()) continue;
     setRecords(entry, remaining);
     kept.append(std::move(entry));
   }
-  saveVolumesSurveyorList(kept);
+  return kept;
+}
+
+}  // namespace
+
+ZAN_Value FreeSpaceHistory::records(const ZAN_Value& entry) {
+  auto records = ZAN_Unarchiver::unarchiveObjectWithData(entry["VolumeFreeSizeList"].bytes());
+  if (!records || !records->isArray()) return ZAN_Value::array();
+  return std::move(records).value();
+}
+
+ZAN_Value FreeSpaceHistory::readVolumesSurveyorList() {
+  ZAN_Value list = mStore.files().readListFromFile(DataFolder::kVolumesInfo);
+  for (const Sample& sample : mRecent) addSurveyorData(sample, list);
+  return list;
+}
+
+void FreeSpaceHistory::addVolumesSurveyorData() {
+  mMounted.updateListVolumes();
+  for (const ZAN_Value& volume : mMounted.getAllMountedVolumes()) {
+    if (const auto sample = sampleOf(volume)) keep(*sample);
+  }
+  if (!mRecent.empty()) mStore.files().writeRarely(DataFolder::kVolumesInfo, [this] { save(); });
+}
+
+void FreeSpaceHistory::keep(const Sample& sample) {
+  const auto same = std::ranges::find_if(mRecent, [&](const Sample& one) {
+    return one.hour == sample.hour &&
+           FolderDescription(one.volume).isSameVolume(FolderDescription(sample.volume));
+  });
+  Sample whole = sample;
+  if (same != mRecent.end()) {
+    if (same->first != 0) whole.first = same->first;
+    whole.low = std::min(whole.low, same->low);
+    whole.high = std::max(whole.high, same->high);
+    mRecent.erase(same);
+  }
+  mRecent.push_back(std::move(whole));
+}
+
+/// What went wrong is in the system log.
+void FreeSpaceHistory::save() {
+  const auto lock = mStore.files().lock(DataFolder::kVolumesInfo);
+  static_cast<void>(mStore.files().writeMadeListToFile(
+      [list = mStore.files().readListFromFile(DataFolder::kVolumesInfo),
+       recent = std::exchange(mRecent, {})] {
+        ZAN_Value all = list;
+        for (const Sample& sample : recent) addSurveyorData(sample, all);
+        return all;
+      },
+      DataFolder::kVolumesInfo));
+}
+
+bool FreeSpaceHistory::isEntryOf(const ZAN_Value& entry, const ZAN_Value& volume) {
+  return FolderDescription(entry).isSameVolume(descriptionOf(volume));
+}
+
+std::optional<FreeSpaceHistory::Sample> FreeSpaceHistory::sampleOf(const ZAN_Value& volume) const {
+  const std::string name = volume.string("volName");
+  if (name.empty() || volume.string("volPath").empty() || !volume.contains("volSize")) return {};
+  if (volume.contains("writable") && !volume["writable"].boolValue()) return {};
+  const std::uint64_t size = number(volume, "volSize");
+  if (size < kSmallestSystemVolume &&
+      (name == "EFI" || name == "Recovery HD" || name == "Boot OS X"))
+    return {};
+  const std::uint64_t free = number(volume, "volFreeSize");
+  const auto now = static_cast<std::int64_t>(std::floor(mStore.clock().now()));
+  const auto time = mStore.dates().calendar().components(static_cast<ReferenceTime>(now));
+  return Sample{.volume = descriptionOf(volume).toValue(),
+                .hour = now - time.minute * 60 - time.second,
+                .first = free,
+                .last = free,
+                .low = free,
+                .high = free};
+}
+
+/// Its entry goes to the end.
+void FreeSpaceHistory::addSurveyorData(const Sample& sample, ZAN_Value& list) {
+  ZAN_Value entry = sample.volume;
+  ZAN_Value hours = ZAN_Value::array();
+  if (const auto index = indexOf(entry, list)) {
+    entry = list.at(*index);
+    list.removeAt(*index);
+    hours = records(entry);
+  }
+  std::uint64_t first = sample.first, low = sample.low, high = sample.high;
+  if (!hours.empty() && hourOf(hours.at(hours.size() - 1)) == sample.hour) {
+    const ZAN_Value& last = hours.at(hours.size() - 1);
+    if (number(last, "F") != 0) first = number(last, "F");
+    low = std::min(low, number(last, "L"));
+    high = std::max(high, number(last, "H"));
+    hours.removeAt(hours.size() - 1);
+  }
+  hours.append(ZAN_Value::dictionary({{"D", large(static_cast<std::uint64_t>(sample.hour))},
+                                      {"F", large(first)},
+                                      {"E", large(sample.last)},
+                                      {"L", large(low)},
+                                      {"H", large(high)}}));
+  setRecords(entry, hours);
+  entry.setValue("E", ZAN_Value::integer(static_cast<std::int64_t>(sample.last), 'q'));
+  list.append(std::move(entry));
+}
+
+void FreeSpaceHistory::cleanVolumesSurveyorList() {
+  const auto now = static_cast<std::int64_t>(std::floor(mStore.clock().now()));
+  const auto lock = mStore.files().lock(DataFolder::kVolumesInfo);
+  static_cast<void>(mStore.files().writeMadeListToFile(
+      [list = mStore.files().readListFromFile(DataFolder::kVolumesInfo),
+       more = mStore.files().readListFromFile(DataFolder::kMoreVolumesInfo),
+       recent = std::exchange(mRecent, {}), now] {
+        ZAN_Value all = list;
+        for (const Sample& sample : recent) addSurveyorData(sample, all);
+        return pruned(all, more, now);
+      },
+      DataFolder::kVolumesInfo));
 }
 
 }  // namespace corvana

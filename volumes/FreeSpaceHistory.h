@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
 
@@ -20,17 +22,15 @@ class FreeSpaceHistory {
   FreeSpaceHistory(ActionStore& store, ZAN_MountedVolumes& mounted)
       : mStore(store), mMounted(mounted) {}
 
-  /// A sample of every mounted volume that answers and is not locked.
+  /// A sample of every mounted volume that answers and is not locked. It is kept in memory and
+  /// taken into the file rarely: the history of years is long.
   void addVolumesSurveyorData();
-  /// One sample: `volume` as ZAN_MountedVolumes describes it. Its entry goes to the end.
-  void addSurveyorData(const ZAN_Value& volume, ZAN_Value& list);
   /// Drops volumes not seen for long, takes in what other programs have recorded, and keeps a
   /// record a day of what is older than 180 days, none older than five years.
   void cleanVolumesSurveyorList();
 
+  /// With the samples that are not in the file yet.
   ZAN_Value readVolumesSurveyorList();
-  /// Not synchronised.
-  void saveVolumesSurveyorList(const ZAN_Value& list);
 
   /// The hour records of an entry, oldest first; empty when there is none or they are damaged.
   static ZAN_Value records(const ZAN_Value& entry);
@@ -38,10 +38,21 @@ class FreeSpaceHistory {
   static bool isEntryOf(const ZAN_Value& entry, const ZAN_Value& volume);
 
  private:
-  bool isKept(const ZAN_Value& records, std::int64_t now) const;
+  /// What was seen of a volume within one hour.
+  struct Sample {
+    ZAN_Value volume;  ///< a `FolderDescription`
+    std::int64_t hour = 0;
+    std::uint64_t first = 0, last = 0, low = 0, high = 0;
+  };
+
+  std::optional<Sample> sampleOf(const ZAN_Value& volume) const;
+  void keep(const Sample& sample);
+  void save();
+  static void addSurveyorData(const Sample& sample, ZAN_Value& list);
 
   ActionStore& mStore;
   ZAN_MountedVolumes& mMounted;
+  std::vector<Sample> mRecent;  ///< not in the file yet, that of the latest sample last
 };
 
 }  // namespace corvana

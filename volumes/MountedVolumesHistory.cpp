@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "actions/ActionStore.h"
 #include "actions/FolderDescription.h"
@@ -28,12 +29,13 @@ bool isToBeRecorded(const ZAN_Value& list, const ZAN_Value& snapshots) {
 }  // namespace
 
 ZAN_Value MountedVolumesHistory::readSurveyMountedVolumesList() {
-  return mStore.files().readListFromFile(DataFolder::kVolumesMounted);
+  return mUnsaved ? *mUnsaved : mStore.files().readListFromFile(DataFolder::kVolumesMounted);
 }
 
-void MountedVolumesHistory::saveSurveyMountedVolumesList(const ZAN_Value& list) {
-  static_cast<void>(mStore.files().writeListToFile(list, DataFolder::kVolumesMounted,
-                                                   DataFiles::Saving::soon, false));
+/// What went wrong is in the system log.
+void MountedVolumesHistory::save() {
+  static_cast<void>(mStore.files().writeListToFile(
+      *std::exchange(mUnsaved, {}), DataFolder::kVolumesMounted, DataFiles::Saving::soon));
 }
 
 ZAN_Value MountedVolumesHistory::getSurveyMountedVolumeForData(const ZAN_Value& volume) {
@@ -58,7 +60,6 @@ void MountedVolumesHistory::updateSurveyMountedVolumes() {
     ZAN_Value description = getSurveyMountedVolumeForData(volume);
     if (!description.isNull()) list.append(std::move(description));
   }
-  const auto lock = mStore.files().lock(DataFolder::kVolumesMounted);
   ZAN_Value snapshots = readSurveyMountedVolumesList();
   if (!isToBeRecorded(list, snapshots)) return;
   const ReferenceTime now = mStore.clock().now();
@@ -69,7 +70,8 @@ void MountedVolumesHistory::updateSurveyMountedVolumes() {
     }
   }
   snapshots.append(ZAN_Value::dictionary({{"date", ZAN_Value::date(now)}, {"list", list}}));
-  saveSurveyMountedVolumesList(snapshots);
+  mUnsaved = std::move(snapshots);
+  mStore.files().writeRarely(DataFolder::kVolumesMounted, [this] { save(); });
 }
 
 }  // namespace corvana

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
@@ -20,13 +22,15 @@ class MountedVolumesHistory {
   /// locked or does not answer.
   static ZAN_Value getSurveyMountedVolumeForData(const ZAN_Value& volume);
 
+  /// With the snapshots that are not in the file yet.
   ZAN_Value readSurveyMountedVolumesList();
-  /// Not synchronised.
-  void saveSurveyMountedVolumesList(const ZAN_Value& list);
 
  private:
+  void save();
+
   ActionStore& mStore;
   ZAN_MountedVolumes& mMounted;
+  std::optional<ZAN_Value> mUnsaved;
 };
 
 }  // namespace corvana

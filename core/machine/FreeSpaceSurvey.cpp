@@ -48,7 +48,8 @@ void FreeSpaceSurvey::checkStartupDiskFreeSpace() {
   }
   m.preferences.mCheckStartupDiskFreeSpace.set(next);
   m.preferences.setPref(PreferenceKey::nextFreeSpaceCheck, next);
-  m.preferences.savePrefs(false);
+  // Whoever was warned is not to be warned again by the next agent.
+  if (next == now + kAfterWarning) m.preferences.savePrefs();
 }
 
 ReferenceTime FreeSpaceSurvey::nextCleaning() const {
@@ -60,7 +61,6 @@ void FreeSpaceSurvey::cleanVolumesInfos() {
   m.preferences.mSchedulerCleanVolumesInfos.set(next);
   mHistory.cleanVolumesSurveyorList();
   m.preferences.setPref(PreferenceKey::nextPruning, next);
-  m.preferences.savePrefs(false);
 }
 
 }  // namespace corvana

@@ -248,10 +248,10 @@ void Preferences::setPref(std::string_view key, const ZAN_Value& value) {
   mUnsaved.insert_or_assign(std::string(key), value);
 }
 
-void Preferences::savePrefs(bool synchronise) {
+void Preferences::savePrefs() {
   const auto lock = mSettings.lockSchedulerSettings();
   readCache();
-  if (mSettings.saveSchedulerSettings(*mSchedulerPrefs, synchronise)) mUnsaved.clear();
+  if (mSettings.saveSchedulerSettings(*mSchedulerPrefs)) mUnsaved.clear();
 }
 
 int Preferences::integer(std::string_view key, int builtIn) {

@@ -122,9 +122,9 @@ class Preferences {
   /// built-in default. What was set and could not be saved yet stays.
   void loadPrefs();
   /// Writes the whole cache to the settings file. The values below stay as of the last `loadPrefs`.
-  /// What is saved by the clock need not be synchronised, so that the disk of an idle machine may
-  /// sleep. A failure is logged by the store, and the next save tries again.
-  void savePrefs(bool synchronise = true);
+  /// Not for a date that the clock alone moves: that goes with the next save, at the latest when
+  /// the agent ends. A failure is logged by the store, and the next save tries again.
+  void savePrefs();
 
   /// 16 bytes of the shortcut; all zero without one.
   KeyMap keysForShortcut();

@@ -29,6 +29,7 @@ Records::Records(const Platform& given)
                siblingWatch.isMainAppLaunched()),
       messages(platform, changes, state.deadlines, preferences, log, store.texts(), strings),
       tree(store.tree(), given.clock, given.systemLog, texts) {
+  store.files().keepForLater(runLoop);
   runLoop.onPerformed = [this] { changes.touch(); };
   state.deadlines.onSet = [this] { changes.touch(); };
   survey.onUpdated = [this] { changes.note(Change::survey); };

@@ -15,9 +15,6 @@ namespace {
 
 /// So late a look is still the one that was to come.
 constexpr double kOnTime = 5.0;
-/// A look that is remembered may be so old: what ran since is known from the
-/// actions themselves.
-constexpr double kSavingInterval = 300.0;
 
 }  // namespace
 
@@ -60,13 +57,16 @@ bool MissedRuns::wasMissed(const ProgrammedAction& action, const StartVerdict& v
 }
 
 void MissedRuns::end() {
-  const bool isOther = !mLast || mLast->active != mThis.active || mLast->context != mThis.context ||
-                       mWaiting != mStillWaiting;
+  const bool isOther = !mLast || mIsGap || mLast->active != mThis.active ||
+                       mLast->context != mThis.context || mWaiting != mStillWaiting;
   mThis.next = std::max(mThis.at, m.state.mNextCheck.at());
   mLast = mThis;
   mWaiting = std::exchange(mStillWaiting, {});
   mCalendar.reset();
-  if (isOther || mThis.at >= mSavedAt + kSavingInterval || mThis.at < mSavedAt) save();
+  if (isOther)
+    save();
+  else
+    m.store.files().writeRarely(DataFolder::kLastLook, [this] { save(); });
 }
 
 void MissedRuns::read() {
@@ -85,18 +85,16 @@ void MissedRuns::read() {
 }
 
 void MissedRuns::save() {
-  mSavedAt = mThis.at;
   ZAN_Value missed = ZAN_Value::array();
   for (const auto& [ref, date] : mWaiting)
     missed.append(ZAN_Value::dictionary({{"Ref", ref}, {"Date", ZAN_Value::date(date)}}));
-  // By the clock: disks may sleep.
   (void)m.store.files().writeObjectToFile(
       ZAN_Value::dictionary({{"Date", ZAN_Value::date(mLast->at)},
                              {"Next", ZAN_Value::date(mLast->next)},
                              {"Active", mLast->active ? 1 : 0},
                              {"Context", static_cast<std::int64_t>(mLast->context)},
                              {"Missed", missed}}),
-      DataFolder::kLastLook, false, DataFiles::Saving::soon);
+      DataFolder::kLastLook, DataFiles::Saving::soon);
 }
 
 }  // namespace corvana

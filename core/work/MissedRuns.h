@@ -60,7 +60,6 @@ class MissedRuns {
   bool mIsGap = false;  ///< nobody looked from the last one to this one
   Dates mWaiting;       ///< missed, by reference; their hours are to come
   Dates mStillWaiting;  ///< as the evaluation under way finds it
-  ReferenceTime mSavedAt = 0;
 };
 
 }  // namespace corvana

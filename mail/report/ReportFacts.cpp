@@ -317,6 +317,7 @@ void ReportGatherer::takeIfOverdue(const ProgrammedAction& action, double period
 
 void ReportGatherer::takeDisks(ReportFacts& facts) const {
   const ReferenceTime now = facts.period.until;
+  m.store.files().writeKept();
   const ZAN_Value list = m.store.files().readListFromFile(DataFolder::kVolumesInfo);
   for (const ZAN_Value& entry : list.elements()) {
     const FolderDescription described(entry);

@@ -188,18 +188,41 @@ TEST_F(Activity, ProcessesAreNotedWhenTheyChange) {
   EXPECT_EQ(bounded.at(bounded.size() - 1).string("pid"), "5,31");
 }
 
-TEST_F(Activity, AnIdleAgentDoesNotWakeTheDisk) {
-  int synchronised = 0;
+TEST_F(Activity, WhatTheClockAloneAddsIsWrittenRarelyAndNothingOfItIsForgotten) {
+  int written = 0;
   ActionStore quiet(machine.clock, machine.machine, machine.systemLog,
                     [&](ZAN_FileWriter::Step step, const std::string&) {
-                      synchronised += step == ZAN_FileWriter::Step::synchronise ||
-                                      step == ZAN_FileWriter::Step::synchroniseFolder;
+                      written += step == ZAN_FileWriter::Step::rename;
                       return 0;
                     });
-  quiet.activity().saveActivity({}, false, false, {}, {});
-  EXPECT_EQ(synchronised, 0);
-  ASSERT_TRUE(quiet.tree().saveActionsTree(ZAN_Value::array()));
-  EXPECT_EQ(synchronised, 2);
+  quiet.files().keepForLater(machine.runLoop);
+  const auto minutes = [&](int count) {
+    for (int minute = 0; minute < count; ++minute) {
+      quiet.activity().saveActivity({}, false, false, {}, {});
+      machine.runLoop.runFor(60);
+    }
+  };
+  const auto stored = [&] {
+    std::size_t count = 0;
+    const ZAN_Value minutes = set("SchedulerActivity");
+    for (const auto& range : minutes.ranges()) count += range.length;
+    return count;
+  };
+  minutes(29);
+  EXPECT_EQ(written, 0);
+  minutes(2);
+  EXPECT_EQ(written, 1) << "after half an hour";
+  EXPECT_EQ(stored(), 30U);
+  minutes(4);
+  EXPECT_EQ(written, 1);
+  quiet.finishSaving();
+  EXPECT_EQ(stored(), 35U) << "at the end";
+  minutes(1);
+  quiet.activity().saveActivity(0, false, true, {}, {});
+  EXPECT_EQ(stored(), 37U) << "what has happened is written at once, and the rest with it";
+  const int before = written;
+  minutes(31);
+  EXPECT_EQ(written, before + 1);
 }
 
 }  // namespace

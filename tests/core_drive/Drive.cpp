@@ -103,7 +103,10 @@ std::map<std::string, std::string> Drive::values() {
     values["next"] = next();
     values["reply"] = agent->supervisor().executeReply();
   }
-  take("stored ", store().settings().schedulerSettings());
+  ZAN_Value stored = store().settings().schedulerSettings();
+  // The clock moves it, and it goes with whatever is saved next.
+  stored.removeKey(PreferenceKey::nextFreeSpaceCheck);
+  take("stored ", stored);
   values["icon"] = !ui.statusItem  ? "none"
                    : ui.statusIcon ? kIcons[static_cast<int>(ui.statusIcon->first)]
                    : ui.countDown  ? "count-down " + std::to_string(ui.countDown->first)

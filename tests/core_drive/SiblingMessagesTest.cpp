@@ -126,7 +126,7 @@ TEST(SiblingMessages, TellOfTheStartOnceTheMainApplicationIsThere) {
       story.text,
       "-- started: main ReturnCVASchedulerStatus {SchedulerStatus=1}; main "
       "ReturnCVASchedulerStatus {SchedulerStatus=1}; icon: normal; nextCheck: 12:10:01; opacity: "
-      "80; stored SchedulerPrefCheckStartupHDFreeSpace: 725886300.25; title: Next: Photos at 6:00 "
+      "80; title: Next: Photos at 6:00 "
       "PM; windows:  floatingIcon\n"
       "-- the main application goes: \n"
       "-- turned off meanwhile: enabled: 0; icon: disabled; message: Automatic execution was "

@@ -80,7 +80,7 @@ TEST_F(Histories, PruningKeepsADayOfWhatIsOldAndTurnsTheOrderRound) {
                         volume("once", at(16, 1)), volume("gone", at(91, 50)), volume("empty", {}),
                         volume("old", {before(1831), dayBegin + 3600, dayBegin + 7200, before(10),
                                        before(-1), before(-3)})});
-  history.saveVolumesSurveyorList(list);
+  ASSERT_TRUE(day.store().files().writeListToFile(list, DataFolder::kVolumesInfo));
   ASSERT_TRUE(day.store().files().writeListToFile(
       ZAN_Value::array({volume("old", {before(10), before(5)})}),
       "Corvana 9 Volumes Info+.cva9data"));
@@ -107,7 +107,7 @@ TEST_F(Histories, SnapshotsOfWhatIsMountedFollowTheirOddRule) {
         {{"date", ZAN_Value::date(day.machine.clock.now() - (i < 10 ? 1'296'001 : 1'296'000))},
          {"list", other}}));
   }
-  snapshots.saveSurveyMountedVolumesList(list);
+  ASSERT_TRUE(day.store().files().writeListToFile(list, DataFolder::kVolumesMounted));
   snapshots.updateSurveyMountedVolumes();
   EXPECT_EQ(snapshots.readSurveyMountedVolumesList().size(), 31U)
       << "as many volumes, and each another: nothing is recorded";
