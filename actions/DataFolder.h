@@ -24,6 +24,7 @@ class DataFolder {
   static constexpr std::string_view kSchedulerSettings = "Corvana 9 Scheduler Settings.cva9data";
   /// The occasions of the agent's queue, the head included, and what became of their begin.
   static constexpr std::string_view kOccasions = "Corvana 9 Scheduler Occasions.cva9data";
+  static constexpr std::string_view kPaired = "Corvana 9 Scheduler Paired.cva9data";
   /// Locked by the one agent of this folder.
   static constexpr std::string_view kInstanceLock = ".Corvana 9 Scheduler.lock";
   static constexpr std::string_view kActivity = "Corvana 9 Activity.cva9data";

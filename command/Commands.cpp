@@ -168,6 +168,13 @@ constexpr std::array kCommands{
         "  --port N               where they connect, for firewalls; 0 for any port\n"
         "  --hide-titles, --show-titles   whether the network sees the actions\n",
         remoteCommand},
+    Command{"pair", "NAME | --accept | --list | --forget NAME [--json]",
+            "have two machines know each other, so that no password is needed",
+            "Begin with --accept on one machine, then name it on the other. Both show six digits:\n"
+            "only when they are equal say yes on both.\n"
+            "  --list     who is paired with this machine\n"
+            "  --forget   let that machine control this one no longer, and the other way round\n",
+            pairCommand},
     Command{"report", "[--date YYYY-MM-DD | --preview [--html FILE] | --mail | --status] [--json]",
             "show the report of a day, or the mail that tells of it",
             "Without a date, that of today.\n"

@@ -97,6 +97,7 @@ Answer reportCommand(Arguments& arguments, const Console& console);
 Answer volumesCommand(Arguments& arguments, const Console& console);
 Answer peersCommand(Arguments& arguments, const Console& console);
 Answer peerCommand(Arguments& arguments, const Console& console);
+Answer pairCommand(Arguments& arguments, const Console& console);
 Answer remoteCommand(Arguments& arguments, const Console& console);
 Answer mailCommand(Arguments& arguments, const Console& console);
 

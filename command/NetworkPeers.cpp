@@ -192,22 +192,17 @@ Outcome NetworkPeers::send(const NetworkPeer& peer, const RemoteCommand& command
 }
 
 Outcome NetworkPeers::sendProven(const NetworkPeer& peer, const RemoteCommand& command,
-                                 const std::string& password, const std::string& sender) {
+                                 const ControlKey& key, const std::string& sender) {
   using Word = CommandReply::Word;
   const std::string name = printable(peer.name.machine);
-  const auto key = ControlKey::of(password, peer.name.identifier);
-  if (!key)
-    return Error{ErrorKind::refused, name + (password.empty() ? ": it wants a password"
-                                                              : ": there is not enough "
-                                                                "memory for the proof")};
   // Counting on by the clock needs no memory of the last time; where the clock was set back the
   // other machine says how far it is.
   CommandProof proof{
       peer.challenge, sender, static_cast<std::int64_t>(SystemClock().now() * 1'000'000), {}};
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-    const auto heard = conversation(peer, command.encode(*key, proof));
+    const auto heard = conversation(peer, command.encode(key, proof));
     if (!heard) return heard.error();
-    const auto reply = CommandReply::decode(std::as_bytes(std::span(*heard)), proof, *key);
+    const auto reply = CommandReply::decode(std::as_bytes(std::span(*heard)), proof, key);
     if (!reply)
       return Error{ErrorKind::unavailable,
                    name +
@@ -217,7 +212,8 @@ Outcome NetworkPeers::sendProven(const NetworkPeer& peer, const RemoteCommand& c
       case Word::done:
         return {};
       case Word::wrongPassword:
-        return Error{ErrorKind::refused, name + ": the password is wrong"};
+        return Error{ErrorKind::refused,
+                     name + ": the password is wrong, or it does not know this machine any more"};
       case Word::newChallenge:
         proof.challenge = reply->challenge;
         break;

@@ -40,10 +40,10 @@ class NetworkPeers {
   bool waitFor(const std::function<bool(const NetworkPeer&)>& condition, double seconds);
   /// Sends it a command. Nobody answers those: it is done when the other machine has taken it.
   static Outcome send(const NetworkPeer& peer, const RemoteCommand& command);
-  /// Sends it a command with a proof of the password, in the name of this machine's `sender`, and
-  /// waits for the answer: it is done when the other machine says that it was carried out.
+  /// Sends it a command with a proof by that key, in the name of this machine's `sender`, and waits
+  /// for the answer: it is done when the other machine says that it was carried out.
   static Outcome sendProven(const NetworkPeer& peer, const RemoteCommand& command,
-                            const std::string& password, const std::string& sender);
+                            const ControlKey& key, const std::string& sender);
 
  private:
   class Search;

@@ -9,10 +9,10 @@
 #include <optional>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
-#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
 #include "command/NetworkPeers.h"
+#include "remote/Pairing.h"
 #include "remote/UtilsCommon.h"
 
 namespace corvana {
@@ -93,10 +93,35 @@ Result<std::string> passwordFor(const NetworkPeer& peer, const std::optional<std
   return password;
 }
 
-/// Who counts the commands.
-std::string senderOf(const Machine& machine) {
-  const std::string sender = machine.machineIdentifier() + "/" + machine.loginName();
-  return std::string(beginningOfBytes(sender, CommandProof::kMostBytesOfName));
+/// What proves the command there: what was agreed on with a paired machine, else the password.
+Result<ControlKey> keyFor(const NetworkPeer& peer, CommandHome& home,
+                          const std::optional<std::string>& passwordFile) {
+  if (home.isThere() && !passwordFile) {
+    for (const PairedMachine& one : PairedMachines(home.store()).all())
+      if (one.machine.identifier == peer.name.identifier && one.machine.user == peer.name.user)
+        return one.toControl;
+  }
+  const auto password = passwordFor(peer, passwordFile);
+  if (!password) return password.error();
+  const auto key = ControlKey::of(*password, peer.name.identifier);
+  if (key) return *key;
+  return Error{ErrorKind::refused,
+               printable(peer.name.machine) + (password->empty()
+                                                   ? ": it wants a password"
+                                                   : ": there is not enough memory for the proof")};
+}
+
+/// Commands of both kinds of machines.
+Outcome sendTo(const NetworkPeer& peer, const RemoteCommand& command, CommandHome& home,
+               const std::optional<std::string>& passwordFile) {
+  if (peer.challenge.empty()) {
+    const auto password = passwordFor(peer, passwordFile);
+    return password ? NetworkPeers::send(peer, command) : Outcome(password.error());
+  }
+  const auto key = keyFor(peer, home, passwordFile);
+  if (!key) return key.error();
+  return NetworkPeers::sendProven(peer, command, *key,
+                                  MachineIdentity::of(home.machine()).sender());
 }
 
 struct Wish {
@@ -188,13 +213,8 @@ Answer peerCommand(Arguments& arguments, const Console& console) {
   const std::string name = printable(peer->name.machine);
   if (peer->name.locked)
     return Error{ErrorKind::refused, name + ": it does not let itself be controlled"};
-  const auto password = passwordFor(*peer, passwordFile);
-  if (!password) return password.error();
   tellUnknown(wish->command, *peer, console);
-  const Outcome sent =
-      peer->challenge.empty()
-          ? NetworkPeers::send(*peer, wish->command)
-          : NetworkPeers::sendProven(*peer, wish->command, *password, senderOf(home.machine()));
+  const Outcome sent = sendTo(*peer, wish->command, home, passwordFile);
   if (!sent) return sent.error();
   if (wish->active) {
     const auto follows = [&](const NetworkPeer& other) {

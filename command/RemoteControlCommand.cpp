@@ -28,7 +28,7 @@ constexpr std::string_view kLines =
     "{on!Other machines cannot control this one.\n}"
     "{on?Other machines of the network see this one as {name}.\n"
     "{proven?They have to prove the password with each command{password!, and there is none yet: "
-    "corvana9 remote --on asks for it}.\n"
+    "corvana9 remote --on asks for it, and paired machines need none}.\n"
     "Permitted: {permits}\n}"
     "{proven!UNPROVEN: anybody on the network may run actions, switch the schedule off and show "
     "messages here.\ncorvana9 remote --on makes it safe.\n}"

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "remote/LaunchableActions.h"
+#include "remote/Pairing.h"
 #include "remote/RemoteCommand.h"
 #include "remote/ServiceName.h"
 #include "remote/UtilsCommon.h"
@@ -25,6 +26,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const CommandProof proof{checker.challenge(), "fuzzer", 1, {}};
     const auto reply = CommandReply::decode(std::as_bytes(std::span(data, size)), proof, *key);
     if (reply && reply->word != CommandReply::Word::wrongPassword) std::abort();
+  }
+  const auto message = std::as_bytes(std::span(data, size));
+  for (const auto role : {Pairing::Role::asking, Pairing::Role::accepting}) {
+    Pairing side(role, {"fuzzer", "f022e4", 1});
+    if (side.receive(message)) static_cast<void>(side.receive(message));
+    if (side.paired()) std::abort();
   }
   if (const auto name = ServiceName::parse(text)) {
     // Room for the rest is certain for identifiers as this program makes them.

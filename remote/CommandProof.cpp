@@ -58,6 +58,13 @@ std::optional<ControlKey> ControlKey::of(std::string_view password, std::string_
   return key;
 }
 
+std::optional<ControlKey> ControlKey::from(std::span<const std::byte> bytes) {
+  ControlKey key;
+  if (bytes.size() != key.mBytes.size()) return std::nullopt;
+  std::ranges::copy(bytes, key.mBytes.begin());
+  return key;
+}
+
 ProofCode ControlKey::codeOf(std::span<const std::byte> bytes) const {
   ProofCode code{};
   crypto_auth_hmacsha256(raw(code.data()), raw(bytes.data()), bytes.size(), raw(mBytes.data()));
@@ -88,12 +95,12 @@ std::vector<std::byte> CommandReply::covered(const CommandProof& proof) const {
 }
 
 std::vector<std::byte> CommandReply::encode(CommandReply reply, const CommandProof& proof,
-                                            const ControlKey& key) {
+                                            const std::optional<ControlKey>& key) {
+  if (!key) reply = {Word::wrongPassword, {}, 0, {}};
   ZAN_Value value = ZAN_Value::dictionary({{kReply, static_cast<int>(reply.word)},
                                            {kChallenge, reply.challenge},
                                            {kCounter, reply.counter}});
-  if (reply.word != Word::wrongPassword)
-    value.setValue(kCode, ZAN_Value::data(key.codeOf(reply.covered(proof))));
+  if (key) value.setValue(kCode, ZAN_Value::data(key->codeOf(reply.covered(proof))));
   return ZAN_Archiver::archivedDataWithRootObject(value);
 }
 
@@ -126,9 +133,17 @@ void ProofChecker::renew() {
   mCounters.clear();
 }
 
+std::optional<ControlKey> ProofChecker::keyOf(const CommandProof& proof,
+                                              std::span<const std::byte> command) const {
+  const auto covered = proof.covered(command);
+  const auto paired = mPaired.find(proof.sender);
+  if (paired != mPaired.end() && paired->second.made(proof.code, covered)) return paired->second;
+  return mForAll && mForAll->made(proof.code, covered) ? mForAll : std::nullopt;
+}
+
 ProofChecker::Verdict ProofChecker::check(const CommandProof& proof,
                                           std::span<const std::byte> command) {
-  if (!mKey.made(proof.code, proof.covered(command))) return Verdict::wrong;
+  if (!keyOf(proof, command)) return Verdict::wrong;
   if (proof.challenge != mChallenge) return Verdict::staleChallenge;
   const auto known = mCounters.find(proof.sender);
   if (known != mCounters.end()) {

@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace corvana {
@@ -21,6 +22,10 @@ class ControlKey {
   /// one password gives every machine another key. It takes a tenth of a second and 64 MB: not for
   /// the main thread. Nothing for an empty password, or where that memory cannot be had.
   static std::optional<ControlKey> of(std::string_view password, std::string_view machine);
+
+  /// A key that two machines agreed on: 32 bytes, nothing for another number.
+  static std::optional<ControlKey> from(std::span<const std::byte> bytes);
+  std::span<const std::byte> bytes() const { return mBytes; }
 
   /// HMAC-SHA-256 of the bytes.
   ProofCode codeOf(std::span<const std::byte> bytes) const;
@@ -62,9 +67,10 @@ struct CommandReply {
   std::int64_t counter = 0;
   ProofCode code{};
 
-  /// The reply to the command with that proof, as bytes to send.
+  /// The reply to the command with that proof, as bytes to send. Without the key that made the
+  /// proof there is nothing to say but that the password is wrong.
   static std::vector<std::byte> encode(CommandReply reply, const CommandProof& proof,
-                                       const ControlKey& key);
+                                       const std::optional<ControlKey>& key);
   /// Reads bytes that need not be trusted. Nothing unless it is a reply that this key made for this
   /// command, or says that the password is wrong.
   static std::optional<CommandReply> decode(std::span<const std::byte> data,
@@ -79,9 +85,11 @@ class ProofChecker {
  public:
   enum class Verdict { proven, wrong, staleChallenge, counterTooLow };
 
-  explicit ProofChecker(const ControlKey& key) : mKey(key) { renew(); }
+  /// `forAll` proves commands of everybody, if there is such a key.
+  explicit ProofChecker(std::optional<ControlKey> forAll) : mForAll(std::move(forAll)) { renew(); }
 
-  const ControlKey& key() const { return mKey; }
+  /// From now on each of these keys proves commands of the sender under whose name it stands.
+  void setPaired(std::map<std::string, ControlKey> keys) { mPaired = std::move(keys); }
   /// 32 hexadecimal digits that nobody can foresee.
   const std::string& challenge() const { return mChallenge; }
   /// From now on there is another challenge, and nothing proves anything that was made for the one
@@ -90,11 +98,15 @@ class ProofChecker {
 
   /// Looks at the code first, so that the other verdicts are only for those who know the password.
   Verdict check(const CommandProof& proof, std::span<const std::byte> command);
+  /// The key that made the code, to answer with; nothing when none of those known did.
+  std::optional<ControlKey> keyOf(const CommandProof& proof,
+                                  std::span<const std::byte> command) const;
   /// The counter of the last proven command of a sender.
   std::int64_t lastCounter(const std::string& sender) const;
 
  private:
-  ControlKey mKey;
+  std::optional<ControlKey> mForAll;
+  std::map<std::string, ControlKey> mPaired;
   std::string mChallenge;
   std::map<std::string, std::int64_t> mCounters;  ///< by sender, for this challenge
 };

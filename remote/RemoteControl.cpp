@@ -1,6 +1,7 @@
 #include "remote/RemoteControl.h"
 
 #include <algorithm>
+#include <map>
 #include <random>
 #include <utility>
 #include <variant>
@@ -42,6 +43,7 @@ std::uint32_t decoyCode() {
 RemoteControl::RemoteControl(Records& records, SchedulerCommands& commands)
     : m(records),
       mCommander(commands),
+      mPaired(records.store),
       mDecoyCode(decoyCode()),
       mAddresses(kCommandsOfOne, kCommandsOfStrangers),
       mControllers(kCommandsOfOne, kCommandsOfStrangers),
@@ -113,7 +115,7 @@ void RemoteControl::publish() {
     m.platform.systemLog.write(word + ": not an address that may control this machine");
   if (m.preferences.mRemoteProvenOnly) return publishProven();
   mChecker.reset();
-  mPassword.clear();
+  mKey.reset();
   publish(UtilsCommon::getPasswordCode(m.preferences.mRemoteControlPassword), {});
 }
 
@@ -129,15 +131,19 @@ void RemoteControl::publish(std::uint32_t passwordCode, RemoteControlClient::Exp
 
 void RemoteControl::publishProven() {
   const std::string& password = m.preferences.mRemoteControlPassword;
-  if (password.empty()) {
+  const bool knowsMachines = !mPaired.all().empty();
+  mChecker.reset();
+  if (password.empty() && !knowsMachines) {
     mClient.reset();
     if (!std::exchange(mToldWithoutPassword, true))
       m.log.addSchedulerLog(LogCode::message, m.texts.text("RemoteControlWithoutPassword"));
     return;
   }
   mToldWithoutPassword = false;
-  if (!mChecker || mPassword != password) return computeKey();
-  mChecker->renew();
+  if (password.empty()) mKey.reset();
+  if (!password.empty() && (!mKey || mPassword != password)) return computeKey();
+  mChecker.emplace(mKey);
+  takePaired();
   std::string permits;
   const auto add = [&](bool permitted, const char* word) {
     if (permitted) permits += (permits.empty() ? "" : ",") + std::string(word);
@@ -149,8 +155,15 @@ void RemoteControl::publishProven() {
                         std::string(kPermitsText) + permits}});
 }
 
+void RemoteControl::takePaired() {
+  std::map<std::string, ControlKey> keys;
+  for (const PairedMachine& one : mPaired.all())
+    keys.emplace(one.machine.sender(), one.toBeControlled);
+  mChecker->setPaired(std::move(keys));
+}
+
 void RemoteControl::computeKey() {
-  mChecker.reset();
+  mKey.reset();
   const std::string password = m.preferences.mRemoteControlPassword;
   if (std::exchange(mComputesFor, password) == password) return;
   m.platform.runLoop.detachThread("RemoteControlKey",
@@ -170,7 +183,7 @@ void RemoteControl::keyIsThere(const std::string& password, const std::optional<
     m.log.addSchedulerLog(LogCode::message, m.texts.text("RemoteControlWithoutKey"));
     return;
   }
-  mChecker.emplace(*key);
+  mKey = key;
   mPassword = password;
   if (mClient) publish();
 }
@@ -212,7 +225,10 @@ std::vector<std::byte> RemoteControl::answerProof(const std::string& address,
     tellOnce(mUnproven, "RemoteControlUnproven", address);
     return {};
   }
+  // A machine that was forgotten by the command may do nothing from that moment on.
+  if (mPaired.haveChanged()) takePaired();
   const CommandProof& proof = *command.proof;
+  const auto key = mChecker->keyOf(proof, command.proven);
   CommandReply reply;
   switch (mChecker->check(proof, command.proven)) {
     case Verdict::wrong:
@@ -240,7 +256,7 @@ std::vector<std::byte> RemoteControl::answerProof(const std::string& address,
       }
       break;
   }
-  return CommandReply::encode(reply, proof, mChecker->key());
+  return CommandReply::encode(reply, proof, key);
 }
 
 bool RemoteControl::permits(const RemoteCommand& command) const {

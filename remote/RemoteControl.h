@@ -15,6 +15,7 @@
 #include "remote/Allowance.h"
 #include "remote/AllowedAddresses.h"
 #include "remote/CommandProof.h"
+#include "remote/Pairing.h"
 #include "remote/RemoteCommand.h"
 #include "remote/RemoteControlClient.h"
 
@@ -40,7 +41,7 @@ class RemoteControl {
   /// Publishes this machine, or takes it back, as the preferences want it. What was published
   /// before is taken back first; then the new name follows a quarter of a second later. Where
   /// proofs are wanted there is nothing to see before their key was computed, nor without a
-  /// password.
+  /// password or a paired machine.
   void publishRemoteControl();
   /// Does what another machine wants, if it may; anything that is no command is ignored. Gives what
   /// is answered.
@@ -56,6 +57,7 @@ class RemoteControl {
   void publish();
   void publish(std::uint32_t passwordCode, RemoteControlClient::Exposure exposure);
   void publishProven();
+  void takePaired();
   void computeKey();
   void keyIsThere(const std::string& password, const std::optional<ControlKey>& key);
   void takeBack();
@@ -79,7 +81,9 @@ class RemoteControl {
   RunLoop::TimerId mPublication = 0;  ///< not 0: it is published then
   AllowedAddresses mAllowed;
   std::size_t mToldLeftOut = 0;
-  std::optional<ProofChecker> mChecker;  ///< of the password below
+  PairedMachines mPaired;
+  std::optional<ProofChecker> mChecker;  ///< nothing: no command can be proven
+  std::optional<ControlKey> mKey;        ///< of the password below
   std::string mPassword;
   std::string mComputesFor;  ///< the password whose key is being computed; empty: none
   bool mToldWithoutPassword = false;

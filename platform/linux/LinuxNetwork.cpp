@@ -77,6 +77,9 @@ SocketStream::SocketStream(const std::string& host, std::int64_t port, Network::
   tryNextAddress(reason);
 }
 
+SocketStream::SocketStream(ZAN_Descriptor connected)
+    : mSocket(std::move(connected)), mOpened(true) {}
+
 void SocketStream::tryNextAddress(const std::string& reason) {
   std::string last = reason;
   while (!mAddresses.empty()) {
@@ -229,6 +232,43 @@ struct AnyAddress {
   }
 };
 
+struct Listening {
+  ZAN_Descriptor socket;
+  std::uint16_t port = 0;
+};
+
+/// `bytes` bounds what piles up in the system of a connection that nobody reads.
+Result<Listening> listeningSocket(int family, std::uint16_t port, int backlog, int bytes) {
+  Listening opened;
+  opened.socket = ZAN_Descriptor(socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const int descriptor = opened.socket.get();
+  const int no = 0;
+  if (!opened.socket || (family == AF_INET6 &&
+                         setsockopt(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, &no, sizeof no) != 0))
+    return errorOf(ErrorKind::unavailable, "cannot be made");
+  const int yes = 1;
+  // A port of one's own is to be had again right after a restart.
+  if (port != 0) setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  // The connections inherit it.
+  setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+  AnyAddress address = AnyAddress::wildcard(family, port);
+  if (bind(descriptor, address.raw(), address.size) != 0)
+    return errorOf(errno == EADDRNOTAVAIL ? ErrorKind::unavailable : ErrorKind::refused,
+                   "cannot be bound");
+  if (getsockname(descriptor, address.raw(), &address.size) != 0)
+    return errorOf(ErrorKind::refused, "its port cannot be read");
+  if (::listen(descriptor, backlog) != 0) return errorOf(ErrorKind::unavailable, "cannot listen");
+  opened.port = address.port();
+  return opened;
+}
+
+Result<Listening> listeningSocket(std::uint16_t port, int backlog, int bytes) {
+  auto both = listeningSocket(AF_INET6, port, backlog, bytes);
+  // A machine may have IPv6 switched off.
+  if (both || both.error().kind == ErrorKind::refused) return both;
+  return listeningSocket(AF_INET, port, backlog, bytes);
+}
+
 class LinuxServerSocket final : public ServerSocket {
  public:
   LinuxServerSocket(RunLoop& runLoop, DescriptorWatch& watch, const ServerSockets::Limits& limits,
@@ -242,39 +282,17 @@ class LinuxServerSocket final : public ServerSocket {
   }
 
   Outcome open(std::uint16_t port) {
-    const Outcome both = open(AF_INET6, port);
-    // A machine may have IPv6 switched off.
-    return both || both.error().kind == ErrorKind::refused ? both : open(AF_INET, port);
+    auto opened = listeningSocket(port, mLimits.backlog, static_cast<int>(mLimits.bytes));
+    if (!opened) return opened.error();
+    mSocket = std::move(opened->socket);
+    mPort = opened->port;
+    startAccepting();
+    return {};
   }
 
   std::uint16_t port() const override { return mPort; }
 
  private:
-  Outcome open(int family, std::uint16_t port) {
-    mSocket = ZAN_Descriptor(socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const int no = 0;
-    if (!mSocket || (family == AF_INET6 &&
-                     setsockopt(mSocket.get(), IPPROTO_IPV6, IPV6_V6ONLY, &no, sizeof no) != 0))
-      return errorOf(ErrorKind::unavailable, "cannot be made");
-    const int yes = 1;
-    // A port of one's own is to be had again right after a restart.
-    if (port != 0) setsockopt(mSocket.get(), SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    // The connections inherit it; what nobody reads is not to pile up in the system either.
-    const int buffer = static_cast<int>(mLimits.bytes);
-    setsockopt(mSocket.get(), SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);
-    AnyAddress address = AnyAddress::wildcard(family, port);
-    if (bind(mSocket.get(), address.raw(), address.size) != 0)
-      return errorOf(errno == EADDRNOTAVAIL ? ErrorKind::unavailable : ErrorKind::refused,
-                     "cannot be bound");
-    if (getsockname(mSocket.get(), address.raw(), &address.size) != 0)
-      return errorOf(ErrorKind::refused, "its port cannot be read");
-    if (::listen(mSocket.get(), mLimits.backlog) != 0)
-      return errorOf(ErrorKind::unavailable, "cannot listen");
-    mPort = address.port();
-    startAccepting();
-    return {};
-  }
-
   struct Connection {
     ZAN_Descriptor socket;
     std::string address;
@@ -409,6 +427,25 @@ Result<std::unique_ptr<ServerSocket>> LinuxServerSockets::listen(std::uint16_t p
   auto socket = std::make_unique<LinuxServerSocket>(mRunLoop, mWatch, limits, std::move(events));
   if (const Outcome opened = socket->open(port); !opened) return opened.error();
   return std::unique_ptr<ServerSocket>(std::move(socket));
+}
+
+Result<StreamListener> StreamListener::open() {
+  constexpr int kBytes = 65536;
+  auto opened = listeningSocket(0, 1, kBytes);
+  if (!opened) return opened.error();
+  StreamListener listener;
+  listener.mSocket = std::move(opened->socket);
+  listener.mPort = opened->port;
+  return listener;
+}
+
+std::unique_ptr<StreamConnection> StreamListener::accept(std::string& from) {
+  AnyAddress address;
+  ZAN_Descriptor accepted(
+      accept4(mSocket.get(), address.raw(), &address.size, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!accepted) return nullptr;
+  from = address.text();
+  return std::make_unique<SocketStream>(std::move(accepted));
 }
 
 }  // namespace corvana

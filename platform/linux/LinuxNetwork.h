@@ -1,6 +1,8 @@
 #pragma once
 
 #include <deque>
+#include <memory>
+#include <string>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/Network.h"
@@ -14,6 +16,8 @@ class SocketStream final : public StreamConnection {
  public:
   /// Begins to connect; see Network::connect.
   SocketStream(const std::string& host, std::int64_t port, Network::Family family);
+  /// Over a connection that another machine has opened.
+  explicit SocketStream(ZAN_Descriptor connected);
 
   Event wait(double seconds, bool wantsSpace) override;
   std::string read(std::size_t limit) override;
@@ -56,6 +60,24 @@ class LinuxNetwork final : public Network {
   bool resolves(const std::string& host) override;
   std::unique_ptr<StreamConnection> connect(const std::string& host, std::int64_t port,
                                             Family family) override;
+};
+
+/// Takes streams from other machines one by one, for a program that does nothing else meanwhile.
+class StreamListener {
+ public:
+  /// On any address, at a port that the system picks.
+  static Result<StreamListener> open();
+
+  std::uint16_t port() const { return mPort; }
+  /// Readable when somebody waits.
+  int descriptor() const { return mSocket.get(); }
+  /// Whoever waits, with the address in `from`; null when nobody does any more.
+  std::unique_ptr<StreamConnection> accept(std::string& from);
+
+ private:
+  StreamListener() = default;
+  ZAN_Descriptor mSocket;
+  std::uint16_t mPort = 0;
 };
 
 /// Listening sockets of the system, served from the main loop without ever waiting.

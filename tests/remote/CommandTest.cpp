@@ -3,6 +3,7 @@
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "remote/Pairing.h"
 #include "remote/RemoteCommand.h"
 
 namespace corvana {
@@ -173,7 +174,7 @@ TEST_F(CommandProofTest, ARepliesProofIsForThisCommandAlone) {
   auto other = proof(6);
   static_cast<void>(command.encode(key(), other));
   const CommandReply reply{CommandReply::Word::counterTooLow, "", 41, {}};
-  auto data = CommandReply::encode(reply, made, key());
+  auto data = CommandReply::encode(reply, made, std::optional(key()));
   ASSERT_TRUE(CommandReply::decode(data, made, key()));
   EXPECT_EQ(CommandReply::decode(data, made, key())->counter, 41);
   EXPECT_FALSE(CommandReply::decode(data, other, key()));
@@ -187,6 +188,81 @@ TEST_F(CommandProofTest, ARepliesProofIsForThisCommandAlone) {
     }
   }
   EXPECT_FALSE(CommandReply::decode({}, made, key()));
+}
+
+struct PairingTest : testing::Test {
+  using Role = Pairing::Role;
+  Pairing anna{Role::asking, {"anna", "a11a", 501}};
+  Pairing berta{Role::accepting, {"berta", "be27a", 502}};
+
+  static std::vector<std::byte> heard(Pairing& side, const std::vector<std::byte>& message) {
+    const auto answer = side.receive(message);
+    EXPECT_TRUE(answer);
+    return answer.valueOr({});
+  }
+};
+
+TEST_F(PairingTest, BothShowTheSameDigitsAndKnowTheSameKeys) {
+  heard(berta, heard(anna, heard(berta, anna.begin())));
+  ASSERT_TRUE(anna.digits());
+  EXPECT_EQ(anna.digits()->size(), 6U);
+  EXPECT_EQ(anna.digits(), berta.digits());
+  EXPECT_EQ(anna.other().sender(), "be27a/502");
+  EXPECT_FALSE(anna.paired());
+  const auto yes = anna.confirm();
+  EXPECT_FALSE(anna.paired()) << "the other user has not said yes";
+  EXPECT_FALSE(anna.receive(yes)) << "its own yes, mirrored";
+  heard(berta, yes);
+  EXPECT_FALSE(berta.paired());
+  heard(anna, berta.confirm());
+  ASSERT_TRUE(anna.paired());
+  ASSERT_TRUE(berta.paired());
+
+  const RemoteCommand command{RemoteCommand::Activate{0}};
+  ProofChecker checker(std::nullopt);
+  checker.setPaired({{"a11a/501", berta.paired()->toBeControlled}});
+  CommandProof proof{checker.challenge(), "a11a/501", 1, {}};
+  static_cast<void>(command.encode(berta.paired()->toControl, proof));
+  EXPECT_EQ(checker.check(proof, command.encode()), ProofChecker::Verdict::wrong)
+      << "each direction has a key of its own";
+  static_cast<void>(command.encode(anna.paired()->toControl, proof));
+  EXPECT_EQ(checker.check(proof, command.encode()), ProofChecker::Verdict::proven);
+  proof.sender = "0000/501";
+  static_cast<void>(command.encode(anna.paired()->toControl, proof));
+  EXPECT_EQ(checker.check(proof, command.encode()), ProofChecker::Verdict::wrong)
+      << "nobody speaks for another";
+}
+
+TEST_F(PairingTest, WhoStandsInBetweenIsSeenOrRefused) {
+  Pairing toBerta(Role::asking, {"anna", "a11a", 501});
+  Pairing toAnna(Role::accepting, {"berta", "be27a", 502});
+  heard(toAnna, heard(anna, heard(toAnna, anna.begin())));
+  heard(berta, heard(toBerta, heard(berta, toBerta.begin())));
+  // One chance in a million that this test fails.
+  EXPECT_NE(anna.digits(), berta.digits());
+
+  Pairing careful(Role::accepting, {"berta", "be27a", 502});
+  Pairing other(Role::asking, {"mallory", "bad", 1});
+  const auto opening = heard(careful, anna.begin());
+  EXPECT_FALSE(careful.receive(heard(other, opening))) << "not what it has committed itself to";
+}
+
+TEST_F(PairingTest, AMessageChangedInOneBitEndsItOrIsSeen) {
+  const auto opening = heard(berta, anna.begin());
+  for (std::size_t at = 0; at < opening.size(); ++at) {
+    Pairing asking(Role::asking, {"anna", "a11a", 501});
+    Pairing accepting(Role::accepting, {"berta", "be27a", 502});
+    const auto first = heard(accepting, asking.begin());
+    auto second = first;
+    if (at >= second.size()) break;
+    second[at] ^= std::byte{4};
+    const auto answer = asking.receive(second);
+    if (!answer) continue;
+    heard(accepting, *answer);
+    EXPECT_NE(asking.digits(), accepting.digits()) << at;
+  }
+  for (const std::size_t size : {0, 31, 33, 5000})
+    EXPECT_FALSE(Pairing(Role::accepting, {"b", "b", 1}).receive(std::vector<std::byte>(size)));
 }
 
 }  // namespace

@@ -152,6 +152,43 @@ TEST_F(RemoteMachinesTest, WhoProvesThePasswordIsAnswered) {
   EXPECT_THAT(agentOutput, Not(HasSubstr("Lunch?")));
 }
 
+TEST_F(RemoteMachinesTest, PairedMachinesNeedNoPassword) {
+  // They share the identifier of the machine that they are made up on.
+  for (NetworkMachine* machine : {&anna, &berta})
+    ASSERT_EQ(machine->finish(
+                  {"/bin/sh", "-c", "hostname > /run/id && mount --bind /run/id /etc/machine-id"}),
+              0);
+  std::string acceptor;
+  const std::string answers = anna.home.write("yes", "y\n");
+  std::unique_ptr<ChildProcess> accepting =
+      anna.run(anna.inside({"/bin/sh", "-c", "exec \"$0\" pair --accept < \"$1\"", CORVANA_COMMAND,
+                            answers}),
+               acceptor);
+  ASSERT_TRUE(real.runUntil([&] {
+    return acceptor.find("corvana9 pair anna") != std::string::npos;
+  })) << acceptor;
+  const auto pair = [&](const std::string& word) {
+    return berta.finish({"/bin/sh", "-c", "echo " + word + " | \"$0\" pair anna", CORVANA_COMMAND});
+  };
+  EXPECT_EQ(pair("y"), 0) << berta.said << acceptor;
+  ASSERT_TRUE(real.runUntil([&] { return !accepting->isRunning(); })) << acceptor;
+  const auto digits = [](const std::string& said) {
+    return said.substr(said.find("digits: ") + 8, 7);
+  };
+  EXPECT_EQ(digits(berta.said), digits(acceptor));
+  EXPECT_THAT(acceptor, HasSubstr("Paired with berta"));
+
+  agent = startAgent(anna, agentOutput, true);
+  ASSERT_TRUE(sees([](const ZAN_Value& list) { return list.size() == 1; })) << agentOutput;
+  EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101"}), 0) << berta.said;
+  ASSERT_TRUE(real.runUntil([&] { return fs::exists(anna.home.at("executed")); })) << agentOutput;
+  EXPECT_EQ(anna.finish({CORVANA_COMMAND, "pair", "--forget", "berta"}), 0) << anna.said;
+  EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101"}), 1);
+  EXPECT_THAT(berta.said, HasSubstr("does not know this machine any more"));
+  EXPECT_EQ(pair("y"), 1) << "nobody waits there";
+  EXPECT_THAT(berta.said, HasSubstr("corvana9 pair --accept"));
+}
+
 TEST_F(RemoteMachinesTest, TheServiceComesBackAndKeepsApartFromItsTwin) {
   agent = startAgent(anna, agentOutput);
   const auto one = [](const ZAN_Value& list) { return list.size() == 1; };

@@ -1,0 +1,266 @@
+// Two machines get to know each other: one waits for it, the other comes, both show the same
+// digits.
+
+#include <istream>
+#include <ostream>
+#include <utility>
+
+#include "command/CommandHome.h"
+#include "command/RunningAgent.h"
+#include "platform/linux/LinuxNetwork.h"
+#include "platform/qt/AvahiServices.h"
+#include "platform/qt/QtRunLoop.h"
+#include "remote/Pairing.h"
+#include "remote/ServiceName.h"
+
+namespace corvana {
+
+namespace {
+
+/// Only while somebody waits to be paired.
+constexpr const char* kPairingServiceType = "_rcfz9pair._tcp";
+constexpr double kPatience = 120;       ///< until the other machine comes
+constexpr double kPatienceOfTalk = 10;  ///< for a message of the other program
+constexpr double kPatienceOfUser = 120;
+
+/// Messages behind their length, two bytes with the higher one first.
+class Messages {
+ public:
+  explicit Messages(std::unique_ptr<StreamConnection> stream) : mStream(std::move(stream)) {}
+
+  Outcome say(std::span<const std::byte> message) {
+    std::string left{static_cast<char>(message.size() >> 8U), static_cast<char>(message.size())};
+    left.append(reinterpret_cast<const char*>(message.data()), message.size());
+    const double end = mClock.monotonic() + kPatienceOfTalk;
+    while (!left.empty()) {
+      const auto event = wait(end, true);
+      if (!event) return event.error();
+      const auto sent = mStream->send(left);
+      if (!sent) return sent.error();
+      left.erase(0, *sent);
+    }
+    return {};
+  }
+
+  Result<std::vector<std::byte>> hear(double seconds) {
+    const double end = mClock.monotonic() + seconds;
+    for (;;) {
+      if (mHeard.size() >= 2) {
+        const std::size_t size = static_cast<unsigned char>(mHeard[0]) * std::size_t{256} +
+                                 static_cast<unsigned char>(mHeard[1]);
+        if (size > Pairing::kMostBytes)
+          return Error{ErrorKind::damaged, "the other machine says too much"};
+        if (mHeard.size() >= 2 + size) {
+          const auto bytes = std::as_bytes(std::span(mHeard)).subspan(2, size);
+          std::vector<std::byte> message(bytes.begin(), bytes.end());
+          mHeard.erase(0, 2 + size);
+          return message;
+        }
+      }
+      const auto event = wait(end, false);
+      if (!event) return event.error();
+      if (*event == StreamConnection::Event::received) mHeard += mStream->read(4096);
+      if (*event == StreamConnection::Event::ended)
+        return Error{ErrorKind::refused, "the other machine has ended it"};
+    }
+  }
+
+ private:
+  Result<StreamConnection::Event> wait(double end, bool wantsSpace) {
+    const double left = end - mClock.monotonic();
+    if (left <= 0) return Error{ErrorKind::unavailable, "the other machine does not answer"};
+    const auto event = mStream->wait(left, wantsSpace);
+    if (event == StreamConnection::Event::failed)
+      return Error{ErrorKind::unavailable, mStream->failure()};
+    return event;
+  }
+
+  std::unique_ptr<StreamConnection> mStream;
+  SystemClock mClock;
+  std::string mHeard;
+};
+
+bool saysYes(const Console& console, const std::string& question) {
+  console.out << question << " [y/N] " << std::flush;
+  std::string answer;
+  std::getline(console.in, answer);
+  return answer == "y" || answer == "yes";
+}
+
+/// The talk of both sides, the user's yes within it.
+Result<PairedMachine> talk(Messages& messages, Pairing& pairing, Pairing::Role role,
+                           const Console& console) {
+  if (role == Pairing::Role::asking)
+    if (const Outcome said = messages.say(pairing.begin()); !said) return said.error();
+  while (!pairing.digits()) {
+    const auto heard = messages.hear(kPatienceOfTalk);
+    if (!heard) return heard.error();
+    const auto answer = pairing.receive(*heard);
+    if (!answer) return answer.error();
+    if (!answer->empty())
+      if (const Outcome said = messages.say(*answer); !said) return said.error();
+  }
+  const std::string digits = pairing.digits()->substr(0, 3) + " " + pairing.digits()->substr(3);
+  const MachineIdentity& other = pairing.other();
+  if (!saysYes(console, printable(other.name) + " (machine " + other.identifier + ", user " +
+                            std::to_string(other.user) + ")\nThe digits: " + digits +
+                            "\nDoes the other machine show the same?"))
+    return Error{ErrorKind::refused, "not paired: the digits were not confirmed here"};
+  if (const Outcome said = messages.say(pairing.confirm()); !said) return said.error();
+  const auto yes = messages.hear(kPatienceOfUser);
+  if (!yes)
+    return Error{yes.error().kind, "not paired: not confirmed there (" + yes.error().text + ")"};
+  const auto nothing = pairing.receive(*yes);
+  if (!nothing) return nothing.error();
+  return *pairing.paired();
+}
+
+/// Finds the other machine, or lets it find this one, and ends with a stream to it.
+class Meeting {
+ public:
+  explicit Meeting(const Console& console) : mLog(console) {}
+
+  Result<std::unique_ptr<StreamConnection>> accept(const std::string& name,
+                                                   const Console& console) {
+    auto listener = StreamListener::open();
+    if (!listener) return listener.error();
+    mPublication = mServices.publish(
+        {name, kPairingServiceType, kRemoteServiceDomain, listener->port(), {}},
+        {[&](const std::string& known) {
+           console.out << "Waiting for the other machine; there:  corvana9 pair " << known
+                       << std::endl;
+         },
+         [name, number = 1](const std::string&) mutable {
+           return ++number > 9 ? std::string() : name + "-" + std::to_string(number);
+         },
+         [this](int, const std::string& reason) {
+           mFailure = reason;
+           mLoop.quit(0);
+         }});
+    std::unique_ptr<StreamConnection> stream;
+    std::string from;
+    const auto watch = mLoop.watch(listener->descriptor(), DescriptorWatch::Event::readable, [&] {
+      stream = listener->accept(from);
+      if (stream) mLoop.quit(0);
+    });
+    run(kPatience);
+    mLoop.unwatch(watch);
+    if (stream) return stream;
+    return Error{ErrorKind::unavailable,
+                 mFailure.empty() ? "no other machine has come within two minutes" : mFailure};
+  }
+
+  Result<std::unique_ptr<StreamConnection>> ask(const std::string& name) {
+    std::optional<FoundService> found;
+    const auto browsing = mServices.browse(
+        kPairingServiceType, kRemoteServiceDomain,
+        {[&](const FoundService& service) {
+           if (service.name != name) return;
+           found = service;
+           mLoop.quit(0);
+         },
+         [](const std::string&) {}, [](const std::string&, int, const std::string&) {}, [] {},
+         [this](const std::string& reason) {
+           mFailure = reason;
+           mLoop.quit(0);
+         }});
+    run(kPatienceOfTalk);
+    if (!found)
+      return Error{ErrorKind::absent,
+                   name + ": " +
+                       (mFailure.empty() ? "no such machine waits to be paired; begin there with "
+                                           "corvana9 pair --accept"
+                                         : mFailure)};
+    auto stream = mNetwork.connect(found->address, found->port, Network::Family::any);
+    const SystemClock clock;
+    const double end = clock.monotonic() + kPatienceOfTalk;
+    while (clock.monotonic() < end) {
+      const auto event = stream->wait(end - clock.monotonic(), false);
+      if (event == StreamConnection::Event::opened) return stream;
+      if (event == StreamConnection::Event::failed)
+        return Error{ErrorKind::unavailable, name + ": " + stream->failure()};
+    }
+    return Error{ErrorKind::unavailable, name + ": it does not answer"};
+  }
+
+ private:
+  void run(double seconds) {
+    const auto limit = mLoop.performAfter(seconds, [this] { mLoop.quit(0); });
+    mLoop.run();
+    mLoop.cancel(limit);
+  }
+
+  QtApplication mApplication;
+  QtRunLoop mLoop;
+  ConsoleLog mLog;
+  AvahiServices mServices{mLoop, mLog};
+  LinuxNetwork mNetwork;
+  std::unique_ptr<ServicePublication> mPublication;
+  std::string mFailure;
+};
+
+ZAN_Value asValue(const MachineIdentity& machine) {
+  return ZAN_Value::dictionary(
+      {{"name", machine.name}, {"identifier", machine.identifier}, {"user", machine.user}});
+}
+
+Answer listed(CommandHome& home) {
+  ZAN_Value list = ZAN_Value::array();
+  if (home.isThere())
+    for (const PairedMachine& one : PairedMachines(home.store()).all())
+      list.append(asValue(one.machine));
+  return {list, TextForm(home.calendar())
+                    .fill("{!No machine is paired with this one.\n}"
+                          "{*{name}: machine {identifier}, user {user}\n}",
+                          list)};
+}
+
+/// An agent that runs takes it over.
+Outcome tellAgent(CommandHome& home) {
+  RunningAgent agent(home);
+  if (!agent.answers()) return {};
+  return agent.client().post({kAgentName, "PreferencesDidChange", {}});
+}
+
+Answer forgotten(CommandHome& home, const std::string& name) {
+  const auto done = home.isThere() ? PairedMachines(home.store()).forget(name) : Result(false);
+  if (!done) return Error{done.error().kind, name + ": " + done.error().text};
+  if (!*done)
+    return Error{ErrorKind::absent, name + ": not paired; corvana9 pair --list shows who is"};
+  if (const Outcome told = tellAgent(home); !told) return told.error();
+  return Answer::ofText(name + " is forgotten here; forget this machine there, too.\n");
+}
+
+}  // namespace
+
+Answer pairCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
+  const bool accepts = arguments.flag("--accept");
+  const bool lists = arguments.flag("--list");
+  const auto forget = arguments.option("--forget");
+  const bool asks = !accepts && !lists && !forget;
+  const auto words = arguments.words(asks ? 1 : 0, asks ? 1 : 0);
+  if (!words) return wrongWords(words.error());
+  CommandHome home(console);
+  if (lists) return listed(home);
+  if (forget) return forgotten(home, *forget);
+  const Pairing::Role role = accepts ? Pairing::Role::accepting : Pairing::Role::asking;
+  Pairing pairing(role, MachineIdentity::of(home.machine()));
+  Meeting meeting(console);
+  auto stream =
+      accepts ? meeting.accept(ServiceName::machineName({}, home.machine().networkName()), console)
+              : meeting.ask(words->front());
+  if (!stream) return stream.error();
+  Messages messages(std::move(*stream));
+  const auto paired = talk(messages, pairing, role, console);
+  if (!paired) return paired.error();
+  if (const Outcome kept = PairedMachines(home.store()).add(*paired); !kept) return kept.error();
+  if (const Outcome told = tellAgent(home); !told) return told.error();
+  return {
+      asValue(paired->machine),
+      "Paired with " + printable(paired->machine.name) +
+          ". Each may control the other as far as its preferences permit; corvana9 remote shows "
+          "that.\n"};
+}
+
+}  // namespace corvana

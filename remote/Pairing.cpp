@@ -1,0 +1,248 @@
+#include "remote/Pairing.h"
+
+#include <sodium.h>
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/ActionStore.h"
+#include "platform/Machine.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr const char* kName = "Name";
+constexpr const char* kIdentifier = "Identifier";
+constexpr const char* kUser = "User";
+constexpr const char* kToControl = "KeyToControl";
+constexpr const char* kToBeControlled = "KeyToBeControlled";
+constexpr const char* kPublic = "Public";
+constexpr const char* kNonce = "Nonce";
+
+constexpr std::size_t kMostBytesOfName = 63;
+constexpr unsigned kDigits = 1'000'000;
+
+unsigned char* raw(std::byte* bytes) { return reinterpret_cast<unsigned char*>(bytes); }
+const unsigned char* raw(const std::byte* bytes) {
+  return reinterpret_cast<const unsigned char*>(bytes);
+}
+
+template <typename Bytes>
+Bytes digest(std::span<const std::byte> bytes) {
+  Bytes result{};
+  crypto_generichash(raw(result.data()), result.size(), raw(bytes.data()), bytes.size(), nullptr,
+                     0);
+  return result;
+}
+
+template <typename Bytes>
+bool take(const ZAN_Value& value, Bytes& into) {
+  if (value.bytes().size() != into.size()) return false;
+  std::ranges::copy(value.bytes(), into.begin());
+  return true;
+}
+
+ZAN_Value valueOf(const MachineIdentity& machine) {
+  return ZAN_Value::dictionary(
+      {{kName, machine.name}, {kIdentifier, machine.identifier}, {kUser, machine.user}});
+}
+
+/// Nothing unless it could be a sender.
+std::optional<MachineIdentity> identityIn(const ZAN_Value& value) {
+  MachineIdentity machine{
+      std::string(
+          beginningOfBytes(ZAN_StringUtils::oneLine(withReplacedBytes(value[kName].stringView())),
+                           kMostBytesOfName)),
+      value.string(kIdentifier), value.integer(kUser)};
+  const bool isPlain =
+      std::ranges::all_of(machine.identifier, [](unsigned char c) { return std::isalnum(c) != 0; });
+  if (machine.name.empty() || machine.identifier.empty() || !isPlain ||
+      machine.sender().size() > CommandProof::kMostBytesOfName)
+    return std::nullopt;
+  return machine;
+}
+
+}  // namespace
+
+MachineIdentity MachineIdentity::of(const Machine& machine) {
+  return {machine.networkName(), machine.machineIdentifier(), machine.userIdentifier()};
+}
+
+std::string MachineIdentity::sender() const { return identifier + "/" + std::to_string(user); }
+
+std::vector<PairedMachine> PairedMachines::all() const {
+  std::vector<PairedMachine> machines;
+  const ZAN_Value list = mStore.files().readListFromFile(DataFolder::kPaired);
+  for (const ZAN_Value& one : list.elements()) {
+    const auto machine = identityIn(one);
+    const auto toControl = ControlKey::from(one[kToControl].bytes());
+    const auto toBeControlled = ControlKey::from(one[kToBeControlled].bytes());
+    if (machine && toControl && toBeControlled)
+      machines.push_back({*machine, *toControl, *toBeControlled});
+  }
+  return machines;
+}
+
+bool PairedMachines::haveChanged() {
+  const auto now = mStore.files().identity(mStore.folder().pathOf(DataFolder::kPaired));
+  const bool changed = !mSeen || *mSeen != now;
+  mSeen = now;
+  return changed;
+}
+
+template <typename Change>
+Outcome PairedMachines::change(const Change& change) {
+  const auto held = mStore.files().lock(DataFolder::kPaired);
+  std::vector<PairedMachine> machines = all();
+  change(machines);
+  ZAN_Value list = ZAN_Value::array();
+  for (const PairedMachine& one : machines) {
+    ZAN_Value record = valueOf(one.machine);
+    record.setValue(kToControl, ZAN_Value::data(one.toControl.bytes()));
+    record.setValue(kToBeControlled, ZAN_Value::data(one.toBeControlled.bytes()));
+    list.append(record);
+  }
+  auto attributes = DataFiles::dataFileAttributes();
+  attributes.mode = 0600;
+  return mStore.files().writeFileAtPath(
+      mStore.folder().dataFolderPathWithFileName(DataFolder::kPaired), attributes,
+      ZAN_Archiver::archivedDataWithRootObject(list));
+}
+
+Outcome PairedMachines::add(const PairedMachine& machine) {
+  return change([&](std::vector<PairedMachine>& machines) {
+    std::erase_if(machines, [&](const PairedMachine& one) {
+      return one.machine.sender() == machine.machine.sender();
+    });
+    machines.push_back(machine);
+  });
+}
+
+Result<bool> PairedMachines::forget(std::string_view name) {
+  const auto isIt = [&](const PairedMachine& one) {
+    return one.machine.name == name || one.machine.identifier == name ||
+           one.machine.sender() == name;
+  };
+  const auto machines = all();
+  const auto count = std::ranges::count_if(machines, isIt);
+  if (count > 1)
+    return Error{ErrorKind::refused, "several paired machines are called so; take the identifier"};
+  if (count == 0) return false;
+  const Outcome saved = change([&](std::vector<PairedMachine>& all) { std::erase_if(all, isIt); });
+  if (!saved) return saved.error();
+  return true;
+}
+
+Pairing::Pairing(Role role, MachineIdentity own)
+    : mRole(role),
+      mOwn(std::move(own)),
+      mState(role == Role::asking ? State::answer : State::commitment) {
+  // It only picks faster ways; all of them work without.
+  [[maybe_unused]] const int picked = sodium_init();
+  randombytes_buf(mSecret.data(), mSecret.size());
+  randombytes_buf(mNonce.data(), mNonce.size());
+  crypto_scalarmult_base(raw(mPublic.data()), raw(mSecret.data()));
+  if (role == Role::asking) mCommitment = digest<Bytes>(opening());
+}
+
+std::vector<std::byte> Pairing::begin() const { return {mCommitment.begin(), mCommitment.end()}; }
+
+std::vector<std::byte> Pairing::opening() const {
+  ZAN_Value own = valueOf(mOwn);
+  own.setValue(kPublic, ZAN_Value::data(mPublic));
+  own.setValue(kNonce, ZAN_Value::data(mNonce));
+  return ZAN_Archiver::archivedDataWithRootObject(own);
+}
+
+bool Pairing::open(std::span<const std::byte> message) {
+  mOpened.assign(message.begin(), message.end());
+  const auto value = ZAN_Unarchiver::unarchiveObjectWithData(message);
+  Bytes nonce{};
+  if (!value || !value->isDictionary() || !take((*value)[kNonce], nonce)) return false;
+  const auto other = identityIn(*value);
+  Bytes key{};
+  // A machine that answers itself, or mirrors what it hears, is no other machine.
+  if (!other || other->sender() == mOwn.sender() || !take((*value)[kPublic], key) || key == mPublic)
+    return false;
+  mOther = *other;
+  Bytes product{};
+  if (crypto_scalarmult(raw(product.data()), raw(mSecret.data()), raw(key.data())) != 0)
+    return false;
+  std::vector<std::byte> all(product.begin(), product.end());
+  const auto own = opening();
+  const auto& asking = mRole == Role::asking ? own : mOpened;
+  const auto& accepting = mRole == Role::asking ? mOpened : own;
+  // Both ends of all that was said, so that whoever changes any of it is noticed.
+  for (const auto* part : {&asking, &accepting}) {
+    const Bytes one = digest<Bytes>(*part);
+    all.insert(all.end(), one.begin(), one.end());
+  }
+  mShared = digest<Bytes>(all);
+  const Bytes shown = derived("digits");
+  std::uint64_t number = 0;
+  for (int i = 0; i < 8; ++i)
+    number = number << 8U | std::to_integer<std::uint64_t>(shown[static_cast<std::size_t>(i)]);
+  const std::string digits = std::to_string(number % kDigits);
+  mDigits = std::string(6 - digits.size(), '0') + digits;
+  return true;
+}
+
+Pairing::Bytes Pairing::derived(std::string_view purpose) const {
+  Bytes result{};
+  crypto_auth_hmacsha256(raw(result.data()), raw(std::as_bytes(std::span(purpose)).data()),
+                         purpose.size(), raw(mShared.data()));
+  return result;
+}
+
+Result<std::vector<std::byte>> Pairing::receive(std::span<const std::byte> message) {
+  const Error wrong{ErrorKind::damaged,
+                    "what the other machine says makes no sense; somebody may be in between"};
+  switch (mState) {
+    case State::commitment:
+      if (message.size() != mCommitment.size()) return wrong;
+      std::ranges::copy(message, mCommitment.begin());
+      mState = State::opening;
+      return opening();
+    case State::answer:
+      if (!open(message)) return wrong;
+      mState = State::confirmation;
+      return opening();
+    case State::opening:
+      if (digest<Bytes>(message) != mCommitment || !open(message)) return wrong;
+      mState = State::confirmation;
+      return std::vector<std::byte>();
+    case State::confirmation: {
+      const Bytes expected = derived(mRole == Role::asking ? "accepting yes" : "asking yes");
+      if (message.size() != expected.size() ||
+          sodium_memcmp(message.data(), expected.data(), expected.size()) != 0)
+        return wrong;
+      mState = State::done;
+      return std::vector<std::byte>();
+    }
+    case State::done:
+      break;
+  }
+  return wrong;
+}
+
+std::vector<std::byte> Pairing::confirm() {
+  mConfirmed = true;
+  const Bytes yes = derived(mRole == Role::asking ? "asking yes" : "accepting yes");
+  return {yes.begin(), yes.end()};
+}
+
+std::optional<PairedMachine> Pairing::paired() const {
+  if (mState != State::done || !mConfirmed) return std::nullopt;
+  const bool asks = mRole == Role::asking;
+  return PairedMachine{mOther,
+                       *ControlKey::from(derived(asks ? "asking controls" : "accepting controls")),
+                       *ControlKey::from(derived(asks ? "accepting controls" : "asking controls"))};
+}
+
+}  // namespace corvana

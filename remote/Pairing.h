@@ -1,0 +1,108 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "remote/CommandProof.h"
+
+namespace corvana {
+
+class ActionStore;
+class Machine;
+
+/// A machine, and the user on it, as the proofs of commands name their sender.
+struct MachineIdentity {
+  std::string name;  ///< for people
+  std::string identifier;
+  std::int64_t user = 0;
+
+  static MachineIdentity of(const Machine& machine);
+  /// "5eed0123beef/501": what tells it from others, and what it signs with.
+  std::string sender() const;
+};
+
+/// A machine that was paired with this one, and what both know since.
+struct PairedMachine {
+  MachineIdentity machine;
+  ControlKey toControl;       ///< proves commands of this machine there
+  ControlKey toBeControlled;  ///< proves commands of that machine here
+};
+
+/// The machines that were paired with this one, in a file of the data folder that only the user
+/// reads. Thread: main.
+class PairedMachines {
+ public:
+  explicit PairedMachines(ActionStore& store) : mStore(store) {}
+
+  std::vector<PairedMachine> all() const;
+  /// Whether they may be others than at the last call; true at the first.
+  bool haveChanged();
+  /// In place of what was known of the same machine.
+  Outcome add(const PairedMachine& machine);
+  /// By name or identifier; false when there is none, or when several have the name.
+  Result<bool> forget(std::string_view name);
+
+ private:
+  template <typename Change>
+  Outcome change(const Change& change);
+
+  ActionStore& mStore;
+  std::optional<std::optional<ZAN_FileIdentity>> mSeen;
+};
+
+/// One side of two machines that are being paired. Each shows six digits; where they are equal,
+/// nobody stands between the two, but for one chance in a million. The asking side commits itself
+/// to its key before it has seen that of the other, so that nobody can search for keys with equal
+/// digits. What is exchanged is not secret. Thread: main.
+class Pairing {
+ public:
+  enum class Role { asking, accepting };
+  static constexpr std::size_t kMostBytes = 1024;  ///< of a message
+
+  Pairing(Role role, MachineIdentity own);
+
+  /// What the asking side says first.
+  std::vector<std::byte> begin() const;
+  /// Takes a message of the other side and gives what is to be said to it, which may be nothing.
+  /// Fails when it is not what has to come now: then there is an attack, or another program.
+  Result<std::vector<std::byte>> receive(std::span<const std::byte> message);
+  /// Six digits to be compared; nothing before both keys are known.
+  const std::optional<std::string>& digits() const { return mDigits; }
+  /// The other machine by its own words, from then on.
+  const MachineIdentity& other() const { return mOther; }
+  /// The user has seen the same digits on both: gives what is to be said.
+  std::vector<std::byte> confirm();
+  /// The other machine with its keys, once both users have confirmed.
+  std::optional<PairedMachine> paired() const;
+
+ private:
+  using Bytes = std::array<std::byte, 32>;
+  enum class State { commitment, answer, opening, confirmation, done };
+
+  std::vector<std::byte> opening() const;
+  bool open(std::span<const std::byte> message);
+  Bytes derived(std::string_view purpose) const;
+
+  const Role mRole;
+  const MachineIdentity mOwn;
+  State mState;
+  Bytes mSecret{};
+  Bytes mPublic{};
+  Bytes mNonce{};
+  Bytes mCommitment{};             ///< of the asking side
+  std::vector<std::byte> mOpened;  ///< what the other side said of itself
+  MachineIdentity mOther;
+  Bytes mShared{};
+  std::optional<std::string> mDigits;
+  bool mConfirmed = false;
+};
+
+}  // namespace corvana
