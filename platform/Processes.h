@@ -23,8 +23,8 @@ struct RunningProcess {
   bool isDying = false;
 };
 
-/// A child process. It is passive: nothing happens to the child when the object goes, except that
-/// its pipes are closed. Thread: main.
+/// A child process. It is passive: nothing happens to the child when the object goes, or this whole
+/// program, except that its input is closed; what it then writes is lost. Thread: main.
 class ChildProcess {
  public:
   virtual ~ChildProcess() = default;

@@ -25,6 +25,9 @@ namespace {
 
 /// Tells the fresh run of this process what is left open: its id and the descriptor.
 constexpr const char* kHandedOn = "CORVANA9_HANDED_ON";
+/// Takes what comes from a child whose reader has gone, which a broken pipe would end. It waits
+/// until nobody holds the other end of the second stream, and goes with the last who writes.
+constexpr const char* kKeeper = "read -r end <&2; exec cat > /dev/null 2>&1";
 constexpr std::size_t kChunk = 65536;
 /// A pipe that somebody keeps full must not hold its reader.
 constexpr std::size_t kMostAtOnce = 1 << 20;
@@ -56,13 +59,14 @@ struct LinuxProcesses::Strays {
 class LinuxProcesses::Child final : public ChildProcess {
  public:
   Child(DescriptorWatch& watch, std::shared_ptr<Strays> strays, pid_t pid, ZAN_Descriptor life,
-        ZAN_Descriptor output, ZAN_Descriptor input, ChildObserver observer)
+        ZAN_Descriptor output, ZAN_Descriptor input, ZAN_Descriptor keeper, ChildObserver observer)
       : mWatch(watch),
         mStrays(std::move(strays)),
         mPid(pid),
         mLife(std::move(life)),
         mOutput(std::move(output)),
         mInput(std::move(input)),
+        mKeeper(std::move(keeper)),
         mObserver(std::move(observer)) {
     mLiving = mWatch.watch(mLife.get(), DescriptorWatch::Event::readable, [this] { tellEnd(); });
     mReading = mWatch.watch(mOutput.get(), DescriptorWatch::Event::readable, [this] { deliver(); });
@@ -170,6 +174,7 @@ class LinuxProcesses::Child final : public ChildProcess {
   ZAN_Descriptor mLife;  ///< readable once it has ended
   ZAN_Descriptor mOutput;
   ZAN_Descriptor mInput;
+  ZAN_Descriptor mKeeper;  ///< open for as long as the output is read here
   ChildObserver mObserver;
   DescriptorWatch::WatchId mLiving = 0;
   DescriptorWatch::WatchId mReading = 0;
@@ -218,12 +223,28 @@ Result<std::unique_ptr<ChildProcess>> LinuxProcesses::start(
     mStrays->pids.push_back(*pid);
     return Error{ErrorKind::unavailable, name + ": " + std::strerror(failure)};
   }
+  ZAN_Descriptor keeper = startKeeper(outputRead.get());
   // Only our ends: the flag belongs to the open pipe end, and the child expects the usual.
   fcntl(outputRead.get(), F_SETFL, O_NONBLOCK);
   if (inputWrite) fcntl(inputWrite.get(), F_SETFL, O_NONBLOCK);
   return std::unique_ptr<ChildProcess>(
       std::make_unique<Child>(mWatch, mStrays, *pid, std::move(life), std::move(outputRead),
-                              std::move(inputWrite), std::move(observer)));
+                              std::move(inputWrite), std::move(keeper), std::move(observer)));
+}
+
+ZAN_Descriptor LinuxProcesses::startKeeper(int output) {
+  // An opening of its own, without our flags.
+  const ZAN_Descriptor own(
+      ::open(("/proc/self/fd/" + std::to_string(output)).c_str(), O_RDONLY | O_CLOEXEC));
+  std::array<int, 2> ends{-1, -1};
+  if (!own || pipe2(ends.data(), O_CLOEXEC) != 0) return {};
+  const ZAN_Descriptor read(ends[0]);
+  ZAN_Descriptor write(ends[1]);
+  const auto pid = spawn({"/bin/sh", "-c", kKeeper},
+                         {.input = own.get(), .error = read.get(), .detached = true});
+  if (!pid) return {};
+  mStrays->pids.push_back(*pid);
+  return write;
 }
 
 Result<std::string> LinuxProcesses::runTool(const std::vector<std::string>& arguments,

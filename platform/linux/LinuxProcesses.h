@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/linux/ProcessTable.h"
 
 namespace corvana {
@@ -37,6 +38,7 @@ class LinuxProcesses final : public Processes {
   Error relaunch(const std::string& path) override;
 
  private:
+  ZAN_Descriptor startKeeper(int output);
   void signalOwn(std::int64_t pid, int number) const;
 
   class Child;

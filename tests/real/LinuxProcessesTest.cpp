@@ -263,6 +263,18 @@ TEST_F(LinuxProcessesTest, WhatIsLeftInThePipeCanBeTakenAfterTheEnd) {
   EXPECT_EQ(child->readAvailable(), "");
 }
 
+TEST_F(LinuxProcessesTest, AChildThatNobodyListensToGoesOn) {
+  const std::string mark = folder.path() + "/written";
+  auto child = shell("read line; head -c 300000 /dev/zero && echo all > '" + mark + "'", true);
+  // Its input ends with this, and nobody reads what it then writes.
+  child.reset();
+  EXPECT_TRUE(real.runUntil([&] { return std::filesystem::exists(mark); }));
+  EXPECT_TRUE(real.runUntil([&] {
+    (void)processes.running();
+    return waitpid(-1, nullptr, WNOHANG) == -1;
+  })) << "whoever kept its pipe goes with it";
+}
+
 TEST_F(LinuxProcessesTest, AChildMayBeLetGoInItsOwnCallBack) {
   std::unique_ptr<ChildProcess> child;
   bool called = false;

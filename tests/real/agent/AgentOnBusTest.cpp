@@ -124,6 +124,20 @@ TEST_F(AgentOnBusTest, IsNotTheAgentOfAnotherHome) {
   EXPECT_TRUE(client->queue()->empty());
 }
 
+/// Whatever the execution still writes, there is nobody any more who reads it.
+TEST_F(AgentOnBusTest, AnExecutionOutlivesTheKilledAgent) {
+  std::ofstream(bundle("Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute"))
+      << "#!/bin/sh\nread end < \"$HOME/end\"\nhead -c 300000 /dev/zero && echo $1 > "
+         "\"$HOME/all\"\n";
+  startAgent();
+  ASSERT_EQ(client->launch(kLetters).value(), "queued");
+  ASSERT_TRUE(until([](const ZAN_Value& status) { return status["executing"].boolValue(); }));
+  ASSERT_EQ(::kill(static_cast<pid_t>(agent->pid()), SIGKILL), 0);
+  ASSERT_TRUE(real.runUntil([&] { return !agent->isRunning(); }));
+  endExecution(0);
+  ASSERT_TRUE(real.runUntil([&] { return std::filesystem::exists(home.at("all")); }));
+}
+
 TEST_F(AgentOnBusTest, IsWatched) {
   startAgent();
   std::string heard;
