@@ -76,6 +76,13 @@ std::string named(std::int64_t reference, const std::string& title) {
   return std::to_string(reference) + ": " + printable(title) + '\n';
 }
 
+/// The one word that is left, as a reference.
+Result<std::int64_t> theReference(Arguments& arguments) {
+  const auto words = arguments.words(1, 1);
+  if (!words) return words.error();
+  return referenceFrom(words->front());
+}
+
 Error noSuchReference(std::int64_t reference) {
   return {ErrorKind::absent, std::to_string(reference) + ": no action or group has this reference"};
 }
@@ -153,9 +160,7 @@ Answer addCommand(Arguments& arguments, const Console& console) {
 Answer editCommand(Arguments& arguments, const Console& console) {
   arguments.json();
   ActionWords action(arguments);
-  const auto words = arguments.words(1, 1);
-  if (!words) return wrongWords(words.error());
-  const auto reference = referenceFrom(words->front());
+  const auto reference = theReference(arguments);
   if (!reference) return wrongWords(reference.error());
   if (action.isEmpty()) return wrongWords({ErrorKind::refused, "nothing to change"});
   CommandHome home(console);
@@ -167,8 +172,8 @@ Answer editCommand(Arguments& arguments, const Console& console) {
     ProgrammedAction* node = root.actionOrGroupForReference(*reference);
     if (node == nullptr) return noSuchReference(*reference);
     if (node->isGroup() && !action.fitsGroup()) {
-      return Error{ErrorKind::refused,
-                   words->front() + ": a group has only --title, --shortcut and --group"};
+      return Error{ErrorKind::refused, std::to_string(*reference) +
+                                           ": a group has only --title, --shortcut and --group"};
     }
     record = node->getSettings();
     action.applyTo(record, home);
@@ -182,7 +187,8 @@ Answer editCommand(Arguments& arguments, const Console& console) {
     auto group = groupWithReference(root, *action.group());
     if (!group) return group.error();
     if (*group == node || (*group)->isDescendantOfNode(*node)) {
-      return Error{ErrorKind::refused, words->front() + ": a group cannot lie in itself"};
+      return Error{ErrorKind::refused,
+                   std::to_string(*reference) + ": a group cannot lie in itself"};
     }
     if (*group != node->parent()) {
       node->moveActionTo(**group, (*group)->numberOfChildren(), SortMode::title);
@@ -195,9 +201,7 @@ Answer editCommand(Arguments& arguments, const Console& console) {
 
 Answer removeCommand(Arguments& arguments, const Console& console) {
   const bool force = arguments.flag("--force");
-  const auto words = arguments.words(1, 1);
-  if (!words) return wrongWords(words.error());
-  const auto reference = referenceFrom(words->front());
+  const auto reference = theReference(arguments);
   if (!reference) return wrongWords(reference.error());
   CommandHome home(console);
   if (!home.isThere()) return noSuchReference(*reference);
@@ -207,8 +211,8 @@ Answer removeCommand(Arguments& arguments, const Console& console) {
     ProgrammedAction* node = root.actionOrGroupForReference(*reference);
     if (node == nullptr) return noSuchReference(*reference);
     if (node->numberOfChildren() > 0 && !force) {
-      return Error{ErrorKind::refused,
-                   words->front() + ": the group is not empty (--force removes all in it)"};
+      return Error{ErrorKind::refused, std::to_string(*reference) +
+                                           ": the group is not empty (--force removes all in it)"};
     }
     title = node->getTitle();
     node->removeFromList();
@@ -219,9 +223,7 @@ Answer removeCommand(Arguments& arguments, const Console& console) {
 }
 
 Answer confirmCommand(Arguments& arguments, const Console& console) {
-  const auto words = arguments.words(1, 1);
-  if (!words) return wrongWords(words.error());
-  const auto reference = referenceFrom(words->front());
+  const auto reference = theReference(arguments);
   if (!reference) return wrongWords(reference.error());
   CommandHome home(console);
   if (!home.isThere()) return noSuchReference(*reference);
@@ -234,7 +236,7 @@ Answer confirmCommand(Arguments& arguments, const Console& console) {
     count = record.integer(DeletionKey::toConfirm);
     if (count <= 0) {
       return Error{ErrorKind::refused,
-                   words->front() + ": its last run did not ask to delete anything"};
+                   std::to_string(*reference) + ": its last run did not ask to delete anything"};
     }
     record.setValue(DeletionKey::confirmed, count);
     record.setValue(DeletionKey::toConfirm, 0);
@@ -242,7 +244,7 @@ Answer confirmCommand(Arguments& arguments, const Console& console) {
     return {};
   });
   if (!done) return done.error();
-  return Answer::ofText("confirmed " + words->front() + ": its next run may delete " +
+  return Answer::ofText("confirmed " + std::to_string(*reference) + ": its next run may delete " +
                         std::to_string(count) + " files\n");
 }
 
