@@ -41,8 +41,13 @@ bool ActionTree::isCurrent() const {
 }
 
 std::string ActionTree::titleOf(std::int64_t reference) {
-  const ProgrammedAction* const action = rootItem().actionForReference(reference);
-  return action != nullptr ? action->getTitle() : std::to_string(reference);
+  const ProgrammedAction* const node = rootItem().actionOrGroupForReference(reference);
+  return node != nullptr ? node->getTitle() : std::string();
+}
+
+std::string ActionTree::nameOf(std::int64_t reference) {
+  std::string title = titleOf(reference);
+  return title.empty() ? std::to_string(reference) : title;
 }
 
 void ActionTree::load() {

@@ -37,8 +37,10 @@ class ActionTree {
   /// Whether the root holds what the user programmed. Not while the file is away, empty or damaged:
   /// an action that is not found then is not gone.
   bool isThere();
-  /// The title of that action or group; without one, its number.
+  /// The title of that action or group; empty when there is none.
   std::string titleOf(std::int64_t reference);
+  /// The same for a text that must name it: without one, its number.
+  std::string nameOf(std::int64_t reference);
   /// The tree is read again at the next use; no node may be used any more.
   void releaseRootItem();
 

@@ -24,13 +24,8 @@ std::vector<std::int64_t> actionsOf(const UserInterfaceSources& sources, std::in
 
 }  // namespace
 
-std::string titleOf(const UserInterfaceSources& sources, std::int64_t ref) {
-  const ProgrammedAction* node = sources.tree.rootItem().actionOrGroupForReference(ref);
-  return node == nullptr ? std::string() : node->getTitle();
-}
-
 std::string queueByHand(const UserInterfaceSources& sources, std::int64_t ref) {
-  const std::string title = titleOf(sources, ref);
+  const std::string title = sources.tree.titleOf(ref);
   if (sources.queue.contains(ref)) return sources.texts.text("WindowAlreadyQueued", {title});
   const Outcome launched = sources.commands.launchAction(ref, false);
   if (launched) return {};
@@ -53,7 +48,7 @@ std::string launchByHand(const UserInterfaceSources& sources,
       last = queueByHand(sources, ref);
       if (!last.empty()) continue;
       ++queued;
-      last = sources.texts.text("WindowQueued", {titleOf(sources, ref)});
+      last = sources.texts.text("WindowQueued", {sources.tree.titleOf(ref)});
     }
   }
   return queued > 1 ? sources.texts.text("WindowQueuedMany", {queued}) : last;

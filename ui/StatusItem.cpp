@@ -144,13 +144,14 @@ void StatusItem::setMenuBarTimerIcon(int minutes) {
 
 MenuColour StatusItem::titleColour() const {
   if (m.state.mStartedFromNewMachine) return MenuColour::alarm;
-  if (m.state.mPause) return MenuColour::warning;
+  if (m.state.mPause || mWork.supervisor.stall()) return MenuColour::warning;
   return m.state.mScheduleDisabled ? MenuColour::secondary : MenuColour::information;
 }
 
 std::string StatusItem::shownTitle() const {
   if (m.state.mStartedFromNewMachine) return m.texts.text("StartedOtherMachine");
   if (m.state.mPause) return m.texts.text("RunningPaused");
+  if (std::string stuck = mWork.supervisor.stallText(); !stuck.empty()) return stuck;
   if (m.state.mScheduleDisabled) return m.texts.text("DisabledInfo");
   return m.state.mStatusTitle.empty() ? m.texts.text("NoNextAction") : m.state.mStatusTitle;
 }

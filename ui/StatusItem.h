@@ -32,8 +32,8 @@ class StatusItem {
   /// From when on a turn has something to do.
   ReferenceTime nextTurn() const;
 
-  /// What stands at the top of the menu, and its colour: what holds the scheduler back, else the
-  /// running action or the next one.
+  /// What stands at the top of the menu, and its colour: what holds the scheduler back or that the
+  /// running action is stuck, else the running action or the next one.
   std::string shownTitle() const;
   MenuColour titleColour() const;
 

@@ -117,8 +117,7 @@ Outcome Controls::launchAction(std::int64_t ref, bool estimateSize) {
 void Controls::launchActionsRemotely(std::span<const std::int64_t> refs) {
   const ReferenceTime due = m.platform.clock.now() + kRemoteLaunchDelay;
   mWork.queue.batch([&] {
-    for (const std::int64_t ref : refs)
-      mWork.queue.addActionToQueue(ref, due, -1, false, true, false);
+    for (const std::int64_t ref : refs) mWork.queue.addWish(ref, due, true, false);
   });
 }
 

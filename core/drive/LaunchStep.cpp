@@ -197,6 +197,7 @@ std::string LaunchStep::holdText() const {
 }
 
 std::string LaunchStep::statusInformation() const {
+  if (std::string stuck = mWork.supervisor.stallText(); !stuck.empty()) return stuck;
   return mStatusInformation.empty() ? holdText() : mStatusInformation;
 }
 

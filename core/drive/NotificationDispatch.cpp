@@ -115,9 +115,8 @@ void NotificationDispatch::launchTogether() {
   const std::vector<ZAN_Value> launches = std::exchange(mLaunches, {});
   mWork.queue.batch([&] {
     for (const ZAN_Value& launch : launches)
-      mWork.queue.addActionToQueue(launch.integer("Ref"),
-                                   m.platform.clock.now() + kManualLaunchDelay, -1, true, false,
-                                   launch.integer("EstimateSize") != 0);
+      mWork.queue.addWish(launch.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay, false,
+                          launch.integer("EstimateSize") != 0);
   });
 }
 

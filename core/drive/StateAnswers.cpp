@@ -93,7 +93,7 @@ Result<std::vector<std::string>> StateAnswers::why(std::int64_t ref) {
                                                           m.platform.input, mLaunchStep.holdText());
   const ActionsTools tools(mWork.evaluation.calendar(), m.platform.clock.now());
   const WhyNot whyNot(tools, {m.texts, m.strings}, mWork.volumes,
-                      [this](std::int64_t other) { return m.tree.titleOf(other); });
+                      [this](std::int64_t other) { return m.tree.nameOf(other); });
   std::vector<std::string> lines;
   for (const WhyNot::Reason& reason : whyNot.reasons(*action, situation)) {
     lines.push_back(reason.remedyByCommand.empty() ? reason.text

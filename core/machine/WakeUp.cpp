@@ -34,9 +34,7 @@ std::optional<ReferenceTime> WakeUp::nextWakeDate() const {
     if (now <= static_cast<double>(m.preferences.mSchedulerLastWakeupTime)) return std::nullopt;
     return now + kWhileExecuting;
   }
-  const auto& list = mEvaluation.actionsNextList();
-  const auto dated = std::ranges::find(list, true, &NextAction::hasDate);
-  return dated == list.end() ? std::nullopt : std::optional(dated->date);
+  return mEvaluation.nextRun();
 }
 
 std::optional<std::int64_t> WakeUp::timeToProgram() const {

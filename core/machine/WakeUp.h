@@ -21,9 +21,9 @@ class WakeUp {
 
   /// Whether the user wants it.
   bool isOn() const;
-  /// Programs the wake-up for the first dated action, unless it is less than 60 s away or within
-  /// 300 s of the one programmed. While an action runs the machine is kept from sleeping too long
-  /// by a wake-up 300 s ahead, each time that the last one has passed.
+  /// Programs the wake-up for the next action that starts by its date, unless it is less than 60 s
+  /// away or within 300 s of the one programmed. While an action runs the machine is kept from
+  /// sleeping too long by a wake-up 300 s ahead, each time that the last one has passed.
   void doSetWakeup();
   /// From when on `doSetWakeup` has something to do, as long as the actions' dates stay.
   ReferenceTime nextWork() const;

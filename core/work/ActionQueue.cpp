@@ -19,6 +19,8 @@ namespace {
 constexpr double kLaunchedFromFileDelay = 0.01;
 constexpr double kLookAhead = 60.0;
 constexpr double kDay = 86400.0;
+/// So many names fit into a message.
+constexpr std::size_t kMostNamed = 20;
 
 }  // namespace
 
@@ -97,6 +99,30 @@ QueueAddition ActionQueue::addOne(QueueRecord record, int row, bool manualLaunch
   return QueueAddition::queued;
 }
 
+void ActionQueue::addWish(std::int64_t ref, ReferenceTime launchTime, bool remote,
+                          bool estimateSize) {
+  std::string_view key;
+  switch (addActionToQueue(ref, launchTime, -1, !remote, remote, estimateSize)) {
+    case QueueAddition::unknownAction:
+      key = "ReportWishGone";
+      break;
+    case QueueAddition::treeUnreadable:
+      key = "ReportWishUnreadable";
+      break;
+    case QueueAddition::notPermitted:
+      key = "ReportWishNotPermitted";
+      break;
+    default:
+      return;
+  }
+  // One without its details names none.
+  if (ref == 0) return;
+  const std::string text = m.texts.text(key, {m.tree.nameOf(ref)});
+  m.store.texts().addToReportFile(text);
+  // Other machines are to raise no notices.
+  if (!remote) m.messages.sendUserNotification(text);
+}
+
 void ActionQueue::changed() {
   if (mBatchDepth > 0) {
     mChangedInBatch = true;
@@ -158,14 +184,26 @@ void ActionQueue::headBegins(std::optional<ReferenceTime> at) {
   saveActionsQueue();
 }
 
+std::string ActionQueue::tellNotRun(const std::vector<QueueRecord>& records, std::string_view key) {
+  std::string names;
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    const std::string name = m.tree.nameOf(records[i].ref);
+    m.store.texts().addToReportFile(m.texts.text(key, {name}));
+    if (i < kMostNamed) names += (i == 0 ? "" : ", ") + name;
+  }
+  return records.size() > kMostNamed ? names + ", …" : names;
+}
+
 void ActionQueue::removeFromQueue(const std::set<std::size_t>& rows) {
+  std::vector<QueueRecord> removed;
   for (std::size_t row = mActionsList.size(); row-- > 1;)
-    if (rows.contains(row)) erase(row);
+    if (rows.contains(row)) removed.push_back(erase(row));
   if (!mHeadIsRunning && !mActionsList.empty() && rows.contains(0)) {
-    erase(0);
+    removed.push_back(erase(0));
     m.state.mProgress = {};
     m.changes.note(Change::progress);
   }
+  (void)tellNotRun(removed, "ReportQueueRemoved");
   changed();
 }
 
@@ -183,15 +221,18 @@ void ActionQueue::moveRecord(std::size_t from, std::size_t to) {
 }
 
 void ActionQueue::removeRecordsOfOtherContexts(ActionContext context) {
-  bool removed = false;
+  std::vector<QueueRecord> removed;
   for (std::size_t row = mActionsList.size(); row-- > 2;) {
     const ProgrammedAction* const action =
         m.tree.rootItem().actionForReference(mActionsList[row].ref);
     if (action == nullptr || !isOtherContext(action->getActionContext(), context)) continue;
-    erase(row);
-    removed = true;
+    removed.push_back(erase(row));
   }
-  if (removed) changed();
+  if (removed.empty()) return;
+  std::ranges::reverse(removed);
+  m.messages.sendUserNotification(
+      m.texts.text("QueueLeftContext", {tellNotRun(removed, "ReportQueueLeftContext")}));
+  changed();
 }
 
 void ActionQueue::executeActionsInFile(const std::string& path) {
@@ -204,8 +245,8 @@ void ActionQueue::executeActionsInFile(const std::string& path) {
   }
   batch([&] {
     for (const ZAN_Value& record : records.elements.elements())
-      addActionToQueue(record.integer("Ref"), m.platform.clock.now() + kLaunchedFromFileDelay, -1,
-                       true, false, record.integer("EstimateSize") != 0);
+      addWish(record.integer("Ref"), m.platform.clock.now() + kLaunchedFromFileDelay, false,
+              record.integer("EstimateSize") != 0);
   });
   m.debugLog.logMessage("Scheduler execute actions manually launched from a file", true);
   if (m.preferences.mPrefScheduleDisabled == 0) mAutomatic.enableQuietly();
@@ -285,8 +326,10 @@ void ActionQueue::removeHead() {
   m.changes.note(Change::queue);
 }
 
-void ActionQueue::erase(std::size_t row) {
+QueueRecord ActionQueue::erase(std::size_t row) {
+  const QueueRecord record = mActionsList[row];
   mActionsList.erase(mActionsList.begin() + static_cast<std::ptrdiff_t>(row));
+  return record;
 }
 
 void ActionQueue::batch(const std::function<void()>& body) {

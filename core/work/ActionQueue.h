@@ -7,6 +7,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "actions/ActionContext.h"
@@ -48,6 +49,9 @@ class ActionQueue {
   /// The same, automatic; `due` is when its schedule wanted it, for one that comes late.
   QueueAddition addActionToQueue(std::int64_t ref, ReferenceTime launchTime, int row,
                                  std::optional<ReferenceTime> due = std::nullopt);
+  /// A wish of somebody who hears no answer. What is refused is told in the report, and by a notice
+  /// where it comes from this machine.
+  void addWish(std::int64_t ref, ReferenceTime launchTime, bool remote, bool estimateSize);
 
   /// Stores all occasions, the head among them, synchronised, and then the queue without its head
   /// in the preferences (an empty list when the queue is not to be kept).
@@ -65,13 +69,18 @@ class ActionQueue {
   /// is first in the queue, as one try more.
   void settleUnfinished(bool repeated);
 
-  /// Removes the records at these rows; the head only while no execution runs.
+  /// Says in the report, under that key, of each record that it was not run. Their names for a
+  /// message, not too many.
+  std::string tellNotRun(const std::vector<QueueRecord>& records, std::string_view key);
+
+  /// Removes the records at these rows, as the user wants it; the head only while no execution
+  /// runs. The report names them.
   void removeFromQueue(const std::set<std::size_t>& rows);
   /// Moves a record so that it stands at `to` afterwards; a running head neither moves nor is
   /// passed.
   void moveRecord(std::size_t from, std::size_t to);
   /// Removes, from the last record down to position 2, those whose action exists and belongs to a
-  /// context other than `context`. Positions 0 and 1 stay.
+  /// context other than `context`. Positions 0 and 1 stay. What leaves is told.
   void removeRecordsOfOtherContexts(ActionContext context);
 
   /// Enqueues what the main application wrote into a request file, as launched by hand; enables
@@ -116,7 +125,7 @@ class ActionQueue {
   QueueAddition addOne(QueueRecord record, int row, bool manualLaunch, bool remoteLaunch,
                        ReferenceTime scheduleDate);
   void changed();
-  void erase(std::size_t row);
+  QueueRecord erase(std::size_t row);
   void bound(QueueRecord& record) const;
   void moveDates(double jump);
 

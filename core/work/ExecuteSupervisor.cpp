@@ -227,12 +227,12 @@ std::string ExecuteSupervisor::stallText() const {
   const bool quiet = stall->kind == Stall::Kind::noProgress;
   std::string text =
       m.texts.text(quiet ? "StuckNoProgress" : "StuckLong",
-                   {titleOf(mQueue.head().ref), m.strings.getShortTimeDate(stall->since)});
+                   {m.tree.nameOf(mQueue.head().ref), m.strings.getShortTimeDate(stall->since)});
   const auto& queue = mQueue.actionsList();
   std::string waiting;
   for (std::size_t i = 1; i < std::min(queue.size(), kNamed + 1); ++i) {
     if (i > 1) waiting += ", ";
-    waiting += m.texts.text("WhyTitle", {titleOf(queue[i].ref)});
+    waiting += m.texts.text("WhyTitle", {m.tree.nameOf(queue[i].ref)});
   }
   if (queue.size() > kNamed + 1)
     waiting = m.texts.text("StuckWaitingMore", {waiting, queue.size() - kNamed - 1});
@@ -241,12 +241,7 @@ std::string ExecuteSupervisor::stallText() const {
 }
 
 std::string ExecuteSupervisor::runningTitle() const {
-  return mProcessTask && !mQueue.empty() ? titleOf(mQueue.head().ref) : std::string();
-}
-
-std::string ExecuteSupervisor::titleOf(std::int64_t ref) const {
-  const ProgrammedAction* const action = m.tree.rootItem().actionForReference(ref);
-  return action != nullptr ? action->getTitle() : "???";
+  return mProcessTask && !mQueue.empty() ? m.tree.nameOf(mQueue.head().ref) : std::string();
 }
 
 void ExecuteSupervisor::endOfExecution() {
@@ -290,10 +285,7 @@ void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {
   logLines(mOutput.finish());
   for (const std::string& line : mOutput.lastLines()) report += "\n" + line;
   m.store.texts().addToReportFile(report);
-  if (retry) {
-    mCrashReference = ref;
-    mQueue.insertCopyOfHead();
-  }
+  if (retry) mQueue.insertCopyOfHead();
   clearFinishedProcess();
   m.state.mProcessStatus = 0;
 
@@ -410,7 +402,7 @@ void ExecuteSupervisor::giveUp() {
   if (!mProcessTask) return mStop.forget();
   if (!mProcessTask->isRunning()) return;
   const std::int64_t ref = mQueue.empty() ? 0 : mQueue.head().ref;
-  const std::string text = m.texts.text("StopGivenUp", {titleOf(ref)});
+  const std::string text = m.texts.text("StopGivenUp", {m.tree.nameOf(ref)});
   recordStop(ref, "it could not be ended and is held by the system");
   mProcessTask->letGo();
   executionDidEnd();
@@ -421,7 +413,7 @@ void ExecuteSupervisor::giveUp() {
 /// Of an execution that could not record its own end.
 void ExecuteSupervisor::recordStop(std::int64_t ref, const std::string& reason) {
   ZAN_Value entry = ZAN_Value::dictionary({{"R", ref},
-                                           {"N", titleOf(ref)},
+                                           {"N", m.tree.nameOf(ref)},
                                            {"S", mProcessTask->terminationStatus()},
                                            {"C", LogCode::abortedByUser}});
   if (!reason.empty()) entry.setValue("F", reason);

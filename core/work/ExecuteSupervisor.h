@@ -103,9 +103,6 @@ class ExecuteSupervisor : private TaskController {
   ReferenceTime startOfCurrentAction() const { return mStartOfCurrentAction; }  ///< 0 when none
   /// New tries of the head after a crash so far.
   int retryNb() const { return mQueue.empty() ? 0 : mQueue.head().retry; }
-  std::int64_t crashReference() const {
-    return mCrashReference;
-  }  ///< last action that crashed, 0 when none
   std::int64_t estimateSize() const { return mEstimateSize; }
   /// How the execution survey wants the next execution run; back to 0 when its window is hidden.
   int executionMode() const { return mExecutionMode; }
@@ -136,7 +133,6 @@ class ExecuteSupervisor : private TaskController {
   void performStop(ExecutionStop::Stage stage);
   void giveUp();
   void recordStop(std::int64_t ref, const std::string& reason);
-  std::string titleOf(std::int64_t ref) const;
   void endOfExecution();
   void answerCrash(std::int64_t ref, int status);
   std::optional<std::string> crashPath() const;
@@ -153,7 +149,6 @@ class ExecuteSupervisor : private TaskController {
   ReferenceTime mLaunchTime = 0;
   Deadline mSeenFrom;
   ReferenceTime mStartOfCurrentAction = 0;
-  std::int64_t mCrashReference = 0;
   std::int64_t mEstimateSize = 0;
   int mExecutionMode = 0;
   std::deque<ZAN_Value> mLatestExecuteCurrentPath;

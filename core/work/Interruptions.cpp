@@ -10,8 +10,6 @@ namespace corvana {
 namespace {
 
 constexpr double kLookInterval = 5.0;
-/// So many names fit into a message.
-constexpr std::size_t kMostNamed = 20;
 
 }  // namespace
 
@@ -41,17 +39,10 @@ void Interruptions::markOccasions() {
 
 void Interruptions::tellDropped() {
   if (mQueue.dropped().empty()) return;
-  std::string titles;
-  std::size_t count = 0;
-  for (const QueueRecord& record : mQueue.dropped()) {
-    const std::string title = m.tree.titleOf(record.ref);
-    m.store.texts().addToReportFile(m.texts.text("ReportQueueDropped", {title}));
-    if (++count <= kMostNamed) titles += (titles.empty() ? "" : ", ") + title;
-  }
-  if (count > kMostNamed) titles += ", …";
+  const std::string names = mQueue.tellNotRun(mQueue.dropped(), "ReportQueueDropped");
   m.messages.displayStandardMessage(
       m.texts.text(m.state.mStartedFromNewMachine ? "QueueDroppedOtherDisk" : "QueueDropped",
-                   {titles}),
+                   {names}),
       LogCode::message);
   mQueue.saveActionsQueue();
 }
@@ -105,7 +96,7 @@ bool Interruptions::hasEnded(const QueueRecord& record, const ZAN_Value& trace) 
 
 void Interruptions::tellInterrupted(const QueueRecord& record, const ZAN_Value& trace,
                                     bool repeated) {
-  const std::string title = m.tree.titleOf(record.ref);
+  const std::string title = m.tree.nameOf(record.ref);
   const std::string began = m.strings.getShortTimeDate(*record.begun);
   m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", record.ref},
                                                {"N", title},

@@ -35,6 +35,8 @@ class MissedRuns {
   void begin(const ZAN_DateUtils& calendar);
   /// For each action of it: the date of a run that is to be made up now.
   std::optional<ReferenceTime> dueNow(const ProgrammedAction& action, const StartVerdict& verdict);
+  /// Whether a run of that action is to be made up as soon as its hours begin.
+  bool isWaiting(std::int64_t ref) const { return mWaiting.contains(ref); }
   /// It has ended, and when the next one comes is known.
   void end();
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "actions/ActionsTools.h"
+#include "actions/Forecast.h"
 #include "actions/ProgrammedAction.h"
 #include "actions/TriggerSettings.h"
 #include "core/record/Records.h"
@@ -139,7 +140,7 @@ void TriggerEvaluation::checkActionsToLaunch(std::optional<std::string_view> mou
   else
     state.mFirstCheckAfterStartup = false;
   state.updateMenu();
-  m.changes.note(Change::nextActions);
+  listChanged();
 }
 
 void TriggerEvaluation::rebuildActionsList() {
@@ -153,7 +154,44 @@ void TriggerEvaluation::rebuildActionsList() {
   mActionsNextList.clear();
   walkGroup(walk, m.tree.rootItem());
   sortActions(mActionsNextList);
+  listChanged();
+}
+
+void TriggerEvaluation::listChanged() {
+  mNextRun.reset();
   m.changes.note(Change::nextActions);
+}
+
+std::optional<ReferenceTime> TriggerEvaluation::nextRun() const {
+  if (mNextRun) return *mNextRun;
+  std::optional<ReferenceTime> first;
+  for (const NextAction& next : mActionsNextList) {
+    // Hours make a date later, never earlier.
+    if (next.isGroup || (next.hasDate && first && next.date >= *first)) continue;
+    const ProgrammedAction* const action = m.tree.rootItem().actionForReference(next.ref);
+    if (action == nullptr) continue;
+    const auto date = next.hasDate && !action->schedule().hasAllowedHours ? std::optional(next.date)
+                                                                          : nextRunOf(*action);
+    if (date && (!first || *date < *first)) first = date;
+  }
+  mNextRun = first;
+  return first;
+}
+
+std::optional<ReferenceTime> TriggerEvaluation::nextRunOf(const ProgrammedAction& action) const {
+  const Schedule& schedule = action.schedule();
+  const StartSituation situation{.context = static_cast<ActionContext>(m.state.mContext)};
+  const ReferenceTime now = m.platform.clock.now();
+  const auto verdictAt = [&](ReferenceTime then) {
+    return StartVerdict::of(action, ActionsTools(mCalendar, then), situation);
+  };
+  const StartVerdict verdict = verdictAt(now);
+  if (!verdict.automatic || !verdict.inContext) return std::nullopt;
+  if (!verdict.inHours && mMissedRuns.isWaiting(action.getReference())) return verdict.changesAt;
+  const auto run = Forecast(mCalendar, schedule).next(now);
+  if (!run || run->shutDown) return std::nullopt;
+  const StartVerdict then = verdictAt(std::max(run->date, now));
+  return then.inHours ? run->date : then.changesAt;
 }
 
 void TriggerEvaluation::enqueueActionsDueWithinAMinute() {

@@ -46,6 +46,9 @@ class TriggerEvaluation {
   /// The earliest future date found, a year ahead when there is none, 0 while execution is
   /// disabled.
   ReferenceTime startOfNextAction() const { return mStartOfNextAction.at(); }
+  /// When the next action of the list really starts by a date of its own: in its allowed hours, and
+  /// at their begin where it waits for them. In the past when it is overdue; nothing without one.
+  std::optional<ReferenceTime> nextRun() const;
   /// Whether the look-ahead has already handled `startOfNextAction`.
   bool listNextWasUpdated() const { return mListNextWasUpdated; }
   void setListNextWasUpdated(bool updated) { mListNextWasUpdated = updated; }
@@ -84,12 +87,16 @@ class TriggerEvaluation {
   void collectNotExecuted(ReferenceTime now, const ProgrammedAction& action,
                           const TriggerSettings& trigger);
   void nameNextAction(const Walk& walk);
+  std::optional<ReferenceTime> nextRunOf(const ProgrammedAction& action) const;
+  void listChanged();
 
   Records& m;
   VolumeIdentity& mVolumes;
   ActionQueue& mQueue;
   ZAN_DateUtils mCalendar;
   std::vector<NextAction> mActionsNextList;
+  /// Found when it is first asked for after a change of the list.
+  mutable std::optional<std::optional<ReferenceTime>> mNextRun;
   Deadline mStartOfNextAction;
   std::string mNextActionText;
   bool mListNextWasUpdated = false;

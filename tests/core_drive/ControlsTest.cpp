@@ -67,7 +67,8 @@ TEST(Controls, EachCommandHasItsEffectAndNoOther) {
        "main ActionListChanged; controls: on; hold: {cause=date text=The next action starts at "
        "12:00:10 PM until=12:00:10}; information: The next action starts in 3 s; queue: "
        "[{ref=102 title=Mail date=12:00:10}]; queueCount: 1; stored SchedulerActionsToDoList: []; "
-       "report: “Mail” was added to the queue"},
+       "report: “Mail” was added to the queue; report: Action 999 was asked for and not run, since "
+       "there is no such action"},
       {"open the menu",
        [](Drive& day) {
          std::ofstream(day.store().folder().aliasFolderPath() + "/share.desktop")
@@ -203,7 +204,7 @@ TEST(Controls, CommandsWhileSomethingRuns) {
              day.commands().removeFromQueue({0, 1});
            },
            "queue: [{ref=102 title=Mail date=12:00:05 running=1}]; queueCount: 1; stored "
-           "SchedulerActionsToDoList: []"},
+           "SchedulerActionsToDoList: []; report: “Photos” was taken out of the queue and not run"},
           {"move", [](Drive& day) { day.commands().moveInQueue(1, 0); }, ""},
           {"show all windows", [](Drive& day) { day.commands().showAllVisibleWindows(); },
            "execute ShowAllVisibleWindowsActions; fronts: 1; opens ~/Applications/Corvana 9.app"},

@@ -88,7 +88,6 @@ TEST_F(ExecuteSupervisorTest, ACrashIsAnsweredByOneNewTry) {
   execute({.seconds = 4, .status = 11, .output = output, .farewell = "last words"});
   EXPECT_THAT(queued(), ElementsAre(7, 8));
   EXPECT_EQ(supervisor.retryNb(), 1);
-  EXPECT_EQ(supervisor.crashReference(), 7);
   EXPECT_EQ(state.mPauseBeforeNextStep.at(), now() + 25.0);
   EXPECT_EQ(lastLogEntry().integer("C"), LogCode::crashed);
   EXPECT_EQ(lastLogEntry().integer("S"), 11);

@@ -152,6 +152,56 @@ TEST_F(WakeUpTest, ARefusalIsSaidOnceUntilItWorksAgain) {
   EXPECT_THAT(eventsAfter(), IsEmpty());
 }
 
+/// Tuesday noon; hours from 8 to 10.
+TEST_F(WakeUpTest, HoursAreWaitedFor) {
+  const auto date = [](double hours) { return ZAN_Value::date(hours * 3600); };
+  const auto inHours = [&](ZAN_Value record, double from, double to) {
+    record.setValue("TriggerAllowedHours", 1);
+    record.setValue("TriggerAllowedHoursFrom", date(from));
+    record.setValue("TriggerAllowedHoursTo", date(to));
+    record.setValue("LastScheduleDate", ZAN_Value::date(now() - 86400));
+    return record;
+  };
+  const ReferenceTime midnight = now() - 12 * 3600;
+  const auto wakesAt = [&](std::vector<ZAN_Value> actions) {
+    setActions(std::move(actions));
+    evaluation.rebuildActionsList();
+    power.wakes.clear();
+    preferences.mSchedulerLastWakeupTime = 0;
+    wakeUp.doSetWakeup();
+    return power.wakes;
+  };
+  const auto hours = [&](double at) {
+    return static_cast<std::int64_t>(midnight + at * 3600 - 10);
+  };
+  const ZAN_Value every = automatic(1, 20, {{"TriggerScheduleMinutes", 30}});
+  const ZAN_Value evening = automatic(2, 1, {{"TriggerScheduleTime", date(20)}});
+  EXPECT_THAT(wakesAt({inHours(every, 8, 10)}), ElementsAre(hours(24 + 8.5)))
+      << "today's hours are over";
+  EXPECT_THAT(wakesAt({inHours(every, 14, 16)}), ElementsAre(hours(14.5)));
+  EXPECT_THAT(wakesAt({inHours(evening, 8, 10)}), IsEmpty()) << "its hours never let it run";
+  EXPECT_THAT(wakesAt({inHours(evening, 18, 22), inHours(every, 8, 10)}), ElementsAre(hours(20)));
+}
+
+TEST_F(WakeUpTest, AMissedRunWakesWhenItsHoursBegin) {
+  const auto date = [](double hours) { return ZAN_Value::date(hours * 3600); };
+  const ReferenceTime midnight = now() - 12 * 3600;
+  setActions({automatic(1, 1,
+                        {{"TriggerScheduleTime", date(9)},
+                         {"TriggerAllowedHours", 1},
+                         {"TriggerAllowedHoursFrom", date(8)},
+                         {"TriggerAllowedHoursTo", date(10)},
+                         {"TriggerMakeUpMissed", 1},
+                         {"LastScheduleDate", ZAN_Value::date(midnight - 15 * 3600)}})});
+  machine.clock.setNow(midnight + 7 * 3600);
+  evaluation.checkActionsToLaunch();
+  // Asleep over the hours.
+  machine.clock.setNow(midnight + 12 * 3600);
+  evaluation.checkActionsToLaunch();
+  wakeUp.doSetWakeup();
+  EXPECT_THAT(power.wakes, ElementsAre(static_cast<std::int64_t>(midnight + 32 * 3600 - 10)));
+}
+
 TEST_F(WakeUpTest, SwitchedOffItIsTakenBack) {
   const ReferenceTime first = now() + 3600;
   dueAt(first);

@@ -4,6 +4,7 @@
 
 #include "actions/History.h"
 #include "tests/scenario/Scenario.h"
+#include "ui/StatusItem.h"
 #include "ui/windows/ComingModels.h"
 #include "ui/windows/HistoryModels.h"
 #include "ui/windows/PreferencesModel.h"
@@ -13,6 +14,7 @@
 namespace corvana {
 namespace {
 
+using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
@@ -252,6 +254,37 @@ TEST_F(WindowModelsTest, TheStatusNamesWhatRunsAndWhatHoldsBack) {
   status.setContext(2);
   EXPECT_EQ(status.context(), 2);
   EXPECT_EQ(status.id(0), photos);
+}
+
+TEST_F(WindowModelsTest, AStuckExecutionIsShownWithWhoWaitsBehindIt) {
+  const std::int64_t photos =
+      scenario.action("Photos", ZAN_Value::dictionary({{"OptionsPerformer", "corvana9"}}));
+  const std::int64_t music = scenario.action("Music", {});
+  ChildScript stuck;
+  stuck.seconds = ChildScript::kUntilStopped;
+  scenario.scripts["Photos"] = stuck;
+  begin();
+  SchedulerCommands& commands = scenario.agent->commands();
+  EXPECT_TRUE(commands.launchAction(photos, false));
+  EXPECT_TRUE(commands.launchAction(music, false));
+  const StatusModel status(sources());
+  const QueueModel queue(sources());
+  const StatusItem& item = sources().statusItem;
+  scenario.runFor(500);
+  EXPECT_THAT(item.shownTitle(), Not(HasSubstr("progress")));
+  EXPECT_EQ(queue.text(0, 2), "Running");
+  scenario.runFor(200);
+  const auto stuckAndWaiting = AllOf(HasSubstr("“Photos” has made no progress since"),
+                                     HasSubstr("Waiting behind it: “Music”."));
+  EXPECT_THAT(item.shownTitle(), stuckAndWaiting);
+  EXPECT_EQ(scenario.machine.userInterface.statusTitle, item.shownTitle()) << "and was drawn";
+  EXPECT_EQ(item.titleColour(), MenuColour::warning);
+  EXPECT_THAT(status.facts(), Contains(Pair("Now:", stuckAndWaiting)));
+  EXPECT_THAT(queue.text(0, 2), HasSubstr("Stuck since"));
+  EXPECT_THAT(queue.summary(), stuckAndWaiting);
+  commands.stopExecution();
+  scenario.runFor(60);
+  EXPECT_THAT(item.shownTitle(), Not(HasSubstr("progress")));
 }
 
 /// Ten thousand actions: opening a window and finding one of them is a matter of milliseconds.

@@ -131,7 +131,7 @@ std::int64_t QueueModel::id(std::size_t row) const {
 std::string QueueModel::text(std::size_t row, std::size_t column) const {
   const QueueRecord& record = m.queue.actionsList()[row];
   if (column == 0) {
-    const std::string title = titleOf(m, record.ref);
+    const std::string title = m.tree.titleOf(record.ref);
     if (title.empty()) return m.texts.text("WindowActionGone");
     return record.estimateSize != 0 ? m.texts.text("QueueSizeOnly", {title}) : title;
   }
@@ -143,6 +143,8 @@ std::string QueueModel::text(std::size_t row, std::size_t column) const {
 std::string QueueModel::state(std::size_t row) const {
   if (row == 0 && isExecuting()) {
     if (m.state.mPause) return m.texts.text("QueueRunningPaused");
+    if (const auto stall = m.supervisor.stall())
+      return m.texts.text("QueueStuck", {m.strings.getShortTimeDate(stall->since)});
     const int percent = static_cast<int>(std::clamp(m.state.mProgress.value, 0.0, 100.0));
     return percent > 0 ? m.texts.text("QueueRunningPercent", {percent})
                        : m.texts.text("QueueRunning");
@@ -200,6 +202,7 @@ std::string QueueModel::summary() const {
   if (m.queue.empty()) return m.texts.text("QueueEmpty");
   if (m.state.mPause) return m.texts.text("ActionPaused");
   if (m.state.mScheduleDisabled) return m.texts.text("DisabledInfo");
+  if (std::string stuck = m.supervisor.stallText(); !stuck.empty()) return stuck;
   const std::size_t waiting = rowCount() - (isExecuting() ? 1 : 0);
   return waiting == 0 ? m.texts.text("QueueNoneWaits") : m.texts.text("QueueWaiting", {waiting});
 }

@@ -61,7 +61,7 @@ std::vector<std::pair<std::string, std::string>> StatusModel::facts() const {
   const ReferenceTime now = m.platform.clock.now();
   const ActionsTools tools(m.evaluation.calendar(), now);
   if (m.supervisor.isExecuting() && !m.queue.empty()) {
-    std::string text = titleOf(m, m.queue.head().ref);
+    std::string text = m.tree.titleOf(m.queue.head().ref);
     if (const ReferenceTime start = m.supervisor.startOfCurrentAction(); start != 0)
       text = m.texts.text("StatusSince", {text, m.strings.getShortTime(start)});
     facts.emplace_back(m.texts.text("StatusRunning"), text);

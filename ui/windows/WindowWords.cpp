@@ -39,7 +39,7 @@ std::string reasonsText(const UserInterfaceSources& sources, std::int64_t ref) {
                           sources.launchHold());
   const ActionsTools tools(sources.evaluation.calendar(), sources.platform.clock.now());
   const WhyNot whyNot(tools, {sources.texts, sources.strings}, sources.volumes,
-                      [&](std::int64_t other) { return titleOf(sources, other); });
+                      [&](std::int64_t other) { return sources.tree.nameOf(other); });
   std::string text;
   for (const WhyNot::Reason& reason : whyNot.reasons(*action, situation)) {
     if (!text.empty()) text += '\n';
