@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -14,6 +15,25 @@ namespace corvana {
 namespace {
 
 bool isNothingThere(int code) { return code == ENOENT || code == ENOTDIR || code == ELOOP; }
+
+/// Leaves a folder the time that it was given by what was copied.
+class KeptTime {
+ public:
+  explicit KeptTime(int folder) : mPath("/proc/self/fd/" + std::to_string(folder)) {
+    mIsKnown = ::stat(mPath.c_str(), &mState) == 0;
+  }
+  KeptTime(const KeptTime&) = delete;
+  KeptTime& operator=(const KeptTime&) = delete;
+  ~KeptTime() {
+    const std::array times{mState.st_atim, mState.st_mtim};
+    if (mIsKnown) ::utimensat(AT_FDCWD, mPath.c_str(), times.data(), 0);
+  }
+
+ private:
+  std::string mPath;
+  struct stat mState {};
+  bool mIsKnown = false;
+};
 
 }  // namespace
 
@@ -35,6 +55,7 @@ Outcome Deletion::moveAside(const std::string& name) {
   };
   const int from = mCopyFolders.open(above);
   if (from < 0) return isNothingThere(errno) ? Outcome() : failed();
+  const KeptTime kept(from);
   if (name.ends_with('/')) {
     if (::unlinkat(from, entry.c_str(), AT_REMOVEDIR) == 0) return {};
     // What keeps it from going is said where that is dealt with.

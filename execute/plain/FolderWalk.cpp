@@ -50,33 +50,47 @@ int ParentFolders::make(const std::string& name) {
   return open(name);
 }
 
-bool walkTree(int folder, const std::string& prefix,
-              const std::function<Step(int, const std::string&, const std::string&)>& each,
-              const std::function<void(const std::string&)>& unreadable) {
-  auto names = namesInFolder(folder);
+TreeCursor::TreeCursor(int folder, std::string prefix,
+                       std::function<void(const std::string&)> unreadable)
+    : mUnreadable(std::move(unreadable)) {
+  enter(ZAN_Descriptor(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+        std::move(prefix));
+}
+
+void TreeCursor::enter(ZAN_Descriptor folder, std::string prefix) {
+  auto names = folder ? namesInFolder(folder.get()) : std::nullopt;
   if (!names) {
-    if (unreadable) unreadable(prefix);
-    return true;
+    if (mUnreadable) mUnreadable(prefix);
+    return;
   }
-  std::vector<std::pair<std::string, std::string>> entries;
-  for (auto& name : *names) entries.emplace_back(VersionItem::escaped(name), std::move(name));
-  names.reset();
+  std::vector<std::pair<std::string, std::string>> sorted;
+  for (auto& name : *names) sorted.emplace_back(VersionItem::escaped(name), std::move(name));
   std::ranges::sort(
-      entries, [](const auto& one, const auto& two) { return comesBefore(one.first, two.first); });
-  for (const auto& [shown, entry] : entries) {
-    const std::string name = prefix.empty() ? entry : prefix + "/" + entry;
-    const Step step = each(folder, entry, name);
-    if (step == Step::stop) return false;
-    if (step == Step::over) continue;
-    const ZAN_Descriptor below = openFolderBelow(folder, entry);
-    if (!below) {
-      // What is no folder, or none of this volume, was asked for in vain.
-      if (errno != ENOTDIR && errno != ELOOP && errno != EXDEV && unreadable) unreadable(name);
-      continue;
-    }
-    if (!walkTree(below.get(), name, each, unreadable)) return false;
+      sorted, [](const auto& one, const auto& two) { return comesBefore(one.first, two.first); });
+  Level level{.folder = std::move(folder), .prefix = std::move(prefix), .entries = {}};
+  for (auto& [shown, name] : sorted) level.entries.push_back(std::move(name));
+  mLevels.push_back(std::move(level));
+}
+
+std::optional<TreeCursor::Entry> TreeCursor::next() {
+  if (mWanted) {
+    ZAN_Descriptor below = openFolderBelow(mWanted->folder, mWanted->entry);
+    // What is mounted there is none of it.
+    if (below || errno != EXDEV) enter(std::move(below), std::move(mWanted->name));
+    mWanted.reset();
   }
-  return true;
+  while (!mLevels.empty() && mLevels.back().at == mLevels.back().entries.size()) mLevels.pop_back();
+  if (mLevels.empty()) return std::nullopt;
+  Level& level = mLevels.back();
+  const std::string& entry = level.entries[level.at++];
+  struct stat state {};
+  const bool isFolder =
+      ::fstatat(level.folder.get(), entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISDIR(state.st_mode);
+  Entry found{level.folder.get(), entry, level.prefix.empty() ? entry : level.prefix + "/" + entry,
+              isFolder};
+  if (isFolder) mWanted = found;
+  return found;
 }
 
 bool removeTree(int parent, const std::string& name) {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 
@@ -36,14 +38,36 @@ class ParentFolders {
 };
 
 /// Goes through all that lies below an open folder, in the order of `comesBefore`, without leaving
-/// its mount or following a link. `each` gets the open folder of an entry, the entry's name there
-/// and its name below the first folder behind `prefix`, and says whether to go into it, were it a
-/// folder. What cannot be read is told to `unreadable`, with errno. False when `each` wanted to
-/// stop.
-enum class Step { in, over, stop };
-bool walkTree(int folder, const std::string& prefix,
-              const std::function<Step(int, const std::string&, const std::string&)>& each,
-              const std::function<void(const std::string&)>& unreadable = {});
+/// its mount or following a link.
+class TreeCursor {
+ public:
+  struct Entry {
+    int folder;         ///< that it lies in, open until the next call
+    std::string entry;  ///< its name there
+    std::string name;   ///< its name below the first folder, behind the prefix
+    bool isFolder;      ///< and will be gone into
+  };
+  /// The folder is open as long as the cursor is used. `unreadable` gets the names of folders that
+  /// cannot be read, with errno.
+  TreeCursor(int folder, std::string prefix,
+             std::function<void(const std::string&)> unreadable = {});
+  std::optional<Entry> next();
+  /// Does not go into the folder that came last.
+  void skip() { mWanted.reset(); }
+
+ private:
+  struct Level {
+    ZAN_Descriptor folder;
+    std::string prefix;
+    std::vector<std::string> entries;
+    std::size_t at = 0;
+  };
+  void enter(ZAN_Descriptor folder, std::string prefix);
+
+  std::function<void(const std::string&)> mUnreadable;
+  std::vector<Level> mLevels;
+  std::optional<Entry> mWanted;
+};
 
 /// Removes it with all that is in it, without crossing a mount or following a link; what cannot be
 /// removed stays, and so does what it lies in.

@@ -96,11 +96,17 @@ std::vector<std::pair<std::string, std::string>> attributesOf(int folder,
 }  // namespace
 
 std::string VersionItem::escaped(std::string_view bytes) {
-  const bool isText = isUtf8(bytes);
   std::string text;
   text.reserve(bytes.size());
-  for (const char letter : bytes) {
+  // A folder's name is written in one way, whatever lies in it.
+  bool isText = false;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    const char letter = bytes[i];
     const auto byte = static_cast<unsigned char>(letter);
+    if (i == 0 || letter == '/') {
+      const std::size_t end = std::min(bytes.find('/', i + 1), bytes.size());
+      isText = isUtf8(bytes.substr(i, end - i));
+    }
     if (byte <= ' ' || byte == 0x7f || letter == '\\' || letter == '#' || letter == '=' ||
         (byte >= 0x80 && !isText)) {
       std::array<char, 5> octal{};

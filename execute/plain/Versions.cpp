@@ -56,13 +56,12 @@ Outcome synchronise(const HeldFolder& folder) {
 std::uint64_t sizeOf(int all, const std::string& name) {
   const ZAN_Descriptor folder = openFolderBelow(all, name);
   std::uint64_t blocks = 0;
-  if (folder) {
-    walkTree(folder.get(), {}, [&](int parent, const std::string& entry, const std::string&) {
-      struct stat state {};
-      if (::fstatat(parent, entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0) return Step::over;
+  if (!folder) return 0;
+  TreeCursor cursor(folder.get(), {});
+  while (const auto entry = cursor.next()) {
+    struct stat state {};
+    if (::fstatat(entry->folder, entry->entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0)
       blocks += static_cast<std::uint64_t>(state.st_blocks);
-      return S_ISDIR(state.st_mode) ? Step::in : Step::over;
-    });
   }
   return blocks * 512;
 }
@@ -222,6 +221,14 @@ Outcome Versions::makeFolder(const VersionHeader& header, State state, std::stri
   return failed(base);
 }
 
+Outcome Versions::endCut() {
+  if (!wasCut()) return {};
+  VersionHeader next = mOwn;
+  next.date = 0;  // right after the one before it
+  next.isUnfinished = true;
+  return close(std::move(next));
+}
+
 Outcome Versions::begin(ReferenceTime now, bool isFirst) {
   if (!mAll) {
     auto all = mDestination.makeBelow(std::string(kName), 0700);
@@ -229,12 +236,9 @@ Outcome Versions::begin(ReferenceTime now, bool isFirst) {
     mAll = *std::move(all);
     if (Outcome settled = settle(); !settled) return settled;
   }
-  VersionHeader next = mOwn;
-  if (wasCut()) {
-    next.date = now;
-    next.isUnfinished = true;
-    if (Outcome closed = close(next); !closed) return closed;
-  } else if (!mCurrent) {
+  if (Outcome ended = endCut(); !ended) return ended;
+  if (!mCurrent) {
+    VersionHeader next = mOwn;
     // What is there was made before there were versions, and may be as old as that.
     if (next.date == 0 || next.date >= now) next.date = now - 1;
     next.isUnfinished = isFirst;
@@ -317,15 +321,12 @@ Outcome Versions::writeList(const HeldFolder& folder, const VersionHeader& heade
     LineReader reader(journal.get());
     for (std::string_view line; reader.next(line);) lines.add(line);
   }
-  walkTree(folder.descriptor(), {},
-           [&](int parent, const std::string& entry, const std::string& name) {
-             if (isOwnFile(name)) return Step::over;
-             const auto item = VersionItem::read(parent, entry, name, true);
-             if (!item) return Step::over;
-             if (item->kind == VersionItem::Kind::folder) return Step::in;
-             lines.add(item->toLine());
-             return Step::over;
-           });
+  TreeCursor cursor(folder.descriptor(), {});
+  while (const auto entry = cursor.next()) {
+    if (entry->isFolder || isOwnFile(entry->name)) continue;
+    if (const auto item = VersionItem::read(entry->folder, entry->entry, entry->name, true))
+      lines.add(item->toLine());
+  }
   ParentFolders aside(folder.descriptor());
   ParentFolders copies(mDestination.descriptor());
   const auto kindIn = [](ParentFolders& parents, const std::string& name) {

@@ -60,6 +60,8 @@ struct VersionFolder {
 class Versions {
  public:
   static constexpr std::string_view kName = ".corvana9-versions";
+  /// How names of our own files begin, in a copy and here.
+  static constexpr std::string_view kOurs = ".corvana9-";
   static constexpr std::string_view kList = ".corvana9-list";
   static constexpr std::string_view kJournal = ".corvana9-journal";
   /// How long folders without a list stay, in seconds.
@@ -87,6 +89,15 @@ class Versions {
   /// The copies are a version now, of that date.
   Outcome finish(VersionHeader now);
 
+  /// After a run that was cut off: makes the copies a version that is not finished, so that those
+  /// before it can be read.
+  Outcome endCut();
+
+  /// The folder of the versions; nothing as long as there are none.
+  const std::optional<HeldFolder>& folder() const { return mAll; }
+  /// Those of the action, oldest first; the last one are the copies.
+  std::vector<VersionFolder> chain() const;
+
   /// Merges and removes versions so that everything of the last two days is left, one a day for a
   /// month, one a week for a year, and one a month.
   Outcome thin(ReferenceTime now, const VersionsKept& kept);
@@ -99,7 +110,6 @@ class Versions {
   Versions(HeldFolder destination, VersionHeader own)
       : mDestination(std::move(destination)), mOwn(std::move(own)) {}
 
-  std::vector<VersionFolder> chain() const;
   Outcome settle();
   Outcome makeFolder(const VersionHeader& header, VersionFolder::State state, std::string& base);
   Outcome openCurrent(const std::string& base);

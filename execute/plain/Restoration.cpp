@@ -1,0 +1,339 @@
+#include "execute/plain/Restoration.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+
+namespace corvana {
+
+namespace {
+
+constexpr std::size_t kPiece = 1 << 18;
+const std::string kTemporary = ".corvana9-restoring";
+using Kind = VersionItem::Kind;
+
+std::array<timespec, 2> timesOf(const VersionItem& item) {
+  const timespec time{static_cast<time_t>(item.seconds), static_cast<long>(item.nanoseconds)};
+  return {time, time};
+}
+
+bool copyPiece(int from, int to, off_t start, off_t end) {
+  while (start < end) {
+    const auto length = static_cast<std::size_t>(std::min<off_t>(end - start, 1 << 30));
+    off_t source = start;
+    off_t target = start;
+    ssize_t count = ::copy_file_range(from, &source, to, &target, length, 0);
+    if (count < 0 &&
+        (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
+      std::string piece(std::min(length, kPiece), '\0');
+      count = ::pread(from, piece.data(), piece.size(), start);
+      if (count > 0) count = ::pwrite(to, piece.data(), static_cast<std::size_t>(count), start);
+    }
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) {
+      if (count == 0) errno = EIO;
+      return false;
+    }
+    start += count;
+  }
+  return true;
+}
+
+/// With its holes; false with errno.
+bool copyContents(int from, int to, off_t size) {
+  if (::ftruncate(to, size) != 0) return false;
+  for (off_t at = 0; at < size;) {
+    off_t data = ::lseek(from, at, SEEK_DATA);
+    if (data < 0 && errno == ENXIO) return true;
+    if (data < 0) data = at;
+    off_t hole = ::lseek(from, data, SEEK_HOLE);
+    if (hole <= data) hole = size;
+    if (!copyPiece(from, to, data, std::min(hole, size))) return false;
+    at = hole;
+  }
+  return true;
+}
+
+bool hasSameAttributes(const VersionItem& one, const VersionItem& two) {
+  return one.kind == two.kind && one.mode == two.mode && one.user == two.user &&
+         one.group == two.group && one.seconds == two.seconds &&
+         one.nanoseconds == two.nanoseconds && one.size == two.size && one.target == two.target &&
+         one.attributes == two.attributes;
+}
+
+}  // namespace
+
+std::optional<bool> Restoration::haveSameContents(int one, int two) {
+  std::string first(kPiece, '\0');
+  std::string second(kPiece, '\0');
+  const auto fill = [](int file, std::string& piece, off_t at) {
+    std::size_t done = 0;
+    while (done < piece.size()) {
+      const auto count =
+          ::pread(file, piece.data() + done, piece.size() - done, at + static_cast<off_t>(done));
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return ssize_t{-1};
+      if (count == 0) break;
+      done += static_cast<std::size_t>(count);
+    }
+    return static_cast<ssize_t>(done);
+  };
+  for (off_t at = 0;; at += static_cast<off_t>(kPiece)) {
+    const auto count = fill(one, first, at);
+    const auto other = fill(two, second, at);
+    if (count < 0 || other < 0) return std::nullopt;
+    if (count != other || !std::equal(first.begin(), first.begin() + count, second.begin()))
+      return false;
+    if (count < static_cast<ssize_t>(kPiece)) return true;
+  }
+}
+
+void Restoration::fail(const std::string& target, const std::string& why) {
+  ++mCounts.failures;
+  if (mHooks.failed) mHooks.failed(ZAN_FilesUtils::joinedPath(mTarget.path(), target) + ": " + why);
+}
+
+Result<Restoration::Counts> Restoration::count(const Wish& wish) const {
+  Counts counts;
+  const Outcome read = mView.forEach(wish.name, [&](const VersionView::Entry& entry) {
+    if (entry.item.kind == Kind::folder) return true;
+    ++counts.files;
+    counts.bytes += entry.item.size;
+    return true;
+  });
+  if (!read) return read.error();
+  return counts;
+}
+
+Outcome Restoration::perform(const Wish& wish) {
+  bool goesOn = true;
+  const Outcome read = mView.forEach(
+      wish.name,
+      [&](const VersionView::Entry& entry) {
+        const std::string rest = entry.item.name.substr(wish.name.size());
+        const std::string target = wish.target.empty() ? entry.item.name : wish.target + rest;
+        goesOn = !mHooks.goesOn ||
+                 mHooks.goesOn(ZAN_FilesUtils::joinedPath(mTarget.path(), target), mCounts);
+        if (goesOn) restore(entry, target);
+        return goesOn;
+      },
+      [&](const std::string& name) { fail(name, std::strerror(errno)); });
+  finishFolders({});
+  return read;
+}
+
+/// Folders get their attributes when all is in them.
+void Restoration::finishFolders(const std::string& target) {
+  while (!mOpen.empty() && !isBelow(target, mOpen.back().target)) {
+    const OpenFolder folder = std::move(mOpen.back());
+    mOpen.pop_back();
+    if (mOptions.onlyLooks) continue;
+    const auto [above, name] = splitName(folder.target);
+    const int parent = mFolders.open(above);
+    if (parent >= 0) setAttributes(folder.item, parent, name, folder.target);
+  }
+}
+
+/// Whether nothing stands in the way any more.
+bool Restoration::clear(int parent, const std::string& name, const std::string& target,
+                        bool isFolder) {
+  // A folder may hold anything.
+  if (mOptions.overwrites && !isFolder) return true;
+  ++mCounts.kept;
+  if (mHooks.done) mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), target), true);
+  if (mOptions.onlyLooks) return true;
+  for (int number = 1; number < 1000; ++number) {
+    const std::string kept =
+        name + mOptions.suffix + (number > 1 ? "-" + std::to_string(number) : "");
+    if (::renameat2(parent, name.c_str(), parent, kept.c_str(), RENAME_NOREPLACE) == 0) {
+      mFolders.forget();
+      return true;
+    }
+    struct stat state {};
+    if (errno == EINVAL && ::fstatat(parent, kept.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 &&
+        ::renameat(parent, name.c_str(), parent, kept.c_str()) == 0) {
+      mFolders.forget();
+      return true;
+    }
+    if (errno != EEXIST && errno != EINVAL && errno != 0) break;
+  }
+  fail(target, std::string("what stands in the way cannot be renamed: ") + std::strerror(errno));
+  return false;
+}
+
+void Restoration::restore(const VersionView::Entry& entry, const std::string& target) {
+  finishFolders(target);
+  const auto [above, name] = splitName(target);
+  const VersionItem& item = entry.item;
+  int parent = mOptions.onlyLooks ? mFolders.open(above) : mFolders.make(above);
+  if (parent < 0) {
+    if (mOptions.onlyLooks) {
+      if (item.kind != Kind::folder) ++mCounts.files, mCounts.bytes += item.size;
+      if (mHooks.done) mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), target), false);
+    } else {
+      fail(target, std::strerror(errno));
+    }
+    return;
+  }
+  const auto there = VersionItem::read(parent, name, target, true);
+  if (!there) return fail(target, std::strerror(errno));
+  if (item.kind == Kind::folder) {
+    mOpen.push_back({item, target});
+    if (there->kind == Kind::folder) return;
+    if (there->kind != Kind::none && !clear(parent, name, target, false)) return;
+    if (mHooks.done) mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), target), false);
+    if (mOptions.onlyLooks) return;
+    parent = mFolders.open(above);
+    // With --overwrite a file makes way for a folder.
+    if (there->kind != Kind::none && mOptions.overwrites) ::unlinkat(parent, name.c_str(), 0);
+    if (::mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST)
+      return fail(target, std::strerror(errno));
+    return mFolders.forget();
+  }
+  restoreFile(entry, parent, name, target);
+}
+
+void Restoration::restoreFile(const VersionView::Entry& entry, int parent, const std::string& name,
+                              const std::string& target) {
+  const VersionItem& item = entry.item;
+  const auto there = VersionItem::read(parent, name, item.name, true);
+  ZAN_Descriptor source;
+  if (item.kind == Kind::file) {
+    source = openPathBelow(entry.holder->descriptor(), item.name, O_RDONLY | O_NONBLOCK);
+    struct stat state {};
+    if (!source || ::fstat(source.get(), &state) != 0) return fail(target, std::strerror(errno));
+    if (!S_ISREG(state.st_mode) || static_cast<std::uint64_t>(state.st_size) != item.size)
+      return fail(target, "the version's contents are not what they were; " + entry.holder->path() +
+                              " was changed by somebody else");
+    const auto key = std::pair(static_cast<std::uint64_t>(state.st_dev),
+                               static_cast<std::uint64_t>(state.st_ino));
+    if (state.st_nlink > 1 && !mOptions.onlyLooks) {
+      const auto [linked, isNew] = mLinked.emplace(key, target);
+      if (!isNew) {
+        const auto [above, first] = splitName(linked->second);
+        const ZAN_Descriptor folder =
+            openPathBelow(mTarget.descriptor(), above, O_PATH | O_DIRECTORY);
+        struct stat one {};
+        struct stat two {};
+        const bool isThere =
+            folder && ::fstatat(folder.get(), first.c_str(), &one, AT_SYMLINK_NOFOLLOW) == 0;
+        if (isThere && ::fstatat(parent, name.c_str(), &two, AT_SYMLINK_NOFOLLOW) == 0 &&
+            one.st_ino == two.st_ino && one.st_dev == two.st_dev) {
+          ++mCounts.same;
+          return;
+        }
+        ::unlinkat(parent, kTemporary.c_str(), 0);
+        if (isThere && ::linkat(folder.get(), first.c_str(), parent, kTemporary.c_str(), 0) == 0) {
+          if (there && there->kind != Kind::none &&
+              !clear(parent, name, target, there->kind == Kind::folder))
+            return;
+          if (::renameat(parent, kTemporary.c_str(), parent, name.c_str()) != 0)
+            return fail(target, std::strerror(errno));
+          ++mCounts.files;
+          if (mHooks.done) mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), target), false);
+          return;
+        }
+      }
+    }
+  }
+  if (there && hasSameAttributes(*there, item)) {
+    const ZAN_Descriptor now = item.kind == Kind::file
+                                   ? openPathBelow(parent, name, O_RDONLY | O_NONBLOCK)
+                                   : ZAN_Descriptor();
+    if (item.kind == Kind::link || item.kind == Kind::other ||
+        (now && haveSameContents(source.get(), now.get()) == true)) {
+      ++mCounts.same;
+      return;
+    }
+  }
+  const bool isInTheWay = there && there->kind != Kind::none;
+  if (mOptions.onlyLooks) {
+    if (isInTheWay) clear(parent, name, target, there->kind == Kind::folder);
+    ++mCounts.files;
+    mCounts.bytes += item.size;
+    if (mHooks.done) mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), target), false);
+    return;
+  }
+  ::unlinkat(parent, kTemporary.c_str(), 0);
+  if (item.kind == Kind::file) {
+    const ZAN_Descriptor file(::openat(parent, kTemporary.c_str(),
+                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file || !copyContents(source.get(), file.get(), static_cast<off_t>(item.size))) {
+      const std::string why = std::strerror(errno);
+      ::unlinkat(parent, kTemporary.c_str(), 0);
+      return fail(target, why);
+    }
+  } else if (item.kind == Kind::link) {
+    if (::symlinkat(item.target.c_str(), parent, kTemporary.c_str()) != 0)
+      return fail(target, std::strerror(errno));
+  } else {
+    errno = 0;
+    makeNode(entry, parent, kTemporary);
+    if (errno != 0) return fail(target, std::strerror(errno));
+  }
+  setAttributes(item, parent, kTemporary, target);
+  if (isInTheWay && !clear(parent, name, target, there->kind == Kind::folder)) {
+    ::unlinkat(parent, kTemporary.c_str(), 0);
+    return;
+  }
+  parent = mFolders.open(splitName(target).first);
+  if (parent < 0 || ::renameat(parent, kTemporary.c_str(), parent, name.c_str()) != 0)
+    return fail(target, std::strerror(errno));
+  ++mCounts.files;
+  mCounts.bytes += item.size;
+  if (mHooks.done) mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), target), false);
+}
+
+/// A pipe, socket or device like the one that was kept.
+void Restoration::makeNode(const VersionView::Entry& entry, int parent,
+                           const std::string& temporary) {
+  const auto [above, name] = splitName(entry.item.name);
+  const ZAN_Descriptor folder =
+      openPathBelow(entry.holder->descriptor(), above, O_PATH | O_DIRECTORY);
+  struct stat state {};
+  if (!folder || ::fstatat(folder.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0) return;
+  if (::mknodat(parent, temporary.c_str(), (state.st_mode & S_IFMT) | 0600, state.st_rdev) == 0)
+    errno = 0;
+}
+
+void Restoration::setAttributes(const VersionItem& item, int parent, const std::string& name,
+                                const std::string& target) {
+  // Only the owner of all may give files away; others restore what is theirs.
+  const bool isRoot = ::geteuid() == 0;
+  bool isSet = ::fchownat(parent, name.c_str(), item.user, item.group, AT_SYMLINK_NOFOLLOW) == 0 ||
+               !isRoot || errno == EPERM;
+  if (item.kind != Kind::link) {
+    isSet = ::fchmodat(parent, name.c_str(), item.mode, 0) == 0 && isSet;
+    const std::string path = "/proc/self/fd/" + std::to_string(parent) + "/" + name;
+    const auto now = VersionItem::read(parent, name, target, true);
+    for (const auto& [attribute, value] :
+         now ? now->attributes : std::vector<std::pair<std::string, std::string>>()) {
+      const auto wanted = [&](const auto& other) { return other.first == attribute; };
+      if (std::ranges::none_of(item.attributes, wanted))
+        ::lremovexattr(path.c_str(), attribute.c_str());
+    }
+    for (const auto& [attribute, value] : item.attributes) {
+      if (!isRoot && (attribute.starts_with("security.") || attribute.starts_with("trusted.")))
+        continue;
+      isSet =
+          ::lsetxattr(path.c_str(), attribute.c_str(), value.data(), value.size(), 0) == 0 && isSet;
+    }
+  }
+  const auto times = timesOf(item);
+  isSet = ::utimensat(parent, name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) == 0 && isSet;
+  if (isSet || mSaidAttributes) return;
+  mSaidAttributes = true;
+  fail(target, std::string("its attributes cannot be kept there, nor those of others perhaps: ") +
+                   std::strerror(errno));
+}
+
+}  // namespace corvana

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "execute/plain/Versions.h"
+
+namespace corvana {
+
+/// One version of an action's copies as it was: what lies in its folder and in those of all newer
+/// ones, laid over the copies. Thread: one.
+class VersionView {
+ public:
+  struct Entry {
+    VersionItem item;
+    const HeldFolder* holder;  ///< has the contents of a file under the item's name
+  };
+
+  /// `chain`: the versions of the action that lie in `versions`, oldest first; `index` is the one
+  /// that is wanted. Versions without a list that come between are taken for what they have, and
+  /// named by `isExact`.
+  static Result<VersionView> open(const HeldFolder& destination, const HeldFolder& versions,
+                                  const std::vector<VersionFolder>& chain, std::size_t index);
+
+  const VersionHeader& header() const { return mHeader; }
+
+  /// All that lies under that name, itself first, in the order of `comesBefore`; with an empty name
+  /// everything. `each` says whether to go on. What cannot be read is told to `unreadable`.
+  /// Nothing there is no error.
+  Outcome forEach(const std::string& name, const std::function<bool(const Entry&)>& each,
+                  const std::function<void(const std::string&)>& unreadable = {}) const;
+
+ private:
+  VersionView(HeldFolder destination, VersionHeader header)
+      : mDestination(std::move(destination)), mHeader(std::move(header)) {}
+  bool isOfVersion(const std::string& name) const;
+
+  HeldFolder mDestination;
+  VersionHeader mHeader;
+  std::vector<HeldFolder> mLayers;  ///< of the version and the newer ones, oldest first
+};
+
+}  // namespace corvana

@@ -1,0 +1,294 @@
+// Versions of plain folders: whatever happens, each that is listed is what the source was.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "execute/CopyRun.h"
+#include "execute/plain/Restoration.h"
+#include "platform/Clock.h"
+#include "platform/linux/LinuxVolumes.h"
+#include "tests/execute/ScratchFolder.h"
+
+namespace corvana {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+constexpr double kHour = 3600;
+constexpr double kDay = 24 * kHour;
+
+class SetClock final : public Clock {
+ public:
+  ReferenceTime now() const override { return time; }
+  double monotonic() const override { return time; }
+  void sleep(double seconds) override { time += seconds; }
+  void observe(std::function<void()>) override {}
+  ReferenceTime time = 785'000'000;
+};
+
+/// What lies below a path, as the system tells it: names with all that is to come back.
+using Manifest = std::map<std::string, std::string>;
+
+Manifest manifestOf(const std::string& path) {
+  Manifest manifest;
+  std::map<std::pair<dev_t, ino_t>, std::string> linked;
+  const auto add = [&](const std::string& file, const std::string& name) {
+    struct stat state {};
+    ASSERT_EQ(::lstat(file.c_str(), &state), 0) << file;
+    std::string text = std::to_string(state.st_mode) + " " + std::to_string(state.st_uid) + " " +
+                       std::to_string(state.st_mtim.tv_sec) + "." +
+                       std::to_string(state.st_mtim.tv_nsec);
+    if (S_ISLNK(state.st_mode)) text += " -> " + fs::read_symlink(file).string();
+    if (S_ISREG(state.st_mode)) {
+      std::ifstream stream(file, std::ios::binary);
+      text += " " + std::string(std::istreambuf_iterator<char>(stream), {});
+      const auto first = linked.emplace(std::pair(state.st_dev, state.st_ino), name).first->second;
+      if (state.st_nlink > 1) text += " is " + first;
+      std::string value(64, '\0');
+      const auto length = ::lgetxattr(file.c_str(), "user.note", value.data(), value.size());
+      if (length > 0) text += " note " + value.substr(0, static_cast<std::size_t>(length));
+    }
+    manifest[name] = text;
+  };
+  std::vector<std::string> names;
+  for (const auto& entry : fs::recursive_directory_iterator(path))
+    names.push_back(entry.path().string().substr(path.size() + 1));
+  std::sort(names.begin(), names.end());
+  add(path, ".");
+  for (const auto& name : names) add(path + "/" + name, name);
+  return manifest;
+}
+
+/// What is in one and not so in the other, a line each.
+std::string difference(const Manifest& found, const Manifest& wanted) {
+  std::string text;
+  for (const auto& [name, what] : wanted) {
+    const auto other = found.find(name);
+    if (other == found.end()) text += "lacks " + name + ": " + what + "\n";
+    if (other != found.end() && other->second != what)
+      text += name + ": " + other->second + ", not " + what + "\n";
+  }
+  for (const auto& [name, what] : found)
+    if (!wanted.contains(name)) text += "has " + name + ": " + what + "\n";
+  return text;
+}
+
+class VersionsTest : public testing::Test {
+ protected:
+  VersionsTest() {
+    ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+    fs::create_directory(scratch / "source");
+    fs::create_directory(scratch / "disk");
+  }
+
+  ExecuteEnd run() {
+    ZAN_Value list =
+        ZAN_Value::array({ZAN_Value::dictionary({{"VolumeFolderPath", scratch / "source"}})});
+    const auto settings = ZAN_Value::dictionary(
+        {{"OptionsPerformer", "corvana9"},
+         {"Mode", CopyPlan::kSynchronise},
+         {"ItemsListOfSourcePath", list},
+         {"ItemsDestination", ZAN_Value::dictionary({{"VolumeFolderPath", scratch / "disk"}})}});
+    LinuxVolumes volumes{"nobody", "/"};
+    const auto plan = CopyPlan::fromSettings(settings, VolumeGuard(volumes, false));
+    if (!plan) return {.code = ExecuteCode::volumeNotFound, .reason = plan.error().text};
+    ExecuteControl control;
+    CopyOwner owner{.mark = mark};
+    return CopyRun(*plan, owner, {.share = 1},
+                   {.control = control, .clock = clock, .rsync = "/usr/bin/rsync", .tell = {}},
+                   kept)
+        .perform();
+  }
+
+  /// Runs in a process that is killed after so many microseconds; whether it was.
+  bool runAndKill(int microseconds) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      run();
+      ::_exit(0);
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    // rsync is told by the system, and ends a little later as a child of this process.
+    while (::waitpid(-1, nullptr, 0) > 0) {
+    }
+    return WIFSIGNALED(status);
+  }
+
+  VersionHeader own() const {
+    return {.machine = mark.machine, .home = mark.home, .reference = mark.reference};
+  }
+
+  /// Restores each version that is listed, and compares it with what the source was at its date.
+  /// How many there were.
+  std::size_t checkAll(const std::map<std::string, Manifest>& states) {
+    const auto disk = HeldFolder::open(scratch / "disk");
+    auto versions = Versions::open(*disk, own());
+    EXPECT_TRUE(versions) << versions.error().text;
+    if (!versions || !versions->folder()) return 0;
+    const Outcome ended = versions->endCut();
+    EXPECT_TRUE(ended) << ended.error().text;
+    const auto chain = versions->chain();
+    std::size_t count = 0;
+    for (std::size_t index = 0; index < chain.size(); ++index) {
+      if (chain[index].header->isUnfinished) continue;
+      ++count;
+      const std::string date = versionDateText(chain[index].date);
+      SCOPED_TRACE("version of " + date + ", " + std::to_string(index + 1) + " of " +
+                   std::to_string(chain.size()));
+      const auto state = states.find(date);
+      EXPECT_NE(state, states.end());
+      if (state == states.end()) continue;
+      const auto view = VersionView::open(*disk, *versions->folder(), chain, index);
+      EXPECT_TRUE(view);
+      const std::string place = scratch.makeFolder("restored");
+      const auto target = HeldFolder::open(place);
+      Restoration restoration(*view, *target, {},
+                              {.goesOn = {},
+                               .failed = [](const std::string& text) { ADD_FAILURE() << text; },
+                               .done = {}});
+      const Outcome done = restoration.perform({});
+      EXPECT_TRUE(done) << done.error().text;
+      EXPECT_EQ(difference(manifestOf(place + "/source"), state->second), "");
+      fs::remove_all(place);
+    }
+    return count;
+  }
+
+  ScratchFolder scratch;
+  SetClock clock;
+  CopyMark mark{.machine = "m", .home = "/home/me", .reference = 7, .title = "Mine"};
+  VersionsKept kept;
+};
+
+/// Makes random edits of a small tree, so that names, kinds and places meet again often.
+class Editor {
+ public:
+  Editor(std::string root, unsigned seed) : mRoot(std::move(root)), mRandom(seed) {}
+
+  int roll(int sides) { return std::uniform_int_distribution<>(0, sides - 1)(mRandom); }
+
+  void edit() {
+    const std::string path = mRoot + "/" + name();
+    const std::string other = mRoot + "/" + name();
+    std::error_code failed;
+    const bool isFolder = fs::is_directory(fs::symlink_status(path, failed));
+    const bool isFile = fs::is_regular_file(fs::symlink_status(path, failed));
+    switch (roll(12)) {
+      case 0:
+      case 1:
+      case 2:
+        if (!isFolder) write(path);
+        break;
+      case 3:
+        fs::create_directories(path, failed);
+        break;
+      case 4:
+        fs::remove(path, failed);
+        break;
+      case 5:
+        if (roll(3) == 0) fs::remove_all(path, failed);
+        break;
+      case 6:
+        if (path != other) fs::rename(path, other, failed);
+        break;
+      case 7:
+        if (!fs::exists(fs::symlink_status(path, failed)))
+          fs::create_symlink(roll(2) == 0 ? "a" : "nowhere", path, failed);
+        break;
+      case 8:
+        if (isFile || isFolder) ::chmod(path.c_str(), roll(2) == 0 ? 0700 : 0755);
+        break;
+      case 9:
+        if (isFile) fs::create_hard_link(path, other, failed);
+        break;
+      case 10:
+        if (isFile) ::setxattr(path.c_str(), "user.note", roll(2) == 0 ? "x" : "y", 1, 0);
+        break;
+      default: {
+        // Older than it was, too.
+        const timespec time{1'500'000'000 + roll(1000), roll(1000)};
+        const std::array times{time, time};
+        if (isFile || isFolder)
+          ::utimensat(AT_FDCWD, path.c_str(), times.data(), AT_SYMLINK_NOFOLLOW);
+      }
+    }
+  }
+
+ private:
+  std::string name() {
+    static const std::array<std::string, 7> names{"a",        "b c",      "a-b", "d",
+                                                  "\xff#\n=", "\303\244", "e\\"};
+    std::string path = names[static_cast<std::size_t>(roll(7))];
+    for (int depth = roll(3); depth > 0; --depth)
+      path += "/" + names[static_cast<std::size_t>(roll(7))];
+    return path;
+  }
+  void write(const std::string& path) {
+    std::error_code failed;
+    fs::create_directories(fs::path(path).parent_path(), failed);
+    std::ofstream(path, std::ios::binary)
+        << std::string(static_cast<std::size_t>(roll(40)), static_cast<char>('a' + roll(26)));
+  }
+
+  std::string mRoot;
+  std::mt19937 mRandom;
+};
+
+TEST_F(VersionsTest, EachIsWhatTheSourceWas) {
+  const char* const more = std::getenv("VERSION_SEEDS");
+  const unsigned seeds = more ? static_cast<unsigned>(std::atoi(more)) : 2;
+  const char* const first = std::getenv("VERSION_SEED");
+  for (unsigned seed = first ? static_cast<unsigned>(std::atoi(first)) : 1, end = seed + seeds;
+       seed < end; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    for (const auto* name : {"source", "disk"}) {
+      fs::remove_all(scratch / name);
+      fs::create_directory(scratch / name);
+    }
+    Editor editor(scratch / "source", seed);
+    std::map<std::string, Manifest> states;
+    std::size_t checked = 0;
+    int lastRun = 500'000;  // microseconds
+    for (int day = 0; day < 24; ++day) {
+      for (int edits = editor.roll(14); edits > 0; --edits) editor.edit();
+      // From hours to weeks, so that thinning finds something.
+      clock.time += (1 + editor.roll(40)) * (editor.roll(3) == 0 ? kDay / 2 : kHour);
+      states[versionDateText(clock.time)] = manifestOf(scratch / "source");
+      if (editor.roll(3) == 0) {
+        runAndKill(editor.roll(lastRun));
+      } else {
+        const auto start = std::chrono::steady_clock::now();
+        const ExecuteEnd end = run();
+        lastRun = static_cast<int>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                       std::chrono::steady_clock::now() - start)
+                                       .count());
+        EXPECT_EQ(end.code, ExecuteCode::completed)
+            << end.reason << (end.errorTexts.empty() ? "" : end.errorTexts.front());
+      }
+      if (day % 6 == 5) checked += checkAll(states);
+      if (HasFailure()) return;
+    }
+    EXPECT_GT(checked, 8u) << "there is something to be checked";
+  }
+}
+
+}  // namespace
+}  // namespace corvana
