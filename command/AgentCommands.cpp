@@ -198,27 +198,6 @@ Answer setPaused(bool paused, Arguments& arguments, const Console& console) {
   return toldState(paused ? "Paused." : "Going on.", agent);
 }
 
-bool isQueued(const ZAN_Value& queue, std::int64_t reference) {
-  const auto& records = queue.elements();
-  return std::any_of(records.begin(), records.end(),
-                     [&](const ZAN_Value& record) { return record.integer("ref") == reference; });
-}
-
-/// The agent launches an estimate only by a message, to which nobody answers: the queue tells.
-Result<std::string> launchEstimate(BusAgentClient& client, std::int64_t reference) {
-  const auto before = client.queue();
-  if (!before) return before.error();
-  if (isQueued(*before, reference)) return std::string("it already waits in the queue");
-  const Outcome posted =
-      client.post({kAgentName, "LaunchAction",
-                   ZAN_Value::dictionary({{"Ref", reference}, {"EstimateSize", 1}})});
-  if (!posted) return posted.error();
-  const auto after = client.queue();
-  if (!after) return after.error();
-  return std::string(isQueued(*after, reference) ? "queued"
-                                                 : "it was not queued; see corvana9 why");
-}
-
 Answer tellExecute(const char* object, const char* text, Arguments& arguments,
                    const Console& console) {
   arguments.json();

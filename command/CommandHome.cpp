@@ -11,6 +11,8 @@ namespace {
 
 constexpr std::string_view kResources =
     "Corvana 9.app/Contents/Resources/Corvana 9 Scheduler.app/Contents/Resources";
+constexpr std::string_view kExecute =
+    "Corvana 9.app/Contents/Resources/Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute";
 constexpr int kLevels = 4;
 
 }  // namespace
@@ -65,20 +67,29 @@ std::unique_ptr<Volumes> CommandHome::volumes(double patience, bool areAllWanted
   return GvfsShares::volumesNow(mMachine, patience, areAllWanted);
 }
 
-Outcome CommandHome::loadAgentTexts(ZAN_StringTable& texts) const {
+/// Something of the product: beside the folder of this command, or where an installation puts it.
+std::string CommandHome::installed(std::string_view inside) const {
   const std::string executable = mMachine.executablePath();
   std::string_view folder = ZAN_FilesUtils::parentPath(executable);
   for (int level = 0; level < kLevels; ++level) {
-    for (const std::string_view inside : {"", "lib/corvana9"}) {
-      const std::string product =
-          inside.empty() ? std::string(folder) : ZAN_FilesUtils::joinedPath(folder, inside);
-      const std::string resources = ZAN_FilesUtils::joinedPath(product, kResources);
-      if (ZAN_FilesUtils::isFolder(resources))
-        return texts.load(resources, mMachine.languageNames());
+    for (const std::string_view product : {"", "lib/corvana9"}) {
+      const std::string place =
+          product.empty() ? std::string(folder) : ZAN_FilesUtils::joinedPath(folder, product);
+      const std::string path = ZAN_FilesUtils::joinedPath(place, inside);
+      if (ZAN_FilesUtils::exists(path)) return path;
     }
     folder = ZAN_FilesUtils::parentPath(folder);
   }
-  return Error{ErrorKind::absent, executable + ": the agent is not installed beside it"};
+  return {};
+}
+
+std::string CommandHome::executeProgram() const { return installed(kExecute); }
+
+Outcome CommandHome::loadAgentTexts(ZAN_StringTable& texts) const {
+  const std::string resources = installed(kResources);
+  if (!resources.empty()) return texts.load(resources, mMachine.languageNames());
+  return Error{ErrorKind::absent,
+               mMachine.executablePath() + ": the agent is not installed beside it"};
 }
 
 const ZAN_StringTable& CommandHome::texts() {

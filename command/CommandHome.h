@@ -58,6 +58,8 @@ class CommandHome {
   /// Reads the agent's texts, which lie in its bundle: beside the folder of this command, or where
   /// an installation puts it.
   Outcome loadAgentTexts(ZAN_StringTable& texts) const;
+  /// The execute program that is installed with this command; empty when there is none.
+  std::string executeProgram() const;
 
   /// The agent's texts in the user's language, read at the first call; empty, which is said once,
   /// where the agent is not installed.
@@ -68,6 +70,8 @@ class CommandHome {
   std::string dateText(ReferenceTime date) const;
 
  private:
+  std::string installed(std::string_view inside) const;
+
   SystemClock mClock;
   LinuxMachine mMachine;
   ConsoleLog mLog;

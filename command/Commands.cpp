@@ -78,8 +78,35 @@ constexpr std::array kCommands{
             "let the next run of an action delete as much as the last one asked about",
             "A run that would delete more than a third of a copy, and more than 50 files, copies,\n"
             "deletes nothing and asks. The consent covers the number that was shown and one run;\n"
-            "launch runs it now. What is deleted is kept beside the copies for 30 days.\n",
+            "launch runs it now. What is deleted can be brought back: corvana9 restore.\n",
             confirmCommand},
+    Command{"versions", "REF [PATH] [--from FOLDER] [--json]",
+            "show the versions of what an action has copied, newest last",
+            "With a path those of that file or folder: when it changed, and how large it was.\n"
+            "  --from FOLDER   of copies whose action is gone, or that another machine made: the\n"
+            "                  folder that they lie in; REF is left out then\n",
+            versionsCommand},
+    Command{
+        "restore",
+        "REF [PATH…] [--at DATE] [--to FOLDER] [--dry-run] [--overwrite] [--from FOLDER]",
+        "bring back what an action has copied",
+        "All of it, or what the paths name, from the newest version or an older one. Nothing is\n"
+        "lost by it: what stands in the way and differs is kept under a name with the date, and\n"
+        "what the version did not have stays. The agent does it where it runs, between its\n"
+        "other executions.\n"
+        "  --at DATE       as it was then: yesterday, 2026-11-14 (its end), \"2026-11-14 18:30\",\n"
+        "                  \"3 days ago\"; the newest version not later than that\n"
+        "  --to FOLDER     not back to its place but there\n"
+        "  --dry-run       say what would be done, and do nothing\n"
+        "  --overwrite     keep nothing of files that stand in the way\n"
+        "  --from FOLDER   of copies whose action is gone, or that another machine made: the\n"
+        "                  folder that they lie in; REF is left out then\n",
+        restoreCommand},
+    Command{"diff", "REF [PATH…] [--at DATE] [--json]",
+            "show what differs between the sources of an action and a version",
+            "By names, kinds, sizes and dates; contents are not read. What the action leaves out\n"
+            "shows as new.\n",
+            diffCommand},
     Command{"next", "[--count N] [--ics] | --records FILE --now SECONDS", "show the coming runs",
             "The coming runs of all actions, the next first.\n"
             "  --count N              so many of them; 10 without it\n"

@@ -54,6 +54,31 @@ Circumstances RunningAgent::circumstances() const {
           .context = static_cast<ActionContext>(mStatus.integer("context"))};
 }
 
+namespace {
+
+bool isQueued(const ZAN_Value& queue, std::int64_t reference) {
+  const auto& records = queue.elements();
+  return std::any_of(records.begin(), records.end(),
+                     [&](const ZAN_Value& record) { return record.integer("ref") == reference; });
+}
+
+}  // namespace
+
+/// The agent launches an estimate only by a message, to which nobody answers: the queue tells.
+Result<std::string> launchEstimate(BusAgentClient& client, std::int64_t reference) {
+  const auto before = client.queue();
+  if (!before) return before.error();
+  if (isQueued(*before, reference)) return std::string("it already waits in the queue");
+  const Outcome posted =
+      client.post({kAgentName, "LaunchAction",
+                   ZAN_Value::dictionary({{"Ref", reference}, {"EstimateSize", 1}})});
+  if (!posted) return posted.error();
+  const auto after = client.queue();
+  if (!after) return after.error();
+  return std::string(isQueued(*after, reference) ? "queued"
+                                                 : "it was not queued; see corvana9 why");
+}
+
 std::string contextName(std::int64_t context) {
   constexpr std::array<const char*, 4> kNames{"", "office", "home", "nomad"};
   return context >= 0 && context < 4 ? kNames[static_cast<std::size_t>(context)] : "unknown";

@@ -49,6 +49,9 @@ inline constexpr const char* kExecuteName = "CVA9_ExecuteNotification";
 inline constexpr const char* kMainApplicationName = "CVA9_MainAppliNotification";
 inline constexpr const char* kShutDownName = "CVA9_ShutDownNotification";
 
+/// Has the agent launch an estimate: "queued", or why not.
+Result<std::string> launchEstimate(BusAgentClient& client, std::int64_t reference);
+
 /// "office", "home", "nomad", or nothing.
 std::string contextName(std::int64_t context);
 /// Why a run will not take place as things are, in a few words; empty for one that is not held.

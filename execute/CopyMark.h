@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "execute/plain/Versions.h"
 #include "platform/linux/HeldFolder.h"
 
 namespace corvana {
@@ -11,7 +12,7 @@ namespace corvana {
 /// Who fills a copy: a small hidden file in the folder of the copy names the action and its source,
 /// so that no other one deletes there.
 struct CopyMark {
-  static constexpr std::string_view kName = ".corvana9-copy";
+  static constexpr std::string_view kName = Versions::kMark;
 
   std::string machine = {};  ///< its identifier
   std::string home = {};     ///< of the user

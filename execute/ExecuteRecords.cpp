@@ -17,6 +17,8 @@ constexpr std::string_view kCrashPath = "Corvana 9 CurrentPath.txt";
 constexpr double kPathInterval = 1.0;
 constexpr double kAgentPatience = 3.0;
 constexpr int kStarted = 1;
+/// Of a history entry: what an execution was that was no copying.
+constexpr std::string_view kTask = "Task";
 
 }  // namespace
 
@@ -128,6 +130,23 @@ void ExecuteRecords::estimated(std::uint64_t files, std::uint64_t bytes) {
   if (auto* action = mFiles.tree.rootItem().actionForReference(mReference)) {
     action->setTotalFiles(static_cast<std::int64_t>(files), bytes);
   }
+  forgetCurrentPath();
+}
+
+void ExecuteRecords::taskEnded(std::string_view task, const ExecuteEnd& end) {
+  ZAN_Value entry = historyEntry();
+  entry.setValue("EndDate", ZAN_Value::date(mFiles.store.clock().now()));
+  entry.setValue("C", static_cast<int>(end.code));
+  entry.setValue(kTask, task);
+  entry.setValue("ActionErrors", end.errors);
+  entry.setValue(RunKey::filesCopied, end.progress.filesCopied);
+  entry.setValue(RunKey::bytesCopied, end.progress.sizeCopied);
+  if (!end.reason.empty()) entry.setValue(RunKey::reason, end.reason);
+  mFiles.history.addHistoryEntry(entry);
+  saveResults(end);
+  // A good one would take back what a bad run of the action has told.
+  if (end.code != ExecuteCode::completed && end.code != ExecuteCode::abortedByUser) addToLog(end);
+  mMessages.postHistoryChanged();
   forgetCurrentPath();
 }
 

@@ -88,6 +88,9 @@ class ExecuteRecords {
   void ended(const ExecuteEnd& end);
   /// A count of what there is to copy, instead of an execution.
   void estimated(std::uint64_t files, std::uint64_t bytes);
+  /// An execution that was no copying: the history calls it `task`, and the log tells what went
+  /// wrong. The action's dates stay.
+  void taskEnded(std::string_view task, const ExecuteEnd& end);
   /// The log alone: for a count that came to nothing.
   void logged(const ExecuteEnd& end);
 

@@ -13,6 +13,7 @@
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
 #include "execute/CopyRun.h"
+#include "execute/VersionRequest.h"
 #include "platform/Clock.h"
 
 namespace corvana {
@@ -28,9 +29,10 @@ Result<ExecuteArguments> ExecuteArguments::parse(std::span<const std::string_vie
       return Error{ErrorKind::refused, std::string(word) + ": not a number"};
     }
   }
-  if (numbers[0] < 1)
-    return Error{ErrorKind::refused, "REFERENCE: the reference of an action is wanted"};
   ExecuteArguments result;
+  if (words.size() > numbers.size()) result.request = words[numbers.size()];
+  if (numbers[0] < 1 && result.request.empty())
+    return Error{ErrorKind::refused, "REFERENCE: the reference of an action is wanted"};
   result.reference = numbers[0];
   result.showProgress = numbers[1] != 0;
   result.showMountMessage = numbers[2] != 0;
@@ -88,6 +90,9 @@ std::string counted(std::uint64_t files, std::uint64_t bytes) {
 
 void ExecuteRun::perform(const ExecuteArguments& arguments) {
   mSurroundings.messages.setMode(arguments.surveyMode);
+  if (const std::string request = VersionRequest::wantedBy(arguments, mSurroundings);
+      !request.empty())
+    return VersionRequest(mSurroundings).perform(arguments, request);
   const auto* action = mSurroundings.files.tree.rootItem().actionForReference(arguments.reference);
   const ZAN_Value settings = action ? action->getSettings() : ZAN_Value();
   ExecuteRecords records(mSurroundings.files, mSurroundings.messages, mSurroundings.agentRuns,

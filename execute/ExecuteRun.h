@@ -14,8 +14,8 @@
 namespace corvana {
 
 /// What the agent tells the execute program on its command line, in this order; decimal integers
-/// but for the seventh, which is empty. Words that are missing read as 0, so a call by hand needs
-/// only the reference.
+/// but for the seventh, which is empty, and the tenth, a path. Words that are missing read as 0, so
+/// a call by hand needs only the reference.
 struct ExecuteArguments {
   std::int64_t reference = 0;
   bool showProgress = false;
@@ -25,9 +25,10 @@ struct ExecuteArguments {
   int surveyMode = 0;
   bool estimateSize = false;  ///< only count what there is to copy
   bool setFrontProcess = false;
+  std::string request;  ///< a file that says what else is wanted, "" for what the others say
 
-  /// `words` without the program's own name. Refused: no reference, one below 1, a word that is no
-  /// number.
+  /// `words` without the program's own name. Refused: no reference, one below 1 unless there is a
+  /// request, a word that is no number.
   static Result<ExecuteArguments> parse(std::span<const std::string_view> words);
 };
 

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "execute/plain/Versions.h"
 #include "platform/linux/HeldFolder.h"
 
 namespace corvana {
@@ -10,7 +11,7 @@ namespace corvana {
 /// next run goes on from there. A half is only ever compared with: a wrong one costs time and
 /// nothing else. rsync keeps it when it is told to end, and takes it away with the file's end.
 struct HalfFiles {
-  static constexpr std::string_view kName = ".corvana9-partial";
+  static constexpr std::string_view kName = Versions::kHalves;
 
   HalfFiles() = delete;
   /// Whether the copy has a half of the item.

@@ -120,7 +120,10 @@ Outcome Restoration::perform(const Wish& wish) {
       wish.name,
       [&](const VersionView::Entry& entry) {
         const std::string rest = entry.item.name.substr(wish.name.size());
-        const std::string target = wish.target.empty() ? entry.item.name : wish.target + rest;
+        const bool isInIt = wish.target == "." && !rest.empty();
+        const std::string target = wish.target.empty() ? entry.item.name
+                                   : isInIt            ? rest.substr(1)
+                                                       : wish.target + rest;
         goesOn = !mHooks.goesOn ||
                  mHooks.goesOn(ZAN_FilesUtils::joinedPath(mTarget.path(), target), mCounts);
         if (goesOn) restore(entry, target);
@@ -133,7 +136,10 @@ Outcome Restoration::perform(const Wish& wish) {
 
 /// Folders get their attributes when all is in them.
 void Restoration::finishFolders(const std::string& target) {
-  while (!mOpen.empty() && !isBelow(target, mOpen.back().target)) {
+  const auto isOpen = [&](const std::string& folder) {
+    return !target.empty() && (folder == "." || isBelow(target, folder));
+  };
+  while (!mOpen.empty() && !isOpen(mOpen.back().target)) {
     const OpenFolder folder = std::move(mOpen.back());
     mOpen.pop_back();
     if (mOptions.onlyLooks) continue;

@@ -16,8 +16,9 @@ namespace corvana {
 class Restoration {
  public:
   struct Wish {
-    std::string name;    ///< in the version; empty for all of it
-    std::string target;  ///< below the target folder; empty: its own name there
+    std::string name;  ///< in the version; empty for all of it
+    /// Below the target folder, "." for that one itself; empty: its own name there.
+    std::string target;
   };
   struct Options {
     bool overwrites = false;
@@ -51,8 +52,7 @@ class Restoration {
   /// An error when the version cannot be read; what of it could not be restored is told.
   Outcome perform(const Wish& wish);
   const Counts& counts() const { return mCounts; }
-  /// A text file's or folder's contents are the same, byte by byte; nothing when they cannot be
-  /// read.
+  /// Whether two open files have the same contents; nothing when they cannot be read.
   static std::optional<bool> haveSameContents(int one, int two);
 
  private:

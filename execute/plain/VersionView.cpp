@@ -56,7 +56,8 @@ class CopyCursor {
         while (const auto entry = mBelow->next()) {
           // What is ours to know of a copy is none of it.
           const bool isAtTop = splitName(entry->name).first.find('/') == std::string::npos;
-          if (isAtTop && entry->entry.starts_with(Versions::kOurs)) {
+          if ((isAtTop && entry->entry.starts_with(Versions::kMark)) ||
+              entry->entry == Versions::kHalves) {
             mBelow->skip();
             continue;
           }
@@ -113,6 +114,34 @@ Result<VersionView> VersionView::open(const HeldFolder& destination, const HeldF
     view.mLayers.push_back(*std::move(layer));
   }
   return view;
+}
+
+Result<std::vector<VersionItem>> VersionView::statesOf(const HeldFolder& destination,
+                                                       const HeldFolder& versions,
+                                                       const std::vector<VersionFolder>& chain,
+                                                       const std::string& name) {
+  const auto [above, entry] = splitName(name);
+  const ZAN_Descriptor parent =
+      openPathBelow(destination.descriptor(), above, O_PATH | O_DIRECTORY);
+  VersionItem state{.name = name};
+  if (parent) state = VersionItem::read(parent.get(), entry, name, true).value_or(state);
+  std::vector<VersionItem> states(chain.size());
+  for (std::size_t index = chain.size(); index-- > 0;) {
+    const auto folder = versions.below(chain[index].name);
+    if (!folder) return folder.error();
+    auto reader =
+        VersionListReader::open(folder->descriptor(), std::string(Versions::kList), folder->path());
+    if (!reader) return reader.error();
+    Layer layer{&*folder, *std::move(reader)};
+    layer.advance(name);
+    if (layer.item && layer.item->name == name) {
+      state = *layer.item;
+    } else if (isBelow(name, layer.closedName)) {
+      state = {.name = name};
+    }
+    states[index] = state;
+  }
+  return states;
 }
 
 /// Whether it lies in one of the copies that the version has.

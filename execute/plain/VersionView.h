@@ -20,12 +20,17 @@ class VersionView {
   };
 
   /// `chain`: the versions of the action that lie in `versions`, oldest first; `index` is the one
-  /// that is wanted. Versions without a list that come between are taken for what they have, and
-  /// named by `isExact`.
+  /// that is wanted.
   static Result<VersionView> open(const HeldFolder& destination, const HeldFolder& versions,
                                   const std::vector<VersionFolder>& chain, std::size_t index);
 
   const VersionHeader& header() const { return mHeader; }
+
+  /// What lay under one name in each version of the chain, Kind::none where nothing did.
+  static Result<std::vector<VersionItem>> statesOf(const HeldFolder& destination,
+                                                   const HeldFolder& versions,
+                                                   const std::vector<VersionFolder>& chain,
+                                                   const std::string& name);
 
   /// All that lies under that name, itself first, in the order of `comesBefore`; with an empty name
   /// everything. `each` says whether to go on. What cannot be read is told to `unreadable`.

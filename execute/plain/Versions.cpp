@@ -387,8 +387,6 @@ Outcome Versions::finish(VersionHeader now) {
     if (mFailure == 0 && !writeAll(mJournal.get(), mBuffer)) mFailure = errno;
     mBuffer.clear();
     mJournal.close();
-    // What was put aside, and the copies, before the list that tells of them.
-    if (mFailure == 0 && ::syncfs(mLock.get()) != 0) mFailure = errno;
     if (mFailure != 0) {
       errno = mFailure;
       return failed(std::string(kJournal));

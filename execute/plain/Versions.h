@@ -60,8 +60,9 @@ struct VersionFolder {
 class Versions {
  public:
   static constexpr std::string_view kName = ".corvana9-versions";
-  /// How names of our own files begin, in a copy and here.
-  static constexpr std::string_view kOurs = ".corvana9-";
+  /// What lies in a copy and is none of it: its mark, and halves of files.
+  static constexpr std::string_view kMark = ".corvana9-copy";
+  static constexpr std::string_view kHalves = ".corvana9-partial";
   static constexpr std::string_view kList = ".corvana9-list";
   static constexpr std::string_view kJournal = ".corvana9-journal";
   /// How long folders without a list stay, in seconds.
@@ -86,7 +87,7 @@ class Versions {
   Outcome willChangeNoMore();
   /// The run has added something that was not expected.
   void hasAdded(const std::string& prefix, const std::string& name);
-  /// The copies are a version now, of that date.
+  /// The copies, which are on the disk, are a version now, of that date.
   Outcome finish(VersionHeader now);
 
   /// After a run that was cut off: makes the copies a version that is not finished, so that those

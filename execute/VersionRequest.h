@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Result.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+#include "execute/ExecuteRun.h"
+#include "execute/plain/VersionView.h"
+
+namespace corvana {
+
+/// What else than a run is wanted of the copies of an action: a file of JSON that the command
+/// writes. It is taken away when it is taken up; what has come of it is written beside it, under
+/// its name with ".answer", over and over while it goes on.
+///
+/// "kind" is "versions", "restore" or "diff". "names": paths as the user gave them, "folder" is
+/// where he was; "at": the newest version not later than that, in seconds of the reference date;
+/// "from": a folder with copies instead of the destination of the action; for "restore" also "to"
+/// (a folder), "overwrite" and "dryRun". The answer has "done" (0 or 1) and then "code" (0, or 1
+/// with "reason"), and what the kind asks for.
+class VersionRequest {
+ public:
+  /// The file of a request that these arguments mean; empty: none. An estimate that was asked for
+  /// of the agent stands for the request that lies in the data folder.
+  static std::string wantedBy(const ExecuteArguments& arguments,
+                              const ExecuteRun::Surroundings& surroundings);
+
+  explicit VersionRequest(const ExecuteRun::Surroundings& surroundings) : m(surroundings) {}
+  void perform(const ExecuteArguments& arguments, const std::string& file);
+
+ private:
+  /// Where the versions are, and which one is meant.
+  struct Place {
+    HeldFolder destination;
+    std::vector<VersionFolder> chain;
+    std::size_t index = 0;
+  };
+  struct Target {
+    HeldFolder folder;
+    std::string name;    ///< in the version
+    std::string target;  ///< below the folder
+  };
+
+  Result<Place> findPlace();
+  Result<std::vector<std::string>> namesIn(const VersionHeader& header) const;
+  Result<Target> targetFor(const VersionHeader& header, const std::string& name) const;
+  Outcome versions();
+  Outcome restore();
+  Outcome diff();
+  bool goesOn(const std::string& path, std::uint64_t files, std::uint64_t bytes);
+  void answer(bool isDone);
+  ExecuteEnd end(const Outcome& outcome) const;
+
+  const ExecuteRun::Surroundings& m;
+  ZAN_Value mRequest;
+  ZAN_Value mAnswer = ZAN_Value::dictionary();
+  std::string mFile;
+  ZAN_Value mSettings;
+  std::vector<const HeldFolder*> mWatched;
+  MountsNow mMounts;
+  std::string mGone;
+  std::uint64_t mFilesInAll = 0;
+  std::uint64_t mBytesInAll = 0;
+  std::uint64_t mFiles = 0;
+  std::uint64_t mBytes = 0;
+  std::uint64_t mErrors = 0;
+  std::vector<std::string> mErrorTexts;
+  double mNextAnswer = 0;
+};
+
+}  // namespace corvana
