@@ -5,6 +5,7 @@
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
+#include "actions/ActionsTools.h"
 #include "platform/Clock.h"
 
 namespace corvana {
@@ -31,6 +32,12 @@ std::string lineForEntry(const ZAN_Value& entry, const ZAN_DateUtils& calendar) 
       ActionLog::messageForEntry(ZAN_Value::dictionary({{"C", entry["C"]}, {"N", entry["Title"]}}));
   const std::int64_t errors = entry.integer("ActionErrors");
   if (errors > 0) line += " (errors: " + std::to_string(errors) + ")";
+  if (!entry.contains(RunKey::filesCopied)) return line;
+  const auto count = [&](std::string_view key) { return std::to_string(entry.integer(key)); };
+  line += "; copied: " + count(RunKey::filesCopied) + " (" + count(RunKey::bytesCopied) +
+          " bytes), replaced: " + count(RunKey::filesReplaced) +
+          ", deleted: " + count(RunKey::filesDeleted) + ", skipped: " + count(RunKey::skipped) +
+          ", not possible: " + count(RunKey::notPossible);
   return line;
 }
 

@@ -1,5 +1,7 @@
 #include "command/ActionWords.h"
 
+#include <fnmatch.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -7,6 +9,8 @@
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "platform/linux/HeldFolder.h"
+#include "volumes/VolumeIdentity.h"
 #include "volumes/VolumeReference.h"
 
 namespace corvana {
@@ -44,6 +48,57 @@ std::string absolutePath(const std::string& path) {
   std::string absolute = std::filesystem::absolute(path, ignored).lexically_normal().string();
   while (absolute.size() > 1 && absolute.ends_with('/')) absolute.pop_back();
   return absolute;
+}
+
+/// Bytes a second, from "20M".
+std::optional<std::int64_t> bandwidth(Arguments& arguments) {
+  const auto word = arguments.option("--bandwidth");
+  if (!word) return std::nullopt;
+  std::int64_t number = 0;
+  const auto [end, error] = std::from_chars(word->data(), word->data() + word->size(), number);
+  const std::string unit(end, word->data() + word->size());
+  constexpr std::array<std::pair<std::string_view, std::int64_t>, 4> kUnits{
+      {{"", 1}, {"K", 1'000}, {"M", 1'000'000}, {"G", 1'000'000'000}}};
+  for (const auto& [name, factor] : kUnits) {
+    if (error == std::errc() && unit == name && number >= 0 && number <= INT64_MAX / factor)
+      return number * factor;
+  }
+  arguments.complain("--bandwidth is a number of bytes a second, as 500K, 20M or 1G, not \"" +
+                     *word + "\"");
+  return std::nullopt;
+}
+
+/// Of a home folder, and of what is often in one.
+constexpr std::array<std::string_view, 12> kScratch{"/.cache/",
+                                                    "/.local/share/Trash/",
+                                                    "/.thumbnails/",
+                                                    "/.Trash-*/",
+                                                    "/.mozilla/firefox/*/cache2/",
+                                                    "/.config/*/Cache/",
+                                                    "/.config/*/Code Cache/",
+                                                    "/.var/app/*/cache/",
+                                                    "/snap/*/*/.cache/",
+                                                    "/.xsession-errors*",
+                                                    "/VirtualBox VMs/*/Logs/",
+                                                    "/.local/share/gvfs-metadata/"};
+
+/// Whether the folder has something that fits, component by component.
+bool hasFitting(const std::string& folder, std::string_view pattern) {
+  while (pattern.starts_with('/')) pattern.remove_prefix(1);
+  if (pattern.empty()) return true;
+  const auto slash = pattern.find('/');
+  const std::string name(pattern.substr(0, slash));
+  const std::string_view rest = slash == std::string_view::npos ? "" : pattern.substr(slash);
+  std::error_code failed;
+  if (name.find('*') == std::string::npos)
+    return ZAN_FilesUtils::exists(folder + "/" + name) && hasFitting(folder + "/" + name, rest);
+  for (std::filesystem::directory_iterator entry(folder, failed), end; !failed && entry != end;
+       entry.increment(failed)) {
+    if (::fnmatch(name.c_str(), entry->path().filename().c_str(), 0) == 0 &&
+        hasFitting(entry->path(), rest))
+      return true;
+  }
+  return false;
 }
 
 enum class Role { source, destination };
@@ -87,6 +142,23 @@ Result<FolderDescription> describe(const std::string& path, Role role, bool forc
   if (known && !known->uuid.empty()) description.setUuid(known->uuid);
   if (mount) description.setMounted(mount->fileSystem, mount->source, mount->root);
   return description;
+}
+
+/// Where the folder, or the one that is to hold it, lies on its file system: two are one when these
+/// are equal. The path itself where that cannot be told.
+std::string placeOf(std::string_view path) {
+  std::string rest;
+  std::string folder(path);
+  auto held = HeldFolder::open(folder);
+  if (!held) {
+    rest = ZAN_FilesUtils::lastPathComponent(folder);
+    folder = ZAN_FilesUtils::parentPath(folder);
+    held = HeldFolder::open(folder);
+  }
+  if (!held) return std::string(path);
+  const auto place = held->pathOnDevice();
+  if (!place) return std::string(path);
+  return "/" + held->mount().device + ZAN_FilesUtils::joinedPath("/" + *place, rest);
 }
 
 std::string clockText(int seconds) {
@@ -141,6 +213,10 @@ ActionWords::ActionWords(Arguments& arguments)
       mAdopts(arguments.flag("--adopt")),
       mExcluded(arguments.options("--exclude")),
       mTakenBack(arguments.options("--no-exclude")),
+      mExcludesMissing(arguments.flag("--exclude-missing")),
+      mExcludesProposed(arguments.flag("--exclude-proposed")),
+      mRotation(arguments.options("--rotate")),
+      mBandwidth(bandwidth(arguments)),
       mForce(arguments.flag("--force")) {
   if (mTitle && mTitle->empty()) arguments.complain("--title wants a text");
 }
@@ -150,7 +226,8 @@ bool ActionWords::isEmpty() const { return fitsGroup() && !mTitle && !mShortcut 
 bool ActionWords::fitsGroup() const {
   return !mSchedule.isGiven() && mSources.empty() && !mDestination && !mMode && !mContext &&
          !mMakeUp && !mAgeAlarm && !mDeleteLimit && !mAdopts && mExcluded.empty() &&
-         mTakenBack.empty();
+         mTakenBack.empty() && !mExcludesMissing && !mExcludesProposed && mRotation.empty() &&
+         !mBandwidth;
 }
 
 Outcome ActionWords::describeFolders(CommandHome& home) {
@@ -165,18 +242,32 @@ Outcome ActionWords::describeFolders(CommandHome& home) {
     if (!described) return described.error();
     mDestinationDescription = *std::move(described);
   }
+  for (const std::string& other : mRotation) {
+    if (other.empty()) continue;
+    auto described = describe(other, Role::destination, mForce, *volumes);
+    if (!described) return described.error();
+    mRotationDescriptions.push_back(*std::move(described));
+  }
   return mForce ? Outcome() : checkOverlap();
 }
 
 Outcome ActionWords::checkOverlap() const {
-  const std::string_view destination = mDestinationDescription.path();
-  if (destination.empty()) return {};
-  for (const FolderDescription& source : mSourceDescriptions) {
-    const std::string_view path = source.path();
-    if (ZAN_FilesUtils::isAtOrBelow(destination, path)) {
-      return Error{
-          ErrorKind::refused,
-          std::string(destination) + ": the destination lies in the source " + std::string(path)};
+  auto destinations = mRotationDescriptions;
+  if (!mDestinationDescription.isNull()) destinations.push_back(mDestinationDescription);
+  for (const FolderDescription& destination : destinations) {
+    for (const FolderDescription& source : mSourceDescriptions) {
+      const std::string path(source.path());
+      if (ZAN_FilesUtils::isAtOrBelow(destination.path(), path) ||
+          ZAN_FilesUtils::isAtOrBelow(placeOf(destination.path()), placeOf(path))) {
+        return Error{ErrorKind::refused, std::string(destination.path()) +
+                                             ": the destination lies in the source " + path};
+      }
+      const std::string copy = ZAN_FilesUtils::joinedPath(placeOf(destination.path()),
+                                                          ZAN_FilesUtils::lastPathComponent(path));
+      if (ZAN_FilesUtils::isAtOrBelow(placeOf(path), copy)) {
+        return Error{ErrorKind::refused, path + ": it lies where its copy would be, in " +
+                                             std::string(destination.path())};
+      }
     }
   }
   return {};
@@ -189,11 +280,25 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mDeleteLimit) record.setValue(DeletionKey::limit, *mDeleteLimit);
   if ((hasSources() || hasDestination()) && !record["LastExecutionDate"].isNull())
     record.setValue(CopyKey::isNew, 1);
-  if (!mExcluded.empty() || !mTakenBack.empty()) {
+  if (mBandwidth) record.setValue(CopyKey::bandwidth, *mBandwidth);
+  if (!mRotation.empty()) {
+    ZAN_Value list = ZAN_Value::array();
+    for (const FolderDescription& other : mRotationDescriptions) list.append(other.toValue());
+    record.setValue(VolumeIdentity::kRotation, std::move(list));
+  }
+  if (!mExcluded.empty() || !mTakenBack.empty() || mExcludesMissing || mExcludesProposed) {
     std::vector<std::string> patterns;
     for (const ZAN_Value& pattern : record[CopyKey::exclusions].elements())
       patterns.emplace_back(pattern.stringView());
     patterns.insert(patterns.end(), mExcluded.begin(), mExcluded.end());
+    if (mExcludesMissing) {
+      for (const ZAN_Value& pattern : record[CopyKey::notPossible].elements())
+        patterns.emplace_back(pattern.stringView());
+    }
+    if (mExcludesProposed) {
+      for (std::string& pattern : proposedExclusions(record))
+        patterns.push_back(std::move(pattern));
+    }
     ZAN_Value list = ZAN_Value::array();
     for (auto pattern = patterns.begin(); pattern != patterns.end(); ++pattern) {
       if (!pattern->empty() && std::find(patterns.begin(), pattern, *pattern) == pattern &&
@@ -232,12 +337,52 @@ Outcome ActionWords::checkThatItRuns(const ZAN_Value& record, const CommandHome&
   return {};
 }
 
+namespace {
+
+/// The record with folders named by where they lie on their disks, whatever links and mounts lead
+/// there.
+ZAN_Value byPlace(const ZAN_Value& settings) {
+  ZAN_Value record = settings;
+  const auto placed = [](FolderDescription item) {
+    item.setPath(placeOf(item.path()));
+    return item.toValue();
+  };
+  const auto sources = ActionsTools::getSourcesForAction(settings);
+  ZAN_Value list = ZAN_Value::array();
+  for (const FolderDescription& source : sources) list.append(placed(source));
+  if (!sources.empty()) record.setValue("ItemsListOfSourcePath", std::move(list));
+  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
+  if (!destination.isNull()) record.setValue("ItemsDestination", placed(destination));
+  return record;
+}
+
+}  // namespace
+
+std::vector<std::string> proposedExclusions(const ZAN_Value& settings) {
+  std::vector<std::string> patterns;
+  const ZAN_Value& known = settings[CopyKey::exclusions];
+  for (const std::string_view pattern : kScratch) {
+    if (std::ranges::any_of(known.elements(),
+                            [&](const ZAN_Value& one) { return one.stringView() == pattern; }))
+      continue;
+    for (const FolderDescription& source : ActionsTools::getSourcesForAction(settings)) {
+      if (!hasFitting(std::string(source.path()), pattern)) continue;
+      patterns.emplace_back(pattern);
+      break;
+    }
+  }
+  return patterns;
+}
+
 Outcome checkCopies(ProgrammedAction& root, const ZAN_Value& settings) {
+  const ZAN_Value placed = byPlace(settings);
   ProgrammedAction::Nodes actions;
   root.getAllActionsInOneList(actions, false);
   for (const ProgrammedAction* other : actions) {
     if (other->getReference() == settings.integer("Ref")) continue;
-    const auto copy = ActionsTools::copyInDispute(settings, other->getSettings());
+    auto copy = ActionsTools::copyInDispute(settings, other->getSettings());
+    if (!copy && ActionsTools::copyInDispute(placed, byPlace(other->getSettings())))
+      copy = ActionsTools::getDestinationForAction(settings).path();
     if (!copy) continue;
     return Error{ErrorKind::refused,
                  *copy + ": the action " + std::to_string(other->getReference()) + " \"" +
@@ -277,11 +422,17 @@ Answer answerAbout(std::string_view done, const ZAN_Value& settings, CommandHome
                              {"next", run ? ZAN_Value(run->date) : ZAN_Value()}});
   ZAN_Value shown = value;
   shown.setValue("runs", home.texts().text("ScheduleRuns", {schedule}));
+  ZAN_Value proposed = ZAN_Value::array();
+  if (done == "added") {
+    for (const std::string& pattern : proposedExclusions(settings)) proposed.append(pattern);
+  }
+  shown.setValue("proposed", proposed);
   const bool isDue = run && run->date <= home.now();
   return {value, TextForm(home.calendar())
-                     .fill(isDue ? "{done} {reference}: {title}\nnext: now\n"
-                                 : "{done} {reference}: {title}\n"
-                                   "{next?next: {next:date}}{next!{runs}}\n",
+                     .fill(std::string("{done} {reference}: {title}\n") +
+                               (isDue ? "next: now\n" : "{next?next: {next:date}}{next!{runs}}\n") +
+                               "{proposed?could be left out: corvana9 edit {reference} "
+                               "--exclude-proposed\n{proposed*  {}\n}}",
                            shown)};
 }
 

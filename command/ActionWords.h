@@ -24,7 +24,9 @@ class ActionWords {
   bool fitsGroup() const;
   bool hasSources() const { return !mSources.empty(); }
   /// Whether it says anew what is copied where.
-  bool changesCopies() const { return hasSources() || hasDestination() || mMode || mAdopts; }
+  bool changesCopies() const {
+    return hasSources() || hasDestination() || mMode || mAdopts || !mRotation.empty();
+  }
   bool hasDestination() const { return mDestination.has_value(); }
   void setTitle(std::string title) { mTitle = std::move(title); }
   const ScheduleWords& schedule() const { return mSchedule; }
@@ -58,11 +60,19 @@ class ActionWords {
   bool mAdopts = false;
   std::vector<std::string> mExcluded;
   std::vector<std::string> mTakenBack;
+  bool mExcludesMissing = false;
+  bool mExcludesProposed = false;
+  std::vector<std::string> mRotation;
+  std::vector<FolderDescription> mRotationDescriptions;
+  std::optional<std::int64_t> mBandwidth;
   bool mForce = false;
   std::vector<FolderDescription> mSourceDescriptions;
   FolderDescription mDestinationDescription;
 };
 
+/// What of an action's sources is likely to be wanted in no copy, as far as it is there: patterns
+/// of caches, the trash and scratch files of virtual machines, less those that are left out.
+std::vector<std::string> proposedExclusions(const ZAN_Value& settings);
 /// Refused when the action and another one of the tree would spoil each other's copies.
 Outcome checkCopies(ProgrammedAction& root, const ZAN_Value& settings);
 /// A reference as a word of the command line.

@@ -94,6 +94,7 @@ constexpr std::string_view kStatusLines =
     "{status.otherStartupDisk?The start-up disk is another one than before; nothing runs until "
     "that is answered.\n}"
     "{current?Executing: {current:action}{current.progress?, {current.progress:rounded} %}"
+    "{current.progressText?, {current.progressText}}"
     "{current.started?, since {current.started:clock}}{current.retry?, once more after a crash}"
     "{current.stopping?, being stopped}\n{current.stuck?{current.stuck}\n}}"
     "{current!{agent!{executing?Executing: an execute program runs\n}}}"

@@ -13,6 +13,7 @@ constexpr std::string_view kResources =
     "Corvana 9.app/Contents/Resources/Corvana 9 Scheduler.app/Contents/Resources";
 constexpr std::string_view kExecute =
     "Corvana 9.app/Contents/Resources/Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute";
+constexpr std::string_view kTools = "Corvana 9.app/Contents/Resources/tools";
 constexpr int kLevels = 4;
 
 }  // namespace
@@ -88,6 +89,13 @@ std::string CommandHome::executeProgram() const { return installed(kExecute); }
 Outcome CommandHome::loadAgentTexts(ZAN_StringTable& texts) const {
   const std::string resources = installed(kResources);
   if (!resources.empty()) return texts.load(resources, mMachine.languageNames());
+  return Error{ErrorKind::absent,
+               mMachine.executablePath() + ": the agent is not installed beside it"};
+}
+
+Result<std::string> CommandHome::tool(std::string_view name) const {
+  std::string path = installed(ZAN_FilesUtils::joinedPath(kTools, name));
+  if (!path.empty()) return path;
   return Error{ErrorKind::absent,
                mMachine.executablePath() + ": the agent is not installed beside it"};
 }

@@ -60,6 +60,8 @@ class CommandHome {
   Outcome loadAgentTexts(ZAN_StringTable& texts) const;
   /// The execute program that is installed with this command; empty when there is none.
   std::string executeProgram() const;
+  /// Path of a tool that comes with the agent.
+  Result<std::string> tool(std::string_view name) const;
 
   /// The agent's texts in the user's language, read at the first call; empty, which is said once,
   /// where the agent is not installed.

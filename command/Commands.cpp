@@ -29,6 +29,14 @@ constexpr std::string_view kActionHelp =
     "                             \"/\" in front from the source on; what the copy has of it "
     "stays\n"
     "  --no-exclude PATTERN       take that back\n"
+    "  --exclude-missing          leave out for good what the last run could not copy (edit)\n"
+    "  --exclude-proposed         leave out caches, the trash and scratch files of virtual "
+    "machines "
+    "in\n"
+    "                             the sources; add lists them\n"
+    "  --rotate FOLDER            a folder on another disk that takes turns with the destination;\n"
+    "                             may be given several times; \"\" for none\n"
+    "  --bandwidth BYTES          a second at most, as 500K, 20M or 1G; 0 for as many as it can\n"
     "  --adopt                    its next run takes the folders that it finds in the places of "
     "its\n"
     "                             copies for them, whoever has filled them\n"
@@ -107,6 +115,11 @@ constexpr std::array kCommands{
             "By names, kinds, sizes and dates; contents are not read. What the action leaves out\n"
             "shows as new.\n",
             diffCommand},
+    Command{"plan", "REF [--all]", "what a run of an action would copy, replace and delete",
+            "Looks as a run looks, with its checks of the volumes, and changes nothing; the agent\n"
+            "need not run. Ends with 1 when a run could not do it.\n"
+            "  --all   every item, not only the first 20 of each kind\n",
+            planCommand},
     Command{"next", "[--count N] [--ics] | --records FILE --now SECONDS", "show the coming runs",
             "The coming runs of all actions, the next first.\n"
             "  --count N              so many of them; 10 without it\n"

@@ -80,6 +80,7 @@ Answer confirmCommand(Arguments& arguments, const Console& console);
 Answer versionsCommand(Arguments& arguments, const Console& console);
 Answer restoreCommand(Arguments& arguments, const Console& console);
 Answer diffCommand(Arguments& arguments, const Console& console);
+Answer planCommand(Arguments& arguments, const Console& console);
 Answer nextCommand(Arguments& arguments, const Console& console);
 Answer whyCommand(Arguments& arguments, const Console& console);
 Answer statusCommand(Arguments& arguments, const Console& console);

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/ActionsTools.h"
 #include "actions/History.h"
 #include "command/CommandHome.h"
 
@@ -50,6 +51,22 @@ std::string durationInWords(const ZAN_Value& execution) {
   if (execution["start"].isNull() || execution["end"].isNull()) return "-:--:--";
   const double seconds = execution["end"].doubleValue() - execution["start"].doubleValue();
   return ZAN_StringUtils::getDuration(std::llround(seconds));
+}
+
+/// ", 12 files (3.4 MB) copied, 2 deleted".
+std::string workInWords(const ZAN_Value& execution) {
+  if (!execution.contains("files")) return {};
+  const std::int64_t files = execution.integer("files");
+  std::string text = ", " + std::to_string(files) + (files == 1 ? " file (" : " files (") +
+                     ZAN_StringUtils("C").getShortSizeBytes(execution["bytes"].unsignedValue()) +
+                     ") copied";
+  for (const auto& [key, word] : {std::pair{"filesReplaced", " replaced"},
+                                  {"filesDeleted", " deleted"},
+                                  {"skipped", " skipped"},
+                                  {"notPossible", " not possible"}}) {
+    if (execution.integer(key) > 0) text += ", " + std::to_string(execution.integer(key)) + word;
+  }
+  return text;
 }
 
 std::string latenessInWords(const ZAN_Value& late) {
@@ -107,14 +124,35 @@ ZAN_Value executionOf(const ZAN_Value& entry, const Launches& launches) {
     if (code == kLaunched && launch->crashed) code = kCrashed;
     if (launch->due) late = std::max(0.0, *start - *launch->due);
   }
-  return ZAN_Value::dictionary({{"title", entry.string("Title")},
-                                {"ref", ref},
-                                {"start", start ? ZAN_Value(*start) : ZAN_Value()},
-                                {"end", end ? ZAN_Value(*end) : ZAN_Value()},
-                                {"code", code},
-                                {"result", resultInWords(code)},
-                                {"errors", entry.integer("ActionErrors")},
-                                {"late", late}});
+  ZAN_Value execution = ZAN_Value::dictionary(
+      {{"title", entry.string("Title")},
+       {"ref", ref},
+       {"start", start ? ZAN_Value(*start) : ZAN_Value()},
+       {"end", end ? ZAN_Value(*end) : ZAN_Value()},
+       {"code", code},
+       {"result", entry.integer(RunKey::onlyLacks) != 0 ? "completed but for what cannot be copied"
+                                                        : resultInWords(code)},
+       {"errors", entry.integer("ActionErrors")},
+       {"late", late}});
+  // What an execute program of another kind does not count is not there.
+  for (const auto& [name, key] : {std::pair{"files", RunKey::filesCopied},
+                                  {"bytes", RunKey::bytesCopied},
+                                  {"filesReplaced", RunKey::filesReplaced},
+                                  {"bytesReplaced", RunKey::bytesReplaced},
+                                  {"filesDeleted", RunKey::filesDeleted},
+                                  {"bytesDeleted", RunKey::bytesDeleted},
+                                  {"skipped", RunKey::skipped},
+                                  {"notPossible", RunKey::notPossible},
+                                  {"reason", RunKey::reason}}) {
+    if (entry.contains(key)) execution.setValue(name, entry[key]);
+  }
+  if (start && end) {
+    const double seconds = *end - *start;
+    execution.setValue("seconds", seconds);
+    if (entry.contains(RunKey::bytesCopied) && seconds >= 1)
+      execution.setValue("bytesPerSecond", entry[RunKey::bytesCopied].doubleValue() / seconds);
+  }
+  return execution;
 }
 
 ZAN_Value eventOf(const ZAN_Value& entry) {
@@ -145,13 +183,14 @@ Answer historyCommand(Arguments& arguments, const Console& console) {
   }
   TextForm form(home.calendar());
   form.with("duration", durationInWords).with("lateness", latenessInWords);
+  form.with("work", workInWords);
   form.with("errors", [](const ZAN_Value& errors) {
     const std::int64_t number = errors.integerValue();
     return std::to_string(number) + (number == 1 ? " error" : " errors");
   });
   return {list, form.fill("{!Nothing has been executed yet.\n}"
                           "{*{start:date}  {:duration}  {title}{ref? [{ref}]}: {result}"
-                          "{errors?, {errors:errors}}{late:lateness}\n}",
+                          "{errors?, {errors:errors}}{:work}{late:lateness}\n}",
                           list)};
 }
 

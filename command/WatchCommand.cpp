@@ -17,6 +17,7 @@ std::string stateInWords(const ZAN_Value& status) {
   const std::int64_t count = status.integer("queueCount");
   if (const ZAN_Value& current = status["current"]; !current.isNull()) {
     text += ", executing " + namedAction(current.string("title"), current.integer("ref"));
+    if (const std::string how = current.string("progressText"); !how.empty()) text += ", " + how;
     if (count > 1) text += ", " + std::to_string(count - 1) + " waiting";
   } else if (count > 0) {
     text += ", " + std::to_string(count) + " in the queue";

@@ -115,6 +115,7 @@ QVariant TableAdapter::data(const QModelIndex& index, int role) const {
                               Qt::AlignVCenter);
     case Qt::ForegroundRole:
       if (mTable.tone(row) == WindowTable::Tone::alert) return alertColour();
+      if (mTable.tone(row) == WindowTable::Tone::caution) return cautionColour();
       if (mTable.tone(row) == WindowTable::Tone::dimmed) return dimmedColour();
       return {};
     case Qt::FontRole:

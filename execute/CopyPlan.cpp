@@ -150,10 +150,16 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   plan.mBandwidth =
       static_cast<std::uint64_t>(std::max<std::int64_t>(settings.integer(CopyKey::bandwidth), 0));
   plan.mComparesContents = settings.integer(CopyKey::isDoubted) != 0;
-  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
-  if (destination.isNull())
+  const auto destinations = VolumeIdentity::destinationsOf(settings);
+  if (destinations.empty())
     return Error{ErrorKind::refused, "ItemsDestination: the action has no destination"};
-  if (const Outcome there = plan.setDestination(destination, guard); !there) return there.error();
+  Outcome there;
+  for (const FolderDescription& destination : destinations) {
+    const Outcome own = plan.setDestination(destination, guard);
+    if (own || &destination == &destinations.front()) there = own;
+    if (own) break;
+  }
+  if (!there) return there.error();
   const auto sources = ActionsTools::getSourcesForAction(settings);
   if (sources.empty()) return Error{ErrorKind::refused, "ItemsSource: the action has no source"};
   for (const auto& source : sources) {

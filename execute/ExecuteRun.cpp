@@ -159,6 +159,67 @@ void ExecuteRun::recordSilence(const ExecuteArguments& arguments, double seconds
   records.ended(end);
 }
 
+namespace {
+
+ZAN_Value listOf(const std::vector<std::string>& texts) {
+  ZAN_Value list = ZAN_Value::array();
+  for (const auto& text : texts) list.append(text);
+  return list;
+}
+
+/// One kind of what a run would do.
+struct PlannedPart {
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+  ZAN_Value items = ZAN_Value::array();
+
+  void add(const CopyRun::Planned& planned, std::size_t most) {
+    if (!planned.path.ends_with('/')) ++files;
+    bytes += planned.size;
+    if (items.size() < most)
+      items.append(ZAN_Value::dictionary({{"path", planned.path}, {"bytes", planned.size}}));
+  }
+  ZAN_Value toValue() const {
+    return ZAN_Value::dictionary({{"files", files}, {"bytes", bytes}, {"items", items}});
+  }
+};
+
+}  // namespace
+
+ZAN_Value ExecuteRun::plan(std::int64_t reference, std::size_t most) {
+  const auto* action = mSurroundings.files.tree.rootItem().actionForReference(reference);
+  const ZAN_Value settings = action ? action->getSettings() : ZAN_Value();
+  ZAN_Value answer = ZAN_Value::dictionary({{"reference", reference}, {"possible", false}});
+  if (!action) {
+    answer.setValue("reason", std::to_string(reference) + ": no action has this reference");
+    return answer;
+  }
+  answer.setValue("title", action->getTitle());
+  const VolumeGuard guard(mSurroundings.volumes, ActionsTools::toleratesOtherVolumes(settings));
+  const auto plan = CopyPlan::fromSettings(settings, guard);
+  if (!plan) {
+    answer.setValue("reason", plan.error().text);
+    return answer;
+  }
+  std::array<PlannedPart, 4> parts;
+  CopyRun run(*plan, ownerOf(settings), limitOf(settings),
+              {.control = mSurroundings.control,
+               .clock = mSurroundings.files.store.clock(),
+               .rsync = mSurroundings.rsync});
+  const ExecuteEnd end = run.look([&](const CopyRun::Planned& planned) {
+    parts.at(static_cast<std::size_t>(planned.kind)).add(planned, most);
+  });
+  answer.setValue("possible", end.isExecuted());
+  if (!end.reason.empty()) answer.setValue("reason", end.reason);
+  constexpr std::array<const char*, 4> kNames{"copy", "replace", "change", "delete"};
+  for (std::size_t i = 0; i < parts.size(); ++i) answer.setValue(kNames[i], parts[i].toValue());
+  answer.setValue("missing", listOf(end.errorTexts));
+  answer.setValue("exclusions", listOf(end.patterns));
+  answer.setValue("losses", listOf(end.losses));
+  answer.setValue("toConfirm", end.toConfirm);
+  return answer;
+}
+
 CopyOwner ExecuteRun::ownerOf(const ZAN_Value& settings) const {
   const auto reference = settings.integer("Ref");
   CopyOwner owner;

@@ -51,6 +51,11 @@ class ExecuteRun {
   /// Says on the standard output and error what was done, for the agent's debug log. An action that
   /// cannot be executed, ends with errors or is stopped is recorded as that and is no crash.
   void perform(const ExecuteArguments& arguments);
+  /// What it would do, without doing any of it: {"reference", "title", "possible"; "reason" where
+  /// there is one; "copy", "replace", "change" and "delete" as {"files", "bytes", "items"}, the
+  /// items {"path", "bytes"} up to `most` of each; "missing", in words; "exclusions", the patterns
+  /// that leave that out; "losses"; "toConfirm"}.
+  ZAN_Value plan(std::int64_t reference, std::size_t most);
   /// Records the end of an execution that has done nothing for so many seconds and was given up,
   /// in its place: which of its volumes do not answer. `stop`: why it was to end anyway.
   void recordSilence(const ExecuteArguments& arguments, double seconds, StopReason stop);

@@ -64,10 +64,38 @@ bool VolumeIdentity::checkIfVolumeMounted(const FolderDescription& item, bool to
   const auto known = mVolumes.information(*mount);
   if (!known) return false;
   if (tolerant) return true;
-  if (!fits(item, *mount, mReference.ofPath("/"))) return false;
+  if (fits(item, *mount, mReference.ofPath("/")) &&
+      (isToldBySource(item) || known->totalSize == item.volumeSize() ||
+       (!item.uuid().empty() && item.uuid() == known->uuid)))
+    return true;
+  // Under a new name the disk has another folder, and its old one is the start-up disk's, or gone.
+  if (item.uuid().empty() || !mReference.isBelowVolumesFolder(path)) return false;
+  return std::ranges::any_of(mVolumes.mounts(), [&](const Mount& elsewhere) {
+    return elsewhere.isVolume && isOn(item, elsewhere);
+  });
+}
+
+bool VolumeIdentity::isOn(const FolderDescription& item, const Mount& mount) {
+  const auto system = mReference.ofPath("/");
+  if (!fits(item, mount, system)) return false;
   if (isToldBySource(item)) return true;
-  if (known->totalSize == item.volumeSize()) return true;
-  return !item.uuid().empty() && item.uuid() == known->uuid;
+  if (item.uuid().empty()) return false;
+  const auto known = mVolumes.information(mount);
+  return known && equalUuids(item.uuid(), known->uuid);
+}
+
+bool VolumeIdentity::isAnother(const FolderDescription& item, const Mount& mount) {
+  const auto known = mVolumes.information(mount);
+  return known && !item.uuid().empty() && !known->uuid.empty() &&
+         !equalUuids(item.uuid(), known->uuid);
+}
+
+std::vector<FolderDescription> VolumeIdentity::destinationsOf(const ZAN_Value& settings) {
+  std::vector<FolderDescription> all;
+  if (auto first = ActionsTools::getDestinationForAction(settings); !first.isNull())
+    all.push_back(std::move(first));
+  for (const ZAN_Value& other : settings[kRotation].elements()) all.emplace_back(other);
+  return all;
 }
 
 bool VolumeIdentity::checkIfAllVolumesMounted(const ZAN_Value& settings) {
@@ -78,8 +106,8 @@ bool VolumeIdentity::checkIfAllVolumesMounted(const ZAN_Value& settings) {
     return checkIfVolumeMounted(item, tolerant);
   };
   if (!std::ranges::all_of(sources, isMounted)) return false;
-  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
-  return destination.isNull() || isMounted(destination);
+  const auto destinations = destinationsOf(settings);
+  return destinations.empty() || std::ranges::any_of(destinations, isMounted);
 }
 
 Result<VolumeIdentity::Place> VolumeIdentity::locate(const FolderDescription& item, bool tolerant) {

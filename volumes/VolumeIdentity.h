@@ -1,6 +1,8 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
@@ -20,14 +22,28 @@ class VolumeIdentity {
   /// that its path leads to, else one that fits the description. Tolerant: any volume there will
   /// do; else its size must be that of the item or, failing that, its UUID; the date takes no part.
   /// Where the item says what was mounted, subvolumes of one disk are told apart by it, and volumes
-  /// without a UUID by it alone. An item without a volume counts as mounted when its path lies
-  /// below the volumes folder and exists. Null: no.
+  /// without a UUID by it alone. A volume below the volumes folder may be mounted elsewhere there.
+  /// An item without a volume counts as mounted when its path lies below the volumes folder and
+  /// exists. Null: no.
   virtual bool checkIfVolumeMounted(const FolderDescription& item, bool tolerant);
 
-  /// Whether every source of the action with these settings and then its destination is mounted.
+  /// Whether every source of the action with these settings and then its destination, or one that
+  /// takes turns with it, is mounted.
   /// Without a list of sources yes, whatever the destination; an empty list leaves it to the
   /// destination, and without a destination the sources decide. A damaged source is not mounted.
   bool checkIfAllVolumesMounted(const ZAN_Value& settings);
+
+  /// In a record: descriptions of folders on other disks that take turns with the destination.
+  static constexpr std::string_view kRotation = "CopyRotation";
+  /// The destination of the action and those that take turns with it: the first that is there is
+  /// meant. Empty without a destination.
+  static std::vector<FolderDescription> destinationsOf(const ZAN_Value& settings);
+
+  /// Whether an item lies on what is mounted there, by what tells the volume and not by its path:
+  /// it may have got another name. Of volumes without anything that tells them, no.
+  bool isOn(const FolderDescription& item, const Mount& mount);
+  /// Whether what is mounted there is certainly another volume than the item's.
+  bool isAnother(const FolderDescription& item, const Mount& mount);
 
   /// Where an item's folder is now, for whoever is about to write there: its volume may be mounted
   /// elsewhere than when it was described. Stricter than the test above: known UUIDs decide, else

@@ -1,9 +1,11 @@
 #include "core/drive/StateAnswers.h"
 
+#include "actions/ActionsTools.h"
 #include "actions/ProgrammedAction.h"
 #include "core/drive/LaunchStep.h"
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
+#include "core/work/ProgressWords.h"
 #include "core/work/WhyNot.h"
 #include "core/work/Work.h"
 #include "platform/Clock.h"
@@ -46,6 +48,15 @@ ZAN_Value StateAnswers::status() {
                                                {"title", m.tree.titleOf(ref)},
                                                {"progress", m.state.mProgress.value},
                                                {"retry", mWork.supervisor.retryNb()}});
+    if (const auto& reports = mWork.supervisor.latestExecuteCurrentPath(); !reports.empty()) {
+      for (const std::string_view key :
+           {ProgressKey::itemsSeen, ProgressKey::bytesToCopy, ProgressKey::filesToCopy,
+            ProgressKey::bytesPerSecond, ProgressKey::secondsLeft, std::string_view("SizeCopied"),
+            std::string_view("FilesCopied")}) {
+        if (reports.back().contains(key)) current.setValue(key, reports.back()[key]);
+      }
+      current.setValue("progressText", progressInWords(reports.back(), m.texts, m.strings));
+    }
     if (const ReferenceTime started = mWork.supervisor.startOfCurrentAction(); started != 0)
       current.setValue("started", ZAN_Value::date(started));
     if (const auto stall = mWork.supervisor.stall()) {

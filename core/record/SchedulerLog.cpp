@@ -1,6 +1,7 @@
 #include "core/record/SchedulerLog.h"
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "actions/ActionsTools.h"
 #include "actions/History.h"
 #include "core/record/Changes.h"
 #include "core/record/Preferences.h"
@@ -54,7 +55,9 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
   });
 
   const std::int64_t code = entry.integer("C");
-  if (isFailure(code)) {
+  // What only lacks what cannot be copied is told in yellow where runs are shown, and is no alarm.
+  const bool onlyLacks = entry.integer(RunKey::onlyLacks) != 0;
+  if (isFailure(code) && !onlyLacks) {
     setErrorState(static_cast<int>(code));
     if (mPreferences.mShowErrorWindows != 0) mUserInterface.showWindow(Window::errorSummary);
   }
@@ -72,6 +75,7 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
       break;
     case LogCode::unexpectedError:
     case LogCode::completedWithErrors:
+      if (onlyLacks) break;
       mHistory.counters().incrementCounter(ExecutionCounters::kErrors, entry.integer("R"));
       break;
     case LogCode::crashed:

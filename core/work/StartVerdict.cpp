@@ -48,13 +48,21 @@ bool beginsAnew(const Schedule& schedule, std::optional<ReferenceTime> date,
 bool concernsMountedVolume(const ZAN_Value& settings, const StartSituation& situation) {
   const auto sources = ActionsTools::getSourcesForAction(settings);
   if (sources.empty()) return false;
+  // The disk may have got another name since it was described.
+  const auto mount = situation.volumes->reference().ofPath(std::string(situation.mountedDevice));
+  const bool isKnown = mount && mount->target == situation.mountedDevice;
+  // Our own program would only say that it is another one.
+  const bool isStrict = isKnown && settings["OptionsPerformer"].stringView() == "corvana9" &&
+                        !ActionsTools::toleratesOtherVolumes(settings);
   const auto onVolume = [&](const FolderDescription& item) {
+    if (isKnown && situation.volumes->isOn(item, *mount)) return true;
+    if (isStrict && situation.volumes->isAnother(item, *mount)) return false;
     return ZAN_FilesUtils::isAtOrBelow(item.pathLocalized(), situation.mountedDevice) ||
            ZAN_FilesUtils::isAtOrBelow(item.pathLocalized(), situation.localizedDevice);
   };
-  // The names are compared first: looking at a volume may take its time.
+
   if (!std::ranges::any_of(sources, onVolume) &&
-      !onVolume(ActionsTools::getDestinationForAction(settings)))
+      !std::ranges::any_of(VolumeIdentity::destinationsOf(settings), onVolume))
     return false;
   return situation.volumes->checkIfAllVolumesMounted(settings);
 }

@@ -155,20 +155,23 @@ void WhyNot::addVolumes(Reasons& reasons, const ProgrammedAction& action) const 
   const ZAN_Value& settings = action.getSettings();
   const bool tolerant = ActionsTools::toleratesOtherVolumes(settings);
   auto items = ActionsTools::getSourcesForAction(settings);
-  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
-  if (items.empty() || destination.isNull()) {
+  const auto destinations = VolumeIdentity::destinationsOf(settings);
+  if (items.empty() || destinations.empty()) {
     reasons.push_back(reason(Cause::incomplete,
                              table.text(items.empty() ? "WhyNoSource" : "WhyNoDestination"),
                              table.text("WhyIncompleteRemedy"), edit(action.getReference())));
   }
-  if (!destination.isNull()) items.push_back(destination);
   const bool refused = settings.integer("TriggerIfVolumesMounted") != 0;
+  // The execution is stricter than the queue: a folder in the place of a volume is none.
+  const auto isThere = [&](const FolderDescription& item) {
+    return mVolumes.locate(item, tolerant) &&
+           (!refused || mVolumes.checkIfVolumeMounted(item, tolerant));
+  };
+  if (std::ranges::none_of(destinations, isThere))
+    items.insert(items.end(), destinations.begin(), destinations.end());
   std::vector<std::string> missing;
   for (const auto& item : items) {
-    // The execution is stricter than the queue: a folder in the place of a volume is none.
-    if (mVolumes.locate(item, tolerant) &&
-        (!refused || mVolumes.checkIfVolumeMounted(item, tolerant)))
-      continue;
+    if (isThere(item)) continue;
     std::string name = volumeName(item);
     if (std::find(missing.begin(), missing.end(), name) == missing.end())
       missing.push_back(std::move(name));

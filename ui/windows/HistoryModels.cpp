@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "actions/ActionsTools.h"
 #include "actions/History.h"
 #include "core/record/Preferences.h"
 #include "ui/windows/WindowWords.h"
@@ -82,7 +83,7 @@ std::string LatestActionsModel::text(std::size_t row, std::size_t column) const 
                           : std::string();
     }
     case 3:
-      return resultInWords(one.integer("C"), m.texts);
+      return resultOf(one);
     default: {
       const std::int64_t errors = one.integer("ActionErrors");
       return errors == 0 ? std::string() : m.strings.getIntegerWithSeparators(errors);
@@ -91,6 +92,7 @@ std::string LatestActionsModel::text(std::size_t row, std::size_t column) const 
 }
 
 WindowTable::Tone LatestActionsModel::tone(std::size_t row) const {
+  if (entry(row).integer(RunKey::onlyLacks) != 0) return Tone::caution;
   return isFailure(entry(row)) ? Tone::alert : Tone::plain;
 }
 
@@ -123,6 +125,35 @@ const ZAN_Value& LatestActionsModel::resultsOf(const ZAN_Value& entry) const {
   return mResults->lists;
 }
 
+std::string LatestActionsModel::resultOf(const ZAN_Value& entry) const {
+  return entry.integer(RunKey::onlyLacks) != 0 ? m.texts.text("ResultOnlyLacks")
+                                               : resultInWords(entry.integer("C"), m.texts);
+}
+
+/// What the run has counted, and why it did not do all.
+std::string LatestActionsModel::workOf(const ZAN_Value& entry) const {
+  if (!entry.contains(RunKey::filesCopied)) return {};
+  const auto count = [&](std::string_view key) {
+    return m.strings.getIntegerWithSeparators(entry.integer(key));
+  };
+  const auto size = [&](std::string_view key) {
+    return m.strings.getShortSizeBytes(entry[key].unsignedValue());
+  };
+  std::string text =
+      "\n" + m.texts.text("LatestWork", {count(RunKey::filesCopied), size(RunKey::bytesCopied),
+                                         count(RunKey::filesReplaced), count(RunKey::filesDeleted),
+                                         count(RunKey::skipped), count(RunKey::notPossible)});
+  const auto start = entry["Date"].asDate();
+  const auto end = entry["EndDate"].asDate();
+  if (start && end && *end - *start >= 1) {
+    const double speed = entry[RunKey::bytesCopied].doubleValue() / (*end - *start);
+    text += "\n" + m.texts.text("ProgressSpeed",
+                                {m.strings.getShortSizeBytes(static_cast<std::uint64_t>(speed))});
+  }
+  if (entry.contains(RunKey::reason)) text += "\n" + entry.string(RunKey::reason);
+  return text;
+}
+
 std::string LatestActionsModel::listText(const std::string& title, const ZAN_Value& list) const {
   std::string text = "\n\n" + title;
   std::size_t lines = 0;
@@ -139,9 +170,11 @@ std::string LatestActionsModel::listText(const std::string& title, const ZAN_Val
 std::string LatestActionsModel::details(std::size_t row) const {
   const ZAN_Value& one = entry(row);
   const auto start = one["Date"].asDate();
-  const std::string text = m.texts.text(
-      "LatestDetails", {one.string("Title"), start ? m.strings.getMediumDateTime(*start) : "",
-                        resultInWords(one.integer("C"), m.texts)});
+  const std::string text =
+      m.texts.text(
+          "LatestDetails",
+          {one.string("Title"), start ? m.strings.getMediumDateTime(*start) : "", resultOf(one)}) +
+      workOf(one);
   if (!start) return text;
   const ZAN_Value& results = resultsOf(one);
   const auto list = [&](const std::string& title, const char* key) {

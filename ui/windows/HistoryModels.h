@@ -33,6 +33,8 @@ class LatestActionsModel final : public WindowTable {
   /// Dictionary of "Errors", "Files" and "Excluded".
   const ZAN_Value& resultsOf(const ZAN_Value& entry) const;
   ZAN_Value latestErrorsOf(const ZAN_Value& entry) const;
+  std::string resultOf(const ZAN_Value& entry) const;
+  std::string workOf(const ZAN_Value& entry) const;
   std::string listText(const std::string& title, const ZAN_Value& list) const;
 
   const UserInterfaceSources& m;

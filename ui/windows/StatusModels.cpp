@@ -7,6 +7,7 @@
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionContext.h"
 #include "core/record/SurveyExecution.h"
+#include "core/work/ProgressWords.h"
 #include "ui/windows/WindowWords.h"
 
 namespace corvana {
@@ -68,6 +69,11 @@ std::vector<std::pair<std::string, std::string>> StatusModel::facts() const {
   }
   if (m.statusInformation && !m.statusInformation().empty())
     facts.emplace_back(m.texts.text("StatusNow"), m.statusInformation());
+  if (const auto& reports = m.supervisor.latestExecuteCurrentPath();
+      m.supervisor.isExecuting() && !reports.empty()) {
+    if (std::string words = progressInWords(reports.back(), m.texts, m.strings); !words.empty())
+      facts.emplace_back(m.texts.text("StatusProgress"), std::move(words));
+  }
   const auto& next = m.evaluation.actionsNextList();
   facts.emplace_back(
       m.texts.text("StatusNext"),

@@ -11,7 +11,7 @@ namespace corvana {
 /// costs no more than what is seen of it. Thread: main.
 class WindowTable {
  public:
-  enum class Tone { plain, dimmed, strong, alert };
+  enum class Tone { plain, dimmed, strong, caution, alert };
   struct Column {
     std::string title;
     bool isNumber = false;  ///< aligned at the far side
