@@ -45,9 +45,10 @@ Answer planCommand(Arguments& arguments, const Console& console) {
   CommandHome home(console);
   const auto tool = home.tool("plan");
   if (!tool) return tool.error();
-  const auto told = runToolBlocking(
-      {*tool, std::to_string(*reference), std::to_string(areAllWanted ? kMost : kShown)},
-      kPatience);
+  const auto told =
+      runToolBlocking({"/usr/bin/env", "HOME=" + home.machine().homeFolder(), *tool,
+                       std::to_string(*reference), std::to_string(areAllWanted ? kMost : kShown)},
+                      kPatience);
   if (!told) return told.error();
   const auto plan = ZAN_Json::valueWithJson(*told);
   if (!plan) return plan.error();

@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 
 #include "actions/ActionsTools.h"
@@ -322,6 +323,62 @@ TEST_F(ActionCommandsTest, AddsAndTakesBackWhatIsLeftOut) {
                  "/cache/"}),
             kDone);
   EXPECT_THAT(patterns(), ElementsAre("*.tmp", "/x y"));
+}
+
+TEST_F(ActionCommandsTest, LeavesOutWhatIsProposedAndWhatIsMissing) {
+  machine.folder.write("photos/.cache/x", "x");
+  machine.folder.write("photos/.var/app/some/cache/x", "x");
+  ASSERT_EQ(add({}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("--exclude-proposed"));
+  EXPECT_THAT(out.str(), HasSubstr("/.var/app/*/cache/"));
+  EXPECT_THAT(out.str(), testing::Not(HasSubstr("Trash")));
+  const std::string reference = std::to_string(stored().childAtIndex(0).getReference());
+  stored().childAtIndex(0).addInChangesList(ZAN_Value::array({"/mine", "/his"}),
+                                            CopyKey::notPossible);
+  ASSERT_EQ(run({"edit", reference, "--exclude-missing"}), kDone) << err.str();
+  ASSERT_EQ(run({"edit", reference, "--exclude-proposed"}), kDone) << err.str();
+  std::vector<std::string> patterns;
+  const ZAN_Value record = stored().childAtIndex(0).getSettings();
+  for (const ZAN_Value& each : record[CopyKey::exclusions].elements())
+    patterns.emplace_back(each.stringView());
+  EXPECT_THAT(patterns, ElementsAre("/mine", "/his", "/.cache/", "/.var/app/*/cache/"));
+}
+
+TEST_F(ActionCommandsTest, TakesDisksInTurnsAndABandwidth) {
+  machine.folder.makeFolder("second");
+  machine.folder.makeFolder("third");
+  ASSERT_EQ(add({"--rotate", machine.folder.at("second"), "--rotate", machine.folder.at("third"),
+                 "--bandwidth", "20M"}),
+            kDone)
+      << err.str();
+  const auto record = [&] { return stored().childAtIndex(0).getSettings(); };
+  const std::string reference = std::to_string(record().integer("Ref"));
+  EXPECT_EQ(record()["CopyRotation"].size(), 2u);
+  EXPECT_EQ(record()["CopyRotation"].at(1).string("VolumeFolderPath"), machine.folder.at("third"));
+  EXPECT_EQ(record().integer(CopyKey::bandwidth), 20'000'000);
+  ASSERT_EQ(run({"edit", reference, "--rotate", "", "--bandwidth", "0"}), kDone);
+  EXPECT_TRUE(record()["CopyRotation"].empty());
+  EXPECT_EQ(record().integer(CopyKey::bandwidth), 0);
+  EXPECT_EQ(run({"edit", reference, "--bandwidth", "fast"}), kWrongWords);
+  EXPECT_EQ(run({"edit", reference, "--rotate", machine.folder.at("photos/x/y"), "--source",
+                 machine.folder.at("photos")}),
+            kCouldNot);
+}
+
+TEST_F(ActionCommandsTest, SeesThroughLinksWhereCopiesLie) {
+  std::filesystem::create_directory_symlink(machine.folder.at("photos"), machine.folder.at("link"));
+  std::filesystem::create_directory_symlink(machine.folder.at("disk"), machine.folder.at("other"));
+  machine.folder.makeFolder("photos/inner");
+  EXPECT_EQ(run({"add", "A", "--source", machine.folder.at("photos"), "--destination",
+                 machine.folder.at("link/inner")}),
+            kCouldNot);
+  EXPECT_THAT(err.str(), HasSubstr("lies in the source"));
+  ASSERT_EQ(add({"--mode", "synchronise"}), kDone) << err.str();
+  machine.folder.makeFolder("elsewhere/photos");
+  EXPECT_EQ(run({"add", "B", "--source", machine.folder.at("elsewhere/photos"), "--destination",
+                 machine.folder.at("other"), "--mode", "synchronise"}),
+            kCouldNot);
+  EXPECT_THAT(err.str(), HasSubstr("copies there too"));
 }
 
 TEST_F(ActionCommandsTest, ConfirmsTheDeletionsThatWereAskedAboutOnce) {

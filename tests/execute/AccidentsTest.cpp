@@ -597,6 +597,19 @@ TEST_F(AccidentsTest, GoesOnWithALargeFileWhereItWasStopped) {
   EXPECT_EQ(filesBelow("disk/source"), 2u);
 }
 
+TEST_F(AccidentsTest, TakesTheDiskWhoseTurnItIs) {
+  mountMemory("disk");
+  fill("source", 2);
+  ZAN_Value settings = record(CopyPlan::kSynchronise, {"source"}, "gone/for/now");
+  settings.setValue(
+      VolumeIdentity::kRotation,
+      ZAN_Value::array({ZAN_Value::dictionary({{"VolumeFolderPath", scratch->at("disk")}})}));
+  EXPECT_EQ(run(settings).code, ExecuteCode::completed);
+  EXPECT_EQ(filesBelow("disk/source"), 2u);
+  settings.setValue(VolumeIdentity::kRotation, ZAN_Value::array());
+  EXPECT_THAT(run(settings).reason, HasSubstr(scratch->at("gone/for")));
+}
+
 TEST_F(AccidentsTest, TellsWhatARunWouldDoAndDoesNothing) {
   mountMemory("disk");
   using Kind = CopyRun::Planned::Kind;

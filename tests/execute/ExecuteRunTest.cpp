@@ -265,6 +265,41 @@ TEST_F(ExecuteRunTest, EndsAsTheUserOrTheVolumeWants) {
   }
 }
 
+TEST_F(ExecuteRunTest, TellsWhatItWouldDoAndRecordsNothing) {
+  makeAction(3);
+  ASSERT_TRUE(store.tree().saveActionsTree(ZAN_Value::array({settings})));
+  tree.releaseRootItem();
+  ExecuteMessages messages(real.clock, {});
+  ExecuteRun planning({{store, tree, history}, messages, *control, {}, volumes, real.machine});
+  const ZAN_Value plan = planning.plan(77, 1);
+  EXPECT_TRUE(plan["possible"].boolValue()) << plan.string("reason");
+  EXPECT_EQ(plan["copy"].integer("files"), 2);
+  EXPECT_EQ(plan["copy"].integer("bytes"), 11);
+  EXPECT_EQ(plan["copy"]["items"].size(), 1u);
+  EXPECT_EQ(plan["delete"].integer("files"), 0);
+  EXPECT_TRUE(fs::is_empty(scratch / "Backup"));
+  EXPECT_EQ(history.historyCount(), 0u);
+  EXPECT_FALSE(planning.plan(78, 1)["possible"].boolValue());
+}
+
+TEST_F(ExecuteRunTest, TellsOfAnItemThatCannotBeCopiedAndHowToLeaveItOut) {
+  makeAction(2);
+  rsync = testing::TempDir() + "rsync" + std::to_string(::getpid());
+  std::ofstream(rsync) << "#!/bin/sh\nfor word; do source=$copy; copy=$word; done\n"
+                          "echo \"rsync: [sender] send_files failed to open \\\"${source}mine\\\": "
+                          "Permission denied (13)\" >&2; exit 23\n";
+  fs::permissions(rsync, fs::perms::owner_all);
+  run();
+  fs::remove(rsync);
+  EXPECT_EQ(lastLog().integer("C"), 14);
+  EXPECT_EQ(lastLog().integer(RunKey::onlyLacks), 1);
+  EXPECT_THAT(lastLog().string("F"), HasSubstr("corvana9 edit 77 --exclude-missing"));
+  EXPECT_EQ(lastHistory().integer(RunKey::notPossible), 1);
+  EXPECT_EQ(lastHistory().integer(RunKey::onlyLacks), 1);
+  EXPECT_EQ(record()[CopyKey::notPossible], ZAN_Value::array({"/mine"}));
+  EXPECT_TRUE(record()["LastExecutionDate"].isDate()) << "a success for the age alarm";
+}
+
 TEST_F(ExecuteRunTest, EstimatesWithoutCopying) {
   makeAction(2);
   run(true);

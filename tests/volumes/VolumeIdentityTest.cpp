@@ -91,6 +91,28 @@ TEST_F(VolumeIdentityTest, WithoutAUuidWhatWasMountedDecides) {
       FolderDescription(item("/mnt/x/a", 9)).setMounted("ext4", "/dev/sdq1", "/"), false));
 }
 
+TEST_F(VolumeIdentityTest, KnowsADiskUnderANewNameAndNoTwinInItsPlace) {
+  const FolderDescription mine(item(place, 7, "mine"));
+  const std::string twin = volumes.mountAt(volumes.folder + "/Disk", {.size = 9, .uuid = "twin"});
+  const std::string renamed =
+      volumes.mountAt(volumes.folder + "/Attic", {.name = "Attic", .size = 8, .uuid = "mine"});
+  const auto at = [&](const std::string& path) { return *identity.reference().ofPath(path); };
+  EXPECT_TRUE(identity.isOn(mine, at(renamed)));
+  EXPECT_FALSE(identity.isOn(mine, at(twin)));
+  EXPECT_TRUE(identity.isAnother(mine, at(twin)));
+  EXPECT_FALSE(identity.isAnother(FolderDescription(item(place, 7)), at(twin))) << "nobody knows";
+  EXPECT_TRUE(isMounted(mine.toValue())) << "elsewhere, and another one in its place";
+  // Disks that take turns: one of them is enough.
+  ZAN_Value record = ZAN_Value::dictionary(
+      {{"ItemsListOfSourcePath", ZAN_Value::array({item(renamed + "/a", 8, "mine")})},
+       {"ItemsDestination", item(place, 5, "first")}});
+  EXPECT_FALSE(identity.checkIfAllVolumesMounted(record));
+  record.setValue(VolumeIdentity::kRotation,
+                  ZAN_Value::array({item(place, 5, "second"), item(place, 9, "twin")}));
+  EXPECT_TRUE(identity.checkIfAllVolumesMounted(record));
+  EXPECT_EQ(VolumeIdentity::destinationsOf(record).size(), 3u);
+}
+
 TEST_F(VolumeIdentityTest, FollowsLinksButNotOntoVolumes) {
   volumes.mount({.size = 7});
   std::filesystem::create_symlink(volumes.folder + "/Disk", machine.folder.at("link"));
