@@ -173,6 +173,7 @@ void ExecuteRecords::addToLog(const ExecuteEnd& end) {
   if (const std::string reason = reasonOf(end); !reason.empty()) entry.setValue("F", reason);
   if (end.onlyLacks()) entry.setValue(RunKey::onlyLacks, 1);
   if (end.firstErrorPath) entry.setValue("P", *end.firstErrorPath);
+  if (end.toConfirm > 0) entry.setValue(DeletionKey::toConfirm, end.toConfirm);
 
   mFiles.store.texts().addToReportFile(ActionLog::messageForEntry(entry));
 

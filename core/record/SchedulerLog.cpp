@@ -76,6 +76,12 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
     case LogCode::unexpectedError:
     case LogCode::completedWithErrors:
       if (onlyLacks) break;
+      if (const std::int64_t asked = entry.integer(DeletionKey::toConfirm);
+          asked > 0 && showStandardMessage) {
+        showStandardMessage(
+            mTexts.text("ActionAsksToDelete", {entry.string("N"), asked, entry.integer("R")}),
+            LogCode::message);
+      }
       mHistory.counters().incrementCounter(ExecutionCounters::kErrors, entry.integer("R"));
       break;
     case LogCode::crashed:

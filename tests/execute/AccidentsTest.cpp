@@ -689,6 +689,64 @@ TEST_F(AccidentsTest, MakesRoomByOlderVersionsAndSaysWhatIsLacking) {
   EXPECT_EQ(scratch->read("disk/source/b").size(), 25u << 20);
 }
 
+TEST_F(AccidentsTest, LosesNothingWhenRsyncIsKilled) {
+  mountMemory("disk");
+  fill("source", 60);
+  scratch->write("source/big", std::string(3 << 20, 'b'));
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  fs::remove(scratch->at("source/f1"));
+  scratch->write("source/big", std::string(3 << 20, 'c'));
+  const std::string killed = "$RSYNC --bwlimit=500 \"$@\" & sleep 0.3; kill -9 $!; kill -9 $$";
+  for (const std::string& script :
+       {std::string("kill -9 $$"),
+        "case \"$*\" in *--dry-run*) exec $RSYNC \"$@\";; esac; " + killed}) {
+    replaceRsync(script);
+    const ExecuteEnd end = synchronise("source");
+    EXPECT_EQ(end.code, ExecuteCode::unexpectedError);
+    EXPECT_THAT(end.reason, HasSubstr("ended by signal 9"));
+    EXPECT_EQ(scratch->read("disk/source/big"), std::string(3 << 20, 'b'));
+    EXPECT_TRUE(fs::exists(scratch->at("disk/source/f1")));
+  }
+  rsync = real;
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_EQ(filesBelow("disk/source"), filesBelow("source"));
+}
+
+TEST_F(AccidentsTest, DeletesNothingWhenTheDriverOfTheSourceDies) {
+  mountMemory("disk");
+  fill("real", 300);
+  scratch->makeFolder("source");
+  const std::string driver = scratch->at("driver");
+  const auto mount = [&] {
+    return shell("bindfs -f '" + scratch->at("real") + "' '" + scratch->at("source") +
+                 "' & echo $! > '" + driver + "'; for i in 1 2 3 4 5 6 7 8 9; do mountpoint -q '" +
+                 scratch->at("source") + "' && exit 0; sleep 0.2; done; exit 1");
+  };
+  if (!mount()) GTEST_SKIP() << "no bindfs here";
+  mounted.push_back(scratch->at("source"));
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  fs::remove(scratch->at("real/f1"));
+  fill("real/more", 300, "new");
+  for (const bool inLook : {false, true}) {
+    replaceRsync(std::string("case \"$*\" in *--dry-run*) ") +
+                 (inLook ? "" : "exec $RSYNC \"$@\"") + ";; esac; kill -9 $(cat '" + driver +
+                 "'); sleep 0.2; exec $RSYNC \"$@\"");
+    const ExecuteEnd end = synchronise("source");
+    EXPECT_NE(end.code, ExecuteCode::completed);
+    EXPECT_FALSE(end.onlyLacks());
+    EXPECT_EQ(end.filesDeleted, 0u);
+    EXPECT_GE(filesBelow("disk/source"), 300u);
+    EXPECT_TRUE(fs::exists(scratch->at("disk/source/f1")));
+    control.emplace();
+    ::umount2(scratch->at("source").c_str(), MNT_DETACH);
+    ASSERT_TRUE(mount());
+  }
+  rsync = real;
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_FALSE(fs::exists(scratch->at("disk/source/f1")));
+  ASSERT_TRUE(shell("kill $(cat '" + driver + "')"));
+}
+
 TEST_F(AccidentsTest, GoesOnAfterItWasKilledAtAnyPoint) {
   mountMemory("disk");
   fill("source", 60);
