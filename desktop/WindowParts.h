@@ -68,7 +68,6 @@ inline void leaveToWheelOnlyWithFocus(QWidget* field) {
 
 inline bool isDark() { return QGuiApplication::palette().color(QPalette::Base).lightness() < 128; }
 inline QColor alertColour() { return isDark() ? QColor(255, 138, 128) : QColor(176, 32, 24); }
-inline QColor cautionColour() { return isDark() ? QColor(255, 202, 90) : QColor(148, 92, 0); }
 inline QColor cautionColour() { return isDark() ? QColor(255, 183, 77) : QColor(196, 98, 0); }
 inline QColor dimmedColour() {
   QColor colour = QGuiApplication::palette().color(QPalette::Text);
