@@ -34,8 +34,8 @@ Answer mailed(const MailSettings& settings, const std::string& subject, const st
   SystemClock clock;
   QtNetwork network;
   const LinuxMachine machine;
-  const SMTPSurroundings surroundings{network, clock, machine.hostName(), machine.systemVersion(),
-                                      [&](const std::string& line) { log.write(line); }};
+  const SMTPCaller caller{machine.hostName(), machine.systemVersion(),
+                          [&](const std::string& line) { log.write(line); }};
   std::shared_ptr<SMTPConnector> connector;
   const SMTPClientDelegate delegate{
       [&](const ZAN_SMTPClient&, std::int64_t status) { dialogue.status(status); },
@@ -50,7 +50,7 @@ Answer mailed(const MailSettings& settings, const std::string& subject, const st
         settings.server, settings.ports, settings.tlsMode, settings.username, settings.password,
         settings.authMethod);
     client->setDelegate(std::make_shared<SMTPClientDelegate>(delegate));
-    connector = client->connectorForMessage(surroundings, body, subject, settings.sender,
+    connector = client->connectorForMessage(network, clock, caller, body, subject, settings.sender,
                                             settings.recipients, settings.crFormat);
   } catch (const std::invalid_argument& exception) {
     dialogue.error({0, exception.what()});
@@ -85,7 +85,7 @@ class Maker {
       : mHome(home),
         mHistory(home.store()),
         mStrings(home.machine().regionName(), home.machine().timeZoneName()),
-        mComposer({home.store(), mHistory, mTexts, mStrings}) {}
+        mComposer(home.store(), mHistory, mTexts, mStrings) {}
 
   Result<ComposedReport> compose() {
     if (!mHome.isThere())
@@ -104,7 +104,7 @@ class Maker {
     const ZAN_Value known = settings.schedulerSettings();
     const ReferenceTime now = mHome.now();
     const auto since = known[OutgoingMail::kDelivered].asDate();
-    ReportGatherer gatherer({mHome.store(), mHistory, mHome.tree(), mTexts, mStrings});
+    ReportGatherer gatherer(mHome.store(), mHistory, mHome.tree(), mTexts, mStrings);
     const ReportFacts facts = gatherer.gather({std::min(since.value_or(now - kDay), now), now});
     const ReportPage page(facts, gatherer, mTexts, mStrings,
                           settings.mainAppSettings().integer(MailKey::frequency));

@@ -411,7 +411,9 @@ Answer mailShow(Arguments& arguments, const Console& console) {
   return shown(home);
 }
 
+/// What was written before goes its way, unless it is not wanted.
 Answer mailOff(Arguments& arguments, const Console& console) {
+  const bool drops = arguments.flag("--drop");
   const auto words = arguments.words(0, 0);
   if (!words) return wrongWords(words.error());
   CommandHome home(console);
@@ -419,7 +421,30 @@ Answer mailOff(Arguments& arguments, const Console& console) {
     const Outcome saved = home.store().settings().setMainAppSetting(0, "SendEmailReport");
     if (!saved) return saved.error();
   }
-  return shown(home);
+  Answer answer = shown(home);
+  std::size_t waiting = 0;
+  ZAN_Value dropped = ZAN_Value::array();
+  const MailSpool spool(home.store().folder().hiddenFolderPath());
+  for (const WaitingMail& mail : home.isThere() ? spool.read() : std::vector<WaitingMail>()) {
+    if (!mail.isWaiting()) continue;
+    if (!drops) {
+      ++waiting;
+      continue;
+    }
+    if (const Outcome removed = spool.remove(mail); !removed) return removed.error();
+    dropped.append(mail.subject);
+    answer.text += "Dropped: " + printable(mail.subject) + "\n";
+  }
+  if (waiting > 0) {
+    answer.text += (waiting == 1 ? "1 mail still waits and goes"
+                                 : std::to_string(waiting) + " mails still wait and go") +
+                   std::string(
+                       " out when the server takes it; corvana9 mail --off --drop drops "
+                       "what waits.\n");
+  }
+  answer.value->setValue("waiting", static_cast<std::int64_t>(waiting));
+  answer.value->setValue("dropped", dropped);
+  return answer;
 }
 
 }  // namespace corvana

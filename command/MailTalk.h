@@ -43,7 +43,7 @@ class MailTalk {
 struct MailLine {
   explicit MailLine(CommandHome& home)
       : processes(loop, {{}, clock.now(), home.machine().homeFolder()}),
-        sender({clock, loop, home.machine(), processes, log, network}) {}
+        sender(clock, loop, home.machine(), processes, log, network) {}
 
   class SilentLog final : public SystemLog {
    public:

@@ -41,18 +41,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     delegate->reportError = [](const ZAN_SMTPClient&, const SMTPError&) {};
     client->setDelegate(delegate);
   }
-  const SMTPSurroundings surroundings{network, clock, "fuzz", 101500, {}};
+  const SMTPCaller caller{"fuzz", 101500, {}};
   // A finished message goes by the other of the two dialogues.
   const auto connector =
       (options & 0x40U) != 0
-          ? std::make_shared<SMTPConnector>(client, surroundings,
+          ? std::make_shared<SMTPConnector>(client, network, clock, caller,
                                             SMTPMessage{true,
                                                         "Subject: Hi\r\n\r\nHello\r\n",
                                                         {},
                                                         {"a@b.c", {}},
                                                         {{"d@e.f", {}}, {"g@h.i", {}}}})
-          : client->connectorForMessage(surroundings, "Hello", "Hi", "a@b.c", "d@e.f, Name <g@h.i>",
-                                        1);
+          : client->connectorForMessage(network, clock, caller, "Hello", "Hi", "a@b.c",
+                                        "d@e.f, Name <g@h.i>", 1);
   connector->start();
   // Whatever is said, each port is tried once at most, and the session ends.
   if (network.transcripts.size() > 2 || time.monotonic() > 1000 + 2 * 3600) std::abort();

@@ -27,7 +27,7 @@ bool isStandard(const ZAN_Value& settings) {
 }  // namespace
 
 EmailReport::EmailReport(Records& records, OutgoingMail& mail)
-    : m(records), mMail(mail), mComposer({m.store, m.history, m.texts, m.strings}) {}
+    : m(records), mMail(mail), mComposer(m.store, m.history, m.texts, m.strings) {}
 
 void EmailReport::start() {
   m.platform.runLoop.performAfter(kAfterLaunch, [this] {
@@ -100,9 +100,8 @@ void EmailReport::sendWhenDue() {
 void EmailReport::sendPage(const MailSettings& settings, bool askedFor) {
   const ReferenceTime now = m.platform.clock.now();
   const ReferenceTime since = mMail.reportSince().value_or(now - kDay);
-  ReportGatherer gatherer({m.store, m.history, m.tree, m.texts, m.strings});
-  ReportFacts facts = gatherer.gather({std::min(since, now), now});
-  if (onAttentionWanted) onAttentionWanted(facts.attention);
+  ReportGatherer gatherer(m.store, m.history, m.tree, m.texts, m.strings);
+  const ReportFacts facts = gatherer.gather({std::min(since, now), now});
   const std::int64_t frequency = m.store.settings().mainAppSettings().integer(MailKey::frequency);
   if (askedFor || frequency != MailKey::kAfterFailures || facts.needsAttention()) {
     const ReportPage page(facts, gatherer, m.texts, m.strings, frequency);

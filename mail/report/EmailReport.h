@@ -1,8 +1,5 @@
 #pragma once
 
-#include <functional>
-#include <vector>
-
 #include "mail/report/OutgoingMail.h"
 #include "mail/report/ReportComposer.h"
 #include "mail/report/ReportFacts.h"
@@ -20,10 +17,6 @@ struct Records;
 class EmailReport {
  public:
   EmailReport(Records& records, OutgoingMail& mail);
-
-  // Hooks
-  /// Adds what else needs attention.
-  std::function<void(std::vector<ReportAttention>&)> onAttentionWanted;
 
   /// The automatic report comes 300 s from now, or when it is time.
   void start();

@@ -123,6 +123,10 @@ Outcome MailSpool::write(const WaitingMail& mail) const {
                        ZAN_Archiver::archivedDataWithRootObject(stored(mail)), options);
 }
 
+bool MailSpool::contains(const WaitingMail& mail) const {
+  return ZAN_FilesUtils::exists(ZAN_FilesUtils::joinedPath(mFolder, mail.name));
+}
+
 Outcome MailSpool::remove(const WaitingMail& mail) const {
   return ZAN_FilesUtils::removeFile(ZAN_FilesUtils::joinedPath(mFolder, mail.name));
 }

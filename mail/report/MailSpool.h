@@ -50,6 +50,8 @@ class MailSpool {
   std::vector<WaitingMail> read(std::vector<std::string>* damaged = nullptr) const;
   /// Whole and synchronised, or not at all.
   Outcome write(const WaitingMail& mail) const;
+  /// Whether it still lies there: the user may have dropped it.
+  bool contains(const WaitingMail& mail) const;
   Outcome remove(const WaitingMail& mail) const;
 
  private:

@@ -124,6 +124,7 @@ void OutgoingMail::work() {
   if (mIsSending) return;
   const ReferenceTime now = m.platform.clock.now();
   double wait = kLongestWait;
+  std::erase_if(mMails, [this](const WaitingMail& mail) { return !mSpool.contains(mail); });
   for (WaitingMail& mail : mMails) {
     if (!mail.isWaiting()) continue;
     if (mail.next <= now) return deliver(mail);

@@ -53,11 +53,11 @@ std::string ComposedReport::record() const {
 
 Result<ComposedReport> ReportComposer::compose(std::optional<ReferenceTime> last,
                                                ReferenceTime now) {
-  SettingsFiles& files = m.store.settings();
+  SettingsFiles& files = mStore.settings();
   const ZAN_Value settings = files.mainAppSettings();
   if (settings.integer("SendEmailReport") == 0)
     return Error{ErrorKind::absent, "the reports by e-mail are switched off"};
-  const std::string path = m.store.texts().reportFileNameForDate(last);
+  const std::string path = mStore.texts().reportFileNameForDate(last);
   const auto file = ZAN_FilesUtils::readFile(path);
   if (!file) return Error{ErrorKind::absent, "there is no report to send: " + file.error().text};
   ComposedReport report;
@@ -66,28 +66,28 @@ Result<ComposedReport> ReportComposer::compose(std::optional<ReferenceTime> last
     return Error{ErrorKind::absent, "nobody is named to send the report to"};
 
   std::string user = settings.string("SendReportUserName");
-  if (user.empty()) user = m.store.machine().loginName();
+  if (user.empty()) user = mStore.machine().loginName();
   const Counts counts = countExecutions(last.value_or(0));
   const std::string start = joined(
       "%@\n\n%@",
       {joined("%@\n\n%@", {header(last, now), summary(counts)}),
-       joined("%@\n%@", {m.texts.text("ReportOccupyingSpace"), volumes(last.value_or(0), now)})});
-  const std::string day = last ? m.strings.getShortDate(*last) : kNoDate;
-  report.subject = counts.anyTrouble() ? m.texts.text("ReportEmailWithErrorsTitle", {user, day})
-                                       : m.texts.text("ReportEmailTitle", {user, day});
+       joined("%@\n%@", {mTexts.text("ReportOccupyingSpace"), volumes(last.value_or(0), now)})});
+  const std::string day = last ? mStrings.getShortDate(*last) : kNoDate;
+  report.subject = counts.anyTrouble() ? mTexts.text("ReportEmailWithErrorsTitle", {user, day})
+                                       : mTexts.text("ReportEmailTitle", {user, day});
   const std::string text = withReplacedBytes(file->bytes);
   const auto lines = 1 + std::ranges::count(text, '\n');
-  report.message = joined("%@\n%@\n\n%@", {start, m.texts.text("ReportListTitle", {lines}), text});
+  report.message = joined("%@\n%@\n\n%@", {start, mTexts.text("ReportListTitle", {lines}), text});
   return report;
 }
 
 void ReportComposer::keep(const ComposedReport& report, ReferenceTime now) {
-  m.store.texts().writeReportEmail(report.record(), now);
+  mStore.texts().writeReportEmail(report.record(), now);
 }
 
 ReportComposer::Counts ReportComposer::countExecutions(ReferenceTime last) {
-  m.history.reloadProgrammedHistoryList();
-  const ZAN_Value list = m.history.getProgrammedHistoryList();
+  mHistory.reloadProgrammedHistoryList();
+  const ZAN_Value list = mHistory.getProgrammedHistoryList();
   Counts counts;
   for (const ZAN_Value& entry : list.elements()) {
     const auto date = entry["Date"].asDate();
@@ -100,16 +100,16 @@ ReportComposer::Counts ReportComposer::countExecutions(ReferenceTime last) {
 }
 
 std::string ReportComposer::header(std::optional<ReferenceTime> last, ReferenceTime now) const {
-  return m.texts.text("ReportEmailHeader",
-                      {mainAppVersion(), m.strings.getShortTimeDate(now),
-                       last ? m.strings.getShortTimeDate(*last) : std::string(kNoDate)});
+  return mTexts.text("ReportEmailHeader",
+                     {mainAppVersion(), mStrings.getShortTimeDate(now),
+                      last ? mStrings.getShortTimeDate(*last) : std::string(kNoDate)});
 }
 
 std::string ReportComposer::summary(const Counts& counts) const {
-  std::string text = m.texts.text("ReportSummaryActions", {counts.executions});
+  std::string text = mTexts.text("ReportSummaryActions", {counts.executions});
   if (counts.anyTrouble()) {
     text +=
-        "\n" + m.texts.text("ReportSummaryActionsWithErrors", {counts.withErrors, counts.failed});
+        "\n" + mTexts.text("ReportSummaryActionsWithErrors", {counts.withErrors, counts.failed});
   }
   return text;
 }
@@ -135,7 +135,7 @@ ReportComposer::FreeSpace ReportComposer::freeSpace(const ZAN_Value& records, Re
 std::string ReportComposer::volumes(ReferenceTime last, ReferenceTime now) const {
   std::string lines;
   std::string almostFull;
-  const ZAN_Value list = m.store.files().readListFromFile(DataFolder::kVolumesInfo);
+  const ZAN_Value list = mStore.files().readListFromFile(DataFolder::kVolumesInfo);
   for (const ZAN_Value& volume : list.elements()) {
     const auto records =
         ZAN_Unarchiver::unarchiveObjectWithData(volume["VolumeFreeSizeList"].bytes());
@@ -146,23 +146,22 @@ std::string ReportComposer::volumes(ReferenceTime last, ReferenceTime now) const
     if (total == 0 || !space.seen) continue;
     const std::string name = ZAN_StringUtils::oneLine(described.volumeName());
     const std::uint64_t lowest = percentOf(space.lowest, total);
-    std::string line = m.texts.text(
-        "ReportDiskSize", {name, m.strings.getShortSizeBytes(total), percentOf(space.last, total),
+    std::string line = mTexts.text(
+        "ReportDiskSize", {name, mStrings.getShortSizeBytes(total), percentOf(space.last, total),
                            lowest, percentOf(space.highest, total), kDaysShown});
     if (lowest <= kAlmostFull) {
-      line = joined("%@ - %@", {line, m.texts.text("ReportDiskSizeCaution")});
+      line = joined("%@ - %@", {line, mTexts.text("ReportDiskSizeCaution")});
       almostFull = almostFull.empty() ? name : joined("%@, %@", {almostFull, name});
     }
     lines = joined("%@%@\n", {lines, line});
   }
   if (almostFull.empty()) return lines;
-  return joined("%@ %@\n%@", {m.texts.text("ReportDiskSizeCautionSummary"), almostFull, lines});
+  return joined("%@ %@\n%@", {mTexts.text("ReportDiskSizeCautionSummary"), almostFull, lines});
 }
 
 /// This program's own where the main application is not installed: they are one product.
 std::string ReportComposer::mainAppVersion() const {
-  const std::string& bundle =
-      m.store.installPaths().installPathForCode(InstallPaths::mainAppBundle);
+  const std::string& bundle = mStore.installPaths().installPathForCode(InstallPaths::mainAppBundle);
   const auto file =
       ZAN_FilesUtils::readFile(ZAN_FilesUtils::joinedPath(bundle, "Contents/Info.plist"));
   if (!file) return CORVANA_VERSION;

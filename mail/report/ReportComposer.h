@@ -32,14 +32,9 @@ struct ComposedReport {
 class ReportComposer {
  public:
   /// Everything outlives it.
-  struct Surroundings {
-    ActionStore& store;
-    History& history;
-    const ZAN_StringTable& texts;
-    const ZAN_StringUtils& strings;
-  };
-
-  explicit ReportComposer(const Surroundings& surroundings) : m(surroundings) {}
+  ReportComposer(ActionStore& store, History& history, const ZAN_StringTable& texts,
+                 const ZAN_StringUtils& strings)
+      : mStore(store), mHistory(history), mTexts(texts), mStrings(strings) {}
 
   /// Without a last date everything counts, and the report file is that of today. An error says why
   /// there is nothing to send: no settings, reports switched off, no report file, nobody to send it
@@ -69,7 +64,10 @@ class ReportComposer {
   static FreeSpace freeSpace(const ZAN_Value& records, ReferenceTime last, ReferenceTime now);
   std::string mainAppVersion() const;
 
-  Surroundings m;
+  ActionStore& mStore;
+  History& mHistory;
+  const ZAN_StringTable& mTexts;
+  const ZAN_StringUtils& mStrings;
 };
 
 }  // namespace corvana

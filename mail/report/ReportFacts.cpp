@@ -13,6 +13,7 @@
 #include "actions/FolderDescription.h"
 #include "actions/History.h"
 #include "core/record/SchedulerLog.h"
+#include "core/work/AgeAlarm.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
 #include "volumes/FreeSpaceHistory.h"
@@ -27,7 +28,6 @@ constexpr double kDiskIsKnown = 7 * kDay;
 /// Less is no pace to be trusted.
 constexpr double kShortestPace = 3 * kDay;
 constexpr double kSoonFull = 60 * kDay;
-constexpr double kOverdueAfterPeriods = 3;
 constexpr double kLogDelay = 60;
 constexpr double kComingDays = 14 * kDay;
 constexpr std::size_t kMostComing = 8;
@@ -106,26 +106,28 @@ struct ReportGatherer::Action {
 };
 
 std::string ReportGatherer::pastDate(ReferenceTime date, ReferenceTime now) const {
-  const ZAN_DateUtils& calendar = m.store.dates().calendar();
-  const std::string time = m.strings.getShortTime(date);
+  const ZAN_DateUtils& calendar = mStore.dates().calendar();
+  const std::string time = mStrings.getShortTime(date);
   const std::int64_t days = calendar.dayNumber(now) - calendar.dayNumber(date);
-  if (days <= 0) return m.texts.text("ReportToday", {time});
-  if (days == 1) return m.texts.text("ReportYesterday", {time});
+  if (days <= 0) return mTexts.text("ReportToday", {time});
+  if (days == 1) return mTexts.text("ReportYesterday", {time});
   if (days < 7)
-    return m.texts.text("ReportWeekday",
-                        {calendar.weekdayName(calendar.weekdayForDate(date)), time});
-  return m.strings.getShortDate(date);
+    return mTexts.text("ReportWeekday",
+                       {calendar.weekdayName(calendar.weekdayForDate(date)), time});
+  return mStrings.getShortDate(date);
 }
 
 ReportFacts ReportGatherer::gather(const ReportPeriod& period) {
   ReportFacts facts;
   facts.period = period;
-  mLastSuccesses.clear();
   mFailed.clear();
-  facts.machine = m.store.machine().networkName();
-  mLog = m.history.log().readLogList();
+  facts.machine = mStore.machine().networkName();
+  mLog = mHistory.log().readLogList();
   takeRuns(facts);
-  takeOverdueAndComing(facts);
+  ProgrammedAction::Nodes actions;
+  mTree.rootItem().getListOfAllProgrammedActions(actions);
+  takeOverdue(actions, facts);
+  takeComing(actions, facts);
   takeDisks(facts);
   takeNotes(facts);
   std::ranges::stable_sort(facts.attention, {}, &ReportAttention::weight);
@@ -133,8 +135,8 @@ ReportFacts ReportGatherer::gather(const ReportPeriod& period) {
 }
 
 void ReportGatherer::takeRuns(ReportFacts& facts) {
-  m.history.reloadProgrammedHistoryList();
-  const ZAN_Value list = m.history.getProgrammedHistoryList();
+  mHistory.reloadProgrammedHistoryList();
+  const ZAN_Value list = mHistory.getProgrammedHistoryList();
   std::map<std::pair<std::int64_t, std::string>, Action> actions;
   for (const ZAN_Value& entry : list.elements()) {
     const auto date = entry["Date"].asDate();
@@ -152,7 +154,6 @@ void ReportGatherer::takeRuns(ReportFacts& facts) {
     takeRun(entry, action, facts);
   }
   for (auto& [key, action] : actions) {
-    if (action.lastSuccess) mLastSuccesses[action.reference] = *action.lastSuccess;
     if (action.bad > 0) mFailed.insert(action.reference);
     if (action.ran.runs == 0) continue;
     action.ran.title = action.title;
@@ -185,7 +186,7 @@ void ReportGatherer::takeRun(const ZAN_Value& entry, Action& action, ReportFacts
       break;
     case Kind::stopped:
       facts.skipped.push_back(
-          m.texts.text("ReportStopped", {action.title, pastDate(date, facts.period.until)}));
+          mTexts.text("ReportStopped", {action.title, pastDate(date, facts.period.until)}));
       break;
     default:
       ++(kind == Kind::failed ? facts.failed : facts.withErrors);
@@ -227,28 +228,28 @@ ReportAttention ReportGatherer::attentionOf(const Action& action, ReferenceTime 
   switch (run.integer("C")) {
     case LogCode::volumeNotFound:
     case LogCode::volumeNotAvailable:
-      attention.title = m.texts.text("ReportNotThere", {action.title});
-      what = m.texts.text("ReportDoConnect");
+      attention.title = mTexts.text("ReportNotThere", {action.title});
+      what = mTexts.text("ReportDoConnect");
       break;
     case LogCode::volumeGone:
-      attention.title = m.texts.text("ReportWentAway", {action.title});
-      what = m.texts.text("ReportDoConnect");
+      attention.title = mTexts.text("ReportWentAway", {action.title});
+      what = mTexts.text("ReportDoConnect");
       break;
     case LogCode::timeOut:
-      attention.title = m.texts.text("ReportTookTooLong", {action.title});
-      what = m.texts.text("ReportDoLook");
+      attention.title = mTexts.text("ReportTookTooLong", {action.title});
+      what = mTexts.text("ReportDoLook");
       break;
     case LogCode::completedWithErrors:
-      attention.title = m.texts.text("ReportErrors", {action.title, run.integer("ActionErrors")});
-      what = m.texts.text("ReportDoErrors");
+      attention.title = mTexts.text("ReportErrors", {action.title, run.integer("ActionErrors")});
+      what = mTexts.text("ReportDoErrors");
       break;
     case LogCode::unexpectedError:
-      attention.title = m.texts.text("ReportEndedByError", {action.title});
-      what = m.texts.text("ReportDoLook");
+      attention.title = mTexts.text("ReportEndedByError", {action.title});
+      what = mTexts.text("ReportDoLook");
       break;
     default:
-      attention.title = m.texts.text("ReportEndedUnexpectedly", {action.title});
-      what = m.texts.text("ReportDoLook");
+      attention.title = mTexts.text("ReportEndedUnexpectedly", {action.title});
+      what = mTexts.text("ReportDoLook");
   }
   const bool isOver = action.lastSuccess && *action.lastSuccess > date;
   const std::string reason = reasonOf(run);
@@ -257,68 +258,56 @@ ReportAttention ReportGatherer::attentionOf(const Action& action, ReferenceTime 
     if (!attention.text.empty()) attention.text += attention.text.ends_with('.') ? " " : ". ";
     attention.text += sentence;
   };
-  if (action.bad > 1) add(m.texts.text("ReportTimes", {action.bad}));
-  add(action.lastSuccess ? m.texts.text("ReportLastSuccess", {pastDate(*action.lastSuccess, now)})
-                         : m.texts.text("ReportNoSuccess"));
+  if (action.bad > 1) add(mTexts.text("ReportTimes", {action.bad}));
+  add(action.lastSuccess ? mTexts.text("ReportLastSuccess", {pastDate(*action.lastSuccess, now)})
+                         : mTexts.text("ReportNoSuccess"));
   if (isOver) {
     attention.weight = ReportAttention::Weight::caution;
-    add(m.texts.text("ReportIsOver"));
+    add(mTexts.text("ReportIsOver"));
   } else {
     add(what);
   }
   return attention;
 }
 
-void ReportGatherer::takeOverdueAndComing(ReportFacts& facts) const {
+void ReportGatherer::takeComing(const ProgrammedAction::Nodes& actions, ReportFacts& facts) const {
   const ReferenceTime now = facts.period.until;
-  const ZAN_DateUtils& calendar = m.store.dates().calendar();
-  const ActionsTools tools(calendar, now);
-  ProgrammedAction::Nodes actions;
-  m.tree.rootItem().getListOfAllProgrammedActions(actions);
-  ComingRuns runs(calendar, now, {});
+  const ActionsTools tools(mStore.dates().calendar(), now);
+  ComingRuns runs(mStore.dates().calendar(), now, {});
   for (const ProgrammedAction* action : actions)
     runs.add(action->schedule(), action->getActionContext());
-  std::map<std::size_t, ReferenceTime> first;
-  std::set<std::size_t> settled;
-  for (std::size_t count = 0; count < kMostComingRuns && settled.size() < actions.size(); ++count) {
+  std::set<std::size_t> named;
+  for (std::size_t count = 0; count < kMostComingRuns && named.size() < kMostComing; ++count) {
     const auto run = runs.next();
     if (!run || run->date > now + kComingDays) break;
-    if (run->shutDown) continue;
-    const ProgrammedAction& action = *actions[run->action];
-    const auto [known, isFirst] = first.emplace(run->action, run->date);
-    if (isFirst && facts.coming.size() < kMostComing) {
-      facts.coming.push_back(
-          {shortened(action.getTitle()),
-           tools.getScheduleStringForDate(run->date, {.table = m.texts, .strings = m.strings})});
-    }
-    if (isFirst || !settled.insert(run->action).second) continue;
-    takeIfOverdue(action, run->date - known->second, facts);
+    if (run->shutDown || !named.insert(run->action).second) continue;
+    facts.coming.push_back(
+        {shortened(actions[run->action]->getTitle()),
+         tools.getScheduleStringForDate(run->date, {.table = mTexts, .strings = mStrings})});
   }
 }
 
-/// Whatever the cause: nothing came of it for three times as long as it should take.
-void ReportGatherer::takeIfOverdue(const ProgrammedAction& action, double period,
-                                   ReportFacts& facts) const {
+/// Whatever the cause. What has failed stands there already.
+void ReportGatherer::takeOverdue(const ProgrammedAction::Nodes& actions, ReportFacts& facts) const {
   const ReferenceTime now = facts.period.until;
-  const auto found = mLastSuccesses.find(action.getReference());
-  const auto executed = ActionsTools::getLastExecutionDateForSettings(action.getSettings());
-  std::optional<ReferenceTime> success = executed;
-  if (found != mLastSuccesses.end()) success = std::max(success.value_or(0), found->second);
-  const auto since = success ? success : action.getCreationDate();
-  if (!since || now - *since < std::max(kOverdueAfterPeriods * period, kDay)) return;
-  // What has failed stands there already.
-  if (mFailed.contains(action.getReference())) return;
-  facts.attention.push_back({ReportAttention::Weight::overdue,
-                             m.texts.text("ReportOverdueTitle", {shortened(action.getTitle())}),
-                             (success ? m.texts.text("ReportLastSuccess", {pastDate(*success, now)})
-                                      : m.texts.text("ReportNoSuccess")) +
-                                 " " + m.texts.text("ReportOverdueText", {action.getReference()})});
+  for (const ProgrammedAction* action : actions) {
+    if (mFailed.contains(action->getReference()) ||
+        !AgeAlarm::overdueSince(*action, mStore.dates().calendar(), now))
+      continue;
+    const auto success = ActionsTools::getLastExecutionDateForSettings(action->getSettings());
+    facts.attention.push_back(
+        {ReportAttention::Weight::overdue,
+         mTexts.text("ReportOverdueTitle", {shortened(action->getTitle())}),
+         (success ? mTexts.text("ReportLastSuccess", {pastDate(*success, now)})
+                  : mTexts.text("ReportNoSuccess")) +
+             " " + mTexts.text("ReportOverdueText", {action->getReference()})});
+  }
 }
 
 void ReportGatherer::takeDisks(ReportFacts& facts) const {
   const ReferenceTime now = facts.period.until;
-  m.store.files().writeKept();
-  const ZAN_Value list = m.store.files().readListFromFile(DataFolder::kVolumesInfo);
+  mStore.files().writeKept();
+  const ZAN_Value list = mStore.files().readListFromFile(DataFolder::kVolumesInfo);
   for (const ZAN_Value& entry : list.elements()) {
     const FolderDescription described(entry);
     const ZAN_Value records = FreeSpaceHistory::records(entry);

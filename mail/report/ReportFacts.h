@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -10,6 +9,7 @@
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/ProgrammedAction.h"
 #include "mail/report/MailSpool.h"
 
 namespace corvana {
@@ -17,7 +17,6 @@ namespace corvana {
 class ActionStore;
 class ActionTree;
 class History;
-class ProgrammedAction;
 
 /// Something that the user should look after. This is what a report begins with.
 struct ReportAttention {
@@ -70,15 +69,9 @@ struct ReportFacts {
 class ReportGatherer {
  public:
   /// Everything outlives it.
-  struct Surroundings {
-    ActionStore& store;
-    History& history;
-    ActionTree& tree;
-    const ZAN_StringTable& texts;
-    const ZAN_StringUtils& strings;
-  };
-
-  explicit ReportGatherer(const Surroundings& surroundings) : m(surroundings) {}
+  ReportGatherer(ActionStore& store, History& history, ActionTree& tree,
+                 const ZAN_StringTable& texts, const ZAN_StringUtils& strings)
+      : mStore(store), mHistory(history), mTree(tree), mTexts(texts), mStrings(strings) {}
 
   ReportFacts gather(const ReportPeriod& period);
   /// A date that has passed, in words: "today at 18:30", "Friday at 18:30".
@@ -92,16 +85,18 @@ class ReportGatherer {
   ReportAttention attentionOf(const Action& action, ReferenceTime now) const;
   std::string reasonOf(const ZAN_Value& run) const;
   bool hasCrashed(const ZAN_Value& run) const;
-  void takeOverdueAndComing(ReportFacts& facts) const;
-  void takeIfOverdue(const ProgrammedAction& action, double period, ReportFacts& facts) const;
+  void takeComing(const ProgrammedAction::Nodes& actions, ReportFacts& facts) const;
+  void takeOverdue(const ProgrammedAction::Nodes& actions, ReportFacts& facts) const;
   void takeDisks(ReportFacts& facts) const;
   void takeNotes(ReportFacts& facts) const;
 
-  Surroundings m;
+  ActionStore& mStore;
+  History& mHistory;
+  ActionTree& mTree;
+  const ZAN_StringTable& mTexts;
+  const ZAN_StringUtils& mStrings;
   ZAN_Value mLog;
-  // By reference.
-  std::map<std::int64_t, ReferenceTime> mLastSuccesses;
-  std::set<std::int64_t> mFailed;  ///< in the period
+  std::set<std::int64_t> mFailed;  ///< in the period, by reference
 };
 
 }  // namespace corvana

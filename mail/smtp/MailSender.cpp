@@ -52,12 +52,12 @@ struct MailProgram {
 };
 
 /// The whole session, on the calling thread.
-Outcome delivered(const ZAN_SMTPClient& client, const SMTPSurroundings& surroundings,
-                  const std::string& body, const std::string& subject, const std::string& sender,
-                  const std::string& recipients, std::int64_t crFormat) {
+Outcome delivered(const ZAN_SMTPClient& client, Network& network, Clock& clock,
+                  const SMTPCaller& caller, const std::string& body, const std::string& subject,
+                  const std::string& sender, const std::string& recipients, std::int64_t crFormat) {
   try {
-    const auto connector =
-        client.connectorForMessage(surroundings, body, subject, sender, recipients, crFormat);
+    const auto connector = client.connectorForMessage(network, clock, caller, body, subject, sender,
+                                                      recipients, crFormat);
     if (connector == nullptr) {
       return Error{ErrorKind::refused,
                    client.address() + ": the sender or a recipient is no e-mail address"};
@@ -115,7 +115,8 @@ Result<std::string> passwordOf(const MailSettings& settings, Processes& processe
 /// The same for a finished message.
 Delivery deliveredMail(const MailSettings& settings, const FinishedMail& mail,
                        MailSender::Steps steps, std::shared_ptr<const SMTPClientDelegate> delegate,
-                       const SMTPSurroundings& surroundings, Processes& processes) {
+                       Network& network, Clock& clock, const SMTPCaller& caller,
+                       Processes& processes) {
   Delivery delivery;
   if (settings.server.empty() || mail.sender.empty() || mail.recipients.empty()) {
     delivery.reason = settings.server + ": no server, no sender or no recipient";
@@ -132,7 +133,7 @@ Delivery deliveredMail(const MailSettings& settings, const FinishedMail& mail,
   client->setDelegate(std::move(delegate));
   SMTPMessage message{true, mail.message, {}, {mail.sender, {}}, {}};
   for (const std::string& recipient : mail.recipients) message.to.push_back({recipient, {}});
-  SMTPConnector connector(client, surroundings, std::move(message));
+  SMTPConnector connector(client, network, clock, caller, std::move(message));
   connector.onBodyBegins = std::move(steps.bodyBegins);
   if (steps.taken) connector.onTaken = [&] { steps.taken(connector.refusals()); };
   connector.start();
@@ -146,8 +147,16 @@ Delivery deliveredMail(const MailSettings& settings, const FinishedMail& mail,
 
 }  // namespace
 
-MailSender::MailSender(const Surroundings& surroundings)
-    : m(surroundings), mSessions(std::make_shared<char>()), mHere(std::make_shared<char>()) {}
+MailSender::MailSender(Clock& clock, RunLoop& runLoop, Machine& machine, Processes& processes,
+                       SystemLog& systemLog, Network& network)
+    : mClock(clock),
+      mRunLoop(runLoop),
+      mMachine(machine),
+      mProcesses(processes),
+      mSystemLog(systemLog),
+      mNetwork(network),
+      mSessions(std::make_shared<char>()),
+      mHere(std::make_shared<char>()) {}
 
 MailSender::~MailSender() = default;
 
@@ -165,16 +174,15 @@ Outcome MailSender::send(const MailSettings& settings, const std::string& subjec
     return Error{ErrorKind::refused, settings.server + ": no sender or no recipient"};
 
   // Everything that the thread touches is its own or outlives the loop that joins it.
-  RunLoop& loop = m.runLoop;
-  SystemLog& log = m.systemLog;
-  const SMTPSurroundings surroundings = surroundingsOfSession();
-  m.runLoop.detachThread(
+  RunLoop& loop = mRunLoop;
+  SystemLog& log = mSystemLog;
+  mRunLoop.detachThread(
       "smtp",
-      [&loop, &log, client, surroundings, subject, body, sender = settings.sender,
-       recipients = settings.recipients, crFormat = settings.crFormat, done = std::move(done),
-       session = mSessions, here = std::weak_ptr<void>(mHere)]() mutable {
+      [&loop, &log, &network = mNetwork, &clock = mClock, client, caller = caller(), subject, body,
+       sender = settings.sender, recipients = settings.recipients, crFormat = settings.crFormat,
+       done = std::move(done), session = mSessions, here = std::weak_ptr<void>(mHere)]() mutable {
         const Outcome outcome =
-            delivered(*client, surroundings, body, subject, sender, recipients, crFormat);
+            delivered(*client, network, clock, caller, body, subject, sender, recipients, crFormat);
         loop.performOnMain([&log, outcome, done = std::move(done), here] {
           if (!outcome) log.write("E-mail not sent: " + outcome.error().text);
           if (done && !here.expired()) done(outcome);
@@ -190,11 +198,10 @@ std::vector<std::string> MailSender::keyringWords(const std::string& verb,
           settings.server, "user", settings.username};
 }
 
-SMTPSurroundings MailSender::surroundingsOfSession() const {
-  RunLoop& loop = m.runLoop;
-  SystemLog& log = m.systemLog;
-  return {m.network, m.clock, m.machine.hostName(), m.machine.systemVersion(),
-          [&loop, &log](const std::string& line) {
+SMTPCaller MailSender::caller() const {
+  RunLoop& loop = mRunLoop;
+  SystemLog& log = mSystemLog;
+  return {mMachine.hostName(), mMachine.systemVersion(), [&loop, &log](const std::string& line) {
             loop.performOnMain([&log, line] { log.write(line); });
           }};
 }
@@ -202,35 +209,35 @@ SMTPSurroundings MailSender::surroundingsOfSession() const {
 void MailSender::deliver(const MailSettings& settings, const FinishedMail& mail, Steps steps,
                          std::function<void(const Delivery&)> done,
                          std::shared_ptr<const SMTPClientDelegate> delegate) {
-  RunLoop& loop = m.runLoop;
-  m.runLoop.detachThread(
-      "smtp",
-      [&loop, &processes = m.processes, settings, mail, steps = std::move(steps),
-       delegate = std::move(delegate), surroundings = surroundingsOfSession(),
-       done = std::move(done), session = mSessions, here = std::weak_ptr<void>(mHere)]() mutable {
-        const Delivery delivery = deliveredMail(settings, mail, std::move(steps),
-                                                std::move(delegate), surroundings, processes);
-        loop.performOnMain([delivery, done = std::move(done), here, session = std::move(session)] {
-          if (done && !here.expired()) done(delivery);
-        });
-      });
+  RunLoop& loop = mRunLoop;
+  mRunLoop.detachThread("smtp", [&loop, &processes = mProcesses, &network = mNetwork,
+                                 &clock = mClock, settings, mail, steps = std::move(steps),
+                                 delegate = std::move(delegate), caller = caller(),
+                                 done = std::move(done), session = mSessions,
+                                 here = std::weak_ptr<void>(mHere)]() mutable {
+    const Delivery delivery = deliveredMail(settings, mail, std::move(steps), std::move(delegate),
+                                            network, clock, caller, processes);
+    loop.performOnMain([delivery, done = std::move(done), here, session = std::move(session)] {
+      if (done && !here.expired()) done(delivery);
+    });
+  });
 }
 
 void MailSender::sendEmailWithMessage(const std::string& message, const std::string& subject,
                                       const std::string& recipient, Done done) {
   const std::string text = textForSendmail(ZAN_WebUtils::withLineEnds(message), subject, recipient);
   const auto fail = [&](const Error& error) {
-    if (done) m.runLoop.performOnMain([done = std::move(done), error] { done(error); });
+    if (done) mRunLoop.performOnMain([done = std::move(done), error] { done(error); });
   };
   // The program would take it for an option.
   if (recipient.starts_with('-'))
     return fail({ErrorKind::refused, recipient + ": not an e-mail address"});
-  auto child = m.processes.start({kSendmail, recipient}, true, {});
+  auto child = mProcesses.start({kSendmail, recipient}, true, {});
   if (!child) return fail(child.error());
   auto delivery = std::make_shared<MailProgram>(
-      MailProgram{m.runLoop, std::move(child).value(), std::move(done), mSessions});
+      MailProgram{mRunLoop, std::move(child).value(), std::move(done), mSessions});
   delivery->child->write(text);
-  m.runLoop.performAfter(kPollSeconds, [delivery] { MailProgram::poll(delivery); });
+  mRunLoop.performAfter(kPollSeconds, [delivery] { MailProgram::poll(delivery); });
 }
 
 }  // namespace corvana

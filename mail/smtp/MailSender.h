@@ -61,17 +61,9 @@ class MailSender {
   /// Called once on the main thread, after the call that was given it has returned.
   using Done = std::function<void(const Outcome&)>;
 
-  /// What it leans on; everything outlives it and what it has sent.
-  struct Surroundings {
-    Clock& clock;
-    RunLoop& runLoop;
-    Machine& machine;
-    Processes& processes;
-    SystemLog& systemLog;
-    Network& network;
-  };
-
-  explicit MailSender(const Surroundings& surroundings);
+  /// Everything outlives it and what it has sent.
+  MailSender(Clock& clock, RunLoop& runLoop, Machine& machine, Processes& processes,
+             SystemLog& systemLog, Network& network);
   virtual ~MailSender();
 
   /// Sends over SMTP, on a thread of its own. Settings without server, sender or recipients are the
@@ -107,9 +99,14 @@ class MailSender {
                                                const MailSettings& settings);
 
  private:
-  SMTPSurroundings surroundingsOfSession() const;
+  SMTPCaller caller() const;
 
-  const Surroundings m;
+  Clock& mClock;
+  RunLoop& mRunLoop;
+  Machine& mMachine;
+  Processes& mProcesses;
+  SystemLog& mSystemLog;
+  Network& mNetwork;
   std::shared_ptr<void> mSessions;  ///< held by each message on its way, too
   std::shared_ptr<void> mHere;      ///< held by nobody else: gone with this object
 };

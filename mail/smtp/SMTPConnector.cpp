@@ -18,11 +18,15 @@ constexpr double kRounding = 1e-6;
 
 }  // namespace
 
-SMTPConnector::SMTPConnector(std::shared_ptr<const ZAN_SMTPClient> client,
-                             SMTPSurroundings surroundings, SMTPMessage message)
-    : mClient(std::move(client)), m(std::move(surroundings)), mMessage(std::move(message)) {}
+SMTPConnector::SMTPConnector(std::shared_ptr<const ZAN_SMTPClient> client, Network& network,
+                             Clock& clock, SMTPCaller caller, SMTPMessage message)
+    : mClient(std::move(client)),
+      mNetwork(network),
+      mClock(clock),
+      mCaller(std::move(caller)),
+      mMessage(std::move(message)) {}
 
-double SMTPConnector::monotonic() const { return m.clock.monotonic(); }
+double SMTPConnector::monotonic() const { return mClock.monotonic(); }
 
 Outcome SMTPConnector::outcome() const {
   if (mSuccess) return {};
@@ -54,12 +58,12 @@ void SMTPConnector::start() {
 bool SMTPConnector::runSession(std::int64_t port) {
   reset();
   mConnectionStatus = kOpening;
-  if (!m.network.resolves(mClient->address())) {
+  if (!mNetwork.resolves(mClient->address())) {
     mLastReason = "there is no such machine";
     reportStatus(SMTPClientDelegate::unresolved);
     return false;
   }
-  mStream = m.network.connect(mClient->address(), port, Network::Family::any);
+  mStream = mNetwork.connect(mClient->address(), port, Network::Family::any);
   mOpenTimeoutTimer = monotonic() + kOpenTimeout;
   mSessionTimer = monotonic() + kSessionTimeout;
   while (mConnectionStatus != kClosed) runSlice();
@@ -260,7 +264,7 @@ bool SMTPConnector::takesErrors() const {
 }
 
 void SMTPConnector::log(const std::string& line) const {
-  if (m.log) m.log(line);
+  if (mCaller.log) mCaller.log(line);
 }
 
 }  // namespace corvana

@@ -45,8 +45,9 @@ class SMTPConnector {
   static constexpr std::size_t kLongestLine = 8192;
   static constexpr std::size_t kMostReceived = 1 << 20;
 
-  SMTPConnector(std::shared_ptr<const ZAN_SMTPClient> client, SMTPSurroundings surroundings,
-                SMTPMessage message);
+  /// Network and clock outlive it.
+  SMTPConnector(std::shared_ptr<const ZAN_SMTPClient> client, Network& network, Clock& clock,
+                SMTPCaller caller, SMTPMessage message);
 
   /// Sends; returns when the message was taken or every port was tried. Blocks.
   void start();
@@ -159,7 +160,9 @@ class SMTPConnector {
   void expectProgress() { mReplyTimer = monotonic() + kReplyTimeout; }
 
   const std::shared_ptr<const ZAN_SMTPClient> mClient;
-  SMTPSurroundings m;
+  Network& mNetwork;
+  Clock& mClock;
+  const SMTPCaller mCaller;
   const SMTPMessage mMessage;
 
   std::unique_ptr<StreamConnection> mStream;

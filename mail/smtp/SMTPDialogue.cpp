@@ -140,7 +140,7 @@ void SMTPConnector::ehlo() {
 }
 
 std::string SMTPConnector::hostName() const {
-  const std::string name = inOneLine(m.hostName).substr(0, kLongestHostName);
+  const std::string name = inOneLine(mCaller.hostName).substr(0, kLongestHostName);
   return name.find('.') == std::string::npos ? name + ".local" : name;
 }
 

@@ -67,28 +67,29 @@ std::string ZAN_SMTPClient::message(const std::string& text, std::int64_t crForm
   return crFormat == 1 ? replaced(text, "\n", "<br>") : replaced(text, "<br>", "\n");
 }
 
-void ZAN_SMTPClient::sendMessage(RunLoop& runLoop, const SMTPSurroundings& surroundings,
-                                 const std::string& message, const std::string& subject,
-                                 const std::string& from, const std::string& to,
-                                 std::int64_t crFormat) const {
-  const auto connector = connectorForMessage(surroundings, message, subject, from, to, crFormat);
+void ZAN_SMTPClient::sendMessage(RunLoop& runLoop, Network& network, Clock& clock,
+                                 const SMTPCaller& caller, const std::string& message,
+                                 const std::string& subject, const std::string& from,
+                                 const std::string& to, std::int64_t crFormat) const {
+  const auto connector =
+      connectorForMessage(network, clock, caller, message, subject, from, to, crFormat);
   if (connector == nullptr) return;
   runLoop.detachThread("smtp", [connector] { connector->start(); });
 }
 
 std::shared_ptr<SMTPConnector> ZAN_SMTPClient::connectorForMessage(
-    const SMTPSurroundings& surroundings, const std::string& message, const std::string& subject,
-    const std::string& from, const std::string& to, std::int64_t crFormat) const {
+    Network& network, Clock& clock, const SMTPCaller& caller, const std::string& message,
+    const std::string& subject, const std::string& from, const std::string& to,
+    std::int64_t crFormat) const {
   if (from.empty()) throw std::invalid_argument("Empty sender email address");
   if (to.empty()) throw std::invalid_argument("Empty destination email address");
   const std::string sender = lowercase(from);
   const std::string recipients = lowercase(to);
-  if (!surroundings.network.resolves(mAddress))
-    throw std::invalid_argument("Invalid server address");
+  if (!network.resolves(mAddress)) throw std::invalid_argument("Invalid server address");
 
   SMTPMessage mail;
   mail.subject = subject;
-  mail.message = ZAN_SMTPClient::message(message, crFormat, surroundings.systemVersion);
+  mail.message = ZAN_SMTPClient::message(message, crFormat, caller.systemVersion);
   const auto splitSender = EmailAddress::splitAddress(sender);
   if (!splitSender) return nullptr;
   mail.from = *splitSender;
@@ -97,7 +98,8 @@ std::shared_ptr<SMTPConnector> ZAN_SMTPClient::connectorForMessage(
     if (!recipient) return nullptr;
     mail.to.push_back(*recipient);
   }
-  return std::make_shared<SMTPConnector>(shared_from_this(), surroundings, std::move(mail));
+  return std::make_shared<SMTPConnector>(shared_from_this(), network, clock, caller,
+                                         std::move(mail));
 }
 
 }  // namespace corvana

@@ -16,11 +16,8 @@ class Network;
 class RunLoop;
 class SMTPConnector;
 
-/// What a session leans on; the references outlive it. `log` gets one line a call, on the thread of
-/// the session.
-struct SMTPSurroundings {
-  Network& network;
-  Clock& clock;
+/// Who calls a server. `log` gets one line a call, on the thread of the session.
+struct SMTPCaller {
   std::string hostName;   ///< of this machine
   int systemVersion = 0;  ///< 10.8.0 is 100800; 0: not known
   std::function<void(const std::string& line)> log;
@@ -66,14 +63,15 @@ class ZAN_SMTPClient : public std::enable_shared_from_this<ZAN_SMTPClient> {
   /// Sender and recipients (by comma) count in lower case, "address" or "Name <address>"; when one
   /// of them is no address nothing is sent. Throws std::invalid_argument: "Empty sender email
   /// address", "Empty destination email address", "Invalid server address". Waits for the name
-  /// service.
-  void sendMessage(RunLoop& runLoop, const SMTPSurroundings& surroundings,
+  /// service. Network and clock outlive the session.
+  void sendMessage(RunLoop& runLoop, Network& network, Clock& clock, const SMTPCaller& caller,
                    const std::string& message, const std::string& subject, const std::string& from,
                    const std::string& to, std::int64_t crFormat) const;
 
   /// The same without starting it: a session for the caller's own thread. Null when nothing is to
   /// be sent.
-  std::shared_ptr<SMTPConnector> connectorForMessage(const SMTPSurroundings& surroundings,
+  std::shared_ptr<SMTPConnector> connectorForMessage(Network& network, Clock& clock,
+                                                     const SMTPCaller& caller,
                                                      const std::string& message,
                                                      const std::string& subject,
                                                      const std::string& from, const std::string& to,

@@ -82,8 +82,8 @@ class EmailReportTest : public testing::Test, public test::WorkWorld {
 
   const ReferenceTime last = now() - kDay;
   History& history = records.history;
-  test::RecordingMail mail{{machine.clock, machine.runLoop, machine.machine, machine.processes,
-                            machine.systemLog, machine.network}};
+  test::RecordingMail mail{machine.clock,     machine.runLoop,   machine.machine,
+                           machine.processes, machine.systemLog, machine.network};
   OutgoingMail outgoing{records, mail};
   EmailReport report{records, outgoing};
 };

@@ -15,8 +15,8 @@ using testing::HasSubstr;
 constexpr double kDay = 86400;
 
 struct NotExecutedNoticeTest : testing::Test, WorkWorld {
-  RecordingMail mail{{machine.clock, machine.runLoop, machine.machine, machine.processes,
-                      machine.systemLog, machine.network}};
+  RecordingMail mail{machine.clock,     machine.runLoop,   machine.machine,
+                     machine.processes, machine.systemLog, machine.network};
   OutgoingMail outgoing{records, mail};
   NotExecutedNotice notice{records, evaluation, outgoing};
 };

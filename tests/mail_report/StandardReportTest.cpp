@@ -29,8 +29,8 @@ constexpr std::uint64_t kGigabyte = 1'000'000'000;
 /// The duties that mail, as an agent has them from its start to its end.
 struct Agent {
   explicit Agent(Records& records)
-      : sender({records.platform.clock, records.platform.runLoop, records.platform.machine,
-                records.platform.processes, records.platform.systemLog, records.platform.network}),
+      : sender(records.platform.clock, records.platform.runLoop, records.platform.machine,
+               records.platform.processes, records.platform.systemLog, records.platform.network),
         mail(records, sender),
         report(records, mail) {
     mail.start();
@@ -127,7 +127,7 @@ class StandardReportTest : public testing::Test, public test::WorkWorld {
 
   PeerScript server = taking();
   int connections = 0;
-  ReportGatherer gatherer{{store, records.history, tree, texts, strings}};
+  ReportGatherer gatherer{store, records.history, tree, texts, strings};
 };
 
 TEST_F(StandardReportTest, ComesEveryDayAtItsTimeAlsoWhenNothingRan) {
@@ -224,6 +224,19 @@ TEST_F(StandardReportTest, WhatCannotBeDeliveredIsGivenUpAloudAndToldAgain) {
   agent.report.sendEmailReport(true);
   advance(10);
   EXPECT_THAT(heard().back().text, HasSubstr("Photos: took too long"));
+}
+
+TEST_F(StandardReportTest, WhatTheUserDropsIsNotSent) {
+  server = away();
+  Agent agent(records);
+  agent.report.sendEmailReport(true);
+  advance(10);
+  ASSERT_THAT(spool(), SizeIs(1));
+  ASSERT_TRUE(MailSpool(store.folder().hiddenFolderPath()).remove(spool()[0]));
+  server = taking();
+  advance(kHour);
+  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_THAT(spool(), IsEmpty());
 }
 
 TEST_F(StandardReportTest, OneRefusedRecipientIsNamedAndTheOthersHaveTheMail) {
@@ -337,6 +350,7 @@ TEST_F(StandardReportTest, ThePageBeginsWithWhatNeedsAttention) {
   setActions({automatic(5, 20,
                         {{"Title", "Letters"},
                          {"TriggerScheduleMinutes", 60},
+                         {"TriggerAgeAlarm", 1},
                          {"LastExecutionDate", ZAN_Value::date(now() - 4 * kDay)}}),
               automatic(6, 1,
                         {{"Title", "Music"},

@@ -410,7 +410,7 @@ TEST(Dialogue, TenSessionsOfOneClientAtOnceKeepApart) {
         return takesMail(script);
       };
       const auto connector = client->connectorForMessage(
-          {machine.network, machine.clock, "box", 101500, {}}, "number " + std::to_string(number),
+          machine.network, machine.clock, {"box", 101500, {}}, "number " + std::to_string(number),
           "Hi", "anna@example.com", "bob@example.com", 1);
       connector->start();
       if (connector->success()) own = machine.network.transcript();

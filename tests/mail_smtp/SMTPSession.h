@@ -32,9 +32,8 @@ struct SMTPSession {
   std::string reason;  ///< why not
   double seconds = 0;
 
-  SMTPSurroundings surroundings() {
-    return {machine.network, machine.clock, "annas-machine", 101500,
-            [this](const std::string& line) { log.push_back(line); }};
+  SMTPCaller caller() {
+    return {"annas-machine", 101500, [this](const std::string& line) { log.push_back(line); }};
   }
 
   void run(const PeerScript& script) {
@@ -60,7 +59,8 @@ struct SMTPSession {
           }}));
     }
     const double begin = machine.clock.monotonic();
-    connector = client->connectorForMessage(surroundings(), body, "Hi", from, to, crFormat);
+    connector = client->connectorForMessage(machine.network, machine.clock, caller(), body, "Hi",
+                                            from, to, crFormat);
     if (connector == nullptr) return;
     connector->start();
     success = connector->success();

@@ -24,10 +24,10 @@ struct FinishedSession {
         true, "Subject: Hi\r\n\r\n.\r\n..x\r\nend\r\n", {}, {"Anna@example.com", {}}, {}};
     for (const char* recipient : {"bob@example.com", "Carl@example.com"})
       message.to.push_back({recipient, {}});
-    SMTPConnector connector(client,
-                            {machine.network, machine.clock, "annas-machine", 101500,
-                             [this](const std::string& line) { log.push_back(line); }},
-                            message);
+    SMTPConnector connector(
+        client, machine.network, machine.clock,
+        {"annas-machine", 101500, [this](const std::string& line) { log.push_back(line); }},
+        message);
     connector.onBodyBegins = [this]() -> Outcome {
       steps.push_back("body");
       if (mayNotBegin) return Error{ErrorKind::unwritable, "the disk is full"};

@@ -1,10 +1,14 @@
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
 #include <sstream>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionStore.h"
 #include "command/Commands.h"
+#include "mail/report/MailSpool.h"
+#include "mail/smtp/StoredMailSettings.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "tests/real/mail/MailServer.h"
 
@@ -23,10 +27,18 @@ class MailCommandTest : public testing::Test {
   void SetUp() override {
     if (!server.trouble().empty()) GTEST_SKIP() << server.trouble();
     setenv("TZ", "UTC", 1);
+    setenv("SSL_CERT_FILE", server.authority().c_str(), 1);
+    setenv("XDG_CONFIG_HOME", machine.folder.at("config").c_str(), 1);
+    // No keyring but one of the test.
+    setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
   }
-  int run(std::vector<std::string> words) {
+  void TearDown() override {
+    for (const char* name : {"SSL_CERT_FILE", "XDG_CONFIG_HOME", "DBUS_SESSION_BUS_ADDRESS"})
+      unsetenv(name);
+  }
+  int run(std::vector<std::string> words, const std::string& typed = {}) {
     words.insert(words.end(), {"--home", machine.folder.path()});
-    std::istringstream in;
+    std::istringstream in(typed);
     out.str("");
     err.str("");
     return runCommandLine(words, {in, out, err});
@@ -49,6 +61,36 @@ class MailCommandTest : public testing::Test {
             "Anna <anna@example.com>",
             "--to",
             "bob@example.com"};
+  }
+
+  /// Of an account over TLS from the start, as far as it goes without the password.
+  std::vector<std::string> setup() {
+    return {"mail",
+            "--setup",
+            "anna@example.com",
+            "--server",
+            "localhost",
+            "--port",
+            server.port("implicit"),
+            "--security",
+            "tls",
+            "--user",
+            "user",
+            "--at",
+            "18:30",
+            "--every",
+            "week",
+            "--password-file"};
+  }
+  int setUp(const std::string& passwordFile, const std::string& typed = {}) {
+    std::vector<std::string> words = setup();
+    words.push_back(passwordFile);
+    return run(words, typed);
+  }
+  std::string settingsFile() {
+    ActionStore store(machine.clock, machine.machine, machine.systemLog);
+    const auto file = ZAN_FilesUtils::readFile(store.folder().pathOf(DataFolder::kSettings));
+    return file ? file->bytes : std::string();
   }
 
   test::MailServer server;
@@ -118,6 +160,102 @@ TEST_F(MailCommandTest, TheReportIsShownAndSentFromTheStoredSettings) {
   // So are the settings tested.
   ASSERT_EQ(run({"mail", "--subject", "Test"}), kDone);
   EXPECT_EQ(server.envelope(2), "anna@example.com bob@example.com clear CRAM-MD5");
+}
+
+TEST_F(MailCommandTest, AnAccountIsTriedKeptShownAndSwitchedOff) {
+  const std::string password = machine.folder.write("password", "wrong word\n");
+  chmod(password.c_str(), 0600);
+  EXPECT_EQ(setUp(password), kCouldNot);
+  EXPECT_THAT(err.str(),
+              AllOf(HasSubstr("logging in as user: 535 5.7.8 Authentication credentials"),
+                    HasSubstr("no mail was sent and nothing was changed")));
+  EXPECT_EQ(run({"mail", "--show"}), kDone);
+  EXPECT_EQ(out.str(), "Reports by e-mail are off.\n");
+
+  machine.folder.write("password", "pa ss\nsecond line\n");
+  ASSERT_EQ(setUp(password), kDone) << err.str();
+  const std::string account = "From anna@example.com to anna@example.com\nBy localhost, port " +
+                              server.port("implicit") + ", encryption tls, as user, password in " +
+                              password + "\nComes on Mondays at 18:30.\n";
+  EXPECT_EQ(out.str(), "A test mail was taken by localhost.\n" + account);
+  EXPECT_EQ(server.envelope(1), "anna@example.com anna@example.com tls PLAIN");
+  EXPECT_EQ(run({"mail", "--show"}), kDone);
+  EXPECT_EQ(out.str(), account);
+  EXPECT_THAT(settingsFile(), Not(HasSubstr("pa ss")));
+
+  // The file is read at each sending, and only where nobody else can.
+  EXPECT_EQ(run({"mail"}), kDone) << err.str();
+  chmod(password.c_str(), 0644);
+  EXPECT_EQ(run({"mail"}), kCouldNot);
+  EXPECT_THAT(err.str(), HasSubstr("others may read the password; chmod 600"));
+
+  // Typed, and nowhere to keep it but a file of the user's own.
+  ASSERT_EQ(setUp("-", "pa ss\n"), kDone) << err.str();
+  const std::string kept = machine.folder.at("config/corvana9/mail-password");
+  EXPECT_THAT(out.str(), HasSubstr("password in " + kept));
+  struct stat status {};
+  ASSERT_EQ(::stat(kept.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  EXPECT_EQ(run({"mail"}), kDone) << err.str();
+
+  EXPECT_EQ(run({"mail", "--off"}), kDone);
+  EXPECT_THAT(out.str(), StartsWith("Reports by e-mail are off.\nFrom anna@example.com"));
+}
+
+TEST_F(MailCommandTest, TheKeyringKeepsThePassword) {
+  for (const char* program : {"/usr/bin/gnome-keyring-daemon", "/usr/bin/secret-tool"})
+    if (!ZAN_FilesUtils::exists(program)) GTEST_SKIP() << program << " is not installed";
+  setenv("XDG_RUNTIME_DIR", machine.folder.makeFolder("run").c_str(), 1);
+  setenv("HOME", machine.folder.makeFolder("keyring").c_str(), 1);
+  const test::ServerScript bus({"/usr/bin/dbus-run-session", "--", "/bin/sh", "-c",
+                                "printf pw | gnome-keyring-daemon --unlock --components=secrets > "
+                                "/dev/null; echo bus=$DBUS_SESSION_BUS_ADDRESS; cat > /dev/null"});
+  if (!bus.ports.contains("bus")) GTEST_SKIP() << "no bus for a keyring";
+  setenv("DBUS_SESSION_BUS_ADDRESS", bus.ports.at("bus").c_str(), 1);
+  ASSERT_EQ(setUp("-", "pa ss\n"), kDone) << err.str();
+  EXPECT_THAT(out.str(), HasSubstr("as user, password in the keyring\n"));
+  EXPECT_FALSE(ZAN_FilesUtils::exists(machine.folder.at("config/corvana9/mail-password")));
+  EXPECT_EQ(run({"mail"}), kDone) << err.str();
+  EXPECT_EQ(server.envelope(2), "anna@example.com anna@example.com tls PLAIN");
+  // It is known already, and nobody is asked.
+  std::vector<std::string> again = setup();
+  again.pop_back();
+  EXPECT_EQ(run(again), kDone) << err.str();
+  // Without the keyring the reason is said.
+  setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
+  EXPECT_EQ(run({"mail"}), kCouldNot);
+  EXPECT_THAT(err.str(), HasSubstr("the password of user cannot be read from the keyring"));
+}
+
+TEST_F(MailCommandTest, WhatWaitsIsToldAndDroppedOnlyWhenAsked) {
+  ActionStore store(machine.clock, machine.machine, machine.systemLog);
+  ASSERT_TRUE(store.settings().saveMainAppSettings(ZAN_Value::dictionary(
+      {{"SendEmailReport", 1}, {MailKey::standard, 1}, {"SendReportEmailAddress", "b@x.de"}})));
+  EXPECT_EQ(run({"report", "--status"}), kDone);
+  EXPECT_EQ(out.str(), "Reports go to b@x.de.\nNo report was delivered yet.\n");
+  const MailSpool spool(store.folder().hiddenFolderPath());
+  const auto letter = [](const char* subject) {
+    return WaitingMail::made({"a@x.de", {"b@x.de"}, "Subject: x\r\n\r\nhi\r\n"}, subject, 0);
+  };
+  WaitingMail waits = letter("Monday"), lost = letter("Sunday");
+  waits.attempts = 2;
+  waits.isDoubtful = true;
+  waits.reason = "mail.x.de: Connection refused";
+  lost.givenUp = 60;
+  lost.reason = "550 no";
+  ASSERT_TRUE(spool.write(waits));
+  ASSERT_TRUE(spool.write(lost));
+  EXPECT_EQ(run({"report", "--status"}), kDone);
+  EXPECT_THAT(out.str(), AllOf(HasSubstr("Waits: Monday, tried 2 times, again Mon 2001-01-01"),
+                               HasSubstr(", may come twice\n  mail.x.de: Connection refused\n"),
+                               HasSubstr("Given up: Sunday, written "), HasSubstr("\n  550 no\n")));
+  EXPECT_EQ(run({"mail", "--off"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("1 mail still waits and goes out when the server takes it;"));
+  EXPECT_EQ(spool.read().size(), 2U);
+  EXPECT_EQ(run({"mail", "--off", "--drop"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("Dropped: Monday\n"));
+  ASSERT_EQ(spool.read().size(), 1U) << "what was given up is no longer sent anyway";
+  EXPECT_EQ(spool.read()[0].subject, "Sunday");
 }
 
 }  // namespace

@@ -56,10 +56,10 @@ class RealMailTest : public testing::Test {
       connector->hangUpSoon();
     };
     client->setDelegate(delegate);
-    connector =
-        client->connectorForMessage({network, loop.clock, "tester", 101500,
-                                     [this](const std::string& line) { log.push_back(line); }},
-                                    body, "Grüße", "Anna <anna@example.com>", way.to, 1);
+    connector = client->connectorForMessage(
+        network, loop.clock,
+        {"tester", 101500, [this](const std::string& line) { log.push_back(line); }}, body, "Grüße",
+        "Anna <anna@example.com>", way.to, 1);
     connector->start();
     if (connector->success() && way.port.empty()) ++count;
     return connector->success();
@@ -153,7 +153,7 @@ TEST_F(RealMailTest, TenAtOnceAllArrive) {
   SimulatedSystemLog systemLog;
   LinuxMachine machine;
   LinuxProcesses processes(loop.loop, {{}, loop.clock.now(), "/"});
-  MailSender sender({loop.clock, loop.loop, machine, processes, systemLog, network});
+  MailSender sender(loop.clock, loop.loop, machine, processes, systemLog, network);
   int done = 0;
   for (int i = 0; i < 10; ++i) {
     MailSettings settings;
