@@ -36,6 +36,7 @@ MainScheduler::MainScheduler(const Platform& platform)
       mMailSender(mRecords.platform.clock, mRecords.platform.runLoop, mRecords.platform.machine,
                   mRecords.platform.processes, mRecords.platform.systemLog,
                   mRecords.platform.network),
+      mMailAccount(mRecords, mMailSender),
       mMail(mRecords, mMailSender),
       mEmailReport(mRecords, mMail),
       mNotExecutedNotice(mRecords, mWork.evaluation, mMail),
@@ -59,7 +60,13 @@ MainScheduler::~MainScheduler() {
 }
 
 UserInterfaceSources MainScheduler::userInterfaceSources() {
-  return {mRecords, mWork, mMachine, mLaunchStep, mControls, mStatusItem};
+  UserInterfaceSources sources(mRecords, mWork, mMachine, mLaunchStep, mControls, mStatusItem);
+  sources.setMailSetting = [this](const std::string& key, const ZAN_Value& value) {
+    mMailAccount.set(key, value);
+  };
+  sources.sendTestMail = [this] { mMailAccount.test(); };
+  sources.testMailResult = [this] { return mMailAccount.testResult(); };
+  return sources;
 }
 
 /// What a lower room causes in a higher one; everything else is a call, or heard of as a change.

@@ -15,6 +15,7 @@
 #include "core/record/Records.h"
 #include "core/work/Work.h"
 #include "mail/report/EmailReport.h"
+#include "mail/report/MailAccount.h"
 #include "mail/report/NotExecutedNotice.h"
 #include "mail/report/OutgoingMail.h"
 #include "mail/smtp/MailSender.h"
@@ -85,6 +86,7 @@ class MainScheduler {
   Work mWork;
   MachineDuties mMachine;
   MailSender mMailSender;
+  MailAccount mMailAccount;
   OutgoingMail mMail;
   EmailReport mEmailReport;
   NotExecutedNotice mNotExecutedNotice;

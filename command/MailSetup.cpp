@@ -1,58 +1,17 @@
 // The account that the reports go out by: finding its server, trying it, storing it.
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <filesystem>
 
-#include "ZANCocoaFramework/ZAN_FileWriter.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "command/MailTalk.h"
-#include "mail/smtp/MailMessage.h"
+#include "mail/report/MailAccount.h"
 #include "mail/smtp/StoredMailSettings.h"
 
 namespace corvana {
 
 namespace {
-
-constexpr const char* kSecretTool = "/usr/bin/secret-tool";
-constexpr double kKeyringSeconds = 60;
-constexpr std::int64_t kEightOClock = 8 * 3600;
-
-/// Where a provider takes mail of its users.
-struct Provider {
-  std::string_view domains;  ///< by blanks
-  std::string_view server;
-  std::int64_t port;
-  std::int64_t security;
-};
-constexpr std::array kProviders{
-    Provider{"gmail.com googlemail.com", "smtp.gmail.com", 465, MailKey::kTlsFromTheStart},
-    Provider{"outlook.com hotmail.com live.com msn.com outlook.de", "smtp-mail.outlook.com", 587,
-             MailKey::kStartTls},
-    Provider{"yahoo.com yahoo.de yahoo.fr yahoo.co.uk ymail.com", "smtp.mail.yahoo.com", 465,
-             MailKey::kTlsFromTheStart},
-    Provider{"icloud.com me.com mac.com", "smtp.mail.me.com", 587, MailKey::kStartTls},
-    Provider{"gmx.de gmx.net gmx.at gmx.ch", "mail.gmx.net", 465, MailKey::kTlsFromTheStart},
-    Provider{"gmx.com", "mail.gmx.com", 465, MailKey::kTlsFromTheStart},
-    Provider{"web.de", "smtp.web.de", 587, MailKey::kStartTls},
-    Provider{"t-online.de", "securesmtp.t-online.de", 465, MailKey::kTlsFromTheStart},
-    Provider{"posteo.de posteo.net", "posteo.de", 465, MailKey::kTlsFromTheStart},
-    Provider{"mailbox.org", "smtp.mailbox.org", 465, MailKey::kTlsFromTheStart},
-    Provider{"fastmail.com fastmail.fm", "smtp.fastmail.com", 465, MailKey::kTlsFromTheStart},
-    Provider{"aol.com", "smtp.aol.com", 465, MailKey::kTlsFromTheStart},
-    Provider{"orange.fr wanadoo.fr", "smtp.orange.fr", 465, MailKey::kTlsFromTheStart},
-    Provider{"free.fr", "smtp.free.fr", 465, MailKey::kTlsFromTheStart},
-    Provider{"zoho.com", "smtp.zoho.com", 465, MailKey::kTlsFromTheStart}};
-
-/// A server and a way to it.
-struct Candidate {
-  std::string server;
-  std::int64_t port = 0;
-  std::int64_t security = 0;
-};
 
 std::int64_t usualPort(std::int64_t security) {
   if (security == MailKey::kTlsFromTheStart) return 465;
@@ -65,11 +24,11 @@ std::string_view securityName(std::int64_t security) {
 }
 
 /// What to try, in order. Nothing is guessed to be without encryption but a server on this machine.
-std::vector<Candidate> candidates(const std::string& domain,
-                                  const std::optional<std::string>& server,
-                                  std::optional<std::int64_t> port,
-                                  std::optional<std::int64_t> security) {
-  std::vector<Candidate> found;
+std::vector<MailServerPlace> candidates(const std::string& domain,
+                                        const std::optional<std::string>& server,
+                                        std::optional<std::int64_t> port,
+                                        std::optional<std::int64_t> security) {
+  std::vector<MailServerPlace> found;
   const auto add = [&](const std::string& host, std::int64_t way) {
     if (security && *security != way) return;
     // These two ports tell the way by themselves.
@@ -89,26 +48,12 @@ std::vector<Candidate> candidates(const std::string& domain,
     }
     return found;
   }
-  for (const Provider& provider : kProviders) {
-    const std::string domains = " " + std::string(provider.domains) + " ";
-    if (domains.find(" " + domain + " ") == std::string::npos) continue;
-    return {{std::string(provider.server), port.value_or(provider.port),
-             security.value_or(provider.security)}};
+  if (const auto known = knownMailServer(domain)) {
+    return {{known->server, port.value_or(known->port), security.value_or(known->security)}};
   }
   for (const std::int64_t way : {MailKey::kTlsFromTheStart, MailKey::kStartTls})
     for (const char* prefix : {"smtp.", "mail.", ""}) add(prefix + domain, way);
   return found;
-}
-
-std::optional<std::int64_t> timeFrom(std::string_view text) {
-  int hour = 0, minute = 0;
-  const char* end = text.data() + text.size();
-  const auto [colon, error] = std::from_chars(text.data(), end, hour);
-  if (error != std::errc() || colon == end || *colon != ':') return std::nullopt;
-  const auto [stop, wrong] = std::from_chars(colon + 1, end, minute);
-  if (wrong != std::errc() || stop != end || hour < 0 || hour > 23 || minute < 0 || minute > 59)
-    return std::nullopt;
-  return hour * 3600 + minute * 60;
 }
 
 /// What was asked for.
@@ -116,7 +61,7 @@ struct Wanted {
   std::string address, name, to, user;
   std::optional<std::string> server, passwordFile;
   std::optional<std::int64_t> port, security;
-  std::int64_t time = kEightOClock, frequency = MailKey::kDaily;
+  std::int64_t time = MailKey::kUsualTime, frequency = MailKey::kDaily;
   bool logsIn = true, tests = true;
 };
 
@@ -146,9 +91,9 @@ Wanted wantedFrom(Arguments& arguments) {
                                {"week", MailKey::kOnMondays},
                                {"failure", MailKey::kAfterFailures}});
   if (const auto word = arguments.option("--at")) {
-    const auto time = timeFrom(*word);
+    const auto time = secondsOfClock(*word);
     if (!time) arguments.complain("--at wants a time as 18:30, not \"" + *word + "\"");
-    wanted.time = time.value_or(kEightOClock);
+    wanted.time = time.value_or(MailKey::kUsualTime);
   }
   wanted.name = arguments.option("--name").value_or("");
   wanted.to = arguments.option("--to").value_or("");
@@ -157,36 +102,6 @@ Wanted wantedFrom(Arguments& arguments) {
   wanted.logsIn = !arguments.flag("--no-login");
   wanted.tests = !arguments.flag("--no-test");
   return wanted;
-}
-
-bool keyringHas(const MailSettings& settings, LinuxProcesses& processes) {
-  const auto found =
-      processes.runTool(MailSender::keyringWords("lookup", settings), kKeyringSeconds);
-  return found && !found->empty();
-}
-
-/// In a file of the user's own.
-Outcome keepInFile(const std::string& path, const std::string& password) {
-  if (const Outcome made =
-          ZAN_FilesUtils::createFolder(std::string(ZAN_FilesUtils::parentPath(path)), 0700);
-      !made)
-    return made;
-  ZAN_FileWriter::Options options;
-  options.attributes.mode = 0600;
-  return ZAN_FileWriter({}).write(path, password + "\n", options);
-}
-
-/// From a file, as a password is no argument of a program.
-bool movedToKeyring(const std::string& file, const MailSettings& settings,
-                    LinuxProcesses& processes) {
-  if (!ZAN_FilesUtils::exists(kSecretTool)) return false;
-  std::vector<std::string> words{"/bin/sh", "-c", "exec \"$@\" < \"$0\"", file};
-  for (const std::string& word : MailSender::keyringWords("store", settings)) words.push_back(word);
-  words.insert(words.begin() + 6, "--label=Corvana 9: " + settings.username);
-  if (!processes.runTool(words, kKeyringSeconds)) return false;
-  if (!keyringHas(settings, processes)) return false;
-  const Outcome removed = ZAN_FilesUtils::removeFile(file);
-  return static_cast<bool>(removed);
 }
 
 /// Where the password will be found at each sending; asked for if nobody knows it yet.
@@ -205,7 +120,7 @@ Outcome findPassword(CommandHome& home, const Console& console, const Wanted& wa
     if (!text) return text.error();
     password = text->substr(0, text->find_first_of("\r\n"));
   } else {
-    if (ZAN_FilesUtils::exists(kSecretTool) && keyringHas(settings, line.processes)) {
+    if (keyringHasPassword(settings, line.processes)) {
       settings.passwordIsInKeyring = true;
       return {};
     }
@@ -213,12 +128,7 @@ Outcome findPassword(CommandHome& home, const Console& console, const Wanted& wa
     if (!typed) return typed.error();
     password = *typed;
   }
-  const std::string file =
-      ZAN_FilesUtils::joinedPath(home.machine().configurationFolder(), "corvana9/mail-password");
-  if (const Outcome kept = keepInFile(file, password); !kept) return kept;
-  settings.passwordIsInKeyring = movedToKeyring(file, settings, line.processes);
-  if (!settings.passwordIsInKeyring) settings.passwordFile = file;
-  return {};
+  return keepPassword(settings, password, home.machine().configurationFolder(), line.processes);
 }
 
 Outcome stored(CommandHome& home, const MailSettings& mail, const Wanted& wanted,
@@ -267,7 +177,7 @@ ZAN_Value shownSettings(CommandHome& home) {
                                     ? settings.integer(MailKey::security)
                                     : (mail.tlsMode != 0 ? MailKey::kStartTls : MailKey::kInClear);
   const std::int64_t time =
-      settings.contains(MailKey::time) ? settings.integer(MailKey::time) : kEightOClock;
+      settings.contains(MailKey::time) ? settings.integer(MailKey::time) : MailKey::kUsualTime;
   const std::int64_t frequency = settings.integer(MailKey::frequency);
   std::string password = "in the settings";
   if (mail.passwordIsInKeyring) password = "in the keyring";
@@ -282,8 +192,7 @@ ZAN_Value shownSettings(CommandHome& home) {
        {"security", securityName(security)},
        {"user", mail.authMethod == 0 ? std::string() : mail.username},
        {"password", password},
-       {"time",
-        ZAN_StringUtils::twoDigits(time / 3600) + ":" + ZAN_StringUtils::twoDigits(time / 60 % 60)},
+       {"time", clockOfSeconds(time)},
        {"frequency", frequency == MailKey::kOnMondays       ? "on Mondays"
                      : frequency == MailKey::kAfterFailures ? "when something failed"
                                                             : "every day"}});
@@ -299,22 +208,11 @@ Answer shown(CommandHome& home) {
 Delivery talkToServer(CommandHome& home, const MailSettings& settings, const Letter& letter,
                       const std::optional<MailTalk>& talk) {
   Delivery result;
-  const auto from = EmailAddress::list(settings.sender);
-  const auto to = EmailAddress::list(settings.recipients);
-  if (!from || !to) {
-    result.reason = from ? to.error().text : from.error().text;
+  const auto mail = finishedMail(settings, letter, home.now(), home.calendar());
+  if (!mail) {
+    result.reason = mail.error().text;
     return result;
   }
-  const MailMessage message{from->front(),
-                            *to,
-                            letter.subject,
-                            letter.text,
-                            letter.html,
-                            home.now(),
-                            home.calendar().components(home.now()).utcOffset,
-                            MailMessage::newMessageId(home.now(), from->front())};
-  FinishedMail mail{from->front().email, {}, message.wireForm()};
-  for (const EmailAddress& address : *to) mail.recipients.push_back(address.email);
   std::shared_ptr<SMTPClientDelegate> delegate;
   if (talk) {
     delegate = std::make_shared<SMTPClientDelegate>(SMTPClientDelegate{
@@ -324,7 +222,7 @@ Delivery talkToServer(CommandHome& home, const MailSettings& settings, const Let
   }
   MailLine line(home);
   line.sender.deliver(
-      settings, mail, {},
+      settings, *mail, {},
       [&](const Delivery& delivery) {
         result = delivery;
         line.loop.quit(0);
@@ -366,7 +264,7 @@ Answer mailSetup(Arguments& arguments, const Console& console) {
   Writer writer(console, arguments.wantsJson());
   std::string reasons;
   std::optional<MailSettings> passwordOf;
-  for (const Candidate& way : ways) {
+  for (const MailServerPlace& way : ways) {
     mail.server = way.server;
     mail.ports = std::to_string(way.port);
     mail.tlsMode = tlsModeOf(way.security);

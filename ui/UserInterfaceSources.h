@@ -22,6 +22,7 @@ class VolumeIdentity;
 class VolumeMounter;
 class ZAN_StringTable;
 class ZAN_StringUtils;
+class ZAN_Value;
 enum class Ability;
 struct MachineDuties;
 struct Platform;
@@ -71,6 +72,11 @@ struct UserInterfaceSources {
   /// Deletes them and, when none is left, goes on with what was held back.
   std::function<void()> repairAndContinue;
   std::function<int()> freePercent;  ///< of the start-up disk
+
+  // The account of the reports: its settings are those of the main application.
+  std::function<void(const std::string& key, const ZAN_Value& value)> setMailSetting;
+  std::function<void()> sendTestMail;
+  std::function<std::string()> testMailResult;  ///< in a sentence; empty before the first test
 };
 
 }  // namespace corvana

@@ -16,7 +16,6 @@ constexpr double kAfterLaunch = 300;
 constexpr double kAfterAsking = 0.5;
 /// So soon is noticed what was set up meanwhile.
 constexpr double kBetweenLooks = 600;
-constexpr std::int64_t kEightOClock = 8 * 3600;
 constexpr int kMonday = 2;
 constexpr const char* kLastDate = "DateOfLastReportSentByEmail";
 
@@ -67,7 +66,7 @@ ReferenceTime EmailReport::nextAfter(ReferenceTime last) const {
   const ZAN_Value settings = m.store.settings().mainAppSettings();
   const ZAN_DateUtils& calendar = m.store.dates().calendar();
   const std::int64_t time =
-      settings.contains(MailKey::time) ? settings.integer(MailKey::time) : kEightOClock;
+      settings.contains(MailKey::time) ? settings.integer(MailKey::time) : MailKey::kUsualTime;
   const bool isWeekly = settings.integer(MailKey::frequency) == MailKey::kOnMondays;
   ReferenceTime day = last;
   for (;; day = calendar.nextDay(day)) {

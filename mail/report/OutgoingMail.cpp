@@ -27,6 +27,25 @@ double pauseAfter(int attempts) {
 
 }  // namespace
 
+Result<FinishedMail> finishedMail(const MailSettings& settings, const Letter& letter,
+                                  ReferenceTime now, const ZAN_DateUtils& calendar) {
+  const auto from = EmailAddress::list(settings.sender);
+  if (!from) return from.error();
+  const auto to = EmailAddress::list(settings.recipients);
+  if (!to) return to.error();
+  const MailMessage message{from->front(),
+                            *to,
+                            letter.subject,
+                            letter.text,
+                            letter.html,
+                            now,
+                            calendar.components(now).utcOffset,
+                            MailMessage::newMessageId(now, from->front())};
+  FinishedMail mail{from->front().email, {}, message.wireForm()};
+  for (const EmailAddress& address : *to) mail.recipients.push_back(address.email);
+  return mail;
+}
+
 OutgoingMail::OutgoingMail(Records& records, MailSender& sender)
     : m(records), mSender(sender), mSpool(records.store.folder().hiddenFolderPath()) {}
 
@@ -78,22 +97,10 @@ Outcome OutgoingMail::putOnDisk(const MailSettings& settings, const Letter& lett
     sayFailure(m.texts.text("ReportEmailError", {error.text}));
     return error;
   };
-  const auto from = EmailAddress::list(settings.sender);
-  if (!from) return failed(from.error());
-  const auto to = EmailAddress::list(settings.recipients);
-  if (!to) return failed(to.error());
   const ReferenceTime now = m.platform.clock.now();
-  const MailMessage message{from->front(),
-                            *to,
-                            letter.subject,
-                            letter.text,
-                            letter.html,
-                            now,
-                            m.store.dates().calendar().components(now).utcOffset,
-                            MailMessage::newMessageId(now, from->front())};
-  FinishedMail mail{from->front().email, {}, message.wireForm()};
-  for (const EmailAddress& address : *to) mail.recipients.push_back(address.email);
-  WaitingMail waiting = WaitingMail::made(std::move(mail), letter.subject, now);
+  auto mail = finishedMail(settings, letter, now, m.store.dates().calendar());
+  if (!mail) return failed(mail.error());
+  WaitingMail waiting = WaitingMail::made(std::move(mail).value(), letter.subject, now);
   waiting.report = letter.report;
   if (const Outcome written = mSpool.write(waiting); !written) return failed(written.error());
   mMails.push_back(std::move(waiting));

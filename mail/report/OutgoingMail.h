@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "mail/report/MailSpool.h"
 #include "mail/smtp/MailSender.h"
 #include "platform/RunLoop.h"
@@ -21,6 +22,11 @@ struct Letter {
   /// What a report tells of; nothing for other letters.
   std::optional<ReportPeriod> report = {};
 };
+
+/// A letter by the standards, as it goes over the line; an error when sender or recipients are no
+/// addresses.
+Result<FinishedMail> finishedMail(const MailSettings& settings, const Letter& letter,
+                                  ReferenceTime now, const ZAN_DateUtils& calendar);
 
 /// Sends letters the way the user has set up. What does not arrive is seen where the user looks: a
 /// message, an entry of the log, the error state, and what `corvana9 report --status` shows.

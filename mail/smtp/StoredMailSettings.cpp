@@ -1,9 +1,28 @@
 #include "mail/smtp/StoredMailSettings.h"
 
+#include <charconv>
+
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/SettingsFiles.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
 
 namespace corvana {
+
+std::optional<std::int64_t> secondsOfClock(std::string_view text) {
+  int hour = 0, minute = 0;
+  const char* end = text.data() + text.size();
+  const auto [colon, error] = std::from_chars(text.data(), end, hour);
+  if (error != std::errc() || colon == end || *colon != ':') return std::nullopt;
+  const auto [stop, wrong] = std::from_chars(colon + 1, end, minute);
+  if (wrong != std::errc() || stop != end || hour < 0 || hour > 23 || minute < 0 || minute > 59)
+    return std::nullopt;
+  return hour * 3600 + minute * 60;
+}
+
+std::string clockOfSeconds(std::int64_t seconds) {
+  return ZAN_StringUtils::twoDigits(seconds / 3600) + ":" +
+         ZAN_StringUtils::twoDigits(seconds / 60 % 60);
+}
 
 std::int64_t tlsModeOf(std::int64_t security) {
   if (security == MailKey::kInClear) return 0;

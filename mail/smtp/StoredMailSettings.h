@@ -1,5 +1,9 @@
 #pragma once
 
+#include <optional>
+#include <string>
+#include <string_view>
+
 #include "mail/smtp/MailSender.h"
 
 namespace corvana {
@@ -21,10 +25,16 @@ inline constexpr std::string_view passwordInKeyring = "SendReportEmailPasswordIn
 inline constexpr std::string_view passwordFile = "SendReportEmailPasswordFile";
 /// An integer: the time of the report in seconds of the day; 8:00 without it.
 inline constexpr std::string_view time = "SendReportEmailTime";
+inline constexpr std::int64_t kUsualTime = 8 * 3600;
 /// An integer: when a report comes.
 inline constexpr std::string_view frequency = "SendReportEmailFrequency";
 inline constexpr std::int64_t kDaily = 0, kOnMondays = 1, kAfterFailures = 2;
 }  // namespace MailKey
+
+/// Seconds in the day of "18:30"; nothing for other texts.
+std::optional<std::int64_t> secondsOfClock(std::string_view text);
+/// The same in digits.
+std::string clockOfSeconds(std::int64_t seconds);
 
 /// The `MailSettings::tlsMode` that goes with a security.
 std::int64_t tlsModeOf(std::int64_t security);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "actions/ActionStore.h"
+#include "mail/smtp/StoredMailSettings.h"
 #include "ui/windows/WindowWords.h"
 
 namespace corvana {
@@ -74,7 +76,63 @@ std::vector<PreferencesModel::Page> PreferencesModel::pages() const {
                           {t.text("PrefPageVolumes"), {}},  {t.text("PrefPageNetwork"), {}}};
   for (const Preference& one : Preferences::table())
     pages[static_cast<std::size_t>(one.page)].items.push_back(item(one));
+  pages.push_back(mailPage());
   return pages;
+}
+
+PreferencesModel::Page PreferencesModel::mailPage() const {
+  const ZAN_StringTable& t = m.texts;
+  Page page{t.text("PrefPageMail"), {}};
+  const auto stored = [this](std::string_view key) {
+    return m.store.settings().mainAppSettings().value(key);
+  };
+  const auto add = [&](Kind kind, std::string_view key, std::string_view label,
+                       std::string_view help = {},
+                       std::initializer_list<std::string_view> choices = {}) -> Item& {
+    Item item;
+    item.key = std::string(key);
+    item.kind = kind;
+    item.label = t.text(label);
+    item.help = t.text(help);
+    item.read = [stored, kind, key = item.key] {
+      const ZAN_Value value = stored(key);
+      return kind == Kind::text || kind == Kind::password ? ZAN_Value(value.string())
+                                                          : ZAN_Value(value.integerValue());
+    };
+    item.write = [this, key = item.key](const ZAN_Value& value) { m.setMailSetting(key, value); };
+    for (const std::string_view choice : choices) item.choices.push_back(t.text(choice));
+    page.items.push_back(std::move(item));
+    return page.items.back();
+  };
+  add(Kind::checkBox, "SendEmailReport", "PrefMailOn", "PrefMailOnHelp");
+  add(Kind::text, "SendReportEmailSender", "PrefMailFrom", "PrefMailFromHelp");
+  add(Kind::text, "SendReportEmailAddress", "PrefMailTo", "PrefMailToHelp");
+  add(Kind::text, "SendReportEmailSMTPServer", "PrefMailServer");
+  add(Kind::text, "SendReportEmailSMTPServerPort", "PrefMailPort");
+  add(Kind::choice, MailKey::security, "PrefMailSecurity", {},
+      {"PrefMailClear", "PrefMailStartTls", "PrefMailTls"});
+  add(Kind::text, "SendReportEmailSMTPServerLogin", "PrefMailUser", "PrefMailUserHelp");
+  Item& password = add(Kind::password, "SendReportEmailSMTPServerPassword", "PrefMailPassword",
+                       "PrefMailPasswordHelp");
+  // It is never shown.
+  password.read = [] { return ZAN_Value(std::string()); };
+  add(Kind::choice, MailKey::frequency, "PrefMailEvery", {},
+      {"PrefMailDaily", "PrefMailMondays", "PrefMailFailures"});
+  Item& time = add(Kind::text, MailKey::time, "PrefMailTime", "PrefMailTimeHelp");
+  time.read = [stored] {
+    const ZAN_Value value = stored(MailKey::time);
+    return ZAN_Value(clockOfSeconds(value.isNull() ? MailKey::kUsualTime : value.integerValue()));
+  };
+  time.write = [this](const ZAN_Value& value) {
+    if (const auto seconds = secondsOfClock(value.string()))
+      m.setMailSetting(std::string(MailKey::time), *seconds);
+  };
+  add(Kind::command, {}, "PrefMailTest").perform = [this] { m.sendTestMail(); };
+  add(Kind::fact, {}, "PrefMailTestResult").read = [this] {
+    const std::string result = m.testMailResult();
+    return ZAN_Value(result.empty() ? m.texts.text("PrefNotYet") : result);
+  };
+  return page;
 }
 
 PreferencesModel::Item PreferencesModel::item(const Preference& one) const {
@@ -134,6 +192,7 @@ void PreferencesModel::change(const Item& item, const ZAN_Value& value) const {
   // Who is let in from now on has to prove the password; that can be switched off by itself.
   if (item.key == PreferenceKey::allowRemoteControl && value.boolValue())
     m.commands.setPreference(std::string(PreferenceKey::remoteProvenOnly), 1);
+  if (item.write) return item.write(value);
   m.commands.setPreference(item.key, value);
 }
 

@@ -18,6 +18,7 @@ class PreferencesModel {
     std::string label;
     std::string help;
     std::function<ZAN_Value()> read;
+    std::function<void(const ZAN_Value&)> write = {};  ///< nothing: stored under its key
     std::vector<std::string> choices;
     double least = 0, most = 0;
     std::string unit;
@@ -45,6 +46,7 @@ class PreferencesModel {
 
  private:
   Item item(const Preference& preference) const;
+  Page mailPage() const;
   ZAN_Value read(const Preference& preference) const;
   /// As a sentence; empty when the machine has it, or when none is needed.
   std::string lacking(std::optional<Ability> ability) const;
