@@ -218,14 +218,19 @@ Outcome ZAN_FilesUtils::appendToFile(const std::string& path, std::string_view t
 }
 
 Outcome ZAN_FilesUtils::createFolder(const std::string& path, unsigned mode) {
-  if (::mkdir(path.c_str(), mode) == 0) return {};
+  // A mode that was asked for holds whatever the umask takes away.
+  const auto made = [&] {
+    return ::mkdir(path.c_str(), mode) == 0 && (mode == 0777 || ::chmod(path.c_str(), mode) == 0);
+  };
+  if (made()) return {};
   int code = errno;
   if (code == ENOENT) {
     const std::string parent(parentPath(path));
     if (!parent.empty() && parent != path) {
-      const Outcome above = createFolder(parent);
+      // Nobody enters a closed folder, so nobody needs to pass those that are made around it.
+      const Outcome above = createFolder(parent, mode);
       if (!above) return above;
-      if (::mkdir(path.c_str(), mode) == 0) return {};
+      if (made()) return {};
       code = errno;
     }
   }

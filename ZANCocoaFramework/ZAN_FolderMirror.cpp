@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
@@ -16,6 +17,7 @@ namespace corvana {
 namespace {
 
 constexpr std::size_t kPiece = 64 * 1024;
+constexpr std::string_view kTemporary = ".corvana9-tmp";
 
 Outcome failed(ErrorKind kind, const std::string& path, int code) {
   return Error{kind, path + ": " + std::generic_category().message(code)};
@@ -55,42 +57,71 @@ Result<ZAN_FolderMirror::Item> ZAN_FolderMirror::item(const std::string& path) c
   return Item{true, status.st_mode & S_IFMT, status.st_mode & 07777, status.st_dev, status.st_mtim};
 }
 
-Outcome ZAN_FolderMirror::mirror(const std::string& source, const std::string& destination) const {
+Outcome ZAN_FolderMirror::mayMirror(const std::string& source, const std::string& destination) {
   const std::string from = realPath(source);
   const std::string to = realPath(destination);
-  if (ZAN_FilesUtils::isAtOrBelow(from, to) || ZAN_FilesUtils::isAtOrBelow(to, from)) {
+  const std::string around = realPath(std::string(ZAN_FilesUtils::parentPath(destination)));
+  if (ZAN_FilesUtils::isAtOrBelow(from, to) || ZAN_FilesUtils::isAtOrBelow(to, from) ||
+      ZAN_FilesUtils::isAtOrBelow(around, from)) {
     return Error{ErrorKind::refused, destination + ": it lies inside its own source or around it"};
   }
   // What a link points to is somebody else's folder, in which nothing may be removed.
-  const auto target = item(destination);
-  if (!target) return target.error();
-  if (!target->isFolder()) return Error{ErrorKind::refused, destination + ": not a folder"};
-  return mirrorFolder(source, destination);
+  struct stat status;
+  if (::lstat(destination.c_str(), &status) == 0 && !S_ISDIR(status.st_mode))
+    return Error{ErrorKind::refused, destination + ": not a folder"};
+  return {};
 }
 
-Outcome ZAN_FolderMirror::mirrorFolder(const std::string& source,
-                                       const std::string& destination) const {
-  std::array<std::vector<std::string>, 2> names;
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    const std::string& folder = i == 0 ? source : destination;
-    if (const int code = step(Step::list, folder)) {
-      return failed(ErrorKind::unreadable, folder, code);
-    }
-    auto list = ZAN_FilesUtils::listFolder(folder);
-    if (!list) return list.error();
-    names[i] = std::move(*list);
-  }
-  const auto here = item(destination);
-  if (!here) return here.error();
-  for (const std::string& name : names[1]) {
-    if (std::binary_search(names[0].begin(), names[0].end(), name)) continue;
-    if (const Outcome removed = remove(destination + "/" + name, here->device); !removed) {
-      return removed;
-    }
-  }
-  for (const std::string& name : names[0]) {
+Outcome ZAN_FolderMirror::mirror(const std::string& source, const std::string& destination) const {
+  if (const Outcome may = mayMirror(source, destination); !may) return may;
+  const auto target = item(destination);
+  if (!target) return target.error();
+  if (!target->isFolder()) return failed(ErrorKind::absent, destination, ENOENT);
+  mRoot = destination;
+  mRefused.clear();
+  if (const Outcome copied = copyFolder(source, destination); !copied) return copied;
+  if (const Outcome removed = removeExtras(source, destination); !removed) return removed;
+  if (!mRefused.empty()) return Error{ErrorKind::damaged, mRefused};
+  return {};
+}
+
+bool ZAN_FolderMirror::isSpared(const std::string& path) const {
+  return ZAN_FilesUtils::parentPath(path) == mRoot &&
+         std::ranges::find(mOptions.spared, ZAN_FilesUtils::lastPathComponent(path)) !=
+             mOptions.spared.end();
+}
+
+Outcome ZAN_FolderMirror::copyFolder(const std::string& source,
+                                     const std::string& destination) const {
+  if (mOptions.closed) (void)::chmod(destination.c_str(), S_IRWXU);
+  if (const int code = step(Step::list, source)) return failed(ErrorKind::unreadable, source, code);
+  const auto names = ZAN_FilesUtils::listFolder(source);
+  if (!names) return names.error();
+  for (const std::string& name : *names) {
     const Outcome done = mirrorItem(source + "/" + name, destination + "/" + name);
     if (!done) return done;
+  }
+  return {};
+}
+
+Outcome ZAN_FolderMirror::removeExtras(const std::string& source,
+                                       const std::string& destination) const {
+  if (const int code = step(Step::list, destination))
+    return failed(ErrorKind::unreadable, destination, code);
+  const auto names = ZAN_FilesUtils::listFolder(destination);
+  if (!names) return names.error();
+  const auto here = item(destination);
+  if (!here) return here.error();
+  for (const std::string& name : *names) {
+    const std::string path = destination + "/" + name;
+    if (isSpared(path)) continue;
+    const auto from = item(source + "/" + name);
+    if (!from) return from.error();
+    if (!from->exists) {
+      if (const Outcome removed = putAway(path, here->device); !removed) return removed;
+    } else if (from->isFolder()) {
+      if (const Outcome done = removeExtras(source + "/" + name, path); !done) return done;
+    }
   }
   return {};
 }
@@ -99,15 +130,17 @@ Outcome ZAN_FolderMirror::mirrorItem(const std::string& source,
                                      const std::string& destination) const {
   const auto from = item(source);
   if (!from) return from.error();
-  if (!from->exists) return failed(ErrorKind::absent, source, ENOENT);
+  if (!from->exists || isSpared(destination)) return {};
   const auto to = item(destination);
   if (!to) return to.error();
   bool copy = !to->exists;
   if (to->exists && to->type != from->type) {
-    if (const Outcome removed = remove(destination, to->device); !removed) return removed;
+    if (const Outcome removed = putAway(destination, to->device); !removed) return removed;
     copy = true;
   } else if (to->exists && from->isFile()) {
     copy = !to->hasDateOf(*from);
+    if (!copy && mOptions.closed && (to->mode & (S_IRWXG | S_IRWXO)) != 0)
+      (void)::chmod(destination.c_str(), to->mode & S_IRWXU);
   }
   if (from->isFile() && copy) return copyFile(source, destination);
   if (!from->isFolder()) return {};
@@ -115,9 +148,28 @@ Outcome ZAN_FolderMirror::mirrorItem(const std::string& source,
     int code = step(Step::createFolder, destination);
     if (code == 0 && ::mkdir(destination.c_str(), 0700) != 0) code = errno;
     if (code != 0) return failed(ErrorKind::unwritable, destination, code);
-    (void)::chmod(destination.c_str(), from->mode | S_IRWXU);
+    if (!mOptions.closed) (void)::chmod(destination.c_str(), from->mode | S_IRWXU);
   }
-  return mirrorFolder(source, destination);
+  return copyFolder(source, destination);
+}
+
+/// What has an earlier version of today already goes.
+Outcome ZAN_FolderMirror::putAway(const std::string& path, std::uint64_t device) const {
+  if (mOptions.earlier.empty()) return remove(path, device);
+  const std::string kept = mOptions.earlier + path.substr(mRoot.size());
+  struct stat status;
+  if (::lstat(kept.c_str(), &status) == 0) return remove(path, device);
+  if (const int code = step(Step::remove, path)) return failed(ErrorKind::unwritable, path, code);
+  const Outcome folder =
+      ZAN_FilesUtils::createFolder(std::string(ZAN_FilesUtils::parentPath(kept)), 0700);
+  if (!folder) return folder;
+  if (::rename(path.c_str(), kept.c_str()) == 0 || errno == ENOENT) return {};
+  return remove(path, device);
+}
+
+Outcome ZAN_FolderMirror::removeFolder(const std::string& path) const {
+  const auto it = item(path);
+  return it ? remove(path, it->device) : Outcome(it.error());
 }
 
 Outcome ZAN_FolderMirror::remove(const std::string& path, std::uint64_t device) const {
@@ -141,47 +193,69 @@ Outcome ZAN_FolderMirror::remove(const std::string& path, std::uint64_t device) 
 
 Outcome ZAN_FolderMirror::copyFile(const std::string& source,
                                    const std::string& destination) const {
+  std::optional<std::string> contents;
+  if (mOptions.contents) {
+    auto wanted = mOptions.contents(source, destination);
+    if (!wanted) {
+      if (mRefused.empty()) mRefused = wanted.error().text;
+      return {};
+    }
+    contents = std::move(*wanted);
+  }
   const ZAN_Descriptor from(::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status;
   if (!from || ::fstat(from.get(), &status) != 0) {
     return failed(ErrorKind::unreadable, source, errno);
   }
-  if (const Outcome removed = ZAN_FilesUtils::removeFile(destination); !removed) return removed;
   if (const int code = step(Step::copy, destination)) {
     return failed(ErrorKind::unwritable, destination, code);
   }
+  const std::string temporary = destination + std::string(kTemporary);
+  ::unlink(temporary.c_str());
   ZAN_Descriptor to(
-      ::open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (!to) return failed(ErrorKind::unwritable, destination, errno);
-  const int code = [&] {
-    std::vector<char> piece(kPiece);
-    for (;;) {
+  const auto write = [&](std::string_view bytes) {
+    while (!bytes.empty()) {
       if (const int hooked = step(Step::write, destination)) return hooked;
+      const ssize_t more = ::write(to.get(), bytes.data(), std::min(bytes.size(), kPiece));
+      if (more < 0 && errno == EINTR) continue;
+      if (more <= 0) return more < 0 ? errno : EIO;
+      bytes.remove_prefix(static_cast<std::size_t>(more));
+    }
+    return 0;
+  };
+  const int code = [&] {
+    std::vector<char> piece(contents ? 0 : kPiece);
+    if (contents) {
+      if (const int failed = write(*contents)) return failed;
+    }
+    while (!contents) {
       const ssize_t count = ::read(from.get(), piece.data(), piece.size());
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) return errno;
       if (count == 0) break;
-      for (ssize_t written = 0; written < count;) {
-        const ssize_t more =
-            ::write(to.get(), piece.data() + written, static_cast<std::size_t>(count - written));
-        if (more < 0 && errno == EINTR) continue;
-        if (more <= 0) return more < 0 ? errno : EIO;
-        written += more;
-      }
+      if (const int failed = write({piece.data(), static_cast<std::size_t>(count)})) return failed;
     }
     // Where attributes cannot be set the contents still count.
-    (void)::fchmod(to.get(), status.st_mode & 07777);
+    const mode_t rights = mOptions.closed ? status.st_mode & S_IRWXU : status.st_mode & 07777;
+    (void)::fchmod(to.get(), rights);
     if (const auto info = ZAN_FilesUtils::finderInfo(source)) {
-      (void)ZAN_FilesUtils::setFinderInfo(destination, *info);
+      (void)ZAN_FilesUtils::setFinderInfo(temporary, *info);
     }
     // A file that bears the date of its source counts as copied.
     if (::fdatasync(to.get()) != 0 && errno != EINVAL) return errno;
     const struct timespec dates[2] = {status.st_atim, status.st_mtim};
     (void)::futimens(to.get(), dates);
-    return to.close() == 0 ? 0 : errno;
+    if (to.close() != 0) return errno;
+    if (!mOptions.earlier.empty()) {
+      const auto old = item(destination);
+      if (old && old->exists && !putAway(destination, old->device)) return EIO;
+    }
+    return ::rename(temporary.c_str(), destination.c_str()) == 0 ? 0 : errno;
   }();
   if (code == 0) return {};
-  ::unlink(destination.c_str());
+  ::unlink(temporary.c_str());
   return failed(ErrorKind::unwritable, destination, code);
 }
 

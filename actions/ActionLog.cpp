@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
@@ -78,12 +79,15 @@ class Selection {
 
 }  // namespace
 
-void ActionLog::refresh() {
+/// What is in memory, and waits, stays where the file cannot be read at the moment.
+bool ActionLog::refresh() {
   const std::string path = mStore.folder().dataFolderPathWithFileName(DataFolder::kLog);
-  if (mIdentity && mIdentity == mStore.files().identity(path)) return;
+  if (mIdentity && mIdentity == mStore.files().identity(path)) return true;
   DataFiles::List list = mStore.files().readListAtPath(path, {});
+  if (!list.readNow) return false;
   mList = std::move(list.elements);
   mIdentity = list.identity;
+  return true;
 }
 
 ZAN_Value ActionLog::readLogList() {
@@ -102,16 +106,17 @@ void ActionLog::saveLogList(const ZAN_Value& list) {
 
 void ActionLog::addLog(const ZAN_Value& entry) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
-  refresh();
+  mWaiting.push_back(entry);
+  if (!refresh()) return;
   ZAN_Value list = std::move(mList);
-  list.append(entry);
+  for (const ZAN_Value& each : std::exchange(mWaiting, {})) list.append(each);
   if (list.size() > kMaximum) list.removeRange(0, list.size() - kMaximum);
   saveLogList(list);
 }
 
 void ActionLog::cleanLogs(Clean mode, const ZAN_Value& indexes) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
-  refresh();
+  if (!refresh()) return;
   const Selection selection(mode, indexes, mStore.clock().now());
   std::vector<ZAN_Value> kept;
   for (std::size_t index = 0; index < mList.size(); ++index) {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
@@ -49,11 +50,12 @@ class ActionLog {
 
  private:
   void saveLogListAsLog(const ZAN_Value& list);
-  void refresh();
+  bool refresh();
 
   ActionStore& mStore;
   ZAN_Value mList = ZAN_Value::array();
   std::optional<ZAN_FileIdentity> mIdentity;
+  std::vector<ZAN_Value> mWaiting;  ///< came while the file could not be read
 };
 
 }  // namespace corvana

@@ -1,5 +1,7 @@
 #include "actions/ActionStore.h"
 
+#include <sys/stat.h>
+
 #include "platform/Clock.h"
 #include "platform/Machine.h"
 
@@ -23,6 +25,14 @@ ActionStore::ActionStore(Clock& clock, Machine& machine, SystemLog& log,
       mInstallPaths(machine) {}
 
 void ActionStore::createMissingDataFiles() {
+  // Files in them may be open to all, as other programs want it, and passwords are among them.
+  for (const std::string& closed :
+       {mFolder.dataFolderPathWithFileName(), mFolder.hiddenFolderPath()}) {
+    struct stat status;
+    if (::stat(closed.c_str(), &status) != 0 || (status.st_mode & 077) == 0) continue;
+    if (::chmod(closed.c_str(), status.st_mode & 07700) == 0)
+      mLog.write(closed + " was open to other users and is closed now");
+  }
   mWriter.removeLeftOvers();
   for (const std::string_view name :
        {DataFolder::kActions, DataFolder::kChanges, DataFolder::kHistory, DataFolder::kFiles,

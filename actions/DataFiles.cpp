@@ -25,6 +25,12 @@ bool isOld(const ZAN_FileIdentity& file, ReferenceTime now) {
 }
 constexpr double kLongestWaitForLock = 2.0;
 constexpr double kKeptInMemory = 1800.0;
+/// Whoever holds one lock for so long probably holds others.
+constexpr double kImpatience = 60.0;
+
+Error emptied(const std::string& path) {
+  return {ErrorKind::damaged, path + ": empty, though it was not before"};
+}
 
 std::string_view exceptionName(ErrorKind kind) {
   switch (kind) {
@@ -65,7 +71,12 @@ DataFiles::Lock::~Lock() {
 
 DataFiles::DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, SystemLog& log,
                      const ZAN_FileWriter& writer)
-    : mFolder(folder), mDates(dates), mClock(clock), mLog(log), mWriter(writer) {}
+    : mFolder(folder),
+      mDates(dates),
+      mClock(clock),
+      mLog(log),
+      mWriter(writer),
+      mGenerations(folder, clock, writer) {}
 
 /// Those who keep something may be gone.
 DataFiles::~DataFiles() {
@@ -151,6 +162,7 @@ DataFiles::List DataFiles::readList(const std::string& path,
       if (!contents->bytes.empty()) break;
     } else if (attempt == attempts && !contents && read.error().kind != ErrorKind::absent) {
       noteFailure(path, list.identity, read.error());
+      list.readNow = read.error().kind != ErrorKind::unreadable;
     }
   }
   if (!contents) {
@@ -158,6 +170,11 @@ DataFiles::List DataFiles::readList(const std::string& path,
     return list;
   }
   if (contents->bytes.empty()) {
+    if (hadContents(path)) {
+      noteFailure(path, contents->identity, emptied(path));
+      list.readable = false;
+      return list;
+    }
     mKnown.insert_or_assign(path, Known{Known::State::empty, contents->identity});
     return list;
   }
@@ -200,15 +217,26 @@ Outcome DataFiles::writeListToFile(const ZAN_Value& list, std::string_view name,
 DataFiles::Object DataFiles::readWholeObject(const std::string& path) {
   Object object;
   auto contents = ZAN_FilesUtils::readFile(path);
+  for (int attempt = 1;
+       !contents && contents.error().kind == ErrorKind::unreadable && attempt < kAttempts;
+       ++attempt) {
+    mClock.sleep(kPauseBetweenAttempts);
+    contents = ZAN_FilesUtils::readFile(path);
+  }
   if (!contents) {
     object.identity = ZAN_FilesUtils::identity(path);
     if (contents.error().kind != ErrorKind::absent) {
       noteFailure(path, object.identity, contents.error());
     }
+    object.readNow = contents.error().kind != ErrorKind::unreadable;
     return object;
   }
   object.identity = contents->identity;
-  if (!contents->bytes.empty()) object.value = decoded(path, *contents, Content::object);
+  if (!contents->bytes.empty()) {
+    object.value = decoded(path, *contents, Content::object);
+  } else if (hadContents(path)) {
+    noteFailure(path, object.identity, emptied(path));
+  }
   return object;
 }
 
@@ -245,6 +273,10 @@ ZAN_FileWriter::Attributes DataFiles::dataFileAttributes(std::string_view type) 
 Outcome DataFiles::createEmptyFileAtPath(const std::string& path,
                                          const ZAN_FileWriter::Attributes& attributes) {
   const Outcome outcome = writeFileAtPath(path, attributes, {});
+  if (outcome && mFolder.pathOf(ZAN_FilesUtils::lastPathComponent(path)) == path) {
+    mWitnessed.erase(path);
+    (void)ZAN_FilesUtils::removeFile(witnessOf(path));
+  }
   if (const auto identity = ZAN_FilesUtils::identity(path); outcome && identity) {
     mKnown.insert_or_assign(path, Known{Known::State::empty, *identity});
   }
@@ -282,10 +314,15 @@ void DataFiles::whenSaved(const std::string& path, std::function<void()> body) {
 Outcome DataFiles::writeContainer(std::function<ZAN_Value()> make, const std::string& path,
                                   Content content, const ZAN_FileWriter::Options& options,
                                   Saving saving) {
-  if (!mPending.contains(path) && !keepDamagedFile(path, content)) {
-    mLog.write("Unable saving data in file " + path);
-    return Error{ErrorKind::unwritable, path + ": what is there cannot be read nor put aside"};
+  if (!mPending.contains(path)) {
+    if (Outcome kept = keepDamagedFile(path, content); !kept) {
+      logFailure(path, kept);
+      return kept;
+    }
   }
+  const bool hasGenerations = mFolder.pathOf(ZAN_FilesUtils::lastPathComponent(path)) == path &&
+                              Generations::areKeptOf(ZAN_FilesUtils::lastPathComponent(path));
+  if (hasGenerations) keepGeneration(path, make());
   // Handing a value over costs little, encoding a long list much.
   Outcome outcome = save(
       {.path = path,
@@ -298,13 +335,43 @@ Outcome DataFiles::writeContainer(std::function<ZAN_Value()> make, const std::st
   return outcome;
 }
 
+/// What a save that changes more than dates and counters replaces, and what it brings, is kept.
+void DataFiles::keepGeneration(const std::string& path, const ZAN_Value& next) {
+  const std::string name(ZAN_FilesUtils::lastPathComponent(path));
+  const std::uint64_t print = Generations::fingerprint(next);
+  if (mGenerations.newest(name) == print) return;
+  if (!mPending.contains(path)) {
+    const auto before = ZAN_FilesUtils::readFile(path);
+    if (before && !before->bytes.empty()) {
+      const auto value =
+          ZAN_Unarchiver::unarchiveObjectWithData(std::as_bytes(std::span(before->bytes)));
+      if (value) {
+        const std::uint64_t stored = Generations::fingerprint(*value);
+        if (stored != mGenerations.newest(name))
+          report(mGenerations.keep(name, before->bytes, stored));
+        if (stored == print) return;
+      }
+    }
+  }
+  const auto bytes = ZAN_Archiver::archivedDataWithRootObject(next);
+  report(
+      mGenerations.keep(name, {reinterpret_cast<const char*>(bytes.data()), bytes.size()}, print));
+}
+
+void DataFiles::report(const Outcome& outcome) {
+  if (!outcome) mLog.write(outcome.error().text);
+}
+
 Outcome DataFiles::save(FileSave save, Saving saving) {
   const std::string path = save.path;
   mKept.erase(path);
   if (saving == Saving::now || !mSaver) {
     Outcome outcome = mPending.contains(path) ? mSaver->saveNow(save) : save.writeBy(mWriter);
     mAliases.erase(path);
-    if (!outcome) logFailure(path, outcome);
+    if (!outcome)
+      logFailure(path, outcome);
+    else
+      mTroubles.erase(path);
     return outcome;
   }
   const std::uint64_t serial = ++mSerial;
@@ -319,7 +386,10 @@ Outcome DataFiles::save(FileSave save, Saving saving) {
 }
 
 void DataFiles::saved(const std::string& path, std::uint64_t serial, const Outcome& outcome) {
-  if (!outcome) logFailure(path, outcome);
+  if (!outcome)
+    logFailure(path, outcome);
+  else
+    mTroubles.erase(path);
   const auto pending = mPending.find(path);
   if (pending == mPending.end() || pending->second.serial != serial) return;
   if (outcome) noteReadable(path);
@@ -332,6 +402,69 @@ void DataFiles::saved(const std::string& path, std::uint64_t serial, const Outco
 void DataFiles::logFailure(const std::string& path, const Outcome& outcome) {
   mLog.write("Unable saving data in file " + path);
   mLog.write(outcome.error().text);
+  noteTrouble({Trouble::Kind::unwritable, path, outcome.error().text});
+}
+
+void DataFiles::noteTrouble(const Trouble& trouble) {
+  const auto known = mTroubles.find(trouble.path);
+  if (known != mTroubles.end() && known->second.kind == trouble.kind &&
+      known->second.kept == trouble.kept)
+    return;
+  mTroubles.insert_or_assign(trouble.path, trouble);
+  if (onTrouble) onTrouble(trouble);
+}
+
+std::string DataFiles::witnessOf(const std::string& path) const {
+  return ZAN_FilesUtils::joinedPath(
+      ZAN_FilesUtils::joinedPath(mFolder.hiddenFolderPath(), "Contents"),
+      ZAN_FilesUtils::lastPathComponent(path));
+}
+
+bool DataFiles::hadContents(const std::string& path) const {
+  return mFolder.pathOf(ZAN_FilesUtils::lastPathComponent(path)) == path &&
+         ZAN_FilesUtils::exists(witnessOf(path));
+}
+
+/// New homes have empty files, so that a file which lost its contents is told by a witness alone.
+void DataFiles::noteContents(const std::string& path) {
+  if (mFolder.pathOf(ZAN_FilesUtils::lastPathComponent(path)) != path ||
+      !mWitnessed.insert(path).second)
+    return;
+  const std::string witness = witnessOf(path);
+  if (ZAN_FilesUtils::exists(witness)) return;
+  (void)ZAN_FilesUtils::createFolder(std::string(ZAN_FilesUtils::parentPath(witness)), 0700);
+  (void)ZAN_FilesUtils::appendToFile(witness, {}, false);
+}
+
+Outcome DataFiles::bringBack(std::string_view name, const std::string& generation) {
+  const Lock held = lock(name);
+  const auto value = [](const ZAN_FileContents& contents) {
+    return ZAN_Unarchiver::unarchiveObjectWithData(std::as_bytes(std::span(contents.bytes)));
+  };
+  const auto contents = ZAN_FilesUtils::readFile(generation);
+  if (!contents) return contents.error();
+  const auto wanted = value(*contents);
+  if (!wanted || !(wanted->isArray() || wanted->isDictionary()))
+    return Error{ErrorKind::damaged, generation + ": it is damaged itself; take another version"};
+
+  const std::string path = mFolder.dataFolderPathWithFileName(name);
+  const auto present = ZAN_FilesUtils::readFile(path);
+  if (!present && present.error().kind != ErrorKind::absent) return present.error();
+  if (present && !present->bytes.empty()) {
+    const auto replaced = value(*present);
+    Outcome kept;
+    if (replaced)
+      kept = mGenerations.keep(name, present->bytes, Generations::fingerprint(*replaced));
+    else if (!keep(path))
+      kept = Error{ErrorKind::unwritable, path + ": cannot be put aside"};
+    if (!kept) return kept;
+  }
+  const Outcome written =
+      writeFileAtPath(path, dataFileAttributes(), std::as_bytes(std::span(contents->bytes)));
+  if (!written) return written;
+  mGenerations.storeDamaged(name);
+  mTroubles.erase(path);
+  return {};
 }
 
 DataFiles::Lock DataFiles::lock(std::string_view fileName) {
@@ -340,11 +473,14 @@ DataFiles::Lock DataFiles::lock(std::string_view fileName) {
   if (held.count++ == 0) {
     const std::string path = ZAN_FilesUtils::joinedPath(
         ZAN_FilesUtils::joinedPath(mFolder.hiddenFolderPath(), "Locks"), name);
-    auto lock = ZAN_FileLock::acquire(path, kLongestWaitForLock,
+    const ReferenceTime now = mClock.now();
+    const bool isImpatient = now < mImpatientUntil && mImpatientUntil <= now + kImpatience;
+    auto lock = ZAN_FileLock::acquire(path, isImpatient ? 0 : kLongestWaitForLock,
                                       [this](double seconds) { mClock.sleep(seconds); });
     if (lock) {
       held.lock = std::move(*lock);
     } else {
+      mImpatientUntil = mClock.now() + kImpatience;
       mLog.write("Going on without lock: " + lock.error().text);
     }
   }
@@ -374,15 +510,22 @@ Result<ZAN_Value> DataFiles::unarchived(const ZAN_FileContents& contents, Conten
 void DataFiles::noteReadable(const std::string& path) {
   if (const auto identity = ZAN_FilesUtils::identity(path)) {
     mKnown.insert_or_assign(path, Known{Known::State::readable, *identity});
+    if (identity->size > 0) noteContents(path);
   }
 }
 
 void DataFiles::noteFailure(const std::string& path,
                             const std::optional<ZAN_FileIdentity>& identity, const Error& error) {
-  if (isKnown(path, identity, Known::State::unreadable)) return;
+  const bool isDamaged = error.kind != ErrorKind::unreadable;
+  const auto known = mTroubles.find(path);
+  if (isDamaged ? isKnown(path, identity, Known::State::unreadable)
+                : known != mTroubles.end() && known->second.kind == Trouble::Kind::unreadable)
+    return;
   mLog.write("Exception reading file " + path + ": " + std::string(exceptionName(error.kind)) +
              ": " + error.text);
-  if (identity) mKnown.insert_or_assign(path, Known{Known::State::unreadable, *identity});
+  noteTrouble({isDamaged ? Trouble::Kind::damaged : Trouble::Kind::unreadable, path, error.text});
+  if (isDamaged && identity)
+    mKnown.insert_or_assign(path, Known{Known::State::unreadable, *identity});
 }
 
 ZAN_Value DataFiles::decoded(const std::string& path, const ZAN_FileContents& contents,
@@ -393,20 +536,28 @@ ZAN_Value DataFiles::decoded(const std::string& path, const ZAN_FileContents& co
     return {};
   }
   mKnown.insert_or_assign(path, Known{Known::State::readable, contents.identity});
+  mTroubles.erase(path);
+  noteContents(path);
   return std::move(*value);
 }
 
-bool DataFiles::keepDamagedFile(const std::string& path, Content content) {
+Outcome DataFiles::keepDamagedFile(const std::string& path, Content content) {
   const auto identity = ZAN_FilesUtils::identity(path);
-  if (!identity || identity->size == 0 || isKnown(path, identity, Known::State::readable)) {
-    return true;
-  }
+  if (!identity || isKnown(path, identity, Known::State::readable)) return {};
   if (!isKnown(path, identity, Known::State::unreadable)) {
     const auto contents = ZAN_FilesUtils::readFile(path);
-    if (!contents && contents.error().kind == ErrorKind::absent) return true;
-    if (contents && (contents->bytes.empty() || unarchived(*contents, content))) return true;
+    if (!contents) {
+      if (contents.error().kind == ErrorKind::absent) return {};
+      if (contents.error().kind == ErrorKind::unreadable)
+        return Error{ErrorKind::unreadable,
+                     contents.error().text + "; nothing is written over it until it can be read"};
+    } else if (contents->bytes.empty() ? !hadContents(path)
+                                       : static_cast<bool>(unarchived(*contents, content))) {
+      return {};
+    }
   }
-  return keep(path).has_value();
+  if (keep(path)) return {};
+  return Error{ErrorKind::unwritable, path + ": what is there cannot be read nor put aside"};
 }
 
 std::optional<std::string> DataFiles::keep(const std::string& path) {
@@ -419,7 +570,7 @@ std::optional<std::string> DataFiles::keep(const std::string& path) {
   // A second name for the same file costs no space, so it is there on a full disk too.
   if (::link(path.c_str(), kept.c_str()) != 0 && !ZAN_FilesUtils::renameFile(path, kept)) return {};
   mLog.write("Damaged file " + path + " kept as " + kept);
-  if (onDamagedFileKept) onDamagedFileKept(path, kept);
+  noteTrouble({Trouble::Kind::damaged, path, "damaged", kept});
   return kept;
 }
 

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -16,6 +17,7 @@
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/DataFolder.h"
 #include "actions/FileSaver.h"
+#include "actions/Generations.h"
 #include "platform/RunLoop.h"
 
 namespace corvana {
@@ -28,9 +30,11 @@ class SystemLog;
 /// archived dictionary or array (object).
 ///
 /// Reading never fails: a missing, empty or damaged file reads as an empty list or as null, and the
-/// reason is logged. Writing replaces the file whole. A file that is there and cannot be read is
-/// never lost: before it is overwritten it is kept as "<name> (damaged <date>)" beside it, which is
-/// logged once. Thread: main.
+/// reason is logged. Writing replaces the file whole. A file whose contents are damaged is never
+/// lost: before it is overwritten it is kept as "<name> (damaged <date>)" beside it, which is
+/// logged once. A file that is empty and was not before is damaged, too. One that cannot be read at
+/// the moment (no descriptor left, no right, a disk error) says nothing about its contents: nothing
+/// is written over it, and it is tried again. Thread: main.
 class DataFiles {
  public:
   struct List {
@@ -38,15 +42,30 @@ class DataFiles {
     std::optional<ZAN_FileIdentity>
         identity;          ///< of the file that was read; nothing when there is none
     bool readable = true;  ///< not when there is a file with something in it that cannot be read
+    bool readNow = true;   ///< not when that may be otherwise in a moment
   };
   struct Object {
     ZAN_Value value;  ///< null when there is none
     std::optional<ZAN_FileIdentity> identity;
+    bool readNow = true;  ///< not when there is one that could not be read, but may be in a moment
+  };
+
+  /// What is wrong with a file.
+  struct Trouble {
+    enum class Kind {
+      damaged,     ///< what was in it is lost to its readers
+      unreadable,  ///< it cannot be read at the moment
+      unwritable,  ///< what was to be written into it is in memory alone
+    };
+    Kind kind = Kind::damaged;
+    std::string path;
+    std::string reason;
+    std::string kept = {};  ///< where what is damaged was put; empty: it is where it was
   };
 
   /// Held while a file that other programs write too is read, changed and written. Taking the same
   /// lock again while it is held is free. When another program keeps it for longer than two seconds
-  /// the work goes on without it, and that is logged.
+  /// the work goes on without it, and that is logged; for the next minute no lock is waited for.
   class Lock {
    public:
     Lock() = default;
@@ -142,10 +161,16 @@ class DataFiles {
   /// nothing when it cannot be moved.
   std::optional<std::string> putAside(const std::string& path);
 
-  /// A damaged file was put aside: where it was and where it is now. The line in the log is written
-  /// anyway.
-  std::function<void(const std::string& path, const std::string& kept)> onDamagedFileKept;
+  /// Makes an earlier version of a file of the data folder the present one. What it replaces is
+  /// kept among the generations, what was damaged of the file lies with them then.
+  Outcome bringBack(std::string_view name, const std::string& generation);
 
+  /// Something has gone wrong, each cause once. The line in the log is written anyway.
+  std::function<void(const Trouble&)> onTrouble;
+  /// What is wrong now, by path: until the file could be read or written again.
+  const std::map<std::string, Trouble>& troubles() const { return mTroubles; }
+
+  Generations& generations() { return mGenerations; }
   Clock& clock() { return mClock; }
   SystemLog& systemLog() { return mLog; }
   const DataFolder& folder() const { return mFolder; }
@@ -183,16 +208,22 @@ class DataFiles {
   std::optional<ZAN_FileIdentity> asGivenOut(const std::string& path,
                                              const std::optional<ZAN_FileIdentity>& actual) const;
   void noteReadable(const std::string& path);
+  void noteTrouble(const Trouble& trouble);
+  std::string witnessOf(const std::string& path) const;
+  bool hadContents(const std::string& path) const;
+  void noteContents(const std::string& path);
+  void keepGeneration(const std::string& path, const ZAN_Value& next);
   void noteFailure(const std::string& path, const std::optional<ZAN_FileIdentity>& identity,
                    const Error& error);
   ZAN_Value decoded(const std::string& path, const ZAN_FileContents& contents, Content content);
-  bool keepDamagedFile(const std::string& path, Content content);
+  Outcome keepDamagedFile(const std::string& path, Content content);
   std::optional<std::string> keep(const std::string& path);
   Outcome writeContainer(std::function<ZAN_Value()> make, const std::string& path, Content content,
                          const ZAN_FileWriter::Options& options, Saving saving);
   Outcome save(FileSave save, Saving saving);
   void saved(const std::string& path, std::uint64_t serial, const Outcome& outcome);
   void logFailure(const std::string& path, const Outcome& outcome);
+  void report(const Outcome& outcome);
   void release(const std::string& name);
 
   const DataFolder& mFolder;
@@ -206,6 +237,10 @@ class DataFiles {
   std::map<std::string, Known> mKnown;
   std::map<std::string, Alias> mAliases;
   std::map<std::string, Pending> mPending;
+  std::map<std::string, Trouble> mTroubles;
+  std::set<std::string> mWitnessed;  ///< files known to have had contents
+  Generations mGenerations;
+  ReferenceTime mImpatientUntil = 0;  ///< no other lock is waited for until then
   RunLoop* mKeeper = nullptr;
   RunLoop::TimerId mKeepingTimer = 0;
   std::shared_ptr<int> mHere = std::make_shared<int>();  ///< gone with this object

@@ -1,6 +1,7 @@
 #include "actions/History.h"
 
 #include <cmath>
+#include <utility>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
@@ -46,12 +47,15 @@ std::string lineForEntry(const ZAN_Value& entry, const ZAN_DateUtils& calendar) 
 History::History(ActionStore& store)
     : mStore(store), mLog(store), mCounters(store), mResults(store) {}
 
-void History::refresh() {
+/// What is in memory, and waits, stays where the file cannot be read at the moment.
+bool History::refresh() {
   const std::string path = mStore.folder().dataFolderPathWithFileName(DataFolder::kHistory);
-  if (mIdentity && mIdentity == mStore.files().identity(path)) return;
+  if (mIdentity && mIdentity == mStore.files().identity(path)) return true;
   DataFiles::List list = mStore.files().readListAtPath(path, {});
+  if (!list.readNow) return false;
   mList = std::move(list.elements);
   mIdentity = list.identity;
+  return true;
 }
 
 void History::reloadProgrammedHistoryList() { refresh(); }
@@ -73,20 +77,22 @@ ZAN_Value History::historyEntryAtIndex(std::int64_t index) {
 
 void History::addHistoryEntry(const ZAN_Value& entry) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
-  refresh();
+  mWaiting.push_back(entry);
+  if (!refresh()) return;
   if (mList.empty()) mList.append(kHeader);
-  const auto date = entry["Date"].asDate();
-  if (mList.size() > 1 && date && mList.at(mList.size() - 1)["Date"].asDate() == date) {
-    mList.removeAt(mList.size() - 1);
+  for (const ZAN_Value& each : std::exchange(mWaiting, {})) {
+    const auto date = each["Date"].asDate();
+    if (mList.size() > 1 && date && mList.at(mList.size() - 1)["Date"].asDate() == date)
+      mList.removeAt(mList.size() - 1);
+    mList.append(each);
   }
-  mList.append(entry);
   if (mList.size() > kMaximum + 1) mList.removeRange(1, mList.size() - kMaximum - 1);
   saveProgrammedHistoryList();
 }
 
 void History::removeHistoryEntriesBefore(ReferenceTime date) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
-  refresh();
+  if (!refresh()) return;
   std::vector<ZAN_Value> kept;
   for (std::size_t index = 0; index < mList.size(); ++index) {
     const auto start = mList.at(index)["Date"].asDate();

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
@@ -46,7 +47,7 @@ class History {
  private:
   void saveProgrammedHistoryListAsLog();
 
-  void refresh();
+  bool refresh();
 
   ActionStore& mStore;
   ActionLog mLog;
@@ -54,6 +55,7 @@ class History {
   ActionResults mResults;
   ZAN_Value mList = ZAN_Value::array();
   std::optional<ZAN_FileIdentity> mIdentity;
+  std::vector<ZAN_Value> mWaiting;  ///< came while the file could not be read
 };
 
 }  // namespace corvana

@@ -17,9 +17,12 @@ constexpr std::string_view kDateLocale = "ZAN_StringUtils_dateLocale";
 ZAN_Value SettingsFiles::read(Cached& cached, std::string_view name) {
   const std::string path = mFiles.folder().pathOf(name);
   if (!cached.read || cached.object.identity != mFiles.identity(path)) {
-    cached.object = mFiles.readObject(path);
+    DataFiles::Object object = mFiles.readObject(path);
+    cached.read = object.readNow;
+    // What was known before holds until it can be read again.
+    if (!object.readNow) return cached.object.value;
+    cached.object = std::move(object);
     if (!cached.object.value.isDictionary()) cached.object.value = {};
-    cached.read = true;
   }
   return cached.object.value;
 }
@@ -27,6 +30,9 @@ ZAN_Value SettingsFiles::read(Cached& cached, std::string_view name) {
 Outcome SettingsFiles::save(Cached& cached, std::string_view name, const ZAN_Value& settings,
                             DataFiles::Saving saving) {
   const DataFiles::Lock held = mFiles.lock(name);
+  const std::string path = mFiles.folder().pathOf(name);
+  if (!cached.read && ZAN_FilesUtils::exists(path) && !mFiles.readObject(path).readNow)
+    return Error{ErrorKind::unreadable, path + ": cannot be read; nothing is written over it"};
   Outcome outcome = mFiles.writeObjectToFile(settings, name, saving);
   cached.read = static_cast<bool>(outcome);
   if (outcome) {

@@ -36,7 +36,11 @@ ZAN_Value TreeFiles::readChangesList() {
   if (!mChangesRead || mChanges.identity != changesFileIdentity()) {
     mChanges =
         mFiles.readListAtPath(mFiles.folder().dataFolderPathWithFileName(DataFolder::kChanges), {});
-    mChangesRead = true;
+    mChangesRead = mChanges.readNow;
+    if (mChangesRead) {
+      for (const ZAN_Value& change : mWaiting.elements()) mChanges.elements.append(change);
+      mWaiting = ZAN_Value::array();
+    }
   }
   return mChanges.elements;
 }
@@ -48,15 +52,25 @@ Outcome TreeFiles::saveChangesList(const ZAN_Value& changes) {
 Outcome TreeFiles::appendToChangesList(const ZAN_Value& more) {
   const DataFiles::Lock held = lock();
   ZAN_Value changes = readChangesList();
+  if (!mChangesRead) changes = mWaiting;
   if (more.isArray())
     for (const ZAN_Value& change : more.elements()) changes.append(change);
   else
     changes.append(more);
+  if (!mChangesRead) {
+    mWaiting = changes;
+    return Error{ErrorKind::unreadable, mFiles.folder().pathOf(DataFolder::kChanges) +
+                                            ": cannot be read; the change waits in memory"};
+  }
   return writeChanges(changes, DataFiles::Saving::soon);
 }
 
 Outcome TreeFiles::writeChanges(const ZAN_Value& changes, DataFiles::Saving saving) {
   const DataFiles::Lock held = lock();
+  (void)readChangesList();
+  if (!mChangesRead)
+    return Error{ErrorKind::unreadable, mFiles.folder().pathOf(DataFolder::kChanges) +
+                                            ": cannot be read; nothing is written over it"};
   Outcome outcome = mFiles.writeListToFile(changes, DataFolder::kChanges, saving);
   // What could not be written stays in memory and is written with the next change.
   mChanges = {.elements = changes, .identity = changesFileIdentity()};

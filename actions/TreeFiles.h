@@ -51,6 +51,7 @@ class TreeFiles {
   bool mActionsReadable = true;
   DataFiles::List mChanges;
   bool mChangesRead = false;
+  ZAN_Value mWaiting = ZAN_Value::array();  ///< came while the file could not be read
 };
 
 }  // namespace corvana

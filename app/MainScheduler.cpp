@@ -77,6 +77,11 @@ void MainScheduler::wire() {
   mControls.onQuitWanted = [this] { terminateBySelf(); };
   mControls.onRelaunchWanted = [this] { relaunchScheduler(); };
   mControls.onDailyReportWanted = [this] { mEmailReport.sendDailyReportNow(); };
+  mRecords.storage.onBroughtBack = [this](std::string_view) {
+    mRecords.preferences.loadPrefs();
+    mRecords.changes.note(Change::preferences);
+    mRecords.state.checkAt(mRecords.platform.clock.now());
+  };
   mDispatch.onDesktopOffered = [this](const auto& desktop) { moveTo(desktop); };
   mTick.onRelaunchWanted = [this] {
     mRecords.platform.runLoop.performAfter(1.0, [this] {

@@ -8,6 +8,7 @@
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
+#include "command/StorageCheck.h"
 #include "core/record/Preferences.h"
 #include "core/work/AgeAlarm.h"
 #include "core/work/QueueRecord.h"
@@ -99,6 +100,7 @@ constexpr std::string_view kStatusLines =
     "{current.stopping?, being stopped}\n{current.stuck?{current.stuck}\n}}"
     "{current!{agent!{executing?Executing: an execute program runs\n}}}"
     "Waiting in the queue: {waiting}\n{hold?{hold.text}\n}"
+    "{status.storage*{}\n}"
     "{errorCode?There were failures: corvana9 log\n}"
     "{noSuccess*No success for {days} days: {:action}\n}"
     "{unprovenControl?Remote control is unproven: anybody on the network may control this machine; "
@@ -236,7 +238,7 @@ Answer statusCommand(Arguments& arguments, const Console& console) {
   form.with("rounded", [](const ZAN_Value& value) {
     return std::to_string(std::lround(value.doubleValue()));
   });
-  return {status, form.fill(kStatusLines, status)};
+  return withStorageTroubles({status, form.fill(kStatusLines, status)}, home);
 }
 
 Answer queueCommand(Arguments& arguments, const Console& console) {

@@ -174,6 +174,13 @@ constexpr std::array kCommands{
             "  --count N   the last N executions; 20 without it\n"
             "How late an execution began is told where the log still has its launch.\n",
             historyCommand},
+    Command{"recover", "[actions|settings|scheduler-settings] [--version N] [--forget] [--json]",
+            "list earlier versions of the actions and the settings, and bring one back",
+            "Without a name it lists them, the newest first.\n"
+            "  --version N   the one with that number in the list, else the newest\n"
+            "  --forget      be content without what was damaged; it is kept with the versions\n"
+            "What is replaced is kept as the newest version itself.\n",
+            recoverCommand},
     Command{"volumes", "[--weeks N] [--json]",
             "show the volumes, how they are told apart, and their free space over time",
             "  --weeks N   as far back as the second chart goes; without it as far as the agent\n"

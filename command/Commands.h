@@ -98,6 +98,7 @@ Answer watchCommand(Arguments& arguments, const Console& console);
 Answer logCommand(Arguments& arguments, const Console& console);
 Answer historyCommand(Arguments& arguments, const Console& console);
 Answer reportCommand(Arguments& arguments, const Console& console);
+Answer recoverCommand(Arguments& arguments, const Console& console);
 Answer volumesCommand(Arguments& arguments, const Console& console);
 Answer peersCommand(Arguments& arguments, const Console& console);
 Answer peerCommand(Arguments& arguments, const Console& console);

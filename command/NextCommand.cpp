@@ -8,6 +8,7 @@
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
+#include "command/StorageCheck.h"
 
 namespace corvana {
 
@@ -114,7 +115,8 @@ Answer comingRuns(std::size_t count, bool asCalendar, const Console& console) {
   CommandHome home(console);
   const Circumstances circumstances = RunningAgent(home).circumstances();
   const ZAN_Value runs = home.comingRuns(count, circumstances);
-  if (asCalendar) return Answer::ofText(calendarOf(runs, home, circumstances));
+  if (asCalendar)
+    return withStorageTroubles(Answer::ofText(calendarOf(runs, home, circumstances)), home);
   TextForm form(home.calendar());
   form.with("when", [&](const ZAN_Value& run) {
     const std::string held = heldText(run, circumstances);
@@ -124,8 +126,9 @@ Answer comingRuns(std::size_t count, bool asCalendar, const Console& console) {
                                                    : "";
     return when + (held.empty() ? held : "  (" + held + ')');
   });
-  return {runs,
-          form.fill("{!No run is scheduled.\n}{*{date:date}  {title} [{ref}]{:when}\n}", runs)};
+  return withStorageTroubles(
+      {runs, form.fill("{!No run is scheduled.\n}{*{date:date}  {title} [{ref}]{:when}\n}", runs)},
+      home);
 }
 
 }  // namespace

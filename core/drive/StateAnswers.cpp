@@ -33,6 +33,8 @@ ZAN_Value StateAnswers::status() {
        {"idleTimeIsSeen", m.platform.input.idleSeconds().has_value()},
        {"queueCount", static_cast<long long>(mWork.queue.actionsList().size())},
        {"nextCheck", ZAN_Value::date(m.state.mNextCheck.at())}});
+  if (ZAN_Value storage = m.storage.lasting(); !storage.empty())
+    status.setValue("storage", std::move(storage));
   const auto& next = mWork.evaluation.actionsNextList();
   if (!next.empty() && next.front().hasDate)
     status.setValue("nextDate", ZAN_Value::date(next.front().date));

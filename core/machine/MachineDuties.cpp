@@ -18,7 +18,7 @@ MachineDuties::MachineDuties(Records& records, Work& work)
       systemInformation(records, tools),
       freeSpace(records, freeSpaceHistory),
       folderSurvey(records, work.supervisor),
-      settingsBackup(records),
+      settingsBackup(records, work.volumes),
       longDisabledWarning(records, work.evaluation),
       wakeUp(records, work.evaluation),
       shutdownHelper(records) {}

@@ -28,6 +28,7 @@ Records::Records(const Platform& given)
       debugLog(given.clock, store.texts(), given.processes.ownStart(),
                siblingWatch.isMainAppLaunched()),
       messages(platform, changes, state.deadlines, preferences, log, store.texts(), strings),
+      storage(platform, store, log, messages, texts),
       tree(store.tree(), given.clock, given.systemLog, texts) {
   store.files().keepForLater(runLoop);
   runLoop.onPerformed = [this] { changes.touch(); };

@@ -14,6 +14,7 @@
 #include "core/record/SchedulerState.h"
 #include "core/record/SiblingChannel.h"
 #include "core/record/SiblingWatch.h"
+#include "core/record/StorageWatch.h"
 #include "core/record/SurveyExecution.h"
 #include "platform/Platform.h"
 
@@ -44,6 +45,7 @@ struct Records {
   SchedulerLog log;
   DebugLog debugLog;
   Messages messages;
+  StorageWatch storage;
   ActionTree tree;
 
   /// Automatic execution, the pause, the context or what runs is another than before: whoever shows

@@ -14,9 +14,11 @@
 #include <deque>
 #include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <unordered_map>
 #include <utility>
@@ -30,6 +32,7 @@ namespace {
 
 /// Far below the range of Qt's milliseconds; what is further off is looked at again then.
 constexpr double kLongestWait = 86400;
+constexpr double kThreadRetry = 0.25;
 
 QSocketNotifier::Type typeOf(DescriptorWatch::Event event) {
   switch (event) {
@@ -206,10 +209,20 @@ void QtRunLoop::detachThread(const std::string& name, std::function<void()> body
   my.reapThreads(false);
   const std::lock_guard lock(my.mThreadsMutex);
   DetachedThread& made = my.mThreads.emplace_back();
-  made.thread = std::thread([&made, body = std::move(body)] {
-    body();
-    made.ended = true;
-  });
+  const auto work = std::make_shared<std::function<void()>>(std::move(body));
+  try {
+    made.thread = std::thread([&made, work] {
+      (*work)();
+      made.ended = true;
+    });
+  } catch (const std::system_error&) {
+    // The system has no thread now; what was to be done is not lost.
+    my.mThreads.pop_back();
+    performOnMain([this, name, work] {
+      performAfter(kThreadRetry, [this, name, work] { detachThread(name, *work); });
+    });
+    return;
+  }
   // The system takes 15 bytes.
   pthread_setname_np(made.thread.native_handle(), name.substr(0, 15).c_str());
 }

@@ -134,8 +134,8 @@ TEST_F(Store, ADamagedFileIsKeptAsideBeforeItIsReplaced) {
     put(name, damaged);
   }
   std::vector<std::string> told;
-  store.files().onDamagedFileKept = [&](const std::string& path, const std::string&) {
-    told.push_back(path);
+  store.files().onTrouble = [&](const DataFiles::Trouble& trouble) {
+    if (!trouble.kept.empty()) told.push_back(trouble.path);
   };
   for (int round = 0; round < 2; ++round) {
     EXPECT_TRUE(store.tree().readActionsList().empty());
@@ -193,7 +193,7 @@ TEST_F(Store, AFullDiskCostsTheNewFileOnly) {
       << "what is shown is what is stored";
   EXPECT_NE(text(poor.texts().reportFileNameForDate({})).find("first"), std::string::npos);
   EXPECT_EQ(logged("Unable saving data in file " + path(DataFolder::kSettings)), 1U);
-  EXPECT_EQ(logged("No space left on device"), 1U);
+  EXPECT_EQ(logged("No space left on device"), 2U) << "the file, and its version to go back to";
   full = false;
   EXPECT_TRUE(poor.settings().setMainAppSetting(2, "Volume"));
   EXPECT_EQ(other.settings().mainAppSettingForKey("Volume").integerValue(), 2);

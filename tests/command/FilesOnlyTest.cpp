@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -42,6 +43,36 @@ TEST_F(FilesOnlyTest, LookingCreatesNothing) {
   }
   EXPECT_EQ(run({"report"}), kCouldNot);
   EXPECT_FALSE(ZAN_FilesUtils::exists(machine.folder.at("Library")));
+}
+
+TEST_F(FilesOnlyTest, WhatWasLostIsToldUntilAnEarlierVersionIsBack) {
+  TreeHome home(machine);
+  ASSERT_TRUE(home.store.settings().saveSchedulerSettings(ZAN_Value::dictionary({{"a", 1}})));
+  ASSERT_TRUE(home.store.settings().saveSchedulerSettings(ZAN_Value::dictionary({{"a", 2}})));
+  EXPECT_EQ(run({"status"}), kDone);
+  EXPECT_EQ(run({"next"}), kDone);
+  const std::string path = home.store.folder().pathOf(DataFolder::kSchedulerSettings);
+  // A power cut took the contents.
+  ASSERT_EQ(::truncate(path.c_str(), 0), 0);
+  for (const char* command : {"status", "next"}) {
+    EXPECT_EQ(run({command}), kCouldNot) << command;
+    EXPECT_THAT(err.str(), HasSubstr("empty, though it was not before"));
+    EXPECT_THAT(err.str(), HasSubstr("corvana9 recover"));
+  }
+  // The agent has put it aside and written a new one: that makes nothing good.
+  ActionStore agent(machine.clock, machine.machine, machine.systemLog);
+  ASSERT_TRUE(agent.settings().saveSchedulerSettings(ZAN_Value::dictionary({{"b", 1}})));
+  EXPECT_EQ(run({"status"}), kCouldNot);
+
+  EXPECT_EQ(run({"recover"}), kDone);
+  EXPECT_THAT(out.str(), HasSubstr("damaged, kept as"));
+  EXPECT_THAT(out.str(), HasSubstr("  3. "));
+  EXPECT_EQ(run({"recover", "scheduler-settings", "--version", "9"}), kCouldNot);
+  EXPECT_EQ(run({"recover", "everything"}), kWrongWords);
+  EXPECT_EQ(settings().integer("b"), 1);
+  EXPECT_EQ(run({"recover", "scheduler-settings", "--version", "2"}), kDone) << err.str();
+  EXPECT_EQ(settings().integer("a"), 2);
+  EXPECT_EQ(run({"status"}), kDone) << err.str();
 }
 
 TEST_F(FilesOnlyTest, AVolumeThatIsAwayIsShownWithWhatIsRememberedOfIt) {

@@ -111,6 +111,7 @@ TEST_F(PreferencesTest, ADamagedFileIsKeptBesideTheNewOne) {
   int kept = 0;
   const std::filesystem::path folder = std::filesystem::path(path).parent_path();
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (!entry.is_regular_file()) continue;
     std::ifstream file(entry.path());
     const std::string contents{std::istreambuf_iterator<char>(file), {}};
     if (contents == "not an archive") ++kept;

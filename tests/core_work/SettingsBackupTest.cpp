@@ -64,7 +64,7 @@ struct SettingsBackupTest : testing::Test {
   }
 
   WorkWorld world;
-  SettingsBackup backup{world.records};
+  SettingsBackup backup{world.records, world.volumes};
   fs::path data = world.store.folder().dataFolderPathWithFileName();
 };
 
@@ -77,7 +77,8 @@ TEST_F(SettingsBackupTest, MirrorsTheDataFolderAndNotesIt) {
   run();
   EXPECT_EQ(textOf(copyIn("Stick") / "Alias/one"), "1");
   EXPECT_EQ(textOf(copyIn("Stick") / "state"), "old");
-  EXPECT_EQ(fs::status(copyIn("Stick") / "state").permissions(), fs::perms(0640));
+  EXPECT_EQ(fs::status(copyIn("Stick") / "state").permissions(), fs::perms(0600));
+  EXPECT_EQ(fs::status(copyIn("Stick")).permissions(), fs::perms(0700)) << "passwords lie in it";
   EXPECT_FALSE(fs::exists(copyIn("Stick") / "gone"));
   EXPECT_FALSE(fs::is_symlink(copyIn("Stick") / "way out"));
   EXPECT_TRUE(fs::exists(data / "state")) << "the link was removed, not followed";
@@ -185,9 +186,60 @@ TEST_F(SettingsBackupTest, RefusesWhatWouldDestroySomething) {
   ASSERT_TRUE(world.store.settings().setMainAppSetting(list, "CopySettingsDestinations"));
   run();
   EXPECT_EQ(textOf(chosen("Letters") / "dear"), "reader");
-  EXPECT_FALSE(fs::exists(data / "Corvana 9 (Settings) Copy/Corvana 9 (Settings) Copy"));
+  EXPECT_FALSE(fs::exists(data / "Corvana 9 (Settings) Copy"));
   for (std::size_t i = 0; i < 3; ++i) EXPECT_TRUE(destination(i)["date"].isNull()) << i;
   EXPECT_EQ(world.machine.systemLog.lines.size(), 3U);
+}
+
+TEST_F(SettingsBackupTest, NothingIsLostThatWasSavedOnce) {
+  ASSERT_TRUE(world.store.settings().saveSchedulerSettings(ZAN_Value::dictionary({{"a", 1}})));
+  write(data / "Reports/old", "report");
+  run();
+  const fs::path settings = copyIn("Stick") / DataFolder::kSchedulerSettings;
+  const std::string sound = textOf(settings);
+  ASSERT_FALSE(sound.empty());
+
+  // The home is another one, its settings are torn.
+  fs::remove_all(data / "Reports");
+  write(data / "state", "new");
+  write(data / DataFolder::kSchedulerSettings, "torn");
+  world.advance(86'400);
+  age("Stick", 7201);
+  run();
+  EXPECT_EQ(textOf(settings), sound) << "what is torn takes the place of nothing";
+  EXPECT_THAT(world.machine.systemLog.lines.back(), HasSubstr("keeps its sound one"));
+  EXPECT_EQ(textOf(copyIn("Stick") / "state"), "new") << "the rest is saved";
+  std::vector<std::string> kept;
+  for (const auto& entry : fs::recursive_directory_iterator(copyIn("Stick") / "_Earlier Versions"))
+    if (entry.is_regular_file()) kept.push_back(entry.path().filename().string());
+  EXPECT_THAT(kept, testing::IsSupersetOf({"old", "state"}));
+
+  for (int day = 0; day < 10; ++day) {
+    write(data / "state", std::to_string(day));
+    fs::remove(data / DataFolder::kSchedulerSettings);
+    world.advance(86'400);
+    age("Stick", 7201);
+    run();
+  }
+  EXPECT_EQ(std::distance(fs::directory_iterator(copyIn("Stick") / "_Earlier Versions"), {}), 7);
+}
+
+TEST_F(SettingsBackupTest, AStrayFolderInThePlaceOfADiskGetsNothing) {
+  const std::string disk = world.machine.volumes.mount({.name = "Safe"});
+  ASSERT_TRUE(world.store.settings().setMainAppSetting(
+      ZAN_Value::array({ZAN_Value::dictionary({{"path", disk}})}), "CopySettingsDestinations"));
+  run();
+  const fs::path copy = fs::path(disk) / "Corvana 9 (Settings) Copy";
+  ASSERT_TRUE(fs::exists(copy / "state"));
+  EXPECT_FALSE(destination(0).string("VolumeFolderName").empty()) << "the volume is noted";
+
+  world.machine.volumes.unmount(disk);
+  fs::remove_all(disk);
+  fs::create_directories(disk);
+  world.advance(8000);
+  run();
+  EXPECT_TRUE(fs::is_empty(disk));
+  EXPECT_THAT(world.machine.systemLog.lines.back(), HasSubstr("is not mounted"));
 }
 
 TEST(LongDisabled, IsSaidOnceActionsWereDueForDays) {

@@ -71,7 +71,7 @@ bool end(int file, pid_t holder) {
 }
 
 int cancel(std::int64_t time, const std::string& path) {
-  const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
+  const int file = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
   if (file < 0) return errno == ENOENT ? 0 : failed(path, errno);
   const pid_t holder = holderOf(file);
   if (holder == 0 || timeIn(file) != time) return 0;
@@ -131,7 +131,7 @@ int set(std::int64_t time, const std::string& path) {
                  ownPath().c_str());
     return 1;
   }
-  const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (file < 0) return failed(path, errno);
   if (const pid_t holder = holderOf(file); holder != 0) {
     if (timeIn(file) == time) return 0;
@@ -154,6 +154,8 @@ int set(std::int64_t time, const std::string& path) {
 }  // namespace
 
 int main(int count, char** arguments) {
+  // The one that stays holds nothing of whoever started it.
+  close_range(STDERR_FILENO + 1, ~0U, 0);
   const std::string_view verb = count == 4 ? arguments[1] : "";
   const std::string_view number = count == 4 ? arguments[2] : "";
   std::int64_t time = 0;
