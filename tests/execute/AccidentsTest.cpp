@@ -34,6 +34,7 @@ class AccidentsTest : public testing::Test {
     static const bool isApart = ::unshare(CLONE_NEWNS) == 0 &&
                                 ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
     if (!isApart) GTEST_SKIP() << "mounting needs root and a name space for mounts";
+    volumes.setPatience(30);  // as long as the execute program waits
     ::setenv("RSYNC", rsync.c_str(), 1);
   }
 
