@@ -6,9 +6,11 @@
 #include <array>
 #include <charconv>
 #include <filesystem>
+#include <sstream>
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "actions/VersionKey.h"
 #include "platform/linux/HeldFolder.h"
 #include "volumes/VolumeIdentity.h"
 #include "volumes/VolumeReference.h"
@@ -192,6 +194,53 @@ std::string neverText(const Forecast::Never& never, const ZAN_Value& record,
   return "a date of its schedule is on no day";
 }
 
+struct Kept {
+  bool none = false;
+  std::int64_t days = 0;
+  std::int64_t bytes = 0;
+};
+
+/// "all", "none", or an age, a size, or both with a comma between.
+std::optional<Kept> keptOf(const std::string& words) {
+  if (words == "all") return Kept();
+  if (words == "none") return Kept{.none = true};
+  Kept kept;
+  std::istringstream stream(words);
+  for (std::string word; std::getline(stream, word, ',');) {
+    std::int64_t number = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+    constexpr std::int64_t kMost = 1'000'000;
+    if (error != std::errc() || number < 1 || number > kMost ||
+        end + 1 != word.data() + word.size())
+      return std::nullopt;
+    constexpr std::int64_t kMega = 1'000'000;
+    switch (*end) {
+      case 'd':
+        kept.days = number;
+        break;
+      case 'w':
+        kept.days = 7 * number;
+        break;
+      case 'y':
+        kept.days = 366 * number;
+        break;
+      case 'M':
+        kept.bytes = number * kMega;
+        break;
+      case 'G':
+        kept.bytes = number * 1000 * kMega;
+        break;
+      case 'T':
+        kept.bytes = number * 1000 * 1000 * kMega;
+        break;
+      default:
+        return std::nullopt;
+    }
+  }
+  if (kept.days == 0 && kept.bytes == 0) return std::nullopt;
+  return kept;
+}
+
 }  // namespace
 
 ActionWords::ActionWords(Arguments& arguments)
@@ -211,6 +260,7 @@ ActionWords::ActionWords(Arguments& arguments)
       mDeleteLimit(arguments.number("--delete-limit", 0, 100)),
       mGroup(arguments.number("--group", 0, INT64_MAX)),
       mAdopts(arguments.flag("--adopt")),
+      mKeep(arguments.option("--keep")),
       mExcluded(arguments.options("--exclude")),
       mTakenBack(arguments.options("--no-exclude")),
       mExcludesMissing(arguments.flag("--exclude-missing")),
@@ -219,13 +269,16 @@ ActionWords::ActionWords(Arguments& arguments)
       mBandwidth(bandwidth(arguments)),
       mForce(arguments.flag("--force")) {
   if (mTitle && mTitle->empty()) arguments.complain("--title wants a text");
+  if (mKeep && !keptOf(*mKeep))
+    arguments.complain("--keep wants all, none, or limits such as 90d, 2y, 50G or 1y,50G, not \"" +
+                       *mKeep + "\"");
 }
 
 bool ActionWords::isEmpty() const { return fitsGroup() && !mTitle && !mShortcut && !mGroup; }
 
 bool ActionWords::fitsGroup() const {
   return !mSchedule.isGiven() && mSources.empty() && !mDestination && !mMode && !mContext &&
-         !mMakeUp && !mAgeAlarm && !mDeleteLimit && !mAdopts && mExcluded.empty() &&
+         !mMakeUp && !mAgeAlarm && !mDeleteLimit && !mAdopts && !mKeep && mExcluded.empty() &&
          mTakenBack.empty() && !mExcludesMissing && !mExcludesProposed && mRotation.empty() &&
          !mBandwidth;
 }
@@ -308,6 +361,11 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
     record.setValue(CopyKey::exclusions, std::move(list));
   }
   if (mAdopts) record.setValue(CopyKey::takesOver, 1);
+  if (const auto kept = mKeep ? keptOf(*mKeep) : std::nullopt) {
+    record.setValue(VersionKey::none, kept->none ? 1 : 0);
+    record.setValue(VersionKey::days, kept->days);
+    record.setValue(VersionKey::bytes, kept->bytes);
+  }
   if (mContext) record.setValue("TriggerContextPopup", *mContext);
   if (mMakeUp) record.setValue("TriggerMakeUpMissed", *mMakeUp);
   if (mAgeAlarm) record.setValue("TriggerAgeAlarm", *mAgeAlarm);

@@ -58,6 +58,7 @@ class ActionWords {
   std::optional<std::int64_t> mDeleteLimit;
   std::optional<std::int64_t> mGroup;
   bool mAdopts = false;
+  std::optional<std::string> mKeep;
   std::vector<std::string> mExcluded;
   std::vector<std::string> mTakenBack;
   bool mExcludesMissing = false;

@@ -40,6 +40,9 @@ constexpr std::string_view kActionHelp =
     "  --adopt                    its next run takes the folders that it finds in the places of "
     "its\n"
     "                             copies for them, whoever has filled them\n"
+    "  --keep LIMITS              older versions: none, all, or limits of age and size such as\n"
+    "                             90d, 2y, 50G or 1y,50G; thinned in any case: all of two days,\n"
+    "                             one a day for a month, one a week for a year, one a month\n"
     "  --delete-limit PERCENT     how much of a copy it may delete without asking; a third "
     "without\n"
     "                             it, and 50 files in any case; 100 never asks\n"
@@ -110,6 +113,13 @@ constexpr std::array kCommands{
         "  --from FOLDER   of copies whose action is gone, or that another machine made: the\n"
         "                  folder that they lie in; REF is left out then\n",
         restoreCommand},
+    Command{"verify", "REF [--sample PERCENT] [--from FOLDER] [--json]",
+            "read copies and compare them with what was copied",
+            "With the sources where they have not changed since, else with the checksums of an\n"
+            "earlier verification. The agent does so by itself once a week, with a tenth of the\n"
+            "copies.\n"
+            "  --sample PERCENT   only so much of them, each week another part\n",
+            verifyCommand},
     Command{"diff", "REF [PATH…] [--at DATE] [--json]",
             "show what differs between the sources of an action and a version",
             "By names, kinds, sizes and dates; contents are not read. What the action leaves out\n"

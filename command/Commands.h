@@ -79,6 +79,7 @@ Answer groupCommand(Arguments& arguments, const Console& console);
 Answer confirmCommand(Arguments& arguments, const Console& console);
 Answer versionsCommand(Arguments& arguments, const Console& console);
 Answer restoreCommand(Arguments& arguments, const Console& console);
+Answer verifyCommand(Arguments& arguments, const Console& console);
 Answer diffCommand(Arguments& arguments, const Console& console);
 Answer planCommand(Arguments& arguments, const Console& console);
 Answer nextCommand(Arguments& arguments, const Console& console);

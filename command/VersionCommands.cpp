@@ -301,6 +301,28 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
   return answerFrom(found, std::move(text));
 }
 
+Answer verifyCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
+  CommandHome home(console);
+  const auto sample = arguments.number("--sample", 1, 100);
+  auto wish = wishFrom("verify", arguments, home, 0);
+  if (!wish) return wrongWords(wish.error());
+  if (sample) wish->request.setValue("sample", *sample);
+  const auto found = Request(home, console, wish->reference, wish->request).perform(false);
+  std::string text;
+  if (found && (*found)["mismatches"].isNumber()) {
+    for (const ZAN_Value& failure : (*found)["failed"].elements())
+      text += printable(failure.stringView()) + '\n';
+    text += counted(found->integer("files"), "file was", "files were") + " read and compared (" +
+            sizeOf(*found, "bytes") + ")";
+    if (const auto unknown = found->integer("unknown"); unknown > 0)
+      text += "; " + counted(unknown, "file has", "files have") +
+              " changed since, and no checksum is known yet";
+    text += found->integer("mismatches") == 0 ? "; all as it was copied\n" : "\n";
+  }
+  return answerFrom(found, std::move(text));
+}
+
 Answer diffCommand(Arguments& arguments, const Console& console) {
   arguments.json();
   CommandHome home(console);

@@ -231,6 +231,7 @@ ExecuteEnd CopyRun::perform() {
   }
   if (mHasWritten && mEnd.isExecuted()) isOnDisk();
   if (mVersions && mEnd.isExecuted()) finishVersion();
+  mVersions.reset();
   finish();
   return mEnd;
 }
@@ -529,7 +530,7 @@ void CopyRun::tellWhatIsLeftOut(Copy& copy, const SourceSurvey& survey,
 }
 
 void CopyRun::tellPlan(Copy& copy) {
-  Deletion deletion(copy.source.held, copy.folder, copy.folder);
+  Deletion deletion(copy.source.held, copy.folder, nullptr);
   CaseTwins twins(copy.source.held);
   copy.deletions.forEach([&](const std::string& name) {
     if (!isToGo(copy, name, deletion, twins)) return true;
@@ -602,6 +603,12 @@ bool CopyRun::beginVersion(bool hasWork) {
   auto versions = Versions::open(*mDestination, version(mOwner.lastRun));
   if (!versions) return failWith(versions.error());
   mVersions = *std::move(versions);
+  if (mKept.none) {
+    // They would lead back to what was not: from now on nobody tells what changes.
+    if (mVersions->forget()) return true;
+    return fail(ExecuteCode::unexpectedError,
+                mPlan.destination() + ": its older versions cannot be removed");
+  }
   if (!hasWork && !mVersions->wasCut()) return true;
   const Outcome begun = mVersions->begin(mBegun, std::ranges::all_of(mCopies, &Copy::isEmpty));
   if (!begun) return failWith(begun.error());
@@ -724,7 +731,7 @@ std::uint64_t CopyRun::sizeIn(const HeldFolder& folder, const std::string& name)
 bool CopyRun::deleteFrom(Copy& copy) {
   if (copy.deletions.count() == 0) return true;
   mHasWritten = true;
-  Deletion deletion(copy.source.held, copy.folder, *copy.aside);
+  Deletion deletion(copy.source.held, copy.folder, copy.aside ? &*copy.aside : nullptr);
   CaseTwins twins(copy.source.held);
   bool goesOn = true;
   const bool isWhole = copy.deletions.forEach([&](const std::string& name) {

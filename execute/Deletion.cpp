@@ -62,6 +62,11 @@ Outcome Deletion::moveAside(const std::string& name) {
     if (errno == ENOTEMPTY || errno == EEXIST || errno == ENOENT || errno == ENOTDIR) return {};
     return failed();
   }
+  if (!mKeeps) {
+    if (::unlinkat(from, entry.c_str(), 0) != 0) return errno == ENOENT ? Outcome() : failed();
+    ++mFiles;
+    return {};
+  }
   const int to = mAsideFolders.make(above);
   if (to < 0) return failed();
   if (renameBeside(from, to, entry)) {

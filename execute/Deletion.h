@@ -12,16 +12,18 @@ namespace corvana {
 /// looked up again in the held source: only what is certainly not there is moved.
 class Deletion {
  public:
-  /// All three on their volumes; `aside` on that of the copy.
-  Deletion(const HeldFolder& source, const HeldFolder& copy, const HeldFolder& aside)
+  /// All on their volumes; `aside` on that of the copy, and null when nothing is kept.
+  Deletion(const HeldFolder& source, const HeldFolder& copy, const HeldFolder* aside)
       : mCopy(copy),
         mSourceFolders(source.descriptor()),
         mCopyFolders(copy.descriptor()),
-        mAsideFolders(aside.descriptor()) {}
+        mKeeps(aside != nullptr),
+        mAsideFolders(aside ? aside->descriptor() : -1) {}
 
   /// Whether the source certainly has nothing of that name, and could have told.
   bool isGone(const std::string& name);
-  /// Moves it aside; of a folder only what is empty by now. What is not there is done.
+  /// Moves it aside, or removes it; of a folder only what is empty by now. What is not there is
+  /// done.
   Outcome moveAside(const std::string& name);
   std::uint64_t filesMoved() const { return mFiles; }
 
@@ -29,6 +31,7 @@ class Deletion {
   const HeldFolder& mCopy;
   ParentFolders mSourceFolders;
   ParentFolders mCopyFolders;
+  bool mKeeps;
   ParentFolders mAsideFolders;
   std::uint64_t mFiles = 0;
 };

@@ -12,6 +12,7 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
+#include "actions/VersionKey.h"
 #include "execute/CopyRun.h"
 #include "execute/VersionRequest.h"
 #include "platform/Clock.h"
@@ -71,6 +72,16 @@ DeletionLimit limitOf(const ZAN_Value& settings) {
   limit.confirmed = static_cast<std::uint64_t>(
       std::max<std::int64_t>(settings.integer(DeletionKey::confirmed), 0));
   return limit;
+}
+
+VersionsKept keptOf(const ZAN_Value& settings) {
+  VersionsKept kept;
+  kept.none = settings.integer(VersionKey::none) != 0;
+  kept.seconds =
+      86400.0 * static_cast<double>(std::max<std::int64_t>(settings.integer(VersionKey::days), 0));
+  kept.bytes =
+      static_cast<std::uint64_t>(std::max<std::int64_t>(settings.integer(VersionKey::bytes), 0));
+  return kept;
 }
 
 std::string remedyFor(std::uint64_t deletions, std::int64_t reference) {
@@ -282,24 +293,28 @@ void ExecuteRun::execute(const CopyPlan& plan, const ZAN_Value& settings, Execut
   const Clock& clock = mSurroundings.files.store.clock();
   double next = 0;
   std::string lastPath;
-  CopyRun run(plan, ownerOf(settings), limitOf(settings),
+  const CopyOwner owner = ownerOf(settings);
+  CopyRun run(plan, owner, limitOf(settings),
               {.control = mSurroundings.control,
                .clock = mSurroundings.files.store.clock(),
                .rsync = mSurroundings.rsync,
-               .tell = [&](const ExecuteMessages::Progress& progress) {
-                 if (progress.currentPath != lastPath) {
-                   lastPath = progress.currentPath;
-                   if (messages.mode() == ExecuteMessages::veryDetailed)
-                     std::cout << lastPath << std::endl;
-                 }
-                 // A tree of small files brings news thousands of times a second.
-                 const double now = clock.monotonic();
-                 if (now < next) return;
-                 next = now + kNewsInterval;
-                 messages.postProgress(progress, false);
-                 if (!lastPath.empty()) records.workingOn(lastPath);
-               }});
+               .tell =
+                   [&](const ExecuteMessages::Progress& progress) {
+                     if (progress.currentPath != lastPath) {
+                       lastPath = progress.currentPath;
+                       if (messages.mode() == ExecuteMessages::veryDetailed)
+                         std::cout << lastPath << std::endl;
+                     }
+                     // A tree of small files brings news thousands of times a second.
+                     const double now = clock.monotonic();
+                     if (now < next) return;
+                     next = now + kNewsInterval;
+                     messages.postProgress(progress, false);
+                     if (!lastPath.empty()) records.workingOn(lastPath);
+                   }},
+              keptOf(settings));
   ExecuteEnd end = run.perform();
+  VersionRequest(mSurroundings).verifyAfterRun(settings, !owner.hasRun, end);
   if (end.toConfirm > 0) end.reason += ". " + remedyFor(end.toConfirm, settings.integer("Ref"));
   messages.postProgress(end.progress, true);
   for (const auto& text : end.errorTexts) std::cerr << text << '\n';

@@ -20,6 +20,7 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
+#include "actions/VersionKey.h"
 #include "execute/plain/RequestFile.h"
 #include "execute/plain/Restoration.h"
 #include "platform/Clock.h"
@@ -69,6 +70,7 @@ std::string VersionRequest::wantedBy(const ExecuteArguments& arguments,
 }
 
 void VersionRequest::answer(bool isDone) {
+  if (!mAnswers) return;
   mAnswer.setValue("done", isDone ? 1 : 0);
   mAnswer.setValue("files", mFiles);
   mAnswer.setValue("bytes", mBytes);
@@ -369,6 +371,112 @@ Outcome VersionRequest::restore() {
   return {};
 }
 
+Outcome VersionRequest::verify(const Verification::Share& share) {
+  auto place = findPlace();
+  if (!place) return place.error();
+  auto versions = Versions::open(place->destination, *place->chain.back().header);
+  if (!versions) return versions.error();
+  const std::size_t newest = place->chain.size() - 1;
+  const auto view =
+      VersionView::open(place->destination, *versions->folder(), place->chain, newest);
+  if (!view) return view.error();
+  mWatched.push_back(&place->destination);
+  // A source that is not there leaves the checksums.
+  std::vector<Target> held;
+  std::vector<Verification::Source> sources;
+  if (mRequest.string("from").empty()) {
+    for (const auto& copy : view->header().copies) {
+      if (auto target = targetFor(view->header(), copy.name)) held.push_back(*std::move(target));
+    }
+  }
+  for (const Target& target : held) {
+    sources.push_back({target.name, &target.folder, target.target == "." ? "" : target.target});
+    mWatched.push_back(&target.folder);
+  }
+  mFilesInAll = view->header().files / share.parts;
+  mBytesInAll = view->header().bytes / share.parts;
+  Verification verification(
+      *view, *versions->folder(), ".corvana9-sums-" + std::to_string(view->header().reference),
+      std::move(sources),
+      {.goesOn =
+           [&](const std::string& name, const Verification::Counts& counts) {
+             return goesOn(ZAN_FilesUtils::joinedPath(place->destination.path(), name),
+                           counts.files, counts.bytes);
+           },
+       .failed =
+           [&](std::string text) {
+             ++mErrors;
+             if (mErrorTexts.size() < kMostTold) mErrorTexts.push_back(std::move(text));
+           }});
+  const Outcome done = verification.perform(share);
+  mFiles = verification.counts().files;
+  mBytes = verification.counts().bytes;
+  mUnknown = verification.counts().unknown;
+  mMismatches = verification.counts().mismatches;
+  mAnswer.setValue("unknown", mUnknown);
+  mAnswer.setValue("mismatches", mMismatches);
+  mWatched.clear();
+  if (!done) return done;
+  if (mMismatches > 0) {
+    return Error{ErrorKind::damaged, "THE COPY IS DAMAGED: " + std::to_string(mMismatches) +
+                                         (mMismatches == 1 ? " file is" : " files are") +
+                                         " not what was copied (" + mErrorTexts.front() +
+                                         "). Check the disk, and restore nothing over good files"};
+  }
+  return {};
+}
+
+namespace {
+
+constexpr double kWeek = 7 * 86400.0;
+constexpr std::uint32_t kPartsAWeek = 10;
+constexpr std::uint64_t kFilesReadBack = 20;
+constexpr std::uint64_t kBytesReadBack = 50 << 20;
+
+/// Another part each week.
+Verification::Share shareOf(ReferenceTime now, double percent) {
+  const auto parts =
+      static_cast<std::uint32_t>(std::clamp(100 / std::max(percent, 0.1), 1.0, 1000.0));
+  return {.parts = parts,
+          .part = static_cast<std::uint32_t>(static_cast<std::uint64_t>(now / kWeek) % parts)};
+}
+
+}  // namespace
+
+/// In the action's record.
+void VersionRequest::noteVerification() {
+  auto* action = m.files.tree.rootItem().actionForReference(mSettings.integer("Ref"));
+  if (!action || m.control.stopReason() != StopReason::none) return;
+  action->addInChangesList(ZAN_Value::date(m.files.store.clock().now()), VersionKey::verified);
+  action->addInChangesList(mMismatches, VersionKey::mismatches);
+}
+
+void VersionRequest::verifyAfterRun(const ZAN_Value& settings, bool isFirst, ExecuteEnd& end) {
+  const ReferenceTime now = m.files.store.clock().now();
+  const auto last = settings[VersionKey::verified].asDate();
+  if (!end.isExecuted() || settings.integer(VersionKey::none) != 0 ||
+      (!isFirst && last && now - *last < kWeek && now >= *last))
+    return;
+  mAnswers = false;
+  mSettings = settings;
+  mRequest = ZAN_Value::dictionary();
+  const Outcome verified =
+      verify(isFirst ? Verification::Share{.files = kFilesReadBack, .bytes = kBytesReadBack}
+                     : shareOf(now, 100.0 / kPartsAWeek));
+  if (m.control.stopReason() != StopReason::none) return;
+  if (mMismatches > 0) {
+    end.code = ExecuteCode::completedWithErrors;
+    end.reason = verified.error().text;
+    end.errors += mErrors;
+    end.errorTexts.insert(end.errorTexts.end(), mErrorTexts.begin(), mErrorTexts.end());
+  } else if (!verified) {
+    return;
+  } else if (isFirst && mFiles > 0) {
+    std::cout << "The first backup is there and was read back" << std::endl;
+  }
+  noteVerification();
+}
+
 Outcome VersionRequest::diff() {
   auto place = findPlace();
   if (!place) return place.error();
@@ -506,6 +614,11 @@ void VersionRequest::perform(const ExecuteArguments& arguments, const std::strin
     outcome = versions();
   } else if (kind == "restore") {
     outcome = restore();
+  } else if (kind == "verify") {
+    const ZAN_Value& sample = mRequest["sample"];
+    outcome = verify(
+        shareOf(m.files.store.clock().now(), sample.isNumber() ? sample.doubleValue() : 100));
+    if (outcome || mMismatches > 0) noteVerification();
   } else if (kind == "diff") {
     outcome = diff();
   } else {
@@ -518,7 +631,8 @@ void VersionRequest::perform(const ExecuteArguments& arguments, const std::strin
   for (const auto& error : mErrorTexts) failed.append(error);
   mAnswer.setValue("failed", failed);
   const bool hasBegun = mFilesInAll > 0 || mErrors > 0;
-  if (action && kind == "restore" && hasBegun && !mRequest["dryRun"].boolValue()) {
+  const bool isTask = kind == "verify" || (kind == "restore" && !mRequest["dryRun"].boolValue());
+  if (action && isTask && hasBegun) {
     ExecuteRecords(m.files, m.messages, m.agentRuns, arguments.reference, title)
         .taskEnded(kind, end);
   }

@@ -7,6 +7,7 @@
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/ExecuteRun.h"
+#include "execute/plain/Verification.h"
 #include "execute/plain/VersionView.h"
 
 namespace corvana {
@@ -15,11 +16,12 @@ namespace corvana {
 /// writes. It is taken away when it is taken up; what has come of it is written beside it, under
 /// its name with ".answer", over and over while it goes on.
 ///
-/// "kind" is "versions", "restore" or "diff". "names": paths as the user gave them, "folder" is
-/// where he was; "at": the newest version not later than that, in seconds of the reference date;
-/// "from": a folder with copies instead of the destination of the action; for "restore" also "to"
-/// (a folder), "overwrite" and "dryRun". The answer has "done" (0 or 1) and then "code" (0, or 1
-/// with "reason"), and what the kind asks for.
+/// "kind" is "versions", "restore", "verify" or "diff". "names": paths as the user gave them,
+/// "folder" is where he was; "at": the newest version not later than that, in seconds of the
+/// reference date; "from": a folder with copies instead of the destination of the action; for
+/// "restore" also "to" (a folder), "overwrite" and "dryRun", for "verify" "sample" (per cent; 100
+/// without it). The answer has "done" (0 or 1) and then "code" (0, or 1 with "reason"), and what
+/// the kind asks for.
 class VersionRequest {
  public:
   /// The file of a request that these arguments mean; empty: none. An estimate that was asked for
@@ -29,6 +31,9 @@ class VersionRequest {
 
   explicit VersionRequest(const ExecuteRun::Surroundings& surroundings) : m(surroundings) {}
   void perform(const ExecuteArguments& arguments, const std::string& file);
+  /// After a good run of the action with these settings: reads a few files back after the first
+  /// one, and a part of the copies every week. What differs makes the end a bad one.
+  void verifyAfterRun(const ZAN_Value& settings, bool isFirst, ExecuteEnd& end);
 
  private:
   /// Where the versions are, and which one is meant.
@@ -48,10 +53,12 @@ class VersionRequest {
   Result<Target> targetFor(const VersionHeader& header, const std::string& name) const;
   Outcome versions();
   Outcome restore();
+  Outcome verify(const Verification::Share& share);
   Outcome diff();
   bool goesOn(const std::string& path, std::uint64_t files, std::uint64_t bytes);
   void answer(bool isDone);
   ExecuteEnd end(const Outcome& outcome) const;
+  void noteVerification();
 
   const ExecuteRun::Surroundings& m;
   ZAN_Value mRequest;
@@ -68,6 +75,9 @@ class VersionRequest {
   std::uint64_t mErrors = 0;
   std::vector<std::string> mErrorTexts;
   double mNextAnswer = 0;
+  bool mAnswers = true;
+  std::uint64_t mMismatches = 0;
+  std::uint64_t mUnknown = 0;
 };
 
 }  // namespace corvana

@@ -12,6 +12,7 @@
 #include <optional>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "execute/plain/Verification.h"
 
 namespace corvana {
 
@@ -63,6 +64,11 @@ bool copyContents(int from, int to, off_t size) {
   return true;
 }
 
+bool hasSameContents(int one, int two) {
+  const auto found = Verification::read(one, two);
+  return found && found->first;
+}
+
 bool hasSameAttributes(const VersionItem& one, const VersionItem& two) {
   return one.kind == two.kind && one.mode == two.mode && one.user == two.user &&
          one.group == two.group && one.seconds == two.seconds &&
@@ -71,31 +77,6 @@ bool hasSameAttributes(const VersionItem& one, const VersionItem& two) {
 }
 
 }  // namespace
-
-std::optional<bool> Restoration::haveSameContents(int one, int two) {
-  std::string first(kPiece, '\0');
-  std::string second(kPiece, '\0');
-  const auto fill = [](int file, std::string& piece, off_t at) {
-    std::size_t done = 0;
-    while (done < piece.size()) {
-      const auto count =
-          ::pread(file, piece.data() + done, piece.size() - done, at + static_cast<off_t>(done));
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) return ssize_t{-1};
-      if (count == 0) break;
-      done += static_cast<std::size_t>(count);
-    }
-    return static_cast<ssize_t>(done);
-  };
-  for (off_t at = 0;; at += static_cast<off_t>(kPiece)) {
-    const auto count = fill(one, first, at);
-    const auto other = fill(two, second, at);
-    if (count < 0 || other < 0) return std::nullopt;
-    if (count != other || !std::equal(first.begin(), first.begin() + count, second.begin()))
-      return false;
-    if (count < static_cast<ssize_t>(kPiece)) return true;
-  }
-}
 
 void Restoration::fail(const std::string& target, const std::string& why) {
   ++mCounts.failures;
@@ -256,7 +237,7 @@ void Restoration::restoreFile(const VersionView::Entry& entry, int parent, const
                                    ? openPathBelow(parent, name, O_RDONLY | O_NONBLOCK)
                                    : ZAN_Descriptor();
     if (item.kind == Kind::link || item.kind == Kind::other ||
-        (now && haveSameContents(source.get(), now.get()) == true)) {
+        (now && hasSameContents(source.get(), now.get()))) {
       ++mCounts.same;
       return;
     }

@@ -52,8 +52,6 @@ class Restoration {
   /// An error when the version cannot be read; what of it could not be restored is told.
   Outcome perform(const Wish& wish);
   const Counts& counts() const { return mCounts; }
-  /// Whether two open files have the same contents; nothing when they cannot be read.
-  static std::optional<bool> haveSameContents(int one, int two);
 
  private:
   struct OpenFolder {

@@ -19,6 +19,7 @@
 
 #include "execute/CopyRun.h"
 #include "execute/plain/Restoration.h"
+#include "execute/plain/Verification.h"
 #include "platform/Clock.h"
 #include "platform/linux/LinuxVolumes.h"
 #include "tests/execute/ScratchFolder.h"
@@ -288,6 +289,145 @@ TEST_F(VersionsTest, EachIsWhatTheSourceWas) {
     }
     EXPECT_GT(checked, 8u) << "there is something to be checked";
   }
+}
+
+TEST_F(VersionsTest, AreThinnedByAge) {
+  const auto disk = HeldFolder::open(scratch / "disk");
+  const auto begun = clock.time;
+  std::size_t most = 0;
+  for (int round = 0; round < 404; ++round) {
+    // Once a day, and of late twice.
+    clock.time += round < 400 ? kDay : kDay / 2;
+    auto versions = Versions::open(*disk, own());
+    ASSERT_TRUE(versions);
+    ASSERT_TRUE(versions->begin(clock.time, round == 0));
+    ASSERT_TRUE(versions->willChangeNoMore());
+    VersionHeader header = own();
+    header.date = clock.time;
+    ASSERT_TRUE(versions->finish(header));
+    ASSERT_TRUE(versions->thin(clock.time, {}));
+    most = std::max(most, versions->chain().size());
+  }
+  auto versions = Versions::open(*disk, own());
+  std::map<std::string, int> count;
+  for (const auto& version : versions->chain()) {
+    const double age = clock.time - version.date;
+    ++count[age < 2 * kDay     ? "new"
+            : age < 31 * kDay  ? "days"
+            : age < 366 * kDay ? "weeks"
+                               : "months"];
+  }
+  EXPECT_EQ(count["new"], 4);
+  EXPECT_NEAR(count["days"], 29, 1);
+  EXPECT_NEAR(count["weeks"], 48, 2);
+  EXPECT_NEAR(count["months"], 2, 1);
+  EXPECT_LT(most, 90u) << "never many more on the way";
+  EXPECT_LT(versions->chain().front().date - begun, 32 * kDay) << "the first month is still there";
+  ASSERT_TRUE(versions->thin(clock.time, {.seconds = 10 * kDay}));
+  EXPECT_GE(versions->chain().front().date, clock.time - 10 * kDay);
+  EXPECT_TRUE(versions->removeOldest());
+  ASSERT_TRUE(versions->thin(clock.time, {.bytes = 1}));
+  EXPECT_EQ(versions->chain().size(), 1u) << "the newest are the copies, which stay";
+  EXPECT_FALSE(versions->removeOldest());
+}
+
+TEST_F(VersionsTest, KeepTheirOrderWhenTheClockIsSetBack) {
+  scratch.write("source/a", "one");
+  ASSERT_EQ(run().code, ExecuteCode::completed);
+  scratch.write("source/a", "two!");
+  clock.time -= 10 * kDay;
+  ASSERT_EQ(run().code, ExecuteCode::completed);
+  scratch.write("source/a", "three");
+  ASSERT_EQ(run().code, ExecuteCode::completed);
+  const auto disk = HeldFolder::open(scratch / "disk");
+  auto versions = Versions::open(*disk, own());
+  const auto states =
+      VersionView::statesOf(*disk, *versions->folder(), versions->chain(), "source/a");
+  ASSERT_TRUE(states);
+  std::vector<std::uint64_t> sizes;
+  for (const auto& state : *states) sizes.push_back(state.size);
+  EXPECT_THAT(sizes, testing::ElementsAre(3u, 4u, 5u));
+  const auto second = Versions::open(*disk, own());
+  ASSERT_FALSE(second) << "one works there at a time";
+  EXPECT_EQ(second.error().kind, ErrorKind::unavailable);
+}
+
+TEST_F(VersionsTest, AreRestoredWithoutALoss) {
+  scratch.write("source/d/a", "old a");
+  scratch.write("source/b", "same");
+  ASSERT_EQ(run().code, ExecuteCode::completed);
+  const auto restore = [&](bool overwrites) {
+    const auto disk = HeldFolder::open(scratch / "disk");
+    auto versions = Versions::open(*disk, own());
+    const auto view = VersionView::open(*disk, *versions->folder(), versions->chain(), 0);
+    const auto source = HeldFolder::open(scratch / "source");
+    Restoration restoration(*view, *source, {.overwrites = overwrites, .suffix = ".before"},
+                            {.goesOn = {},
+                             .failed = [](const std::string& text) { ADD_FAILURE() << text; },
+                             .done = {}});
+    EXPECT_TRUE(restoration.perform({"source", "."}));
+    return restoration.counts();
+  };
+  EXPECT_EQ(restore(false).files, 0u) << "nothing to do";
+  // Newer work, something else in the place of a folder, and what the version did not have.
+  fs::remove_all(scratch / "source/d");
+  scratch.write("source/d", "a file now");
+  scratch.write("source/b", "newer");
+  scratch.write("source/new", "stays");
+  const auto counts = restore(false);
+  EXPECT_EQ(counts.files, 2u);
+  EXPECT_EQ(counts.kept, 2u);
+  EXPECT_EQ(scratch.read("source/d/a"), "old a");
+  EXPECT_EQ(scratch.read("source/d.before"), "a file now");
+  EXPECT_EQ(scratch.read("source/b"), "same");
+  EXPECT_EQ(scratch.read("source/b.before"), "newer");
+  EXPECT_EQ(scratch.read("source/new"), "stays");
+  scratch.write("source/b", "again");
+  EXPECT_EQ(restore(true).kept, 0u);
+  EXPECT_EQ(scratch.read("source/b"), "same");
+  EXPECT_EQ(scratch.read("source/b.before"), "newer");
+  // A folder may hold anything and is never overwritten.
+  fs::remove(scratch / "source/b");
+  scratch.write("source/b/deep", "precious");
+  restore(true);
+  EXPECT_EQ(scratch.read("source/b"), "same");
+  EXPECT_EQ(scratch.read("source/b.before-2/deep"), "precious");
+}
+
+TEST_F(VersionsTest, AreVerified) {
+  const std::string contents(300'000, 'x');
+  for (const char* name : {"a", "b", "c"}) scratch.write(std::string("source/") + name, contents);
+  ASSERT_EQ(run().code, ExecuteCode::completed);
+  std::vector<std::string> told;
+  const auto verify = [&] {
+    const auto disk = HeldFolder::open(scratch / "disk");
+    auto versions = Versions::open(*disk, own());
+    const auto view = VersionView::open(*disk, *versions->folder(), versions->chain(), 0);
+    const auto source = HeldFolder::open(scratch / "source");
+    told.clear();
+    Verification verification(*view, *versions->folder(), "sums", {{"source", &*source}},
+                              {.goesOn = {}, .failed = [&](auto text) { told.push_back(text); }});
+    EXPECT_TRUE(verification.perform({}));
+    return verification.counts();
+  };
+  const auto flip = [&](const std::string& name) {
+    const std::string path = scratch / ("disk/source/" + name);
+    const auto time = fs::last_write_time(path);
+    std::fstream(path, std::ios::in | std::ios::out | std::ios::binary).seekp(270'000).put('y');
+    fs::last_write_time(path, time);
+  };
+  auto counts = verify();
+  EXPECT_EQ(counts.files, 3u);
+  EXPECT_EQ(counts.mismatches, 0u);
+  // Rot beside a source that has not changed, and beside one that has.
+  flip("a");
+  flip("b");
+  scratch.write("source/b", "changed since");
+  scratch.write("source/c", "changed since");
+  counts = verify();
+  EXPECT_EQ(counts.mismatches, 2u);
+  EXPECT_THAT(told, testing::ElementsAre(HasSubstr("disk/source/a"), HasSubstr("disk/source/b")));
+  EXPECT_EQ(counts.files, 3u) << "the one without a fault is known by its checksum";
 }
 
 }  // namespace
