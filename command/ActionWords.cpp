@@ -11,6 +11,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/VersionKey.h"
+#include "platform/linux/ExpendableChild.h"
 #include "platform/linux/HeldFolder.h"
 #include "volumes/VolumeIdentity.h"
 #include "volumes/VolumeReference.h"
@@ -115,11 +116,25 @@ Result<FolderDescription> describe(const std::string& path, Role role, bool forc
   if (path.empty() || absolute == "/") {
     return Error{ErrorKind::refused, "\"" + path + "\": neither a source nor a destination"};
   }
-  const bool exists = ZAN_FilesUtils::exists(absolute);
-  const bool isUsable =
-      role == Role::source ? exists
-      : exists             ? ZAN_FilesUtils::isFolder(absolute)
-               : ZAN_FilesUtils::isFolder(std::string(ZAN_FilesUtils::parentPath(absolute)));
+  struct Look {
+    bool exists;
+    bool isUsable;
+  };
+  const auto look = ExpendableChild::valueOf(
+      [&] {
+        const bool exists = ZAN_FilesUtils::exists(absolute);
+        const bool isUsable =
+            role == Role::source ? exists
+            : exists             ? ZAN_FilesUtils::isFolder(absolute)
+                     : ZAN_FilesUtils::isFolder(std::string(ZAN_FilesUtils::parentPath(absolute)));
+        return Look{exists, isUsable};
+      },
+      kSecondsForADisk);
+  if (!look && !force) {
+    return Error{ErrorKind::unavailable,
+                 absolute + ": its volume does not answer (--force takes it anyway)"};
+  }
+  const auto [exists, isUsable] = look.value_or(Look{false, false});
   if (!isUsable && !force) {
     return Error{ErrorKind::absent,
                  absolute + (exists                 ? ": not a folder"

@@ -6,6 +6,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,11 +14,17 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <new>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "platform/linux/MountTable.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/TerminationSignals.h"
@@ -38,6 +45,39 @@ std::vector<pid_t> descendantsOf(const ProcessTable& table, pid_t process) {
     for (const pid_t child : table.childrenOf(all[i])) all.push_back(child);
   }
   return all;
+}
+
+std::string contents(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+/// What the disks with the volumes that a process has opened have read and written so far. It may
+/// wait for a slow one for long after its last write.
+std::string countsOfDisks(pid_t process) {
+  std::set<std::uint64_t> opened;
+  std::error_code gone;
+  const std::string place = "/proc/" + std::to_string(process) + "/fdinfo";
+  for (const auto& descriptor : std::filesystem::directory_iterator(place, gone)) {
+    std::istringstream lines(contents(descriptor.path()));
+    for (std::string word; lines >> word;) {
+      std::uint64_t id = 0;
+      if (word == "mnt_id:" && lines >> id) opened.insert(id);
+    }
+  }
+  const char* const home = std::getenv("HOME");
+  std::string counts;
+  for (const Mount& mount : MountTable::read({.volumesFolder = {}, .home = home ? home : ""})) {
+    // Those of the system and of the home are never at rest.
+    if (!mount.isForeign || !opened.contains(mount.id)) continue;
+    std::istringstream facts(contents("/sys/dev/block/" + std::to_string(major(mount.device)) +
+                                      ':' + std::to_string(minor(mount.device)) + "/stat"));
+    // Requests and sectors, read and written; the times in between grow while a disk hangs, too.
+    std::string fact;
+    for (int number = 1; number <= 7 && facts >> fact; ++number)
+      if (number % 2 == 1) counts += fact + ' ';
+  }
+  return counts;
 }
 
 }  // namespace
@@ -112,11 +152,13 @@ bool RunKeeper::hasSigns() {
   for (const pid_t process : descendantsOf(table, mChild)) note(std::to_string(process), process);
   const auto isSame = [](const auto& one, const auto& other) { return one.first == other.first; };
   long work = 0;
-  const bool areTheSame = std::ranges::equal(used, mUsed, isSame);
+  std::string counts = countsOfDisks(mChild);
+  const bool areTheSame = std::ranges::equal(used, mUsed, isSame) && counts == mCounts;
   for (const auto& [id, ticks] : used) work += ticks;
   for (const auto& [id, ticks] : mUsed) work -= ticks;
   if (areTheSame && work < kSignOfLife) return false;
   mUsed = std::move(used);
+  mCounts = std::move(counts);
   return true;
 }
 

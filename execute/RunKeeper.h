@@ -5,6 +5,7 @@
 #include <atomic>
 #include <map>
 #include <optional>
+#include <string>
 
 namespace corvana {
 
@@ -25,8 +26,9 @@ struct RunSigns {
 /// end and ends in the same way. When the first one and what it has started do nothing at all for
 /// too long, they are killed and given up, and the second one is left to record that.
 ///
-/// To do nothing is to use no processor: reading, copying and looking all do. Time in which the
-/// execution is paused or the machine sleeps does not count. Thread: the only one.
+/// To do nothing is to use no processor, which reading, copying and looking all do, while the disks
+/// rest, too. Time in which the execution is paused or the machine sleeps does not count. Thread:
+/// the only one.
 class RunKeeper {
  public:
   struct Patience {
@@ -62,8 +64,9 @@ class RunKeeper {
   Patience mPatience;
   RunSigns* mSigns;
   pid_t mChild = 0;
-  double mLatestSign = 0;  ///< monotonic
-  std::map<pid_t, long> mUsed;
+  double mLatestSign = 0;       ///< monotonic
+  std::map<pid_t, long> mUsed;  ///< of the processor, then
+  std::string mCounts;          ///< of the disks, then
 };
 
 }  // namespace corvana

@@ -68,6 +68,13 @@ class Processes {
   virtual Result<std::string> runTool(const std::vector<std::string>& arguments,
                                       double seconds) = 0;
 
+  /// Does `work` in a child that can be lost: for what a file system may never answer. It uses
+  /// files and memory only, and nothing that another thread may have locked. Its answer;
+  /// `unavailable` when there is none within `seconds`, another error when there can be no child or
+  /// it ends without one. Blocks. Thread: any.
+  virtual Result<std::string> askExpendable(const std::function<std::string()>& work,
+                                            double seconds) = 0;
+
   /// Every process of this user with the same home, in no particular order; what was known before
   /// is taken from a cache by id and start time, so a call costs a listing. Thread: main.
   virtual std::vector<RunningProcess> running() = 0;

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -35,6 +37,13 @@ struct Mount {
     return source.substr(source.rfind('/') + 1);
   }
 };
+
+/// The mount that is seen at the path: the deepest that holds it, of several at one place the last.
+/// Text only. Null when none does.
+const Mount* mountAt(const std::vector<Mount>& mounts, std::string_view path);
+/// The path with its links followed as long as they lie on what is not foreign: no foreign mount is
+/// asked. Thread: any.
+std::string withLinksFollowed(const std::vector<Mount>& mounts, const std::string& path);
 
 /// What a mounted file system says of itself.
 struct VolumeInformation {

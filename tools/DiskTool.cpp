@@ -369,7 +369,7 @@ Outcome DiskTool::unmount(const std::string& target, bool force) const {
                                   [&](const Mount& mount) { return mount.target == target; });
   if (found == table.rend()) {
     // The desktop shows shares as folders of a mount of its own.
-    const Mount* around = MountTable::at(table, target);
+    const Mount* around = mountAt(table, target);
     if (around && around->fileSystem == "fuse.gvfsd-fuse" && around->target != target)
       return ran({"/usr/bin/gio", "mount", "--unmount", target});
     return Error{ErrorKind::refused, target + ": nothing is mounted there"};

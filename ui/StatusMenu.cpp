@@ -209,7 +209,8 @@ MenuItem StatusMenu::placeItem(const std::string& title, const std::string& path
   if (withContents) {
     item.kind = MenuItem::Kind::submenu;
     item.read = [this, path] {
-      return folderItems(path, [this](const std::string& chosen) { open(chosen); });
+      return folderItems(m.platform.processes, path,
+                         [this](const std::string& chosen) { open(chosen); });
     };
   }
   return item;
@@ -261,7 +262,7 @@ MenuItem::List StatusMenu::volumeItems() const {
         MenuItem::command(std::move(title), [this, row] { m.commands.mountVolume(row); }));
     if (!candidate.isAlias) {
       items.back().icon = MenuIcon::volume;
-    } else if (std::error_code none; std::filesystem::exists(candidate.volPath, none)) {
+    } else if (m.platform.volumes.exists(candidate.volPath)) {
       items.back().icon = MenuIcon::file;
     }
     ++row;

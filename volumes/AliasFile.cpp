@@ -66,6 +66,9 @@ std::optional<std::string> placeOf(const std::string& address) {
 
 constexpr int kCannotResolve = -1;
 constexpr double kMostSecondsToResolve = 60;
+/// What no alias leads to.
+constexpr const char* kMissing = "missing";
+constexpr const char* kThere = "there";
 constexpr const char* kShareTool = "/usr/bin/gio";
 
 }  // namespace
@@ -94,10 +97,18 @@ std::optional<std::string> AliasFile::target(const std::string& path) {
 }
 
 int AliasFile::mountFromAliasFile(Processes& processes, const std::string& path) {
-  if (!ZAN_FilesUtils::exists(path)) return kNoSuchFile;
-  const auto place = target(path);
-  if (!place) return kCannotResolve;
-  if (place->starts_with('/')) return ZAN_FilesUtils::exists(*place) ? 0 : kCannotResolve;
+  // Looking at a path there mounts it where an automounter does that.
+  const auto look = [&]() -> std::string {
+    if (!ZAN_FilesUtils::exists(path)) return kMissing;
+    const auto place = target(path);
+    if (!place) return {};
+    return place->starts_with('/') && ZAN_FilesUtils::exists(*place) ? std::string(kThere) : *place;
+  };
+  const auto place = processes.askExpendable(look, kMostSecondsToResolve);
+  if (!place || place->empty()) return kCannotResolve;
+  if (*place == kMissing) return kNoSuchFile;
+  if (*place == kThere) return 0;
+  if (place->starts_with('/')) return kCannotResolve;
   return processes.runTool({kShareTool, "mount", *place}, kMostSecondsToResolve) ? 0
                                                                                  : kCannotResolve;
 }

@@ -1,8 +1,6 @@
 #include "volumes/VolumeReference.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 
@@ -10,60 +8,13 @@ namespace corvana {
 
 namespace {
 
-constexpr int kMostLinks = 40;
 /// Where the desktop shows shares as folders: each of them is a volume, what holds them is none.
 constexpr std::string_view kHolderOfShares = "fuse.gvfsd-fuse";
-
-const Mount* deepestThatHolds(const std::vector<Mount>& mounts, std::string_view path) {
-  const Mount* found = nullptr;
-  for (const auto& mount : mounts) {
-    if (ZAN_FilesUtils::isAtOrBelow(path, mount.target) &&
-        (!found || mount.target.size() >= found->target.size()))
-      found = &mount;
-  }
-  return found;
-}
 
 const Mount* mountedAt(const std::vector<Mount>& mounts, std::string_view target) {
   const auto found = std::find_if(mounts.rbegin(), mounts.rend(),
                                   [&](const Mount& mount) { return mount.target == target; });
   return found == mounts.rend() ? nullptr : &*found;
-}
-
-/// The path with its links followed as long as they lie on what is not foreign.
-std::string resolved(const std::vector<Mount>& mounts, const std::string& path) {
-  std::string done;
-  std::string rest = path;
-  for (int links = 0; !rest.empty() && links <= kMostLinks;) {
-    const auto start = rest.find_first_not_of('/');
-    if (start == std::string::npos) break;
-    const auto end = std::min(rest.find('/', start), rest.size());
-    const std::string component = rest.substr(start, end - start);
-    std::string after = rest.substr(end);
-    if (component == ".." || component == ".") {
-      if (component == "..") done = std::string(ZAN_FilesUtils::parentPath(done));
-      if (done == "/") done.clear();
-      rest = std::move(after);
-      continue;
-    }
-    const std::string place = done + '/' + component;
-    const Mount* mount = deepestThatHolds(mounts, place);
-    if (mount && mount->isForeign) return place + after;
-    std::error_code none;
-    // The place of a mount is a folder, and looking at it asks what is mounted there.
-    const auto link = mountedAt(mounts, place) ? std::filesystem::path()
-                                               : std::filesystem::read_symlink(place, none);
-    if (link.empty()) {
-      done = place;
-      rest = std::move(after);
-    } else {
-      ++links;
-      if (link.is_absolute()) done.clear();
-      rest = link.string() + after;
-      if (!rest.starts_with('/')) rest.insert(rest.begin(), '/');
-    }
-  }
-  return done.empty() ? "/" : done;
 }
 
 }  // namespace
@@ -88,10 +39,10 @@ std::optional<Mount> VolumeReference::ofPath(const std::string& path) const {
   std::string real = path;
   auto [place, rest] = splitBelowVolumesFolder(real);
   if (place.empty()) {
-    real = resolved(mounts, path);
+    real = withLinksFollowed(mounts, path);
     place = splitBelowVolumesFolder(real).first;
   }
-  const Mount* found = place.empty() ? deepestThatHolds(mounts, real) : mountedAt(mounts, place);
+  const Mount* found = place.empty() ? mountAt(mounts, real) : mountedAt(mounts, place);
   if (!found || found->fileSystem == kHolderOfShares) return std::nullopt;
   return *found;
 }

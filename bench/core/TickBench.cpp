@@ -45,6 +45,10 @@ class ListedProcesses final : public Processes {
   Result<std::string> runTool(const std::vector<std::string>& arguments, double seconds) override {
     return mOthers.runTool(arguments, seconds);
   }
+  Result<std::string> askExpendable(const std::function<std::string()>& work,
+                                    double seconds) override {
+    return mOthers.askExpendable(work, seconds);
+  }
   std::vector<RunningProcess> running() override {
     ++listings;
     return mTable.list();

@@ -18,7 +18,9 @@
 #include "core/record/Records.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
+#include "platform/Processes.h"
 #include "platform/RunLoop.h"
+#include "platform/Volumes.h"
 #include "volumes/VolumeIdentity.h"
 #include "volumes/VolumeReference.h"
 
@@ -36,6 +38,11 @@ constexpr double kDay = 86400;
 constexpr std::size_t kLongestLog = 51;
 constexpr std::size_t kLinesKept = 45;
 constexpr std::size_t kMostRead = 1 << 20;
+constexpr double kPatience = 600;
+/// What the process that copies answers: nothing when no copy was due, else one of these and the
+/// reason of what failed.
+constexpr char kSucceeded = '+';
+constexpr char kFailed = '-';
 
 /// The first lines of the log of earlier copies, when there are many; of more than anybody wants to
 /// read, the newest whole lines.
@@ -114,6 +121,7 @@ struct SettingsBackup::Destination {
 /// What the thread needs, so that it touches nothing of the main thread.
 struct SettingsBackup::Job {
   Clock& clock;
+  Processes& processes;
   ZAN_StringUtils strings;
   ZAN_DateUtils calendar;
   std::string source;
@@ -138,6 +146,7 @@ void SettingsBackup::backupSettings() {
   if (mSettingsRunningBackup || !hasDestinations()) return;
   mSettingsRunningBackup = true;
   Job job{m.platform.clock,
+          m.platform.processes,
           m.store.dates().strings(),
           m.store.dates().calendar(),
           m.store.folder().dataFolderPathWithFileName(),
@@ -146,7 +155,7 @@ void SettingsBackup::backupSettings() {
   const ZAN_Value destinations = m.store.settings().mainAppSettingForKey(kDestinations);
   for (const ZAN_Value& each : destinations.elements()) {
     const std::string path = each.string("path");
-    if (path.empty() || !ZAN_FilesUtils::exists(path)) continue;
+    if (path.empty() || !m.platform.volumes.exists(path)) continue;
     Destination destination{.path = path, .place = path, .description = {}, .refusal = {}};
     auto described = FolderDescription(each).setPath(path);
     if (const auto found = mVolumes.locate(described, false)) {
@@ -181,6 +190,26 @@ std::vector<SettingsBackup::Result> SettingsBackup::backupSettingsThread(const J
 }
 
 SettingsBackup::Result SettingsBackup::backup(const Job& job, const Destination& to) {
+  const auto answer = job.processes.askExpendable(
+      [&]() -> std::string {
+        const Result result = copyTo(job, to);
+        if (!result.tried) return {};
+        return (result.succeeded ? kSucceeded : kFailed) + result.reason;
+      },
+      kPatience);
+  Result result{.path = {}, .reason = {}, .description = {}};
+  result.tried = !answer || !answer->empty();
+  if (!answer) {
+    result.reason = to.place + ": its volume does not answer: " + answer.error().text;
+  } else if (result.tried) {
+    result.succeeded = answer->front() == kSucceeded;
+    result.date = job.clock.now();
+    result.reason = answer->substr(1);
+  }
+  return result;
+}
+
+SettingsBackup::Result SettingsBackup::copyTo(const Job& job, const Destination& to) {
   Result result{.path = {}, .reason = {}, .description = {}};
   const std::string folder = ZAN_FilesUtils::joinedPath(to.place, kCopyFolder);
   const std::string log = ZAN_FilesUtils::joinedPath(folder, kLogFile);

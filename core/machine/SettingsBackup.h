@@ -26,7 +26,8 @@ struct Records;
 /// none.
 ///
 /// A copy that failed keeps its previous date; the reason goes to the system log, once until it
-/// changes. A folder that does not answer keeps the thread waiting and everything else going.
+/// changes. A folder that does not answer is given up after ten minutes; everything
+/// else goes on meanwhile.
 /// Thread: main.
 class SettingsBackup {
  public:
@@ -43,7 +44,7 @@ class SettingsBackup {
   static Outcome saveSettings(const std::string& source, const std::string& destination,
                               const std::string& day, const ZAN_FolderMirror::StepHook& hook = {});
 
-  /// For tests: stands before each step of a mirror, on the thread of the copies.
+  /// For tests: stands before each step of a mirror, in the process that copies.
   ZAN_FolderMirror::StepHook onMirrorStep;
 
  private:
@@ -53,6 +54,8 @@ class SettingsBackup {
   struct Result;
   static std::vector<Result> backupSettingsThread(const Job& job);
   static Result backup(const Job& job, const Destination& to);
+  /// In a process that can be lost.
+  static Result copyTo(const Job& job, const Destination& to);
   void take(const std::vector<Result>& results);
 
   Records& m;

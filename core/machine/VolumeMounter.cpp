@@ -51,9 +51,12 @@ void VolumeMounter::buildVolumesToMountList() {
   mVolumesToMountList.clear();
   static_cast<void>(ZAN_FilesUtils::createFolder(mAliasFolder));
   const auto names = ZAN_FilesUtils::listFolder(mAliasFolder);
+  const auto mounts = m.platform.volumes.mounts();
   for (const auto& name : names ? *names : std::vector<std::string>()) {
     std::string path = ZAN_FilesUtils::joinedPath(mAliasFolder, name);
-    if (AliasFile::isAlias(path))
+    // One that leads to what is mounted already need not be asked.
+    const Mount* const mount = mountAt(mounts, withLinksFollowed(mounts, path));
+    if ((!mount || !mount->isForeign) && AliasFile::isAlias(path))
       mVolumesToMountList.push_back(
           {.volName = name, .volPath = std::move(path), .bsdName = {}, .isAlias = true});
   }
@@ -81,7 +84,7 @@ void VolumeMounter::selectVolumeToMountInMenu(std::size_t index) {
   const MountCandidate candidate = mVolumesToMountList[index];
   if (!candidate.isAlias) {
     mMeans.connected.mountVolumeWithBsd(candidate.bsdName);
-  } else if (m.platform.input.optionKeyDown() && ZAN_FilesUtils::exists(candidate.volPath)) {
+  } else if (m.platform.input.optionKeyDown() && m.platform.volumes.exists(candidate.volPath)) {
     mMeans.aliases.checkMountVolume(candidate.volPath);
   } else {
     mountAlias(candidate);
@@ -89,7 +92,7 @@ void VolumeMounter::selectVolumeToMountInMenu(std::size_t index) {
 }
 
 void VolumeMounter::mountAlias(const MountCandidate& candidate) {
-  if (!ZAN_FilesUtils::exists(candidate.volPath)) return;
+  if (!m.platform.volumes.exists(candidate.volPath)) return;
   m.state.holdBackUntil(m.platform.clock.now() + kHoldWhileMounting);
   mMeans.aliases.mountVolumeFromAlias(candidate.volPath);
 }

@@ -17,6 +17,7 @@
 #include <optional>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "platform/linux/ExpendableChild.h"
 #include "platform/linux/Spawn.h"
 
 namespace corvana {
@@ -30,6 +31,7 @@ constexpr const char* kHandedOn = "CORVANA9_HANDED_ON";
 constexpr const char* kKeeper = "read -r end <&2; exec cat > /dev/null 2>&1";
 constexpr std::size_t kChunk = 65536;
 /// A pipe that somebody keeps full must not hold its reader.
+constexpr double kUntilItAnswers = 1;
 constexpr std::size_t kMostAtOnce = 1 << 20;
 
 /// The program of a bundle: the one of its name, else the only one there; a path that is no bundle
@@ -252,6 +254,11 @@ Result<std::string> LinuxProcesses::runTool(const std::vector<std::string>& argu
   return runToolBlocking(arguments, seconds);
 }
 
+Result<std::string> LinuxProcesses::askExpendable(const std::function<std::string()>& work,
+                                                  double seconds) {
+  return ExpendableChild::ask(work, seconds);
+}
+
 std::vector<RunningProcess> LinuxProcesses::running() {
   mStrays->reap();
   std::vector<RunningProcess> list = mTable.list();
@@ -284,10 +291,14 @@ void LinuxProcesses::signalOwn(std::int64_t pid, int number) const {
 }
 
 Outcome LinuxProcesses::open(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
-    return Error{ErrorKind::absent, path + ": " + std::strerror(errno)};
-  }
+  const auto failure = ExpendableChild::valueOf(
+      [&] {
+        struct stat status {};
+        return stat(path.c_str(), &status) == 0 ? 0 : errno;
+      },
+      kUntilItAnswers);
+  if (!failure) return Error{ErrorKind::unavailable, path + ": its volume does not answer"};
+  if (*failure != 0) return Error{ErrorKind::absent, path + ": " + std::strerror(*failure)};
   const std::string program = programAt(path);
   const auto pid = program == path ? spawn({"/usr/bin/xdg-open", path}, {.detached = true})
                                    : spawn({program}, {.detached = true});

@@ -24,13 +24,16 @@ class LinuxProcesses final : public Processes {
                                               bool standardInput, ChildObserver observer) override;
   /// Thread: any.
   Result<std::string> runTool(const std::vector<std::string>& arguments, double seconds) override;
+  Result<std::string> askExpendable(const std::function<std::string()>& work,
+                                    double seconds) override;
   std::vector<RunningProcess> running() override;
   void observe(std::vector<std::string> bundlePaths, std::function<void()> changed) override;
   std::int64_t ownPid() const override;
   ReferenceTime ownStart() const override { return mSelf.start; }
   void terminate(std::int64_t pid) override;
   void kill(std::int64_t pid) override;
-  /// A bundle by its executable, anything else by the desktop's opener.
+  /// A bundle by its executable, anything else by the desktop's opener. What does not answer within
+  /// a second is `unavailable`.
   Outcome open(const std::string& path) override;
   void handOn(int descriptor) override { mHandedOn = descriptor; }
   std::optional<int> takeHandedOn() override;

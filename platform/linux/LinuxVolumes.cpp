@@ -244,9 +244,10 @@ DiskInformation LinuxVolumes::diskInformation(const Mount& mount) {
 
 bool LinuxVolumes::exists(const std::string& path) {
   const auto table = mounts();
-  const Mount* mount = MountTable::at(table, path);
-  if (mount && mount->isForeign) return mReader.exists(*mount, path);
-  return ::access(path.c_str(), F_OK) == 0;
+  const std::string real = withLinksFollowed(table, path);
+  const Mount* mount = mountAt(table, real);
+  if (mount && mount->isForeign) return mReader.exists(*mount, real);
+  return ::access(real.c_str(), F_OK) == 0;
 }
 
 bool LinuxVolumes::isReachable(const std::string& host) {

@@ -147,14 +147,4 @@ std::vector<Mount> MountTable::read(const Places& places) {
   return mounts;
 }
 
-const Mount* MountTable::at(const std::vector<Mount>& mounts, std::string_view path) {
-  const Mount* found = nullptr;
-  for (const auto& mount : mounts) {
-    if (ZAN_FilesUtils::isAtOrBelow(path, mount.target) &&
-        (!found || mount.target.size() >= found->target.size()))
-      found = &mount;
-  }
-  return found;
-}
-
 }  // namespace corvana

@@ -23,9 +23,6 @@ class MountTable {
   static std::vector<Mount> parse(std::string_view text, const Places& places);
   /// The same of this process now, with devices by their kernel names.
   static std::vector<Mount> read(const Places& places);
-  /// The mount that is seen at the path: the deepest that holds it, of several at one place the
-  /// last. Text only. Null when none does.
-  static const Mount* at(const std::vector<Mount>& mounts, std::string_view path);
 };
 
 }  // namespace corvana

@@ -170,6 +170,12 @@ Result<std::string> SimulatedProcesses::runTool(const std::vector<std::string>& 
   return tool(arguments);
 }
 
+Result<std::string> SimulatedProcesses::askExpendable(const std::function<std::string()>& work,
+                                                      double) {
+  if (mHoldsExpendables) return Error{ErrorKind::unavailable, "no answer"};
+  return work();
+}
+
 std::vector<RunningProcess> SimulatedProcesses::running() {
   std::vector<RunningProcess> list{mOwn};
   for (const auto& application : mApplications) list.push_back(application.second);

@@ -53,6 +53,9 @@ class SimulatedProcesses final : public Processes {
   Result<std::unique_ptr<ChildProcess>> start(const std::vector<std::string>& arguments,
                                               bool standardInput, ChildObserver observer) override;
   Result<std::string> runTool(const std::vector<std::string>& arguments, double seconds) override;
+  /// At once, or never where the test wants that.
+  Result<std::string> askExpendable(const std::function<std::string()>& work,
+                                    double seconds) override;
   /// Itself, the applications and the children that run.
   std::vector<RunningProcess> running() override;
   void observe(std::vector<std::string> bundlePaths, std::function<void()> changed) override {
@@ -83,6 +86,9 @@ class SimulatedProcesses final : public Processes {
   void tool(const std::string& program, Tool tool) { mTools[program] = std::move(tool); }
   /// Called before each tool, which may take its time there.
   std::function<void(const std::vector<std::string>& arguments)> beforeTool;
+
+  /// From now on no file system answers.
+  void holdExpendables() { mHoldsExpendables = true; }
 
   std::int64_t startApplication(const std::string& bundlePath);
   void quitApplication(const std::string& bundlePath);
@@ -121,6 +127,7 @@ class SimulatedProcesses final : public Processes {
   std::function<ChildScript(const std::vector<std::string>&)> mScript;
   std::optional<Error> mStartError;
   std::map<std::string, Tool> mTools;
+  bool mHoldsExpendables = false;
   std::vector<std::string> mObserved;
   std::function<void()> mChanged;
 };

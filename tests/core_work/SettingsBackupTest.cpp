@@ -173,6 +173,13 @@ TEST_F(SettingsBackupTest, AFolderInTroubleKeepsItsDateAndHoldsNobodyUp) {
   age("Full", 7201);
   run();
   EXPECT_EQ(world.machine.systemLog.lines.size(), 2U) << "the same reason is said once";
+
+  const auto dateOfCopy = destination(2)["date"].asDate();
+  world.machine.processes.holdExpendables();
+  run();
+  ASSERT_GE(world.machine.systemLog.lines.size(), 3U);
+  EXPECT_THAT(world.machine.systemLog.lines.back(), HasSubstr("does not answer"));
+  EXPECT_EQ(destination(2)["date"].asDate(), dateOfCopy);
 }
 
 TEST_F(SettingsBackupTest, RefusesWhatWouldDestroySomething) {

@@ -33,8 +33,8 @@ TEST(MountTable, TellsVolumesFromThePartsOfTheSystem) {
   EXPECT_THAT(volumes, ElementsAre("/ sda1", "/home sda3", "/media/ann/My Disk\\ foreign sdb1",
                                    "/mnt/share server foreign ", "/mnt/ssh server foreign ",
                                    "/media/ann/Stick foreign ro ", "/mnt/data foreign sdd1"));
-  EXPECT_EQ(MountTable::at(mounts, "/mnt/data/x")->id, 31U);
-  EXPECT_EQ(MountTable::at(mounts, "/media/ann/Stick2")->target, "/");
+  EXPECT_EQ(mountAt(mounts, "/mnt/data/x")->id, 31U);
+  EXPECT_EQ(mountAt(mounts, "/media/ann/Stick2")->target, "/");
 }
 
 }  // namespace

@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# Folders that are encrypted, joined or shown from elsewhere, as destinations: passthrough.sh BUILD-TREE
+set -u
+build="$1"
+. "$(dirname "$0")/namespace.sh"
+
+scratch="$(mktemp -d /tmp/corvana-passthrough.XXXXXX)"
+mount -t tmpfs scratch "$scratch" || skip "tmpfs cannot be mounted"
+finish() {
+  umount -l "$scratch"/home/place/* "$scratch"/Volumes/* 2> /dev/null
+  cd / && umount -l "$scratch"
+  rmdir "$scratch"
+}
+trap finish EXIT
+
+export HOME="$scratch/home" CORVANA9_VOLUMES="$scratch/Volumes" XDG_RUNTIME_DIR="$scratch/run" LC_ALL=C TZ=UTC
+unset DISPLAY WAYLAND_DISPLAY
+mkdir -p "$HOME/Documents" "$HOME/place" "$CORVANA9_VOLUMES" -m 700 "$XDG_RUNTIME_DIR"
+echo secret > "$HOME/Documents/letter"
+corvana9="$build/bin/corvana9"
+execute="$build/Corvana 9.app/Contents/Resources/Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute"
+failures=0
+expect() { # WHAT COMMAND...
+  local what="$1"
+  shift
+  if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; failures=$((failures + 1)); fi
+}
+is_empty() { [ -z "$(find "$1" -type f)" ]; }
+last_log() { "$corvana9" log | tail -1; }
+
+# Each mounts what belongs to the folder STORE at PLACE; 1: it is not there.
+mount_gocryptfs() { # STORE PLACE
+  command -v gocryptfs > /dev/null || return 1
+  [ -e "$1/gocryptfs.conf" ] || gocryptfs -q -init -extpass 'echo word' "$1" || return 1
+  gocryptfs -q -nosyslog -extpass 'echo word' "$1" "$2"
+}
+mount_mergerfs() {
+  command -v mergerfs > /dev/null || return 1
+  # It names itself by what differs in its branches.
+  mkdir -p "$1/${1##*/}" "$1/two" && mergerfs "$1/${1##*/}:$1/two" "$2"
+}
+mount_overlay() {
+  mkdir -p "$1/lower" "$1/upper" "$1/work" &&
+    mount -t overlay "overlay-${1##*/}" -o "lowerdir=$1/lower,upperdir=$1/upper,workdir=$1/work" "$2"
+}
+mount_bindfs() { command -v bindfs > /dev/null && bindfs "$1" "$2"; }
+
+try() { # KIND PLACE
+  local kind="$1" place="$2" reference
+  echo "--- $kind at $place"
+  mkdir -p "$scratch/store-$kind" "$scratch/other-$kind" "$place"
+  "mount_$kind" "$scratch/store-$kind" "$place" || { echo "left out: $kind cannot be mounted here"; return; }
+  mkdir -p "$place/Backup"
+  reference="$("$corvana9" add "In $kind" --source "$HOME/Documents" --destination "$place/Backup" | grep -o '[0-9]*' | head -1)"
+  "$execute" "$reference" > /dev/null 2>&1
+  expect "it is copied" test -f "$place/Backup/Documents/letter"
+
+  umount "$place"
+  mkdir -p "$place/Backup"
+  "$execute" "$reference" > /dev/null 2>&1
+  expect "not mounted, nothing is written onto the disk below" is_empty "$place"
+  expect "and that is said" grep -qi 'cancelled (volume' <<< "$(last_log)"
+  rm -r "$place/Backup"
+
+  if "mount_$kind" "$scratch/other-$kind" "$place"; then
+    mkdir -p "$place/Backup"
+    "$execute" "$reference" > /dev/null 2>&1
+    expect "another one in its place gets nothing" is_empty "$place/Backup"
+    umount "$place"
+  fi
+
+  "mount_$kind" "$scratch/store-$kind" "$place"
+  echo "$kind again" > "$HOME/Documents/letter"
+  "$execute" "$reference" > /dev/null 2>&1
+  expect "mounted again, it is copied" grep -q again "$place/Backup/Documents/letter"
+  umount "$place"
+  rmdir "$place"
+  sleep 1.1
+}
+
+for kind in gocryptfs mergerfs overlay bindfs; do
+  try "$kind" "$HOME/place/$kind"
+  try "$kind" "$CORVANA9_VOLUMES/$kind"
+done
+
+[ "$failures" -eq 0 ] || { "$corvana9" log; exit 1; }
