@@ -44,6 +44,10 @@ void ActionStore::createMissingDataFiles() {
     if (name == DataFolder::kActions) mFirstRun = true;
   }
   (void)mFolder.historyFolderPath();
+  if (!mFirstRun || !mSettings.schedulerSettings().isNull()) return;
+  // What a fresh home begins with; without a value a small icon would float above all windows.
+  (void)mSettings.saveSchedulerSettings(
+      ZAN_Value::dictionary({{"SchedulerPrefDisplayIconWindow", 2}}));
 }
 
 void ActionStore::reportMissingParts() const {

@@ -134,7 +134,7 @@ void MainScheduler::setUp() {
   m.preferences.loadPrefs();
   mWork.contexts.setContextMode(
       m.preferences.prefForKey(PreferenceKey::currentContext).integerValue());
-  m.state.mErrorInExecution = m.preferences.integer(PreferenceKey::errorInExecution, 0);
+  m.log.restoreErrorState();
   m.tree.rootItem();
   m.tree.repairReferencesIfDuplicates();
   mMachine.startupDisk.checkStartupDisk();

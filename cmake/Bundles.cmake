@@ -62,6 +62,8 @@ function(corvana_bundle_tree)
   if(TARGET corvana9)
     install(PROGRAMS $<TARGET_FILE:corvana9> DESTINATION bin)
   endif()
+  install(FILES "${CMAKE_SOURCE_DIR}/resources/icons/logo_cva_dialogs.svg" RENAME com.zan.corvana9.svg
+          DESTINATION share/icons/hicolor/scalable/apps)
   set(templates "${CMAKE_SOURCE_DIR}/cmake/install")
   install(CODE "set(CORVANA_TEMPLATES \"${templates}\")")
   install(SCRIPT ${templates}/install.cmake)

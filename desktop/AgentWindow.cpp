@@ -4,11 +4,10 @@
 #include <algorithm>
 #include <array>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
 #include "desktop/Texts.h"
 #include "platform/Machine.h"
-#include "platform/Platform.h"
 
 namespace corvana {
 
@@ -18,6 +17,10 @@ namespace {
 constexpr std::array kArranged{Window::queue,       Window::nextActions,    Window::latestActions,
                                Window::status,      Window::allDisks,       Window::errorSummary,
                                Window::preferences, Window::executionSurvey};
+
+// Of what window managers draw around a window, before it is known.
+constexpr int kFrame = 6;
+constexpr int kTitleBar = 32;
 
 struct Row {
   Window which;
@@ -56,24 +59,32 @@ AgentWindow::AgentWindow(Window which, const UserInterfaceSources& sources)
   setAttribute(Qt::WA_QuitOnClose, false);
 }
 
-QString AgentWindow::text(std::string_view key) const { return qt(mSources.texts.text(key)); }
+QString AgentWindow::text(std::string_view key) const {
+  return qt(mSources.records.texts.text(key));
+}
 
 void AgentWindow::rememberPlace() const {
   if (!isVisible() || std::ranges::find(kArranged, mWhich) == kArranged.end()) return;
   const QByteArray place = saveGeometry();
   const ZAN_Value value =
       ZAN_Value::data(std::string_view(place.constData(), static_cast<std::size_t>(place.size())));
-  Machine& machine = mSources.platform.machine;
+  Machine& machine = mSources.records.platform.machine;
   if (machine.userDefault(placeKey(mWhich)) != value)
     machine.setUserDefault(placeKey(mWhich), value);
 }
 
 void AgentWindow::restorePlace() {
-  const ZAN_Value value = mSources.platform.machine.userDefault(placeKey(mWhich));
+  const ZAN_Value value = mSources.records.platform.machine.userDefault(placeKey(mWhich));
   const auto bytes = value.bytes();
   if (bytes.empty()) return;
   restoreGeometry(QByteArray(reinterpret_cast<const char*>(bytes.data()),
                              static_cast<qsizetype>(bytes.size())));
+}
+
+void AgentWindow::fitToScreen() {
+  const QMargins frame(kFrame, kTitleBar, kFrame, kFrame);
+  const QRect room = screen()->availableGeometry().marginsRemoved(frame);
+  resize(size().boundedTo(room.size()));
 }
 
 void AgentWindow::closeEvent(QCloseEvent* event) {

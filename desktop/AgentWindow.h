@@ -32,6 +32,8 @@ class AgentWindow : public QWidget {
   /// that are there by then is brought back onto one.
   void rememberPlace() const;
   void restorePlace();
+  /// Not larger than the screen has room for, with the frame around it.
+  void fitToScreen();
 
  protected:
   const UserInterfaceSources& sources() const { return mSources; }

@@ -86,12 +86,17 @@ void LatestActionsWindow::showDetails() {
   if (details != mDetails->toPlainText()) mDetails->setPlainText(details);
 }
 
-/// What failed in the last days.
+/// What failed in the last days. Whoever moves the pointer on it or uses a key in it has it before
+/// their eyes; that it is open somewhere below other windows says nothing.
 class ErrorSummaryWindow final : public AgentWindow {
  public:
   explicit ErrorSummaryWindow(const UserInterfaceSources& sources);
   void refresh() override;
   QWidget* firstFocus() override;
+
+ protected:
+  void showEvent(QShowEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
 
  private:
   void showDetails();
@@ -103,6 +108,7 @@ class ErrorSummaryWindow final : public AgentWindow {
   QLabel* mSummary;
   QCheckBox* mShown;
   QPushButton* mAgain;
+  QPushButton* mSeen;
   QString mAnswer;  ///< of the latest command, until something else is chosen
 };
 
@@ -133,9 +139,33 @@ ErrorSummaryWindow::ErrorSummaryWindow(const UserInterfaceSources& sources)
   });
   addButton(row, text("ButtonLatest"), [this] { mModel.showLatestActions(); });
   row->addStretch();
+  mSeen = addButton(row, text("ButtonSeen"), [this] {
+    mModel.markAsSeen();
+    close();
+  });
   addButton(row, text("ButtonClose"), [this] { close(); });
   layout->addLayout(row);
   resizeByFont(this, 100, 22);
+}
+
+void ErrorSummaryWindow::showEvent(QShowEvent* event) {
+  AgentWindow::showEvent(event);
+  if (windowHandle() != nullptr) windowHandle()->installEventFilter(this);
+}
+
+bool ErrorSummaryWindow::eventFilter(QObject* watched, QEvent* event) {
+  switch (event->type()) {
+    case QEvent::MouseMove:
+    case QEvent::MouseButtonPress:
+    case QEvent::TouchBegin:
+    case QEvent::Wheel:
+    case QEvent::KeyPress:
+      mModel.markAsSeen();
+      break;
+    default:
+      break;
+  }
+  return AgentWindow::eventFilter(watched, event);
 }
 
 QWidget* ErrorSummaryWindow::firstFocus() { return mList; }
@@ -145,6 +175,7 @@ void ErrorSummaryWindow::refresh() {
   mList->refresh();
   showSummary();
   mShown->setChecked(mModel.isShownOnErrors());
+  mSeen->setEnabled(mModel.hasUnseen());
 }
 
 void ErrorSummaryWindow::showSummary() {

@@ -148,16 +148,26 @@ AnnounceView::AnnounceView(bool composed, const QString& title)
   setWindowTitle(title);
   setAccessibleName(title);
   setMovable();
-  setFixedSize(int(MessagePlacement::kAnnounceWidth), int(MessagePlacement::kAnnounceHeight));
-  cutToShape(kStripRadius);
   setOpacity(kStripOpacity);
-  // As large as the user's own, as far as the height of the strip allows.
   QFont letters = font();
-  int pixels = std::max(kStripLetters, QFontInfo(letters).pixelSize());
-  do {
-    letters.setPixelSize(pixels);
-  } while (QFontMetrics(letters).height() > height() && --pixels >= kStripLetters);
+  letters.setPixelSize(std::max(kStripLetters, QFontInfo(letters).pixelSize()));
   setFont(letters);
+  makeRoom();
+}
+
+void AnnounceView::makeRoom() {
+  const QFontMetrics metrics(font());
+  const int wanted =
+      metrics.horizontalAdvance(mTitle) + metrics.horizontalAdvance(mText) + 4 * kStripMargin;
+  const int widest = int(ScreenPlace::visibleFrame().width) / 2;
+  const int before = width();
+  const bool isNew = !testAttribute(Qt::WA_Resized);
+  const int wide = std::max(
+      {int(MessagePlacement::kAnnounceWidth), isNew ? 0 : before, std::min(wanted, widest)});
+  if (!isNew && wide == before) return;
+  setFixedSize(wide, std::max(int(MessagePlacement::kAnnounceHeight), metrics.height() + 2));
+  cutToShape(kStripRadius);
+  if (isVisible()) move(x() - (wide - before), y());
 }
 
 void AnnounceView::setProgress(double percent, const QString& text) {
@@ -165,6 +175,7 @@ void AnnounceView::setProgress(double percent, const QString& text) {
   if (shown == mPercent && text == mText) return;
   mPercent = shown;
   mText = text;
+  makeRoom();
   update();
 }
 
@@ -179,7 +190,8 @@ void AnnounceView::paintEvent(QPaintEvent* /*event*/) {
   painter.setPen(Qt::white);
   const QFontMetrics metrics(font());
   const QRect room = rect().adjusted(kStripMargin, 0, -kStripMargin, 0);
-  const int textWidth = std::min(metrics.horizontalAdvance(mText), room.width() / 2);
+  // How far it is goes before what it is: the name is known.
+  const int textWidth = std::min(metrics.horizontalAdvance(mText), room.width());
   const QString title =
       metrics.elidedText(mTitle, Qt::ElideMiddle, room.width() - textWidth - kStripMargin);
   painter.drawText(room, int(Qt::AlignLeading | Qt::AlignVCenter), title);
@@ -271,7 +283,8 @@ void MessageWindows::arrange(const Point& messagePosition,
   std::optional<Rect> message;
   if (stack && mMessageWindow != nullptr) message = ScreenPlace::of(*mMessageWindow);
   ScreenPlace::move(*mAnnounceWindow, MessagePlacement::announce(
-                                          announcePosition, ScreenPlace::visibleFrame(), message));
+                                          announcePosition, ScreenPlace::visibleFrame(), message,
+                                          mAnnounceWindow->width(), mAnnounceWindow->height()));
   if (!mAnnounceWindow->isVisible()) {
     mAnnounceWindow->show();
     mAnnounceWindow->raise();

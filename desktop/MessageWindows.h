@@ -61,6 +61,9 @@ class AnnounceView final : public FloatingWidget {
   void paintEvent(QPaintEvent* event) override;
 
  private:
+  /// As wide as both texts need, and never narrower than before; its right edge stays.
+  void makeRoom();
+
   QString mTitle;
   QString mText = QStringLiteral("0");
   double mPercent = 0;

@@ -13,6 +13,8 @@ namespace {
 constexpr int kHeadingPixels = 14;
 constexpr int kHeadingMargin = 4;
 constexpr int kIconPixels = 16;
+/// Longer names are cut in their middle.
+constexpr int kLetters = 50;
 
 /// Readable on light and dark menus.
 QColor shade(MenuColour colour) {
@@ -102,12 +104,26 @@ QIcon iconOf(const MenuItem& item) {
 }
 
 bool sameShape(const MenuItem& a, const MenuItem& b) {
-  return a.kind == b.kind && a.checkable == b.checkable && a.icon == b.icon;
+  return a.kind == b.kind && a.checkable == b.checkable && a.exclusive == b.exclusive &&
+         a.icon == b.icon;
 }
+
+/// A menu that is higher than the screen scrolls, instead of growing beside itself.
+class ScrollingMenus final : public QProxyStyle {
+ public:
+  int styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,
+                QStyleHintReturn* data) const override {
+    return hint == SH_Menu_Scrollable ? 1 : QProxyStyle::styleHint(hint, option, widget, data);
+  }
+};
 
 }  // namespace
 
-ModelMenu::ModelMenu(RunLoop& runLoop, Words words) : mRunLoop(runLoop), mWords(std::move(words)) {}
+ModelMenu::ModelMenu(RunLoop& runLoop, Words words) : mRunLoop(runLoop), mWords(std::move(words)) {
+  auto* scrolling = new ScrollingMenus;
+  scrolling->setParent(this);
+  setStyle(scrolling);
+}
 
 void ModelMenu::setItems(MenuItem::List items) {
   std::size_t same = 0;
@@ -151,6 +167,13 @@ void ModelMenu::append(MenuItem item) {
         row.item.kind == MenuItem::Kind::heading ? new HeadingAction(this) : new QAction(this);
     row.action->setSeparator(row.item.kind == MenuItem::Kind::separator);
     row.action->setMenuRole(QAction::NoRole);
+    if (row.item.exclusive) {
+      // Beside each other, so the one before knows their group.
+      const bool goesOn = mRows.size() > 1 && mRows[mRows.size() - 2]->item.exclusive;
+      auto* group =
+          goesOn ? mRows[mRows.size() - 2]->action->actionGroup() : new QActionGroup(this);
+      group->addAction(row.action);
+    }
     connect(row.action, &QAction::triggered, this, [&row] {
       // What it does may redraw this menu.
       const auto act = row.item.action;
@@ -166,7 +189,8 @@ void ModelMenu::append(MenuItem item) {
 /// Ampersands and underscores are letters in what users have named. On the bus an underscore marks
 /// the letter to underline, and Qt makes one of the first ampersand that it finds.
 QString ModelMenu::label(const std::string& title) {
-  QString shown = qt(title);
+  QString shown = fontMetrics().elidedText(qt(title), Qt::ElideMiddle,
+                                           kLetters * fontMetrics().averageCharWidth());
   if (platformMenu() == nullptr) return shown.replace('&', QStringLiteral("&&"));
   shown.replace('_', QStringLiteral("__"));
   return shown.contains('&') ? '&' + shown : shown;

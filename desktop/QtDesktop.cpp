@@ -16,6 +16,7 @@
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "core/record/Records.h"
 #include "desktop/ScreenInput.h"
 #include "desktop/X11.h"
 #include "platform/qt/BusConnection.h"
@@ -164,7 +165,7 @@ void QtDesktop::begin(const Services& services) {
 }
 
 void QtDesktop::attach(const UserInterfaceSources& sources) {
-  mLanguage = std::make_unique<DesktopLanguage>(sources.texts.text("LanguageCode"));
+  mLanguage = std::make_unique<DesktopLanguage>(sources.records.texts.text("LanguageCode"));
   mUserInterface->attach(sources);
 }
 

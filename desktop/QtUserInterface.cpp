@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "core/record/Messages.h"
-#include "core/record/Preferences.h"
+#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
 #include "desktop/FloatingWidget.h"
 #include "desktop/MessageWindows.h"
@@ -29,6 +27,7 @@ namespace corvana {
 
 namespace {
 
+constexpr const char* kFloatingPlace = "FloatingIconPlace";
 constexpr const char* kLogo = "logo_cva_dialogs";
 constexpr double kGap = 8;
 constexpr double kFallbackSeconds = 5.0;
@@ -60,12 +59,14 @@ class QtUserInterface::Private {
   }
 
   std::string text(std::string_view key) const {
-    return sources == nullptr ? std::string() : sources->texts.text(key);
+    return sources == nullptr ? std::string() : sources->records.texts.text(key);
   }
   ModelMenu::Words words() const {
     return {qt(text("ReadingFolderMenu")), qt(text("EmptyFolderMenu")), qt(text("OpenFolderMenu"))};
   }
-  int style() const { return sources == nullptr ? 0 : sources->preferences.mShowIconMenuType; }
+  int style() const {
+    return sources == nullptr ? 0 : sources->records.preferences.mShowIconMenuType;
+  }
 
   void attach(const UserInterfaceSources& given);
   void showPicture(const StatusPicture& wanted);
@@ -73,6 +74,8 @@ class QtUserInterface::Private {
   void drawFloatingMenu(const QPoint& place);
   void refreshFloatingIcon();
   void showFloatingIcon();
+  void rememberFloatingPlace();
+  void placeFloatingIcon();
   void changed();
   void arrange();
   void tellThatThereIsNoPanel();
@@ -103,7 +106,7 @@ void QtUserInterface::Private::attach(const UserInterfaceSources& given) {
     if (ability == Ability::statusItem && noPanel && !tray->isTaken()) return text("LackingPanel");
     if (ability == Ability::notices && !notifier.isAnswered()) return text("LackingNotices");
     if (ability == Ability::floatOnTop && !ScreenPlace::isOurs()) return text("LackingPlaces");
-    return other ? other(ability) : std::string();
+    return other(ability);
   };
   sources = std::move(known);
   menuModel = std::make_unique<StatusMenu>(*sources);
@@ -114,7 +117,7 @@ void QtUserInterface::Private::attach(const UserInterfaceSources& given) {
     sources->commands.menuWillOpen();
     drawMenu();
   });
-  tray->onActivated = [this] { sources->commands.showAllVisibleWindows(); };
+  tray->onActivated = [this] { sources->commands.showOverview(); };
   tray->onNoPanel = [this] { tellThatThereIsNoPanel(); };
   windows.setSources(sources.get());
   if (statusItem) tray->show();
@@ -125,10 +128,10 @@ void QtUserInterface::Private::tellThatThereIsNoPanel() {
   services.log.write("No panel of this desktop takes the status icon");
   // Once for this user, not after each restart.
   constexpr const char* kSaid = "SchedulerPrefNoPanelWasSaid";
-  if (sources->preferences.prefForKey(kSaid).integerValue() != 0) return;
-  sources->preferences.setPref(kSaid, 1);
-  sources->preferences.savePrefs();
-  sources->messages.showMessage(text("NoPanelTitle"), text("NoPanelText"), 20.0, true);
+  if (sources->records.preferences.prefForKey(kSaid).integerValue() != 0) return;
+  sources->records.preferences.setPref(kSaid, 1);
+  sources->records.preferences.savePrefs();
+  sources->records.messages.showMessage(text("NoPanelTitle"), text("NoPanelText"), 20.0, true);
 }
 
 void QtUserInterface::Private::showPicture(const StatusPicture& wanted) {
@@ -149,25 +152,48 @@ void QtUserInterface::Private::showFloatingIcon() {
     floatingIcon = std::make_unique<FloatingIconView>(screen.hasCompositor(),
                                                       pictures.icon(std::string(kLogo)));
     floatingIcon->onMenu = [this](const QPoint& place) { drawFloatingMenu(place); };
+    floatingIcon->onMoved = [this] { rememberFloatingPlace(); };
     floatingIcon->onDoubleClick = [this] { sources->commands.showWindow(Window::nextActions); };
     floatingIcon->setToolTip(plainToolTip(tray->toolTip()));
   }
   floatingIcon->setOpacity(floatingOpacity / 100);
   refreshFloatingIcon();
   if (!floatingIcon->isVisible()) {
-    const Rect visible = ScreenPlace::visibleFrame();
-    ScreenPlace::move(*floatingIcon,
-                      {visible.x + visible.width - floatingIcon->width() - kGap,
-                       visible.y + visible.height - floatingIcon->height() - 4 * kGap});
+    placeFloatingIcon();
     floatingIcon->show();
   }
-  floatingIcon->raise();
+  // It is not to come over a menu that is open.
+  if (QApplication::activePopupWidget() == nullptr) floatingIcon->raise();
+}
+
+/// Its right upper corner, since it grows to the left and down.
+void QtUserInterface::Private::rememberFloatingPlace() {
+  const Rect place = ScreenPlace::of(*floatingIcon);
+  sources->records.platform.machine.setUserDefault(
+      kFloatingPlace, ZAN_Value::array({place.x + place.width, place.y + place.height}));
+}
+
+/// Where the user has put it, as far as that is on the screen; else at the upper right.
+void QtUserInterface::Private::placeFloatingIcon() {
+  const Rect visible = ScreenPlace::visibleFrame();
+  const ZAN_Value stored = sources->records.platform.machine.userDefault(kFloatingPlace);
+  double right = visible.x + visible.width - kGap;
+  double top = visible.y + visible.height - 3 * kGap;
+  if (stored.size() == 2) {
+    right = stored.at(0).doubleValue();
+    top = stored.at(1).doubleValue();
+  }
+  const double width = floatingIcon->width();
+  const double height = floatingIcon->height();
+  const Rect all = ScreenPlace::mainScreen();
+  ScreenPlace::move(*floatingIcon, {std::clamp(right - width, all.x, all.x + all.width - width),
+                                    std::clamp(top - height, all.y, all.y + all.height - height)});
 }
 
 void QtUserInterface::Private::refreshFloatingIcon() {
   if (floatingIcon == nullptr || sources == nullptr) return;
   QStringList lines;
-  const int count = std::max(0, sources->preferences.mPrefFloatingIconNbLines);
+  const int count = std::max(0, sources->records.preferences.mPrefFloatingIconNbLines);
   for (const std::string& line : floatingIconLines(*sources, std::size_t(count))) {
     lines << qt(line);
   }
@@ -190,7 +216,7 @@ MessageWindows::Look QtUserInterface::Private::messageLook() const {
   MessageWindows::Look look;
   look.view.icon = pictures.image(kLogo, 2);
   if (sources == nullptr) return look;
-  const Preferences& preferences = sources->preferences;
+  const Preferences& preferences = sources->records.preferences;
   look.view.colour = preferences.mPrefShowMessageColor;
   look.view.opacity = preferences.mPrefShowMessageTransparency / 100;
   look.position = preferences.mShowMessagePosition;
@@ -200,7 +226,7 @@ MessageWindows::Look QtUserInterface::Private::messageLook() const {
 
 void QtUserInterface::Private::arrange() {
   if (sources == nullptr) return;
-  const Preferences& preferences = sources->preferences;
+  const Preferences& preferences = sources->records.preferences;
   messages.arrange(preferences.mShowMessagePosition, preferences.mShowMiniProgressPosition,
                    preferences.mPrefStackWindows != 0);
 }
@@ -254,7 +280,7 @@ void QtUserInterface::deliverNotification(const std::string& title, const std::s
   mPrivate->notifier.deliver(title, text, button, [own = mPrivate.get(), text] {
     // Nobody takes notices here; what was to be told is told all the same.
     if (own->sources != nullptr) {
-      own->sources->messages.showMessage(text, {}, kFallbackSeconds, true);
+      own->sources->records.messages.showMessage(text, {}, kFallbackSeconds, true);
     }
   });
 }
@@ -373,6 +399,8 @@ void QtUserInterface::ask(Window window, const std::string& title, const std::st
   Questions::Buttons buttons{mPrivate->text("YesButton"), mPrivate->text("NoButton")};
   if (window == Window::status) {
     buttons = {mPrivate->text("QuitButton"), mPrivate->text("CancelButton")};
+  } else if (window == Window::volumesFolderError) {
+    buttons = {mPrivate->text("DeleteButton"), mPrivate->text("CancelButton")};
   } else if (window == Window::startupDisk) {
     buttons = {mPrivate->text("ButtonUseThisDisk"), mPrivate->text("ButtonLater")};
   }

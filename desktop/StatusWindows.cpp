@@ -10,7 +10,7 @@ namespace corvana {
 
 namespace {
 
-constexpr std::size_t kMostFacts = 6;
+constexpr std::size_t kMostFacts = 5;
 
 QComboBox* makeChoice(const std::vector<std::string>& choices) {
   auto* box = new QComboBox;
@@ -33,6 +33,8 @@ class StatusWindow final : public AgentWindow {
 
   StatusModel mModel;
   QLabel* mTitle;
+  QWidget* mFailure;
+  QLabel* mFailureText;
   QFormLayout* mForm;
   QComboBox* mExecution;
   QComboBox* mContext;
@@ -50,6 +52,8 @@ StatusWindow::StatusWindow(const UserInterfaceSources& sources)
     : AgentWindow(Window::status, sources),
       mModel(sources),
       mTitle(makeLabel()),
+      mFailure(new QFrame),
+      mFailureText(makeLabel()),
       mForm(new QFormLayout),
       mExecution(makeChoice(mModel.executionChoices())),
       mContext(makeChoice(mModel.contextChoices())),
@@ -66,6 +70,15 @@ StatusWindow::StatusWindow(const UserInterfaceSources& sources)
 
   auto* layout = new QVBoxLayout(this);
   layout->addWidget(mTitle);
+  auto* failure = new QHBoxLayout(mFailure);
+  failure->setContentsMargins(0, 0, 0, 0);
+  QPalette alert = mFailureText->palette();
+  alert.setColor(QPalette::WindowText, alertColour());
+  mFailureText->setPalette(alert);
+  failure->addWidget(mFailureText, 1);
+  addButton(failure, text("ButtonShowErrors"), [this] { mModel.showFailures(); });
+  addButton(failure, text("ButtonSeen"), [this] { mModel.markFailuresAsSeen(); });
+  layout->addWidget(mFailure);
   mForm->addRow(text("StatusExecution"), mExecution);
   mForm->addRow(text("StatusContext"), mContext);
   for (std::size_t i = 0; i < kMostFacts; ++i) {
@@ -73,6 +86,9 @@ StatusWindow::StatusWindow(const UserInterfaceSources& sources)
     mForm->addRow(mFacts.back().first, mFacts.back().second);
   }
   layout->addLayout(mForm);
+  QSizePolicy staying = mProgress->sizePolicy();
+  staying.setRetainSizeWhenHidden(true);
+  mProgress->setSizePolicy(staying);
   layout->addWidget(mProgress);
   mList = new TableView(mModel, text("StatusTitle"), this);
   mList->onSelection = [this] { showWhy(); };
@@ -105,6 +121,9 @@ void StatusWindow::refresh() {
 void StatusWindow::showFacts() {
   mTitle->setText(qt(sources().statusItem.shownTitle()));
   mTitle->setVisible(!mTitle->text().isEmpty());
+  const std::string failure = mModel.failureText();
+  mFailure->setVisible(!failure.empty());
+  mFailureText->setText(qt(failure));
   mExecution->setCurrentIndex(mModel.execution());
   mContext->setCurrentIndex(mModel.context());
   const auto facts = mModel.facts();

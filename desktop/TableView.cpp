@@ -240,6 +240,11 @@ TableView::TableView(WindowTable& table, const QString& name, QWidget* parent)
     header()->setSortIndicatorShown(true);
     mAdapter->sort(column, descends ? Qt::DescendingOrder : Qt::AscendingOrder);
   });
+  connect(header(), &QHeaderView::sectionResized, this, [this](int column) {
+    const bool byUser = !mIsFitting && QGuiApplication::mouseButtons() != Qt::NoButton;
+    if (byUser && !mAdapter->columns()[static_cast<std::size_t>(column)].isWide)
+      mUserHasSized = true;
+  });
   connect(selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
     if (mIsRefreshing) return;
     mSelectedIds.clear();
@@ -259,6 +264,7 @@ void TableView::setOnMove(std::function<void(std::size_t, std::size_t)> onMove) 
 }
 
 void TableView::fitColumns() {
+  const bool wasFitting = std::exchange(mIsFitting, true);
   const auto& columns = mAdapter->columns();
   for (std::size_t i = 0; i < columns.size(); ++i) {
     const int column = static_cast<int>(i);
@@ -266,12 +272,12 @@ void TableView::fitColumns() {
     resizeColumnToContents(column);
     setColumnWidth(column, columnWidth(column) + fontMetrics().averageCharWidth());
   }
+  mIsFitting = wasFitting;
 }
 
 void TableView::refresh() {
   mIsRefreshing = true;
   const int scrolled = verticalScrollBar()->value();
-  const bool wasEmpty = mAdapter->rowCount() == 0;
   const int current = std::max(0, currentIndex().row());
   if (mAdapter->refresh()) {
     const std::unordered_set<std::int64_t> ids(mSelectedIds.begin(), mSelectedIds.end());
@@ -294,7 +300,7 @@ void TableView::refresh() {
     verticalScrollBar()->setValue(scrolled);
   }
   mIsRefreshing = false;
-  if (wasEmpty) fitColumns();
+  if (!mUserHasSized) fitColumns();
   if (onSelection) onSelection();
 }
 

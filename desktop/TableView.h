@@ -45,6 +45,8 @@ class TableView final : public QTreeView {
   TableAdapter* mAdapter;
   std::vector<std::int64_t> mSelectedIds;
   bool mIsRefreshing = false;
+  bool mIsFitting = false;
+  bool mUserHasSized = false;  ///< the columns, which stay as they are then
 };
 
 }  // namespace corvana

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
 #include "desktop/TableView.h"
 #include "desktop/WindowParts.h"
@@ -100,7 +100,7 @@ QWidget* AllDisksWindow::firstFocus() { return mText; }
 
 void AllDisksWindow::saveProcesses() {
   const auto saved = sources().commands.saveListProcess();
-  const ZAN_StringTable& texts = sources().texts;
+  const ZAN_StringTable& texts = sources().records.texts;
   mAnswer->setText(qt(saved ? texts.text("ProcessesSaved", {*saved})
                             : texts.text("ProcessesNotSaved", {saved.error().text})));
 }
@@ -112,15 +112,18 @@ class StrayFoldersWindow final : public AgentWindow {
  public:
   explicit StrayFoldersWindow(const UserInterfaceSources& sources);
   void refresh() override;
+  QWidget* firstFocus() override { return mMove; }
 
  protected:
   void showEvent(QShowEvent* event) override;
 
  private:
   StrayFoldersModel mModel;
-  QPlainTextEdit* mNames;
+  TableView* mList;
   QLabel* mDate;
-  QPushButton* mClean = nullptr;
+  QPushButton* mShow = nullptr;
+  QPushButton* mDelete = nullptr;
+  QPushButton* mMove = nullptr;
 };
 
 /// Tells that the start-up disk is nearly full.
@@ -138,32 +141,36 @@ class LowSpaceWindow final : public AgentWindow {
 StrayFoldersWindow::StrayFoldersWindow(const UserInterfaceSources& sources)
     : AgentWindow(Window::volumesFolderError, sources),
       mModel(sources),
-      mNames(new QPlainTextEdit),
+      mList(new TableView(mModel, text("StrayFoldersTitle"), this)),
       mDate(makeLabel()) {
   setWindowTitle(text("StrayFoldersTitle"));
   setWindowFlag(Qt::WindowStaysOnTopHint);
-  mNames->setReadOnly(true);
-  mNames->setTabChangesFocus(true);
-  mNames->setAccessibleName(text("StrayFoldersTitle"));
+  mList->onActivated = [this](const auto& rows) { mModel.show(rows.front()); };
+  mList->onSelection = [this] { mShow->setEnabled(mList->selectedRow().has_value()); };
   auto* layout = new QVBoxLayout(this);
   layout->addWidget(makeLabel(qt(mModel.text())));
-  layout->addWidget(mNames, 1);
+  layout->addWidget(mList, 1);
   layout->addWidget(mDate);
   auto* row = new QHBoxLayout;
+  mShow = addButton(row, text("ButtonShow"), [this] {
+    if (const auto selected = mList->selectedRow()) mModel.show(*selected);
+  });
+  mDelete = addButton(row, text("ButtonDelete"), [this] { mModel.deleteThem(); });
   row->addStretch();
-  mClean = addButton(row, text("ButtonClean"), [this] { mModel.repairAndContinue(); });
   addButton(row, text("ButtonContinueAnyway"), [this] { mModel.continueAnyway(); });
+  mMove = addButton(row, text("ButtonMoveAside"), [this] { mModel.moveAsideAndContinue(); });
+  mMove->setDefault(true);
   layout->addLayout(row);
-  resizeByFont(this, 75, 16);
+  resizeByFont(this, 90, 18);
 }
 
 void StrayFoldersWindow::refresh() {
-  const QString names = qt(mModel.names());
-  if (names != mNames->toPlainText()) mNames->setPlainText(names);
+  mList->refresh();
+  if (!mList->selectedRow() && mModel.rowCount() > 0) mList->selectRow(0);
   const std::string progress = mModel.progressText();
   mDate->setText(qt(progress.empty() ? mModel.dateText() : progress));
-  mClean->setEnabled(progress.empty());
-  mDate->setVisible(!mDate->text().isEmpty());
+  mMove->setEnabled(progress.empty());
+  mDelete->setEnabled(progress.empty());
 }
 
 /// Half across the screen and four fifths up.

@@ -37,6 +37,7 @@ AgentWindow* WindowRegistry::make(Window which) {
   if (made == nullptr) return nullptr;
   if (const auto text = mTexts.find(which); text != mTexts.end()) made->setText(text->second);
   made->restorePlace();
+  made->fitToScreen();
   return (mWindows[which] = std::move(made)).get();
 }
 

@@ -106,6 +106,21 @@ class Volumes {
   /// thing that is not to be deleted, or cannot be. Takes its time where there is much in it;
   /// thread: any.
   virtual Outcome removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) = 0;
+  /// Takes what has that name out of the way and loses nothing: a folder that is empty is removed,
+  /// anything else is moved into the hidden folder `kMovedAside` of the volumes folder, under a
+  /// name that is free there. Its path by then; empty for what was removed or had gone. What is
+  /// mounted, or holds something that is, stays. Thread: any.
+  virtual Result<std::string> moveAsideInVolumesFolder(const std::string& name) = 0;
+  static constexpr const char* kMovedAside = ".Moved aside";
+  /// How much there is: everything but folders is counted, with its size.
+  struct Contents {
+    std::uint64_t files = 0;
+    std::uint64_t bytes = 0;
+  };
+  /// Of what has that name in the volumes folder, without looking behind mount points and links.
+  /// Takes its time where there is much in it; thread: any.
+  virtual Result<Contents> measureInVolumesFolder(const std::string& name,
+                                                  const GoesOn& goesOn) const = 0;
 
   /// From now on volumes (`isVolume`) that come and go are told from the loop, one after another. A
   /// second observer replaces the first; an empty one ends it.

@@ -2,13 +2,9 @@
 
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "core/work/ActionQueue.h"
-#include "core/work/ExecuteSupervisor.h"
-#include "core/work/NextAction.h"
-#include "core/work/TriggerEvaluation.h"
+#include "core/record/Records.h"
+#include "core/work/Work.h"
 #include "platform/Clock.h"
-#include "platform/Platform.h"
 #include "ui/StatusItem.h"
 
 namespace corvana {
@@ -25,14 +21,15 @@ std::vector<std::string> floatingIconLines(const UserInterfaceSources& sources, 
   lines.push_back(sources.statusItem.shownTitle());
   // While nothing runs and nothing holds the agent up, the first line names what comes next.
   bool isNamed = sources.statusItem.titleColour() == MenuColour::information &&
-                 !sources.supervisor.isExecuting() && sources.queue.empty();
-  const ReferenceTime now = sources.platform.clock.now();
-  for (const NextAction& next : sources.evaluation.actionsNextList()) {
+                 !sources.work.supervisor.isExecuting() && sources.work.queue.empty();
+  const ReferenceTime now = sources.records.platform.clock.now();
+  for (const NextAction& next : sources.work.evaluation.actionsNextList()) {
     // Those without a date come last.
     if (lines.size() >= count || !next.hasDate) break;
     if (std::exchange(isNamed, false)) continue;
-    const std::string when = next.date - now < kDay ? sources.strings.getShortTime(next.date)
-                                                    : sources.strings.getShortDate(next.date);
+    const std::string when = next.date - now < kDay
+                                 ? sources.records.strings.getShortTime(next.date)
+                                 : sources.records.strings.getShortDate(next.date);
     lines.push_back(when + "  " + next.name());
   }
   return lines;

@@ -2,10 +2,9 @@
 
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "actions/ActionTree.h"
+#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/work/ActionQueue.h"
+#include "core/work/Work.h"
 #include "ui/UserInterfaceSources.h"
 
 namespace corvana {
@@ -13,7 +12,7 @@ namespace corvana {
 namespace {
 
 std::vector<std::int64_t> actionsOf(const UserInterfaceSources& sources, std::int64_t ref) {
-  ProgrammedAction* node = sources.tree.rootItem().actionOrGroupForReference(ref);
+  ProgrammedAction* node = sources.records.tree.rootItem().actionOrGroupForReference(ref);
   if (node == nullptr || !node->isGroup()) return {ref};
   ProgrammedAction::Nodes nodes;
   node->getListOfAllProgrammedActions(nodes);
@@ -25,17 +24,18 @@ std::vector<std::int64_t> actionsOf(const UserInterfaceSources& sources, std::in
 }  // namespace
 
 std::string queueByHand(const UserInterfaceSources& sources, std::int64_t ref) {
-  const std::string title = sources.tree.titleOf(ref);
-  if (sources.queue.contains(ref)) return sources.texts.text("WindowAlreadyQueued", {title});
+  const std::string title = sources.records.tree.titleOf(ref);
+  if (sources.work.queue.contains(ref))
+    return sources.records.texts.text("WindowAlreadyQueued", {title});
   const Outcome launched = sources.commands.launchAction(ref, false);
   if (launched) return {};
   switch (launched.error().kind) {
     case ErrorKind::refused:
-      return sources.texts.text("WindowNotByHand", {title});
+      return sources.records.texts.text("WindowNotByHand", {title});
     case ErrorKind::unavailable:
-      return sources.texts.text("WindowVolumesMissing", {title});
+      return sources.records.texts.text("WindowVolumesMissing", {title});
     default:
-      return sources.texts.text("WindowActionGone");
+      return sources.records.texts.text("WindowActionGone");
   }
 }
 
@@ -48,10 +48,10 @@ std::string launchByHand(const UserInterfaceSources& sources,
       last = queueByHand(sources, ref);
       if (!last.empty()) continue;
       ++queued;
-      last = sources.texts.text("WindowQueued", {sources.tree.titleOf(ref)});
+      last = sources.records.texts.text("WindowQueued", {sources.records.tree.titleOf(ref)});
     }
   }
-  return queued > 1 ? sources.texts.text("WindowQueuedMany", {queued}) : last;
+  return queued > 1 ? sources.records.texts.text("WindowQueuedMany", {queued}) : last;
 }
 
 }  // namespace corvana

@@ -23,6 +23,7 @@ struct MenuItem {
   bool enabled = true;
   bool checkable = false;
   bool checked = false;
+  bool exclusive = false;  ///< one of several beside each other, of which one holds
   MenuIcon icon = MenuIcon::none;
   std::function<void()> action;
   /// A submenu is filled when it is about to be shown: by `fill` at once on the main thread, or by
@@ -45,6 +46,11 @@ struct MenuItem {
     MenuItem item = command(std::move(title), std::move(action));
     item.checkable = true;
     item.checked = checked;
+    return item;
+  }
+  static MenuItem choice(std::string title, bool checked, std::function<void()> action) {
+    MenuItem item = check(std::move(title), checked, std::move(action));
+    item.exclusive = true;
     return item;
   }
   static MenuItem submenu(std::string title, std::function<List()> fill) {

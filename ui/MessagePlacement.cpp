@@ -36,15 +36,14 @@ Point MessagePlacement::closeButton(const Rect& message) {
 }
 
 Point MessagePlacement::announce(const std::optional<Point>& position, const Rect& visible,
-                                 const std::optional<Rect>& below) {
+                                 const std::optional<Rect>& below, double width, double height) {
   const double right = visible.x + visible.width;
   const double top = visible.y + visible.height;
-  Point place =
-      position.value_or(Point{right - kAnnounceWidth - kGap, top - kAnnounceHeight - kGap});
-  place.x = within(place.x, visible.x, right, kAnnounceWidth);
-  place.y = within(place.y, visible.y, top, kAnnounceHeight);
-  if (below && overlap({place.x, place.y, kAnnounceWidth, kAnnounceHeight}, *below)) {
-    place.y = below->y - kGap - kAnnounceHeight;
+  Point place = position.value_or(Point{right - width - kGap, top - height - kGap});
+  place.x = within(place.x, visible.x, right, width);
+  place.y = within(place.y, visible.y, top, height);
+  if (below && overlap({place.x, place.y, width, height}, *below)) {
+    place.y = below->y - kGap - height;
     if (place.y < visible.y) place.y = below->y + below->height + kGap;
   }
   return place;

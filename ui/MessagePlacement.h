@@ -10,7 +10,7 @@ namespace corvana {
 /// origin at the lower left; a window is given by its lower left corner.
 class MessagePlacement {
  public:
-  /// The strip of the announce window.
+  /// The strip of the announce window, as far as its texts have room in that.
   static constexpr double kAnnounceWidth = 350;
   static constexpr double kAnnounceHeight = 18;
   /// How far from the edge of the screen the widest message stays, both sides together.
@@ -29,7 +29,8 @@ class MessagePlacement {
   /// Where the user has put it, as far as that is on the screen; else at the upper right. With
   /// `below`, a message window that it must not cover, it makes room for that one.
   static Point announce(const std::optional<Point>& position, const Rect& visible,
-                        const std::optional<Rect>& below);
+                        const std::optional<Rect>& below, double width = kAnnounceWidth,
+                        double height = kAnnounceHeight);
 };
 
 }  // namespace corvana

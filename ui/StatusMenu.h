@@ -24,13 +24,17 @@ class StatusMenu {
 
  private:
   MenuItem titleItem() const;
-  MenuItem executionStatusItem() const;
+  /// What wants to be looked at, if anything does.
+  MenuItem::List attentionItems() const;
+  MenuItem::List moreItems() const;
   MenuItem::List executionItems() const;
   MenuItem::List runningItems() const;
   MenuItem::List contextItems() const;
   MenuItem::List launchItems(const ProgrammedAction& group) const;
+  MenuItem runItem() const;
+  MenuItem pauseItem() const;
+  MenuItem stopItem() const;
   MenuItem::List favouriteItems() const;
-  MenuItem::List windowItems() const;
   MenuItem::List goToItems() const;
   MenuItem::List notificationItems() const;
   MenuItem::List volumeItems() const;

@@ -1,5 +1,6 @@
 #include "volumes/StrayRemoval.h"
 
+#include <algorithm>
 #include <atomic>
 #include <utility>
 
@@ -7,7 +8,6 @@
 #include "platform/Machine.h"
 #include "platform/Platform.h"
 #include "platform/RunLoop.h"
-#include "platform/Volumes.h"
 #include "volumes/VolumesFolder.h"
 
 namespace corvana {
@@ -25,53 +25,101 @@ void StrayRemoval::stop() {
 
 std::uint64_t StrayRemoval::countOfGone() const { return mRound ? mRound->gone.load() : 0; }
 
-void StrayRemoval::run(double rest, Done done) {
-  mWishes.push_back({rest, std::move(done)});
+void StrayRemoval::run(Way way, double rest, Done done,
+                       std::optional<std::vector<std::string>> only) {
+  mWishes.push_back({way, rest, std::move(done), std::move(only)});
   if (!isRunning()) begin();
 }
 
 void StrayRemoval::begin() {
   mRound = std::make_shared<Round>();
+  const Wish& wish = mWishes.front();
   auto paths = mFolder.getFaultyFoldersInVolumes().value_or(std::vector<std::string>());
-  m.runLoop.detachThread(
-      "removeStrayFolders",
-      [this, &volumes = m.volumes, &clock = m.clock, &loop = m.runLoop, round = mRound,
-       paths = std::move(paths), rest = mWishes.front().rest, alive = std::weak_ptr<int>(mAlive)] {
-        std::vector<std::string> removed;
-        std::string failure;
-        for (const auto& path : paths) {
-          // The folder may have become another one, where that name means something else.
-          if (path != volumes.volumesFolder() + "/" + VolumesFolder::nameOf(path)) break;
-          const std::uint64_t before = round->gone;
-          const Outcome outcome =
-              volumes.removeFromVolumesFolder(VolumesFolder::nameOf(path), [&](std::uint64_t gone) {
-                round->gone = before + gone;
-                return !round->stops;
-              });
-          if (outcome) {
-            removed.push_back(path);
-          } else {
-            failure = outcome.error().text;
-          }
-          if (round->stops) break;
+  if (wish.only) {
+    std::erase_if(paths, [&](const std::string& path) {
+      return std::ranges::find(*wish.only, path) == wish.only->end();
+    });
+  }
+  m.runLoop.detachThread("removeStrayFolders", [this, &volumes = m.volumes, &clock = m.clock,
+                                                &loop = m.runLoop, round = mRound,
+                                                paths = std::move(paths), way = wish.way,
+                                                rest = wish.rest,
+                                                alive = std::weak_ptr<int>(mAlive)] {
+    Taken taken;
+    std::string failure;
+    for (const auto& path : paths) {
+      const std::string name = VolumesFolder::nameOf(path);
+      // The folder may have become another one, where that name means something else.
+      if (path != volumes.volumesFolder() + "/" + name) break;
+      if (way == Way::aside) {
+        const Result<std::string> moved = volumes.moveAsideInVolumesFolder(name);
+        if (!moved) {
+          failure = moved.error().text;
+        } else {
+          (moved->empty() ? taken.deleted : taken.aside).push_back(moved->empty() ? path : *moved);
         }
-        if (rest > 0 && !round->stops) clock.sleep(rest);
-        loop.performOnMain([this, alive, removed, failure] {
-          if (!alive.expired()) end(removed, failure);
+      } else {
+        const std::uint64_t before = round->gone;
+        const Outcome outcome = volumes.removeFromVolumesFolder(name, [&](std::uint64_t gone) {
+          round->gone = before + gone;
+          return !round->stops;
         });
-      });
+        if (outcome) {
+          taken.deleted.push_back(path);
+        } else {
+          failure = outcome.error().text;
+        }
+      }
+      if (round->stops) break;
+    }
+    if (rest > 0 && !round->stops) clock.sleep(rest);
+    loop.performOnMain([this, alive, taken, failure] {
+      if (!alive.expired()) end(taken, failure);
+    });
+  });
 }
 
-void StrayRemoval::end(const std::vector<std::string>& removed, const std::string& failure) {
+void StrayRemoval::end(const Taken& taken, const std::string& failure) {
   mRound.reset();
   if (!failure.empty() && failure != mLastFailure) {
     mLastFailure = failure;
-    m.systemLog.write("Not deleted: " + failure);
+    m.systemLog.write("Not taken out of the volumes folder: " + failure);
   }
   const Done done = std::move(mWishes.front().done);
   mWishes.pop_front();
   if (!mWishes.empty()) begin();
-  if (done) done(removed);
+  if (done) done(taken);
+}
+
+/// Known to the thread, and gone or stopped when its results are of no use any more.
+struct StrayContents::Round {
+  std::atomic<bool> stops{false};
+};
+
+StrayContents::~StrayContents() {
+  if (mRound) mRound->stops = true;
+}
+
+void StrayContents::count(const std::vector<std::string>& paths) {
+  if (mRound) mRound->stops = true;
+  mRound = std::make_shared<Round>();
+  mStrays.clear();
+  for (const std::string& path : paths) mStrays.push_back({.path = path});
+  m.runLoop.detachThread(
+      "countStrayFolders", [this, &volumes = m.volumes, &loop = m.runLoop, round = mRound, paths] {
+        for (std::size_t i = 0; i < paths.size() && !round->stops; ++i) {
+          const auto contents = volumes.measureInVolumesFolder(
+              VolumesFolder::nameOf(paths[i]), [&](std::uint64_t) { return !round->stops; });
+          loop.performOnMain([this, round, i, contents] {
+            if (!round->stops) counted(i, contents);
+          });
+        }
+      });
+}
+
+void StrayContents::counted(std::size_t index, const Result<Volumes::Contents>& contents) {
+  mStrays[index].contents = contents;
+  if (onCounted) onCounted();
 }
 
 }  // namespace corvana

@@ -4,33 +4,46 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "platform/Volumes.h"
 
 namespace corvana {
 
 class VolumesFolder;
 struct Platform;
 
-/// Deletes stray folders on a thread of its own, since there may be much in them; one round after
-/// the other. Thread: main.
+/// Takes stray folders out of the way on a thread of its own, since there may be much in them; one
+/// round after the other. Thread: main.
 class StrayRemoval {
  public:
-  /// Paths of those that went whole.
-  using Done = std::function<void(const std::vector<std::string>& removed)>;
+  enum class Way {
+    aside,   ///< nothing is lost: what is not empty is moved into a hidden folder beside it
+    deleted  ///< with all that is in it
+  };
+  struct Taken {
+    std::vector<std::string> deleted;  ///< paths of those that are gone, whole
+    std::vector<std::string> aside;    ///< where the others have been moved to
+    bool empty() const { return deleted.empty() && aside.empty(); }
+  };
+  using Done = std::function<void(const Taken& taken)>;
 
   StrayRemoval(Platform& platform, const VolumesFolder& folder) : m(platform), mFolder(folder) {}
   StrayRemoval(const StrayRemoval&) = delete;
   StrayRemoval& operator=(const StrayRemoval&) = delete;
-  /// Nothing more is deleted, and nobody hears of it.
+  /// Nothing more is taken away, and nobody hears of it.
   ~StrayRemoval();
 
-  /// Deletes every folder that is stray when the round begins; `done` is called in the loop `rest`
-  /// seconds after the last one. A round that is asked for while one runs comes after it. Why a
-  /// folder stays goes to the system log, once until another one does.
-  void run(double rest, Done done);
+  /// Takes away every folder that is stray when the round begins, of `only` if that is given;
+  /// `done` is called in the loop `rest` seconds after the last one. A round that is asked for
+  /// while one runs comes after it. Why a folder stays goes to the system log, once until another
+  /// one does.
+  void run(Way way, double rest, Done done,
+           std::optional<std::vector<std::string>> only = std::nullopt);
   bool isRunning() const { return mRound != nullptr; }
-  /// How many files and folders have gone in the round that runs.
+  /// How many files and folders have been deleted in the round that runs.
   std::uint64_t countOfGone() const;
   /// The round that runs ends with the next entry.
   void stop();
@@ -38,12 +51,14 @@ class StrayRemoval {
  private:
   struct Round;
   struct Wish {
+    Way way;
     double rest;
     Done done;
+    std::optional<std::vector<std::string>> only;
   };
 
   void begin();
-  void end(const std::vector<std::string>& removed, const std::string& failure);
+  void end(const Taken& taken, const std::string& failure);
 
   Platform& m;
   const VolumesFolder& mFolder;
@@ -51,6 +66,35 @@ class StrayRemoval {
   std::shared_ptr<Round> mRound;
   std::string mLastFailure;
   std::shared_ptr<int> mAlive = std::make_shared<int>();
+};
+
+/// How much is in stray folders, counted on a thread of its own. Thread: main.
+class StrayContents {
+ public:
+  struct Stray {
+    std::string path;
+    std::optional<Result<Volumes::Contents>> contents = {};  ///< nothing: not counted yet
+  };
+
+  explicit StrayContents(Platform& platform) : m(platform) {}
+  StrayContents(const StrayContents&) = delete;
+  StrayContents& operator=(const StrayContents&) = delete;
+  ~StrayContents();
+
+  /// Something is known that was not.
+  std::function<void()> onCounted;
+
+  /// Forgets what it knew and counts these.
+  void count(const std::vector<std::string>& paths);
+  const std::vector<Stray>& strays() const { return mStrays; }
+
+ private:
+  struct Round;
+  void counted(std::size_t index, const Result<Volumes::Contents>& contents);
+
+  Platform& m;
+  std::vector<Stray> mStrays;
+  std::shared_ptr<Round> mRound;
 };
 
 }  // namespace corvana

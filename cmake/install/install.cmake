@@ -1,4 +1,4 @@
-# Runs at installation, when the prefix is known: the link in bin/, the two ways to start the agent, how long a
+# Runs at installation, when the prefix is known: the link in bin/, the ways to start the agent, how long a
 # shut-down waits, and the right of the wake-up helper.
 
 set(root "$ENV{DESTDIR}")
@@ -24,6 +24,8 @@ function(corvana_write name folder)
 endfunction()
 
 corvana_write(corvana9-scheduler.desktop "${autostart}")
+corvana_write(com.zan.corvana9.desktop "${CMAKE_INSTALL_PREFIX}/share/applications")
+corvana_write(com.zan.corvana9.metainfo.xml "${CMAKE_INSTALL_PREFIX}/share/metainfo")
 corvana_write(corvana9-scheduler.service "${CMAKE_INSTALL_PREFIX}/share/systemd/user")
 # The login manager looks below /usr and /usr/local; elsewhere the file is there to be copied.
 corvana_write(corvana9-shutdown-delay.conf "${CMAKE_INSTALL_PREFIX}/lib/systemd/logind.conf.d")
@@ -38,5 +40,7 @@ if(failed)
   message(STATUS "Without this the machine is not woken for actions: sudo setcap cap_wake_alarm+ep '${helper}'")
 endif()
 list(APPEND CMAKE_INSTALL_MANIFEST_FILES "${command}" "${autostart}/corvana9-scheduler.desktop"
+     "${CMAKE_INSTALL_PREFIX}/share/applications/com.zan.corvana9.desktop"
+     "${CMAKE_INSTALL_PREFIX}/share/metainfo/com.zan.corvana9.metainfo.xml"
      "${CMAKE_INSTALL_PREFIX}/lib/systemd/logind.conf.d/corvana9-shutdown-delay.conf"
      "${CMAKE_INSTALL_PREFIX}/share/systemd/user/corvana9-scheduler.service")

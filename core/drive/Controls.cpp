@@ -159,9 +159,11 @@ void Controls::bringWindowsToFront() { m.platform.userInterface.bringWindowsToFr
 void Controls::showErrorSummary() {
   // The menu that is just being opened keeps the keyboard.
   m.platform.userInterface.showWindowQuietly(Window::errorSummary);
-  m.log.clearErrorState();
-  m.state.updateMenu();
 }
+
+void Controls::errorsWereSeen() { m.log.clearErrorState(); }
+
+void Controls::showOverview() { showWindow(Window::status); }
 
 void Controls::setAnnouncePosition(const Point& position) {
   m.preferences.mShowMiniProgressPosition = position;
@@ -228,7 +230,30 @@ void Controls::mountVolumes() {
 void Controls::updateListOfVolumesToMount() { mMachine.mounter.updateListOfVolumesToMount(); }
 
 void Controls::repairAndContinueExecution() {
-  mMachine.folderSurvey.cleanVolumesFolder([this] { continueExecution(); });
+  mMachine.folderSurvey.moveAside([this] { continueExecution(); });
+}
+
+void Controls::deleteStrayFolders() {
+  std::vector<std::string> paths;
+  Volumes::Contents all;
+  bool isCounted = true;
+  for (const StrayContents::Stray& stray : mMachine.folderSurvey.strays()) {
+    paths.push_back(stray.path);
+    isCounted = isCounted && stray.contents && *stray.contents;
+    if (!isCounted) continue;
+    all.files += (*stray.contents)->files;
+    all.bytes += (*stray.contents)->bytes;
+  }
+  if (paths.empty()) return;
+  const std::string names = VolumesFolder::namesOf(paths);
+  m.platform.userInterface.ask(
+      Window::volumesFolderError, m.texts.text("StrayDeleteTitle"),
+      isCounted ? m.texts.text("StrayDeleteText",
+                               {names, m.strings.getShortSizeBytes(all.bytes), all.files})
+                : m.texts.text("StrayDeleteUncountedText", {names}),
+      [this, paths](bool deletes) {
+        if (deletes) mMachine.folderSurvey.deleteStrays(paths, [this] { continueExecution(); });
+      });
 }
 
 void Controls::mountVolume(std::size_t index) { mMachine.mounter.selectVolumeToMountInMenu(index); }

@@ -57,6 +57,8 @@ class Controls : public SchedulerCommands {
   void hideWindow(Window window) override;
   void showAllVisibleWindows() override;
   void showErrorSummary() override;
+  void errorsWereSeen() override;
+  void showOverview() override;
   void setAnnouncePosition(const Point& position) override;
   void messageClosedByUser() override;
   void userNotificationActivated() override;
@@ -75,6 +77,7 @@ class Controls : public SchedulerCommands {
   void setMountsSystemPartitions(bool also) override;
   void setPreference(const std::string& key, const ZAN_Value& value) override;
   void repairAndContinueExecution() override;
+  void deleteStrayFolders() override;
   void preferencesDidChange() override;
   void sendDailyReportNow() override;
   void quitScheduler() override;

@@ -15,7 +15,7 @@ namespace corvana {
 
 namespace {
 
-constexpr int kTellAndDelete = 2;
+constexpr int kTellAndClean = 2;
 constexpr double kSurveyInterval = 20.0;
 constexpr double kAfterReSurvey = 10.0;
 constexpr double kRetryDelay = 3.0;
@@ -25,6 +25,12 @@ constexpr double kPauseDelay = 0.01;
 constexpr double kProgressInterval = 0.5;
 constexpr int kCleanLooks = 5;
 
+std::string listOf(const std::vector<std::string>& paths) {
+  std::string list;
+  for (const std::string& path : paths) list += (list.empty() ? "" : ", ") + path;
+  return list;
+}
+
 }  // namespace
 
 VolumesFolderSurvey::VolumesFolderSurvey(Records& records, ExecuteSupervisor& supervisor)
@@ -32,7 +38,10 @@ VolumesFolderSurvey::VolumesFolderSurvey(Records& records, ExecuteSupervisor& su
       mSupervisor(supervisor),
       mFolder(m.platform.volumes),
       mRemoval(m.platform, mFolder),
-      mSchedulerVolumesFolderErrorNextCheck(m.state.deadlines) {}
+      mStrays(m.platform),
+      mSchedulerVolumesFolderErrorNextCheck(m.state.deadlines) {
+  mStrays.onCounted = [this] { m.changes.note(Change::strayFolders); };
+}
 
 bool VolumesFolderSurvey::isErrorShown() const {
   return m.platform.userInterface.isWindowVisible(Window::volumesFolderError);
@@ -78,12 +87,14 @@ void VolumesFolderSurvey::reSurveyVolumesFolder(int retry) {
     mSupervisor.clearFinishedProcess();
     m.channel.postToExecute("ActionStopVolume");
   }
-  if (m.preferences.mSurveyVolumesFolder == kTellAndDelete) {
-    tell("ReportIncorrectVolumesDeleted", *faulty);
-    mRemoval.run(executing ? 0 : kAfterDeletion, [this, executing, paths = *faulty](const auto&) {
-      if (!executing && !mFolder.checkVolumesFolder()) showError(paths);
-      endSurvey();
-    });
+  if (m.preferences.mSurveyVolumesFolder == kTellAndClean) {
+    mRemoval.run(StrayRemoval::Way::aside, executing ? 0 : kAfterDeletion,
+                 [this, executing](const StrayRemoval::Taken& taken) {
+                   tellOf(taken);
+                   const auto remaining = mFolder.getFaultyFoldersInVolumes();
+                   if (!executing && remaining) showError(*remaining);
+                   endSurvey();
+                 });
     return;
   }
   if (executing) {
@@ -100,10 +111,11 @@ void VolumesFolderSurvey::endSurvey() {
 }
 
 void VolumesFolderSurvey::showError(const std::vector<std::string>& paths) {
-  mErrorVolumesFolderText = VolumesFolder::namesOf(paths);
+  mStrays.count(paths);
   mErrorVolumesFolderDate = m.strings.getShortTimeWithSeconds(m.platform.clock.now());
   mVolumesFolderNoErrorCounter = 0;
-  m.platform.systemLog.write(m.texts.text("ReportIncorrectVolumes", {mErrorVolumesFolderText}));
+  m.platform.systemLog.write(
+      m.texts.text("ReportIncorrectVolumes", {VolumesFolder::namesOf(paths)}));
   m.platform.userInterface.showWindowQuietly(Window::volumesFolderError);
   if (m.state.mPause) return;
   m.platform.runLoop.performAfter(kPauseDelay, [this] {
@@ -128,20 +140,48 @@ void VolumesFolderSurvey::checkIfVolumesFolderClean() {
   onContinueWanted();
 }
 
-void VolumesFolderSurvey::cleanVolumesFolder(std::function<void()> onClean) {
+void VolumesFolderSurvey::moveAside(std::function<void()> onClean) {
+  clean(StrayRemoval::Way::aside, std::nullopt, std::move(onClean));
+}
+
+void VolumesFolderSurvey::deleteStrays(const std::vector<std::string>& paths,
+                                       std::function<void()> onClean) {
+  clean(StrayRemoval::Way::deleted, paths, std::move(onClean));
+}
+
+void VolumesFolderSurvey::clean(StrayRemoval::Way way, std::optional<std::vector<std::string>> only,
+                                std::function<void()> onClean) {
   if (std::exchange(mIsCleaning, true)) return;
-  mRemoval.run(kAfterDeletion, [this, onClean = std::move(onClean)](const auto& removed) {
-    mIsCleaning = false;
-    const auto remaining = mFolder.getFaultyFoldersInVolumes();
-    const char* const key = remaining ? "ReportIncorrectVolumes" : "ReportIncorrectVolumesDeleted";
-    const auto& paths = remaining ? *remaining : removed;
-    tell(key, paths);
-    m.platform.userInterface.alert(
-        m.texts.text(remaining ? "NoRepairVolumeTitle" : "RepairVolumeTitle"),
-        m.texts.text(key, {VolumesFolder::namesOf(paths)}), m.texts.text("OKButton"));
-    if (!remaining) onClean();
-  });
+  mRemoval.run(
+      way, kAfterDeletion,
+      [this, onClean = std::move(onClean)](const StrayRemoval::Taken& taken) {
+        mIsCleaning = false;
+        tellOf(taken);
+        const auto remaining = mFolder.getFaultyFoldersInVolumes();
+        std::string text;
+        const auto add = [&](const char* key, const std::string& names) {
+          if (!text.empty()) text += '\n';
+          text += m.texts.text(key, {names});
+        };
+        if (!taken.aside.empty()) add("ReportIncorrectVolumesAside", listOf(taken.aside));
+        if (!taken.deleted.empty())
+          add("ReportIncorrectVolumesDeleted", VolumesFolder::namesOf(taken.deleted));
+        if (remaining) {
+          tell("ReportIncorrectVolumes", *remaining);
+          mStrays.count(*remaining);
+          add("ReportIncorrectVolumes", VolumesFolder::namesOf(*remaining));
+        }
+        m.platform.userInterface.alert(
+            m.texts.text(remaining ? "NoRepairVolumeTitle" : "RepairVolumeTitle"), text,
+            m.texts.text("OKButton"));
+        if (!remaining) onClean();
+      },
+      std::move(only));
   followProgress();
+}
+
+void VolumesFolderSurvey::removeExtraItemsInVolumesFolder() {
+  mRemoval.run(StrayRemoval::Way::aside, 0, [this](const auto& taken) { tellOf(taken); });
 }
 
 void VolumesFolderSurvey::followProgress() {
@@ -155,8 +195,18 @@ std::string VolumesFolderSurvey::progressText() const {
                       {m.strings.getUnsignedWithSeparators(mRemoval.countOfGone())});
 }
 
+/// Whoever looks for what was moved needs to know where it is.
+void VolumesFolderSurvey::tellOf(const StrayRemoval::Taken& taken) {
+  if (!taken.aside.empty())
+    note(m.texts.text("ReportIncorrectVolumesAside", {listOf(taken.aside)}));
+  if (!taken.deleted.empty()) tell("ReportIncorrectVolumesDeleted", taken.deleted);
+}
+
 void VolumesFolderSurvey::tell(const char* key, const std::vector<std::string>& paths) {
-  const std::string text = m.texts.text(key, {VolumesFolder::namesOf(paths)});
+  note(m.texts.text(key, {VolumesFolder::namesOf(paths)}));
+}
+
+void VolumesFolderSurvey::note(const std::string& text) {
   m.store.texts().addToReportFile(text);
   m.log.addSchedulerLog(LogCode::message, text);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,9 @@ namespace corvana {
 class ExecuteSupervisor;
 struct Records;
 
-/// Looks for stray folders in the volumes folder, tells of them, deletes them if the user wants
-/// that, and holds executions back while they are there. Thread: main.
+/// Looks for stray folders in the volumes folder, tells of them, takes them out of the way if the
+/// user wants that, and holds executions back while they are there. Nothing that is in them is
+/// deleted unless the user has said so of just these. Thread: main.
 class VolumesFolderSurvey {
  public:
   VolumesFolderSurvey(Records& records, ExecuteSupervisor& supervisor);
@@ -45,37 +47,44 @@ class VolumesFolderSurvey {
   void pauseChanged(bool isPaused);
 
   // For the window and the siblings
-  /// The user's wish: deletes what is there and tells what came of it; `onClean` is called when all
-  /// is gone. Another wish while this one is being fulfilled is dropped.
-  void cleanVolumesFolder(std::function<void()> onClean);
-  void removeExtraItemsInVolumesFolder() { mRemoval.run(0, {}); }
-  /// Whether something is being deleted, in the background.
+  /// The user's wish: moves aside what is there, or deletes just these, and tells what came of it;
+  /// `onClean` is called when none is left. Another wish while this one is being fulfilled is
+  /// dropped.
+  void moveAside(std::function<void()> onClean);
+  void deleteStrays(const std::vector<std::string>& paths, std::function<void()> onClean);
+  /// Another program's wish.
+  void removeExtraItemsInVolumesFolder();
+  /// Whether something is being taken away, in the background.
   bool isRemoving() const { return mRemoval.isRunning(); }
-  /// What is being deleted stays, as far as it is still there.
+  /// What is being taken away stays, as far as it is still there.
   void stopRemoving() { mRemoval.stop(); }
   /// How far the user's wish has got; empty when there is none.
   std::string progressText() const;
-  /// The names of the strays last told of, and when.
-  const std::string& errorText() const { return mErrorVolumesFolderText; }
+  /// The strays last told of with what is in them, and when.
+  const std::vector<StrayContents::Stray>& strays() const { return mStrays.strays(); }
   const std::string& errorDate() const { return mErrorVolumesFolderDate; }
 
  private:
   void reSurveyVolumesFolder(int retry);
   void endSurvey();
+  void clean(StrayRemoval::Way way, std::optional<std::vector<std::string>> only,
+             std::function<void()> onClean);
   void followProgress();
   void tell(const char* key, const std::vector<std::string>& paths);
+  void note(const std::string& text);
+  void tellOf(const StrayRemoval::Taken& taken);
   void showError(const std::vector<std::string>& paths);
 
   Records& m;
   ExecuteSupervisor& mSupervisor;
   VolumesFolder mFolder;
   StrayRemoval mRemoval;
+  StrayContents mStrays;
   bool mCheckingVolumesFolder = false;
   bool mIsCleaning = false;
   Deadline mSchedulerVolumesFolderErrorNextCheck;
   int mVolumesFolderNoErrorCounter = 0;
   bool mHasPaused = false;
-  std::string mErrorVolumesFolderText;
   std::string mErrorVolumesFolderDate;
 };
 

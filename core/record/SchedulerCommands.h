@@ -56,8 +56,12 @@ class SchedulerCommands {
   virtual void showWindow(Window window) = 0;
   virtual void hideWindow(Window window) = 0;
   virtual void showAllVisibleWindows() = 0;
-  /// Shows the failures and takes the error state back.
+  /// Shows the failures, and leaves the keyboard where it is.
   virtual void showErrorSummary() = 0;
+  /// The user has seen what failed: the error state goes.
+  virtual void errorsWereSeen() = 0;
+  /// What a click on the icon asks for: how everything stands.
+  virtual void showOverview() = 0;
   /// The user has put the announce window there; its lower left corner.
   virtual void setAnnouncePosition(const Point& position) = 0;
   /// The user closed a message by its button.
@@ -91,9 +95,12 @@ class SchedulerCommands {
   /// Also offers partitions of the system.
   virtual void setMountsSystemPartitions(bool also) = 0;
 
-  /// Deletes the stray folders in the volumes folder and says what came of it; when none is left,
-  /// executions go on.
+  /// Moves the stray folders in the volumes folder aside and says what came of it; when none is
+  /// left, executions go on.
   virtual void repairAndContinueExecution() = 0;
+  /// Asks whether the stray folders last told of are to be deleted with all that is in them, and
+  /// does it then.
+  virtual void deleteStrayFolders() = 0;
 
   // The agent itself
   /// Stores a preference under its key and takes it over; null goes back to the built-in value.

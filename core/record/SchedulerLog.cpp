@@ -58,10 +58,13 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
   // What only lacks what cannot be copied is told in yellow where runs are shown, and is no alarm.
   const bool onlyLacks = entry.integer(RunKey::onlyLacks) != 0;
   if (isFailure(code) && !onlyLacks) {
-    setErrorState(static_cast<int>(code));
+    addFailure(entry.integer("R"), static_cast<int>(code));
     if (mPreferences.mShowErrorWindows != 0) mUserInterface.showWindow(Window::errorSummary);
   }
   switch (code) {
+    case LogCode::completed:
+      removeFailure(entry.integer("R"));
+      break;
     case LogCode::volumeNotFound:
     case LogCode::volumeNotAvailable:
       if (showStandardMessage) {
@@ -75,12 +78,18 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
       break;
     case LogCode::unexpectedError:
     case LogCode::completedWithErrors:
-      if (onlyLacks) break;
+      if (onlyLacks) {
+        removeFailure(entry.integer("R"));
+        break;
+      }
       if (const std::int64_t asked = entry.integer(DeletionKey::toConfirm);
           asked > 0 && showStandardMessage) {
         showStandardMessage(
             mTexts.text("ActionAsksToDelete", {entry.string("N"), asked, entry.integer("R")}),
             LogCode::message);
+      } else if (code == LogCode::completedWithErrors && showStandardMessage) {
+        // It has a message of its own nowhere else, and not every desktop shows the icon.
+        showStandardMessage(mTexts.text("ActionWithErrors", {entry.string("N")}), 0);
       }
       mHistory.counters().incrementCounter(ExecutionCounters::kErrors, entry.integer("R"));
       break;
@@ -98,17 +107,53 @@ void SchedulerLog::addSchedulerLog(int code, std::string_view text) {
   addSchedulerLog(entry);
 }
 
-void SchedulerLog::clearErrorState() { setErrorState(0); }
+void SchedulerLog::clearErrorState() {
+  if (mState.mErrorInExecution == 0) return;
+  mState.mFailures.clear();
+  failuresChanged();
+}
 
-void SchedulerLog::setErrorState(int code) {
-  if (mState.mErrorInExecution == code) return;
-  mState.mErrorInExecution = code;
+void SchedulerLog::addFailure(std::int64_t ref, int code) {
+  auto& failures = mState.mFailures;
+  if (!failures.empty() && failures.back().ref == ref && failures.back().code == code) return;
+  std::erase_if(failures, [ref](const auto& failure) { return failure.ref == ref; });
+  failures.push_back({ref, code});
+  failuresChanged();
+}
+
+void SchedulerLog::removeFailure(std::int64_t ref) {
+  // What is no action's has no success.
+  if (ref == 0) return;
+  if (std::erase_if(mState.mFailures, [ref](const auto& one) { return one.ref == ref; }) != 0)
+    failuresChanged();
+}
+
+void SchedulerLog::failuresChanged() {
+  const auto& failures = mState.mFailures;
+  mState.mErrorInExecution = failures.empty() ? 0 : failures.back().code;
   mState.updateMenu();
   // Kept in the preferences, so that a failure stays in sight when the agent starts itself anew.
-  mPreferences.setPref(PreferenceKey::errorInExecution, code);
+  ZAN_Value stored = ZAN_Value::array();
+  for (const SchedulerState::Failure& failure : failures)
+    stored.append(ZAN_Value::dictionary({{"R", failure.ref}, {"C", failure.code}}));
+  mPreferences.setPref(PreferenceKey::errorInExecution, mState.mErrorInExecution);
+  mPreferences.setPref(PreferenceKey::failures, failures.empty() ? ZAN_Value() : stored);
   // A failure to save is logged by the store, and the state holds for this run.
   mPreferences.savePrefs();
   mChanges.note(Change::execution);
+}
+
+void SchedulerLog::restoreErrorState() {
+  mState.mFailures.clear();
+  for (const ZAN_Value& one : mPreferences.prefForKey(PreferenceKey::failures).elements()) {
+    if (isFailure(one.integer("C")) || one.integer("C") == LogCode::message)
+      mState.mFailures.push_back({one.integer("R"), static_cast<int>(one.integer("C"))});
+  }
+  // Of what another program stored, or a damaged list, no more is known than that there is one.
+  const int code = mPreferences.integer(PreferenceKey::errorInExecution, 0);
+  if (code == 0) mState.mFailures.clear();
+  if (code != 0 && mState.mFailures.empty()) mState.mFailures.push_back({0, code});
+  mState.mErrorInExecution = mState.mFailures.empty() ? 0 : mState.mFailures.back().code;
 }
 
 }  // namespace corvana

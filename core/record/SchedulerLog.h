@@ -50,22 +50,27 @@ class SchedulerLog {
   /// (reference), "P" (path as shown), "S" (termination status). A copy with "M" = now goes to the
   /// log list, the main application is told, codes of failures become the error state that the
   /// menus show and open the error summary for a user who wants that, and then by code: a missing
-  /// volume is said to the user, errors and crashes are counted; an interruption by hand is said to
-  /// the user who wants to hear of it. Anything but a dictionary is ignored.
+  /// volume and a completion with errors are said to the user, errors and crashes are counted; an
+  /// interruption by hand is said to the user who wants to hear of it. A success of an action takes
+  /// its failure back. Anything but a dictionary is ignored.
   void addSchedulerLog(const ZAN_Value& entry);
   /// The usual short form {"N": text, "C": code}, without "N" for an empty text.
   void addSchedulerLog(int code, std::string_view text = {});
 
   /// A failure outside of the actions: what could not be done is in the log already.
-  void showErrorState(int code) { setErrorState(code); }
+  void showErrorState(int code) { addFailure(0, code); }
   /// The user has seen the errors: the error state goes.
   void clearErrorState();
+  /// What an earlier run of the agent left of them.
+  void restoreErrorState();
 
   /// Shows a text to the user as a standard message with that log code; set by Messages.
   std::function<void(const std::string& text, int logCode)> showStandardMessage;
 
  private:
-  void setErrorState(int code);
+  void addFailure(std::int64_t ref, int code);
+  void removeFailure(std::int64_t ref);
+  void failuresChanged();
 
   const Clock& mClock;
   UserInterface& mUserInterface;

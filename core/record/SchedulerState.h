@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "core/record/Deadline.h"
@@ -47,7 +48,14 @@ struct SchedulerState {
   /// The start-up disk is another one than the actions were made for, and the question is still
   /// open.
   bool mStartedFromNewMachine = false;
-  /// Code of the last log entry that told of a failure; 0: none since the user looked.
+  /// A failure that the user has not seen yet, and that its action has not made good.
+  struct Failure {
+    std::int64_t ref = 0;  ///< of the action; 0: something else
+    int code = 0;          ///< of the log
+  };
+  /// One an action, the latest last.
+  std::vector<Failure> mFailures;
+  /// The code of the last one; 0: none. What the menus show as the error state.
   int mErrorInExecution = 0;
   /// What the last survey of a folder found, until the user has seen it: {"Date", "Msg", "Ref",
   /// "SurveyResults"}, else null.

@@ -272,6 +272,15 @@ Outcome LinuxVolumes::removeFromVolumesFolder(const std::string& name, const Goe
   return VolumesFolderAccess(volumesFolder(), mHome).remove(name, goesOn);
 }
 
+Result<std::string> LinuxVolumes::moveAsideInVolumesFolder(const std::string& name) {
+  return VolumesFolderAccess(volumesFolder(), mHome).moveAside(name);
+}
+
+Result<Volumes::Contents> LinuxVolumes::measureInVolumesFolder(const std::string& name,
+                                                               const GoesOn& goesOn) const {
+  return VolumesFolderAccess(volumesFolder(), mHome).measure(name, goesOn);
+}
+
 void LinuxVolumes::observe(Observer observer) {
   stopWatching();
   mObserver = std::move(observer);

@@ -69,6 +69,9 @@ class LinuxVolumes final : public Volumes {
   bool isReachable(const std::string& host) override;
   std::vector<std::string> volumesFolderContents() const override;
   Outcome removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) override;
+  Result<std::string> moveAsideInVolumesFolder(const std::string& name) override;
+  Result<Contents> measureInVolumesFolder(const std::string& name,
+                                          const GoesOn& goesOn) const override;
   void observe(Observer observer) override;
 
   /// How many seconds a mount may take to answer; a fraction of one at first.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -29,6 +30,9 @@ constexpr std::array<std::string_view, 14> kSystemTrees = {
 constexpr std::array<std::string_view, 10> kUserFolders = {
     "Desktop",  "Documents", "Downloads", "Library", "Music",
     "Pictures", "Public",    "Templates", "Videos",  "snap"};
+
+/// Of what was moved aside under one name.
+constexpr int kMostNames = 9999;
 
 Error refused(const std::string& path, std::string_view why) {
   return {ErrorKind::refused, path + ": " + std::string(why)};
@@ -138,6 +142,40 @@ class Removal {
   std::uint64_t mGone = 0;
 };
 
+/// One count.
+class Measuring {
+ public:
+  Measuring(dev_t device, const VolumesFolderAccess::GoesOn& goesOn)
+      : mDevice(device), mGoesOn(goesOn) {}
+
+  Outcome add(int parent, const std::string& name, const std::string& path) {
+    if (mGoesOn && !mGoesOn(mContents.files)) return refused(path, "nothing more is counted");
+    struct stat state {};
+    if (::fstatat(parent, name.c_str(), &state, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
+      return errno == ENOENT ? Outcome() : Outcome(failed(path, errno));
+    if (state.st_dev != mDevice) return {};
+    if (!S_ISDIR(state.st_mode)) {
+      ++mContents.files;
+      mContents.bytes += static_cast<std::uint64_t>(state.st_size);
+      return {};
+    }
+    const ZAN_Descriptor folder = openFolderBelow(parent, name);
+    if (!folder) return errno == EXDEV ? Outcome() : Outcome(failed(path, errno));
+    const auto names = namesInFolder(folder.get());
+    if (!names) return failed(path, errno);
+    for (const auto& entry : *names) {
+      if (Outcome done = add(folder.get(), entry, path + "/" + entry); !done) return done;
+    }
+    return {};
+  }
+  const Volumes::Contents& contents() const { return mContents; }
+
+ private:
+  dev_t mDevice;
+  const VolumesFolderAccess::GoesOn& mGoesOn;
+  Volumes::Contents mContents;
+};
+
 }  // namespace
 
 VolumesFolderAccess::VolumesFolderAccess(std::string folder, std::string home)
@@ -177,16 +215,59 @@ std::vector<std::string> VolumesFolderAccess::names() const {
   return found;
 }
 
-Outcome VolumesFolderAccess::remove(const std::string& name, const GoesOn& goesOn) const {
-  const std::string path = mFolder + "/" + name;
+Result<ZAN_Descriptor> VolumesFolderAccess::open(const std::string& name) const {
   if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos)
-    return refused(path, "no name of an entry");
-  if (Outcome fit = check(); !fit) return fit;
+    return refused(mFolder + "/" + name, "no name of an entry");
+  if (Outcome fit = check(); !fit) return fit.error();
   // What is mounted on the folder since it was checked has entries of its own.
-  const ZAN_Descriptor folder = openUnmounted(mFolder);
+  ZAN_Descriptor folder = openUnmounted(mFolder);
+  if (!folder) return failed(mFolder, errno);
+  return folder;
+}
+
+Outcome VolumesFolderAccess::remove(const std::string& name, const GoesOn& goesOn) const {
+  const auto folder = open(name);
+  if (!folder) return folder.error();
   struct stat state {};
-  if (!folder || ::fstat(folder.get(), &state) != 0) return failed(mFolder, errno);
-  return Removal(state.st_dev, goesOn).remove(folder.get(), name, path);
+  if (::fstat(folder->get(), &state) != 0) return failed(mFolder, errno);
+  return Removal(state.st_dev, goesOn).remove(folder->get(), name, mFolder + "/" + name);
+}
+
+Result<std::string> VolumesFolderAccess::moveAside(const std::string& name) const {
+  const std::string path = mFolder + "/" + name;
+  const auto folder = open(name);
+  if (!folder) return folder.error();
+  MountsNow mounts;
+  if (anyAtOrBelow(mounts, path)) return refused(path, "something is mounted there");
+  // The kernel itself says whether it is empty, at the moment when that counts.
+  if (::unlinkat(folder->get(), name.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT)
+    return std::string();
+  if (errno != ENOTEMPTY && errno != EEXIST && errno != ENOTDIR) return failed(path, errno);
+  const std::string place = mFolder + "/" + Volumes::kMovedAside;
+  if (::mkdirat(folder->get(), Volumes::kMovedAside, 0700) != 0 && errno != EEXIST)
+    return failed(place, errno);
+  const ZAN_Descriptor aside = openFolderBelow(folder->get(), Volumes::kMovedAside);
+  if (!aside) return failed(place, errno);
+  for (int number = 1; number <= kMostNames; ++number) {
+    const std::string free = number == 1 ? name : name + " " + std::to_string(number);
+    if (::renameat2(folder->get(), name.c_str(), aside.get(), free.c_str(), RENAME_NOREPLACE) == 0)
+      return place + "/" + free;
+    if (errno == ENOENT) return std::string();
+    if (errno != EEXIST) return failed(path, errno);
+  }
+  return failed(place, EEXIST);
+}
+
+Result<Volumes::Contents> VolumesFolderAccess::measure(const std::string& name,
+                                                       const GoesOn& goesOn) const {
+  const auto folder = open(name);
+  if (!folder) return folder.error();
+  struct stat state {};
+  if (::fstat(folder->get(), &state) != 0) return failed(mFolder, errno);
+  Measuring measuring(state.st_dev, goesOn);
+  if (Outcome done = measuring.add(folder->get(), name, mFolder + "/" + name); !done)
+    return done.error();
+  return measuring.contents();
 }
 
 }  // namespace corvana

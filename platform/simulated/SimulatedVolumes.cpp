@@ -64,11 +64,15 @@ std::vector<std::string> SimulatedVolumes::volumesFolderContents() const {
   return names;
 }
 
+bool SimulatedVolumes::isInUse(const std::string& name) const {
+  return sticky.contains(name) || std::ranges::any_of(mMounts, [&](const Mount& mount) {
+           return ZAN_FilesUtils::isAtOrBelow(mount.target, folder + "/" + name);
+         });
+}
+
 Outcome SimulatedVolumes::removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) {
   const std::string path = folder + "/" + name;
-  const bool inUse = std::ranges::any_of(
-      mMounts, [&](const Mount& mount) { return ZAN_FilesUtils::isAtOrBelow(mount.target, path); });
-  if (inUse || sticky.contains(name)) return Error{ErrorKind::refused, path + ": in use"};
+  if (isInUse(name)) return Error{ErrorKind::refused, path + ": in use"};
   std::error_code failure;
   std::uint64_t gone = 0;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(path, failure)) {
@@ -80,6 +84,35 @@ Outcome SimulatedVolumes::removeFromVolumesFolder(const std::string& name, const
   std::filesystem::remove_all(path, failure);
   if (failure) return Error{ErrorKind::unwritable, path + ": " + failure.message()};
   return {};
+}
+
+Result<std::string> SimulatedVolumes::moveAsideInVolumesFolder(const std::string& name) {
+  const std::filesystem::path path = folder + "/" + name;
+  if (isInUse(name)) return Error{ErrorKind::refused, path.string() + ": in use"};
+  std::error_code failure;
+  if (std::filesystem::is_empty(path, failure)) {
+    std::filesystem::remove(path, failure);
+    return std::string();
+  }
+  const std::filesystem::path place = std::filesystem::path(folder) / kMovedAside;
+  std::filesystem::create_directory(place, failure);
+  std::filesystem::rename(path, place / name, failure);
+  if (failure) return Error{ErrorKind::unwritable, path.string() + ": " + failure.message()};
+  return (place / name).string();
+}
+
+Result<Volumes::Contents> SimulatedVolumes::measureInVolumesFolder(const std::string& name,
+                                                                   const GoesOn& goesOn) const {
+  Contents contents;
+  std::error_code failure;
+  for (const auto& entry :
+       std::filesystem::recursive_directory_iterator(folder + "/" + name, failure)) {
+    if (entry.is_directory()) continue;
+    if (!goesOn(contents.files)) break;
+    ++contents.files;
+    contents.bytes += entry.file_size();
+  }
+  return contents;
 }
 
 std::string SimulatedVolumes::mount(const Disk& disk) {

@@ -39,6 +39,9 @@ class SimulatedVolumes final : public Volumes {
   bool isReachable(const std::string& host) override { return reachable.contains(host); }
   std::vector<std::string> volumesFolderContents() const override;
   Outcome removeFromVolumesFolder(const std::string& name, const GoesOn& goesOn) override;
+  Result<std::string> moveAsideInVolumesFolder(const std::string& name) override;
+  Result<Contents> measureInVolumesFolder(const std::string& name,
+                                          const GoesOn& goesOn) const override;
   void observe(Observer observer) override { mObserver = std::move(observer); }
 
   /// Mounts a disk, at a place with a number behind its name when the plain one is taken; returns
@@ -77,6 +80,7 @@ class SimulatedVolumes final : public Volumes {
     std::string target;  ///< empty: not mounted
   };
 
+  bool isInUse(const std::string& name) const;
   std::string toolAnswer(const std::vector<std::string>& words, bool& done);
   Known* find(const std::string& nameOrPath);
 

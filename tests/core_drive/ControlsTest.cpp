@@ -74,7 +74,8 @@ TEST(Controls, EachCommandHasItsEffectAndNoOther) {
          std::ofstream(day.store().folder().aliasFolderPath() + "/share.desktop")
              << "[Desktop Entry]\nType=Link\nURL=smb://server/share\n";
          day.commands().menuWillOpen();
-         EXPECT_EQ(day.agent->userInterfaceSources().mounter.volumesToMountList().size(), 1U);
+         EXPECT_EQ(day.agent->userInterfaceSources().machine.mounter.volumesToMountList().size(),
+                   1U);
        },
        ""},
       {"open the menu after an error",
@@ -82,8 +83,16 @@ TEST(Controls, EachCommandHasItsEffectAndNoOther) {
          day.tell("AddToLog", info("C", 5));
          day.commands().menuWillOpen();
        },
-       "main LogChanged; stored SchedulerPrefErrorInExecution: 0; windows:  errorSummary (quietly) "
-       "floatingIcon; log 5"},
+       "main LogChanged; errorCode: 5; stored SchedulerFailuresNotSeen: [{R=0 C=5}]; stored "
+       "SchedulerPrefErrorInExecution: 5; windows:  errorSummary (quietly) floatingIcon; log 5"},
+      {"see the error",
+       [](Drive& day) {
+         day.tell("AddToLog", info("C", 5));
+         day.commands().errorsWereSeen();
+       },
+       "main LogChanged; stored SchedulerPrefErrorInExecution: 0; log 5"},
+      {"overview", [](Drive& day) { day.commands().showOverview(); },
+       "windows:  status floatingIcon"},
       {"show the queue", [](Drive& day) { day.commands().showWindow(Window::queue); },
        "windows:  queue floatingIcon"},
       {"show the survey", [](Drive& day) { day.commands().showWindow(Window::executionSurvey); },

@@ -112,7 +112,7 @@ std::map<std::string, std::string> Drive::values() {
                    : ui.countDown  ? "count-down " + std::to_string(ui.countDown->first)
                                    : "";
   values["title"] = ui.statusTitle;
-  values["information"] = agent->userInterfaceSources().statusInformation();
+  values["information"] = agent->userInterfaceSources().launchStep.statusInformation();
   values["message"] = ui.message ? ui.message->title : "";
   if (ui.message && !ui.message->text.empty()) values["message"] += ": " + ui.message->text;
   if (ui.message && !ui.message->closeButton) values["message"] += " (stays)";

@@ -274,7 +274,7 @@ TEST(Launches, AskedForNowRunWhileExecutionIsOffAndNothingElse) {
   day.commands().executeNow(102);
   day.commands().executeNow(102);
   day.runFor(0.5);
-  EXPECT_EQ(day.agent->userInterfaceSources().statusInformation(), "");
+  EXPECT_EQ(day.agent->userInterfaceSources().launchStep.statusInformation(), "");
   day.runFor(60);
   EXPECT_EQ(day.executionsOf("Mail"), 1U);
   EXPECT_EQ(day.executionsOf("Photos"), 0U);

@@ -103,10 +103,14 @@ TEST(Notifications, EachHasItsEffectAndNoOther) {
       {"no pause", says("ActionPause", info("Pause", 0)),
        "main ReturnCVASchedulerStatus {SchedulerStatus=1}"},
       {"log", says("AddToLog", details({{"C", 14}, {"R", 102}, {"N", "Mail"}})),
-       "main LogChanged; errorCode: 14; stored SchedulerPrefErrorInExecution: 14; log 14"},
+       "main LogChanged; errorCode: 14; message: “Mail” was completed with errors; stored "
+       "SchedulerFailuresNotSeen: [{R=102 C=14}]; stored SchedulerPrefErrorInExecution: 14; "
+       "report: "
+       "“Mail” was completed with errors; log 14"},
       {"log of a missing volume", says("AddToLog", details({{"C", 4}, {"R", 102}, {"N", "Mail"}})),
        "main LogChanged; main LogChanged; errorCode: 4; message: “Mail” was not executed: a volume "
-       "or folder it needs is not available; stored SchedulerPrefErrorInExecution: 4; stored "
+       "or folder it needs is not available; stored SchedulerFailuresNotSeen: [{R=102 C=4}]; "
+       "stored SchedulerPrefErrorInExecution: 4; stored "
        "SchedulerPrefLastNotifications: (160 bytes); report: “Mail” was not executed: a volume or "
        "folder it needs is not available; log 4; log 13"},
       {"log of a success", says("AddToLog", details({{"C", 2}, {"R", 102}, {"N", "Mail"}})),

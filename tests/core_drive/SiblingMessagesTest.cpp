@@ -83,6 +83,7 @@ TEST(SiblingMessages, TellOfACrashAndItsRepetition) {
       "text=The next action waits while a message is shown until=12:00:30}; icon: error; message: "
       "An action ended unexpectedly: “Mail” did not finish. The log says where it was.; queue: "
       "[{ref=102 title=Mail date=12:00:05}]; schedulerStatus: 1; stored "
+      "SchedulerFailuresNotSeen: [{R=102 C=6}]; stored "
       "SchedulerPrefErrorInExecution: 6; title: Next: Photos at 6:00 PM; current no more; report: "
       "The execution of “Mail” ended unexpectedly after 8 s. It is run once more.; report:     "
       "one; "

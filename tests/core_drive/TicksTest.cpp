@@ -162,7 +162,7 @@ TEST(Ticks, DoEachDutyAtItsTime) {
       {"free space", visible(Window::lowSpace), 800, "295.75 shown",
        [](Drive& day) { day.machine.volumes.setFree("/", 1'000'000'000); }},
       {"idle time",
-       [](Drive& day) { return day.agent->userInterfaceSources().statusInformation(); },
+       [](Drive& day) { return day.agent->userInterfaceSources().launchStep.statusInformation(); },
        320,
        "115.75 Idle for 2 min, 175.25 Idle for 3 min, 235.25 Idle for 4 min, 295.25 Idle for 5 min",
        {},

@@ -48,6 +48,32 @@ TEST_F(SchedulerLogTest, FailuresShowUntilTheyWereSeen) {
   EXPECT_EQ(changes, 8);
 }
 
+TEST_F(SchedulerLogTest, ASuccessTakesBackTheFailureOfItsOwnAction) {
+  RecordedAgent agent(p);
+  const auto log = [](RecordedAgent& to, int code, std::int64_t ref) {
+    to.schedulerLog.addSchedulerLog(ZAN_Value::dictionary({{"C", code}, {"R", ref}}));
+  };
+  log(agent, 14, 1);
+  log(agent, 6, 2);
+  log(agent, 5, 1);
+  log(agent, 2, 3);
+  EXPECT_EQ(agent.state.mErrorInExecution, 5);
+  RecordedAgent next(p);
+  next.schedulerLog.restoreErrorState();
+  ASSERT_EQ(next.state.mFailures.size(), 2U);
+  log(next, 2, 1);
+  EXPECT_EQ(next.state.mErrorInExecution, 6) << "the other one has not been made good";
+  log(next, 2, 2);
+  EXPECT_EQ(next.state.mErrorInExecution, 0);
+  EXPECT_TRUE(next.preferences.prefForKey("SchedulerFailuresNotSeen").isNull());
+
+  // Of an agent that kept no list.
+  next.preferences.setPref("SchedulerPrefErrorInExecution", 11);
+  next.schedulerLog.restoreErrorState();
+  log(next, 2, 1);
+  EXPECT_EQ(next.state.mErrorInExecution, 11);
+}
+
 TEST_F(SchedulerLogTest, ErrorsAndCrashesAreCountedForTheirAction) {
   RecordedAgent agent(p);
   for (const int code : {5, 14, 6, 11, 2}) {

@@ -16,6 +16,8 @@
 #include <QTabBar>
 #include <QTabWidget>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "actions/History.h"
@@ -56,8 +58,6 @@ class WindowsTest : public testing::Test {
     scenario.start(true);
     scenario.runFor(5);
     mSources.emplace(scenario.agent->userInterfaceSources());
-    mSources->strayFolders = [] { return std::string("Backup Disk\nUSB Stick"); };
-    mSources->freePercent = [] { return 7; };
   }
   AgentWindow& open(Window which) {
     mWindow = makeWindow(which, *mSources);
@@ -119,7 +119,7 @@ class WindowsTest : public testing::Test {
   /// What has no frame: messages, the announcement, the floating icon, a question, the menu.
   void smallWindows(const QString& look) {
     const QIcon logo(QStringLiteral(CORVANA_RESOURCES "/icons/logo_cva_dialogs.svg"));
-    const ZAN_StringTable& texts = mSources->texts;
+    const ZAN_StringTable& texts = mSources->records.texts;
     MessageView message(
         true, qt(texts.text("ExecuteBadTerminatedTitle")),
         qt(texts.text("ExecuteBadTerminatedMessage", {"Photos to the server"})),
@@ -194,7 +194,14 @@ class WindowsTest : public testing::Test {
   void everyWindowInEveryLook(const std::string& language) {
     scenario.machine.machine.languages = {language};
     fillWithExamples();
+    for (const char* name : {"Backup Disk", "USB Stick"}) {
+      const std::filesystem::path stray = scenario.machine.volumes.folder + "/" + name;
+      std::filesystem::create_directories(stray);
+      std::ofstream(stray / "film.mov") << std::string(3'000'000, 'x');
+    }
     begin();
+    scenario.runFor(20);
+    scenario.agent->commands().pauseExecution();
     (void)scenario.agent->commands().launchAction(101, false);
     scenario.runFor(5);
     for (const std::int64_t ref : {102, 103})

@@ -44,7 +44,14 @@ if grep -q '^CMAKE_BUILD_TYPE:[A-Z]*=Release' "$build/CMakeCache.txt"; then
   done
 fi
 
-for file in etc/xdg/autostart/corvana9-scheduler.desktop share/systemd/user/corvana9-scheduler.service; do
+launcher="$prefix/share/applications/com.zan.corvana9.desktop"
+metadata="$prefix/share/metainfo/com.zan.corvana9.metainfo.xml"
+[ -s "$prefix/share/icons/hicolor/scalable/apps/$(sed -n 's/^Icon=//p' "$launcher").svg" ] || fail "the launcher has no icon"
+! command -v desktop-file-validate > /dev/null || desktop-file-validate "$launcher" || fail "the launcher is not valid"
+! command -v appstreamcli > /dev/null || appstreamcli validate --no-net "$metadata" > /dev/null ||
+  fail "the metadata is not valid: $(appstreamcli validate --no-net "$metadata")"
+
+for file in etc/xdg/autostart/corvana9-scheduler.desktop share/applications/com.zan.corvana9.desktop share/systemd/user/corvana9-scheduler.service; do
   command=$(sed -nE 's/^Exec(Start)?="([^"]*)".*/\2/p' "$prefix/$file")
   [ -x "$command" ] || fail "$file starts what is not there: $command"
 done

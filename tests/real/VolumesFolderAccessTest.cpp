@@ -37,6 +37,24 @@ bool leavesMountsAndLinksAlone(const fs::path& root) {
   write(folder / "Disk/onDisk");
 
   const VolumesFolderAccess access(folder, root / "home");
+  fs::create_directory(folder / "Empty");
+  for (int i = 0; i < 2; ++i) {
+    write(folder / "Full/inner/file");
+    fs::create_directory_symlink(outside, folder / "Full/link");
+    const auto contents = access.measure("Full");
+    good &= expect(contents && contents->files == 2, "a link counts as itself");
+    const auto moved = access.moveAside("Full");
+    good &=
+        expect(moved && *moved == folder / (i == 0 ? ".Moved aside/Full" : ".Moved aside/Full 2"),
+               "moved under a free name");
+    good &= expect(moved && fs::exists(fs::path(*moved) / "inner/file"), "with all that is in it");
+  }
+  const auto emptied = access.moveAside("Empty");
+  good &= expect(emptied && emptied->empty() && !fs::exists(folder / "Empty"), "an empty one goes");
+  good &= expect(!access.moveAside("Bound"), "what holds a mount is not moved");
+  good &= expect(!access.moveAside("Disk"), "nor is a mount point");
+  const auto bound = access.measure("Bound");
+  good &= expect(bound && bound->files == 1, "what is mounted in it is not counted");
   std::uint64_t seen = 0;
   good &= expect(!access.remove("Linked", [&](std::uint64_t gone) { return (seen = gone) < 1; }) &&
                      seen == 1 && fs::exists(folder / "Linked"),

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "core/machine/MachineDuties.h"
 #include "tests/scenario/Scenario.h"
 
 namespace corvana {
@@ -78,7 +79,7 @@ TEST_F(StrayFolders, ThatGoByThemselvesAreNotMentioned) {
   EXPECT_EQ(day.logCodes(), (std::vector<std::int64_t>{20, 1}));
 }
 
-TEST_F(StrayFolders, AreDeletedWhenTheUserWantsThat) {
+TEST_F(StrayFolders, AreTakenAwayUnaskedWithoutLosingWhatIsInThem) {
   ASSERT_TRUE(day.store().settings().saveSchedulerSettings(
       ZAN_Value::dictionary({{"SchedulerPrefSurveyVolumesFolder", 2}})));
   fs::create_directories(stray.parent_path() / "Sticky");
@@ -86,33 +87,60 @@ TEST_F(StrayFolders, AreDeletedWhenTheUserWantsThat) {
   day.start(true);
   day.runUntil("2024-01-02 12:01:00");
   EXPECT_FALSE(fs::exists(stray));
+  EXPECT_TRUE(fs::exists(stray.parent_path() / ".Moved aside/USB/left behind"));
   EXPECT_TRUE(isShown()) << "one of them stayed";
   day.machine.volumes.sticky.clear();
   day.agent->commands().repairAndContinueExecution();
   day.runUntil("2024-01-02 12:01:10");
   EXPECT_FALSE(fs::exists(stray.parent_path() / "Sticky"));
+  EXPECT_FALSE(fs::exists(stray.parent_path() / ".Moved aside/Sticky")) << "it was empty";
   day.runUntil("2024-01-02 12:12:00");
   EXPECT_EQ(day.executionsOf("Photos"), 1U);
 }
 
-TEST_F(StrayFolders, ThatHoldMuchAreDeletedWithoutHoldingUpTheAgent) {
-  const auto progress = [&] { return day.agent->userInterfaceSources().strayFoldersProgress(); };
+TEST_F(StrayFolders, AnotherProgramsWishToCleanLosesNothingEither) {
+  day.start(true);
+  day.runUntil("2024-01-02 12:00:02");
+  day.machine.notifications.post({"CVA9_SchedulerNotification", "CleanVolumesFolder", ZAN_Value()});
+  day.runUntil("2024-01-02 12:00:04");
+  EXPECT_FALSE(fs::exists(stray));
+  EXPECT_TRUE(fs::exists(stray.parent_path() / ".Moved aside/USB/left behind"));
+}
+
+TEST_F(StrayFolders, AreDeletedOnlyWhenThatIsConfirmedAndOnlyThoseThatWereShown) {
+  const auto sources = [&] { return day.agent->userInterfaceSources(); };
+  const auto progress = [&] { return sources().machine.folderSurvey.progressText(); };
   std::ofstream(stray / "another") << "x";
   day.start(true);
   day.runUntil("2024-01-02 12:09:00");
   ASSERT_TRUE(isShown());
+  const auto& strays = sources().machine.folderSurvey.strays();
+  ASSERT_EQ(strays.size(), 1U);
+  ASSERT_TRUE(strays[0].contents && *strays[0].contents);
+  EXPECT_EQ((*strays[0].contents)->files, 2U);
+  EXPECT_EQ((*strays[0].contents)->bytes, 2U);
+
+  day.agent->commands().deleteStrayFolders();
+  day.runUntil("2024-01-02 12:09:10");
+  EXPECT_TRUE(fs::exists(stray / "another")) << "it is asked for";
+  const fs::path later = stray.parent_path() / "Later";
+  fs::create_directories(later);
   day.machine.volumes.beforeRemoving = [&] { day.machine.clock.sleep(60); };
-  day.agent->commands().repairAndContinueExecution();
+  EXPECT_TRUE(day.machine.userInterface.answer(Window::volumesFolderError, true));
   day.agent->commands().repairAndContinueExecution();
   day.runUntil("2024-01-02 12:10:30");
   EXPECT_NE(progress().find("1"), std::string::npos) << progress();
   EXPECT_TRUE(isShown());
   EXPECT_EQ(day.executions(), "") << "it is still being deleted";
   day.runUntil("2024-01-02 12:12:00");
+  EXPECT_FALSE(fs::exists(stray));
+  EXPECT_TRUE(fs::exists(later)) << "nobody was asked about it";
   EXPECT_EQ(progress(), "");
+  EXPECT_TRUE(isShown());
+  day.agent->commands().repairAndContinueExecution();
+  day.runUntil("2024-01-02 12:13:00");
   EXPECT_FALSE(isShown());
   EXPECT_EQ(day.executionsOf("Photos"), 1U);
-  EXPECT_EQ(std::ranges::count(day.logCodes(), 13), 1) << "told once";
 }
 
 TEST(FreeSpace, TheUserIsWarnedBelowATenthAndThenOnceADay) {

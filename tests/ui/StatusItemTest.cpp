@@ -49,21 +49,21 @@ TEST(StatusItem, oneStateGoesBeforeAnother) {
       SCOPED_TRACE(testing::Message() << "states " << row.states << ", tick " << row.tick
                                       << ", other disk " << otherDisk);
       const auto has = [&](State state) { return (row.states & state) != 0; };
-      sources.state.mErrorInExecution = has(kError) ? 6 : 0;
-      sources.state.mScheduleDisabled = has(kDisabled);
-      sources.state.mPause = has(kPaused);
-      sources.state.mSurveyFolderResult = has(kSurvey) ? ZAN_Value("found") : ZAN_Value();
-      sources.state.mScheduleDisabledWhenDone = has(kWillDisable);
-      sources.state.mStartedFromNewMachine = otherDisk;
-      sources.state.mExecuting = has(kRuns);
-      sources.state.updateMenu();
+      sources.records.state.mErrorInExecution = has(kError) ? 6 : 0;
+      sources.records.state.mScheduleDisabled = has(kDisabled);
+      sources.records.state.mPause = has(kPaused);
+      sources.records.state.mSurveyFolderResult = has(kSurvey) ? ZAN_Value("found") : ZAN_Value();
+      sources.records.state.mScheduleDisabledWhenDone = has(kWillDisable);
+      sources.records.state.mStartedFromNewMachine = otherDisk;
+      sources.records.state.mExecuting = has(kRuns);
+      sources.records.state.updateMenu();
       sources.statusItem.turn(row.tick, row.minutes);
       const auto icon = otherDisk ? std::optional(Icon::diskChanged) : row.icon;
       EXPECT_EQ(screen.statusIcon ? std::optional(screen.statusIcon->first) : std::nullopt, icon);
       if (!icon) {
         EXPECT_EQ(screen.countDown->first, row.minutes);
       }
-      EXPECT_EQ(sources.state.mMenuMustBeUpdatedTicks, row.comesAgain ? 1 : 0);
+      EXPECT_EQ(sources.records.state.mMenuMustBeUpdatedTicks, row.comesAgain ? 1 : 0);
     }
   }
   // What the start reads in the background is not left alone.

@@ -34,8 +34,14 @@ class StatusMenuTest : public testing::Test {
     const auto found = std::ranges::find(items, title, &MenuItem::title);
     return found == items.end() ? nullptr : &*found;
   }
+  /// The menu with what it holds below "More".
+  MenuItem::List items() const {
+    MenuItem::List items = menu->items();
+    for (MenuItem& item : find(items, "More")->fill()) items.push_back(std::move(item));
+    return items;
+  }
   void choose(const std::string& title) {
-    const MenuItem::List items = menu->items();
+    const MenuItem::List items = this->items();
     const MenuItem* item = find(items, title);
     ASSERT_NE(item, nullptr) << title;
     ASSERT_TRUE(item->enabled) << title;
@@ -43,7 +49,7 @@ class StatusMenuTest : public testing::Test {
   }
   std::vector<std::string> checked() {
     std::vector<std::string> titles;
-    for (const MenuItem& item : menu->items()) {
+    for (const MenuItem& item : items()) {
       if (item.checked) titles.push_back(item.title);
     }
     return titles;
@@ -60,13 +66,12 @@ class StatusMenuTest : public testing::Test {
 };
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 TEST_F(StatusMenuTest, marksFollowTheScheduleAndPauseGoesFirstInTheTitle) {
   start();
   EXPECT_THAT(checked(), ElementsAre("Execute automatically"));
   choose("Turn off when all is done");
-  EXPECT_THAT(checked(), IsEmpty());
+  EXPECT_THAT(checked(), ElementsAre("Turn off when all is done"));
   choose("Do not execute automatically");
   EXPECT_THAT(checked(), ElementsAre("Do not execute automatically"));
   EXPECT_EQ(menu->items()[0].title, "Automatic execution is off");
@@ -87,22 +92,53 @@ TEST_F(StatusMenuTest, actionsAreRunFromTheSubmenusOfTheirGroups) {
       day.action("letters & more", ZAN_Value::dictionary({{"Favorite", 1}}));
   day.action("Photos", ZAN_Value::dictionary());
   start();
-  const MenuItem::List items = menu->items();
+  const MenuItem::List items = this->items();
   const MenuItem::List run = find(items, "Run an action")->fill();
-  EXPECT_THAT(titlesOf(run), ElementsAre("letters & more", "Photos"));
+  EXPECT_THAT(titlesOf(run), ElementsAre("Find an action…", "", "letters & more", "Photos"));
   EXPECT_THAT(titlesOf(find(items, "Favourites")->fill()), ElementsAre("letters & more"));
   EXPECT_FALSE(find(items, "Stop")->enabled);
 
   // The tree may be another one by the time that the user chooses.
   day.agent->tree().releaseRootItem();
-  run[0].action();
+  run[2].action();
   EXPECT_TRUE(day.agent->queue().contains(letters));
   EXPECT_TRUE(find(menu->items(), "Stop")->enabled);
-  EXPECT_FALSE(find(menu->items(), "Run an action")->fill()[0].enabled);
+  EXPECT_FALSE(find(menu->items(), "Run an action")->fill()[2].enabled);
   // Chosen again all the same, it says why not.
-  run[0].action();
+  run[2].action();
   EXPECT_EQ(day.machine.userInterface.message->title, "The action was not started");
   EXPECT_EQ(day.machine.userInterface.message->text, "“letters & more” is in the queue already.");
+}
+
+TEST_F(StatusMenuTest, failuresStandOnTopUntilTheyAreSeenOrMadeGood) {
+  const std::int64_t letters = day.action("Letters", ZAN_Value::dictionary());
+  start();
+  const auto isTold = [&] { return menu->items()[1].colour == MenuColour::alarm; };
+  EXPECT_FALSE(isTold());
+  const auto log = [&](int code) {
+    sources->records.log.addSchedulerLog(
+        ZAN_Value::dictionary({{"C", code}, {"R", letters}, {"N", "Letters"}}));
+  };
+  log(5);
+  sources->records.log.showErrorState(13);
+  EXPECT_EQ(menu->items()[1].title, "2 failures have not been seen…");
+  // Opening the menu brings their window up somewhere, which is not seeing it.
+  sources->commands.menuWillOpen();
+  EXPECT_TRUE(isTold());
+  log(2);
+  EXPECT_EQ(menu->items()[1].title, "1 failure has not been seen…");
+  sources->commands.errorsWereSeen();
+  EXPECT_FALSE(isTold());
+}
+
+TEST_F(StatusMenuTest, aLargeGroupEndsWithTheWayToFindTheRest) {
+  for (int i = 0; i < 40; ++i) day.action("Action " + std::to_string(i), ZAN_Value::dictionary());
+  start();
+  const MenuItem::List run = find(menu->items(), "Run an action")->fill();
+  ASSERT_EQ(run.size(), 33U);
+  EXPECT_EQ(run.back().title, "10 more…");
+  run.back().action();
+  EXPECT_TRUE(day.machine.userInterface.windows.contains(Window::nextActions));
 }
 
 TEST_F(StatusMenuTest, volumesToMountAreNamedWithWhatTheyAre) {
@@ -111,9 +147,9 @@ TEST_F(StatusMenuTest, volumesToMountAreNamedWithWhatTheyAre) {
   day.machine.volumes.plugIn({.name = "Photos_2"});
   start();
   const auto offered = [&] {
-    sources->mounter.updateListOfVolumesToMount();
+    sources->machine.mounter.updateListOfVolumesToMount();
     day.runFor(2);
-    MenuItem::List items = find(menu->items(), "Mount a volume")->fill();
+    MenuItem::List items = find(this->items(), "Mount a volume")->fill();
     items.resize(items.size() - 2);  // the window of its own and what parts it off
     return items;
   };
@@ -147,7 +183,7 @@ TEST_F(StatusMenuTest, allDisksAreReadBeforeTheirWindowComesUp) {
 
 TEST_F(StatusMenuTest, notificationsAreListedAsStored) {
   start();
-  const auto notifications = [&] { return find(menu->items(), "Last notifications")->fill(); };
+  const auto notifications = [&] { return find(items(), "Last notifications")->fill(); };
   EXPECT_THAT(titlesOf(notifications()), ElementsAre("No notifications"));
   for (int i = 1; i <= 30; ++i) {
     day.agent->messages().displayStandardMessage("message " + std::to_string(i), 13);

@@ -182,7 +182,7 @@ TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
   const PreferencesModel preferences(lacking);
   for (const Preference& one : Preferences::table())
     for (const std::string_view key : {one.label, one.help, one.unit})
-      EXPECT_TRUE(key.empty() || !lacking.texts.text(key).empty()) << key;
+      EXPECT_TRUE(key.empty() || !lacking.records.texts.text(key).empty()) << key;
   int changed = 0;
   for (const auto& page : preferences.pages()) {
     EXPECT_FALSE(page.title.empty());

@@ -21,8 +21,8 @@ constexpr std::size_t kDate = 1;
 NextActionsModel::NextActionsModel(const UserInterfaceSources& sources) : m(sources) { refresh(); }
 
 void NextActionsModel::refresh() {
-  if (m.evaluation.actionsNextList() != mAll) {
-    mAll = m.evaluation.actionsNextList();
+  if (m.work.evaluation.actionsNextList() != mAll) {
+    mAll = m.work.evaluation.actionsNextList();
     mFolded.clear();
     ++mRevision;
   }
@@ -78,19 +78,20 @@ void NextActionsModel::sort() {
 }
 
 std::vector<WindowTable::Column> NextActionsModel::columns() const {
-  return {{.title = m.texts.text("ColumnAction"), .isWide = true, .sorts = true},
-          {.title = m.texts.text("ColumnNextRun"), .sorts = true},
-          {.title = m.texts.text("ColumnShortcut")}};
+  return {{.title = m.records.texts.text("ColumnAction"), .isWide = true, .sorts = true},
+          {.title = m.records.texts.text("ColumnNextRun"), .sorts = true},
+          {.title = m.records.texts.text("ColumnShortcut")}};
 }
 
 std::string NextActionsModel::text(std::size_t row, std::size_t column) const {
   const NextAction& one = action(row);
-  if (column == kName) return one.isGroup ? m.texts.text("NextGroup", {one.name()}) : one.name();
+  if (column == kName)
+    return one.isGroup ? m.records.texts.text("NextGroup", {one.name()}) : one.name();
   if (column != kDate) return one.shortcut();
-  if (m.queue.contains(one.ref)) return m.texts.text("NextQueued");
+  if (m.work.queue.contains(one.ref)) return m.records.texts.text("NextQueued");
   if (!one.hasDate) return {};
-  const ActionsTools tools(m.evaluation.calendar(), m.platform.clock.now());
-  return tools.getScheduleStringForDate(one.date, {m.texts, m.strings});
+  const ActionsTools tools(m.work.evaluation.calendar(), m.records.platform.clock.now());
+  return tools.getScheduleStringForDate(one.date, {m.records.texts, m.records.strings});
 }
 
 WindowTable::Tone NextActionsModel::tone(std::size_t row) const {
@@ -111,57 +112,58 @@ std::string NextActionsModel::why(std::size_t row) const {
 }
 
 std::string NextActionsModel::summary() const {
-  return mShown.size() == mAll.size() ? m.texts.text("NextCount", {mAll.size()})
-                                      : m.texts.text("NextFound", {mShown.size(), mAll.size()});
+  return mShown.size() == mAll.size()
+             ? m.records.texts.text("NextCount", {mAll.size()})
+             : m.records.texts.text("NextFound", {mShown.size(), mAll.size()});
 }
 
 std::vector<WindowTable::Column> QueueModel::columns() const {
-  return {{.title = m.texts.text("ColumnAction"), .isWide = true},
-          {.title = m.texts.text("ColumnWhen")},
-          {.title = m.texts.text("ColumnState")}};
+  return {{.title = m.records.texts.text("ColumnAction"), .isWide = true},
+          {.title = m.records.texts.text("ColumnWhen")},
+          {.title = m.records.texts.text("ColumnState")}};
 }
 
-std::size_t QueueModel::rowCount() const { return m.queue.actionsList().size(); }
+std::size_t QueueModel::rowCount() const { return m.work.queue.actionsList().size(); }
 
 std::int64_t QueueModel::id(std::size_t row) const {
-  const std::int64_t ref = m.queue.actionsList()[row].ref;
-  return row > 0 && ref == m.queue.head().ref ? -ref : ref;
+  const std::int64_t ref = m.work.queue.actionsList()[row].ref;
+  return row > 0 && ref == m.work.queue.head().ref ? -ref : ref;
 }
 
 std::string QueueModel::text(std::size_t row, std::size_t column) const {
-  const QueueRecord& record = m.queue.actionsList()[row];
+  const QueueRecord& record = m.work.queue.actionsList()[row];
   if (column == 0) {
-    const std::string title = m.tree.titleOf(record.ref);
-    if (title.empty()) return m.texts.text("WindowActionGone");
-    return record.estimateSize != 0 ? m.texts.text("QueueSizeOnly", {title}) : title;
+    const std::string title = m.records.tree.titleOf(record.ref);
+    if (title.empty()) return m.records.texts.text("WindowActionGone");
+    return record.estimateSize != 0 ? m.records.texts.text("QueueSizeOnly", {title}) : title;
   }
   if (column == 2) return state(row);
-  const ActionsTools tools(m.evaluation.calendar(), m.platform.clock.now());
-  return tools.getScheduleStringForDate(record.date, {m.texts, m.strings});
+  const ActionsTools tools(m.work.evaluation.calendar(), m.records.platform.clock.now());
+  return tools.getScheduleStringForDate(record.date, {m.records.texts, m.records.strings});
 }
 
 std::string QueueModel::state(std::size_t row) const {
   if (row == 0 && isExecuting()) {
-    if (m.state.mPause) return m.texts.text("QueueRunningPaused");
-    if (const auto stall = m.supervisor.stall())
-      return m.texts.text("QueueStuck", {m.strings.getShortTimeDate(stall->since)});
-    const int percent = static_cast<int>(std::clamp(m.state.mProgress.value, 0.0, 100.0));
-    return percent > 0 ? m.texts.text("QueueRunningPercent", {percent})
-                       : m.texts.text("QueueRunning");
+    if (m.records.state.mPause) return m.records.texts.text("QueueRunningPaused");
+    if (const auto stall = m.work.supervisor.stall())
+      return m.records.texts.text("QueueStuck", {m.records.strings.getShortTimeDate(stall->since)});
+    const int percent = static_cast<int>(std::clamp(m.records.state.mProgress.value, 0.0, 100.0));
+    return percent > 0 ? m.records.texts.text("QueueRunningPercent", {percent})
+                       : m.records.texts.text("QueueRunning");
   }
-  const auto& now = m.queue.executeNowActionsList();
+  const auto& now = m.work.queue.executeNowActionsList();
   const bool asked = std::ranges::any_of(
-      now, [&](const QueueRecord& one) { return one.ref == m.queue.actionsList()[row].ref; });
-  if (asked) return m.texts.text("QueueRunsNow");
-  if (m.state.mScheduleDisabled) return m.texts.text("QueueHeld");
-  if (m.state.mPause) return m.texts.text("QueuePaused");
-  return row == 0 || (row == 1 && isExecuting()) ? m.texts.text("QueueNext")
-                                                 : m.texts.text("QueueWaits");
+      now, [&](const QueueRecord& one) { return one.ref == m.work.queue.actionsList()[row].ref; });
+  if (asked) return m.records.texts.text("QueueRunsNow");
+  if (m.records.state.mScheduleDisabled) return m.records.texts.text("QueueHeld");
+  if (m.records.state.mPause) return m.records.texts.text("QueuePaused");
+  return row == 0 || (row == 1 && isExecuting()) ? m.records.texts.text("QueueNext")
+                                                 : m.records.texts.text("QueueWaits");
 }
 
 WindowTable::Tone QueueModel::tone(std::size_t row) const {
   if (row == 0 && isExecuting()) return Tone::strong;
-  return m.state.mScheduleDisabled || m.state.mPause ? Tone::dimmed : Tone::plain;
+  return m.records.state.mScheduleDisabled || m.records.state.mPause ? Tone::dimmed : Tone::plain;
 }
 
 bool QueueModel::canMove(std::size_t row) const {
@@ -184,13 +186,13 @@ void QueueModel::remove(const std::vector<std::size_t>& rows) {
 }
 
 void QueueModel::runNow(std::size_t row) {
-  if (canMove(row)) m.commands.executeNow(m.queue.actionsList()[row].ref);
+  if (canMove(row)) m.commands.executeNow(m.work.queue.actionsList()[row].ref);
 }
 
-bool QueueModel::isExecuting() const { return m.supervisor.isExecuting(); }
+bool QueueModel::isExecuting() const { return m.work.supervisor.isExecuting(); }
 
 std::string QueueModel::pauseTitle() const {
-  return m.texts.text(m.state.mPause ? "ContinueButton" : "PauseButton");
+  return m.records.texts.text(m.records.state.mPause ? "ContinueButton" : "PauseButton");
 }
 
 void QueueModel::pauseOrContinue() { m.commands.pauseExecution(); }
@@ -199,12 +201,13 @@ void QueueModel::skip() { m.commands.skipItem(); }
 void QueueModel::showProgress() { m.commands.showProgress(); }
 
 std::string QueueModel::summary() const {
-  if (m.queue.empty()) return m.texts.text("QueueEmpty");
-  if (m.state.mPause) return m.texts.text("ActionPaused");
-  if (m.state.mScheduleDisabled) return m.texts.text("DisabledInfo");
-  if (std::string stuck = m.supervisor.stallText(); !stuck.empty()) return stuck;
+  if (m.work.queue.empty()) return m.records.texts.text("QueueEmpty");
+  if (m.records.state.mPause) return m.records.texts.text("ActionPaused");
+  if (m.records.state.mScheduleDisabled) return m.records.texts.text("DisabledInfo");
+  if (std::string stuck = m.work.supervisor.stallText(); !stuck.empty()) return stuck;
   const std::size_t waiting = rowCount() - (isExecuting() ? 1 : 0);
-  return waiting == 0 ? m.texts.text("QueueNoneWaits") : m.texts.text("QueueWaiting", {waiting});
+  return waiting == 0 ? m.records.texts.text("QueueNoneWaits")
+                      : m.records.texts.text("QueueWaiting", {waiting});
 }
 
 }  // namespace corvana

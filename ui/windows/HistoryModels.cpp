@@ -45,8 +45,8 @@ LatestActionsModel::LatestActionsModel(const UserInterfaceSources& sources) : m(
 void LatestActionsModel::refresh() {
   // They may have come meanwhile.
   if (mResults && !mResults->lists.contains("Header")) mResults.reset();
-  m.history.reloadProgrammedHistoryList();
-  mEntries = m.history.getProgrammedHistoryList();
+  m.records.history.reloadProgrammedHistoryList();
+  mEntries = m.records.history.getProgrammedHistoryList();
   filter();
 }
 
@@ -62,11 +62,11 @@ void LatestActionsModel::filter() {
 }
 
 std::vector<WindowTable::Column> LatestActionsModel::columns() const {
-  return {{.title = m.texts.text("ColumnStarted")},
-          {.title = m.texts.text("ColumnAction"), .isWide = true},
-          {.title = m.texts.text("ColumnDuration"), .isNumber = true},
-          {.title = m.texts.text("ColumnResult")},
-          {.title = m.texts.text("ColumnErrors"), .isNumber = true}};
+  return {{.title = m.records.texts.text("ColumnStarted")},
+          {.title = m.records.texts.text("ColumnAction"), .isWide = true},
+          {.title = m.records.texts.text("ColumnDuration"), .isNumber = true},
+          {.title = m.records.texts.text("ColumnResult")},
+          {.title = m.records.texts.text("ColumnErrors"), .isNumber = true}};
 }
 
 std::string LatestActionsModel::text(std::size_t row, std::size_t column) const {
@@ -74,7 +74,7 @@ std::string LatestActionsModel::text(std::size_t row, std::size_t column) const 
   const auto start = one["Date"].asDate();
   switch (column) {
     case 0:
-      return start ? m.strings.getShortTimeDate(*start) : std::string();
+      return start ? m.records.strings.getShortTimeDate(*start) : std::string();
     case 1:
       return one.string("Title");
     case 2: {
@@ -86,7 +86,7 @@ std::string LatestActionsModel::text(std::size_t row, std::size_t column) const 
       return resultOf(one);
     default: {
       const std::int64_t errors = one.integer("ActionErrors");
-      return errors == 0 ? std::string() : m.strings.getIntegerWithSeparators(errors);
+      return errors == 0 ? std::string() : m.records.strings.getIntegerWithSeparators(errors);
     }
   }
 }
@@ -103,7 +103,7 @@ std::int64_t LatestActionsModel::id(std::size_t row) const {
 ZAN_Value LatestActionsModel::latestErrorsOf(const ZAN_Value& entry) const {
   const std::int64_t ref = entry.integer("Ref");
   const auto date = entry["Date"].asDate();
-  ActionResults& results = m.history.results();
+  ActionResults& results = m.records.history.results();
   const auto count = static_cast<std::int64_t>(results.latestErrorsCount());
   for (std::int64_t i = 0; i < count; ++i) {
     const ZAN_Value one = results.getLatestErrorsAtIndex(i);
@@ -117,7 +117,7 @@ const ZAN_Value& LatestActionsModel::resultsOf(const ZAN_Value& entry) const {
   const ReferenceTime date = entry["Date"].asDate().value_or(0);
   if (mResults && mResults->ref == ref && mResults->date == date) return mResults->lists;
   mResults.emplace(Results{ref, date});
-  ActionResults& results = m.history.results();
+  ActionResults& results = m.records.history.results();
   if (const auto path = results.getActionResultsPathForRef(ref, date))
     mResults->lists = results.readActionResults(*path);
   if (mResults->lists.isNull())
@@ -126,29 +126,31 @@ const ZAN_Value& LatestActionsModel::resultsOf(const ZAN_Value& entry) const {
 }
 
 std::string LatestActionsModel::resultOf(const ZAN_Value& entry) const {
-  return entry.integer(RunKey::onlyLacks) != 0 ? m.texts.text("ResultOnlyLacks")
-                                               : resultInWords(entry.integer("C"), m.texts);
+  return entry.integer(RunKey::onlyLacks) != 0 ? m.records.texts.text("ResultOnlyLacks")
+                                               : resultInWords(entry.integer("C"), m.records.texts);
 }
 
 /// What the run has counted, and why it did not do all.
 std::string LatestActionsModel::workOf(const ZAN_Value& entry) const {
   if (!entry.contains(RunKey::filesCopied)) return {};
   const auto count = [&](std::string_view key) {
-    return m.strings.getIntegerWithSeparators(entry.integer(key));
+    return m.records.strings.getIntegerWithSeparators(entry.integer(key));
   };
   const auto size = [&](std::string_view key) {
-    return m.strings.getShortSizeBytes(entry[key].unsignedValue());
+    return m.records.strings.getShortSizeBytes(entry[key].unsignedValue());
   };
   std::string text =
-      "\n" + m.texts.text("LatestWork", {count(RunKey::filesCopied), size(RunKey::bytesCopied),
-                                         count(RunKey::filesReplaced), count(RunKey::filesDeleted),
-                                         count(RunKey::skipped), count(RunKey::notPossible)});
+      "\n" +
+      m.records.texts.text("LatestWork", {count(RunKey::filesCopied), size(RunKey::bytesCopied),
+                                          count(RunKey::filesReplaced), count(RunKey::filesDeleted),
+                                          count(RunKey::skipped), count(RunKey::notPossible)});
   const auto start = entry["Date"].asDate();
   const auto end = entry["EndDate"].asDate();
   if (start && end && *end - *start >= 1) {
     const double speed = entry[RunKey::bytesCopied].doubleValue() / (*end - *start);
-    text += "\n" + m.texts.text("ProgressSpeed",
-                                {m.strings.getShortSizeBytes(static_cast<std::uint64_t>(speed))});
+    text += "\n" + m.records.texts.text(
+                       "ProgressSpeed",
+                       {m.records.strings.getShortSizeBytes(static_cast<std::uint64_t>(speed))});
   }
   if (entry.contains(RunKey::reason)) text += "\n" + entry.string(RunKey::reason);
   return text;
@@ -159,7 +161,7 @@ std::string LatestActionsModel::listText(const std::string& title, const ZAN_Val
   std::size_t lines = 0;
   for (const ZAN_Value& one : list.elements()) {
     if (++lines > kMostLines) {
-      text += '\n' + m.texts.text("LatestMoreErrors", {list.size() - kMostLines});
+      text += '\n' + m.records.texts.text("LatestMoreErrors", {list.size() - kMostLines});
       break;
     }
     if (const std::string line = lineOf(one); !line.empty()) text += '\n' + line;
@@ -171,9 +173,10 @@ std::string LatestActionsModel::details(std::size_t row) const {
   const ZAN_Value& one = entry(row);
   const auto start = one["Date"].asDate();
   const std::string text =
-      m.texts.text(
+      m.records.texts.text(
           "LatestDetails",
-          {one.string("Title"), start ? m.strings.getMediumDateTime(*start) : "", resultOf(one)}) +
+          {one.string("Title"), start ? m.records.strings.getMediumDateTime(*start) : "",
+           resultOf(one)}) +
       workOf(one);
   if (!start) return text;
   const ZAN_Value& results = resultsOf(one);
@@ -181,9 +184,9 @@ std::string LatestActionsModel::details(std::size_t row) const {
     return results[key].empty() ? std::string() : listText(title, results[key]);
   };
   const auto count = [&](const char* key) { return results[key].size(); };
-  return text + list(m.texts.text("LatestErrors", {count("Errors")}), "Errors") +
-         list(m.texts.text("LatestExcluded", {count("Excluded")}), "Excluded") +
-         list(m.texts.text("LatestFiles", {count("Files")}), "Files");
+  return text + list(m.records.texts.text("LatestErrors", {count("Errors")}), "Errors") +
+         list(m.records.texts.text("LatestExcluded", {count("Excluded")}), "Excluded") +
+         list(m.records.texts.text("LatestFiles", {count("Files")}), "Files");
 }
 
 std::string LatestActionsModel::launchAgain(std::size_t row) const {
@@ -191,8 +194,9 @@ std::string LatestActionsModel::launchAgain(std::size_t row) const {
 }
 
 std::string LatestActionsModel::summary() const {
-  if (mShown.empty()) return m.texts.text(mOnlyFailures ? "LatestNoFailures" : "LatestNone");
-  return m.texts.text("LatestCount", {mShown.size()});
+  if (mShown.empty())
+    return m.records.texts.text(mOnlyFailures ? "LatestNoFailures" : "LatestNone");
+  return m.records.texts.text("LatestCount", {mShown.size()});
 }
 
 ErrorSummaryModel::ErrorSummaryModel(const UserInterfaceSources& sources) : m(sources) {
@@ -201,9 +205,9 @@ ErrorSummaryModel::ErrorSummaryModel(const UserInterfaceSources& sources) : m(so
 
 void ErrorSummaryModel::refresh() {
   mFailures.clear();
-  const ZAN_Value list = m.history.log().readLogList();
+  const ZAN_Value list = m.records.history.log().readLogList();
   const auto entries = list.elements();
-  const ReferenceTime oldest = m.platform.clock.now() - kSeconds;
+  const ReferenceTime oldest = m.records.platform.clock.now() - kSeconds;
   for (std::size_t i = entries.size(); i-- > 0 && mFailures.size() < kMost;) {
     const auto date = entries[i]["M"].asDate();
     if (date && *date < oldest) break;
@@ -213,16 +217,16 @@ void ErrorSummaryModel::refresh() {
 }
 
 std::vector<WindowTable::Column> ErrorSummaryModel::columns() const {
-  return {{.title = m.texts.text("ColumnWhen")},
-          {.title = m.texts.text("ColumnAction"), .isWide = true},
-          {.title = m.texts.text("ColumnResult")}};
+  return {{.title = m.records.texts.text("ColumnWhen")},
+          {.title = m.records.texts.text("ColumnAction"), .isWide = true},
+          {.title = m.records.texts.text("ColumnResult")}};
 }
 
 std::string ErrorSummaryModel::text(std::size_t row, std::size_t column) const {
   const ZAN_Value& one = mFailures[row];
   const auto date = one["M"].asDate();
-  if (column == 0) return date ? m.strings.getShortTimeDate(*date) : std::string();
-  return column == 1 ? one.string("N") : resultInWords(one.integer("C"), m.texts);
+  if (column == 0) return date ? m.records.strings.getShortTimeDate(*date) : std::string();
+  return column == 1 ? one.string("N") : resultInWords(one.integer("C"), m.records.texts);
 }
 
 std::int64_t ErrorSummaryModel::id(std::size_t row) const {
@@ -231,7 +235,7 @@ std::int64_t ErrorSummaryModel::id(std::size_t row) const {
 
 std::string ErrorSummaryModel::details(std::size_t row) const {
   const ZAN_Value& one = mFailures[row];
-  std::string text = resultInWords(one.integer("C"), m.texts);
+  std::string text = resultInWords(one.integer("C"), m.records.texts);
   for (const char* key : {"F", "P"})
     if (one[key].isString() && !one.string(key).empty()) text += '\n' + one.string(key);
   return text;
@@ -243,15 +247,23 @@ std::string ErrorSummaryModel::launchAgain(std::size_t row) const {
 
 void ErrorSummaryModel::showLatestActions() const { m.commands.showLatestActions(); }
 
-bool ErrorSummaryModel::isShownOnErrors() const { return m.preferences.mShowErrorWindows != 0; }
+bool ErrorSummaryModel::hasUnseen() const { return m.records.state.mErrorInExecution != 0; }
+
+void ErrorSummaryModel::markAsSeen() const {
+  if (hasUnseen()) m.commands.errorsWereSeen();
+}
+
+bool ErrorSummaryModel::isShownOnErrors() const {
+  return m.records.preferences.mShowErrorWindows != 0;
+}
 
 void ErrorSummaryModel::setShownOnErrors(bool shown) const {
   m.commands.setPreference(std::string(PreferenceKey::showErrorWindows), shown ? 1 : 0);
 }
 
 std::string ErrorSummaryModel::summary() const {
-  return mFailures.empty() ? m.texts.text("ErrorsNone")
-                           : m.texts.text("ErrorsCount", {mFailures.size()});
+  return mFailures.empty() ? m.records.texts.text("ErrorsNone")
+                           : m.records.texts.text("ErrorsCount", {mFailures.size()});
 }
 
 }  // namespace corvana

@@ -67,6 +67,9 @@ class ErrorSummaryModel final : public WindowTable {
   std::string details(std::size_t row) const;
   std::string launchAgain(std::size_t row) const;
   void showLatestActions() const;
+  /// Something failed that the user has not seen.
+  bool hasUnseen() const;
+  void markAsSeen() const;
   /// "Show this window when an action fails".
   bool isShownOnErrors() const;
   void setShownOnErrors(bool shown) const;

@@ -70,7 +70,7 @@ bool isModifier(std::size_t code) {
 }  // namespace
 
 std::vector<PreferencesModel::Page> PreferencesModel::pages() const {
-  const ZAN_StringTable& t = m.texts;
+  const ZAN_StringTable& t = m.records.texts;
   std::vector<Page> pages{{t.text("PrefPageGeneral"), {}},  {t.text("PrefPageIcon"), {}},
                           {t.text("PrefPageMessages"), {}}, {t.text("PrefPageExecution"), {}},
                           {t.text("PrefPageVolumes"), {}},  {t.text("PrefPageNetwork"), {}}};
@@ -81,10 +81,10 @@ std::vector<PreferencesModel::Page> PreferencesModel::pages() const {
 }
 
 PreferencesModel::Page PreferencesModel::mailPage() const {
-  const ZAN_StringTable& t = m.texts;
+  const ZAN_StringTable& t = m.records.texts;
   Page page{t.text("PrefPageMail"), {}};
   const auto stored = [this](std::string_view key) {
-    return m.store.settings().mainAppSettings().value(key);
+    return m.records.store.settings().mainAppSettings().value(key);
   };
   const auto add = [&](Kind kind, std::string_view key, std::string_view label,
                        std::string_view help = {},
@@ -130,13 +130,13 @@ PreferencesModel::Page PreferencesModel::mailPage() const {
   add(Kind::command, {}, "PrefMailTest").perform = [this] { m.sendTestMail(); };
   add(Kind::fact, {}, "PrefMailTestResult").read = [this] {
     const std::string result = m.testMailResult();
-    return ZAN_Value(result.empty() ? m.texts.text("PrefNotYet") : result);
+    return ZAN_Value(result.empty() ? m.records.texts.text("PrefNotYet") : result);
   };
   return page;
 }
 
 PreferencesModel::Item PreferencesModel::item(const Preference& one) const {
-  const ZAN_StringTable& t = m.texts;
+  const ZAN_StringTable& t = m.records.texts;
   Item item{.key = std::string(one.key),
             .kind = one.kind,
             .label = t.text(one.label),
@@ -158,12 +158,12 @@ PreferencesModel::Item PreferencesModel::item(const Preference& one) const {
 }
 
 std::string PreferencesModel::lacking(std::optional<Ability> ability) const {
-  return ability && m.lacking ? m.lacking(*ability) : std::string();
+  return ability ? m.lacking(*ability) : std::string();
 }
 
 ZAN_Value PreferencesModel::read(const Preference& one) const {
-  if (one.key == PreferenceKey::currentContext) return m.state.mContext;
-  const ZAN_Value value = m.preferences.valueOf(one);
+  if (one.key == PreferenceKey::currentContext) return m.records.state.mContext;
+  const ZAN_Value value = m.records.preferences.valueOf(one);
   switch (one.kind) {
     case Kind::checkBox:
       return value.boolValue() ? 1 : 0;
@@ -176,12 +176,14 @@ ZAN_Value PreferencesModel::read(const Preference& one) const {
     }
     case Kind::fact: {
       const ReferenceTime date = value.doubleValue();
-      return date <= 0 ? m.texts.text("PrefNotYet") : m.strings.getShortTimeDate(date);
+      return date <= 0 ? m.records.texts.text("PrefNotYet")
+                       : m.records.strings.getShortTimeDate(date);
     }
     case Kind::place: {
-      const auto& at = m.preferences.mShowMiniProgressPosition;
-      return at ? m.texts.text("PrefPlaceAt", {static_cast<int>(at->x), static_cast<int>(at->y)})
-                : m.texts.text("PrefPlaceUsual");
+      const auto& at = m.records.preferences.mShowMiniProgressPosition;
+      return at ? m.records.texts.text("PrefPlaceAt",
+                                       {static_cast<int>(at->x), static_cast<int>(at->y)})
+                : m.records.texts.text("PrefPlaceUsual");
     }
     default:
       return value;
@@ -214,7 +216,7 @@ std::string PreferencesModel::shortcutText(const ZAN_Value& keys) const {
   std::string text;
   const auto append = [&](std::size_t code) {
     if (!text.empty()) text += '+';
-    text += kKeys[code].empty() ? std::to_string(code) : keyName(kKeys[code], m.texts);
+    text += kKeys[code].empty() ? std::to_string(code) : keyName(kKeys[code], m.records.texts);
   };
   for (const int code : kModifiers)
     if (isDown(keys, static_cast<std::size_t>(code))) append(static_cast<std::size_t>(code));

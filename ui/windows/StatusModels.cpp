@@ -22,10 +22,10 @@ StatusModel::StatusModel(const UserInterfaceSources& sources) : m(sources) { ref
 
 void StatusModel::refresh() {
   std::unordered_map<std::int64_t, ReferenceTime> dates;
-  for (const NextAction& next : m.evaluation.actionsNextList())
+  for (const NextAction& next : m.work.evaluation.actionsNextList())
     if (next.hasDate) dates.emplace(next.ref, next.date);
   ProgrammedAction::Nodes nodes;
-  m.tree.rootItem().getListOfAllProgrammedActions(nodes);
+  m.records.tree.rootItem().getListOfAllProgrammedActions(nodes);
   mActions.clear();
   mActions.reserve(nodes.size());
   for (const ProgrammedAction* node : nodes) {
@@ -59,95 +59,110 @@ void StatusModel::sort() {
 
 std::vector<std::pair<std::string, std::string>> StatusModel::facts() const {
   std::vector<std::pair<std::string, std::string>> facts;
-  const ReferenceTime now = m.platform.clock.now();
-  const ActionsTools tools(m.evaluation.calendar(), now);
-  if (m.supervisor.isExecuting() && !m.queue.empty()) {
-    std::string text = m.tree.titleOf(m.queue.head().ref);
-    if (const ReferenceTime start = m.supervisor.startOfCurrentAction(); start != 0)
-      text = m.texts.text("StatusSince", {text, m.strings.getShortTime(start)});
-    facts.emplace_back(m.texts.text("StatusRunning"), text);
+  const ReferenceTime now = m.records.platform.clock.now();
+  const ActionsTools tools(m.work.evaluation.calendar(), now);
+  std::string doing;
+  if (m.work.supervisor.isExecuting() && !m.work.queue.empty()) {
+    doing = m.records.tree.titleOf(m.work.queue.head().ref);
+    if (const ReferenceTime start = m.work.supervisor.startOfCurrentAction(); start != 0)
+      doing = m.records.texts.text("StatusSince", {doing, m.records.strings.getShortTime(start)});
   }
-  if (m.statusInformation && !m.statusInformation().empty())
-    facts.emplace_back(m.texts.text("StatusNow"), m.statusInformation());
-  if (const auto& reports = m.supervisor.latestExecuteCurrentPath();
-      m.supervisor.isExecuting() && !reports.empty()) {
-    if (std::string words = progressInWords(reports.back(), m.texts, m.strings); !words.empty())
-      facts.emplace_back(m.texts.text("StatusProgress"), std::move(words));
-  }
-  const auto& next = m.evaluation.actionsNextList();
+  if (const std::string line = m.launchStep.statusInformation(); !line.empty())
+    doing += (doing.empty() ? "" : " — ") + line;
+  facts.emplace_back(m.records.texts.text("StatusNow"),
+                     doing.empty() ? m.records.texts.text("StatusIdle") : doing);
+  std::string progress;
+  if (const auto& reports = m.work.supervisor.latestExecuteCurrentPath();
+      m.work.supervisor.isExecuting() && !reports.empty())
+    progress = progressInWords(reports.back(), m.records.texts, m.records.strings);
+  facts.emplace_back(m.records.texts.text("StatusProgress"), std::move(progress));
+  const auto& next = m.work.evaluation.actionsNextList();
   facts.emplace_back(
-      m.texts.text("StatusNext"),
+      m.records.texts.text("StatusNext"),
       next.empty() || !next.front().hasDate
-          ? m.texts.text("NoNextAction")
-          : m.texts.text("StatusNextText",
-                         {next.front().name(), tools.getScheduleStringForDate(
-                                                   next.front().date, {m.texts, m.strings})}));
-  facts.emplace_back(m.texts.text("StatusQueue"),
-                     m.queue.empty()
-                         ? m.texts.text("QueueEmpty")
-                         : m.texts.text("StatusQueueCount", {m.queue.actionsList().size()}));
-  if (m.state.mStartedFromNewMachine)
-    facts.emplace_back(m.texts.text("StatusCaution"), m.texts.text("StartedOtherMachine"));
-  if (m.state.mErrorInExecution != 0)
-    facts.emplace_back(m.texts.text("StatusLastError"),
-                       m.state.mErrorInExecution == LogCode::message
-                           ? m.texts.text("StatusMailFailed")
-                           : resultInWords(m.state.mErrorInExecution, m.texts));
+          ? m.records.texts.text("NoNextAction")
+          : m.records.texts.text("StatusNextText",
+                                 {next.front().name(),
+                                  tools.getScheduleStringForDate(
+                                      next.front().date, {m.records.texts, m.records.strings})}));
+  facts.emplace_back(
+      m.records.texts.text("StatusQueue"),
+      m.work.queue.empty()
+          ? m.records.texts.text("QueueEmpty")
+          : m.records.texts.text("StatusQueueCount", {m.work.queue.actionsList().size()}));
+  if (m.records.state.mStartedFromNewMachine)
+    facts.emplace_back(m.records.texts.text("StatusCaution"),
+                       m.records.texts.text("StartedOtherMachine"));
   return facts;
 }
 
+std::string StatusModel::failureText() const {
+  const auto& failures = m.records.state.mFailures;
+  const ZAN_StringTable& texts = m.records.texts;
+  if (failures.empty()) return {};
+  if (failures.size() > 1) return texts.text("StatusFailures", {failures.size()});
+  if (failures[0].code == LogCode::message) return texts.text("StatusOtherFailure");
+  const std::string result = resultInWords(failures[0].code, texts);
+  const std::string title = m.records.tree.titleOf(failures[0].ref);
+  return title.empty() ? result : texts.text("StatusFailure", {title, result});
+}
+
+void StatusModel::showFailures() const { m.commands.showWindow(Window::errorSummary); }
+
 std::optional<int> StatusModel::progress() const {
-  if (!m.supervisor.isExecuting()) return std::nullopt;
-  return static_cast<int>(std::clamp(m.state.mProgress.value, 0.0, 100.0));
+  if (!m.work.supervisor.isExecuting()) return std::nullopt;
+  return static_cast<int>(std::clamp(m.records.state.mProgress.value, 0.0, 100.0));
 }
 
 std::vector<std::string> StatusModel::executionChoices() const {
-  return {m.texts.text("ExecutionOn"), m.texts.text("ExecutionOffWhenDone"),
-          m.texts.text("ExecutionOff")};
+  return {m.records.texts.text("ExecutionOn"), m.records.texts.text("ExecutionOffWhenDone"),
+          m.records.texts.text("ExecutionOff")};
 }
 
 int StatusModel::execution() const {
-  if (m.state.mScheduleDisabled) return 2;
-  return m.state.mScheduleDisabledWhenDone ? 1 : 0;
+  if (m.records.state.mScheduleDisabled) return 2;
+  return m.records.state.mScheduleDisabledWhenDone ? 1 : 0;
 }
 
 void StatusModel::setExecution(int item) const { m.commands.changeExecutionStatus(item); }
 
-std::vector<std::string> StatusModel::contextChoices() const { return contextNames(m.texts); }
+std::vector<std::string> StatusModel::contextChoices() const {
+  return contextNames(m.records.texts);
+}
 
-int StatusModel::context() const { return m.state.mContext; }
+int StatusModel::context() const { return m.records.state.mContext; }
 void StatusModel::setContext(int context) const { m.commands.setContext(context); }
 
 std::string StatusModel::pauseTitle() const {
-  return m.texts.text(m.state.mPause ? "ContinueButton" : "PauseButton");
+  return m.records.texts.text(m.records.state.mPause ? "ContinueButton" : "PauseButton");
 }
 
 void StatusModel::pauseOrContinue() const { m.commands.pauseExecution(); }
-bool StatusModel::isExecuting() const { return m.supervisor.isExecuting(); }
+bool StatusModel::isExecuting() const { return m.work.supervisor.isExecuting(); }
 void StatusModel::stop() const { m.commands.stopExecution(); }
 
 std::vector<WindowTable::Column> StatusModel::columns() const {
-  return {{.title = m.texts.text("ColumnAction"), .isWide = true, .sorts = true},
-          {.title = m.texts.text("ColumnLastRun"), .sorts = true},
-          {.title = m.texts.text("ColumnNextRun"), .sorts = true},
-          {.title = m.texts.text("ColumnSchedule")}};
+  return {{.title = m.records.texts.text("ColumnAction"), .isWide = true, .sorts = true},
+          {.title = m.records.texts.text("ColumnLastRun"), .sorts = true},
+          {.title = m.records.texts.text("ColumnNextRun"), .sorts = true},
+          {.title = m.records.texts.text("ColumnSchedule")}};
 }
 
 std::string StatusModel::text(std::size_t row, std::size_t column) const {
   const Action& action = mActions[row];
-  const ActionsTools tools(m.evaluation.calendar(), m.platform.clock.now());
-  const ActionsTools::Texts texts{m.texts, m.strings};
+  const ActionsTools tools(m.work.evaluation.calendar(), m.records.platform.clock.now());
+  const ActionsTools::Texts texts{m.records.texts, m.records.strings};
   switch (column) {
     case 0:
       return action.title;
     case 1:
-      return action.last ? m.strings.getShortTimeDate(*action.last)
-                         : m.texts.text("StatusNeverRan");
+      return action.last ? m.records.strings.getShortTimeDate(*action.last)
+                         : m.records.texts.text("StatusNeverRan");
     case 2:
-      if (m.queue.contains(action.ref)) return m.texts.text("NextQueued");
+      if (m.work.queue.contains(action.ref)) return m.records.texts.text("NextQueued");
       return action.next ? tools.getScheduleStringForDate(*action.next, texts) : std::string();
     default: {
-      const ProgrammedAction* node = m.tree.rootItem().actionForReference(action.ref);
+      const ProgrammedAction* node = m.records.tree.rootItem().actionForReference(action.ref);
       return node == nullptr ? std::string()
                              : tools.getNextScheduleModeForSettings(node->getSettings(), texts);
     }
@@ -168,37 +183,39 @@ std::string StatusModel::launch(const std::vector<std::size_t>& rows) const {
 }
 
 SurveyModel::SurveyModel(const UserInterfaceSources& sources) : m(sources) {
-  m.survey.showWindow();
+  m.records.survey.showWindow();
 }
 
-SurveyModel::~SurveyModel() { m.survey.closeWindow(); }
+SurveyModel::~SurveyModel() { m.records.survey.closeWindow(); }
 
-std::string SurveyModel::title() const { return m.survey.title(); }
-std::string SurveyModel::line() const { return m.surveyLine ? m.surveyLine() : std::string(); }
-std::string SurveyModel::reply() const { return m.supervisor.executeReply(); }
-std::vector<std::string> SurveyModel::timings() const { return m.survey.lines(); }
+std::string SurveyModel::title() const { return m.records.survey.title(); }
+std::string SurveyModel::line() const { return m.work.supervisor.surveyLine(); }
+std::string SurveyModel::reply() const { return m.work.supervisor.executeReply(); }
+std::vector<std::string> SurveyModel::timings() const { return m.records.survey.lines(); }
 
 std::vector<std::string> SurveyModel::modes() const {
-  return {m.texts.text("SurveyModeUsual"), m.texts.text("SurveyModeSlow"),
-          m.texts.text("SurveyModeVerbose")};
+  return {m.records.texts.text("SurveyModeUsual"), m.records.texts.text("SurveyModeSlow"),
+          m.records.texts.text("SurveyModeVerbose")};
 }
 
-int SurveyModel::mode() const { return m.supervisor.executionMode(); }
+int SurveyModel::mode() const { return m.work.supervisor.executionMode(); }
 void SurveyModel::setMode(int mode) const { m.commands.setExecutionMode(mode); }
 
 std::vector<WindowTable::Column> SurveyModel::columns() const {
-  return {{.title = m.texts.text("ColumnPath"), .isWide = true}};
+  return {{.title = m.records.texts.text("ColumnPath"), .isWide = true}};
 }
 
-std::size_t SurveyModel::rowCount() const { return m.supervisor.latestExecuteCurrentPath().size(); }
+std::size_t SurveyModel::rowCount() const {
+  return m.work.supervisor.latestExecuteCurrentPath().size();
+}
 
 std::string SurveyModel::text(std::size_t row, std::size_t) const {
-  const auto& paths = m.supervisor.latestExecuteCurrentPath();
+  const auto& paths = m.work.supervisor.latestExecuteCurrentPath();
   return paths[paths.size() - 1 - row].string("CurrentPath");
 }
 
 std::string SurveyModel::icon(std::size_t row) const {
-  const auto& paths = m.supervisor.latestExecuteCurrentPath();
+  const auto& paths = m.work.supervisor.latestExecuteCurrentPath();
   return paths[paths.size() - 1 - row].string("CurrentIcon");
 }
 

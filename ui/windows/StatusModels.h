@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
+#include "core/record/SchedulerCommands.h"
 #include "ui/UserInterfaceSources.h"
 #include "ui/windows/WindowTable.h"
 
@@ -17,8 +18,13 @@ class StatusModel final : public WindowTable {
 
   void refresh();
 
-  /// Label and text of each line of facts.
+  /// Label and text of each line of facts. Their number does not change when something begins or
+  /// ends, so that nothing below them moves.
   std::vector<std::pair<std::string, std::string>> facts() const;
+  /// What failed and was not seen yet, in a sentence; empty when nothing has.
+  std::string failureText() const;
+  void showFailures() const;
+  void markFailuresAsSeen() const { m.commands.errorsWereSeen(); }
   /// Of the running execution, 0 to 100.
   std::optional<int> progress() const;
   /// The pop-up of automatic execution: 0 on, 1 off when all is done, 2 off.

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <functional>
 
+#include "platform/Machine.h"
+#include "platform/Processes.h"
 #include "ui/windows/WindowWords.h"
 
 namespace corvana {
@@ -15,18 +17,19 @@ constexpr std::size_t kLeastRows = 2;
 
 }  // namespace
 
-void MountVolumesModel::refresh() { mVolumes = m.mounter.volumesToMountList(); }
+void MountVolumesModel::refresh() { mVolumes = m.machine.mounter.volumesToMountList(); }
 
 std::vector<WindowTable::Column> MountVolumesModel::columns() const {
-  return {{.title = m.texts.text("ColumnVolume"), .isWide = true},
-          {.title = m.texts.text("ColumnKind")},
-          {.title = m.texts.text("ColumnDevice")}};
+  return {{.title = m.records.texts.text("ColumnVolume"), .isWide = true},
+          {.title = m.records.texts.text("ColumnKind")},
+          {.title = m.records.texts.text("ColumnDevice")}};
 }
 
 std::string MountVolumesModel::text(std::size_t row, std::size_t column) const {
   const MountCandidate& volume = mVolumes[row];
   if (column == 0) return volume.volName;
-  return column == 1 ? m.texts.text(volume.isAlias ? "Alias" : "UnmountedVolume") : volume.bsdName;
+  return column == 1 ? m.records.texts.text(volume.isAlias ? "Alias" : "UnmountedVolume")
+                     : volume.bsdName;
 }
 
 std::int64_t MountVolumesModel::id(std::size_t row) const {
@@ -40,7 +43,7 @@ void MountVolumesModel::mount(const std::vector<std::size_t>& rows) {
 }
 
 bool MountVolumesModel::offersSystemPartitions() const {
-  return m.mounter.mountsSystemPartitions();
+  return m.machine.mounter.mountsSystemPartitions();
 }
 
 void MountVolumesModel::setOffersSystemPartitions(bool offers) {
@@ -48,35 +51,58 @@ void MountVolumesModel::setOffersSystemPartitions(bool offers) {
 }
 
 std::string MountVolumesModel::summary() const {
-  return mVolumes.empty() ? m.texts.text("MountNone")
-                          : m.texts.text("MountCount", {mVolumes.size()});
+  return mVolumes.empty() ? m.records.texts.text("MountNone")
+                          : m.records.texts.text("MountCount", {mVolumes.size()});
 }
 
 int MountVolumesModel::windowHeight(std::size_t volumes) {
   return kRowHeight * static_cast<int>(std::max(volumes, kLeastRows)) + kFrameHeight;
 }
 
-std::string StrayFoldersModel::text() const { return m.texts.text("StrayFoldersText"); }
-
-std::string StrayFoldersModel::names() const {
-  return m.strayFolders ? m.strayFolders() : std::string();
-}
+std::string StrayFoldersModel::text() const { return m.records.texts.text("StrayFoldersText"); }
 
 std::string StrayFoldersModel::dateText() const {
-  return m.strayFoldersDate ? m.texts.text("StrayFoldersDate", {m.strayFoldersDate()})
-                            : std::string();
+  return m.records.texts.text("StrayFoldersDate", {m.machine.folderSurvey.errorDate()});
 }
 
 std::string StrayFoldersModel::progressText() const {
-  return m.strayFoldersProgress ? m.strayFoldersProgress() : std::string();
+  return m.machine.folderSurvey.progressText();
 }
 
-void StrayFoldersModel::repairAndContinue() const {
-  if (m.repairAndContinue) m.repairAndContinue();
+std::vector<WindowTable::Column> StrayFoldersModel::columns() const {
+  return {{.title = m.records.texts.text("ColumnFolder"), .isWide = true},
+          {.title = m.records.texts.text("ColumnInside")}};
 }
 
-void StrayFoldersModel::continueAnyway() const { m.commands.continueExecution(); }
+std::size_t StrayFoldersModel::rowCount() const { return m.machine.folderSurvey.strays().size(); }
 
-std::string LowSpaceModel::text() const { return m.texts.text("LowSpaceText", {freePercent()}); }
+std::string StrayFoldersModel::text(std::size_t row, std::size_t column) const {
+  const StrayContents::Stray& stray = m.machine.folderSurvey.strays()[row];
+  if (column == 0) return VolumesFolder::nameOf(stray.path);
+  const ZAN_StringTable& t = m.records.texts;
+  if (!stray.contents) return t.text("StrayCounting");
+  if (!*stray.contents) return t.text("StrayUnreadable");
+  const Volumes::Contents& contents = **stray.contents;
+  if (contents.files == 0) return t.text("StrayEmpty");
+  return t.text("StrayInside",
+                {m.records.strings.getShortSizeBytes(contents.bytes), contents.files});
+}
+
+std::int64_t StrayFoldersModel::id(std::size_t row) const {
+  return static_cast<std::int64_t>(
+      std::hash<std::string>()(m.machine.folderSurvey.strays()[row].path));
+}
+
+void StrayFoldersModel::show(std::size_t row) const {
+  const std::string& path = m.machine.folderSurvey.strays()[row].path;
+  if (const Outcome opened = m.records.platform.processes.open(path); !opened)
+    m.records.platform.systemLog.write(opened.error().text);
+}
+
+int LowSpaceModel::freePercent() const { return m.machine.freeSpace.lowSpacePercent(); }
+
+std::string LowSpaceModel::text() const {
+  return m.records.texts.text("LowSpaceText", {freePercent()});
+}
 
 }  // namespace corvana

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/machine/VolumeMounter.h"
+#include "core/record/SchedulerCommands.h"
 #include "ui/UserInterfaceSources.h"
 #include "ui/windows/WindowTable.h"
 
@@ -30,19 +31,30 @@ class MountVolumesModel final : public WindowTable {
   std::vector<MountCandidate> mVolumes;
 };
 
-/// The window that tells of stray folders among the volumes. Thread: main.
-class StrayFoldersModel {
+/// The window that tells of stray folders among the volumes: each with how much is in it, so that
+/// nobody decides about what they do not know. Thread: main.
+class StrayFoldersModel final : public WindowTable {
  public:
   explicit StrayFoldersModel(const UserInterfaceSources& sources) : m(sources) {}
 
   std::string text() const;
-  std::string names() const;
   std::string dateText() const;
-  /// Empty while nothing is being deleted.
+  /// Empty while nothing is being taken away.
   std::string progressText() const;
-  void repairAndContinue() const;
+
+  std::vector<Column> columns() const override;
+  std::size_t rowCount() const override;
+  std::string text(std::size_t row, std::size_t column) const override;
+  std::string icon(std::size_t /*row*/) const override { return "folder"; }
+  std::int64_t id(std::size_t row) const override;
+
+  /// Opens it in the desktop's file manager.
+  void show(std::size_t row) const;
+  void moveAsideAndContinue() const { m.commands.repairAndContinueExecution(); }
+  /// Asks first.
+  void deleteThem() const { m.commands.deleteStrayFolders(); }
   /// As it is.
-  void continueAnyway() const;
+  void continueAnyway() const { m.commands.continueExecution(); }
 
  private:
   const UserInterfaceSources& m;
@@ -53,7 +65,7 @@ class LowSpaceModel {
  public:
   explicit LowSpaceModel(const UserInterfaceSources& sources) : m(sources) {}
 
-  int freePercent() const { return m.freePercent ? m.freePercent() : 0; }
+  int freePercent() const;
   std::string text() const;
 
  private:

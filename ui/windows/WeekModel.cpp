@@ -153,23 +153,23 @@ std::size_t WeekTimeline::overlapping() const {
 }
 
 bool WeekModel::refresh(const NextActionsModel& shown) {
-  const ReferenceTime now = m.platform.clock.now();
+  const ReferenceTime now = m.records.platform.clock.now();
   const std::pair madeOf{shown.revision(), static_cast<std::int64_t>(std::floor(now / 60))};
   const Circumstances circumstances{
-      .disabled = m.state.mScheduleDisabled || m.state.mScheduleDisabledWhenDone,
-      .otherMachine = m.state.mStartedFromNewMachine,
-      .paused = m.state.mPause,
-      .context = static_cast<ActionContext>(m.state.mContext)};
+      .disabled = m.records.state.mScheduleDisabled || m.records.state.mScheduleDisabledWhenDone,
+      .otherMachine = m.records.state.mStartedFromNewMachine,
+      .paused = m.records.state.mPause,
+      .context = static_cast<ActionContext>(m.records.state.mContext)};
   const bool isSame = mMadeOf == madeOf && mCircumstances == circumstances;
   if (isSame && mWeek != nullptr) return false;
   mMadeOf = madeOf;
   mCircumstances = circumstances;
-  const RunDurations durations(m.history.getProgrammedHistoryList());
+  const RunDurations durations(m.records.history.getProgrammedHistoryList());
   std::unordered_set<std::int64_t> refs;
   for (std::size_t row = 0; row < shown.rowCount(); ++row)
     if (!shown.action(row).isGroup) refs.insert(shown.action(row).ref);
   ProgrammedAction::Nodes nodes;
-  m.tree.rootItem().getListOfAllProgrammedActions(nodes);
+  m.records.tree.rootItem().getListOfAllProgrammedActions(nodes);
   std::vector<WeekTimeline::Action> actions;
   for (const ProgrammedAction* node : nodes) {
     if (!refs.contains(node->getReference())) continue;
@@ -179,24 +179,24 @@ bool WeekModel::refresh(const NextActionsModel& shown) {
                        .seconds = durations.secondsOf(node->getReference()),
                        .context = node->getActionContext()});
   }
-  mWeek = std::make_unique<WeekTimeline>(m.evaluation.calendar(), now, std::move(actions),
+  mWeek = std::make_unique<WeekTimeline>(m.work.evaluation.calendar(), now, std::move(actions),
                                          circumstances);
   return true;
 }
 
 std::string WeekModel::dayTitle(std::size_t day) const {
-  const ZAN_DateUtils& calendar = m.evaluation.calendar();
+  const ZAN_DateUtils& calendar = m.work.evaluation.calendar();
   const ReferenceTime start = mWeek->days()[day].start;
-  if (day == 0) return m.texts.text("WeekToday");
-  return m.texts.text("WeekDay", {calendar.weekdayName(calendar.weekdayForDate(start)),
-                                  calendar.dayForDate(start)});
+  if (day == 0) return m.records.texts.text("WeekToday");
+  return m.records.texts.text("WeekDay", {calendar.weekdayName(calendar.weekdayForDate(start)),
+                                          calendar.dayForDate(start)});
 }
 
 std::string WeekModel::hourTitle(int hour) const {
   // A day without a change of the clocks has every hour.
   constexpr ReferenceTime kAnyDay = 0;
-  const ZAN_DateUtils& calendar = m.evaluation.calendar();
-  return m.strings.getShortTime(calendar.timeOfDay(kAnyDay, hour % 24 * 3600));
+  const ZAN_DateUtils& calendar = m.work.evaluation.calendar();
+  return m.records.strings.getShortTime(calendar.timeOfDay(kAnyDay, hour % 24 * 3600));
 }
 
 std::string WeekModel::changeText(std::size_t day) const {
@@ -204,10 +204,11 @@ std::string WeekModel::changeText(std::size_t day) const {
   if (!change) return {};
   const auto clock = [this](double part) {
     const int minutes = static_cast<int>(part * 1440 + 0.5);
-    return m.strings.getShortTime(m.evaluation.calendar().timeOfDay(0, minutes % 1440 * 60));
+    return m.records.strings.getShortTime(
+        m.work.evaluation.calendar().timeOfDay(0, minutes % 1440 * 60));
   };
-  return m.texts.text(change->forward ? "WeekClockForward" : "WeekClockBack",
-                      {clock(change->from), clock(change->to)});
+  return m.records.texts.text(change->forward ? "WeekClockForward" : "WeekClockBack",
+                              {clock(change->from), clock(change->to)});
 }
 
 std::string WeekModel::barTitle(const WeekTimeline::Bar& bar) const {
@@ -223,13 +224,14 @@ std::string WeekModel::heldText(Hold hold) const {
     case Hold::none:
       break;
     case Hold::disabled:
-      return m.texts.text("WeekHeldDisabled");
+      return m.records.texts.text("WeekHeldDisabled");
     case Hold::otherMachine:
-      return m.texts.text("WeekHeldOtherMachine");
+      return m.records.texts.text("WeekHeldOtherMachine");
     case Hold::otherContext:
-      return m.texts.text("WeekHeldContext", {contextName(mCircumstances.context, m.texts)});
+      return m.records.texts.text("WeekHeldContext",
+                                  {contextName(mCircumstances.context, m.records.texts)});
     case Hold::paused:
-      return m.texts.text("WeekHeldPaused");
+      return m.records.texts.text("WeekHeldPaused");
   }
   return {};
 }
@@ -237,29 +239,33 @@ std::string WeekModel::heldText(Hold hold) const {
 std::string WeekModel::barText(const WeekTimeline::Bar& bar) const {
   const WeekTimeline::Run& run = mWeek->runs()[bar.run];
   const WeekTimeline::Action& action = mWeek->actionOf(run);
-  const ActionsTools tools(m.evaluation.calendar(), m.platform.clock.now());
-  const std::string when = tools.getScheduleStringForDate(run.start, {m.texts, m.strings});
+  const ActionsTools tools(m.work.evaluation.calendar(), m.records.platform.clock.now());
+  const std::string when =
+      tools.getScheduleStringForDate(run.start, {m.records.texts, m.records.strings});
   const std::string held = run.hold == Hold::none ? "" : ' ' + heldText(run.hold);
-  if (bar.count > 1) return m.texts.text("WeekBand", {action.title, when, bar.count}) + held;
+  if (bar.count > 1)
+    return m.records.texts.text("WeekBand", {action.title, when, bar.count}) + held;
   const auto seconds = static_cast<std::int64_t>(run.end - run.start);
-  std::string text = m.texts.text(run.shutDown ? "WeekRunShutDown" : "WeekRun",
-                                  {action.title, when, ZAN_StringUtils::getDuration(seconds)}) +
-                     held;
+  std::string text =
+      m.records.texts.text(run.shutDown ? "WeekRunShutDown" : "WeekRun",
+                           {action.title, when, ZAN_StringUtils::getDuration(seconds)}) +
+      held;
   if (run.waitsFor) {
-    text +=
-        ' ' + m.texts.text("WeekWaitsFor", {mWeek->actionOf(mWeek->runs()[*run.waitsFor]).title});
+    text += ' ' + m.records.texts.text("WeekWaitsFor",
+                                       {mWeek->actionOf(mWeek->runs()[*run.waitsFor]).title});
   } else if (run.isMet) {
-    text += ' ' + m.texts.text("WeekIsMet");
+    text += ' ' + m.records.texts.text("WeekIsMet");
   }
   return text;
 }
 
 std::string WeekModel::summary() const {
-  if (isEmpty()) return m.texts.text("WeekEmpty");
+  if (isEmpty()) return m.records.texts.text("WeekEmpty");
   const std::size_t overlapping = mWeek->overlapping();
-  if (mWeek->isCut()) return m.texts.text("WeekCut", {mWeek->runs().size()});
-  return overlapping == 0 ? m.texts.text("WeekCount", {mWeek->runs().size()})
-                          : m.texts.text("WeekCountOverlap", {mWeek->runs().size(), overlapping});
+  if (mWeek->isCut()) return m.records.texts.text("WeekCut", {mWeek->runs().size()});
+  return overlapping == 0
+             ? m.records.texts.text("WeekCount", {mWeek->runs().size()})
+             : m.records.texts.text("WeekCountOverlap", {mWeek->runs().size(), overlapping});
 }
 
 }  // namespace corvana

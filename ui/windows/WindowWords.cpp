@@ -32,14 +32,15 @@ std::string resultInWords(std::int64_t code, const ZAN_StringTable& texts) {
 }
 
 std::string reasonsText(const UserInterfaceSources& sources, std::int64_t ref) {
-  const ProgrammedAction* action = sources.tree.rootItem().actionForReference(ref);
+  const ProgrammedAction* action = sources.records.tree.rootItem().actionForReference(ref);
   if (action == nullptr) return {};
   const WhyNot::Situation situation =
-      WhyNot::situationOf(sources.state, sources.supervisor, sources.queue, sources.platform.input,
-                          sources.launchHold());
-  const ActionsTools tools(sources.evaluation.calendar(), sources.platform.clock.now());
-  const WhyNot whyNot(tools, {sources.texts, sources.strings}, sources.volumes,
-                      [&](std::int64_t other) { return sources.tree.nameOf(other); });
+      WhyNot::situationOf(sources.records.state, sources.work.supervisor, sources.work.queue,
+                          sources.records.platform.input, sources.launchStep.holdText());
+  const ActionsTools tools(sources.work.evaluation.calendar(),
+                           sources.records.platform.clock.now());
+  const WhyNot whyNot(tools, {sources.records.texts, sources.records.strings}, sources.work.volumes,
+                      [&](std::int64_t other) { return sources.records.tree.nameOf(other); });
   std::string text;
   for (const WhyNot::Reason& reason : whyNot.reasons(*action, situation)) {
     if (!text.empty()) text += '\n';

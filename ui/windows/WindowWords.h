@@ -1,16 +1,11 @@
 #pragma once
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "actions/ActionTree.h"
+#include "core/drive/LaunchStep.h"
+#include "core/machine/MachineDuties.h"
+#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/record/SchedulerLog.h"
-#include "core/record/SchedulerState.h"
-#include "core/work/ActionQueue.h"
-#include "core/work/ExecuteSupervisor.h"
-#include "core/work/TriggerEvaluation.h"
+#include "core/work/Work.h"
 #include "platform/Clock.h"
-#include "platform/Platform.h"
 #include "ui/LaunchByHand.h"
 #include "ui/UserInterfaceSources.h"
 
