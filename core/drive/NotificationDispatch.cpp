@@ -20,6 +20,8 @@ namespace corvana {
 namespace {
 
 constexpr double kManualLaunchDelay = 0.01;
+/// So long the launches of a burst are taken before questions are answered again.
+constexpr double kSecondsOfLaunches = 0.05;
 constexpr double kAnswerDelay = 0.1;
 constexpr double kUnmountDelay = 0.1;
 constexpr double kDefaultMessageSeconds = 10.0;
@@ -112,12 +114,16 @@ void NotificationDispatch::launchAction(const ZAN_Value& userInfo) {
 }
 
 void NotificationDispatch::launchTogether() {
-  const std::vector<ZAN_Value> launches = std::exchange(mLaunches, {});
+  const double end = m.platform.clock.monotonic() + kSecondsOfLaunches;
   mWork.queue.batch([&] {
-    for (const ZAN_Value& launch : launches)
+    do {
+      const ZAN_Value launch = std::move(mLaunches.front());
+      mLaunches.pop_front();
       mWork.queue.addWish(launch.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay, false,
                           launch.integer("EstimateSize") != 0);
+    } while (!mLaunches.empty() && m.platform.clock.monotonic() < end);
   });
+  if (!mLaunches.empty()) m.platform.runLoop.performAfter(0, [this] { launchTogether(); });
 }
 
 void NotificationDispatch::preferencesDidChange(const ZAN_Value&) {

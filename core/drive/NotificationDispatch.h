@@ -1,10 +1,10 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <span>
 #include <string_view>
-#include <vector>
 
 #include "platform/DistributedNotifications.h"
 
@@ -82,7 +82,7 @@ class NotificationDispatch {
   MachineDuties& mMachine;
   LaunchStep& mLaunchStep;
   Controls& mControls;
-  std::vector<ZAN_Value> mLaunches;  ///< asked for in this pass of the loop
+  std::deque<ZAN_Value> mLaunches;  ///< asked for and not yet taken up
   bool mMainAppReceiveNotifications = false;
 };
 
