@@ -241,7 +241,7 @@ MenuItem StatusMenu::placeItem(const std::string& title, const std::string& path
   if (withContents) {
     item.kind = MenuItem::Kind::submenu;
     item.read = [this, path] {
-      return folderItems(m.platform.processes, path,
+      return folderItems(m.records.platform.processes, path,
                          [this](const std::string& chosen) { open(chosen); });
     };
   }
@@ -294,7 +294,7 @@ MenuItem::List StatusMenu::volumeItems() const {
         MenuItem::command(std::move(title), [this, row] { m.commands.mountVolume(row); }));
     if (!candidate.isAlias) {
       items.back().icon = MenuIcon::volume;
-    } else if (m.platform.volumes.exists(candidate.volPath)) {
+    } else if (m.records.platform.volumes.exists(candidate.volPath)) {
       items.back().icon = MenuIcon::file;
     }
     ++row;
