@@ -133,6 +133,8 @@ Answer addCommand(Arguments& arguments, const Console& console) {
   }
   CommandHome home(console);
   if (Outcome there = action.describeFolders(home); !there) return there.error();
+  // A fresh home begins as with the first start of the agent.
+  if (!home.isThere()) home.store().createMissingDataFiles();
 
   action.setTitle(title);
   ZAN_Value record;

@@ -292,7 +292,7 @@ TEST_F(WindowModelsTest, TheStatusNamesWhatRunsAndWhatHoldsBack) {
   EXPECT_EQ(status.text(0, 1), "Never");
   status.launch({0});
   scenario.runFor(5);
-  EXPECT_THAT(status.facts(), Contains(Pair("Running:", HasSubstr("Photos, since"))));
+  EXPECT_THAT(status.facts(), Contains(Pair("Now:", HasSubstr("Photos, since"))));
   EXPECT_TRUE(status.progress());
   status.setExecution(2);
   EXPECT_EQ(status.execution(), 2);
