@@ -175,7 +175,8 @@ std::string placeOf(std::string_view path) {
   if (!held) return std::string(path);
   const auto place = held->pathOnDevice();
   if (!place) return std::string(path);
-  return "/" + held->mount().device + ZAN_FilesUtils::joinedPath("/" + *place, rest);
+  return "/" + std::to_string(held->mount().device) +
+         ZAN_FilesUtils::joinedPath("/" + *place, rest);
 }
 
 std::string clockText(int seconds) {
