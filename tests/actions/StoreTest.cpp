@@ -222,7 +222,7 @@ TEST_F(Store, PasswordsAreReadInEveryStoredForm) {
 TEST_F(Store, TheFirstStartCreatesWhatIsMissing) {
   store.createMissingDataFiles();
   EXPECT_TRUE(store.isFirstRun());
-  EXPECT_EQ(dataFilesWith(".cva9data").size(), 9U);
+  EXPECT_EQ(dataFilesWith(".cva9data").size(), 10U) << "nine empty ones, and settings";
   EXPECT_TRUE(ZAN_FilesUtils::isFolder(data() + "/History"));
   ASSERT_TRUE(store.tree().saveActionsTree(records(1, "kept")));
   other.createMissingDataFiles();
