@@ -226,8 +226,14 @@ class AgentOnDesktop : public testing::Test {
     const QDBusMessage layout = callMenu(QStringLiteral("GetLayout"), {0, -1, QStringList()});
     return menuNode(layout.arguments().value(1).value<QDBusArgument>());
   }
+  /// With what is below "More".
+  MenuNode openWholeMenu() {
+    MenuNode menu = openMenu();
+    const MenuNode* more = menu.find(QStringLiteral("More"));
+    return more == nullptr ? menu : openMenu(more->id);
+  }
   void click(const QString& label) {
-    const MenuNode menu = openMenu();
+    const MenuNode menu = openWholeMenu();
     const MenuNode* item = menu.find(label);
     ASSERT_NE(item, nullptr) << label.toStdString();
     callMenu(QStringLiteral("Event"),

@@ -22,7 +22,7 @@ TEST_F(AgentOnDesktop, takesALatePanelAndItsMenuWorksOverTheBus) {
   panel.setHost(true);
   ASSERT_TRUE(until([this] { return !panel.items().isEmpty(); }));
 
-  const MenuNode menu = openMenu();
+  const MenuNode menu = openWholeMenu();
   const MenuNode* on = menu.find(QStringLiteral("Execute automatically"));
   ASSERT_NE(on, nullptr);
   EXPECT_EQ(on->properties.value(QStringLiteral("toggle-state")).toInt(), 1);
@@ -80,7 +80,7 @@ TEST_F(AgentOnDesktop, saysOnceThatNoPanelTakesItsIconAndCanBeReachedAllTheSame)
         QStringLiteral("click"), QStringLiteral("3")});
   EXPECT_TRUE(until([this] {
     return std::ranges::any_of(screen->windows(), [](const TestScreen::Shown& one) {
-      return one.place.height() > 300 && one.title == QStringLiteral("Corvana 9 Scheduler");
+      return one.place.height() > 200 && one.title == QStringLiteral("Corvana 9 Scheduler");
     });
   })) << titles();
 }
@@ -143,7 +143,7 @@ TEST_F(AgentOnDesktop, drawsEveryWindowThatItsMenuOpens) {
     const char* item;
     const char* title;
   };
-  constexpr Row kRows[] = {{"Automatic execution", "Status"},
+  constexpr Row kRows[] = {{"Overview…", "Status"},
                            {"Next actions…", "Next actions"},
                            {"Queue…", "Queue"},
                            {"Latest actions…", "Latest actions"},
