@@ -112,8 +112,8 @@ TEST(EndsTest, WhileTheTreeIsAwayNothingLeavesTheQueue) {
     put(std::string_view(tree->bytes).substr(0, part));
     EXPECT_EQ(day.agent->queue().actionsList().size(), 2U) << part;
   }
-  for (const auto& one : day.machine.userInterface.messages) std::cerr << one.title << " / " << one.text << "\n";
-  EXPECT_EQ(day.machine.userInterface.messages.size(), 1U) << "said once";
+  EXPECT_EQ(day.machine.userInterface.messages.size(), 2U)
+      << "that nothing starts, and that the file is damaged, each once";
   EXPECT_EQ(day.executionsOf("Photos") + day.executionsOf("Mail"), 1U) << day.executions();
   put(tree->bytes);
   day.runFor(60);
