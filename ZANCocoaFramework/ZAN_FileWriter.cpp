@@ -15,7 +15,8 @@ namespace corvana {
 
 namespace {
 
-constexpr double kPause = 0.02;
+// Whoever edits again and again leaves short gaps; who looks seldom would miss them all.
+constexpr double kPause = 0.002;
 
 ZAN_Descriptor openLockFile(const std::string& path) {
   ZAN_Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
