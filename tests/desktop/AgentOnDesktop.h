@@ -151,7 +151,8 @@ class AgentOnDesktop : public testing::Test {
 
   std::string titles() const {
     std::string titles;
-    for (const TestScreen::Shown& one : screen->windows()) titles += one.title.toStdString() + "; ";
+    for (const TestScreen::Shown& one : screen->windows())
+      titles += one.title.toStdString() + " (" + std::to_string(one.place.height()) + "); ";
     return titles;
   }
   static qsizetype coloursOf(const QImage& picture) {
