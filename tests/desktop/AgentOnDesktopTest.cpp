@@ -80,7 +80,7 @@ TEST_F(AgentOnDesktop, saysOnceThatNoPanelTakesItsIconAndCanBeReachedAllTheSame)
         QStringLiteral("click"), QStringLiteral("3")});
   EXPECT_TRUE(until([this] {
     return std::ranges::any_of(screen->windows(), [](const TestScreen::Shown& one) {
-      return one.place.height() > 200 && one.title == QStringLiteral("Corvana 9 Scheduler");
+      return one.place.height() > 100 && one.title == QStringLiteral("Corvana 9 Scheduler");
     });
   })) << titles();
 }
@@ -110,7 +110,7 @@ TEST_F(AgentOnDesktop, followsPointerAndKeys) {
 
   const auto menu = [this] {
     return std::ranges::any_of(screen->windows(), [](const TestScreen::Shown& one) {
-      return one.place.height() > 200 && one.place.contains(520, 100);
+      return one.place.height() > 100 && one.place.contains(520, 100);
     });
   };
   user({QStringLiteral("mousemove"), QStringLiteral("512"), QStringLiteral("12"),
