@@ -86,7 +86,7 @@ class ProofChecker {
   enum class Verdict { proven, wrong, staleChallenge, counterTooLow };
 
   /// `forAll` proves commands of everybody, if there is such a key.
-  explicit ProofChecker(std::optional<ControlKey> forAll) : mForAll(std::move(forAll)) { renew(); }
+  explicit ProofChecker(const std::optional<ControlKey>& forAll) : mForAll(forAll) { renew(); }
 
   /// From now on each of these keys proves commands of the sender under whose name it stands.
   void setPaired(std::map<std::string, ControlKey> keys) { mPaired = std::move(keys); }
