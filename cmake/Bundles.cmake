@@ -1,8 +1,10 @@
 # The tree of bundles that the programs find each other by, in the build tree as installed:
+#   Corvana 9.app/Contents/MacOS/Corvana 9
 #   Corvana 9.app/Contents/Resources/
 #     Corvana 9 Scheduler.app/Contents/{MacOS,Resources}
 #     Corvana 9 Execute.app, Corvana 9 Shutdown.app
-#     tools/, adminlauncher
+#     Corvana 9 Launcher.app
+#     tools/, adminlauncher, Corvana 9.cva9resource
 
 set(CORVANA_APP "${CMAKE_BINARY_DIR}/Corvana 9.app")
 set(CORVANA_APP_RESOURCES "${CORVANA_APP}/Contents/Resources")
@@ -14,6 +16,18 @@ function(corvana_bundle target name)
   set_target_properties(${target} PROPERTIES OUTPUT_NAME "${name}" RUNTIME_OUTPUT_DIRECTORY "${bundle}/MacOS")
   # The agent looks for the folder, whether there is something in it or not.
   file(MAKE_DIRECTORY "${bundle}/Resources")
+  set_property(GLOBAL APPEND PROPERTY CORVANA_BUNDLED ${target})
+endfunction()
+
+# corvana_main_application(target): the program becomes the executable of the bundle that holds all others, with the
+# launcher and the data file that belong to it.
+function(corvana_main_application target)
+  set_target_properties(${target} PROPERTIES OUTPUT_NAME "Corvana 9"
+                        RUNTIME_OUTPUT_DIRECTORY "${CORVANA_APP}/Contents/MacOS")
+  set(launcher "${CORVANA_APP_RESOURCES}/Corvana 9 Launcher.app/Contents/MacOS")
+  file(MAKE_DIRECTORY "${launcher}")
+  file(CREATE_LINK "../../../../MacOS/Corvana 9" "${launcher}/Corvana 9 Launcher" SYMBOLIC)
+  file(WRITE "${CORVANA_APP_RESOURCES}/Corvana 9.cva9resource" "Corvana 9 ${CMAKE_PROJECT_VERSION}\n")
   set_property(GLOBAL APPEND PROPERTY CORVANA_BUNDLED ${target})
 endfunction()
 

@@ -31,3 +31,11 @@ foreach(name Office Home Nomad)
   corvana_picture(Badge${name} 11)
 endforeach()
 corvana_picture(logo_cva_dialogs 48)
+# Of the main application, in one ink that is coloured when it is drawn; named as the desktops' themes name theirs.
+foreach(name chronometer dialog-warning document-open-recent drive-harddisk edit-find emblem-ok folder go-home
+             go-previous list-add media-playback-pause media-playback-start media-playback-stop network-server
+             preferences-system user-home view-more window-close x-office-calendar)
+  corvana_picture(${name} 24)
+endforeach()
+# The large one of an empty page.
+corvana_picture(chronometer-large 72)

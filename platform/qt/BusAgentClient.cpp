@@ -3,6 +3,7 @@
 #include <QDBusConnection>
 #include <QDBusError>
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
 #include <QObject>
 #include <optional>
 #include <utility>
@@ -35,6 +36,21 @@ Error errorOf(const QDBusMessage& reply) {
   }
 }
 
+QDBusMessage questionOf(const QString& method, const QList<QVariant>& arguments) {
+  QDBusMessage call = QDBusMessage::createMethodCall(BusNames::agent(), BusNames::agentPath(),
+                                                     BusNames::agent(), method);
+  call.setAutoStartService(false);
+  call.setArguments(arguments);
+  return call;
+}
+
+Result<QVariant> answerIn(const QDBusMessage& reply) {
+  if (reply.type() != QDBusMessage::ReplyMessage) return errorOf(reply);
+  if (reply.arguments().size() != 1)
+    return Error{ErrorKind::damaged, "the agent answered something else"};
+  return reply.arguments().constFirst();
+}
+
 }  // namespace
 
 class BusAgentClient::Private {
@@ -54,15 +70,7 @@ class BusAgentClient::Private {
 
   Result<QVariant> ask(const QString& method, const QList<QVariant>& arguments = {}) {
     if (!mBus.isConnected()) return noBus();
-    QDBusMessage call = QDBusMessage::createMethodCall(BusNames::agent(), BusNames::agentPath(),
-                                                       BusNames::agent(), method);
-    call.setAutoStartService(false);
-    call.setArguments(arguments);
-    const QDBusMessage reply = mBus.call(call, QDBus::Block, kPatience);
-    if (reply.type() != QDBusMessage::ReplyMessage) return errorOf(reply);
-    if (reply.arguments().size() != 1)
-      return Error{ErrorKind::damaged, "the agent answered something else"};
-    return reply.arguments().constFirst();
+    return answerIn(mBus.call(questionOf(method, arguments), QDBus::Block, kPatience));
   }
 
   Result<ZAN_Value> askValue(const QString& method, const QList<QVariant>& arguments = {}) {
@@ -120,6 +128,54 @@ Outcome BusAgentClient::post(const DistributedNotification& notification) {
                           QDBus::Block, kPatience);
   if (reply.type() != QDBusMessage::ReplyMessage) return errorOf(reply);
   return {};
+}
+
+class BusAgentAsker::Private final : public QObject {
+ public:
+  explicit Private(BusConnection& connection) : mConnection(connection) {
+    BusValues::registerTypes();
+  }
+
+  void ask(const QString& method, const QList<QVariant>& arguments, Answered answered) {
+    if (!mConnection.isConnected()) {
+      QMetaObject::invokeMethod(
+          this, [answered = std::move(answered)] { answered(noBus()); }, Qt::QueuedConnection);
+      return;
+    }
+    auto* watcher = new QDBusPendingCallWatcher(
+        mConnection.bus().asyncCall(questionOf(method, arguments), kPatience), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [watcher, answered = std::move(answered)] {
+              watcher->deleteLater();
+              const Result<QVariant> reply = answerIn(watcher->reply());
+              if (!reply) return answered(reply.error());
+              answered(BusValues::valueWithVariant(*reply));
+            });
+  }
+
+ private:
+  BusConnection& mConnection;
+};
+
+BusAgentAsker::BusAgentAsker(BusConnection& connection)
+    : mPrivate(std::make_unique<Private>(connection)) {}
+
+BusAgentAsker::~BusAgentAsker() = default;
+
+void BusAgentAsker::status(Answered answered) {
+  mPrivate->ask(QStringLiteral("Status"), {}, std::move(answered));
+}
+
+void BusAgentAsker::queue(Answered answered) {
+  mPrivate->ask(QStringLiteral("Queue"), {}, std::move(answered));
+}
+
+void BusAgentAsker::why(std::int64_t ref, Answered answered) {
+  mPrivate->ask(QStringLiteral("Why"), {static_cast<qlonglong>(ref)}, std::move(answered));
+}
+
+void BusAgentAsker::launch(std::int64_t ref, Answered answered) {
+  mPrivate->ask(QStringLiteral("Launch"), {static_cast<qlonglong>(ref)}, std::move(answered));
 }
 
 class BusWatch::Private final : public QObject {

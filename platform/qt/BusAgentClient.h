@@ -35,6 +35,31 @@ class BusAgentClient {
   std::unique_ptr<Private> mPrivate;
 };
 
+/// Asks the same without waiting, for a program with windows. Thread: main.
+class BusAgentAsker {
+ public:
+  /// Called from the loop, once for each question; fails as `BusAgentClient` does.
+  using Answered = std::function<void(const Result<ZAN_Value>& answer)>;
+
+  /// The connection outlives this object.
+  explicit BusAgentAsker(BusConnection& connection);
+  BusAgentAsker(const BusAgentAsker&) = delete;
+  BusAgentAsker& operator=(const BusAgentAsker&) = delete;
+  /// What was asked and is not yet answered is not told any more.
+  ~BusAgentAsker();
+
+  void status(Answered answered);
+  void queue(Answered answered);
+  /// A list of sentences.
+  void why(std::int64_t ref, Answered answered);
+  /// A text: "queued", or why not.
+  void launch(std::int64_t ref, Answered answered);
+
+ private:
+  class Private;
+  std::unique_ptr<Private> mPrivate;
+};
+
 /// Hears everything that the programs tell each other over the bus, whomever it is for. Thread:
 /// main.
 class BusWatch {

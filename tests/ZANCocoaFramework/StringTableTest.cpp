@@ -137,8 +137,8 @@ TEST(StringTable, EnglishHasEveryTextThatIsLookedUp) {
   ZAN_StringTable table;
   const Outcome loaded = table.load(CORVANA_SOURCE_FOLDER "/resources", {"en"});
   ASSERT_TRUE(loaded) << loaded.error().text;
-  for (const char* room : {"actions", "app", "command", "core", "execute", "tools", "desktop",
-                           "mail", "remote", "ui", "volumes"}) {
+  for (const char* room : {"actions", "app", "application", "command", "core", "execute", "tools",
+                           "desktop", "mail", "remote", "ui", "volumes"}) {
     const std::filesystem::path folder = std::filesystem::path(CORVANA_SOURCE_FOLDER) / room;
     if (!std::filesystem::exists(folder)) continue;
     for (const auto& file : std::filesystem::recursive_directory_iterator(folder)) {

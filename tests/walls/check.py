@@ -22,7 +22,7 @@ FLOORS = {
     "mail/smtp": 7, "ui": 7, "remote": 7,
     "mail/report": 8, "ui/windows": 8, "execute/plain": 8,
     "desktop": 9, "command": 9, "execute": 9,
-    "app": 10, "tools": 10,
+    "app": 10, "application": 10, "tools": 10,
 }
 # Beside the floors: what each may see besides itself.
 BESIDE = {
@@ -33,7 +33,8 @@ BESIDE = {
     "platform/qt": {"platform", "platform/linux", "platform/tls", "ZANCocoaFramework"},
 }
 # These join a platform with the rooms, so they may see its real half.
-JOINERS = {"app": {"platform/linux", "platform/qt"}, "desktop": {"platform/linux", "platform/qt"},
+JOINERS = {"app": {"platform/linux", "platform/qt"}, "application": {"platform/linux", "platform/qt"},
+           "desktop": {"platform/linux", "platform/qt"},
            "command": {"platform/linux", "platform/qt"}, "execute": {"platform/linux", "platform/qt"},
            "execute/plain": {"platform/linux"},
            "tools": {"platform/linux", "platform/qt"}}

@@ -1,0 +1,313 @@
+#include "application/Look.h"
+
+#include <QApplication>
+#include <QEvent>
+#include <QFontMetrics>
+#include <QPainter>
+#include <QPalette>
+#include <QPixmap>
+#include <QStyle>
+#include <QVBoxLayout>
+#include <algorithm>
+#include <utility>
+
+namespace corvana {
+
+namespace {
+
+constexpr double kMiddle = 128;
+
+QColor mixed(const QColor& one, const QColor& other, double part) {
+  const auto of = [part](double a, double b) { return a * (1 - part) + b * part; };
+  return QColor::fromRgbF(static_cast<float>(of(one.redF(), other.redF())),
+                          static_cast<float>(of(one.greenF(), other.greenF())),
+                          static_cast<float>(of(one.blueF(), other.blueF())));
+}
+
+QColor textColour() { return QGuiApplication::palette().color(QPalette::WindowText); }
+
+QString& picturesFolder() {
+  static QString folder;
+  return folder;
+}
+
+QString name(const QColor& colour) { return colour.name(); }
+
+QPixmap tinted(QPixmap pixmap, const QColor& colour) {
+  if (pixmap.isNull()) return pixmap;
+  QPainter painter(&pixmap);
+  painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+  painter.fillRect(pixmap.rect(), colour);
+  return pixmap;
+}
+
+/// Pictures of one colour, which is that of the text around them.
+class InkIcon {
+ public:
+  static QIcon of(const QIcon& mask, const QColor& plain, const QColor& selected) {
+    QIcon icon;
+    for (const int size : {16, 20, 24, 32, 48}) {
+      const QPixmap pixmap = mask.pixmap(QSize(size, size), 1.0);
+      if (pixmap.isNull()) continue;
+      icon.addPixmap(tinted(pixmap, plain), QIcon::Normal);
+      icon.addPixmap(tinted(pixmap, selected), QIcon::Selected);
+    }
+    return icon;
+  }
+};
+
+}  // namespace
+
+namespace Look {
+
+int space(int steps) {
+  const int line = QFontMetrics(QApplication::font()).height();
+  return std::max(1, steps * line / 4);
+}
+
+QFont font(Size size) {
+  QFont font = QApplication::font();
+  const double points = font.pointSizeF() > 0 ? font.pointSizeF() : 10;
+  switch (size) {
+    case Size::small:
+      font.setPointSizeF(points * 0.9);
+      break;
+    case Size::body:
+      break;
+    case Size::strong:
+      font.setPointSizeF(points * 1.08);
+      font.setWeight(QFont::DemiBold);
+      break;
+    case Size::heading:
+      font.setPointSizeF(points * 1.2);
+      font.setWeight(QFont::DemiBold);
+      break;
+    case Size::title:
+      font.setPointSizeF(points * 1.7);
+      font.setWeight(QFont::DemiBold);
+      break;
+  }
+  return font;
+}
+
+bool isDark() { return QGuiApplication::palette().color(QPalette::Window).lightness() < kMiddle; }
+
+QColor cardColour() {
+  const QPalette palette = QGuiApplication::palette();
+  const QColor window = palette.color(QPalette::Window);
+  const QColor base = palette.color(QPalette::Base);
+  if (!isDark()) return base.lightness() > window.lightness() ? base : window;
+  const QColor lighter = base.lightness() > window.lightness() ? base : window;
+  return mixed(lighter, textColour(), 0.03);
+}
+
+QColor pageColour() {
+  const QPalette palette = QGuiApplication::palette();
+  const QColor window = palette.color(QPalette::Window);
+  const QColor base = palette.color(QPalette::Base);
+  const QColor darker = base.lightness() > window.lightness() ? window : base;
+  return isDark() ? mixed(darker, cardColour(), 0.2) : mixed(darker, cardColour(), 0.5);
+}
+
+QColor lineColour() { return mixed(pageColour(), textColour(), isDark() ? 0.14 : 0.10); }
+
+QColor colour(Meaning meaning) {
+  switch (meaning) {
+    case Meaning::plain:
+      break;
+    case Meaning::muted:
+      return mixed(textColour(), pageColour(), isDark() ? 0.34 : 0.36);
+    case Meaning::accent:
+      return isDark() ? QColor(108, 168, 232) : QColor(43, 104, 172);
+    case Meaning::good:
+      return isDark() ? QColor(104, 196, 140) : QColor(30, 122, 70);
+    case Meaning::caution:
+      return isDark() ? QColor(227, 180, 88) : QColor(150, 90, 0);
+    case Meaning::bad:
+      return isDark() ? QColor(244, 128, 122) : QColor(180, 42, 36);
+  }
+  return textColour();
+}
+
+QColor surface(Meaning meaning) {
+  if (meaning == Meaning::plain) return cardColour();
+  if (meaning == Meaning::muted) return mixed(cardColour(), textColour(), 0.07);
+  return mixed(cardColour(), colour(meaning), isDark() ? 0.16 : 0.10);
+}
+
+void set(QWidget* widget, const char* look) {
+  if (widget->property("look").toString() == QLatin1String(look)) return;
+  widget->setProperty("look", look);
+  widget->style()->unpolish(widget);
+  widget->style()->polish(widget);
+}
+
+void setPictures(const QString& folder) { picturesFolder() = folder; }
+
+QPixmap picture(const QString& file, int size, Meaning meaning) {
+  QPixmap pixmap(picturesFolder() + '/' + file + QStringLiteral("@2x.png"));
+  if (pixmap.isNull()) return pixmap;
+  const double scale = qApp->devicePixelRatio();
+  pixmap = pixmap.scaled(QSize(size, size) * scale, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+  pixmap = tinted(pixmap, colour(meaning));
+  pixmap.setDevicePixelRatio(scale);
+  return pixmap;
+}
+
+QIcon icon(const QString& themeName, Meaning meaning) {
+  const QColor plain = colour(meaning);
+  const QIcon themed = QIcon::fromTheme(themeName + QStringLiteral("-symbolic"));
+  if (!themed.isNull() && !themed.availableSizes().isEmpty())
+    return InkIcon::of(themed, plain, colour(Meaning::plain));
+  const QIcon own(picturesFolder() + '/' + themeName + QStringLiteral("@2x.png"));
+  return InkIcon::of(own, plain, colour(Meaning::plain));
+}
+
+QString styleSheet() {
+  const QColor text = textColour();
+  const QColor accent = colour(Meaning::accent);
+  const QColor onAccent = isDark() ? QColor(16, 22, 30) : QColor(255, 255, 255);
+  const QColor card = cardColour();
+  const QColor line = lineColour();
+  const int round = space(2) - 1;
+  QString sheet = QStringLiteral(R"(
+    QWidget[look="page"] { background: %page; }
+    QWidget[look="side"] { background: %page; border: none; border-right: 1px solid %line; }
+    QScrollArea, QScrollArea > QWidget > QWidget[look="page"] { background: %page; border: none; }
+    QFrame[look="card"] { background: %card; border: 1px solid %line; border-radius: %roundpx; }
+    QFrame[look="card-accent"] { background: %card; border: 2px solid %accent; border-radius: %roundpx; }
+    QFrame[look="card-caution"] { background: %card; border: 1px solid %caution; border-radius: %roundpx; }
+    QFrame[look="card-bad"] { background: %card; border: 1px solid %bad; border-radius: %roundpx; }
+    QFrame[look="well-good"] { background: %sgood; border: none; border-radius: %roundpx; }
+    QFrame[look="well-caution"] { background: %scaution; border: none; border-radius: %roundpx; }
+    QFrame[look="well-bad"] { background: %sbad; border: none; border-radius: %roundpx; }
+    QFrame[look="well-accent"] { background: %saccent; border: none; border-radius: %roundpx; }
+    QFrame[look="well-muted"] { background: %smuted; border: none; border-radius: %roundpx; }
+    QListWidget[look="side-list"] { background: transparent; border: none; outline: none; }
+    QListWidget[look="side-list"]::item { color: %muted; padding: %pad2px; margin: 1px %pad2px;
+      border-radius: %smallpx; border: 2px solid transparent; }
+    QListWidget[look="side-list"]::item:hover { background: %smuted; }
+    QListWidget[look="side-list"]::item:selected { background: %card; color: %text; }
+    QListWidget[look="side-list"]::item:focus { border: 2px solid %accent; }
+    QPushButton { background: %card; color: %text; border: 1px solid %line; border-radius: %smallpx;
+      padding: %pad1px %pad3px; min-height: %minpx; }
+    QPushButton:hover { background: %smuted; }
+    QPushButton:pressed { background: %line; }
+    QPushButton:focus { border: 2px solid %accent; padding: %pad1fpx %pad3fpx; }
+    QPushButton:disabled { color: %muted; background: %page; }
+    QPushButton:flat { background: transparent; border-color: transparent; }
+    QPushButton:flat:focus { border-color: %accent; }
+    QPushButton::menu-indicator { width: 0px; }
+    QPushButton[look="primary"] { background: %accent; color: %onaccent; border: 1px solid %accent;
+      font-weight: 600; }
+    QPushButton[look="primary"]:hover { background: %accenthover; }
+    QPushButton[look="primary"]:focus { border: 2px solid %text; }
+    QPushButton[look="primary"]:disabled { background: %smuted; color: %muted; border-color: %line; }
+    QLineEdit, QComboBox, QTimeEdit, QSpinBox { background: %card; color: %text;
+      border: 1px solid %line; border-radius: %smallpx; padding: %pad1px %pad2px;
+      min-height: %minpx; selection-background-color: %accent; selection-color: %onaccent; }
+    QLineEdit:focus, QComboBox:focus, QTimeEdit:focus, QSpinBox:focus { border: 2px solid %accent; }
+    QTreeView, QTableView, QListView { background: %card; color: %text; border: 1px solid %line;
+      border-radius: %roundpx; outline: none; alternate-background-color: %card; }
+    QTreeView::item { padding: %pad1px; border: none; }
+    QTreeView::item:selected, QListView::item:selected { background: %saccent; color: %text; }
+    QTreeView:focus { border: 1px solid %accent; }
+    QHeaderView::section { background: transparent; color: %muted; border: none;
+      border-bottom: 1px solid %line; padding: %pad1px; }
+    QProgressBar { background: %smuted; border: none; border-radius: 3px; max-height: 6px;
+      min-height: 6px; }
+    QProgressBar::chunk { background: %accent; border-radius: 3px; }
+    QToolTip { background: %card; color: %text; border: 1px solid %line; padding: %pad1px; }
+  )");
+  const std::pair<const char*, QString> values[] = {
+      {"%page", name(pageColour())},
+      {"%card", name(card)},
+      {"%line", name(line)},
+      {"%text", name(text)},
+      {"%muted", name(colour(Meaning::muted))},
+      {"%accenthover", name(mixed(accent, text, 0.12))},
+      {"%accent", name(accent)},
+      {"%onaccent", name(onAccent)},
+      {"%caution", name(colour(Meaning::caution))},
+      {"%bad", name(colour(Meaning::bad))},
+      {"%sgood", name(surface(Meaning::good))},
+      {"%scaution", name(surface(Meaning::caution))},
+      {"%sbad", name(surface(Meaning::bad))},
+      {"%saccent", name(surface(Meaning::accent))},
+      {"%smuted", name(surface(Meaning::muted))},
+      {"%round", QString::number(round)},
+      {"%small", QString::number(space(1) + 2)},
+      {"%min", QString::number(space(5))},
+      {"%pad1f", QString::number(std::max(0, space(1) / 2 - 1))},
+      {"%pad3f", QString::number(space(3) - 1)},
+      {"%pad1", QString::number(space(1) / 2)},
+      {"%pad2", QString::number(space(2) - 1)},
+      {"%pad3", QString::number(space(3))},
+  };
+  for (const auto& [key, value] : values) sheet.replace(QLatin1String(key), value);
+  return sheet;
+}
+
+}  // namespace Look
+
+TextLabel::TextLabel(const QString& text, Look::Size size, Look::Meaning meaning)
+    : QLabel(text), mSize(size), mMeaning(meaning) {
+  setTextFormat(Qt::PlainText);
+  setWordWrap(true);
+  apply();
+}
+
+void TextLabel::setMeaning(Look::Meaning meaning) {
+  if (mMeaning == meaning) return;
+  mMeaning = meaning;
+  apply();
+}
+
+void TextLabel::changeEvent(QEvent* event) {
+  QLabel::changeEvent(event);
+  const bool isOther = event->type() == QEvent::PaletteChange ||
+                       event->type() == QEvent::ApplicationFontChange ||
+                       event->type() == QEvent::StyleChange;
+  if (isOther && !mApplies) apply();
+}
+
+void TextLabel::apply() {
+  mApplies = true;
+  setFont(Look::font(mSize));
+  QPalette own = palette();
+  own.setColor(QPalette::WindowText, Look::colour(mMeaning));
+  setPalette(own);
+  mApplies = false;
+}
+
+Card::Card(QWidget* parent) : QFrame(parent), mColumn(new QVBoxLayout(this)) {
+  const int margin = Look::space(4);
+  mColumn->setContentsMargins(margin, margin, margin, margin);
+  mColumn->setSpacing(Look::space(2));
+  setMeaning(Look::Meaning::plain);
+}
+
+void Card::setMeaning(Look::Meaning meaning) {
+  switch (meaning) {
+    case Look::Meaning::accent:
+      return Look::set(this, "card-accent");
+    case Look::Meaning::caution:
+      return Look::set(this, "card-caution");
+    case Look::Meaning::bad:
+      return Look::set(this, "card-bad");
+    default:
+      return Look::set(this, "card");
+  }
+}
+
+QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool isPrimary) {
+  auto* button = new QPushButton(text);
+  button->setAutoDefault(isPrimary);
+  button->setCursor(Qt::PointingHandCursor);
+  if (isPrimary) button->setProperty("look", "primary");
+  QObject::connect(button, &QPushButton::clicked, button,
+                   [pressed = std::move(pressed)] { pressed(); });
+  return button;
+}
+
+}  // namespace corvana

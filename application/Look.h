@@ -1,0 +1,93 @@
+#pragma once
+
+#include <QColor>
+#include <QFont>
+#include <QFrame>
+#include <QIcon>
+#include <QLabel>
+#include <QPushButton>
+#include <functional>
+
+class QBoxLayout;
+class QHBoxLayout;
+class QVBoxLayout;
+
+namespace corvana {
+
+/// How everything of this program looks: spacing, sizes of type, cards, colours with a meaning.
+/// Colours follow the palette of the desktop, light or dark; sizes follow its font. What a widget
+/// is stands in its property "look", and `styleSheet` says the rest. Thread: main.
+namespace Look {
+
+/// Steps of the one grid that all distances are on, in pixels that follow the font.
+int space(int steps);
+
+enum class Size {
+  small,    ///< what stands below something
+  body,     ///< the desktop's own
+  strong,   ///< the same, heavier: the name of a thing
+  heading,  ///< above a part of a page
+  title     ///< once a page
+};
+QFont font(Size size);
+
+/// What a colour means.
+enum class Meaning { plain, muted, accent, good, caution, bad };
+/// Readable as text on pages and cards.
+QColor colour(Meaning meaning);
+/// The same as a surface behind text.
+QColor surface(Meaning meaning);
+bool isDark();
+QColor pageColour();
+QColor cardColour();
+QColor lineColour();
+
+/// Of the whole window; made anew when palette or font become others.
+QString styleSheet();
+/// "look" of a widget that is there already.
+void set(QWidget* widget, const char* look);
+
+/// From the desktop's theme in the colour of the text, else our own.
+QIcon icon(const QString& themeName, Meaning meaning = Meaning::plain);
+/// One of our own, by its file in the resources, in that colour.
+QPixmap picture(const QString& name, int size, Meaning meaning);
+/// Where our own lie; to be said once at the start.
+void setPictures(const QString& folder);
+
+}  // namespace Look
+
+/// A line of text that wraps, is never taken for markup, and follows the look.
+class TextLabel final : public QLabel {
+ public:
+  explicit TextLabel(const QString& text = {}, Look::Size size = Look::Size::body,
+                     Look::Meaning meaning = Look::Meaning::plain);
+  void setMeaning(Look::Meaning meaning);
+
+ protected:
+  void changeEvent(QEvent* event) override;
+
+ private:
+  void apply();
+
+  Look::Size mSize;
+  Look::Meaning mMeaning;
+  bool mApplies = false;
+};
+
+/// A surface with round corners that holds one thing.
+class Card : public QFrame {
+ public:
+  /// The layout has the usual margins.
+  explicit Card(QWidget* parent = nullptr);
+  QVBoxLayout* column() const { return mColumn; }
+  /// The thing in it wants attention, or has just been chosen.
+  void setMeaning(Look::Meaning meaning);
+
+ private:
+  QVBoxLayout* mColumn;
+};
+
+/// `pressed` is called for mouse and keyboard. A primary one is what the page is there for.
+QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool isPrimary = false);
+
+}  // namespace corvana
