@@ -7,6 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
+#include "actions/TaskRequest.h"
 #include "platform/Clock.h"
 
 namespace corvana {
@@ -23,24 +24,30 @@ struct Wording {
 };
 
 constexpr std::array kWordings{
-    Wording{1, "Start execution of action %@"},
-    Wording{2, "Action %@ completed"},
-    Wording{3, "Action %@ aborted (user)"},
-    Wording{4, "Action %@ cancelled (volume/folder not found)"},
-    Wording{5, "Action %@ aborted (unexpected error)"},
-    Wording{6, "Action %@ aborted (crash)"},
+    Wording{1, "Start execution of %@"},
+    Wording{2, "%@ completed"},
+    Wording{3, "%@ aborted (user)"},
+    Wording{4, "%@ cancelled (volume/folder not found)"},
+    Wording{5, "%@ aborted (unexpected error)"},
+    Wording{6, "%@ aborted (crash)"},
     Wording{7, "Open Corvana"},
     Wording{8, "Quit Corvana"},
     Wording{9, "Launch Corvana Scheduler"},
     Wording{10, "Quit Corvana Scheduler"},
-    Wording{11, "Action %@ aborted (time out)"},
-    Wording{14, "Action %@ completed with errors"},
-    Wording{15, "Action %@ aborted (volume no longer available)"},
-    Wording{17, "Action %@ cancelled (volume/folder not available)"},
+    Wording{11, "%@ aborted (time out)"},
+    Wording{14, "%@ completed with errors"},
+    Wording{15, "%@ aborted (volume no longer available)"},
+    Wording{17, "%@ cancelled (volume/folder not available)"},
     Wording{20, "Launch Corvana Scheduler"},
     Wording{21, "Quit Corvana Scheduler"},
     Wording{22, "Clean Corvana Scheduler"},
 };
+
+std::string subjectOf(std::string_view task, bool isWithin) {
+  if (task == TaskRequest::kRestore) return isWithin ? "restore of" : "Restore of";
+  if (task == TaskRequest::kVerify) return isWithin ? "check of" : "Check of";
+  return isWithin ? "action" : "Action";
+}
 
 /// Which entries of the list are removed.
 class Selection {
@@ -134,9 +141,12 @@ std::string ActionLog::messageForEntry(const ZAN_Value& entry) {
   const std::string name = entry.string("N");
   const auto* wording = std::find_if(kWordings.begin(), kWordings.end(),
                                      [&](const Wording& each) { return each.code == code; });
-  std::string message = wording == kWordings.end()
-                            ? name
-                            : ZAN_StringUtils::format(wording->text, {"\"" + name + "\""});
+  std::string message =
+      wording == kWordings.end()
+          ? name
+          : ZAN_StringUtils::format(
+                wording->text,
+                {subjectOf(entry.string(TaskRequest::kTaskKey), code == 1) + " \"" + name + "\""});
   if (message.empty()) message = "Event " + std::to_string(code);
   for (const char* key : {"F", "P"}) {
     if (!entry[key].stringView().empty()) message += " - " + entry.string(key);

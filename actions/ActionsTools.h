@@ -194,6 +194,8 @@ inline constexpr std::string_view notPossible = "ItemsNotPossible";
 inline constexpr std::string_view reason = "Reason";  ///< in words; missing when all went well
 /// 1: it was completed but for what is not possible (also in the log).
 inline constexpr std::string_view onlyLacks = "OnlyLacks";
+/// 1: the first one, of which a part was read back and found good (of the log).
+inline constexpr std::string_view isReadBack = "FirstReadBack";
 }  // namespace RunKey
 
 }  // namespace corvana

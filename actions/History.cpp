@@ -7,6 +7,7 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionsTools.h"
+#include "actions/TaskRequest.h"
 #include "platform/Clock.h"
 
 namespace corvana {
@@ -29,8 +30,10 @@ std::string lineForEntry(const ZAN_Value& entry, const ZAN_DateUtils& calendar) 
   if (start) line = calendar.format(*start, "%Y-%m-%d %H:%M:%S");
   line += " - ";
   if (start && end) line += durationText(*end - *start) + " - ";
-  line +=
-      ActionLog::messageForEntry(ZAN_Value::dictionary({{"C", entry["C"]}, {"N", entry["Title"]}}));
+  line += ActionLog::messageForEntry(
+      ZAN_Value::dictionary({{"C", entry["C"]},
+                             {"N", entry["Title"]},
+                             {TaskRequest::kTaskKey, entry[TaskRequest::kTaskKey]}}));
   const std::int64_t errors = entry.integer("ActionErrors");
   if (errors > 0) line += " (errors: " + std::to_string(errors) + ")";
   if (!entry.contains(RunKey::filesCopied)) return line;

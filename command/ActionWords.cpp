@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "actions/TaskRequest.h"
 #include "actions/VersionKey.h"
 #include "platform/linux/ExpendableChild.h"
 #include "platform/linux/HeldFolder.h"
@@ -465,6 +466,11 @@ Outcome checkCopies(ProgrammedAction& root, const ZAN_Value& settings) {
                      "copied; choose another destination"};
   }
   return {};
+}
+
+std::string taskInWords(const ZAN_Value& task) {
+  if (task.stringView() == TaskRequest::kRestore) return ", restore";
+  return task.stringView() == TaskRequest::kVerify ? ", check of the copies" : "";
 }
 
 Result<std::int64_t> referenceFrom(const std::string& word) {

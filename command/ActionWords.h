@@ -76,6 +76,8 @@ class ActionWords {
 std::vector<std::string> proposedExclusions(const ZAN_Value& settings);
 /// Refused when the action and another one of the tree would spoil each other's copies.
 Outcome checkCopies(ProgrammedAction& root, const ZAN_Value& settings);
+/// Of an execution that is no run, what it is, as it follows a title: ", restore".
+std::string taskInWords(const ZAN_Value& task);
 /// A reference as a word of the command line.
 Result<std::int64_t> referenceFrom(const std::string& word);
 /// The group with that reference below the root; the root for 0.

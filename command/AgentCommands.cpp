@@ -94,7 +94,8 @@ constexpr std::string_view kStatusLines =
     "{context?Context: {context:context}\n}"
     "{status.otherStartupDisk?The start-up disk is another one than before; nothing runs until "
     "that is answered.\n}"
-    "{current?Executing: {current:action}{current.progress?, {current.progress:rounded} %}"
+    "{current?Executing: {current:action}{current.task:task}{current.progress?, "
+    "{current.progress:rounded} %}"
     "{current.progressText?, {current.progressText}}"
     "{current.started?, since {current.started:clock}}{current.retry?, once more after a crash}"
     "{current.stopping?, being stopped}\n{current.stuck?{current.stuck}\n}}"
@@ -121,7 +122,8 @@ ZAN_Value savedQueue(CommandHome& home, const RunningAgent& agent) {
         {{"ref", record.ref},
          {"title", action == nullptr ? std::string() : action->getTitle()},
          {"date", record.date > 0 ? ZAN_Value::date(record.date) : ZAN_Value()},
-         {"estimateSize", record.estimateSize != 0},
+         {"estimateSize", record.estimateSize != 0 && !record.isTask()},
+         {"task", record.task},
          {"running", record.begun && agent.executeRuns()},
          {"interrupted", record.begun && !agent.executeRuns()}}));
   }
@@ -131,7 +133,8 @@ ZAN_Value savedQueue(CommandHome& home, const RunningAgent& agent) {
 constexpr std::string_view kQueueLines =
     "{agent!{reason}\nThe queue as it was saved:\n}{queue!The queue is empty.\n}"
     "{queue*{#}. {:action}{running?, running}{interrupted?, its end was not seen}"
-    "{running!{interrupted!{date?{date:from}}}}{estimateSize?, only estimates the size}\n}";
+    "{running!{interrupted!{date?{date:from}}}}{estimateSize?, only estimates the "
+    "size}{task:task}\n}";
 
 Error notReached(const RunningAgent& agent) { return {ErrorKind::unavailable, agent.absence()}; }
 
@@ -230,6 +233,7 @@ Answer statusCommand(Arguments& arguments, const Console& console) {
   RunningAgent agent(home);
   const ZAN_Value status = statusOf(home, agent);
   TextForm form(home.calendar());
+  form.with("task", taskInWords);
   form.with("held", [&](const ZAN_Value& run) {
     const std::string held = heldText(run, agent.circumstances());
     return held.empty() ? held : "  (" + held + ')';
@@ -253,6 +257,7 @@ Answer queueCommand(Arguments& arguments, const Console& console) {
   const ZAN_Value value = ZAN_Value::dictionary(
       {{"agent", agent.answers()}, {"reason", agent.absence()}, {"queue", *queue}});
   TextForm form(home.calendar());
+  form.with("task", taskInWords);
   form.with("from", [&](const ZAN_Value& date) {
     const ReferenceTime from = date.asDate().value_or(0);
     return from > home.now() ? ", from " + home.dateText(from) + " on"

@@ -1,13 +1,29 @@
 #include "command/PastDate.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <sstream>
 #include <string_view>
 
 namespace corvana {
 
-Result<ReferenceTime> pastDate(const std::string& words, ReferenceTime now,
+namespace {
+
+/// A date as it is shown begins with its day of the week.
+std::string withoutWeekday(const std::string& words) {
+  constexpr std::array<std::string_view, 7> kDays{"Mon ", "Tue ", "Wed ", "Thu ",
+                                                  "Fri ", "Sat ", "Sun "};
+  const bool hasDay =
+      std::ranges::any_of(kDays, [&](std::string_view day) { return words.starts_with(day); });
+  return hasDay ? words.substr(kDays.front().size()) : words;
+}
+
+}  // namespace
+
+Result<ReferenceTime> pastDate(const std::string& given, ReferenceTime now,
                                const ZAN_DateUtils& calendar) {
+  const std::string words = withoutWeekday(given);
   const Error refused{ErrorKind::refused, "\"" + words +
                                               "\" is no date; for instance yesterday, 2026-11-14, "
                                               "\"2026-11-14 18:30\", \"3 days ago\""};

@@ -6,6 +6,8 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionsTools.h"
 #include "actions/History.h"
+#include "actions/TaskRequest.h"
+#include "command/ActionWords.h"
 #include "command/CommandHome.h"
 
 namespace corvana {
@@ -57,9 +59,12 @@ std::string durationInWords(const ZAN_Value& execution) {
 std::string workInWords(const ZAN_Value& execution) {
   if (!execution.contains("files")) return {};
   const std::int64_t files = execution.integer("files");
+  const std::string kind = execution.string("kind");
   std::string text = ", " + std::to_string(files) + (files == 1 ? " file (" : " files (") +
                      ZAN_StringUtils("C").getShortSizeBytes(execution["bytes"].unsignedValue()) +
-                     ") copied";
+                     (kind == TaskRequest::kVerify    ? ") read"
+                      : kind == TaskRequest::kRestore ? ") restored"
+                                                      : ") copied");
   for (const auto& [key, word] : {std::pair{"filesReplaced", " replaced"},
                                   {"filesDeleted", " deleted"},
                                   {"skipped", " skipped"},
@@ -132,6 +137,8 @@ ZAN_Value executionOf(const ZAN_Value& entry, const Launches& launches) {
        {"code", code},
        {"result", entry.integer(RunKey::onlyLacks) != 0 ? "completed but for what cannot be copied"
                                                         : resultInWords(code)},
+       {"kind", entry.contains(TaskRequest::kTaskKey) ? entry.string(TaskRequest::kTaskKey)
+                                                      : std::string("run")},
        {"errors", entry.integer("ActionErrors")},
        {"late", late}});
   // What an execute program of another kind does not count is not there.
@@ -183,13 +190,13 @@ Answer historyCommand(Arguments& arguments, const Console& console) {
   }
   TextForm form(home.calendar());
   form.with("duration", durationInWords).with("lateness", latenessInWords);
-  form.with("work", workInWords);
+  form.with("work", workInWords).with("task", taskInWords);
   form.with("errors", [](const ZAN_Value& errors) {
     const std::int64_t number = errors.integerValue();
     return std::to_string(number) + (number == 1 ? " error" : " errors");
   });
   return {list, form.fill("{!Nothing has been executed yet.\n}"
-                          "{*{start:date}  {:duration}  {title}{ref? [{ref}]}: {result}"
+                          "{*{start:date}  {:duration}  {title}{ref? [{ref}]}{kind:task}: {result}"
                           "{errors?, {errors:errors}}{:work}{late:lateness}\n}",
                           list)};
 }

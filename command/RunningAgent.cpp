@@ -58,8 +58,9 @@ namespace {
 
 bool isQueued(const ZAN_Value& queue, std::int64_t reference) {
   const auto& records = queue.elements();
-  return std::any_of(records.begin(), records.end(),
-                     [&](const ZAN_Value& record) { return record.integer("ref") == reference; });
+  return std::any_of(records.begin(), records.end(), [&](const ZAN_Value& record) {
+    return record.integer("ref") == reference && !record.contains("task");
+  });
 }
 
 }  // namespace

@@ -1,155 +1,68 @@
-#include <sys/wait.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
+#include <optional>
 #include <ostream>
 #include <system_error>
 
-#include "ZANCocoaFramework/ZAN_Json.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
+#include "command/CopiesRequest.h"
 #include "command/PastDate.h"
-#include "command/RunningAgent.h"
-#include "execute/plain/RequestFile.h"
-#include "platform/linux/Spawn.h"
 
 namespace corvana {
 
 namespace {
 
-constexpr double kInterval = 0.05;
-constexpr std::size_t kLongestAnswer = 64 << 20;
-constexpr double kBetweenLooksAtTheQueue = 2;
+std::string progressLine(const ZAN_Value& answer) {
+  const auto inAll = answer.integer("filesInAll");
+  std::string line = std::to_string(answer.integer("files")) +
+                     (inAll > 0 ? " of " + std::to_string(inAll) : "") + " files  " +
+                     printable(answer.string("path"));
+  constexpr std::size_t kWidth = 78;
+  if (line.size() > kWidth) line.resize(kWidth);
+  return line;
+}
 
-/// Lets the execute program do what a request says, and waits for its answer.
-class Request {
- public:
-  Request(CommandHome& home, const Console& console, std::int64_t reference, ZAN_Value request)
-      : mHome(home), mConsole(console), mReference(reference), mRequest(std::move(request)) {}
-
-  /// Between the agent's other executions where it runs, else at once; `isQuick`: at once in any
-  /// case, since it changes nothing.
-  Result<ZAN_Value> perform(bool isQuick) {
-    if (!isQuick && mReference > 0) {
-      RunningAgent agent(mHome);
-      if (agent.answers()) return byAgent(agent);
-      if (agent.presence() == RunningAgent::Presence::silent)
-        return Error{ErrorKind::unavailable, agent.absence()};
+/// Does what a request says while the terminal shows how far it is. An interrupt at the terminal
+/// stops it.
+Result<ZAN_Value> perform(CommandHome& home, const Console& console, std::int64_t reference,
+                          const ZAN_Value& wish) {
+  sigset_t interrupts;
+  sigset_t before;
+  ::sigemptyset(&interrupts);
+  ::sigaddset(&interrupts, SIGINT);
+  ::sigaddset(&interrupts, SIGTERM);
+  ::pthread_sigmask(SIG_BLOCK, &interrupts, &before);
+  std::string shown;
+  std::string held;
+  const auto show = [&](std::string line) {
+    if (::isatty(STDERR_FILENO) == 0 || line == shown) return;
+    console.err << '\r' << line << "\033[K" << std::flush;
+    shown = std::move(line);
+  };
+  CopiesRequest request(home, reference, wish);
+  std::optional<Result<ZAN_Value>> answer;
+  if (const Outcome begun = request.begin(); !begun) answer = begun.error();
+  while (!answer) {
+    answer = request.look();
+    if (answer) break;
+    if (request.latest().isNull() && request.hold() != held) {
+      held = request.hold();
+      if (!held.empty()) console.err << printable(held) << std::endl;
     }
-    return byItself();
+    if (request.latest().isDictionary()) show(progressLine(request.latest()));
+    const timespec interval{0, static_cast<long>(CopiesRequest::kInterval * 1e9)};
+    if (::sigtimedwait(&interrupts, nullptr, &interval) > 0) request.stop();
   }
-
- private:
-  Outcome write(const std::string& file) {
-    std::error_code failed;
-    std::filesystem::create_directories(std::filesystem::path(file).parent_path(), failed);
-    auto text = ZAN_Json::jsonWithValue(mRequest, {.compact = true, .plain = true});
-    if (!text) return text.error();
-    std::filesystem::remove(RequestFile::answerOf(file), failed);
-    std::filesystem::remove(file, failed);
-    return ZAN_FilesUtils::appendToFile(file, *text, false);
-  }
-
-  Result<ZAN_Value> byItself() {
-    const std::string program = mHome.executeProgram();
-    if (program.empty())
-      return Error{ErrorKind::absent, "the execute program is not installed beside this command"};
-    const std::string file =
-        RequestFile::pathIn(mHome.store().folder().hiddenFolderPath(), mReference) + "." +
-        std::to_string(::getpid());
-    if (const Outcome written = write(file); !written) return written.error();
-    const auto child = spawn(
-        {program, std::to_string(mReference), "0", "0", "0", "0", "0", "", "0", "0", file}, {});
-    if (!child) return child.error();
-    for (;;) {
-      int status = 0;
-      const bool hasEnded = ::waitpid(*child, &status, WNOHANG) != 0;
-      auto answer = read(file);
-      if (isDone(answer) || hasEnded) {
-        if (!hasEnded) ::waitpid(*child, &status, 0);
-        return finished(file, std::move(answer));
-      }
-      show(answer);
-      mHome.store().clock().sleep(kInterval);
-    }
-  }
-
-  Result<ZAN_Value> byAgent(RunningAgent& agent) {
-    const std::string file =
-        RequestFile::pathIn(mHome.store().folder().hiddenFolderPath(), mReference);
-    if (const Outcome written = write(file); !written) return written.error();
-    std::error_code failed;
-    const auto said = launchEstimate(agent.client(), mReference);
-    if (!said || *said != "queued") {
-      std::filesystem::remove(file, failed);
-      return said ? Error{ErrorKind::refused, "the agent: " + *said} : said.error();
-    }
-    std::string hold;
-    double next = 0;
-    for (;;) {
-      auto answer = read(file);
-      if (isDone(answer)) return finished(file, std::move(answer));
-      show(answer);
-      if (answer.isNull() && mHome.store().clock().monotonic() >= next) {
-        next = mHome.store().clock().monotonic() + kBetweenLooksAtTheQueue;
-        agent.refresh();
-        const ZAN_Value& now = agent.status()["hold"];
-        const std::string text = now.isDictionary() ? printable(now.string("text")) : std::string();
-        if (text != hold && !text.empty()) mConsole.err << text << std::endl;
-        hold = text;
-        const bool isTaken = !std::filesystem::exists(file, failed);
-        if (!agent.answers() && !isTaken && !agent.executeRuns()) {
-          std::filesystem::remove(file, failed);
-          return Error{ErrorKind::unavailable, "the agent has ended meanwhile"};
-        }
-      }
-      mHome.store().clock().sleep(kInterval);
-    }
-  }
-
-  static ZAN_Value read(const std::string& file) {
-    const auto text = ZAN_FilesUtils::readBeginning(RequestFile::answerOf(file), kLongestAnswer);
-    if (!text) return {};
-    const auto answer = ZAN_Json::valueWithJson(*text);
-    return answer ? *answer : ZAN_Value();
-  }
-  static bool isDone(const ZAN_Value& answer) { return answer["done"].boolValue(); }
-
-  Result<ZAN_Value> finished(const std::string& file, ZAN_Value answer) {
-    std::error_code failed;
-    if (mIsShown) mConsole.err << "\r\033[K" << std::flush;
-    // It ended between two looks.
-    if (!isDone(answer)) answer = read(file);
-    std::filesystem::remove(file, failed);
-    std::filesystem::remove(RequestFile::answerOf(file), failed);
-    if (!isDone(answer))
-      return Error{ErrorKind::unavailable, "the execute program ended before it was done"};
-    return answer;
-  }
-
-  void show(const ZAN_Value& answer) {
-    if (::isatty(STDERR_FILENO) == 0 || !answer.isDictionary()) return;
-    const auto files = answer.integer("files");
-    const auto inAll = answer.integer("filesInAll");
-    std::string line = std::to_string(files) + (inAll > 0 ? " of " + std::to_string(inAll) : "") +
-                       " files  " + printable(answer.string("path"));
-    constexpr std::size_t kWidth = 78;
-    if (line.size() > kWidth) line.resize(kWidth);
-    if (line == mShown) return;
-    mShown = line;
-    mIsShown = true;
-    mConsole.err << '\r' << line << "\033[K" << std::flush;
-  }
-
-  CommandHome& mHome;
-  const Console& mConsole;
-  std::int64_t mReference;
-  ZAN_Value mRequest;
-  std::string mShown;
-  bool mIsShown = false;
-};
+  if (!shown.empty()) console.err << "\r\033[K" << std::flush;
+  ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return *std::move(answer);
+}
 
 /// What the words of such a command have in common.
 struct Wish {
@@ -226,7 +139,7 @@ Answer versionsCommand(Arguments& arguments, const Console& console) {
   CommandHome home(console);
   const auto wish = wishFrom("versions", arguments, home, 1);
   if (!wish) return wrongWords(wish.error());
-  const auto found = Request(home, console, wish->reference, wish->request).perform(true);
+  const auto found = perform(home, console, wish->reference, wish->request);
   std::string text;
   if (found && found->integer("code") == 0) {
     const bool isOfOne = !found->string("name").empty();
@@ -279,7 +192,7 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
   }
   wish->request.setValue("dryRun", onlyLooks ? 1 : 0);
   wish->request.setValue("overwrite", overwrites ? 1 : 0);
-  const auto found = Request(home, console, wish->reference, wish->request).perform(onlyLooks);
+  const auto found = perform(home, console, wish->reference, wish->request);
   std::string text;
   const bool hasBegun = found && (*found)["version"].isNumber() && found->integer("filesInAll") > 0;
   if (hasBegun || (found && found->integer("code") == 0)) {
@@ -308,7 +221,7 @@ Answer verifyCommand(Arguments& arguments, const Console& console) {
   auto wish = wishFrom("verify", arguments, home, 0);
   if (!wish) return wrongWords(wish.error());
   if (sample) wish->request.setValue("sample", *sample);
-  const auto found = Request(home, console, wish->reference, wish->request).perform(false);
+  const auto found = perform(home, console, wish->reference, wish->request);
   std::string text;
   if (found && (*found)["mismatches"].isNumber()) {
     for (const ZAN_Value& failure : (*found)["failed"].elements())
@@ -329,7 +242,7 @@ Answer diffCommand(Arguments& arguments, const Console& console) {
   constexpr std::size_t kMostPaths = 10'000;
   const auto wish = wishFrom("diff", arguments, home, kMostPaths);
   if (!wish) return wrongWords(wish.error());
-  const auto found = Request(home, console, wish->reference, wish->request).perform(true);
+  const auto found = perform(home, console, wish->reference, wish->request);
   std::string text;
   if (found && found->integer("code") == 0) {
     for (const ZAN_Value& difference : (*found)["differences"].elements()) {

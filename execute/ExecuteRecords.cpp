@@ -7,6 +7,7 @@
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
 #include "actions/History.h"
+#include "actions/TaskRequest.h"
 #include "platform/Clock.h"
 
 namespace corvana {
@@ -17,8 +18,6 @@ constexpr std::string_view kCrashPath = "Corvana 9 CurrentPath.txt";
 constexpr double kPathInterval = 1.0;
 constexpr double kAgentPatience = 3.0;
 constexpr int kStarted = 1;
-/// Of a history entry: what an execution was that was no copying.
-constexpr std::string_view kTask = "Task";
 
 }  // namespace
 
@@ -37,8 +36,9 @@ ZAN_Value ExecuteRecords::historyEntry() const {
       {{"Date", ZAN_Value::date(mStart)}, {"Title", mTitle}, {"Ref", mReference}});
 }
 
-void ExecuteRecords::began() {
+void ExecuteRecords::began(std::string_view task) {
   ZAN_Value entry = historyEntry();
+  if (!task.empty()) entry.setValue(TaskRequest::kTaskKey, task);
   entry.setValue("C", kStarted);
   mFiles.history.addHistoryEntry(entry);
 }
@@ -137,15 +137,14 @@ void ExecuteRecords::taskEnded(std::string_view task, const ExecuteEnd& end) {
   ZAN_Value entry = historyEntry();
   entry.setValue("EndDate", ZAN_Value::date(mFiles.store.clock().now()));
   entry.setValue("C", static_cast<int>(end.code));
-  entry.setValue(kTask, task);
+  entry.setValue(TaskRequest::kTaskKey, task);
   entry.setValue("ActionErrors", end.errors);
   entry.setValue(RunKey::filesCopied, end.progress.filesCopied);
   entry.setValue(RunKey::bytesCopied, end.progress.sizeCopied);
   if (!end.reason.empty()) entry.setValue(RunKey::reason, end.reason);
   mFiles.history.addHistoryEntry(entry);
   saveResults(end);
-  // A good one would take back what a bad run of the action has told.
-  if (end.code != ExecuteCode::completed && end.code != ExecuteCode::abortedByUser) addToLog(end);
+  addToLog(end, task);
   mMessages.postHistoryChanged();
   forgetCurrentPath();
 }
@@ -167,11 +166,13 @@ void ExecuteRecords::saveResults(const ExecuteEnd& end) {
       mFiles.history.results().saveActionResults(header, {}, {}, errors, skipped);
 }
 
-void ExecuteRecords::addToLog(const ExecuteEnd& end) {
+void ExecuteRecords::addToLog(const ExecuteEnd& end, std::string_view task) {
   ZAN_Value entry =
       ZAN_Value::dictionary({{"C", static_cast<int>(end.code)}, {"N", mTitle}, {"R", mReference}});
+  if (!task.empty()) entry.setValue(TaskRequest::kTaskKey, task);
   if (const std::string reason = reasonOf(end); !reason.empty()) entry.setValue("F", reason);
   if (end.onlyLacks()) entry.setValue(RunKey::onlyLacks, 1);
+  if (end.isReadBack) entry.setValue(RunKey::isReadBack, 1);
   if (end.firstErrorPath) entry.setValue("P", *end.firstErrorPath);
   if (end.toConfirm > 0) entry.setValue(DeletionKey::toConfirm, end.toConfirm);
 

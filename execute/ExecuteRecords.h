@@ -48,6 +48,7 @@ struct ExecuteEnd {
   std::uint64_t notPossible = 0;
   std::vector<std::string> patterns = {};
   std::vector<std::string> losses = {};  ///< what the file system of the copies cannot keep
+  bool isReadBack = false;               ///< the first copy, and a part of it was found good
   bool isDoubted = false;                ///< the disk did not confirm what was written
   /// So many deletions wait for the user's consent.
   std::uint64_t toConfirm = 0;
@@ -77,7 +78,8 @@ class ExecuteRecords {
                  std::int64_t reference, std::string title);
 
   /// The history shows the execution from its start; one that crashes stays without an end.
-  void began();
+  /// `task`: what it is (TaskRequest), if no copying.
+  void began(std::string_view task = {});
   /// Goes on in the place of an execution of the same action that began and could not record its
   /// end.
   void takeUp();
@@ -88,14 +90,13 @@ class ExecuteRecords {
   void ended(const ExecuteEnd& end);
   /// A count of what there is to copy, instead of an execution.
   void estimated(std::uint64_t files, std::uint64_t bytes);
-  /// An execution that was no copying: the history calls it `task`, and the log tells what went
-  /// wrong. The action's dates stay.
+  /// An execution that was no copying: history and log call it `task`. The action's dates stay.
   void taskEnded(std::string_view task, const ExecuteEnd& end);
   /// The log alone: for a count that came to nothing.
   void logged(const ExecuteEnd& end);
 
  private:
-  void addToLog(const ExecuteEnd& end);
+  void addToLog(const ExecuteEnd& end, std::string_view task = {});
   std::string reasonOf(const ExecuteEnd& end) const;
   static void keepIfOther(ProgrammedAction& action, std::string_view key,
                           const std::vector<std::string>& texts);

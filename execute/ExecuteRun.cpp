@@ -101,9 +101,7 @@ std::string counted(std::uint64_t files, std::uint64_t bytes) {
 
 void ExecuteRun::perform(const ExecuteArguments& arguments) {
   mSurroundings.messages.setMode(arguments.surveyMode);
-  if (const std::string request = VersionRequest::wantedBy(arguments, mSurroundings);
-      !request.empty())
-    return VersionRequest(mSurroundings).perform(arguments, request);
+  if (!arguments.request.empty()) return VersionRequest(mSurroundings).perform(arguments);
   const auto* action = mSurroundings.files.tree.rootItem().actionForReference(arguments.reference);
   const ZAN_Value settings = action ? action->getSettings() : ZAN_Value();
   ExecuteRecords records(mSurroundings.files, mSurroundings.messages, mSurroundings.agentRuns,
@@ -162,6 +160,7 @@ void ExecuteRun::recordSilence(const ExecuteArguments& arguments, double seconds
     end.reason = "Nothing was read or written for " +
                  ZAN_StringUtils::getDuration(static_cast<std::int64_t>(seconds));
   }
+  if (!arguments.request.empty()) return VersionRequest(mSurroundings).recordEnd(arguments, end);
   std::cerr << end.reason << std::endl;
   ExecuteRecords records(mSurroundings.files, mSurroundings.messages, mSurroundings.agentRuns,
                          arguments.reference, action ? action->getTitle() : "???");
@@ -315,6 +314,7 @@ void ExecuteRun::execute(const CopyPlan& plan, const ZAN_Value& settings, Execut
               keptOf(settings));
   ExecuteEnd end = run.perform();
   VersionRequest(mSurroundings).verifyAfterRun(settings, !owner.hasRun, end);
+  if (end.isReadBack) std::cout << "The first backup is there and was read back" << std::endl;
   if (end.toConfirm > 0) end.reason += ". " + remedyFor(end.toConfirm, settings.integer("Ref"));
   messages.postProgress(end.progress, true);
   for (const auto& text : end.errorTexts) std::cerr << text << '\n';

@@ -20,8 +20,8 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
+#include "actions/TaskRequest.h"
 #include "actions/VersionKey.h"
-#include "execute/plain/RequestFile.h"
 #include "execute/plain/Restoration.h"
 #include "platform/Clock.h"
 
@@ -60,15 +60,6 @@ ReferenceTime changeOf(const VersionItem& item) {
 
 }  // namespace
 
-std::string VersionRequest::wantedBy(const ExecuteArguments& arguments,
-                                     const ExecuteRun::Surroundings& surroundings) {
-  if (!arguments.request.empty()) return arguments.request;
-  if (!arguments.estimateSize) return {};
-  std::string file = RequestFile::pathIn(surroundings.files.store.folder().hiddenFolderPath(),
-                                         arguments.reference);
-  return ZAN_FilesUtils::exists(file) ? file : std::string();
-}
-
 void VersionRequest::answer(bool isDone) {
   if (!mAnswers) return;
   mAnswer.setValue("done", isDone ? 1 : 0);
@@ -78,7 +69,7 @@ void VersionRequest::answer(bool isDone) {
   mAnswer.setValue("bytesInAll", mBytesInAll);
   const auto text = ZAN_Json::jsonWithValue(mAnswer, {.compact = true, .plain = true});
   if (!text) return;
-  const std::string file = RequestFile::answerOf(mFile);
+  const std::string file = TaskRequest::answerOf(mFile);
   const std::string fresh = file + ".new";
   const ZAN_Descriptor open(
       ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -89,6 +80,7 @@ void VersionRequest::answer(bool isDone) {
 bool VersionRequest::goesOn(const std::string& path, std::uint64_t files, std::uint64_t bytes) {
   mFiles = files;
   mBytes = bytes;
+  if (mRecords && !std::exchange(mHasBegun, true)) mRecords->began(mKind);
   while (m.control.isPaused() && m.control.stopReason() == StopReason::none) {
     pollfd wake{m.control.wakeDescriptor(), POLLIN, 0};
     ::poll(&wake, 1, -1);
@@ -114,6 +106,7 @@ bool VersionRequest::goesOn(const std::string& path, std::uint64_t files, std::u
     progress.bytesToCopy = mBytesInAll;
     progress.filesToCopy = mFilesInAll;
     m.messages.postProgress(progress, false);
+    if (mRecords) mRecords->workingOn(path);
   }
   return m.control.stopReason() == StopReason::none;
 }
@@ -472,7 +465,7 @@ void VersionRequest::verifyAfterRun(const ZAN_Value& settings, bool isFirst, Exe
   } else if (!verified) {
     return;
   } else if (isFirst && mFiles > 0) {
-    std::cout << "The first backup is there and was read back" << std::endl;
+    end.isReadBack = true;
   }
   noteVerification();
 }
@@ -593,49 +586,58 @@ ExecuteEnd VersionRequest::end(const Outcome& outcome) const {
   return end;
 }
 
-void VersionRequest::perform(const ExecuteArguments& arguments, const std::string& file) {
-  mFile = file;
-  const auto text = [&] {
-    std::ifstream stream(file, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), {});
-  }();
-  ::unlink(file.c_str());
-  const auto request = ZAN_Json::valueWithJson(text);
+void VersionRequest::take(const ExecuteArguments& arguments) {
+  mFile = arguments.request;
+  std::ifstream stream(mFile, std::ios::binary);
+  const auto request =
+      ZAN_Json::valueWithJson(std::string(std::istreambuf_iterator<char>(stream), {}));
+  mRequest = request ? *request : ZAN_Value::dictionary();
+  mKind = mRequest.string("kind");
   const auto* action = m.files.tree.rootItem().actionForReference(arguments.reference);
   mSettings = action ? action->getSettings() : ZAN_Value();
-  const std::string title = action ? action->getTitle() : "???";
-  mRequest = request ? *request : ZAN_Value::dictionary();
-  const std::string kind = mRequest.string("kind");
+  if (action && TaskRequest::isTask(mKind) && !mRequest["dryRun"].boolValue()) {
+    mRecords.emplace(m.files, m.messages, m.agentRuns, arguments.reference, action->getTitle());
+  }
+}
+
+void VersionRequest::perform(const ExecuteArguments& arguments) {
+  take(arguments);
   Outcome outcome;
-  if (!action && mRequest.string("from").empty()) {
+  if (mSettings.isNull() && mRequest.string("from").empty()) {
     outcome = Error{ErrorKind::refused,
                     "Ref " + std::to_string(arguments.reference) + ": there is no such action"};
-  } else if (kind == "versions") {
+  } else if (mKind == "versions") {
     outcome = versions();
-  } else if (kind == "restore") {
+  } else if (mKind == TaskRequest::kRestore) {
     outcome = restore();
-  } else if (kind == "verify") {
+  } else if (mKind == TaskRequest::kVerify) {
     const ZAN_Value& sample = mRequest["sample"];
     outcome = verify(
         shareOf(m.files.store.clock().now(), sample.isNumber() ? sample.doubleValue() : 100));
     if (outcome || mMismatches > 0) noteVerification();
-  } else if (kind == "diff") {
+  } else if (mKind == "diff") {
     outcome = diff();
   } else {
-    outcome = Error{ErrorKind::refused, file + ": it asks for nothing that is known"};
+    outcome = Error{ErrorKind::refused, mFile + ": it asks for nothing that is known"};
   }
-  const ExecuteEnd end = this->end(outcome);
+  finish(end(outcome));
+}
+
+void VersionRequest::recordEnd(const ExecuteArguments& arguments, const ExecuteEnd& end) {
+  take(arguments);
+  mHasBegun = true;
+  if (mRecords) mRecords->takeUp();
+  finish(end);
+}
+
+void VersionRequest::finish(const ExecuteEnd& end) {
   mAnswer.setValue("code", end.code == ExecuteCode::completed ? 0 : 1);
   if (!end.reason.empty()) mAnswer.setValue("reason", end.reason);
   ZAN_Value failed = ZAN_Value::array();
   for (const auto& error : mErrorTexts) failed.append(error);
   mAnswer.setValue("failed", failed);
-  const bool hasBegun = mFilesInAll > 0 || mErrors > 0;
-  const bool isTask = kind == "verify" || (kind == "restore" && !mRequest["dryRun"].boolValue());
-  if (action && isTask && hasBegun) {
-    ExecuteRecords(m.files, m.messages, m.agentRuns, arguments.reference, title)
-        .taskEnded(kind, end);
-  }
+  if (mRecords && mHasBegun) mRecords->taskEnded(mKind, end);
+  ::unlink(mFile.c_str());
   // Last, since whoever waits for it goes on then.
   answer(true);
   if (!end.reason.empty()) std::cerr << end.reason << std::endl;

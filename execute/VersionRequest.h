@@ -1,20 +1,22 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "execute/ExecuteRecords.h"
 #include "execute/ExecuteRun.h"
 #include "execute/plain/Verification.h"
 #include "execute/plain/VersionView.h"
 
 namespace corvana {
 
-/// What else than a run is wanted of the copies of an action: a file of JSON that the command
-/// writes. It is taken away when it is taken up; what has come of it is written beside it, under
-/// its name with ".answer", over and over while it goes on.
+/// Does what is wanted of the copies of an action other than a run (TaskRequest). What has come of
+/// it is written beside the request, over and over while it goes on; the request is taken away at
+/// the end, so that one that was cut off can be taken up again.
 ///
 /// "kind" is "versions", "restore", "verify" or "diff". "names": paths as the user gave them,
 /// "folder" is where he was; "at": the newest version not later than that, in seconds of the
@@ -24,13 +26,12 @@ namespace corvana {
 /// the kind asks for.
 class VersionRequest {
  public:
-  /// The file of a request that these arguments mean; empty: none. An estimate that was asked for
-  /// of the agent stands for the request that lies in the data folder.
-  static std::string wantedBy(const ExecuteArguments& arguments,
-                              const ExecuteRun::Surroundings& surroundings);
-
   explicit VersionRequest(const ExecuteRun::Surroundings& surroundings) : m(surroundings) {}
-  void perform(const ExecuteArguments& arguments, const std::string& file);
+  /// The request that the arguments name. A restore or a verification is in the history from its
+  /// first item on.
+  void perform(const ExecuteArguments& arguments);
+  /// Records the end of one that was given up, and answers it.
+  void recordEnd(const ExecuteArguments& arguments, const ExecuteEnd& end);
   /// After a good run of the action with these settings: reads a few files back after the first
   /// one, and a part of the copies every week. What differs makes the end a bad one.
   void verifyAfterRun(const ZAN_Value& settings, bool isFirst, ExecuteEnd& end);
@@ -48,6 +49,8 @@ class VersionRequest {
     std::string target;  ///< below the folder
   };
 
+  void take(const ExecuteArguments& arguments);
+  void finish(const ExecuteEnd& end);
   Result<Place> findPlace();
   Result<std::vector<std::string>> namesIn(const VersionHeader& header) const;
   Result<Target> targetFor(const VersionHeader& header, const std::string& name) const;
@@ -64,6 +67,9 @@ class VersionRequest {
   ZAN_Value mRequest;
   ZAN_Value mAnswer = ZAN_Value::dictionary();
   std::string mFile;
+  std::string mKind;
+  std::optional<ExecuteRecords> mRecords;  ///< of a task that is to be recorded
+  bool mHasBegun = false;
   ZAN_Value mSettings;
   std::vector<const HeldFolder*> mWatched;
   MountsNow mMounts;

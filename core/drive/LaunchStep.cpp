@@ -141,7 +141,7 @@ LaunchHold LaunchStep::hold() const {
   const ReferenceTime now = m.platform.clock.now();
   const ReferenceTime heldBack = m.state.mPauseBeforeNextStep.at();
   const bool isHeldBack = !m.state.mPauseBeforeNextStep.isPassed(now);
-  if (m.state.mScheduleDisabled && !executesDespiteOff()) return {Cause::switchedOff};
+  if (m.state.mScheduleDisabled && !mWork.queue.hasExecuteNowAction()) return {Cause::switchedOff};
   if (m.state.mPause)
     return {mMachine.folderSurvey.hasPaused() ? Cause::strayFolders : Cause::paused};
   if (mMachine.folderSurvey.isHolding()) return {Cause::strayFolders};
@@ -201,13 +201,6 @@ std::string LaunchStep::statusInformation() const {
   return mStatusInformation.empty() ? holdText() : mStatusInformation;
 }
 
-/// Whether something waits that was asked for at once.
-bool LaunchStep::executesDespiteOff() const {
-  return std::ranges::any_of(mWork.queue.executeNowActionsList(), [this](const auto& record) {
-    return mWork.queue.contains(record.ref);
-  });
-}
-
 void LaunchStep::launchHead() {
   m.state.mProgress.value = 0;
   if (mMachine.mounter.isUnmounting()) return;
@@ -228,13 +221,14 @@ void LaunchStep::launchHead() {
   }
   switch (mWork.supervisor.launchNextAction()) {
     case LaunchResult::launched:
-      if (const auto* action = m.tree.rootItem().actionForReference(mWork.queue.head().ref)) {
-        mRunningTitle = action->getTitle();
-      }
+      mRunningTitle = mWork.queue.titleOf(mWork.queue.head());
       m.debugLog.logMessage("Scheduler launch Execute process", true);
       break;
     case LaunchResult::actionGone:
       m.store.texts().addToReportFile(m.texts.text("ReportActionGone", {mWork.queue.head().ref}));
+      mWork.supervisor.executionDidEnd();
+      break;
+    case LaunchResult::taskGone:
       mWork.supervisor.executionDidEnd();
       break;
     case LaunchResult::treeUnreadable:

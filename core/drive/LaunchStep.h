@@ -72,7 +72,6 @@ class LaunchStep {
   bool saysWhatIsOver() const;
   ReferenceTime headIsFarUntil() const;
   ReferenceTime nextIdleMinute() const;
-  bool executesDespiteOff() const;
   bool updateExecuteNowRequests();
   void showWelcomeMessage();
   void launchHead();

@@ -6,6 +6,7 @@
 
 #include "actions/ActionsTools.h"
 #include "actions/ProgrammedAction.h"
+#include "actions/TaskRequest.h"
 #include "core/drive/Controls.h"
 #include "core/drive/LaunchStep.h"
 #include "core/machine/MachineDuties.h"
@@ -119,6 +120,12 @@ void NotificationDispatch::launchTogether() {
     do {
       const ZAN_Value launch = std::move(mLaunches.front());
       mLaunches.pop_front();
+      if (launch.contains(TaskRequest::kFileKey)) {
+        // Who asked for it looks into the queue.
+        (void)mWork.queue.addTask(launch.integer("Ref"), launch.string(TaskRequest::kTaskKey),
+                                  launch.string(TaskRequest::kFileKey));
+        continue;
+      }
       mWork.queue.addWish(launch.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay, false,
                           launch.integer("EstimateSize") != 0);
     } while (!mLaunches.empty() && m.platform.clock.monotonic() < end);

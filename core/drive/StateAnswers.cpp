@@ -15,6 +15,16 @@
 
 namespace corvana {
 
+namespace {
+
+void tellTask(const QueueRecord& record, ZAN_Value& answer) {
+  if (!record.isTask()) return;
+  answer.setValue("task", record.task);
+  answer.setValue("request", record.request);
+}
+
+}  // namespace
+
 ZAN_Value StateAnswers::status() {
   const bool executing = mWork.supervisor.isExecuting();
   ZAN_Value status = ZAN_Value::dictionary(
@@ -50,6 +60,7 @@ ZAN_Value StateAnswers::status() {
                                                {"title", m.tree.titleOf(ref)},
                                                {"progress", m.state.mProgress.value},
                                                {"retry", mWork.supervisor.retryNb()}});
+    tellTask(mWork.queue.head(), current);
     if (const auto& reports = mWork.supervisor.latestExecuteCurrentPath(); !reports.empty()) {
       for (const std::string_view key :
            {ProgressKey::itemsSeen, ProgressKey::bytesToCopy, ProgressKey::filesToCopy,
@@ -75,12 +86,14 @@ ZAN_Value StateAnswers::status() {
 ZAN_Value StateAnswers::queue() {
   std::vector<ZAN_Value> list;
   for (const QueueRecord& record : mWork.queue.actionsList()) {
-    list.push_back(
+    ZAN_Value one =
         ZAN_Value::dictionary({{"ref", static_cast<long long>(record.ref)},
                                {"title", m.tree.titleOf(record.ref)},
                                {"date", ZAN_Value::date(record.date)},
-                               {"estimateSize", record.estimateSize != 0},
-                               {"running", list.empty() && mWork.supervisor.isExecuting()}}));
+                               {"estimateSize", record.estimateSize != 0 && !record.isTask()},
+                               {"running", list.empty() && mWork.supervisor.isExecuting()}});
+    tellTask(record, one);
+    list.push_back(std::move(one));
   }
   return ZAN_Value::array(std::move(list));
 }

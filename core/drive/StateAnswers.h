@@ -24,7 +24,7 @@ class StateAnswers final : public AgentAnswers {
   /// "nextDate" (of the earliest action), "nextCheck"; while an action is executed "current":
   /// {"ref", "title", "started", "progress" (per cent), "retry"}.
   ZAN_Value status() override;
-  /// {"ref", "title", "date", "estimateSize", "running"} each.
+  /// {"ref", "title", "date", "estimateSize", "running"} each; for a task "task" and "request" too.
   ZAN_Value queue() override;
   /// {"ref", "title", "type", "date"} each, those without a date last; no groups.
   ZAN_Value next() override;

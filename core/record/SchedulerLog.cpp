@@ -3,6 +3,7 @@
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "actions/ActionsTools.h"
 #include "actions/History.h"
+#include "actions/TaskRequest.h"
 #include "core/record/Changes.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerState.h"
@@ -61,8 +62,11 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
     addFailure(entry.integer("R"), static_cast<int>(code));
     if (mPreferences.mShowErrorWindows != 0) mUserInterface.showWindow(Window::errorSummary);
   }
+  if (entry.contains(TaskRequest::kTaskKey)) return tellTask(entry);
   switch (code) {
     case LogCode::completed:
+      if (entry.integer(RunKey::isReadBack) != 0 && showStandardMessage)
+        showStandardMessage(mTexts.text("FirstBackupDone", {entry.string("N")}), 0);
       removeFailure(entry.integer("R"));
       break;
     case LogCode::volumeNotFound:
@@ -99,6 +103,16 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
     default:
       break;
   }
+}
+
+/// A good one takes back nothing that a run of the action has told.
+void SchedulerLog::tellTask(const ZAN_Value& entry) {
+  const std::int64_t code = entry.integer("C");
+  if (!isFailure(code) || code == LogCode::crashed || !showStandardMessage) return;
+  const bool restores = entry.string(TaskRequest::kTaskKey) == TaskRequest::kRestore;
+  showStandardMessage(mTexts.text(restores ? "RestoreFailed" : "VerifyFailed",
+                                  {entry.string("N"), entry.string("F")}),
+                      0);
 }
 
 void SchedulerLog::addSchedulerLog(int code, std::string_view text) {

@@ -68,6 +68,7 @@ class SchedulerLog {
   std::function<void(const std::string& text, int logCode)> showStandardMessage;
 
  private:
+  void tellTask(const ZAN_Value& entry);
   void addFailure(std::int64_t ref, int code);
   void removeFailure(std::int64_t ref);
   void failuresChanged();

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "actions/ProgrammedAction.h"
+#include "actions/TaskRequest.h"
 #include "core/record/Records.h"
 #include "core/work/AutomaticExecution.h"
 #include "platform/Clock.h"
@@ -97,6 +98,41 @@ QueueAddition ActionQueue::addOne(QueueRecord record, int row, bool manualLaunch
   if (m.preferences.mPrefShowActionsQueue != 0)
     m.platform.userInterface.showWindowQuietly(Window::queue);
   return QueueAddition::queued;
+}
+
+QueueAddition ActionQueue::addTask(std::int64_t ref, std::string_view task,
+                                   std::string_view request) {
+  const QueueRecord record{.ref = ref,
+                           .date = m.platform.clock.now(),
+                           .estimateSize = 1,
+                           .task = std::string(task),
+                           .request = std::string(request)};
+  if (!TaskRequest::isTask(task) || !TaskRequest::isName(request) ||
+      !ZAN_FilesUtils::exists(requestPath(record)))
+    return QueueAddition::unknownAction;
+  if (isThere(record)) return QueueAddition::alreadyQueued;
+  if (m.tree.rootItem().actionForReference(ref) == nullptr)
+    return m.tree.isThere() ? QueueAddition::unknownAction : QueueAddition::treeUnreadable;
+  // Somebody sits there and waits for it.
+  auto at = mActionsList.begin() + (mHeadIsRunning ? 1 : 0);
+  while (at != mActionsList.end() && at->isTask()) ++at;
+  mActionsList.insert(at, record);
+  mExecuteNowActionsList.push_back(record);
+  m.store.texts().addToReportFile(m.texts.text("ReportTaskAsked", {titleOf(record)}));
+  changed();
+  return QueueAddition::queued;
+}
+
+std::string ActionQueue::titleOf(const QueueRecord& record) const {
+  const std::string title = m.tree.nameOf(record.ref);
+  return record.isTask()
+             ? m.texts.text(record.task == TaskRequest::kRestore ? "TaskRestore" : "TaskVerify",
+                            {title})
+             : title;
+}
+
+std::string ActionQueue::requestPath(const QueueRecord& record) const {
+  return TaskRequest::pathIn(m.store.folder().hiddenFolderPath(), record.request);
 }
 
 void ActionQueue::addWish(std::int64_t ref, ReferenceTime launchTime, bool remote,
@@ -225,6 +261,7 @@ void ActionQueue::removeRecordsOfOtherContexts(ActionContext context) {
   for (std::size_t row = mActionsList.size(); row-- > 2;) {
     const ProgrammedAction* const action =
         m.tree.rootItem().actionForReference(mActionsList[row].ref);
+    if (mActionsList[row].isTask()) continue;
     if (action == nullptr || !isOtherContext(action->getActionContext(), context)) continue;
     removed.push_back(erase(row));
   }
@@ -282,17 +319,27 @@ void ActionQueue::moveDates(double jump) {
 
 bool ActionQueue::contains(std::int64_t ref) const {
   const auto in = [ref](const std::vector<QueueRecord>& records) {
-    return std::ranges::find(records, ref, &QueueRecord::ref) != records.end();
+    return std::ranges::any_of(records, [ref](const QueueRecord& record) {
+      return record.ref == ref && !record.isTask();
+    });
   };
   return in(mActionsList) || in(mUnfinished);
 }
 
+/// The one that was asked for, wherever it stands by now.
+bool ActionQueue::isThere(const QueueRecord& asked) const {
+  return std::ranges::any_of(mActionsList, [&](const QueueRecord& record) {
+    return record.ref == asked.ref && record.request == asked.request;
+  });
+}
+
 bool ActionQueue::executeNow(std::int64_t ref) {
-  const auto found = std::ranges::find(mActionsList, ref, &QueueRecord::ref);
+  const auto isRun = [ref](const QueueRecord& record) {
+    return record.ref == ref && !record.isTask();
+  };
+  const auto found = std::ranges::find_if(mActionsList, isRun);
   if (found == mActionsList.end()) return false;
-  if (std::ranges::find(mExecuteNowActionsList, ref, &QueueRecord::ref) ==
-      mExecuteNowActionsList.end())
-    mExecuteNowActionsList.push_back(*found);
+  if (std::ranges::none_of(mExecuteNowActionsList, isRun)) mExecuteNowActionsList.push_back(*found);
   m.changes.note(Change::queue);
   if (mHeadIsRunning && found == mActionsList.begin()) return true;
   found->date = m.platform.clock.now();
@@ -307,7 +354,12 @@ void ActionQueue::clearExecuteNowActions() {
 
 void ActionQueue::dropFinishedExecuteNowActions() {
   std::erase_if(mExecuteNowActionsList,
-                [this](const QueueRecord& record) { return !contains(record.ref); });
+                [this](const QueueRecord& record) { return !isThere(record); });
+}
+
+bool ActionQueue::hasExecuteNowAction() const {
+  return std::ranges::any_of(mExecuteNowActionsList,
+                             [this](const QueueRecord& record) { return isThere(record); });
 }
 
 void ActionQueue::insertCopyOfHead() {

@@ -53,6 +53,15 @@ class ActionQueue {
   /// where it comes from this machine.
   void addWish(std::int64_t ref, ReferenceTime launchTime, bool remote, bool estimateSize);
 
+  /// Has a task done with the copies of an action: before all that waits and is none, and although
+  /// execution is switched off or the action may not be launched. The action's dates stay.
+  /// `request` is the name of its file in the hidden folder; without the file it is not queued.
+  QueueAddition addTask(std::int64_t ref, std::string_view task, std::string_view request);
+  /// The title of its action, with what it is when that is no run.
+  std::string titleOf(const QueueRecord& record) const;
+  /// The file of a task.
+  std::string requestPath(const QueueRecord& record) const;
+
   /// Stores all occasions, the head among them, synchronised, and then the queue without its head
   /// in the preferences (an empty list when the queue is not to be kept).
   void saveActionsQueue();
@@ -92,6 +101,7 @@ class ActionQueue {
 
   const std::vector<QueueRecord>& actionsList() const { return mActionsList; }
   bool empty() const { return mActionsList.empty(); }
+  /// Whether a run of the action, or a count of what it has to copy, is there.
   bool contains(std::int64_t ref) const;
   /// Only while the queue is not empty.
   const QueueRecord& head() const { return mActionsList.front(); }
@@ -104,6 +114,8 @@ class ActionQueue {
   void clearExecuteNowActions();
   /// Drops the requests whose record has left the queue.
   void dropFinishedExecuteNowActions();
+  /// Whether a record waits that was asked for at once.
+  bool hasExecuteNowAction() const;
 
   /// Performs `body`; what it changes is saved and told once, at its end.
   void batch(const std::function<void()>& body);
@@ -125,6 +137,7 @@ class ActionQueue {
   QueueAddition addOne(QueueRecord record, int row, bool manualLaunch, bool remoteLaunch,
                        ReferenceTime scheduleDate);
   void changed();
+  bool isThere(const QueueRecord& asked) const;
   QueueRecord erase(std::size_t row);
   void bound(QueueRecord& record) const;
   void moveDates(double jump);

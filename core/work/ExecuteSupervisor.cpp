@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "actions/ProgrammedAction.h"
+#include "actions/TaskRequest.h"
 #include "core/record/Records.h"
 #include "core/work/Announce.h"
 #include "core/work/TriggerEvaluation.h"
@@ -88,7 +89,9 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   if (action == nullptr || !action->getSettings().isDictionary())
     return m.tree.isThere() ? LaunchResult::actionGone : treeUnreadable();
   mSaidTreeUnreadable = false;
-  const std::string title = action->getTitle();
+  if (record.isTask() && !ZAN_FilesUtils::exists(mQueue.requestPath(record)))
+    return LaunchResult::taskGone;
+  const std::string title = mQueue.titleOf(record);
 
   std::string program = m.store.installPaths().installPathForCode(InstallPaths::executeExecutable);
   m.state.mStatusTitle = m.texts.text("CurrentAction", {title});
@@ -98,14 +101,19 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
     program += " Admin";
 
   mCrashPathBefore = ZAN_FilesUtils::identity(m.store.folder().pathOf(kCrashPath));
+  std::vector<std::string> words{program,
+                                 std::to_string(record.ref),
+                                 std::to_string(m.preferences.mPrefShowActionProgress),
+                                 std::to_string(m.preferences.mPrefShowMountMessage),
+                                 "1",
+                                 std::to_string(record.retry),
+                                 std::to_string(mExecutionMode),
+                                 "",
+                                 std::to_string(record.estimateSize),
+                                 std::to_string(m.preferences.mPrefSetFrontProcess)};
+  if (record.isTask()) words.push_back(mQueue.requestPath(record));
   auto task = std::make_unique<ZAN_TaskWrapper>(
-      m.platform.processes, static_cast<TaskController&>(*this),
-      std::vector<std::string>{program, std::to_string(record.ref),
-                               std::to_string(m.preferences.mPrefShowActionProgress),
-                               std::to_string(m.preferences.mPrefShowMountMessage), "1",
-                               std::to_string(record.retry), std::to_string(mExecutionMode), "",
-                               std::to_string(record.estimateSize),
-                               std::to_string(m.preferences.mPrefSetFrontProcess)});
+      m.platform.processes, static_cast<TaskController&>(*this), std::move(words));
   const ReferenceTime now = m.platform.clock.now();
   mQueue.headBegins(now);
   if (const Outcome started = task->startProcess(true); !started) {
@@ -123,11 +131,13 @@ LaunchResult ExecuteSupervisor::launchNextAction() {
   mQueue.setHeadIsRunning(true);
   m.state.holdBackUntil(now + kSeenAfter);
 
-  m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", record.ref},
-                                               {"N", title},
-                                               {"C", LogCode::launched},
-                                               {"D", ZAN_Value::date(record.plannedDate())}}));
-  m.history.counters().incrementCounter(ExecutionCounters::kExecutions, record.ref);
+  if (!record.isTask()) {
+    m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", record.ref},
+                                                 {"N", title},
+                                                 {"C", LogCode::launched},
+                                                 {"D", ZAN_Value::date(record.plannedDate())}}));
+    m.history.counters().incrementCounter(ExecutionCounters::kExecutions, record.ref);
+  }
   m.store.texts().addToReportFile(
       m.texts.text("ReportExecuteAction", {title, action->actionType(), record.ref}));
 
@@ -208,8 +218,10 @@ std::optional<Stall> ExecuteSupervisor::stall() const {
 void ExecuteSupervisor::tellStall() {
   if (mWatch.wantsUsual() && !mQueue.empty()) {
     m.history.reloadProgrammedHistoryList();
-    mWatch.setUsual(
-        RunDurations(m.history.getProgrammedHistoryList()).knownSecondsOf(mQueue.head().ref));
+    const RunDurations durations(m.history.getProgrammedHistoryList());
+    // No two restores are of one size.
+    mWatch.setUsual(mQueue.head().isTask() ? std::nullopt
+                                           : durations.knownSecondsOf(mQueue.head().ref));
   }
   const std::optional<Stall> stall = mWatch.stall();
   if (stall == mToldStall) return;
@@ -227,12 +239,12 @@ std::string ExecuteSupervisor::stallText() const {
   const bool quiet = stall->kind == Stall::Kind::noProgress;
   std::string text =
       m.texts.text(quiet ? "StuckNoProgress" : "StuckLong",
-                   {m.tree.nameOf(mQueue.head().ref), m.strings.getShortTimeDate(stall->since)});
+                   {mQueue.titleOf(mQueue.head()), m.strings.getShortTimeDate(stall->since)});
   const auto& queue = mQueue.actionsList();
   std::string waiting;
   for (std::size_t i = 1; i < std::min(queue.size(), kNamed + 1); ++i) {
     if (i > 1) waiting += ", ";
-    waiting += m.texts.text("WhyTitle", {m.tree.nameOf(queue[i].ref)});
+    waiting += m.texts.text("WhyTitle", {mQueue.titleOf(queue[i])});
   }
   if (queue.size() > kNamed + 1)
     waiting = m.texts.text("StuckWaitingMore", {waiting, queue.size() - kNamed - 1});
@@ -241,7 +253,7 @@ std::string ExecuteSupervisor::stallText() const {
 }
 
 std::string ExecuteSupervisor::runningTitle() const {
-  return mProcessTask && !mQueue.empty() ? m.tree.nameOf(mQueue.head().ref) : std::string();
+  return mProcessTask && !mQueue.empty() ? mQueue.titleOf(mQueue.head()) : std::string();
 }
 
 void ExecuteSupervisor::endOfExecution() {
@@ -267,17 +279,21 @@ void ExecuteSupervisor::endOfExecution() {
 
 void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {
   const ProgrammedAction* const action = m.tree.rootItem().actionForReference(ref);
-  const std::string title = action != nullptr ? action->getTitle() : "???";
+  const QueueRecord record = mQueue.empty() ? QueueRecord{.ref = ref} : mQueue.head();
+  const std::string title = mQueue.titleOf(record);
   const std::int64_t type = action != nullptr ? action->actionType() : 0;
   m.messages.sendUserNotification(m.texts.text("ExecuteTerminatedCrash", {title}));
-  m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", ref},
-                                               {"N", title},
-                                               {"P", crashPath().value_or("???")},
-                                               {"S", status},
-                                               {"C", LogCode::crashed}}));
+  ZAN_Value entry = ZAN_Value::dictionary({{"R", ref},
+                                           {"N", m.tree.nameOf(ref)},
+                                           {"P", crashPath().value_or("???")},
+                                           {"S", status},
+                                           {"C", LogCode::crashed}});
+  if (record.isTask()) entry.setValue(TaskRequest::kTaskKey, record.task);
+  m.log.addSchedulerLog(entry);
 
   const auto elapsed = static_cast<std::int64_t>(m.platform.clock.now() - mStartOfCurrentAction);
-  const bool retry = retryNb() < 1;
+  const bool retry =
+      retryNb() < 1 && (!record.isTask() || ZAN_FilesUtils::exists(mQueue.requestPath(record)));
   std::string report =
       m.texts.text(retry ? "ExecuteTerminatedCrashRedo" : "ExecuteTerminatedCrashAfter",
                    {title, type, ref, elapsed});
@@ -412,18 +428,22 @@ void ExecuteSupervisor::giveUp() {
 
 /// Of an execution that could not record its own end.
 void ExecuteSupervisor::recordStop(std::int64_t ref, const std::string& reason) {
+  const std::string task = mQueue.empty() ? std::string() : mQueue.head().task;
   ZAN_Value entry = ZAN_Value::dictionary({{"R", ref},
                                            {"N", m.tree.nameOf(ref)},
                                            {"S", mProcessTask->terminationStatus()},
                                            {"C", LogCode::abortedByUser}});
   if (!reason.empty()) entry.setValue("F", reason);
+  if (!task.empty()) entry.setValue(TaskRequest::kTaskKey, task);
   m.log.addSchedulerLog(entry);
   m.store.texts().addToReportFile(ActionLog::messageForEntry(entry));
   m.history.reloadProgrammedHistoryList();
   const ZAN_Value list = m.history.getProgrammedHistoryList();
   if (list.size() < 2) return;
   ZAN_Value last = list.at(list.size() - 1);
-  if (last.integer("Ref") != ref || last.integer("C") != LogCode::launched) return;
+  if (last.integer("Ref") != ref || last.integer("C") != LogCode::launched ||
+      last.string(TaskRequest::kTaskKey) != task)
+    return;
   last.setValue("EndDate", ZAN_Value::date(m.platform.clock.now()));
   last.setValue("C", LogCode::abortedByUser);
   m.history.addHistoryEntry(last);

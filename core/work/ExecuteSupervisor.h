@@ -25,6 +25,7 @@ enum class LaunchResult {
   launched,
   queueEmpty,
   actionGone,      ///< the action or its settings are no longer there: the head is to go
+  taskGone,        ///< the task was taken back by who asked for it: the head is to go
   treeUnreadable,  ///< the file with the actions cannot be read at the moment: the head stays
   programMissing,  ///< the execute program is not there or does not start: the head stays, tried
                    ///< again later

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "actions/TaskRequest.h"
 #include "core/record/SchedulerLog.h"
 #include "platform/Clock.h"
 
@@ -29,6 +30,7 @@ RunDurations::RunDurations(const ZAN_Value& history) {
     const ZAN_Value& entry = entries[i];
     const std::int64_t code = entry.integer("C");
     if (code != LogCode::completed && code != LogCode::completedWithErrors) continue;
+    if (entry.contains(TaskRequest::kTaskKey)) continue;
     const auto start = entry["Date"].asDate();
     const auto end = entry["EndDate"].asDate();
     if (!start || !end || *end < *start) continue;

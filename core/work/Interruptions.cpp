@@ -1,6 +1,8 @@
 #include "core/work/Interruptions.h"
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ProgrammedAction.h"
+#include "actions/TaskRequest.h"
 #include "core/record/Records.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ExecuteSupervisor.h"
@@ -65,7 +67,8 @@ void Interruptions::settle() {
     const ZAN_Value trace = traceOf(record);
     const bool ended = hasEnded(record, trace);
     const bool isThere = m.tree.rootItem().actionForReference(record.ref) != nullptr;
-    const bool repeated = !ended && keeps && isThere && record.retry < 1;
+    // Whoever asked for a task may have changed since what it would put things into.
+    const bool repeated = !ended && keeps && isThere && record.retry < 1 && !record.isTask();
     if (!ended) tellInterrupted(record, trace, repeated);
     mQueue.settleUnfinished(repeated);
   }
@@ -81,13 +84,15 @@ ZAN_Value Interruptions::traceOf(const QueueRecord& record) const {
     const bool isOfAction = entry.contains("Ref")
                                 ? entry.integer("Ref") == record.ref
                                 : entry.string("Title") == m.tree.titleOf(record.ref);
-    if (isOfAction) return entry;
+    if (isOfAction && entry.string(TaskRequest::kTaskKey) == record.task) return entry;
   }
   return {};
 }
 
 bool Interruptions::hasEnded(const QueueRecord& record, const ZAN_Value& trace) const {
   if (trace["EndDate"].asDate()) return true;
+  // Its last deed is to take that away.
+  if (record.isTask()) return !ZAN_FilesUtils::exists(mQueue.requestPath(record));
   const ProgrammedAction* const action = m.tree.rootItem().actionForReference(record.ref);
   if (action == nullptr) return false;
   const auto last = action->getSettings()["LastExecutionDate"].asDate();
@@ -98,19 +103,29 @@ void Interruptions::tellInterrupted(const QueueRecord& record, const ZAN_Value& 
                                     bool repeated) {
   const std::string title = m.tree.nameOf(record.ref);
   const std::string began = m.strings.getShortTimeDate(*record.begun);
-  m.log.addSchedulerLog(ZAN_Value::dictionary({{"R", record.ref},
-                                               {"N", title},
-                                               {"F", m.texts.text("InterruptedReason", {began})},
-                                               {"C", LogCode::crashed}}));
+  ZAN_Value event = ZAN_Value::dictionary({{"R", record.ref},
+                                           {"N", title},
+                                           {"F", m.texts.text("InterruptedReason", {began})},
+                                           {"C", LogCode::crashed}});
   // Takes the place of the entry that the program wrote at its begin.
   const auto start = trace["Date"].asDate().value_or(*record.begun);
-  m.history.addHistoryEntry(ZAN_Value::dictionary({{"Date", ZAN_Value::date(start)},
-                                                   {"Title", title},
-                                                   {"Ref", record.ref},
-                                                   {"C", LogCode::crashed},
-                                                   {"ActionErrors", 0}}));
-  m.messages.displayStandardMessage(
-      m.texts.text(repeated ? "InterruptedRedo" : "InterruptedAfter", {title, began}), 0);
+  ZAN_Value run = ZAN_Value::dictionary({{"Date", ZAN_Value::date(start)},
+                                         {"Title", title},
+                                         {"Ref", record.ref},
+                                         {"C", LogCode::crashed},
+                                         {"ActionErrors", 0}});
+  if (record.isTask()) {
+    for (ZAN_Value* const entry : {&event, &run})
+      entry->setValue(TaskRequest::kTaskKey, record.task);
+    (void)ZAN_FilesUtils::removeFile(mQueue.requestPath(record));
+  }
+  m.log.addSchedulerLog(event);
+  m.history.addHistoryEntry(run);
+  m.messages.displayStandardMessage(m.texts.text(record.isTask() ? "InterruptedTask"
+                                                 : repeated      ? "InterruptedRedo"
+                                                                 : "InterruptedAfter",
+                                                 {mQueue.titleOf(record), began}),
+                                    0);
 }
 
 }  // namespace corvana

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
@@ -29,11 +30,18 @@ struct QueueRecord {
   /// When its execution began; nothing while it waits.
   std::optional<ReferenceTime> begun = std::nullopt;
 
+  /// What it is instead of a run (TaskRequest), and the name of the file that says what is wanted;
+  /// empty for a run. For programs that do not know them it is an estimate.
+  std::string task = {};
+  std::string request = {};
+
+  bool isTask() const { return !request.empty(); }
+
   /// The date from which its lateness counts.
   ReferenceTime plannedDate() const { return due.value_or(date); }
 
   /// {"Ref", "Date", "EstimateSize"}, as it is saved and shown to others; "DueDate" too for one
-  /// that comes late.
+  /// that comes late, "Task" and "Request" for a task.
   ZAN_Value toValue() const;
   /// The same with all that is known: "Retry", "ScheduleDate" and "Begun" where there is any.
   ZAN_Value toOccasion() const;

@@ -13,6 +13,7 @@
 #include "actions/ActionStore.h"
 #include "actions/FolderDescription.h"
 #include "actions/History.h"
+#include "actions/TaskRequest.h"
 #include "mail/smtp/StoredMailSettings.h"
 #include "platform/Machine.h"
 
@@ -91,7 +92,7 @@ ReportComposer::Counts ReportComposer::countExecutions(ReferenceTime last) {
   Counts counts;
   for (const ZAN_Value& entry : list.elements()) {
     const auto date = entry["Date"].asDate();
-    if (!date || *date < last) continue;
+    if (!date || *date < last || entry.contains(TaskRequest::kTaskKey)) continue;
     ++counts.executions;
     if (entry.integer("ActionErrors") >= 1) ++counts.withErrors;
     if (std::ranges::find(kFailures, entry.integer("C")) != kFailures.end()) ++counts.failed;

@@ -12,6 +12,7 @@
 #include "actions/ComingRuns.h"
 #include "actions/FolderDescription.h"
 #include "actions/History.h"
+#include "actions/TaskRequest.h"
 #include "core/record/SchedulerLog.h"
 #include "core/work/AgeAlarm.h"
 #include "platform/Clock.h"
@@ -140,7 +141,7 @@ void ReportGatherer::takeRuns(ReportFacts& facts) {
   std::map<std::pair<std::int64_t, std::string>, Action> actions;
   for (const ZAN_Value& entry : list.elements()) {
     const auto date = entry["Date"].asDate();
-    if (!date || *date >= facts.period.until) continue;
+    if (!date || *date >= facts.period.until || entry.contains(TaskRequest::kTaskKey)) continue;
     // One without reference is told apart by its title.
     const std::int64_t reference = entry.integer("Ref");
     Action& action = actions[{reference, reference == 0 ? entry.string("Title") : std::string()}];

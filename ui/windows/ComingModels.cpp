@@ -126,8 +126,14 @@ std::vector<WindowTable::Column> QueueModel::columns() const {
 std::size_t QueueModel::rowCount() const { return m.work.queue.actionsList().size(); }
 
 std::int64_t QueueModel::id(std::size_t row) const {
-  const std::int64_t ref = m.work.queue.actionsList()[row].ref;
-  return row > 0 && ref == m.work.queue.head().ref ? -ref : ref;
+  // Of one action a run may wait, and any number of tasks.
+  const auto& records = m.work.queue.actionsList();
+  const std::int64_t ref = records[row].ref;
+  const auto before =
+      std::count_if(records.begin(), records.begin() + static_cast<std::ptrdiff_t>(row),
+                    [ref](const QueueRecord& one) { return one.ref == ref; });
+  constexpr std::int64_t kBeyondReferences = std::int64_t{1} << 40;
+  return ref + before * kBeyondReferences;
 }
 
 std::string QueueModel::text(std::size_t row, std::size_t column) const {
@@ -135,6 +141,7 @@ std::string QueueModel::text(std::size_t row, std::size_t column) const {
   if (column == 0) {
     const std::string title = m.records.tree.titleOf(record.ref);
     if (title.empty()) return m.records.texts.text("WindowActionGone");
+    if (record.isTask()) return m.work.queue.titleOf(record);
     return record.estimateSize != 0 ? m.records.texts.text("QueueSizeOnly", {title}) : title;
   }
   if (column == 2) return state(row);
@@ -152,8 +159,10 @@ std::string QueueModel::state(std::size_t row) const {
                        : m.records.texts.text("QueueRunning");
   }
   const auto& now = m.work.queue.executeNowActionsList();
-  const bool asked = std::ranges::any_of(
-      now, [&](const QueueRecord& one) { return one.ref == m.work.queue.actionsList()[row].ref; });
+  const QueueRecord& record = m.work.queue.actionsList()[row];
+  const bool asked = std::ranges::any_of(now, [&](const QueueRecord& one) {
+    return one.ref == record.ref && one.request == record.request;
+  });
   if (asked) return m.records.texts.text("QueueRunsNow");
   if (m.records.state.mScheduleDisabled) return m.records.texts.text("QueueHeld");
   if (m.records.state.mPause) return m.records.texts.text("QueuePaused");

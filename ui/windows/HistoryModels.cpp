@@ -76,7 +76,7 @@ std::string LatestActionsModel::text(std::size_t row, std::size_t column) const 
     case 0:
       return start ? m.records.strings.getShortTimeDate(*start) : std::string();
     case 1:
-      return one.string("Title");
+      return titleOf(one, m.records.texts);
     case 2: {
       const auto end = one["EndDate"].asDate();
       return start && end ? ZAN_StringUtils::getDuration(static_cast<std::int64_t>(*end - *start))
@@ -175,7 +175,7 @@ std::string LatestActionsModel::details(std::size_t row) const {
   const std::string text =
       m.records.texts.text(
           "LatestDetails",
-          {one.string("Title"), start ? m.records.strings.getMediumDateTime(*start) : "",
+          {titleOf(one, m.records.texts), start ? m.records.strings.getMediumDateTime(*start) : "",
            resultOf(one)}) +
       workOf(one);
   if (!start) return text;
@@ -226,7 +226,8 @@ std::string ErrorSummaryModel::text(std::size_t row, std::size_t column) const {
   const ZAN_Value& one = mFailures[row];
   const auto date = one["M"].asDate();
   if (column == 0) return date ? m.records.strings.getShortTimeDate(*date) : std::string();
-  return column == 1 ? one.string("N") : resultInWords(one.integer("C"), m.records.texts);
+  return column == 1 ? titleOf(one, m.records.texts)
+                     : resultInWords(one.integer("C"), m.records.texts);
 }
 
 std::int64_t ErrorSummaryModel::id(std::size_t row) const {

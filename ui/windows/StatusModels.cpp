@@ -63,7 +63,7 @@ std::vector<std::pair<std::string, std::string>> StatusModel::facts() const {
   const ActionsTools tools(m.work.evaluation.calendar(), now);
   std::string doing;
   if (m.work.supervisor.isExecuting() && !m.work.queue.empty()) {
-    doing = m.records.tree.titleOf(m.work.queue.head().ref);
+    doing = m.work.queue.titleOf(m.work.queue.head());
     if (const ReferenceTime start = m.work.supervisor.startOfCurrentAction(); start != 0)
       doing = m.records.texts.text("StatusSince", {doing, m.records.strings.getShortTime(start)});
   }

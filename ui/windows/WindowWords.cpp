@@ -1,5 +1,6 @@
 #include "ui/windows/WindowWords.h"
 
+#include "actions/TaskRequest.h"
 #include "core/work/WhyNot.h"
 
 namespace corvana {
@@ -29,6 +30,13 @@ std::string resultInWords(std::int64_t code, const ZAN_StringTable& texts) {
     default:
       return {};
   }
+}
+
+std::string titleOf(const ZAN_Value& entry, const ZAN_StringTable& texts) {
+  const std::string title = entry.string(entry.contains("Title") ? "Title" : "N");
+  const std::string task = entry.string(TaskRequest::kTaskKey);
+  if (task == TaskRequest::kRestore) return texts.text("TaskRestore", {title});
+  return task == TaskRequest::kVerify ? texts.text("TaskVerify", {title}) : title;
 }
 
 std::string reasonsText(const UserInterfaceSources& sources, std::int64_t ref) {
