@@ -141,16 +141,10 @@ Answer addCommand(Arguments& arguments, const Console& console) {
   const Outcome done = edited(home, [&](ProgrammedAction& root) -> Outcome {
     auto group = groupWithReference(root, action.group().value_or(0));
     if (!group) return group.error();
-    record = ZAN_Value::dictionary({{"Title", title},
-                                    {"Mode", 2},
-                                    {"OptionsPerformer", "corvana9"},
-                                    {"TriggerAutomatic", 0},
-                                    {"TriggerMakeUpMissed", 1},
-                                    {"TriggerAgeAlarm", 1},
-                                    {"SaveEditDate", ZAN_Value::date(home.now())}});
+    record = newActionRecord(title, home.now());
     action.applyTo(record, home);
     if (Outcome runs = action.checkThatItRuns(record, home, console); !runs) return runs;
-    if (Outcome apart = checkCopies(root, record); !apart) return apart;
+    if (const auto dispute = checkCopies(root, record)) return dispute->error();
     (*group)->addActionsFromList(ZAN_Value::array({record}), false, std::nullopt);
     record = (*group)->childAtIndex((*group)->numberOfChildren() - 1).getSettings();
     return {};
@@ -182,7 +176,7 @@ Answer editCommand(Arguments& arguments, const Console& console) {
     if (Outcome runs = action.checkThatItRuns(record, home, console); !runs) return runs;
     record.setValue("SaveEditDate", ZAN_Value::date(home.now()));
     if (action.changesCopies()) {
-      if (Outcome apart = checkCopies(root, record); !apart) return apart;
+      if (const auto dispute = checkCopies(root, record)) return dispute->error();
     }
     node->changeSettings(record);
     if (!action.group()) return {};

@@ -1,28 +1,17 @@
 #include "command/ActionWords.h"
 
-#include <fnmatch.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <filesystem>
 #include <sstream>
-#include <system_error>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/TaskRequest.h"
 #include "actions/VersionKey.h"
-#include "platform/linux/ExpendableChild.h"
-#include "platform/linux/HeldFolder.h"
 #include "volumes/VolumeIdentity.h"
-#include "volumes/VolumeReference.h"
 
 namespace corvana {
 
 namespace {
-
-/// A disk that sleeps takes its time to wake up.
-constexpr double kSecondsForADisk = 30;
 
 constexpr int kCopy = 2;
 constexpr int kSynchronise = 3;
@@ -46,14 +35,6 @@ std::optional<int> choice(Arguments& arguments, std::string_view option,
   return std::nullopt;
 }
 
-/// The path as a description holds it.
-std::string absolutePath(const std::string& path) {
-  std::error_code ignored;
-  std::string absolute = std::filesystem::absolute(path, ignored).lexically_normal().string();
-  while (absolute.size() > 1 && absolute.ends_with('/')) absolute.pop_back();
-  return absolute;
-}
-
 /// Bytes a second, from "20M".
 std::optional<std::int64_t> bandwidth(Arguments& arguments) {
   const auto word = arguments.option("--bandwidth");
@@ -70,114 +51,6 @@ std::optional<std::int64_t> bandwidth(Arguments& arguments) {
   arguments.complain("--bandwidth is a number of bytes a second, as 500K, 20M or 1G, not \"" +
                      *word + "\"");
   return std::nullopt;
-}
-
-/// Of a home folder, and of what is often in one.
-constexpr std::array<std::string_view, 12> kScratch{"/.cache/",
-                                                    "/.local/share/Trash/",
-                                                    "/.thumbnails/",
-                                                    "/.Trash-*/",
-                                                    "/.mozilla/firefox/*/cache2/",
-                                                    "/.config/*/Cache/",
-                                                    "/.config/*/Code Cache/",
-                                                    "/.var/app/*/cache/",
-                                                    "/snap/*/*/.cache/",
-                                                    "/.xsession-errors*",
-                                                    "/VirtualBox VMs/*/Logs/",
-                                                    "/.local/share/gvfs-metadata/"};
-
-/// Whether the folder has something that fits, component by component.
-bool hasFitting(const std::string& folder, std::string_view pattern) {
-  while (pattern.starts_with('/')) pattern.remove_prefix(1);
-  if (pattern.empty()) return true;
-  const auto slash = pattern.find('/');
-  const std::string name(pattern.substr(0, slash));
-  const std::string_view rest = slash == std::string_view::npos ? "" : pattern.substr(slash);
-  std::error_code failed;
-  if (name.find('*') == std::string::npos)
-    return ZAN_FilesUtils::exists(folder + "/" + name) && hasFitting(folder + "/" + name, rest);
-  for (std::filesystem::directory_iterator entry(folder, failed), end; !failed && entry != end;
-       entry.increment(failed)) {
-    if (::fnmatch(name.c_str(), entry->path().filename().c_str(), 0) == 0 &&
-        hasFitting(entry->path(), rest))
-      return true;
-  }
-  return false;
-}
-
-enum class Role { source, destination };
-
-/// What a record has to say of a source or a destination: the path, made absolute, and the volume
-/// that must hold it when the action runs. Refused when a source, or the folder above a
-/// destination, is not there, and when the place below the volumes folder has no volume mounted on
-/// it; `force` describes it all the same, without the volume where that is not known.
-Result<FolderDescription> describe(const std::string& path, Role role, bool force,
-                                   Volumes& volumes) {
-  const std::string absolute = absolutePath(path);
-  if (path.empty() || absolute == "/") {
-    return Error{ErrorKind::refused, "\"" + path + "\": neither a source nor a destination"};
-  }
-  struct Look {
-    bool exists;
-    bool isUsable;
-  };
-  const auto look = ExpendableChild::valueOf(
-      [&] {
-        const bool exists = ZAN_FilesUtils::exists(absolute);
-        const bool isUsable =
-            role == Role::source ? exists
-            : exists             ? ZAN_FilesUtils::isFolder(absolute)
-                     : ZAN_FilesUtils::isFolder(std::string(ZAN_FilesUtils::parentPath(absolute)));
-        return Look{exists, isUsable};
-      },
-      kSecondsForADisk);
-  if (!look && !force) {
-    return Error{ErrorKind::unavailable,
-                 absolute + ": its volume does not answer (--force takes it anyway)"};
-  }
-  const auto [exists, isUsable] = look.value_or(Look{false, false});
-  if (!isUsable && !force) {
-    return Error{ErrorKind::absent,
-                 absolute + (exists                 ? ": not a folder"
-                             : role == Role::source ? ": not there (--force takes it anyway)"
-                                                    : ": neither it nor the folder above it is "
-                                                      "there (--force takes it anyway)")};
-  }
-
-  const VolumeReference reference(volumes);
-  const auto mount = reference.ofPath(absolute);
-  if (!mount && !force) {
-    return Error{ErrorKind::absent,
-                 absolute + ": no volume is mounted there (--force takes it anyway)"};
-  }
-  const auto known = mount ? volumes.information(*mount) : std::nullopt;
-  FolderDescription description;
-  description.setPath(absolute)
-      .setPathLocalized(reference.localizedPath(absolute))
-      .setVolumeName(mount ? VolumeReference::nameOf(*mount, known) : std::string())
-      .setVolumeSize(known ? known->totalSize : std::uint64_t{0})
-      .setVolumeDate(known ? known->creationDate : std::uint64_t{0});
-  if (known && !known->uuid.empty()) description.setUuid(known->uuid);
-  if (mount) description.setMounted(mount->fileSystem, mount->source, mount->root);
-  return description;
-}
-
-/// Where the folder, or the one that is to hold it, lies on its file system: two are one when these
-/// are equal. The path itself where that cannot be told.
-std::string placeOf(std::string_view path) {
-  std::string rest;
-  std::string folder(path);
-  auto held = HeldFolder::open(folder);
-  if (!held) {
-    rest = ZAN_FilesUtils::lastPathComponent(folder);
-    folder = ZAN_FilesUtils::parentPath(folder);
-    held = HeldFolder::open(folder);
-  }
-  if (!held) return std::string(path);
-  const auto place = held->pathOnDevice();
-  if (!place) return std::string(path);
-  return "/" + std::to_string(held->mount().device) +
-         ZAN_FilesUtils::joinedPath("/" + *place, rest);
 }
 
 std::string clockText(int seconds) {
@@ -301,45 +174,23 @@ bool ActionWords::fitsGroup() const {
 }
 
 Outcome ActionWords::describeFolders(CommandHome& home) {
-  const auto volumes = home.volumes(kSecondsForADisk);
-  for (const std::string& source : mSources) {
-    auto described = describe(source, Role::source, mForce, *volumes);
-    if (!described) return described.error();
-    mSourceDescriptions.push_back(*std::move(described));
-  }
-  if (mDestination) {
-    auto described = describe(*mDestination, Role::destination, mForce, *volumes);
-    if (!described) return described.error();
-    mDestinationDescription = *std::move(described);
-  }
+  const auto volumes = home.volumes(ActionFolders::kPatience);
+  std::optional<FolderTrouble> trouble;
+  const auto add = [&](const std::string& path, ActionFolders::Role role) {
+    if (!trouble) trouble = mFolders.add(path, role, mForce, *volumes);
+  };
+  for (const std::string& source : mSources) add(source, ActionFolders::Role::source);
+  if (mDestination) add(*mDestination, ActionFolders::Role::destination);
   for (const std::string& other : mRotation) {
-    if (other.empty()) continue;
-    auto described = describe(other, Role::destination, mForce, *volumes);
-    if (!described) return described.error();
-    mRotationDescriptions.push_back(*std::move(described));
+    if (!other.empty()) add(other, ActionFolders::Role::rotation);
   }
-  return mForce ? Outcome() : checkOverlap();
-}
-
-Outcome ActionWords::checkOverlap() const {
-  auto destinations = mRotationDescriptions;
-  if (!mDestinationDescription.isNull()) destinations.push_back(mDestinationDescription);
-  for (const FolderDescription& destination : destinations) {
-    for (const FolderDescription& source : mSourceDescriptions) {
-      const std::string path(source.path());
-      if (ZAN_FilesUtils::isAtOrBelow(destination.path(), path) ||
-          ZAN_FilesUtils::isAtOrBelow(placeOf(destination.path()), placeOf(path))) {
-        return Error{ErrorKind::refused, std::string(destination.path()) +
-                                             ": the destination lies in the source " + path};
-      }
-      const std::string copy = ZAN_FilesUtils::joinedPath(placeOf(destination.path()),
-                                                          ZAN_FilesUtils::lastPathComponent(path));
-      if (ZAN_FilesUtils::isAtOrBelow(placeOf(path), copy)) {
-        return Error{ErrorKind::refused, path + ": it lies where its copy would be, in " +
-                                             std::string(destination.path())};
-      }
-    }
+  if (trouble) {
+    Error error = trouble->error();
+    if (error.kind != ErrorKind::refused) error.text += " (--force takes it anyway)";
+    return error;
   }
+  if (mForce) return {};
+  if (const auto overlap = mFolders.checkOverlap()) return overlap->error();
   return {};
 }
 
@@ -348,14 +199,9 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mShortcut) record.setValue("Shortcut", *mShortcut);
   if (mMode) record.setValue("Mode", *mMode);
   if (mDeleteLimit) record.setValue(DeletionKey::limit, *mDeleteLimit);
-  if ((hasSources() || hasDestination()) && !record["LastExecutionDate"].isNull())
-    record.setValue(CopyKey::isNew, 1);
+  mFolders.applyTo(record);
   if (mBandwidth) record.setValue(CopyKey::bandwidth, *mBandwidth);
-  if (!mRotation.empty()) {
-    ZAN_Value list = ZAN_Value::array();
-    for (const FolderDescription& other : mRotationDescriptions) list.append(other.toValue());
-    record.setValue(VolumeIdentity::kRotation, std::move(list));
-  }
+  if (!mRotation.empty()) record.setValue(VolumeIdentity::kRotation, mFolders.rotation());
   if (!mExcluded.empty() || !mTakenBack.empty() || mExcludesMissing || mExcludesProposed) {
     std::vector<std::string> patterns;
     for (const ZAN_Value& pattern : record[CopyKey::exclusions].elements())
@@ -386,16 +232,7 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mContext) record.setValue("TriggerContextPopup", *mContext);
   if (mMakeUp) record.setValue("TriggerMakeUpMissed", *mMakeUp);
   if (mAgeAlarm) record.setValue("TriggerAgeAlarm", *mAgeAlarm);
-  if (!mSourceDescriptions.empty()) {
-    record.setValue("ItemsSource", mSourceDescriptions.front().toValue());
-    ZAN_Value list = ZAN_Value::array();
-    for (const FolderDescription& source : mSourceDescriptions) list.append(source.toValue());
-    record.setValue("ItemsListOfSourcePath", std::move(list));
-  }
-  if (!mDestinationDescription.isNull()) {
-    record.setValue("ItemsDestination", mDestinationDescription.toValue());
-  }
-  mSchedule.applyTo(record, home.calendar(), home.now());
+  mSchedule.plan().applyTo(record, home.calendar(), home.now());
 }
 
 Outcome ActionWords::checkThatItRuns(const ZAN_Value& record, const CommandHome& home,
@@ -409,62 +246,6 @@ Outcome ActionWords::checkThatItRuns(const ZAN_Value& record, const CommandHome&
                  record.string("Title") + ": " + reason + " (--force takes it anyway)"};
   }
   Writer(console, false).complain("warning: " + printable(record.string("Title") + ": " + reason));
-  return {};
-}
-
-namespace {
-
-/// The record with folders named by where they lie on their disks, whatever links and mounts lead
-/// there.
-ZAN_Value byPlace(const ZAN_Value& settings) {
-  ZAN_Value record = settings;
-  const auto placed = [](FolderDescription item) {
-    item.setPath(placeOf(item.path()));
-    return item.toValue();
-  };
-  const auto sources = ActionsTools::getSourcesForAction(settings);
-  ZAN_Value list = ZAN_Value::array();
-  for (const FolderDescription& source : sources) list.append(placed(source));
-  if (!sources.empty()) record.setValue("ItemsListOfSourcePath", std::move(list));
-  const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
-  if (!destination.isNull()) record.setValue("ItemsDestination", placed(destination));
-  return record;
-}
-
-}  // namespace
-
-std::vector<std::string> proposedExclusions(const ZAN_Value& settings) {
-  std::vector<std::string> patterns;
-  const ZAN_Value& known = settings[CopyKey::exclusions];
-  for (const std::string_view pattern : kScratch) {
-    if (std::ranges::any_of(known.elements(),
-                            [&](const ZAN_Value& one) { return one.stringView() == pattern; }))
-      continue;
-    for (const FolderDescription& source : ActionsTools::getSourcesForAction(settings)) {
-      if (!hasFitting(std::string(source.path()), pattern)) continue;
-      patterns.emplace_back(pattern);
-      break;
-    }
-  }
-  return patterns;
-}
-
-Outcome checkCopies(ProgrammedAction& root, const ZAN_Value& settings) {
-  const ZAN_Value placed = byPlace(settings);
-  ProgrammedAction::Nodes actions;
-  root.getAllActionsInOneList(actions, false);
-  for (const ProgrammedAction* other : actions) {
-    if (other->getReference() == settings.integer("Ref")) continue;
-    auto copy = ActionsTools::copyInDispute(settings, other->getSettings());
-    if (!copy && ActionsTools::copyInDispute(placed, byPlace(other->getSettings())))
-      copy = ActionsTools::getDestinationForAction(settings).path();
-    if (!copy) continue;
-    return Error{ErrorKind::refused,
-                 *copy + ": the action " + std::to_string(other->getReference()) + " \"" +
-                     other->getTitle() +
-                     "\" copies there too, and each would delete or replace what the other has "
-                     "copied; choose another destination"};
-  }
   return {};
 }
 

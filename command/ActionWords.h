@@ -7,7 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "actions/FolderDescription.h"
+#include "command/ActionDraft.h"
 #include "command/CommandHome.h"
 #include "command/ScheduleWords.h"
 
@@ -44,8 +44,6 @@ class ActionWords {
                           const Console& console) const;
 
  private:
-  Outcome checkOverlap() const;
-
   ScheduleWords mSchedule;
   std::vector<std::string> mSources;
   std::optional<std::string> mDestination;
@@ -64,18 +62,11 @@ class ActionWords {
   bool mExcludesMissing = false;
   bool mExcludesProposed = false;
   std::vector<std::string> mRotation;
-  std::vector<FolderDescription> mRotationDescriptions;
   std::optional<std::int64_t> mBandwidth;
   bool mForce = false;
-  std::vector<FolderDescription> mSourceDescriptions;
-  FolderDescription mDestinationDescription;
+  ActionFolders mFolders;
 };
 
-/// What of an action's sources is likely to be wanted in no copy, as far as it is there: patterns
-/// of caches, the trash and scratch files of virtual machines, less those that are left out.
-std::vector<std::string> proposedExclusions(const ZAN_Value& settings);
-/// Refused when the action and another one of the tree would spoil each other's copies.
-Outcome checkCopies(ProgrammedAction& root, const ZAN_Value& settings);
 /// Of an execution that is no run, what it is, as it follows a title: ", restore".
 std::string taskInWords(const ZAN_Value& task);
 /// A reference as a word of the command line.

@@ -4,8 +4,6 @@
 #include <array>
 #include <charconv>
 
-#include "ZANCocoaFramework/ZAN_Archiver.h"
-
 namespace corvana {
 
 namespace {
@@ -14,8 +12,6 @@ using MonthMode = ScheduleEntry::MonthMode;
 
 constexpr std::array<std::string_view, 7> kWeekdays{"Sunday",   "Monday", "Tuesday", "Wednesday",
                                                     "Thursday", "Friday", "Saturday"};
-
-int modeNumber(ScheduleEntry::Mode mode) { return static_cast<int>(mode); }
 
 std::optional<int> numberIn(std::string_view text, int least, int most) {
   int value = 0;
@@ -56,40 +52,30 @@ int weekdayNamed(std::string_view word) {
   return 0;
 }
 
-/// A date whose time of day on the clock is that one. A day on which a change of the clocks skips
-/// it will not do.
-ZAN_Value storedTime(int seconds, const ZAN_DateUtils& calendar, ReferenceTime now) {
-  ReferenceTime day = calendar.dayAt0h00(now);
-  while (calendar.secondsInDay(calendar.timeOfDay(day, seconds)) != seconds) {
-    day = calendar.nextDay(day);
-  }
-  return ZAN_Value::date(calendar.timeOfDay(day, seconds));
-}
-
 }  // namespace
 
 ScheduleWords::ScheduleWords(Arguments& arguments) {
   takeFrequencies(arguments);
   takeDates(arguments);
   takeHours(arguments);
-  if (mIsManual && (mKind || !mEntries.empty() || !mDaily.empty() || mAtShutDown)) {
+  if (mPlan.isManual &&
+      (mPlan.kind || !mPlan.entries.empty() || !mPlan.daily.empty() || mPlan.atShutDown)) {
     arguments.complain("--manual goes with no other schedule");
   }
-  mIsGiven = mIsManual || mKind || !mEntries.empty() || !mDaily.empty() || mAtShutDown;
 }
 
 void ScheduleWords::setKind(ScheduleKind kind, std::string_view word, Arguments& arguments) {
-  if (mKind) {
+  if (mPlan.kind) {
     arguments.complain(mKindWord + " and " + std::string(word) +
                        " do not go together: make two actions");
   }
-  mKind = kind;
+  mPlan.kind = kind;
   mKindWord = word;
 }
 
 void ScheduleWords::takeFrequencies(Arguments& arguments) {
-  mIsManual = arguments.flag("--manual");
-  mAtShutDown = arguments.flag("--at-shutdown");
+  mPlan.isManual = arguments.flag("--manual");
+  mPlan.atShutDown = arguments.flag("--at-shutdown");
   if (arguments.flag("--hourly")) setKind(ScheduleKind::hourly, "--hourly", arguments);
   if (arguments.flag("--on-mount")) setKind(ScheduleKind::volumeMounted, "--on-mount", arguments);
   if (arguments.flag("--at-startup")) setKind(ScheduleKind::startUp, "--at-startup", arguments);
@@ -102,16 +88,16 @@ void ScheduleWords::takeFrequencies(Arguments& arguments) {
       arguments.complain("--every wants a number of minutes or hours such as 15m or 2h, not \"" +
                          *text + "\"");
     } else {
-      mMinutes = unit == 'h' ? *number * 60 : *number;
+      mPlan.minutes = unit == 'h' ? *number * 60 : *number;
     }
   }
   if (const auto minutes = arguments.number("--on-idle", 1, 1440)) {
     setKind(ScheduleKind::idle, "--on-idle", arguments);
-    mMinutes = *minutes;
+    mPlan.minutes = *minutes;
   }
   if (const auto application = arguments.option("--on-quit")) {
     setKind(ScheduleKind::applicationQuit, "--on-quit", arguments);
-    mApplication = *application;
+    mPlan.application = *application;
     if (application->empty()) arguments.complain("--on-quit wants an application");
   }
 }
@@ -119,7 +105,7 @@ void ScheduleWords::takeFrequencies(Arguments& arguments) {
 void ScheduleWords::takeDates(Arguments& arguments) {
   for (const std::string& text : arguments.options("--daily")) {
     if (const auto time = timeOfDay(text)) {
-      mDaily.push_back(*time);
+      mPlan.daily.push_back(*time);
     } else {
       arguments.complain("--daily wants a time such as 08:00, not \"" + text + "\"");
     }
@@ -131,27 +117,25 @@ void ScheduleWords::takeDates(Arguments& arguments) {
   if (times.size() > 1) {
     arguments.complain("--at is given twice: make two actions");
   } else if (times.size() == 1) {
-    mAt = timeOfDay(times[0]);
-    if (!mAt) arguments.complain("--at wants a time such as 18:30, not \"" + times[0] + "\"");
-    if (mEntries.empty()) arguments.complain("--at goes with --weekly, --monthly or --yearly");
-  } else if (!mEntries.empty()) {
+    mPlan.at = timeOfDay(times[0]);
+    if (!mPlan.at) arguments.complain("--at wants a time such as 18:30, not \"" + times[0] + "\"");
+    if (mPlan.entries.empty()) arguments.complain("--at goes with --weekly, --monthly or --yearly");
+  } else if (!mPlan.entries.empty()) {
     arguments.complain("--at is missing: at what time of the day?");
   }
 }
 
 void ScheduleWords::takeWeekly(std::string_view days, Arguments& arguments) {
-  ZAN_Value entry =
-      ZAN_Value::dictionary({{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::daysOfWeek)}});
+  std::vector<int> weekdays;
   for (const std::string_view word : parts(days, ',')) {
     const int day = weekdayNamed(word);
     if (day == 0) {
       return arguments.complain("--weekly wants days such as mon,thu, not \"" + std::string(days) +
                                 "\"");
     }
-    entry.setValue("TriggerSchedule" + std::string(kWeekdays[static_cast<std::size_t>(day) - 1]),
-                   1);
+    weekdays.push_back(day);
   }
-  mEntries.push_back(std::move(entry));
+  mPlan.entries.push_back(SchedulePlan::weekly(weekdays));
 }
 
 void ScheduleWords::takeMonthly(const std::string& word, Arguments& arguments) {
@@ -164,29 +148,20 @@ void ScheduleWords::takeMonthly(const std::string& word, Arguments& arguments) {
       {{"first-", MonthMode::firstWeekday},
        {"last-", MonthMode::lastWeekday},
        {"second-", MonthMode::secondWeekday}}};
-  ZAN_Value entry = ZAN_Value::dictionary(
-      {{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::daysOfMonth)}});
-  const auto add = [&](MonthMode mode) {
-    entry.setValue("TriggerScheduleMonthMode", static_cast<int>(mode));
-    mEntries.push_back(entry);
-  };
   for (const auto& [name, mode] : kDays) {
-    if (word == name) return add(mode);
+    if (word == name) return mPlan.entries.push_back(SchedulePlan::monthly(mode));
   }
   for (const auto& [beginning, mode] : kOccurrences) {
     if (!word.starts_with(beginning)) continue;
-    if (const int day = weekdayNamed(std::string_view(word).substr(beginning.size()))) {
-      entry.setValue("TriggerScheduleMonthWeekDay", day);
-      return add(mode);
-    }
+    if (const int day = weekdayNamed(std::string_view(word).substr(beginning.size())))
+      return mPlan.entries.push_back(SchedulePlan::monthly(mode, day));
   }
   const auto numbers = parts(word, ',');
   if (!std::all_of(numbers.begin(), numbers.end(),
                    [](std::string_view number) { return numberIn(number, 1, 31).has_value(); })) {
     return arguments.complain("--monthly does not know \"" + word + "\"");
   }
-  entry.setValue("TriggerScheduleMonthDays", word);
-  add(MonthMode::days);
+  mPlan.entries.push_back(SchedulePlan::monthly(word));
 }
 
 void ScheduleWords::takeYearly(std::string_view date, Arguments& arguments) {
@@ -200,17 +175,14 @@ void ScheduleWords::takeYearly(std::string_view date, Arguments& arguments) {
     return arguments.complain("--yearly wants a day and a month such as 29.2., not \"" +
                               std::string(date) + "\"");
   }
-  mEntries.push_back(
-      ZAN_Value::dictionary({{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::yearly)},
-                             {"TriggerScheduleDay", *day},
-                             {"TriggerScheduleMonth", *month}}));
+  mPlan.entries.push_back(SchedulePlan::yearly(*day, *month));
 }
 
 void ScheduleWords::takeHours(Arguments& arguments) {
   const auto text = arguments.option("--hours");
   if (!text) return;
   if (*text == "any") {
-    mHours = Hours{.isAny = true};
+    mPlan.hours = SchedulePlan::Hours{.isAny = true};
     return;
   }
   const auto bounds = parts(*text, '-');
@@ -220,56 +192,7 @@ void ScheduleWords::takeHours(Arguments& arguments) {
     return arguments.complain("--hours wants two times such as 08:00-18:00, or any, not \"" +
                               *text + "\"");
   }
-  mHours = Hours{.from = *from, .to = *to};
-}
-
-void ScheduleWords::applyTo(ZAN_Value& record, const ZAN_DateUtils& calendar,
-                            ReferenceTime now) const {
-  if (!isGiven()) return;
-  record.setValue("LastScheduleDate", ZAN_Value::date(now));
-  if (mHours) {
-    record.setValue("TriggerAllowedHours", mHours->isAny ? 0 : 1);
-    record.setValue("TriggerAllowedHoursFrom", storedTime(mHours->from, calendar, now));
-    record.setValue("TriggerAllowedHoursTo", storedTime(mHours->to, calendar, now));
-  }
-  if (!mIsGiven) return;
-  record.setValue("TriggerAutomatic", mIsManual ? 0 : 1);
-  if (mIsManual) return;
-
-  for (const char* key : {"TriggerScheduleTime", "TriggerScheduleMinutes", "TriggerHourDelay",
-                          "TriggerScheduleList", "TriggerAppQuitPath"}) {
-    record.removeKey(key);
-  }
-  std::vector<ZAN_Value> list;
-  const bool isDaily = !mKind && mDaily.size() == 1;
-  if (isDaily) {
-    record.setValue("TriggerScheduleTime", storedTime(mDaily[0], calendar, now));
-  } else {
-    for (const int time : mDaily) {
-      list.push_back(
-          ZAN_Value::dictionary({{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::everyDay)},
-                                 {"TriggerScheduleTime", storedTime(time, calendar, now)}}));
-    }
-  }
-  for (ZAN_Value entry : mEntries) {
-    if (mAt) entry.setValue("TriggerScheduleTime", storedTime(*mAt, calendar, now));
-    list.push_back(std::move(entry));
-  }
-  // Without a time the entry has no date that could stand before those of the others.
-  if (mAtShutDown) {
-    list.push_back(ZAN_Value::dictionary(
-        {{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::everyDay)},
-         {"TriggerFrequencyPopup", static_cast<int>(ScheduleEntry::Occasion::shutDown)}}));
-  }
-  record.setValue(
-      "TriggerFrequencyPopup",
-      static_cast<int>(mKind.value_or(isDaily ? ScheduleKind::daily : ScheduleKind::listOnly)));
-  if (mMinutes != 0) record.setValue("TriggerScheduleMinutes", static_cast<int>(mMinutes));
-  if (!mApplication.empty()) record.setValue("TriggerAppQuitPath", mApplication);
-  if (!list.empty()) {
-    record.setValue("TriggerScheduleList", ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(
-                                               ZAN_Value::array(std::move(list)))));
-  }
+  mPlan.hours = SchedulePlan::Hours{.from = *from, .to = *to};
 }
 
 }  // namespace corvana

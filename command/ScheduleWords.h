@@ -1,15 +1,10 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "ZANCocoaFramework/ZAN_DateUtils.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
-#include "actions/Schedule.h"
 #include "command/Commands.h"
+#include "command/SchedulePlan.h"
 
 namespace corvana {
 
@@ -25,19 +20,10 @@ class ScheduleWords {
   /// Takes its words out of the arguments and complains there about wrong ones.
   explicit ScheduleWords(Arguments& arguments);
 
-  bool isGiven() const { return mIsGiven || mHours.has_value(); }
-  /// Writes the keys. What was there of a schedule goes away when a new one is given; allowed hours
-  /// are separate. The last schedule date becomes now, so that the action does not start by being
-  /// edited.
-  void applyTo(ZAN_Value& record, const ZAN_DateUtils& calendar, ReferenceTime now) const;
+  bool isGiven() const { return mPlan.saysWhen() || mPlan.hours.has_value(); }
+  const SchedulePlan& plan() const { return mPlan; }
 
  private:
-  struct Hours {
-    int from = 0;  ///< seconds in day
-    int to = 0;
-    bool isAny = false;
-  };
-
   void takeDates(Arguments& arguments);
   void takeWeekly(std::string_view days, Arguments& arguments);
   void takeMonthly(const std::string& word, Arguments& arguments);
@@ -46,17 +32,8 @@ class ScheduleWords {
   void takeHours(Arguments& arguments);
   void setKind(ScheduleKind kind, std::string_view word, Arguments& arguments);
 
-  bool mIsGiven = false;
-  bool mIsManual = false;
-  std::optional<ScheduleKind> mKind;
+  SchedulePlan mPlan;
   std::string mKindWord;
-  std::int64_t mMinutes = 0;
-  std::string mApplication;
-  std::vector<int> mDaily;          ///< seconds in day
-  std::vector<ZAN_Value> mEntries;  ///< of the schedule list, without their time
-  std::optional<int> mAt;
-  bool mAtShutDown = false;
-  std::optional<Hours> mHours;
 };
 
 }  // namespace corvana
