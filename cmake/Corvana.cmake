@@ -67,6 +67,11 @@ function(corvana_room)
   endif()
 endfunction()
 
+# corvana_engine(name): the room of this directory, execute/<name>, defines an engine (execute/engine/Engine.h).
+function(corvana_engine name)
+  set_property(GLOBAL APPEND PROPERTY CORVANA_ENGINES ${name})
+endfunction()
+
 # corvana_test(name ROOMS rooms... [LIBS libraries...] [SOURCES files...] [TIMEOUT seconds] [BUS])
 # One binary and one ctest entry from every .cpp of the directory (or of SOURCES). BUS: it runs with a session
 # bus of its own on which nothing is started by itself.

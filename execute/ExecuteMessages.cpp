@@ -1,8 +1,5 @@
 #include "execute/ExecuteMessages.h"
 
-#include <sys/eventfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -12,37 +9,6 @@
 #include "platform/Clock.h"
 
 namespace corvana {
-
-ExecuteControl::ExecuteControl(RunSigns* signs)
-    : mSigns(signs), mWake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-
-void ExecuteControl::stop(StopReason reason) {
-  StopReason none = StopReason::none;
-  mStop.compare_exchange_strong(none, reason);
-  if (mSigns) mSigns->stop = mStop.load();
-  wake();
-}
-
-void ExecuteControl::setPaused(bool paused) {
-  mPaused = paused;
-  if (mSigns) mSigns->paused = paused;
-  wake();
-}
-
-void ExecuteControl::skipItem() {
-  mSkip = true;
-  wake();
-}
-
-void ExecuteControl::wake() {
-  const std::uint64_t one = 1;
-  [[maybe_unused]] const auto written = ::write(mWake.get(), &one, sizeof one);
-}
-
-void ExecuteControl::clearWake() {
-  std::uint64_t count = 0;
-  [[maybe_unused]] const auto taken = ::read(mWake.get(), &count, sizeof count);
-}
 
 namespace {
 constexpr double kProgressInterval = 0.5;

@@ -7,45 +7,12 @@
 #include <string>
 #include <string_view>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "execute/RunKeeper.h"
+#include "execute/engine/ExecuteControl.h"
+#include "execute/engine/ExecuteEnd.h"
 #include "platform/DistributedNotifications.h"
 
 namespace corvana {
-
-inline constexpr std::string_view kSessionEnded = "the session of the user ended";
-
-/// What others want of a running copy: stop it, pause it, leave the current item out. Asked for on
-/// the main thread, by messages and signals, and obeyed by the thread that copies. Thread: any.
-class ExecuteControl {
- public:
-  /// `signs`: where others see that it is paused or to end.
-  explicit ExecuteControl(RunSigns* signs = nullptr);
-
-  /// The first reason stays.
-  void stop(StopReason reason);
-  void setPaused(bool paused);
-  void skipItem();
-
-  StopReason stopReason() const { return mStop; }
-  bool isPaused() const { return mPaused; }
-  /// Whether an item is to be skipped; asking forgets it.
-  bool takeSkip() { return mSkip.exchange(false); }
-
-  /// Readable when something was asked for since the last `clearWake`.
-  int wakeDescriptor() const { return mWake.get(); }
-  void clearWake();
-
- private:
-  void wake();
-
-  std::atomic<StopReason> mStop = StopReason::none;
-  std::atomic<bool> mPaused = false;
-  std::atomic<bool> mSkip = false;
-  RunSigns* mSigns;
-  ZAN_Descriptor mWake;
-};
 
 class Clock;
 class ZAN_StringTable;
@@ -63,19 +30,7 @@ class ExecuteMessages {
   /// `post` may be called on the thread that copies. Empty: nobody is there to be told.
   ExecuteMessages(Clock& clock, Post post);
 
-  struct Progress {
-    std::string currentPath;
-    double value = 0;  ///< 0 to 100
-    std::uint64_t sizeCopied = 0;
-    std::uint64_t filesCopied = 0;
-    std::uint64_t errors = 0;
-    bool isPlanning = false;      ///< it is still being found out what there is to do
-    std::uint64_t itemsSeen = 0;  ///< while that goes on
-    std::uint64_t bytesToCopy = 0;
-    std::uint64_t filesToCopy = 0;
-    double bytesPerSecond = 0;  ///< of late; 0: not known yet
-    double secondsLeft = -1;    ///< -1: not known yet
-  };
+  using Progress = ExecuteProgress;
   /// At most twice a second; what comes between is dropped, unless it is the last word. In the
   /// detailed modes at most fifty times a second, and only when there is another path.
   void postProgress(const Progress& progress, bool last);

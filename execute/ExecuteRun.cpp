@@ -12,10 +12,11 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
-#include "actions/VersionKey.h"
-#include "execute/CopyRun.h"
+#include "execute/Engines.h"
+#include "execute/ReadBack.h"
 #include "execute/VersionRequest.h"
 #include "platform/Clock.h"
+#include "volumes/VolumeReference.h"
 
 namespace corvana {
 
@@ -65,25 +66,6 @@ ExecuteEnd refusal(const Error& error) {
   return end;
 }
 
-DeletionLimit limitOf(const ZAN_Value& settings) {
-  DeletionLimit limit;
-  const ZAN_Value& share = settings[DeletionKey::limit];
-  if (share.isNumber()) limit.share = std::clamp(share.doubleValue(), 0.0, 100.0) / 100;
-  limit.confirmed = static_cast<std::uint64_t>(
-      std::max<std::int64_t>(settings.integer(DeletionKey::confirmed), 0));
-  return limit;
-}
-
-VersionsKept keptOf(const ZAN_Value& settings) {
-  VersionsKept kept;
-  kept.none = settings.integer(VersionKey::none) != 0;
-  kept.seconds =
-      86400.0 * static_cast<double>(std::max<std::int64_t>(settings.integer(VersionKey::days), 0));
-  kept.bytes =
-      static_cast<std::uint64_t>(std::max<std::int64_t>(settings.integer(VersionKey::bytes), 0));
-  return kept;
-}
-
 std::string remedyFor(std::uint64_t deletions, std::int64_t reference) {
   return "If they are to go, \"corvana9 confirm " + std::to_string(reference) +
          "\" lets the next run delete as many as these " + std::to_string(deletions) +
@@ -106,17 +88,34 @@ void ExecuteRun::perform(const ExecuteArguments& arguments) {
   const ZAN_Value settings = action ? action->getSettings() : ZAN_Value();
   ExecuteRecords records(mSurroundings.files, mSurroundings.messages, mSurroundings.agentRuns,
                          arguments.reference, action ? action->getTitle() : "???");
-  const VolumeGuard guard(mSurroundings.volumes, ActionsTools::toleratesOtherVolumes(settings));
-  const auto plan = action ? CopyPlan::fromSettings(settings, guard)
-                           : Result<CopyPlan>(Error{ErrorKind::refused,
-                                                    "Ref " + std::to_string(arguments.reference) +
-                                                        ": there is no such action"});
-  if (!plan) {
-    std::cerr << plan.error().text << std::endl;
-    const ExecuteEnd end = refusal(plan.error());
+  FolderWatch watch(mSurroundings.control);
+  const Outcome there =
+      action ? Outcome()
+             : Error{ErrorKind::refused,
+                     "Ref " + std::to_string(arguments.reference) + ": there is no such action"};
+  auto engine = there ? engineFor(settings, watch, newsFor(records)) : there.error();
+  const Outcome prepared = engine ? (*engine)->prepare() : engine.error();
+  if (!prepared) {
+    std::cerr << prepared.error().text << std::endl;
+    const ExecuteEnd end = refusal(prepared.error());
     return arguments.estimateSize ? records.logged(end) : records.ended(end);
   }
-  arguments.estimateSize ? estimate(*plan, records) : execute(*plan, settings, records);
+  arguments.estimateSize ? estimate((*engine)->sources(), records)
+                         : execute(**engine, watch, settings, records);
+}
+
+Result<std::unique_ptr<Engine>> ExecuteRun::engineFor(
+    const ZAN_Value& settings, FolderWatch& watch,
+    std::function<void(const ExecuteProgress&)> tell) const {
+  if (settings["OptionsPerformer"].stringView() != "corvana9") {
+    return Error{ErrorKind::refused, "OptionsPerformer: the action was not made for this program"};
+  }
+  return makeEngine({.settings = settings}, mSurroundings.host(watch, std::move(tell)));
+}
+
+EngineHost ExecuteRun::Surroundings::host(FolderWatch& watch,
+                                          std::function<void(const ExecuteProgress&)> tell) const {
+  return {files.store, files.tree, control, volumes, machine, watch, std::move(tell), programs};
 }
 
 /// Asked again: the volumes of the action, and what is mounted below its sources.
@@ -183,7 +182,7 @@ struct PlannedPart {
   std::uint64_t bytes = 0;
   ZAN_Value items = ZAN_Value::array();
 
-  void add(const CopyRun::Planned& planned, std::size_t most) {
+  void add(const PlannedItem& planned, std::size_t most) {
     if (!planned.path.ends_with('/')) ++files;
     bytes += planned.size;
     if (items.size() < most)
@@ -205,18 +204,15 @@ ZAN_Value ExecuteRun::plan(std::int64_t reference, std::size_t most) {
     return answer;
   }
   answer.setValue("title", action->getTitle());
-  const VolumeGuard guard(mSurroundings.volumes, ActionsTools::toleratesOtherVolumes(settings));
-  const auto plan = CopyPlan::fromSettings(settings, guard);
-  if (!plan) {
-    answer.setValue("reason", plan.error().text);
+  FolderWatch watch(mSurroundings.control);
+  auto engine = engineFor(settings, watch, {});
+  const Outcome prepared = engine ? (*engine)->prepare() : engine.error();
+  if (!prepared) {
+    answer.setValue("reason", prepared.error().text);
     return answer;
   }
   std::array<PlannedPart, 4> parts;
-  CopyRun run(*plan, ownerOf(settings), limitOf(settings),
-              {.control = mSurroundings.control,
-               .clock = mSurroundings.files.store.clock(),
-               .rsync = mSurroundings.rsync});
-  const ExecuteEnd end = run.look([&](const CopyRun::Planned& planned) {
+  const ExecuteEnd end = (*engine)->plan([&](const PlannedItem& planned) {
     parts.at(static_cast<std::size_t>(planned.kind)).add(planned, most);
   });
   answer.setValue("possible", end.isExecuted());
@@ -230,26 +226,7 @@ ZAN_Value ExecuteRun::plan(std::int64_t reference, std::size_t most) {
   return answer;
 }
 
-CopyOwner ExecuteRun::ownerOf(const ZAN_Value& settings) const {
-  const auto reference = settings.integer("Ref");
-  CopyOwner owner;
-  owner.mark.machine = mSurroundings.machine.machineIdentifier();
-  owner.mark.home = mSurroundings.machine.homeFolder();
-  owner.mark.reference = reference;
-  owner.mark.title = settings.string("Title");
-  owner.hasRun =
-      settings["LastExecutionDate"].asDate().has_value() && settings.integer(CopyKey::isNew) == 0;
-  owner.takesOver = settings.integer(CopyKey::takesOver) != 0;
-  ProgrammedAction::Nodes actions;
-  mSurroundings.files.tree.rootItem().getAllActionsInOneList(actions, false);
-  owner.isAlone = std::ranges::none_of(actions, [&](const ProgrammedAction* action) {
-    return action->getReference() != reference &&
-           ActionsTools::copyInDispute(settings, action->getSettings());
-  });
-  return owner;
-}
-
-void ExecuteRun::estimate(const CopyPlan& plan, ExecuteRecords& records) {
+void ExecuteRun::estimate(const std::vector<std::string>& sources, ExecuteRecords& records) {
   namespace fs = std::filesystem;
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
@@ -261,11 +238,11 @@ void ExecuteRun::estimate(const CopyPlan& plan, ExecuteRecords& records) {
     ++files;
     bytes += size;
   };
-  for (const auto& source : plan.sources()) {
+  for (const auto& source : sources) {
     std::error_code failed;
-    count(fs::directory_entry(source.path, failed));
-    fs::recursive_directory_iterator walk(source.path,
-                                          fs::directory_options::skip_permission_denied, failed);
+    count(fs::directory_entry(source, failed));
+    fs::recursive_directory_iterator walk(source, fs::directory_options::skip_permission_denied,
+                                          failed);
     while (!failed && walk != fs::recursive_directory_iterator() &&
            mSurroundings.control.stopReason() == StopReason::none) {
       count(*walk);
@@ -285,38 +262,43 @@ void ExecuteRun::estimate(const CopyPlan& plan, ExecuteRecords& records) {
   std::cout << "To copy: " << counted(files, bytes) << std::endl;
 }
 
-void ExecuteRun::execute(const CopyPlan& plan, const ZAN_Value& settings, ExecuteRecords& records) {
+/// Hands on how far the run is.
+std::function<void(const ExecuteProgress&)> ExecuteRun::newsFor(ExecuteRecords& records) const {
+  return [&records, &messages = mSurroundings.messages,
+          &clock = std::as_const(mSurroundings.files.store.clock()), next = 0.0,
+          lastPath = std::string()](const ExecuteProgress& progress) mutable {
+    if (progress.currentPath != lastPath) {
+      lastPath = progress.currentPath;
+      if (messages.mode() == ExecuteMessages::veryDetailed) std::cout << lastPath << std::endl;
+    }
+    // A tree of small files brings news thousands of times a second.
+    const double now = clock.monotonic();
+    if (now < next) return;
+    next = now + kNewsInterval;
+    messages.postProgress(progress, false);
+    if (!lastPath.empty()) records.workingOn(lastPath);
+  };
+}
+
+void ExecuteRun::execute(Engine& engine, FolderWatch& watch, const ZAN_Value& settings,
+                         ExecuteRecords& records) {
   records.began();
-  records.workingOn(plan.sources().front().path);
-  ExecuteMessages& messages = mSurroundings.messages;
-  const Clock& clock = mSurroundings.files.store.clock();
-  double next = 0;
-  std::string lastPath;
-  const CopyOwner owner = ownerOf(settings);
-  CopyRun run(plan, owner, limitOf(settings),
-              {.control = mSurroundings.control,
-               .clock = mSurroundings.files.store.clock(),
-               .rsync = mSurroundings.rsync,
-               .tell =
-                   [&](const ExecuteMessages::Progress& progress) {
-                     if (progress.currentPath != lastPath) {
-                       lastPath = progress.currentPath;
-                       if (messages.mode() == ExecuteMessages::veryDetailed)
-                         std::cout << lastPath << std::endl;
-                     }
-                     // A tree of small files brings news thousands of times a second.
-                     const double now = clock.monotonic();
-                     if (now < next) return;
-                     next = now + kNewsInterval;
-                     messages.postProgress(progress, false);
-                     if (!lastPath.empty()) records.workingOn(lastPath);
-                   }},
-              keptOf(settings));
-  ExecuteEnd end = run.perform();
-  VersionRequest(mSurroundings).verifyAfterRun(settings, !owner.hasRun, end);
+  records.workingOn(engine.sources().front());
+  const bool isFirst =
+      !settings["LastExecutionDate"].asDate() || settings.integer(CopyKey::isNew) != 0;
+  ExecuteEnd end = engine.run();
+  if (end.isExecuted()) {
+    if (const Outcome forgotten = engine.forget(); !forgotten) {
+      end.code = ExecuteCode::completedWithErrors;
+      ++end.errors;
+      end.errorTexts.push_back(forgotten.error().text);
+    }
+    ReadBack(engine, mSurroundings.files, watch)
+        .afterRun(settings, isFirst, mSurroundings.volumes, mSurroundings.control, end);
+  }
   if (end.isReadBack) std::cout << "The first backup is there and was read back" << std::endl;
   if (end.toConfirm > 0) end.reason += ". " + remedyFor(end.toConfirm, settings.integer("Ref"));
-  messages.postProgress(end.progress, true);
+  mSurroundings.messages.postProgress(end.progress, true);
   for (const auto& text : end.errorTexts) std::cerr << text << '\n';
   if (!end.reason.empty()) std::cerr << end.reason << std::endl;
   std::cout << counted(end.progress.filesCopied, end.progress.sizeCopied) << " copied, "

@@ -1,14 +1,18 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "execute/CopyRun.h"
 #include "execute/ExecuteMessages.h"
 #include "execute/ExecuteRecords.h"
+#include "execute/engine/Engine.h"
 #include "platform/Machine.h"
 
 namespace corvana {
@@ -43,7 +47,10 @@ class ExecuteRun {
     std::function<bool()> agentRuns;
     Volumes& volumes;
     const Machine& machine;
-    std::string rsync = "/usr/bin/rsync";
+    /// Programs of engines that lie elsewhere than in /usr/bin, by their names.
+    std::map<std::string, std::string, std::less<>> programs = {};
+
+    EngineHost host(FolderWatch& watch, std::function<void(const ExecuteProgress&)> tell) const;
   };
 
   explicit ExecuteRun(Surroundings surroundings) : mSurroundings(std::move(surroundings)) {}
@@ -61,10 +68,13 @@ class ExecuteRun {
   void recordSilence(const ExecuteArguments& arguments, double seconds, StopReason stop);
 
  private:
-  void execute(const CopyPlan& plan, const ZAN_Value& settings, ExecuteRecords& records);
-  CopyOwner ownerOf(const ZAN_Value& settings) const;
+  void execute(Engine& engine, FolderWatch& watch, const ZAN_Value& settings,
+               ExecuteRecords& records);
+  std::function<void(const ExecuteProgress&)> newsFor(ExecuteRecords& records) const;
   std::string silentVolumes(const ZAN_Value& settings) const;
-  void estimate(const CopyPlan& plan, ExecuteRecords& records);
+  void estimate(const std::vector<std::string>& sources, ExecuteRecords& records);
+  Result<std::unique_ptr<Engine>> engineFor(const ZAN_Value& settings, FolderWatch& watch,
+                                            std::function<void(const ExecuteProgress&)> tell) const;
 
   Surroundings mSurroundings;
 };

@@ -2,24 +2,15 @@
 
 #include <sys/types.h>
 
-#include <atomic>
 #include <map>
 #include <optional>
 #include <string>
 
+#include "execute/engine/ExecuteControl.h"
+
 namespace corvana {
 
 class TerminationSignals;
-
-/// Why a run is to end before it is done.
-enum class StopReason { none, user, volumeGone, sessionEnd };
-
-/// What a process that executes tells the one that keeps it, in memory that both see.
-struct RunSigns {
-  std::atomic<pid_t> thread = 0;  ///< the one that executes, as the system numbers it
-  std::atomic<bool> paused = false;
-  std::atomic<StopReason> stop = StopReason::none;
-};
 
 /// Keeps an execution from being held by a volume that does not answer. The program becomes two
 /// processes at its start: one executes and may be lost, the other touches no volume, waits for its

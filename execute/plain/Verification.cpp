@@ -12,25 +12,13 @@
 #include <cstring>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "execute/engine/FileContents.h"
 
 namespace corvana {
 
 namespace {
 
 constexpr std::size_t kPiece = 1 << 18;
-
-std::optional<std::size_t> fill(int file, std::string& piece, off_t at) {
-  std::size_t done = 0;
-  while (done < piece.size()) {
-    const auto count =
-        ::pread(file, piece.data() + done, piece.size() - done, at + static_cast<off_t>(done));
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return std::nullopt;
-    if (count == 0) break;
-    done += static_cast<std::size_t>(count);
-  }
-  return done;
-}
 
 /// What a checksum is of: name, size and time.
 std::string subjectOf(const VersionItem& item) {
@@ -45,23 +33,6 @@ std::string lineOf(const VersionItem& item, std::uint32_t sum) {
 }
 
 }  // namespace
-
-std::optional<std::pair<bool, std::uint32_t>> Verification::read(int one, int two) {
-  std::string first(kPiece, '\0');
-  std::string second(kPiece, '\0');
-  std::uint32_t sum = 0;
-  bool isSame = true;
-  for (off_t at = 0;; at += static_cast<off_t>(kPiece)) {
-    const auto count = fill(one, first, at);
-    const auto other = two < 0 ? count : fill(two, second, at);
-    if (!count || !other) return std::nullopt;
-    sum = static_cast<std::uint32_t>(
-        ::crc32(sum, reinterpret_cast<const Bytef*>(first.data()), static_cast<uInt>(*count)));
-    if (two >= 0 && (*count != *other || std::memcmp(first.data(), second.data(), *count) != 0))
-      isSame = false;
-    if (*count < kPiece) return std::pair(isSame, sum);
-  }
-}
 
 /// The file that the copy was made of, as long as it has not changed; invalid otherwise.
 ZAN_Descriptor Verification::sourceOf(const VersionItem& item) const {
@@ -97,7 +68,7 @@ void Verification::verify(const VersionView::Entry& entry, const std::string& kn
     ++mCounts.unknown;
     return;
   }
-  const auto found = copy ? read(copy.get(), source.get()) : std::nullopt;
+  const auto found = copy ? readTogether(copy.get(), source.get()) : std::nullopt;
   if (!found) {
     ++mCounts.mismatches;
     return fail(std::string("it cannot be read: ") + std::strerror(errno));

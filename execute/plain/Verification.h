@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "execute/engine/Engine.h"
 #include "execute/plain/VersionView.h"
 
 namespace corvana {
@@ -15,19 +16,8 @@ namespace corvana {
 /// thread: one.
 class Verification {
  public:
-  struct Share {
-    /// Of so many parts of the copies that part; which file belongs to which is told by its name.
-    std::uint32_t parts = 1;
-    std::uint32_t part = 0;
-    std::uint64_t files = UINT64_MAX;  ///< so many at most
-    std::uint64_t bytes = UINT64_MAX;
-  };
-  struct Counts {
-    std::uint64_t files = 0;  ///< read and compared
-    std::uint64_t bytes = 0;
-    std::uint64_t unknown = 0;  ///< changed at the source, and never compared before
-    std::uint64_t mismatches = 0;
-  };
+  using Share = VerifiedShare;
+  using Counts = VerifiedCounts;
   struct Source {
     std::string copy;  ///< its name in the destination
     const HeldFolder* folder;
@@ -50,10 +40,6 @@ class Verification {
 
   Outcome perform(const Share& share);
   const Counts& counts() const { return mCounts; }
-
-  /// Reads the first file, and with it the second unless that is -1, to their ends: whether they
-  /// are the same, and the first one's checksum. Nothing when they cannot be read.
-  static std::optional<std::pair<bool, std::uint32_t>> read(int one, int two);
 
  private:
   ZAN_Descriptor sourceOf(const VersionItem& item) const;

@@ -6,19 +6,15 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
+#include "execute/engine/VersionTree.h"
 #include "execute/plain/Versions.h"
 
 namespace corvana {
 
 /// One version of an action's copies as it was: what lies in its folder and in those of all newer
 /// ones, laid over the copies. Thread: one.
-class VersionView {
+class VersionView final : public VersionTree {
  public:
-  struct Entry {
-    VersionItem item;
-    const HeldFolder* holder;  ///< has the contents of a file under the item's name
-  };
-
   /// `chain`: the versions of the action that lie in `versions`, oldest first; `index` is the one
   /// that is wanted.
   static Result<VersionView> open(const HeldFolder& destination, const HeldFolder& versions,
@@ -32,11 +28,9 @@ class VersionView {
                                                    const std::vector<VersionFolder>& chain,
                                                    const std::string& name);
 
-  /// All that lies under that name, itself first, in the order of `comesBefore`; with an empty name
-  /// everything. `each` says whether to go on. What cannot be read is told to `unreadable`.
-  /// Nothing there is no error.
+  using VersionTree::forEach;
   Outcome forEach(const std::string& name, const std::function<bool(const Entry&)>& each,
-                  const std::function<void(const std::string&)>& unreadable = {}) const;
+                  const std::function<void(const std::string&)>& unreadable) const override;
 
  private:
   VersionView(HeldFolder destination, VersionHeader header)

@@ -8,7 +8,7 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
-#include "execute/plain/FolderWalk.h"
+#include "execute/engine/FolderWalk.h"
 #include "execute/plain/VersionList.h"
 #include "platform/linux/HeldFolder.h"
 

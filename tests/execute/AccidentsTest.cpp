@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "actions/ActionsTools.h"
-#include "execute/CopyRun.h"
+#include "execute/plain/CopyRun.h"
 #include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/SystemClock.h"
 #include "tests/execute/ScratchFolder.h"
@@ -146,7 +146,7 @@ class AccidentsTest : public testing::Test {
   const std::string real = std::getenv("RSYNC") ? std::getenv("RSYNC") : "/usr/bin/rsync";
   std::string rsync = real;
   std::string sync = "/usr/bin/sync";
-  std::function<void(const ExecuteMessages::Progress&)> onProgress;
+  std::function<void(const ExecuteProgress&)> onProgress;
 };
 
 TEST_F(AccidentsTest, LosesNothingWhenAVolumeIsDetachedMeanwhile) {

@@ -58,7 +58,7 @@ class ExecuteRunTest : public testing::Test {
                 [this] { return agentRuns; },
                 volumes,
                 real.machine,
-                rsync})
+                {{"rsync", rsync}}})
         .perform(arguments);
     tree.releaseRootItem();
   }

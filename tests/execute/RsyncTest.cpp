@@ -5,7 +5,7 @@
 #include <fstream>
 #include <thread>
 
-#include "execute/Rsync.h"
+#include "execute/plain/Rsync.h"
 #include "tests/execute/ScratchFolder.h"
 
 namespace corvana {

@@ -17,8 +17,8 @@
 #include <random>
 #include <thread>
 
-#include "execute/CopyRun.h"
-#include "execute/plain/Restoration.h"
+#include "execute/engine/Restoration.h"
+#include "execute/plain/CopyRun.h"
 #include "execute/plain/Verification.h"
 #include "platform/Clock.h"
 #include "platform/linux/LinuxVolumes.h"
@@ -110,10 +110,15 @@ class VersionsTest : public testing::Test {
     if (!plan) return {.code = ExecuteCode::volumeNotFound, .reason = plan.error().text};
     ExecuteControl control;
     CopyOwner owner{.mark = mark};
-    return CopyRun(*plan, owner, {.share = 1},
-                   {.control = control, .clock = clock, .rsync = "/usr/bin/rsync", .tell = {}},
-                   kept)
-        .perform();
+    ExecuteEnd end =
+        CopyRun(*plan, owner, {.share = 1},
+                {.control = control, .clock = clock, .rsync = "/usr/bin/rsync", .tell = {}}, kept)
+            .perform();
+    const auto disk = HeldFolder::open(scratch / "disk");
+    if (auto versions = Versions::open(*disk, own()); versions && end.isExecuted()) {
+      EXPECT_TRUE(versions->thin(clock.time, kept));
+    }
+    return end;
   }
 
   /// Runs in a process that is killed after so many microseconds; whether it was.

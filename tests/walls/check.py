@@ -19,11 +19,14 @@ FLOORS = {
     "actions": 1,
     "volumes": 2,
     "core/record": 3, "core/work": 4, "core/machine": 5, "core/drive": 6,
-    "mail/smtp": 7, "ui": 7, "remote": 7,
+    "mail/smtp": 7, "ui": 7, "remote": 7, "execute/engine": 7,
     "mail/report": 8, "ui/windows": 8, "execute/plain": 8,
     "desktop": 9, "command": 9, "execute": 9,
     "app": 10, "application": 10, "tools": 10,
 }
+# Each engine has a folder of its own, and only execute/ gathers them.
+ENGINES = {f"execute/{path.parent.name}" for path in (Path(__file__).parents[2] / "execute").glob("*/CMakeLists.txt")}
+FLOORS.update({room: 8 for room in ENGINES - {"execute/engine"}})
 # Beside the floors: what each may see besides itself.
 BESIDE = {
     "platform": {"ZANCocoaFramework"},
@@ -36,7 +39,7 @@ BESIDE = {
 JOINERS = {"app": {"platform/linux", "platform/qt"}, "application": {"platform/linux", "platform/qt"},
            "desktop": {"platform/linux", "platform/qt"},
            "command": {"platform/linux", "platform/qt"}, "execute": {"platform/linux", "platform/qt"},
-           "execute/plain": {"platform/linux"},
+           **{room: {"platform/linux"} for room in ENGINES},
            "tools": {"platform/linux", "platform/qt"}}
 ABOVE_THE_WALL = ("core/record", "core/work", "core/machine", "core/drive", "actions", "volumes", "mail/smtp", "mail/report",
                   "remote", "ui", "ui/windows")

@@ -7,29 +7,9 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "actions/FolderDescription.h"
-#include "platform/linux/HeldFolder.h"
-#include "volumes/VolumeIdentity.h"
+#include "execute/engine/HeldSource.h"
 
 namespace corvana {
-
-/// Finds the folders of an action on the volumes that it describes, and takes hold of them.
-class VolumeGuard {
- public:
-  using Place = VolumeIdentity::Place;
-
-  VolumeGuard(Volumes& volumes, bool tolerant) : mVolumes(&volumes), mTolerant(tolerant) {}
-
-  /// Where the folder is now, as VolumeIdentity::locate says.
-  Result<Place> locate(const FolderDescription& item) const;
-  /// Opens a folder that was located. It must lie on that very mount: `absent` when a link or a
-  /// mount that came meanwhile leads off it.
-  static Result<HeldFolder> hold(const std::string& path, const Place& place);
-
- private:
-  Volumes* mVolumes;
-  bool mTolerant;
-};
 
 /// What a file system can keep of what is copied to it, found out by trying.
 struct FileSystemFacts {
@@ -63,15 +43,7 @@ class CopyPlan {
   static constexpr int kCopy = 2;
   static constexpr int kSynchronise = 3;
 
-  struct Source {
-    std::string path;
-    FolderDescription described;
-    std::string name;  ///< of its copy in the destination
-    bool isFolder = true;
-    HeldFolder held;                        ///< the folder, or the one that holds the file
-    std::vector<std::string> excluded;      ///< relative names that are left as they are
-    std::vector<std::string> mountsWithin;  ///< relative names; what is in them is left as it is
-  };
+  using Source = HeldSource;
 
   /// Errors: `refused` for a record that is not ours to execute or would do harm (source and copy
   /// are the same place, two sources of one name, a source that is neither a folder nor a file),

@@ -8,27 +8,20 @@
 #include <string>
 #include <vector>
 
-#include "execute/CopyMark.h"
-#include "execute/CopyPlan.h"
-#include "execute/Deletion.h"
-#include "execute/ExecuteRecords.h"
-#include "execute/HalfFiles.h"
-#include "execute/Rsync.h"
-#include "execute/SourceSurvey.h"
-#include "execute/plain/NameList.h"
-#include "execute/plain/Versions.h"
+#include "execute/engine/ExecuteEnd.h"
+#include "execute/engine/NameList.h"
+#include "execute/plain/CopyMark.h"
+#include "execute/plain/CopyPlan.h"
+#include "execute/plain/Deletion.h"
+#include "execute/plain/Rsync.h"
+#include "execute/plain/SourceSurvey.h"
 
 namespace corvana {
 
-/// How much of a copy a run may take out of it unasked.
-struct DeletionLimit {
-  static constexpr std::uint64_t kFiles = 50;  ///< so many it always may
+class Clock;
 
-  double share = 1.0 / 3;
-  std::uint64_t confirmed = 0;  ///< what the user has agreed to
-
-  bool isPassed(std::uint64_t deletions, std::uint64_t filesOfCopy) const;
-};
+/// rsync's exit code when something of the source could not be read.
+inline constexpr int kRsyncPartial = 23;
 
 /// Whose copies a run fills.
 struct CopyOwner {
@@ -56,41 +49,23 @@ class Pace {
   std::deque<Sample> mSamples;
 };
 
-/// Carries out a plan: looks what there is to do, copies, and only when everything was copied and
-/// every volume is still there takes out of the copies what is gone from the sources. What is
-/// replaced or taken out is kept beside the copies. Blocks; thread: one.
-class CopyRun {
+/// What looking and copying have in common: the sources with their copies, rsync at work over them,
+/// how far it has come, and how it ends. Thread: one.
+class CopyJob {
  public:
   struct Surroundings {
     ExecuteControl& control;
     Clock& clock;
     std::string rsync;
     /// Called after each piece of news.
-    std::function<void(const ExecuteMessages::Progress&)> tell = {};
+    std::function<void(const ExecuteProgress&)> tell = {};
     std::string sync = "/usr/bin/sync";
   };
-  /// What a run would do to an item.
-  struct Planned {
-    enum class Kind { copied, replaced, changed, deleted };  ///< changed: in its attributes alone
-    Kind kind;
-    std::string path;  ///< of the source; of what would be deleted, in the copy
-    std::uint64_t size = 0;
-  };
 
-  CopyRun(const CopyPlan& plan, CopyOwner owner, DeletionLimit limit, Surroundings surroundings,
-          VersionsKept kept = {})
-      : mPlan(plan),
-        mOwner(std::move(owner)),
-        mLimit(limit),
-        mKept(kept),
-        m(std::move(surroundings)) {}
+ protected:
+  CopyJob(const CopyPlan& plan, CopyOwner owner, Surroundings surroundings)
+      : mPlan(plan), mOwner(std::move(owner)), m(std::move(surroundings)) {}
 
-  ExecuteEnd perform();
-  /// Changes nothing and tells what `perform` would do. The end says what would keep it from that,
-  /// and what it could not copy.
-  ExecuteEnd look(const std::function<void(const Planned&)>& planned);
-
- private:
   /// One source with its copy, and what was found out about them.
   struct Copy {
     const CopyPlan::Source& source;
@@ -115,34 +90,18 @@ class CopyRun {
     void addUnread(const std::optional<std::set<std::string>>& names);
     std::string pathOf(const std::string& item) const;
     std::string placeOfCopy() const;
+    /// Whether the source has certainly lost what the copy has.
+    bool isToGo(const std::string& name, Deletion& deletion, CaseTwins& twins) const;
   };
 
-  // Each says whether the run goes on; if not, mEnd tells why.
-  bool openCopies();
-  bool checkIdentity();
-  bool open(const CopyPlan::Source& source);
-  bool checkOwner(const CopyPlan::Source& source, const HeldFolder& copy);
-  bool lookAt(Copy& copy);
-  /// Takes the looks of all copies into account.
-  bool lookAtAll();
-  void tellWhatIsLeftOut(Copy& copy, const SourceSurvey& survey,
-                         const std::set<std::string>& listed);
-  void tellPlan(Copy& copy);
-  bool isToGo(const Copy& copy, const std::string& name, Deletion& deletion,
-              CaseTwins& twins) const;
-  static std::uint64_t sizeIn(const HeldFolder& folder, const std::string& name);
-  bool makeRoom();
-  bool beginVersion(bool hasWork);
-  void finishVersion();
-  VersionHeader version(ReferenceTime date) const;
-  bool transfer(Copy& copy);
-  bool transfer(Copy& copy, const std::optional<std::string>& onlyItem);
-  bool deleteFrom(Copy& copy);
-  bool isOnDisk();
-  void finish();
+  // Each says whether the job goes on; if not, mEnd tells why.
   bool isInOrder();
   bool isAlive();
+  bool fail(ExecuteCode code, std::string reason);
+  bool failWith(const Error& error);
+  /// True when rsync did not get through; errors are left to the caller.
   bool endsWith(const RsyncProcess::End& end, const RsyncOutput& output, const Copy& copy);
+  void finish();
 
   struct Special {
     bool tellsAll = false;
@@ -156,42 +115,35 @@ class CopyRun {
   Result<RsyncProcess::End> run(RsyncProcess::Task task, RsyncOutput& output,
                                 const std::function<void()>& onNews);
   std::vector<RsyncOutput::Place> placesOf(const Copy& copy) const;
+
   void takeErrors(const RsyncOutput& output);
   void addError(const std::string& path, std::string text);
   void addLack(const Copy& copy, const std::string& item, std::string text);
-  std::string remedyFor(const std::string& item);
-  bool fail(ExecuteCode code, std::string reason);
-  bool failWith(const Error& error);
-  void checkDeletions();
-  std::uint64_t freeSpace() const;
-  bool lacksSpace();
   void tell(const Copy& copy, const RsyncOutput& output);
   void tellLook(const RsyncOutput& output);
-  double progress(std::uint64_t bytes, std::uint64_t files) const;
+  static std::uint64_t sizeIn(const HeldFolder& folder, const std::string& name);
 
   const CopyPlan& mPlan;
   CopyOwner mOwner;
-  DeletionLimit mLimit;
-  VersionsKept mKept;
-  ReferenceTime mBegun = 0;
   Surroundings m;
   MountsNow mMounts;
   std::optional<HeldFolder> mDestination;
-  std::optional<Versions> mVersions;
-  std::function<void(const Planned&)> mPlanned;  ///< where nothing is to be changed
-  bool mHasWritten = false;
-  bool mHasBegun = false;  ///< with changes
   std::vector<std::string> mOptions;
   std::vector<Copy> mCopies;
   bool mMayDelete = false;
   std::uint64_t mBytesToCopy = 0;
   std::uint64_t mFilesToCopy = 0;
-  std::string mGone;             ///< which volume went
   std::uint64_t mItemsSeen = 0;  ///< in the sources before the one that is looked at
-  Pace mPace;                    ///< of the per cent
-  Pace mBytePace;
-  ExecuteMessages::Progress mProgress;
+  ExecuteProgress mProgress;
   ExecuteEnd mEnd;
+
+ private:
+  std::string remedyFor(const std::string& item);
+  double progress(std::uint64_t bytes, std::uint64_t files) const;
+
+  std::string mGone;  ///< which volume went
+  Pace mPace;         ///< of the per cent
+  Pace mBytePace;
 };
 
 }  // namespace corvana

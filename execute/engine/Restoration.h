@@ -7,7 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "execute/plain/VersionView.h"
+#include "execute/engine/FolderWalk.h"
+#include "execute/engine/VersionTree.h"
 
 namespace corvana {
 
@@ -40,7 +41,7 @@ class Restoration {
     std::function<void(const std::string& path, bool isInTheWay)> done;
   };
 
-  Restoration(const VersionView& view, const HeldFolder& target, Options options, Hooks hooks)
+  Restoration(const VersionTree& view, const HeldFolder& target, Options options, Hooks hooks)
       : mView(view),
         mTarget(target),
         mOptions(std::move(options)),
@@ -58,17 +59,17 @@ class Restoration {
     VersionItem item;
     std::string target;
   };
-  void restore(const VersionView::Entry& entry, const std::string& target);
-  void restoreFile(const VersionView::Entry& entry, int parent, const std::string& name,
+  void restore(const VersionTree::Entry& entry, const std::string& target);
+  void restoreFile(const VersionTree::Entry& entry, int parent, const std::string& name,
                    const std::string& target);
-  void makeNode(const VersionView::Entry& entry, int parent, const std::string& temporary);
+  void makeNode(const VersionTree::Entry& entry, int parent, const std::string& temporary);
   bool clear(int parent, const std::string& name, const std::string& target, bool isFolder);
   void finishFolders(const std::string& target);
   void setAttributes(const VersionItem& item, int parent, const std::string& name,
                      const std::string& target);
   void fail(const std::string& target, const std::string& why);
 
-  const VersionView& mView;
+  const VersionTree& mView;
   const HeldFolder& mTarget;
   Options mOptions;
   Hooks mHooks;

@@ -1,4 +1,4 @@
-#include "execute/Deletion.h"
+#include "execute/plain/Deletion.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "execute/plain/FolderWalk.h"
+#include "execute/engine/FolderWalk.h"
 #include "platform/linux/HeldFolder.h"
 
 namespace corvana {

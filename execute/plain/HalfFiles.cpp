@@ -1,4 +1,4 @@
-#include "execute/HalfFiles.h"
+#include "execute/plain/HalfFiles.h"
 
 #include <fcntl.h>
 #include <stdio.h>

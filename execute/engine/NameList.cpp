@@ -1,4 +1,4 @@
-#include "execute/plain/NameList.h"
+#include "execute/engine/NameList.h"
 
 #include <fcntl.h>
 #include <unistd.h>

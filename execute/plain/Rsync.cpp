@@ -1,24 +1,13 @@
-#include "execute/Rsync.h"
-
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "execute/plain/Rsync.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
-#include <chrono>
 #include <cstring>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 
 namespace corvana {
@@ -250,163 +239,19 @@ void RsyncOutput::readErrorLine(std::string_view line) {
   if (!mFirstErrorPath) mFirstErrorPath = std::move(path);
 }
 
-namespace {
-
-constexpr auto kPatience = std::chrono::seconds(10);
-
-struct Pipe {
-  ZAN_Descriptor read, write;
-};
-
-std::optional<Pipe> makePipe() {
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
-  return Pipe{ZAN_Descriptor(ends[0]), ZAN_Descriptor(ends[1])};
-}
-
-Error systemError(const std::string& what) {
-  return Error{ErrorKind::unavailable, what + ": " + std::strerror(errno)};
-}
-
-// Between fork and exec only what is safe after a fork in a program with threads.
-[[noreturn]] void becomeProgram(char* const* words, const std::vector<int>& kept, int output,
-                                int errors, int failure, pid_t parent) {
-  constexpr int kGivesWay = 10;
-  constexpr int kProcess = 1;         // IOPRIO_WHO_PROCESS
-  constexpr int kWhenIdle = 3 << 13;  // IOPRIO_CLASS_IDLE
-  ::setpgid(0, 0);
-  ::setpriority(PRIO_PROCESS, 0, kGivesWay);
-  ::syscall(SYS_ioprio_set, kProcess, 0, kWhenIdle);
-  for (const int descriptor : kept) ::fcntl(descriptor, F_SETFD, 0);
-  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (::getppid() != parent) ::_exit(127);
-  sigset_t none;
-  ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  ::signal(SIGPIPE, SIG_DFL);
-  const int input = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  ::dup2(input, STDIN_FILENO);
-  ::dup2(output, STDOUT_FILENO);
-  ::dup2(errors, STDERR_FILENO);
-  ::execv(words[0], words);
-  const int code = errno;
-  [[maybe_unused]] const auto written = ::write(failure, &code, sizeof code);
-  ::_exit(127);
-}
-
-/// The child's process group, and what is wanted of it.
-class Group {
- public:
-  explicit Group(pid_t pid) : mPid(pid) {}
-
-  void obey(ExecuteControl& control) {
-    const bool paused = control.isPaused() && !mStopped;
-    if (paused != mPaused) {
-      mPaused = paused;
-      signal(paused ? SIGSTOP : SIGCONT);
-    }
-    if (mStopped) return;
-    if (control.takeSkip()) mSkipWanted = true;
-    if (control.stopReason() != StopReason::none || mSkipWanted) end();
-  }
-
-  void killWhenLate() {
-    if (!mStopped || std::chrono::steady_clock::now() < mDeadline) return;
-    if (mKilled) mGivenUp = true;
-    mKilled = true;
-    mDeadline = std::chrono::steady_clock::now() + kPatience;
-    signal(SIGKILL);
-  }
-  /// It has been killed and does not go.
-  bool isGivenUp() const { return mGivenUp; }
-
-  bool isEnding() const { return mStopped; }
-  bool skipWanted() const { return mSkipWanted; }
-
- private:
-  void end() {
-    mStopped = true;
-    mDeadline = std::chrono::steady_clock::now() + kPatience;
-    signal(SIGTERM);
-    signal(SIGCONT);
-  }
-  void signal(int number) const { ::kill(-mPid, number); }
-
-  pid_t mPid;
-  bool mPaused = false;
-  bool mStopped = false;
-  bool mKilled = false;
-  bool mGivenUp = false;
-  bool mSkipWanted = false;
-  std::chrono::steady_clock::time_point mDeadline;
-};
-
-}  // namespace
-
 Result<RsyncProcess::End> RsyncProcess::run(const Task& task, ExecuteControl& control,
                                             RsyncOutput& output,
                                             const std::function<void()>& onProgress) {
-  const auto& arguments = task.arguments;
-  auto outputPipe = makePipe();
-  auto errorPipe = makePipe();
-  auto failurePipe = makePipe();
-  if (!outputPipe || !errorPipe || !failurePipe) return systemError(arguments[0]);
-  std::vector<char*> words;
-  for (const auto& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
-  words.push_back(nullptr);
-
-  const pid_t self = ::getpid();
-  const pid_t pid = ::fork();
-  if (pid < 0) return systemError(arguments[0]);
-  if (pid == 0) {
-    becomeProgram(words.data(), task.descriptors, outputPipe->write.get(), errorPipe->write.get(),
-                  failurePipe->write.get(), self);
-  }
-  ::setpgid(pid, pid);
-  outputPipe->write.close();
-  errorPipe->write.close();
-  failurePipe->write.close();
-  if (int code = 0; ::read(failurePipe->read.get(), &code, sizeof code) == sizeof code) {
-    ::waitpid(pid, nullptr, 0);
-    errno = code;
-    return systemError(arguments[0]);
-  }
-
-  Group group(pid);
-  std::array<ZAN_Descriptor, 2> streams{std::move(outputPipe->read), std::move(errorPipe->read)};
-  while (streams[0].get() >= 0 || streams[1].get() >= 0) {
-    group.obey(control);
-    std::array<pollfd, 4> waits{{{streams[0].get(), POLLIN, 0},
-                                 {streams[1].get(), POLLIN, 0},
-                                 {control.wakeDescriptor(), POLLIN, 0},
-                                 {task.watched, POLLPRI, 0}}};
-    ::poll(waits.data(), waits.size(), group.isEnding() ? 200 : -1);
-    group.killWhenLate();
-    if (group.isGivenUp()) break;
-    if ((waits[2].revents & POLLIN) != 0) control.clearWake();
-    if (waits[3].revents != 0 && task.onWatched) task.onWatched();
-    for (std::size_t i = 0; i < streams.size(); ++i) {
-      if (waits[i].revents == 0) continue;
-      std::array<char, 1 << 14> buffer;
-      const auto count = ::read(streams[i].get(), buffer.data(), buffer.size());
-      if (count > 0) {
-        const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
-        i == 0 ? output.readOutput(bytes) : output.readErrors(bytes);
-      } else if (count == 0 || errno != EINTR) {
-        streams[i].close();
-      }
-    }
-    onProgress();
-  }
-  output.finish();
-  End end;
-  end.isGivenUp = group.isGivenUp();
-  int status = 0;
-  while (::waitpid(pid, &status, end.isGivenUp ? WNOHANG : 0) < 0 && errno == EINTR) {
-  }
-  end.signalled = WIFSIGNALED(status);
-  end.status = end.signalled ? WTERMSIG(status) : WEXITSTATUS(status);
-  end.skipWanted = group.skipWanted();
+  auto end =
+      ChildProgram::run({.arguments = task.arguments,
+                         .descriptors = task.descriptors,
+                         .watched = task.watched,
+                         .onWatched = task.onWatched,
+                         .onOutput = [&](std::string_view bytes) { output.readOutput(bytes); },
+                         .onErrors = [&](std::string_view bytes) { output.readErrors(bytes); },
+                         .onNews = onProgress},
+                        control);
+  if (end) output.finish();
   return end;
 }
 

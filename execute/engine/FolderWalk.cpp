@@ -1,4 +1,4 @@
-#include "execute/plain/FolderWalk.h"
+#include "execute/engine/FolderWalk.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <vector>
 
-#include "execute/plain/NameList.h"
-#include "execute/plain/VersionList.h"
+#include "execute/engine/NameList.h"
+#include "execute/engine/VersionItem.h"
 #include "platform/linux/HeldFolder.h"
 
 namespace corvana {

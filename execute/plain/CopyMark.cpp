@@ -1,4 +1,4 @@
-#include "execute/CopyMark.h"
+#include "execute/plain/CopyMark.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

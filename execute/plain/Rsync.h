@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "execute/ExecuteMessages.h"
+#include "execute/engine/ChildProgram.h"
 
 namespace corvana {
 
@@ -120,18 +120,10 @@ class RsyncOutput {
   std::optional<std::set<std::string>> mUnread{std::in_place};
 };
 
-/// One run of rsync as a child with a process group of its own, obeying an ExecuteControl: a pause
-/// holds it still, a stop asks it to end and kills it 10 s later; when it cannot be killed either,
-/// since a file system holds it, it is given up. It does not outlive the thread that runs it, gives
-/// way to other programs, and is the last to get the disk.
+/// rsync at work, as ChildProgram runs it.
 class RsyncProcess {
  public:
-  struct End {
-    int status = 0;  ///< rsync's exit code, or the number of the signal that ended it
-    bool signalled = false;
-    bool skipWanted = false;  ///< it was ended because the current item is to be left out
-    bool isGivenUp = false;   ///< it is still there, and nobody waits for it
-  };
+  using End = ChildProgram::End;
   struct Task {
     std::vector<std::string> arguments;  ///< the first is the full path of the program
     std::vector<int> descriptors = {};   ///< that it gets

@@ -1,4 +1,4 @@
-#include "execute/plain/Restoration.h"
+#include "execute/engine/Restoration.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,13 +12,12 @@
 #include <optional>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "execute/plain/Verification.h"
+#include "execute/engine/FileContents.h"
 
 namespace corvana {
 
 namespace {
 
-constexpr std::size_t kPiece = 1 << 18;
 const std::string kTemporary = ".corvana9-restoring";
 using Kind = VersionItem::Kind;
 
@@ -27,45 +26,8 @@ std::array<timespec, 2> timesOf(const VersionItem& item) {
   return {time, time};
 }
 
-bool copyPiece(int from, int to, off_t start, off_t end) {
-  while (start < end) {
-    const auto length = static_cast<std::size_t>(std::min<off_t>(end - start, 1 << 30));
-    off_t source = start;
-    off_t target = start;
-    ssize_t count = ::copy_file_range(from, &source, to, &target, length, 0);
-    if (count < 0 &&
-        (errno == EXDEV || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP)) {
-      std::string piece(std::min(length, kPiece), '\0');
-      count = ::pread(from, piece.data(), piece.size(), start);
-      if (count > 0) count = ::pwrite(to, piece.data(), static_cast<std::size_t>(count), start);
-    }
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) {
-      if (count == 0) errno = EIO;
-      return false;
-    }
-    start += count;
-  }
-  return true;
-}
-
-/// With its holes; false with errno.
-bool copyContents(int from, int to, off_t size) {
-  if (::ftruncate(to, size) != 0) return false;
-  for (off_t at = 0; at < size;) {
-    off_t data = ::lseek(from, at, SEEK_DATA);
-    if (data < 0 && errno == ENXIO) return true;
-    if (data < 0) data = at;
-    off_t hole = ::lseek(from, data, SEEK_HOLE);
-    if (hole <= data) hole = size;
-    if (!copyPiece(from, to, data, std::min(hole, size))) return false;
-    at = hole;
-  }
-  return true;
-}
-
 bool hasSameContents(int one, int two) {
-  const auto found = Verification::read(one, two);
+  const auto found = readTogether(one, two);
   return found && found->first;
 }
 
@@ -85,7 +47,7 @@ void Restoration::fail(const std::string& target, const std::string& why) {
 
 Result<Restoration::Counts> Restoration::count(const Wish& wish) const {
   Counts counts;
-  const Outcome read = mView.forEach(wish.name, [&](const VersionView::Entry& entry) {
+  const Outcome read = mView.forEach(wish.name, [&](const VersionTree::Entry& entry) {
     if (entry.item.kind == Kind::folder) return true;
     ++counts.files;
     counts.bytes += entry.item.size;
@@ -99,7 +61,7 @@ Outcome Restoration::perform(const Wish& wish) {
   bool goesOn = true;
   const Outcome read = mView.forEach(
       wish.name,
-      [&](const VersionView::Entry& entry) {
+      [&](const VersionTree::Entry& entry) {
         const std::string rest = entry.item.name.substr(wish.name.size());
         const bool isInIt = wish.target == "." && !rest.empty();
         const std::string target = wish.target.empty() ? entry.item.name
@@ -157,7 +119,7 @@ bool Restoration::clear(int parent, const std::string& name, const std::string& 
   return false;
 }
 
-void Restoration::restore(const VersionView::Entry& entry, const std::string& target) {
+void Restoration::restore(const VersionTree::Entry& entry, const std::string& target) {
   finishFolders(target);
   const auto [above, name] = splitName(target);
   const VersionItem& item = entry.item;
@@ -189,7 +151,7 @@ void Restoration::restore(const VersionView::Entry& entry, const std::string& ta
   restoreFile(entry, parent, name, target);
 }
 
-void Restoration::restoreFile(const VersionView::Entry& entry, int parent, const std::string& name,
+void Restoration::restoreFile(const VersionTree::Entry& entry, int parent, const std::string& name,
                               const std::string& target) {
   const VersionItem& item = entry.item;
   const auto there = VersionItem::read(parent, name, item.name, true);
@@ -281,7 +243,7 @@ void Restoration::restoreFile(const VersionView::Entry& entry, int parent, const
 }
 
 /// A pipe, socket or device like the one that was kept.
-void Restoration::makeNode(const VersionView::Entry& entry, int parent,
+void Restoration::makeNode(const VersionTree::Entry& entry, int parent,
                            const std::string& temporary) {
   const auto [above, name] = splitName(entry.item.name);
   const ZAN_Descriptor folder =

@@ -1,4 +1,4 @@
-#include "execute/CopyPlan.h"
+#include "execute/plain/CopyPlan.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,9 +13,9 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionsTools.h"
-#include "execute/CopyMark.h"
-#include "execute/HalfFiles.h"
-#include "execute/Rsync.h"
+#include "execute/plain/CopyMark.h"
+#include "execute/plain/HalfFiles.h"
+#include "execute/plain/Rsync.h"
 #include "execute/plain/Versions.h"
 #include "platform/linux/MountTable.h"
 
@@ -53,19 +53,6 @@ std::string escaped(const std::string& name) {
 }
 
 }  // namespace
-
-Result<VolumeGuard::Place> VolumeGuard::locate(const FolderDescription& item) const {
-  return VolumeIdentity(*mVolumes).locate(item, mTolerant);
-}
-
-Result<HeldFolder> VolumeGuard::hold(const std::string& path, const Place& place) {
-  auto held = HeldFolder::open(path);
-  if (!held) return held;
-  // A share that the desktop shows has no mount of its own.
-  if (place.mount.id != 0 && held->mount().id != place.mount.id)
-    return Error{ErrorKind::absent, path + ": it does not lie on the volume described"};
-  return held;
-}
 
 FileSystemFacts FileSystemFacts::of(const HeldFolder& folder, const Mount& mount) {
   FileSystemFacts facts;
@@ -133,9 +120,6 @@ std::vector<std::string> FileSystemFacts::losses() const {
 }
 
 Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeGuard& guard) {
-  if (settings["OptionsPerformer"].stringView() != "corvana9") {
-    return Error{ErrorKind::refused, "OptionsPerformer: the action was not made for this program"};
-  }
   const auto mode = settings.integer("Mode");
   if (mode != kCopy && mode != kSynchronise) {
     return Error{ErrorKind::refused,
@@ -198,36 +182,17 @@ Outcome CopyPlan::setDestination(const FolderDescription& item, const VolumeGuar
 }
 
 Outcome CopyPlan::addSource(const FolderDescription& item, const VolumeGuard& guard) {
-  auto place = guard.locate(item);
-  if (!place) return place.error();
-  const std::string& path = place->path;
-  if (path == "/") return Error{ErrorKind::refused, "/: its copy would have no name of its own"};
-  struct stat state {};
-  if (::stat(path.c_str(), &state) != 0 || ::access(path.c_str(), R_OK) != 0)
-    return systemError(errno == ENOENT ? ErrorKind::absent : ErrorKind::unwritable, path);
-  const bool isFolder = S_ISDIR(state.st_mode);
-  if (!isFolder && !S_ISREG(state.st_mode))
-    return Error{ErrorKind::refused, path + ": neither a folder nor a file"};
-  std::string name(ZAN_FilesUtils::lastPathComponent(path));
-  if (name == Versions::kName)
-    return Error{ErrorKind::refused, path + ": the name is that of the folder of older versions"};
+  auto source = HeldSource::hold(item, guard);
+  if (!source) return source.error();
+  if (source->name == Versions::kName)
+    return Error{ErrorKind::refused,
+                 source->path + ": the name is that of the folder of older versions"};
   for (const auto& other : mSources) {
-    if (other.name == name)
-      return Error{ErrorKind::refused, path + ": its copy would lie in that of " + other.path};
+    if (other.name == source->name)
+      return Error{ErrorKind::refused,
+                   source->path + ": its copy would lie in that of " + other.path};
   }
-  auto held =
-      VolumeGuard::hold(isFolder ? path : std::string(ZAN_FilesUtils::parentPath(path)), *place);
-  if (!held) return held.error();
-  std::vector<std::string> within;
-  if (const auto real = held->realPath(); real && isFolder) {
-    for (const Mount& mount : MountTable::read({})) {
-      const auto rest = ZAN_FilesUtils::relativePath(mount.target, *real);
-      if (rest && !rest->empty() && std::ranges::find(within, *rest) == within.end())
-        within.emplace_back(*rest);
-    }
-  }
-  mSources.push_back(
-      {path, item, std::move(name), isFolder, *std::move(held), {}, std::move(within)});
+  mSources.push_back(*std::move(source));
   return {};
 }
 
@@ -262,21 +227,16 @@ FileSystemFacts CopyPlan::factsOf(const HeldFolder& destination) const {
 }
 
 Outcome CopyPlan::checkMounted(const std::vector<Mount>& mounts) const {
-  const auto check = [&](const HeldFolder& folder, const std::string& path) -> Outcome {
-    if (folder.isMounted(mounts)) return {};
-    return Error{ErrorKind::absent, path + ": its volume is not mounted any more"};
-  };
   for (const Source& source : mSources) {
-    if (Outcome there = check(source.held, source.path); !there) return there;
+    if (Outcome there = source.checkMounted(mounts); !there) return there;
   }
-  return check(mHeld ? *mHeld : *mHolder, mDestination);
+  if ((mHeld ? *mHeld : *mHolder).isMounted(mounts)) return {};
+  return Error{ErrorKind::absent, mDestination + ": its volume is not mounted any more"};
 }
 
 Outcome CopyPlan::checkAlive() const {
   for (const Source& source : mSources) {
-    if (Outcome there = source.held.answers(); !there) return there;
-    if (!source.held.isInPlace())
-      return Error{ErrorKind::refused, source.path + ": another folder has taken its place"};
+    if (Outcome there = source.checkAlive(); !there) return there;
   }
   return (mHeld ? *mHeld : *mHolder).answers();
 }

@@ -1,4 +1,4 @@
-#include "execute/SourceSurvey.h"
+#include "execute/plain/SourceSurvey.h"
 
 #include <dirent.h>
 #include <fcntl.h>

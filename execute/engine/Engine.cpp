@@ -1,0 +1,13 @@
+#include "execute/engine/Engine.h"
+
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+
+namespace corvana {
+
+std::string EngineHost::program(std::string_view name) const {
+  const auto found = programs.find(name);
+  return found == programs.end() ? ZAN_FilesUtils::joinedPath("/usr/bin", std::string(name))
+                                 : found->second;
+}
+
+}  // namespace corvana

@@ -1,0 +1,51 @@
+#include "execute/engine/ExecuteControl.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+namespace corvana {
+
+ExecuteControl::ExecuteControl(RunSigns* signs)
+    : mSigns(signs), mWake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+void ExecuteControl::stop(StopReason reason) {
+  StopReason none = StopReason::none;
+  mStop.compare_exchange_strong(none, reason);
+  if (mSigns) mSigns->stop = mStop.load();
+  wake();
+}
+
+void ExecuteControl::setPaused(bool paused) {
+  mPaused = paused;
+  if (mSigns) mSigns->paused = paused;
+  wake();
+}
+
+void ExecuteControl::skipItem() {
+  mSkip = true;
+  wake();
+}
+
+void ExecuteControl::wake() {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const auto written = ::write(mWake.get(), &one, sizeof one);
+}
+
+bool ExecuteControl::waitWhilePaused() {
+  while (mPaused && mStop == StopReason::none) {
+    pollfd wake{mWake.get(), POLLIN, 0};
+    ::poll(&wake, 1, -1);
+    clearWake();
+  }
+  return mStop == StopReason::none;
+}
+
+void ExecuteControl::clearWake() {
+  std::uint64_t count = 0;
+  [[maybe_unused]] const auto taken = ::read(mWake.get(), &count, sizeof count);
+}
+
+}  // namespace corvana
