@@ -10,6 +10,7 @@
 #include "platform/Processes.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
+#include "remote/MachineGlance.h"
 
 namespace corvana {
 
@@ -45,7 +46,8 @@ MainScheduler::MainScheduler(const Platform& platform)
       mControls(mRecords, mWork, mMachine, mLaunchStep),
       mDispatch(mRecords, mWork, mMachine, mLaunchStep, mControls),
       mAnswers(mRecords, mWork, mLaunchStep, mControls),
-      mRemoteControl(mRecords, mControls),
+      mRemoteControl(mRecords, mControls,
+                     [this] { return MachineGlance::of(mRecords, mWork, mAnswers); }),
       mStatusItem(mRecords, mWork),
       mFloatingIcon(mRecords, mWork.announce, mStatusItem),
       mTick(mRecords, mWork, mMachine, mLaunchStep, mControls),

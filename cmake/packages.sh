@@ -3,7 +3,7 @@
 corvana_packages() {
   case "$1" in
     build) echo g++ cmake ninja-build pkg-config ccache lld \
-             qt6-base-dev libxss-dev librsvg2-bin libabsl-dev zlib1g-dev libblkid-dev libsodium-dev nlohmann-json3-dev ;;
+             qt6-base-dev libxss-dev librsvg2-bin libabsl-dev zlib1g-dev libblkid-dev libsodium-dev libssl-dev nlohmann-json3-dev ;;
     # cmake reads tests and benchmarks in the same configuration
     test) echo clang-format clang-tidy libgtest-dev libgmock-dev libbenchmark-dev python3 dbus libglib2.0-bin \
             rsync attr tzdata e2fsprogs libcap2-bin openssl python3-aiosmtpd python3-dbusmock \

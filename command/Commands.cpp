@@ -200,11 +200,15 @@ constexpr std::array kCommands{
             volumesCommand},
     Command{"peers", "[--json]", "list the machines of the network that can be controlled",
             "Each with its state and the actions that it lets others launch.\n", peersCommand},
-    Command{"peer", "NAME launch REF… | activate | deactivate | message TEXT [--json]",
-            "control another machine",
-            "NAME is the machine's name, its identifier, or the name of its service in full. Its\n"
-            "password is asked for at the terminal when it has one.\n"
+    Command{"peer", "NAME status | launch REF… | activate | deactivate | message TEXT [--json]",
+            "see how another machine stands, or control it",
+            "NAME is the machine's name, its identifier, or the name of its service in full. A\n"
+            "machine that is paired with this one is asked through an encrypted channel; it also\n"
+            "shows its status: what runs, the last success and the next run of each action, and\n"
+            "what wants attention. The password of another one is asked for at the terminal, and\n"
+            "the command goes there so that others can read it.\n"
             "  --password-file FILE   the first line of the file is the password\n"
+            "  --in-clear             sends a command to a paired machine without the channel\n"
             "activate and deactivate wait until the machine has followed. A machine that wants\n"
             "proofs answers each command; to the others nobody answers.\n",
             peerCommand},
@@ -222,7 +226,8 @@ constexpr std::array kCommands{
         "                         launch without it\n"
         "  --name NAME            under which they see this machine\n"
         "  --from LIST            only machines with these addresses or networks; \"\" for all\n"
-        "  --port N               where they connect, for firewalls; 0 for any port\n"
+        "  --port N               where they connect, for firewalls; 0 for any port. Paired\n"
+        "                         machines connect to the port after it as well\n"
         "  --hide-titles, --show-titles   whether the network sees the actions\n",
         remoteCommand},
     Command{"pair", "NAME | --accept | --list | --forget NAME [--json]",

@@ -1,6 +1,7 @@
 #include "command/NetworkPeers.h"
 
 #include <algorithm>
+#include <charconv>
 #include <map>
 #include <optional>
 #include <set>
@@ -8,6 +9,7 @@
 
 #include "command/CommandHome.h"
 #include "platform/linux/LinuxNetwork.h"
+#include "platform/linux/Modules.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/qt/AvahiServices.h"
 #include "platform/qt/QtRunLoop.h"
@@ -28,6 +30,10 @@ std::optional<NetworkPeer> peerOf(const FoundService& service) {
     if (auto action = LaunchableAction::parse(text)) peer.actions.push_back(*std::move(action));
     if (text.starts_with(kChallengeText)) peer.challenge = text.substr(kChallengeText.size());
     if (text.starts_with(kPermitsText)) peer.permits = text.substr(kPermitsText.size());
+    if (text.starts_with(kChannelText)) {
+      const std::string_view port = std::string_view(text).substr(kChannelText.size());
+      std::from_chars(port.data(), port.data() + port.size(), peer.channelPort);
+    }
   }
   // The texts come in any order.
   std::ranges::sort(peer.actions, {}, &LaunchableAction::ref);
@@ -137,6 +143,18 @@ constexpr std::size_t kMostBytesOfReply = 4096;
 /// changes.
 constexpr int kMostAttempts = 4;
 
+constexpr std::size_t kMostBytesOfReading = 65536;
+
+/// Why there is no answer through the channel.
+std::string withoutChannel(bool wasSecured, const std::string& reason) {
+  if (wasSecured)
+    return "it gave no answer; whether it has carried out the command is not known (" + reason +
+           ")";
+  return "no encrypted channel: it does not know this machine any more, or another machine answers "
+         "in its place (" +
+         reason + "); corvana9 pair makes both known to each other again";
+}
+
 /// Sends the bytes and gives what was said until the other machine closed.
 Result<std::string> conversation(const NetworkPeer& peer, std::span<const std::byte> data) {
   using Event = StreamConnection::Event;
@@ -191,6 +209,30 @@ Outcome NetworkPeers::send(const NetworkPeer& peer, const RemoteCommand& command
   return heard ? Outcome() : Outcome(heard.error());
 }
 
+namespace {
+
+Outcome outcomeOf(CommandReply::Word word, const std::string& name) {
+  using Word = CommandReply::Word;
+  switch (word) {
+    case Word::done:
+      return {};
+    case Word::wrongPassword:
+      return Error{ErrorKind::refused,
+                   name + ": the password is wrong, or it does not know this machine any more"};
+    case Word::notPermitted:
+      return Error{ErrorKind::refused,
+                   name + ": its preferences do not permit other machines to do that"};
+    case Word::tooQuickly:
+      return Error{ErrorKind::refused, name + ": commands came too quickly; try again in a minute"};
+    case Word::newChallenge:
+    case Word::counterTooLow:
+      break;
+  }
+  return Error{ErrorKind::unavailable, name + ": it changes too quickly; try again"};
+}
+
+}  // namespace
+
 Outcome NetworkPeers::sendProven(const NetworkPeer& peer, const RemoteCommand& command,
                                  const ControlKey& key, const std::string& sender) {
   using Word = CommandReply::Word;
@@ -199,6 +241,7 @@ Outcome NetworkPeers::sendProven(const NetworkPeer& peer, const RemoteCommand& c
   // other machine says how far it is.
   CommandProof proof{
       peer.challenge, sender, static_cast<std::int64_t>(SystemClock().now() * 1'000'000), {}};
+  Word last = Word::newChallenge;
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
     const auto heard = conversation(peer, command.encode(key, proof));
     if (!heard) return heard.error();
@@ -208,27 +251,68 @@ Outcome NetworkPeers::sendProven(const NetworkPeer& peer, const RemoteCommand& c
                    name +
                        ": it gave no answer that proves anything; whether it has carried out the "
                        "command is not known"};
-    switch (reply->word) {
-      case Word::done:
-        return {};
-      case Word::wrongPassword:
-        return Error{ErrorKind::refused,
-                     name + ": the password is wrong, or it does not know this machine any more"};
-      case Word::newChallenge:
-        proof.challenge = reply->challenge;
+    last = reply->word;
+    if (last == Word::newChallenge)
+      proof.challenge = reply->challenge;
+    else if (last == Word::counterTooLow)
+      proof.counter = reply->counter + 1;
+    else
+      break;
+  }
+  return outcomeOf(last, name);
+}
+
+Result<ChannelReply> NetworkPeers::ask(const NetworkPeer& peer, const ControlKey& key,
+                                       const ChannelRequest& request) {
+  using Event = StreamConnection::Event;
+  const std::string name = printable(peer.name.machine);
+  const auto failed = [&](const std::string& reason) {
+    return Error{ErrorKind::unavailable, name + ": " + reason};
+  };
+  ModuleChannels channels;
+  auto channel = channels.asking(key.channelKey());
+  if (!channel) return failed(channel.error().text);
+  ChannelCall call(std::move(*channel), request);
+  LinuxNetwork network;
+  const SystemClock clock;
+  const auto stream = network.connect(peer.service.address, peer.channelPort, Network::Family::any);
+  std::string left;
+  bool opened = false;
+  const double end = clock.monotonic() + kPatienceForOne;
+  while (clock.monotonic() < end) {
+    for (const std::byte byte : call.toNetwork()) left += static_cast<char>(byte);
+    switch (stream->wait(end - clock.monotonic(), opened && !left.empty())) {
+      case Event::opened:
+        opened = true;
+        [[fallthrough]];
+      case Event::space: {
+        const auto taken = stream->send(left);
+        if (!taken) return failed(taken.error().text);
+        left.erase(0, *taken);
         break;
-      case Word::counterTooLow:
-        proof.counter = reply->counter + 1;
+      }
+      case Event::received: {
+        const std::string heard = stream->read(kMostBytesOfReading);
+        const Outcome taken = call.take(std::as_bytes(std::span(heard)));
+        if (call.reply()) {
+          const Outcome outcome = outcomeOf(call.reply()->word, name);
+          if (!outcome) return outcome.error();
+          return *call.reply();
+        }
+        if (!taken) return failed(withoutChannel(call.isSecured(), taken.error().text));
         break;
-      case Word::notPermitted:
-        return Error{ErrorKind::refused,
-                     name + ": its preferences do not permit other machines to do that"};
-      case Word::tooQuickly:
-        return Error{ErrorKind::refused,
-                     name + ": commands came too quickly; try again in a minute"};
+      }
+      case Event::ended:
+        return failed(withoutChannel(call.isSecured(), "it has ended the connection"));
+      case Event::failed:
+        return failed(opened ? withoutChannel(call.isSecured(), stream->failure())
+                             : stream->failure());
+      case Event::secured:
+      case Event::nothing:
+        break;
     }
   }
-  return Error{ErrorKind::unavailable, name + ": it changes too quickly; try again"};
+  return failed("it does not answer through the encrypted channel");
 }
 
 }  // namespace corvana

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -9,6 +10,7 @@
 #include "command/Commands.h"
 #include "platform/Network.h"
 #include "remote/LaunchableActions.h"
+#include "remote/PairedChannel.h"
 #include "remote/RemoteCommand.h"
 #include "remote/ServiceName.h"
 
@@ -21,6 +23,7 @@ struct NetworkPeer {
   std::vector<LaunchableAction> actions;  ///< that it offers
   std::string challenge{};                ///< what a proof is made for; empty: it wants none
   std::string permits{};                  ///< with proofs: some of "launch,switch,message"
+  std::uint16_t channelPort = 0;          ///< of the encrypted channel; 0: it offers none
 };
 
 /// The machines of the local network that may be controlled, for a program that waits for them.
@@ -44,6 +47,9 @@ class NetworkPeers {
   /// for the answer: it is done when the other machine says that it was carried out.
   static Outcome sendProven(const NetworkPeer& peer, const RemoteCommand& command,
                             const ControlKey& key, const std::string& sender);
+  /// Asks it something through the encrypted channel of machines that share that key.
+  static Result<ChannelReply> ask(const NetworkPeer& peer, const ControlKey& key,
+                                  const ChannelRequest& request);
 
  private:
   class Search;

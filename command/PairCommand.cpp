@@ -8,6 +8,7 @@
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "platform/linux/LinuxNetwork.h"
+#include "platform/linux/LinuxServerSockets.h"
 #include "platform/qt/AvahiServices.h"
 #include "platform/qt/QtRunLoop.h"
 #include "remote/Pairing.h"

@@ -23,7 +23,16 @@ namespace {
 constexpr std::size_t kMostReferences = 3000;
 constexpr double kPatienceForChange = 10;
 
-ZAN_Value asValue(const NetworkPeer& peer) {
+/// What this machine and that one agreed on, if they are paired.
+std::optional<PairedMachine> pairedWith(const NetworkPeer& peer, CommandHome& home) {
+  if (!home.isThere()) return std::nullopt;
+  for (const PairedMachine& one : PairedMachines(home.store()).all())
+    if (one.machine.identifier == peer.name.identifier && one.machine.user == peer.name.user)
+      return one;
+  return std::nullopt;
+}
+
+ZAN_Value asValue(const NetworkPeer& peer, CommandHome& home) {
   ZAN_Value actions = ZAN_Value::array();
   for (const LaunchableAction& action : peer.actions) {
     ZAN_Value one = ZAN_Value::dictionary(
@@ -41,6 +50,8 @@ ZAN_Value asValue(const NetworkPeer& peer) {
                                 {"password", peer.name.passwordCode != 0},
                                 {"proven", !peer.challenge.empty()},
                                 {"permits", peer.permits},
+                                {"paired", pairedWith(peer, home).has_value()},
+                                {"encrypted", peer.channelPort != 0},
                                 {"host", peer.service.host},
                                 {"address", peer.service.address},
                                 {"port", static_cast<int>(peer.service.port)},
@@ -51,7 +62,8 @@ ZAN_Value asValue(const NetworkPeer& peer) {
 constexpr std::string_view kPeerLines =
     "{!No machine of the network can be controlled.\n}"
     "{*{name}: {active?active}{active!switched off}{locked?, locked}"
-    "{proven?, asks for a proof of its password and permits: {permits}}"
+    "{paired?, paired with this machine{encrypted!, but offers no encrypted channel}}"
+    "{proven?, {paired!asks for a proof of its password and }permits: {permits}}"
     "{proven!, unproven: anybody on the network may control it}; user {user}, machine "
     "{identifier}, {address}\n"
     "{actions*  {:action}{lastScheduleDate?, last on {lastScheduleDate:date}}\n}}";
@@ -93,14 +105,10 @@ Result<std::string> passwordFor(const NetworkPeer& peer, const std::optional<std
   return password;
 }
 
-/// What proves the command there: what was agreed on with a paired machine, else the password.
-Result<ControlKey> keyFor(const NetworkPeer& peer, CommandHome& home,
+/// What proves the command there.
+Result<ControlKey> keyFor(const NetworkPeer& peer, const std::optional<PairedMachine>& paired,
                           const std::optional<std::string>& passwordFile) {
-  if (home.isThere() && !passwordFile) {
-    for (const PairedMachine& one : PairedMachines(home.store()).all())
-      if (one.machine.identifier == peer.name.identifier && one.machine.user == peer.name.user)
-        return one.toControl;
-  }
+  if (paired && !passwordFile) return paired->toControl;
   const auto password = passwordFor(peer, passwordFile);
   if (!password) return password.error();
   const auto key = ControlKey::of(*password, peer.name.identifier);
@@ -111,27 +119,82 @@ Result<ControlKey> keyFor(const NetworkPeer& peer, CommandHome& home,
                                                    : ": there is not enough memory for the proof")};
 }
 
-/// Commands of both kinds of machines.
-Outcome sendTo(const NetworkPeer& peer, const RemoteCommand& command, CommandHome& home,
-               const std::optional<std::string>& passwordFile) {
+/// How a command goes there.
+struct Way {
+  std::optional<PairedMachine> paired{};
+  bool inClear = false;  ///< also to a paired machine
+  std::optional<std::string> passwordFile{};
+};
+
+/// Through the channel of paired machines, which is never given up for something else by itself.
+Result<ChannelReply> askPaired(const NetworkPeer& peer, const PairedMachine& paired,
+                               const ChannelRequest& request) {
+  if (peer.channelPort == 0)
+    return Error{ErrorKind::refused,
+                 printable(peer.name.machine) +
+                     ": it is paired with this machine, but offers no encrypted channel. Its "
+                     "program is older, it does not know this machine any more, or another machine "
+                     "answers in its place"};
+  return NetworkPeers::ask(peer, paired.toControl, request);
+}
+
+/// Commands of all kinds of machines.
+Outcome sendTo(const NetworkPeer& peer, const RemoteCommand& command, const Way& way,
+               const Machine& own) {
+  if (way.paired && !way.inClear) {
+    const auto reply = askPaired(peer, *way.paired, {command});
+    if (reply) return {};
+    const bool mayBeOlder = peer.channelPort == 0;
+    return Error{reply.error().kind,
+                 reply.error().text +
+                     (mayBeOlder ? "; --in-clear sends it so that others can read it" : "")};
+  }
   if (peer.challenge.empty()) {
-    const auto password = passwordFor(peer, passwordFile);
+    const auto password = passwordFor(peer, way.passwordFile);
     return password ? NetworkPeers::send(peer, command) : Outcome(password.error());
   }
-  const auto key = keyFor(peer, home, passwordFile);
+  const auto key = keyFor(peer, way.paired, way.passwordFile);
   if (!key) return key.error();
-  return NetworkPeers::sendProven(peer, command, *key,
-                                  MachineIdentity::of(home.machine()).sender());
+  return NetworkPeers::sendProven(peer, command, *key, MachineIdentity::of(own).sender());
+}
+
+constexpr std::string_view kStateLines =
+    "{name}: {enabled?active{disabledWhenDone?, off when all is done}}{enabled!switched off}"
+    "{paused?, paused}\n"
+    "{attention?Wants attention:\n"
+    "{attention*  {code?failed: {title?{:action}}{title!something that is no action}}"
+    "{since?no success since {since:date}: {:action}}{text}\n}}"
+    "{current?Runs {current:action}{current.progress?, {current.progress} %}"
+    "{current.progressText?, {current.progressText}}{current.stuck?; {current.stuck}}\n}"
+    "{current!Nothing runs\n}"
+    "{queueCount?In the queue: {queueCount}\n}{hold?{hold.text}\n}"
+    "{actions*  {:action}: {lastSuccess?last success {lastSuccess:date}}{lastSuccess!no success "
+    "yet}{next?, next {next:date}}{launchable!, not to be launched from here}\n}"
+    "{leftOut?and {leftOut} more\n}";
+
+Answer stateOf(const NetworkPeer& peer, const Way& way, const ZAN_DateUtils& calendar) {
+  const std::string name = printable(peer.name.machine);
+  if (!way.paired)
+    return Error{ErrorKind::refused,
+                 name + ": only machines that are paired with it see its state; corvana9 pair " +
+                     name + ", while corvana9 pair --accept waits there"};
+  const auto reply = askPaired(peer, *way.paired, {});
+  if (!reply) return reply.error();
+  ZAN_Value state = reply->state;
+  if (!state.isDictionary()) return Error{ErrorKind::damaged, name + ": its answer makes no sense"};
+  state.setValue("name", peer.name.machine);
+  return {state, TextForm(calendar).fill(kStateLines, state)};
 }
 
 struct Wish {
-  RemoteCommand command;
-  std::string done;
-  std::optional<bool> active;  ///< what the other machine should show afterwards
+  std::optional<RemoteCommand> command{};  ///< nothing: to see how it stands
+  std::string done{};
+  std::optional<bool> active{};  ///< what the other machine should show afterwards
 };
 
 Result<Wish> wishOf(const std::vector<std::string>& words, const std::string& ownName) {
   const std::string& verb = words[1];
+  if (verb == "status" && words.size() == 2) return Wish{};
   if (verb == "launch" && words.size() > 2) {
     RemoteCommand::Launch launch;
     for (std::size_t i = 2; i < words.size(); ++i) {
@@ -139,23 +202,25 @@ Result<Wish> wishOf(const std::vector<std::string>& words, const std::string& ow
       if (!ref) return ref.error();
       launch.references.push_back(*ref);
     }
-    return Wish{{launch}, "was asked to launch", {}};
+    return Wish{RemoteCommand{launch}, "was asked to launch", {}};
   }
   if ((verb == "activate" || verb == "deactivate") && words.size() == 2) {
     const bool active = verb == "activate";
-    return Wish{{RemoteCommand::Activate{active ? 1 : 0}},
-                active ? "is active" : "is switched off",
-                active};
+    return Wish{RemoteCommand{RemoteCommand::Activate{active ? 1 : 0}},
+                active ? "is active" : "is switched off", active};
   }
   if (verb == "message" && words.size() == 3)
-    return Wish{{RemoteCommand::Message{words[2], ownName}}, "was sent the message", {}};
-  return Error{ErrorKind::refused,
-               "what NAME shall do is one of launch REF…, activate, deactivate, message TEXT"};
+    return Wish{
+        RemoteCommand{RemoteCommand::Message{words[2], ownName}}, "was sent the message", {}};
+  return Error{
+      ErrorKind::refused,
+      "what NAME shall do is one of status, launch REF…, activate, deactivate, message TEXT"};
 }
 
 void tellUnknown(const RemoteCommand& command, const NetworkPeer& peer, const Console& console) {
   const auto* launch = std::get_if<RemoteCommand::Launch>(&command.what);
-  if (launch == nullptr) return;
+  // Who shows no titles has nothing to compare with.
+  if (launch == nullptr || peer.actions.empty()) return;
   for (const std::int64_t ref : launch->references) {
     if (std::ranges::find(peer.actions, ref, &LaunchableAction::ref) == peer.actions.end())
       Writer(console, false)
@@ -193,15 +258,17 @@ Answer peersCommand(Arguments& arguments, const Console& console) {
   NetworkPeers network(console);
   const auto peers = network.all();
   if (!peers) return peers.error();
-  const CommandHome home(console);
+  CommandHome home(console);
   ZAN_Value list = ZAN_Value::array();
-  for (const NetworkPeer& peer : *peers) list.append(asValue(peer));
+  for (const NetworkPeer& peer : *peers) list.append(asValue(peer, home));
   return {list, TextForm(home.calendar()).fill(kPeerLines, list)};
 }
 
 Answer peerCommand(Arguments& arguments, const Console& console) {
   arguments.json();
-  const auto passwordFile = arguments.option("--password-file");
+  Way way;
+  way.inClear = arguments.flag("--in-clear");
+  way.passwordFile = arguments.option("--password-file");
   const auto words = arguments.words(2, 2 + kMostReferences);
   if (!words) return wrongWords(words.error());
   CommandHome home(console);
@@ -213,8 +280,10 @@ Answer peerCommand(Arguments& arguments, const Console& console) {
   const std::string name = printable(peer->name.machine);
   if (peer->name.locked)
     return Error{ErrorKind::refused, name + ": it does not let itself be controlled"};
-  tellUnknown(wish->command, *peer, console);
-  const Outcome sent = sendTo(*peer, wish->command, home, passwordFile);
+  way.paired = pairedWith(*peer, home);
+  if (!wish->command) return stateOf(*peer, way, home.calendar());
+  tellUnknown(*wish->command, *peer, console);
+  const Outcome sent = sendTo(*peer, *wish->command, way, home.machine());
   if (!sent) return sent.error();
   if (wish->active) {
     const auto follows = [&](const NetworkPeer& other) {

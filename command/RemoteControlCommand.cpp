@@ -86,7 +86,7 @@ Wanted wantedFrom(Arguments& arguments) {
   wanted.permits = arguments.option("--permit");
   wanted.name = arguments.option("--name");
   wanted.from = arguments.option("--from");
-  wanted.port = arguments.number("--port", 0, 65535);
+  wanted.port = arguments.number("--port", 0, 65534);
   if (wanted.unproven && !wanted.on.value_or(false))
     arguments.complain("--unproven goes with --on");
   if (wanted.permits && *wanted.permits != "nothing") {

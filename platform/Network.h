@@ -66,6 +66,25 @@ class ServerSocket {
   virtual std::uint16_t port() const = 0;
 };
 
+/// A machine that has connected, for as long as it stays. Thread: main.
+class Visitor {
+ public:
+  virtual ~Visitor() = default;
+  virtual const std::string& address() const = 0;
+  /// Sent as the connection takes it.
+  virtual void say(std::span<const std::byte> bytes) = 0;
+  /// The connection ends once all that was said is sent, or when its time is over; nothing is heard
+  /// any more.
+  virtual void leave() = 0;
+};
+
+/// What is talked about with a visitor; it goes with the connection, never within its own calls.
+class Visit {
+ public:
+  virtual ~Visit() = default;
+  virtual void heard(std::span<const std::byte> bytes) = 0;
+};
+
 /// Sockets that other machines connect to. Thread: main.
 class ServerSockets {
  public:
@@ -97,6 +116,20 @@ class ServerSockets {
   /// comes within the call.
   virtual Result<std::unique_ptr<ServerSocket>> listen(std::uint16_t port, const Limits& limits,
                                                        Events events) = 0;
+
+  /// What visitors may take. One over a bound takes the place of the one that came first.
+  struct VisitLimits {
+    std::size_t connections = 16;           ///< open at a time
+    std::size_t connectionsPerAddress = 4;  ///< of one machine
+    std::size_t bytes = 65536;              ///< heard of one visitor in all
+    double seconds = 10;                    ///< of a visit, whatever is said
+  };
+  /// Begins the visit of a machine; null turns it away.
+  using Comes = std::function<std::unique_ptr<Visit>(Visitor& visitor)>;
+  /// Listens in the same way for machines that stay for a talk.
+  virtual Result<std::unique_ptr<ServerSocket>> listenForVisits(std::uint16_t port,
+                                                                const VisitLimits& limits,
+                                                                Comes comes) = 0;
 };
 
 /// A service as it is made known on the local network.

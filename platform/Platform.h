@@ -6,6 +6,7 @@ class AgentObject;
 class Clock;
 class DistributedNotifications;
 class Input;
+class KeyedChannels;
 class Machine;
 class Network;
 class Power;
@@ -33,12 +34,14 @@ struct Platform {
   Network& network;
   ServiceDiscovery& services;
   ServerSockets& serverSockets;
-  AgentObject* agentObject = nullptr;  ///< null: nobody can ask the agent
+  AgentObject* agentObject = nullptr;      ///< null: nobody can ask the agent
+  KeyedChannels* keyedChannels = nullptr;  ///< null: nothing is encrypted
 
   /// The same surroundings with another loop.
   Platform withRunLoop(RunLoop& loop) const {
-    return {clock,         loop,      machine, power,   processes, input,         userInterface,
-            notifications, systemLog, volumes, network, services,  serverSockets, agentObject};
+    return {clock,   loop,          machine,       power,       processes,
+            input,   userInterface, notifications, systemLog,   volumes,
+            network, services,      serverSockets, agentObject, keyedChannels};
   }
 };
 

@@ -19,6 +19,8 @@ constexpr std::string_view kSaltPrefix = "corvana remote control 1 ";
 /// Senders whose counters are kept; only who knows the password can be one.
 constexpr std::size_t kMostSenders = 1000;
 
+constexpr std::size_t kBytesOfName = 16;
+
 constexpr const char* kReply = "RemoteControlMachineReply";
 constexpr const char* kChallenge = "RemoteControlMachineChallenge";
 constexpr const char* kCounter = "RemoteControlMachineCounter";
@@ -27,6 +29,16 @@ constexpr const char* kCode = "RemoteControlMachineProofCode";
 unsigned char* raw(std::byte* bytes) { return reinterpret_cast<unsigned char*>(bytes); }
 const unsigned char* raw(const std::byte* bytes) {
   return reinterpret_cast<const unsigned char*>(bytes);
+}
+
+std::string hexadecimal(std::span<const std::byte> bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const std::byte byte : bytes) {
+    text += kDigits[std::to_integer<unsigned>(byte) >> 4U];
+    text += kDigits[std::to_integer<unsigned>(byte) & 0xFU];
+  }
+  return text;
 }
 
 void append(std::vector<std::byte>& all, std::uint64_t number) {
@@ -65,6 +77,14 @@ std::optional<ControlKey> ControlKey::from(std::span<const std::byte> bytes) {
   return key;
 }
 
+ChannelKey ControlKey::channelKey() const {
+  const auto derived = [this](std::string_view purpose) {
+    return codeOf(std::as_bytes(std::span(purpose)));
+  };
+  const ProofCode name = derived("corvana channel name 1");
+  return {hexadecimal(std::span(name).first(kBytesOfName)), derived("corvana channel key 1")};
+}
+
 ProofCode ControlKey::codeOf(std::span<const std::byte> bytes) const {
   ProofCode code{};
   crypto_auth_hmacsha256(raw(code.data()), raw(bytes.data()), bytes.size(), raw(mBytes.data()));
@@ -83,6 +103,12 @@ std::vector<std::byte> CommandProof::covered(std::span<const std::byte> command)
   append(all, sender);
   append(all, static_cast<std::uint64_t>(counter));
   return all;
+}
+
+std::optional<CommandReply::Word> CommandReply::wordOf(std::int64_t number) {
+  if (number < static_cast<int>(Word::done) || number > static_cast<int>(Word::tooQuickly))
+    return std::nullopt;
+  return static_cast<Word>(number);
 }
 
 std::vector<std::byte> CommandReply::covered(const CommandProof& proof) const {
@@ -108,11 +134,9 @@ std::optional<CommandReply> CommandReply::decode(std::span<const std::byte> data
                                                  const CommandProof& proof, const ControlKey& key) {
   const auto value = ZAN_Unarchiver::unarchiveObjectWithData(data);
   if (!value || !value->isDictionary()) return std::nullopt;
-  const std::int64_t word = value->integer(kReply);
-  if (word < static_cast<int>(Word::done) || word > static_cast<int>(Word::tooQuickly))
-    return std::nullopt;
-  CommandReply reply{
-      static_cast<Word>(word), value->string(kChallenge), value->integer(kCounter), {}};
+  const auto word = wordOf(value->integer(kReply));
+  if (!word) return std::nullopt;
+  CommandReply reply{*word, value->string(kChallenge), value->integer(kCounter), {}};
   if (reply.word == Word::wrongPassword) return reply;
   const ZAN_Value& code = (*value)[kCode];
   if (code.bytes().size() != reply.code.size()) return std::nullopt;
@@ -122,14 +146,9 @@ std::optional<CommandReply> CommandReply::decode(std::span<const std::byte> data
 }
 
 void ProofChecker::renew() {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::array<unsigned char, 16> random{};
+  std::array<std::byte, 16> random{};
   randombytes_buf(random.data(), random.size());
-  mChallenge.clear();
-  for (const unsigned char byte : random) {
-    mChallenge += kDigits[byte >> 4U];
-    mChallenge += kDigits[byte & 0xFU];
-  }
+  mChallenge = hexadecimal(random);
   mCounters.clear();
 }
 

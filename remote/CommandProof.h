@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/KeyedChannel.h"
+
 namespace corvana {
 
 using ProofCode = std::array<std::byte, 32>;
@@ -26,6 +28,9 @@ class ControlKey {
   /// A key that two machines agreed on: 32 bytes, nothing for another number.
   static std::optional<ControlKey> from(std::span<const std::byte> bytes);
   std::span<const std::byte> bytes() const { return mBytes; }
+
+  /// What encrypts the channel to whoever has this key as well; nothing else is told by it.
+  ChannelKey channelKey() const;
 
   /// HMAC-SHA-256 of the bytes.
   ProofCode codeOf(std::span<const std::byte> bytes) const;
@@ -62,6 +67,9 @@ struct CommandReply {
     notPermitted,   ///< the machine does not permit this kind of command
     tooQuickly,     ///< after too many others
   };
+  /// Nothing for a number that is none of them.
+  static std::optional<Word> wordOf(std::int64_t number);
+
   Word word = Word::done;
   std::string challenge;
   std::int64_t counter = 0;

@@ -40,10 +40,18 @@ std::uint32_t decoyCode() {
 
 }  // namespace
 
-RemoteControl::RemoteControl(Records& records, SchedulerCommands& commands)
+RemoteControl::RemoteControl(Records& records, SchedulerCommands& commands,
+                             std::function<ZAN_Value()> state)
     : m(records),
       mCommander(commands),
+      mState(std::move(state)),
       mPaired(records.store),
+      mChannel(
+          m.platform,
+          [this](const std::string& address) { return accepts(address) && isInTime(address); },
+          [this] { refreshPaired(); },
+          [this](const std::string& address, const std::string& sender,
+                 const ChannelRequest& request) { return answerPaired(address, sender, request); }),
       mDecoyCode(decoyCode()),
       mAddresses(kCommandsOfOne, kCommandsOfStrangers),
       mControllers(kCommandsOfOne, kCommandsOfStrangers),
@@ -78,6 +86,7 @@ void RemoteControl::takeBack() {
   m.platform.runLoop.cancel(std::exchange(mPublication, 0));
   m.platform.runLoop.cancel(std::exchange(mLaunching, 0));
   mToLaunch.clear();
+  mChannel.close();
   mClient.reset();
 }
 
@@ -116,6 +125,7 @@ void RemoteControl::publish() {
   if (m.preferences.mRemoteProvenOnly) return publishProven();
   mChecker.reset();
   mKey.reset();
+  mChannel.close();
   publish(UtilsCommon::getPasswordCode(m.preferences.mRemoteControlPassword), {});
 }
 
@@ -134,6 +144,7 @@ void RemoteControl::publishProven() {
   const bool knowsMachines = !mPaired.all().empty();
   mChecker.reset();
   if (password.empty() && !knowsMachines) {
+    mChannel.close();
     mClient.reset();
     if (!std::exchange(mToldWithoutPassword, true))
       m.log.addSchedulerLog(LogCode::message, m.texts.text("RemoteControlWithoutPassword"));
@@ -144,6 +155,7 @@ void RemoteControl::publishProven() {
   if (!password.empty() && (!mKey || mPassword != password)) return computeKey();
   mChecker.emplace(mKey);
   takePaired();
+  openChannel();
   std::string permits;
   const auto add = [&](bool permitted, const char* word) {
     if (permitted) permits += (permits.empty() ? "" : ",") + std::string(word);
@@ -151,15 +163,35 @@ void RemoteControl::publishProven() {
   add(m.preferences.mRemoteMayLaunch, "launch");
   add(m.preferences.mRemoteMaySwitch, "switch");
   add(m.preferences.mRemoteMayMessage, "message");
-  publish(mDecoyCode, {{std::string(kChallengeText) + mChecker->challenge(),
-                        std::string(kPermitsText) + permits}});
+  std::vector<std::string> texts{std::string(kChallengeText) + mChecker->challenge(),
+                                 std::string(kPermitsText) + permits};
+  if (mChannel.port() != 0)
+    texts.push_back(std::string(kChannelText) + std::to_string(mChannel.port()));
+  publish(mDecoyCode, {texts});
 }
 
 void RemoteControl::takePaired() {
   std::map<std::string, ControlKey> keys;
   for (const PairedMachine& one : mPaired.all())
     keys.emplace(one.machine.sender(), one.toBeControlled);
-  mChecker->setPaired(std::move(keys));
+  mChannel.setMachines(keys);
+  if (mChecker) mChecker->setPaired(std::move(keys));
+}
+
+/// A machine that was forgotten by the command may do nothing from that moment on.
+void RemoteControl::refreshPaired() {
+  if (mPaired.haveChanged()) takePaired();
+}
+
+void RemoteControl::openChannel() {
+  if (mPaired.all().empty()) return mChannel.close();
+  const int own = std::clamp(m.preferences.mRemotePort, 0, 65535);
+  // A firewall opens two ports in a row.
+  const auto port = static_cast<std::uint16_t>(own == 0 || own == 65535 ? 0 : own + 1);
+  const Outcome opened = mChannel.open(port);
+  if (opened || std::exchange(mToldWithoutChannel, true)) return;
+  m.log.addSchedulerLog(LogCode::message,
+                        m.texts.text("RemoteControlWithoutChannel", {opened.error().text}));
 }
 
 void RemoteControl::computeKey() {
@@ -200,6 +232,12 @@ bool RemoteControl::accepts(const std::string& address) {
   return false;
 }
 
+bool RemoteControl::isInTime(const std::string& address) {
+  if (mAddresses.take(address, m.platform.clock.monotonic())) return true;
+  tellOnce(mDroppedCommands, "RemoteControlDropped", address);
+  return false;
+}
+
 void RemoteControl::tellOnce(BurstGate& burst, const char* text, const std::string& sender) {
   if (burst.begins(m.platform.clock.monotonic()))
     m.log.addSchedulerLog(LogCode::message, m.texts.text(text, {sender}));
@@ -207,10 +245,7 @@ void RemoteControl::tellOnce(BurstGate& burst, const char* text, const std::stri
 
 std::vector<std::byte> RemoteControl::receiveFromRemoteController(const std::string& address,
                                                                   std::span<const std::byte> data) {
-  if (!mAddresses.take(address, m.platform.clock.monotonic())) {
-    tellOnce(mDroppedCommands, "RemoteControlDropped", address);
-    return {};
-  }
+  if (!isInTime(address)) return {};
   const auto command = RemoteCommand::decode(data);
   if (!command) return {};
   if (m.preferences.mRemoteProvenOnly) return answerProof(address, *command);
@@ -225,8 +260,7 @@ std::vector<std::byte> RemoteControl::answerProof(const std::string& address,
     tellOnce(mUnproven, "RemoteControlUnproven", address);
     return {};
   }
-  // A machine that was forgotten by the command may do nothing from that moment on.
-  if (mPaired.haveChanged()) takePaired();
+  refreshPaired();
   const CommandProof& proof = *command.proof;
   const auto key = mChecker->keyOf(proof, command.proven);
   CommandReply reply;
@@ -244,19 +278,35 @@ std::vector<std::byte> RemoteControl::answerProof(const std::string& address,
       reply.counter = mChecker->lastCounter(proof.sender);
       break;
     case Verdict::proven:
-      mAddresses.trust(address);
-      if (!permits(command)) {
-        tellOnce(mNotPermitted, "RemoteControlNotPermitted", address);
-        reply.word = CommandReply::Word::notPermitted;
-      } else if (!mControllers.take(proof.sender, m.platform.clock.monotonic())) {
-        tellOnce(mDroppedCommands, "RemoteControlDropped", address);
-        reply.word = CommandReply::Word::tooQuickly;
-      } else if (!carryOut(address, command)) {
-        reply.word = CommandReply::Word::tooQuickly;
-      }
+      reply.word = carryOutProven(address, proof.sender, command);
       break;
   }
   return CommandReply::encode(reply, proof, key);
+}
+
+CommandReply::Word RemoteControl::carryOutProven(const std::string& address,
+                                                 const std::string& sender,
+                                                 const RemoteCommand& command) {
+  using Word = CommandReply::Word;
+  mAddresses.trust(address);
+  if (!permits(command)) {
+    tellOnce(mNotPermitted, "RemoteControlNotPermitted", address);
+    return Word::notPermitted;
+  }
+  if (!mControllers.take(sender, m.platform.clock.monotonic())) {
+    tellOnce(mDroppedCommands, "RemoteControlDropped", address);
+    return Word::tooQuickly;
+  }
+  return carryOut(address, command) ? Word::done : Word::tooQuickly;
+}
+
+ChannelReply RemoteControl::answerPaired(const std::string& address, const std::string& sender,
+                                         const ChannelRequest& request) {
+  using Word = CommandReply::Word;
+  if (request.command) return {carryOutProven(address, sender, *request.command)};
+  mAddresses.trust(address);
+  if (!mControllers.take(sender, m.platform.clock.monotonic())) return {Word::tooQuickly};
+  return {Word::done, mState()};
 }
 
 bool RemoteControl::permits(const RemoteCommand& command) const {

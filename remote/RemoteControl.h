@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -15,6 +16,7 @@
 #include "remote/Allowance.h"
 #include "remote/AllowedAddresses.h"
 #include "remote/CommandProof.h"
+#include "remote/PairedChannel.h"
 #include "remote/Pairing.h"
 #include "remote/RemoteCommand.h"
 #include "remote/RemoteControlClient.h"
@@ -28,10 +30,12 @@ struct Records;
 /// it. As a rule they have to prove the password with each command, and may do what is permitted;
 /// without that preference anybody may do everything, as other programs expect it. What they send
 /// is not trusted: it is bounded in size, number and pace, and what comes too quickly is dropped
-/// unread, which the log says once for each burst. Thread: main.
+/// unread, which the log says once for each burst. Machines that are paired with this one have an
+/// encrypted channel beside it, which also tells them how everything stands. Thread: main.
 class RemoteControl {
  public:
-  RemoteControl(Records& records, SchedulerCommands& commands);
+  /// `state` gives what paired machines may see.
+  RemoteControl(Records& records, SchedulerCommands& commands, std::function<ZAN_Value()> state);
   ~RemoteControl();
   RemoteControl(const RemoteControl&) = delete;
   RemoteControl& operator=(const RemoteControl&) = delete;
@@ -58,16 +62,25 @@ class RemoteControl {
   void publish(std::uint32_t passwordCode, RemoteControlClient::Exposure exposure);
   void publishProven();
   void takePaired();
+  void refreshPaired();
+  void openChannel();
   void computeKey();
   void keyIsThere(const std::string& password, const std::optional<ControlKey>& key);
   void takeBack();
   std::vector<std::byte> answerProof(const std::string& address, const RemoteCommand& command);
+  ChannelReply answerPaired(const std::string& address, const std::string& sender,
+                            const ChannelRequest& request);
+  /// What has come of a command that somebody has proven or said through the channel.
+  CommandReply::Word carryOutProven(const std::string& address, const std::string& sender,
+                                    const RemoteCommand& command);
   bool permits(const RemoteCommand& command) const;
   /// False when it came too quickly after others.
   bool carryOut(const std::string& address, const RemoteCommand& command);
   void tellOnce(BurstGate& burst, const char* text, const std::string& sender);
   void launchSome();
   bool accepts(const std::string& address);
+  /// Whether that address may say something again, which is counted.
+  bool isInTime(const std::string& address);
   void tellLeftOut(std::size_t leftOut, std::size_t all);
   bool run(const std::string& address, const RemoteCommand::Activate& command);
   bool run(const std::string& address, const RemoteCommand::Launch& command);
@@ -75,6 +88,7 @@ class RemoteControl {
 
   Records& m;
   SchedulerCommands& mCommander;
+  const std::function<ZAN_Value()> mState;
   std::unique_ptr<RemoteControlClient> mClient;
   bool mFollows = false;
   bool mPublishedAsDisabled = false;
@@ -82,6 +96,8 @@ class RemoteControl {
   AllowedAddresses mAllowed;
   std::size_t mToldLeftOut = 0;
   PairedMachines mPaired;
+  PairedChannel mChannel;
+  bool mToldWithoutChannel = false;
   std::optional<ProofChecker> mChecker;  ///< nothing: no command can be proven
   std::optional<ControlKey> mKey;        ///< of the password below
   std::string mPassword;

@@ -13,9 +13,11 @@ inline constexpr const char* kRemoteServiceType = "_rcfz9._udp";
 inline constexpr const char* kRemoteServiceDomain = "local";
 
 /// What a machine that wants proofs publishes beside its actions: what the next proof is made for,
-/// and what it permits ("launch,switch,message").
+/// and what it permits ("launch,switch,message"); with paired machines the port of the encrypted
+/// channel as well.
 inline constexpr std::string_view kChallengeText = "Challenge=";
 inline constexpr std::string_view kPermitsText = "Permits=";
+inline constexpr std::string_view kChannelText = "Channel=";
 
 /// The name of a machine's service, which also tells its identity and state: six fields with "&&"
 /// between them. Thread: any.

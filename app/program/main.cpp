@@ -17,9 +17,10 @@
 #include "app/program/StandardStreams.h"
 #include "platform/linux/HeadlessUserInterface.h"
 #include "platform/linux/LinuxMachine.h"
-#include "platform/linux/LinuxNetwork.h"
 #include "platform/linux/LinuxProcesses.h"
+#include "platform/linux/LinuxServerSockets.h"
 #include "platform/linux/LinuxVolumes.h"
+#include "platform/linux/Modules.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/TerminationSignals.h"
 #include "platform/qt/AvahiServices.h"
@@ -99,10 +100,11 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   QtNetwork network;
   AvahiServices services(loop, *log);
   LinuxServerSockets serverSockets(loop, loop);
+  ModuleChannels keyedChannels;
   std::optional<MainScheduler> scheduler;
   scheduler.emplace(Platform{clock, loop, machine, power, processes, input, userInterface,
                              notifications, *log, volumes, network, services, serverSockets,
-                             &agentObject});
+                             &agentObject, &keyedChannels});
   scheduler->store().saveInBackground(loop);
   if (qt.desktop != nullptr) {
     qt.desktop->attach(scheduler->userInterfaceSources());

@@ -163,18 +163,78 @@ class SimulatedServerSockets::Socket final : public ServerSocket {
 Result<std::unique_ptr<ServerSocket>> SimulatedServerSockets::listen(std::uint16_t port,
                                                                      const Limits& limits,
                                                                      Events events) {
+  return listen({port, limits, std::move(events), {}});
+}
+
+Result<std::unique_ptr<ServerSocket>> SimulatedServerSockets::listenForVisits(std::uint16_t port,
+                                                                              const VisitLimits&,
+                                                                              Comes comes) {
+  return listen({port, {}, {}, std::move(comes)});
+}
+
+Result<std::unique_ptr<ServerSocket>> SimulatedServerSockets::listen(Listener made) {
   if (failure) return Error{*failure, "listening socket: the test says so"};
-  auto listener = std::make_shared<Listener>(
-      Listener{port != 0 ? port : ++mLastPort, limits, std::move(events)});
+  if (made.port == 0) made.port = ++mLastPort;
+  auto listener = std::make_shared<Listener>(std::move(made));
   mListeners.push_back(listener);
   return std::unique_ptr<ServerSocket>(std::make_unique<Socket>(std::move(listener)));
+}
+
+namespace {
+
+struct Talk final : Visitor {
+  std::string from;
+  std::unique_ptr<Visit> visit;
+  std::vector<std::byte> said;
+  bool isOver = false;
+
+  const std::string& address() const override { return from; }
+  void say(std::span<const std::byte> bytes) override {
+    said.insert(said.end(), bytes.begin(), bytes.end());
+  }
+  void leave() override { isOver = true; }
+};
+
+class Call final : public SimulatedServerSockets::Caller {
+ public:
+  Call(RunLoop& runLoop, std::shared_ptr<Talk> talk) : mRunLoop(runLoop), mTalk(std::move(talk)) {}
+
+  void say(std::span<const std::byte> bytes) override {
+    mRunLoop.performOnMain([weak = std::weak_ptr<Talk>(mTalk),
+                            kept = std::vector<std::byte>(bytes.begin(), bytes.end())] {
+      const auto talk = weak.lock();
+      if (talk && !talk->isOver) talk->visit->heard(kept);
+    });
+  }
+  std::vector<std::byte> heard() override { return std::exchange(mTalk->said, {}); }
+  bool isOver() const override { return mTalk->isOver; }
+
+ private:
+  RunLoop& mRunLoop;
+  std::shared_ptr<Talk> mTalk;
+};
+
+}  // namespace
+
+std::unique_ptr<SimulatedServerSockets::Caller> SimulatedServerSockets::call(
+    std::uint16_t port, const std::string& address) {
+  for (const auto& one : mListeners) {
+    const auto listener = one.lock();
+    if (!listener || listener->port != port || !listener->comes) continue;
+    auto talk = std::make_shared<Talk>();
+    talk->from = address;
+    talk->visit = listener->comes(*talk);
+    if (!talk->visit) return nullptr;
+    return std::make_unique<Call>(mRunLoop, std::move(talk));
+  }
+  return nullptr;
 }
 
 bool SimulatedServerSockets::send(std::uint16_t port, const std::string& address,
                                   std::span<const std::byte> bytes) {
   for (const auto& one : mListeners) {
     const auto listener = one.lock();
-    if (!listener || listener->port != port) continue;
+    if (!listener || listener->port != port || listener->comes) continue;
     if (listener->events.accepts && !listener->events.accepts(address)) return false;
     const auto read = bytes.first(std::min(bytes.size(), listener->limits.bytes));
     std::vector<std::byte> kept(read.begin(), read.end());
@@ -190,7 +250,8 @@ bool SimulatedServerSockets::send(std::uint16_t port, const std::string& address
 std::vector<std::uint16_t> SimulatedServerSockets::ports() const {
   std::vector<std::uint16_t> ports;
   for (const auto& one : mListeners)
-    if (const auto listener = one.lock()) ports.push_back(listener->port);
+    if (const auto listener = one.lock(); listener && !listener->comes)
+      ports.push_back(listener->port);
   return ports;
 }
 

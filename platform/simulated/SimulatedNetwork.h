@@ -82,6 +82,24 @@ class SimulatedServerSockets final : public ServerSockets {
 
   Result<std::unique_ptr<ServerSocket>> listen(std::uint16_t port, const Limits& limits,
                                                Events events) override;
+  Result<std::unique_ptr<ServerSocket>> listenForVisits(std::uint16_t port,
+                                                        const VisitLimits& limits,
+                                                        Comes comes) override;
+
+  /// A machine that has connected, as the test plays it.
+  class Caller {
+   public:
+    virtual ~Caller() = default;
+    /// Heard when the loop next runs.
+    virtual void say(std::span<const std::byte> bytes) = 0;
+    /// What was said to it since the last call.
+    virtual std::vector<std::byte> heard() = 0;
+    /// The other end has left.
+    virtual bool isOver() const = 0;
+  };
+  /// Connects to that port; null when nobody listens there or it is turned away. The visit is over
+  /// when the caller goes.
+  std::unique_ptr<Caller> call(std::uint16_t port, const std::string& address);
 
   /// A machine connects to that port and sends, cut as one reading is; it is heard when the loop
   /// next runs. False when nobody listens there or the address is turned away.
@@ -90,7 +108,7 @@ class SimulatedServerSockets final : public ServerSockets {
   /// What was answered, to all who sent, in order.
   std::vector<std::vector<std::byte>> replies;
   std::optional<ErrorKind> failure;  ///< why `listen` fails
-  /// Those that listen now, in the order of their beginning.
+  /// Those that listen now for single commands, in the order of their beginning.
   std::vector<std::uint16_t> ports() const;
 
  private:
@@ -98,8 +116,10 @@ class SimulatedServerSockets final : public ServerSockets {
     std::uint16_t port;
     Limits limits;
     Events events;
+    Comes comes;  ///< with it, visitors
   };
   class Socket;
+  Result<std::unique_ptr<ServerSocket>> listen(Listener listener);
 
   RunLoop& mRunLoop;
   std::uint16_t mLastPort = 4000;

@@ -25,8 +25,9 @@ class SimulatedPlatform {
 
   /// The references to hand to the agent.
   Platform platform() {
-    return {clock,         runLoop,   machine, power,   processes, input,        userInterface,
-            notifications, systemLog, volumes, network, services,  serverSockets};
+    return {clock,   runLoop,       machine,       power,     processes,
+            input,   userInterface, notifications, systemLog, volumes,
+            network, services,      serverSockets, nullptr,   keyedChannels};
   }
 
   TemporaryFolder folder;  ///< the home
@@ -43,6 +44,7 @@ class SimulatedPlatform {
   SimulatedNetwork network{time};
   SimulatedServiceDiscovery services{runLoop};
   SimulatedServerSockets serverSockets{runLoop};
+  KeyedChannels* keyedChannels = nullptr;  ///< the test's
   SimulatedVolumes volumes{runLoop, folder.at("Volumes")};
 };
 

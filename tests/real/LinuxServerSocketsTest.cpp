@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxNetwork.h"
+#include "platform/linux/LinuxServerSockets.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -148,6 +148,62 @@ TEST_F(LinuxServerSocketsTest, AnEndlessStreamAndThousandsOfConnectionsAreBounde
   ASSERT_TRUE(say(honest, "still there?"));
   ASSERT_TRUE(real.runUntil([&] { return !received.empty(); }));
   EXPECT_EQ(received.back(), "still there?");
+}
+
+/// Answers each byte with a thousand, and leaves at a full stop.
+struct Echo final : Visit {
+  explicit Echo(Visitor& guest, int& living) : visitor(guest), alive(living) { ++alive; }
+  ~Echo() override { --alive; }
+  void heard(std::span<const std::byte> bytes) override {
+    for (const std::byte byte : bytes) {
+      visitor.say(std::vector<std::byte>(1000, byte));
+      if (byte == std::byte{'.'}) visitor.leave();
+    }
+  }
+  Visitor& visitor;
+  int& alive;
+};
+
+TEST_F(LinuxServerSocketsTest, VisitorsAreHeardAndAnsweredUntilTheirTimeIsOver) {
+  int alive = 0;
+  ServerSockets::VisitLimits limits;
+  limits.connections = 3;
+  limits.bytes = 6000;
+  limits.seconds = 0.5;
+  auto made = sockets.listenForVisits(0, limits, [&](Visitor& visitor) {
+    EXPECT_EQ(visitor.address(), "127.0.0.1");
+    return std::make_unique<Echo>(visitor, alive);
+  });
+  ASSERT_TRUE(made);
+  server = std::move(made).value();
+  std::string heard;
+  const auto hear = [&](const ZAN_Descriptor& socket) {
+    std::vector<char> bytes(1 << 16);
+    const ssize_t count = ::recv(socket.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+    if (count > 0) heard.append(bytes.data(), static_cast<std::size_t>(count));
+    return count == 0;
+  };
+  // Five megabytes do not fit into a connection at once.
+  const ZAN_Descriptor client = connectTo(server->port());
+  ASSERT_TRUE(say(client, std::string(4999, 'a')));
+  ASSERT_TRUE(say(client, "."));
+  ASSERT_TRUE(real.runUntil([&] { return hear(client); }));
+  EXPECT_EQ(heard.size(), 5'000'000U);
+  EXPECT_EQ(heard.back(), '.');
+
+  const ZAN_Descriptor talkative = connectTo(server->port());
+  ASSERT_TRUE(say(talkative, std::string(7000, 'b')));
+  ASSERT_TRUE(real.runUntil([&] { return isClosed(talkative) || (hear(talkative), false); }));
+  std::vector<ZAN_Descriptor> silent;
+  for (int i = 0; i < 5; ++i) silent.push_back(connectTo(server->port()));
+  ASSERT_TRUE(real.runUntil([&] { return isClosed(silent[0]) && isClosed(silent[1]); }));
+  EXPECT_LE(alive, 3);
+  ASSERT_TRUE(real.runUntil([&] { return isClosed(silent[4]); })) << "its time is over";
+  EXPECT_EQ(alive, 0);
+  const ZAN_Descriptor last = connectTo(server->port());
+  ASSERT_TRUE(real.runUntil([&] { return alive == 1; }));
+  server.reset();
+  EXPECT_EQ(alive, 0);
 }
 
 }  // namespace

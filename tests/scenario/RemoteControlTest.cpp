@@ -3,7 +3,10 @@
 #include <filesystem>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "platform/keyed/TlsChannels.h"
 #include "remote/LaunchableActions.h"
+#include "remote/PairedChannel.h"
+#include "remote/Pairing.h"
 #include "remote/RemoteCommand.h"
 #include "remote/RemoteControl.h"
 #include "remote/ServiceName.h"
@@ -323,6 +326,87 @@ TEST_F(ProvenRemoteControl, ACommandUnderWayWhileTheChallengeChangesIsSentAgain)
   EXPECT_EQ(reply->word, Word::newChallenge);
   EXPECT_THAT(queued(), ElementsAre());
   EXPECT_EQ(answer(proven(launch, reply->challenge))->word, Word::done);
+}
+
+/// The same, paired with the kitchen, which asks through the encrypted channel.
+struct PairedRemoteControl : ProvenRemoteControl {
+  TlsChannels channels;
+  const std::array<std::byte, 32> bytes{std::byte{7}};
+  const ControlKey ours = *ControlKey::from(bytes);
+
+  PairedRemoteControl() {
+    day.machine.keyedChannels = &channels;
+    settings.setValue(PreferenceKey::remoteHidesTitles, 1);
+    settings.removeKey(PreferenceKey::remotePassword);
+    EXPECT_TRUE(PairedMachines(day.store()).add({{"kitchen", "k17c", 501}, ours, ours}));
+  }
+  std::uint16_t channelPort() {
+    const auto service = published();
+    for (const std::string& text : service->txt)
+      if (text.starts_with(kChannelText))
+        return static_cast<std::uint16_t>(std::stoi(text.substr(kChannelText.size())));
+    return 0;
+  }
+  std::optional<ChannelReply> ask(const ChannelRequest& request,
+                                  const std::string& address = "10.0.0.2") {
+    ChannelCall call(std::move(*channels.asking(ours.channelKey())), request);
+    const auto line = day.machine.serverSockets.call(channelPort(), address);
+    for (int round = 0; line && round < 4; ++round) {
+      line->say(call.toNetwork());
+      day.runFor(0.01);
+      if (!call.take(line->heard())) break;
+    }
+    return call.reply();
+  }
+  std::optional<Word> through(const RemoteCommand& command) {
+    const auto reply = ask({command});
+    return reply ? std::optional(reply->word) : std::nullopt;
+  }
+};
+
+TEST_F(PairedRemoteControl, TheChannelTellsTheStateAndCarriesWhatIsPermitted) {
+  startAgent();
+  ASSERT_NE(channelPort(), 0);
+  EXPECT_THAT(published()->txt, testing::Not(testing::Contains(HasSubstr("Letters"))));
+  const auto reply = ask({});
+  ASSERT_TRUE(reply);
+  const ZAN_Value& state = reply->state;
+  EXPECT_TRUE(state["enabled"].boolValue());
+  ASSERT_EQ(state["actions"].size(), 3U);
+  EXPECT_EQ(state["actions"].at(0).string("title"), "Letters");
+  EXPECT_FALSE(state["actions"].at(2)["launchable"].boolValue());
+  EXPECT_TRUE(state["attention"].empty());
+
+  day.agent->commands().pauseExecution();
+  EXPECT_EQ(through({RemoteCommand::Launch{{photos}}}), Word::done);
+  EXPECT_THAT(queued(), ElementsAre(photos));
+  EXPECT_EQ(through({RemoteCommand::Activate{0}}), Word::notPermitted);
+  EXPECT_TRUE(isActive());
+
+  ASSERT_TRUE(*PairedMachines(day.store()).forget("kitchen"));
+  EXPECT_FALSE(ask({})) << "forgotten by the command, and nobody has told the agent yet";
+  preferencesChange();
+  EXPECT_FALSE(published()) << "neither a password nor a machine that could prove anything";
+  EXPECT_EQ(told("it has no password yet"), 1);
+}
+
+TEST_F(PairedRemoteControl, ChannelAndOwnerOutliveAFloodOfStrangers) {
+  settings.setValue(PreferenceKey::remotePort, 4711);
+  startAgent();
+  day.agent->commands().pauseExecution();
+  EXPECT_EQ(channelPort(), 4712) << "the one after that of commands";
+  ASSERT_TRUE(ask({}));
+  const std::vector<std::byte> rubbish(60'000, std::byte{0x16});
+  for (int minute = 0; minute < 10; ++minute) {
+    for (int i = 0; i < 300; ++i)
+      if (const auto line =
+              day.machine.serverSockets.call(4712, "10.0.1." + std::to_string(i % 100)))
+        line->say(rubbish);
+    day.agent->commands().removeFromQueue({0});
+    EXPECT_EQ(through({RemoteCommand::Launch{{photos}}}), Word::done) << minute;
+    EXPECT_THAT(queued(), ElementsAre(photos));
+    day.runFor(59);
+  }
 }
 
 /// A hundred machines that guess, flood and send rubbish for an hour.

@@ -31,8 +31,9 @@ FLOORS.update({room: 8 for room in ENGINES - {"execute/engine"}})
 BESIDE = {
     "platform": {"ZANCocoaFramework"},
     "platform/simulated": {"platform", "ZANCocoaFramework"},
-    "platform/linux": {"platform", "ZANCocoaFramework"},
+    "platform/linux": {"platform", "platform/keyed", "ZANCocoaFramework"},
     "platform/tls": {"platform", "ZANCocoaFramework"},
+    "platform/keyed": {"platform", "ZANCocoaFramework"},
     "platform/qt": {"platform", "platform/linux", "platform/tls", "ZANCocoaFramework"},
 }
 # These join a platform with the rooms, so they may see its real half.

@@ -54,6 +54,8 @@ struct RemoteMachinesTest : testing::Test {
     fs::copy(CORVANA_RESOURCES,
              fs::path(program(machine, "Scheduler")).parent_path().parent_path() / "Resources",
              fs::copy_options::recursive);
+    fs::copy(fs::path(CORVANA_AGENT).parent_path().parent_path() / "PlugIns",
+             fs::path(program(machine, "Scheduler")).parent_path().parent_path() / "PlugIns");
     std::ofstream(program(machine, "Execute")) << "#!/bin/sh\necho \"$1\" >> \"$HOME/executed\"\n";
     ::chmod(program(machine, "Execute").c_str(), 0755);
     const SystemClock clock;
@@ -182,9 +184,15 @@ TEST_F(RemoteMachinesTest, PairedMachinesNeedNoPassword) {
   ASSERT_TRUE(sees([](const ZAN_Value& list) { return list.size() == 1; })) << agentOutput;
   EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101"}), 0) << berta.said;
   ASSERT_TRUE(real.runUntil([&] { return fs::exists(anna.home.at("executed")); })) << agentOutput;
+  EXPECT_EQ(command({"peer", "Anna-Buro", "status"}), 0) << berta.said;
+  EXPECT_THAT(berta.said, HasSubstr("Letters"));
+  EXPECT_THAT(berta.said, HasSubstr("Photos [102]: no success yet, not to be launched from here"));
+  EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101", "--in-clear"}), 0) << berta.said;
+
   EXPECT_EQ(anna.finish({CORVANA_COMMAND, "pair", "--forget", "berta"}), 0) << anna.said;
   EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101"}), 1);
   EXPECT_THAT(berta.said, HasSubstr("does not know this machine any more"));
+  EXPECT_EQ(command({"peer", "Anna-Buro", "status"}), 1);
   EXPECT_EQ(pair("y"), 1) << "nobody waits there";
   EXPECT_THAT(berta.said, HasSubstr("corvana9 pair --accept"));
 }

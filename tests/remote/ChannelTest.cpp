@@ -1,0 +1,164 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "platform/keyed/TlsChannels.h"
+#include "platform/simulated/SimulatedPlatform.h"
+#include "remote/PairedChannel.h"
+
+namespace corvana {
+namespace {
+
+using Bytes = std::vector<std::byte>;
+using testing::ElementsAre;
+
+ControlKey keyOf(int seed) {
+  std::array<std::byte, 32> bytes{};
+  bytes.fill(static_cast<std::byte>(seed));
+  return *ControlKey::from(bytes);
+}
+
+bool holds(const Bytes& bytes, std::string_view text) {
+  const auto raw = std::as_bytes(std::span(text));
+  return !std::ranges::search(bytes, raw).empty();
+}
+
+/// A machine that is paired with the kitchen, and what the kitchen and others say to it.
+struct ChannelTest : testing::Test {
+  TlsChannels channels;
+  SimulatedPlatform machine;
+  Platform platform = [this] {
+    machine.keyedChannels = &channels;
+    return machine.platform();
+  }();
+  std::vector<std::string> asked;
+  bool knowsTheKitchen = true;
+  PairedChannel served{
+      platform, [](const std::string& address) { return address != "10.0.0.66"; },
+      [this] {
+        if (!knowsTheKitchen) served.setMachines({});
+      },
+      [this](const std::string& address, const std::string& sender, const ChannelRequest& request) {
+        asked.push_back(sender + " from " + address + (request.command ? " tells" : " asks"));
+        return ChannelReply{CommandReply::Word::done,
+                            ZAN_Value::dictionary({{"title", "Secret letters"}})};
+      }};
+  Bytes toServer;  ///< what an eavesdropper has heard of the last call
+  Bytes toClient;
+
+  void SetUp() override {
+    served.setMachines({{"k17c/501", keyOf(1)}});
+    ASSERT_TRUE(served.open(0));
+  }
+  /// One request from its beginning to its end; `carry` may change what goes either way.
+  std::optional<ChannelReply> call(
+      const ControlKey& key, const ChannelRequest& request,
+      const std::function<void(Bytes& bytes, bool toServer, std::size_t at)>& carry = {}) {
+    toServer.clear();
+    toClient.clear();
+    ChannelCall call(std::move(*channels.asking(key.channelKey())), request);
+    const auto line = machine.serverSockets.call(served.port(), "10.0.0.2");
+    if (!line) return std::nullopt;
+    for (int round = 0; round < 10; ++round) {
+      for (const bool isToServer : {true, false}) {
+        Bytes bytes = isToServer ? call.toNetwork() : line->heard();
+        Bytes& all = isToServer ? toServer : toClient;
+        if (carry) carry(bytes, isToServer, all.size());
+        all.insert(all.end(), bytes.begin(), bytes.end());
+        if (bytes.empty()) continue;
+        if (isToServer) {
+          line->say(bytes);
+          machine.runLoop.runFor(0.001);
+        } else if (!call.take(bytes)) {
+          return call.reply();
+        }
+      }
+    }
+    return call.reply();
+  }
+};
+
+TEST_F(ChannelTest, PairedMachinesTalkAndNobodyElseReadsIt) {
+  const auto state = call(keyOf(1), {});
+  ASSERT_TRUE(state);
+  EXPECT_EQ(state->state.string("title"), "Secret letters");
+  EXPECT_FALSE(holds(toClient, "Secret")) << "the network can read it";
+  EXPECT_TRUE(call(keyOf(1), {RemoteCommand{RemoteCommand::Message{"Rendezvous", "Kitchen"}}}));
+  EXPECT_FALSE(holds(toServer, "Rendezvous"));
+  EXPECT_THAT(asked, ElementsAre("k17c/501 from 10.0.0.2 asks", "k17c/501 from 10.0.0.2 tells"));
+  EXPECT_EQ(machine.serverSockets.call(served.port(), "10.0.0.66"), nullptr);
+}
+
+TEST_F(ChannelTest, WithoutTheKeyNobodyGetsAWordIn) {
+  EXPECT_FALSE(call(keyOf(2), {})) << "a key of another pair";
+  // Somebody has heard the name of the key, and guesses what it is.
+  ChannelKey guessed = keyOf(2).channelKey();
+  guessed.name = keyOf(1).channelKey().name;
+  ChannelCall guess(std::move(*channels.asking(guessed)), {});
+  const auto line = machine.serverSockets.call(served.port(), "10.0.0.3");
+  line->say(guess.toNetwork());
+  machine.runLoop.runFor(0.001);
+  EXPECT_TRUE(line->isOver());
+  EXPECT_FALSE(guess.take(line->heard()));
+
+  // All that one side has said, said again to the other.
+  ASSERT_TRUE(call(keyOf(1), {}));
+  const auto again = machine.serverSockets.call(served.port(), "10.0.0.3");
+  again->say(toServer);
+  machine.runLoop.runFor(0.001);
+  EXPECT_TRUE(again->isOver());
+  ChannelCall deceived(std::move(*channels.asking(keyOf(1).channelKey())), {});
+  static_cast<void>(deceived.toNetwork());
+  EXPECT_FALSE(deceived.take(toClient));
+  EXPECT_FALSE(deceived.reply());
+  EXPECT_EQ(asked.size(), 1U);
+
+  knowsTheKitchen = false;
+  EXPECT_FALSE(call(keyOf(1), {})) << "forgotten while the channel was open";
+  EXPECT_EQ(asked.size(), 1U);
+}
+
+TEST_F(ChannelTest, AByteChangedAnywhereEndsIt) {
+  ASSERT_TRUE(call(keyOf(1), {}));
+  for (const bool way : {true, false}) {
+    const std::size_t size = way ? toServer.size() : toClient.size();
+    for (std::size_t at = 0; at < size; at += 3) {
+      const auto before = asked.size();
+      const auto reply = call(keyOf(1), {}, [&](Bytes& bytes, bool isToServer, std::size_t gone) {
+        if (isToServer == way && at >= gone && at - gone < bytes.size())
+          bytes[at - gone] ^= std::byte{0x10};
+      });
+      // What differs may be the version of a record, which nobody reads.
+      if (reply) {
+        EXPECT_EQ(reply->state.string("title"), "Secret letters") << at;
+      }
+      // The request itself comes last.
+      if (way && at + 100 > size) {
+        EXPECT_EQ(asked.size(), before) << at;
+      }
+    }
+  }
+}
+
+TEST_F(ChannelTest, LongMessagesAndSlowSendersAreTakenAsFarAsTheyMay) {
+  ChannelRequest launch{RemoteCommand{RemoteCommand::Launch{}}};
+  auto& references = std::get<RemoteCommand::Launch>(launch.command->what).references;
+  for (int ref = 1; ref <= 3000; ++ref) references.push_back(ref + 1'000'000);
+  EXPECT_TRUE(call(keyOf(1), launch));
+  for (int ref = 1; ref <= 6000; ++ref) references.push_back(ref + 2'000'000);
+  EXPECT_FALSE(call(keyOf(1), launch));
+
+  Frames frames(10);
+  const Bytes whole = Frames::framed(Bytes(10, std::byte{7}));
+  for (const std::byte byte : whole) {
+    EXPECT_FALSE(*frames.next());
+    frames.take(std::span(&byte, 1));
+  }
+  EXPECT_EQ((*frames.next())->size(), 10U);
+  frames.take(Frames::framed(Bytes(11)));
+  EXPECT_FALSE(frames.next()) << "longer than allowed";
+}
+
+}  // namespace
+}  // namespace corvana
