@@ -102,13 +102,15 @@ ZAN_Value ActionLog::readLogList() {
   return mList;
 }
 
-void ActionLog::saveLogList(const ZAN_Value& list) {
+void ActionLog::saveLogList(const ZAN_Value& list) { save(list, true); }
+
+void ActionLog::save(const ZAN_Value& list, bool isAnew) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
   mList = list;
   (void)mStore.files().writeListToFile(mList, DataFolder::kLog, DataFiles::Saving::soon);
   // What could not be written stays in memory and is written with the next entry.
   mIdentity = mStore.files().identity(mStore.folder().pathOf(DataFolder::kLog));
-  saveLogListAsLog(mList);
+  saveLogListAsLog(mList, isAnew);
 }
 
 void ActionLog::addLog(const ZAN_Value& entry) {
@@ -118,7 +120,7 @@ void ActionLog::addLog(const ZAN_Value& entry) {
   ZAN_Value list = std::move(mList);
   for (const ZAN_Value& each : std::exchange(mWaiting, {})) list.append(each);
   if (list.size() > kMaximum) list.removeRange(0, list.size() - kMaximum);
-  saveLogList(list);
+  save(list, false);
 }
 
 void ActionLog::cleanLogs(Clean mode, const ZAN_Value& indexes) {
@@ -158,21 +160,17 @@ void ActionLog::whenSaved(std::function<void()> body) {
   mStore.files().whenSaved(mStore.folder().pathOf(DataFolder::kLog), std::move(body));
 }
 
-void ActionLog::saveLogListAsLog(const ZAN_Value& list) {
+void ActionLog::saveLogListAsLog(const ZAN_Value& list, bool isAnew) {
   const std::string path =
       ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
-  (void)mStore.files().writeTextToPath(path, [list, calendar = mStore.dates().calendar()] {
-    std::vector<std::byte> bytes;
-    std::string line;
-    for (const ZAN_Value& entry : list.elements()) {
-      line.clear();
-      if (const auto date = entry["M"].asDate()) line = calendar.format(*date, kDateFormat);
-      line += " - " + messageForEntry(entry) + "\n";
-      const auto text = std::as_bytes(std::span(line));
-      bytes.insert(bytes.end(), text.begin(), text.end());
-    }
-    return bytes;
-  });
+  (void)mStore.files().showLinesInFile(
+      path, list.size(),
+      [list, calendar = mStore.dates().calendar()](std::size_t number) {
+        const ZAN_Value& entry = list.at(number);
+        const auto date = entry["M"].asDate();
+        return (date ? calendar.format(*date, kDateFormat) : "") + " - " + messageForEntry(entry);
+      },
+      isAnew);
 }
 
 }  // namespace corvana

@@ -49,7 +49,8 @@ class ActionLog {
   static bool isApplicationEvent(std::int64_t code);
 
  private:
-  void saveLogListAsLog(const ZAN_Value& list);
+  void saveLogListAsLog(const ZAN_Value& list, bool isAnew);
+  void save(const ZAN_Value& list, bool isAnew);
   bool refresh();
 
   ActionStore& mStore;

@@ -25,8 +25,10 @@ bool isOld(const ZAN_FileIdentity& file, ReferenceTime now) {
 }
 constexpr double kLongestWaitForLock = 2.0;
 constexpr double kKeptInMemory = 1800.0;
-/// Whoever holds one lock for so long probably holds others.
 constexpr double kImpatience = 60.0;
+/// For other locks meanwhile: whoever holds one for so long probably holds more of them, while a
+/// sound program has changed its file by then.
+constexpr double kShortWaitForLock = 0.1;
 
 Error emptied(const std::string& path) {
   return {ErrorKind::damaged, path + ": empty, though it was not before"};
@@ -67,6 +69,10 @@ DataFiles::Lock& DataFiles::Lock::operator=(Lock&& other) noexcept {
 
 DataFiles::Lock::~Lock() {
   if (mFiles != nullptr) mFiles->release(mName);
+}
+
+bool DataFiles::Lock::isHeld() const {
+  return mFiles != nullptr && mFiles->mLocks.at(mName).lock.descriptor() >= 0;
 }
 
 DataFiles::DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, SystemLog& log,
@@ -293,13 +299,30 @@ Outcome DataFiles::writeFileAtPath(const std::string& path,
               saving);
 }
 
-Outcome DataFiles::writeTextToPath(const std::string& path,
-                                   std::function<std::vector<std::byte>()> make) {
-  return save({.path = path,
-               .bytes = {},
-               .options = {.attributes = {}, .synchronise = false},
-               .make = std::move(make)},
-              Saving::soon);
+Outcome DataFiles::showLinesInFile(const std::string& path, std::size_t count,
+                                   std::function<std::string(std::size_t)> line, bool isAnew) {
+  const std::string lockName = lockNameFor(ZAN_FilesUtils::lastPathComponent(path));
+  return save(
+      {.path = path,
+       .bytes = {},
+       .options = {},
+       .make = {},
+       .lines =
+           LineFile::Lines{.count = count,
+                           .line = std::move(line),
+                           .isAnew = isAnew,
+                           .lockPath = lockPath(lockName),
+                           .pause = [&clock = mClock](double seconds) { clock.sleep(seconds); }}},
+      Saving::soon);
+}
+
+Outcome DataFiles::appendLinesToFile(const std::string& path, std::string_view lines) {
+  Outcome outcome = LineFile::append(path, lines);
+  if (!outcome)
+    logFailure(path, outcome);
+  else
+    mTroubles.erase(path);
+  return outcome;
 }
 
 void DataFiles::whenSaved(const std::string& path, std::function<void()> body) {
@@ -471,20 +494,32 @@ DataFiles::Lock DataFiles::lock(std::string_view fileName) {
   const std::string name = lockNameFor(fileName);
   Held& held = mLocks[name];
   if (held.count++ == 0) {
-    const std::string path = ZAN_FilesUtils::joinedPath(
-        ZAN_FilesUtils::joinedPath(mFolder.hiddenFolderPath(), "Locks"), name);
     const ReferenceTime now = mClock.now();
-    const bool isImpatient = now < mImpatientUntil && mImpatientUntil <= now + kImpatience;
-    auto lock = ZAN_FileLock::acquire(path, isImpatient ? 0 : kLongestWaitForLock,
+    // A date farther ahead comes from a clock that was set back since.
+    std::erase_if(mRefused, [now](const auto& refused) {
+      return refused.second <= now || refused.second > now + kImpatience;
+    });
+    const bool isRefused = mRefused.contains(name);
+    const double patience = isRefused           ? 0
+                            : !mRefused.empty() ? kShortWaitForLock
+                                                : kLongestWaitForLock;
+    auto lock = ZAN_FileLock::acquire(lockPath(name), patience,
                                       [this](double seconds) { mClock.sleep(seconds); });
     if (lock) {
       held.lock = std::move(*lock);
+      mRefused.erase(name);
     } else {
-      mImpatientUntil = mClock.now() + kImpatience;
-      mLog.write("Going on without lock: " + lock.error().text);
+      if (!isRefused) mLog.write("Going on without lock: " + lock.error().text);
+      if (lock.error().kind == ErrorKind::unavailable && !isRefused)
+        mRefused.emplace(name, mClock.now() + kImpatience);
     }
   }
   return Lock(*this, name);
+}
+
+std::string DataFiles::lockPath(std::string_view lockName) const {
+  return ZAN_FilesUtils::joinedPath(ZAN_FilesUtils::joinedPath(mFolder.hiddenFolderPath(), "Locks"),
+                                    lockName);
 }
 
 void DataFiles::release(const std::string& name) {

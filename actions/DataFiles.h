@@ -65,7 +65,8 @@ class DataFiles {
 
   /// Held while a file that other programs write too is read, changed and written. Taking the same
   /// lock again while it is held is free. When another program keeps it for longer than two seconds
-  /// the work goes on without it, and that is logged; for the next minute no lock is waited for.
+  /// the work goes on without it, which is logged. Until that lock was got again, for a minute at
+  /// most, it is not waited for, and others only for the moment that a change takes.
   class Lock {
    public:
     Lock() = default;
@@ -74,6 +75,8 @@ class DataFiles {
     }
     Lock& operator=(Lock&& other) noexcept;
     ~Lock();
+    /// Not when the work goes on without it.
+    bool isHeld() const;
 
    private:
     friend class DataFiles;
@@ -121,9 +124,13 @@ class DataFiles {
   /// The list is made by `make` when the file is written, on another thread when that is later.
   Outcome writeMadeListToFile(std::function<ZAN_Value()> make, std::string_view name,
                               Saving saving = Saving::soon);
-  /// The bytes are made by `make` when the file is written, on another thread when that is later;
-  /// of several that wait only the last is.
-  Outcome writeTextToPath(const std::string& path, std::function<std::vector<std::byte>()> make);
+  /// A text file that mirrors a list: line by line from `line`, which may be asked on another
+  /// thread. Unless `isAnew`, only what follows the lines that it ends with is added.
+  Outcome showLinesInFile(const std::string& path, std::size_t count,
+                          std::function<std::string(std::size_t)> line, bool isAnew);
+  /// Adds whole lines to the end of a text file, not synchronised. A failure is told as that of any
+  /// other file, until it could be written again.
+  Outcome appendLinesToFile(const std::string& path, std::string_view lines);
   /// Calls back on the main thread when nothing of the file waits to be written any more: at once,
   /// or later.
   void whenSaved(const std::string& path, std::function<void()> body);
@@ -224,6 +231,7 @@ class DataFiles {
   void saved(const std::string& path, std::uint64_t serial, const Outcome& outcome);
   void logFailure(const std::string& path, const Outcome& outcome);
   void report(const Outcome& outcome);
+  std::string lockPath(std::string_view lockName) const;
   void release(const std::string& name);
 
   const DataFolder& mFolder;
@@ -240,7 +248,8 @@ class DataFiles {
   std::map<std::string, Trouble> mTroubles;
   std::set<std::string> mWitnessed;  ///< files known to have had contents
   Generations mGenerations;
-  ReferenceTime mImpatientUntil = 0;  ///< no other lock is waited for until then
+  /// Locks that others would not give, until when they are not waited for.
+  std::map<std::string, ReferenceTime> mRefused;
   RunLoop* mKeeper = nullptr;
   RunLoop::TimerId mKeepingTimer = 0;
   std::shared_ptr<int> mHere = std::make_shared<int>();  ///< gone with this object

@@ -3,13 +3,22 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <mutex>
 #include <utility>
 #include <vector>
 
-#include "platform/RunLoop.h"
-
 namespace corvana {
+
+/// What throws here would take the thread along, and what else waits with it.
+Outcome FileSave::writeBy(const ZAN_FileWriter& writer) const {
+  try {
+    if (lines) return LineFile::show(path, *lines, writer);
+    return writer.write(path, make ? make() : bytes, options);
+  } catch (const std::exception& exception) {
+    return Error{ErrorKind::unwritable, path + ": " + exception.what()};
+  }
+}
 
 struct FileSaver::Queue {
   struct Job {
@@ -28,11 +37,13 @@ struct FileSaver::Queue {
   std::deque<Job> waiting;
   std::deque<Written> written;
   bool isWriting = false;
-  bool hasThread = false;  ///< or will be written by the loop
+  bool isHandedOver = false;  ///< the worker or the loop will write what waits
 };
 
 FileSaver::FileSaver(ZAN_FileWriter writer, RunLoop& loop, double delay)
-    : mWriter(std::move(writer)), mLoop(loop), mDelay(delay), mQueue(std::make_shared<Queue>()) {}
+    : mWriter(std::move(writer)), mLoop(loop), mDelay(delay), mQueue(std::make_shared<Queue>()) {
+  if (mDelay <= 0) mWorker = mLoop.worker("saver");
+}
 
 FileSaver::~FileSaver() { finish(); }
 
@@ -41,7 +52,7 @@ void FileSaver::save(FileSave save, Done done) {
     const std::lock_guard guard(mQueue->mutex);
     auto& waiting = mQueue->waiting;
     const auto earlier = std::find_if(waiting.begin(), waiting.end(), [&](const Queue::Job& job) {
-      return save.make && job.save.make && job.save.path == save.path;
+      return save.isMade() && job.save.isMade() && job.save.path == save.path;
     });
     if (earlier != waiting.end()) {
       done = [first = std::move(earlier->done), last = std::move(done)](const Outcome& outcome) {
@@ -49,26 +60,27 @@ void FileSaver::save(FileSave save, Done done) {
         last(outcome);
       };
       save.options.synchronise |= earlier->save.options.synchronise;
+      if (save.lines && earlier->save.lines) save.lines->isAnew |= earlier->save.lines->isAnew;
       waiting.erase(earlier);
     }
     waiting.push_back({std::move(save), std::move(done)});
-    if (std::exchange(mQueue->hasThread, true)) return;
+    if (std::exchange(mQueue->isHandedOver, true)) return;
   }
   if (mDelay > 0) {
     mLoop.performAfter(mDelay, [this, weak = std::weak_ptr(mQueue)] {
       if (weak.expired()) return;
-      mQueue->hasThread = false;
+      mQueue->isHandedOver = false;
       finish();
     });
     return;
   }
-  mLoop.detachThread("saver", [queue = mQueue, writer = mWriter, &loop = mLoop] {
+  mWorker->perform([queue = mQueue, writer = mWriter, &loop = mLoop] {
     for (;;) {
       {
         std::unique_lock guard(queue->mutex);
         queue->idle.wait(guard, [&] { return !queue->isWriting; });
         if (queue->waiting.empty()) {
-          queue->hasThread = false;
+          queue->isHandedOver = false;
           return;
         }
         queue->isWriting = true;

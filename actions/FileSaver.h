@@ -3,17 +3,18 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_Result.h"
+#include "actions/LineFile.h"
+#include "platform/RunLoop.h"
 
 namespace corvana {
 
-class RunLoop;
-
-/// A file to be replaced whole.
+/// A file to be replaced whole, or by lines.
 struct FileSave {
   std::string path;
   std::vector<std::byte> bytes;
@@ -21,15 +22,17 @@ struct FileSave {
   /// Makes the bytes, in place of `bytes`, by whoever writes them, on whichever thread. A later one
   /// of the same file that comes before this was begun takes its place.
   std::function<std::vector<std::byte>()> make = {};
+  /// In place of all of these. A later one takes the place of an earlier one as well.
+  std::optional<LineFile::Lines> lines = {};
 
-  Outcome writeBy(const ZAN_FileWriter& writer) const {
-    return writer.write(path, make ? make() : bytes, options);
-  }
+  Outcome writeBy(const ZAN_FileWriter& writer) const;
+  /// Whether a later one stands for both.
+  bool isMade() const { return make || lines; }
 };
 
 /// Writes files on a thread of its own, in the order in which they are handed over, so that a busy
-/// disk does not hold the main thread up. The thread lives as long as there is something to write.
-/// Thread: main.
+/// disk does not hold the main thread up. The thread is there from the start; without one the main
+/// thread writes from its loop. Thread: main.
 class FileSaver {
  public:
   using Done = std::function<void(const Outcome&)>;
@@ -61,6 +64,7 @@ class FileSaver {
   RunLoop& mLoop;
   double mDelay;
   std::shared_ptr<Queue> mQueue;
+  std::unique_ptr<RunLoop::Worker> mWorker;
 };
 
 }  // namespace corvana

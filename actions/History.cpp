@@ -90,7 +90,7 @@ void History::addHistoryEntry(const ZAN_Value& entry) {
     mList.append(each);
   }
   if (mList.size() > kMaximum + 1) mList.removeRange(1, mList.size() - kMaximum - 1);
-  saveProgrammedHistoryList();
+  save(false);
 }
 
 void History::removeHistoryEntriesBefore(ReferenceTime date) {
@@ -105,26 +105,25 @@ void History::removeHistoryEntriesBefore(ReferenceTime date) {
   saveProgrammedHistoryList();
 }
 
-void History::saveProgrammedHistoryList() {
+void History::saveProgrammedHistoryList() { save(true); }
+
+void History::save(bool isAnew) {
   const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
   (void)mStore.files().writeListToFile(mList, DataFolder::kHistory, DataFiles::Saving::soon);
   // What could not be written stays in memory and is written with the next entry.
   mIdentity = mStore.files().identity(mStore.folder().pathOf(DataFolder::kHistory));
-  saveProgrammedHistoryListAsLog();
+  saveProgrammedHistoryListAsLog(isAnew);
 }
 
-void History::saveProgrammedHistoryListAsLog() {
+void History::saveProgrammedHistoryListAsLog(bool isAnew) {
   const std::string path =
       ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
-  (void)mStore.files().writeTextToPath(path, [list = mList, calendar = mStore.dates().calendar()] {
-    std::vector<std::byte> bytes;
-    for (std::size_t index = 1; index < list.size(); ++index) {
-      const std::string line = lineForEntry(list.at(index), calendar) + "\n";
-      const auto text = std::as_bytes(std::span(line));
-      bytes.insert(bytes.end(), text.begin(), text.end());
-    }
-    return bytes;
-  });
+  (void)mStore.files().showLinesInFile(
+      path, mList.empty() ? 0 : mList.size() - 1,
+      [list = mList, calendar = mStore.dates().calendar()](std::size_t number) {
+        return lineForEntry(list.at(number + 1), calendar);
+      },
+      isAnew);
 }
 
 }  // namespace corvana

@@ -45,7 +45,8 @@ class History {
   void saveProgrammedHistoryList();
 
  private:
-  void saveProgrammedHistoryListAsLog();
+  void saveProgrammedHistoryListAsLog(bool isAnew);
+  void save(bool isAnew);
 
   bool refresh();
 

@@ -55,19 +55,24 @@ TextFiles::TextFiles(DataFiles& files, Machine& machine, LocalDates& dates)
 void TextFiles::addToLogFile(std::string_view text) {
   const DataFiles::Lock held = mFiles.lock(DataFolder::kShortLog);
   const std::string path = mFiles.folder().dataFolderPathWithFileName(DataFolder::kShortLog);
-  std::string log = asciiOf(textAt(path));
-  if (log.size() >= kShortLogLimit) log.erase(0, kShortLogCut);
+  const auto file = ZAN_FilesUtils::identity(path);
+  // Two that cut it at once would lose what one of them adds.
+  if (held.isHeld() && file && file->size >= kShortLogLimit) {
+    const std::string log = asciiOf(textAt(path));
+    if (log.size() >= kShortLogLimit)
+      writeText(path, std::string_view(log).substr(kShortLogCut), true);
+  }
   const std::string date = mDates.calendar().format(mFiles.clock().now(), "%Y-%m-%d %H:%M:%S");
-  log += asciiOf(date + "\n" + applicationName() + "\n" + ZAN_StringUtils::oneEntry(text) + "\n");
-  writeText(path, log);
+  (void)mFiles.appendLinesToFile(path, asciiOf(date + "\n" + applicationName() + "\n" +
+                                               ZAN_StringUtils::oneEntry(text) + "\n"));
 }
 
 void TextFiles::addToCheckPackagesFile(std::string_view text) {
   const DataFiles::Lock held = mFiles.lock(DataFolder::kCheckPackages);
   const std::string path = mFiles.folder().dataFolderPathWithFileName(DataFolder::kCheckPackages);
   const std::string date = mDates.strings().getShortTimeDate(mFiles.clock().now());
-  writeText(path, ZAN_StringUtils::format("%@%@ - %@\n",
-                                          {textAt(path), date, ZAN_StringUtils::oneLine(text)}));
+  (void)mFiles.appendLinesToFile(
+      path, ZAN_StringUtils::format("%@ - %@\n", {date, ZAN_StringUtils::oneLine(text)}));
 }
 
 void TextFiles::addLastExecution(std::string_view text, const std::string& rootPath) {
@@ -77,7 +82,8 @@ void TextFiles::addLastExecution(std::string_view text, const std::string& rootP
   const std::string date = mDates.strings().getShortTimeDate(mFiles.clock().now());
   const std::string_view kept = firstLines(old, kLastExecutionsLimit, kLastExecutionsKept);
   writeText(path,
-            ZAN_StringUtils::format("%@ %@\n%@", {date, ZAN_StringUtils::oneLine(text), kept}));
+            ZAN_StringUtils::format("%@ %@\n%@", {date, ZAN_StringUtils::oneLine(text), kept}),
+            true);
 }
 
 void TextFiles::saveCurrentPath(std::string_view path) {
@@ -85,17 +91,17 @@ void TextFiles::saveCurrentPath(std::string_view path) {
   // A date farther ahead than the interval comes from a clock that was set back since.
   if (now <= mNextSaveCurrentPath && mNextSaveCurrentPath <= now + kCurrentPathInterval) return;
   mNextSaveCurrentPath = now + kCurrentPathInterval;
-  writeText(mFiles.folder().dataFolderPathWithFileName(DataFolder::kCurrentPath), path);
+  writeText(mFiles.folder().dataFolderPathWithFileName(DataFolder::kCurrentPath), path, false);
 }
 
 void TextFiles::saveCurrentPathForFirstError(std::optional<std::string_view> path) {
   const DataFolder& folder = mFiles.folder();
-  if (path) writeText(folder.dataFolderPathWithFileName(DataFolder::kFirstErrorPath), *path);
+  if (path) writeText(folder.dataFolderPathWithFileName(DataFolder::kFirstErrorPath), *path, false);
   (void)ZAN_FilesUtils::removeFile(folder.pathOf(DataFolder::kLastErrorPath));
 }
 
 void TextFiles::saveCurrentPathForLastError(std::string_view path) {
-  writeText(mFiles.folder().dataFolderPathWithFileName(DataFolder::kLastErrorPath), path);
+  writeText(mFiles.folder().dataFolderPathWithFileName(DataFolder::kLastErrorPath), path, false);
 }
 
 std::optional<std::string> TextFiles::readCurrentPath() const {
@@ -126,17 +132,14 @@ void TextFiles::addToReportFile(std::string_view text) {
   const ReferenceTime now = mFiles.clock().now();
   const std::string path = reportFileNameForDate(now);
   const DataFiles::Lock held = mFiles.lock("Report");
-  const Outcome added = ZAN_FilesUtils::appendToFile(
-      path,
-      ZAN_StringUtils::format("%@ (%@) - %@\n",
-                              {mDates.strings().getShortTimeDate(now), applicationName(),
-                               ZAN_StringUtils::oneEntry(text)}),
-      false);
-  if (!added) mFiles.systemLog().write(added.error().text);
+  (void)mFiles.appendLinesToFile(
+      path, ZAN_StringUtils::format("%@ (%@) - %@\n",
+                                    {mDates.strings().getShortTimeDate(now), applicationName(),
+                                     ZAN_StringUtils::oneEntry(text)}));
 }
 
 void TextFiles::writeReportEmail(std::string_view text, ReferenceTime day) {
-  writeText(reportEmailFileNameForDate(day), text);
+  writeText(reportEmailFileNameForDate(day), text, true);
 }
 
 std::string TextFiles::datedReport(std::string_view pattern,
@@ -158,8 +161,8 @@ std::optional<std::string> TextFiles::textOf(std::string_view name) const {
   return std::move(file->bytes);
 }
 
-void TextFiles::writeText(const std::string& path, std::string_view text) {
-  (void)mFiles.writeFileAtPath(path, {}, std::as_bytes(std::span(text)), false);
+void TextFiles::writeText(const std::string& path, std::string_view text, bool synchronise) {
+  (void)mFiles.writeFileAtPath(path, {}, std::as_bytes(std::span(text)), synchronise);
 }
 
 }  // namespace corvana

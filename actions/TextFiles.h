@@ -14,14 +14,14 @@ class LocalDates;
 class Machine;
 
 /// The small plain-text files that people read. A text of several lines is set in from its second
-/// line on, so that a name with a line end in it makes no entry of its own. A file that cannot be
-/// read counts as empty; failures to write are logged. Thread: main.
+/// line on, so that a name with a line end in it makes no entry of its own. Entries are added at
+/// the end, what was cut off there gets a line of its own. A file that cannot be read counts as
+/// empty; failures to write are logged. Thread: main.
 class TextFiles {
  public:
   TextFiles(DataFiles& files, Machine& machine, LocalDates& dates);
 
-  /// Adds date, application name and text to "Corvana Log.txt". The file is ASCII: other characters
-  /// become
+  /// Adds date, application name and text to "Corvana Log.txt", in ASCII: other characters become
   /// "?". With 100001 characters or more only what follows the first 75000 is kept before adding.
   void addToLogFile(std::string_view text);
   /// Adds "<short time and date> - <text>" to the list of packages to be checked.
@@ -54,7 +54,7 @@ class TextFiles {
   std::string datedReport(std::string_view pattern, std::optional<ReferenceTime> date) const;
   std::string applicationName() const;
   std::optional<std::string> textOf(std::string_view name) const;
-  void writeText(const std::string& path, std::string_view text);
+  void writeText(const std::string& path, std::string_view text, bool synchronise);
 
   DataFiles& mFiles;
   Machine& mMachine;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace corvana {
@@ -10,6 +11,15 @@ namespace corvana {
 class RunLoop {
  public:
   using TimerId = std::uint64_t;  ///< never 0
+
+  /// Runs what it is handed on a thread of its own, one thing after another. Where the system has
+  /// no thread, the main one runs it from its loop. Its end waits for what it has begun, and runs
+  /// what it was handed and has not. Thread: main.
+  class Worker {
+   public:
+    virtual ~Worker() = default;
+    virtual void perform(std::function<void()> body) = 0;
+  };
 
   virtual ~RunLoop() = default;
 
@@ -30,6 +40,11 @@ class RunLoop {
   /// such a thread, if it must, by Clock::sleep between looks, not on a lock or a condition.
   /// Thread: any.
   virtual void detachThread(const std::string& name, std::function<void()> body) = 0;
+
+  /// A worker whose thread is there from now on, so that it is when the system has none left; as a
+  /// default one that has a thread only while there is something to do. It must go before the loop.
+  /// Thread: main.
+  virtual std::unique_ptr<Worker> worker(const std::string& name);
 
   /// Runs until `quit`; returns its code. Thread: main.
   virtual int run() = 0;

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -30,18 +31,17 @@ class ExceptionGuard {
     }
   }
 
+  void tell(const std::exception& exception);
+
   /// The type of the exception as the source names it.
   static std::string nameOf(const std::exception& exception);
 
  private:
-  void tell(const std::exception& exception);
-
   SystemLog& mLog;
   std::set<std::string, std::less<>> mTold;
 };
 
-/// A run loop in which no exception of what is performed gets out. Work on threads of its own is
-/// not guarded.
+/// A run loop in which no exception of what is performed gets out. Threads are the loop's to guard.
 class GuardedRunLoop final : public RunLoop {
  public:
   GuardedRunLoop(RunLoop& loop, ExceptionGuard& guard) : mLoop(loop), mGuard(guard) {}
@@ -62,6 +62,7 @@ class GuardedRunLoop final : public RunLoop {
   void detachThread(const std::string& name, std::function<void()> body) override {
     mLoop.detachThread(name, std::move(body));
   }
+  std::unique_ptr<Worker> worker(const std::string& name) override { return mLoop.worker(name); }
   int run() override { return mLoop.run(); }
   void quit(int code) override { mLoop.quit(code); }
 

@@ -11,7 +11,9 @@
 #include <atomic>
 #include <clocale>
 #include <cmath>
+#include <condition_variable>
 #include <deque>
+#include <exception>
 #include <list>
 #include <map>
 #include <memory>
@@ -57,6 +59,27 @@ class QtRunLoop::Private final : public QObject {
  public:
   using Body = std::function<void()>;
 
+  explicit Private(QtRunLoop& loop) : mLoop(loop) {}
+
+  /// On the main thread.
+  void perform(const Body& body) {
+    try {
+      body();
+    } catch (const std::exception& exception) {
+      if (!mLoop.onException) throw;
+      mLoop.onException(exception);
+    }
+  }
+
+  /// On another one, which must not be left by an exception.
+  void performOnThread(const Body& body) {
+    try {
+      body();
+    } catch (const std::exception&) {
+      mLoop.performOnMain([thrown = std::current_exception()] { std::rethrow_exception(thrown); });
+    }
+  }
+
   void timerEvent(QTimerEvent* event) override {
     if (event->timerId() == mDelayTimer) {
       performDelayed();
@@ -66,7 +89,7 @@ class QtRunLoop::Private final : public QObject {
     if (found == mRepeating.end() || mQuit) return;
     // The body may cancel its own timer.
     const std::shared_ptr<Body> body = found->second;
-    (*body)();
+    perform(*body);
   }
 
   void armDelayed() {
@@ -92,7 +115,7 @@ class QtRunLoop::Private final : public QObject {
       const Body body = std::move(next->second);
       mDates.erase(next->first.second);
       mDelayed.erase(next);
-      body();
+      perform(body);
       next = mDelayed.begin();
     }
     armDelayed();
@@ -108,7 +131,7 @@ class QtRunLoop::Private final : public QObject {
     while (!bodies.empty() && !mQuit) {
       const Body body = std::move(bodies.front());
       bodies.pop_front();
-      body();
+      perform(body);
     }
   }
 
@@ -125,6 +148,7 @@ class QtRunLoop::Private final : public QObject {
     for (DetachedThread& one : ended) one.thread.join();
   }
 
+  QtRunLoop& mLoop;
   SystemClock mClock;
   // One timer of Qt serves the earliest delayed perform, so that equal dates keep their order.
   TimerId mLastTimer = 0;
@@ -149,7 +173,84 @@ class QtRunLoop::Private final : public QObject {
   std::optional<int> mQuit;
 };
 
-QtRunLoop::QtRunLoop() : mPrivate(std::make_unique<Private>()) {}
+/// A thread that waits for work.
+class QtRunLoop::OwnThread final : public Worker {
+ public:
+  OwnThread(QtRunLoop& loop, const std::string& name) : mLoop(loop), mName(name) { start(); }
+
+  ~OwnThread() override {
+    {
+      const std::lock_guard lock(mMutex);
+      mIsEnding = true;
+    }
+    mChanged.notify_one();
+    if (mThread.joinable()) mThread.join();
+    while (performNext()) {
+    }
+    *mHere = nullptr;
+  }
+
+  void perform(std::function<void()> body) override {
+    {
+      const std::lock_guard lock(mMutex);
+      mWaiting.push_back(std::move(body));
+    }
+    if (start()) {
+      mChanged.notify_one();
+      return;
+    }
+    mLoop.performOnMain([here = mHere] {
+      if (*here != nullptr) (*here)->performNext();
+    });
+  }
+
+ private:
+  bool start() {
+    if (mThread.joinable()) return true;
+    try {
+      mThread = std::thread([this] { run(); });
+    } catch (const std::system_error&) {
+      return false;
+    }
+    // The system takes 15 bytes.
+    pthread_setname_np(mThread.native_handle(), mName.substr(0, 15).c_str());
+    return true;
+  }
+
+  void run() {
+    for (;;) {
+      {
+        std::unique_lock lock(mMutex);
+        mChanged.wait(lock, [this] { return mIsEnding || !mWaiting.empty(); });
+        if (mWaiting.empty()) return;
+      }
+      performNext();
+    }
+  }
+
+  bool performNext() {
+    Private::Body body;
+    {
+      const std::lock_guard lock(mMutex);
+      if (mWaiting.empty()) return false;
+      body = std::move(mWaiting.front());
+      mWaiting.pop_front();
+    }
+    mLoop.mPrivate->performOnThread(body);
+    return true;
+  }
+
+  QtRunLoop& mLoop;
+  std::string mName;
+  std::mutex mMutex;
+  std::condition_variable mChanged;
+  std::deque<Private::Body> mWaiting;
+  bool mIsEnding = false;
+  std::shared_ptr<OwnThread*> mHere = std::make_shared<OwnThread*>(this);
+  std::thread mThread;  ///< none where the system had none so far
+};
+
+QtRunLoop::QtRunLoop() : mPrivate(std::make_unique<Private>(*this)) {}
 
 QtRunLoop::~QtRunLoop() {
   // A thread may start another before it ends.
@@ -211,8 +312,8 @@ void QtRunLoop::detachThread(const std::string& name, std::function<void()> body
   DetachedThread& made = my.mThreads.emplace_back();
   const auto work = std::make_shared<std::function<void()>>(std::move(body));
   try {
-    made.thread = std::thread([&made, work] {
-      (*work)();
+    made.thread = std::thread([&made, &my, work] {
+      my.performOnThread(*work);
       made.ended = true;
     });
   } catch (const std::system_error&) {
@@ -225,6 +326,10 @@ void QtRunLoop::detachThread(const std::string& name, std::function<void()> body
   }
   // The system takes 15 bytes.
   pthread_setname_np(made.thread.native_handle(), name.substr(0, 15).c_str());
+}
+
+std::unique_ptr<RunLoop::Worker> QtRunLoop::worker(const std::string& name) {
+  return std::make_unique<OwnThread>(*this, name);
 }
 
 int QtRunLoop::run() {
@@ -258,7 +363,7 @@ DescriptorWatch::WatchId QtRunLoop::watch(int descriptor, Event event, std::func
   const auto shared = std::make_shared<std::function<void()>>(std::move(body));
   QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [shared, &my] {
     const auto kept = shared;
-    if (!my.mQuit) (*kept)();
+    if (!my.mQuit) my.perform(*kept);
   });
   my.mWatches.emplace(id, std::move(notifier));
   return id;

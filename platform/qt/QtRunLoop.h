@@ -1,5 +1,7 @@
 #pragma once
 
+#include <exception>
+#include <functional>
 #include <memory>
 
 #include "platform/RunLoop.h"
@@ -10,7 +12,8 @@ class QCoreApplication;
 namespace corvana {
 
 /// The main loop on Qt's event loop. One application object of Qt must live around it. Delays are
-/// measured with the clock that stands still while the machine sleeps.
+/// measured with the clock that stands still while the machine sleeps. What is performed and
+/// throws, on a thread too, ends nothing where `onException` is set.
 class QtRunLoop final : public RunLoop, public DescriptorWatch {
  public:
   QtRunLoop();
@@ -19,11 +22,15 @@ class QtRunLoop final : public RunLoop, public DescriptorWatch {
   /// Waits for the detached threads; what still waits to be performed is dropped.
   ~QtRunLoop() override;
 
+  /// Told on the main thread. Without it an exception ends the program.
+  std::function<void(const std::exception&)> onException;
+
   TimerId performAfter(double delay, std::function<void()> body) override;
   TimerId repeat(double interval, std::function<void()> body) override;
   void cancel(TimerId timer) override;
   void performOnMain(std::function<void()> body) override;
   void detachThread(const std::string& name, std::function<void()> body) override;
+  std::unique_ptr<Worker> worker(const std::string& name) override;
   /// Returns at once when `quit` was called before.
   int run() override;
   /// Waits for the detached threads, `seconds` at most; whether all have ended.
@@ -35,6 +42,7 @@ class QtRunLoop final : public RunLoop, public DescriptorWatch {
 
  private:
   class Private;
+  class OwnThread;
   std::unique_ptr<Private> mPrivate;
 };
 

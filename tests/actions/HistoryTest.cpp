@@ -114,6 +114,23 @@ TEST_F(HistoryFiles, TheTextLogsAreForPeople) {
   history.addHistoryEntry(run(0, "Photos", 14));
   EXPECT_EQ(text(machine.folder.at("Library/Logs/Corvana 9 Actions.log")),
             "2001-01-01 01:00:00 - 1:02:03 - Action \"Photos\" completed with errors\n");
+
+  // It grows at its end, by one more of several equal lines, too; else it is written anew.
+  const std::string log = machine.folder.at("Library/Logs/Corvana 9.log");
+  const std::string three = text(log);
+  const std::string hello = three.substr(three.rfind("2001"));
+  const auto file = [&] { return ZAN_FilesUtils::identity(log)->inode; };
+  const auto first = file();
+  history.log().addLog(event(13, "Hello", 7200));
+  otherHistory.log().addLog(event(13, "Hello", 7200));
+  EXPECT_EQ(text(log), three + hello + hello);
+  EXPECT_EQ(file(), first);
+  ASSERT_TRUE(ZAN_FilesUtils::appendToFile(log, hello.substr(0, 12), false));
+  history.log().addLog(event(13, "Hello", 7200));
+  EXPECT_EQ(text(log), three + hello + hello + hello) << "a torn line is healed";
+  EXPECT_NE(file(), first);
+  history.log().cleanLogs(ActionLog::Clean::applicationEvents);
+  EXPECT_EQ(text(log).find("Launch"), std::string::npos);
 }
 
 TEST_F(HistoryFiles, AnEndReplacesItsStart) {

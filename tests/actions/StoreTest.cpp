@@ -113,11 +113,15 @@ TEST_F(Store, ProgramsThatAppendAtOnceLoseNoChange) {
 }
 
 TEST_F(Store, ALockThatIsNeverGivenBackOnlyDelays) {
-  const auto held = ZAN_FileLock::acquire(
-      store.folder().hiddenFolderPath() + "/Locks/Programmed Actions.cva9data.lock", 0,
-      [](double) {});
-  ASSERT_TRUE(held);
-  const ReferenceTime start = machine.clock.now();
+  const auto held = [&](std::string_view name) {
+    return ZAN_FileLock::acquire(
+        store.folder().hiddenFolderPath() + "/Locks/" + std::string(name) + ".lock", 0,
+        [](double) {});
+  };
+  auto tree = held(DataFolder::kActions);
+  const auto log = held(DataFolder::kLog);
+  ASSERT_TRUE(tree && log);
+  ReferenceTime start = machine.clock.now();
   {
     const DataFiles::Lock outer = store.tree().lock();
     EXPECT_TRUE(store.tree().appendToChangesList(ZAN_Value::dictionary({{"Ref", 1}})));
@@ -125,6 +129,23 @@ TEST_F(Store, ALockThatIsNeverGivenBackOnlyDelays) {
   EXPECT_NEAR(machine.clock.now() - start, 2.0, 1e-6) << "the nested lock is free";
   EXPECT_EQ(logged("Going on without lock"), 1U);
   EXPECT_EQ(store.tree().readChangesList().size(), 1U);
+
+  const auto waited = [&](std::string_view name) {
+    start = machine.clock.now();
+    const DataFiles::Lock lock = store.files().lock(name);
+    return machine.clock.now() - start;
+  };
+  EXPECT_NEAR(waited(DataFolder::kActions), 0, 1e-6) << "one wait in all";
+  EXPECT_NEAR(waited(DataFolder::kLog), 0.1, 1e-6) << "whoever holds one holds others";
+  EXPECT_NEAR(waited(DataFolder::kLog), 0, 1e-6);
+  tree->release();
+  machine.clock.sleep(59.8);
+  EXPECT_NEAR(waited(DataFolder::kActions), 0, 1e-6);
+  tree = held(DataFolder::kActions);
+  EXPECT_NEAR(waited(DataFolder::kActions), 0.1, 1e-6) << "it was got in between";
+  machine.clock.sleep(60.1);
+  EXPECT_NEAR(waited(DataFolder::kLog), 2.0, 1e-6);
+  EXPECT_EQ(logged("Going on without lock"), 4U);
 }
 
 TEST_F(Store, ADamagedFileIsKeptAsideBeforeItIsReplaced) {

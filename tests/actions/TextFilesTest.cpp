@@ -1,4 +1,8 @@
 #include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 #include "StoreHome.h"
 #include "ZANCocoaFramework/ZAN_Archiver.h"
@@ -19,15 +23,61 @@ class Texts : public testing::Test, protected StoreHome {
 
 TEST_F(Texts, TheShortLogIsCutAtItsBound) {
   const std::string start(75000, 'a');
-  const std::string end(25000, 'b');
+  const std::string end = std::string(24999, 'b') + "\n";
   put(DataFolder::kShortLog, start + end);
   store.texts().addToLogFile("n\u00e4chste");
   const std::string added = "2024-01-02 12:00:00\nCorvana 9 Scheduler\nn?chste\n";
   EXPECT_EQ(text(path(DataFolder::kShortLog)), start + end + added);
 
-  put(DataFolder::kShortLog, start + end + "c");
+  put(DataFolder::kShortLog, start + end + "\n");
   store.texts().addToLogFile("n\u00e4chste");
-  EXPECT_EQ(text(path(DataFolder::kShortLog)), end + "c" + added);
+  EXPECT_EQ(text(path(DataFolder::kShortLog)), end + "\n" + added);
+}
+
+TEST_F(Texts, ATornLineEndsBeforeTheNextOneAndNothingIsLostByTwo) {
+  TextFiles& texts = store.texts();
+  texts.addToReportFile("whole");
+  const std::string report = texts.reportFileNameForDate({});
+  const std::string whole = text(report);
+  ASSERT_TRUE(ZAN_FilesUtils::appendToFile(report, whole.substr(0, 9), false));
+  const auto before = ZAN_FilesUtils::identity(report);
+  texts.addToReportFile("whole");
+  EXPECT_EQ(text(report), whole + whole.substr(0, 9) + "\n" + whole);
+  EXPECT_EQ(ZAN_FilesUtils::identity(report)->inode, before->inode) << "added to, not rewritten";
+
+  // They have no patience with each other's locks, since their clocks do not stand still.
+  constexpr int kEach = 300;
+  const auto addMany = [&](ActionStore& one, const std::string& name) {
+    for (int i = 0; i < kEach; ++i) {
+      one.texts().addToReportFile(name + std::to_string(i) + ".");
+      one.texts().addToLogFile(name + std::to_string(i) + ".");
+    }
+  };
+  const pid_t child = ::fork();
+  if (child == 0) {
+    addMany(other, "child");
+    ::_exit(0);
+  }
+  addMany(store, "parent");
+  int status = -1;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  for (const std::string& all : {text(report), text(path(DataFolder::kShortLog))}) {
+    for (int i = 0; i < kEach; ++i)
+      for (const std::string name : {"child", "parent"})
+        ASSERT_NE(all.find(name + std::to_string(i) + ".\n"), std::string::npos) << name << i;
+  }
+}
+
+TEST_F(Texts, WhatCannotBeAddedIsTold) {
+  const std::string report = store.texts().reportFileNameForDate({});
+  std::filesystem::create_directories(report);
+  store.texts().addToReportFile("lost");
+  ASSERT_EQ(store.files().troubles().count(report), 1U);
+  EXPECT_EQ(store.files().troubles().at(report).kind, DataFiles::Trouble::Kind::unwritable);
+  std::filesystem::remove(report);
+  store.texts().addToReportFile("written");
+  EXPECT_TRUE(store.files().troubles().empty());
 }
 
 TEST_F(Texts, TheNewestExecutionComesFirst) {
