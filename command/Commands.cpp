@@ -5,6 +5,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <istream>
@@ -403,6 +404,19 @@ Result<std::string> readText(const std::string& path, const Console& console) {
   return text;
 }
 
+namespace {
+
+/// What the system cannot give, memory or a thread, is an answer like any other.
+Answer answerOf(const Command& command, Arguments& arguments, const Console& console) {
+  try {
+    return command.run(arguments, console);
+  } catch (const std::exception& exception) {
+    return Error{ErrorKind::unavailable, std::string("it cannot go on: ") + exception.what()};
+  }
+}
+
+}  // namespace
+
 int runCommandLine(const std::vector<std::string>& words, const Console& console) {
   if (words.empty()) {
     printUsage(console.err);
@@ -428,7 +442,7 @@ int runCommandLine(const std::vector<std::string>& words, const Console& console
     }
     ::setenv("HOME", std::filesystem::absolute(*home).c_str(), 1);
   }
-  const Answer answer = command->run(arguments, console);
+  const Answer answer = answerOf(*command, arguments, console);
   const int code = Writer(console, arguments.wantsJson()).finish(answer);
   if (code == kWrongWords) {
     console.err << "usage: corvana9 " << command->name << ' ' << command->arguments << '\n';

@@ -49,10 +49,12 @@ bool compositorAnswers() {
 }
 
 /// Qt's name of the platform to use; empty when nothing answers, for it would abort.
-QByteArray platformThatAnswers(std::string& reason) {
+/// `held`: the connection to the X server, if that is what answered.
+QByteArray platformThatAnswers(std::string& reason, std::shared_ptr<void>& held) {
   const QByteArray wanted = qgetenv(kPlatform);
   if (!wanted.isEmpty() && !wanted.startsWith("xcb")) return wanted;
-  if (X11Input::displayAnswers()) return wanted.isEmpty() ? QByteArray("xcb") : wanted;
+  held = X11Input::answeringDisplay();
+  if (held != nullptr) return wanted.isEmpty() ? QByteArray("xcb") : wanted;
   if (wanted.isEmpty() && compositorAnswers() && hasPlatform(QStringLiteral("wayland"))) {
     return "wayland";
   }
@@ -120,7 +122,9 @@ class QtDesktop::Loss {
 std::unique_ptr<QtDesktop> QtDesktop::open(int& count, char** arguments, std::string& reason) {
   const bool wasSet = qEnvironmentVariableIsSet(kPlatform);
   const QByteArray before = qgetenv(kPlatform);
-  const QByteArray platform = platformThatAnswers(reason);
+  // An X server may begin anew once its last client has gone, and turn away who comes meanwhile.
+  std::shared_ptr<void> held;
+  const QByteArray platform = platformThatAnswers(reason, held);
   if (platform.isEmpty()) return nullptr;
   // What is started later is to choose for itself.
   qputenv(kPlatform, platform);
@@ -159,6 +163,7 @@ void QtDesktop::whenLost(std::function<void()> lost) {
 }
 
 void QtDesktop::begin(const Services& services) {
+  mApplication.onException = services.onException;
   mInput = X11Input::make();
   if (mInput == nullptr) mInput = std::make_unique<ScreenInput>();
   mUserInterface = std::make_unique<QtUserInterface>(services);

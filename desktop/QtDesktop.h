@@ -5,6 +5,7 @@
 #include "desktop/DesktopLanguage.h"
 #include "desktop/QtUserInterface.h"
 #include "platform/Input.h"
+#include "platform/qt/GuardedApplication.h"
 #include "ui/Desktop.h"
 
 namespace corvana {
@@ -30,7 +31,7 @@ class QtDesktop final : public Desktop {
   class Loss;
 
   std::shared_ptr<Loss> mLoss;
-  QApplication mApplication;
+  GuardedApplication<QApplication> mApplication;
   std::unique_ptr<Input> mInput;
   std::unique_ptr<DesktopLanguage> mLanguage;
   std::unique_ptr<QtUserInterface> mUserInterface;

@@ -132,8 +132,9 @@ class X11Input::Connection {
   XSyncAlarm mAlarm = None;
 };
 
-bool X11Input::displayAnswers() {
-  return qEnvironmentVariableIsSet("DISPLAY") && Connection::open() != nullptr;
+std::shared_ptr<void> X11Input::answeringDisplay() {
+  if (!qEnvironmentVariableIsSet("DISPLAY")) return nullptr;
+  return Connection::open();
 }
 
 std::unique_ptr<Input> X11Input::make() {

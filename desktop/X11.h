@@ -12,8 +12,8 @@ namespace corvana {
 /// does nothing, looking costs one question to the server. Thread: main.
 class X11Input final : public ScreenInput {
  public:
-  /// Whether the X server that the environment names can be reached.
-  static bool displayAnswers();
+  /// A connection to the X server that the environment names; null when it cannot be reached.
+  static std::shared_ptr<void> answeringDisplay();
   /// Null where the desktop is not the X server's own: another platform of Qt, or an X server that
   /// only serves the windows of a Wayland desktop and sees no keys of others.
   static std::unique_ptr<Input> make();

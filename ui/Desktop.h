@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <string>
 
@@ -22,6 +23,8 @@ class Desktop {
     const Clock& clock;
     const Machine& machine;
     SystemLog& log;
+    /// Told of what an event of the screen has thrown.
+    std::function<void(const std::exception&)> onException = {};
   };
 
   /// Its application object lives from its making to its end, around the loop.

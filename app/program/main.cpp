@@ -5,6 +5,8 @@
 #include <clocale>
 #include <cstdio>
 #include <cstring>
+#include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +17,7 @@
 #include "app/program/DesktopModule.h"
 #include "app/program/Options.h"
 #include "app/program/StandardStreams.h"
+#include "core/record/ExceptionGuard.h"
 #include "platform/linux/HeadlessUserInterface.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/LinuxProcesses.h"
@@ -27,6 +30,7 @@
 #include "platform/qt/BusAgentObject.h"
 #include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
+#include "platform/qt/GuardedApplication.h"
 #include "platform/qt/GvfsShares.h"
 #include "platform/qt/Logind.h"
 #include "platform/qt/QtNetwork.h"
@@ -46,10 +50,12 @@ std::unique_ptr<SystemLog> systemLog(const Options& options) {
 /// The application object that Qt wants around its loop: the desktop's, or a bare one.
 struct Application {
   std::unique_ptr<Desktop> desktop;
-  std::unique_ptr<QCoreApplication> bare;
+  std::unique_ptr<GuardedApplication<QCoreApplication>> bare;
 };
 
-Application application(const Options& options, SystemLog& log, int& count, char** arguments) {
+Application application(const Options& options, SystemLog& log,
+                        const std::function<void(const std::exception&)>& onException, int& count,
+                        char** arguments) {
   // A quarter of the wake-ups' cost is the other dispatcher; children are to have it nevertheless.
   const bool hadNoGlib = qEnvironmentVariableIsSet("QT_NO_GLIB");
   qputenv("QT_NO_GLIB", "1");
@@ -58,7 +64,10 @@ Application application(const Options& options, SystemLog& log, int& count, char
       qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
   Application made;
   if (!options.headless) made.desktop = openDesktop(count, arguments, log);
-  if (made.desktop == nullptr) made.bare = std::make_unique<QCoreApplication>(count, arguments);
+  if (made.desktop == nullptr) {
+    made.bare = std::make_unique<GuardedApplication<QCoreApplication>>(count, arguments);
+    made.bare->onException = onException;
+  }
   qInstallMessageHandler(handler);
   if (!hadNoGlib) qunsetenv("QT_NO_GLIB");
   // It has taken over the user's decimal sign; numbers in files and on the wire have a point.
@@ -75,8 +84,11 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   TerminationSignals terminations(false);
   const std::vector<std::string> words(arguments, arguments + count);
   const std::unique_ptr<SystemLog> log = systemLog(options);
-  const Application qt = application(options, *log, count, arguments);
+  ExceptionGuard guard(*log);
+  const auto onException = [&guard](const std::exception& exception) { guard.tell(exception); };
+  const Application qt = application(options, *log, onException, count, arguments);
   QtRunLoop loop;
+  loop.onException = onException;
   SystemClock clock(&loop);
   LinuxMachine machine;
   LinuxProcesses processes(loop, {words, start, machine.homeFolder()});
@@ -85,7 +97,7 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   NoInput noInput;
   HeadlessUserInterface headless(
       loop, [&log](const std::string& line) { log->write(line); }, !options.headless);
-  if (qt.desktop != nullptr) qt.desktop->begin({loop, clock, machine, *log});
+  if (qt.desktop != nullptr) qt.desktop->begin({loop, clock, machine, *log, onException});
   Input& input = qt.desktop != nullptr ? qt.desktop->input() : noInput;
   UserInterface& userInterface = qt.desktop != nullptr ? qt.desktop->userInterface() : headless;
   LinuxVolumes volumes(machine.loginName(), machine.homeFolder(), loop, loop);
@@ -155,5 +167,10 @@ int main(int count, char** arguments) {
     case Options::Wish::run:
       break;
   }
-  return corvana::run(options, start, count, arguments);
+  try {
+    return corvana::run(options, start, count, arguments);
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "Corvana 9 Scheduler could not start: %s\n", exception.what());
+    return 1;
+  }
 }

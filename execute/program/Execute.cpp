@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <clocale>
 #include <csignal>
+#include <exception>
 #include <functional>
 #include <iostream>
 #include <string_view>
@@ -61,15 +62,20 @@ std::string resourcesFolder(const Machine& machine) {
 /// A disk that sleeps takes its time to wake up; one that was given up has had it.
 constexpr double kSecondsForSilentVolumes = 5;
 
-/// What is to be done has a thread of its own; the main one hears and passes on messages.
-void perform(const ExecuteArguments& arguments, RunKeeper& keeper, double patience,
-             const std::function<void(ExecuteRun&)>& body) {
+/// What is to be done has a thread of its own; the main one hears and passes on messages. The
+/// status to end with: not 0 when it could not record its end.
+int perform(const ExecuteArguments& arguments, RunKeeper& keeper, double patience,
+            const std::function<void(ExecuteRun&)>& body) {
   ExecuteControl control(&keeper.signs());
   TerminationSignals terminations(true);
   SystemClock clock;
   LinuxMachine machine;
   StandardErrorLog log;
   QtRunLoop loop;
+  const auto tell = [&log](const std::exception& exception) {
+    log.write(std::string("Exception in Corvana 9 Execute: ") + exception.what());
+  };
+  loop.onException = tell;
   terminations.watch(loop, [&control](const TerminationSignal& signal) {
     control.stop(signal.endsSession() ? StopReason::sessionEnd : StopReason::user);
   });
@@ -84,7 +90,7 @@ void perform(const ExecuteArguments& arguments, RunKeeper& keeper, double patien
   notifications.observe("CVA9_ExecuteNotification", [&](const DistributedNotification& message) {
     messages.handle(message, control, {texts, strings, arguments.reference});
   });
-  loop.detachThread("execute", [&] {
+  const auto work = [&] {
     keeper.signs().thread = ::gettid();
     ActionStore store(clock, machine, log);
     ActionTree tree(store.tree(), clock, log, texts);
@@ -97,9 +103,35 @@ void perform(const ExecuteArguments& arguments, RunKeeper& keeper, double patien
                     *volumes,
                     machine});
     body(run);
-    loop.performOnMain([&loop] { loop.quit(0); });
+  };
+  loop.detachThread("execute", [&] {
+    int status = 0;
+    try {
+      work();
+    } catch (const std::exception& exception) {
+      tell(exception);
+      status = 1;
+    }
+    loop.performOnMain([&loop, status] { loop.quit(status); });
   });
-  loop.run();
+  return loop.run();
+}
+
+int execute(const ExecuteArguments& arguments, int count, char** words) {
+  const auto patience = RunKeeper::Patience::usual();
+  RunKeeper keeper(patience);
+  const auto end = keeper.split();
+  if (end && !end->isSilent) RunKeeper::endLike(end->status);
+  const QCoreApplication application(count, words);
+  // It has taken over the user's decimal sign; numbers in files have a point.
+  std::setlocale(LC_NUMERIC, "C");
+  if (!end) {
+    return perform(arguments, keeper, kSecondsForADisk,
+                   [&](ExecuteRun& run) { run.perform(arguments); });
+  }
+  return perform(arguments, keeper, kSecondsForSilentVolumes, [&](ExecuteRun& run) {
+    run.recordSilence(arguments, patience.silence, end->stop);
+  });
 }
 
 }  // namespace
@@ -119,21 +151,10 @@ int main(int count, char** words) {
   qputenv("QT_NO_GLIB", "1");
   // Whoever started it or reads what it prints may be gone; the backup goes on and is recorded.
   std::signal(SIGPIPE, SIG_IGN);
-  const auto patience = corvana::RunKeeper::Patience::usual();
-  corvana::RunKeeper keeper(patience);
-  const auto end = keeper.split();
-  if (end && !end->isSilent) corvana::RunKeeper::endLike(end->status);
-  const QCoreApplication application(count, words);
-  // It has taken over the user's decimal sign; numbers in files have a point.
-  std::setlocale(LC_NUMERIC, "C");
-  if (!end) {
-    corvana::perform(*arguments, keeper, corvana::kSecondsForADisk,
-                     [&](corvana::ExecuteRun& run) { run.perform(*arguments); });
-  } else {
-    corvana::perform(*arguments, keeper, corvana::kSecondsForSilentVolumes,
-                     [&](corvana::ExecuteRun& run) {
-                       run.recordSilence(*arguments, patience.silence, end->stop);
-                     });
+  try {
+    return corvana::execute(*arguments, count, words);
+  } catch (const std::exception& exception) {
+    std::cerr << "Corvana 9 Execute could not start: " << exception.what() << '\n';
+    return 1;
   }
-  return 0;
 }

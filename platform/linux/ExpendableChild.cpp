@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <system_error>
 #include <thread>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
@@ -91,10 +92,19 @@ Result<std::string> ExpendableChild::ask(const std::function<std::string()>& wor
 }
 
 void ExpendableChild::reapSometime(pid_t pid) {
-  std::thread([pid] {
+  (void)runDetached([pid] {
     while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
     }
-  }).detach();
+  });
+}
+
+bool ExpendableChild::runDetached(std::function<void()> body) {
+  try {
+    std::thread(std::move(body)).detach();
+    return true;
+  } catch (const std::system_error&) {
+    return false;
+  }
 }
 
 }  // namespace corvana

@@ -47,8 +47,13 @@ class ExpendableChild {
     return answer;
   }
 
-  /// Waits for a child that was killed, on a thread that ends with it: it may take for ever.
+  /// Waits for a child that was killed, on a thread that ends with it: it may take for ever. Where
+  /// the system has no thread the child stays in its table until this process ends.
   static void reapSometime(pid_t pid);
+
+  /// Runs on a thread that nobody waits for; false when the system has none. The thread must not be
+  /// left by an exception.
+  static bool runDetached(std::function<void()> body);
 };
 
 }  // namespace corvana

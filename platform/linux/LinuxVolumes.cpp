@@ -49,12 +49,14 @@ Sayings listen(const char* target) {
   return heard;
 }
 
-/// Blocks as long as the mount does, but can be left at it. Nothing when the place shows something
-/// else meanwhile.
-std::optional<VolumeInformation> answerOf(const Mount& mount) {
+/// Blocks as long as the mount does, but can be left at it. `known` when it could not be asked.
+/// Nothing when the place shows something else meanwhile.
+std::optional<VolumeInformation> answerOf(const Mount& mount,
+                                          const std::optional<VolumeInformation>& known) {
   const auto heard = ExpendableChild::valueOf([&] { return listen(mount.target.c_str()); },
                                               ExpendableChild::kAsLongAsItTakes);
-  if (!heard || !heard->isThere) return std::nullopt;
+  if (!heard) return known;
+  if (!heard->isThere) return std::nullopt;
   const auto& [times, space, isThere] = *heard;
   const bool isShared = mount.id == 0;  // by the desktop, below a mount of its own
   if (!isShared && (times.stx_mask & STATX_MNT_ID) != 0 && times.stx_mnt_id != mount.id)
@@ -111,25 +113,32 @@ struct VolumeReader::Shared {
 void VolumeReader::startReading(const std::shared_ptr<Slot>& slot, const Mount& mount) {
   ++slot->waiting;
   slot->asked = SteadyClock::now();
-  std::thread([shared = mShared, slot, mount, identify = mIdentify,
-               identifies = slot->wantsIdentity(mount)] {
-    auto answer = answerOf(mount);
-    DeviceFacts::Identity identity;
-    if (answer && identifies) identity = identify(mount.source);
-    const std::lock_guard lock(shared->mutex);
-    if (answer) {
-      if (identifies) ++slot->identityReadings;
-      if (!identity.uuid.empty() || !identity.label.empty()) slot->identity = std::move(identity);
-      answer->uuid = slot->identity.uuid;
-      answer->label = slot->identity.label;
-    }
-    slot->information = std::move(answer);
-    slot->at = SteadyClock::now();
-    slot->ended();
-    shared->changed.notify_all();
-    if (slot->answered && shared->loop)
-      shared->loop->performOnMain(std::exchange(slot->answered, nullptr));
-  }).detach();
+  const bool isStarted = ExpendableChild::runDetached(
+      [shared = mShared, slot, mount, identify = mIdentify, known = slot->information,
+       identifies = slot->wantsIdentity(mount)] {
+        auto answer = answerOf(mount, known);
+        DeviceFacts::Identity identity;
+        if (answer && identifies) identity = identify(mount.source);
+        const std::lock_guard lock(shared->mutex);
+        if (answer) {
+          if (identifies) ++slot->identityReadings;
+          if (!identity.uuid.empty() || !identity.label.empty())
+            slot->identity = std::move(identity);
+          answer->uuid = slot->identity.uuid;
+          answer->label = slot->identity.label;
+        }
+        slot->information = std::move(answer);
+        slot->at = SteadyClock::now();
+        slot->ended();
+        shared->changed.notify_all();
+        if (slot->answered && shared->loop)
+          shared->loop->performOnMain(std::exchange(slot->answered, nullptr));
+      });
+  if (isStarted) return;
+  // What is known stays, and who comes next asks again.
+  slot->ended();
+  if (slot->answered && mShared->loop)
+    mShared->loop->performOnMain(std::exchange(slot->answered, nullptr));
 }
 
 VolumeReader::VolumeReader(Identify identify)
@@ -175,15 +184,21 @@ bool VolumeReader::exists(const Mount& mount, const std::string& path) {
   const auto slot = mShared->slotOf(mount);
   if (slot->isLate) return false;
   const auto answer = std::make_shared<std::optional<bool>>();
+  const auto look = [path](double seconds) {
+    return ExpendableChild::valueOf([&] { return ::access(path.c_str(), F_OK) == 0; }, seconds);
+  };
   ++slot->waiting;
-  std::thread([shared = mShared, slot, path, answer] {
-    const auto isThere = ExpendableChild::valueOf([&] { return ::access(path.c_str(), F_OK) == 0; },
-                                                  ExpendableChild::kAsLongAsItTakes);
+  const bool isStarted = ExpendableChild::runDetached([shared = mShared, slot, look, answer] {
+    const auto isThere = look(ExpendableChild::kAsLongAsItTakes);
     const std::lock_guard guard(shared->mutex);
     *answer = isThere.value_or(false);
     slot->ended();
     shared->changed.notify_all();
-  }).detach();
+  });
+  if (!isStarted) {
+    slot->ended();
+    return look(mLimit).value_or(false);
+  }
   slot->isLate = !mShared->changed.wait_for(lock, std::chrono::duration<double>(mLimit),
                                             [&] { return answer->has_value(); });
   return !slot->isLate && **answer;

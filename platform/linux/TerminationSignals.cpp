@@ -24,6 +24,8 @@ TerminationSignals::TerminationSignals(bool ignoredToo) {
   }
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   mDescriptor = ZAN_Descriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
+  // Nobody would ever hear of them.
+  if (!mDescriptor) pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 /// Service managers and the tools that end a system tell their processes by SIGTERM; a terminal or
@@ -42,6 +44,7 @@ bool TerminationSignal::endsSession() const {
 
 void TerminationSignals::watch(DescriptorWatch& watch,
                                std::function<void(const TerminationSignal&)> body) {
+  if (!mDescriptor) return;
   watch.watch(mDescriptor.get(), DescriptorWatch::Event::readable, [this, body = std::move(body)] {
     while (const auto signal = take()) body(*signal);
   });

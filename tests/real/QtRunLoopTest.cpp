@@ -10,6 +10,8 @@
 #include <array>
 #include <atomic>
 #include <functional>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -21,6 +23,7 @@ namespace corvana {
 namespace {
 
 using testing::ElementsAre;
+using testing::UnorderedElementsAre;
 
 struct QtRunLoopTest : testing::Test {
   RealLoop real;
@@ -111,6 +114,32 @@ TEST_F(QtRunLoopTest, ThreadsHandBackInOrderAndAreJoined) {
     });
   }
   EXPECT_TRUE(ended);
+}
+
+TEST_F(QtRunLoopTest, WhatThrowsEndsNothingButItself) {
+  std::vector<std::string> told;
+  loop.onException = [&](const std::exception& thrown) { told.emplace_back(thrown.what()); };
+  const auto throwing = [](const char* name) { return [name] { throw std::runtime_error(name); }; };
+  int repeated = 0;
+  const auto timer = loop.repeat(0.001, [&] {
+    if (++repeated == 2) throw std::bad_alloc();
+  });
+  loop.performOnMain(throwing("posted"));
+  loop.performOnMain(note("posted"));
+  loop.performAfter(0, throwing("delayed"));
+  loop.performAfter(0, note("delayed"));
+  loop.detachThread("worker", throwing("thread"));
+  auto worker = loop.worker("worker");
+  worker->perform(throwing("worker"));
+  worker->perform([&] { loop.performOnMain(note("worker")); });
+  EXPECT_TRUE(real.runUntil([&] { return seen.size() == 3 && told.size() == 5 && repeated > 2; }));
+  EXPECT_THAT(told, UnorderedElementsAre("posted", "delayed", "thread", "worker",
+                                         std::string(std::bad_alloc().what())));
+  loop.cancel(timer);
+  bool done = false;
+  worker->perform([&] { done = true; });
+  worker.reset();
+  EXPECT_TRUE(done) << "what was handed over is done at the end";
 }
 
 TEST_F(QtRunLoopTest, QuittingEndsTheRunBeforeAnythingElse) {
