@@ -145,7 +145,7 @@ struct ServiceDescription {
 struct FoundService {
   std::string name;
   std::string host;
-  std::string address;  ///< IPv4
+  std::string address;  ///< of IPv4 where it has one, else of IPv6 ("fe80::1%2" on a link)
   std::uint16_t port = 0;
   std::vector<std::string> txt;
 };

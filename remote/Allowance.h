@@ -15,13 +15,14 @@ class Allowance {
   constexpr Allowance(int atOnce, double seconds)
       : mMost(atOnce), mSeconds(seconds), mLeft(atOnce) {}
 
-  /// Whether one may happen at that monotonic time, and then counts it.
-  bool take(double now) {
+  /// Whether one may happen at that monotonic time, and then counts it. One that counts for several
+  /// may happen as soon as one may, and keeps the next waiting for as many.
+  bool take(double now, double count = 1) {
     mLeft += (now - mLast) / mSeconds;
     if (mLeft > mMost) mLeft = mMost;
     mLast = now;
     if (mLeft < 1) return false;
-    mLeft -= 1;
+    mLeft -= count;
     return true;
   }
 

@@ -27,6 +27,9 @@ constexpr double kMessageSeconds = 30;
 constexpr Allowance kCommandsOfOne(20, 2);
 constexpr Allowance kCommandsOfStrangers(100, 0.05);
 constexpr int kMessagesAtOnce = 10;
+// Each is carried out for whoever sends it, and leaves a kilobyte or so in log, report and history:
+// less than a megabyte a day.
+constexpr Allowance kCommandsWithoutProof(30, 180);
 /// After so much quiet a flood is a new one.
 constexpr double kQuietBetweenBursts = 300;
 /// Each takes its time: the loop gets on with other things in between.
@@ -56,6 +59,7 @@ RemoteControl::RemoteControl(Records& records, SchedulerCommands& commands,
       mAddresses(kCommandsOfOne, kCommandsOfStrangers),
       mControllers(kCommandsOfOne, kCommandsOfStrangers),
       mMessages(kMessagesAtOnce, kMessageSeconds),
+      mWithoutProof(kCommandsWithoutProof),
       mRefused(kQuietBetweenBursts),
       mUnproven(kQuietBetweenBursts),
       mNotPermitted(kQuietBetweenBursts),
@@ -249,8 +253,19 @@ std::vector<std::byte> RemoteControl::receiveFromRemoteController(const std::str
   const auto command = RemoteCommand::decode(data);
   if (!command) return {};
   if (m.preferences.mRemoteProvenOnly) return answerProof(address, *command);
-  carryOut(address, *command);
+  if (mWithoutProof.take(m.platform.clock.monotonic(), weightOf(*command)))
+    carryOut(address, *command);
+  else
+    tellOnce(mDroppedCommands, "RemoteControlDropped", address);
   return {};
+}
+
+double RemoteControl::weightOf(const RemoteCommand& command) const {
+  const auto* launch = std::get_if<RemoteCommand::Launch>(&command.what);
+  if (launch == nullptr) return 1;
+  return static_cast<double>(std::ranges::count_if(launch->references, [&](std::int64_t ref) {
+    return m.tree.rootItem().actionForReference(ref) != nullptr;
+  }));
 }
 
 std::vector<std::byte> RemoteControl::answerProof(const std::string& address,

@@ -73,6 +73,8 @@ class RemoteControl {
   /// What has come of a command that somebody has proven or said through the channel.
   CommandReply::Word carryOutProven(const std::string& address, const std::string& sender,
                                     const RemoteCommand& command);
+  /// How many lines of the records a command is good for, in runs of an action.
+  double weightOf(const RemoteCommand& command) const;
   bool permits(const RemoteCommand& command) const;
   /// False when it came too quickly after others.
   bool carryOut(const std::string& address, const RemoteCommand& command);
@@ -107,6 +109,7 @@ class RemoteControl {
   Allowances mAddresses;
   Allowances mControllers;
   Allowance mMessages;
+  Allowance mWithoutProof;
   BurstGate mRefused;
   BurstGate mUnproven;
   BurstGate mNotPermitted;

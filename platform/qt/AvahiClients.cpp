@@ -2,6 +2,7 @@
 
 #include <QDBusObjectPath>
 
+#include "ZANCocoaFramework/ZAN_IPAddress.h"
 #include "platform/qt/AvahiBus.h"
 
 namespace corvana::avahi {
@@ -9,6 +10,16 @@ namespace corvana::avahi {
 namespace {
 
 constexpr std::size_t kMostEarly = 1000;
+
+/// An address that is good on one link only needs the number of its interface.
+std::string addressIn(const QList<QVariant>& answer) {
+  const std::string address = answer[7].toString().toStdString();
+  const auto parsed = ZAN_IPAddress::parse(address);
+  const auto links = ZAN_IPAddress::parse("fe80::");
+  return parsed && parsed->sharesNetwork(*links, 10)
+             ? address + '%' + std::to_string(answer[0].toInt())
+             : address;
+}
 
 }  // namespace
 
@@ -96,7 +107,7 @@ void Browsing::itemNew(const QList<QVariant>& item) {
   ++mQuestions;
   ask(QStringLiteral("/"), server(), QStringLiteral("ResolveService"),
       {item[0].toInt(), item[1].toInt(), item[2].toString(), item[3].toString(), item[4].toString(),
-       kIPv4, 0U},
+       item[1].toInt(), 0U},
       [this, name](const QDBusMessage& reply) { resolved(name, reply); });
 }
 
@@ -106,9 +117,11 @@ void Browsing::resolved(const std::string& name, const QDBusMessage& reply) {
     --seen->second.questions;
     const QList<QVariant> answer = reply.arguments();
     if (reply.type() == QDBusMessage::ReplyMessage && answer.size() == 11) {
+      const bool isBetter = !seen->second.hasIPv4 || answer[6].toInt() == kIPv4;
       seen->second.found = true;
-      if (mEvents.found) {
-        mEvents.found({name, answer[5].toString().toStdString(), answer[7].toString().toStdString(),
+      seen->second.hasIPv4 = seen->second.hasIPv4 || answer[6].toInt() == kIPv4;
+      if (mEvents.found && isBetter) {
+        mEvents.found({name, answer[5].toString().toStdString(), addressIn(answer),
                        static_cast<std::uint16_t>(answer[8].toUInt()), stringsOf(answer[9])});
       }
     } else if (!seen->second.found && seen->second.questions == 0 && mEvents.notResolved) {

@@ -56,6 +56,7 @@ class Browsing final : public ServiceBrowsing, private Client {
     int places = 0;     ///< interfaces and protocols that it is seen on
     int questions = 0;  ///< of its place, not answered yet
     bool found = false;
+    bool hasIPv4 = false;  ///< found at an address of IPv4
   };
 
   void daemonIsThere() override;

@@ -64,6 +64,14 @@ struct RemoteControlScenario : testing::Test {
     for (const auto& record : day.agent->queue().actionsList()) refs.push_back(record.ref);
     return refs;
   }
+  /// Of all that grows.
+  std::uintmax_t storedBytes() {
+    std::uintmax_t bytes = 0;
+    for (const auto& file :
+         std::filesystem::recursive_directory_iterator(day.machine.folder.path()))
+      if (file.is_regular_file()) bytes += file.file_size();
+    return bytes;
+  }
   void preferencesChange() {
     ASSERT_TRUE(day.store().settings().saveSchedulerSettings(settings));
     day.machine.notifications.receive("CVA9_SchedulerNotification", "PreferencesDidChange");
@@ -191,6 +199,24 @@ TEST_F(RemoteControlScenario, AFloodIsHeldDown) {
   EXPECT_FALSE(day.agent->messages().hasPending()) << "all that was let in has been shown";
   ASSERT_TRUE(activate(0));
   EXPECT_FALSE(isActive());
+}
+
+TEST_F(RemoteControlScenario, WhatStrangersMayDoWritesLessThanAMegabyteADay) {
+  startAgent();
+  const auto before = storedBytes();
+  const std::string name(300, 'x');
+  for (int i = 0; i < 6 * 360; ++i) {
+    const std::string address = "10.0.1." + std::to_string(i % 200);
+    for (const RemoteCommand& command : {RemoteCommand{RemoteCommand::Launch{{letters, photos}}},
+                                         RemoteCommand{RemoteCommand::Activate{i % 2}},
+                                         RemoteCommand{RemoteCommand::Message{"Hello", name}}})
+      day.machine.serverSockets.send(day.machine.serverSockets.ports().at(0), address,
+                                     command.encode());
+    day.runFor(10);
+  }
+  const auto grown = storedBytes() - before;
+  EXPECT_GT(grown, 10'000U) << "it does something";
+  EXPECT_LT(grown, 250'000U) << "in a quarter of a day";
 }
 
 TEST_F(RemoteControlScenario, OnlyAllowedAddressesConnectAndOthersAreLogged) {
@@ -414,14 +440,7 @@ TEST_F(ProvenRemoteControl, TheOwnersCommandsArriveDuringAnAttack) {
   startAgent();
   day.agent->commands().pauseExecution();
   tell({RemoteCommand::Launch{{photos}}});
-  const auto size = [&] {
-    std::uintmax_t bytes = 0;
-    for (const auto& file : std::filesystem::recursive_directory_iterator(
-             day.store().folder().dataFolderPathWithFileName()))
-      if (file.is_regular_file()) bytes += file.file_size();
-    return bytes;
-  };
-  const auto before = size();
+  const auto before = storedBytes();
   const auto port = day.machine.serverSockets.ports().at(0);
   const auto unproven = RemoteCommand{RemoteCommand::Launch{{letters}}}.encode();
   const std::vector<std::byte> rubbish(60'000, std::byte{0x42});
@@ -435,7 +454,7 @@ TEST_F(ProvenRemoteControl, TheOwnersCommandsArriveDuringAnAttack) {
     day.runFor(58);
   }
   EXPECT_EQ(told("did not prove the password"), 1);
-  EXPECT_LT(size() - before, 40'000U) << "a megabyte a day would be 43,690 bytes";
+  EXPECT_LT(storedBytes() - before, 40'000U) << "a megabyte a day would be 43,690 bytes";
 }
 
 TEST_F(RemoteControlScenario, WhatFailsIsLoggedAndTheAgentGoesOn) {

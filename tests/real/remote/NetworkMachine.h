@@ -43,8 +43,10 @@ class NetworkMachine {
               0);
     int last = 0;
     for (NetworkMachine* machine : {this, &other}) {
-      machine->address = "10.99.0." + std::to_string(++last);
-      machine->finish({"/sbin/ip", "addr", "add", machine->address + "/24", "dev", "cable"});
+      if (!onlyIPv6) {
+        machine->address = "10.99.0." + std::to_string(++last);
+        machine->finish({"/sbin/ip", "addr", "add", machine->address + "/24", "dev", "cable"});
+      }
       machine->finish({"/sbin/ip", "link", "set", "cable", "up"});
     }
   }
@@ -62,10 +64,11 @@ class NetworkMachine {
   }
   void startAvahi() {
     const std::string configuration = mFolder.write(
-        "avahi.conf",
-        "[server]\nuse-ipv4=yes\nuse-ipv6=no\nallow-interfaces=cable\nenable-dbus=yes\n"
-        "[wide-area]\nenable-wide-area=no\n[publish]\npublish-hinfo=no\n"
-        "publish-workstation=no\n");
+        "avahi.conf", std::string(onlyIPv6 ? "[server]\nuse-ipv4=no\nuse-ipv6=yes\n"
+                                           : "[server]\nuse-ipv4=yes\nuse-ipv6=no\n") +
+                          "allow-interfaces=cable\nenable-dbus=yes\n"
+                          "[wide-area]\nenable-wide-area=no\n[publish]\npublish-hinfo=no\n"
+                          "publish-workstation=no\n");
     output.clear();
     avahi = run(inside({"/usr/sbin/avahi-daemon", "--no-drop-root", "--no-rlimits", "--no-chroot",
                         "-f", configuration}),
@@ -117,6 +120,7 @@ class NetworkMachine {
   }
 
   TemporaryFolder home;
+  bool onlyIPv6 = false;  ///< with addresses of the link alone, from before `connectTo`
   std::string address;
   std::unique_ptr<ChildProcess> bus;
   std::unique_ptr<ChildProcess> avahi;

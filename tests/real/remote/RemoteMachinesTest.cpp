@@ -197,6 +197,20 @@ TEST_F(RemoteMachinesTest, PairedMachinesNeedNoPassword) {
   EXPECT_THAT(berta.said, HasSubstr("corvana9 pair --accept"));
 }
 
+struct IPv6MachinesTest : RemoteMachinesTest {
+  IPv6MachinesTest() { anna.onlyIPv6 = berta.onlyIPv6 = true; }
+};
+
+TEST_F(IPv6MachinesTest, OneControlsTheOther) {
+  agent = startAgent(anna, agentOutput, true);
+  ASSERT_TRUE(sees([](const ZAN_Value& list) { return list.size() == 1; }))
+      << berta.said << agentOutput << anna.output;
+  EXPECT_THAT(peers().at(0).string("address"), testing::StartsWith("fe80::"));
+  const std::string right = "--password-file=" + berta.home.write("right", "geheim\n");
+  EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101", right}), 0) << berta.said;
+  ASSERT_TRUE(real.runUntil([&] { return fs::exists(anna.home.at("executed")); })) << agentOutput;
+}
+
 TEST_F(RemoteMachinesTest, TheServiceComesBackAndKeepsApartFromItsTwin) {
   agent = startAgent(anna, agentOutput);
   const auto one = [](const ZAN_Value& list) { return list.size() == 1; };
