@@ -341,6 +341,7 @@ void MainScheduler::applicationShouldTerminate() {
 void MainScheduler::applicationWillTerminate() {
   Records& m = mRecords;
   if (m.platform.agentObject != nullptr) m.platform.agentObject->disappear();
+  mDispatch.takeUpLaunches();
   mTimer.stop();
   mWork.supervisor.agentEnds();
   mRemoteControl.stop();

@@ -44,8 +44,10 @@ class AgentAnswers {
   /// Queues an action as if by hand, or says why not. It is safe when the call returns, or at the
   /// end of `together`.
   virtual Outcome launch(std::int64_t ref) = 0;
-  /// Performs `body`, which asks many things that came at once.
-  virtual void together(const std::function<void()>& body) = 0;
+  /// Performs `body`, which launches what came at once and returns, as this does, whether more
+  /// follow at once: what it queued is then stored with those, at the latest with the one that says
+  /// that none do.
+  virtual bool together(const std::function<bool()>& body) = 0;
 };
 
 /// The place where other programs find the agent and ask it. Where there is no such place nobody

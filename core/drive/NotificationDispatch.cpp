@@ -1,5 +1,6 @@
 #include "core/drive/NotificationDispatch.h"
 
+#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,8 +22,10 @@ namespace corvana {
 namespace {
 
 constexpr double kManualLaunchDelay = 0.01;
-/// So long the launches of a burst are taken before questions are answered again.
-constexpr double kSecondsOfLaunches = 0.05;
+/// So long the launches of a burst are taken before questions are answered again, and so long the
+/// first of them is kept in memory only.
+constexpr double kSecondsOfLaunches = 0.02;
+constexpr double kSecondsUntilStored = 0.25;
 constexpr double kAnswerDelay = 0.1;
 constexpr double kUnmountDelay = 0.1;
 constexpr double kDefaultMessageSeconds = 10.0;
@@ -115,8 +118,20 @@ void NotificationDispatch::launchAction(const ZAN_Value& userInfo) {
 }
 
 void NotificationDispatch::launchTogether() {
-  const double end = m.platform.clock.monotonic() + kSecondsOfLaunches;
-  mWork.queue.batch([&] {
+  const double now = m.platform.clock.monotonic();
+  if (!mStoreLaunchesBy) mStoreLaunchesBy = now + kSecondsUntilStored;
+  takeUpLaunches(now + kSecondsOfLaunches, *mStoreLaunchesBy);
+  if (!mLaunches.empty()) m.platform.runLoop.performAfter(0, [this] { launchTogether(); });
+}
+
+void NotificationDispatch::takeUpLaunches() {
+  constexpr double kNoLimit = std::numeric_limits<double>::infinity();
+  if (!mLaunches.empty()) takeUpLaunches(kNoLimit, kNoLimit);
+}
+
+void NotificationDispatch::takeUpLaunches(double end, double storeBy) {
+  const auto isBefore = [this](double time) { return m.platform.clock.monotonic() < time; };
+  const bool moreFollow = mWork.queue.burst([&] {
     do {
       const ZAN_Value launch = std::move(mLaunches.front());
       mLaunches.pop_front();
@@ -128,9 +143,10 @@ void NotificationDispatch::launchTogether() {
       }
       mWork.queue.addWish(launch.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay, false,
                           launch.integer("EstimateSize") != 0);
-    } while (!mLaunches.empty() && m.platform.clock.monotonic() < end);
+    } while (!mLaunches.empty() && isBefore(end));
+    return !mLaunches.empty() && isBefore(storeBy);
   });
-  if (!mLaunches.empty()) m.platform.runLoop.performAfter(0, [this] { launchTogether(); });
+  if (!moreFollow) mStoreLaunchesBy.reset();
 }
 
 void NotificationDispatch::preferencesDidChange(const ZAN_Value&) {

@@ -3,6 +3,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -32,6 +33,8 @@ class NotificationDispatch {
   /// Listens from now on, until the end.
   void observe();
   void schedulerNotificationReceived(const DistributedNotification& notification);
+  /// Queues and stores the launches that were heard and still wait for their turn of the loop.
+  void takeUpLaunches();
 
   /// Whether the main application has said that it listens.
   bool mainAppReceivesNotifications() const { return mMainAppReceiveNotifications; }
@@ -46,6 +49,7 @@ class NotificationDispatch {
 
   void launchAction(const ZAN_Value& userInfo);
   void launchTogether();
+  void takeUpLaunches(double end, double storeBy);
   void applicationIsLaunched(const ZAN_Value&) { mMainAppReceiveNotifications = true; }
   void applicationWillQuit(const ZAN_Value&) { mMainAppReceiveNotifications = false; }
   void preferencesDidChange(const ZAN_Value&);
@@ -83,6 +87,7 @@ class NotificationDispatch {
   LaunchStep& mLaunchStep;
   Controls& mControls;
   std::deque<ZAN_Value> mLaunches;  ///< asked for and not yet taken up
+  std::optional<double> mStoreLaunchesBy;
   bool mMainAppReceiveNotifications = false;
 };
 

@@ -31,7 +31,7 @@ class StateAnswers final : public AgentAnswers {
   Result<std::vector<std::string>> why(std::int64_t ref) override;
   /// As a launch by a sibling program it ends the wait after the start.
   Outcome launch(std::int64_t ref) override;
-  void together(const std::function<void()>& body) override;
+  bool together(const std::function<bool()>& body) override;
 
  private:
   Records& m;

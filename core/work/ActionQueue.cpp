@@ -70,7 +70,7 @@ QueueAddition ActionQueue::addOne(QueueRecord record, int row, bool manualLaunch
   const std::string title = action->getTitle();
   const std::int64_t type = action->actionType();
   action->setLastScheduleDate(scheduleDate);
-  m.channel.postToMainApp("ActionListChanged");
+  mMarkedInBatch = true;
   if (settings.integer("TriggerIfVolumesMounted") != 0 &&
       !mVolumes.checkIfAllVolumesMounted(settings)) {
     // Another machine may ask again and again: what is said of it must not fill the report.
@@ -385,19 +385,39 @@ QueueRecord ActionQueue::erase(std::size_t row) {
 }
 
 void ActionQueue::batch(const std::function<void()>& body) {
+  burst([&] {
+    body();
+    return false;
+  });
+}
+
+bool ActionQueue::burst(const std::function<bool()>& body) {
   ++mBatchDepth;
   m.tree.holdChanges();
-  const auto end = [this] {
-    if (--mBatchDepth == 0 && std::exchange(mChangedInBatch, false)) changed();
-    m.tree.storeHeldChanges();
-  };
+  bool moreFollow = false;
   try {
-    body();
+    moreFollow = body();
   } catch (...) {
-    end();
+    endBatch(false);
     throw;
   }
-  end();
+  endBatch(moreFollow);
+  return moreFollow;
+}
+
+void ActionQueue::endBatch(bool moreFollow) {
+  if (--mBatchDepth > 0) return m.tree.storeHeldChanges();
+  if (moreFollow) {
+    // One hold of the changes stays until all is stored.
+    if (std::exchange(mIsOwed, true)) m.tree.storeHeldChanges();
+    return;
+  }
+  // An occasion is stored before its action is marked.
+  if (std::exchange(mChangedInBatch, false)) changed();
+  if (std::exchange(mIsOwed, false)) m.tree.storeHeldChanges();
+  m.tree.storeHeldChanges();
+  // Once the dates are stored, so that the main application finds them.
+  if (std::exchange(mMarkedInBatch, false)) m.channel.postToMainApp("ActionListChanged");
 }
 
 }  // namespace corvana

@@ -119,6 +119,9 @@ class ActionQueue {
 
   /// Performs `body`; what it changes is saved and told once, at its end.
   void batch(const std::function<void()>& body);
+  /// The same for `body` that returns, as this does, whether more follow at once: then it is saved
+  /// and told with those, at the latest with the one that says that none do.
+  bool burst(const std::function<bool()>& body);
 
   // For the supervision of executions only.
   /// The head is about to be started, which is stored first; nothing: it did not start.
@@ -138,6 +141,7 @@ class ActionQueue {
                        ReferenceTime scheduleDate);
   void changed();
   bool isThere(const QueueRecord& asked) const;
+  void endBatch(bool moreFollow);
   QueueRecord erase(std::size_t row);
   void bound(QueueRecord& record) const;
   void moveDates(double jump);
@@ -155,6 +159,8 @@ class ActionQueue {
   bool mHeadIsRunning = false;
   int mBatchDepth = 0;
   bool mChangedInBatch = false;
+  bool mMarkedInBatch = false;
+  bool mIsOwed = false;
   BurstGate mRefusedRemotely{kQuietBetweenRefusals};
 };
 

@@ -4,9 +4,11 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVirtualObject>
+#include <QElapsedTimer>
+#include <deque>
+#include <functional>
 #include <map>
 #include <utility>
-#include <vector>
 
 #include "platform/qt/BusValues.h"
 
@@ -14,9 +16,17 @@ namespace corvana {
 
 namespace {
 
-// A program asks one thing after another; a few at once is generous.
+// A program asks one thing after another; a few at once is generous. A script may launch a whole
+// tree without waiting for each answer.
 constexpr int kMostOfOneCaller = 32;
 constexpr int kMostOfAll = 256;
+constexpr int kMostLaunches = 4096;
+// What many launches at once may take before others are answered, and the longest that the first
+// of them waits for the others before all are stored.
+constexpr int kMillisecondsOfLaunches = 20;
+constexpr int kMillisecondsUntilStored = 250;
+
+constexpr QLatin1String kLaunch("Launch");
 
 using Maps = QList<QVariantMap>;
 
@@ -62,7 +72,12 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
   }
 
   void disappear() {
-    if (std::exchange(mAnswers, nullptr) == nullptr) return;
+    if (mAnswers == nullptr) return;
+    if (!mLaunched.empty()) {
+      mAnswers->together([] { return false; });
+      answerLaunched();
+    }
+    mAnswers = nullptr;
     mConnection.forget(this);
     mRunLoop.cancel(std::exchange(mTelling, 0));
     if (!mConnection.isConnected()) return;
@@ -96,24 +111,18 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
   bool handleMessage(const QDBusMessage& message, const QDBusConnection& bus) override {
     if (message.type() != QDBusMessage::MethodCallMessage) return false;
     if (!message.interface().isEmpty() && message.interface() != BusNames::agent()) return false;
-    int& ofCaller = mWaitingOf[message.service()];
-    if (ofCaller >= kMostOfOneCaller || mWaiting >= kMostOfAll) {
-      if (ofCaller == 0) mWaitingOf.erase(message.service());
+    const bool launches = message.member() == kLaunch;
+    if (launches ? mWaitingLaunches >= kMostLaunches : !mayAsk(message)) {
       answer(message, bus,
              message.createErrorReply(QDBusError::LimitsExceeded,
                                       QStringLiteral("too many questions at once")));
       return true;
     }
-    ++ofCaller;
-    ++mWaiting;
+    if (launches) ++mWaitingLaunches;
     // Behind the notifications that arrived before, and then with what else has come by now.
-    mRunLoop.performAfter(0, [this, alive = std::weak_ptr<int>(mAlive), message, bus] {
-      if (alive.expired()) return;
-      mQuestions.push_back({message, bus});
-      if (mQuestions.size() > 1) return;
-      mRunLoop.performAfter(0, [this, alive] {
-        if (!alive.expired()) answerAll();
-      });
+    afterThis([this, message, bus, launches] {
+      (launches ? mLaunches : mQuestions).push_back({message, bus});
+      if (mQuestions.size() + mLaunches.size() == 1) afterThis([this] { answerAll(); });
     });
     return true;
   }
@@ -125,23 +134,53 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
     QDBusMessage reply = {};
   };
 
+  bool mayAsk(const QDBusMessage& message) {
+    int& ofCaller = mWaitingOf[message.service()];
+    if (ofCaller < kMostOfOneCaller && mWaiting < kMostOfAll) {
+      ++ofCaller;
+      ++mWaiting;
+      return true;
+    }
+    if (ofCaller == 0) mWaitingOf.erase(message.service());
+    return false;
+  }
+
+  /// In the next pass of the loop, unless this has gone by then.
+  void afterThis(std::function<void()> step) {
+    mRunLoop.performAfter(0, [alive = std::weak_ptr<int>(mAlive), step = std::move(step)] {
+      if (!alive.expired()) step();
+    });
+  }
+
   /// What came at once is carried out at once, and what it changes is stored once before anybody
-  /// is told that it is done.
+  /// is told that it is done. Nobody's question waits for many launches of another.
   void answerAll() {
-    std::vector<Question> questions = std::exchange(mQuestions, {});
-    mWaiting -= static_cast<int>(questions.size());
-    const auto fill = [&] {
-      for (Question& question : questions) {
-        if (const auto of = mWaitingOf.find(question.message.service()); --of->second == 0)
-          mWaitingOf.erase(of);
+    for (Question& question : std::exchange(mQuestions, {})) {
+      --mWaiting;
+      if (const auto of = mWaitingOf.find(question.message.service()); --of->second == 0)
+        mWaitingOf.erase(of);
+      answer(question.message, question.bus, replyTo(question.message));
+    }
+    if (mLaunches.empty()) return;
+    if (mLaunched.empty()) mSinceFirstLaunch.start();
+    const auto launch = [this] {
+      QElapsedTimer time;
+      time.start();
+      do {
+        Question& question = mLaunched.emplace_back(std::move(mLaunches.front()));
+        mLaunches.pop_front();
         question.reply = replyTo(question.message);
-      }
+      } while (!mLaunches.empty() && !time.hasExpired(kMillisecondsOfLaunches));
+      return !mLaunches.empty() && !mSinceFirstLaunch.hasExpired(kMillisecondsUntilStored);
     };
-    if (mAnswers != nullptr)
-      mAnswers->together(fill);
-    else
-      fill();
-    for (const Question& question : questions)
+    const bool moreFollow = mAnswers != nullptr ? mAnswers->together(launch) : launch();
+    if (!moreFollow) answerLaunched();
+    if (!mLaunches.empty()) afterThis([this] { answerAll(); });
+  }
+
+  void answerLaunched() {
+    mWaitingLaunches -= static_cast<int>(mLaunched.size());
+    for (const Question& question : std::exchange(mLaunched, {}))
       answer(question.message, question.bus, question.reply);
   }
 
@@ -152,7 +191,7 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
 
   QDBusMessage replyTo(const QDBusMessage& message) {
     const QString method = message.member();
-    const bool ofAction = method == QStringLiteral("Why") || method == QStringLiteral("Launch");
+    const bool ofAction = method == QStringLiteral("Why") || method == kLaunch;
     if (!ofAction && method != QStringLiteral("Status") && method != QStringLiteral("Queue") &&
         method != QStringLiteral("Next")) {
       return message.createErrorReply(QDBusError::UnknownMethod,
@@ -167,8 +206,7 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
       return message.createErrorReply(QDBusError::Failed, QStringLiteral("the agent is leaving"));
     if (ofAction) {
       const std::int64_t ref = message.arguments().constFirst().toLongLong();
-      return method == QStringLiteral("Launch") ? replyToLaunch(message, ref)
-                                                : replyToWhy(message, ref);
+      return method == kLaunch ? replyToLaunch(message, ref) : replyToWhy(message, ref);
     }
     if (method == QStringLiteral("Status")) return message.createReply(mapOf(mAnswers->status()));
     return message.createReply(
@@ -207,8 +245,12 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
   RunLoop& mRunLoop;
   AgentAnswers* mAnswers = nullptr;
   RunLoop::TimerId mTelling = 0;
-  std::vector<Question> mQuestions;
+  std::deque<Question> mQuestions;
+  std::deque<Question> mLaunches;
+  std::deque<Question> mLaunched;
+  QElapsedTimer mSinceFirstLaunch;
   int mWaiting = 0;
+  int mWaitingLaunches = 0;
   std::map<QString, int> mWaitingOf;
   std::shared_ptr<int> mAlive = std::make_shared<int>();
 };

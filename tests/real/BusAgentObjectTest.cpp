@@ -5,10 +5,15 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCall>
+#include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QDBusReply>
 #include <algorithm>
+#include <chrono>
 #include <map>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/qt/BusAgentClient.h"
@@ -40,14 +45,23 @@ struct FewAnswers final : AgentAnswers {
     if (ref != 7) return Error{ErrorKind::absent, "action " + std::to_string(ref) + ": none"};
     return std::vector<std::string>{"It waits.", "It rains."};
   }
-  void together(const std::function<void()>& body) override { body(); }
+  bool together(const std::function<bool()>& body) override {
+    const bool moreFollow = body();
+    if (!moreFollow) stored = launched;
+    return moreFollow;
+  }
   Outcome launch(std::int64_t ref) override {
+    ++launched;
+    std::this_thread::sleep_for(launchTakes);
     if (ref != 7) return Error{ErrorKind::absent, "there is no such action"};
     return {};
   }
 
   bool enabled = true;
   int asked = 0;
+  std::chrono::microseconds launchTakes{0};
+  int launched = 0;
+  int stored = 0;
 };
 
 struct BusAgentObjectTest : testing::Test {
@@ -144,6 +158,27 @@ TEST_F(BusAgentObjectTest, AFloodIsRefusedAndOthersAreServed) {
   EXPECT_GT(kinds["org.freedesktop.DBus.Error.LimitsExceeded"], 0);
   connect();
   EXPECT_TRUE(answersStatus());
+}
+
+TEST_F(BusAgentObjectTest, ManyLaunchesAreStoredBeforeTheirAnswersAndHoldNobodyUp) {
+  constexpr int kLaunches = 3'000;
+  answers.launchTakes = std::chrono::microseconds(100);
+  int answered = 0;
+  std::vector<std::unique_ptr<QDBusPendingCallWatcher>> calls;
+  for (int i = 0; i < kLaunches; ++i) {
+    calls.push_back(std::make_unique<QDBusPendingCallWatcher>(
+        caller.asyncCall(question("Launch", {7LL}), 60'000)));
+    QObject::connect(calls.back().get(), &QDBusPendingCallWatcher::finished, [&](auto* call) {
+      ++answered;
+      EXPECT_EQ(QDBusReply<QString>(*call).value(), "queued");
+      EXPECT_LE(answered, answers.stored);
+    });
+  }
+  ASSERT_TRUE(real.runUntil([&] { return answers.launched > 0; }));
+  EXPECT_TRUE(answersStatus());
+  const int before = answers.launched;
+  ASSERT_TRUE(real.runUntil([&] { return answered == kLaunches; }, 60));
+  EXPECT_LT(before, kLaunches);
 }
 
 TEST_F(BusAgentObjectTest, ChangesOfOnePassAreToldOnce) {

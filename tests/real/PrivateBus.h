@@ -30,7 +30,9 @@ class PrivateBus {
             address() +
             "</listen>"
             "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
-            "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy></busconfig>");
+            "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy>"
+            // As the session bus of a desktop has it; without a line it is 128.
+            "<limit name=\"max_replies_per_connection\">50000</limit></busconfig>");
     auto started = mProcesses.start(
         {"/usr/bin/dbus-daemon", "--nofork", "--config-file=" + configuration}, false, {});
     ASSERT_TRUE(started) << started.error().text;
