@@ -132,9 +132,9 @@ ZAN_Value savedQueue(CommandHome& home, const RunningAgent& agent) {
 
 constexpr std::string_view kQueueLines =
     "{agent!{reason}\nThe queue as it was saved:\n}{queue!The queue is empty.\n}"
-    "{queue*{#}. {:action}{running?, running}{interrupted?, its end was not seen}"
+    "{queue*{#}. {:action}{task:task}{running?, running}{interrupted?, its end was not seen}"
     "{running!{interrupted!{date?{date:from}}}}{estimateSize?, only estimates the "
-    "size}{task:task}\n}";
+    "size}\n}";
 
 Error notReached(const RunningAgent& agent) { return {ErrorKind::unavailable, agent.absence()}; }
 

@@ -98,9 +98,17 @@ constexpr std::array kCommands{
             "  --from FOLDER   of copies whose action is gone, or that another machine made: the\n"
             "                  folder that they lie in; REF is left out then\n",
             versionsCommand},
+    Command{"browse", "REF [FOLDER] [--at DATE] [--find WORD] [--from FOLDER] [--json]",
+            "list what a version of an action's copies has in a folder",
+            "Names, sizes and dates as they were then, and what has become of it since.\n"
+            "  --at DATE       as for restore\n"
+            "  --find WORD     whatever below the folder has the word in its name\n"
+            "  --from FOLDER   as for restore\n",
+            browseCommand},
     Command{
         "restore",
-        "REF [PATH…] [--at DATE] [--to FOLDER] [--dry-run] [--overwrite] [--from FOLDER]",
+        "REF [PATH…] [--at DATE] [--to FOLDER] [--dry-run] [--overwrite] [--from FOLDER] "
+        "[--progress] [--json]",
         "bring back what an action has copied",
         "All of it, or what the paths name, from the newest version or an older one. Nothing is\n"
         "lost by it: what stands in the way and differs is kept under a name with the date, and\n"
@@ -111,6 +119,7 @@ constexpr std::array kCommands{
         "  --to FOLDER     not back to its place but there\n"
         "  --dry-run       say what would be done, and do nothing\n"
         "  --overwrite     keep nothing of files that stand in the way\n"
+        "  --progress      tell how far it is on the error output, a line of JSON each\n"
         "  --from FOLDER   of copies whose action is gone, or that another machine made: the\n"
         "                  folder that they lie in; REF is left out then\n",
         restoreCommand},

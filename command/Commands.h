@@ -78,6 +78,7 @@ Answer removeCommand(Arguments& arguments, const Console& console);
 Answer groupCommand(Arguments& arguments, const Console& console);
 Answer confirmCommand(Arguments& arguments, const Console& console);
 Answer versionsCommand(Arguments& arguments, const Console& console);
+Answer browseCommand(Arguments& arguments, const Console& console);
 Answer restoreCommand(Arguments& arguments, const Console& console);
 Answer verifyCommand(Arguments& arguments, const Console& console);
 Answer diffCommand(Arguments& arguments, const Console& console);

@@ -127,7 +127,8 @@ ZAN_Value executionOf(const ZAN_Value& entry, const Launches& launches) {
   ZAN_Value late;
   if (const auto* launch = start ? launches.launchOf(ref, *start) : nullptr) {
     if (code == kLaunched && launch->crashed) code = kCrashed;
-    if (launch->due) late = std::max(0.0, *start - *launch->due);
+    if (launch->due && !entry.contains(TaskRequest::kTaskKey))
+      late = std::max(0.0, *start - *launch->due);
   }
   ZAN_Value execution = ZAN_Value::dictionary(
       {{"title", entry.string("Title")},

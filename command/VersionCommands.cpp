@@ -28,18 +28,28 @@ std::string progressLine(const ZAN_Value& answer) {
   return line;
 }
 
-/// Does what a request says while the terminal shows how far it is. An interrupt at the terminal
-/// stops it.
+/// For another program: what it waits for, or how far it is.
+ZAN_Value newsOf(const CopiesRequest& request) {
+  const ZAN_Value& answer = request.latest();
+  if (answer.isNull()) return ZAN_Value::dictionary({{"hold", request.hold()}});
+  ZAN_Value news = ZAN_Value::dictionary();
+  for (const char* key : {"files", "filesInAll", "bytes", "bytesInAll", "path"})
+    if (answer.contains(key)) news.setValue(key, answer[key]);
+  return news;
+}
+
+/// Does what a request says while the terminal shows how far it is, or with `tellsNews` another
+/// program hears of it, a line of JSON each. An interrupt stops it.
 Result<ZAN_Value> perform(CommandHome& home, const Console& console, std::int64_t reference,
-                          const ZAN_Value& wish) {
+                          const ZAN_Value& wish, bool tellsNews = false) {
   sigset_t interrupts;
   sigset_t before;
   ::sigemptyset(&interrupts);
   ::sigaddset(&interrupts, SIGINT);
-  ::sigaddset(&interrupts, SIGTERM);
   ::pthread_sigmask(SIG_BLOCK, &interrupts, &before);
   std::string shown;
   std::string held;
+  ZAN_Value told;
   const auto show = [&](std::string line) {
     if (::isatty(STDERR_FILENO) == 0 || line == shown) return;
     console.err << '\r' << line << "\033[K" << std::flush;
@@ -51,11 +61,16 @@ Result<ZAN_Value> perform(CommandHome& home, const Console& console, std::int64_
   while (!answer) {
     answer = request.look();
     if (answer) break;
-    if (request.latest().isNull() && request.hold() != held) {
+    if (tellsNews) {
+      if (ZAN_Value news = newsOf(request); news != told) {
+        told = std::move(news);
+        console.err << jsonText(told, true) << std::flush;
+      }
+    } else if (request.latest().isNull() && request.hold() != held) {
       held = request.hold();
       if (!held.empty()) console.err << printable(held) << std::endl;
     }
-    if (request.latest().isDictionary()) show(progressLine(request.latest()));
+    if (!tellsNews && request.latest().isDictionary()) show(progressLine(request.latest()));
     const timespec interval{0, static_cast<long>(CopiesRequest::kInterval * 1e9)};
     if (::sigtimedwait(&interrupts, nullptr, &interval) > 0) request.stop();
   }
@@ -181,6 +196,7 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
   CommandHome home(console);
   const bool onlyLooks = arguments.flag("--dry-run");
   const bool overwrites = arguments.flag("--overwrite");
+  const bool tellsNews = arguments.flag("--progress");
   const auto to = arguments.option("--to");
   constexpr std::size_t kMostPaths = 10'000;
   auto wish = wishFrom("restore", arguments, home, kMostPaths);
@@ -192,7 +208,7 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
   }
   wish->request.setValue("dryRun", onlyLooks ? 1 : 0);
   wish->request.setValue("overwrite", overwrites ? 1 : 0);
-  const auto found = perform(home, console, wish->reference, wish->request);
+  const auto found = perform(home, console, wish->reference, wish->request, tellsNews);
   std::string text;
   const bool hasBegun = found && (*found)["version"].isNumber() && found->integer("filesInAll") > 0;
   if (hasBegun || (found && found->integer("code") == 0)) {
@@ -218,10 +234,11 @@ Answer verifyCommand(Arguments& arguments, const Console& console) {
   arguments.json();
   CommandHome home(console);
   const auto sample = arguments.number("--sample", 1, 100);
+  const bool tellsNews = arguments.flag("--progress");
   auto wish = wishFrom("verify", arguments, home, 0);
   if (!wish) return wrongWords(wish.error());
   if (sample) wish->request.setValue("sample", *sample);
-  const auto found = perform(home, console, wish->reference, wish->request);
+  const auto found = perform(home, console, wish->reference, wish->request, tellsNews);
   std::string text;
   if (found && (*found)["mismatches"].isNumber()) {
     for (const ZAN_Value& failure : (*found)["failed"].elements())
@@ -232,6 +249,33 @@ Answer verifyCommand(Arguments& arguments, const Console& console) {
       text += "; " + counted(unknown, "file has", "files have") +
               " changed since, and no checksum is known yet";
     text += found->integer("mismatches") == 0 ? "; all as it was copied\n" : "\n";
+  }
+  return answerFrom(found, std::move(text));
+}
+
+Answer browseCommand(Arguments& arguments, const Console& console) {
+  arguments.json();
+  CommandHome home(console);
+  const auto find = arguments.option("--find");
+  auto wish = wishFrom("list", arguments, home, 1);
+  if (!wish) return wrongWords(wish.error());
+  if (find) wish->request.setValue("find", *find);
+  const auto found = perform(home, console, wish->reference, wish->request);
+  std::string text;
+  if (found && found->integer("code") == 0) {
+    for (const ZAN_Value& item : (*found)["items"].elements()) {
+      std::string line = printable(item.string("name"));
+      if (item.string("kind") == "folder") {
+        line += "/";
+      } else {
+        line += "  " + sizeOf(item, "bytes") + ", " + dateOf(home, item["changed"]);
+      }
+      if (item.string("since") == "gone") line += ", not there any more";
+      if (item.string("since") == "changed") line += ", changed since";
+      text += line + '\n';
+    }
+    if (const auto more = found->integer("more"); more > 0)
+      text += "and " + counted(more, "other", "others") + '\n';
   }
   return answerFrom(found, std::move(text));
 }

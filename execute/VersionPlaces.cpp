@@ -35,6 +35,14 @@ Result<std::string> VersionPlaces::nameOf(std::string path, const std::string& f
   return withoutEnd(*name);
 }
 
+std::string VersionPlaces::sourceOf(const std::string& name) const {
+  for (const auto& copy : mVersion.copies) {
+    if (name == copy.name || isBelow(name, copy.name))
+      return copy.source + name.substr(copy.name.size());
+  }
+  return {};
+}
+
 Result<VersionTarget> VersionPlaces::in(const std::string& folder, const std::string& name) {
   auto held = HeldFolder::open(folder);
   if (!held && held.error().kind == ErrorKind::absent) {

@@ -20,6 +20,8 @@ class VersionPlaces {
   /// The name in the version that a path means; `folder`: where a relative one begins. `refused`
   /// when it lies in nothing that was copied.
   Result<std::string> nameOf(std::string path, const std::string& folder) const;
+  /// The path that a name of the version had then; empty for one that nothing copied has.
+  std::string sourceOf(const std::string& name) const;
   /// Where it came from, on the volume that the action describes.
   Result<VersionTarget> origin(const std::string& name) const;
   /// In a folder, which is made when only it itself is not there.

@@ -13,6 +13,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/TaskRequest.h"
@@ -49,6 +50,17 @@ const char* wordFor(VersionItem::Kind kind) {
 ReferenceTime changeOf(const VersionItem& item) {
   return static_cast<double>(item.seconds) + static_cast<double>(item.nanoseconds) / 1e9 -
          kReferenceEpochInUnixTime;
+}
+
+/// What has become of it at its place: "same", "changed" or "gone".
+std::string sinceOf(const VersionItem& then, const std::string& source) {
+  struct stat now {};
+  if (::lstat(source.c_str(), &now) != 0) return "gone";
+  if (VersionItem::kindOf(now) != then.kind) return "changed";
+  const bool isOther =
+      then.kind == VersionItem::Kind::file &&
+      (static_cast<std::uint64_t>(now.st_size) != then.size || now.st_mtim.tv_sec != then.seconds);
+  return isOther ? "changed" : "same";
 }
 
 /// Bytes and a little for each file, so that it moves with small ones, too.
@@ -285,6 +297,65 @@ Outcome VersionRequest::diff() {
   return {};
 }
 
+/// What a folder of the version has, or what below it has the word in its name.
+Outcome VersionRequest::list() {
+  const auto tree = mEngine->list(mVersion);
+  if (!tree) return tree.error();
+  const auto wanted = names();
+  if (!wanted) return wanted.error();
+  const std::string folder = wanted->empty() ? std::string() : wanted->front();
+  const std::string word = foldedCase(mRequest.string("find"));
+  const bool isTop = folder.empty() && word.empty();
+  std::vector<std::string> roots;
+  if (folder.empty()) {
+    for (const auto& copy : mVersion.copies) roots.push_back(copy.name);
+  } else {
+    roots.push_back(folder);
+  }
+  const VersionPlaces places(mVersion, mSettings, m.volumes);
+  const bool isOurs = mRequest.string("from").empty();
+  ZAN_Value items = ZAN_Value::array();
+  std::uint64_t more = 0;
+  const auto tell = [&](const VersionTree::Entry& entry) {
+    if (items.size() >= kMostTold) {
+      ++more;
+      return;
+    }
+    const VersionItem& item = entry.item;
+    const std::string source = places.sourceOf(item.name);
+    ZAN_Value one = ZAN_Value::dictionary({{"name", splitName(item.name).second},
+                                           {"path", item.name},
+                                           {"source", source},
+                                           {"kind", std::string(wordFor(item.kind))},
+                                           {"bytes", item.size},
+                                           {"changed", changeOf(item)}});
+    if (isOurs) one.setValue("since", sinceOf(item, source));
+    if (entry.holder != nullptr && item.kind == VersionItem::Kind::file)
+      one.setValue("contents", ZAN_FilesUtils::joinedPath(entry.holder->path(), item.name));
+    items.append(std::move(one));
+  };
+  for (const std::string& root : roots) {
+    const Outcome read = (*tree)->forEach(root, [&](const VersionTree::Entry& entry) {
+      const std::string& name = entry.item.name;
+      if (!goesOn(name, mFiles + 1, 0)) return false;
+      if (isTop) {
+        if (name == root) tell(entry);
+        return false;
+      }
+      if (!word.empty()) {
+        if (foldedCase(splitName(name).second).find(word) != std::string::npos) tell(entry);
+      } else if (name != root && name.find('/', root.size() + 1) == std::string::npos) {
+        tell(entry);
+      }
+      return true;
+    });
+    if (!read) return read;
+  }
+  mAnswer.setValue("items", items);
+  mAnswer.setValue("more", more);
+  return {};
+}
+
 ExecuteEnd VersionRequest::end(const Outcome& outcome) const {
   ExecuteEnd end;
   end.errors = mErrors;
@@ -349,6 +420,7 @@ Outcome VersionRequest::carryOut(std::int64_t reference) {
   if (mKind == TaskRequest::kRestore) return restore();
   if (mKind == TaskRequest::kVerify) return verify();
   if (mKind == "diff") return diff();
+  if (mKind == "list") return list();
   return Error{ErrorKind::refused, mFile + ": it asks for nothing that is known"};
 }
 

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "WorkWorld.h"
+#include "actions/TaskRequest.h"
 #include "core/work/ChildOutput.h"
 
 namespace corvana::test {
@@ -111,6 +112,50 @@ TEST_F(ExecuteSupervisorTest, ACrashIsAnsweredByOneNewTry) {
   execute({.seconds = 1, .status = 0});
   EXPECT_EQ(supervisor.retryNb(), 0);
   EXPECT_TRUE(queue.empty());
+}
+
+TEST_F(ExecuteSupervisorTest, ATaskIsNeitherARunNorInTheWayOfOne) {
+  setActions(
+      {action(7, {{"TriggerPreventManualLaunch", 1}, {"LastScheduleDate", ZAN_Value::date(5000)}}),
+       action(8)});
+  const std::string program = installExecute();
+  const auto ask = [&](std::string_view task) {
+    const std::string name =
+        TaskRequest::nameFor(7, 100, now() + static_cast<double>(machine.processes.starts.size()));
+    std::ofstream(TaskRequest::pathIn(store.folder().hiddenFolderPath(), name)) << "{}";
+    EXPECT_EQ(queue.addTask(7, task, name), QueueAddition::queued);
+    return name;
+  };
+  EXPECT_EQ(queue.addTask(7, "restore", "Request 7 1 1.json"), QueueAddition::unknownAction)
+      << "nobody has written it";
+  EXPECT_EQ(queue.addTask(7, "restore", "../Request 7 1 1.json"), QueueAddition::unknownAction);
+
+  enqueue({8});
+  const std::string request = ask("restore");
+  EXPECT_THAT(queued(), ElementsAre(7, 8)) << "somebody waits for it";
+  EXPECT_EQ(lastScheduleDate(7), 5000);
+  EXPECT_EQ(queue.addActionToQueue(7, now(), -1), QueueAddition::queued) << "its occasion stays";
+  state.mScheduleDisabled = true;
+  EXPECT_TRUE(queue.hasExecuteNowAction());
+
+  const double counted = counters.counter("Nb", 7);
+  execute({.seconds = 2});
+  const auto& words = machine.processes.starts.back()->arguments;
+  ASSERT_EQ(words.size(), 11U);
+  EXPECT_EQ(words[8], "1") << "a program that knows no requests changes nothing";
+  EXPECT_EQ(words[10], TaskRequest::pathIn(store.folder().hiddenFolderPath(), request));
+  EXPECT_EQ(counters.counter("Nb", 7), counted);
+  EXPECT_EQ(actionLog.readLogList().size(), 0U);
+  EXPECT_THAT(report(), HasSubstr("“A7 (restoring)” was started"));
+  EXPECT_THAT(queued(), ElementsAre(8, 7));
+
+  // One that was cut off is tried again as long as its request is there.
+  const std::string second = ask("verify");
+  execute({.seconds = 2, .status = 9});
+  EXPECT_EQ(queue.actionsList()[0].request, second);
+  EXPECT_EQ(lastLogEntry().string("Task"), "verify");
+  std::filesystem::remove(TaskRequest::pathIn(store.folder().hiddenFolderPath(), second));
+  EXPECT_EQ(supervisor.launchNextAction(), LaunchResult::taskGone);
 }
 
 TEST_F(ExecuteSupervisorTest, ATryOfAnotherActionIsNotTakenForTheNewTry) {
