@@ -110,7 +110,7 @@ class NextActionsWindow final : public AgentWindow {
   void launch();
 
   NextActionsModel mModel;
-  WeekModel mWeek;
+  ShownWeekModel mWeek;
   QLineEdit* mSearch;
   QTabWidget* mTabs;
   TableView* mList;

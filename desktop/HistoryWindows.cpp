@@ -1,6 +1,5 @@
-#include <QPointer>
-
 #include "desktop/AgentWindow.h"
+
 #include "desktop/TableView.h"
 #include "desktop/WindowParts.h"
 #include "ui/windows/HistoryModels.h"
@@ -109,7 +108,6 @@ class ErrorSummaryWindow final : public AgentWindow {
   QLabel* mSummary;
   QCheckBox* mShown;
   QPushButton* mAgain;
-  QPushButton* mConfirm;
   QPushButton* mSeen;
   QString mAnswer;  ///< of the latest command, until something else is chosen
 };
@@ -138,15 +136,6 @@ ErrorSummaryWindow::ErrorSummaryWindow(const UserInterfaceSources& sources)
   mAgain = addButton(row, text("ButtonRunAgain"), [this] {
     if (const auto selected = mList->selectedRow()) mAnswer = qt(mModel.launchAgain(*selected));
     showSummary();
-  });
-  mConfirm = addButton(row, text("ButtonConfirmDeletion"), [this] {
-    if (const auto selected = mList->selectedRow()) {
-      mModel.confirmDeletion(*selected, [self = QPointer<ErrorSummaryWindow>(this)](auto said) {
-        if (self == nullptr) return;
-        self->mAnswer = qt(said);
-        self->refresh();
-      });
-    }
   });
   addButton(row, text("ButtonLatest"), [this] { mModel.showLatestActions(); });
   row->addStretch();
@@ -196,7 +185,6 @@ void ErrorSummaryWindow::showSummary() {
 void ErrorSummaryWindow::showDetails() {
   const auto selected = mList->selectedRow();
   mAgain->setEnabled(selected.has_value());
-  mConfirm->setVisible(selected && mModel.asksToDelete(*selected));
   mDetails->setText(selected ? qt(mModel.details(*selected)) : QString());
 }
 

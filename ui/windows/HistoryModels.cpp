@@ -12,23 +12,6 @@ namespace corvana {
 
 namespace {
 
-/// More lines than these nobody reads in a window.
-constexpr std::size_t kMostLines = 500;
-
-bool isFailure(const ZAN_Value& entry) {
-  const std::int64_t code = entry.integer("C");
-  return (code != LogCode::completed && code != LogCode::launched &&
-          code != LogCode::abortedByUser) ||
-         entry.integer("ActionErrors") != 0;
-}
-
-std::string lineOf(const ZAN_Value& error) {
-  if (error.isString()) return error.string();
-  for (const char* key : {"Text", "Path", "N", "P"})
-    if (error[key].isString()) return error.string(key);
-  return {};
-}
-
 constexpr double kSeconds = 7 * 86400.0;
 constexpr std::size_t kMost = 200;
 constexpr std::array<std::int64_t, 7> kFailures{
@@ -58,7 +41,7 @@ void LatestActionsModel::setOnlyFailures(bool only) {
 void LatestActionsModel::filter() {
   mShown.clear();
   for (std::size_t i = mEntries.size(); i-- > 1;)
-    if (!mOnlyFailures || isFailure(mEntries.at(i))) mShown.push_back(i);
+    if (!mOnlyFailures || RunWords::isFailure(mEntries.at(i))) mShown.push_back(i);
 }
 
 std::vector<WindowTable::Column> LatestActionsModel::columns() const {
@@ -83,7 +66,7 @@ std::string LatestActionsModel::text(std::size_t row, std::size_t column) const 
                           : std::string();
     }
     case 3:
-      return resultOf(one);
+      return RunWords(m.records.texts, m.records.strings).result(one);
     default: {
       const std::int64_t errors = one.integer("ActionErrors");
       return errors == 0 ? std::string() : m.records.strings.getIntegerWithSeparators(errors);
@@ -93,100 +76,25 @@ std::string LatestActionsModel::text(std::size_t row, std::size_t column) const 
 
 WindowTable::Tone LatestActionsModel::tone(std::size_t row) const {
   if (entry(row).integer(RunKey::onlyLacks) != 0) return Tone::caution;
-  return isFailure(entry(row)) ? Tone::alert : Tone::plain;
+  return RunWords::isFailure(entry(row)) ? Tone::alert : Tone::plain;
 }
 
 std::int64_t LatestActionsModel::id(std::size_t row) const {
   return static_cast<std::int64_t>(entry(row)["Date"].asDate().value_or(0) * 1000);
 }
 
-ZAN_Value LatestActionsModel::latestErrorsOf(const ZAN_Value& entry) const {
-  const std::int64_t ref = entry.integer("Ref");
-  const auto date = entry["Date"].asDate();
-  ActionResults& results = m.records.history.results();
-  const auto count = static_cast<std::int64_t>(results.latestErrorsCount());
-  for (std::int64_t i = 0; i < count; ++i) {
-    const ZAN_Value one = results.getLatestErrorsAtIndex(i);
-    if (one.integer("Ref") == ref && one["Date"].asDate() == date) return one["List"];
-  }
-  return {};
-}
-
 const ZAN_Value& LatestActionsModel::resultsOf(const ZAN_Value& entry) const {
   const std::int64_t ref = entry.integer("Ref");
   const ReferenceTime date = entry["Date"].asDate().value_or(0);
   if (mResults && mResults->ref == ref && mResults->date == date) return mResults->lists;
-  mResults.emplace(Results{ref, date});
-  ActionResults& results = m.records.history.results();
-  if (const auto path = results.getActionResultsPathForRef(ref, date))
-    mResults->lists = results.readActionResults(*path);
-  if (mResults->lists.isNull())
-    mResults->lists = ZAN_Value::dictionary({{"Errors", latestErrorsOf(entry)}});
+  mResults.emplace(Results{ref, date, RunWords::resultsOf(entry, m.records.history.results())});
   return mResults->lists;
-}
-
-std::string LatestActionsModel::resultOf(const ZAN_Value& entry) const {
-  return entry.integer(RunKey::onlyLacks) != 0 ? m.records.texts.text("ResultOnlyLacks")
-                                               : resultInWords(entry.integer("C"), m.records.texts);
-}
-
-/// What the run has counted, and why it did not do all.
-std::string LatestActionsModel::workOf(const ZAN_Value& entry) const {
-  if (!entry.contains(RunKey::filesCopied)) return {};
-  const auto count = [&](std::string_view key) {
-    return m.records.strings.getIntegerWithSeparators(entry.integer(key));
-  };
-  const auto size = [&](std::string_view key) {
-    return m.records.strings.getShortSizeBytes(entry[key].unsignedValue());
-  };
-  std::string text =
-      "\n" +
-      m.records.texts.text("LatestWork", {count(RunKey::filesCopied), size(RunKey::bytesCopied),
-                                          count(RunKey::filesReplaced), count(RunKey::filesDeleted),
-                                          count(RunKey::skipped), count(RunKey::notPossible)});
-  const auto start = entry["Date"].asDate();
-  const auto end = entry["EndDate"].asDate();
-  if (start && end && *end - *start >= 1) {
-    const double speed = entry[RunKey::bytesCopied].doubleValue() / (*end - *start);
-    text += "\n" + m.records.texts.text(
-                       "ProgressSpeed",
-                       {m.records.strings.getShortSizeBytes(static_cast<std::uint64_t>(speed))});
-  }
-  if (entry.contains(RunKey::reason)) text += "\n" + entry.string(RunKey::reason);
-  return text;
-}
-
-std::string LatestActionsModel::listText(const std::string& title, const ZAN_Value& list) const {
-  std::string text = "\n\n" + title;
-  std::size_t lines = 0;
-  for (const ZAN_Value& one : list.elements()) {
-    if (++lines > kMostLines) {
-      text += '\n' + m.records.texts.text("LatestMoreErrors", {list.size() - kMostLines});
-      break;
-    }
-    if (const std::string line = lineOf(one); !line.empty()) text += '\n' + line;
-  }
-  return text;
 }
 
 std::string LatestActionsModel::details(std::size_t row) const {
   const ZAN_Value& one = entry(row);
-  const auto start = one["Date"].asDate();
-  const std::string text =
-      m.records.texts.text(
-          "LatestDetails",
-          {titleOf(one, m.records.texts), start ? m.records.strings.getMediumDateTime(*start) : "",
-           resultOf(one)}) +
-      workOf(one);
-  if (!start) return text;
-  const ZAN_Value& results = resultsOf(one);
-  const auto list = [&](const std::string& title, const char* key) {
-    return results[key].empty() ? std::string() : listText(title, results[key]);
-  };
-  const auto count = [&](const char* key) { return results[key].size(); };
-  return text + list(m.records.texts.text("LatestErrors", {count("Errors")}), "Errors") +
-         list(m.records.texts.text("LatestExcluded", {count("Excluded")}), "Excluded") +
-         list(m.records.texts.text("LatestFiles", {count("Files")}), "Files");
+  return RunWords(m.records.texts, m.records.strings)
+      .details(one, one["Date"].asDate() ? resultsOf(one) : ZAN_Value());
 }
 
 std::string LatestActionsModel::launchAgain(std::size_t row) const {
@@ -244,39 +152,6 @@ std::string ErrorSummaryModel::details(std::size_t row) const {
 
 std::string ErrorSummaryModel::launchAgain(std::size_t row) const {
   return launchByHand(m, {mFailures[row].integer("R")});
-}
-
-bool ErrorSummaryModel::asksToDelete(std::size_t row) const {
-  const ProgrammedAction* action = actionOf(row);
-  return action != nullptr && action->getSettings().integer(DeletionKey::toConfirm) > 0;
-}
-
-void ErrorSummaryModel::confirmDeletion(std::size_t row,
-                                        std::function<void(std::string)> said) const {
-  const ProgrammedAction* action = actionOf(row);
-  if (action == nullptr) return;
-  const std::int64_t ref = action->getReference();
-  const std::int64_t count = action->getSettings().integer(DeletionKey::toConfirm);
-  m.records.platform.userInterface.ask(
-      Window::errorSummary, m.records.texts.text("ConfirmDeletionTitle"),
-      m.records.texts.text("ConfirmDeletionText", {action->getTitle(), count}),
-      [&sources = m, ref, count, said = std::move(said)](bool deletes) {
-        if (!deletes) return;
-        ActionTree& tree = sources.records.tree;
-        ProgrammedAction* const now = tree.rootItem().actionForReference(ref);
-        // Another run may have counted anew while the question was on the screen.
-        if (now == nullptr || now->getSettings().integer(DeletionKey::toConfirm) != count)
-          return said(sources.records.texts.text("ConfirmDeletionPast"));
-        tree.holdChanges();
-        tree.addInChangesList(*now, count, DeletionKey::confirmed);
-        tree.addInChangesList(*now, 0, DeletionKey::toConfirm);
-        tree.storeHeldChanges();
-        said(launchByHand(sources, {ref}));
-      });
-}
-
-const ProgrammedAction* ErrorSummaryModel::actionOf(std::size_t row) const {
-  return m.records.tree.rootItem().actionForReference(mFailures[row].integer("R"));
 }
 
 void ErrorSummaryModel::showLatestActions() const { m.commands.showLatestActions(); }

@@ -1,17 +1,10 @@
 #pragma once
 
-#include <functional>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "ui/UserInterfaceSources.h"
 #include "ui/windows/WindowTable.h"
 
 namespace corvana {
-
-class ProgrammedAction;
 
 /// The window of the latest actions: what was executed, newest first, how it ended and with which
 /// errors. Thread: main.
@@ -39,10 +32,6 @@ class LatestActionsModel final : public WindowTable {
   void filter();
   /// Dictionary of "Errors", "Files" and "Excluded".
   const ZAN_Value& resultsOf(const ZAN_Value& entry) const;
-  ZAN_Value latestErrorsOf(const ZAN_Value& entry) const;
-  std::string resultOf(const ZAN_Value& entry) const;
-  std::string workOf(const ZAN_Value& entry) const;
-  std::string listText(const std::string& title, const ZAN_Value& list) const;
 
   const UserInterfaceSources& m;
   ZAN_Value mEntries;  ///< as stored: header, then oldest first
@@ -73,11 +62,6 @@ class ErrorSummaryModel final : public WindowTable {
   /// What is known beside the result: the reason, and the path where it happened.
   std::string details(std::size_t row) const;
   std::string launchAgain(std::size_t row) const;
-  /// Whether the action of that row would have deleted files and waits to hear that it may.
-  bool asksToDelete(std::size_t row) const;
-  /// Asks the user about the number that was counted; a yes holds for that one and runs the action
-  /// again. `said`: called then with what came of it in a line.
-  void confirmDeletion(std::size_t row, std::function<void(std::string)> said) const;
   void showLatestActions() const;
   /// Something failed that the user has not seen.
   bool hasUnseen() const;
@@ -88,8 +72,6 @@ class ErrorSummaryModel final : public WindowTable {
   std::string summary() const;
 
  private:
-  const ProgrammedAction* actionOf(std::size_t row) const;
-
   const UserInterfaceSources& m;
   std::vector<ZAN_Value> mFailures;  ///< entries of the log
 };

@@ -152,51 +152,73 @@ std::size_t WeekTimeline::overlapping() const {
   return static_cast<std::size_t>(std::ranges::count_if(mRuns, &Run::overlaps));
 }
 
-bool WeekModel::refresh(const NextActionsModel& shown) {
-  const ReferenceTime now = m.records.platform.clock.now();
-  const std::pair madeOf{shown.revision(), static_cast<std::int64_t>(std::floor(now / 60))};
-  const Circumstances circumstances{
-      .disabled = m.records.state.mScheduleDisabled || m.records.state.mScheduleDisabledWhenDone,
-      .otherMachine = m.records.state.mStartedFromNewMachine,
-      .paused = m.records.state.mPause,
-      .context = static_cast<ActionContext>(m.records.state.mContext)};
+bool WeekModel::show(std::int64_t revision, const Circumstances& circumstances,
+                     const std::function<std::vector<WeekTimeline::Action>()>& actions) {
+  const ReferenceTime now = m.now();
+  const std::pair madeOf{revision, static_cast<std::int64_t>(std::floor(now / 60))};
   const bool isSame = mMadeOf == madeOf && mCircumstances == circumstances;
   if (isSame && mWeek != nullptr) return false;
   mMadeOf = madeOf;
   mCircumstances = circumstances;
-  const RunDurations durations(m.records.history.getProgrammedHistoryList());
-  std::unordered_set<std::int64_t> refs;
-  for (std::size_t row = 0; row < shown.rowCount(); ++row)
-    if (!shown.action(row).isGroup) refs.insert(shown.action(row).ref);
+  mWeek = std::make_unique<WeekTimeline>(m.calendar(), now, actions(), circumstances);
+  return true;
+}
+
+std::vector<WeekTimeline::Action> weekActions(ProgrammedAction& root, const ZAN_Value& history,
+                                              const std::unordered_set<std::int64_t>* refs) {
+  const RunDurations durations(history);
   ProgrammedAction::Nodes nodes;
-  m.records.tree.rootItem().getListOfAllProgrammedActions(nodes);
+  root.getListOfAllProgrammedActions(nodes);
   std::vector<WeekTimeline::Action> actions;
   for (const ProgrammedAction* node : nodes) {
-    if (!refs.contains(node->getReference())) continue;
+    if (refs != nullptr && !refs->contains(node->getReference())) continue;
     actions.push_back({.ref = node->getReference(),
                        .title = node->getTitle(),
                        .schedule = node->schedule(),
                        .seconds = durations.secondsOf(node->getReference()),
                        .context = node->getActionContext()});
   }
-  mWeek = std::make_unique<WeekTimeline>(m.work.evaluation.calendar(), now, std::move(actions),
-                                         circumstances);
-  return true;
+  return actions;
+}
+
+ShownWeekModel::ShownWeekModel(const UserInterfaceSources& sources)
+    : WeekModel({.texts = sources.records.texts,
+                 .strings = sources.records.strings,
+                 .calendar = [&sources]() -> const ZAN_DateUtils& {
+                   return sources.work.evaluation.calendar();
+                 },
+                 .now = [&sources] { return sources.records.platform.clock.now(); }}),
+      mSources(sources) {}
+
+bool ShownWeekModel::refresh(const NextActionsModel& shown) {
+  const SchedulerState& state = mSources.records.state;
+  const Circumstances circumstances{
+      .disabled = state.mScheduleDisabled || state.mScheduleDisabledWhenDone,
+      .otherMachine = state.mStartedFromNewMachine,
+      .paused = state.mPause,
+      .context = static_cast<ActionContext>(state.mContext)};
+  return show(shown.revision(), circumstances, [&] {
+    std::unordered_set<std::int64_t> refs;
+    for (std::size_t row = 0; row < shown.rowCount(); ++row)
+      if (!shown.action(row).isGroup) refs.insert(shown.action(row).ref);
+    return weekActions(mSources.records.tree.rootItem(),
+                       mSources.records.history.getProgrammedHistoryList(), &refs);
+  });
 }
 
 std::string WeekModel::dayTitle(std::size_t day) const {
-  const ZAN_DateUtils& calendar = m.work.evaluation.calendar();
+  const ZAN_DateUtils& calendar = m.calendar();
   const ReferenceTime start = mWeek->days()[day].start;
-  if (day == 0) return m.records.texts.text("WeekToday");
-  return m.records.texts.text("WeekDay", {calendar.weekdayName(calendar.weekdayForDate(start)),
-                                          calendar.dayForDate(start)});
+  if (day == 0) return m.texts.text("WeekToday");
+  return m.texts.text("WeekDay", {calendar.weekdayName(calendar.weekdayForDate(start)),
+                                  calendar.dayForDate(start)});
 }
 
 std::string WeekModel::hourTitle(int hour) const {
   // A day without a change of the clocks has every hour.
   constexpr ReferenceTime kAnyDay = 0;
-  const ZAN_DateUtils& calendar = m.work.evaluation.calendar();
-  return m.records.strings.getShortTime(calendar.timeOfDay(kAnyDay, hour % 24 * 3600));
+  const ZAN_DateUtils& calendar = m.calendar();
+  return m.strings.getShortTime(calendar.timeOfDay(kAnyDay, hour % 24 * 3600));
 }
 
 std::string WeekModel::changeText(std::size_t day) const {
@@ -204,11 +226,10 @@ std::string WeekModel::changeText(std::size_t day) const {
   if (!change) return {};
   const auto clock = [this](double part) {
     const int minutes = static_cast<int>(part * 1440 + 0.5);
-    return m.records.strings.getShortTime(
-        m.work.evaluation.calendar().timeOfDay(0, minutes % 1440 * 60));
+    return m.strings.getShortTime(m.calendar().timeOfDay(0, minutes % 1440 * 60));
   };
-  return m.records.texts.text(change->forward ? "WeekClockForward" : "WeekClockBack",
-                              {clock(change->from), clock(change->to)});
+  return m.texts.text(change->forward ? "WeekClockForward" : "WeekClockBack",
+                      {clock(change->from), clock(change->to)});
 }
 
 std::string WeekModel::barTitle(const WeekTimeline::Bar& bar) const {
@@ -224,14 +245,13 @@ std::string WeekModel::heldText(Hold hold) const {
     case Hold::none:
       break;
     case Hold::disabled:
-      return m.records.texts.text("WeekHeldDisabled");
+      return m.texts.text("WeekHeldDisabled");
     case Hold::otherMachine:
-      return m.records.texts.text("WeekHeldOtherMachine");
+      return m.texts.text("WeekHeldOtherMachine");
     case Hold::otherContext:
-      return m.records.texts.text("WeekHeldContext",
-                                  {contextName(mCircumstances.context, m.records.texts)});
+      return m.texts.text("WeekHeldContext", {contextName(mCircumstances.context, m.texts)});
     case Hold::paused:
-      return m.records.texts.text("WeekHeldPaused");
+      return m.texts.text("WeekHeldPaused");
   }
   return {};
 }
@@ -239,33 +259,29 @@ std::string WeekModel::heldText(Hold hold) const {
 std::string WeekModel::barText(const WeekTimeline::Bar& bar) const {
   const WeekTimeline::Run& run = mWeek->runs()[bar.run];
   const WeekTimeline::Action& action = mWeek->actionOf(run);
-  const ActionsTools tools(m.work.evaluation.calendar(), m.records.platform.clock.now());
-  const std::string when =
-      tools.getScheduleStringForDate(run.start, {m.records.texts, m.records.strings});
+  const ActionsTools tools(m.calendar(), m.now());
+  const std::string when = tools.getScheduleStringForDate(run.start, {m.texts, m.strings});
   const std::string held = run.hold == Hold::none ? "" : ' ' + heldText(run.hold);
-  if (bar.count > 1)
-    return m.records.texts.text("WeekBand", {action.title, when, bar.count}) + held;
+  if (bar.count > 1) return m.texts.text("WeekBand", {action.title, when, bar.count}) + held;
   const auto seconds = static_cast<std::int64_t>(run.end - run.start);
-  std::string text =
-      m.records.texts.text(run.shutDown ? "WeekRunShutDown" : "WeekRun",
-                           {action.title, when, ZAN_StringUtils::getDuration(seconds)}) +
-      held;
+  std::string text = m.texts.text(run.shutDown ? "WeekRunShutDown" : "WeekRun",
+                                  {action.title, when, ZAN_StringUtils::getDuration(seconds)}) +
+                     held;
   if (run.waitsFor) {
-    text += ' ' + m.records.texts.text("WeekWaitsFor",
-                                       {mWeek->actionOf(mWeek->runs()[*run.waitsFor]).title});
+    text +=
+        ' ' + m.texts.text("WeekWaitsFor", {mWeek->actionOf(mWeek->runs()[*run.waitsFor]).title});
   } else if (run.isMet) {
-    text += ' ' + m.records.texts.text("WeekIsMet");
+    text += ' ' + m.texts.text("WeekIsMet");
   }
   return text;
 }
 
 std::string WeekModel::summary() const {
-  if (isEmpty()) return m.records.texts.text("WeekEmpty");
+  if (isEmpty()) return m.texts.text("WeekEmpty");
   const std::size_t overlapping = mWeek->overlapping();
-  if (mWeek->isCut()) return m.records.texts.text("WeekCut", {mWeek->runs().size()});
-  return overlapping == 0
-             ? m.records.texts.text("WeekCount", {mWeek->runs().size()})
-             : m.records.texts.text("WeekCountOverlap", {mWeek->runs().size(), overlapping});
+  if (mWeek->isCut()) return m.texts.text("WeekCut", {mWeek->runs().size()});
+  return overlapping == 0 ? m.texts.text("WeekCount", {mWeek->runs().size()})
+                          : m.texts.text("WeekCountOverlap", {mWeek->runs().size(), overlapping});
 }
 
 }  // namespace corvana

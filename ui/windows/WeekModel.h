@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -14,6 +16,9 @@
 namespace corvana {
 
 class NextActionsModel;
+class ProgrammedAction;
+class ZAN_StringTable;
+class ZAN_StringUtils;
 class ZAN_Value;
 
 /// The coming week as a picture: a row a day from today on, in it a bar a run, at the time that the
@@ -98,14 +103,21 @@ class WeekTimeline {
   bool mIsCut = false;
 };
 
-/// The coming week of the actions that a list shows, with its words. Thread: main.
+/// The coming week with its words. Thread: main.
 class WeekModel {
  public:
-  explicit WeekModel(const UserInterfaceSources& sources) : m(sources) {}
+  struct Words {
+    const ZAN_StringTable& texts;
+    const ZAN_StringUtils& strings;
+    std::function<const ZAN_DateUtils&()> calendar;  ///< it may become another
+    std::function<ReferenceTime()> now;
+  };
+  explicit WeekModel(Words words) : m(std::move(words)) {}
 
-  /// Computed anew for the actions that are shown now, unless nothing has changed within this
-  /// minute. Whether it was.
-  bool refresh(const NextActionsModel& shown);
+  /// Computed anew for the actions that `actions` gives, unless nothing has changed within this
+  /// minute: `revision` is another when they may have. Whether it was.
+  bool show(std::int64_t revision, const Circumstances& circumstances,
+            const std::function<std::vector<WeekTimeline::Action>()>& actions);
   bool isEmpty() const { return mWeek == nullptr || mWeek->runs().empty(); }
   /// After the first `refresh`.
   const WeekTimeline& week() const { return *mWeek; }
@@ -122,10 +134,25 @@ class WeekModel {
  private:
   std::string heldText(Hold hold) const;
 
-  const UserInterfaceSources& m;
+  Words m;
   std::unique_ptr<WeekTimeline> mWeek;
   std::pair<std::int64_t, std::int64_t> mMadeOf;  ///< revision of the list, and the minute
   Circumstances mCircumstances;
+};
+
+/// What of a tree of actions goes into the week: those of `refs`, or without it all.
+std::vector<WeekTimeline::Action> weekActions(ProgrammedAction& root, const ZAN_Value& history,
+                                              const std::unordered_set<std::int64_t>* refs);
+
+/// The week of the actions that a list shows. Thread: main.
+class ShownWeekModel final : public WeekModel {
+ public:
+  explicit ShownWeekModel(const UserInterfaceSources& sources);
+  /// Computed anew for the actions that are shown now. Whether it was.
+  bool refresh(const NextActionsModel& shown);
+
+ private:
+  const UserInterfaceSources& mSources;
 };
 
 }  // namespace corvana

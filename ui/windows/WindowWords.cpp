@@ -1,9 +1,112 @@
 #include "ui/windows/WindowWords.h"
 
+#include "actions/ActionResults.h"
+#include "actions/ActionsTools.h"
 #include "actions/TaskRequest.h"
 #include "core/work/WhyNot.h"
 
 namespace corvana {
+
+namespace {
+
+/// More lines than these nobody reads in a window.
+constexpr std::size_t kMostLines = 500;
+
+std::string lineOf(const ZAN_Value& error) {
+  if (error.isString()) return error.string();
+  for (const char* key : {"Text", "Path", "N", "P"})
+    if (error[key].isString()) return error.string(key);
+  return {};
+}
+
+ZAN_Value latestErrorsOf(const ZAN_Value& entry, ActionResults& results) {
+  const auto date = entry["Date"].asDate();
+  const auto count = static_cast<std::int64_t>(results.latestErrorsCount());
+  for (std::int64_t i = 0; i < count; ++i) {
+    const ZAN_Value one = results.getLatestErrorsAtIndex(i);
+    if (one.integer("Ref") == entry.integer("Ref") && one["Date"].asDate() == date)
+      return one["List"];
+  }
+  return {};
+}
+
+}  // namespace
+
+bool RunWords::isFailure(const ZAN_Value& entry) {
+  const std::int64_t code = entry.integer("C");
+  return (code != LogCode::completed && code != LogCode::launched &&
+          code != LogCode::abortedByUser) ||
+         entry.integer("ActionErrors") != 0;
+}
+
+ZAN_Value RunWords::resultsOf(const ZAN_Value& entry, ActionResults& results) {
+  ZAN_Value lists;
+  if (const auto path = results.getActionResultsPathForRef(entry.integer("Ref"),
+                                                           entry["Date"].asDate().value_or(0)))
+    lists = results.readActionResults(*path);
+  if (lists.isNull()) lists = ZAN_Value::dictionary({{"Errors", latestErrorsOf(entry, results)}});
+  return lists;
+}
+
+std::optional<double> RunWords::bytesPerSecond(const ZAN_Value& entry) {
+  const auto start = entry["Date"].asDate();
+  const auto end = entry["EndDate"].asDate();
+  if (!start || !end || *end - *start < 1 || !entry.contains(RunKey::bytesCopied))
+    return std::nullopt;
+  return entry[RunKey::bytesCopied].doubleValue() / (*end - *start);
+}
+
+std::string RunWords::result(const ZAN_Value& entry) const {
+  return entry.integer(RunKey::onlyLacks) != 0 ? mT.text("ResultOnlyLacks")
+                                               : resultInWords(entry.integer("C"), mT);
+}
+
+std::string RunWords::work(const ZAN_Value& entry) const {
+  std::string text;
+  const auto add = [&](const std::string& line) { text += (text.empty() ? "" : "\n") + line; };
+  const auto count = [&](std::string_view key) {
+    return mS.getIntegerWithSeparators(entry.integer(key));
+  };
+  const auto size = [&](std::string_view key) {
+    return mS.getShortSizeBytes(entry[key].unsignedValue());
+  };
+  if (entry.contains(RunKey::filesCopied))
+    add(mT.text("LatestWork", {count(RunKey::filesCopied), size(RunKey::bytesCopied),
+                               count(RunKey::filesReplaced), count(RunKey::filesDeleted),
+                               count(RunKey::skipped), count(RunKey::notPossible)}));
+  if (const auto speed = bytesPerSecond(entry))
+    add(mT.text("ProgressSpeed", {mS.getShortSizeBytes(static_cast<std::uint64_t>(*speed))}));
+  if (entry.contains(RunKey::reason)) add(entry.string(RunKey::reason));
+  return text;
+}
+
+std::string RunWords::list(const std::string& title, const ZAN_Value& lines) const {
+  std::string text = title;
+  std::size_t count = 0;
+  for (const ZAN_Value& one : lines.elements()) {
+    if (++count > kMostLines) {
+      text += '\n' + mT.text("LatestMoreErrors", {lines.size() - kMostLines});
+      break;
+    }
+    if (const std::string line = lineOf(one); !line.empty()) text += '\n' + line;
+  }
+  return text;
+}
+
+std::string RunWords::details(const ZAN_Value& entry, const ZAN_Value& results) const {
+  const auto start = entry["Date"].asDate();
+  std::string text =
+      mT.text("LatestDetails",
+              {titleOf(entry, mT), start ? mS.getMediumDateTime(*start) : "", result(entry)});
+  if (const std::string done = work(entry); !done.empty()) text += '\n' + done;
+  const auto add = [&](const char* key, const std::string& title) {
+    if (!results[key].empty()) text += "\n\n" + list(title, results[key]);
+  };
+  add("Errors", mT.text("LatestErrors", {results["Errors"].size()}));
+  add("Excluded", mT.text("LatestExcluded", {results["Excluded"].size()}));
+  add("Files", mT.text("LatestFiles", {results["Files"].size()}));
+  return text;
+}
 
 std::string resultInWords(std::int64_t code, const ZAN_StringTable& texts) {
   switch (code) {
