@@ -1,53 +1,260 @@
 #include "application/HistoryPage.h"
 
+#include <QComboBox>
+#include <QHeaderView>
+#include <QScrollArea>
+#include <QSignalBlocker>
+#include <QStackedWidget>
 #include <QTreeWidget>
 #include <QVBoxLayout>
+#include <algorithm>
 
+#include "actions/TaskRequest.h"
 #include "application/Look.h"
+#include "core/record/SchedulerLog.h"
 #include "desktop/Texts.h"
+#include "desktop/WeekView.h"
 #include "ui/windows/WindowWords.h"
 
 namespace corvana {
 
+namespace {
+
+/// Older ones are in the file "Corvana 9 Actions.log".
+constexpr std::size_t kMostRows = 1000;
+constexpr int kColumns = 8;
+constexpr int kRowRole = Qt::UserRole;
+
+Look::Meaning meaningOf(const ZAN_Value& entry) {
+  if (entry.integer("C") == LogCode::launched) return Look::Meaning::accent;
+  if (entry.integer(RunKey::onlyLacks) != 0 || entry.integer("C") == LogCode::abortedByUser)
+    return Look::Meaning::caution;
+  return RunWords::isFailure(entry) ? Look::Meaning::bad : Look::Meaning::good;
+}
+
+}  // namespace
+
 HistoryPage::HistoryPage(Household& household, Navigator& navigator)
-    : Page(household, navigator), mRuns(new QTreeWidget) {
+    : Page(household, navigator),
+      mWeek({.texts = household.texts(),
+             .strings = household.strings(),
+             .calendar = [&household]() -> const ZAN_DateUtils& { return household.calendar(); },
+             .now = [&household] { return household.now(); }}) {
   auto* column = new QVBoxLayout(this);
   column->setContentsMargins(Look::space(8), Look::space(7), Look::space(8), Look::space(6));
+  column->setSpacing(Look::space(4));
+  auto* top = new QHBoxLayout;
+  top->setSpacing(Look::space(2));
+  top->addWidget(new TextLabel(household.text("MainHistory"), Look::Size::title), 1);
+  for (const char* key : {"HistoryPast", "HistoryWeek"}) {
+    const int part = static_cast<int>(mParts.size());
+    auto* button = makeButton(household.text(key), [this, part] { showPart(part); });
+    mParts.push_back(button);
+    top->addWidget(button);
+  }
+  column->addLayout(top);
+  mStack = new QStackedWidget;
+  mStack->addWidget(makeRuns());
+  mStack->addWidget(makeWeek());
+  column->addWidget(mStack, 1);
+  showPart(0);
+}
+
+QWidget* HistoryPage::makeRuns() {
+  auto* part = new QWidget;
+  auto* column = new QVBoxLayout(part);
+  column->setContentsMargins(0, 0, 0, 0);
   column->setSpacing(Look::space(3));
-  column->addWidget(new TextLabel(household.text("MainHistory"), Look::Size::title));
-  column->addWidget(mRuns, 1);
-  mRuns->setAccessibleName(household.text("MainHistory"));
+  auto* row = new QHBoxLayout;
+  mChooser = new QComboBox;
+  mChooser->setAccessibleName(household().text("HistoryBackup"));
+  mChooser->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+  mChooser->setMinimumContentsLength(18);
+  mFilter = new QComboBox;
+  mFilter->setAccessibleName(household().text("HistoryResults"));
+  mFilter->addItem(household().text("HistoryAllResults"));
+  mFilter->addItem(household().text("HistoryOnlyFailures"));
+  QObject::connect(mChooser, &QComboBox::activated, this, [this](int at) {
+    mReference = mChooser->itemData(at).toLongLong();
+    fillRuns();
+  });
+  QObject::connect(mFilter, &QComboBox::activated, this, [this](int at) {
+    mOnlyFailures = at == 1;
+    fillRuns();
+  });
+  row->addWidget(mChooser);
+  row->addWidget(mFilter);
+  row->addStretch(1);
+  column->addLayout(row);
+  mRuns = new QTreeWidget;
+  mRuns->setAccessibleName(household().text("MainHistory"));
   mRuns->setRootIsDecorated(false);
   mRuns->setUniformRowHeights(true);
-  mRuns->setHeaderLabels({household.text("ColumnStarted"), household.text("ColumnAction"),
-                          household.text("ColumnResult")});
+  QStringList titles;
+  for (const char* key : {"ColumnStarted", "HistoryBackup", "ColumnResult", "HistoryFiles",
+                          "HistorySize", "ColumnDuration", "HistorySpeed", "HistoryDeleted"})
+    titles << household().text(key);
+  mRuns->setHeaderLabels(titles);
+  mRuns->header()->setStretchLastSection(false);
+  for (int index = 0; index < kColumns; ++index)
+    mRuns->header()->setSectionResizeMode(
+        index, index == 1 ? QHeaderView::Stretch : QHeaderView::ResizeToContents);
+  mRuns->header()->setMinimumSectionSize(Look::space(8));
+  QObject::connect(mRuns, &QTreeWidget::itemSelectionChanged, this, [this] { showChosen(); });
+  column->addWidget(mRuns, 5);
+  mNone = new TextLabel({}, Look::Size::heading, Look::Meaning::muted);
+  mNone->setAlignment(Qt::AlignCenter);
+  column->addWidget(mNone, 5);
+  mDetailsCard = new Card;
+  auto* scroll = new QScrollArea;
+  scroll->setWidgetResizable(true);
+  scroll->setFrameShape(QFrame::NoFrame);
+  scroll->setAccessibleName(household().text("HistoryDetails"));
+  mDetails = new TextLabel;
+  mDetails->setAlignment(Qt::AlignTop | Qt::AlignLeft);
+  mDetails->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+  scroll->setWidget(mDetails);
+  scroll->setStyleSheet(
+      QStringLiteral("QScrollArea, QScrollArea > QWidget > QWidget "
+                     "{ background: transparent; border: none; }"));
+  mDetailsCard->column()->addWidget(scroll);
+  column->addWidget(mDetailsCard, 3);
+  return part;
+}
+
+QWidget* HistoryPage::makeWeek() {
+  mWeekPart = new QWidget;
+  auto* column = new QVBoxLayout(mWeekPart);
+  column->setContentsMargins(0, 0, 0, 0);
+  column->setSpacing(Look::space(3));
+  mWeekSummary = new TextLabel({}, Look::Size::strong);
+  column->addWidget(mWeekSummary);
+  mWeekWords = new TextLabel({}, Look::Size::body, Look::Meaning::muted);
+  column->addWidget(mWeekWords);
+  column->addWidget(new TextLabel(household().text("HistoryWeekLegend"), Look::Size::small,
+                                  Look::Meaning::muted));
+  return mWeekPart;
+}
+
+void HistoryPage::showPart(int part) {
+  for (int index = 0; index < static_cast<int>(mParts.size()); ++index)
+    Look::set(mParts[static_cast<std::size_t>(index)], index == part ? "primary" : "");
+  mStack->setCurrentIndex(part);
+  if (part == 1) refreshWeek();
 }
 
 void HistoryPage::choose(std::int64_t reference, bool onlyFailures) {
   mReference = reference;
   mOnlyFailures = onlyFailures;
+  showPart(0);
 }
 
 void HistoryPage::showNotices(std::int64_t /*index*/) { choose(0, false); }
 
 void HistoryPage::refresh(ChangeSet changed) {
-  if (!changed.has(Change::history)) return;
+  if (changed.has(Change::tree) || changed.has(Change::history)) {
+    ++mRevision;
+    fillChooser();
+    fillRuns();
+  }
+  if (mStack->currentIndex() == 1) refreshWeek();
+}
+
+void HistoryPage::fillChooser() {
+  const QSignalBlocker quiet(mChooser);
+  mChooser->clear();
+  mChooser->addItem(household().text("HistoryAllBackups"), 0);
+  ProgrammedAction::Nodes actions;
+  household().actions().getListOfAllProgrammedActions(actions);
+  for (const ProgrammedAction* action : actions)
+    mChooser->addItem(qt(action->getTitle()), static_cast<qlonglong>(action->getReference()));
+  mChooser->setCurrentIndex(std::max(0, mChooser->findData(static_cast<qlonglong>(mReference))));
+  mFilter->setCurrentIndex(mOnlyFailures ? 1 : 0);
+}
+
+void HistoryPage::fillRuns() {
+  const QSignalBlocker quiet(mRuns);
+  const QTreeWidgetItem* const before = mRuns->currentItem();
+  const double chosen =
+      before == nullptr
+          ? 0
+          : mEntries[before->data(0, kRowRole).toULongLong()]["Date"].asDate().value_or(0);
+  const RunWords words(household().texts(), household().strings());
+  const ZAN_StringUtils& strings = household().strings();
   History& history = household().history();
   history.reloadProgrammedHistoryList();
+  mEntries.clear();
   QList<QTreeWidgetItem*> rows;
-  for (auto index = static_cast<std::int64_t>(history.historyCount()); index-- > 0;) {
+  QTreeWidgetItem* current = nullptr;
+  for (auto index = static_cast<std::int64_t>(history.historyCount());
+       index-- > 0 && mEntries.size() < kMostRows;) {
     const ZAN_Value entry = history.historyEntryAtIndex(index);
     if (mReference != 0 && entry.integer("Ref") != mReference) continue;
-    if (mOnlyFailures && entry.integer("ActionErrors") == 0) continue;
-    const auto date = entry["Date"].asDate();
-    rows.append(new QTreeWidgetItem(
-        {qt(date ? household().strings().getShortTimeDate(*date) : std::string()),
-         qt(entry.string("Title")), qt(resultInWords(entry.integer("C"), household().texts()))}));
+    if (mOnlyFailures && !RunWords::isFailure(entry)) continue;
+    const auto start = entry["Date"].asDate();
+    const auto end = entry["EndDate"].asDate();
+    const auto speed = RunWords::bytesPerSecond(entry);
+    const bool isCounted = entry.contains(RunKey::filesCopied);
+    const auto number = [&](std::string_view key) {
+      return isCounted && entry.contains(key)
+                 ? qt(strings.getIntegerWithSeparators(entry.integer(key)))
+                 : QString();
+    };
+    auto* row = new QTreeWidgetItem(
+        {qt(start ? strings.getShortTimeDate(*start) : std::string()),
+         qt(titleOf(entry, household().texts())), QStringLiteral("●  ") + qt(words.result(entry)),
+         number(RunKey::filesCopied),
+         isCounted ? qt(strings.getShortSizeBytes(entry[RunKey::bytesCopied].unsignedValue()))
+                   : QString(),
+         start && end ? qt(ZAN_StringUtils::getDuration(static_cast<std::int64_t>(*end - *start)))
+                      : QString(),
+         speed ? household().text("HistoryPerSecond",
+                                  {strings.getShortSizeBytes(static_cast<std::uint64_t>(*speed))})
+               : QString(),
+         entry.integer(RunKey::filesDeleted) > 0 ? number(RunKey::filesDeleted) : QString()});
+    row->setData(0, kRowRole, static_cast<qulonglong>(mEntries.size()));
+    row->setForeground(2, Look::colour(meaningOf(entry)));
+    for (int column = 3; column < kColumns; ++column) {
+      row->setTextAlignment(column, Qt::AlignRight | Qt::AlignVCenter);
+      row->setForeground(column, Look::colour(Look::Meaning::muted));
+    }
+    row->setForeground(0, Look::colour(Look::Meaning::muted));
+    if (start && *start == chosen) current = row;
+    mEntries.push_back(entry);
+    rows.append(row);
   }
   mRuns->clear();
   mRuns->addTopLevelItems(rows);
-  for (int column = 0; column < mRuns->columnCount(); ++column)
-    mRuns->resizeColumnToContents(column);
+  const bool isAny = !rows.isEmpty();
+  mRuns->setVisible(isAny);
+  mDetailsCard->setVisible(isAny);
+  mNone->setVisible(!isAny);
+  mNone->setText(household().text(mOnlyFailures ? "HistoryNoFailures" : "HistoryNone"));
+  if (isAny) mRuns->setCurrentItem(current != nullptr ? current : rows.front());
+  showChosen();
+}
+
+void HistoryPage::showChosen() {
+  const QTreeWidgetItem* const item = mRuns->currentItem();
+  if (item == nullptr) return mDetails->setText({});
+  const ZAN_Value& entry = mEntries[item->data(0, kRowRole).toULongLong()];
+  mDetails->setText(
+      qt(RunWords(household().texts(), household().strings())
+             .details(entry, RunWords::resultsOf(entry, household().history().results()))));
+}
+
+void HistoryPage::refreshWeek() {
+  const bool isNew = mWeek.show(mRevision, household().circumstances(), [this] {
+    return weekActions(household().actions(), household().history().getProgrammedHistoryList(),
+                       nullptr);
+  });
+  mWeekSummary->setText(qt(mWeek.summary()));
+  if (mWeekView == nullptr) {
+    mWeekView = new WeekView(mWeek, household().text("HistoryWeek"), mWeekPart);
+    mWeekView->onChosen = [this](const QString& words) { mWeekWords->setText(words); };
+    static_cast<QVBoxLayout*>(mWeekPart->layout())->insertWidget(1, mWeekView, 1);
+  }
+  if (isNew) mWeekView->refresh();
 }
 
 }  // namespace corvana

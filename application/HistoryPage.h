@@ -1,12 +1,22 @@
 #pragma once
 
-#include "application/Page.h"
+#include <vector>
 
+#include "application/Page.h"
+#include "ui/windows/WeekModel.h"
+
+class QComboBox;
+class QPushButton;
+class QStackedWidget;
 class QTreeWidget;
 
 namespace corvana {
 
-/// What was executed, newest first, and how it ended.
+class Card;
+class TextLabel;
+class WeekView;
+
+/// What was executed, newest first, and how it ended; and the week ahead.
 class HistoryPage final : public Page {
  public:
   HistoryPage(Household& household, Navigator& navigator);
@@ -19,9 +29,32 @@ class HistoryPage final : public Page {
   void refresh(ChangeSet changed) override;
 
  private:
-  QTreeWidget* mRuns;
+  QWidget* makeRuns();
+  QWidget* makeWeek();
+  void showPart(int part);
+  void fillChooser();
+  void fillRuns();
+  void showChosen();
+  void refreshWeek();
+
   std::int64_t mReference = 0;
   bool mOnlyFailures = false;
+  std::vector<ZAN_Value> mEntries;  ///< of the rows
+  WeekModel mWeek;
+  std::int64_t mRevision = 0;  ///< of what the week is made of
+
+  std::vector<QPushButton*> mParts;
+  QStackedWidget* mStack = nullptr;
+  QComboBox* mChooser = nullptr;
+  QComboBox* mFilter = nullptr;
+  QTreeWidget* mRuns = nullptr;
+  TextLabel* mNone = nullptr;
+  TextLabel* mDetails = nullptr;
+  Card* mDetailsCard = nullptr;
+  QWidget* mWeekPart = nullptr;
+  WeekView* mWeekView = nullptr;
+  TextLabel* mWeekSummary = nullptr;
+  TextLabel* mWeekWords = nullptr;
 };
 
 }  // namespace corvana

@@ -44,7 +44,7 @@ bool isSameFolder(const std::string& one, const std::string& other) {
 
 }  // namespace
 
-Household::Household(SystemLog& log)
+Household::Household(SystemLog& log, const std::string& texts)
     : mLog(log),
       mClock(&mLoop),
       mBus(mLoop, log),
@@ -58,7 +58,8 @@ Household::Household(SystemLog& log)
       mHistory(mStore),
       mChanges(mLoop) {
   const std::string& resources =
-      mStore.installPaths().installPathForCode(InstallPaths::schedulerResources);
+      texts.empty() ? mStore.installPaths().installPathForCode(InstallPaths::schedulerResources)
+                    : texts;
   if (const Outcome loaded = mTexts.load(resources, mMachine.languageNames()); !loaded)
     mLog.write(loaded.error().text);
   mFilesTimer.setSingleShot(true);
@@ -254,6 +255,8 @@ void Household::filesChanged() {
     const auto [seen, isNew] = mSeen.try_emplace(std::string(one.file), identity);
     if (!isNew && seen->second == identity) continue;
     seen->second = identity;
+    // Read anew by whoever looks next.
+    if (one.change == Change::tree) mTree.releaseRootItem();
     mChanges.note(one.change);
     if (one.file == DataFolder::kChanges) merge();
   }

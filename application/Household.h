@@ -46,8 +46,9 @@ class Household {
     absent
   };
 
-  /// Reads the texts, and nothing else yet. Qt's application object is there.
-  explicit Household(SystemLog& log);
+  /// Reads the texts, and nothing else yet; from `texts`, where this program is in no bundle. Qt's
+  /// application object is there.
+  explicit Household(SystemLog& log, const std::string& texts = {});
   Household(const Household&) = delete;
   Household& operator=(const Household&) = delete;
   ~Household();

@@ -214,6 +214,10 @@ QString styleSheet() {
     QTreeView:focus { border: 1px solid %accent; }
     QHeaderView::section { background: transparent; color: %muted; border: none;
       border-bottom: 1px solid %line; padding: %pad1px; }
+    QHeaderView { background: transparent; border: none; }
+    QComboBox::drop-down { border: none; width: %dropdownpx; }
+    QTimeEdit::up-button, QTimeEdit::down-button, QSpinBox::up-button, QSpinBox::down-button
+      { border: none; width: %dropdownpx; }
     QProgressBar { background: %smuted; border: none; border-radius: 3px; max-height: 6px;
       min-height: 6px; }
     QProgressBar::chunk { background: %accent; border-radius: 3px; }
@@ -235,6 +239,7 @@ QString styleSheet() {
       {"%sbad", name(surface(Meaning::bad))},
       {"%saccent", name(surface(Meaning::accent))},
       {"%smuted", name(surface(Meaning::muted))},
+      {"%dropdown", QString::number(space(5))},
       {"%round", QString::number(round)},
       {"%small", QString::number(space(1) + 2)},
       {"%min", QString::number(space(5))},

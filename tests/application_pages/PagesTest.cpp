@@ -1,0 +1,218 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QProcess>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QTest>
+#include <QTreeWidget>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "application/CommandChild.h"
+#include "application/HistoryPage.h"
+#include "application/RestorePage.h"
+#include "application/SettingsPage.h"
+#include "application/TimeLine.h"
+#include "desktop/Texts.h"
+#include "platform/simulated/TemporaryFolder.h"
+
+namespace corvana::test {
+namespace {
+
+constexpr int kPatience = 20'000;  // ms, with a machine that does much else
+
+const ChangeSet kEverything{Change::tree, Change::history, Change::preferences, Change::execution};
+
+class NoNavigator final : public Navigator {
+ public:
+  void showOverview() override {}
+  void createBackup() override {}
+  void changeBackup(std::int64_t /*reference*/) override {}
+  void showRestore(std::int64_t /*reference*/) override {}
+  void showHistory(std::int64_t /*reference*/, bool /*onlyFailures*/) override {}
+  void showSettings() override {}
+};
+
+class SilentLog final : public SystemLog {
+ public:
+  void write(const std::string& /*line*/) override {}
+};
+
+/// The pages over a home of their own, with the real command and the real execute program; no
+/// agent.
+class PagesTest : public testing::Test {
+ protected:
+  PagesTest() {
+    qputenv("HOME", folder.makeFolder("home").c_str());
+    qputenv("LANG", "C");
+  }
+
+  static std::string run(const QString& program, const QStringList& words) {
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program, words);
+    process.waitForFinished(kPatience);
+    const std::string text = process.readAll().toStdString();
+    EXPECT_EQ(process.exitCode(), 0) << text;
+    return text;
+  }
+  static std::string command(const QStringList& words) {
+    return run(CommandChild::program(), words);
+  }
+  /// A backup of the folder "Documents" with two versions: what a file was, and what it is.
+  void makeVersions() {
+    folder.write("Documents/thesis.txt", "first thoughts\n");
+    folder.write("Documents/Letters/to Anna.txt", "Dear Anna\n");
+    folder.makeFolder("copies");
+    command({"add", "Papers", "--source", qt(folder.at("Documents")), "--destination",
+             qt(folder.at("copies")), "--manual"});
+    copy();
+    // Versions are named by the second.
+    QTest::qWait(1100);
+    folder.write("Documents/thesis.txt", "second thoughts, which are longer\n");
+    std::filesystem::remove(folder.at("Documents/Letters/to Anna.txt"));
+    copy();
+  }
+  void copy() {
+    Household home(log, CORVANA_TEXTS);
+    ProgrammedAction::Nodes actions;
+    home.actions().getListOfAllProgrammedActions(actions);
+    ASSERT_EQ(actions.size(), 1U);
+    run(QStringLiteral(CORVANA_EXECUTE), {QString::number(actions.front()->getReference())});
+  }
+  std::string contents(const std::string& name) const {
+    std::ifstream file(folder.at(name));
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  static bool waitFor(const std::function<bool()>& condition) {
+    return QTest::qWaitFor(condition, kPatience);
+  }
+  static QPushButton* button(const QWidget& page, const QString& text) {
+    for (QPushButton* one : page.findChildren<QPushButton*>())
+      if (one->text() == text) return one;
+    return nullptr;
+  }
+  static QTreeWidgetItem* row(const QTreeWidget& list, const QString& name) {
+    const auto found = list.findItems(name, Qt::MatchExactly);
+    return found.isEmpty() ? nullptr : found.front();
+  }
+  static bool says(const QWidget& page, const QString& words) {
+    for (const QLabel* label : page.findChildren<QLabel*>())
+      if (label->isVisibleTo(&page) && label->text().contains(words)) return true;
+    return false;
+  }
+
+  TemporaryFolder folder;
+  SilentLog log;
+  NoNavigator navigator;
+};
+
+TEST_F(PagesTest, AFileThatChangedComesBackFromItsDateByAFewClicks) {
+  makeVersions();
+  Household home(log, CORVANA_TEXTS);
+  RestorePage page(home, navigator);
+  page.resize(900, 700);
+  page.show();
+  page.refresh(kEverything);
+  auto* const list = page.findChild<QTreeWidget*>();
+  TimeLine* line = nullptr;
+  for (QWidget* one : page.findChildren<QWidget*>())
+    if (auto* const found = dynamic_cast<TimeLine*>(one)) line = found;
+  // Its only source is open at once.
+  ASSERT_TRUE(waitFor([&] { return row(*list, "thesis.txt") != nullptr; }));
+  ASSERT_EQ(line->dates().size(), 2U);
+  EXPECT_EQ(line->chosen(), 1);
+  QTest::keyClick(line, Qt::Key_Left);
+  ASSERT_TRUE(waitFor([&] {
+    QTreeWidgetItem* const file = row(*list, "thesis.txt");
+    return file != nullptr && file->text(1) == home.text("RestoreChanged");
+  }));
+
+  row(*list, "thesis.txt")->setSelected(true);
+  ASSERT_TRUE(waitFor([&] { return page.findChildren<QListWidget*>().front()->count() == 2; }));
+  EXPECT_TRUE(waitFor([&] { return says(page, "first thoughts"); })) << "what it was is shown";
+  QTest::mouseClick(button(page, home.text("RestoreButton")), Qt::LeftButton);
+  ASSERT_TRUE(waitFor([&] {
+    return says(page, home.text("Restored", {1, std::string("15 bytes")}));
+  }));
+  EXPECT_EQ(contents("Documents/thesis.txt"), "first thoughts\n");
+  std::size_t kept = 0;
+  for (const auto& one : std::filesystem::directory_iterator(folder.at("Documents")))
+    kept += one.path().filename().string().starts_with("thesis.txt.before-") ? 1 : 0;
+  EXPECT_EQ(kept, 1U) << "what stood in the way";
+
+  // What is in no list that is shown is found by its name, and comes back into its folder.
+  page.findChild<QLineEdit*>()->setText("ANNA");
+  ASSERT_TRUE(waitFor([&] { return list->topLevelItemCount() == 1; }));
+  EXPECT_EQ(list->topLevelItem(0)->text(0), "Documents/Letters/to Anna.txt");
+  EXPECT_EQ(list->topLevelItem(0)->text(1), home.text("RestoreGone"));
+  list->topLevelItem(0)->setSelected(true);
+  QTest::mouseClick(button(page, home.text("RestoreButton")), Qt::LeftButton);
+  EXPECT_TRUE(waitFor([&] { return contents("Documents/Letters/to Anna.txt") == "Dear Anna\n"; }));
+
+  HistoryPage history(home, navigator);
+  history.refresh(kEverything);
+  auto* const runs = history.findChild<QTreeWidget*>();
+  ASSERT_TRUE(waitFor([&] {
+    history.refresh(kEverything);
+    return runs->topLevelItemCount() == 4;
+  }));
+  EXPECT_EQ(runs->topLevelItem(0)->text(1), "Papers (restoring)");
+  EXPECT_EQ(runs->topLevelItem(3)->text(1), "Papers");
+  EXPECT_EQ(runs->topLevelItem(3)->text(3), "2") << "files";
+}
+
+TEST_F(PagesTest, WhereNothingCanBeRestoredItSaysWhyAndWhatToDo) {
+  {
+    Household empty(log, CORVANA_TEXTS);
+    RestorePage page(empty, navigator);
+    page.show();
+    page.refresh(kEverything);
+    EXPECT_TRUE(says(page, empty.text("RestoreNoneTitle")));
+    EXPECT_TRUE(button(page, empty.text("RestoreFirstBackup"))->isVisible());
+  }
+  folder.write("Documents/x", "x");
+  folder.makeFolder("nothing");
+  command({"add", "Papers", "--source", qt(folder.at("Documents")), "--destination",
+           qt(folder.at("nothing")), "--manual"});
+  Household home(log, CORVANA_TEXTS);
+  RestorePage page(home, navigator);
+  page.show();
+  page.refresh(kEverything);
+  EXPECT_TRUE(waitFor([&] { return says(page, qt(folder.at("nothing"))); }));
+  EXPECT_FALSE(button(page, home.text("RestoreFirstBackup"))->isVisible());
+}
+
+TEST_F(PagesTest, WhatIsSetIsStoredForTheAgent) {
+  Household home(log, CORVANA_TEXTS);
+  home.store().createMissingDataFiles();
+  SettingsPage page(home, navigator);
+  page.refresh(kEverything);
+  QSpinBox* minutes = nullptr;
+  for (QSpinBox* one : page.findChildren<QSpinBox*>())
+    if (one->accessibleName() == home.text("PrefNoProgress")) minutes = one;
+  ASSERT_NE(minutes, nullptr);
+  minutes->setValue(42);
+  const ZAN_Value stored = home.store().settings().schedulerSettings();
+  EXPECT_EQ(stored.integer("SchedulerPrefNoProgressMinutes"), 42);
+
+  // A server that does not answer is told in its own words, and nothing is kept.
+  for (QLineEdit* edit : page.findChildren<QLineEdit*>()) {
+    if (edit->accessibleName() == home.text("SettingsAddress")) edit->setText("me@example.invalid");
+    if (edit->accessibleName() == home.text("SettingsServer")) edit->setText("localhost");
+  }
+  page.show();
+  QTest::mouseClick(button(page, home.text("SettingsTest")), Qt::LeftButton);
+  EXPECT_TRUE(
+      waitFor([&] { return says(page, "nothing was changed") || says(page, "localhost:25"); }));
+  EXPECT_EQ(home.store().settings().mainAppSettings().integer("SendEmailReport"), 0);
+}
+
+}  // namespace
+}  // namespace corvana::test
