@@ -18,10 +18,10 @@ namespace corvana {
 /// it is written beside the request, over and over while it goes on; the request is taken away at
 /// the end, so that one that was cut off can be taken up again.
 ///
-/// "kind" is "versions", "list", "restore", "verify", "diff" or "test". "names": paths as the user gave
-/// them, "folder" is where he was; "at": the newest version not later than that, in seconds of the
-/// reference date; "from": a place of copies instead of that of the action; for "restore" also "to"
-/// (a folder), "overwrite" and "dryRun", for "verify" "sample" (per cent; 100 without it), for
+/// "kind" is "versions", "list", "restore", "verify", "diff" or "test". "names": paths as the user
+/// gave them, "folder" is where he was; "at": the newest version not later than that, in seconds of
+/// the reference date; "from": a place of copies instead of that of the action; for "restore" also
+/// "to" (a folder), "overwrite" and "dryRun", for "verify" "sample" (per cent; 100 without it), for
 /// "list" "find" (a word that names have). The
 /// answer has "done" (0 or 1) and then "code" (0, or 1 with "reason"), and what the kind asks for.
 class VersionRequest {
