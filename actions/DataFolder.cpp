@@ -30,7 +30,7 @@ std::string DataFolder::hiddenFolderPath() const {
 
 std::string DataFolder::userLogsFolderPath() const {
   std::string path = ZAN_FilesUtils::joinedPath(mHome, "Library/Logs");
-  (void)ZAN_FilesUtils::createFolder(path);
+  (void)ZAN_FilesUtils::createFolder(path, 0700);
   return path;
 }
 

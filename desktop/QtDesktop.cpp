@@ -19,6 +19,7 @@
 #include "core/record/Records.h"
 #include "desktop/ScreenInput.h"
 #include "desktop/X11.h"
+#include "platform/linux/ExpendableChild.h"
 #include "platform/qt/BusConnection.h"
 #include "ui/UserInterfaceSources.h"
 
@@ -120,6 +121,11 @@ class QtDesktop::Loss {
 };
 
 std::unique_ptr<QtDesktop> QtDesktop::open(int& count, char** arguments, std::string& reason) {
+  // Qt would wait for its own without end.
+  if (!ExpendableChild::runDetached([] {})) {
+    reason = "the system has no thread for them";
+    return nullptr;
+  }
   const bool wasSet = qEnvironmentVariableIsSet(kPlatform);
   const QByteArray before = qgetenv(kPlatform);
   // An X server may begin anew once its last client has gone, and turn away who comes meanwhile.

@@ -13,19 +13,22 @@
 
 namespace corvana {
 
+namespace {
+
+constexpr double kLookWithoutDescriptor = 1.0;
+
+}  // namespace
+
 TerminationSignals::TerminationSignals(bool ignoredToo) {
-  sigset_t signals;
-  sigemptyset(&signals);
+  sigemptyset(&mSignals);
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
     struct sigaction action {};
     const bool isIgnored = sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN;
     if (isIgnored && !ignoredToo) continue;
-    sigaddset(&signals, number);
+    sigaddset(&mSignals, number);
   }
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  mDescriptor = ZAN_Descriptor(signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC));
-  // Nobody would ever hear of them.
-  if (!mDescriptor) pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+  pthread_sigmask(SIG_BLOCK, &mSignals, nullptr);
+  mDescriptor = ZAN_Descriptor(signalfd(-1, &mSignals, SFD_NONBLOCK | SFD_CLOEXEC));
 }
 
 /// Service managers and the tools that end a system tell their processes by SIGTERM; a terminal or
@@ -42,15 +45,24 @@ bool TerminationSignal::endsSession() const {
   return std::ranges::find(kEndSessions, name) != kEndSessions.end();
 }
 
-void TerminationSignals::watch(DescriptorWatch& watch,
+void TerminationSignals::watch(DescriptorWatch& watch, RunLoop& loop,
                                std::function<void(const TerminationSignal&)> body) {
-  if (!mDescriptor) return;
-  watch.watch(mDescriptor.get(), DescriptorWatch::Event::readable, [this, body = std::move(body)] {
+  const auto takeAll = [this, body = std::move(body)] {
     while (const auto signal = take()) body(*signal);
-  });
+  };
+  if (mDescriptor)
+    watch.watch(mDescriptor.get(), DescriptorWatch::Event::readable, takeAll);
+  else
+    loop.repeat(kLookWithoutDescriptor, takeAll);
 }
 
 std::optional<TerminationSignal> TerminationSignals::take() const {
+  if (!mDescriptor) {
+    siginfo_t came{};
+    constexpr timespec kNow{};
+    if (sigtimedwait(&mSignals, &came, &kNow) < 0) return std::nullopt;
+    return TerminationSignal{came.si_signo, came.si_pid};
+  }
   signalfd_siginfo information{};
   if (read(mDescriptor.get(), &information, sizeof information) != sizeof information)
     return std::nullopt;

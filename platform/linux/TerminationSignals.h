@@ -1,10 +1,14 @@
 #pragma once
 
+#include <signal.h>
+
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <utility>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "platform/RunLoop.h"
 #include "platform/linux/DescriptorWatch.h"
 
 namespace corvana {
@@ -28,14 +32,23 @@ class TerminationSignals {
   TerminationSignals(const TerminationSignals&) = delete;
   TerminationSignals& operator=(const TerminationSignals&) = delete;
 
-  /// For who has no loop: readable when there is one to take.
+  /// For who has no loop: readable when there is one to take. Where the system had no descriptor it
+  /// is -1, and `take` is to be asked now and then.
   int descriptor() const { return mDescriptor.get(); }
   /// The next that came; nothing when there is none.
   std::optional<TerminationSignal> take() const;
-  /// `body` is called once a signal. The watch must live as long as signals may come.
-  void watch(DescriptorWatch& watch, std::function<void(const TerminationSignal&)> body);
+  /// `body` is called once a signal, by the loop, which is the watch as well. Both must live as
+  /// long as signals may come.
+  template <class Loop>
+  void watch(Loop& loop, std::function<void(const TerminationSignal&)> body) {
+    watch(loop, loop, std::move(body));
+  }
 
  private:
+  void watch(DescriptorWatch& watch, RunLoop& loop,
+             std::function<void(const TerminationSignal&)> body);
+
+  sigset_t mSignals;
   ZAN_Descriptor mDescriptor;
 };
 

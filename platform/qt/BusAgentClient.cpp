@@ -60,7 +60,10 @@ class BusAgentClient::Private {
     mApplication.emplace();
     BusValues::registerTypes();
     mName = QStringLiteral("corvana9-client-%1").arg(reinterpret_cast<quintptr>(this));
-    mBus = QDBusConnection::connectToBus(QString::fromStdString(address), mName);
+    if (const auto made = BusConnection::connectTo(address, mName))
+      mBus = *made;
+    else
+      mName.clear();
   }
 
   ~Private() {

@@ -10,6 +10,8 @@
 #include <map>
 #include <utility>
 
+#include "platform/linux/ExpendableChild.h"
+
 namespace corvana {
 
 namespace {
@@ -42,7 +44,10 @@ class BusConnection::Private final : public QObject {
       mName = QStringLiteral("corvana9-%1-%2")
                   .arg(reinterpret_cast<quintptr>(this))
                   .arg(++mConnections);
-      mBus = QDBusConnection::connectToBus(QString::fromStdString(address), mName);
+      if (const auto made = connectTo(address, mName))
+        mBus = *made;
+      else
+        mName.clear();
     }
     if (!mBus.isConnected()) {
       if (!std::exchange(mToldAbsence, true)) {
@@ -103,6 +108,12 @@ void BusConnection::whenConnected(const void* owner, std::function<void()> body)
 }
 
 void BusConnection::forget(const void* owner) { mPrivate->mConnected.erase(owner); }
+
+std::optional<QDBusConnection> BusConnection::connectTo(const std::string& address,
+                                                        const QString& name) {
+  if (!ExpendableChild::runDetached([] {})) return std::nullopt;
+  return QDBusConnection::connectToBus(QString::fromStdString(address), name);
+}
 
 std::string BusConnection::sessionBusAddress() {
   const char* said = std::getenv("DBUS_SESSION_BUS_ADDRESS");

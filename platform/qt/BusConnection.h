@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <memory>
+#include <optional>
 
 #include "platform/Machine.h"
 #include "platform/RunLoop.h"
@@ -58,6 +59,10 @@ class BusConnection {
   /// `forget`.
   void whenConnected(const void* owner, std::function<void()> body);
   void forget(const void* owner);
+
+  /// Qt's connection of that name. Nothing while the system has no thread for it: Qt would wait for
+  /// that thread without end, and never make another.
+  static std::optional<QDBusConnection> connectTo(const std::string& address, const QString& name);
 
   /// What the session says, else the socket in the user's run-time folder; nothing is started.
   static std::string sessionBusAddress();

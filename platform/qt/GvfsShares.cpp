@@ -187,9 +187,10 @@ std::vector<Mount> GvfsShares::now() {
   const QString name =
       QStringLiteral("corvana9-shares-%1").arg(reinterpret_cast<quintptr>(&shares));
   {
-    const QDBusConnection bus =
-        QDBusConnection::connectToBus(QString::fromStdString(address), name);
-    if (bus.isConnected()) shares = sharesIn(bus.call(question(), QDBus::Block, kAnswerOnceWithin));
+    const auto bus = BusConnection::connectTo(address, name);
+    if (!bus) return {};
+    if (bus->isConnected())
+      shares = sharesIn(bus->call(question(), QDBus::Block, kAnswerOnceWithin));
   }
   QDBusConnection::disconnectFromBus(name);
   return shares;

@@ -63,6 +63,21 @@ TEST_F(WakeAlarmTest, HoldsOneAlarmAndCancelsItByItsTime) {
   EXPECT_EQ(holders(), 0);
 }
 
+TEST_F(WakeAlarmTest, WritesThroughNoLink) {
+  const WakeAlarm other({CORVANA_WAKEUP, folder.makeFolder("others"), folder.at("rtc")});
+  const std::string file = folder.at("others/Wakeup");
+  const std::string precious = folder.write("precious", "text");
+  for (const bool isHard : {false, true}) {
+    fs::remove(file);
+    if (isHard)
+      fs::create_hard_link(precious, file);
+    else
+      fs::create_symlink(precious, file);
+    EXPECT_FALSE(other.set(in(5000)));
+    EXPECT_EQ(fs::file_size(precious), 4U);
+  }
+}
+
 TEST_F(WakeAlarmTest, GoesOffAtItsTime) {
   const std::int64_t time = in(1);
   ASSERT_TRUE(alarm.set(time));

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/timerfd.h>
 #include <sys/types.h>
@@ -68,6 +69,13 @@ bool end(int file, pid_t holder) {
   if (kill(holder, SIGTERM) != 0 && errno != ESRCH) return false;
   for (int tries = 0; tries < 400 && holderOf(file) == holder; ++tries) waitAMoment();
   return holderOf(file) != holder;
+}
+
+/// A file that nobody else may have meant: no link of either kind, and the user's own.
+bool isOurs(int file) {
+  struct stat status;
+  return fstat(file, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == getuid() &&
+         status.st_nlink == 1;
 }
 
 int cancel(std::int64_t time, const std::string& path) {
@@ -133,6 +141,7 @@ int set(std::int64_t time, const std::string& path) {
   }
   const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (file < 0) return failed(path, errno);
+  if (!isOurs(file)) return failed(path, EPERM);
   if (const pid_t holder = holderOf(file); holder != 0) {
     if (timeIn(file) == time) return 0;
     if (!end(file, holder)) return failed(path, EBUSY);
