@@ -33,13 +33,18 @@ const std::string& StatusMenu::text(std::string_view key) const {
   return m.records.texts.text(key);
 }
 
-MenuItem::List StatusMenu::items() const {
+MenuItem::List StatusMenu::beginning() const {
   MenuItem::List items{titleItem()};
   for (MenuItem& item : attentionItems()) items.push_back(std::move(item));
   items.push_back(MenuItem::separator());
   items.push_back(pauseItem());
   items.push_back(stopItem());
   items.push_back(runItem());
+  return items;
+}
+
+MenuItem::List StatusMenu::items() const {
+  MenuItem::List items = beginning();
   items.push_back(MenuItem::separator());
   items.push_back(MenuItem::command(text("OverviewMenu"), [this] { m.commands.showOverview(); }));
   items.push_back(windowItem("PreferencesMenu", Window::preferences));
@@ -79,12 +84,7 @@ MenuItem::List StatusMenu::moreItems() const {
 }
 
 MenuItem::List StatusMenu::floatingItems() const {
-  MenuItem::List items{titleItem()};
-  for (MenuItem& item : attentionItems()) items.push_back(std::move(item));
-  items.push_back(MenuItem::separator());
-  items.push_back(pauseItem());
-  items.push_back(stopItem());
-  items.push_back(runItem());
+  MenuItem::List items = beginning();
   items.push_back(MenuItem::submenu(text("FavouritesMenu"), [this] { return favouriteItems(); }));
   items.push_back(MenuItem::separator());
   items.push_back(MenuItem::command(text("OverviewMenu"), [this] { m.commands.showOverview(); }));

@@ -23,6 +23,7 @@ class StatusMenu {
   MenuItem::List floatingItems() const;
 
  private:
+  MenuItem::List beginning() const;
   MenuItem titleItem() const;
   /// What wants to be looked at, if anything does.
   MenuItem::List attentionItems() const;

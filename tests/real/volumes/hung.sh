@@ -6,41 +6,15 @@ build="$1"
 command -v bindfs > /dev/null || skip "needs bindfs"
 [ -e /dev/fuse ] || skip "no file systems in user space here"
 
-scratch="$(mktemp -d /tmp/corvana-hung.XXXXXX)"
-mount -t tmpfs scratch "$scratch" || skip "tmpfs cannot be mounted"
-agent=''
 servers=()
-finish() {
-  [ -n "$agent" ] && kill "$agent" 2> /dev/null && wait "$agent" 2> /dev/null
+let_go() {
   for server in "${servers[@]}"; do kill -CONT "$server" 2> /dev/null; kill -9 "$server" 2> /dev/null; done
   umount -l "$scratch"/Volumes/* "$scratch"/below/* 2> /dev/null
-  cd / && umount -l "$scratch"
-  rmdir "$scratch"
 }
-trap finish EXIT
 
-export HOME="$scratch/home" CORVANA9_VOLUMES="$scratch/Volumes" XDG_RUNTIME_DIR="$scratch/run" LC_ALL=C TZ=UTC
 # No login manager: a shut-down is refused, after which the agent starts anew in its place.
 export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent CORVANA9_PATIENCE=5
-unset DISPLAY WAYLAND_DISPLAY
-mkdir -p "$HOME/Photos" "$CORVANA9_VOLUMES" "$scratch/below" -m 700 "$XDG_RUNTIME_DIR"
-resources="$build/Corvana 9.app/Contents/Resources"
-corvana9="$build/bin/corvana9"
-failures=0
-expect() { # WHAT COMMAND...
-  local what="$1"
-  shift
-  if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; failures=$((failures + 1)); fi
-}
-now() { date +%s%3N; }
-until_true() { # SECONDS COMMAND...
-  local end=$(($(now) + $1 * 1000))
-  shift
-  until "$@"; do
-    [ "$(now)" -lt "$end" ] || return 1
-    sleep 0.05
-  done
-}
+mkdir -p "$HOME/Photos" "$scratch/below"
 # A disk behind two servers: what asks it is in the hands of the first one, so that not even a kill
 # ends it when the second stops.
 serve() { # NAME OPTION...

@@ -8,3 +8,36 @@ if [ "${2:-}" != inside ]; then
   exec unshare -m --propagation private dbus-run-session --config-file="$here/../../session-bus.conf" -- \
     bash "$0" "$build" inside
 fi
+
+# What they have in common: a folder in memory that goes at the end, the programs, and words to say what is expected.
+scratch="$(mktemp -d "/tmp/corvana-$(basename "$0" .sh).XXXXXX")"
+mount -t tmpfs scratch "$scratch" || skip "tmpfs cannot be mounted"
+agent=''
+let_go() { :; } # of what a script holds besides
+finish() {
+  [ -n "$agent" ] && kill "$agent" 2> /dev/null && wait "$agent" 2> /dev/null
+  let_go
+  cd / && umount -l "$scratch"
+  rmdir "$scratch"
+}
+trap finish EXIT
+export HOME="$scratch/home" CORVANA9_VOLUMES="$scratch/Volumes" XDG_RUNTIME_DIR="$scratch/run" LC_ALL=C TZ=UTC
+unset DISPLAY WAYLAND_DISPLAY
+mkdir -p "$HOME" "$CORVANA9_VOLUMES" -m 700 "$XDG_RUNTIME_DIR"
+resources="$build/Corvana 9.app/Contents/Resources"
+corvana9="$build/bin/corvana9"
+failures=0
+expect() { # WHAT COMMAND...
+  local what="$1"
+  shift
+  if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; failures=$((failures + 1)); fi
+}
+now() { date +%s%3N; }
+until_true() { # SECONDS COMMAND...
+  local end=$(($(now) + $1 * 1000))
+  shift
+  until "$@"; do
+    [ "$(now)" -lt "$end" ] || return 1
+    sleep 0.05
+  done
+}

@@ -4,27 +4,11 @@ set -u
 build="$1"
 . "$(dirname "$0")/namespace.sh"
 
-scratch="$(mktemp -d /tmp/corvana-passthrough.XXXXXX)"
-mount -t tmpfs scratch "$scratch" || skip "tmpfs cannot be mounted"
-finish() {
-  umount -l "$scratch"/home/place/* "$scratch"/Volumes/* 2> /dev/null
-  cd / && umount -l "$scratch"
-  rmdir "$scratch"
-}
-trap finish EXIT
+let_go() { umount -l "$scratch"/home/place/* "$scratch"/Volumes/* 2> /dev/null; }
 
-export HOME="$scratch/home" CORVANA9_VOLUMES="$scratch/Volumes" XDG_RUNTIME_DIR="$scratch/run" LC_ALL=C TZ=UTC
-unset DISPLAY WAYLAND_DISPLAY
-mkdir -p "$HOME/Documents" "$HOME/place" "$CORVANA9_VOLUMES" -m 700 "$XDG_RUNTIME_DIR"
+mkdir -p "$HOME/Documents" "$HOME/place"
 echo secret > "$HOME/Documents/letter"
-corvana9="$build/bin/corvana9"
-execute="$build/Corvana 9.app/Contents/Resources/Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute"
-failures=0
-expect() { # WHAT COMMAND...
-  local what="$1"
-  shift
-  if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; failures=$((failures + 1)); fi
-}
+execute="$resources/Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute"
 is_empty() { [ -z "$(find "$1" -type f)" ]; }
 last_log() { "$corvana9" log | tail -1; }
 

@@ -4,19 +4,12 @@ set -u
 build="$1"
 . "$(dirname "$0")/namespace.sh"
 
-scratch="$(mktemp -d /tmp/corvana-startup.XXXXXX)"
-mount -t tmpfs scratch "$scratch" || skip "tmpfs cannot be mounted"
 root="$scratch/root"
-agent=''
 device=''
-finish() {
-  [ -n "$agent" ] && kill "$agent" 2> /dev/null && wait "$agent" 2> /dev/null
+let_go() {
   umount -R -l "$root" 2> /dev/null
   [ -n "$device" ] && losetup -d "$device"
-  cd / && umount -l "$scratch"
-  rmdir "$scratch"
 }
-trap finish EXIT
 
 # A small disk becomes "/"; what a program needs to run is seen there, but lies elsewhere.
 truncate -s 16M "$scratch/disk.img"
@@ -34,8 +27,7 @@ done
 socket="$(sed 's/.*path=\([^,]*\).*/\1/' <<< "$DBUS_SESSION_BUS_ADDRESS")"
 if [ -S "$socket" ]; then mkdir -p "$root$(dirname "$socket")" && touch "$root$socket" && mount --bind "$socket" "$root$socket"; fi
 mkdir -p "$root/tmp/home" "$root/tmp/Volumes" -m 700 "$root/tmp/run"
-export HOME=/tmp/home CORVANA9_VOLUMES=/tmp/Volumes XDG_RUNTIME_DIR=/tmp/run LC_ALL=C TZ=UTC
-unset DISPLAY WAYLAND_DISPLAY
+export HOME=/tmp/home CORVANA9_VOLUMES=/tmp/Volumes XDG_RUNTIME_DIR=/tmp/run
 
 blocks="$(stat -f -c %b "$root")"
 size="$(stat -f -c %S "$root")"
@@ -44,26 +36,12 @@ fill_until() { # PER-CENT-FREE
   free="$(stat -f -c %a "$root")"
   dd if=/dev/zero of="$root/filler" bs="$size" count=$((free - blocks * $1 / 100)) oflag=append conv=notrunc status=none
 }
-failures=0
-expect() { # WHAT COMMAND...
-  local what="$1"
-  shift
-  if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; failures=$((failures + 1)); fi
-}
-until_true() { # SECONDS COMMAND...
-  local end=$((SECONDS + $1))
-  shift
-  until "$@"; do
-    [ "$SECONDS" -lt "$end" ] || return 1
-    sleep 0.1
-  done
-}
 start() {
   rm -rf "$root/tmp/home/Library"
-  chroot "$root" "$build/Corvana 9.app/Contents/Resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler" \
+  chroot "$root" "$resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler" \
     --headless > "$scratch/agent.log" 2>&1 &
   agent=$!
-  expect "the agent answers" until_true 30 sh -c "chroot '$root' '$build/bin/corvana9' status 2> /dev/null | grep -q 'Automatic execution'"
+  expect "the agent answers" until_true 30 sh -c "chroot '$root' '$corvana9' status 2> /dev/null | grep -q 'Automatic execution'"
 }
 stop() { kill "$agent" 2> /dev/null && wait "$agent"; agent=''; }
 warned() { grep -q 'start-up disk is nearly full' "$scratch/agent.log"; }
@@ -81,7 +59,7 @@ start
 expect "the user is warned" until_true 20 warned
 said="$(sed -n 's/.*nearly full: //p' "$scratch/agent.log")"
 expect "with what is free: $said" grep -q '^[78] % free' <<< "$said"
-chroot "$root" "$build/bin/corvana9" volumes
+chroot "$root" "$corvana9" volumes
 stop
 
 [ "$failures" -eq 0 ] || { echo "--- the agent said:"; cat "$scratch/agent.log"; exit 1; }

@@ -4,41 +4,15 @@ set -u
 build="$1"
 . "$(dirname "$0")/namespace.sh"
 
-scratch="$(mktemp -d /tmp/corvana-volumes.XXXXXX)"
-mount -t tmpfs scratch "$scratch" || skip "tmpfs cannot be mounted"
-agent=''
 hang=''
 devices=()
-finish() {
+let_go() {
   [ -n "$hang" ] && kill -9 "$hang" 2> /dev/null
-  [ -n "$agent" ] && kill "$agent" 2> /dev/null && wait "$agent" 2> /dev/null
   umount -l "$scratch"/Volumes/* 2> /dev/null
   for device in "${devices[@]}"; do losetup -d "$device"; done
-  cd / && umount -l "$scratch"
-  rmdir "$scratch"
 }
-trap finish EXIT
 
-export HOME="$scratch/home" CORVANA9_VOLUMES="$scratch/Volumes" XDG_RUNTIME_DIR="$scratch/run" LC_ALL=C TZ=UTC
-unset DISPLAY WAYLAND_DISPLAY
-mkdir -p "$HOME/Documents" "$CORVANA9_VOLUMES" -m 700 "$XDG_RUNTIME_DIR"
-resources="$build/Corvana 9.app/Contents/Resources"
-corvana9="$build/bin/corvana9"
-failures=0
-expect() { # WHAT COMMAND...
-  local what="$1"
-  shift
-  if "$@"; then echo "ok: $what"; else echo "FAILED: $what"; failures=$((failures + 1)); fi
-}
-now() { date +%s%3N; }
-until_true() { # SECONDS COMMAND...
-  local end=$(($(now) + $1 * 1000))
-  shift
-  until "$@"; do
-    [ "$(now)" -lt "$end" ] || return 1
-    sleep 0.05
-  done
-}
+mkdir -p "$HOME/Documents"
 make_disk() { # NAME MB
   truncate -s "$2M" "$scratch/$1.img"
   mkfs.ext4 -q -L "$1" "$scratch/$1.img"
