@@ -98,7 +98,10 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
       if (settings.integer(key) != 0) action->addInChangesList(std::uint64_t{0}, key);
     }
     keepIfOther(*action, CopyKey::notPossible, end.patterns);
-    keepIfOther(*action, CopyKey::losses, end.losses);
+    if (keepIfOther(*action, CopyKey::losses, end.losses)) {
+      for (const std::string& loss : end.losses)
+        mNewLosses += (mNewLosses.empty() ? "" : ", ") + loss;
+    }
   }
   if (action && end.isDoubted) action->addInChangesList(std::uint64_t{1}, CopyKey::isDoubted);
   auto& texts = mFiles.store.texts();
@@ -117,13 +120,14 @@ std::string ExecuteRecords::reasonOf(const ExecuteEnd& end) const {
          " --exclude-missing\" leaves out for good what could not be copied";
 }
 
-void ExecuteRecords::keepIfOther(ProgrammedAction& action, std::string_view key,
+bool ExecuteRecords::keepIfOther(ProgrammedAction& action, std::string_view key,
                                  const std::vector<std::string>& texts) {
   ZAN_Value list = ZAN_Value::array();
   for (const auto& text : texts) list.append(text);
   const ZAN_Value& known = action.getSettings()[key];
-  if (known == list || (known.isNull() && texts.empty())) return;
+  if (known == list || (known.isNull() && texts.empty())) return false;
   action.addInChangesList(std::move(list), key);
+  return true;
 }
 
 void ExecuteRecords::estimated(std::uint64_t files, std::uint64_t bytes) {
@@ -173,6 +177,11 @@ void ExecuteRecords::addToLog(const ExecuteEnd& end, std::string_view task) {
   if (const std::string reason = reasonOf(end); !reason.empty()) entry.setValue("F", reason);
   if (end.onlyLacks()) entry.setValue(RunKey::onlyLacks, 1);
   if (end.isReadBack) entry.setValue(RunKey::isReadBack, 1);
+  if (!mNewLosses.empty()) {
+    entry.setValue(CopyKey::losses, mNewLosses);
+    if (!entry.contains("F"))
+      entry.setValue("F", "the file system of the copies cannot keep: " + mNewLosses);
+  }
   if (end.firstErrorPath) entry.setValue("P", *end.firstErrorPath);
   if (end.toConfirm > 0) entry.setValue(DeletionKey::toConfirm, end.toConfirm);
 

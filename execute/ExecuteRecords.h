@@ -52,7 +52,8 @@ class ExecuteRecords {
  private:
   void addToLog(const ExecuteEnd& end, std::string_view task = {});
   std::string reasonOf(const ExecuteEnd& end) const;
-  static void keepIfOther(ProgrammedAction& action, std::string_view key,
+  /// Whether they are others than those kept so far.
+  static bool keepIfOther(ProgrammedAction& action, std::string_view key,
                           const std::vector<std::string>& texts);
   void saveResults(const ExecuteEnd& end);
   ZAN_Value historyEntry() const;
@@ -61,6 +62,7 @@ class ExecuteRecords {
   Files mFiles;
   ExecuteMessages& mMessages;
   std::function<bool()> mAgentRuns;
+  std::string mNewLosses;  ///< what the copies cannot have and nobody was told yet; empty: none
   std::int64_t mReference;
   std::string mTitle;
   ReferenceTime mStart = 0;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "core/record/Records.h"
+#include "core/work/ProgressWords.h"
 #include "core/work/Work.h"
 #include "platform/Clock.h"
 #include "ui/StatusItem.h"
@@ -19,6 +20,10 @@ std::vector<std::string> floatingIconLines(const UserInterfaceSources& sources, 
   std::vector<std::string> lines;
   if (count == 0) return lines;
   lines.push_back(sources.statusItem.shownTitle());
+  if (std::string progress =
+          progressInWords(sources.work.supervisor, sources.records.texts, sources.records.strings);
+      !progress.empty() && lines.size() < count)
+    lines.push_back(std::move(progress));
   // While nothing runs and nothing holds the agent up, the first line names what comes next.
   bool isNamed = sources.statusItem.titleColour() == MenuColour::information &&
                  !sources.work.supervisor.isExecuting() && sources.work.queue.empty();

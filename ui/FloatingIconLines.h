@@ -8,8 +8,8 @@
 
 namespace corvana {
 
-/// The text beside the floating icon: what the agent does now, then what comes, `count` lines at
-/// most. Thread: main.
+/// The text beside the floating icon: what the agent does now and how far that is, then what comes,
+/// `count` lines at most. Thread: main.
 std::vector<std::string> floatingIconLines(const UserInterfaceSources& sources, std::size_t count);
 
 }  // namespace corvana

@@ -1,6 +1,7 @@
 #include "ui/StatusItem.h"
 
 #include "core/record/Records.h"
+#include "core/work/ProgressWords.h"
 #include "core/work/Work.h"
 #include "platform/Clock.h"
 
@@ -162,6 +163,9 @@ void StatusItem::showTexts() {
   std::string toolTip = m.texts.text("IconToolTip");
   if (const std::string& next = mWork.evaluation.nextActionText(); !next.empty())
     toolTip = next + "\n" + toolTip;
+  if (const std::string progress = progressInWords(mWork.supervisor, m.texts, m.strings);
+      !progress.empty())
+    toolTip = progress + "\n" + toolTip;
   if (toolTip != mDrawnToolTip) mUserInterface.setToolTip(mDrawnToolTip = std::move(toolTip));
 }
 

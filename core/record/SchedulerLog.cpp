@@ -63,6 +63,9 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
     if (mPreferences.mShowErrorWindows != 0) mUserInterface.showWindow(Window::errorSummary);
   }
   if (entry.contains(TaskRequest::kTaskKey)) return tellTask(entry);
+  if (const std::string losses = entry.string(CopyKey::losses);
+      !losses.empty() && showStandardMessage)
+    showStandardMessage(mTexts.text("CopyLosses", {entry.string("N"), losses}), 0);
   switch (code) {
     case LogCode::completed:
       if (entry.integer(RunKey::isReadBack) != 0 && showStandardMessage)

@@ -1,6 +1,7 @@
 #include "core/work/ProgressWords.h"
 
 #include "actions/ActionsTools.h"
+#include "core/work/ExecuteSupervisor.h"
 
 namespace corvana {
 
@@ -25,6 +26,13 @@ std::string progressInWords(const ZAN_Value& report, const ZAN_StringTable& text
     text += ", " + texts.text("ProgressLeft", {ZAN_StringUtils::getDuration(left)});
   }
   return text;
+}
+
+std::string progressInWords(const ExecuteSupervisor& supervisor, const ZAN_StringTable& texts,
+                            const ZAN_StringUtils& strings) {
+  const auto& reports = supervisor.latestExecuteCurrentPath();
+  if (!supervisor.isExecuting() || reports.empty()) return {};
+  return progressInWords(reports.back(), texts, strings);
 }
 
 }  // namespace corvana

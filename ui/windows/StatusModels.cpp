@@ -71,11 +71,8 @@ std::vector<std::pair<std::string, std::string>> StatusModel::facts() const {
     doing += (doing.empty() ? "" : " — ") + line;
   facts.emplace_back(m.records.texts.text("StatusNow"),
                      doing.empty() ? m.records.texts.text("StatusIdle") : doing);
-  std::string progress;
-  if (const auto& reports = m.work.supervisor.latestExecuteCurrentPath();
-      m.work.supervisor.isExecuting() && !reports.empty())
-    progress = progressInWords(reports.back(), m.records.texts, m.records.strings);
-  facts.emplace_back(m.records.texts.text("StatusProgress"), std::move(progress));
+  facts.emplace_back(m.records.texts.text("StatusProgress"),
+                     progressInWords(m.work.supervisor, m.records.texts, m.records.strings));
   const auto& next = m.work.evaluation.actionsNextList();
   facts.emplace_back(
       m.records.texts.text("StatusNext"),
