@@ -136,6 +136,14 @@ QWidget* HistoryPage::makeWeek() {
   return mWeekPart;
 }
 
+/// What it was comes before how fast it was.
+void HistoryPage::resizeEvent(QResizeEvent* event) {
+  Page::resizeEvent(event);
+  constexpr int kWide = 100;
+  const bool isWide = width() > kWide * fontMetrics().averageCharWidth();
+  for (const int column : {5, 6, 7}) mRuns->setColumnHidden(column, !isWide);
+}
+
 void HistoryPage::showPart(int part) {
   for (int index = 0; index < static_cast<int>(mParts.size()); ++index)
     Look::set(mParts[static_cast<std::size_t>(index)], index == part ? "primary" : "");
@@ -152,7 +160,7 @@ void HistoryPage::choose(std::int64_t reference, bool onlyFailures) {
 void HistoryPage::showNotices(std::int64_t /*index*/) { choose(0, false); }
 
 void HistoryPage::refresh(ChangeSet changed) {
-  if (changed.has(Change::tree) || changed.has(Change::history)) {
+  if (changed.has(Change::tree) || changed.has(Change::history) || changed.has(Change::execution)) {
     ++mRevision;
     fillChooser();
     fillRuns();
@@ -188,7 +196,11 @@ void HistoryPage::fillRuns() {
   QTreeWidgetItem* current = nullptr;
   for (auto index = static_cast<std::int64_t>(history.historyCount());
        index-- > 0 && mEntries.size() < kMostRows;) {
-    const ZAN_Value entry = history.historyEntryAtIndex(index);
+    ZAN_Value entry = history.historyEntryAtIndex(index);
+    // One that began and has no end is over when something else came after it, or nothing runs.
+    const bool mayRun = household().status()["current"].integer("ref") == entry.integer("Ref") &&
+                        index + 1 == static_cast<std::int64_t>(history.historyCount());
+    if (entry.integer("C") == LogCode::launched && !mayRun) entry.setValue("C", LogCode::crashed);
     if (mReference != 0 && entry.integer("Ref") != mReference) continue;
     if (mOnlyFailures && !RunWords::isFailure(entry)) continue;
     const auto start = entry["Date"].asDate();

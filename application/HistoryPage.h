@@ -28,6 +28,9 @@ class HistoryPage final : public Page {
 
   void refresh(ChangeSet changed) override;
 
+ protected:
+  void resizeEvent(QResizeEvent* event) override;
+
  private:
   QWidget* makeRuns();
   QWidget* makeWeek();

@@ -33,7 +33,8 @@ namespace corvana {
 namespace {
 
 constexpr int kSearchDelay = 300;  // ms
-constexpr int kFromFolder = -1;    ///< of the chooser's data: another place is to be asked for
+constexpr int kLoadDelay = 500;
+constexpr int kFromFolder = -1;  ///< of the chooser's data: another place is to be asked for
 constexpr int kRowRole = Qt::UserRole;
 constexpr int kLongestVersions = 200;
 
@@ -137,6 +138,10 @@ QWidget* RestorePage::makeHeader() {
                    [this] { mSearchTimer->start(); });
   QObject::connect(mSearchTimer, &QTimer::timeout, this, [this] { loadItems(); });
   right->addWidget(mSearch);
+  mLoadTimer = new QTimer(this);
+  mLoadTimer->setSingleShot(true);
+  mLoadTimer->setInterval(kLoadDelay);
+  QObject::connect(mLoadTimer, &QTimer::timeout, this, [this] { loadVersions(); });
   row->addLayout(right);
   return header;
 }
@@ -272,11 +277,17 @@ void RestorePage::choose(std::int64_t reference) {
   mReference = reference;
   mFrom.clear();
   mFolder.clear();
+  mTimeLine->setDates({});
 }
 
 void RestorePage::refresh(ChangeSet changed) {
   if (changed.has(Change::tree)) fillChooser();
-  if (changed.has(Change::tree) || changed.has(Change::history)) loadVersions();
+  if (!changed.has(Change::tree) && !changed.has(Change::history)) return;
+  // A burst of changes is looked at once.
+  if (mTimeLine->dates().empty())
+    loadVersions();
+  else if (!mLoadTimer->isActive())
+    mLoadTimer->start();
 }
 
 void RestorePage::fillChooser() {

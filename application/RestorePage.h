@@ -100,6 +100,7 @@ class RestorePage final : public Page {
   TextLabel* mSentence = nullptr;
   QLineEdit* mSearch = nullptr;
   QTimer* mSearchTimer = nullptr;
+  QTimer* mLoadTimer = nullptr;
   TimeLine* mTimeLine = nullptr;
   QStackedWidget* mBody = nullptr;
   QWidget* mNothing = nullptr;

@@ -77,8 +77,10 @@ SettingsPage::SettingsPage(Household& household, Navigator& navigator)
     auto* const scroll = static_cast<QScrollArea*>(mStack->widget(page));
     static_cast<QVBoxLayout*>(scroll->widget()->layout())->addStretch(1);
   }
-  QObject::connect(mSide, &QListWidget::currentRowChanged, mStack,
-                   &QStackedWidget::setCurrentIndex);
+  QObject::connect(mSide, &QListWidget::currentRowChanged, mStack, [this](int row) {
+    mStack->setCurrentIndex(row);
+    loadShown();
+  });
   mSide->setCurrentRow(0);
   mSide->setFixedWidth(mSide->sizeHintForColumn(0) + Look::space(8));
 }
@@ -341,10 +343,13 @@ void SettingsPage::trySettings() {
     if (!value.trimmed().isEmpty()) words << QLatin1String(option) << value.trimmed();
   };
   add("--to", mRecipients->text());
-  add("--server", mServer->text());
+  // "mail.example.org:2525" where it is not the usual port.
+  const QString server = mServer->text().trimmed();
+  add("--server", server.section(':', 0, 0));
+  add("--port", server.section(':', 1, 1));
   if (!mPassword->text().isEmpty())
     words << QStringLiteral("--password-file") << QStringLiteral("-");
-  else if (mServer->text().trimmed() == QLatin1String("localhost"))
+  else if (server.section(':', 0, 0) == QLatin1String("localhost"))
     words << QStringLiteral("--no-login");
   mTest->setEnabled(false);
   mMailResult->setText(household().text("SettingsTrying"));
@@ -457,8 +462,13 @@ void SettingsPage::refresh(ChangeSet changed) {
   mPreferences.loadPrefs();
   for (const auto& read : mReads) read();
   readMail();
-  loadPairs();
-  loadCopies();
+  loadShown();
+}
+
+/// What is not in the preferences is asked for when it is seen.
+void SettingsPage::loadShown() {
+  if (mStack->currentWidget()->isAncestorOf(mPairs->parentWidget())) loadPairs();
+  if (mStack->currentWidget()->isAncestorOf(mCopies->parentWidget())) loadCopies();
 }
 
 }  // namespace corvana

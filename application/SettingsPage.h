@@ -46,6 +46,7 @@ class SettingsPage final : public Page {
   void readMail();
   void trySettings();
   void mailTried(const CommandChild::Ending& ending);
+  void loadShown();
   void loadPairs();
   void loadCopies();
   void bringBack(const QString& which, int number);
