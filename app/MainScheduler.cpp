@@ -48,6 +48,7 @@ MainScheduler::MainScheduler(const Platform& platform)
       mAnswers(mRecords, mWork, mLaunchStep, mControls),
       mRemoteControl(mRecords, mControls,
                      [this] { return MachineGlance::of(mRecords, mWork, mAnswers); }),
+      mPairingOffer(mRecords),
       mStatusItem(mRecords, mWork),
       mFloatingIcon(mRecords, mWork.announce, mStatusItem),
       mTick(mRecords, mWork, mMachine, mLaunchStep, mControls),
@@ -68,6 +69,12 @@ UserInterfaceSources MainScheduler::userInterfaceSources() {
   };
   sources.sendTestMail = [this] { mMailAccount.test(); };
   sources.testMailResult = [this] { return mMailAccount.testResult(); };
+  sources.offerPairing = [this] { mPairingOffer.begin(); };
+  sources.pairingState = [this] { return mPairingOffer.text(); };
+  sources.pairedMachines = [this] { return mPairingOffer.machines(); };
+  sources.renamePaired = [this](const std::string& sender, const std::string& name) {
+    mPairingOffer.rename(sender, name);
+  };
   return sources;
 }
 
@@ -344,6 +351,7 @@ void MainScheduler::applicationWillTerminate() {
   mDispatch.takeUpLaunches();
   mTimer.stop();
   mWork.supervisor.agentEnds();
+  mPairingOffer.end();
   mRemoteControl.stop();
   if (m.state.mMustTerminateWhenAllDone) mMachine.shutdownHelper.end();
   m.preferences.setPref("SchedulerQuitDate", ZAN_Value::date(m.platform.clock.now()));

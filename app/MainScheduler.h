@@ -19,6 +19,7 @@
 #include "mail/report/NotExecutedNotice.h"
 #include "mail/report/OutgoingMail.h"
 #include "mail/smtp/MailSender.h"
+#include "remote/PairingOffer.h"
 #include "remote/RemoteControl.h"
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
@@ -96,6 +97,7 @@ class MainScheduler {
   NotificationDispatch mDispatch;
   StateAnswers mAnswers;
   RemoteControl mRemoteControl;
+  PairingOffer mPairingOffer;
   StatusItem mStatusItem;
   FloatingIcon mFloatingIcon;
   SchedulerTick mTick;

@@ -240,11 +240,13 @@ constexpr std::array kCommands{
         "                         machines connect to the port after it as well\n"
         "  --hide-titles, --show-titles   whether the network sees the actions\n",
         remoteCommand},
-    Command{"pair", "NAME | --accept | --list | --forget NAME [--json]",
+    Command{"pair", "NAME | --accept | --list | --rename NAME NEW | --forget NAME [--json]",
             "have two machines know each other, so that no password is needed",
             "Begin with --accept on one machine, then name it on the other. Both show six digits:\n"
-            "only when they are equal say yes on both.\n"
+            "only when they are equal say yes on both. In place of --accept the preferences of a\n"
+            "desktop have a button.\n"
             "  --list     who is paired with this machine\n"
+            "  --rename   call that machine otherwise here\n"
             "  --forget   let that machine control this one no longer, and the other way round\n",
             pairCommand},
     Command{"report", "[--date YYYY-MM-DD | --preview [--html FILE] | --mail | --status] [--json]",

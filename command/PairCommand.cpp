@@ -11,6 +11,7 @@
 #include "platform/linux/LinuxServerSockets.h"
 #include "platform/qt/AvahiServices.h"
 #include "platform/qt/QtRunLoop.h"
+#include "remote/Frames.h"
 #include "remote/Pairing.h"
 #include "remote/ServiceName.h"
 
@@ -18,27 +19,25 @@ namespace corvana {
 
 namespace {
 
-/// Only while somebody waits to be paired.
-constexpr const char* kPairingServiceType = "_rcfz9pair._tcp";
 constexpr double kPatience = 120;       ///< until the other machine comes
 constexpr double kPatienceOfTalk = 10;  ///< for a message of the other program
 constexpr double kPatienceOfUser = 120;
 
-/// Messages behind their length, two bytes with the higher one first.
+/// What both programs say to each other.
 class Messages {
  public:
   explicit Messages(std::unique_ptr<StreamConnection> stream) : mStream(std::move(stream)) {}
 
   Outcome say(std::span<const std::byte> message) {
-    std::string left{static_cast<char>(message.size() >> 8U), static_cast<char>(message.size())};
-    left.append(reinterpret_cast<const char*>(message.data()), message.size());
+    const auto framed = Frames::framed(Pairing::kLengthBytes, message);
+    std::string_view left(reinterpret_cast<const char*>(framed.data()), framed.size());
     const double end = mClock.monotonic() + kPatienceOfTalk;
     while (!left.empty()) {
       const auto event = wait(end, true);
       if (!event) return event.error();
       const auto sent = mStream->send(left);
       if (!sent) return sent.error();
-      left.erase(0, *sent);
+      left.remove_prefix(*sent);
     }
     return {};
   }
@@ -46,21 +45,15 @@ class Messages {
   Result<std::vector<std::byte>> hear(double seconds) {
     const double end = mClock.monotonic() + seconds;
     for (;;) {
-      if (mHeard.size() >= 2) {
-        const std::size_t size = static_cast<unsigned char>(mHeard[0]) * std::size_t{256} +
-                                 static_cast<unsigned char>(mHeard[1]);
-        if (size > Pairing::kMostBytes)
-          return Error{ErrorKind::damaged, "the other machine says too much"};
-        if (mHeard.size() >= 2 + size) {
-          const auto bytes = std::as_bytes(std::span(mHeard)).subspan(2, size);
-          std::vector<std::byte> message(bytes.begin(), bytes.end());
-          mHeard.erase(0, 2 + size);
-          return message;
-        }
-      }
+      auto message = mHeard.next();
+      if (!message) return message.error();
+      if (*message) return **std::move(message);
       const auto event = wait(end, false);
       if (!event) return event.error();
-      if (*event == StreamConnection::Event::received) mHeard += mStream->read(4096);
+      if (*event == StreamConnection::Event::received) {
+        const std::string bytes = mStream->read(4096);
+        mHeard.take(std::as_bytes(std::span(bytes)));
+      }
       if (*event == StreamConnection::Event::ended)
         return Error{ErrorKind::refused, "the other machine has ended it"};
     }
@@ -78,7 +71,7 @@ class Messages {
 
   std::unique_ptr<StreamConnection> mStream;
   SystemClock mClock;
-  std::string mHeard;
+  Frames mHeard{Pairing::kLengthBytes, Pairing::kMostBytes};
 };
 
 bool saysYes(const Console& console, const std::string& question) {
@@ -232,6 +225,15 @@ Answer forgotten(CommandHome& home, const std::string& name) {
   return Answer::ofText(name + " is forgotten here; forget this machine there, too.\n");
 }
 
+Answer renamed(CommandHome& home, const std::string& name, const std::string& newName) {
+  const auto done =
+      home.isThere() ? PairedMachines(home.store()).rename(name, newName) : Result(false);
+  if (!done) return Error{done.error().kind, name + ": " + done.error().text};
+  if (!*done)
+    return Error{ErrorKind::absent, name + ": not paired; corvana9 pair --list shows who is"};
+  return Answer::ofText(name + " is called " + printable(newName) + " here from now on.\n");
+}
+
 }  // namespace
 
 Answer pairCommand(Arguments& arguments, const Console& console) {
@@ -239,12 +241,15 @@ Answer pairCommand(Arguments& arguments, const Console& console) {
   const bool accepts = arguments.flag("--accept");
   const bool lists = arguments.flag("--list");
   const auto forget = arguments.option("--forget");
-  const bool asks = !accepts && !lists && !forget;
-  const auto words = arguments.words(asks ? 1 : 0, asks ? 1 : 0);
+  const auto rename = arguments.option("--rename");
+  const bool asks = !accepts && !lists && !forget && !rename;
+  const std::size_t names = asks || rename ? 1 : 0;
+  const auto words = arguments.words(names, names);
   if (!words) return wrongWords(words.error());
   CommandHome home(console);
   if (lists) return listed(home);
   if (forget) return forgotten(home, *forget);
+  if (rename) return renamed(home, *rename, words->front());
   const Pairing::Role role = accepts ? Pairing::Role::accepting : Pairing::Role::asking;
   Pairing pairing(role, MachineIdentity::of(home.machine()));
   Meeting meeting(console);

@@ -13,6 +13,7 @@ namespace {
 
 constexpr int kSliderFrom = 50;
 constexpr int kChoiceLetters = 16;
+constexpr int kListLines = 6;
 
 /// Every preference, a page at a time; a change counts at once.
 class PreferencesWindow final : public AgentWindow {
@@ -31,6 +32,7 @@ class PreferencesWindow final : public AgentWindow {
   QWidget* makeText(const Item& item);
   QWidget* makeShortcut(const Item& item);
   QWidget* makePlace(const Item& item);
+  QWidget* makeList(const Item& item);
 
   PreferencesModel mModel;
   QListWidget* mPages;
@@ -132,6 +134,7 @@ QWidget* PreferencesWindow::makeField(const Item& item) {
       return row;
     }
     case Kind::fact: {
+      if (item.rename) return makeList(item);
       auto* label = makeLabel();
       mReads.emplace_back([label, item] { label->setText(qt(item.read().string())); });
       return label;
@@ -237,6 +240,50 @@ QWidget* PreferencesWindow::makePlace(const Item& item) {
     refresh();
   });
   mReads.emplace_back([label, item] { label->setText(qt(item.read().string())); });
+  return both;
+}
+
+QWidget* PreferencesWindow::makeList(const Item& item) {
+  auto* both = new QWidget;
+  auto* column = new QVBoxLayout(both);
+  column->setContentsMargins(0, 0, 0, 0);
+  auto* list = new QListWidget;
+  list->setAccessibleName(qt(item.label));
+  list->setMaximumHeight(kListLines * fontMetrics().lineSpacing());
+  column->addWidget(list);
+  auto* row = new QHBoxLayout;
+  column->addLayout(row);
+  auto* rename = addButton(row, text("ButtonRename"), [list] {
+    if (list->currentItem() != nullptr) list->editItem(list->currentItem());
+  });
+  auto* forget = addButton(row, text("ButtonForget"), [this, list, item] {
+    const QListWidgetItem* current = list->currentItem();
+    if (current == nullptr) return;
+    item.rename(utf8(current->data(Qt::UserRole).toString()), {});
+    refresh();
+  });
+  row->addStretch();
+  connect(list, &QListWidget::itemSelectionChanged, this, [list, rename, forget] {
+    for (QPushButton* button : {rename, forget}) button->setEnabled(list->currentItem() != nullptr);
+  });
+  connect(list, &QListWidget::itemChanged, this, [item](const QListWidgetItem* changed) {
+    const std::string name = utf8(changed->text().trimmed());
+    if (!name.empty()) item.rename(utf8(changed->data(Qt::UserRole).toString()), name);
+  });
+  // What is being typed stays.
+  mReads.emplace_back([list, rename, forget, item, shown = ZAN_Value()]() mutable {
+    const ZAN_Value now = item.read();
+    if (now == shown) return;
+    shown = now;
+    const QSignalBlocker blocker(list);
+    list->clear();
+    for (const ZAN_Value& one : now.elements()) {
+      auto* entry = new QListWidgetItem(qt(one.string("name")), list);
+      entry->setData(Qt::UserRole, qt(one.string("sender")));
+      entry->setFlags(entry->flags() | Qt::ItemIsEditable);
+    }
+    for (QPushButton* button : {rename, forget}) button->setEnabled(false);
+  });
   return both;
 }
 

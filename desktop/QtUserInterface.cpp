@@ -403,6 +403,8 @@ void QtUserInterface::ask(Window window, const std::string& title, const std::st
     buttons = {mPrivate->text("DeleteButton"), mPrivate->text("CancelButton")};
   } else if (window == Window::startupDisk) {
     buttons = {mPrivate->text("ButtonUseThisDisk"), mPrivate->text("ButtonLater")};
+  } else if (window == Window::preferences) {
+    buttons = {mPrivate->text("ButtonPair"), mPrivate->text("ButtonRefuse")};
   }
   mPrivate->questions->ask(title, text, buttons, std::move(answer));
 }

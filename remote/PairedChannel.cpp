@@ -17,34 +17,6 @@ constexpr const char* kState = "RemoteControlMachineState";
 
 }  // namespace
 
-void Frames::take(std::span<const std::byte> bytes) {
-  mBytes.insert(mBytes.end(), bytes.begin(), bytes.end());
-}
-
-Result<std::optional<std::vector<std::byte>>> Frames::next() {
-  using Message = std::optional<std::vector<std::byte>>;
-  if (mBytes.size() < kLengthBytes) return Message();
-  std::size_t size = 0;
-  for (std::size_t i = 0; i < kLengthBytes; ++i)
-    size = size << 8U | std::to_integer<std::size_t>(mBytes[i]);
-  if (size > mMostBytes) return Error{ErrorKind::limit, "the other machine says too much"};
-  if (mBytes.size() - kLengthBytes < size) return Message();
-  const auto begin = mBytes.begin() + kLengthBytes;
-  const auto end = begin + static_cast<std::ptrdiff_t>(size);
-  Message message(std::in_place, begin, end);
-  mBytes.erase(mBytes.begin(), end);
-  return message;
-}
-
-std::vector<std::byte> Frames::framed(std::span<const std::byte> message) {
-  std::vector<std::byte> bytes;
-  bytes.reserve(kLengthBytes + message.size());
-  for (std::size_t i = kLengthBytes; i-- > 0;)
-    bytes.push_back(static_cast<std::byte>(message.size() >> 8U * i & 0xFFU));
-  bytes.insert(bytes.end(), message.begin(), message.end());
-  return bytes;
-}
-
 std::optional<ChannelRequest> ChannelRequest::decode(std::span<const std::byte> data) {
   const auto value = ZAN_Unarchiver::unarchiveObjectWithData(data);
   if (!value || !value->isDictionary()) return std::nullopt;
@@ -100,14 +72,14 @@ class PairedChannel::Talk final : public Visit {
     if (!request || machine == mOwner.mMachines.end()) return false;
     const std::string sender = machine->second.sender;
     const ChannelReply reply = mOwner.mAnswers(mVisitor.address(), sender, *request);
-    static_cast<void>(mChannel->write(Frames::framed(reply.encode())));
+    static_cast<void>(mChannel->write(Frames::framed(kLengthBytes, reply.encode())));
     return false;
   }
 
   PairedChannel& mOwner;
   std::unique_ptr<KeyedChannel> mChannel;
   Visitor& mVisitor;
-  Frames mFrames{ChannelRequest::kMostBytes};
+  Frames mFrames{kLengthBytes, ChannelRequest::kMostBytes};
 };
 
 PairedChannel::PairedChannel(const Platform& platform, Accepts accepts,
@@ -153,7 +125,9 @@ Outcome PairedChannel::open(std::uint16_t port) {
 }
 
 ChannelCall::ChannelCall(std::unique_ptr<KeyedChannel> channel, const ChannelRequest& request)
-    : mChannel(std::move(channel)), mRequest(Frames::framed(request.encode())) {}
+    : mChannel(std::move(channel)),
+      mRequest(Frames::framed(kLengthBytes, request.encode())),
+      mFrames(kLengthBytes, ChannelReply::kMostBytes) {}
 
 std::vector<std::byte> ChannelCall::toNetwork() { return mChannel->toNetwork(); }
 

@@ -14,26 +14,12 @@
 #include "platform/KeyedChannel.h"
 #include "platform/Network.h"
 #include "remote/CommandProof.h"
+#include "remote/Frames.h"
 #include "remote/RemoteCommand.h"
 
 namespace corvana {
 
 struct Platform;
-
-/// Messages of a stream, each behind its length in four bytes, the highest first. Thread: any.
-class Frames {
- public:
-  explicit Frames(std::size_t mostBytes) : mMostBytes(mostBytes) {}
-
-  void take(std::span<const std::byte> bytes);
-  /// The next message that has come whole, or nothing yet; fails when one is longer than allowed.
-  Result<std::optional<std::vector<std::byte>>> next();
-  static std::vector<std::byte> framed(std::span<const std::byte> message);
-
- private:
-  const std::size_t mMostBytes;
-  std::vector<std::byte> mBytes;
-};
 
 /// What a machine asks of one that it is paired with, through the encrypted channel: one command,
 /// or how everything stands. Thread: any.
@@ -113,7 +99,7 @@ class ChannelCall {
  private:
   std::unique_ptr<KeyedChannel> mChannel;
   std::vector<std::byte> mRequest;  ///< not said yet
-  Frames mFrames{ChannelReply::kMostBytes};
+  Frames mFrames;
   std::optional<ChannelReply> mReply;
 };
 

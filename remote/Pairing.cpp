@@ -124,7 +124,8 @@ Outcome PairedMachines::add(const PairedMachine& machine) {
   });
 }
 
-Result<bool> PairedMachines::forget(std::string_view name) {
+template <typename Change>
+Result<bool> PairedMachines::changeOne(std::string_view name, const Change& changeIt) {
   const auto isIt = [&](const PairedMachine& one) {
     return one.machine.name == name || one.machine.identifier == name ||
            one.machine.sender() == name;
@@ -134,9 +135,22 @@ Result<bool> PairedMachines::forget(std::string_view name) {
   if (count > 1)
     return Error{ErrorKind::refused, "several paired machines are called so; take the identifier"};
   if (count == 0) return false;
-  const Outcome saved = change([&](std::vector<PairedMachine>& all) { std::erase_if(all, isIt); });
+  const Outcome saved = change([&](std::vector<PairedMachine>& all) {
+    const auto place = std::ranges::find_if(all, isIt);
+    if (place != all.end()) changeIt(all, place);
+  });
   if (!saved) return saved.error();
   return true;
+}
+
+Result<bool> PairedMachines::forget(std::string_view name) {
+  return changeOne(name, [](auto& all, auto place) { all.erase(place); });
+}
+
+Result<bool> PairedMachines::rename(std::string_view name, std::string_view newName) {
+  const std::string shown(beginningOfBytes(ZAN_StringUtils::oneLine(newName), kMostBytesOfName));
+  if (shown.empty()) return Error{ErrorKind::refused, "a name is needed"};
+  return changeOne(name, [&](auto&, auto place) { place->machine.name = shown; });
 }
 
 Pairing::Pairing(Role role, MachineIdentity own)

@@ -18,6 +18,9 @@ namespace corvana {
 class ActionStore;
 class Machine;
 
+/// Seen only while somebody waits to be paired.
+inline constexpr const char* kPairingServiceType = "_rcfz9pair._tcp";
+
 /// A machine, and the user on it, as the proofs of commands name their sender.
 struct MachineIdentity {
   std::string name;  ///< for people
@@ -47,12 +50,17 @@ class PairedMachines {
   bool haveChanged();
   /// In place of what was known of the same machine.
   Outcome add(const PairedMachine& machine);
+  /// Gives it another name, by which only the user of this machine knows it.
+  Result<bool> rename(std::string_view name, std::string_view newName);
   /// By name or identifier; false when there is none, or when several have the name.
   Result<bool> forget(std::string_view name);
 
  private:
   template <typename Change>
   Outcome change(const Change& change);
+  /// Changes the list by the one of that name.
+  template <typename Change>
+  Result<bool> changeOne(std::string_view name, const Change& changeIt);
 
   ActionStore& mStore;
   std::optional<std::optional<ZAN_FileIdentity>> mSeen;
@@ -66,6 +74,7 @@ class Pairing {
  public:
   enum class Role { asking, accepting };
   static constexpr std::size_t kMostBytes = 1024;  ///< of a message
+  static constexpr std::size_t kLengthBytes = 2;   ///< before each on the network
 
   Pairing(Role role, MachineIdentity own);
 

@@ -37,6 +37,14 @@ struct UserInterfaceSources {
   std::function<void(const std::string& key, const ZAN_Value& value)> setMailSetting;
   std::function<void()> sendTestMail;
   std::function<std::string()> testMailResult;  ///< in a sentence; empty before the first test
+
+  // The machines that are paired with this one.
+  std::function<void()> offerPairing;         ///< to whoever comes within two minutes
+  std::function<std::string()> pairingState;  ///< in a sentence; empty before the first offer
+  /// {"name", "sender"} each.
+  std::function<ZAN_Value()> pairedMachines;
+  /// Gives the machine of that sender another name; forgets it for an empty one.
+  std::function<void(const std::string& sender, const std::string& name)> renamePaired;
 };
 
 }  // namespace corvana

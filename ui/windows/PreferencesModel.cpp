@@ -76,8 +76,34 @@ std::vector<PreferencesModel::Page> PreferencesModel::pages() const {
                           {t.text("PrefPageVolumes"), {}},  {t.text("PrefPageNetwork"), {}}};
   for (const Preference& one : Preferences::table())
     pages[static_cast<std::size_t>(one.page)].items.push_back(item(one));
+  addPairing(pages.back());
   pages.push_back(mailPage());
   return pages;
+}
+
+void PreferencesModel::addPairing(Page& page) const {
+  const ZAN_StringTable& t = m.records.texts;
+  Item offer;
+  offer.kind = Kind::command;
+  offer.label = t.text("PrefPair");
+  offer.help = t.text("PrefPairHelp");
+  offer.perform = [this] { m.offerPairing(); };
+  page.items.push_back(std::move(offer));
+  Item state;
+  state.kind = Kind::fact;
+  state.label = t.text("PrefPairState");
+  state.read = [this] {
+    const std::string text = m.pairingState();
+    return ZAN_Value(text.empty() ? m.records.texts.text("PrefPairNot") : text);
+  };
+  page.items.push_back(std::move(state));
+  Item machines;
+  machines.kind = Kind::fact;
+  machines.label = t.text("PrefPaired");
+  machines.help = t.text("PrefPairedHelp");
+  machines.read = [this] { return m.pairedMachines(); };
+  machines.rename = m.renamePaired;
+  page.items.push_back(std::move(machines));
 }
 
 PreferencesModel::Page PreferencesModel::mailPage() const {

@@ -24,6 +24,9 @@ class PreferencesModel {
     std::string unit;
     std::function<void()> perform;  ///< of a command
     std::string lacking;            ///< why it cannot be used on this machine; empty when it can
+    /// Of a fact that is a list of {"name", "sender"}: gives one of them another name, or removes
+    /// it for an empty one.
+    std::function<void(const std::string& sender, const std::string& name)> rename{};
   };
   struct Page {
     std::string title;
@@ -47,6 +50,7 @@ class PreferencesModel {
  private:
   Item item(const Preference& preference) const;
   Page mailPage() const;
+  void addPairing(Page& page) const;
   ZAN_Value read(const Preference& preference) const;
   /// As a sentence; empty when the machine has it, or when none is needed.
   std::string lacking(std::optional<Ability> ability) const;
