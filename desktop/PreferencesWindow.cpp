@@ -249,7 +249,8 @@ QWidget* PreferencesWindow::makeList(const Item& item) {
   column->setContentsMargins(0, 0, 0, 0);
   auto* list = new QListWidget;
   list->setAccessibleName(qt(item.label));
-  list->setMaximumHeight(kListLines * fontMetrics().lineSpacing());
+  list->setFixedHeight(kListLines * fontMetrics().lineSpacing());
+  both->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
   column->addWidget(list);
   auto* row = new QHBoxLayout;
   column->addLayout(row);
