@@ -1,12 +1,16 @@
 // What another machine sends: a command is understood or it is none, and one that is understood
 // can be sent again and means the same. What is published about this machine is read as well.
 
+#include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <span>
 #include <string_view>
 
+#include "platform/keyed/TlsChannels.h"
 #include "remote/LaunchableActions.h"
+#include "remote/PairedChannel.h"
 #include "remote/Pairing.h"
 #include "remote/RemoteCommand.h"
 #include "remote/ServiceName.h"
@@ -33,6 +37,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (side.receive(message)) static_cast<void>(side.receive(message));
     if (side.paired()) std::abort();
   }
+  // What comes through the channel, and what comes to it from somebody without the key.
+  if (const auto request = ChannelRequest::decode(message)) {
+    const auto again = ChannelRequest::decode(request->encode());
+    if (!again || again->encode() != request->encode()) std::abort();
+  }
+  static_cast<void>(ChannelReply::decode(message));
+  Frames frames(4, 1000);
+  frames.take(message);
+  for (auto next = frames.next(); next && *next; next = frames.next())
+    if ((*next)->size() > 1000) std::abort();
+  static TlsChannels channels;
+  const auto key = ControlKey::from(std::array<std::byte, 32>{})->channelKey();
+  const auto channel = channels.answering([&](const std::string&) { return std::optional(key); });
+  if ((*channel)->take(message) && !(*channel)->read().empty()) std::abort();
+  if ((*channel)->isSecured()) std::abort();
   if (const auto name = ServiceName::parse(text)) {
     // Room for the rest is certain for identifiers as this program makes them.
     if (name->identifier.size() <= 12 && name->text().size() > ServiceName::kMostBytes)
