@@ -7,7 +7,8 @@ corvana_packages() {
     # cmake reads tests and benchmarks in the same configuration
     test) echo clang-format clang-tidy libgtest-dev libgmock-dev libbenchmark-dev python3 dbus libglib2.0-bin \
             rsync attr tzdata e2fsprogs libcap2-bin openssl python3-aiosmtpd python3-dbusmock \
-            desktop-file-utils appstream xvfb xdotool fonts-dejavu-core avahi-daemon iproute2 bindfs gocryptfs mergerfs ;;
+            desktop-file-utils appstream xvfb xdotool fonts-dejavu-core avahi-daemon iproute2 bindfs gocryptfs mergerfs \
+            restic rclone openssh-client openssh-server ;;
     bench) echo libgtest-dev libgmock-dev libbenchmark-dev python3 dbus libglib2.0-bin curl ;;
     run) echo libgtest-dev libgmock-dev libbenchmark-dev python3 dbus rsync tzdata ;;
     fuzz) echo clang libclang-rt-14-dev libgtest-dev libgmock-dev ;;

@@ -56,6 +56,7 @@ class ActionFolders {
 
   /// Writes what was added; what was not is left as it is.
   void applyTo(ZAN_Value& record) const;
+  const FolderDescription& destination() const { return mDestination; }
   /// What a record stores of the disks that take turns with the destination.
   ZAN_Value rotation() const;
 

@@ -157,7 +157,12 @@ ActionWords::ActionWords(Arguments& arguments)
       mExcludesProposed(arguments.flag("--exclude-proposed")),
       mRotation(arguments.options("--rotate")),
       mBandwidth(bandwidth(arguments)),
-      mForce(arguments.flag("--force")) {
+      mForce(arguments.flag("--force")),
+      mRepository(arguments) {
+  if (const auto folder = mRepository.folder()) {
+    if (mDestination) arguments.complain("--repository takes the place of --destination");
+    mDestination = folder;
+  }
   if (mTitle && mTitle->empty()) arguments.complain("--title wants a text");
   if (mKeep && !keptOf(*mKeep))
     arguments.complain("--keep wants all, none, or limits such as 90d, 2y, 50G or 1y,50G, not \"" +
@@ -170,7 +175,7 @@ bool ActionWords::fitsGroup() const {
   return !mSchedule.isGiven() && mSources.empty() && !mDestination && !mMode && !mContext &&
          !mMakeUp && !mAgeAlarm && !mDeleteLimit && !mAdopts && !mKeep && mExcluded.empty() &&
          mTakenBack.empty() && !mExcludesMissing && !mExcludesProposed && mRotation.empty() &&
-         !mBandwidth;
+         !mBandwidth && !mRepository.isGiven();
 }
 
 Outcome ActionWords::describeFolders(CommandHome& home) {
@@ -189,6 +194,11 @@ Outcome ActionWords::describeFolders(CommandHome& home) {
     if (error.kind != ErrorKind::refused) error.text += " (--force takes it anyway)";
     return error;
   }
+  if (mRepository.isRestic() && hasDestination()) {
+    const std::string place =
+        mDestination ? std::string(mFolders.destination().path()) : mRepository.shown();
+    if (const Outcome kept = mRepository.keepWhatOpens(home, place); !kept) return kept;
+  }
   if (mForce) return {};
   if (const auto overlap = mFolders.checkOverlap()) return overlap->error();
   return {};
@@ -200,6 +210,7 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mMode) record.setValue("Mode", *mMode);
   if (mDeleteLimit) record.setValue(DeletionKey::limit, *mDeleteLimit);
   mFolders.applyTo(record);
+  mRepository.applyTo(record);
   if (mBandwidth) record.setValue(CopyKey::bandwidth, *mBandwidth);
   if (!mRotation.empty()) record.setValue(VolumeIdentity::kRotation, mFolders.rotation());
   if (!mExcluded.empty() || !mTakenBack.empty() || mExcludesMissing || mExcludesProposed) {

@@ -9,6 +9,7 @@
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "command/ActionDraft.h"
 #include "command/CommandHome.h"
+#include "command/RepositoryWords.h"
 #include "command/ScheduleWords.h"
 
 namespace corvana {
@@ -27,7 +28,7 @@ class ActionWords {
   bool changesCopies() const {
     return hasSources() || hasDestination() || mMode || mAdopts || !mRotation.empty();
   }
-  bool hasDestination() const { return mDestination.has_value(); }
+  bool hasDestination() const { return mDestination.has_value() || mRepository.hasAddress(); }
   void setTitle(std::string title) { mTitle = std::move(title); }
   const ScheduleWords& schedule() const { return mSchedule; }
   /// The group that the action shall lie in; 0: the top. Nothing when none was named.
@@ -64,6 +65,7 @@ class ActionWords {
   std::vector<std::string> mRotation;
   std::optional<std::int64_t> mBandwidth;
   bool mForce = false;
+  RepositoryWords mRepository;
   ActionFolders mFolders;
 };
 

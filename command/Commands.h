@@ -82,6 +82,7 @@ Answer browseCommand(Arguments& arguments, const Console& console);
 Answer restoreCommand(Arguments& arguments, const Console& console);
 Answer verifyCommand(Arguments& arguments, const Console& console);
 Answer diffCommand(Arguments& arguments, const Console& console);
+Answer repositoryCommand(Arguments& arguments, const Console& console);
 Answer planCommand(Arguments& arguments, const Console& console);
 Answer nextCommand(Arguments& arguments, const Console& console);
 Answer whyCommand(Arguments& arguments, const Console& console);

@@ -13,6 +13,8 @@
 #include "command/CommandHome.h"
 #include "command/CopiesRequest.h"
 #include "command/PastDate.h"
+#include "command/VersionCommands.h"
+#include "execute/restic/Repository.h"
 
 namespace corvana {
 
@@ -38,10 +40,88 @@ ZAN_Value newsOf(const CopiesRequest& request) {
   return news;
 }
 
-/// Does what a request says while the terminal shows how far it is, or with `tellsNews` another
-/// program hears of it, a line of JSON each. An interrupt stops it.
-Result<ZAN_Value> perform(CommandHome& home, const Console& console, std::int64_t reference,
-                          const ZAN_Value& wish, bool tellsNews = false) {
+/// What the words of such a command have in common.
+struct Wish {
+  std::int64_t reference = 0;
+  ZAN_Value request = ZAN_Value::dictionary();
+};
+
+Result<Wish> wishFrom(const char* kind, Arguments& arguments, CommandHome& home,
+                      std::size_t mostPaths) {
+  Wish wish;
+  const auto from = arguments.option("--from");
+  const auto at = arguments.option("--at");
+  const auto passwordFile = arguments.option("--password-file");
+  const auto words = arguments.words(from ? 0 : 1, mostPaths + 1);
+  if (!words) return words.error();
+  auto paths = *words;
+  if (!from) {
+    const auto reference = referenceFrom(paths.front());
+    if (!reference) return reference.error();
+    wish.reference = *reference;
+    paths.erase(paths.begin());
+  }
+  if (at) {
+    const auto date = pastDate(*at, home.now(), home.calendar());
+    if (!date) return date.error();
+    wish.request.setValue("at", *date);
+  }
+  std::error_code failed;
+  const std::string folder = std::filesystem::current_path(failed).string();
+  const auto absolute = [&](const std::string& path) {
+    return std::filesystem::path(
+               ZAN_FilesUtils::joinedPath(path.starts_with('/') ? std::string() : folder, path))
+        .lexically_normal()
+        .string();
+  };
+  wish.request.setValue("kind", kind);
+  wish.request.setValue("folder", folder);
+  if (from) {
+    const RepositoryAddress address(*from);
+    if (address.hasSecret())
+      return Error{ErrorKind::refused,
+                   address.shown() +
+                       ": its password is not to be seen on a command line each time; "
+                       "corvana9 repository keeps it, then give it as it stands here"};
+    wish.request.setValue("from", address.isRemote() ? *from : absolute(*from));
+  }
+  if (passwordFile) wish.request.setValue("passwordFile", absolute(*passwordFile));
+  ZAN_Value names = ZAN_Value::array();
+  for (const auto& path : paths) names.append(path);
+  wish.request.setValue("names", names);
+  return wish;
+}
+
+std::string counted(std::int64_t number, const char* one, const char* many) {
+  return ZAN_StringUtils("C").getUnsignedWithSeparators(static_cast<std::uint64_t>(number)) + " " +
+         (number == 1 ? one : many);
+}
+
+std::string sizeOf(const ZAN_Value& value, std::string_view key) {
+  return ZAN_StringUtils("C").getShortSizeBytes(
+      static_cast<std::uint64_t>(std::max<std::int64_t>(value.integer(key), 0)));
+}
+
+/// With seconds, so that it can be given back to --at.
+std::string dateOf(const CommandHome& home, const ZAN_Value& date) {
+  return home.calendar().format(date.doubleValue(), "%a %Y-%m-%d %H:%M:%S");
+}
+
+/// What the answer says, or why there is none; its reason goes with it.
+Answer answerFrom(const Result<ZAN_Value>& found, std::string text) {
+  if (!found) return found.error();
+  Answer answer(*found, std::move(text));
+  if (found->integer("code") != 0) {
+    answer.code = kCouldNot;
+    answer.reason = printable(found->string("reason"));
+  }
+  return answer;
+}
+
+}  // namespace
+
+Result<ZAN_Value> performRequest(CommandHome& home, const Console& console, std::int64_t reference,
+                                 const ZAN_Value& wish, bool tellsNews) {
   sigset_t interrupts;
   sigset_t before;
   ::sigemptyset(&interrupts);
@@ -79,82 +159,12 @@ Result<ZAN_Value> perform(CommandHome& home, const Console& console, std::int64_
   return *std::move(answer);
 }
 
-/// What the words of such a command have in common.
-struct Wish {
-  std::int64_t reference = 0;
-  ZAN_Value request = ZAN_Value::dictionary();
-};
-
-Result<Wish> wishFrom(const char* kind, Arguments& arguments, CommandHome& home,
-                      std::size_t mostPaths) {
-  Wish wish;
-  const auto from = arguments.option("--from");
-  const auto at = arguments.option("--at");
-  const auto words = arguments.words(from ? 0 : 1, mostPaths + 1);
-  if (!words) return words.error();
-  auto paths = *words;
-  if (!from) {
-    const auto reference = referenceFrom(paths.front());
-    if (!reference) return reference.error();
-    wish.reference = *reference;
-    paths.erase(paths.begin());
-  }
-  if (at) {
-    const auto date = pastDate(*at, home.now(), home.calendar());
-    if (!date) return date.error();
-    wish.request.setValue("at", *date);
-  }
-  std::error_code failed;
-  const std::string folder = std::filesystem::current_path(failed).string();
-  const auto absolute = [&](const std::string& path) {
-    return std::filesystem::path(
-               ZAN_FilesUtils::joinedPath(path.starts_with('/') ? std::string() : folder, path))
-        .lexically_normal()
-        .string();
-  };
-  wish.request.setValue("kind", kind);
-  wish.request.setValue("folder", folder);
-  if (from) wish.request.setValue("from", absolute(*from));
-  ZAN_Value names = ZAN_Value::array();
-  for (const auto& path : paths) names.append(path);
-  wish.request.setValue("names", names);
-  return wish;
-}
-
-std::string counted(std::int64_t number, const char* one, const char* many) {
-  return ZAN_StringUtils("C").getUnsignedWithSeparators(static_cast<std::uint64_t>(number)) + " " +
-         (number == 1 ? one : many);
-}
-
-std::string sizeOf(const ZAN_Value& value, std::string_view key) {
-  return ZAN_StringUtils("C").getShortSizeBytes(
-      static_cast<std::uint64_t>(std::max<std::int64_t>(value.integer(key), 0)));
-}
-
-/// With seconds, so that it can be given back to --at.
-std::string dateOf(const CommandHome& home, const ZAN_Value& date) {
-  return home.calendar().format(date.doubleValue(), "%a %Y-%m-%d %H:%M:%S");
-}
-
-/// What the answer says, or why there is none; its reason goes with it.
-Answer answerFrom(const Result<ZAN_Value>& found, std::string text) {
-  if (!found) return found.error();
-  Answer answer(*found, std::move(text));
-  if (found->integer("code") != 0) {
-    answer.code = kCouldNot;
-    answer.reason = printable(found->string("reason"));
-  }
-  return answer;
-}
-
-}  // namespace
-
 Answer versionsCommand(Arguments& arguments, const Console& console) {
   arguments.json();
   CommandHome home(console);
   const auto wish = wishFrom("versions", arguments, home, 1);
   if (!wish) return wrongWords(wish.error());
-  const auto found = perform(home, console, wish->reference, wish->request);
+  const auto found = performRequest(home, console, wish->reference, wish->request);
   std::string text;
   if (found && found->integer("code") == 0) {
     const bool isOfOne = !found->string("name").empty();
@@ -162,8 +172,9 @@ Answer versionsCommand(Arguments& arguments, const Console& console) {
     for (const ZAN_Value& version : (*found)["versions"].elements()) {
       std::string line = dateOf(home, version["date"]) + "  ";
       if (!isOfOne) {
-        line +=
-            counted(version.integer("files"), "file", "files") + ", " + sizeOf(version, "bytes");
+        line += version.contains("files") ? counted(version.integer("files"), "file", "files") +
+                                                ", " + sizeOf(version, "bytes")
+                                          : version.string("folder");
       } else {
         // What did not change from one version to the next is told once.
         const auto isSame = [&](const char* key) {
@@ -181,7 +192,8 @@ Answer versionsCommand(Arguments& arguments, const Console& console) {
           line += version.string("kind");
         }
       }
-      if (version["newest"].boolValue()) line += isOfOne ? "" : "  (the copies themselves)";
+      if (version["newest"].boolValue() && (*found)["areCopies"].boolValue())
+        line += isOfOne ? "" : "  (the copies themselves)";
       text += line + '\n';
     }
     if (const auto older = found->integer("older"); older > 0)
@@ -208,7 +220,7 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
   }
   wish->request.setValue("dryRun", onlyLooks ? 1 : 0);
   wish->request.setValue("overwrite", overwrites ? 1 : 0);
-  const auto found = perform(home, console, wish->reference, wish->request, tellsNews);
+  const auto found = performRequest(home, console, wish->reference, wish->request, tellsNews);
   std::string text;
   const bool hasBegun = found && (*found)["version"].isNumber() && found->integer("filesInAll") > 0;
   if (hasBegun || (found && found->integer("code") == 0)) {
@@ -238,13 +250,18 @@ Answer verifyCommand(Arguments& arguments, const Console& console) {
   auto wish = wishFrom("verify", arguments, home, 0);
   if (!wish) return wrongWords(wish.error());
   if (sample) wish->request.setValue("sample", *sample);
-  const auto found = perform(home, console, wish->reference, wish->request, tellsNews);
+  const auto found = performRequest(home, console, wish->reference, wish->request, tellsNews);
   std::string text;
   if (found && (*found)["mismatches"].isNumber()) {
     for (const ZAN_Value& failure : (*found)["failed"].elements())
       text += printable(failure.stringView()) + '\n';
-    text += counted(found->integer("files"), "file was", "files were") + " read and compared (" +
-            sizeOf(*found, "bytes") + ")";
+    if (found->string("unit") == "pack") {
+      text +=
+          counted(found->integer("files"), "pack", "packs") + " of the repository read and checked";
+    } else {
+      text += counted(found->integer("files"), "file was", "files were") + " read and compared (" +
+              sizeOf(*found, "bytes") + ")";
+    }
     if (const auto unknown = found->integer("unknown"); unknown > 0)
       text += "; " + counted(unknown, "file has", "files have") +
               " changed since, and no checksum is known yet";
@@ -260,7 +277,7 @@ Answer browseCommand(Arguments& arguments, const Console& console) {
   auto wish = wishFrom("list", arguments, home, 1);
   if (!wish) return wrongWords(wish.error());
   if (find) wish->request.setValue("find", *find);
-  const auto found = perform(home, console, wish->reference, wish->request);
+  const auto found = performRequest(home, console, wish->reference, wish->request);
   std::string text;
   if (found && found->integer("code") == 0) {
     for (const ZAN_Value& item : (*found)["items"].elements()) {
@@ -286,7 +303,7 @@ Answer diffCommand(Arguments& arguments, const Console& console) {
   constexpr std::size_t kMostPaths = 10'000;
   const auto wish = wishFrom("diff", arguments, home, kMostPaths);
   if (!wish) return wrongWords(wish.error());
-  const auto found = perform(home, console, wish->reference, wish->request);
+  const auto found = performRequest(home, console, wish->reference, wish->request);
   std::string text;
   if (found && found->integer("code") == 0) {
     for (const ZAN_Value& difference : (*found)["differences"].elements()) {

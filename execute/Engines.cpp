@@ -8,9 +8,10 @@ namespace corvana {
 
 Result<std::unique_ptr<Engine>> makeEngine(EngineOrder order, EngineHost host) {
   const auto kinds = engineKinds();
-  const std::string name = order.settings.string(EngineKey::name);
+  const std::string name =
+      order.from.empty() ? order.settings.string(EngineKey::name) : order.engine;
   auto kind = name.empty() ? kinds.begin() : std::ranges::find(kinds, name, &EngineKind::name);
-  if (!order.from.empty()) {
+  if (!order.from.empty() && name.empty()) {
     kind = std::ranges::find_if(kinds,
                                 [&](const EngineKind& other) { return other.isPlace(order.from); });
     if (kind == kinds.end()) kind = kinds.begin();

@@ -209,6 +209,7 @@ Outcome VersionRequest::versions() {
     }
     list.append(std::move(entry));
   }
+  mAnswer.setValue("areCopies", mKept.areCopies ? 1 : 0);
   mAnswer.setValue("versions", list);
   return {};
 }
@@ -265,6 +266,7 @@ Outcome VersionRequest::verify() {
   const VerifiedCounts& counts = readBack.counts();
   mFiles = counts.files;
   mBytes = counts.bytes;
+  mAnswer.setValue("unit", counts.unit);
   mAnswer.setValue("unknown", counts.unknown);
   mAnswer.setValue("mismatches", counts.mismatches);
   if ((done || counts.mismatches > 0) && m.control.stopReason() == StopReason::none)
@@ -404,7 +406,9 @@ Outcome VersionRequest::carryOut(std::int64_t reference) {
                  "Ref " + std::to_string(reference) + ": there is no such action"};
   auto engine = makeEngine({.settings = mSettings,
                             .from = mRequest.string("from"),
-                            .reference = mRequest.integer("reference")},
+                            .reference = mRequest.integer("reference"),
+                            .engine = mRequest.string("engine"),
+                            .passwordFile = mRequest.string("passwordFile")},
                            m.host(mWatch, {}));
   if (!engine) return engine.error();
   mEngine = *std::move(engine);

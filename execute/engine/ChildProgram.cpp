@@ -70,15 +70,15 @@ class Group {
   Group(pid_t pid, int stopSignal, std::chrono::seconds patience)
       : mPid(pid), mStopSignal(stopSignal), mPatience(patience) {}
 
-  void obey(ExecuteControl& control) {
+  void obey(ExecuteControl& control, bool obeysSkip, bool isInVain) {
     const bool paused = control.isPaused() && !mStopped;
     if (paused != mPaused) {
       mPaused = paused;
       signal(paused ? SIGSTOP : SIGCONT);
     }
     if (mStopped) return;
-    if (control.takeSkip()) mSkipWanted = true;
-    if (control.stopReason() != StopReason::none || mSkipWanted) end();
+    if (obeysSkip && control.takeSkip()) mSkipWanted = true;
+    if (control.stopReason() != StopReason::none || mSkipWanted || isInVain) end();
   }
 
   void killWhenLate() {
@@ -157,9 +157,10 @@ Result<ChildProgram::End> ChildProgram::run(const Task& task, ExecuteControl& co
   }
 
   Group group(pid, task.stopSignal, std::chrono::seconds(task.patience));
+  bool isInVain = false;
   std::array<ZAN_Descriptor, 2> streams{std::move(outputPipe->read), std::move(errorPipe->read)};
   while (streams[0].get() >= 0 || streams[1].get() >= 0) {
-    group.obey(control);
+    group.obey(control, task.obeysSkip, isInVain);
     std::array<pollfd, 4> waits{{{streams[0].get(), POLLIN, 0},
                                  {streams[1].get(), POLLIN, 0},
                                  {control.wakeDescriptor(), POLLIN, 0},
@@ -181,6 +182,7 @@ Result<ChildProgram::End> ChildProgram::run(const Task& task, ExecuteControl& co
       }
     }
     if (task.onNews) task.onNews();
+    isInVain = isInVain || (task.isInVain && task.isInVain());
   }
   End end;
   end.isGivenUp = group.isGivenUp();

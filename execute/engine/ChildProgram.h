@@ -29,11 +29,13 @@ class ChildProgram {
     std::vector<int> descriptors{};          ///< that it gets
     int stopSignal = SIGTERM;                ///< asks it to end, also when this process dies
     int patience = 10;                       ///< seconds from that to SIGKILL
+    bool obeysSkip = true;                   ///< wanted of it, it is asked to end
     int watched = -1;                        ///< a descriptor; what POLLPRI on it calls is
     std::function<void()> onWatched{};
     std::function<void(std::string_view)> onOutput{};  ///< gets what it says as it comes
     std::function<void(std::string_view)> onErrors{};
-    std::function<void()> onNews{};  ///< after each piece of it, and of what is watched
+    std::function<void()> onNews{};    ///< after each piece of it, and of what is watched
+    std::function<bool()> isInVain{};  ///< then, too; when it is, it is asked to end
   };
 
   /// Runs it to its end and blocks until then. An error when it cannot be started.

@@ -22,7 +22,8 @@ bool isBefore(const std::string& one, const std::string& two) {
 void Difference::compare(const VersionItem& then, const VersionItem& now,
                          const std::string& path) const {
   if (now.kind == VersionItem::Kind::none) return mHooks.tell("gone", path);
-  const bool isOther = now.kind != then.kind || now.target != then.target ||
+  const bool isOther = now.kind != then.kind ||
+                       (!then.target.empty() && now.target != then.target) ||
                        (then.kind == VersionItem::Kind::file &&
                         (now.size != then.size || now.seconds != then.seconds));
   if (isOther) return mHooks.tell("changed", path);

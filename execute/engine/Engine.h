@@ -30,6 +30,8 @@ struct EngineOrder {
   ZAN_Value settings;          ///< of the action; null without one
   std::string from = {};       ///< a place of copies instead of the action's
   std::int64_t reference = 0;  ///< with `from`: whose of several actions' copies; 0: the last one's
+  std::string engine = {};     ///< by name, of `from`; empty: the one whose place it looks like
+  std::string passwordFile = {};  ///< opens `from`; empty: what is kept for it
 };
 
 /// What an engine works with.
@@ -74,6 +76,7 @@ struct KeptVersion {
 struct KeptVersions {
   std::vector<KeptVersion> versions;  ///< oldest first
   std::size_t withoutList = 0;        ///< that only a person can make sense of
+  bool areCopies = false;             ///< the newest one is ordinary folders
 };
 
 /// Which part of the copies is to be read and compared.
@@ -90,6 +93,7 @@ struct VerifiedCounts {
   std::uint64_t bytes = 0;
   std::uint64_t unknown = 0;  ///< changed at the source, and never compared before
   std::uint64_t mismatches = 0;
+  std::string_view unit = "file";  ///< what `files` counts: "file", or the "pack" that holds many
 };
 
 /// Something of a version and where it lies, or is to lie, among the user's files.

@@ -43,6 +43,13 @@ bool ExecuteControl::waitWhilePaused() {
   return mStop == StopReason::none;
 }
 
+bool ExecuteControl::waitFor(double seconds) {
+  pollfd wake{mWake.get(), POLLIN, 0};
+  if (mStop == StopReason::none && ::poll(&wake, 1, static_cast<int>(seconds * 1000)) > 0)
+    clearWake();
+  return mStop == StopReason::none;
+}
+
 void ExecuteControl::clearWake() {
   std::uint64_t count = 0;
   [[maybe_unused]] const auto taken = ::read(mWake.get(), &count, sizeof count);

@@ -41,6 +41,9 @@ class ExecuteControl {
   /// Blocks during a pause; whether nothing wants an end.
   bool waitWhilePaused();
 
+  /// Blocks for so many seconds, or until something is wanted; whether it is no end.
+  bool waitFor(double seconds);
+
   /// Readable when something was asked for since the last `clearWake`.
   int wakeDescriptor() const { return mWake.get(); }
   void clearWake();

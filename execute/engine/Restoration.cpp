@@ -213,7 +213,13 @@ void Restoration::restoreFile(const VersionTree::Entry& entry, int parent, const
     return;
   }
   ::unlinkat(parent, kTemporary.c_str(), 0);
-  if (item.kind == Kind::file) {
+  if (item.kind == Kind::file && mOptions.moves) {
+    const auto [above, entryName] = splitName(item.name);
+    const ZAN_Descriptor holder =
+        openPathBelow(entry.holder->descriptor(), above, O_PATH | O_DIRECTORY);
+    if (!holder || ::renameat(holder.get(), entryName.c_str(), parent, kTemporary.c_str()) != 0)
+      return fail(target, std::strerror(errno));
+  } else if (item.kind == Kind::file) {
     const ZAN_Descriptor file(::openat(parent, kTemporary.c_str(),
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file || !copyContents(source.get(), file.get(), static_cast<off_t>(item.size))) {

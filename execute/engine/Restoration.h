@@ -24,6 +24,7 @@ class Restoration {
   struct Options {
     bool overwrites = false;
     bool onlyLooks = false;  ///< changes nothing, and counts as if
+    bool moves = false;      ///< the version lies there for this alone, on the same volume
     std::string suffix;      ///< behind the names of what stood in the way
   };
   struct Counts {

@@ -28,8 +28,8 @@ struct VersionItem {
   std::uint32_t group = 0;
   std::int64_t seconds = 0;  ///< of the last change, since 1970
   std::int64_t nanoseconds = 0;
-  std::uint64_t size = 0;                                            ///< of a file
-  std::string target = {};                                           ///< of a link
+  std::uint64_t size = 0;   ///< of a file
+  std::string target = {};  ///< of a link; empty: not known
   std::vector<std::pair<std::string, std::string>> attributes = {};  ///< extended ones
 
   /// What lies in an open folder under a name of its own, or Kind::none; nothing with errno when

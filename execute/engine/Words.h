@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -21,6 +22,14 @@ inline std::pair<std::string_view, std::string_view> cutAt(std::string_view text
   const auto at = text.find(letter);
   if (at == std::string_view::npos) return {text, {}};
   return {text.substr(0, at), text.substr(at + 1)};
+}
+
+/// As a shell takes it for one word.
+inline std::string shellWord(std::string_view word) {
+  std::string text = "'";
+  for (const char letter : word)
+    text += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
+  return text + "'";
 }
 
 /// Whether the whole text is a number that fits.

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "execute/engine/Words.h"
 #include "platform/Clock.h"
 
 namespace corvana {
@@ -28,14 +29,6 @@ constexpr int kConnectionTimeOut = 35;
 bool isThrough(const RsyncProcess::End& end) {
   return !end.signalled && !end.isGivenUp &&
          (end.status == 0 || end.status == kRsyncPartial || end.status == kVanished);
-}
-
-/// As a shell takes it for one word.
-std::string quoted(const std::string& word) {
-  std::string text = "'";
-  for (const char letter : word)
-    text += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
-  return text + "'";
 }
 
 }  // namespace
@@ -147,7 +140,7 @@ std::string CopyJob::remedyFor(const std::string& item) {
       std::ranges::find(mEnd.patterns, pattern) == mEnd.patterns.end())
     mEnd.patterns.push_back(pattern);
   return "; to leave it out for good: corvana9 edit " + std::to_string(mOwner.mark.reference) +
-         " --exclude " + quoted(pattern);
+         " --exclude " + shellWord(pattern);
 }
 
 void CopyJob::addLack(const Copy& copy, const std::string& item, std::string text) {

@@ -168,6 +168,7 @@ Result<KeptVersions> PlainEngine::versions() {
     }
   }
   KeptVersions kept;
+  kept.areCopies = true;
   kept.withoutList =
       static_cast<std::size_t>(std::ranges::count_if(mChain, [](const VersionFolder& version) {
         return !version.header && version.state == VersionFolder::State::dated;

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Time.h"
+#include "execute/engine/VersionTree.h"
+#include "execute/restic/Restic.h"
+
+namespace corvana {
+
+/// A snapshot, as restic tells of it.
+struct Snapshot {
+  std::string id;
+  ReferenceTime date = 0;
+  std::string host = {};
+  std::vector<std::string> paths = {};
+  std::vector<std::string> tags = {};
+
+  /// All of a repository, or with tags those that have each of them; oldest first.
+  static Result<std::vector<Snapshot>> all(Restic& restic, const std::string& tags);
+  /// The rest of the tag that begins so.
+  std::optional<std::string> tagged(std::string_view prefix) const;
+  bool isFile(std::size_t path) const;
+  /// "2026-11-22T11:19:21.951716893+01:00".
+  static std::optional<ReferenceTime> dateFrom(std::string_view text);
+};
+
+/// An item as restic's JSON has it; `name` is its path without the first slash.
+std::optional<VersionItem> resticItem(const ZAN_Value& node);
+
+/// What a snapshot has, as restic lists it: without contents, targets of links and extended
+/// attributes.
+class SnapshotTree final : public VersionTree {
+ public:
+  SnapshotTree(Restic& restic, const Snapshot& snapshot) : mRestic(restic), mSnapshot(snapshot) {}
+  using VersionTree::forEach;
+  Outcome forEach(const std::string& name, const std::function<bool(const Entry&)>& each,
+                  const std::function<void(const std::string&)>& unreadable) const override;
+
+ private:
+  Restic& mRestic;
+  Snapshot mSnapshot;
+};
+
+/// What restic has brought back into a folder of its own, less what it could not.
+class StagedTree final : public VersionTree {
+ public:
+  /// The folder outlives the tree. `failed`: names that are not to be trusted.
+  StagedTree(const HeldFolder& folder, std::vector<std::string> failed)
+      : mFolder(folder), mFailed(std::move(failed)) {}
+  using VersionTree::forEach;
+  Outcome forEach(const std::string& name, const std::function<bool(const Entry&)>& each,
+                  const std::function<void(const std::string&)>& unreadable) const override;
+
+ private:
+  const HeldFolder& mFolder;
+  std::vector<std::string> mFailed;
+};
+
+}  // namespace corvana
