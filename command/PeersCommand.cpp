@@ -133,8 +133,8 @@ Result<ChannelReply> askPaired(const NetworkPeer& peer, const PairedMachine& pai
     return Error{ErrorKind::refused,
                  printable(peer.name.machine) +
                      ": it is paired with this machine, but offers no encrypted channel. Its "
-                     "program is older, it does not know this machine any more, or another machine "
-                     "answers in its place"};
+                     "program is older, it is set to check nobody, it does not know this machine "
+                     "any more, or another machine answers in its place"};
   return NetworkPeers::ask(peer, paired.toControl, request);
 }
 

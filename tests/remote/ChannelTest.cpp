@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
+#include <openssl/ssl.h>
 
 #include <algorithm>
+#include <memory>
 #include <string_view>
 
 #include "platform/keyed/TlsChannels.h"
@@ -119,6 +121,32 @@ TEST_F(ChannelTest, WithoutTheKeyNobodyGetsAWordIn) {
   EXPECT_EQ(asked.size(), 1U);
 }
 
+/// Somebody who answers in the place of the machine, with a certificate instead of the key.
+TEST_F(ChannelTest, ACertificateIsNoKey) {
+  const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(EVP_EC_gen("P-256"), EVP_PKEY_free);
+  const std::unique_ptr<X509, decltype(&X509_free)> certificate(X509_new(), X509_free);
+  X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
+  X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 86400);
+  X509_set_pubkey(certificate.get(), key.get());
+  ASSERT_NE(X509_sign(certificate.get(), key.get(), EVP_sha256()), 0);
+  const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(SSL_CTX_new(TLS_server_method()),
+                                                                  SSL_CTX_free);
+  ASSERT_EQ(SSL_CTX_use_certificate(context.get(), certificate.get()), 1);
+  ASSERT_EQ(SSL_CTX_use_PrivateKey(context.get(), key.get()), 1);
+  const std::unique_ptr<SSL, decltype(&SSL_free)> server(SSL_new(context.get()), SSL_free);
+  SSL_set_bio(server.get(), BIO_new(BIO_s_mem()), BIO_new(BIO_s_mem()));
+
+  ChannelCall call(std::move(*channels.asking(keyOf(1).channelKey())), {});
+  const Bytes hello = call.toNetwork();
+  BIO_write(SSL_get_rbio(server.get()), hello.data(), static_cast<int>(hello.size()));
+  SSL_accept(server.get());
+  Bytes answer(BIO_ctrl_pending(SSL_get_wbio(server.get())));
+  ASSERT_GT(answer.size(), 500U) << "it would go on by its certificate";
+  BIO_read(SSL_get_wbio(server.get()), answer.data(), static_cast<int>(answer.size()));
+  EXPECT_FALSE(call.take(answer));
+  EXPECT_FALSE(call.isSecured());
+}
+
 TEST_F(ChannelTest, AByteChangedAnywhereEndsIt) {
   ASSERT_TRUE(call(keyOf(1), {}));
   for (const bool way : {true, false}) {
@@ -149,14 +177,14 @@ TEST_F(ChannelTest, LongMessagesAndSlowSendersAreTakenAsFarAsTheyMay) {
   for (int ref = 1; ref <= 6000; ++ref) references.push_back(ref + 2'000'000);
   EXPECT_FALSE(call(keyOf(1), launch));
 
-  Frames frames(10);
-  const Bytes whole = Frames::framed(Bytes(10, std::byte{7}));
+  Frames frames(4, 10);
+  const Bytes whole = Frames::framed(4, Bytes(10, std::byte{7}));
   for (const std::byte byte : whole) {
     EXPECT_FALSE(*frames.next());
     frames.take(std::span(&byte, 1));
   }
   EXPECT_EQ((*frames.next())->size(), 10U);
-  frames.take(Frames::framed(Bytes(11)));
+  frames.take(Frames::framed(4, Bytes(11)));
   EXPECT_FALSE(frames.next()) << "longer than allowed";
 }
 
