@@ -1,11 +1,14 @@
 #include "execute/ExecuteRecords.h"
 
+#include <algorithm>
+#include <array>
 #include <span>
 #include <utility>
 
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
+#include "actions/EngineKey.h"
 #include "actions/History.h"
 #include "actions/TaskRequest.h"
 #include "platform/Clock.h"
@@ -103,6 +106,7 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
         mNewLosses += (mNewLosses.empty() ? "" : ", ") + loss;
     }
   }
+  if (action) noteReach(*action, end.isUnreachable);
   if (action && end.isDoubted) action->addInChangesList(std::uint64_t{1}, CopyKey::isDoubted);
   auto& texts = mFiles.store.texts();
   texts.saveCurrentPathForFirstError(end.firstErrorPath);
@@ -111,6 +115,22 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
   addToLog(end);
   mMessages.postHistoryChanged();
   forgetCurrentPath();
+}
+
+/// A target that was away is tried again soon, later and much later; then the schedule goes on.
+void ExecuteRecords::noteReach(ProgrammedAction& action, bool isUnreachable) {
+  constexpr std::array kWaits{900.0, 3600.0, 14400.0};
+  const ZAN_Value& settings = action.getSettings();
+  const auto before =
+      static_cast<std::size_t>(std::max<std::int64_t>(settings.integer(EngineKey::putOff), 0));
+  if (isUnreachable && before < kWaits.size()) {
+    action.addInChangesList(ZAN_Value::date(mFiles.store.clock().now() + kWaits.at(before)),
+                            EngineKey::tryAgain);
+    action.addInChangesList(std::uint64_t{before + 1}, EngineKey::putOff);
+  } else if (before > 0) {
+    action.addInChangesList(ZAN_Value::date(0), EngineKey::tryAgain);
+    action.addInChangesList(std::uint64_t{0}, EngineKey::putOff);
+  }
 }
 
 std::string ExecuteRecords::reasonOf(const ExecuteEnd& end) const {

@@ -53,6 +53,7 @@ class ExecuteRecords {
   void addToLog(const ExecuteEnd& end, std::string_view task = {});
   std::string reasonOf(const ExecuteEnd& end) const;
   /// Whether they are others than those kept so far.
+  void noteReach(ProgrammedAction& action, bool isUnreachable);
   static bool keepIfOther(ProgrammedAction& action, std::string_view key,
                           const std::vector<std::string>& texts);
   void saveResults(const ExecuteEnd& end);

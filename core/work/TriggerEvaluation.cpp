@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "actions/ActionsTools.h"
+#include "actions/EngineKey.h"
 #include "actions/Forecast.h"
 #include "actions/ProgrammedAction.h"
 #include "actions/TriggerSettings.h"
@@ -265,6 +266,17 @@ void TriggerEvaluation::walkAction(Walk& walk, ProgrammedAction& action) {
           "ReportRunMadeUp", {action.getTitle(), m.strings.getShortTimeDate(*missed)}));
       enqueueDueSince(*missed);
       state.checkAtTheLatestAt(now + 5.0);
+    }
+  }
+  if (!walk.onlyListing && !state.mScheduleDisabled && verdict.nothingInTheWay()) {
+    // Its target could not be reached; what was queued since has tried.
+    const auto again = action.getSettings()[EngineKey::tryAgain].asDate();
+    const auto last = action.schedule().lastScheduleDate;
+    if (again && *again > now) {
+      state.checkAtTheLatestAt(*again);
+    } else if (again && *again > 0 && (!last || *last < *again)) {
+      enqueueDueSince(*again);
+      state.checkAt(now + 5.0);
     }
   }
   const auto date = verdict.date;

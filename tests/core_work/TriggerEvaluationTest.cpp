@@ -5,6 +5,7 @@
 
 #include "WorkWorld.h"
 #include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "actions/EngineKey.h"
 
 namespace corvana::test {
 namespace {
@@ -87,6 +88,25 @@ TEST_F(TriggerEvaluationTest, WhatIsDueIsQueuedTwoSecondsAheadUnlessDisabled) {
   evaluation.checkActionsToLaunch();
   EXPECT_TRUE(queue.empty());
   EXPECT_EQ(listed(1), today(11) + kDay);
+}
+
+TEST_F(TriggerEvaluationTest, WhatCouldNotReachItsTargetIsTriedAgainOnce) {
+  const auto putOff = [&](int ref, double seconds) {
+    return daily(ref, 23, {{EngineKey::tryAgain, ZAN_Value::date(now() + seconds)}});
+  };
+  ZAN_Value manual = putOff(3, -60);
+  manual.setValue("TriggerAutomatic", 0);
+  setActions({putOff(1, -60), putOff(2, 900), manual});
+  evaluation.checkActionsToLaunch();
+  ASSERT_EQ(queue.actionsList().size(), 1u);
+  EXPECT_EQ(queue.actionsList().front().ref, 1);
+  empty();
+  evaluation.checkActionsToLaunch();
+  EXPECT_TRUE(queue.empty()) << "until it is put off again";
+  advance(901);
+  evaluation.checkActionsToLaunch();
+  ASSERT_EQ(queue.actionsList().size(), 1u);
+  EXPECT_EQ(queue.actionsList().front().ref, 2);
 }
 
 TEST_F(TriggerEvaluationTest, HoursAndContextTakeTheDateAway) {

@@ -390,6 +390,9 @@ TEST_F(ResticTest, ReachesServersAndTellsOfThoseThatAreAway) {
   EXPECT_EQ(end.integer("C"), 17);
   EXPECT_THAT(end.string("Reason"), HasSubstr("target not reachable"));
   EXPECT_THAT(end.string("Reason"), testing::Not(HasSubstr("hush")));
+  EXPECT_NEAR(*record()[EngineKey::tryAgain].asDate(), clock.now() + 900, 60);
+  EXPECT_EQ(run().integer("C"), 17);
+  EXPECT_NEAR(*record()[EngineKey::tryAgain].asDate(), clock.now() + 3600, 60);
 
   Server server(words);
   ASSERT_TRUE(Server::isListening(port));
@@ -397,6 +400,7 @@ TEST_F(ResticTest, ReachesServersAndTellsOfThoseThatAreAway) {
   EXPECT_EQ(end.integer("C"), 2) << end.string("Reason");
   EXPECT_THAT(ask(ZAN_Value::dictionary({{"kind", "test"}})).string("text"),
               HasSubstr("1 snapshot"));
+  EXPECT_EQ(record().integer(EngineKey::putOff), 0);
 }
 
 TEST_F(ResticTest, ReachesAnSftpServer) {
