@@ -37,6 +37,10 @@ struct TaskRequest {
     return name.starts_with(kPrefix) && name.ends_with(kSuffix) &&
            name.find('/') == std::string_view::npos;
   }
+  /// Whether it is the name of a request or of its answer.
+  static bool isOfRequest(std::string_view name) {
+    return name.starts_with(kPrefix) && name.find(kSuffix) != std::string_view::npos;
+  }
   static std::string pathIn(const std::string& hiddenFolder, std::string_view name) {
     return ZAN_FilesUtils::joinedPath(hiddenFolder, name);
   }

@@ -112,14 +112,14 @@ void SettingsPage::addRow(QVBoxLayout* column, const QString& label, QWidget* fi
   if (!label.isEmpty()) {
     auto* row = new QHBoxLayout;
     row->setSpacing(Look::space(3));
-    auto* name = new TextLabel(label);
+    auto* name = new TextLabel(label.endsWith(':') ? label.chopped(1) : label);
     name->setBuddy(field);
     row->addWidget(name, 1);
     row->addWidget(field);
     words->addLayout(row);
     field->setAccessibleName(label);
   } else {
-    words->addWidget(field);
+    words->addWidget(field, 0, Qt::AlignLeft);
   }
   if (!help.isEmpty()) {
     auto* text = new TextLabel(help, Look::Size::small, Look::Meaning::muted);
@@ -161,6 +161,8 @@ QWidget* SettingsPage::fieldFor(const Preference& one) {
     case Kind::choice: {
       auto* box = new QComboBox;
       box->setFocusPolicy(Qt::StrongFocus);
+      box->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+      box->setMinimumContentsLength(kTextColumns);
       for (const std::string_view key : one.choices)
         if (!key.empty()) box->addItem(household().text(key));
       mReads.emplace_back([this, box, &one] {

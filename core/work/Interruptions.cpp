@@ -1,5 +1,10 @@
 #include "core/work/Interruptions.h"
 
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ProgrammedAction.h"
 #include "actions/TaskRequest.h"
@@ -21,6 +26,7 @@ Interruptions::Interruptions(Records& records, ActionQueue& queue, ExecuteSuperv
 void Interruptions::takeUp() {
   markOccasions();
   tellDropped();
+  removeOldRequests();
   mNextLook.set(m.platform.clock.now());
   settle();
 }
@@ -47,6 +53,23 @@ void Interruptions::tellDropped() {
                    {names}),
       LogCode::message);
   mQueue.saveActionsQueue();
+}
+
+/// Those whose answers nobody has fetched, since who asked had gone.
+void Interruptions::removeOldRequests() {
+  constexpr auto kKept = std::chrono::hours(24);
+  std::error_code failed;
+  const auto now = std::filesystem::file_time_type::clock::now();
+  for (const auto& file :
+       std::filesystem::directory_iterator(m.store.folder().hiddenFolderPath(), failed)) {
+    const std::string name = file.path().filename().string();
+    const bool isWanted = std::ranges::any_of(mQueue.actionsList(), [&](const QueueRecord& one) {
+      return one.isTask() && name.starts_with(one.request);
+    });
+    const auto changed = file.last_write_time(failed);
+    if (!isWanted && !failed && TaskRequest::isOfRequest(name) && now - changed > kKept)
+      std::filesystem::remove(file.path(), failed);
+  }
 }
 
 ReferenceTime Interruptions::nextLook() const {
@@ -117,7 +140,9 @@ void Interruptions::tellInterrupted(const QueueRecord& record, const ZAN_Value& 
   if (record.isTask()) {
     for (ZAN_Value* const entry : {&event, &run})
       entry->setValue(TaskRequest::kTaskKey, record.task);
-    (void)ZAN_FilesUtils::removeFile(mQueue.requestPath(record));
+    const std::string request = mQueue.requestPath(record);
+    for (const std::string& file : {request, TaskRequest::answerOf(request)})
+      (void)ZAN_FilesUtils::removeFile(file);
   }
   m.log.addSchedulerLog(event);
   m.history.addHistoryEntry(run);

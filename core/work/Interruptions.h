@@ -28,6 +28,7 @@ class Interruptions {
  private:
   void markOccasions();
   void tellDropped();
+  void removeOldRequests();
   ZAN_Value traceOf(const QueueRecord& record) const;
   bool hasEnded(const QueueRecord& record, const ZAN_Value& trace) const;
   void tellInterrupted(const QueueRecord& record, const ZAN_Value& trace, bool repeated);
