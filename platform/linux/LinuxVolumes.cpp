@@ -49,12 +49,14 @@ Sayings listen(const char* target) {
   return heard;
 }
 
-/// Blocks as long as the mount does, but can be left at it. `known` when it could not be asked.
-/// Nothing when the place shows something else meanwhile.
+/// Blocks as long as the mount does, but can be left at it. `known` when it could not be asked,
+/// which the system's own can be without a child. Nothing when the place shows something else
+/// meanwhile.
 std::optional<VolumeInformation> answerOf(const Mount& mount,
                                           const std::optional<VolumeInformation>& known) {
-  const auto heard = ExpendableChild::valueOf([&] { return listen(mount.target.c_str()); },
-                                              ExpendableChild::kAsLongAsItTakes);
+  auto heard = ExpendableChild::valueOf([&] { return listen(mount.target.c_str()); },
+                                        ExpendableChild::kAsLongAsItTakes);
+  if (!heard && !mount.isForeign) heard = listen(mount.target.c_str());
   if (!heard) return known;
   if (!heard->isThere) return std::nullopt;
   const auto& [times, space, isThere] = *heard;
@@ -85,9 +87,28 @@ struct VolumeReader::Slot {
   bool isLate = false;  ///< one of them is there for longer than anybody waits
   std::function<void()> answered;
 
+  struct Reading {
+    std::optional<VolumeInformation> answer;
+    DeviceFacts::Identity identity;
+    bool identifies = false;
+  };
+
   /// Under the lock.
   void ended() {
     if (--waiting == 0) isLate = false;
+  }
+  /// Under the lock.
+  void take(Reading reading) {
+    if (reading.answer) {
+      if (reading.identifies) ++identityReadings;
+      if (!reading.identity.uuid.empty() || !reading.identity.label.empty())
+        identity = std::move(reading.identity);
+      reading.answer->uuid = identity.uuid;
+      reading.answer->label = identity.label;
+    }
+    information = std::move(reading.answer);
+    at = SteadyClock::now();
+    ended();
   }
   bool wantsIdentity(const Mount& mount) const {
     return identity.uuid.empty() && identityReadings < kIdentityReadings &&
@@ -113,30 +134,26 @@ struct VolumeReader::Shared {
 void VolumeReader::startReading(const std::shared_ptr<Slot>& slot, const Mount& mount) {
   ++slot->waiting;
   slot->asked = SteadyClock::now();
-  const bool isStarted = ExpendableChild::runDetached(
-      [shared = mShared, slot, mount, identify = mIdentify, known = slot->information,
-       identifies = slot->wantsIdentity(mount)] {
-        auto answer = answerOf(mount, known);
-        DeviceFacts::Identity identity;
-        if (answer && identifies) identity = identify(mount.source);
-        const std::lock_guard lock(shared->mutex);
-        if (answer) {
-          if (identifies) ++slot->identityReadings;
-          if (!identity.uuid.empty() || !identity.label.empty())
-            slot->identity = std::move(identity);
-          answer->uuid = slot->identity.uuid;
-          answer->label = slot->identity.label;
-        }
-        slot->information = std::move(answer);
-        slot->at = SteadyClock::now();
-        slot->ended();
-        shared->changed.notify_all();
-        if (slot->answered && shared->loop)
-          shared->loop->performOnMain(std::exchange(slot->answered, nullptr));
-      });
+  const auto read = [mount, identify = mIdentify, known = slot->information,
+                     identifies = slot->wantsIdentity(mount)] {
+    Slot::Reading reading{answerOf(mount, known), {}, identifies};
+    if (reading.answer && identifies) reading.identity = identify(mount.source);
+    return reading;
+  };
+  const bool isStarted = ExpendableChild::runDetached([shared = mShared, slot, read] {
+    auto reading = read();
+    const std::lock_guard lock(shared->mutex);
+    slot->take(std::move(reading));
+    shared->changed.notify_all();
+    if (slot->answered && shared->loop)
+      shared->loop->performOnMain(std::exchange(slot->answered, nullptr));
+  });
   if (isStarted) return;
-  // What is known stays, and who comes next asks again.
-  slot->ended();
+  // What may keep its reader stays as it is known, and who comes next asks again.
+  if (mount.isForeign)
+    slot->ended();
+  else
+    slot->take(read());
   if (slot->answered && mShared->loop)
     mShared->loop->performOnMain(std::exchange(slot->answered, nullptr));
 }
@@ -184,20 +201,22 @@ bool VolumeReader::exists(const Mount& mount, const std::string& path) {
   const auto slot = mShared->slotOf(mount);
   if (slot->isLate) return false;
   const auto answer = std::make_shared<std::optional<bool>>();
-  const auto look = [path](double seconds) {
-    return ExpendableChild::valueOf([&] { return ::access(path.c_str(), F_OK) == 0; }, seconds);
+  const auto look = [path, isForeign = mount.isForeign](double seconds) {
+    const auto access = [&] { return ::access(path.c_str(), F_OK) == 0; };
+    const auto isThere = ExpendableChild::valueOf(access, seconds);
+    return isThere || isForeign ? isThere.value_or(false) : access();
   };
   ++slot->waiting;
   const bool isStarted = ExpendableChild::runDetached([shared = mShared, slot, look, answer] {
-    const auto isThere = look(ExpendableChild::kAsLongAsItTakes);
+    const bool isThere = look(ExpendableChild::kAsLongAsItTakes);
     const std::lock_guard guard(shared->mutex);
-    *answer = isThere.value_or(false);
+    *answer = isThere;
     slot->ended();
     shared->changed.notify_all();
   });
   if (!isStarted) {
     slot->ended();
-    return look(mLimit).value_or(false);
+    return look(mLimit);
   }
   slot->isLate = !mShared->changed.wait_for(lock, std::chrono::duration<double>(mLimit),
                                             [&] { return answer->has_value(); });
