@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,6 +49,8 @@ class Server {
     for (const auto& word : words) argv.push_back(const_cast<char*>(word.c_str()));
     argv.push_back(nullptr);
     ::setpgid(0, 0);
+    // Nor does it outlive a test that was killed.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     const int nowhere = ::open("/dev/null", O_RDWR);
     ::dup2(nowhere, STDOUT_FILENO);
     ::dup2(nowhere, STDERR_FILENO);
