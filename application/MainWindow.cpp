@@ -137,7 +137,9 @@ void MainWindow::bringToFront(const std::string& activationToken) {
 }
 
 void MainWindow::heard(const std::string& object, const ZAN_Value& userInfo) {
-  if (object == "ShowLatestActions") {
+  if (object == "ShowRestore") {
+    showRestore(0);
+  } else if (object == "ShowLatestActions") {
     showHistory(0, false);
   } else if (object == "ShowLatestActionsWithErrors") {
     showHistory(0, true);

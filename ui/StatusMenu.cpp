@@ -47,6 +47,7 @@ MenuItem::List StatusMenu::items() const {
   MenuItem::List items = beginning();
   items.push_back(MenuItem::separator());
   items.push_back(MenuItem::command(text("OverviewMenu"), [this] { m.commands.showOverview(); }));
+  items.push_back(MenuItem::command(text("RestoreMenu"), [this] { m.commands.showRestore(); }));
   items.push_back(windowItem("PreferencesMenu", Window::preferences));
   items.push_back(MenuItem::submenu(text("MoreMenu"), [this] { return moreItems(); }));
   items.push_back(MenuItem::separator());

@@ -203,6 +203,18 @@ void Controls::openMainApp() {
   }
 }
 
+void Controls::showRestore() {
+  mWantsRestore = true;
+  const bool isHeard = m.channel.isMainAppLaunched();
+  openMainApp();
+  // One that is only starting says when it listens.
+  if (isHeard) mainAppListens();
+}
+
+void Controls::mainAppListens() {
+  if (std::exchange(mWantsRestore, false)) m.channel.postToMainApp("ShowRestore");
+}
+
 void Controls::askAboutStartupDiskChange() { mMachine.startupDisk.askAboutStartupDiskChange(); }
 
 void Controls::confirmStartupDisk() { mMachine.startupDisk.confirmStartupDisk(); }

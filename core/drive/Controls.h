@@ -66,6 +66,9 @@ class Controls : public SchedulerCommands {
   void showSurveyFolderResults() override;
   void showLatestActions() override;
   void openMainApp() override;
+  void showRestore() override;
+  /// The main application listens from now on.
+  void mainAppListens();
   void askAboutStartupDiskChange() override;
   void confirmStartupDisk() override;
   Result<std::string> saveListProcess() override;
@@ -94,6 +97,7 @@ class Controls : public SchedulerCommands {
   LaunchStep& mLaunchStep;
   bool mListActionWasOpenByUser = false;
   bool mAsksToQuit = false;
+  bool mWantsRestore = false;  ///< the main application is to hear of it
 };
 
 }  // namespace corvana

@@ -117,6 +117,11 @@ void NotificationDispatch::launchAction(const ZAN_Value& userInfo) {
   m.debugLog.logMessage("Scheduler received notification for action manually launched", true);
 }
 
+void NotificationDispatch::applicationIsLaunched(const ZAN_Value&) {
+  mMainAppReceiveNotifications = true;
+  mControls.mainAppListens();
+}
+
 void NotificationDispatch::launchTogether() {
   const double now = m.platform.clock.monotonic();
   if (!mStoreLaunchesBy) mStoreLaunchesBy = now + kSecondsUntilStored;

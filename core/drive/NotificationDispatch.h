@@ -50,7 +50,7 @@ class NotificationDispatch {
   void launchAction(const ZAN_Value& userInfo);
   void launchTogether();
   void takeUpLaunches(double end, double storeBy);
-  void applicationIsLaunched(const ZAN_Value&) { mMainAppReceiveNotifications = true; }
+  void applicationIsLaunched(const ZAN_Value&);
   void applicationWillQuit(const ZAN_Value&) { mMainAppReceiveNotifications = false; }
   void preferencesDidChange(const ZAN_Value&);
   void openPreferences(const ZAN_Value&);

@@ -73,6 +73,8 @@ class SchedulerCommands {
   virtual void showSurveyFolderResults() = 0;
   virtual void showLatestActions() = 0;
   virtual void openMainApp() = 0;
+  /// Opens the main application where files are brought back.
+  virtual void showRestore() = 0;
 
   // The machine
   /// Asks whether the start-up disk, which is another one than before, is to be the usual one.

@@ -93,6 +93,8 @@ TEST(Controls, EachCommandHasItsEffectAndNoOther) {
        "main LogChanged; stored SchedulerPrefErrorInExecution: 0; log 5"},
       {"overview", [](Drive& day) { day.commands().showOverview(); },
        "windows:  status floatingIcon"},
+      {"restore", [](Drive& day) { day.commands().showRestore(); },
+       "main ShowRestore; opens ~/Applications/Corvana 9.app"},
       {"show the queue", [](Drive& day) { day.commands().showWindow(Window::queue); },
        "windows:  queue floatingIcon"},
       {"show the survey", [](Drive& day) { day.commands().showWindow(Window::executionSurvey); },
