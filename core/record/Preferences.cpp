@@ -18,6 +18,9 @@ template <class... Calls>
 struct Visitor : Calls... {
   using Calls::operator()...;
 };
+// Clang 14, which builds the fuzzers, does not find it by itself.
+template <class... Calls>
+Visitor(Calls...) -> Visitor<Calls...>;
 
 using P = Preferences;
 using Page = Preference::Page;
