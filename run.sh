@@ -10,8 +10,8 @@ Usage: ./run.sh [--mine [AGENT-OPTION...]]
 Installs what is missing (apt), builds the release and shows the main job at work: in a home and on a bus of its
 own, three backups are set up with corvana9, and the agent runs those that fall due: one within the next minute,
 one at once whose execute program is killed and which is therefore tried again; the third is launched by hand, by
-commands as a second terminal can give them, which it names. What was copied is compared and
-the records are shown. With a display the agent shows its icon, messages and progress too. It ends by itself about two minutes after the build and leaves nothing behind.
+commands as a second terminal can give them, which it names. A file is then deleted and brought back. What was copied
+is compared and the records are shown. With a display the agent shows its icon, messages and progress too. It ends by itself about two minutes after the build and leaves nothing behind.
 
   --mine  run the agent for your own home instead, here in the foreground, until Ctrl-C; what follows is handed
           to the agent (--headless)
@@ -161,6 +161,14 @@ until [ "$(done_so_far)" -ge 3 ]; do
   sleep 0.5
 done
 sleep 3
+title "A letter deleted by mistake comes back"
+letter="$HOME/Letters/to whom it may concern.txt"
+rm "$letter"
+echo "\$ rm ${letter//$HOME/\~}"
+show versions "$letters"
+show restore "$letters" "$letter"
+[ "$(cat "$letter")" = 'Dear reader' ] || { echo "It did not come back." >&2; exit 1; }
+
 title "What comes next, says the agent"
 show status
 kill "$agent"
