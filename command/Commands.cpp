@@ -102,22 +102,22 @@ constexpr std::array kCommands{
             "deletes nothing and asks. The consent covers the number that was shown and one run;\n"
             "launch runs it now. What is deleted can be brought back: corvana9 restore.\n",
             confirmCommand},
-    Command{"versions", "REF [PATH] [--from FOLDER] [--json]",
+    Command{"versions", "REF [PATH] [--from PLACE] [--json]",
             "show the versions of what an action has copied, newest last",
             "With a path those of that file or folder: when it changed, and how large it was.\n"
-            "  --from FOLDER   of copies whose action is gone, or that another machine made: the\n"
-            "                  folder that they lie in; REF is left out then\n",
+            "  --from PLACE    of copies whose action is gone, or that another machine made: the\n"
+            "                  folder that they lie in, or a repository; REF is left out then\n",
             versionsCommand},
-    Command{"browse", "REF [FOLDER] [--at DATE] [--find WORD] [--from FOLDER] [--json]",
+    Command{"browse", "REF [FOLDER] [--at DATE] [--find WORD] [--from PLACE] [--json]",
             "list what a version of an action's copies has in a folder",
             "Names, sizes and dates as they were then, and what has become of it since.\n"
             "  --at DATE       as for restore\n"
             "  --find WORD     whatever below the folder has the word in its name\n"
-            "  --from FOLDER   as for restore\n",
+            "  --from PLACE    as for restore\n",
             browseCommand},
     Command{
         "restore",
-        "REF [PATH…] [--at DATE] [--to FOLDER] [--dry-run] [--overwrite] [--from FOLDER] "
+        "REF [PATH…] [--at DATE] [--to FOLDER] [--dry-run] [--overwrite] [--from PLACE] "
         "[--progress] [--json]",
         "bring back what an action has copied",
         "All of it, or what the paths name, from the newest version or an older one. Nothing is\n"
@@ -130,10 +130,10 @@ constexpr std::array kCommands{
         "  --dry-run       say what would be done, and do nothing\n"
         "  --overwrite     keep nothing of files that stand in the way\n"
         "  --progress      tell how far it is on the error output, a line of JSON each\n"
-        "  --from FOLDER   of copies whose action is gone, or that another machine made: the\n"
-        "                  folder that they lie in; REF is left out then\n",
+        "  --from PLACE    of copies whose action is gone, or that another machine made: the\n"
+        "                  folder that they lie in, or a repository; REF is left out then\n",
         restoreCommand},
-    Command{"verify", "REF [--sample PERCENT] [--from FOLDER] [--json]",
+    Command{"verify", "REF [--sample PERCENT] [--from PLACE] [--json]",
             "read copies and compare them with what was copied",
             "With the sources where they have not changed since, else with the checksums of an\n"
             "earlier verification. The agent does so by itself once a week, with a tenth of the\n"
