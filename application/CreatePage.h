@@ -1,10 +1,31 @@
 #pragma once
 
+#include <QString>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
 #include "application/Page.h"
+#include "command/ActionDraft.h"
+
+class QHBoxLayout;
+class QLineEdit;
+class QProgressBar;
+class QPushButton;
+class QScrollArea;
+class QVBoxLayout;
 
 namespace corvana {
 
+class Banner;
+class TextLabel;
+class WhatStep;
+class WhenStep;
+class WhereStep;
+
 /// Sets up a backup in three steps, what, where and when; one that is there already on one page.
+/// What a record holds besides stays as it is. At the end of the steps it can run at once, and the
+/// page tells what has become of it.
 class CreatePage final : public Page {
  public:
   CreatePage(Household& household, Navigator& navigator);
@@ -15,6 +36,48 @@ class CreatePage final : public Page {
   bool change(std::int64_t reference);
 
   void refresh(ChangeSet changed) override;
+
+ private:
+  enum Step { what, where, when, first };
+
+  void showStep(int step);
+  void showAll();
+  void update();
+  void goOn();
+  void goBack();
+  /// Looks at the folders, which may take its time, and then stores; runs it afterwards if wanted.
+  void save(bool isRun);
+  void store(const ActionFolders& folders, bool isRun);
+  void complain(const FolderTrouble& trouble);
+  QString inWords(const FolderTrouble& trouble) const;
+  void run();
+  void showRun();
+
+  QScrollArea* mScroll;
+  TextLabel* mNumber;
+  TextLabel* mTitle;
+  Banner* mTrouble;
+  TextLabel* mHeads[3] = {};
+  WhatStep* mWhat;
+  WhereStep* mWhere;
+  WhenStep* mWhen;
+  QWidget* mNameRow;
+  QLineEdit* mName;
+  QWidget* mRun;  ///< what becomes of the first run
+  Banner* mRunBanner;
+  QProgressBar* mProgress;
+  TextLabel* mProgressText;
+  QPushButton* mBack;
+  QPushButton* mSave;
+  QPushButton* mNext;
+
+  bool mIsNew = true;
+  int mStep = what;
+  std::int64_t mReference = 0;
+  QString mProposedName;
+  bool mIsSaving = false;
+  std::uint64_t mSerial = 0;  ///< of what is being edited, so that a late answer goes nowhere else
+  std::optional<ReferenceTime> mStarted;  ///< when the first run was asked for
 };
 
 }  // namespace corvana

@@ -107,10 +107,10 @@ void Household::begin() {
   mNotifications.observe(std::string(kMainAppliNotification),
                          [this](const DistributedNotification& message) { heard(message); });
   mWatch = std::make_unique<BusWatch>(
-      mBus, BusWatch::Handlers{[](const DistributedNotification&) {}, [this] { ask(); },
+      mBus, BusWatch::Handlers{[](const DistributedNotification&) {}, [this] { askAgent(); },
                                [this](bool isOn) {
                                  if (isOn) announce();
-                                 ask();
+                                 askAgent();
                                }});
   mShares = std::make_unique<GvfsShares>(mBus, [this](std::vector<Mount> all) {
     mVolumes.setShares(std::move(all));
@@ -121,7 +121,7 @@ void Household::begin() {
   mFolderWatch.addPath(qt(mStore.folder().pathOf("")));
   mBus.whenConnected(this, [this] {
     announce();
-    ask();
+    askAgent();
   });
   filesChanged();
   if (!mBus.isConnected()) lookForSilentAgent();
@@ -154,13 +154,13 @@ void Household::heard(const DistributedNotification& message) {
     mFilesTimer.start();
   } else if (message.object == "ReturnCVAProcessStatus" ||
              message.object == "ReturnCVASchedulerStatus") {
-    ask();
+    askAgent();
   } else if (onMessage) {
     onMessage(message.object, message.userInfo);
   }
 }
 
-void Household::ask() {
+void Household::askAgent() {
   if (std::exchange(mAsks, true)) {
     mAsksAgain = true;
     return;
@@ -171,7 +171,7 @@ void Household::ask() {
       mQueue = queue && mAgent == Agent::answers ? *queue : ZAN_Value();
       mAsks = false;
       mChanges.note(Change::queue);
-      if (std::exchange(mAsksAgain, false)) ask();
+      if (std::exchange(mAsksAgain, false)) askAgent();
     });
   });
 }
@@ -221,7 +221,7 @@ void Household::startAgent() {
   if (!QProcess::startDetached(qt(program), {})) mLog.write(program + ": could not be started");
   // It is heard of on the bus; without one its process tells.
   mLoop.performAfter(kAskAgain, [this] {
-    if (mTakesPart && mAgent != Agent::answers) ask();
+    if (mTakesPart && mAgent != Agent::answers) askAgent();
   });
 }
 

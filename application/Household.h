@@ -91,6 +91,8 @@ class Household {
   /// What holds actions up, from the agent, else from its files.
   Circumstances circumstances();
   void startAgent();
+  /// How it stands is asked anew; `changes` tell when it has answered.
+  void askAgent();
   /// Tells it something in the vocabulary of its notifications.
   void tellAgent(std::string_view object, const ZAN_Value& userInfo = {});
   void tellExecution(std::string_view object, const ZAN_Value& userInfo = {});
@@ -109,7 +111,6 @@ class Household {
  private:
   void heard(const DistributedNotification& message);
   void agentChanged();
-  void ask();
   void learn(const Result<ZAN_Value>& status);
   void lookForSilentAgent();
   void filesChanged();

@@ -145,11 +145,15 @@ void set(QWidget* widget, const char* look) {
 void setPictures(const QString& folder) { picturesFolder() = folder; }
 
 QPixmap picture(const QString& file, int size, Meaning meaning) {
+  return ink(file, size, colour(meaning));
+}
+
+QPixmap ink(const QString& file, int size, const QColor& colour) {
   QPixmap pixmap(picturesFolder() + '/' + file + QStringLiteral("@2x.png"));
   if (pixmap.isNull()) return pixmap;
   const double scale = qApp->devicePixelRatio();
   pixmap = pixmap.scaled(QSize(size, size) * scale, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-  pixmap = tinted(pixmap, colour(meaning));
+  pixmap = tinted(pixmap, colour);
   pixmap.setDevicePixelRatio(scale);
   return pixmap;
 }
@@ -170,6 +174,7 @@ QString styleSheet() {
   const QColor card = cardColour();
   const QColor line = lineColour();
   const int round = space(2) - 1;
+  const int mark = space(3) + 2;
   QString sheet = QStringLiteral(R"(
     QWidget[look="page"] { background: %page; }
     QWidget[look="side"] { background: %page; border: none; border-right: 1px solid %line; }
@@ -185,10 +190,10 @@ QString styleSheet() {
     QFrame[look="well-muted"] { background: %smuted; border: none; border-radius: %roundpx; }
     QListWidget[look="side-list"] { background: transparent; border: none; outline: none; }
     QListWidget[look="side-list"]::item { color: %muted; padding: %pad2px; margin: 1px %pad2px;
-      border-radius: %smallpx; border: 2px solid transparent; }
+      border-radius: %smallpx; }
     QListWidget[look="side-list"]::item:hover { background: %smuted; }
     QListWidget[look="side-list"]::item:selected { background: %card; color: %text; }
-    QListWidget[look="side-list"]::item:focus { border: 2px solid %accent; }
+    QListWidget[look="side-list"]::item:selected:focus { background: %saccent; color: %text; }
     QPushButton { background: %card; color: %text; border: 1px solid %line; border-radius: %smallpx;
       padding: %pad1px %pad3px; min-height: %minpx; }
     QPushButton:hover { background: %smuted; }
@@ -203,6 +208,10 @@ QString styleSheet() {
     QPushButton[look="primary"]:hover { background: %accenthover; }
     QPushButton[look="primary"]:focus { border: 2px solid %text; }
     QPushButton[look="primary"]:disabled { background: %smuted; color: %muted; border-color: %line; }
+    QPushButton[look="toggle"] { padding: %pad1px %pad2px; min-width: %togglepx; }
+    QPushButton[look="toggle"]:checked { background: %saccent; border: 1px solid %accent;
+      font-weight: 600; }
+    QPushButton[look="toggle"]:focus { border: 2px solid %accent; padding: %pad1fpx %pad2px; }
     QLineEdit, QComboBox, QTimeEdit, QSpinBox { background: %card; color: %text;
       border: 1px solid %line; border-radius: %smallpx; padding: %pad1px %pad2px;
       min-height: %minpx; selection-background-color: %accent; selection-color: %onaccent; }
@@ -218,6 +227,13 @@ QString styleSheet() {
     QComboBox::drop-down { border: none; width: %dropdownpx; }
     QTimeEdit::up-button, QTimeEdit::down-button, QSpinBox::up-button, QSpinBox::down-button
       { border: none; width: %dropdownpx; }
+    QRadioButton::indicator, QCheckBox::indicator { width: %markpx; height: %markpx;
+      background: %card; border: 1px solid %muted; border-radius: 4px; }
+    QRadioButton::indicator { border-radius: %markroundpx; }
+    QRadioButton::indicator:checked { border: %markthickpx solid %accent; width: %markinpx;
+      height: %markinpx; }
+    QCheckBox::indicator:checked { background: %accent; border: 1px solid %accent; image: url("%check"); }
+    QRadioButton::indicator:focus, QCheckBox::indicator:focus { border-color: %accent; }
     QProgressBar { background: %smuted; border: none; border-radius: 3px; max-height: 6px;
       min-height: 6px; }
     QProgressBar::chunk { background: %accent; border-radius: 3px; }
@@ -240,12 +256,19 @@ QString styleSheet() {
       {"%saccent", name(surface(Meaning::accent))},
       {"%smuted", name(surface(Meaning::muted))},
       {"%dropdown", QString::number(space(5))},
+      {"%markround", QString::number(mark / 2 + 1)},
+      {"%markthick", QString::number(mark / 3)},
+      {"%markin", QString::number(mark + 2 - 2 * (mark / 3))},
+      {"%mark", QString::number(mark)},
+      {"%check", picturesFolder() + (isDark() ? QStringLiteral("/emblem-ok@2x.png")
+                                              : QStringLiteral("/emblem-ok-light@2x.png"))},
       {"%round", QString::number(round)},
       {"%small", QString::number(space(1) + 2)},
+      {"%toggle", QString::number(space(6))},
       {"%min", QString::number(space(5))},
-      {"%pad1f", QString::number(std::max(0, space(1) / 2 - 1))},
+      {"%pad1f", QString::number(space(1) - 1)},
       {"%pad3f", QString::number(space(3) - 1)},
-      {"%pad1", QString::number(space(1) / 2)},
+      {"%pad1", QString::number(space(1))},
       {"%pad2", QString::number(space(2) - 1)},
       {"%pad3", QString::number(space(3))},
   };

@@ -51,6 +51,7 @@ void set(QWidget* widget, const char* look);
 QIcon icon(const QString& themeName, Meaning meaning = Meaning::plain);
 /// One of our own, by its file in the resources, in that colour.
 QPixmap picture(const QString& name, int size, Meaning meaning);
+QPixmap ink(const QString& name, int size, const QColor& colour);
 /// Where our own lie; to be said once at the start.
 void setPictures(const QString& folder);
 

@@ -1,41 +1,370 @@
 #include "application/OverviewPage.h"
 
-#include <QLabel>
+#include <QHBoxLayout>
+#include <QLineEdit>
+#include <QMessageBox>
 #include <QScrollArea>
+#include <QScrollBar>
+#include <QStackedWidget>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <set>
+#include <utility>
 
+#include "application/BackupCard.h"
+#include "application/Banner.h"
 #include "application/Look.h"
+#include "command/ActionDraft.h"
 #include "desktop/Texts.h"
 
 namespace corvana {
 
+namespace {
+
+constexpr int kLater = 60;          // ms
+constexpr int kProgress = 1000;     // ms
+constexpr std::size_t kBatch = 24;  ///< cards that are made at a time
+constexpr std::size_t kManyBackups = 8;
+constexpr int kWidest = 190;  ///< of the cards, in characters
+
+}  // namespace
+
 OverviewPage::OverviewPage(Household& household, Navigator& navigator)
-    : Page(household, navigator), mColumn(new QVBoxLayout(this)) {
-  mColumn->setContentsMargins(Look::space(8), Look::space(7), Look::space(8), Look::space(6));
-  mColumn->setSpacing(Look::space(3));
+    : Page(household, navigator),
+      mStack(new QStackedWidget),
+      mScroll(new QScrollArea),
+      mBanner(new Banner),
+      mTold(new Banner),
+      mSearch(new QLineEdit),
+      mList(new QVBoxLayout),
+      mShown(kBatch) {
+  auto* column = new QVBoxLayout(this);
+  column->setContentsMargins(0, 0, 0, 0);
+  column->addWidget(mStack);
+  mStack->addWidget(listPage());
+  mStack->addWidget(emptyPage());
+  mLater.setSingleShot(true);
+  mLater.setInterval(kLater);
+  QObject::connect(&mLater, &QTimer::timeout, this, [this] { read(); });
+  mProgress.setInterval(kProgress);
+  QObject::connect(&mProgress, &QTimer::timeout, this, [this] {
+    if (isVisible()) this->household().askAgent();
+  });
 }
 
-void OverviewPage::tell(const QString& sentence) { mTold = sentence; }
+QWidget* OverviewPage::emptyPage() {
+  auto* page = new QWidget;
+  auto* column = new QVBoxLayout(page);
+  column->setSpacing(Look::space(3));
+  column->setContentsMargins(Look::space(8), Look::space(4), Look::space(8), Look::space(8));
+  auto* picture = new QLabel;
+  picture->setPixmap(
+      Look::picture(QStringLiteral("chronometer-large"), Look::space(22), Look::Meaning::accent));
+  picture->setAlignment(Qt::AlignCenter);
+  auto* title = new TextLabel(household().text("FirstTitle"), Look::Size::title);
+  title->setAlignment(Qt::AlignCenter);
+  auto* text = new TextLabel(household().text("FirstText"), Look::Size::body, Look::Meaning::muted);
+  text->setAlignment(Qt::AlignCenter);
+  text->setFixedWidth(64 * fontMetrics().averageCharWidth());
+  const auto wide = [this](const QString& words, std::function<void()> pressed, bool isPrimary) {
+    QPushButton* button = makeButton(words, std::move(pressed), isPrimary);
+    button->setFixedWidth(44 * fontMetrics().averageCharWidth());
+    button->setMinimumHeight(Look::space(10));
+    return button;
+  };
+  column->addStretch(2);
+  column->addWidget(picture);
+  column->addSpacing(Look::space(3));
+  column->addWidget(title);
+  column->addWidget(text, 0, Qt::AlignHCenter);
+  column->addSpacing(Look::space(3));
+  column->addWidget(
+      wide(
+          household().text("FirstCreate"), [this] { navigator().createBackup(); }, true),
+      0, Qt::AlignHCenter);
+  column->addWidget(
+      wide(
+          household().text("FirstRestore"), [this] { navigator().showRestore(0); }, false),
+      0, Qt::AlignHCenter);
+  column->addStretch(3);
+  return page;
+}
+
+QWidget* OverviewPage::listPage() {
+  auto* page = new QWidget;
+  page->setProperty("look", "page");
+  auto* column = new QVBoxLayout(page);
+  const int side = Look::space(7);
+  column->setContentsMargins(side, Look::space(6), side, Look::space(6));
+  column->setSpacing(Look::space(3));
+  column->addWidget(mTold);
+  mTold->hide();
+  column->addWidget(mBanner);
+  column->addSpacing(Look::space(2));
+  auto* head = new QHBoxLayout;
+  head->setSpacing(Look::space(2));
+  head->addWidget(new TextLabel(household().text("OverviewBackups"), Look::Size::heading), 1);
+  mSearch->setPlaceholderText(household().text("OverviewSearch"));
+  mSearch->setAccessibleName(household().text("OverviewSearch"));
+  mSearch->setClearButtonEnabled(true);
+  QObject::connect(mSearch, &QLineEdit::textChanged, this, [this] {
+    mShown = kBatch;
+    showCards();
+  });
+  head->addWidget(mSearch);
+  head->addWidget(makeButton(
+      household().text("OverviewNew"), [this] { navigator().createBackup(); }, true));
+  column->addLayout(head);
+  mList->setSpacing(Look::space(3));
+  column->addLayout(mList);
+  column->addStretch(1);
+  page->setMaximumWidth(kWidest * fontMetrics().averageCharWidth());
+  mScroll->setWidget(page);
+  mScroll->setWidgetResizable(true);
+  mScroll->setFrameShape(QFrame::NoFrame);
+  mScroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  // More are made when the end of those that are there comes near.
+  QObject::connect(mScroll->verticalScrollBar(), &QScrollBar::valueChanged, this,
+                   [this](int value) {
+                     if (mShown >= mFacts.size()) return;
+                     if (value < mScroll->verticalScrollBar()->maximum() - mScroll->height())
+                       return;
+                     mShown += kBatch;
+                     showCards();
+                   });
+  return mScroll;
+}
+
+void OverviewPage::tell(const QString& sentence) {
+  mTold->setVisible(!sentence.isEmpty());
+  mTold->say(Look::Meaning::accent, sentence, {}, household().text("CloseButton"),
+             [this] { mTold->hide(); });
+}
 
 void OverviewPage::refresh(ChangeSet changed) {
-  if (changed.hasAnyOf({Change::tree, Change::history, Change::execution})) build();
+  if (changed.hasAnyOf({Change::tree, Change::history, Change::volumes, Change::preferences,
+                        Change::messages})) {
+    if (mFacts.empty()) return read();
+    if (!mLater.isActive()) mLater.start();
+    return;
+  }
+  if (changed.hasAnyOf({Change::execution, Change::progress, Change::queue})) show();
 }
 
-void OverviewPage::build() {
-  while (QLayoutItem* item = mColumn->takeAt(0)) {
-    delete item->widget();
-    delete item;
+void OverviewPage::read() {
+  mFacts = factsOf(household());
+  show();
+}
+
+void OverviewPage::show() {
+  mStack->setCurrentIndex(mFacts.empty() ? 1 : 0);
+  const bool isRunning = !household().status()["current"].isNull();
+  if (isRunning != mProgress.isActive()) isRunning ? mProgress.start() : mProgress.stop();
+  if (mFacts.empty()) return;
+  showBanner();
+  showCards();
+}
+
+void OverviewPage::showBanner() {
+  const auto say = [this](Look::Meaning meaning, const QString& title, const QString& text,
+                          const QString& button = {}, std::function<void()> mend = {}) {
+    mBanner->say(meaning, title, text, button, std::move(mend));
+  };
+  const ZAN_Value& status = household().status();
+  switch (household().agent()) {
+    case Household::Agent::absent:
+      return say(Look::Meaning::bad, household().text("BannerNoAgent"),
+                 household().text("BannerNoAgentText"), household().text("BannerStartAgent"),
+                 [this] { household().startAgent(); });
+    case Household::Agent::silent:
+      return say(Look::Meaning::caution, household().text("BannerSilentAgent"),
+                 household().text("BannerSilentAgentText"));
+    case Household::Agent::elsewhere:
+      return say(Look::Meaning::caution, household().text("BannerOtherAgent"),
+                 household().text("BannerOtherAgentText"));
+    case Household::Agent::unknown:
+    case Household::Agent::answers:
+      break;
   }
-  ProgrammedAction::Nodes actions;
-  household().actions().getListOfAllProgrammedActions(actions);
-  mColumn->addWidget(new TextLabel(household().text("MainOverview"), Look::Size::title));
-  if (!mTold.isEmpty()) mColumn->addWidget(new TextLabel(mTold));
-  for (const ProgrammedAction* action : actions) {
-    auto* card = new Card;
-    card->column()->addWidget(new TextLabel(qt(action->getTitle()), Look::Size::strong));
-    mColumn->addWidget(card);
+  if (status["otherStartupDisk"].boolValue())
+    return say(Look::Meaning::caution, household().text("BannerOtherDisk"),
+               household().text("BannerOtherDiskText"), household().text("BannerOtherDiskButton"),
+               [this] { household().tellAgent("ConfirmStartupDisk"); });
+  const Circumstances circumstances = household().circumstances();
+  if (circumstances.disabled)
+    return say(
+        Look::Meaning::caution, household().text("BannerDisabled"),
+        household().text("BannerDisabledText"), household().text("BannerEnable"), [this] {
+          household().tellAgent("ActivateExecution", ZAN_Value::dictionary({{"Activate", true}}));
+        });
+  const auto needsCare = std::ranges::count_if(mFacts, &BackupFacts::needsCare);
+  if (needsCare > 0) {
+    // The gravest first.
+    const auto worst = std::ranges::max_element(mFacts, {}, [](const BackupFacts& facts) {
+      return facts.isBad() ? 3 : facts.needsCare() ? 2 : 0;
+    });
+    const BackupFacts& facts = *worst;
+    const std::int64_t reference = facts.reference;
+    const Look::Meaning meaning = facts.isBad() ? Look::Meaning::bad : Look::Meaning::caution;
+    const QString title = needsCare == 1 ? household().text("BannerOneNeedsCare")
+                                         : household().text("BannerNeedCare", {needsCare});
+    if (facts.deletionsToConfirm > 0 && !facts.isBad())
+      return say(meaning, title,
+                 household().text("BannerDeletions", {facts.title, facts.deletionsToConfirm}),
+                 household().text("BannerLook"),
+                 [this, reference, count = facts.deletionsToConfirm] {
+                   confirmDeletions(reference, count);
+                 });
+    if (!facts.isComplete)
+      return say(meaning, title, household().text("BannerIncomplete", {facts.title}),
+                 household().text("BannerChange"),
+                 [this, reference] { navigator().changeBackup(reference); });
+    const std::string since = facts.lastSuccess ? pastDateOf(household(), *facts.lastSuccess)
+                                                : utf8(household().text("BannerNever"));
+    if (facts.folder.empty())
+      return say(meaning, title,
+                 household().text("BannerNotConnected", {facts.title, facts.destination, since}),
+                 household().text("BannerWhy"),
+                 [this, reference] { navigator().showHistory(reference, true); });
+    if (facts.failure && !facts.isFailureSeen)
+      return say(meaning, title,
+                 household().text("BannerFailed", {facts.title, facts.reason, since}),
+                 household().text("BannerAgain"), [this, reference] { run(reference); });
+    return say(meaning, title, household().text("BannerOverdue", {facts.title, since}),
+               household().text("BannerRun"), [this, reference] { run(reference); });
   }
-  mColumn->addStretch(1);
+  if (status["storage"].size() > 0)
+    return say(Look::Meaning::bad, household().text("BannerStorage"),
+               qt(status["storage"].elements().front().string()));
+  if (circumstances.paused)
+    return say(Look::Meaning::caution, household().text("BannerPaused"),
+               household().text("BannerPausedText"), household().text("CardContinue"),
+               [this] { pause(false); });
+  const auto last = std::ranges::max_element(
+      mFacts, {}, [](const BackupFacts& facts) { return facts.lastSuccess.value_or(0); });
+  if (const ZAN_Value& current = status["current"]; !current.isNull())
+    return say(Look::Meaning::accent, household().text("BannerRunning"),
+               household().text("BannerRunningText", {current.string("title")}));
+  if (!last->lastSuccess)
+    return say(Look::Meaning::accent, household().text("BannerFresh"),
+               household().text("BannerFreshText"), household().text("BannerRun"),
+               [this, reference = last->reference] { run(reference); });
+  say(Look::Meaning::good, household().text("BannerWell"),
+      household().text("BannerWellText",
+                       {last->title, pastDateOf(household(), *last->lastSuccess)}));
+}
+
+BackupCard* OverviewPage::cardFor(std::size_t row) {
+  while (mCards.size() <= row) {
+    // What it stands for may be another one later: it is asked when something is wanted.
+    const std::size_t index = mCards.size();
+    const auto reference = [this, index] { return mCards[index]->reference(); };
+    BackupCard::Hooks hooks;
+    hooks.run = [this, reference] { run(reference()); };
+    hooks.restore = [this, reference] { navigator().showRestore(reference()); };
+    hooks.change = [this, reference] { navigator().changeBackup(reference()); };
+    hooks.history = [this, reference] { navigator().showHistory(reference(), false); };
+    hooks.duplicate = [this, reference] { duplicate(reference()); };
+    hooks.remove = [this, index, reference] {
+      remove(reference(), mCards[index]->accessibleName());
+    };
+    hooks.seen = [this] { markAsSeen(); };
+    hooks.confirmDeletions = [this, reference] {
+      for (const BackupFacts& facts : mFacts)
+        if (facts.reference == reference())
+          return confirmDeletions(facts.reference, facts.deletionsToConfirm);
+    };
+    hooks.pause = [this](bool isPaused) { pause(isPaused); };
+    hooks.stop = [this] { household().tellAgent("StopExecution"); };
+    mCards.push_back(new BackupCard(household(), std::move(hooks)));
+    mList->addWidget(mCards.back());
+  }
+  return mCards[row];
+}
+
+void OverviewPage::showCards() {
+  mSearch->setVisible(mFacts.size() > kManyBackups);
+  const ZAN_Value& status = household().status();
+  const ZAN_Value& current = status["current"];
+  std::set<std::int64_t> queued;
+  for (const ZAN_Value& record : household().queue().elements())
+    if (!record["running"].boolValue()) queued.insert(record.integer("ref"));
+  const QString wanted = mSearch->text().trimmed();
+  std::size_t row = 0;
+  for (const BackupFacts& facts : mFacts) {
+    if (row >= mShown) break;
+    if (!wanted.isEmpty() &&
+        !qt(facts.title + '\n' + facts.group + '\n' + facts.sources + '\n' + facts.destination)
+             .contains(wanted, Qt::CaseInsensitive))
+      continue;
+    BackupCard* card = cardFor(row++);
+    const bool isRunning = current.integer("ref") == facts.reference;
+    card->show(facts, isRunning ? current : ZAN_Value(), queued.contains(facts.reference),
+               status["paused"].boolValue());
+    card->setVisible(true);
+  }
+  for (; row < mCards.size(); ++row) mCards[row]->setVisible(false);
+}
+
+void OverviewPage::run(std::int64_t reference) {
+  household().launch(reference, [this](const Result<ZAN_Value>& answer) {
+    if (!answer) return complain(answer.error());
+    household().askAgent();
+  });
+}
+
+void OverviewPage::pause(bool isPaused) {
+  const ZAN_Value details = ZAN_Value::dictionary({{"Pause", isPaused}});
+  household().tellAgent("ActionPause", details);
+  household().tellExecution("ActionPause", details);
+}
+
+void OverviewPage::markAsSeen() { household().tellAgent("ErrorsWereSeen"); }
+
+void OverviewPage::confirmDeletions(std::int64_t reference, std::int64_t count) {
+  ask(household().text("ConfirmTitle"), household().text("ConfirmText", {count}),
+      household().text("ConfirmButton", {count}), [this, reference] {
+        complain(household().edit([&](ProgrammedAction& root) -> Outcome {
+          const auto confirmed = corvana::confirmDeletions(root, reference);
+          return confirmed ? Outcome() : confirmed.error();
+        }));
+      });
+}
+
+void OverviewPage::duplicate(std::int64_t reference) {
+  complain(household().edit([&](ProgrammedAction& root) -> Outcome {
+    ProgrammedAction* action = root.actionForReference(reference);
+    if (action != nullptr) action->createActionCopy();
+    return {};
+  }));
+}
+
+void OverviewPage::remove(std::int64_t reference, const QString& title) {
+  ask(household().text("RemoveTitle", {utf8(title)}), household().text("RemoveText"),
+      household().text("RemoveButton"), [this, reference] {
+        complain(household().edit([&](ProgrammedAction& root) -> Outcome {
+          if (ProgrammedAction* action = root.actionForReference(reference))
+            action->removeFromList();
+          return {};
+        }));
+      });
+}
+
+void OverviewPage::ask(const QString& title, const QString& text, const QString& button,
+                       std::function<void()> then) {
+  auto* question = new QMessageBox(QMessageBox::Warning, title, title, QMessageBox::NoButton, this);
+  question->setInformativeText(text);
+  question->setAttribute(Qt::WA_DeleteOnClose);
+  QPushButton* yes = question->addButton(button, QMessageBox::AcceptRole);
+  question->setDefaultButton(
+      question->addButton(household().text("CancelButton"), QMessageBox::RejectRole));
+  QObject::connect(yes, &QPushButton::clicked, this, [then = std::move(then)] { then(); });
+  question->open();
+}
+
+void OverviewPage::complain(const Outcome& outcome) {
+  if (outcome) return;
+  tell(household().text("OverviewCouldNot", {outcome.error().text}));
 }
 
 }  // namespace corvana

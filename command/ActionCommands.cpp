@@ -226,17 +226,9 @@ Answer confirmCommand(Arguments& arguments, const Console& console) {
 
   std::int64_t count = 0;
   const Outcome done = edited(home, [&](ProgrammedAction& root) -> Outcome {
-    ProgrammedAction* node = root.actionForReference(*reference);
-    if (node == nullptr) return noSuchReference(*reference);
-    ZAN_Value record = node->getSettings();
-    count = record.integer(DeletionKey::toConfirm);
-    if (count <= 0) {
-      return Error{ErrorKind::refused,
-                   std::to_string(*reference) + ": its last run did not ask to delete anything"};
-    }
-    record.setValue(DeletionKey::confirmed, count);
-    record.setValue(DeletionKey::toConfirm, 0);
-    node->changeSettings(record);
+    const auto confirmed = confirmDeletions(root, *reference);
+    if (!confirmed) return confirmed.error();
+    count = *confirmed;
     return {};
   });
   if (!done) return done.error();

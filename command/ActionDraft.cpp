@@ -256,4 +256,20 @@ std::optional<FolderTrouble> checkCopies(ProgrammedAction& root, const ZAN_Value
   return {};
 }
 
+Result<std::int64_t> confirmDeletions(ProgrammedAction& root, std::int64_t reference) {
+  ProgrammedAction* node = root.actionForReference(reference);
+  if (node == nullptr)
+    return Error{ErrorKind::absent,
+                 std::to_string(reference) + ": no action or group has this reference"};
+  ZAN_Value record = node->getSettings();
+  const std::int64_t count = record.integer(DeletionKey::toConfirm);
+  if (count <= 0)
+    return Error{ErrorKind::refused,
+                 std::to_string(reference) + ": its last run did not ask to delete anything"};
+  record.setValue(DeletionKey::confirmed, count);
+  record.setValue(DeletionKey::toConfirm, 0);
+  node->changeSettings(record);
+  return count;
+}
+
 }  // namespace corvana

@@ -74,4 +74,7 @@ std::vector<std::string> proposedExclusions(const ZAN_Value& settings);
 /// In trouble when the action and another one of the tree would spoil each other's copies.
 std::optional<FolderTrouble> checkCopies(ProgrammedAction& root, const ZAN_Value& settings);
 
+/// The next run of the action may delete what the last one has asked about: how many files.
+Result<std::int64_t> confirmDeletions(ProgrammedAction& root, std::int64_t reference);
+
 }  // namespace corvana

@@ -63,6 +63,7 @@ std::span<const NotificationDispatch::Row> NotificationDispatch::rows() {
       {"SendReportEmail", &NotificationDispatch::sendReportEmail},
       {"SurveyReplyNotification", &NotificationDispatch::surveyReply},
       {"ConfirmStartupDisk", &NotificationDispatch::confirmStartupDisk},
+      {"ErrorsWereSeen", &NotificationDispatch::errorsWereSeen},
       {"CleanVolumesFolder", &NotificationDispatch::cleanVolumesFolder},
       {"SendCopyRecoveryHD", &NotificationDispatch::sendCopyRecoveryHD},
   };
@@ -275,6 +276,8 @@ void NotificationDispatch::launchShutDownActions(const ZAN_Value&) {
     mWork.queue.addActionToQueue(ref, m.platform.clock.now(), -1);
   m.state.mMustTerminateWhenAllDone = true;
 }
+
+void NotificationDispatch::errorsWereSeen(const ZAN_Value&) { mControls.errorsWereSeen(); }
 
 void NotificationDispatch::confirmStartupDisk(const ZAN_Value&) { mControls.confirmStartupDisk(); }
 

@@ -77,6 +77,7 @@ class NotificationDispatch {
   void sendReportEmail(const ZAN_Value&);
   void surveyReply(const ZAN_Value& userInfo);
   void confirmStartupDisk(const ZAN_Value&);
+  void errorsWereSeen(const ZAN_Value&);
   void unmountVolume(const ZAN_Value& userInfo);
   void unmountVolumeImmediate(const ZAN_Value& userInfo);
   void sendCopyRecoveryHD(const ZAN_Value& userInfo);

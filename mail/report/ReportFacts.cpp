@@ -37,29 +37,6 @@ constexpr std::size_t kMostNotes = 15;
 constexpr std::size_t kLongestText = 600;
 constexpr int kNoticedAsInterrupted = 16;
 
-enum class Kind { running, completed, withErrors, stopped, failed };
-
-Kind kindOf(std::int64_t code) {
-  switch (code) {
-    case LogCode::launched:
-      return Kind::running;
-    case LogCode::completedWithErrors:
-      return Kind::withErrors;
-    case LogCode::abortedByUser:
-      return Kind::stopped;
-    case LogCode::volumeNotFound:
-    case LogCode::unexpectedError:
-    case LogCode::crashed:
-    case LogCode::timeOut:
-    case LogCode::volumeGone:
-    case LogCode::volumeNotAvailable:
-    case kNoticedAsInterrupted:
-      return Kind::failed;
-    default:
-      return Kind::completed;
-  }
-}
-
 std::string shortened(const std::string& text) {
   const std::string whole = withReplacedBytes(text);
   if (whole.size() <= kLongestText) return whole;
@@ -87,6 +64,27 @@ std::optional<double> paceOf(const std::vector<std::pair<double, double>>& point
 }
 
 }  // namespace
+
+RunKind kindOfRun(std::int64_t code) {
+  switch (code) {
+    case LogCode::launched:
+      return RunKind::running;
+    case LogCode::completedWithErrors:
+      return RunKind::withErrors;
+    case LogCode::abortedByUser:
+      return RunKind::stopped;
+    case LogCode::volumeNotFound:
+    case LogCode::unexpectedError:
+    case LogCode::crashed:
+    case LogCode::timeOut:
+    case LogCode::volumeGone:
+    case LogCode::volumeNotAvailable:
+    case kNoticedAsInterrupted:
+      return RunKind::failed;
+    default:
+      return RunKind::completed;
+  }
+}
 
 bool ReportFacts::Disk::isTight() const { return full || (size != 0 && free < size / 10); }
 
@@ -148,7 +146,7 @@ void ReportGatherer::takeRuns(ReportFacts& facts) {
     action.reference = reference;
     action.title = shortened(entry.string("Title"));
     facts.lastRun = std::max(facts.lastRun.value_or(*date), *date);
-    if (kindOf(entry.integer("C")) == Kind::completed)
+    if (kindOfRun(entry.integer("C")) == RunKind::completed)
       action.lastSuccess = std::max(action.lastSuccess.value_or(*date), *date);
     // It may have begun before and ended within.
     if (entry["EndDate"].asDate().value_or(*date) < facts.period.since) continue;
@@ -166,10 +164,10 @@ void ReportGatherer::takeRuns(ReportFacts& facts) {
 }
 
 void ReportGatherer::takeRun(const ZAN_Value& entry, Action& action, ReportFacts& facts) const {
-  Kind kind = kindOf(entry.integer("C"));
-  if (kind == Kind::running) {
+  RunKind kind = kindOfRun(entry.integer("C"));
+  if (kind == RunKind::running) {
     if (!hasCrashed(entry)) return;
-    kind = Kind::failed;
+    kind = RunKind::failed;
   }
   const ReferenceTime date = *entry["Date"].asDate();
   ++action.ran.runs;
@@ -178,19 +176,19 @@ void ReportGatherer::takeRun(const ZAN_Value& entry, Action& action, ReportFacts
     action.ran.files = action.ran.files.value_or(0) + entry["FilesCopied"].unsignedValue();
   if (entry.contains("SizeCopied")) {
     action.ran.bytes = action.ran.bytes.value_or(0) + entry["SizeCopied"].unsignedValue();
-    if (entry["FilesCopied"].unsignedValue() == 0 && kind == Kind::completed)
+    if (entry["FilesCopied"].unsignedValue() == 0 && kind == RunKind::completed)
       ++action.ran.withoutNews;
   }
   switch (kind) {
-    case Kind::completed:
+    case RunKind::completed:
       ++facts.completed;
       break;
-    case Kind::stopped:
+    case RunKind::stopped:
       facts.skipped.push_back(
           mTexts.text("ReportStopped", {action.title, pastDate(date, facts.period.until)}));
       break;
     default:
-      ++(kind == Kind::failed ? facts.failed : facts.withErrors);
+      ++(kind == RunKind::failed ? facts.failed : facts.withErrors);
       ++action.bad;
       action.lastBad = entry;
   }
@@ -223,8 +221,9 @@ ReportAttention ReportGatherer::attentionOf(const Action& action, ReferenceTime 
   const ZAN_Value& run = action.lastBad;
   const ReferenceTime date = run["Date"].asDate().value_or(0);
   ReportAttention attention;
-  attention.weight = kindOf(run.integer("C")) == Kind::withErrors ? ReportAttention::Weight::caution
-                                                                  : ReportAttention::Weight::failed;
+  attention.weight = kindOfRun(run.integer("C")) == RunKind::withErrors
+                         ? ReportAttention::Weight::caution
+                         : ReportAttention::Weight::failed;
   std::string what;
   switch (run.integer("C")) {
     case LogCode::volumeNotFound:

@@ -18,6 +18,10 @@ class ActionStore;
 class ActionTree;
 class History;
 
+/// How a run ended, by the code of its entry in the history.
+enum class RunKind { running, completed, withErrors, stopped, failed };
+RunKind kindOfRun(std::int64_t code);
+
 /// Something that the user should look after. This is what a report begins with.
 struct ReportAttention {
   enum class Weight { failed, overdue, caution };

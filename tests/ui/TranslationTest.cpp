@@ -38,10 +38,10 @@ std::vector<std::string> placeholdersOf(const std::string& text) {
 
 /// What German says in the same words.
 const std::set<std::string, std::less<>> kEqualWords{
-    "ColumnVolume",   "KeyEnter",         "IconToolTip",      "LatestDetails", "OKButton",
-    "PrefMailPort",   "PrefMailStartTls", "PrefPageVolumes",  "PrefPercent",   "PrefPlaceAt",
-    "PrefRemotePort", "StatusTitle",      "WhyRemedyCommand", "WhyRemedy",     "StatusNextText",
-    "WeekDay",        "WhyVolumeUuid"};
+    "CardWay",        "ColumnVolume",   "KeyEnter",         "IconToolTip",      "LatestDetails",
+    "OKButton",       "PrefMailPort",   "PrefMailStartTls", "PrefPageVolumes",  "PrefPercent",
+    "PrefPlaceAt",    "PrefRemotePort", "StatusTitle",      "WhyRemedyCommand", "WhyRemedy",
+    "StatusNextText", "WeekDay",        "WhyVolumeUuid"};
 
 TEST(Translation, germanIsCompleteAndTakesTheSameArguments) {
   const auto english = textsOf("en");

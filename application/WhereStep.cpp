@@ -1,0 +1,140 @@
+#include "application/WhereStep.h"
+
+#include <QDir>
+#include <QFileDialog>
+#include <QHBoxLayout>
+#include <QLineEdit>
+#include <QVBoxLayout>
+#include <set>
+
+#include "actions/ActionsTools.h"
+#include "desktop/Texts.h"
+#include "volumes/VolumeReference.h"
+
+namespace corvana {
+
+WhereStep::WhereStep(Household& household)
+    : mHousehold(household),
+      mChoices(this),
+      mList(new QVBoxLayout),
+      mNone(new TextLabel(household.text("WhereNone"), Look::Size::body, Look::Meaning::muted)),
+      mFolder(mChoices.add(household.text("WhereFolder"))),
+      mPath(new QLineEdit) {
+  auto* column = new QVBoxLayout(this);
+  column->setContentsMargins(0, 0, 0, 0);
+  column->setSpacing(Look::space(2));
+  mList->setSpacing(Look::space(2));
+  column->addWidget(mNone);
+  column->addLayout(mList);
+  mFolder->say(household.text("WhereFolder"));
+  mPath->setAccessibleName(household.text("WhereFolder"));
+  mPath->setMinimumWidth(30 * fontMetrics().averageCharWidth());
+  mFolder->add(mPath);
+  mFolder->line()->setStretchFactor(mPath, 8);
+  mFolder->add(makeButton(household.text("WhereChoose"), [this] {
+    const QString folder =
+        QFileDialog::getExistingDirectory(this, mHousehold.text("WhereFolder"), QDir::homePath());
+    if (!folder.isEmpty()) mPath->setText(folder);
+    mChoices.choose(mFolder);
+  }));
+  column->addWidget(mFolder);
+  const auto tell = [this] {
+    if (onChange) onChange();
+  };
+  mChoices.onChosen = tell;
+  QObject::connect(mPath, &QLineEdit::textChanged, this, tell);
+}
+
+void WhereStep::begin() {
+  mShown.clear();
+  mPath->clear();
+  refresh(0);
+  // A disk beside the machine's own is what a backup wants.
+  if (!mVolumes.empty()) mChoices.choose(mVolumes.begin()->second.choice);
+}
+
+void WhereStep::show(const ZAN_Value& settings) {
+  mShown = ActionsTools::getDestinationForAction(settings).path();
+  refresh(0);
+  for (auto& [place, volume] : mVolumes)
+    if (volume.folder == mShown) return mChoices.choose(volume.choice);
+  mPath->setText(qt(mShown));
+  mChoices.choose(mFolder);
+}
+
+WhereStep::Volume& WhereStep::volumeFor(const Mount& mount, const QString& name) {
+  Volume& volume = mVolumes[mount.target];
+  if (volume.choice != nullptr) return volume;
+  volume.name = name;
+  volume.folder = ZAN_FilesUtils::joinedPath(
+      mount.target, utf8(mHousehold.text("WhereFolderName", {mHousehold.machine().networkName()})));
+  volume.choice = mChoices.add(name);
+  volume.fitness = new TextLabel({}, Look::Size::small, Look::Meaning::muted);
+  auto* picture = new QLabel;
+  picture->setPixmap(Look::picture(
+      mount.isServer ? QStringLiteral("network-server") : QStringLiteral("drive-harddisk"),
+      Look::space(7), Look::Meaning::accent));
+  auto* words = new QVBoxLayout;
+  words->setSpacing(0);
+  words->addWidget(new TextLabel(name, Look::Size::strong));
+  words->addWidget(volume.fitness);
+  QHBoxLayout* line = volume.choice->line();
+  delete line->takeAt(line->count() - 1);
+  line->addWidget(picture);
+  line->addLayout(words, 1);
+  mList->addWidget(volume.choice);
+  return volume;
+}
+
+void WhereStep::refresh(std::uint64_t bytes) {
+  if (bytes != 0) mBytes = bytes;
+  Volumes& volumes = mHousehold.volumes();
+  const auto mounts = volumes.mounts();
+  const Mount* home = mountAt(mounts, mHousehold.store().folder().homeFolder());
+  std::set<std::string> there;
+  for (const Mount& mount : mounts) {
+    if (!mount.isVolume || !mount.writable || mount.target == "/") continue;
+    there.insert(mount.target);
+    const auto known = volumes.information(mount);
+    Volume& volume = volumeFor(mount, qt(VolumeReference::nameOf(mount, known)));
+    const bool isSameDisk = home != nullptr && home->device == mount.device;
+    if (!known) {
+      volume.fitness->setText(mHousehold.text("WhereSilent"));
+      volume.fitness->setMeaning(Look::Meaning::caution);
+      continue;
+    }
+    const std::string free = mHousehold.strings().getShortSizeBytes(known->freeSize);
+    const bool isFull = mBytes != 0 && known->freeSize < mBytes;
+    volume.fitness->setText(isSameDisk ? mHousehold.text("WhereSameDisk", {free})
+                            : isFull   ? mHousehold.text("WhereFull", {free})
+                                       : mHousehold.text("WhereFits", {free}));
+    volume.fitness->setMeaning(isSameDisk || isFull ? Look::Meaning::caution : Look::Meaning::good);
+  }
+  for (auto volume = mVolumes.begin(); volume != mVolumes.end();) {
+    if (there.contains(volume->first)) {
+      ++volume;
+      continue;
+    }
+    mChoices.remove(volume->second.choice);
+    volume = mVolumes.erase(volume);
+  }
+  mNone->setVisible(mVolumes.empty());
+}
+
+std::string WhereStep::folder() const {
+  const Choice* chosen = mChoices.chosen();
+  for (const auto& [place, volume] : mVolumes)
+    if (volume.choice == chosen) return volume.folder;
+  if (chosen != mFolder) return {};
+  const QString path = mPath->text().trimmed();
+  return path.isEmpty() ? std::string() : utf8(QDir::cleanPath(path));
+}
+
+QString WhereStep::volume() const {
+  const Choice* chosen = mChoices.chosen();
+  for (const auto& [place, volume] : mVolumes)
+    if (volume.choice == chosen) return volume.name;
+  return {};
+}
+
+}  // namespace corvana
