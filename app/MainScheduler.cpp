@@ -209,9 +209,12 @@ void MainScheduler::holdBackAfterStart(bool helperIsPrivileged) {
     m.state.holdBackUntil(now + kHoldAtLogin, SchedulerState::HeldBack::afterStart);
     const InstallPaths& paths = m.store.installPaths();
     std::error_code ignored;
-    const bool mainAppIsInstalled =
-        std::filesystem::exists(paths.installPathForCode(InstallPaths::mainAppExecutable), ignored);
-    if (!helperIsPrivileged && mainAppIsInstalled) {
+    const auto isThere = [&](InstallPaths::Code part) {
+      return std::filesystem::exists(paths.installPathForCode(part), ignored);
+    };
+    // A helper that has lost its rights is mended there; one that is not there is not wanted.
+    if (!helperIsPrivileged && isThere(InstallPaths::adminLauncher) &&
+        isThere(InstallPaths::mainAppExecutable)) {
       static_cast<void>(
           m.platform.processes.open(paths.installPathForCode(InstallPaths::mainAppBundle)));
     }

@@ -216,6 +216,9 @@ QString styleSheet() {
       border: 1px solid %line; border-radius: %smallpx; padding: %pad1px %pad2px;
       min-height: %minpx; selection-background-color: %accent; selection-color: %onaccent; }
     QLineEdit:focus, QComboBox:focus, QTimeEdit:focus, QSpinBox:focus { border: 2px solid %accent; }
+    QComboBox::drop-down { border: none; width: %droppx; }
+    QComboBox::down-arrow { image: url("%arrow"); width: %markpx; height: %markpx; }
+    QComboBox QAbstractItemView { background: %card; color: %text; border: 1px solid %line; }
     QTreeView, QTableView, QListView { background: %card; color: %text; border: 1px solid %line;
       border-radius: %roundpx; outline: none; alternate-background-color: %card; }
     QTreeView::item { padding: %pad1px; border: none; }
@@ -264,6 +267,8 @@ QString styleSheet() {
                                               : QStringLiteral("/emblem-ok-light@2x.png"))},
       {"%round", QString::number(round)},
       {"%small", QString::number(space(1) + 2)},
+      {"%drop", QString::number(space(6))},
+      {"%arrow", picturesFolder() + QStringLiteral("/pan-down@2x.png")},
       {"%toggle", QString::number(space(6))},
       {"%min", QString::number(space(5))},
       {"%pad1f", QString::number(space(1) - 1)},

@@ -126,6 +126,7 @@ void WhenStep::buildUsual() {
   mIdleMinutes = new QSpinBox;
   mIdleMinutes->setRange(1, 24 * kMinutesAnHour);
   mIdleMinutes->setValue(10);
+  mIdleMinutes->setButtonSymbols(QAbstractSpinBox::NoButtons);
   mIdleMinutes->setAccessibleName(mHousehold.text("WhenIdleUnit"));
   mIdle->say(mHousehold.text("WhenIdle"));
   mIdle->add(mIdleMinutes);
@@ -143,6 +144,7 @@ void WhenStep::buildMore() {
   mEveryCount = new QSpinBox;
   mEveryCount->setRange(1, 999);
   mEveryCount->setValue(4);
+  mEveryCount->setButtonSymbols(QAbstractSpinBox::NoButtons);
   mEveryCount->setAccessibleName(mHousehold.text("WhenEveryName"));
   mEveryUnit = new QComboBox;
   mEveryUnit->addItem(mHousehold.text("WhenHoursUnit"), kMinutesAnHour);
@@ -173,6 +175,7 @@ void WhenStep::buildMore() {
 
   mYearDay = new QSpinBox;
   mYearDay->setRange(1, 31);
+  mYearDay->setButtonSymbols(QAbstractSpinBox::NoButtons);
   mYearDay->setAccessibleName(mHousehold.text("WhenDayName"));
   mYearMonth = new QComboBox;
   for (int month = 1; month <= kMonths; ++month)

@@ -50,7 +50,7 @@ void WhereStep::begin() {
   mPath->clear();
   refresh(0);
   // A disk beside the machine's own is what a backup wants.
-  if (!mVolumes.empty()) mChoices.choose(mVolumes.begin()->second.choice);
+  mChoices.choose(mVolumes.empty() ? mFolder : mVolumes.begin()->second.choice);
 }
 
 void WhereStep::show(const ZAN_Value& settings) {

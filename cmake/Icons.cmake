@@ -33,7 +33,7 @@ endforeach()
 corvana_picture(logo_cva_dialogs 48)
 # Of the main application, in one ink that is coloured when it is drawn; named as the desktops' themes name theirs.
 foreach(name chronometer dialog-warning document-open-recent drive-harddisk edit-find emblem-ok emblem-ok-light folder go-home
-             go-previous list-add media-playback-pause media-playback-start media-playback-stop network-server
+             go-previous list-add media-playback-pause media-playback-start media-playback-stop network-server pan-down
              preferences-system user-home view-more window-close x-office-calendar)
   corvana_picture(${name} 24)
 endforeach()

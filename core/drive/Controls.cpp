@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "core/drive/LaunchStep.h"
 #include "core/machine/MachineDuties.h"
 #include "core/record/Records.h"
@@ -163,7 +164,12 @@ void Controls::showErrorSummary() {
 
 void Controls::errorsWereSeen() { m.log.clearErrorState(); }
 
-void Controls::showOverview() { showWindow(Window::status); }
+void Controls::showOverview() {
+  const std::string& program =
+      m.store.installPaths().installPathForCode(InstallPaths::mainAppExecutable);
+  if (ZAN_FilesUtils::exists(program)) return openMainApp();
+  showWindow(Window::status);
+}
 
 void Controls::setAnnouncePosition(const Point& position) {
   m.preferences.mShowMiniProgressPosition = position;

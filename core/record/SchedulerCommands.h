@@ -60,7 +60,8 @@ class SchedulerCommands {
   virtual void showErrorSummary() = 0;
   /// The user has seen what failed: the error state goes.
   virtual void errorsWereSeen() = 0;
-  /// What a click on the icon asks for: how everything stands.
+  /// What a click on the icon asks for: how everything stands, in the main application where that
+  /// is installed, else in a window of the agent's own.
   virtual void showOverview() = 0;
   /// The user has put the announce window there; its lower left corner.
   virtual void setAnnouncePosition(const Point& position) = 0;

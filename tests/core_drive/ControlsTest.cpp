@@ -95,6 +95,15 @@ TEST(Controls, EachCommandHasItsEffectAndNoOther) {
        "windows:  status floatingIcon"},
       {"restore", [](Drive& day) { day.commands().showRestore(); },
        "main ShowRestore; opens ~/Applications/Corvana 9.app"},
+      {"overview in the main application",
+       [](Drive& day) {
+         const std::filesystem::path program =
+             day.store().installPaths().installPathForCode(InstallPaths::mainAppExecutable);
+         std::filesystem::create_directories(program.parent_path());
+         std::ofstream(program) << "a program";
+         day.commands().showOverview();
+       },
+       "opens ~/Applications/Corvana 9.app"},
       {"show the queue", [](Drive& day) { day.commands().showWindow(Window::queue); },
        "windows:  queue floatingIcon"},
       {"show the survey", [](Drive& day) { day.commands().showWindow(Window::executionSurvey); },

@@ -1,0 +1,30 @@
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <clocale>
+
+namespace corvana {
+namespace {
+
+/// The application of all tests, on a screen that nobody sees.
+class OneApplication final : public testing::Environment {
+ public:
+  void SetUp() override {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    mApplication = std::make_unique<QApplication>(mCount, mArguments);
+    std::setlocale(LC_NUMERIC, "C");
+  }
+  void TearDown() override { mApplication.reset(); }
+
+ private:
+  int mCount = 1;
+  char mName[5] = "test";
+  char* mArguments[2] = {mName, nullptr};
+  std::unique_ptr<QApplication> mApplication;
+};
+
+testing::Environment* const sOneApplication =
+    testing::AddGlobalTestEnvironment(new OneApplication);  // gtest deletes it
+
+}  // namespace
+}  // namespace corvana

@@ -1,0 +1,208 @@
+#include <QAccessible>
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QRadioButton>
+
+#include "application/MainWindow.h"
+#include "command/ActionDraft.h"
+#include "command/SchedulePlan.h"
+#include "desktop/Texts.h"
+#include "tests/application/ApplicationTest.h"
+#include "tests/desktop_windows/WidgetIn.h"
+
+namespace corvana {
+namespace {
+
+class PagesTest : public ApplicationTest {
+ protected:
+  void begin() {
+    household->begin();
+    ASSERT_TRUE(eventually([&] { return household->agent() == Household::Agent::answers; }));
+    window = std::make_unique<MainWindow>(*household);
+    window->QWidget::show();
+    QCoreApplication::processEvents();
+  }
+  void TearDown() override {
+    window.reset();
+    ApplicationTest::TearDown();
+  }
+  void press(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+    QWidget* target = window->focusWidget();
+    QTest::keyClick(target != nullptr ? target : window.get(), static_cast<Qt::Key>(key),
+                    modifiers);
+  }
+  /// The visible button of that name, pressed by the keyboard.
+  void press(const QString& name) {
+    for (auto* button : window->findChildren<QPushButton*>()) {
+      if (button->text() != name || !button->isVisible()) continue;
+      button->setFocus();
+      QTest::keyClick(button, Qt::Key_Space);
+      return;
+    }
+    ADD_FAILURE() << "no button " << name.toStdString();
+  }
+  bool isSaid(const QString& words) const {
+    for (const auto* label : window->findChildren<QLabel*>())
+      if (label->isVisible() && label->text().contains(words)) return true;
+    return false;
+  }
+  ZAN_Value backup() const {
+    ZAN_Value record = newActionRecord("Letters", household->now());
+    ActionFolders folders;
+    const auto volumes = GvfsShares::volumesNow(household->machine(), 5);
+    EXPECT_FALSE(folders.add(at("Documents"), ActionFolders::Role::source, false, *volumes));
+    EXPECT_FALSE(folders.add(at("elsewhere"), ActionFolders::Role::destination, false, *volumes));
+    folders.applyTo(record);
+    SchedulePlan{.daily = {8 * 3600}}.applyTo(record, household->calendar(), household->now());
+    return record;
+  }
+  void note(int code, double ago, std::int64_t reference) {
+    const ReferenceTime date = household->now() - ago;
+    household->history().addHistoryEntry(ZAN_Value::dictionary({{"Date", ZAN_Value::date(date)},
+                                                                {"EndDate", ZAN_Value::date(date)},
+                                                                {"Title", "Letters"},
+                                                                {"Ref", reference},
+                                                                {"C", code},
+                                                                {"Reason", "it went wrong"},
+                                                                {"ActionErrors", 0}}));
+  }
+
+  std::unique_ptr<MainWindow> window;
+};
+
+TEST_F(PagesTest, SetsUpAFirstBackupByTheKeyboardAlone) {
+  begin();
+  ASSERT_TRUE(isSaid(household->text("FirstTitle")));
+  press(household->text("FirstCreate"));
+  for (auto* box : window->findChildren<QCheckBox*>()) {
+    if (box->text() != "Documents") continue;
+    box->setFocus();
+    QTest::keyClick(box, Qt::Key_Space);
+  }
+  press(household->text("CreateNext"));
+  auto& path = widgetIn<QLineEdit>(*window, household->text("WhereFolder"));
+  path.setFocus();
+  QTest::keyClicks(&path, QString::fromStdString(at("elsewhere")));
+  press(household->text("CreateNext"));
+  EXPECT_TRUE(isSaid("20:00") || isSaid("8:00")) << "the next dates";
+  press(household->text("CardRun"));
+  ASSERT_TRUE(eventually([&] { return !agent->launched.empty(); }));
+
+  const ZAN_Value record = recordOf(agent->launched.front());
+  EXPECT_EQ(record.string("Title"), "Documents");
+  EXPECT_EQ(record.string("OptionsPerformer"), "corvana9");
+  EXPECT_EQ(ActionsTools::getSourcesForAction(record).front().path(), at("Documents"));
+  EXPECT_EQ(ActionsTools::getDestinationForAction(record).path(), at("elsewhere"));
+  const Schedule schedule(record);
+  EXPECT_EQ(schedule.kind, ScheduleKind::daily);
+  EXPECT_EQ(household->calendar().secondsInDay(schedule.time.value_or(0)), 20 * 3600);
+}
+
+TEST_F(PagesTest, ChangesOneWordAndLeavesTheRestOfARecord) {
+  ZAN_Value record = backup();
+  record.setValue("OptionsOfAnotherProgram", "kept");
+  record.setValue("TriggerHourDelay", 2);
+  record.setValue("OptionsPerformer", "another");
+  household->begin();
+  const std::int64_t reference = add(record);
+  begin();
+  window->changeBackup(reference);
+  widgetIn<QLineEdit>(*window, household->text("CreateName")).setText("Post");
+  press(household->text("CreateSave"));
+  ASSERT_TRUE(eventually([&] { return recordOf(reference).string("Title") == "Post"; }));
+
+  ZAN_Value before = record;
+  ZAN_Value after = recordOf(reference);
+  for (const char* key : {"Title", "SaveEditDate", "Ref", "CreationDate", "VersionsNone",
+                          "VersionsDays", "VersionsBytes"}) {
+    before.removeKey(key);
+    after.removeKey(key);
+  }
+  EXPECT_EQ(after, before);
+}
+
+TEST_F(PagesTest, RefusesACopyWithinItsSourceInWords) {
+  begin();
+  window->createBackup();
+  for (auto* box : window->findChildren<QCheckBox*>())
+    if (box->text() == "Documents") box->setChecked(true);
+  press(household->text("CreateNext"));
+  auto& path = widgetIn<QLineEdit>(*window, household->text("WhereFolder"));
+  path.setText(QString::fromStdString(at("Documents/copy")));
+  press(household->text("CreateNext"));
+  press(household->text("CreateSave"));
+  EXPECT_TRUE(eventually([&] { return isSaid(household->text("CreateTrouble")); }));
+  EXPECT_EQ(household->actions().numberOfActions(), 0U);
+}
+
+TEST_F(PagesTest, SaysWhatIsWrongUntilItIsSeenOrMended) {
+  household->begin();
+  const std::int64_t reference = add(backup());
+  note(2, 90'000, reference);
+  note(5, 3'600, reference);
+  SettingsFiles& settings = household->store().settings();
+  const auto failed = [&](bool isUnseen) {
+    ZAN_Value stored = ZAN_Value::dictionary();
+    if (isUnseen)
+      stored.setValue("SchedulerFailuresNotSeen",
+                      ZAN_Value::array({ZAN_Value::dictionary({{"R", reference}, {"C", 5}})}));
+    EXPECT_TRUE(settings.saveSchedulerSettings(stored));
+  };
+  failed(true);
+  begin();
+  EXPECT_TRUE(isSaid(household->text("BannerOneNeedsCare")));
+  EXPECT_TRUE(isSaid("it went wrong"));
+  press(household->text("BannerAgain"));
+  EXPECT_TRUE(eventually([&] { return agent->launched.size() == 1; }));
+
+  failed(false);
+  EXPECT_TRUE(eventually([&] { return isSaid(household->text("BannerWell")); })) << "seen";
+  failed(true);
+  EXPECT_TRUE(eventually([&] { return !isSaid(household->text("BannerWell")); }));
+  note(2, 10, reference);
+  EXPECT_TRUE(eventually([&] { return isSaid(household->text("BannerWell")); })) << "mended";
+
+  agent->answer.setValue("enabled", false);
+  agent->tellChanged();
+  EXPECT_TRUE(eventually([&] { return isSaid(household->text("BannerDisabled")); }));
+  press(household->text("BannerEnable"));
+  EXPECT_TRUE(eventually([&] { return agent->hasHeard("ActivateExecution"); }));
+  agent.reset();
+  EXPECT_TRUE(eventually([&] { return isSaid(household->text("BannerNoAgent")); }));
+}
+
+TEST_F(PagesTest, ShowsWhatTheAgentPosts) {
+  begin();
+  agent->post("SurveyFolderResults", ZAN_Value::dictionary({{"Msg", "Three files are new"}}));
+  add(backup());
+  EXPECT_TRUE(eventually([&] { return isSaid("Three files are new"); }));
+}
+
+TEST_F(PagesTest, EveryControlHasANameAndARole) {
+  household->begin();
+  const std::int64_t reference = add(backup());
+  begin();
+  const auto check = [&](const char* page) {
+    for (QWidget* widget : window->findChildren<QWidget*>()) {
+      if (!widget->isVisible() || widget->focusPolicy() == Qt::NoFocus) continue;
+      // The field within a field with steps is read out as that.
+      if (widget->inherits("QScrollArea") || widget->parent()->inherits("QAbstractSpinBox"))
+        continue;
+      QAccessibleInterface* seen = QAccessible::queryAccessibleInterface(widget);
+      ASSERT_NE(seen, nullptr);
+      EXPECT_FALSE(seen->text(QAccessible::Name).isEmpty())
+          << page << ": " << widget->metaObject()->className();
+      EXPECT_NE(seen->role(), QAccessible::NoRole);
+    }
+  };
+  check("overview");
+  window->changeBackup(reference);
+  check("change");
+  window->createBackup();
+  check("create");
+}
+
+}  // namespace
+}  // namespace corvana
