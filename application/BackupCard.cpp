@@ -18,7 +18,8 @@ namespace corvana {
 
 namespace {
 
-constexpr int kNarrow = 92;  ///< characters; below that two rows
+constexpr int kNarrow = 116;      ///< characters; below that two rows
+constexpr int kSideColumns = 34;  ///< of the last column
 constexpr int kPerCent = 100;
 constexpr double kMinute = 60;
 
@@ -130,6 +131,10 @@ BackupCard::BackupCard(Household& household, Hooks hooks)
   mParts[1] = columnOf({mLast, mResult, mTrouble});
   mParts[2] = columnOf({mRuns, mProgress, mNext});
   mParts[3] = side;
+  // The columns of all cards stand below each other, whatever is in them.
+  for (QWidget* part : {mParts[0], mParts[1], mParts[2]})
+    part->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+  side->setMinimumWidth(kSideColumns * fontMetrics().averageCharWidth());
   mMore->setFlat(true);
   mMore->setMenu(mMenu);
   mMore->setIcon(Look::icon(QStringLiteral("view-more")));
@@ -149,7 +154,7 @@ void BackupCard::arrange() {
     mGrid->setColumnStretch(1, 1);
     return;
   }
-  constexpr int kStretches[] = {27, 24, 27, 22};
+  constexpr int kStretches[] = {27, 24, 27, 0};
   for (int column = 0; column < 4; ++column) {
     mGrid->addWidget(mParts[column], 0, column);
     mGrid->setColumnStretch(column, kStretches[column]);

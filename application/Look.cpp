@@ -240,6 +240,12 @@ QString styleSheet() {
     QProgressBar { background: %smuted; border: none; border-radius: 3px; max-height: 6px;
       min-height: 6px; }
     QProgressBar::chunk { background: %accent; border-radius: 3px; }
+    QScrollBar:vertical { background: transparent; width: %markpx; margin: 0px; }
+    QScrollBar::handle:vertical { background: %line; border-radius: 3px; min-height: %toggle2px;
+      margin: 2px 4px; }
+    QScrollBar::handle:vertical:hover { background: %muted; }
+    QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0px; }
+    QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: transparent; }
     QToolTip { background: %card; color: %text; border: 1px solid %line; padding: %pad1px; }
   )");
   const std::pair<const char*, QString> values[] = {
@@ -269,6 +275,7 @@ QString styleSheet() {
       {"%small", QString::number(space(1) + 2)},
       {"%drop", QString::number(space(6))},
       {"%arrow", picturesFolder() + QStringLiteral("/pan-down@2x.png")},
+      {"%toggle2", QString::number(space(10))},
       {"%toggle", QString::number(space(6))},
       {"%min", QString::number(space(5))},
       {"%pad1f", QString::number(space(1) - 1)},

@@ -8,6 +8,7 @@
 #include <QScreen>
 #include <QStackedWidget>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "application/CreatePage.h"
 #include "application/HistoryPage.h"
@@ -62,15 +63,20 @@ MainWindow::MainWindow(Household& household)
   mSide->setAccessibleName(household.text("MainPages"));
   mSide->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   mSide->setFrameShape(QFrame::NoFrame);
+  mSide->setIconSize(QSize(Look::space(6), Look::space(6)));
   row->addWidget(side);
   row->addWidget(mStack, 1);
-  side->setFixedWidth(kSideColumns * fontMetrics().averageCharWidth());
-
   addPage(QStringLiteral("go-home"), household.text("MainOverview"), mOverview);
   addPage(QStringLiteral("document-open-recent"), household.text("MainRestore"), mRestore);
   addPage(QStringLiteral("x-office-calendar"), household.text("MainHistory"), mHistory);
   addPage(QStringLiteral("preferences-system"), household.text("MainSettings"), mSettings);
   mStack->addWidget(mCreate);
+  // As wide as its longest word wants it.
+  int words = 0;
+  for (int i = 0; i < mSide->count(); ++i)
+    words = std::max(words, fontMetrics().horizontalAdvance(mSide->item(i)->text()));
+  side->setFixedWidth(std::max(kSideColumns * fontMetrics().averageCharWidth(),
+                               words + mSide->iconSize().width() + Look::space(14)));
   QObject::connect(mSide, &QListWidget::currentRowChanged, mSide, [this](int row) {
     if (row >= 0) show(static_cast<Page*>(mStack->widget(row)));
   });

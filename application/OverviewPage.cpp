@@ -323,9 +323,9 @@ void OverviewPage::markAsSeen() { household().tellAgent("ErrorsWereSeen"); }
 
 void OverviewPage::confirmDeletions(std::int64_t reference, std::int64_t count) {
   ask(household().text("ConfirmTitle"), household().text("ConfirmText", {count}),
-      household().text("ConfirmButton", {count}), [this, reference] {
+      household().text("ConfirmButton", {count}), [this, reference, count] {
         complain(household().edit([&](ProgrammedAction& root) -> Outcome {
-          const auto confirmed = corvana::confirmDeletions(root, reference);
+          const auto confirmed = corvana::confirmDeletions(root, reference, count);
           return confirmed ? Outcome() : confirmed.error();
         }));
       });

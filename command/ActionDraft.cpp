@@ -256,7 +256,8 @@ std::optional<FolderTrouble> checkCopies(ProgrammedAction& root, const ZAN_Value
   return {};
 }
 
-Result<std::int64_t> confirmDeletions(ProgrammedAction& root, std::int64_t reference) {
+Result<std::int64_t> confirmDeletions(ProgrammedAction& root, std::int64_t reference,
+                                      std::optional<std::int64_t> shown) {
   ProgrammedAction* node = root.actionForReference(reference);
   if (node == nullptr)
     return Error{ErrorKind::absent,
@@ -266,6 +267,9 @@ Result<std::int64_t> confirmDeletions(ProgrammedAction& root, std::int64_t refer
   if (count <= 0)
     return Error{ErrorKind::refused,
                  std::to_string(reference) + ": its last run did not ask to delete anything"};
+  if (shown && *shown != count)
+    return Error{ErrorKind::refused, std::to_string(reference) + ": another run has counted " +
+                                         std::to_string(count) + " files meanwhile"};
   record.setValue(DeletionKey::confirmed, count);
   record.setValue(DeletionKey::toConfirm, 0);
   node->changeSettings(record);

@@ -74,7 +74,9 @@ std::vector<std::string> proposedExclusions(const ZAN_Value& settings);
 /// In trouble when the action and another one of the tree would spoil each other's copies.
 std::optional<FolderTrouble> checkCopies(ProgrammedAction& root, const ZAN_Value& settings);
 
-/// The next run of the action may delete what the last one has asked about: how many files.
-Result<std::int64_t> confirmDeletions(ProgrammedAction& root, std::int64_t reference);
+/// The next run of the action may delete what the last one has asked about: how many files. Refused
+/// when that is not the number that was `shown`, if one was: another run has counted anew.
+Result<std::int64_t> confirmDeletions(ProgrammedAction& root, std::int64_t reference,
+                                      std::optional<std::int64_t> shown = {});
 
 }  // namespace corvana

@@ -41,7 +41,7 @@ class AgentOnBus final : public AgentAnswers {
     launched.push_back(ref);
     return {};
   }
-  void together(const std::function<void()>& body) override { body(); }
+  bool together(const std::function<bool()>& body) override { return body(); }
 
   void tellChanged() { mObject.changed(); }
   void post(const std::string& object, const ZAN_Value& userInfo = {}) {
