@@ -45,10 +45,8 @@ bool isSameFolder(const std::string& one, const std::string& other) {
 }  // namespace
 
 Household::Household(SystemLog& log, const std::string& texts)
-Household::Household(SystemLog& log, const LinuxMachine::Places& places)
     : mLog(log),
       mClock(&mLoop),
-      mMachine(places),
       mBus(mLoop, log),
       mNotifications(mBus, mLoop, log),
       mAsker(mBus),

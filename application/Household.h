@@ -49,9 +49,6 @@ class Household {
   /// Reads the texts, and nothing else yet; from `texts`, where this program is in no bundle. Qt's
   /// application object is there.
   explicit Household(SystemLog& log, const std::string& texts = {});
-  /// Reads the texts, and nothing else yet. Qt's application object is there. `places` tell where
-  /// the program lies, and with it the parts of the product.
-  explicit Household(SystemLog& log, const LinuxMachine::Places& places = {});
   Household(const Household&) = delete;
   Household& operator=(const Household&) = delete;
   ~Household();

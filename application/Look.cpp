@@ -216,7 +216,6 @@ QString styleSheet() {
       border: 1px solid %line; border-radius: %smallpx; padding: %pad1px %pad2px;
       min-height: %minpx; selection-background-color: %accent; selection-color: %onaccent; }
     QLineEdit:focus, QComboBox:focus, QTimeEdit:focus, QSpinBox:focus { border: 2px solid %accent; }
-    QComboBox::drop-down { border: none; width: %droppx; }
     QComboBox::down-arrow { image: url("%arrow"); width: %markpx; height: %markpx; }
     QComboBox QAbstractItemView { background: %card; color: %text; border: 1px solid %line; }
     QTreeView, QTableView, QListView { background: %card; color: %text; border: 1px solid %line;
@@ -273,7 +272,6 @@ QString styleSheet() {
                                               : QStringLiteral("/emblem-ok-light@2x.png"))},
       {"%round", QString::number(round)},
       {"%small", QString::number(space(1) + 2)},
-      {"%drop", QString::number(space(6))},
       {"%arrow", picturesFolder() + QStringLiteral("/pan-down@2x.png")},
       {"%toggle2", QString::number(space(10))},
       {"%toggle", QString::number(space(6))},

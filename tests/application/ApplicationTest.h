@@ -78,9 +78,6 @@ class ApplicationTest : public testing::Test {
     for (const char* folder : {"Documents", "Pictures", "elsewhere"})
       std::filesystem::create_directory(at(folder));
     std::ofstream(at("Documents/letter")) << "Dear reader";
-    // The program says where the product lies.
-    std::filesystem::create_symlink(CORVANA_BUILD "/Corvana 9.app/Contents/MacOS/Corvana 9",
-                                    at("program"));
     agent = std::make_unique<AgentOnBus>(home);
     household = makeHousehold();
   }
@@ -91,9 +88,7 @@ class ApplicationTest : public testing::Test {
   }
 
   std::unique_ptr<Household> makeHousehold() {
-    LinuxMachine::Places places;
-    places.executable = at("program");
-    return std::make_unique<Household>(log, places);
+    return std::make_unique<Household>(log, CORVANA_TEXTS);
   }
   std::string at(const std::string& name) const { return home + '/' + name; }
   /// Lets the loop turn until the condition holds; false when it does not within ten seconds.

@@ -38,7 +38,7 @@ TEST_F(HouseholdTest, LosesNothingWhileTwoOtherProgramsWrite) {
                 {"-c", QString("i=0; while [ $i -lt %1 ]; do i=$((i+1)); \"%2\" edit %3 --title $i "
                                "> /dev/null || exit 1; done")
                            .arg(kRounds)
-                           .arg(CORVANA_BUILD "/bin/corvana9")
+                           .arg(CORVANA_COMMAND)
                            .arg(edited)});
   // Meanwhile changes come as the agent makes them, from a view of its own.
   const auto other = makeHousehold();
