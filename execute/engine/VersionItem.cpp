@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
