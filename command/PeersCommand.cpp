@@ -194,24 +194,29 @@ struct Wish {
 
 Result<Wish> wishOf(const std::vector<std::string>& words, const std::string& ownName) {
   const std::string& verb = words[1];
-  if (verb == "status" && words.size() == 2) return Wish{};
+  Wish wish;
+  if (verb == "status" && words.size() == 2) return wish;
   if (verb == "launch" && words.size() > 2) {
-    RemoteCommand::Launch launch;
+    auto& launch = wish.command.emplace().what.emplace<RemoteCommand::Launch>();
     for (std::size_t i = 2; i < words.size(); ++i) {
       const auto ref = referenceFrom(words[i]);
       if (!ref) return ref.error();
       launch.references.push_back(*ref);
     }
-    return Wish{RemoteCommand{launch}, "was asked to launch", {}};
+    wish.done = "was asked to launch";
+    return wish;
   }
   if ((verb == "activate" || verb == "deactivate") && words.size() == 2) {
-    const bool active = verb == "activate";
-    return Wish{RemoteCommand{RemoteCommand::Activate{active ? 1 : 0}},
-                active ? "is active" : "is switched off", active};
+    wish.active = verb == "activate";
+    wish.command.emplace().what = RemoteCommand::Activate{*wish.active ? 1 : 0};
+    wish.done = *wish.active ? "is active" : "is switched off";
+    return wish;
   }
-  if (verb == "message" && words.size() == 3)
-    return Wish{
-        RemoteCommand{RemoteCommand::Message{words[2], ownName}}, "was sent the message", {}};
+  if (verb == "message" && words.size() == 3) {
+    wish.command.emplace().what = RemoteCommand::Message{words[2], ownName};
+    wish.done = "was sent the message";
+    return wish;
+  }
   return Error{
       ErrorKind::refused,
       "what NAME shall do is one of status, launch REF…, activate, deactivate, message TEXT"};
