@@ -197,7 +197,8 @@ Result<Wish> wishOf(const std::vector<std::string>& words, const std::string& ow
   Wish wish;
   if (verb == "status" && words.size() == 2) return wish;
   if (verb == "launch" && words.size() > 2) {
-    auto& launch = wish.command.emplace().what.emplace<RemoteCommand::Launch>();
+    wish.command.emplace(RemoteCommand{RemoteCommand::Launch{}});
+    auto& launch = std::get<RemoteCommand::Launch>(wish.command->what);
     for (std::size_t i = 2; i < words.size(); ++i) {
       const auto ref = referenceFrom(words[i]);
       if (!ref) return ref.error();
@@ -208,12 +209,12 @@ Result<Wish> wishOf(const std::vector<std::string>& words, const std::string& ow
   }
   if ((verb == "activate" || verb == "deactivate") && words.size() == 2) {
     wish.active = verb == "activate";
-    wish.command.emplace().what = RemoteCommand::Activate{*wish.active ? 1 : 0};
+    wish.command.emplace(RemoteCommand{RemoteCommand::Activate{*wish.active ? 1 : 0}});
     wish.done = *wish.active ? "is active" : "is switched off";
     return wish;
   }
   if (verb == "message" && words.size() == 3) {
-    wish.command.emplace().what = RemoteCommand::Message{words[2], ownName};
+    wish.command.emplace(RemoteCommand{RemoteCommand::Message{words[2], ownName}});
     wish.done = "was sent the message";
     return wish;
   }
