@@ -51,10 +51,16 @@ tidy() {
   sed -nE "s|.*\"file\": \"$PWD/(.*)\".*|\\1|p" "$build/compile_commands.json" > "$scratch/compiled"
   cut -d ' ' -f 2- "$scratch/due" | sed 's/\.h$/.cpp/' | sort -u | { grep -Fxf "$scratch/compiled" || true; } |
     { xargs -r -d '\n' ls -t 2> /dev/null || true; } > "$scratch/sources"
+  # What gcc has precompiled clang cannot read: it gets the header itself.
+  sed -E "s|-include [^ \"]*/([^/]*)\.dir/cmake_pch\.hxx|-include $scratch/\1.hxx|g" "$build/compile_commands.json" \
+    > "$scratch/compile_commands.json"
+  for header in "$build"/*/CMakeFiles/*.dir/cmake_pch.hxx; do
+    [ ! -f "$header" ] || cp "$header" "$scratch/$(basename "$(dirname "$header")" .dir).hxx"
+  done
   touch "$scratch/clean"
   export -f look
   xargs -r -d '\n' -P "$(nproc)" -n 1 bash -c 'look "$@"' look \
-    $((EPOCHSECONDS + ${CORVANA_TIDY_SECONDS:-60})) "$build" "$scratch/clean" < "$scratch/sources" || code=1
+    $((EPOCHSECONDS + ${CORVANA_TIDY_SECONDS:-60})) "$scratch" "$scratch/clean" < "$scratch/sources" || code=1
   # A header without a source of its own is seen with those that include it.
   awk 'NR == FNR { clean[$0]; next }
        { source = $0; sub(/^[^ ]* /, "", source); sub(/\.h$/, ".cpp", source) }
