@@ -143,7 +143,7 @@ TEST_F(AgentOnDesktop, drawsEveryWindowThatItsMenuOpens) {
     const char* item;
     const char* title;
   };
-  constexpr Row kRows[] = {{"Overview…", "Status"},
+  constexpr Row kRows[] = {{"Status and automatic execution…", "Status"},
                            {"Next actions…", "Next actions"},
                            {"Queue…", "Queue"},
                            {"Latest actions…", "Latest actions"},

@@ -41,7 +41,8 @@ const std::set<std::string, std::less<>> kEqualWords{
     "CardWay",        "ColumnVolume",   "KeyEnter",         "IconToolTip",      "LatestDetails",
     "OKButton",       "PrefMailPort",   "PrefMailStartTls", "PrefPageVolumes",  "PrefPercent",
     "PrefPlaceAt",    "PrefRemotePort", "StatusTitle",      "WhyRemedyCommand", "WhyRemedy",
-    "StatusNextText", "WeekDay",        "WhyVolumeUuid"};
+    "StatusNextText", "WeekDay",        "WhyVolumeUuid",    "HistoryPerSecond", "RestoreColumnName",
+    "RestoreVersion", "SettingsCopy"};
 
 TEST(Translation, germanIsCompleteAndTakesTheSameArguments) {
   const auto english = textsOf("en");

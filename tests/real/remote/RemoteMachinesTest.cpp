@@ -90,9 +90,7 @@ struct RemoteMachinesTest : testing::Test {
   }
   /// Looks again and again: the network takes its time.
   bool sees(const std::function<bool(const ZAN_Value& peers)>& condition) {
-    for (int i = 0; i < 15; ++i)
-      if (condition(peers())) return true;
-    return false;
+    return real.runUntil([&] { return condition(peers()); });
   }
 };
 
