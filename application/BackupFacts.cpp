@@ -75,7 +75,7 @@ class Destinations {
     facts.destination = isOnStartUpDisk ? path : std::string(folder.volumeName());
     const std::string_view home = mHousehold.store().folder().homeFolder();
     if (isOnStartUpDisk && path.starts_with(home) && path.size() > home.size())
-      facts.destination = "~" + path.substr(home.size());
+      facts.destination = path.substr(home.size()).insert(0, 1, '~');
     const Volume& volume = volumeOf(folder, ActionsTools::toleratesOtherVolumes(settings));
     if (!volume.isThere) return;
     facts.folder = volume.path;
