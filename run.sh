@@ -153,7 +153,7 @@ show queue
 show why "$letters"
 show continue
 
-done_so_far() { cat "$HOME/Library/Logs/Corvana 9 Actions.log" 2> /dev/null | grep -c 'completed$' || true; }
+done_so_far() { cat "$HOME/Library/Logs/Corvana 9 Actions.log" 2> /dev/null | grep -cE '" completed(;|$)' || true; }
 limit=$((SECONDS + 150))
 until [ "$(done_so_far)" -ge 3 ]; do
   kill -0 "$agent" 2> /dev/null || { echo "The agent has ended by itself." >&2; exit 1; }
