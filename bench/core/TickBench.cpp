@@ -61,6 +61,8 @@ class ListedProcesses final : public Processes {
   void terminate(std::int64_t pid) override { mOthers.terminate(pid); }
   void kill(std::int64_t pid) override { mOthers.kill(pid); }
   Outcome open(const std::string& path) override { return mOthers.open(path); }
+  void handOn(int descriptor) override { mOthers.handOn(descriptor); }
+  std::optional<int> takeHandedOn() override { return mOthers.takeHandedOn(); }
   Error relaunch(const std::string& path) override { return mOthers.relaunch(path); }
 
   int listings = 0;
