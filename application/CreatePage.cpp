@@ -51,9 +51,7 @@ CreatePage::CreatePage(Household& household, Navigator& navigator)
   auto* outer = new QVBoxLayout(this);
   outer->setContentsMargins(0, 0, 0, 0);
   outer->setSpacing(0);
-  auto* page = new QWidget;
-  page->setProperty("look", "page");
-  auto* column = new QVBoxLayout(page);
+  QVBoxLayout* const column = makeScrollingColumn(mScroll, kWidest);
   const int side = Look::space(8);
   column->setContentsMargins(side, Look::space(6), side, Look::space(4));
   column->setSpacing(Look::space(2));
@@ -87,11 +85,6 @@ CreatePage::CreatePage(Household& household, Navigator& navigator)
   mProgress->setAccessibleName(household.text("CardRunning"));
   column->addWidget(mRun);
   column->addStretch(1);
-  page->setMaximumWidth(kWidest * fontMetrics().averageCharWidth());
-  mScroll->setWidget(page);
-  mScroll->setWidgetResizable(true);
-  mScroll->setFrameShape(QFrame::NoFrame);
-  mScroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   outer->addWidget(mScroll, 1);
   auto* foot = new QWidget;
   auto* buttons = new QHBoxLayout(foot);

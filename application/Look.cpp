@@ -6,6 +6,7 @@
 #include <QPainter>
 #include <QPalette>
 #include <QPixmap>
+#include <QScrollArea>
 #include <QStyle>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -336,6 +337,17 @@ void Card::setMeaning(Look::Meaning meaning) {
     default:
       return Look::set(this, "card");
   }
+}
+
+QVBoxLayout* makeScrollingColumn(QScrollArea* area, int widest) {
+  auto* page = new QWidget;
+  page->setProperty("look", "page");
+  page->setMaximumWidth(widest * page->fontMetrics().averageCharWidth());
+  area->setWidget(page);
+  area->setWidgetResizable(true);
+  area->setFrameShape(QFrame::NoFrame);
+  area->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  return new QVBoxLayout(page);
 }
 
 QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool isPrimary) {

@@ -10,6 +10,7 @@
 
 class QBoxLayout;
 class QHBoxLayout;
+class QScrollArea;
 class QVBoxLayout;
 
 namespace corvana {
@@ -87,6 +88,10 @@ class Card : public QFrame {
  private:
   QVBoxLayout* mColumn;
 };
+
+/// Puts a page into the area, as wide as that but no wider than `widest` characters,
+/// since long lines are hard to read; it scrolls up and down. Gives the page's column.
+QVBoxLayout* makeScrollingColumn(QScrollArea* area, int widest);
 
 /// `pressed` is called for mouse and keyboard. A primary one is what the page is there for.
 QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool isPrimary = false);

@@ -91,9 +91,7 @@ QWidget* OverviewPage::emptyPage() {
 }
 
 QWidget* OverviewPage::listPage() {
-  auto* page = new QWidget;
-  page->setProperty("look", "page");
-  auto* column = new QVBoxLayout(page);
+  QVBoxLayout* const column = makeScrollingColumn(mScroll, kWidest);
   const int side = Look::space(7);
   column->setContentsMargins(side, Look::space(6), side, Look::space(6));
   column->setSpacing(Look::space(3));
@@ -118,11 +116,6 @@ QWidget* OverviewPage::listPage() {
   mList->setSpacing(Look::space(3));
   column->addLayout(mList);
   column->addStretch(1);
-  page->setMaximumWidth(kWidest * fontMetrics().averageCharWidth());
-  mScroll->setWidget(page);
-  mScroll->setWidgetResizable(true);
-  mScroll->setFrameShape(QFrame::NoFrame);
-  mScroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   // More are made when the end of those that are there comes near.
   QObject::connect(mScroll->verticalScrollBar(), &QScrollBar::valueChanged, this,
                    [this](int value) {

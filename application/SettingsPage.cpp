@@ -23,7 +23,7 @@ namespace corvana {
 namespace {
 
 constexpr int kTextColumns = 26;
-constexpr int kWidestColumns = 90;  ///< of a card, since long lines are hard to read
+constexpr int kWidestColumns = 90;  ///< of a card
 
 void clear(QLayout* layout) {
   while (QLayoutItem* item = layout->takeAt(0)) {
@@ -86,20 +86,13 @@ SettingsPage::SettingsPage(Household& household, Navigator& navigator)
 }
 
 QVBoxLayout* SettingsPage::addPage(const char* title, const char* explanation) {
-  auto* content = new QWidget;
-  content->setProperty("look", "page");
-  content->setMaximumWidth(kWidestColumns * fontMetrics().averageCharWidth());
-  auto* column = new QVBoxLayout(content);
+  auto* scroll = new QScrollArea;
+  QVBoxLayout* const column = makeScrollingColumn(scroll, kWidestColumns);
   column->setContentsMargins(0, 0, Look::space(2), Look::space(6));
   column->setSpacing(Look::space(3));
   column->addWidget(
       new TextLabel(household().text(explanation), Look::Size::body, Look::Meaning::muted));
-  auto* scroll = new QScrollArea;
-  scroll->setWidgetResizable(true);
-  scroll->setFrameShape(QFrame::NoFrame);
   scroll->setFocusPolicy(Qt::NoFocus);
-  scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-  scroll->setWidget(content);
   mStack->addWidget(scroll);
   mSide->addItem(household().text(title));
   return column;
