@@ -9,6 +9,7 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <utility>
 
 #include "application/CreatePage.h"
 #include "application/HistoryPage.h"
@@ -27,6 +28,9 @@ constexpr int kRows = 46;
 constexpr int kSideColumns = 24;
 constexpr int kIconRole = Qt::UserRole;
 
+/// The rows at the side.
+enum Row { kOverview, kRestore, kHistory, kSettings };
+
 const ChangeSet kEverything{Change::queue,      Change::nextActions, Change::execution,
                             Change::statusLine, Change::progress,    Change::history,
                             Change::tree,       Change::volumes,     Change::strayFolders,
@@ -35,14 +39,7 @@ const ChangeSet kEverything{Change::queue,      Change::nextActions, Change::exe
 }  // namespace
 
 MainWindow::MainWindow(Household& household)
-    : mHousehold(household),
-      mSide(new QListWidget),
-      mStack(new QStackedWidget),
-      mOverview(new OverviewPage(household, *this)),
-      mRestore(new RestorePage(household, *this)),
-      mHistory(new HistoryPage(household, *this)),
-      mSettings(new SettingsPage(household, *this)),
-      mCreate(new CreatePage(household, *this)) {
+    : mHousehold(household), mSide(new QListWidget), mStack(new QStackedWidget) {
   setWindowTitle(QStringLiteral("Corvana 9"));
   setProperty("look", "page");
   setAttribute(Qt::WA_StyledBackground);
@@ -66,23 +63,22 @@ MainWindow::MainWindow(Household& household)
   mSide->setIconSize(QSize(Look::space(6), Look::space(6)));
   row->addWidget(side);
   row->addWidget(mStack, 1);
-  addPage(QStringLiteral("go-home"), household.text("MainOverview"), mOverview);
-  addPage(QStringLiteral("document-open-recent"), household.text("MainRestore"), mRestore);
-  addPage(QStringLiteral("x-office-calendar"), household.text("MainHistory"), mHistory);
-  addPage(QStringLiteral("preferences-system"), household.text("MainSettings"), mSettings);
-  mStack->addWidget(mCreate);
+  addPage("go-home", "MainOverview", [this] { return made(mOverview); });
+  addPage("document-open-recent", "MainRestore", [this] { return made(mRestore); });
+  addPage("x-office-calendar", "MainHistory", [this] { return made(mHistory); });
+  addPage("preferences-system", "MainSettings", [this] { return made(mSettings); });
   // As wide as its longest word wants it.
   int words = 0;
   for (int i = 0; i < mSide->count(); ++i)
     words = std::max(words, fontMetrics().horizontalAdvance(mSide->item(i)->text()));
   side->setFixedWidth(std::max(kSideColumns * fontMetrics().averageCharWidth(),
                                words + mSide->iconSize().width() + Look::space(14)));
-  QObject::connect(mSide, &QListWidget::currentRowChanged, mSide, [this](int row) {
-    if (row >= 0) show(static_cast<Page*>(mStack->widget(row)));
-  });
-  mSide->setCurrentRow(0);
   dress();
   placeOnScreen();
+  QObject::connect(mSide, &QListWidget::currentRowChanged, mSide, [this](int row) {
+    if (row >= 0) show(mRows[static_cast<std::size_t>(row)]());
+  });
+  mSide->setCurrentRow(kOverview);
 
   mHousehold.changes().listen([this](ChangeSet changed) {
     if (auto* page = static_cast<Page*>(mStack->currentWidget())) page->refresh(changed);
@@ -93,11 +89,28 @@ MainWindow::MainWindow(Household& household)
   mHousehold.onRaise = [this](const std::string& token) { bringToFront(token); };
 }
 
-void MainWindow::addPage(const QString& icon, const QString& title, Page* page) {
-  auto* item = new QListWidgetItem(Look::icon(icon, Look::Meaning::muted), title, mSide);
-  item->setData(kIconRole, icon);
-  page->setAccessibleName(title);
+void MainWindow::addPage(const char* icon, const char* key, std::function<Page*()> page) {
+  auto* item = new QListWidgetItem(mHousehold.text(key), mSide);
+  item->setData(kIconRole, QString::fromLatin1(icon));
+  mRows.emplace_back([page = std::move(page), title = item->text()] {
+    Page* const one = page();
+    one->setAccessibleName(title);
+    return one;
+  });
+}
+
+template <class Kind>
+Kind* MainWindow::made(Kind*& page) {
+  if (page != nullptr) return page;
+  page = new Kind(mHousehold, *this);
   mStack->addWidget(page);
+  return page;
+}
+
+void MainWindow::showRow(int row) {
+  // The row that was left for a page that has none is current still.
+  if (mSide->currentRow() == row) return show(mRows[static_cast<std::size_t>(row)]());
+  mSide->setCurrentRow(row);
 }
 
 void MainWindow::show(Page* page) {
@@ -105,33 +118,28 @@ void MainWindow::show(Page* page) {
   page->refresh(kEverything);
 }
 
-void MainWindow::showOverview() {
-  mSide->setCurrentRow(0);
-  show(mOverview);
-}
+void MainWindow::showOverview() { showRow(kOverview); }
 
 void MainWindow::createBackup() {
-  mCreate->begin();
+  made(mCreate)->begin();
   show(mCreate);
 }
 
 void MainWindow::changeBackup(std::int64_t reference) {
-  if (mCreate->change(reference)) show(mCreate);
+  if (made(mCreate)->change(reference)) show(mCreate);
 }
 
 void MainWindow::showRestore(std::int64_t reference) {
-  mRestore->choose(reference);
-  mSide->setCurrentRow(mStack->indexOf(mRestore));
-  show(mRestore);
+  made(mRestore)->choose(reference);
+  showRow(kRestore);
 }
 
 void MainWindow::showHistory(std::int64_t reference, bool onlyFailures) {
-  mHistory->choose(reference, onlyFailures);
-  mSide->setCurrentRow(mStack->indexOf(mHistory));
-  show(mHistory);
+  made(mHistory)->choose(reference, onlyFailures);
+  showRow(kHistory);
 }
 
-void MainWindow::showSettings() { mSide->setCurrentRow(mStack->indexOf(mSettings)); }
+void MainWindow::showSettings() { showRow(kSettings); }
 
 void MainWindow::bringToFront(const std::string& activationToken) {
   // Qt looks there when a window is to come to the front.
@@ -150,11 +158,10 @@ void MainWindow::heard(const std::string& object, const ZAN_Value& userInfo) {
   } else if (object == "ShowLatestActionsWithErrors") {
     showHistory(0, true);
   } else if (object == "ShowLatestNotifications") {
-    mHistory->showNotices(userInfo.integer("Index"));
-    mSide->setCurrentRow(mStack->indexOf(mHistory));
-    show(mHistory);
+    made(mHistory)->showNotices(userInfo.integer("Index"));
+    showRow(kHistory);
   } else if (object == "SurveyFolderResults" || object == "CheckActionsForStartupDisk") {
-    mOverview->tell(qt(userInfo.string(object == "SurveyFolderResults" ? "Msg" : "N")));
+    made(mOverview)->tell(qt(userInfo.string(object == "SurveyFolderResults" ? "Msg" : "N")));
     showOverview();
   } else {
     return;
@@ -195,10 +202,7 @@ void MainWindow::keyPressEvent(QKeyEvent* event) {
     return;
   }
   const int page = event->key() - Qt::Key_1;
-  if (isControl && page >= 0 && page < mSide->count()) {
-    mSide->setCurrentRow(page);
-    return show(static_cast<Page*>(mStack->widget(page)));
-  }
+  if (isControl && page >= 0 && page < mSide->count()) return showRow(page);
   QWidget::keyPressEvent(event);
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <QWidget>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "application/Page.h"
 
@@ -17,7 +19,7 @@ class RestorePage;
 class SettingsPage;
 
 /// The window of the main application: where it leads at the side, and the page that was chosen.
-/// Thread: main.
+/// A page is made when it is shown first. Thread: main.
 class MainWindow final : public QWidget, public Navigator {
  public:
   /// The household outlives the window.
@@ -38,7 +40,12 @@ class MainWindow final : public QWidget, public Navigator {
   void closeEvent(QCloseEvent* event) override;
 
  private:
-  void addPage(const QString& icon, const QString& title, Page* page);
+  /// `key` is that of its title.
+  void addPage(const char* icon, const char* key, std::function<Page*()> page);
+  template <class Kind>
+  Kind* made(Kind*& page);
+  /// What stands in that row at the side.
+  void showRow(int row);
   void show(Page* page);
   void dress();
   void placeOnScreen();
@@ -47,11 +54,12 @@ class MainWindow final : public QWidget, public Navigator {
   Household& mHousehold;
   QListWidget* mSide;
   QStackedWidget* mStack;
-  OverviewPage* mOverview;
-  RestorePage* mRestore;
-  HistoryPage* mHistory;
-  SettingsPage* mSettings;
-  CreatePage* mCreate;
+  std::vector<std::function<Page*()>> mRows;  ///< the pages that the rows at the side lead to
+  OverviewPage* mOverview = nullptr;
+  RestorePage* mRestore = nullptr;
+  HistoryPage* mHistory = nullptr;
+  SettingsPage* mSettings = nullptr;
+  CreatePage* mCreate = nullptr;
   bool mIsDressing = false;
 };
 
