@@ -89,10 +89,7 @@ void ExecuteRun::perform(const ExecuteArguments& arguments) {
   ExecuteRecords records(mSurroundings.files, mSurroundings.messages, mSurroundings.agentRuns,
                          arguments.reference, action ? action->getTitle() : "???");
   FolderWatch watch(mSurroundings.control);
-  const Outcome there =
-      action ? Outcome()
-             : Error{ErrorKind::refused,
-                     "Ref " + std::to_string(arguments.reference) + ": there is no such action"};
+  const Outcome there = action ? Outcome() : missing(arguments.reference);
   auto engine = there ? engineFor(settings, watch, newsFor(records)) : there.error();
   const Outcome prepared = engine ? (*engine)->prepare() : engine.error();
   if (!prepared) {
@@ -159,13 +156,29 @@ void ExecuteRun::recordSilence(const ExecuteArguments& arguments, double seconds
     end.reason = "Nothing was read or written for " +
                  ZAN_StringUtils::getDuration(static_cast<std::int64_t>(seconds));
   }
+  recordEnd(arguments, end);
+}
+
+void ExecuteRun::recordEnd(const ExecuteArguments& arguments, const ExecuteEnd& end) {
   if (!arguments.request.empty()) return VersionRequest(mSurroundings).recordEnd(arguments, end);
+  const auto* action = mSurroundings.files.tree.rootItem().actionForReference(arguments.reference);
   std::cerr << end.reason << std::endl;
   ExecuteRecords records(mSurroundings.files, mSurroundings.messages, mSurroundings.agentRuns,
                          arguments.reference, action ? action->getTitle() : "???");
   if (arguments.estimateSize) return records.logged(end);
   records.takeUp();
   records.ended(end);
+}
+
+/// That it cannot be read does not mean that it is not there.
+Error ExecuteRun::missing(std::int64_t reference) const {
+  auto& files = mSurroundings.files.store.files();
+  for (const std::string_view name : {DataFolder::kActions, DataFolder::kChanges}) {
+    const auto found = files.troubles().find(mSurroundings.files.store.folder().pathOf(name));
+    if (found != files.troubles().end())
+      return {ErrorKind::refused, found->first + ": " + found->second.reason};
+  }
+  return {ErrorKind::refused, "Ref " + std::to_string(reference) + ": there is no such action"};
 }
 
 namespace {

@@ -66,12 +66,16 @@ class ExecuteRun {
   /// Records the end of an execution that has done nothing for so many seconds and was given up,
   /// in its place: which of its volumes do not answer. `stop`: why it was to end anyway.
   void recordSilence(const ExecuteArguments& arguments, double seconds, StopReason stop);
+  /// Records an end without an execution, in the place of one that has begun and cannot record its
+  /// own.
+  void recordEnd(const ExecuteArguments& arguments, const ExecuteEnd& end);
 
  private:
   void execute(Engine& engine, FolderWatch& watch, const ZAN_Value& settings,
                ExecuteRecords& records);
   std::function<void(const ExecuteProgress&)> newsFor(ExecuteRecords& records) const;
   std::string silentVolumes(const ZAN_Value& settings) const;
+  Error missing(std::int64_t reference) const;
   void estimate(const std::vector<std::string>& sources, ExecuteRecords& records);
   Result<std::unique_ptr<Engine>> engineFor(const ZAN_Value& settings, FolderWatch& watch,
                                             std::function<void(const ExecuteProgress&)> tell) const;

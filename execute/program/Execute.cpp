@@ -2,12 +2,16 @@
 
 #include <QCoreApplication>
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <exception>
 #include <functional>
 #include <iostream>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
@@ -15,6 +19,7 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
+#include "actions/DataFolder.h"
 #include "actions/History.h"
 #include "execute/ExecuteRun.h"
 #include "execute/RunKeeper.h"
@@ -62,6 +67,18 @@ std::string resourcesFolder(const Machine& machine) {
 /// A disk that sleeps takes its time to wake up; one that was given up has had it.
 constexpr double kSecondsForSilentVolumes = 5;
 
+/// Where there is no thread for as long, there will be none.
+constexpr double kSecondsForAThread = 5;
+
+/// Whether everything that others go by is on the disk.
+bool isRecorded(ActionStore& store) {
+  const auto& troubles = store.files().troubles();
+  return std::ranges::none_of(
+      std::array{DataFolder::kHistory, DataFolder::kLog, DataFolder::kActions,
+                 DataFolder::kChanges},
+      [&](std::string_view name) { return troubles.contains(store.folder().pathOf(name)); });
+}
+
 /// What is to be done has a thread of its own; the main one hears and passes on messages. The
 /// status to end with: not 0 when it could not record its end.
 int perform(const ExecuteArguments& arguments, RunKeeper& keeper, double patience,
@@ -90,7 +107,7 @@ int perform(const ExecuteArguments& arguments, RunKeeper& keeper, double patienc
   notifications.observe("CVA9_ExecuteNotification", [&](const DistributedNotification& message) {
     messages.handle(message, control, {texts, strings, arguments.reference});
   });
-  const auto work = [&] {
+  const auto work = [&](const std::function<void(ExecuteRun&)>& what) {
     keeper.signs().thread = ::gettid();
     ActionStore store(clock, machine, log);
     ActionTree tree(store.tree(), clock, log, texts);
@@ -102,17 +119,33 @@ int perform(const ExecuteArguments& arguments, RunKeeper& keeper, double patienc
                     [&] { return agentRuns(machine.homeFolder()); },
                     *volumes,
                     machine});
-    body(run);
+    what(run);
+    return isRecorded(store) ? 0 : 1;
   };
-  loop.detachThread("execute", [&] {
-    int status = 0;
+  const auto guarded = [&](const std::function<void(ExecuteRun&)>& what) {
     try {
-      work();
+      return work(what);
     } catch (const std::exception& exception) {
       tell(exception);
-      status = 1;
+      return 1;
     }
+  };
+  std::atomic<bool> isTaken = false;
+  loop.detachThread("execute", [&] {
+    if (isTaken.exchange(true)) return;
+    const int status = guarded(body);
     loop.performOnMain([&loop, status] { loop.quit(status); });
+  });
+  loop.performAfter(kSecondsForAThread, [&] {
+    if (isTaken.exchange(true)) return;
+    loop.quit(guarded([&](ExecuteRun& run) {
+      ExecuteEnd end;
+      end.code = ExecuteCode::unexpectedError;
+      end.reason =
+          "The system has no thread for the execution: " + std::generic_category().message(EAGAIN) +
+          "; it can begin when fewer programs run";
+      run.recordEnd(arguments, end);
+    }));
   });
   return loop.run();
 }

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "actions/History.h"
-#include "tests/real/agent/AgentOnBus.h"
+#include "tests/real/faults/UnderFaults.h"
 
 namespace corvana {
 namespace {
@@ -18,30 +18,12 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-constexpr const char* kKinds[] = {"thread", "fork", "descriptor", "open", "write", "fsync",
-                                  "rename", "lock",
-#if !defined(__SANITIZE_ADDRESS__)
-                                  // Instrumented programs look through one whether memory is sound.
-                                  "pipe"
-#endif
-};
-constexpr const char* kOften[] = {"once", "always"};
-/// Of the calls of a kind only so many are tried, evenly spread; all of them when the environment
-/// has CORVANA_ALL_FAULTS.
+/// Of the calls of a kind so many are tried, if not all.
 constexpr std::size_t kTriedWithAgent = 2;
 constexpr std::size_t kTriedWithCommand = 4;
 
-std::vector<std::size_t> numbers(std::size_t count, std::size_t tried) {
-  if (std::getenv("CORVANA_ALL_FAULTS") != nullptr) tried = count;
-  tried = std::min(tried, count);
-  std::vector<std::size_t> chosen;
-  for (std::size_t i = 0; i < tried; ++i)
-    chosen.push_back(tried == 1 ? 1 : 1 + i * (count - 1) / (tried - 1));
-  return chosen;
-}
-
-/// Programs under a library that lets calls into the system fail, each time in the same home.
-struct FaultsTest : AgentOnBus {
+/// Agent and command, each time in the same home.
+struct FaultsTest : UnderFaults {
   void SetUp() override {
     AgentOnBus::SetUp();
     const std::string execute = bundle("Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute");
@@ -54,22 +36,6 @@ struct FaultsTest : AgentOnBus {
     fs::remove(home.at("ran"));
     fs::copy(home.at("before"), home.at("Library"), fs::copy_options::recursive);
     agentOutput.clear();
-  }
-
-  std::vector<std::string> under(const std::string& fault, std::vector<std::string> words) const {
-    std::vector<std::string> all{"LD_PRELOAD=" CORVANA_FAULTS, "CORVANA_FAULT=" + fault,
-                                 "CORVANA_FAULT_IN=" + fs::path(words.front()).filename().string(),
-                                 "CORVANA_FAULT_COUNT=" + home.at("count"),
-                                 "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"};
-    all.insert(all.end(), words.begin(), words.end());
-    return environment(all);
-  }
-  /// How often the program makes a call of that kind while `run` runs it.
-  template <class Run>
-  std::size_t countOf(const std::string& kind, const Run& run) {
-    fs::remove(home.at("count"));
-    run(kind + " 0 once");
-    return fs::exists(home.at("count")) ? fs::file_size(home.at("count")) : 0;
   }
 
   std::size_t ran() const {
@@ -145,17 +111,9 @@ struct FaultsTest : AgentOnBus {
         << agentOutput;
   }
 
-  Said commandUnder(const std::string& fault, std::vector<std::string> words) {
-    Said said;
-    bool ended = false;
+  static std::vector<std::string> commandWith(std::vector<std::string> words) {
     words.insert(words.begin(), CORVANA_COMMAND);
-    auto child = processes.start(
-        under(fault, words), false,
-        {[&](std::string_view chunk) { said.text += chunk; }, [&] { ended = true; }});
-    EXPECT_TRUE(child);
-    EXPECT_TRUE(real.runUntil([&] { return ended && !(*child)->isRunning(); }));
-    said.code = (*child)->terminationStatus();
-    return said;
+    return words;
   }
 
   static constexpr double kUntilItAnswers = 3;
@@ -200,7 +158,7 @@ TEST_F(FaultsTest, ACommandThatSaysDoneHasDoneIt) {
     for (const std::string kind : kKinds) {
       const std::size_t count = countOf(kind, [&](const std::string& fault) {
         begin();
-        EXPECT_EQ(commandUnder(fault, one.words).code, 0);
+        EXPECT_EQ(runUnder(fault, commandWith(one.words)).code, 0);
         EXPECT_EQ(titles(), one.titles);
       });
       for (const std::string often : kOften) {
@@ -208,7 +166,7 @@ TEST_F(FaultsTest, ACommandThatSaysDoneHasDoneIt) {
           const std::string fault = kind + ' ' + std::to_string(number) + ' ' + often;
           SCOPED_TRACE(one.words.front() + " with " + fault);
           begin();
-          const Said said = commandUnder(fault, one.words);
+          const Said said = runUnder(fault, commandWith(one.words));
           if (said.code == 0) {
             EXPECT_EQ(titles(), one.titles) << said.text;
             EXPECT_THAT(said.text, HasSubstr(one.shown));

@@ -1,9 +1,12 @@
 /// Loaded before a program, it lets calls into the system fail. In the environment:
 ///   CORVANA_FAULT     "KIND NUMBER once" or "KIND NUMBER always": the call of that kind with that
-///                     number, from 1 on, and those after it
+///                     number, from 1 on, and those after it; "KIND NUMBER kill": the process is
+///                     killed instead
 ///   CORVANA_FAULT_IN  name of the program that it is meant for; others go untouched
 ///   CORVANA_FAULT_COUNT  a file that grows by a byte with each call of that kind
-/// Kinds: thread, fork, pipe, descriptor, open, write (of files), fsync, rename, lock.
+///   CORVANA_FAULT_SYNCED  a file that gets a line for each file that was synchronised: its device,
+///                     its number and its size then
+/// Kinds: thread, fork, pipe, descriptor, open, write (of files), fsync, rename (and link), lock.
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -37,7 +40,9 @@ struct Plan {
   std::array<char, 16> kind{};
   long number = 0;
   bool always = false;
+  bool kills = false;
   int count = -1;
+  int synced = -1;
 
   Plan() {
     const char* const fault = std::getenv("CORVANA_FAULT");
@@ -45,9 +50,16 @@ struct Plan {
     std::array<char, 16> often{};
     if (std::sscanf(fault, "%15s %ld %15s", kind.data(), &number, often.data()) != 3) return;
     always = std::strcmp(often.data(), "always") == 0;
-    if (const char* const file = std::getenv("CORVANA_FAULT_COUNT"))
-      count = static_cast<int>(
-          ::syscall(SYS_openat, AT_FDCWD, file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
+    kills = std::strcmp(often.data(), "kill") == 0;
+    count = opened("CORVANA_FAULT_COUNT");
+    synced = opened("CORVANA_FAULT_SYNCED");
+  }
+
+  static int opened(const char* variable) {
+    const char* const file = std::getenv(variable);
+    if (file == nullptr) return -1;
+    return static_cast<int>(
+        ::syscall(SYS_openat, AT_FDCWD, file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
   }
 
   static bool isMeant() {
@@ -74,6 +86,7 @@ bool fails(const char* kind, int code) {
   if (wanted.count >= 0) ::syscall(SYS_write, wanted.count, ".", 1);
   const long number = ++calls;
   const bool isHit = wanted.always ? number >= wanted.number : number == wanted.number;
+  if (isHit && wanted.kills) ::kill(::getpid(), SIGKILL);
   errno = isHit ? code : before;
   return isHit;
 }
@@ -89,6 +102,19 @@ bool isFile(int file) {
   const bool is = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
   errno = before;
   return is;
+}
+
+int noteSynced(int result, int file) {
+  struct stat status;
+  const int before = errno;
+  if (result == 0 && plan().synced >= 0 && ::fstat(file, &status) == 0 && S_ISREG(status.st_mode)) {
+    std::array<char, 64> line{};
+    const int length = std::snprintf(line.data(), line.size(), "%lu %lu %ld\n", status.st_dev,
+                                     status.st_ino, status.st_size);
+    ::syscall(SYS_write, plan().synced, line.data(), static_cast<size_t>(length));
+  }
+  errno = before;
+  return result;
 }
 
 /// Qt waits without end for a thread of its own that it could not start, which cannot be helped
@@ -220,20 +246,40 @@ ssize_t pwrite64(int file, const void* bytes, size_t count, off64_t offset) {
 
 int fsync(int file) {
   REAL(fsync);
-  return fails("fsync", EIO) ? -1 : next(file);
+  return fails("fsync", EIO) ? -1 : noteSynced(next(file), file);
 }
 int fdatasync(int file) {
   REAL(fdatasync);
-  return fails("fsync", EIO) ? -1 : next(file);
+  return fails("fsync", EIO) ? -1 : noteSynced(next(file), file);
 }
 
 int rename(const char* from, const char* to) noexcept {
   REAL(rename);
   return fails("rename", ENOSPC) ? -1 : next(from, to);
 }
+int renameat(int folder, const char* from, int other, const char* to) noexcept {
+  REAL(renameat);
+  return fails("rename", ENOSPC) ? -1 : next(folder, from, other, to);
+}
+int renameat2(int folder, const char* from, int other, const char* to, unsigned flags) noexcept {
+  REAL(renameat2);
+  return fails("rename", ENOSPC) ? -1 : next(folder, from, other, to, flags);
+}
 int link(const char* from, const char* to) noexcept {
   REAL(link);
   return fails("rename", ENOSPC) ? -1 : next(from, to);
+}
+
+/// Of the calls without a name of their own those that open files.
+long syscall(long number, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, number);
+  std::array<long, 6> words{};
+  for (long& word : words) word = va_arg(arguments, long);
+  va_end(arguments);
+  REAL(syscall);
+  if (number == SYS_openat2 && fails("open", EMFILE)) return -1;
+  return next(number, words[0], words[1], words[2], words[3], words[4], words[5]);
 }
 
 int flock(int file, int operation) noexcept {
