@@ -181,8 +181,7 @@ void BackupCard::show(const BackupFacts& facts, const ZAN_Value& current, bool i
                                  : Look::Meaning::plain);
   setAccessibleName(qt(facts.title));
   mTitle->setText(qt(facts.title));
-  const bool isAway = facts.folder.empty() && !facts.destination.empty();
-  mWay->setText(facts.isComplete ? mHousehold.text(isAway ? "CardWayAway" : "CardWay",
+  mWay->setText(facts.isComplete ? mHousehold.text(facts.isAway() ? "CardWayAway" : "CardWay",
                                                    {facts.sources, facts.destination})
                                  : mHousehold.text("CardIncomplete"));
   mProgress->setVisible(isRunning);

@@ -11,6 +11,7 @@
 #include "core/record/Preferences.h"
 #include "core/work/AgeAlarm.h"
 #include "desktop/Texts.h"
+#include "execute/restic/Repository.h"
 #include "ui/windows/WindowWords.h"
 #include "volumes/VolumeIdentity.h"
 
@@ -69,7 +70,12 @@ class Destinations {
 
   void describe(const ZAN_Value& settings, BackupFacts& facts) {
     const FolderDescription folder = ActionsTools::getDestinationForAction(settings);
-    if (folder.isNull()) return;
+    if (folder.isNull()) {
+      // "sftp:anna@example.org:/backup" is known by its server.
+      facts.destination = settings.string(RepositoryKey::address);
+      facts.isOnServer = !facts.destination.empty();
+      return;
+    }
     const std::string path(folder.pathLocalized().empty() ? folder.path() : folder.pathLocalized());
     const bool isOnStartUpDisk = folder.volumeName().empty() || folder.volumeName() == "/";
     facts.destination = isOnStartUpDisk ? path : std::string(folder.volumeName());

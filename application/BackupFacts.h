@@ -22,6 +22,7 @@ struct BackupFacts {
   std::string sources;      ///< "Documents, Letters"
   std::string destination;  ///< as the user calls it: a volume, with the folder on it
   std::string folder;       ///< where the copies are now; empty while their volume is not there
+  bool isOnServer = false;  ///< they are in no folder of this machine
   bool isComplete = true;   ///< it says what is copied where
 
   std::optional<ReferenceTime> lastSuccess;
@@ -41,6 +42,8 @@ struct BackupFacts {
   bool waitsForEvent = false;
   std::optional<std::uint64_t> free, size;  ///< of the volume of its copies
 
+  /// The volume of the copies is not connected.
+  bool isAway() const { return folder.empty() && !destination.empty() && !isOnServer; }
   bool isBad() const { return failure && *failure == RunKind::failed && !isFailureSeen; }
   /// Something is lacking, or it has gone without success for long.
   bool needsCare() const {

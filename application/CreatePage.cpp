@@ -186,7 +186,7 @@ void CreatePage::showAll() {
 
 void CreatePage::update() {
   const bool hasWhat = !mWhat->folders().empty();
-  const bool hasWhere = !mWhere->folder().empty();
+  const bool hasWhere = mWhere->isComplete();
   mBack->setText(household().text(!mIsNew || mStep == what ? "CancelButton" : "CreateBack"));
   mBack->setVisible(!mIsNew || mStep != first);
   mSave->setVisible(mIsNew && mStep == when);
@@ -222,7 +222,10 @@ void CreatePage::save(bool isRun) {
   using Role = ActionFolders::Role;
   struct Wanted {
     std::vector<std::string> sources;
-    std::string destination;
+    std::string destination;  ///< empty: a server
+    std::optional<RepositoryKeeping> keeping = {};
+    std::string hiddenFolder = {};
+    std::optional<Error> error = {};
     ActionFolders folders = {};
     std::optional<FolderTrouble> trouble = {};
   };
@@ -234,6 +237,10 @@ void CreatePage::save(bool isRun) {
     wanted->sources = mWhat->folders();
     wanted->destination = mWhere->folder();
   }
+  if (mWhere->isEncrypted() &&
+      (mIsNew || mWhere->isChanged() || !mWhere->keeping().password.empty()))
+    wanted->keeping = mWhere->keeping();
+  wanted->hiddenFolder = household().store().folder().hiddenFolderPath();
   const std::uint64_t serial = mSerial;
   // A disk that sleeps takes its time, and the window goes on.
   QtRunLoop& loop = household().loop();
@@ -244,16 +251,21 @@ void CreatePage::save(bool isRun) {
       for (const std::string& source : wanted->sources)
         if (!wanted->trouble)
           wanted->trouble = wanted->folders.add(source, Role::source, false, *volumes);
-      if (!wanted->trouble)
+      if (!wanted->trouble && !wanted->destination.empty())
         wanted->trouble =
             wanted->folders.add(wanted->destination, Role::destination, false, *volumes);
       if (!wanted->trouble) wanted->trouble = wanted->folders.checkOverlap();
+    }
+    if (!wanted->trouble && wanted->keeping) {
+      if (const Outcome kept = wanted->keeping->keepIn(wanted->hiddenFolder); !kept)
+        wanted->error = kept.error();
     }
     loop.performOnMain([this, wanted, serial, isRun] {
       if (serial != mSerial) return;
       mIsSaving = false;
       update();
-      if (wanted->trouble) return complain(*wanted->trouble);
+      if (wanted->trouble) return complain(inWords(*wanted->trouble));
+      if (wanted->error) return complain(qt(wanted->error->text));
       store(wanted->folders, isRun);
     });
   });
@@ -277,6 +289,7 @@ void CreatePage::store(const ActionFolders& folders, bool isRun) {
     record.setValue("Title", title);
     record.setValue("SaveEditDate", ZAN_Value::date(household().now()));
     folders.applyTo(record);
+    mWhere->applyTo(record);
     mWhen->applyTo(record);
     if (leavesOut) {
       ZAN_Value patterns = ZAN_Value::array();
@@ -293,7 +306,7 @@ void CreatePage::store(const ActionFolders& folders, bool isRun) {
     reference = root.childAtIndex(root.numberOfChildren() - 1).getReference();
     return {};
   });
-  if (dispute) return complain(*dispute);
+  if (dispute) return complain(inWords(*dispute));
   if (!done) {
     mTrouble->say(Look::Meaning::bad, household().text("OverviewCouldNot", {done.error().text}),
                   {});
@@ -304,8 +317,8 @@ void CreatePage::store(const ActionFolders& folders, bool isRun) {
   run();
 }
 
-void CreatePage::complain(const FolderTrouble& trouble) {
-  mTrouble->say(Look::Meaning::bad, household().text("CreateTrouble"), inWords(trouble));
+void CreatePage::complain(const QString& reason) {
+  mTrouble->say(Look::Meaning::bad, household().text("CreateTrouble"), reason);
   mTrouble->show();
   mScroll->verticalScrollBar()->setValue(0);
 }

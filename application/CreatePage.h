@@ -48,7 +48,7 @@ class CreatePage final : public Page {
   /// Looks at the folders, which may take its time, and then stores; runs it afterwards if wanted.
   void save(bool isRun);
   void store(const ActionFolders& folders, bool isRun);
-  void complain(const FolderTrouble& trouble);
+  void complain(const QString& reason);
   QString inWords(const FolderTrouble& trouble) const;
   void run();
   void showRun();

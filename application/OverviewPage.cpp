@@ -214,7 +214,7 @@ void OverviewPage::showBanner() {
                  [this, reference] { navigator().changeBackup(reference); });
     const std::string since = facts.lastSuccess ? pastDateOf(household(), *facts.lastSuccess)
                                                 : utf8(household().text("BannerNever"));
-    if (facts.folder.empty())
+    if (facts.isAway())
       return say(meaning, title,
                  household().text("BannerNotConnected", {facts.title, facts.destination, since}),
                  household().text("BannerWhy"),

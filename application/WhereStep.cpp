@@ -1,5 +1,6 @@
 #include "application/WhereStep.h"
 
+#include <QComboBox>
 #include <QDir>
 #include <QFileDialog>
 #include <QHBoxLayout>
@@ -8,7 +9,9 @@
 #include <set>
 
 #include "actions/ActionsTools.h"
+#include "actions/EngineKey.h"
 #include "desktop/Texts.h"
+#include "execute/restic/Repository.h"
 #include "volumes/VolumeReference.h"
 
 namespace corvana {
@@ -19,7 +22,13 @@ WhereStep::WhereStep(Household& household)
       mList(new QVBoxLayout),
       mNone(new TextLabel(household.text("WhereNone"), Look::Size::body, Look::Meaning::muted)),
       mFolder(mChoices.add(household.text("WhereFolder"))),
-      mPath(new QLineEdit) {
+      mPath(new QLineEdit),
+      mServer(mChoices.add(household.text("WhereServer"))),
+      mFields(new ServerFields(household)),
+      mKeeping(new Card),
+      mEngine(new QComboBox),
+      mEngineText(new TextLabel({}, Look::Size::small, Look::Meaning::muted)),
+      mLock(new RepositoryLock(household, [this] { return keeping(); })) {
   auto* column = new QVBoxLayout(this);
   column->setContentsMargins(0, 0, 0, 0);
   column->setSpacing(Look::space(2));
@@ -38,24 +47,61 @@ WhereStep::WhereStep(Household& household)
     mChoices.choose(mFolder);
   }));
   column->addWidget(mFolder);
+  mServer->say(household.text("WhereServer"));
+  mServer->column()->addWidget(mFields);
+  column->addWidget(mServer);
+  auto* engine = new QHBoxLayout;
+  engine->setSpacing(Look::space(2));
+  auto* words = new TextLabel(household.text("WhereKept"));
+  words->setWordWrap(false);
+  engine->addWidget(words);
+  mEngine->addItem(household.text("WherePlain"));
+  mEngine->addItem(household.text("WhereEncrypted"));
+  mEngine->setAccessibleName(household.text("WhereKept"));
+  engine->addWidget(mEngine);
+  engine->addStretch(1);
+  mKeeping->column()->addLayout(engine);
+  mKeeping->column()->addWidget(mEngineText);
+  mKeeping->column()->addWidget(mLock);
+  column->addWidget(mKeeping);
   const auto tell = [this] {
+    showKeeping();
     if (onChange) onChange();
   };
   mChoices.onChosen = tell;
+  mFields->onChange = [this, tell] {
+    if (!mFields->address().isEmpty()) mChoices.choose(mServer);
+    tell();
+  };
+  mLock->onChange = tell;
+  QObject::connect(mEngine, &QComboBox::currentIndexChanged, this, tell);
   QObject::connect(mPath, &QLineEdit::textChanged, this, tell);
 }
 
 void WhereStep::begin() {
   mShown.clear();
   mPath->clear();
+  mFields->show({});
+  mLock->clear();
+  mEngine->setCurrentIndex(0);
+  setFixed(false);
   refresh(0);
   // A disk beside the machine's own is what a backup wants.
   mChoices.choose(mVolumes.empty() ? mFolder : mVolumes.begin()->second.choice);
 }
 
 void WhereStep::show(const ZAN_Value& settings) {
-  mShown = ActionsTools::getDestinationForAction(settings).path();
+  const bool isEncrypted = settings.string(EngineKey::name) == RepositoryKey::kEngine;
+  const std::string address = isEncrypted ? settings.string(RepositoryKey::address) : std::string();
+  mShown = address.empty() ? std::string(ActionsTools::getDestinationForAction(settings).path())
+                           : address;
+  mPath->clear();
+  mFields->show(qt(address));
+  mLock->clear();
+  mEngine->setCurrentIndex(isEncrypted ? 1 : 0);
+  setFixed(true);
   refresh(0);
+  if (!address.empty()) return mChoices.choose(mServer);
   for (auto& [place, volume] : mVolumes)
     if (volume.folder == mShown) return mChoices.choose(volume.choice);
   mPath->setText(qt(mShown));
@@ -119,6 +165,52 @@ void WhereStep::refresh(std::uint64_t bytes) {
     volume = mVolumes.erase(volume);
   }
   mNone->setVisible(mVolumes.empty());
+}
+
+/// Copies in folders and those in a repository cannot take each other's place.
+void WhereStep::setFixed(bool isFixed) {
+  mIsFixed = isFixed;
+  mEngine->setEnabled(!isFixed);
+  mServer->setVisible(!isFixed || mEngine->currentIndex() == 1);
+  showKeeping();
+}
+
+void WhereStep::showKeeping() {
+  const bool isServer = mServer->isChosen();
+  mFields->setVisible(isServer);
+  mEngine->setEnabled(!mIsFixed && !isServer);
+  if (isServer && mEngine->currentIndex() != 1) return mEngine->setCurrentIndex(1);
+  mEngineText->setText(mHousehold.text(isEncrypted() ? "WhereEncryptedText" : "WherePlainText"));
+  mLock->setVisible(isEncrypted());
+}
+
+bool WhereStep::isEncrypted() const { return mEngine->currentIndex() == 1; }
+
+std::string WhereStep::repository() const {
+  return mServer->isChosen() ? RepositoryAddress(utf8(mFields->address())).shown() : std::string();
+}
+
+RepositoryKeeping WhereStep::keeping() const {
+  const bool isServer = mServer->isChosen();
+  return {.place = isServer ? repository() : folder(),
+          .address = isServer ? utf8(mFields->address()) : std::string(),
+          .password = mLock->password()};
+}
+
+bool WhereStep::isComplete() const {
+  const bool isOpen = !isEncrypted() || mIsFixed || !mLock->password().empty();
+  return isOpen && (!folder().empty() || !repository().empty());
+}
+
+void WhereStep::applyTo(ZAN_Value& record) const {
+  if (!isEncrypted()) return;
+  record.setValue(EngineKey::name, RepositoryKey::kEngine);
+  if (mServer->isChosen()) {
+    record.setValue(RepositoryKey::address, repository());
+    record.removeKey("ItemsDestination");
+  } else {
+    record.removeKey(RepositoryKey::address);
+  }
 }
 
 std::string WhereStep::folder() const {

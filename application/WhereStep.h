@@ -7,13 +7,17 @@
 
 #include "application/Choice.h"
 #include "application/Household.h"
+#include "application/ServerPlace.h"
 
+class QComboBox;
 class QLineEdit;
 class QVBoxLayout;
 
 namespace corvana {
 
-/// Where a backup goes: a disk or a share that is there, with what speaks for it, or a folder.
+/// Where a backup goes, and what keeps it there: a disk or a share that is there, with what speaks
+/// for it, a folder, or a repository on a server. What keeps a backup that is there already stays
+/// as it is.
 class WhereStep final : public QWidget {
  public:
   explicit WhereStep(Household& household);
@@ -23,9 +27,19 @@ class WhereStep final : public QWidget {
   /// Disks may have come or gone; `bytes` are to be copied, 0: not known.
   void refresh(std::uint64_t bytes);
 
-  /// The folder that the copies are to lie in; empty: none is chosen yet.
+  /// The folder that the copies are to lie in; empty: none is chosen yet, or it is a server.
   std::string folder() const;
-  bool isChanged() const { return folder() != mShown; }
+  /// The repository's address as it may be shown; empty: it is in the folder, or there is none.
+  std::string repository() const;
+  /// A repository, which has a password, and not ordinary folders.
+  bool isEncrypted() const;
+  /// What is to be kept before a run can open the repository.
+  RepositoryKeeping keeping() const;
+  /// Whether everything was said that a place needs.
+  bool isComplete() const;
+  bool isChanged() const { return folder() + repository() != mShown; }
+  /// Says in the record what keeps the copies, and where if that is a server.
+  void applyTo(ZAN_Value& record) const;
   /// Of the disk; empty for a folder.
   QString volume() const;
   std::function<void()> onChange;
@@ -39,6 +53,8 @@ class WhereStep final : public QWidget {
   };
 
   Volume& volumeFor(const Mount& mount, const QString& name);
+  void setFixed(bool isFixed);
+  void showKeeping();
 
   Household& mHousehold;
   Choices mChoices;
@@ -47,6 +63,13 @@ class WhereStep final : public QWidget {
   std::map<std::string, Volume> mVolumes;  ///< by the place where it is mounted
   Choice* mFolder;
   QLineEdit* mPath;
+  Choice* mServer;
+  ServerFields* mFields;
+  Card* mKeeping;
+  QComboBox* mEngine;
+  TextLabel* mEngineText;
+  RepositoryLock* mLock;
+  bool mIsFixed = false;  ///< what keeps the copies
   std::string mShown;
   std::uint64_t mBytes = 0;
 };

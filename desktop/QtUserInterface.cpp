@@ -5,6 +5,7 @@
 
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
+#include "core/record/SiblingChannel.h"
 #include "desktop/FloatingWidget.h"
 #include "desktop/MessageWindows.h"
 #include "desktop/ModelMenu.h"
@@ -126,6 +127,8 @@ void QtUserInterface::Private::attach(const UserInterfaceSources& given) {
 void QtUserInterface::Private::tellThatThereIsNoPanel() {
   noPanel = true;
   services.log.write("No panel of this desktop takes the status icon");
+  // Whoever has the main application open sees how everything stands, and hears it another time.
+  if (sources->records.channel.isMainAppLaunched()) return;
   // Once for this user, not after each restart.
   constexpr const char* kSaid = "SchedulerPrefNoPanelWasSaid";
   if (sources->records.preferences.prefForKey(kSaid).integerValue() != 0) return;

@@ -1,5 +1,6 @@
 #include <QAccessible>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
@@ -9,6 +10,7 @@
 #include "command/ActionDraft.h"
 #include "command/SchedulePlan.h"
 #include "desktop/Texts.h"
+#include "execute/restic/Repository.h"
 #include "tests/application/ApplicationTest.h"
 #include "tests/desktop_windows/WidgetIn.h"
 
@@ -98,6 +100,49 @@ TEST_F(PagesTest, SetsUpAFirstBackupByTheKeyboardAlone) {
   const Schedule schedule(record);
   EXPECT_EQ(schedule.kind, ScheduleKind::daily);
   EXPECT_EQ(household->calendar().secondsInDay(schedule.time.value_or(0)), 20 * 3600);
+}
+
+TEST_F(PagesTest, KeepsWhatOpensAServerApartFromItsRecord) {
+  begin();
+  window->createBackup();
+  for (auto* box : window->findChildren<QCheckBox*>())
+    if (box->text() == "Documents") box->setChecked(true);
+  press(household->text("CreateNext"));
+  widgetIn<QRadioButton>(*window, household->text("WhereServer")).setChecked(true);
+  widgetIn<QComboBox>(*window, household->text("ServerKind")).setCurrentIndex(1);
+  const auto type = [&](const char* field, const QString& text) {
+    widgetIn<QLineEdit>(*window, household->text(field)).setText(text);
+  };
+  type("ServerAddress", "http://127.0.0.1:1/bucket");
+  type("ServerKey", "the key");
+  type("ServerSecret", "a/b@c");
+  auto& next = widgetIn<QPushButton>(*window, household->text("CreateNext"));
+  EXPECT_FALSE(next.isEnabled()) << "without a password";
+  type("RepositoryPassword", "open sesame");
+  press(household->text("CreateNext"));
+  press(household->text("CreateSave"));
+  ASSERT_TRUE(eventually([&] { return household->actions().numberOfActions() == 1; }));
+
+  const std::string shown = "s3:http://127.0.0.1:1/bucket";
+  ProgrammedAction& action = household->actions().childAtIndex(0);
+  const ZAN_Value record = action.getSettings();
+  EXPECT_EQ(record.string("Engine"), "restic");
+  EXPECT_EQ(record.string("Repository"), shown);
+  EXPECT_TRUE(ActionsTools::getDestinationForAction(record).isNull());
+  const auto kept = RepositorySecret::find(shown, household->store().folder().hiddenFolderPath());
+  ASSERT_TRUE(kept);
+  EXPECT_EQ(kept->password, "open sesame");
+  EXPECT_EQ(RepositoryAddress(kept->address).environment(),
+            (std::vector<std::string>{"AWS_ACCESS_KEY_ID=the key", "AWS_SECRET_ACCESS_KEY=a/b@c"}));
+
+  // It is shown as what it is, and another name changes nothing of that.
+  EXPECT_TRUE(eventually([&] { return isSaid(QString::fromStdString(shown)); }));
+  window->changeBackup(action.getReference());
+  widgetIn<QLineEdit>(*window, household->text("CreateName")).setText("Far away");
+  press(household->text("CreateSave"));
+  ASSERT_TRUE(
+      eventually([&] { return household->actions().childAtIndex(0).getTitle() == "Far away"; }));
+  EXPECT_EQ(household->actions().childAtIndex(0).getSettings().string("Repository"), shown);
 }
 
 TEST_F(PagesTest, ChangesOneWordAndLeavesTheRestOfARecord) {

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "application/CommandChild.h"
+#include "application/Look.h"
+
+class QComboBox;
+class QFrame;
+class QLineEdit;
+
+namespace corvana {
+
+class Household;
+
+/// What opens a repository, as it was typed; to be kept where `corvana9` keeps it.
+struct RepositoryKeeping {
+  std::string place = {};     ///< its address without passwords, or the folder that it is in
+  std::string address = {};   ///< with them, where there are some in it
+  std::string password = {};  ///< empty: the one that is kept already
+
+  /// Refused when no password is known at all. Thread: any; blocks while a keyring is unlocked.
+  Outcome keepIn(const std::string& hiddenFolder) const;
+};
+
+/// The address of a repository on a server, asked for by its kind. Thread: main.
+class ServerFields final : public QWidget {
+ public:
+  explicit ServerFields(Household& household);
+
+  /// As a record stores it; empty: a fresh one.
+  void show(const QString& address);
+  /// As restic takes it, with the passwords that belong to it; empty: none was given yet.
+  QString address() const;
+  std::function<void()> onChange;
+
+ private:
+  void showKind();
+
+  Household& mHousehold;
+  QComboBox* mKind;
+  QLineEdit* mAddress;
+  QWidget* mLogin;
+  QLineEdit* mUser;
+  QLineEdit* mSecret;
+};
+
+/// The password of a repository, and a button that tries it, with what the server says to it.
+/// Thread: main.
+class RepositoryLock final : public QWidget {
+ public:
+  /// `keeping` tells what is to be tried.
+  RepositoryLock(Household& household, std::function<RepositoryKeeping()> keeping);
+
+  void clear();
+  std::string password() const;
+  std::function<void()> onChange;
+
+ private:
+  void tryIt();
+  void ask(const QString& place);
+  void say(const char* look, const QString& text);
+
+  Household& mHousehold;
+  std::function<RepositoryKeeping()> mKeeping;
+  CommandChild mChild;
+  QLineEdit* mPassword;
+  QPushButton* mTest;
+  QFrame* mStrip;
+  TextLabel* mResult;
+};
+
+}  // namespace corvana
