@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
@@ -239,8 +240,8 @@ Outcome NetworkPeers::sendProven(const NetworkPeer& peer, const RemoteCommand& c
   const std::string name = printable(peer.name.machine);
   // Counting on by the clock needs no memory of the last time; where the clock was set back the
   // other machine says how far it is.
-  CommandProof proof{
-      peer.challenge, sender, static_cast<std::int64_t>(SystemClock().now() * 1'000'000), {}};
+  const auto byTheClock = [] { return static_cast<std::int64_t>(SystemClock().now() * 1'000'000); };
+  CommandProof proof{peer.challenge, sender, byTheClock(), {}};
   Word last = Word::newChallenge;
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
     const auto heard = conversation(peer, command.encode(key, proof));
@@ -252,12 +253,15 @@ Outcome NetworkPeers::sendProven(const NetworkPeer& peer, const RemoteCommand& c
                        ": it gave no answer that proves anything; whether it has carried out the "
                        "command is not known"};
     last = reply->word;
-    if (last == Word::newChallenge)
+    if (last == Word::newChallenge) {
       proof.challenge = reply->challenge;
-    else if (last == Word::counterTooLow)
+      proof.counter = byTheClock();
+    } else if (last == Word::counterTooLow &&
+               reply->counter < std::numeric_limits<std::int64_t>::max()) {
       proof.counter = reply->counter + 1;
-    else
+    } else {
       break;
+    }
   }
   return outcomeOf(last, name);
 }

@@ -23,12 +23,18 @@ namespace {
 constexpr std::size_t kMostReferences = 3000;
 constexpr double kPatienceForChange = 10;
 
+bool isThat(const NetworkPeer& peer, const PairedMachine& paired) {
+  return paired.machine.identifier == peer.name.identifier && paired.machine.user == peer.name.user;
+}
+
+std::vector<PairedMachine> pairedMachines(CommandHome& home) {
+  return home.isThere() ? PairedMachines(home.store()).all() : std::vector<PairedMachine>();
+}
+
 /// What this machine and that one agreed on, if they are paired.
 std::optional<PairedMachine> pairedWith(const NetworkPeer& peer, CommandHome& home) {
-  if (!home.isThere()) return std::nullopt;
-  for (const PairedMachine& one : PairedMachines(home.store()).all())
-    if (one.machine.identifier == peer.name.identifier && one.machine.user == peer.name.user)
-      return one;
+  for (const PairedMachine& one : pairedMachines(home))
+    if (isThat(peer, one)) return one;
   return std::nullopt;
 }
 
@@ -68,14 +74,27 @@ constexpr std::string_view kPeerLines =
     "{identifier}, {address}\n"
     "{actions*  {:action}{lastScheduleDate?, last on {lastScheduleDate:date}}\n}}";
 
-Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name) {
+/// A machine that this one is paired with goes before all that only call themselves so.
+Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name, CommandHome& home) {
   const auto peers = network.all();
   if (!peers) return peers.error();
+  std::vector<PairedMachine> paired = pairedMachines(home);
+  std::erase_if(paired, [&](const PairedMachine& one) { return one.machine.name != name; });
   std::vector<NetworkPeer> named;
+  std::vector<NetworkPeer> others;
   for (const NetworkPeer& peer : *peers) {
     if (peer.service.name == name) return peer;
-    if (peer.name.machine == name || peer.name.identifier == name) named.push_back(peer);
+    const bool isPaired =
+        std::ranges::any_of(paired, [&](const PairedMachine& one) { return isThat(peer, one); });
+    if (isPaired || peer.name.machine == name || peer.name.identifier == name)
+      (isPaired || paired.empty() ? named : others).push_back(peer);
   }
+  if (named.empty() && !others.empty())
+    return Error{ErrorKind::refused,
+                 name +
+                     ": the machine that this one is paired with does not answer. Another one "
+                     "calls itself so; if it is the one you mean, take its whole name: " +
+                     printable(others.front().service.name)};
   if (named.empty())
     return Error{ErrorKind::absent, name + ": no such machine answers; corvana9 peers lists them"};
   if (named.size() > 1) {
@@ -281,7 +300,7 @@ Answer peerCommand(Arguments& arguments, const Console& console) {
   const auto wish = wishOf(*words, home.machine().networkName());
   if (!wish) return wrongWords(wish.error());
   NetworkPeers network(console);
-  const auto peer = peerNamed(network, words->front());
+  const auto peer = peerNamed(network, words->front(), home);
   if (!peer) return peer.error();
   const std::string name = printable(peer->name.machine);
   if (peer->name.locked)
@@ -300,7 +319,10 @@ Answer peerCommand(Arguments& arguments, const Console& console) {
       return Error{ErrorKind::refused, name + ": it was told, and has not followed"};
   }
   return {ZAN_Value::dictionary({{"name", peer->name.machine}, {"command", (*words)[1]}}),
-          name + ' ' + wish->done + ".\n"};
+          name + ' ' + wish->done +
+              (peer->challenge.empty() && (!way.paired || way.inClear)
+                   ? ", but nothing proves that it is the machine you mean.\n"
+                   : ".\n")};
 }
 
 }  // namespace corvana

@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     static const auto key = corvana::ControlKey::of("password", "5eed0123beef");
     static ProofChecker checker(*key);
     if (command->proof &&
-        checker.check(*command->proof, command->proven) != ProofChecker::Verdict::wrong)
+        checker.check(*command->proof, command->proven).verdict != ProofChecker::Verdict::wrong)
       std::abort();
     const CommandProof proof{checker.challenge(), "fuzzer", 1, {}};
     const auto reply = CommandReply::decode(std::as_bytes(std::span(data, size)), proof, *key);

@@ -117,7 +117,8 @@ class ServerSockets {
   virtual Result<std::unique_ptr<ServerSocket>> listen(std::uint16_t port, const Limits& limits,
                                                        Events events) = 0;
 
-  /// What visitors may take. One over a bound takes the place of the one that came first.
+  /// What visitors may take. One over a bound takes the place of the one that came first, unless it
+  /// is turned away.
   struct VisitLimits {
     std::size_t connections = 16;           ///< open at a time
     std::size_t connectionsPerAddress = 4;  ///< of one machine

@@ -3,6 +3,7 @@
 #include <sodium.h>
 
 #include <algorithm>
+#include <limits>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
@@ -150,38 +151,38 @@ void ProofChecker::renew() {
   randombytes_buf(random.data(), random.size());
   mChallenge = hexadecimal(random);
   mCounters.clear();
+  mCountersOfPaired.clear();
 }
 
-std::optional<ControlKey> ProofChecker::keyOf(const CommandProof& proof,
-                                              std::span<const std::byte> command) const {
+ProofChecker::Judgement ProofChecker::check(const CommandProof& proof,
+                                            std::span<const std::byte> command) {
   const auto covered = proof.covered(command);
+  const auto judged = [&](const ControlKey& key, std::map<std::string, std::int64_t>& counters) {
+    const auto known = counters.find(proof.sender);
+    const std::int64_t last = known == counters.end() ? 0 : known->second;
+    return Judgement{count(proof, counters), key, last};
+  };
   const auto paired = mPaired.find(proof.sender);
-  if (paired != mPaired.end() && paired->second.made(proof.code, covered)) return paired->second;
-  return mForAll && mForAll->made(proof.code, covered) ? mForAll : std::nullopt;
+  if (paired != mPaired.end() && paired->second.made(proof.code, covered))
+    return judged(paired->second, mCountersOfPaired);
+  if (mForAll && mForAll->made(proof.code, covered)) return judged(*mForAll, mCounters);
+  return {};
 }
 
-ProofChecker::Verdict ProofChecker::check(const CommandProof& proof,
-                                          std::span<const std::byte> command) {
-  if (!keyOf(proof, command)) return Verdict::wrong;
+ProofChecker::Verdict ProofChecker::count(const CommandProof& proof,
+                                          std::map<std::string, std::int64_t>& counters) {
   if (proof.challenge != mChallenge) return Verdict::staleChallenge;
-  const auto known = mCounters.find(proof.sender);
-  if (known != mCounters.end()) {
-    if (proof.counter <= known->second) return Verdict::counterTooLow;
-    known->second = proof.counter;
-    return Verdict::proven;
-  }
-  // To forget one sender would let its commands in again.
-  if (mCounters.size() >= kMostSenders) {
+  const auto known = counters.find(proof.sender);
+  // Nobody could count on from the last number there is, and to forget one sender would let its
+  // commands in again.
+  if (proof.counter == std::numeric_limits<std::int64_t>::max() ||
+      (known == counters.end() && counters.size() >= kMostSenders)) {
     renew();
     return Verdict::staleChallenge;
   }
-  mCounters.emplace(proof.sender, proof.counter);
+  if (known != counters.end() && proof.counter <= known->second) return Verdict::counterTooLow;
+  counters[proof.sender] = proof.counter;
   return Verdict::proven;
-}
-
-std::int64_t ProofChecker::lastCounter(const std::string& sender) const {
-  const auto known = mCounters.find(sender);
-  return known == mCounters.end() ? 0 : known->second;
 }
 
 }  // namespace corvana

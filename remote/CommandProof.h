@@ -104,19 +104,24 @@ class ProofChecker {
   /// before.
   void renew();
 
+  struct Judgement {
+    Verdict verdict = Verdict::wrong;
+    std::optional<ControlKey> key{};  ///< that made the code, to answer with; nothing when wrong
+    std::int64_t lastCounter = 0;     ///< of the commands that this sender has proven by that key
+  };
   /// Looks at the code first, so that the other verdicts are only for those who know the password.
-  Verdict check(const CommandProof& proof, std::span<const std::byte> command);
-  /// The key that made the code, to answer with; nothing when none of those known did.
-  std::optional<ControlKey> keyOf(const CommandProof& proof,
-                                  std::span<const std::byte> command) const;
-  /// The counter of the last proven command of a sender.
-  std::int64_t lastCounter(const std::string& sender) const;
+  Judgement check(const CommandProof& proof, std::span<const std::byte> command);
 
  private:
+  Verdict count(const CommandProof& proof, std::map<std::string, std::int64_t>& counters);
+
   std::optional<ControlKey> mForAll;
   std::map<std::string, ControlKey> mPaired;
   std::string mChallenge;
-  std::map<std::string, std::int64_t> mCounters;  ///< by sender, for this challenge
+  // By sender, for this challenge. Whoever knows the password can take any sender's name, but does
+  // not count for a paired machine.
+  std::map<std::string, std::int64_t> mCounters;
+  std::map<std::string, std::int64_t> mCountersOfPaired;
 };
 
 }  // namespace corvana

@@ -277,9 +277,9 @@ std::vector<std::byte> RemoteControl::answerProof(const std::string& address,
   }
   refreshPaired();
   const CommandProof& proof = *command.proof;
-  const auto key = mChecker->keyOf(proof, command.proven);
+  const ProofChecker::Judgement judgement = mChecker->check(proof, command.proven);
   CommandReply reply;
-  switch (mChecker->check(proof, command.proven)) {
+  switch (judgement.verdict) {
     case Verdict::wrong:
       tellOnce(mUnproven, "RemoteControlUnproven", address);
       reply.word = CommandReply::Word::wrongPassword;
@@ -290,13 +290,13 @@ std::vector<std::byte> RemoteControl::answerProof(const std::string& address,
       break;
     case Verdict::counterTooLow:
       reply.word = CommandReply::Word::counterTooLow;
-      reply.counter = mChecker->lastCounter(proof.sender);
+      reply.counter = judgement.lastCounter;
       break;
     case Verdict::proven:
       reply.word = carryOutProven(address, proof.sender, command);
       break;
   }
-  return CommandReply::encode(reply, proof, key);
+  return CommandReply::encode(reply, proof, judgement.key);
 }
 
 CommandReply::Word RemoteControl::carryOutProven(const std::string& address,

@@ -392,20 +392,24 @@ class VisitingSocket final : public ServerSocket {
 
  private:
   void begin(ZAN_Descriptor socket, const std::string& address) {
+    std::list<Guest> come;
+    come.emplace_back(mRunLoop, mWatch, std::move(socket), address, mLimits);
+    auto visit = mComes(come.front());
+    // Nobody has to go for one that is turned away.
+    if (visit == nullptr) return;
+    makeRoomFor(address);
+    const auto guest = come.begin();
+    mGuests.splice(mGuests.end(), come);
+    guest->begin(std::move(visit), [this, guest] { mGuests.erase(guest); });
+  }
+
+  void makeRoomFor(const std::string& address) {
     const auto isOfIt = [&](const Guest& one) { return one.address() == address; };
     if (static_cast<std::size_t>(std::ranges::count_if(mGuests, isOfIt)) >=
         mLimits.connectionsPerAddress)
       mGuests.erase(std::ranges::find_if(mGuests, isOfIt));
     else if (mGuests.size() >= mLimits.connections)
       mGuests.pop_front();
-    const auto guest =
-        mGuests.emplace(mGuests.end(), mRunLoop, mWatch, std::move(socket), address, mLimits);
-    auto visit = mComes(*guest);
-    if (visit == nullptr) {
-      mGuests.erase(guest);
-      return;
-    }
-    guest->begin(std::move(visit), [this, guest] { mGuests.erase(guest); });
   }
 
   RunLoop& mRunLoop;

@@ -166,13 +166,14 @@ struct Echo final : Visit {
 
 TEST_F(LinuxServerSocketsTest, VisitorsAreHeardAndAnsweredUntilTheirTimeIsOver) {
   int alive = 0;
+  bool turnsAway = false;
   ServerSockets::VisitLimits limits;
   limits.connections = 3;
   limits.bytes = 6000;
   limits.seconds = 0.5;
   auto made = sockets.listenForVisits(0, limits, [&](Visitor& visitor) {
     EXPECT_EQ(visitor.address(), "127.0.0.1");
-    return std::make_unique<Echo>(visitor, alive);
+    return turnsAway ? nullptr : std::make_unique<Echo>(visitor, alive);
   });
   ASSERT_TRUE(made);
   server = std::move(made).value();
@@ -198,6 +199,13 @@ TEST_F(LinuxServerSocketsTest, VisitorsAreHeardAndAnsweredUntilTheirTimeIsOver) 
   for (int i = 0; i < 5; ++i) silent.push_back(connectTo(server->port()));
   ASSERT_TRUE(real.runUntil([&] { return isClosed(silent[0]) && isClosed(silent[1]); }));
   EXPECT_LE(alive, 3);
+  turnsAway = true;
+  for (int i = 0; i < 5; ++i) {
+    const ZAN_Descriptor unwanted = connectTo(server->port());
+    ASSERT_TRUE(real.runUntil([&] { return isClosed(unwanted); }));
+  }
+  EXPECT_EQ(alive, 3) << "somebody had to go for one that was turned away";
+  turnsAway = false;
   ASSERT_TRUE(real.runUntil([&] { return isClosed(silent[4]); })) << "its time is over";
   EXPECT_EQ(alive, 0);
   const ZAN_Descriptor last = connectTo(server->port());
