@@ -13,49 +13,6 @@ namespace corvana {
 
 namespace {
 
-std::int64_t usualPort(std::int64_t security) {
-  if (security == MailKey::kTlsFromTheStart) return 465;
-  return security == MailKey::kStartTls ? 587 : 25;
-}
-
-std::string_view securityName(std::int64_t security) {
-  if (security == MailKey::kTlsFromTheStart) return "tls";
-  return security == MailKey::kStartTls ? "starttls" : "none";
-}
-
-/// What to try, in order. Nothing is guessed to be without encryption but a server on this machine.
-std::vector<MailServerPlace> candidates(const std::string& domain,
-                                        const std::optional<std::string>& server,
-                                        std::optional<std::int64_t> port,
-                                        std::optional<std::int64_t> security) {
-  std::vector<MailServerPlace> found;
-  const auto add = [&](const std::string& host, std::int64_t way) {
-    if (security && *security != way) return;
-    // These two ports tell the way by themselves.
-    if (port && !security && ((*port == 465) != (way == MailKey::kTlsFromTheStart)) &&
-        (*port == 465 || *port == 587))
-      return;
-    found.push_back({host, port.value_or(usualPort(way)), way});
-  };
-  if (server) {
-    const bool isHere = *server == "localhost" || server->starts_with("127.");
-    if (isHere && !security) {
-      add(*server, MailKey::kInClear);
-    } else {
-      for (const std::int64_t way :
-           {MailKey::kTlsFromTheStart, MailKey::kStartTls, MailKey::kInClear})
-        if (way != MailKey::kInClear || security) add(*server, way);
-    }
-    return found;
-  }
-  if (const auto known = knownMailServer(domain)) {
-    return {{known->server, port.value_or(known->port), security.value_or(known->security)}};
-  }
-  for (const std::int64_t way : {MailKey::kTlsFromTheStart, MailKey::kStartTls})
-    for (const char* prefix : {"smtp.", "mail.", ""}) add(prefix + domain, way);
-  return found;
-}
-
 /// What was asked for.
 struct Wanted {
   std::string address, name, to, user;
@@ -106,21 +63,20 @@ Wanted wantedFrom(Arguments& arguments) {
 
 /// Where the password will be found at each sending; asked for if nobody knows it yet.
 Outcome findPassword(CommandHome& home, const Console& console, const Wanted& wanted,
-                     MailSettings& settings) {
+                     MailSettings& settings, Processes& processes) {
   settings.authMethod = 1;
   if (wanted.passwordFile && *wanted.passwordFile != "-") {
     std::error_code ignored;
     settings.passwordFile = std::filesystem::absolute(*wanted.passwordFile, ignored).string();
     return {};
   }
-  MailLine line(home);
   std::string password;
   if (wanted.passwordFile) {
     const auto text = readText("-", console);
     if (!text) return text.error();
     password = text->substr(0, text->find_first_of("\r\n"));
   } else {
-    if (keyringHasPassword(settings, line.processes)) {
+    if (keyringPassword(settings, processes)) {
       settings.passwordIsInKeyring = true;
       return {};
     }
@@ -128,7 +84,7 @@ Outcome findPassword(CommandHome& home, const Console& console, const Wanted& wa
     if (!typed) return typed.error();
     password = *typed;
   }
-  return keepPassword(settings, password, home.machine().configurationFolder(), line.processes);
+  return keepPassword(settings, password, home.machine().configurationFolder(), processes);
 }
 
 Outcome stored(CommandHome& home, const MailSettings& mail, const Wanted& wanted,
@@ -203,6 +159,22 @@ Answer shown(CommandHome& home) {
   return {value, TextForm(home.calendar()).fill(kShownLines, value)};
 }
 
+/// Stores the account when a server has taken the test.
+Answer endOfTrial(CommandHome& home, const Writer& writer, const Wanted& wanted,
+                  const MailServerPlace& place, const MailSettings& mail,
+                  const Delivery& delivery) {
+  if (!delivery.isTaken)
+    return Error{ErrorKind::unavailable,
+                 "no mail was sent and nothing was changed: " + printable(delivery.reason)};
+  if (const Answer refused = answerOf(delivery); refused.code != kDone)
+    writer.complain(refused.reason);
+  if (const Outcome saved = stored(home, mail, wanted, place.security); !saved)
+    return saved.error();
+  Answer answer = shown(home);
+  answer.text = "A test mail was taken by " + place.server + ".\n" + answer.text;
+  return answer;
+}
+
 }  // namespace
 
 Delivery talkToServer(CommandHome& home, const MailSettings& settings, const Letter& letter,
@@ -255,51 +227,54 @@ Answer mailSetup(Arguments& arguments, const Console& console) {
   mail.recipients = wanted.to.empty() ? email : wanted.to;
   for (const std::string* list : {&mail.sender, &mail.recipients})
     if (const auto read = EmailAddress::list(*list); !read) return wrongWords(read.error());
-  const auto ways = candidates(lowercase(email.substr(email.rfind('@') + 1)), wanted.server,
-                               wanted.port, wanted.security);
+  const auto ways = mailServersFor(email, wanted.server, wanted.port, wanted.security);
   if (ways.empty())
     return wrongWords({ErrorKind::refused, "this port does not go with this encryption"});
 
   CommandHome home(console);
   Writer writer(console, arguments.wantsJson());
-  std::string reasons;
+  MailLine line(home);
   std::optional<MailSettings> passwordOf;
-  for (const MailServerPlace& way : ways) {
-    mail.server = way.server;
-    mail.ports = std::to_string(way.port);
-    mail.tlsMode = tlsModeOf(way.security);
-    if (wanted.logsIn && (!passwordOf || passwordOf->server != mail.server)) {
-      mail.username = wanted.user.empty() ? email : wanted.user;
-      // The keyring knows it by the server; a typed one is kept for the first that answers.
-      if (!passwordOf || passwordOf->passwordIsInKeyring) {
-        if (const Outcome found = findPassword(home, console, wanted, mail); !found)
-          return found.error();
-      }
-      passwordOf = mail;
+  Outcome found;
+  const auto begins = [&](const MailServerPlace&, MailSettings& at) {
+    if (!wanted.logsIn) return Outcome();
+    // The keyring knows it by the server; a typed one is kept for the first that answers.
+    if (passwordOf && (passwordOf->server == at.server || !passwordOf->passwordIsInKeyring)) {
+      const MailSettings place = at;
+      at = *passwordOf;
+      at.server = place.server;
+      at.ports = place.ports;
+      at.tlsMode = place.tlsMode;
+      return Outcome();
     }
-    if (wanted.tests) {
-      const Delivery delivery = talkToServer(
-          home, mail, {std::string(kTestSubject), std::string(kTestBody)}, std::nullopt);
-      const std::string where =
-          way.server + ":" + mail.ports + " (" + std::string(securityName(way.security)) + ")";
-      if (!delivery.isTaken) {
-        writer.complain(where + ": " + printable(delivery.reason));
-        reasons = delivery.reason;
-        // It is the right one, and what it says holds.
-        if (delivery.wasAnswered) break;
-        continue;
-      }
-      if (const Answer refused = answerOf(delivery); refused.code != kDone)
-        writer.complain(refused.reason);
-    }
-    if (const Outcome saved = stored(home, mail, wanted, way.security); !saved)
+    at.username = wanted.user.empty() ? email : wanted.user;
+    found = findPassword(home, console, wanted, at, line.processes);
+    passwordOf = at;
+    return found;
+  };
+  if (!wanted.tests) {
+    ways.front().setIn(mail);
+    if (const Outcome ready = begins(ways.front(), mail); !ready) return ready.error();
+    if (const Outcome saved = stored(home, mail, wanted, ways.front().security); !saved)
       return saved.error();
-    Answer answer = shown(home);
-    if (wanted.tests) answer.text = "A test mail was taken by " + way.server + ".\n" + answer.text;
-    return answer;
+    return shown(home);
   }
-  return Error{ErrorKind::unavailable,
-               "no mail was sent and nothing was changed: " + printable(reasons)};
+  const auto test = finishedMail(mail, {std::string(kTestSubject), std::string(kTestBody)},
+                                 home.now(), home.calendar());
+  if (!test) return test.error();
+  std::optional<Answer> answer;
+  MailTrial::start(
+      {begins,
+       [&](const MailServerPlace& place, const std::string& reason) {
+         writer.complain(place.text() + ": " + printable(reason));
+       },
+       [&](const MailServerPlace& place, const MailSettings& used, const Delivery& delivery) {
+         answer = endOfTrial(home, writer, wanted, place, used, delivery);
+         line.loop.quit(0);
+       }},
+      line.sender, mail, ways, *test);
+  if (!answer) line.loop.run();
+  return found ? *answer : Answer(found.error());
 }
 
 Answer mailShow(Arguments& arguments, const Console& console) {

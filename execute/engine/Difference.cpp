@@ -47,7 +47,7 @@ Outcome Difference::find(const std::string& name, const std::string& target) con
         ZAN_FilesUtils::joinedPath(mFolder.path(), isAll ? "" : target),
         item.size() > name.size() ? item.substr(name.size() + 1) : std::string());
   };
-  const Outcome read = mVersion.forEach(name, [&](const VersionTree::Entry& found) {
+  const Outcome read = mVersion.forEach(name, [&, entry = entry](const VersionTree::Entry& found) {
     const std::string& item = found.item.name;
     if (!mHooks.goesOn(pathOf(item))) return false;
     if (item == name) {

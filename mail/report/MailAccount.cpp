@@ -1,6 +1,6 @@
 #include "mail/report/MailAccount.h"
 
-#include <array>
+#include <algorithm>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -10,6 +10,7 @@
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "core/record/Records.h"
 #include "mail/report/OutgoingMail.h"
+#include "mail/smtp/EmailAddress.h"
 #include "mail/smtp/StoredMailSettings.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
@@ -21,31 +22,6 @@ namespace {
 
 constexpr const char* kSecretTool = "/usr/bin/secret-tool";
 constexpr double kKeyringSeconds = 60;
-
-struct Provider {
-  std::string_view domains;  ///< by blanks
-  std::string_view server;
-  std::int64_t port;
-  std::int64_t security;
-};
-constexpr std::array kProviders{
-    Provider{"gmail.com googlemail.com", "smtp.gmail.com", 465, MailKey::kTlsFromTheStart},
-    Provider{"outlook.com hotmail.com live.com msn.com outlook.de", "smtp-mail.outlook.com", 587,
-             MailKey::kStartTls},
-    Provider{"yahoo.com yahoo.de yahoo.fr yahoo.co.uk ymail.com", "smtp.mail.yahoo.com", 465,
-             MailKey::kTlsFromTheStart},
-    Provider{"icloud.com me.com mac.com", "smtp.mail.me.com", 587, MailKey::kStartTls},
-    Provider{"gmx.de gmx.net gmx.at gmx.ch", "mail.gmx.net", 465, MailKey::kTlsFromTheStart},
-    Provider{"gmx.com", "mail.gmx.com", 465, MailKey::kTlsFromTheStart},
-    Provider{"web.de", "smtp.web.de", 587, MailKey::kStartTls},
-    Provider{"t-online.de", "securesmtp.t-online.de", 465, MailKey::kTlsFromTheStart},
-    Provider{"posteo.de posteo.net", "posteo.de", 465, MailKey::kTlsFromTheStart},
-    Provider{"mailbox.org", "smtp.mailbox.org", 465, MailKey::kTlsFromTheStart},
-    Provider{"fastmail.com fastmail.fm", "smtp.fastmail.com", 465, MailKey::kTlsFromTheStart},
-    Provider{"aol.com", "smtp.aol.com", 465, MailKey::kTlsFromTheStart},
-    Provider{"orange.fr wanadoo.fr", "smtp.orange.fr", 465, MailKey::kTlsFromTheStart},
-    Provider{"free.fr", "smtp.free.fr", 465, MailKey::kTlsFromTheStart},
-    Provider{"zoho.com", "smtp.zoho.com", 465, MailKey::kTlsFromTheStart}};
 
 /// In a file of the user's own.
 Outcome keepInFile(const std::string& path, const std::string& password) {
@@ -65,27 +41,19 @@ bool movedToKeyring(const std::string& file, const MailSettings& settings, Proce
   for (const std::string& word : MailSender::keyringWords("store", settings)) words.push_back(word);
   words.insert(words.begin() + 6, "--label=Corvana 9: " + settings.username);
   if (!processes.runTool(words, kKeyringSeconds)) return false;
-  if (!keyringHasPassword(settings, processes)) return false;
+  if (!keyringPassword(settings, processes)) return false;
   const Outcome removed = ZAN_FilesUtils::removeFile(file);
   return static_cast<bool>(removed);
 }
 
 }  // namespace
 
-std::optional<MailServerPlace> knownMailServer(std::string_view domain) {
-  const std::string wanted = " " + std::string(domain) + " ";
-  for (const Provider& provider : kProviders) {
-    if ((" " + std::string(provider.domains) + " ").find(wanted) == std::string::npos) continue;
-    return MailServerPlace{std::string(provider.server), provider.port, provider.security};
-  }
-  return std::nullopt;
-}
-
-bool keyringHasPassword(const MailSettings& settings, Processes& processes) {
-  if (!ZAN_FilesUtils::exists(kSecretTool)) return false;
+std::optional<std::string> keyringPassword(const MailSettings& settings, Processes& processes) {
+  if (!ZAN_FilesUtils::exists(kSecretTool)) return std::nullopt;
   const auto found =
       processes.runTool(MailSender::keyringWords("lookup", settings), kKeyringSeconds);
-  return found && !found->empty();
+  if (!found || found->empty()) return std::nullopt;
+  return found->substr(0, found->find('\n'));
 }
 
 Outcome keepPassword(MailSettings& settings, const std::string& password,
@@ -171,18 +139,84 @@ void MailAccount::test() {
       finishedMail(settings, {m.texts.text("MailTestSubject"), m.texts.text("MailTestText")},
                    m.platform.clock.now(), m.store.dates().calendar());
   if (!mail) return say(mail.error().text);
-  say(m.texts.text("MailTestRuns", {settings.server}));
-  mSender.deliver(settings, *mail, {}, [this, server = settings.server](const Delivery& delivery) {
+  if (!settings.passwordIsInKeyring) return test(settings, *mail);
+  // The keyring knows it under the server of now, and another one may be found.
+  RunLoop& loop = m.platform.runLoop;
+  loop.detachThread("keyring", [this, here = std::weak_ptr<void>(mHere), &loop,
+                                &processes = m.platform.processes, settings, mail = *mail] {
+    const auto password = keyringPassword(settings, processes);
+    loop.performOnMain([this, here, settings = settings, mail, password]() mutable {
+      if (here.expired()) return;
+      settings.password = password.value_or("");
+      settings.passwordIsInKeyring = !password;
+      test(settings, mail);
+    });
+  });
+}
+
+std::vector<MailServerPlace> MailAccount::placesFor(const MailSettings& settings) const {
+  const auto address = EmailAddress::list(settings.sender);
+  const std::string email = address && !address->empty() ? address->front().email : std::string();
+  const std::int64_t port = ZAN_Value(settings.ports).integerValue();
+  const auto knownPort = port > 0 ? std::optional(port) : std::nullopt;
+  if (settings.server.empty()) return mailServersFor(email, {}, knownPort, {});
+  const std::int64_t security = m.store.settings().mainAppSettings().integer(MailKey::security);
+  auto places = mailServersFor(email, settings.server, knownPort, security);
+  for (const MailServerPlace& place : mailServersFor(email, settings.server, knownPort, {}))
+    if (std::ranges::find(places, place) == places.end()) places.push_back(place);
+  return places;
+}
+
+void MailAccount::test(const MailSettings& settings, const FinishedMail& mail) {
+  const auto ended = [this](const std::string& taker, const Delivery& delivery,
+                            const std::string& reason) {
     std::string refused;
     for (const SMTPConnector::Refusal& one : delivery.refusals)
       refused += (refused.empty() ? "" : "; ") + one.address + ": " + one.reason;
     if (!delivery.isTaken)
-      say(m.texts.text("MailTestFailed", {delivery.reason}));
-    else if (refused.empty())
-      say(m.texts.text("MailTestTaken", {server}));
+      say(m.texts.text("MailTestFailed", {reason}));
     else
-      say(m.texts.text("MailTestRefused", {refused}));
+      say(refused.empty() ? m.texts.text("MailTestTaken", {taker})
+                          : m.texts.text("MailTestRefused", {refused}));
+  };
+  if (!settings.isStandard) {
+    say(m.texts.text("MailTestRuns", {settings.server}));
+    return mSender.deliver(settings, mail, {}, [=](const Delivery& delivery) {
+      ended(settings.server, delivery, delivery.reason);
+    });
+  }
+  const auto places = placesFor(settings);
+  if (places.empty())
+    return say(m.texts.text("MailTestFailed", {m.texts.text("MailTestNoServer")}));
+  const auto reasons = std::make_shared<std::string>();
+  const std::weak_ptr<void> here = mHere;
+  MailTrial::start(
+      {[this, here](const MailServerPlace& place, MailSettings&) {
+         if (!here.expired()) say(m.texts.text("MailTestRuns", {place.text()}));
+         return Outcome();
+       },
+       [reasons](const MailServerPlace& place, const std::string& reason) {
+         *reasons += (reasons->empty() ? "" : "; ") + place.text() + ": " + reason;
+       },
+       [this, here, ended, reasons, set = places.front(), wasSet = settings.server](
+           const MailServerPlace& place, const MailSettings& used, const Delivery& delivery) {
+         if (here.expired()) return;
+         if (delivery.isTaken && (wasSet.empty() || place != set)) take(place, used);
+         ended(place.text(), delivery, *reasons);
+       }},
+      mSender, settings, places, mail);
+}
+
+/// From now on mail goes there.
+void MailAccount::take(const MailServerPlace& place, const MailSettings& settings) {
+  const bool wasInKeyring = storedMailSettings(m.store.settings()).passwordIsInKeyring;
+  change([&](ZAN_Value& all) {
+    all.setValue("SendReportEmailSMTPServer", place.server);
+    all.setValue("SendReportEmailSMTPServerPort", std::to_string(place.port));
+    all.setValue(MailKey::security, place.security);
+    all.setValue("SendReportEmailSMTPServerUseTLSCB", place.security == MailKey::kInClear ? 0 : 1);
   });
+  if (wasInKeyring && !settings.password.empty()) setPassword(settings.password);
 }
 
 void MailAccount::say(std::string text) {

@@ -6,6 +6,7 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/History.h"
 #include "mail/report/EmailReport.h"
+#include "mail/report/MailAccount.h"
 #include "mail/report/OutgoingMail.h"
 #include "mail/report/ReportPage.h"
 #include "tests/core_work/WorkWorld.h"
@@ -76,6 +77,7 @@ class StandardReportTest : public testing::Test, public test::WorkWorld {
   static PeerScript taking() {
     return upToData().hear("\r\n.\r\n").line("250 taken").hear("QUIT\r\n").line("221 bye").close();
   }
+  bool refuses = false;
   static PeerScript away() { return PeerScript().fail("Connection refused"); }
 
   /// What servers have heard up to the end of a message, decoded.
@@ -343,6 +345,69 @@ TEST_F(StandardReportTest, ABrokenConnectionAfterTheLastByteIsSaid) {
   for (const ZAN_Value& entry : actionLog.readLogList().elements())
     isSaid = isSaid || entry.string("N").find("may arrive twice") != std::string::npos;
   EXPECT_TRUE(isSaid);
+}
+
+TEST_F(StandardReportTest, ATestFindsTheServerThatIsMeant) {
+  set({{"SendReportEmailSMTPServer", ""}, {"SendReportEmailSMTPServerPort", ""}});
+  std::vector<std::string> asked;
+  machine.network.script = [&](const std::string& host, std::int64_t port) {
+    asked.push_back(host + ":" + std::to_string(port));
+    if (asked.back() != "mail.example.com:587") return away();
+    return PeerScript()
+        .line("220 hi")
+        .hear("EHLO")
+        .line("250-hi")
+        .line("250 STARTTLS")
+        .hear("STARTTLS")
+        .line("220 go")
+        .tls()
+        .hear("EHLO")
+        .line("250 hi")
+        .hear("MAIL FROM")
+        .line(refuses ? "550 not from you" : "250 ok")
+        .hear("RCPT TO")
+        .line("250 ok")
+        .hear("DATA\r\n")
+        .line("354 go")
+        .hear("\r\n.\r\n")
+        .line("250 taken")
+        .hear("QUIT\r\n")
+        .line("221 bye")
+        .close();
+  };
+  Agent agent(records);
+  MailAccount account(records, agent.sender);
+  const auto tested = [&] {
+    asked.clear();
+    account.test();
+    machine.runLoop.runFor(kMinute);
+    return account.testResult();
+  };
+  refuses = true;
+  EXPECT_THAT(tested(), HasSubstr("mail.example.com:587 (starttls): "));
+  EXPECT_THAT(account.testResult(), HasSubstr("not from you"));
+  const std::vector<std::string> inOrder{"smtp.example.com:465", "mail.example.com:465",
+                                         "example.com:465", "smtp.example.com:587",
+                                         "mail.example.com:587"};
+  EXPECT_EQ(asked, inOrder) << "the first that answers is the right one";
+  const auto setServer = [&] {
+    const ZAN_Value settings = store.settings().mainAppSettings();
+    return settings.string("SendReportEmailSMTPServer") + ":" +
+           settings.string("SendReportEmailSMTPServerPort") + " " +
+           std::to_string(settings.integer(MailKey::security));
+  };
+  EXPECT_EQ(setServer(), ": 0");
+  refuses = false;
+  EXPECT_THAT(tested(), HasSubstr("taken by mail.example.com:587 (starttls)"));
+  EXPECT_EQ(setServer(), "mail.example.com:587 1");
+  tested();
+  EXPECT_THAT(asked, ElementsAre("mail.example.com:587"));
+  set({{"SendReportEmailSMTPServer", "mail.example.com"},
+       {"SendReportEmailSMTPServerPort", ""},
+       {MailKey::security, MailKey::kTlsFromTheStart}});
+  EXPECT_THAT(tested(), HasSubstr("taken by"));
+  EXPECT_THAT(asked, ElementsAre("mail.example.com:465", "mail.example.com:587"));
+  EXPECT_EQ(setServer(), "mail.example.com:587 1");
 }
 
 TEST_F(StandardReportTest, ThePageBeginsWithWhatNeedsAttention) {

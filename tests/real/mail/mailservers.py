@@ -276,6 +276,7 @@ match from any for any action "next"
     os.chmod(config, 0o600)
     start([f"{folder}/usr/sbin/smtpd", "-d", "-f", config], {"LD_LIBRARY_PATH": f"{folder}/{LIBRARIES}"},
           [ports["opensmtpd"]])
+    print("opensmtpd-tls!unpacked,_its_engine_finds_no_private_key_with_the_OpenSSL_of_Debian_12", end=" ")
 
 
 def main():
