@@ -258,6 +258,7 @@ void BackupCard::fillMenu(const BackupFacts& facts, bool isRunning) {
     mMenu->addAction(text, mMenu, [hook] { hook(); });
   };
   if (!isRunning) add(mHousehold.text("CardRun"), mHooks.run);
+  if (!isRunning) add(mHousehold.text("CardWhy"), mHooks.why);
   add(mHousehold.text("CardRestore"), mHooks.restore);
   if (!facts.folder.empty()) {
     add(mHousehold.text("RestoreShowFolder"),
@@ -270,6 +271,8 @@ void BackupCard::fillMenu(const BackupFacts& facts, bool isRunning) {
   add(mHousehold.text("CardHistory"), mHooks.history);
   add(mHousehold.text("CardChange"), mHooks.change);
   add(mHousehold.text("CardDuplicate"), mHooks.duplicate);
+  add(mHousehold.text("CardUp"), [this] { mHooks.move(-1); });
+  add(mHousehold.text("CardDown"), [this] { mHooks.move(1); });
   mMenu->addSeparator();
   add(mHousehold.text("CardRemove"), mHooks.remove);
 }

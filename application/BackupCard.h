@@ -30,8 +30,10 @@ class RunBar final : public QWidget {
 class BackupCard final : public Card {
  public:
   struct Hooks {
-    std::function<void()> run, restore, change, history, duplicate, remove, seen, confirmDeletions;
+    std::function<void()> run, why, restore, change, history, duplicate, remove, seen,
+        confirmDeletions;
     std::function<void(bool)> pause;
+    std::function<void(int places)> move;  ///< in its group; less than 0: up
     std::function<void()> stop;
   };
 

@@ -12,6 +12,7 @@
 
 #include "application/BackupFacts.h"
 #include "application/Banner.h"
+#include "application/DetailsStep.h"
 #include "application/Look.h"
 #include "application/WhatStep.h"
 #include "application/WhenStep.h"
@@ -38,6 +39,7 @@ CreatePage::CreatePage(Household& household, Navigator& navigator)
       mWhat(new WhatStep(household)),
       mWhere(new WhereStep(household)),
       mWhen(new WhenStep(household)),
+      mDetails(new DetailsStep(household)),
       mNameRow(new QWidget),
       mName(new QLineEdit),
       mRun(new QWidget),
@@ -65,10 +67,10 @@ CreatePage::CreatePage(Household& household, Navigator& navigator)
   mName->setAccessibleName(household.text("CreateName"));
   name->addWidget(mName, 1);
   column->addWidget(mNameRow);
-  const std::array<QWidget*, 3> steps{mWhat, mWhere, mWhen};
-  const std::array<QString, 3> heads{household.text("CreateWhatHead"),
-                                     household.text("CreateWhereHead"),
-                                     household.text("CreateWhenHead")};
+  const std::array<QWidget*, 4> steps{mWhat, mWhere, mWhen, mDetails};
+  const std::array<QString, 4> heads{
+      household.text("CreateWhatHead"), household.text("CreateWhereHead"),
+      household.text("CreateWhenHead"), household.text("CreateDetailsHead")};
   for (std::size_t i = 0; i < steps.size(); ++i) {
     mHeads[i] = new TextLabel(heads[i], Look::Size::heading);
     mHeads[i]->setContentsMargins(0, Look::space(3), 0, 0);
@@ -136,6 +138,7 @@ bool CreatePage::change(std::int64_t reference) {
   mWhat->show(settings);
   mWhere->show(settings);
   mWhen->show(settings);
+  mDetails->show(*action);
   mWhen->setVolume(mWhere->volume());
   showAll();
   return true;
@@ -155,6 +158,7 @@ void CreatePage::showStep(int step) {
   mWhat->setVisible(step == what);
   mWhere->setVisible(step == where);
   mWhen->setVisible(step == when);
+  mDetails->hide();
   mRun->setVisible(step == first);
   mNumber->setVisible(step != first);
   mNumber->setText(household().text("CreateStep", {step + 1}));
@@ -176,7 +180,8 @@ void CreatePage::showStep(int step) {
 void CreatePage::showAll() {
   mTrouble->hide();
   for (TextLabel* head : mHeads) head->show();
-  for (QWidget* one : std::initializer_list<QWidget*>{mWhat, mWhere, mWhen, mNameRow}) one->show();
+  for (QWidget* one : std::initializer_list<QWidget*>{mWhat, mWhere, mWhen, mDetails, mNameRow})
+    one->show();
   mRun->hide();
   mNumber->hide();
   mTitle->setText(household().text("CreateChange", {utf8(mName->text())}));
@@ -225,6 +230,7 @@ void CreatePage::save(bool isRun) {
     std::string destination;  ///< empty: a server
     std::optional<RepositoryKeeping> keeping = {};
     std::string hiddenFolder = {};
+    std::vector<std::string> disks = {};
     std::optional<Error> error = {};
     ActionFolders folders = {};
     std::optional<FolderTrouble> trouble = {};
@@ -240,6 +246,7 @@ void CreatePage::save(bool isRun) {
   if (mWhere->isEncrypted() &&
       (mIsNew || mWhere->isChanged() || !mWhere->keeping().password.empty()))
     wanted->keeping = mWhere->keeping();
+  if (!mIsNew) wanted->disks = mDetails->newDisks();
   wanted->hiddenFolder = household().store().folder().hiddenFolderPath();
   const std::uint64_t serial = mSerial;
   // A disk that sleeps takes its time, and the window goes on.
@@ -255,6 +262,12 @@ void CreatePage::save(bool isRun) {
         wanted->trouble =
             wanted->folders.add(wanted->destination, Role::destination, false, *volumes);
       if (!wanted->trouble) wanted->trouble = wanted->folders.checkOverlap();
+    }
+    if (!wanted->trouble && !wanted->disks.empty()) {
+      const auto volumes = GvfsShares::volumesNow(machine, ActionFolders::kPatience);
+      for (const std::string& disk : wanted->disks)
+        if (!wanted->trouble)
+          wanted->trouble = wanted->folders.add(disk, Role::rotation, false, *volumes);
     }
     if (!wanted->trouble && wanted->keeping) {
       if (const Outcome kept = wanted->keeping->keepIn(wanted->hiddenFolder); !kept)
@@ -299,7 +312,9 @@ void CreatePage::store(const ActionFolders& folders, bool isRun) {
     dispute = checkCopies(root, record);
     if (dispute) return dispute->error();
     if (action != nullptr) {
+      mDetails->applyTo(record, folders);
       action->changeSettings(record);
+      mDetails->moveIn(root, *action);
       return {};
     }
     root.addActionsFromList(ZAN_Value::array({record}), false, std::nullopt);

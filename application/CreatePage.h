@@ -18,6 +18,7 @@ class QVBoxLayout;
 namespace corvana {
 
 class Banner;
+class DetailsStep;
 class TextLabel;
 class WhatStep;
 class WhenStep;
@@ -57,10 +58,11 @@ class CreatePage final : public Page {
   TextLabel* mNumber;
   TextLabel* mTitle;
   Banner* mTrouble;
-  TextLabel* mHeads[3] = {};
+  TextLabel* mHeads[4] = {};
   WhatStep* mWhat;
   WhereStep* mWhere;
   WhenStep* mWhen;
+  DetailsStep* mDetails;  ///< of one that is there
   QWidget* mNameRow;
   QLineEdit* mName;
   QWidget* mRun;  ///< what becomes of the first run

@@ -22,7 +22,9 @@ namespace {
 
 /// Older ones are in the file "Corvana 9 Actions.log".
 constexpr std::size_t kMostRows = 1000;
+constexpr qsizetype kMostNotices = 500;
 constexpr int kColumns = 8;
+enum Part { kPast, kWeek, kNotices };
 constexpr int kRowRole = Qt::UserRole;
 
 Look::Meaning meaningOf(const ZAN_Value& entry) {
@@ -46,7 +48,7 @@ HistoryPage::HistoryPage(Household& household, Navigator& navigator)
   auto* top = new QHBoxLayout;
   top->setSpacing(Look::space(2));
   top->addWidget(new TextLabel(household.text("MainHistory"), Look::Size::title), 1);
-  for (const char* key : {"HistoryPast", "HistoryWeek"}) {
+  for (const char* key : {"HistoryPast", "HistoryWeek", "HistoryNotices"}) {
     const int part = static_cast<int>(mParts.size());
     auto* button = makeButton(household.text(key), [this, part] { showPart(part); });
     mParts.push_back(button);
@@ -56,8 +58,9 @@ HistoryPage::HistoryPage(Household& household, Navigator& navigator)
   mStack = new QStackedWidget;
   mStack->addWidget(makeRuns());
   mStack->addWidget(makeWeek());
+  mStack->addWidget(makeNotices());
   column->addWidget(mStack, 1);
-  showPart(0);
+  showPart(kPast);
 }
 
 QWidget* HistoryPage::makeRuns() {
@@ -136,6 +139,39 @@ QWidget* HistoryPage::makeWeek() {
   return mWeekPart;
 }
 
+QWidget* HistoryPage::makeNotices() {
+  mNotices = new QTreeWidget;
+  mNotices->setAccessibleName(household().text("HistoryNotices"));
+  mNotices->setRootIsDecorated(false);
+  mNotices->setWordWrap(true);
+  mNotices->setHeaderLabels(
+      {household().text("HistoryNoticeDate"), household().text("HistoryNotice")});
+  mNotices->header()->setSectionResizeMode(0, QHeaderView::ResizeToContents);
+  return mNotices;
+}
+
+/// What was said of no single run stands in the log under no reference.
+void HistoryPage::fillNotices() {
+  mNotices->clear();
+  QList<QTreeWidgetItem*> rows;
+  const ZAN_Value log = household().history().log().readLogList();
+  for (std::size_t index = log.size(); index-- > 0 && rows.size() < kMostNotices;) {
+    const ZAN_Value& entry = log.at(index);
+    const std::int64_t code = entry.integer("C");
+    const auto date = entry["M"].asDate();
+    const bool isOfAgent = code == LogCode::agentStarted || code == LogCode::agentTerminates;
+    if (entry.contains("R") || !date || isOfAgent || entry.string("N").empty()) continue;
+    auto* row = new QTreeWidgetItem(
+        {qt(household().strings().getMediumDateTime(*date)), qt(entry.string("N"))});
+    row->setForeground(0, Look::colour(Look::Meaning::muted));
+    row->setTextAlignment(0, Qt::AlignTop | Qt::AlignLeft);
+    rows.append(row);
+  }
+  mNotices->addTopLevelItems(rows);
+  if (!rows.isEmpty())
+    mNotices->setCurrentItem(rows[std::clamp<qsizetype>(mNotice, 0, rows.size() - 1)]);
+}
+
 /// What it was comes before how fast it was.
 void HistoryPage::resizeEvent(QResizeEvent* event) {
   Page::resizeEvent(event);
@@ -148,16 +184,20 @@ void HistoryPage::showPart(int part) {
   for (int index = 0; index < static_cast<int>(mParts.size()); ++index)
     Look::set(mParts[static_cast<std::size_t>(index)], index == part ? "primary" : "");
   mStack->setCurrentIndex(part);
-  if (part == 1) refreshWeek();
+  if (part == kWeek) refreshWeek();
+  if (part == kNotices) fillNotices();
 }
 
 void HistoryPage::choose(std::int64_t reference, bool onlyFailures) {
   mReference = reference;
   mOnlyFailures = onlyFailures;
-  showPart(0);
+  showPart(kPast);
 }
 
-void HistoryPage::showNotices(std::int64_t /*index*/) { choose(0, false); }
+void HistoryPage::showNotices(std::int64_t index) {
+  mNotice = index;
+  showPart(kNotices);
+}
 
 void HistoryPage::refresh(ChangeSet changed) {
   if (changed.has(Change::tree) || changed.has(Change::history) || changed.has(Change::execution)) {
@@ -165,7 +205,8 @@ void HistoryPage::refresh(ChangeSet changed) {
     fillChooser();
     fillRuns();
   }
-  if (mStack->currentIndex() == 1) refreshWeek();
+  if (mStack->currentIndex() == kWeek) refreshWeek();
+  if (mStack->currentIndex() == kNotices && changed.has(Change::messages)) fillNotices();
 }
 
 void HistoryPage::fillChooser() {

@@ -16,7 +16,7 @@ class Card;
 class TextLabel;
 class WeekView;
 
-/// What was executed, newest first, and how it ended; and the week ahead.
+/// What was executed, newest first, and how it ended; the week ahead; what the agent has said.
 class HistoryPage final : public Page {
  public:
   HistoryPage(Household& household, Navigator& navigator);
@@ -34,6 +34,8 @@ class HistoryPage final : public Page {
  private:
   QWidget* makeRuns();
   QWidget* makeWeek();
+  QWidget* makeNotices();
+  void fillNotices();
   void showPart(int part);
   void fillChooser();
   void fillRuns();
@@ -58,6 +60,8 @@ class HistoryPage final : public Page {
   WeekView* mWeekView = nullptr;
   TextLabel* mWeekSummary = nullptr;
   TextLabel* mWeekWords = nullptr;
+  QTreeWidget* mNotices = nullptr;
+  std::int64_t mNotice = 0;  ///< to be chosen among them, the newest first
 };
 
 }  // namespace corvana

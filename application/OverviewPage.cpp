@@ -218,7 +218,7 @@ void OverviewPage::showBanner() {
       return say(meaning, title,
                  household().text("BannerNotConnected", {facts.title, facts.destination, since}),
                  household().text("BannerWhy"),
-                 [this, reference] { navigator().showHistory(reference, true); });
+                 [this, reference, title = qt(facts.title)] { explain(reference, title); });
     if (facts.failure && !facts.isFailureSeen)
       return say(meaning, title,
                  household().text("BannerFailed", {facts.title, facts.reason, since}),
@@ -254,10 +254,12 @@ BackupCard* OverviewPage::cardFor(std::size_t row) {
     const auto reference = [this, index] { return mCards[index]->reference(); };
     BackupCard::Hooks hooks;
     hooks.run = [this, reference] { run(reference()); };
+    hooks.why = [this, index, reference] { explain(reference(), mCards[index]->accessibleName()); };
     hooks.restore = [this, reference] { navigator().showRestore(reference()); };
     hooks.change = [this, reference] { navigator().changeBackup(reference()); };
     hooks.history = [this, reference] { navigator().showHistory(reference(), false); };
     hooks.duplicate = [this, reference] { duplicate(reference()); };
+    hooks.move = [this, reference](int places) { move(reference(), places); };
     hooks.remove = [this, index, reference] {
       remove(reference(), mCards[index]->accessibleName());
     };
@@ -306,6 +308,23 @@ void OverviewPage::run(std::int64_t reference) {
   });
 }
 
+void OverviewPage::explain(std::int64_t reference, const QString& title) {
+  mWhyChild.run(
+      {QStringLiteral("why"), QStringLiteral("--"), QString::number(reference)},
+      [this, title](const CommandChild::Ending& ending) {
+        if (!ending.isDone()) return complain(Error{ErrorKind::unavailable, ending.reason});
+        QStringList lines;
+        for (const ZAN_Value& reason : ending.answer["reasons"].elements())
+          lines << QStringLiteral("•  ") + qt(reason.string("text"));
+        if (lines.isEmpty())
+          lines << household().text(ending.answer["agent"].boolValue() ? "WhyDueSoon" : "WhyDue");
+        mTold->say(Look::Meaning::accent, household().text("OverviewWhy", {utf8(title)}),
+                   lines.join('\n'), household().text("CloseButton"), [this] { mTold->hide(); });
+        mTold->show();
+        mScroll->verticalScrollBar()->setValue(0);
+      });
+}
+
 void OverviewPage::pause(bool isPaused) {
   const ZAN_Value details = ZAN_Value::dictionary({{"Pause", isPaused}});
   household().tellAgent("ActionPause", details);
@@ -328,6 +347,20 @@ void OverviewPage::duplicate(std::int64_t reference) {
   complain(household().edit([&](ProgrammedAction& root) -> Outcome {
     ProgrammedAction* action = root.actionForReference(reference);
     if (action != nullptr) action->createActionCopy();
+    return {};
+  }));
+}
+
+void OverviewPage::move(std::int64_t reference, int places) {
+  complain(household().edit([&](ProgrammedAction& root) -> Outcome {
+    ProgrammedAction* const action = root.actionForReference(reference);
+    if (action == nullptr || action->parent() == nullptr) return {};
+    ProgrammedAction& group = *action->parent();
+    const auto at = static_cast<std::int64_t>(group.indexOfChild(*action).value_or(0));
+    // Its place is counted before it leaves the old one.
+    const std::int64_t wanted = at + places + (places > 0 ? 1 : 0);
+    if (wanted >= 0)
+      action->moveActionTo(group, static_cast<std::size_t>(wanted), SortMode::manual);
     return {};
   }));
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "application/BackupFacts.h"
+#include "application/CommandChild.h"
 #include "application/Page.h"
 
 class QHBoxLayout;
@@ -42,10 +43,13 @@ class OverviewPage final : public Page {
   void showCards();
   BackupCard* cardFor(std::size_t row);
   void run(std::int64_t reference);
+  /// What keeps it from running, in place.
+  void explain(std::int64_t reference, const QString& title);
   void pause(bool isPaused);
   void markAsSeen();
   void confirmDeletions(std::int64_t reference, std::int64_t count);
   void duplicate(std::int64_t reference);
+  void move(std::int64_t reference, int places);
   void remove(std::int64_t reference, const QString& title);
   /// `then` when the user presses `button` and not the other one.
   void ask(const QString& title, const QString& text, const QString& button,
@@ -56,6 +60,7 @@ class OverviewPage final : public Page {
   QScrollArea* mScroll;
   Banner* mBanner;
   Banner* mTold;
+  CommandChild mWhyChild;
   QLineEdit* mSearch;
   QVBoxLayout* mList;
   std::vector<BackupCard*> mCards;  ///< as many as were looked at so far

@@ -166,6 +166,18 @@ TEST_F(PagesTest, ChangesOneWordAndLeavesTheRestOfARecord) {
     after.removeKey(key);
   }
   EXPECT_EQ(after, before);
+
+  // What is beyond the sentences, and a group that is not there yet.
+  window->changeBackup(reference);
+  widgetIn<QComboBox>(*window, household->text("DetailsGroup")).setCurrentText("Family");
+  widgetIn<QComboBox>(*window, household->text("DetailsContext")).setCurrentIndex(2);
+  widgetIn<QCheckBox>(*window, household->text("DetailsAgeAlarm")).setChecked(false);
+  press(household->text("CreateSave"));
+  ASSERT_TRUE(eventually([&] { return recordOf(reference).integer("TriggerAgeAlarm") == 0; }));
+  const ProgrammedAction* moved = household->actions().actionForReference(reference);
+  EXPECT_EQ(moved->parent()->getTitle(), "Family");
+  EXPECT_EQ(moved->getActionContext(), ActionContext::home);
+  EXPECT_EQ(recordOf(reference).string("OptionsOfAnotherProgram"), "kept");
 }
 
 TEST_F(PagesTest, RefusesACopyWithinItsSourceInWords) {
