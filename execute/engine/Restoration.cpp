@@ -272,7 +272,9 @@ void Restoration::setAttributes(const VersionItem& item, int parent, const std::
     const auto now = VersionItem::read(parent, name, target, true);
     for (const auto& [attribute, value] :
          now ? now->attributes : std::vector<std::pair<std::string, std::string>>()) {
-      const auto wanted = [&](const auto& other) { return other.first == attribute; };
+      const auto wanted = [&attribute = attribute](const auto& other) {
+        return other.first == attribute;
+      };
       if (std::ranges::none_of(item.attributes, wanted))
         ::lremovexattr(path.c_str(), attribute.c_str());
     }
