@@ -63,6 +63,16 @@ TEST_F(WakeAlarmTest, HoldsOneAlarmAndCancelsItByItsTime) {
   EXPECT_EQ(holders(), 0);
 }
 
+TEST_F(WakeAlarmTest, EachHomeHasItsOwnAndNoneLiesWhereOthersWrite) {
+  const WakeAlarm second({CORVANA_WAKEUP, folder.makeFolder("second"), folder.at("rtc")});
+  const std::int64_t time = in(4000);
+  ASSERT_TRUE(second.set(time));
+  second.cancel(time);
+  EXPECT_EQ(holders(), 1) << "the alarm of another home was touched";
+  fs::permissions(folder.at("second"), fs::perms::all);
+  EXPECT_FALSE(second.set(time));
+}
+
 TEST_F(WakeAlarmTest, WritesThroughNoLink) {
   const WakeAlarm other({CORVANA_WAKEUP, folder.makeFolder("others"), folder.at("rtc")});
   const std::string file = folder.at("others/Wakeup");

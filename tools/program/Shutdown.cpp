@@ -8,6 +8,7 @@
 #include <QObject>
 #include <QStringList>
 #include <QVariantMap>
+#include <exception>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -17,11 +18,13 @@
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "actions/InstallPaths.h"
+#include "core/record/ExceptionGuard.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/TerminationSignals.h"
 #include "platform/qt/BusAgentClient.h"
 #include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
+#include "platform/qt/GuardedApplication.h"
 #include "platform/qt/Logind.h"
 #include "platform/qt/QtRunLoop.h"
 #include "tools/ShutdownWatch.h"
@@ -134,17 +137,22 @@ ZAN_StringTable texts(const LinuxMachine& machine) {
   return table;
 }
 
-void perform() {
-  LinuxMachine machine;
-  TerminationSignals terminations(true);
-  QtRunLoop loop;
-  terminations.watch(loop, [&loop](const auto&) { loop.quit(0); });
+int perform(int count, char** words) {
   std::unique_ptr<SystemLog> log;
   if (isatty(STDERR_FILENO) != 0) {
     log = std::make_unique<StandardErrorLog>();
   } else {
     log = std::make_unique<Syslog>();
   }
+  ExceptionGuard guard(*log);
+  const auto onException = [&guard](const std::exception& exception) { guard.tell(exception); };
+  GuardedApplication<QCoreApplication> application(count, words);
+  application.onException = onException;
+  LinuxMachine machine;
+  TerminationSignals terminations(true);
+  QtRunLoop loop;
+  loop.onException = onException;
+  terminations.watch(loop, [&loop](const auto&) { loop.quit(0); });
   const ZAN_StringTable table = texts(machine);
   Logind logind(loop, *log);
   BusConnection bus(loop, *log);
@@ -179,7 +187,7 @@ void perform() {
             [&watch] { watch->agentChanged(); }, [&watch](bool on) { watch->agentIsOn(on); }});
   logind.setHandlers({{}, [&watch](bool begins) { watch->prepareForShutdown(begins); }});
   logind.holdUpShutDown("Corvana 9", table.text("ShutDownActionsText"));
-  loop.run();
+  return loop.run();
 }
 
 }  // namespace
@@ -193,9 +201,12 @@ int main(int count, char** words) {
     return isHelp ? 0 : 2;
   }
   qputenv("QT_NO_GLIB", "1");
-  const QCoreApplication application(count, words);
-  corvana::perform();
-  return 0;
+  try {
+    return corvana::perform(count, words);
+  } catch (const std::exception& exception) {
+    std::cerr << "Corvana 9 Shutdown could not start: " << exception.what() << "\n";
+    return 1;
+  }
 }
 
 #include "Shutdown.moc"

@@ -1,7 +1,8 @@
 // Holds one alarm that wakes the machine. The right to do so, CAP_WAKE_ALARM, comes with the file;
 // it is given up as soon as the alarm is set. The program stays behind, alone, until the alarm goes
 // off or is cancelled. Which alarm it holds stands in a file that it keeps locked, so that the lock
-// ends with it and names its process.
+// ends with it and names its process. There is one alarm for a folder, and folders in which others
+// can write have none.
 
 #include <fcntl.h>
 #include <linux/capability.h>
@@ -28,6 +29,7 @@
 namespace {
 
 constexpr int kWrongWords = 2;
+constexpr const char* kFile = "Wakeup";
 
 int failed(const std::string& what, int error) {
   std::fprintf(stderr, "%s: %s\n", what.c_str(), std::strerror(error));
@@ -78,8 +80,20 @@ bool isOurs(int file) {
          status.st_nlink == 1;
 }
 
+/// Below 0 with `errno` when it is not there, or when others can put something in it.
+int openFolder(const std::string& path) {
+  const int folder = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  struct stat status;
+  if (folder < 0 || fstat(folder, &status) != 0) return -1;
+  if (status.st_uid == getuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0) return folder;
+  close(folder);
+  errno = EPERM;
+  return -1;
+}
+
 int cancel(std::int64_t time, const std::string& path) {
-  const int file = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW);
+  const int folder = openFolder(path);
+  const int file = folder < 0 ? -1 : openat(folder, kFile, O_RDWR | O_CLOEXEC | O_NOFOLLOW);
   if (file < 0) return errno == ENOENT ? 0 : failed(path, errno);
   const pid_t holder = holderOf(file);
   if (holder == 0 || timeIn(file) != time) return 0;
@@ -107,8 +121,7 @@ int arm(int timer, std::int64_t time) {
 }
 
 /// In the process that stays: says by `report` how it went (an errno) and waits for the alarm.
-[[noreturn]] void hold(int timer, int file, std::int64_t time, const std::string& path,
-                       int report) {
+[[noreturn]] void hold(int timer, int folder, int file, std::int64_t time, int report) {
   setsid();
   int error = takeLock(file) ? arm(timer, time) : errno;
   const std::string text = std::to_string(time) + "\n";
@@ -126,7 +139,7 @@ int arm(int timer, std::int64_t time) {
   std::uint64_t times = 0;
   while (read(timer, &times, sizeof times) < 0 && errno == EINTR) {
   }
-  unlink(path.c_str());
+  unlinkat(folder, kFile, 0);
   _exit(0);
 }
 
@@ -139,7 +152,9 @@ int set(std::int64_t time, const std::string& path) {
                  ownPath().c_str());
     return 1;
   }
-  const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  const int folder = openFolder(path);
+  if (folder < 0) return failed(path, errno);
+  const int file = openat(folder, kFile, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
   if (file < 0) return failed(path, errno);
   if (!isOurs(file)) return failed(path, EPERM);
   if (const pid_t holder = holderOf(file); holder != 0) {
@@ -152,7 +167,7 @@ int set(std::int64_t time, const std::string& path) {
   if (child < 0) return failed("a process", errno);
   if (child == 0) {
     close(report[0]);
-    hold(timer, file, time, path, report[1]);
+    hold(timer, folder, file, time, report[1]);
   }
   close(report[1]);
   int error = EIO;
@@ -174,6 +189,5 @@ int main(int count, char** arguments) {
     std::fputs("Usage: wakeup set|cancel SECONDS-SINCE-1970 FOLDER\n", stderr);
     return kWrongWords;
   }
-  const std::string path = std::string(arguments[3]) + "/Wakeup";
-  return verb == "set" ? set(time, path) : cancel(time, path);
+  return verb == "set" ? set(time, arguments[3]) : cancel(time, arguments[3]);
 }
