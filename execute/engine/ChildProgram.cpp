@@ -33,6 +33,12 @@ std::optional<Pipe> makePipe() {
   return Pipe{ZAN_Descriptor(ends[0]), ZAN_Descriptor(ends[1])};
 }
 
+/// A program that says much in small pieces would else wake this one for each of them: what it says
+/// is let gather for so long, in pipes with room for it.
+constexpr int kGathered = 20;  // ms
+constexpr int kRoom = 1 << 20;
+constexpr std::size_t kMuch = 1 << 15;
+
 Error systemError(const std::string& what) {
   return Error{ErrorKind::unavailable, what + ": " + std::strerror(errno)};
 }
@@ -147,6 +153,7 @@ Result<ChildProgram::End> ChildProgram::run(const Task& task, ExecuteControl& co
                   outputPipe->write.get(), errorPipe->write.get(), failurePipe->write.get(), self);
   }
   ::setpgid(pid, pid);
+  ::fcntl(outputPipe->read.get(), F_SETPIPE_SZ, kRoom);
   outputPipe->write.close();
   errorPipe->write.close();
   failurePipe->write.close();
@@ -159,28 +166,34 @@ Result<ChildProgram::End> ChildProgram::run(const Task& task, ExecuteControl& co
   Group group(pid, task.stopSignal, std::chrono::seconds(task.patience));
   bool isInVain = false;
   std::array<ZAN_Descriptor, 2> streams{std::move(outputPipe->read), std::move(errorPipe->read)};
+  std::vector<char> buffer(kMuch * 2);
+  bool gathers = false;
   while (streams[0].get() >= 0 || streams[1].get() >= 0) {
     group.obey(control, task.obeysSkip, isInVain);
-    std::array<pollfd, 4> waits{{{streams[0].get(), POLLIN, 0},
-                                 {streams[1].get(), POLLIN, 0},
+    // Without events an end of the stream is told all the same.
+    const short wanted = gathers ? 0 : POLLIN;
+    std::array<pollfd, 4> waits{{{streams[0].get(), wanted, 0},
+                                 {streams[1].get(), wanted, 0},
                                  {control.wakeDescriptor(), POLLIN, 0},
                                  {task.watched, POLLPRI, 0}}};
-    ::poll(waits.data(), waits.size(), group.isEnding() ? 200 : -1);
+    ::poll(waits.data(), waits.size(), gathers ? kGathered : group.isEnding() ? 200 : -1);
     group.killWhenLate();
     if (group.isGivenUp()) break;
     if ((waits[2].revents & POLLIN) != 0) control.clearWake();
     if (waits[3].revents != 0 && task.onWatched) task.onWatched();
+    std::size_t taken = 0;
     for (std::size_t i = 0; i < streams.size(); ++i) {
       if (waits[i].revents == 0) continue;
-      std::array<char, 1 << 14> buffer;
       const auto count = ::read(streams[i].get(), buffer.data(), buffer.size());
       if (count > 0) {
         const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
+        taken += bytes.size();
         if (const auto& reader = i == 0 ? task.onOutput : task.onErrors; reader) reader(bytes);
       } else if (count == 0 || errno != EINTR) {
         streams[i].close();
       }
     }
+    gathers = taken > 0 && taken < kMuch;
     if (task.onNews) task.onNews();
     isInVain = isInVain || (task.isInVain && task.isInVain());
   }

@@ -118,6 +118,8 @@ bool CopyRun::beginVersion(bool hasWork) {
       return fail(ExecuteCode::unexpectedError,
                   copy.folder.path() + ": no room for the list of what is to change");
     }
+    // Where nothing was, nothing is replaced.
+    if (copy.isEmpty) continue;
     // A file's older versions lie where those of folders do.
     auto aside = mVersions->folderOf(copy.source.isFolder ? copy.source.name : ".");
     if (!aside) return failWith(aside.error());
