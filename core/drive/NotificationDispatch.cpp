@@ -23,9 +23,12 @@ namespace {
 
 constexpr double kManualLaunchDelay = 0.01;
 /// So long the launches of a burst are taken before questions are answered again, and so long the
-/// first of them is kept in memory only.
+/// first of them is kept in memory only. So many in one pass are a burst: it is stored when for
+/// that pause no other has come.
 constexpr double kSecondsOfLaunches = 0.02;
-constexpr double kSecondsUntilStored = 0.25;
+constexpr double kSecondsUntilStored = 0.5;
+constexpr int kLaunchesOfBurst = 16;
+constexpr double kPauseInBurst = 0.01;
 constexpr double kAnswerDelay = 0.1;
 constexpr double kUnmountDelay = 0.1;
 constexpr double kDefaultMessageSeconds = 10.0;
@@ -127,18 +130,21 @@ void NotificationDispatch::launchTogether() {
   const double now = m.platform.clock.monotonic();
   if (!mStoreLaunchesBy) mStoreLaunchesBy = now + kSecondsUntilStored;
   takeUpLaunches(now + kSecondsOfLaunches, *mStoreLaunchesBy);
-  if (!mLaunches.empty()) m.platform.runLoop.performAfter(0, [this] { launchTogether(); });
+  if (mLaunches.empty() && !mStoreLaunchesBy) return;
+  m.platform.runLoop.performAfter(mLaunches.empty() ? kPauseInBurst : 0,
+                                  [this] { launchTogether(); });
 }
 
 void NotificationDispatch::takeUpLaunches() {
-  constexpr double kNoLimit = std::numeric_limits<double>::infinity();
-  if (!mLaunches.empty()) takeUpLaunches(kNoLimit, kNoLimit);
+  constexpr double kNever = std::numeric_limits<double>::infinity();
+  if (!mLaunches.empty() || mStoreLaunchesBy) takeUpLaunches(kNever, -kNever);
 }
 
 void NotificationDispatch::takeUpLaunches(double end, double storeBy) {
   const auto isBefore = [this](double time) { return m.platform.clock.monotonic() < time; };
   const bool moreFollow = mWork.queue.burst([&] {
-    do {
+    int taken = 0;
+    for (; !mLaunches.empty() && (taken == 0 || isBefore(end)); ++taken) {
       const ZAN_Value launch = std::move(mLaunches.front());
       mLaunches.pop_front();
       if (launch.contains(TaskRequest::kFileKey)) {
@@ -149,8 +155,8 @@ void NotificationDispatch::takeUpLaunches(double end, double storeBy) {
       }
       mWork.queue.addWish(launch.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay, false,
                           launch.integer("EstimateSize") != 0);
-    } while (!mLaunches.empty() && isBefore(end));
-    return !mLaunches.empty() && isBefore(storeBy);
+    }
+    return (!mLaunches.empty() || taken >= kLaunchesOfBurst) && isBefore(storeBy);
   });
   if (!moreFollow) mStoreLaunchesBy.reset();
 }

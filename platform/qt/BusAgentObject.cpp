@@ -5,8 +5,10 @@
 #include <QDBusMetaType>
 #include <QDBusVirtualObject>
 #include <QElapsedTimer>
+#include <algorithm>
 #include <deque>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -21,10 +23,13 @@ namespace {
 constexpr int kMostOfOneCaller = 32;
 constexpr int kMostOfAll = 256;
 constexpr int kMostLaunches = 4096;
-// What many launches at once may take before others are answered, and the longest that the first
-// of them waits for the others before all are stored.
-constexpr int kMillisecondsOfLaunches = 20;
-constexpr int kMillisecondsUntilStored = 250;
+// What many launches at once, or their answers, may take before others have their turn, and the
+// longest that the first of them waits for the others before all are stored. So many in one pass
+// are a burst: it is stored when for that pause no other has come.
+constexpr int kMillisecondsAtOnce = 20;
+constexpr int kMillisecondsUntilStored = 500;
+constexpr int kLaunchesOfBurst = 16;
+constexpr double kPauseInBurst = 0.01;
 
 constexpr QLatin1String kLaunch("Launch");
 
@@ -75,8 +80,9 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
     if (mAnswers == nullptr) return;
     if (!mLaunched.empty()) {
       mAnswers->together([] { return false; });
-      answerLaunched();
+      std::ranges::move(std::exchange(mLaunched, {}), std::back_inserter(mStored));
     }
+    while (!mStored.empty()) answerFirstStored();
     mAnswers = nullptr;
     mConnection.forget(this);
     mRunLoop.cancel(std::exchange(mTelling, 0));
@@ -146,8 +152,10 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
   }
 
   /// In the next pass of the loop, unless this has gone by then.
-  void afterThis(std::function<void()> step) {
-    mRunLoop.performAfter(0, [alive = std::weak_ptr<int>(mAlive), step = std::move(step)] {
+  void afterThis(std::function<void()> step) { after(0, std::move(step)); }
+
+  void after(double seconds, std::function<void()> step) {
+    mRunLoop.performAfter(seconds, [alive = std::weak_ptr<int>(mAlive), step = std::move(step)] {
       if (!alive.expired()) step();
     });
   }
@@ -161,27 +169,40 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
         mWaitingOf.erase(of);
       answer(question.message, question.bus, replyTo(question.message));
     }
-    if (mLaunches.empty()) return;
+    if (mLaunches.empty() && mLaunched.empty()) return;
     if (mLaunched.empty()) mSinceFirstLaunch.start();
     const auto launch = [this] {
       QElapsedTimer time;
       time.start();
-      do {
+      int taken = 0;
+      for (; !mLaunches.empty() && !time.hasExpired(kMillisecondsAtOnce); ++taken) {
         Question& question = mLaunched.emplace_back(std::move(mLaunches.front()));
         mLaunches.pop_front();
         question.reply = replyTo(question.message);
-      } while (!mLaunches.empty() && !time.hasExpired(kMillisecondsOfLaunches));
-      return !mLaunches.empty() && !mSinceFirstLaunch.hasExpired(kMillisecondsUntilStored);
+      }
+      return (!mLaunches.empty() || taken >= kLaunchesOfBurst) &&
+             !mSinceFirstLaunch.hasExpired(kMillisecondsUntilStored);
     };
     const bool moreFollow = mAnswers != nullptr ? mAnswers->together(launch) : launch();
-    if (!moreFollow) answerLaunched();
-    if (!mLaunches.empty()) afterThis([this] { answerAll(); });
+    if (!moreFollow) {
+      std::ranges::move(std::exchange(mLaunched, {}), std::back_inserter(mStored));
+      answerStored();
+    }
+    if (moreFollow || !mLaunches.empty())
+      after(mLaunches.empty() ? kPauseInBurst : 0, [this] { answerAll(); });
   }
 
-  void answerLaunched() {
-    mWaitingLaunches -= static_cast<int>(mLaunched.size());
-    for (const Question& question : std::exchange(mLaunched, {}))
-      answer(question.message, question.bus, question.reply);
+  void answerStored() {
+    QElapsedTimer time;
+    time.start();
+    while (!mStored.empty() && !time.hasExpired(kMillisecondsAtOnce)) answerFirstStored();
+    if (!mStored.empty()) afterThis([this] { answerStored(); });
+  }
+
+  void answerFirstStored() {
+    --mWaitingLaunches;
+    answer(mStored.front().message, mStored.front().bus, mStored.front().reply);
+    mStored.pop_front();
   }
 
   static void answer(const QDBusMessage& message, const QDBusConnection& bus,
@@ -247,7 +268,8 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
   RunLoop::TimerId mTelling = 0;
   std::deque<Question> mQuestions;
   std::deque<Question> mLaunches;
-  std::deque<Question> mLaunched;
+  std::deque<Question> mLaunched;  // not stored yet
+  std::deque<Question> mStored;
   QElapsedTimer mSinceFirstLaunch;
   int mWaiting = 0;
   int mWaitingLaunches = 0;
