@@ -51,8 +51,10 @@ tidy() {
   sed -nE "s|.*\"file\": \"$PWD/(.*)\".*|\\1|p" "$build/compile_commands.json" > "$scratch/compiled"
   cut -d ' ' -f 2- "$scratch/due" | sed 's/\.h$/.cpp/' | sort -u | { grep -Fxf "$scratch/compiled" || true; } |
     { xargs -r -d '\n' ls -t 2> /dev/null || true; } > "$scratch/sources"
-  # What gcc has precompiled clang cannot read: it gets the header itself.
-  sed -E "s|-include [^ \"]*/([^/]*)\.dir/cmake_pch\.hxx|-include $scratch/\1.hxx|g" "$build/compile_commands.json" \
+  # What gcc has precompiled clang cannot read: it gets the headers of Qt themselves, and none that all share, so that
+  # a missing include is found.
+  sed -E -e 's|-include [^ "]*/corvana(_test)?_headers\.dir/cmake_pch\.hxx||; s| -fpch-preprocess||g' \
+    -e "s|-include [^ \"]*/([^/]*)\.dir/cmake_pch\.hxx|-include $scratch/\1.hxx|g" "$build/compile_commands.json" \
     > "$scratch/compile_commands.json"
   for header in "$build"/*/CMakeFiles/*.dir/cmake_pch.hxx; do
     [ ! -f "$header" ] || cp "$header" "$scratch/$(basename "$(dirname "$header")" .dir).hxx"
