@@ -1,5 +1,6 @@
-#include "desktop/AgentWindow.h"
+#include <QPointer>
 
+#include "desktop/AgentWindow.h"
 #include "desktop/TableView.h"
 #include "desktop/WindowParts.h"
 #include "ui/windows/HistoryModels.h"
@@ -108,6 +109,7 @@ class ErrorSummaryWindow final : public AgentWindow {
   QLabel* mSummary;
   QCheckBox* mShown;
   QPushButton* mAgain;
+  QPushButton* mConfirm;
   QPushButton* mSeen;
   QString mAnswer;  ///< of the latest command, until something else is chosen
 };
@@ -136,6 +138,15 @@ ErrorSummaryWindow::ErrorSummaryWindow(const UserInterfaceSources& sources)
   mAgain = addButton(row, text("ButtonRunAgain"), [this] {
     if (const auto selected = mList->selectedRow()) mAnswer = qt(mModel.launchAgain(*selected));
     showSummary();
+  });
+  mConfirm = addButton(row, text("ButtonConfirmDeletion"), [this] {
+    if (const auto selected = mList->selectedRow()) {
+      mModel.confirmDeletion(*selected, [self = QPointer<ErrorSummaryWindow>(this)](auto said) {
+        if (self == nullptr) return;
+        self->mAnswer = qt(said);
+        self->refresh();
+      });
+    }
   });
   addButton(row, text("ButtonLatest"), [this] { mModel.showLatestActions(); });
   row->addStretch();
@@ -185,6 +196,7 @@ void ErrorSummaryWindow::showSummary() {
 void ErrorSummaryWindow::showDetails() {
   const auto selected = mList->selectedRow();
   mAgain->setEnabled(selected.has_value());
+  mConfirm->setVisible(selected && mModel.asksToDelete(*selected));
   mDetails->setText(selected ? qt(mModel.details(*selected)) : QString());
 }
 

@@ -402,7 +402,7 @@ void QtUserInterface::ask(Window window, const std::string& title, const std::st
   Questions::Buttons buttons{mPrivate->text("YesButton"), mPrivate->text("NoButton")};
   if (window == Window::status) {
     buttons = {mPrivate->text("QuitButton"), mPrivate->text("CancelButton")};
-  } else if (window == Window::volumesFolderError) {
+  } else if (window == Window::volumesFolderError || window == Window::errorSummary) {
     buttons = {mPrivate->text("DeleteButton"), mPrivate->text("CancelButton")};
   } else if (window == Window::startupDisk) {
     buttons = {mPrivate->text("ButtonUseThisDisk"), mPrivate->text("ButtonLater")};

@@ -8,8 +8,6 @@ namespace corvana {
 
 struct UserInterfaceSources;
 
-/// The title of an action or group; empty when it is gone.
-
 /// Queues an action as asked for by hand. Why that was refused, in a line; empty when it was not.
 std::string queueByHand(const UserInterfaceSources& sources, std::int64_t ref);
 

@@ -171,6 +171,40 @@ TEST_F(WindowModelsTest, TheLatestActionsTellHowTheyEndedAndFailuresOfAWeekAreSu
   EXPECT_TRUE(errors.isShownOnErrors());
 }
 
+TEST_F(WindowModelsTest, WhatARunAskedToDeleteIsAllowedForThatNumberOnly) {
+  const std::int64_t photos =
+      scenario.action("Photos", ZAN_Value::dictionary({{DeletionKey::toConfirm, 61}}));
+  const auto record = [&] {
+    return sources().records.tree.rootItem().actionForReference(photos)->getSettings();
+  };
+  History(scenario.store())
+      .log()
+      .addLog(ZAN_Value::dictionary(
+          {{"M", ZAN_Value::date(now() - 60)}, {"C", 14}, {"N", "Photos"}, {"R", photos}}));
+  begin();
+  ErrorSummaryModel errors(sources());
+  ASSERT_TRUE(errors.asksToDelete(0));
+  std::string said;
+  const auto ask = [&] { errors.confirmDeletion(0, [&](std::string text) { said = text; }); };
+  ask();
+  EXPECT_THAT(scenario.machine.userInterface.questions.back().text, HasSubstr("61"));
+  ASSERT_TRUE(scenario.machine.userInterface.answer(Window::errorSummary, false));
+  EXPECT_EQ(record().integer(DeletionKey::confirmed), 0);
+
+  ask();
+  ActionTree& tree = sources().records.tree;
+  tree.addInChangesList(*tree.rootItem().actionForReference(photos), 400, DeletionKey::toConfirm);
+  ASSERT_TRUE(scenario.machine.userInterface.answer(Window::errorSummary, true));
+  EXPECT_EQ(record().integer(DeletionKey::confirmed), 0) << "the number is another one by now";
+  EXPECT_THAT(said, HasSubstr("Another run"));
+
+  ask();
+  ASSERT_TRUE(scenario.machine.userInterface.answer(Window::errorSummary, true));
+  EXPECT_EQ(record().integer(DeletionKey::confirmed), 400);
+  EXPECT_FALSE(errors.asksToDelete(0));
+  EXPECT_TRUE(scenario.agent->queue().contains(photos)) << said;
+}
+
 /// Every preference that is shown can be changed, counts at once and is in the file afterwards.
 TEST_F(WindowModelsTest, PreferencesCountAtOnce) {
   begin();

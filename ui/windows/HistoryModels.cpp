@@ -154,6 +154,39 @@ std::string ErrorSummaryModel::launchAgain(std::size_t row) const {
   return launchByHand(m, {mFailures[row].integer("R")});
 }
 
+bool ErrorSummaryModel::asksToDelete(std::size_t row) const {
+  const ProgrammedAction* action = actionOf(row);
+  return action != nullptr && action->getSettings().integer(DeletionKey::toConfirm) > 0;
+}
+
+void ErrorSummaryModel::confirmDeletion(std::size_t row,
+                                        std::function<void(std::string)> said) const {
+  const ProgrammedAction* action = actionOf(row);
+  if (action == nullptr) return;
+  const std::int64_t ref = action->getReference();
+  const std::int64_t count = action->getSettings().integer(DeletionKey::toConfirm);
+  m.records.platform.userInterface.ask(
+      Window::errorSummary, m.records.texts.text("ConfirmDeletionTitle"),
+      m.records.texts.text("ConfirmDeletionText", {action->getTitle(), count}),
+      [&sources = m, ref, count, said = std::move(said)](bool deletes) {
+        if (!deletes) return;
+        ActionTree& tree = sources.records.tree;
+        ProgrammedAction* const now = tree.rootItem().actionForReference(ref);
+        // Another run may have counted anew while the question was on the screen.
+        if (now == nullptr || now->getSettings().integer(DeletionKey::toConfirm) != count)
+          return said(sources.records.texts.text("ConfirmDeletionPast"));
+        tree.holdChanges();
+        tree.addInChangesList(*now, count, DeletionKey::confirmed);
+        tree.addInChangesList(*now, 0, DeletionKey::toConfirm);
+        tree.storeHeldChanges();
+        said(launchByHand(sources, {ref}));
+      });
+}
+
+const ProgrammedAction* ErrorSummaryModel::actionOf(std::size_t row) const {
+  return m.records.tree.rootItem().actionForReference(mFailures[row].integer("R"));
+}
+
 void ErrorSummaryModel::showLatestActions() const { m.commands.showLatestActions(); }
 
 bool ErrorSummaryModel::hasUnseen() const { return m.records.state.mErrorInExecution != 0; }

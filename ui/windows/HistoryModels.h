@@ -1,10 +1,17 @@
 #pragma once
 
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "ui/UserInterfaceSources.h"
 #include "ui/windows/WindowTable.h"
 
 namespace corvana {
+
+class ProgrammedAction;
 
 /// The window of the latest actions: what was executed, newest first, how it ended and with which
 /// errors. Thread: main.
@@ -62,6 +69,11 @@ class ErrorSummaryModel final : public WindowTable {
   /// What is known beside the result: the reason, and the path where it happened.
   std::string details(std::size_t row) const;
   std::string launchAgain(std::size_t row) const;
+  /// Whether the action of that row would have deleted files and waits to hear that it may.
+  bool asksToDelete(std::size_t row) const;
+  /// Asks the user about the number that was counted; a yes holds for that one and runs the action
+  /// again. `said`: called then with what came of it in a line.
+  void confirmDeletion(std::size_t row, std::function<void(std::string)> said) const;
   void showLatestActions() const;
   /// Something failed that the user has not seen.
   bool hasUnseen() const;
@@ -72,6 +84,8 @@ class ErrorSummaryModel final : public WindowTable {
   std::string summary() const;
 
  private:
+  const ProgrammedAction* actionOf(std::size_t row) const;
+
   const UserInterfaceSources& m;
   std::vector<ZAN_Value> mFailures;  ///< entries of the log
 };
