@@ -262,15 +262,7 @@ void ExecuteRun::estimate(const std::vector<std::string>& sources, ExecuteRecord
       walk.increment(failed);
     }
   }
-  if (mSurroundings.control.stopReason() != StopReason::none) {
-    ExecuteEnd end;
-    end.code = ExecuteCode::abortedByUser;
-    if (mSurroundings.control.stopReason() == StopReason::sessionEnd) {
-      end.code = ExecuteCode::unexpectedError;
-      end.reason = kSessionEnded;
-    }
-    return records.logged(end);
-  }
+  if (const auto stopped = mSurroundings.control.endOfStop({})) return records.logged(*stopped);
   records.estimated(files, bytes);
   std::cout << "To copy: " << counted(files, bytes) << std::endl;
 }

@@ -359,28 +359,14 @@ Outcome VersionRequest::list() {
 }
 
 ExecuteEnd VersionRequest::end(const Outcome& outcome) const {
-  ExecuteEnd end;
+  const auto stopped = m.control.endOfStop(mWatch.gone());
+  ExecuteEnd end = stopped.value_or(ExecuteEnd());
   end.errors = mErrors;
   end.errorTexts = mErrorTexts;
   end.progress.filesCopied = mFiles;
   end.progress.sizeCopied = mBytes;
-  switch (m.control.stopReason()) {
-    case StopReason::user:
-      end.code = ExecuteCode::abortedByUser;
-      end.reason = "stopped; what was restored stays";
-      return end;
-    case StopReason::volumeGone:
-      end.code = ExecuteCode::volumeGone;
-      end.reason = mWatch.gone();
-      return end;
-    case StopReason::sessionEnd:
-      end.code = ExecuteCode::unexpectedError;
-      end.reason = kSessionEnded;
-      return end;
-    case StopReason::none:
-      break;
-  }
-  if (outcome) return end;
+  if (stopped && end.reason.empty()) end.reason = "stopped; what was restored stays";
+  if (stopped || outcome) return end;
   end.code = mErrors > 0 ? ExecuteCode::completedWithErrors : ExecuteCode::unexpectedError;
   end.reason = outcome.error().text;
   return end;

@@ -163,6 +163,7 @@ Result<ChildProgram::End> ChildProgram::run(const Task& task, ExecuteControl& co
     return systemError(arguments[0]);
   }
 
+  if (task.onStart) task.onStart(pid);
   Group group(pid, task.stopSignal, std::chrono::seconds(task.patience));
   bool isInVain = false;
   std::array<ZAN_Descriptor, 2> streams{std::move(outputPipe->read), std::move(errorPipe->read)};

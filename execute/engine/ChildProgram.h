@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <csignal>
 #include <functional>
 #include <string>
@@ -30,6 +32,7 @@ class ChildProgram {
     int stopSignal = SIGTERM;                ///< asks it to end, also when this process dies
     int patience = 10;                       ///< seconds from that to SIGKILL
     bool obeysSkip = true;                   ///< wanted of it, it is asked to end
+    std::function<void(pid_t)> onStart{};    ///< gets its number once it has begun
     int watched = -1;                        ///< a descriptor; what POLLPRI on it calls is
     std::function<void()> onWatched{};
     std::function<void(std::string_view)> onOutput{};  ///< gets what it says as it comes

@@ -18,6 +18,20 @@ void ExecuteControl::stop(StopReason reason) {
   wake();
 }
 
+std::optional<ExecuteEnd> ExecuteControl::endOfStop(const std::string& gone) const {
+  switch (mStop.load()) {
+    case StopReason::none:
+      return std::nullopt;
+    case StopReason::user:
+      return ExecuteEnd{.code = ExecuteCode::abortedByUser, .reason = {}};
+    case StopReason::volumeGone:
+      return ExecuteEnd{.code = ExecuteCode::volumeGone, .reason = gone};
+    case StopReason::sessionEnd:
+      break;
+  }
+  return ExecuteEnd{.code = ExecuteCode::unexpectedError, .reason = std::string(kSessionEnded)};
+}
+
 void ExecuteControl::setPaused(bool paused) {
   mPaused = paused;
   if (mSigns) mSigns->paused = paused;

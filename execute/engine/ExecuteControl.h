@@ -3,9 +3,12 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "execute/engine/ExecuteEnd.h"
 
 namespace corvana {
 
@@ -34,6 +37,8 @@ class ExecuteControl {
   void skipItem();
 
   StopReason stopReason() const { return mStop; }
+  /// How a run ends that is to end; nothing when it may go on. `gone`: which volume, in words.
+  std::optional<ExecuteEnd> endOfStop(const std::string& gone) const;
   bool isPaused() const { return mPaused; }
   /// Whether an item is to be skipped; asking forgets it.
   bool takeSkip() { return mSkip.exchange(false); }

@@ -33,6 +33,15 @@ class Restoration {
     std::uint64_t same = 0;  ///< were there as they are to be
     std::uint64_t kept = 0;  ///< stood in the way and have another name now
     std::uint64_t failures = 0;
+
+    Counts& operator+=(const Counts& more) {
+      files += more.files;
+      bytes += more.bytes;
+      same += more.same;
+      kept += more.kept;
+      failures += more.failures;
+      return *this;
+    }
   };
   struct Hooks {
     /// Before each item: its path in the target, and whether to go on.

@@ -12,7 +12,6 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
-#include "actions/VersionKey.h"
 #include "execute/plain/Verification.h"
 #include "execute/plain/VersionView.h"
 #include "platform/Clock.h"
@@ -41,16 +40,6 @@ DeletionLimit limitOf(const ZAN_Value& settings) {
   limit.confirmed = static_cast<std::uint64_t>(
       std::max<std::int64_t>(settings.integer(DeletionKey::confirmed), 0));
   return limit;
-}
-
-VersionsKept keptOf(const ZAN_Value& settings) {
-  VersionsKept kept;
-  kept.none = settings.integer(VersionKey::none) != 0;
-  kept.seconds =
-      86400.0 * static_cast<double>(std::max<std::int64_t>(settings.integer(VersionKey::days), 0));
-  kept.bytes =
-      static_cast<std::uint64_t>(std::max<std::int64_t>(settings.integer(VersionKey::bytes), 0));
-  return kept;
 }
 
 }  // namespace
@@ -115,14 +104,16 @@ ExecuteEnd PlainEngine::plan(const std::function<void(const PlannedItem&)>& plan
   return runOf({}).look(planned);
 }
 
-ExecuteEnd PlainEngine::run() { return runOf(keptOf(mOrder.settings)).perform(); }
+ExecuteEnd PlainEngine::run() {
+  return runOf(VersionsKept::fromSettings(mOrder.settings)).perform();
+}
 
 Outcome PlainEngine::forget() {
   const auto destination = mPlan->openDestination();
   if (!destination) return destination.error();
   auto versions = Versions::open(*destination, own());
   if (!versions) return versions.error();
-  return versions->thin(m.store.clock().now(), keptOf(mOrder.settings));
+  return versions->thin(m.store.clock().now(), VersionsKept::fromSettings(mOrder.settings));
 }
 
 /// Whose copies, held.
@@ -239,13 +230,6 @@ Outcome PlainEngine::restore(const KeptVersion& version, const std::vector<Versi
   std::vector<Restoration> restorations;
   restorations.reserve(targets.size());
   Restoration::Counts all;
-  const auto add = [](Restoration::Counts& sum, const Restoration::Counts& counts) {
-    sum.files += counts.files;
-    sum.bytes += counts.bytes;
-    sum.same += counts.same;
-    sum.kept += counts.kept;
-    sum.failures += counts.failures;
-  };
   // In two rounds, so that what is done can be told of what there is to do.
   for (const VersionTarget& target : targets) {
     Restoration& restoration = restorations.emplace_back(
@@ -261,12 +245,12 @@ Outcome PlainEngine::restore(const KeptVersion& version, const std::vector<Versi
                            .done = hooks.done});
     const auto counted = restoration.count({target.name, target.target});
     if (!counted) return counted.error();
-    add(all, *counted);
+    all += *counted;
   }
   hooks.inAll(all.files, all.bytes);
   for (std::size_t i = 0; i < targets.size(); ++i) {
     const Outcome done = restorations[i].perform({targets[i].name, targets[i].target});
-    add(restored, restorations[i].counts());
+    restored += restorations[i].counts();
     if (!done) return done;
   }
   return {};

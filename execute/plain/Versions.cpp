@@ -485,30 +485,6 @@ bool Versions::remove(const std::string& name) {
   return removeTree(mAll->descriptor(), going);
 }
 
-std::uint64_t Versions::freeSpace() const {
-  struct statvfs space {};
-  if (::fstatvfs(mDestination.descriptor(), &space) != 0) return UINT64_MAX;
-  return static_cast<std::uint64_t>(space.f_bavail) * space.f_frsize;
-}
-
-namespace {
-
-constexpr double kDay = 86400;
-
-/// Of versions with the same answer the newest is kept; nothing: each is.
-std::optional<std::pair<int, double>> periodOf(ReferenceTime date, ReferenceTime now) {
-  constexpr double kWeek = 7 * kDay;
-  const double age = now - date;
-  if (age < 2 * kDay) return std::nullopt;
-  if (age < 31 * kDay) return std::pair(1, std::floor(date / kDay));
-  if (age < 366 * kDay) return std::pair(2, std::floor(date / kWeek));
-  const auto day = static_cast<std::int64_t>(std::floor((date + kReferenceEpochInUnixTime) / kDay));
-  const auto civil = ZAN_CivilDay::ofNumber(day);
-  return std::pair(3, civil.year * 12.0 + civil.month);
-}
-
-}  // namespace
-
 Outcome Versions::thin(ReferenceTime now, const VersionsKept& kept) {
   if (!mAll) return {};
   for (const auto& folder : VersionFolder::all(*mAll)) {
@@ -516,11 +492,10 @@ Outcome Versions::thin(ReferenceTime now, const VersionsKept& kept) {
       remove(folder.name);
   }
   auto versions = chain();
-  for (std::size_t i = 0; i + 1 < versions.size(); ++i) {
-    const auto period = periodOf(versions[i].date, now);
-    const bool isTooOld = kept.seconds > 0 && now - versions[i].date > kept.seconds;
-    if (!isTooOld && (!period || period != periodOf(versions[i + 1].date, now))) continue;
-    if (Outcome dropped = drop(versions[i], chain()); !dropped) return dropped;
+  std::vector<ReferenceTime> dates;
+  for (const auto& version : versions) dates.push_back(version.date);
+  for (const std::size_t index : kept.superfluous(dates, now)) {
+    if (Outcome dropped = drop(versions[index], chain()); !dropped) return dropped;
   }
   if (kept.bytes > 0) {
     versions = chain();
@@ -534,8 +509,6 @@ Outcome Versions::thin(ReferenceTime now, const VersionsKept& kept) {
       if (!remove(versions[i].name)) return failed(versions[i].name);
       bytes -= sizes[i];
     }
-  }
-  while (freeSpace() < kept.freeSpace && removeOldest()) {
   }
   return {};
 }

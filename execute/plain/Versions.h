@@ -9,18 +9,11 @@
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "execute/engine/FolderWalk.h"
+#include "execute/engine/Thinning.h"
 #include "execute/plain/VersionList.h"
 #include "platform/linux/HeldFolder.h"
 
 namespace corvana {
-
-/// What of its older versions an action keeps.
-struct VersionsKept {
-  bool none = false;            ///< what a run replaces or deletes is gone
-  double seconds = 0;           ///< none older than that; 0: however old
-  std::uint64_t bytes = 0;      ///< no more than that in all; 0: as much as there is room for
-  std::uint64_t freeSpace = 0;  ///< so much stays free on the volume
-};
 
 /// A folder of a version, by its name: "2026-11-22T041503Z", a number behind it when there are
 /// several of that second, and what it is in the middle of.
@@ -99,8 +92,8 @@ class Versions {
   /// Those of the action, oldest first; the last one are the copies.
   std::vector<VersionFolder> chain() const;
 
-  /// Merges and removes versions so that everything of the last two days is left, one a day for a
-  /// month, one a week for a year, and one a month.
+  /// Merges and removes the versions that need not be kept, and the oldest ones as far as they are
+  /// more than there is to be.
   Outcome thin(ReferenceTime now, const VersionsKept& kept);
   /// Removes the oldest version of any action; false when there is none but the newest ones.
   bool removeOldest();
@@ -121,7 +114,6 @@ class Versions {
   Outcome drop(const VersionFolder& version, const std::vector<VersionFolder>& chain);
   bool remove(const std::string& name);
   bool rename(const std::string& from, const std::string& to) const;
-  std::uint64_t freeSpace() const;
   Error failed(const std::string& name) const;
   void note(std::string line);
 

@@ -17,6 +17,7 @@
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "actions/ActionStore.h"
 #include "execute/engine/NameList.h"
+#include "execute/restic/Snapshots.h"
 #include "platform/Clock.h"
 
 namespace corvana {
@@ -28,6 +29,8 @@ constexpr std::size_t kKeptErrors = 1 << 14;
 constexpr double kBetweenLooks = 10;
 /// A target that restic has tried for that long in vain does not answer.
 constexpr double kPatienceForTarget = 120;
+/// Begins the name of a file that stands for a restic of ours.
+constexpr const char* kNote = "Restic ";
 
 using Kind = ResticEnd::Kind;
 
@@ -138,6 +141,15 @@ bool isOfFailure(std::string_view line) {
 
 }  // namespace
 
+std::string resticLiteral(std::string_view path) {
+  std::string pattern;
+  for (const char letter : path) {
+    if (std::string_view("*?[\\").find(letter) != std::string_view::npos) pattern.push_back('\\');
+    pattern.push_back(letter);
+  }
+  return pattern;
+}
+
 ResticEnd ResticEnd::from(const ChildProgram::End& end, const std::string& errors) {
   constexpr int kPartly = 3;
   constexpr int kInterrupted = 130;
@@ -193,7 +205,7 @@ ResticEnd Restic::callOnce(const Call& call) {
   ChildProgram::Task task;
   task.stopSignal = SIGINT;
   task.patience = 30;
-  task.obeysSkip = false;
+  task.obeysSkip = call.obeysSkip;
   task.arguments = {m.program("restic"), "--password-file", pathOf(password), "--repository-file",
                     pathOf(address)};
   if (const std::string ssh = mAddress.sftpCommand(m.program("ssh")); !ssh.empty())
@@ -201,6 +213,7 @@ ResticEnd Restic::callOnce(const Call& call) {
   task.arguments.insert(task.arguments.end(), call.words.begin(), call.words.end());
   task.environment = mAddress.environment();
   task.environment.emplace_back("RESTIC_PROGRESS_FPS=4");
+  task.environment.emplace_back("TZ=UTC");
   // What the user has set for calls of his own.
   for (const char* name : {"RESTIC_PASSWORD", "RESTIC_PASSWORD_COMMAND", "RESTIC_REPOSITORY"})
     task.environment.push_back(std::string(name) + "=");
@@ -232,7 +245,15 @@ ResticEnd Restic::callOnce(const Call& call) {
   task.isInVain = [&] {
     return isGivenUp = vainSince && clock.monotonic() - *vainSince >= kPatienceForTarget;
   };
+  std::string note;
+  task.onStart = [&](pid_t process) {
+    note = noteOf(process);
+    (void)ZAN_FilesUtils::appendToFile(note, {}, false);
+  };
   const auto end = ChildProgram::run(task, m.control);
+  // One that was killed, or is still there, has left its lock.
+  const bool isClean = end && !end->signalled && !end->isGivenUp;
+  if (isClean && !note.empty()) (void)ZAN_FilesUtils::removeFile(note);
   if (!end) {
     return {Kind::failed, end.error().text + " (install it: apt install restic)"};
   }
@@ -240,6 +261,7 @@ ResticEnd Restic::callOnce(const Call& call) {
   failures.finish();
   if (isGivenUp && m.control.stopReason() == StopReason::none) return {Kind::unreachable, vain};
   if (m.control.stopReason() != StopReason::none) return {Kind::stopped};
+  if (end->skipWanted) return {Kind::skipWanted};
   return ResticEnd::from(*end, errors);
 }
 
@@ -253,17 +275,35 @@ ResticEnd Restic::call(const Call& call) {
   return end;
 }
 
+std::string Restic::noteOf(std::int64_t process) const {
+  return ZAN_FilesUtils::joinedPath(m.store.folder().hiddenFolderPath(),
+                                    std::string(kNote) + std::to_string(process));
+}
+
+/// Whether a lock is ours and its process is not there any more. Many machines and users have the
+/// same names: one that we have not started counts when it has not been renewed for so long that
+/// restic itself takes it for left behind.
+bool Restic::isGone(const ZAN_Value& lock) const {
+  const passwd* const user = ::getpwuid(::geteuid());
+  const auto process = lock.integer("pid");
+  if (lock.string("hostname") != hostName() || !user || lock.string("username") != user->pw_name ||
+      isResticThere(process))
+    return false;
+  constexpr double kStale = 1800;
+  const auto renewed = Snapshot::dateFrom(lock.string("time"));
+  return ZAN_FilesUtils::exists(noteOf(process)) ||
+         (renewed && m.store.clock().now() - *renewed > kStale);
+}
+
 bool Restic::waitForLocks(const Call& call, std::string& whose) {
   const Clock& clock = m.store.clock();
-  const passwd* const user = ::getpwuid(::geteuid());
-  const std::string own = user ? user->pw_name : "";
-  const std::string host = hostName();
   for (const double until = clock.monotonic() + call.patienceForLocks;;) {
     std::vector<std::string> ids;
     callOnce({.words = {"list", "locks", "--no-lock"},
               .onLine = [&](std::string_view line) { ids.emplace_back(line); }});
     if (m.control.stopReason() != StopReason::none) return false;
     std::vector<std::string> others;
+    std::vector<std::string> notes;
     for (const auto& id : ids) {
       std::string text;
       callOnce({.words = {"cat", "lock", id, "--no-lock"},
@@ -272,14 +312,18 @@ bool Restic::waitForLocks(const Call& call, std::string& whose) {
       // It has gone meanwhile.
       if (!lock || !lock->isDictionary()) continue;
       const auto process = lock->integer("pid");
-      const bool isOurs = lock->string("hostname") == host && lock->string("username") == own;
-      if (isOurs && !isResticThere(process)) continue;
+      if (isGone(*lock)) {
+        notes.push_back(noteOf(process));
+        continue;
+      }
       others.push_back(lock->string("username") + " on " + lock->string("hostname") + " (process " +
                        std::to_string(process) + ", since " + lock->string("time") + ")");
     }
     if (others.empty()) {
       if (ids.empty()) return true;
-      return callOnce({.words = {"unlock"}}).isDone();
+      if (!callOnce({.words = {"unlock"}}).isDone()) return false;
+      for (const auto& note : notes) (void)ZAN_FilesUtils::removeFile(note);
+      return true;
     }
     whose.clear();
     for (const auto& other : others) whose += (whose.empty() ? "" : ", ") + other;

@@ -14,12 +14,16 @@
 
 namespace corvana {
 
+/// A pattern that matches this very path.
+std::string resticLiteral(std::string_view path);
+
 /// How a call of restic ended, by its exit code and its words.
 struct ResticEnd {
   enum class Kind {
     done,
     partly,         ///< a snapshot was made, some files could not be read
     stopped,        ///< since somebody wanted that
+    skipWanted,     ///< it was stopped since the current item is to be left out
     wrongPassword,  ///< or no key of this repository
     noRepository,   ///< nothing is there
     locked,         ///< by another program; the text says by which
@@ -39,8 +43,9 @@ struct ResticEnd {
 };
 
 /// Calls of restic for one repository. Passwords reach it by descriptors, the keys of an object
-/// storage by its environment, and nothing else. It is stopped by SIGINT, upon which it removes its
-/// lock. Blocks; thread: one.
+/// storage by its environment, and nothing else; its times are universal. It is stopped by SIGINT,
+/// upon which it removes its lock. What was killed leaves one: a file in the hidden folder tells
+/// later that the process was ours. Blocks; thread: one.
 class Restic {
  public:
   struct Call {
@@ -49,6 +54,7 @@ class Restic {
     std::function<void(std::string_view)> onLine{};
     std::function<void(std::string_view)> onErrorLine{};
     std::vector<int> descriptors{};  ///< that it gets
+    bool obeysSkip = false;
     double patienceForLocks = 1800;  ///< seconds that a lock of somebody else is waited for
     /// Called now and then while it waits for locks: whose they are.
     std::function<void(const std::string&)> onWait{};
@@ -65,8 +71,11 @@ class Restic {
  private:
   ResticEnd callOnce(const Call& call);
   /// Whether a locked repository can be used again: locks of ours whose processes are gone go, for
-  /// others it waits. `whose`: the last ones seen.
+  /// others it waits. A machine of the same name is not taken for this one. `whose`: the last ones
+  /// seen.
   bool waitForLocks(const Call& call, std::string& whose);
+  bool isGone(const ZAN_Value& lock) const;
+  std::string noteOf(std::int64_t process) const;
 
   EngineHost& m;
   RepositoryAddress mAddress;

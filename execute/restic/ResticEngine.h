@@ -7,7 +7,9 @@
 
 #include "execute/engine/Engine.h"
 #include "execute/engine/HeldSource.h"
-#include "execute/restic/Restic.h"
+#include "execute/restic/ResticAction.h"
+#include "execute/restic/ResticBackup.h"
+#include "execute/restic/SnapshotNotes.h"
 #include "execute/restic/Snapshots.h"
 
 namespace corvana {
@@ -38,36 +40,24 @@ class ResticEngine final : public Engine {
   Result<std::string> test() override;
 
  private:
-  class Backup;
-  struct Restored {
-    ResticEnd end;
-    std::vector<std::string> failed;  ///< names
-  };
-
   Outcome open();
   Outcome openFolder();
+  void use(RepositoryAddress address, std::string password);
   Result<std::string> password(const std::string& address, std::string& secretAddress) const;
-  /// Whether there is a repository that opens.
-  ResticEnd look();
-  std::string tags() const;
-  std::vector<std::string> backupWords() const;
+  ResticBackup backup() const;
   Result<const Snapshot*> snapshotOf(const KeptVersion& version) const;
-  Restored restoreInto(const Snapshot& snapshot, const std::vector<std::string>& names,
-                       const HeldFolder& folder, const TaskHooks& hooks);
-  Outcome readBack(const VerifiedShare& share, const std::vector<VersionTarget>& sources,
-                   const TaskHooks& hooks, VerifiedCounts& verified);
-  ExecuteEnd endOf(const ResticEnd& end) const;
-  ExecuteEnd endOf(const Error& error) const;
-  std::string secretsFolder() const;
-  std::string countsFile() const;
+  /// The hidden one, which has secrets, notes, and for a moment files that are read back.
+  std::string dataFolder() const;
 
   EngineOrder mOrder;
   EngineHost m;
   std::vector<HeldSource> mSources;
-  std::optional<HeldFolder>
-      mFolder;  ///< of a repository on a volume, or the one that is to hold it
+  /// Of a repository on a volume, or the one that is to hold it.
+  std::optional<HeldFolder> mFolder;
   std::unique_ptr<Restic> mRestic;
-  std::vector<Snapshot> mSnapshots;  ///< those of the action, oldest first
+  std::optional<ResticAction> mAction;
+  std::optional<SnapshotNotes> mNotes;  ///< of the action's own repository
+  std::vector<Snapshot> mSnapshots;     ///< those of the action, oldest first
 };
 
 }  // namespace corvana

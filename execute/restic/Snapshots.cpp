@@ -83,8 +83,17 @@ std::optional<std::string> Snapshot::tagged(std::string_view prefix) const {
   return found->substr(prefix.size());
 }
 
+std::string SnapshotTag::word(std::string text) {
+  std::ranges::replace(text, ',', ';');
+  return text;
+}
+
+std::string Snapshot::fileTag(std::size_t path) {
+  return std::string(SnapshotTag::file) + std::to_string(path);
+}
+
 bool Snapshot::isFile(std::size_t path) const {
-  return std::ranges::find(tags, "file=" + std::to_string(path)) != tags.end();
+  return std::ranges::find(tags, fileTag(path)) != tags.end();
 }
 
 Result<std::vector<Snapshot>> Snapshot::all(Restic& restic, const std::string& tags) {

@@ -13,8 +13,20 @@
 
 namespace corvana {
 
+/// What the snapshots of actions are tagged with.
+namespace SnapshotTag {
+inline constexpr std::string_view own = "corvana9";
+inline constexpr std::string_view action = "action=";
+inline constexpr std::string_view machine = "machine=";
+inline constexpr std::string_view home = "home=";
+inline constexpr std::string_view file = "file=";  ///< the source of that number is no folder
+/// Commas are between tags.
+std::string word(std::string text);
+}  // namespace SnapshotTag
+
 /// A snapshot, as restic tells of it.
 struct Snapshot {
+  static constexpr std::size_t kShortId = 8;
   std::string id;
   ReferenceTime date = 0;
   std::string host = {};
@@ -25,6 +37,7 @@ struct Snapshot {
   static Result<std::vector<Snapshot>> all(Restic& restic, const std::string& tags);
   /// The rest of the tag that begins so.
   std::optional<std::string> tagged(std::string_view prefix) const;
+  static std::string fileTag(std::size_t path);
   bool isFile(std::size_t path) const;
   /// "2026-11-22T11:19:21.951716893+01:00".
   static std::optional<ReferenceTime> dateFrom(std::string_view text);

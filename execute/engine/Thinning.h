@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "ZANCocoaFramework/ZAN_Time.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+
+namespace corvana {
+
+/// What of its older versions an action keeps, whichever engine keeps them.
+struct VersionsKept {
+  bool none = false;        ///< what a run replaces or deletes is gone
+  double seconds = 0;       ///< none older than that; 0: however old
+  std::uint64_t bytes = 0;  ///< no more than that in all; 0: as much as there is room for
+
+  static VersionsKept fromSettings(const ZAN_Value& settings);
+
+  /// Which versions need not be kept at that time, by their places among the dates, oldest first:
+  /// of the last two days all stay, one a day for a month, one a week for a year, then one a month,
+  /// each the newest of its time; none that is older than the limit. The last one always stays.
+  std::vector<std::size_t> superfluous(const std::vector<ReferenceTime>& dates,
+                                       ReferenceTime now) const;
+};
+
+}  // namespace corvana

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "execute/engine/Engine.h"
+#include "execute/restic/Restic.h"
+
+namespace corvana {
+
+/// The action that restic is called for, and what works for it; all of it outlives this.
+struct ResticAction {
+  const EngineOrder& order;
+  EngineHost& host;
+  Restic& restic;
+
+  std::int64_t reference() const { return order.settings.integer("Ref"); }
+  std::string place() const { return restic.address().shown(); }
+  /// What its snapshots, and no others of the repository, are tagged with; commas between.
+  std::string tags() const;
+  /// What an error, or a call of restic that came to nothing, makes of a run.
+  ExecuteEnd endOf(const Error& error) const;
+  ExecuteEnd endOf(const ResticEnd& failed) const;
+};
+
+}  // namespace corvana
