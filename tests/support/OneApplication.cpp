@@ -1,18 +1,23 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <clocale>
+#include <memory>
 
 namespace corvana {
 namespace {
 
-/// The application of all tests, on a screen that nobody sees and without a bus. A second one in
-/// the same process would leave things of the first behind.
+/// The application of all tests of a program, on a screen that nobody sees. A second one in the
+/// same process would leave things of the first behind.
 class OneApplication final : public testing::Environment {
  public:
   void SetUp() override {
     qputenv("QT_QPA_PLATFORM", "offscreen");
+#ifdef CORVANA_WITHOUT_BUS
     qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent");
+#endif
     mApplication = std::make_unique<QApplication>(mCount, mArguments);
+    std::setlocale(LC_NUMERIC, "C");
   }
   void TearDown() override { mApplication.reset(); }
 
