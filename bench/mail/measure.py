@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""measure.py CORVANA9 [RUNS]: the wall time of whole processes that send one message of 20 KB, in turns, to a server
-that takes everything and keeps nothing; and how much of that each spends between connection and QUIT."""
+"""measure.py CORVANA9 [RUNS]: the wall time of whole processes that send the same message of 20 KB, in turns, to a
+server that takes everything; and how much of that each spends between connection and QUIT."""
 
 import os
 import socket
@@ -19,7 +19,7 @@ class Sink:
     def __init__(self):
         self.listener = socket.create_server(("127.0.0.1", 0))
         self.port = self.listener.getsockname()[1]
-        self.sessions, self.bytes = [], 0
+        self.sessions, self.message = [], []
         threading.Thread(target=self.serve, daemon=True).start()
 
     def serve(self):
@@ -35,14 +35,14 @@ class Sink:
         peer.sendall(b"220 sink\r\n")
         file, in_data = peer.makefile("rb"), False
         for line in file:
-            self.bytes += len(line)
             if in_data:
                 if line != b".\r\n":
+                    self.message.append(line)
                     continue
                 in_data = False
                 peer.sendall(b"250 taken\r\n")
             elif line.startswith(b"DATA"):
-                in_data = True
+                in_data, self.message = True, []
                 peer.sendall(b"354 go\r\n")
             elif line.startswith(b"QUIT"):
                 peer.sendall(b"221 bye\r\n")
@@ -57,8 +57,6 @@ def main():
         text = ("A line of a report, as long as most of them are. " * 2 + "\n") * 205
         body, whole = f"{folder}/body", f"{folder}/whole"
         open(body, "w").write(text[:20000])
-        open(whole, "w").write("From: a@example.com\r\nTo: b@example.com\r\nSubject: Hi\r\n\r\n"
-                               + text[:20000].replace("\n", "\r\n"))
         calls = {
             "corvana9 mail": [COMMAND, "mail", "--server", "127.0.0.1", "--ports", str(sink.port), "--tls", "0",
                               "--from", "a@example.com", "--to", "b@example.com", "--subject", "Hi",
@@ -66,6 +64,8 @@ def main():
             "curl": ["curl", "-s", f"smtp://127.0.0.1:{sink.port}", "--mail-from", "a@example.com",
                      "--mail-rcpt", "b@example.com", "-T", whole],
         }
+        subprocess.run(calls["corvana9 mail"], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        open(whole, "wb").writelines(sink.message)
         walls = {name: [] for name in calls}
         sessions = {name: [] for name in calls}
         for run in range(RUNS + 3):
