@@ -56,21 +56,26 @@ std::string keptLog(const std::string& path) {
   return log.substr(0, log.find('\n', end));
 }
 
-/// Without what is named a password, at any depth.
-ZAN_Value withoutPasswords(const ZAN_Value& value) {
+/// A password, or a key that controls another machine as well as one.
+bool isSecret(std::string_view key) {
+  return key.ends_with("Password") || key.ends_with("password") || key.starts_with("KeyTo");
+}
+
+/// Without secrets, at any depth.
+ZAN_Value withoutSecrets(const ZAN_Value& value) {
   if (value.isArray()) {
     ZAN_Value list = value;
-    for (std::size_t i = 0; i < list.size(); ++i) list.setAt(i, withoutPasswords(list.at(i)));
+    for (std::size_t i = 0; i < list.size(); ++i) list.setAt(i, withoutSecrets(list.at(i)));
     return list;
   }
   if (!value.isDictionary()) return value;
   ZAN_Value dictionary = value;
   for (const auto& entry : value.entries()) {
     const std::string_view key = entry.key.stringView();
-    if (key.ends_with("Password") || key.ends_with("password"))
+    if (isSecret(key))
       dictionary.removeKey(key);
     else
-      dictionary.setValue(key, withoutPasswords(entry.value));
+      dictionary.setValue(key, withoutSecrets(entry.value));
   }
   return dictionary;
 }
@@ -97,7 +102,7 @@ Result<std::optional<std::string>> contentsFor(const std::string& source,
     return std::optional<std::string>();
   }
   if (keepsRights) return std::optional<std::string>();
-  const auto bytes = ZAN_Archiver::archivedDataWithRootObject(withoutPasswords(*value));
+  const auto bytes = ZAN_Archiver::archivedDataWithRootObject(withoutSecrets(*value));
   return std::optional(std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
 }
 

@@ -19,11 +19,11 @@ struct Records;
 /// lists them: dictionaries with "path" and, of the last good copy, "date".
 ///
 /// A copy is the folder "Corvana 9 (Settings) Copy", closed to others (0700), with a short log of
-/// its own in it. Where the file system keeps no rights it has no stored passwords, which the log
-/// says. What a copy replaces or removes stays for the days of seven copies in "_Earlier Versions",
-/// and no damaged data file takes the place of a sound one. The volume of a first copy is noted
-/// with the folder; another one in its place, or an empty folder where a disk is missing, gets
-/// none.
+/// its own in it. Where the file system keeps no rights it has no stored passwords and no keys of
+/// paired machines, which the log says. What a copy replaces or removes stays for the days of seven
+/// copies in "_Earlier Versions", and no damaged data file takes the place of a sound one. The
+/// volume of a first copy is noted with the folder; another one in its place, or an empty folder
+/// where a disk is missing, gets none.
 ///
 /// A copy that failed keeps its previous date; the reason goes to the system log, once until it
 /// changes. A folder that does not answer is given up after ten minutes; everything

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/History.h"
 #include "core/machine/LongDisabledWarning.h"
 #include "tests/core_work/WorkWorld.h"
@@ -97,6 +98,28 @@ TEST_F(SettingsBackupTest, MirrorsTheDataFolderAndNotesIt) {
   run();
   EXPECT_EQ(textOf(copyIn("Stick") / "Alias/one"), "2");
   EXPECT_EQ(textOf(copyIn("Stick") / "state"), "new");
+}
+
+TEST_F(SettingsBackupTest, NoSecretGoesWhereOthersRead) {
+  const std::string secret(32, 'k');
+  const ZAN_Value list =
+      ZAN_Value::array({ZAN_Value::dictionary({{"Name", "kitchen"},
+                                               {"KeyToControl", ZAN_Value::data(secret)},
+                                               {"KeyToBeControlled", ZAN_Value::data(secret)}}),
+                        ZAN_Value::dictionary({{"SchedulerPrefRemoteControlPassword", secret}})});
+  ASSERT_TRUE(world.store.files().writeFileAtPath(data / DataFolder::kPaired,
+                                                  DataFiles::dataFileAttributes(),
+                                                  ZAN_Archiver::archivedDataWithRootObject(list)));
+  const fs::path closed = chosen("closed"), open = chosen("open");
+  for (const fs::path& folder : {closed, open}) {
+    fs::create_directories(folder);
+    // As a file system without rights has it.
+    fs::permissions(folder, folder == open ? fs::perms(0777) : fs::perms(0700));
+    ASSERT_TRUE(SettingsBackup::saveSettings(data.string(), folder.string(), "2024-01-02"));
+  }
+  EXPECT_THAT(textOf(closed / DataFolder::kPaired), HasSubstr(secret));
+  EXPECT_THAT(textOf(open / DataFolder::kPaired),
+              testing::AllOf(HasSubstr("kitchen"), testing::Not(HasSubstr("kkkk"))));
 }
 
 TEST_F(SettingsBackupTest, WaitsTwoHoursForEachFolder) {
