@@ -47,7 +47,8 @@ struct RemoteMachinesTest : testing::Test {
   /// Lets itself be controlled, and writes down which actions it executes. With proofs it permits
   /// to run actions and nothing else.
   std::unique_ptr<ChildProcess> startAgent(NetworkMachine& machine, std::string& output,
-                                           bool proven = false) {
+                                           bool proven = false,
+                                           const std::string& name = "Anna Büro") {
     for (const char* name : {"Scheduler", "Execute"})
       fs::create_directories(fs::path(program(machine, name)).parent_path());
     fs::copy_file(CORVANA_AGENT, program(machine, "Scheduler"));
@@ -73,7 +74,7 @@ struct RemoteMachinesTest : testing::Test {
         ZAN_Value::array({action(101, "Letters", 0), action(102, "Photos", 1)})));
     EXPECT_TRUE(store.settings().saveSchedulerSettings(
         ZAN_Value::dictionary({{"SchedulerPrefAllowRemoteControl", 1},
-                               {"SchedulerPrefRemoteControlLocalName", "Anna Büro"},
+                               {"SchedulerPrefRemoteControlLocalName", name},
                                {"SchedulerPrefRemoteControlPassword", "geheim"},
                                {"SchedulerPrefRemoteControlProvenOnly", proven ? 1 : 0},
                                {"SchedulerQuitDate", ZAN_Value::date(clock.now())}})));
@@ -154,6 +155,13 @@ TEST_F(RemoteMachinesTest, WhoProvesThePasswordIsAnswered) {
   EXPECT_EQ(command({"peer", "Anna-Buro", "launch", "101", right}), 0) << berta.said;
   ASSERT_TRUE(real.runUntil([&] { return fs::exists(anna.home.at("executed")); })) << agentOutput;
   EXPECT_THAT(agentOutput, Not(HasSubstr("Lunch?")));
+  if (!fs::exists("/usr/bin/faketime")) GTEST_SKIP() << "no faketime for clocks that differ";
+  for (const char* difference : {"+1 day", "-1 day"}) {
+    EXPECT_EQ(berta.finish({"/usr/bin/faketime", difference, CORVANA_COMMAND, "peer", "Anna-Buro",
+                            "launch", "101", right}),
+              0)
+        << difference << ": " << berta.said;
+  }
 }
 
 TEST_F(RemoteMachinesTest, PairedMachinesNeedNoPassword) {
@@ -197,6 +205,15 @@ TEST_F(RemoteMachinesTest, PairedMachinesNeedNoPassword) {
   EXPECT_EQ(command({"peer", "Anna-Buro", "status"}), 1);
   EXPECT_EQ(pair("y"), 1) << "nobody waits there";
   EXPECT_THAT(berta.said, HasSubstr("corvana9 pair --accept"));
+
+  anna.stop(agent);
+  std::string output;
+  second = startAgent(berta, output, false, "anna");
+  ASSERT_TRUE(sees([](const ZAN_Value& list) {
+    return list.size() == 1 && list.at(0).string("name") == "anna";
+  })) << output;
+  EXPECT_EQ(command({"peer", "anna", "launch", "101"}), 1) << "another machine took the name";
+  EXPECT_THAT(berta.said, HasSubstr("the machine that this one is paired with does not answer"));
 }
 
 struct IPv6MachinesTest : RemoteMachinesTest {
