@@ -225,7 +225,8 @@ void BackupCard::show(const BackupFacts& facts, const ZAN_Value& current, bool i
                        ? mHousehold.text("CardNext", {comingDateOf(mHousehold, facts.next->date)})
                        : qt(facts.schedule));
     if (facts.failure && !facts.isFailureSeen) {
-      mTrouble->setText(qt(facts.reason));
+      mTrouble->setText(qt(facts.shortReason()));
+      mTrouble->setToolTip(qt(facts.reason));
     } else if (facts.overdueSince) {
       const auto days = (mHousehold.now() - *facts.overdueSince) / 86400;
       mTrouble->setText(mHousehold.text("CardOverdue", {static_cast<std::int64_t>(days)}));

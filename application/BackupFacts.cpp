@@ -171,6 +171,12 @@ std::vector<BackupFacts> factsOf(Household& household) {
   return all;
 }
 
+std::string BackupFacts::shortReason() const {
+  constexpr qsizetype kLongest = 100;
+  const QString whole = qt(reason);
+  return whole.size() <= kLongest ? reason : utf8(whole.left(kLongest - 1)) + "…";
+}
+
 std::string pastDateOf(Household& household, ReferenceTime date) {
   return withCapital(ReportGatherer(household.store(), household.history(), household.tree(),
                                     household.texts(), household.strings())

@@ -44,6 +44,8 @@ struct BackupFacts {
 
   /// The volume of the copies is not connected.
   bool isAway() const { return folder.empty() && !destination.empty() && !isOnServer; }
+  /// The reason, no longer than there is room for; it is whole in the history.
+  std::string shortReason() const;
   bool isBad() const { return failure && *failure == RunKind::failed && !isFailureSeen; }
   /// Something is lacking, or it has gone without success for long.
   bool needsCare() const {

@@ -140,6 +140,9 @@ QWidget* HistoryPage::makeWeek() {
 }
 
 QWidget* HistoryPage::makeNotices() {
+  auto* part = new QWidget;
+  auto* column = new QVBoxLayout(part);
+  column->setContentsMargins(0, 0, 0, 0);
   mNotices = new QTreeWidget;
   mNotices->setAccessibleName(household().text("HistoryNotices"));
   mNotices->setRootIsDecorated(false);
@@ -147,7 +150,12 @@ QWidget* HistoryPage::makeNotices() {
   mNotices->setHeaderLabels(
       {household().text("HistoryNoticeDate"), household().text("HistoryNotice")});
   mNotices->header()->setSectionResizeMode(0, QHeaderView::ResizeToContents);
-  return mNotices;
+  column->addWidget(mNotices);
+  mNoNotices = new TextLabel(household().text("HistoryNoNotices"), Look::Size::heading,
+                             Look::Meaning::muted);
+  mNoNotices->setAlignment(Qt::AlignCenter);
+  column->addWidget(mNoNotices);
+  return part;
 }
 
 /// What was said of no single run stands in the log under no reference.
@@ -168,6 +176,8 @@ void HistoryPage::fillNotices() {
     rows.append(row);
   }
   mNotices->addTopLevelItems(rows);
+  mNotices->setVisible(!rows.isEmpty());
+  mNoNotices->setVisible(rows.isEmpty());
   if (!rows.isEmpty())
     mNotices->setCurrentItem(rows[std::clamp<qsizetype>(mNotice, 0, rows.size() - 1)]);
 }
@@ -176,8 +186,10 @@ void HistoryPage::fillNotices() {
 void HistoryPage::resizeEvent(QResizeEvent* event) {
   Page::resizeEvent(event);
   constexpr int kWide = 100;
-  const bool isWide = width() > kWide * fontMetrics().averageCharWidth();
-  for (const int column : {5, 6, 7}) mRuns->setColumnHidden(column, !isWide);
+  constexpr int kNarrow = 80;
+  const int characters = width() / std::max(1, fontMetrics().averageCharWidth());
+  for (const int column : {5, 6, 7}) mRuns->setColumnHidden(column, characters <= kWide);
+  for (const int column : {3, 4}) mRuns->setColumnHidden(column, characters <= kNarrow);
 }
 
 void HistoryPage::showPart(int part) {

@@ -61,6 +61,7 @@ class HistoryPage final : public Page {
   TextLabel* mWeekSummary = nullptr;
   TextLabel* mWeekWords = nullptr;
   QTreeWidget* mNotices = nullptr;
+  TextLabel* mNoNotices = nullptr;
   std::int64_t mNotice = 0;  ///< to be chosen among them, the newest first
 };
 

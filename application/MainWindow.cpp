@@ -78,6 +78,12 @@ MainWindow::MainWindow(Household& household)
   QObject::connect(mSide, &QListWidget::currentRowChanged, mSide, [this](int row) {
     if (row >= 0) show(mRows[static_cast<std::size_t>(row)]());
   });
+  // The current row leads somewhere, too, when its page is not the one that is shown.
+  const auto back = [this](const QListWidgetItem* item) {
+    if (mStack->currentWidget() == mCreate) showRow(mSide->row(item));
+  };
+  QObject::connect(mSide, &QListWidget::itemClicked, mSide, back);
+  QObject::connect(mSide, &QListWidget::itemActivated, mSide, back);
   mSide->setCurrentRow(kOverview);
 
   mHousehold.changes().listen([this](ChangeSet changed) {
@@ -108,9 +114,9 @@ Kind* MainWindow::made(Kind*& page) {
 }
 
 void MainWindow::showRow(int row) {
-  // The row that was left for a page that has none is current still.
-  if (mSide->currentRow() == row) return show(mRows[static_cast<std::size_t>(row)]());
-  mSide->setCurrentRow(row);
+  if (mSide->currentRow() != row) return mSide->setCurrentRow(row);
+  mSide->item(row)->setSelected(true);
+  show(mRows[static_cast<std::size_t>(row)]());
 }
 
 void MainWindow::show(Page* page) {
@@ -120,13 +126,19 @@ void MainWindow::show(Page* page) {
 
 void MainWindow::showOverview() { showRow(kOverview); }
 
-void MainWindow::createBackup() {
-  made(mCreate)->begin();
+void MainWindow::showCreate() {
+  // No row stands for it. The current one stays, since a list takes its first one else.
+  mSide->clearSelection();
   show(mCreate);
 }
 
+void MainWindow::createBackup() {
+  made(mCreate)->begin();
+  showCreate();
+}
+
 void MainWindow::changeBackup(std::int64_t reference) {
-  if (made(mCreate)->change(reference)) show(mCreate);
+  if (made(mCreate)->change(reference)) showCreate();
 }
 
 void MainWindow::showRestore(std::int64_t reference) {

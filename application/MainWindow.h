@@ -47,6 +47,7 @@ class MainWindow final : public QWidget, public Navigator {
   /// What stands in that row at the side.
   void showRow(int row);
   void show(Page* page);
+  void showCreate();
   void dress();
   void placeOnScreen();
   void heard(const std::string& object, const ZAN_Value& userInfo);

@@ -66,6 +66,8 @@ QWidget* OverviewPage::emptyPage() {
   auto* text = new TextLabel(household().text("FirstText"), Look::Size::body, Look::Meaning::muted);
   text->setAlignment(Qt::AlignCenter);
   text->setFixedWidth(64 * fontMetrics().averageCharWidth());
+  // Centred, it would be given the height of the lines that it has when it is as wide as it likes.
+  text->setMinimumHeight(text->heightForWidth(text->width()));
   const auto wide = [this](const QString& words, std::function<void()> pressed, bool isPrimary) {
     QPushButton* button = makeButton(words, std::move(pressed), isPrimary);
     button->setFixedWidth(44 * fontMetrics().averageCharWidth());
@@ -221,7 +223,7 @@ void OverviewPage::showBanner() {
                  [this, reference, title = qt(facts.title)] { explain(reference, title); });
     if (facts.failure && !facts.isFailureSeen)
       return say(meaning, title,
-                 household().text("BannerFailed", {facts.title, facts.reason, since}),
+                 household().text("BannerFailed", {facts.title, facts.shortReason(), since}),
                  household().text("BannerAgain"), [this, reference] { run(reference); });
     return say(meaning, title, household().text("BannerOverdue", {facts.title, since}),
                household().text("BannerRun"), [this, reference] { run(reference); });
@@ -318,7 +320,7 @@ void OverviewPage::explain(std::int64_t reference, const QString& title) {
           lines << QStringLiteral("•  ") + qt(reason.string("text"));
         if (lines.isEmpty())
           lines << household().text(ending.answer["agent"].boolValue() ? "WhyDueSoon" : "WhyDue");
-        mTold->say(Look::Meaning::accent, household().text("OverviewWhy", {utf8(title)}),
+        mTold->say(Look::Meaning::caution, household().text("OverviewWhy", {utf8(title)}),
                    lines.join('\n'), household().text("CloseButton"), [this] { mTold->hide(); });
         mTold->show();
         mScroll->verticalScrollBar()->setValue(0);

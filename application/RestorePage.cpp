@@ -267,7 +267,8 @@ void RestorePage::takeVersions(const CommandChild::Ending& ending) {
     return showNothing(household().text("RestoreNoVersions"), qt(ending.reason));
   }
   std::ranges::sort(dates);
-  mBody->setCurrentIndex(0);
+  mChooser->show();
+  showVersionParts(true);
   if (dates == mTimeLine->dates()) return;
   const ReferenceTime before = date();
   const bool wasNewest =
@@ -281,11 +282,19 @@ void RestorePage::takeVersions(const CommandChild::Ending& ending) {
   loadItems();
 }
 
+/// Without versions there is nothing to look through.
+void RestorePage::showVersionParts(bool isAny) {
+  mBody->setCurrentIndex(isAny ? 0 : 1);
+  mSearch->setVisible(isAny);
+  mTimeLine->parentWidget()->setVisible(isAny);
+}
+
 void RestorePage::showNothing(const QString& title, const QString& text) {
   mNothingTitle->setText(title);
   mNothingText->setText(text);
   mFirstButtons->setVisible(mSource.isNone());
-  mBody->setCurrentIndex(1);
+  mChooser->setVisible(!mSource.isNone());
+  showVersionParts(false);
 }
 
 void RestorePage::updateSentence() {

@@ -40,6 +40,7 @@ class RestorePage final : public Page {
   void takeVersions(const CommandChild::Ending& ending);
   void loadItems();
   void showChosen();
+  void showVersionParts(bool isAny);
   void showNothing(const QString& title, const QString& text);
   void updateSentence();
 

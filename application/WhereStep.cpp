@@ -7,6 +7,7 @@
 #include <QLineEdit>
 #include <QVBoxLayout>
 #include <set>
+#include <utility>
 
 #include "actions/ActionsTools.h"
 #include "actions/EngineKey.h"
@@ -83,6 +84,7 @@ void WhereStep::begin() {
   mPath->clear();
   mFields->show({});
   mLock->clear();
+  mEngineBefore.reset();
   mEngine->setCurrentIndex(0);
   setFixed(false);
   refresh(0);
@@ -98,6 +100,7 @@ void WhereStep::show(const ZAN_Value& settings) {
   mPath->clear();
   mFields->show(qt(address));
   mLock->clear();
+  mEngineBefore.reset();
   mEngine->setCurrentIndex(isEncrypted ? 1 : 0);
   setFixed(true);
   refresh(0);
@@ -179,7 +182,13 @@ void WhereStep::showKeeping() {
   const bool isServer = mServer->isChosen();
   mFields->setVisible(isServer);
   mEngine->setEnabled(!mIsFixed && !isServer);
-  if (isServer && mEngine->currentIndex() != 1) return mEngine->setCurrentIndex(1);
+  // A server leaves no choice, and takes none away.
+  if (isServer && !mEngineBefore) {
+    mEngineBefore = mEngine->currentIndex();
+    mEngine->setCurrentIndex(1);
+  } else if (!isServer && mEngineBefore) {
+    mEngine->setCurrentIndex(*std::exchange(mEngineBefore, std::nullopt));
+  }
   mEngineText->setText(mHousehold.text(isEncrypted() ? "WhereEncryptedText" : "WherePlainText"));
   mLock->setVisible(isEncrypted());
 }

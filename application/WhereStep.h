@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "application/Choice.h"
@@ -69,7 +70,8 @@ class WhereStep final : public QWidget {
   QComboBox* mEngine;
   TextLabel* mEngineText;
   RepositoryLock* mLock;
-  bool mIsFixed = false;  ///< what keeps the copies
+  bool mIsFixed = false;             ///< what keeps the copies
+  std::optional<int> mEngineBefore;  ///< a server was chosen
   std::string mShown;
   std::uint64_t mBytes = 0;
 };

@@ -20,6 +20,16 @@ QColor withAlpha(QColor colour, int alpha) {
   return colour;
 }
 
+/// Of every second day. A colour scheme that leaves the usual one out is given white for it.
+QColor bandColour(const QPalette& palette) {
+  constexpr int kFarOff = 60;
+  const QColor base = palette.color(QPalette::Base);
+  const QColor band = palette.color(QPalette::AlternateBase);
+  return std::abs(band.lightness() - base.lightness()) < kFarOff
+             ? band
+             : withAlpha(palette.color(QPalette::Text), 16);
+}
+
 }  // namespace
 
 WeekView::WeekView(const WeekModel& model, const QString& name, QWidget* parent)
@@ -141,8 +151,7 @@ void WeekView::drawDay(QPainter& painter, std::size_t day) const {
     return QRectF(QPointF(xOf(from), top), QPointF(xOf(to), bottom)).normalized();
   };
   if (day % 2 == 1)
-    painter.fillRect(QRect(0, top, viewport()->width(), bottom - top),
-                     palette().color(QPalette::AlternateBase));
+    painter.fillRect(QRect(0, top, viewport()->width(), bottom - top), bandColour(palette()));
   for (int hour = 0; hour <= 24; hour += kHoursApart) {
     painter.setPen(withAlpha(text, 28));
     painter.drawLine(QPointF(xOf(hour / 24.0), top), QPointF(xOf(hour / 24.0), bottom));
