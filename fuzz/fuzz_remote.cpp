@@ -52,6 +52,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto channel = channels.answering([&](const std::string&) { return std::optional(key); });
   if ((*channel)->take(message) && !(*channel)->read().empty()) std::abort();
   if ((*channel)->isSecured()) std::abort();
+  ChannelCall call(std::move(*channels.asking(key)), {});
+  static_cast<void>(call.toNetwork());
+  static_cast<void>(call.take(message));
+  if (call.isSecured() || call.reply()) std::abort();
   if (const auto name = ServiceName::parse(text)) {
     // Room for the rest is certain for identifiers as this program makes them.
     if (name->identifier.size() <= 12 && name->text().size() > ServiceName::kMostBytes)

@@ -81,8 +81,10 @@ PairingOffer::~PairingOffer() { end(); }
 
 void PairingOffer::begin() {
   end();
-  auto socket = m.platform.serverSockets.listenForVisits(
-      0, kLimits, [this](Visitor& visitor) { return std::make_unique<Talk>(*this, visitor); });
+  auto socket = m.platform.serverSockets.listenForVisits(0, kLimits, [this](Visitor& visitor) {
+    // Whoever comes while digits are compared would take the place of the one that shows them.
+    return mAsked != nullptr ? nullptr : std::make_unique<Talk>(*this, visitor);
+  });
   if (!socket) return tell(socket.error().text);
   mSocket = std::move(socket).value();
   mOffer = std::make_shared<int>(0);

@@ -193,7 +193,7 @@ void RemoteControl::openChannel() {
   // A firewall opens two ports in a row.
   const auto port = static_cast<std::uint16_t>(own == 0 || own == 65535 ? 0 : own + 1);
   const Outcome opened = mChannel.open(port);
-  if (opened || std::exchange(mToldWithoutChannel, true)) return;
+  if (std::exchange(mToldWithoutChannel, !opened) || opened) return;
   m.log.addSchedulerLog(LogCode::message,
                         m.texts.text("RemoteControlWithoutChannel", {opened.error().text}));
 }
