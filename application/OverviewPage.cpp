@@ -8,7 +8,6 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 #include <algorithm>
-#include <set>
 #include <utility>
 
 #include "application/BackupCard.h"
@@ -50,6 +49,11 @@ OverviewPage::OverviewPage(Household& household, Navigator& navigator)
   QObject::connect(&mProgress, &QTimer::timeout, this, [this] {
     if (isVisible()) this->household().askAgent();
   });
+}
+
+OverviewPage::~OverviewPage() {
+  // As its cards go it scrolls once more, and would look for them.
+  mScroll->verticalScrollBar()->disconnect(this);
 }
 
 QWidget* OverviewPage::emptyPage() {
@@ -125,8 +129,10 @@ QWidget* OverviewPage::listPage() {
                      if (value < mScroll->verticalScrollBar()->maximum() - mScroll->height())
                        return;
                      mShown += kBatch;
-                     showCards();
+                     placeCards();
                    });
+  QObject::connect(mScroll->verticalScrollBar(), &QScrollBar::valueChanged, this,
+                   [this] { fillCards(); });
   return mScroll;
 }
 
@@ -147,6 +153,7 @@ void OverviewPage::refresh(ChangeSet changed) {
 }
 
 void OverviewPage::read() {
+  mRows.clear();
   mFacts = factsOf(household());
   show();
 }
@@ -281,26 +288,59 @@ BackupCard* OverviewPage::cardFor(std::size_t row) {
 
 void OverviewPage::showCards() {
   mSearch->setVisible(mFacts.size() > kManyBackups);
+  mQueued.clear();
+  for (const ZAN_Value& record : household().queue().elements())
+    if (!record["running"].boolValue()) mQueued.insert(record.integer("ref"));
+  const QString wanted = mSearch->text().trimmed();
+  mRows.clear();
+  for (std::size_t index = 0; index < mFacts.size(); ++index) {
+    const BackupFacts& facts = mFacts[index];
+    if (wanted.isEmpty() ||
+        qt(facts.title + '\n' + facts.group + '\n' + facts.sources + '\n' + facts.destination)
+            .contains(wanted, Qt::CaseInsensitive))
+      mRows.push_back(index);
+  }
+  mIsFilled.assign(mCards.size(), false);
+  placeCards();
+}
+
+void OverviewPage::placeCards() {
+  const std::size_t count = std::min(mShown, mRows.size());
+  for (std::size_t row = 0; row < count; ++row) {
+    if (row < mCards.size()) {
+      mCards[row]->setVisible(true);
+      continue;
+    }
+    // A new one has its height by what is in it.
+    cardFor(row);
+    mIsFilled.push_back(false);
+    fillCard(row);
+    mCards[row]->setVisible(true);
+  }
+  for (std::size_t row = count; row < mCards.size(); ++row) mCards[row]->setVisible(false);
+  fillCards();
+}
+
+void OverviewPage::fillCard(std::size_t row) {
+  if (mIsFilled[row]) return;
+  mIsFilled[row] = true;
+  const BackupFacts& facts = mFacts[mRows[row]];
   const ZAN_Value& status = household().status();
   const ZAN_Value& current = status["current"];
-  std::set<std::int64_t> queued;
-  for (const ZAN_Value& record : household().queue().elements())
-    if (!record["running"].boolValue()) queued.insert(record.integer("ref"));
-  const QString wanted = mSearch->text().trimmed();
-  std::size_t row = 0;
-  for (const BackupFacts& facts : mFacts) {
-    if (row >= mShown) break;
-    if (!wanted.isEmpty() &&
-        !qt(facts.title + '\n' + facts.group + '\n' + facts.sources + '\n' + facts.destination)
-             .contains(wanted, Qt::CaseInsensitive))
-      continue;
-    BackupCard* card = cardFor(row++);
-    const bool isRunning = current.integer("ref") == facts.reference;
-    card->show(facts, isRunning ? current : ZAN_Value(), queued.contains(facts.reference),
-               status["paused"].boolValue());
-    card->setVisible(true);
+  mCards[row]->show(facts, current.integer("ref") == facts.reference ? current : ZAN_Value(),
+                    mQueued.contains(facts.reference), status["paused"].boolValue());
+}
+
+/// Those in sight and about it; the others when they come there.
+void OverviewPage::fillCards() {
+  const int top = mScroll->verticalScrollBar()->value() - mScroll->height();
+  const int bottom = top + 3 * mScroll->height();
+  const std::size_t count = std::min({mShown, mRows.size(), mCards.size()});
+  for (std::size_t row = 0; row < count; ++row) {
+    const QRect place = mCards[row]->geometry();
+    // One that was shown just now has its place later.
+    if (row < kBatch || (place.bottom() >= top && place.top() <= bottom)) fillCard(row);
   }
-  for (; row < mCards.size(); ++row) mCards[row]->setVisible(false);
 }
 
 void OverviewPage::run(std::int64_t reference) {

@@ -3,6 +3,7 @@
 #include <QTimer>
 #include <cstddef>
 #include <functional>
+#include <set>
 #include <vector>
 
 #include "application/BackupFacts.h"
@@ -27,6 +28,7 @@ class Banner;
 class OverviewPage final : public Page {
  public:
   OverviewPage(Household& household, Navigator& navigator);
+  ~OverviewPage() override;
 
   void refresh(ChangeSet changed) override;
   /// Something that the agent wants the user to know, until it is closed.
@@ -41,6 +43,9 @@ class OverviewPage final : public Page {
   void show();
   void showBanner();
   void showCards();
+  void placeCards();
+  void fillCards();
+  void fillCard(std::size_t row);
   BackupCard* cardFor(std::size_t row);
   void run(std::int64_t reference);
   /// What keeps it from running, in place.
@@ -65,7 +70,10 @@ class OverviewPage final : public Page {
   QVBoxLayout* mList;
   std::vector<BackupCard*> mCards;  ///< as many as were looked at so far
   std::size_t mShown = 0;           ///< that may be there
+  std::vector<bool> mIsFilled;      ///< which of them show what was read last
   std::vector<BackupFacts> mFacts;
+  std::vector<std::size_t> mRows;  ///< of the facts that have what is searched for
+  std::set<std::int64_t> mQueued;
   QTimer mLater;     ///< many changes at once are read once
   QTimer mProgress;  ///< while something runs
 };
