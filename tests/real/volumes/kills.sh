@@ -1,0 +1,104 @@
+#!/usr/bin/env bash
+# Agent, execute program and rsync are killed in each phase of a run onto a real disk: kills.sh BUILD-TREE
+set -u
+build="$1"
+. "$(dirname "$0")/namespace.sh"
+
+device=''
+let_go() {
+  rm -f "$scratch/hold"
+  umount -l /usr/bin/rsync /usr/bin/sync "$scratch"/Volumes/* 2> /dev/null
+  [ -n "$device" ] && losetup -d "$device"
+}
+truncate -s 64M "$scratch/disk.img"
+mkfs.ext4 -q -L Disk "$scratch/disk.img"
+device="$(losetup -f --show "$scratch/disk.img")" || skip "no loop devices"
+disk="$CORVANA9_VOLUMES/Disk"
+mkdir -p "$disk" && mount "$device" "$disk" || skip "the disk cannot be mounted"
+mkdir -p "$HOME/Documents" "$disk/Backup"
+
+# In the name space the programs that a run starts are these, which hold on in the phase that is named.
+put_before() { # PROGRAM SCRIPT
+  cp "/usr/bin/$1" "$scratch/$1"
+  printf '#!/bin/sh\nhold() { [ "$(cat %s/phase)" != "$1" ] || { echo $$ > %s/held; while [ -e %s/hold ]; do sleep 0.02; done; }; }\n%s\n' \
+    "$scratch" "$scratch" "$scratch" "$2" > "$scratch/$1.sh"
+  chmod 755 "$scratch/$1.sh" && mount --bind "$scratch/$1.sh" "/usr/bin/$1"
+}
+put_before rsync "case \"\$*\" in *--dry-run*) hold look; exec $scratch/rsync \"\$@\";; esac
+[ \"\$(cat $scratch/phase)\" != copy ] || { echo \$\$ > $scratch/held; set -- --bwlimit=300 \"\$@\"; exec $scratch/rsync \"\$@\"; }
+$scratch/rsync \"\$@\"; result=\$?; hold delete; exit \$result"
+put_before sync "hold sync; exec $scratch/sync \"\$@\""
+echo none > "$scratch/phase"
+
+has() { [ -e "$1" ]; }
+agent_answers() { "$corvana9" status 2> /dev/null | grep -q 'Automatic execution'; }
+start_agent() {
+  "$resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler" --headless >> "$scratch/agent.log" 2>&1 &
+  agent=$!
+  until_true 20 agent_answers || expect "the agent answers" false
+  # The first word may come too early to end the wait after the start.
+  sleep 1
+  "$corvana9" continue > /dev/null 2>&1
+  "$corvana9" post agent MessageOff > /dev/null
+}
+executes() { pgrep -f "Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute $reference" > /dev/null; }
+rests() { ! executes && "$corvana9" status --json | tr -d ' \n' | grep -q '"executing":false.*"queueCount":0'; }
+same() { diff -r --exclude=.corvana9-copy --exclude=.corvana9-partial "$HOME/Documents" "$disk/Backup/Documents" > /dev/null; }
+runs() { grep -c '" completed;' "$HOME/Library/Logs/Corvana 9 Actions.log"; }
+ran_since() { [ "$(runs)" -gt "$1" ]; }
+kept() { grep -rqF -- "$1" "$disk/Backup"; }
+
+"$corvana9" add Letters --source "$HOME/Documents" --destination "$disk/Backup" --mode synchronise > /dev/null || exit 1
+reference="$("$corvana9" tree --json | grep -o '"reference": *[0-9]*' | head -1 | grep -o '[0-9]*')"
+for number in 1 2 3 4 5 6 7 8 9; do echo "letter $number" > "$HOME/Documents/$number"; done
+start_agent
+"$corvana9" launch "$reference" > /dev/null
+expect "the first run" until_true 30 same
+until_true 30 rests
+
+round=0
+try() { # VICTIM PHASE
+  local victim="$1" phase="$2" before old
+  round=$((round + 1))
+  old="round $((round - 1)) of the large one"
+  echo "--- $victim is killed in the phase of $phase"
+  echo "$phase" > "$scratch/phase"
+  rm -f "$scratch/held" "$HOME/Documents/gone $((round - 1))"
+  touch "$scratch/hold"
+  { echo "round $round of the large one"; head -c 400000 /dev/urandom | base64; } > "$HOME/Documents/large"
+  echo "kept $round" > "$HOME/Documents/gone $round"
+  before="$(runs)"
+  "$corvana9" launch "$reference" > /dev/null
+  expect "it comes there" until_true 20 has "$scratch/held"
+  [ "$phase" != copy ] || until_true 5 sh -c "ls -A '$disk/Backup/Documents' | grep -q '^.large'"
+  case "$victim" in
+    agent) kill -9 "$agent"; wait "$agent" 2> /dev/null ;;
+    rsync) kill -9 "$(cat "$scratch/held")" ;;
+    keeper) kill -9 "$(pgrep -f "Corvana 9 Execute $reference" | head -1)" ;;
+    worker) kill -9 "$(pgrep -f "Corvana 9 Execute $reference" | tail -1)" ;;
+  esac
+  [ "$round" -eq 1 ] || expect "nothing that was there is lost" kept "$old"
+  echo none > "$scratch/phase"
+  rm -f "$scratch/hold"
+  [ "$victim" != agent ] || start_agent
+  expect "it comes to an end" until_true 40 rests
+  [ "$victim" = rsync ] && [ "$phase" != sync ] &&
+    expect "that it failed is said" grep -q 'unexpected error.*signal 9' <<< "$("$corvana9" log | tail -3)"
+  [ "$(runs)" = "$before" ] || expect "what is called completed is there" same
+  before="$(runs)"
+  "$corvana9" launch "$reference" > /dev/null
+  expect "the next run completes" until_true 60 ran_since "$before"
+  until_true 20 rests
+  expect "with everything" same
+  [ "$round" -lt 3 ] || expect "and what it deleted is kept" kept "kept $((round - 1))"
+}
+try agent copy
+try agent sync
+try rsync look
+try rsync copy
+try keeper copy
+try keeper sync
+try worker look
+try worker delete
+
+[ "$failures" -eq 0 ] || { echo "--- the agent said:"; cat "$scratch/agent.log"; "$corvana9" log; exit 1; }
