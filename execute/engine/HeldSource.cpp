@@ -26,6 +26,11 @@ Result<HeldFolder> VolumeGuard::hold(const std::string& path, const Place& place
   return held;
 }
 
+bool VolumeGuard::answers(const Mount& mount) const {
+  // To ask an automounter would have it mount something.
+  return !mount.isForeign || mount.fileSystem == "autofs" || mVolumes->information(mount);
+}
+
 Result<HeldSource> HeldSource::hold(const FolderDescription& item, const VolumeGuard& guard) {
   auto place = guard.locate(item);
   if (!place) return place.error();
@@ -45,8 +50,13 @@ Result<HeldSource> HeldSource::hold(const FolderDescription& item, const VolumeG
   if (const auto real = held->realPath(); real && isFolder) {
     for (const Mount& mount : MountTable::read({})) {
       const auto rest = ZAN_FilesUtils::relativePath(mount.target, *real);
-      if (rest && !rest->empty() && std::ranges::find(within, *rest) == within.end())
-        within.emplace_back(*rest);
+      if (!rest || rest->empty() || std::ranges::find(within, *rest) != within.end()) continue;
+      // Whoever lists the folder around it would wait for it without an end.
+      if (!guard.answers(mount))
+        return Error{ErrorKind::unavailable,
+                     mount.target + ": what is mounted there, below the source " + path +
+                         ", does not answer; unmount it, or mount it elsewhere"};
+      within.emplace_back(*rest);
     }
   }
   std::string name(ZAN_FilesUtils::lastPathComponent(path));

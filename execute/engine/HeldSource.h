@@ -22,6 +22,9 @@ class VolumeGuard {
   /// Opens a folder that was located. It must lie on that very mount: `absent` when a link or a
   /// mount that came meanwhile leads off it.
   static Result<HeldFolder> hold(const std::string& path, const Place& place);
+  /// Whether what is mounted there can be looked at; asks in a child, as long as a disk may need to
+  /// wake up. What lies on the system's own disks always can.
+  bool answers(const Mount& mount) const;
 
  private:
   Volumes* mVolumes;
@@ -40,7 +43,8 @@ struct HeldSource {
   std::vector<std::string> mountsWithin;  ///< relative names; what is in them is left as it is
 
   /// `absent` when its volume or it itself is not there, `unwritable` when it cannot be read,
-  /// `refused` for what is neither a folder nor a file.
+  /// `unavailable` when something that is mounted below it does not answer, `refused` for what is
+  /// neither a folder nor a file.
   static Result<HeldSource> hold(const FolderDescription& item, const VolumeGuard& guard);
   /// Which source has lost its volume.
   Outcome checkMounted(const std::vector<Mount>& mounts) const;

@@ -96,7 +96,8 @@ bool CopyLook::open(const CopyPlan::Source& source) {
 
 /// A volume that cannot be told from the folder below it is known by the copies on it.
 bool CopyLook::checkIdentity() {
-  if (mPlan.hasIdentity() || !mOwner.hasRun || mOwner.takesOver) return true;
+  if (mPlan.identity() == CopyPlan::Identity::sure || !mOwner.hasRun || mOwner.takesOver)
+    return true;
   for (const auto& source : mPlan.sources()) {
     if (mPlanned && !mPlan.isDestinationThere()) break;
     struct stat state {};
@@ -128,7 +129,9 @@ bool CopyLook::checkOwner(const CopyPlan::Source& source, const HeldFolder& copy
                                                   (*found)->toText() + "; nothing was changed. " +
                                                   remedy);
   }
-  const bool isKnown = mOwner.takesOver || (mOwner.hasRun && mOwner.isAlone);
+  // Since volumes are told by their names, copies have marks.
+  const bool isKnown = mOwner.takesOver || (mOwner.hasRun && mOwner.isAlone &&
+                                            mPlan.identity() != CopyPlan::Identity::name);
   if (!*found && !isKnown) {
     const auto names = namesInFolder(copy.descriptor());
     if (!names) return failWith({ErrorKind::unreadable, copy.path() + ": " + std::strerror(errno)});

@@ -153,13 +153,25 @@ Result<CopyPlan> CopyPlan::fromSettings(const ZAN_Value& settings, const VolumeG
   return plan;
 }
 
+namespace {
+
+CopyPlan::Identity identityOf(const FolderDescription& item, const VolumeInformation& known) {
+  if (!item.uuid().empty() && !known.uuid.empty()) return CopyPlan::Identity::sure;
+  if (item.fileSystem().empty()) return CopyPlan::Identity::size;
+  // A path from the root, or on a server, is one place; of a device the size has to do.
+  const std::string_view source = item.source();
+  const bool isPlace = source.starts_with('/') || source.find(":/") != std::string_view::npos;
+  return isPlace ? CopyPlan::Identity::sure : CopyPlan::Identity::name;
+}
+
+}  // namespace
+
 Outcome CopyPlan::setDestination(const FolderDescription& item, const VolumeGuard& guard) {
   auto place = guard.locate(item);
   if (!place) return place.error();
   mDestination = place->path;
   mMount = place->mount;
-  mHasIdentity =
-      !item.fileSystem().empty() || (!item.uuid().empty() && !place->information.uuid.empty());
+  mIdentity = identityOf(item, place->information);
   auto held = VolumeGuard::hold(mDestination, *place);
   if (held) {
     if (::access((held->heldPath() + "/.").c_str(), W_OK | X_OK) != 0)

@@ -54,8 +54,11 @@ class CopyPlan {
   const std::vector<Source>& sources() const { return mSources; }
   const std::string& destination() const { return mDestination; }
   bool deletes() const { return mDeletes; }
-  /// Whether the destination's volume was told by more than its size.
-  bool hasIdentity() const { return mHasIdentity; }
+  /// How surely the destination's volume was told: by its size alone, by a name that another one
+  /// may have, too (folders joined into one name themselves by what differs in their paths), or by
+  /// what no other has.
+  enum class Identity { size, name, sure };
+  Identity identity() const { return mIdentity; }
 
   /// The destination, made when it is not there; the folder that holds it never is.
   Result<HeldFolder> openDestination() const;
@@ -101,7 +104,7 @@ class CopyPlan {
   std::optional<HeldFolder> mHeld;    ///< the destination
   Mount mMount;                       ///< of the destination
   bool mDeletes = false;
-  bool mHasIdentity = false;
+  Identity mIdentity = Identity::size;
 };
 
 }  // namespace corvana

@@ -112,7 +112,17 @@ sleep 1
 
 hang_in_the_middle "a destination that stops answering" "$writing" "$to" To "$scratch/disks/To/Backup/Films"
 
-echo "--- the agent quits beside both"
+echo "--- a mount below a source that never answers"
+mkdir "$HOME/Photos/dead"
+python3 "$here/hang.py" "$HOME/Photos/dead" > "$scratch/hang.log" &
+servers+=($!)
+until_true 5 grep -q mounted "$scratch/hang.log"
+start="$(now)"
+"$corvana9" launch "$photos" > /dev/null
+expect "the run ends and names it" until_true 60 log_says "Photos/dead: what is mounted there.*does not answer; unmount it"
+echo "ended after $(($(now) - start)) ms"
+
+echo "--- the agent quits beside them"
 start="$(now)"
 kill "$agent"
 gone() { ! kill -0 "$agent" 2> /dev/null || [ "$(ps -o stat= -p "$agent" | cut -c1)" = Z ]; }

@@ -67,4 +67,31 @@ for kind in gocryptfs mergerfs overlay bindfs; do
   try "$kind" "$CORVANA9_VOLUMES/$kind"
 done
 
+if command -v mergerfs > /dev/null; then
+  echo "--- two joined folders that name themselves alike"
+  place="$HOME/place/joined"
+  mkdir -p "$place" "$scratch"/{first,second}/{one,two}
+  join() { mergerfs "$scratch/$1/one:$scratch/$1/two" "$place"; }
+  join first
+  mkdir "$place/Backup"
+  reference="$("$corvana9" add Joined --source "$HOME/Documents" --destination "$place/Backup" --mode synchronise | grep -o '[0-9]*' | head -1)"
+  "$execute" "$reference" > /dev/null 2>&1
+  expect "it is copied" test -f "$place/Backup/Documents/letter"
+  umount "$place"
+  join second
+  mkdir "$place/Backup"
+  "$execute" "$reference" > /dev/null 2>&1
+  expect "without its copies the other one gets nothing" is_empty "$place/Backup"
+  mkdir "$place/Backup/Documents"
+  echo precious > "$place/Backup/Documents/other"
+  "$execute" "$reference" > /dev/null 2>&1
+  expect "and a folder of the same name in it stays as it was" test "$(ls "$place/Backup/Documents")" = other
+  umount "$place"
+  join first
+  echo changed > "$HOME/Documents/letter"
+  "$execute" "$reference" > /dev/null 2>&1
+  expect "its own is filled again" grep -q changed "$place/Backup/Documents/letter"
+  umount "$place"
+fi
+
 [ "$failures" -eq 0 ] || { "$corvana9" log; exit 1; }
