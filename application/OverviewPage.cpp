@@ -351,20 +351,22 @@ void OverviewPage::run(std::int64_t reference) {
 }
 
 void OverviewPage::explain(std::int64_t reference, const QString& title) {
-  mWhyChild.run(
-      {QStringLiteral("why"), QStringLiteral("--"), QString::number(reference)},
-      [this, title](const CommandChild::Ending& ending) {
-        if (!ending.isDone()) return complain(Error{ErrorKind::unavailable, ending.reason});
-        QStringList lines;
-        for (const ZAN_Value& reason : ending.answer["reasons"].elements())
-          lines << QStringLiteral("•  ") + qt(reason.string("text"));
-        if (lines.isEmpty())
-          lines << household().text(ending.answer["agent"].boolValue() ? "WhyDueSoon" : "WhyDue");
-        mTold->say(Look::Meaning::caution, household().text("OverviewWhy", {utf8(title)}),
-                   lines.join('\n'), household().text("CloseButton"), [this] { mTold->hide(); });
-        mTold->show();
-        mScroll->verticalScrollBar()->setValue(0);
-      });
+  mWhyChild.run({QStringLiteral("why"), QStringLiteral("--"), QString::number(reference)},
+                [this, title](const CommandChild::Ending& ending) {
+                  if (!ending.isDone())
+                    return complain(Error{ErrorKind::unavailable, ending.reason});
+                  QStringList lines;
+                  for (const ZAN_Value& reason : ending.answer["reasons"].elements())
+                    lines << QStringLiteral("•  ") + qt(reason.string("text"));
+                  const bool agentRuns = ending.answer["agent"].boolValue();
+                  if (lines.isEmpty())
+                    lines << household().text(agentRuns ? "WhyDueSoon" : "WhyDue");
+                  mTold->say(Look::Meaning::caution, household().text("OverviewWhy", {utf8(title)}),
+                             lines.join('\n'), household().text("CloseButton"),
+                             [this] { mTold->hide(); });
+                  mTold->show();
+                  mScroll->verticalScrollBar()->setValue(0);
+                });
 }
 
 void OverviewPage::pause(bool isPaused) {
