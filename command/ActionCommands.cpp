@@ -142,7 +142,7 @@ Answer addCommand(Arguments& arguments, const Console& console) {
     auto group = groupWithReference(root, action.group().value_or(0));
     if (!group) return group.error();
     record = newActionRecord(title, home.now());
-    action.applyTo(record, home);
+    if (Outcome applied = action.applyTo(record, home); !applied) return applied;
     if (Outcome runs = action.checkThatItRuns(record, home, console); !runs) return runs;
     if (const auto dispute = checkCopies(root, record)) return dispute->error();
     (*group)->addActionsFromList(ZAN_Value::array({record}), false, std::nullopt);
@@ -172,7 +172,7 @@ Answer editCommand(Arguments& arguments, const Console& console) {
                                            ": a group has only --title, --shortcut and --group"};
     }
     record = node->getSettings();
-    action.applyTo(record, home);
+    if (Outcome applied = action.applyTo(record, home); !applied) return applied;
     if (Outcome runs = action.checkThatItRuns(record, home, console); !runs) return runs;
     record.setValue("SaveEditDate", ZAN_Value::date(home.now()));
     if (action.changesCopies()) {

@@ -204,7 +204,7 @@ Outcome ActionWords::describeFolders(CommandHome& home) {
   return {};
 }
 
-void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
+Outcome ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mTitle) record.setValue("Title", *mTitle);
   if (mShortcut) record.setValue("Shortcut", *mShortcut);
   if (mMode) record.setValue("Mode", *mMode);
@@ -244,6 +244,7 @@ void ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mMakeUp) record.setValue("TriggerMakeUpMissed", *mMakeUp);
   if (mAgeAlarm) record.setValue("TriggerAgeAlarm", *mAgeAlarm);
   mSchedule.plan().applyTo(record, home.calendar(), home.now());
+  return RepositoryWords::check(record);
 }
 
 Outcome ActionWords::checkThatItRuns(const ZAN_Value& record, const CommandHome& home,

@@ -37,8 +37,8 @@ class ActionWords {
   /// Looks at the folders; to be called before the rest, outside of any lock. Says why a folder
   /// will not do.
   Outcome describeFolders(CommandHome& home);
-  /// Writes what was given into the record.
-  void applyTo(ZAN_Value& record, const CommandHome& home) const;
+  /// Writes what was given into the record. Refuses what its engine cannot do.
+  Outcome applyTo(ZAN_Value& record, const CommandHome& home) const;
   /// Refuses a record that got a schedule or hours with which some part of it can never run, and
   /// says why; with --force it is only a warning.
   Outcome checkThatItRuns(const ZAN_Value& record, const CommandHome& home,

@@ -21,6 +21,9 @@ namespace {
 
 constexpr std::size_t kLongestAnswer = 64 << 20;
 constexpr double kBetweenLooksAtTheAgent = 1;
+/// So long an agent may take to see the end of an execution that is done.
+constexpr double kPatienceForTheEnd = 10;
+constexpr double kBetweenLooksAtTheEnd = 0.1;
 /// An agent that restarts itself is away for so many looks.
 constexpr int kMostLooksWithoutAgent = 10;
 
@@ -84,7 +87,10 @@ Outcome CopiesRequest::beginByItself() {
 
 std::optional<Result<ZAN_Value>> CopiesRequest::look() {
   readAnswer();
-  if (mLatest["done"].boolValue()) return finished();
+  if (mLatest["done"].boolValue()) {
+    if (isStillSeen()) return std::nullopt;
+    return finished();
+  }
   if (mChild) {
     int status = 0;
     if (::waitpid(*mChild, &status, WNOHANG) == 0) return std::nullopt;
@@ -103,6 +109,18 @@ std::optional<Result<ZAN_Value>> CopiesRequest::look() {
   std::filesystem::remove(mFile, failed);
   std::filesystem::remove(TaskRequest::answerOf(mFile), failed);
   return Result<ZAN_Value>(*std::move(ended));
+}
+
+/// Whether the agent would still say that it is executed, which whoever has the answer would read.
+bool CopiesRequest::isStillSeen() {
+  if (!mAgent) return false;
+  const double now = mHome.store().clock().monotonic();
+  if (!mDoneSince) mDoneSince = mNextLook = now;
+  if (now - *mDoneSince > kPatienceForTheEnd) return false;
+  if (now < mNextLook) return true;
+  mNextLook = now + kBetweenLooksAtTheEnd;
+  mAgent->refresh();
+  return mAgent->answers() && mAgent->status()["current"].string("request") == mName;
 }
 
 /// That nobody works on it any more, by what the agent says.

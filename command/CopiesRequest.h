@@ -32,7 +32,8 @@ class CopiesRequest {
   ~CopiesRequest();
 
   Outcome begin();
-  /// The answer once it is done, or why there is none; nothing while it goes on.
+  /// The answer once it is done and the agent knows that too, or why there is none; nothing while
+  /// it goes on.
   std::optional<Result<ZAN_Value>> look();
   /// What the execute program has said so far; null before it has begun.
   const ZAN_Value& latest() const { return mLatest; }
@@ -48,6 +49,7 @@ class CopiesRequest {
   Outcome beginByAgent();
   Outcome beginByItself();
   void readAnswer();
+  bool isStillSeen();
   std::optional<Error> endSeenByAgent();
   Result<ZAN_Value> finished();
 
@@ -63,6 +65,7 @@ class CopiesRequest {
   bool mWasQueued = false;
   int mLooksWithoutAgent = 0;
   double mNextLook = 0;
+  std::optional<double> mDoneSince;
 };
 
 }  // namespace corvana

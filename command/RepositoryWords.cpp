@@ -6,6 +6,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/EngineKey.h"
+#include "actions/VersionKey.h"
 #include "command/ActionWords.h"
 #include "command/CopiesRequest.h"
 #include "command/VersionCommands.h"
@@ -88,6 +89,17 @@ void RepositoryWords::applyTo(ZAN_Value& record) const {
     record.removeKey("ItemsDestination");
   }
   if (mPasswordFile) record.setValue(RepositoryKey::passwordFile, passwordFile());
+}
+
+Outcome RepositoryWords::check(const ZAN_Value& record) {
+  if (record.string(EngineKey::name) != RepositoryKey::kEngine ||
+      record.integer(VersionKey::bytes) == 0)
+    return {};
+  return Error{ErrorKind::refused,
+               record.string("Title") +
+                   ": --keep with a size goes with plain folders only, since versions in a "
+                   "repository share what they hold, with those of others, too; give an age, such "
+                   "as --keep 90d, or all"};
 }
 
 Answer repositoryCommand(Arguments& arguments, const Console& console) {

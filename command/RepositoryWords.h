@@ -27,6 +27,8 @@ class RepositoryWords {
   /// folder.
   Outcome keepWhatOpens(CommandHome& home, const std::string& place) const;
   void applyTo(ZAN_Value& record) const;
+  /// Refuses a record that asks of its engine what that cannot do.
+  static Outcome check(const ZAN_Value& record);
   /// The address as it may be shown and stored.
   std::string shown() const;
   /// Absolute; empty when none was given.

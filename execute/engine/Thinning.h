@@ -14,6 +14,9 @@ struct VersionsKept {
   bool none = false;        ///< what a run replaces or deletes is gone
   double seconds = 0;       ///< none older than that; 0: however old
   std::uint64_t bytes = 0;  ///< no more than that in all; 0: as much as there is room for
+  /// So much is to stay free on the volume, as far as what this run has added can give.
+  std::uint64_t freeSpace = 0;
+  std::uint64_t added = 0;
 
   static VersionsKept fromSettings(const ZAN_Value& settings);
 

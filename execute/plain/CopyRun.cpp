@@ -73,10 +73,8 @@ bool CopyRun::makeRoom() {
     }
   }
   if (!beginVersion(hasWork)) return false;
-  while (hasWork && freeSpace() < mBytesToCopy && mVersions->removeOldest()) {
-    if (!isInOrder()) return false;
-  }
-  return true;
+  if (hasWork) mVersions->makeRoom(mBytesToCopy);
+  return isInOrder();
 }
 
 VersionHeader CopyRun::version(ReferenceTime date) const {
@@ -190,7 +188,9 @@ bool CopyRun::transfer(Copy& copy, const std::optional<std::string>& onlyItem) {
     }
     if (!end->signalled && end->status == kFull && (output.isFull() || output.tooLarge()) &&
         isInOrder()) {
-      if (output.isFull() && mVersions->removeOldest()) continue;
+      const std::uint64_t copied = std::min(mProgress.sizeCopied, mBytesToCopy);
+      if (output.isFull() && mVersions->makeRoom(std::max(mBytesToCopy - copied, freeSpace() + 1)))
+        continue;
       takeErrors(output);
       if (output.isFull()) return lacksSpace();
       copy.skipped.push_back(*output.tooLarge());

@@ -105,7 +105,9 @@ ExecuteEnd PlainEngine::plan(const std::function<void(const PlannedItem&)>& plan
 }
 
 ExecuteEnd PlainEngine::run() {
-  return runOf(VersionsKept::fromSettings(mOrder.settings)).perform();
+  ExecuteEnd end = runOf(VersionsKept::fromSettings(mOrder.settings)).perform();
+  mAdded = end.progress.sizeCopied;
+  return end;
 }
 
 Outcome PlainEngine::forget() {
@@ -113,7 +115,13 @@ Outcome PlainEngine::forget() {
   if (!destination) return destination.error();
   auto versions = Versions::open(*destination, own());
   if (!versions) return versions.error();
-  return versions->thin(m.store.clock().now(), VersionsKept::fromSettings(mOrder.settings));
+  VersionsKept kept = VersionsKept::fromSettings(mOrder.settings);
+  kept.added = mAdded;
+  struct statvfs space {};
+  // Below a tenth the agent warns of a full start-up disk; a disk for copies may be filled by them.
+  if (destination->mount().target == "/" && ::fstatvfs(destination->descriptor(), &space) == 0)
+    kept.freeSpace = static_cast<std::uint64_t>(space.f_blocks) * space.f_frsize / 10;
+  return versions->thin(m.store.clock().now(), kept);
 }
 
 /// Whose copies, held.

@@ -45,7 +45,7 @@ class PlainEngine final : public Engine {
   std::optional<CopyPlan> mPlan;
   std::optional<HeldFolder> mDestination;  ///< of the versions
   std::vector<VersionFolder> mChain;       ///< those of the action, oldest first
-  std::size_t mWithoutList = 0;
+  std::uint64_t mAdded = 0;                ///< bytes, by the run
 };
 
 }  // namespace corvana

@@ -510,16 +510,46 @@ Outcome Versions::thin(ReferenceTime now, const VersionsKept& kept) {
       bytes -= sizes[i];
     }
   }
+  if (freeSpace() >= kept.freeSpace) return {};
+  std::uint64_t given = 0;
+  constexpr double kTwoDays = 2 * 86400.0;
+  for (const auto& [folder, size] : removable()) {
+    // What others have written is not for the versions to make good.
+    if (freeSpace() >= kept.freeSpace || given + size > kept.added || now - folder.date < kTwoDays)
+      break;
+    if (!remove(folder.name)) return failed(folder.name);
+    given += size;
+  }
   return {};
 }
 
-bool Versions::removeOldest() {
-  if (!mAll) return false;
-  for (const auto& folder : VersionFolder::all(*mAll)) {
-    const bool isOlder = folder.state == State::dated || folder.state == State::going;
-    if (isOlder && remove(folder.name)) return true;
+std::uint64_t Versions::freeSpace() const {
+  struct statvfs space {};
+  if (::fstatvfs(mDestination.descriptor(), &space) != 0) return UINT64_MAX;
+  return static_cast<std::uint64_t>(space.f_bavail) * space.f_frsize;
+}
+
+std::vector<std::pair<VersionFolder, std::uint64_t>> Versions::removable() const {
+  std::vector<std::pair<VersionFolder, std::uint64_t>> found;
+  for (auto& folder : mAll ? VersionFolder::all(*mAll) : std::vector<VersionFolder>()) {
+    if (folder.state == State::dated || folder.state == State::going)
+      found.emplace_back(folder, sizeOf(mAll->descriptor(), folder.name));
   }
-  return false;
+  return found;
+}
+
+bool Versions::makeRoom(std::uint64_t bytes) {
+  const std::uint64_t free = freeSpace();
+  if (free >= bytes) return true;
+  std::uint64_t inAll = free;
+  const auto oldest = removable();
+  for (const auto& [folder, size] : oldest) inAll += size;
+  // Others fill the disk, and would take what is given up, too.
+  if (inAll < bytes) return false;
+  for (const auto& [folder, size] : oldest) {
+    if (freeSpace() >= bytes || !remove(folder.name)) break;
+  }
+  return freeSpace() >= bytes;
 }
 
 bool Versions::forget() {

@@ -93,10 +93,11 @@ class Versions {
   std::vector<VersionFolder> chain() const;
 
   /// Merges and removes the versions that need not be kept, and the oldest ones as far as they are
-  /// more than there is to be.
+  /// more than there is to be, or room is wanted.
   Outcome thin(ReferenceTime now, const VersionsKept& kept);
-  /// Removes the oldest version of any action; false when there is none but the newest ones.
-  bool removeOldest();
+  /// Removes the oldest versions of any action until so many bytes are free, and none at all when
+  /// that would not be enough. Whether so many are free.
+  bool makeRoom(std::uint64_t bytes);
   /// Removes all older versions of the action.
   bool forget();
 
@@ -113,6 +114,9 @@ class Versions {
   Outcome finishMerge(const HeldFolder& older, const std::string& merging);
   Outcome drop(const VersionFolder& version, const std::vector<VersionFolder>& chain);
   bool remove(const std::string& name);
+  /// The older versions of all actions, oldest first, with the bytes that they take up.
+  std::vector<std::pair<VersionFolder, std::uint64_t>> removable() const;
+  std::uint64_t freeSpace() const;
   bool rename(const std::string& from, const std::string& to) const;
   Error failed(const std::string& name) const;
   void note(std::string line);

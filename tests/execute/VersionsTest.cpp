@@ -193,10 +193,17 @@ TEST_F(VersionsTest, AreThinnedByAge) {
   EXPECT_LT(versions->chain().front().date - begun, 32 * kDay) << "the first month is still there";
   ASSERT_TRUE(versions->thin(clock.time, {.seconds = 10 * kDay}));
   EXPECT_GE(versions->chain().front().date, clock.time - 10 * kDay);
-  EXPECT_TRUE(versions->removeOldest());
+  // As many bytes as the run has added are given for room, and nothing in vain.
+  const std::size_t before = versions->chain().size();
+  EXPECT_FALSE(versions->makeRoom(UINT64_MAX)) << "all of them would not be enough";
+  ASSERT_TRUE(versions->thin(clock.time, {.freeSpace = UINT64_MAX}));
+  EXPECT_EQ(versions->chain().size(), before);
+  ASSERT_TRUE(versions->thin(clock.time, {.freeSpace = UINT64_MAX, .added = 5000}));
+  EXPECT_EQ(versions->chain().size(), before - 1) << "each has a list of one block";
+  ASSERT_TRUE(versions->thin(clock.time, {.freeSpace = UINT64_MAX, .added = 1 << 30}));
+  EXPECT_GE(versions->chain().size(), 4u) << "those of the last two days stay";
   ASSERT_TRUE(versions->thin(clock.time, {.bytes = 1}));
   EXPECT_EQ(versions->chain().size(), 1u) << "the newest are the copies, which stay";
-  EXPECT_FALSE(versions->removeOldest());
 }
 
 TEST_F(VersionsTest, KeepTheirOrderWhenTheClockIsSetBack) {
