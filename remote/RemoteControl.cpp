@@ -263,9 +263,10 @@ std::vector<std::byte> RemoteControl::receiveFromRemoteController(const std::str
 double RemoteControl::weightOf(const RemoteCommand& command) const {
   const auto* launch = std::get_if<RemoteCommand::Launch>(&command.what);
   if (launch == nullptr) return 1;
-  return static_cast<double>(std::ranges::count_if(launch->references, [&](std::int64_t ref) {
+  const auto count = std::ranges::count_if(launch->references, [this](std::int64_t ref) {
     return m.tree.rootItem().actionForReference(ref) != nullptr;
-  }));
+  });
+  return static_cast<double>(std::max<std::ptrdiff_t>(count, 1));
 }
 
 std::vector<std::byte> RemoteControl::answerProof(const std::string& address,
@@ -345,10 +346,13 @@ bool RemoteControl::run(const std::string&, const RemoteCommand::Activate& comma
 }
 
 bool RemoteControl::run(const std::string&, const RemoteCommand::Launch& command) {
-  const std::size_t room = kMostLaunchesWaiting - std::min(kMostLaunchesWaiting, mToLaunch.size());
-  const auto& refs = command.references;
-  mToLaunch.insert(mToLaunch.end(), refs.begin(),
-                   refs.begin() + static_cast<std::ptrdiff_t>(std::min(room, refs.size())));
+  bool toldUnknown = false;
+  for (const std::int64_t ref : command.references) {
+    if (mToLaunch.size() >= kMostLaunchesWaiting) break;
+    // Each that is no action becomes a line of the report: one of them tells enough.
+    const bool isKnown = m.tree.rootItem().actionForReference(ref) != nullptr;
+    if (isKnown || !std::exchange(toldUnknown, true)) mToLaunch.push_back(ref);
+  }
   if (mLaunching == 0) launchSome();
   return true;
 }
