@@ -11,6 +11,7 @@
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
+#include "actions/ActionsTools.h"
 #include "actions/FolderDescription.h"
 #include "actions/History.h"
 #include "actions/TaskRequest.h"
@@ -95,6 +96,7 @@ ReportComposer::Counts ReportComposer::countExecutions(ReferenceTime last) {
     if (!date || *date < last || entry.contains(TaskRequest::kTaskKey)) continue;
     ++counts.executions;
     if (entry.integer("ActionErrors") >= 1) ++counts.withErrors;
+    if (entry.integer(RunKey::onlyLacks) != 0) continue;
     if (std::ranges::find(kFailures, entry.integer("C")) != kFailures.end()) ++counts.failed;
   }
   return counts;

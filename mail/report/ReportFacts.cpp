@@ -63,6 +63,9 @@ std::optional<double> paceOf(const std::vector<std::pair<double, double>>& point
   return both / dates;
 }
 
+/// It has copied all that can be, and counts as a success that leaves something to be done.
+bool isWholeButForLacks(const ZAN_Value& run) { return run.integer(RunKey::onlyLacks) != 0; }
+
 }  // namespace
 
 RunKind kindOfRun(std::int64_t code) {
@@ -146,7 +149,7 @@ void ReportGatherer::takeRuns(ReportFacts& facts) {
     action.reference = reference;
     action.title = shortened(entry.string("Title"));
     facts.lastRun = std::max(facts.lastRun.value_or(*date), *date);
-    if (kindOfRun(entry.integer("C")) == RunKind::completed)
+    if (kindOfRun(entry.integer("C")) == RunKind::completed || isWholeButForLacks(entry))
       action.lastSuccess = std::max(action.lastSuccess.value_or(*date), *date);
     // It may have begun before and ended within.
     if (entry["EndDate"].asDate().value_or(*date) < facts.period.since) continue;
@@ -188,7 +191,9 @@ void ReportGatherer::takeRun(const ZAN_Value& entry, Action& action, ReportFacts
           mTexts.text("ReportStopped", {action.title, pastDate(date, facts.period.until)}));
       break;
     default:
-      ++(kind == RunKind::failed ? facts.failed : facts.withErrors);
+      ++(kind == RunKind::failed     ? facts.failed
+         : isWholeButForLacks(entry) ? facts.completed
+                                     : facts.withErrors);
       ++action.bad;
       action.lastBad = entry;
   }
