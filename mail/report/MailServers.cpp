@@ -40,6 +40,11 @@ std::int64_t usualPort(std::int64_t security) {
   return security == MailKey::kStartTls ? 587 : 25;
 }
 
+/// Whoever says the place has named the server.
+std::string withoutName(const std::string& reason, const std::string& server) {
+  return reason.starts_with(server + ": ") ? reason.substr(server.size() + 2) : reason;
+}
+
 /// A trial that goes on.
 struct RunningTrial {
   MailTrial events;
@@ -65,7 +70,7 @@ struct RunningTrial {
   }
   static void ended(const std::shared_ptr<RunningTrial>& trial, const MailServerPlace& place,
                     const MailSettings& settings, const Delivery& delivery) {
-    if (!delivery.isTaken) trial->events.failed(place, delivery.reason);
+    if (!delivery.isTaken) trial->events.failed(place, withoutName(delivery.reason, place.server));
     if (delivery.isTaken || delivery.wasAnswered || trial->next == trial->places.size())
       return trial->events.ended(place, settings, delivery);
     tryNext(trial);

@@ -303,9 +303,9 @@ TEST_F(WindowModelsTest, TheAccountOfTheReportsIsSetUpAndTried) {
     return PeerScript().line("554 not you").close();
   };
   item("Send a test").perform();
-  EXPECT_EQ(shown("Last test:"), "Asking mail.example.com …");
+  EXPECT_EQ(shown("Last test:"), "Asking mail.example.com:587 (none) …");
   scenario.runFor(60);
-  EXPECT_THAT(shown("Last test:"), HasSubstr("Not sent. mail.example.com: 554 not you"));
+  EXPECT_THAT(shown("Last test:"), HasSubstr("Not sent. mail.example.com:587 (none): 554 not you"));
 }
 
 TEST_F(WindowModelsTest, AShortcutReadsModifiersFirst) {
