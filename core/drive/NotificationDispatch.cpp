@@ -142,6 +142,7 @@ void NotificationDispatch::takeUpLaunches() {
 
 void NotificationDispatch::takeUpLaunches(double end, double storeBy) {
   const auto isBefore = [this](double time) { return m.platform.clock.monotonic() < time; };
+  mWork.interruptions.settle();
   const bool moreFollow = mWork.queue.burst([&] {
     int taken = 0;
     for (; !mLaunches.empty() && (taken == 0 || isBefore(end)); ++taken) {

@@ -128,7 +128,10 @@ Result<std::vector<std::string>> StateAnswers::why(std::int64_t ref) {
   return lines;
 }
 
-bool StateAnswers::together(const std::function<bool()>& body) { return mWork.queue.burst(body); }
+bool StateAnswers::together(const std::function<bool()>& body) {
+  mWork.interruptions.settle();
+  return mWork.queue.burst(body);
+}
 
 Outcome StateAnswers::launch(std::int64_t ref) {
   if (!mLaunchStep.welcomeMessageWasDisplayed()) m.state.holdBackUntil(m.platform.clock.now());

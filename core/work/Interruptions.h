@@ -22,7 +22,8 @@ class Interruptions {
   void takeUp();
   /// When `settle` is to look again; kNever when everything is settled.
   ReferenceTime nextLook() const;
-  /// Settles what can be settled.
+  /// Settles what can be settled; before a launch too, which would else be refused as one that
+  /// goes on.
   void settle();
 
  private:
