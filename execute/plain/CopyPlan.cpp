@@ -161,7 +161,8 @@ CopyPlan::Identity identityOf(const FolderDescription& item, const VolumeInforma
   // A path from the root, or on a server, is one place; of a device the size has to do.
   const std::string_view source = item.source();
   const bool isPlace = source.starts_with('/') || source.find(":/") != std::string_view::npos;
-  return isPlace ? CopyPlan::Identity::sure : CopyPlan::Identity::name;
+  const bool isJoined = item.fileSystem().starts_with("fuse") || item.fileSystem() == "overlay";
+  return isPlace || !isJoined ? CopyPlan::Identity::sure : CopyPlan::Identity::name;
 }
 
 }  // namespace
