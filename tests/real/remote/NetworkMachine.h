@@ -122,10 +122,10 @@ class NetworkMachine {
   TemporaryFolder home;
   bool onlyIPv6 = false;  ///< with addresses of the link alone, from before `connectTo`
   std::string address;
-  std::unique_ptr<ChildProcess> bus;
-  std::unique_ptr<ChildProcess> avahi;
   std::string output;  ///< of bus and Avahi
   std::string said;
+  std::unique_ptr<ChildProcess> bus;
+  std::unique_ptr<ChildProcess> avahi;
 
  private:
   std::string busAddress() const { return "unix:path=" + mFolder.at("bus"); }
