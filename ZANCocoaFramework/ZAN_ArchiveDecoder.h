@@ -2,7 +2,7 @@
 
 #include "ZANCocoaFramework/ZAN_ArchiveStream.h"
 #include "ZANCocoaFramework/ZAN_Opaque.h"
-#include "ZANCocoaFramework/ZAN_TextPool.h"
+#include "ZANCocoaFramework/ZAN_ValueNodes.h"
 
 namespace corvana {
 

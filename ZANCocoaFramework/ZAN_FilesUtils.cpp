@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <memory>
 #include <system_error>
 

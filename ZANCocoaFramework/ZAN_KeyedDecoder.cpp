@@ -1,11 +1,10 @@
 #include "ZANCocoaFramework/ZAN_KeyedDecoder.h"
 
 #include <array>
-#include <limits>
 
 #include "ZANCocoaFramework/ZAN_ArchiveTypes.h"
-#include "ZANCocoaFramework/ZAN_BinaryPropertyList.h"
 #include "ZANCocoaFramework/ZAN_Opaque.h"
+#include "ZANCocoaFramework/ZAN_PropertyList.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 
 namespace corvana {

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <fstream>
 #include <optional>
-#include <system_error>
 
 namespace corvana {
 

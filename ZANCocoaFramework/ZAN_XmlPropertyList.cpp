@@ -7,12 +7,11 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <limits>
 
 #include "ZANCocoaFramework/ZAN_ArchiveTypes.h"
 #include "ZANCocoaFramework/ZAN_DataUtils.h"
-#include "ZANCocoaFramework/ZAN_TextPool.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
+#include "ZANCocoaFramework/ZAN_ValueNodes.h"
 
 namespace corvana {
 

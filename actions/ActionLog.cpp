@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <utility>
-#include <vector>
 
+#include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
+#include "actions/LocalDates.h"
 #include "actions/TaskRequest.h"
 #include "platform/Clock.h"
+#include "platform/Machine.h"
 
 namespace corvana {
 
@@ -171,6 +173,34 @@ void ActionLog::saveLogListAsLog(const ZAN_Value& list, bool isAnew) {
         return (date ? calendar.format(*date, kDateFormat) : "") + " - " + messageForEntry(entry);
       },
       isAnew);
+}
+
+void CompleteLog::initCreateCompleteLogForAction(const ZAN_Value& settings,
+                                                 std::string_view titleFormat) {
+  mMustCreate = false;
+  mPath.clear();
+  if (settings.integer("ProgrammedActionLinksCreateFullLog") == 0) return;
+  mMustCreate = true;
+  mPath = ZAN_FilesUtils::joinedPath(
+      mFiles.folder().logFilesFolderPath(),
+      ZAN_FilesUtils::safeFileName(settings["Title"].stringView(), "-LogFile.txt"));
+  (void)mFiles.createEmptyFileAtPath(mPath, DataFiles::dataFileAttributes());
+  const std::string date = mFiles.dates().strings().getShortTimeDate(mFiles.clock().now());
+  append(ZAN_StringUtils::format(titleFormat, {date}) + "\n");
+}
+
+void CompleteLog::addToCompleteLogFile(std::string_view text, bool addDate) {
+  if (!mMustCreate) return;
+  const std::string entry = ZAN_StringUtils::oneEntry(text);
+  if (!addDate) return append(ZAN_StringUtils::format(">%@\n", {entry}));
+  static const ZAN_DateUtils kUniversal("UTC", "C");
+  const std::string date = kUniversal.format(mFiles.clock().now(), "%Y-%m-%d %H:%M:%S +0000");
+  append(ZAN_StringUtils::format("%@ - %@\n", {date, entry}));
+}
+
+void CompleteLog::append(std::string_view text) {
+  const Outcome outcome = ZAN_FilesUtils::appendToFile(mPath, text, true);
+  if (!outcome) mFiles.systemLog().write("Unable saving data in file " + mPath);
 }
 
 }  // namespace corvana

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <vector>
 
 #include "actions/ActionStore.h"
 #include "platform/Clock.h"

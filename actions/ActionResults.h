@@ -11,7 +11,7 @@
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "actions/DataFolder.h"
+#include "actions/InstalledPlaces.h"
 
 namespace corvana {
 

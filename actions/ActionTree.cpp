@@ -4,7 +4,6 @@
 #include <limits>
 #include <map>
 #include <unordered_map>
-#include <vector>
 
 #include "actions/TreeFiles.h"
 #include "platform/Clock.h"

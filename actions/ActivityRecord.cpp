@@ -1,10 +1,8 @@
 #include "actions/ActivityRecord.h"
 
 #include <algorithm>
-#include <array>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "platform/Clock.h"

@@ -4,7 +4,6 @@
 
 #include <limits>
 #include <utility>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/LocalDates.h"

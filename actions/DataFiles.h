@@ -15,9 +15,9 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "actions/DataFolder.h"
 #include "actions/FileSaver.h"
 #include "actions/Generations.h"
+#include "actions/InstalledPlaces.h"
 #include "platform/RunLoop.h"
 
 namespace corvana {

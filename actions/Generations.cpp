@@ -9,7 +9,7 @@
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "actions/DataFolder.h"
+#include "actions/InstalledPlaces.h"
 #include "platform/Clock.h"
 
 namespace corvana {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <unordered_set>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"

@@ -6,8 +6,10 @@
 #include <string_view>
 #include <vector>
 
+#include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/ActionContext.h"
 
 namespace corvana {
 
@@ -100,6 +102,58 @@ class Schedule {
 
  private:
   void readList(const ZAN_Value& archive);
+};
+
+/// The days that a schedule entry chooses, one after the other, from a day on and as far as its
+/// horizon reaches. The first day counts as the horizon's first; a day that the zone left out
+/// neither counts nor is chosen. Days are numbers as in `ZAN_CivilDay`.
+class ScheduleDays {
+ public:
+  /// Both objects must outlive this one. A date a year is looked for in `currentYear` and the next.
+  ScheduleDays(const ScheduleEntry& entry, const ZAN_DateUtils& calendar, std::int64_t startDay,
+               std::int64_t currentYear);
+
+  /// Null when the horizon is reached.
+  std::optional<std::int64_t> next();
+
+  /// How many days that is; 0 for an entry that chooses none.
+  static std::int64_t horizonOf(const ScheduleEntry& entry);
+
+ private:
+  std::optional<std::int64_t> candidate();
+  std::optional<std::int64_t> nextInMonth();
+  std::optional<std::int64_t> nextInWeek();
+  std::optional<std::int64_t> nextYearly();
+  std::uint32_t chosenDaysOfMonth(ZAN_CivilDay day, std::int64_t number) const;
+
+  const ScheduleEntry& mEntry;
+  const ZAN_DateUtils& mCalendar;
+  std::int64_t mDay;  ///< the next one to look at
+  std::int64_t mEnd;
+  std::int64_t mSkipped;  ///< the next day that the zone left out
+  std::int64_t mYear;
+};
+
+/// What the evaluation asks of a settings record at every pass, decoded once: beside the schedule
+/// the events that start the action, the notice that it was not executed for long, and what it is
+/// listed with.
+struct TriggerSettings {
+  TriggerSettings() = default;
+  explicit TriggerSettings(const ZAN_Value& settings);
+
+  /// Whether a change of the value under that key makes what was decoded stale. "LastScheduleDate"
+  /// does not: `schedule.setLastScheduleDate` takes it.
+  static bool dependsOnKey(std::string_view key);
+
+  Schedule schedule;
+  ZAN_Value title;                              ///< "Title" as stored
+  ZAN_Value shortcut;                           ///< "Shortcut" as stored
+  std::int64_t mode = 0;                        ///< "Mode"
+  ActionContext context = ActionContext::none;  ///< "TriggerContextPopup"
+  std::int64_t idleMinutes = 0;                 ///< "TriggerScheduleMinutes" as stored
+  std::int64_t notExecuted = 0;  ///< "TriggerNotificationNotExecuted": bit 0 message, bit 1 mail
+  std::int64_t notExecutedDays = 0;  ///< "TriggerDelayNotExecuted" as stored
+  ZAN_Value appQuitPath;             ///< "TriggerAppQuitPath": text or null
 };
 
 }  // namespace corvana

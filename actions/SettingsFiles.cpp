@@ -2,7 +2,6 @@
 
 #include <limits>
 #include <span>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_DataUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"

@@ -16,7 +16,6 @@
 #include "core/work/Work.h"
 #include "mail/report/EmailReport.h"
 #include "mail/report/MailAccount.h"
-#include "mail/report/NotExecutedNotice.h"
 #include "mail/report/OutgoingMail.h"
 #include "mail/smtp/MailSender.h"
 #include "remote/PairingOffer.h"

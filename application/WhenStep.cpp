@@ -10,8 +10,8 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "actions/RecordKeys.h"
 #include "actions/ScheduleSentence.h"
-#include "actions/VersionKey.h"
 #include "application/BackupFacts.h"
 #include "desktop/Texts.h"
 

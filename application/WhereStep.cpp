@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "actions/ActionsTools.h"
-#include "actions/EngineKey.h"
+#include "actions/RecordKeys.h"
 #include "desktop/Texts.h"
 #include "execute/restic/Repository.h"
 #include "volumes/VolumeReference.h"

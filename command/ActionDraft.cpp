@@ -9,8 +9,8 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionsTools.h"
-#include "platform/linux/ExpendableChild.h"
 #include "platform/linux/HeldFolder.h"
+#include "platform/linux/Spawn.h"
 #include "volumes/VolumeIdentity.h"
 #include "volumes/VolumeReference.h"
 

@@ -5,8 +5,8 @@
 #include <charconv>
 #include <sstream>
 
+#include "actions/RecordKeys.h"
 #include "actions/TaskRequest.h"
-#include "actions/VersionKey.h"
 #include "volumes/VolumeIdentity.h"
 
 namespace corvana {

@@ -11,7 +11,7 @@
 #include "command/StorageCheck.h"
 #include "core/record/Preferences.h"
 #include "core/work/AgeAlarm.h"
-#include "core/work/QueueRecord.h"
+#include "core/work/ComingActions.h"
 
 namespace corvana {
 

@@ -1,6 +1,5 @@
 #include "command/CommandHome.h"
 
-#include "actions/ComingRuns.h"
 #include "actions/ScheduleSentence.h"
 #include "core/record/Preferences.h"
 #include "platform/qt/GvfsShares.h"

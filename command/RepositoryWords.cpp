@@ -5,8 +5,7 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "actions/EngineKey.h"
-#include "actions/VersionKey.h"
+#include "actions/RecordKeys.h"
 #include "command/ActionWords.h"
 #include "command/CopiesRequest.h"
 #include "command/VersionCommands.h"

@@ -9,7 +9,7 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/FolderDescription.h"
 #include "command/CommandHome.h"
-#include "volumes/FreeSpaceHistory.h"
+#include "volumes/VolumesHistory.h"
 #include "volumes/ZAN_MountedVolumes.h"
 
 namespace corvana {

@@ -9,7 +9,7 @@
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "core/record/Preferences.h"
-#include "core/work/QueueRecord.h"
+#include "core/work/ComingActions.h"
 #include "core/work/WhyNot.h"
 #include "platform/linux/ProcessTable.h"
 #include "volumes/VolumeIdentity.h"

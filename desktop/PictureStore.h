@@ -4,7 +4,7 @@
 #include <QImage>
 #include <deque>
 
-#include "ui/StatusPicture.h"
+#include "ui/StatusItem.h"
 
 namespace corvana {
 

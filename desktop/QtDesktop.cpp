@@ -19,7 +19,7 @@
 #include "core/record/Records.h"
 #include "desktop/ScreenInput.h"
 #include "desktop/X11.h"
-#include "platform/linux/ExpendableChild.h"
+#include "platform/linux/Spawn.h"
 #include "platform/qt/BusConnection.h"
 #include "ui/UserInterfaceSources.h"
 

@@ -5,7 +5,7 @@
 #include "desktop/DesktopLanguage.h"
 #include "desktop/QtUserInterface.h"
 #include "platform/Input.h"
-#include "platform/qt/GuardedApplication.h"
+#include "platform/qt/QtRunLoop.h"
 #include "ui/Desktop.h"
 
 namespace corvana {

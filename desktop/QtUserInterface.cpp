@@ -19,9 +19,9 @@
 #include "desktop/X11.h"
 #include "platform/Machine.h"
 #include "platform/RunLoop.h"
-#include "ui/FloatingIconLines.h"
+#include "ui/FloatingIcon.h"
+#include "ui/StatusItem.h"
 #include "ui/StatusMenu.h"
-#include "ui/StatusPicture.h"
 #include "ui/UserInterfaceSources.h"
 
 namespace corvana {

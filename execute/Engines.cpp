@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "actions/EngineKey.h"
+#include "actions/RecordKeys.h"
 
 namespace corvana {
 

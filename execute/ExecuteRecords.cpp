@@ -8,8 +8,8 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
-#include "actions/EngineKey.h"
 #include "actions/History.h"
+#include "actions/RecordKeys.h"
 #include "actions/TaskRequest.h"
 #include "platform/Clock.h"
 

@@ -5,7 +5,7 @@
 
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
-#include "actions/VersionKey.h"
+#include "actions/RecordKeys.h"
 #include "execute/VersionPlaces.h"
 #include "platform/Clock.h"
 

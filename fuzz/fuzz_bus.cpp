@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/qt/BusValues.h"
+#include "platform/qt/BusConnection.h"
 
 namespace {
 

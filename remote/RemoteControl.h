@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "core/record/BurstGate.h"
-#include "platform/Changes.h"
+#include "core/record/Deadline.h"
 #include "platform/RunLoop.h"
+#include "platform/UserInterface.h"
 #include "remote/Allowance.h"
 #include "remote/AllowedAddresses.h"
 #include "remote/CommandProof.h"

@@ -10,7 +10,7 @@
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "platform/Volumes.h"
-#include "platform/linux/DeviceFacts.h"
+#include "platform/linux/MountTable.h"
 
 namespace corvana {
 

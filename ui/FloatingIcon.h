@@ -1,14 +1,23 @@
 #pragma once
 
+#include <cstddef>
+#include <string>
+#include <vector>
+
 #include "core/record/Deadline.h"
 #include "platform/Input.h"
 #include "platform/UserInterface.h"
+#include "ui/UserInterfaceSources.h"
 
 namespace corvana {
 
 class Announce;
 class StatusItem;
 struct Records;
+
+/// The text beside the floating icon: what the agent does now and how far that is, then what comes,
+/// `count` lines at most. Thread: main.
+std::vector<std::string> floatingIconLines(const UserInterfaceSources& sources, std::size_t count);
 
 /// What is seen of the agent above other windows: the small icon that floats there, what the
 /// pointer in the menu bar brings up, and how far the running execution is, in the icon and in the

@@ -6,6 +6,8 @@
 
 namespace corvana {
 
+class Processes;
+
 /// The meaning of a menu title's colour; the desktop has a shade for each.
 enum class MenuColour { label, information, warning, alarm, secondary };
 
@@ -68,5 +70,11 @@ struct MenuItem {
     return item;
   }
 };
+
+/// The contents of a folder as items that hand their path to `open`, folders as submenus of their
+/// own; hidden files are left out, and what is too much for a menu. It waits for the folder's disk
+/// a minute at most, and then shows nothing. Thread: any.
+MenuItem::List folderItems(Processes& processes, const std::string& path,
+                           const std::function<void(const std::string&)>& open);
 
 }  // namespace corvana

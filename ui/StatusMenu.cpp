@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <utility>
 
-#include "actions/ActionSort.h"
+#include "actions/ProgrammedAction.h"
 #include "core/machine/MachineDuties.h"
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
@@ -12,8 +12,6 @@
 #include "platform/Machine.h"
 #include "platform/Processes.h"
 #include "platform/Volumes.h"
-#include "ui/FolderContents.h"
-#include "ui/LaunchByHand.h"
 #include "ui/StatusItem.h"
 
 namespace corvana {

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,6 +11,9 @@
 #include "platform/Volumes.h"
 
 namespace corvana {
+
+class RunLoop;
+class ZAN_MountVolume;
 
 /// The mounted volumes with their details, local ones first, then those of servers, each in the
 /// order of mounting. Thread: main.
@@ -41,6 +47,45 @@ class ZAN_MountedVolumes {
   Volumes& mVolumes;
   bool mWasRead = false;
   std::vector<ZAN_Value> mListOfMountedVolumes;
+};
+
+/// Every partition with a name that the system knows, mounted or not, as records "bsdName",
+/// "volName" and, only when mounted, "mountPoint". Read in the background. Thread: main.
+class ZAN_ConnectedVolumes {
+ public:
+  /// Reads nothing yet.
+  ZAN_ConnectedVolumes(RunLoop& runLoop, const ZAN_MountVolume& tools);
+
+  /// Reads the list in the background; until it is done the list is not available. While one
+  /// reading runs, another request is dropped. When the tool is missing or fails, the old list
+  /// stays.
+  void updateListVolumes();
+  bool isListVolumesAvailable() const { return mState->isAvailable; }
+  bool isUpdatingList() const { return mState->isUpdating; }
+
+  std::vector<ZAN_Value> getAllVolumes() const { return mState->list; }
+  std::vector<ZAN_Value> getMountedVolumes() const;
+  std::vector<ZAN_Value> getUnmountedVolumes() const;
+
+  /// The first one of that name that is known is mounted, in the background; unknown: nothing
+  /// happens.
+  void mountVolume(const std::string& name, std::function<void()> done = {});
+  void mountVolumeWithBsd(const std::string& bsdName, std::function<void()> done = {});
+
+  /// BSD names of all disks and partitions, nothing when the tool fails. Blocks. Thread: any.
+  static std::optional<std::vector<std::string>> getAllBSDName(const ZAN_MountVolume& tools);
+  /// Those that are partitions with a name. Blocks. Thread: any.
+  static std::vector<std::string> getAllPartitionsBSDName(const ZAN_MountVolume& tools);
+
+ private:
+  struct State {
+    bool isUpdating = false;
+    bool isAvailable = false;
+    std::vector<ZAN_Value> list;
+  };
+  RunLoop& mRunLoop;
+  const ZAN_MountVolume& mTools;
+  std::shared_ptr<State> mState;
 };
 
 }  // namespace corvana

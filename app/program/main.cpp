@@ -30,7 +30,6 @@
 #include "platform/qt/BusAgentObject.h"
 #include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
-#include "platform/qt/GuardedApplication.h"
 #include "platform/qt/GvfsShares.h"
 #include "platform/qt/Logind.h"
 #include "platform/qt/QtNetwork.h"

@@ -11,7 +11,7 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/ActionsTools.h"
-#include "actions/ComingRuns.h"
+#include "actions/Forecast.h"
 
 namespace corvana {
 namespace {

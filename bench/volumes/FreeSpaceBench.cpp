@@ -5,7 +5,7 @@
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/ActionStore.h"
 #include "platform/simulated/SimulatedPlatform.h"
-#include "volumes/FreeSpaceHistory.h"
+#include "volumes/VolumesHistory.h"
 #include "volumes/ZAN_MountedVolumes.h"
 
 namespace corvana {

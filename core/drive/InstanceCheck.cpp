@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "actions/DataFolder.h"
+#include "actions/InstalledPlaces.h"
 #include "core/record/Records.h"
 #include "platform/Clock.h"
 #include "platform/DistributedNotifications.h"

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
-#include <string>
 #include <utility>
 
 #include "core/drive/Controls.h"

@@ -5,7 +5,7 @@
 #include "core/drive/LaunchStep.h"
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/work/ProgressWords.h"
+#include "core/work/Announce.h"
 #include "core/work/WhyNot.h"
 #include "core/work/Work.h"
 #include "platform/Clock.h"

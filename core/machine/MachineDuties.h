@@ -1,20 +1,13 @@
 #pragma once
 
-#include "core/machine/AliasMounter.h"
-#include "core/machine/FreeSpaceSurvey.h"
-#include "core/machine/LongDisabledWarning.h"
-#include "core/machine/RecoveryCopy.h"
+#include "core/machine/PowerDuties.h"
 #include "core/machine/SettingsBackup.h"
-#include "core/machine/ShutdownHelper.h"
 #include "core/machine/StartupDisk.h"
 #include "core/machine/SystemInformation.h"
 #include "core/machine/VolumeMounter.h"
 #include "core/machine/VolumeWatch.h"
 #include "core/machine/VolumesFolderSurvey.h"
-#include "core/machine/WakeUp.h"
-#include "volumes/FreeSpaceHistory.h"
-#include "volumes/MountedVolumesHistory.h"
-#include "volumes/ZAN_ConnectedVolumes.h"
+#include "volumes/VolumesHistory.h"
 #include "volumes/ZAN_MountVolume.h"
 #include "volumes/ZAN_MountedVolumes.h"
 

@@ -23,6 +23,7 @@
 #include "platform/Volumes.h"
 #include "volumes/VolumeIdentity.h"
 #include "volumes/VolumeReference.h"
+#include "volumes/ZAN_MountVolume.h"
 
 namespace corvana {
 
@@ -305,6 +306,23 @@ Outcome SettingsBackup::saveSettings(const std::string& source, const std::strin
   for (std::size_t i = 0; outcome && i + kEarlierDays < days.size(); ++i)
     outcome = mirror.removeFolder(ZAN_FilesUtils::joinedPath(earlier, days[i]));
   return outcome;
+}
+
+void RecoveryCopy::copyRecoveryPartition(const ZAN_Value& userInfo) {
+  const std::string source = userInfo.string("sourceDeviceIdentifier");
+  const std::string target = userInfo.string("DeviceIdentifier");
+  m.platform.runLoop.detachThread("copyRecoveryPartition", [source, target, tools = mTools,
+                                                            &loop = m.platform.runLoop,
+                                                            &channel = m.channel] {
+    ZAN_Value answer =
+        ZAN_Value::dictionary({{"DeviceIdentifier", target}, {"sourceDeviceIdentifier", source}});
+    if (tools.restore(source, target)) {
+      if (const auto result = tools.setFormatType("Apple_Boot", target))
+        answer.setValue("commandResult", *result);
+    }
+    loop.performOnMain(
+        [&channel, answer] { channel.postToMainApp("SendCopyRecoveryHDCompleted", answer); });
+  });
 }
 
 }  // namespace corvana

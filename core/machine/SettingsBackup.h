@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -12,6 +11,7 @@
 namespace corvana {
 
 class VolumeIdentity;
+class ZAN_MountVolume;
 struct Records;
 
 /// Copies the data folder to the folders that the user has chosen for that, each at most every two
@@ -64,6 +64,22 @@ class SettingsBackup {
   std::map<std::string, std::string> mReasons;  ///< of the failures that were said, by path
   /// Gone with this object: what a thread hands back later finds nobody.
   std::shared_ptr<SettingsBackup*> mSelf = std::make_shared<SettingsBackup*>(this);
+};
+
+/// Copies a recovery partition for the main application. Thread: main; the copy itself runs in the
+/// background.
+class RecoveryCopy {
+ public:
+  RecoveryCopy(Records& records, const ZAN_MountVolume& tools) : m(records), mTools(tools) {}
+
+  /// From "sourceDeviceIdentifier" to "DeviceIdentifier" (BSD names). The main application hears
+  /// "SendCopyRecoveryHDCompleted" with both and, when the new partition was given its type,
+  /// "commandResult".
+  void copyRecoveryPartition(const ZAN_Value& userInfo);
+
+ private:
+  Records& m;
+  const ZAN_MountVolume& mTools;
 };
 
 }  // namespace corvana

@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <string>
 
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "platform/Machine.h"
 
 namespace corvana {
 
+class TriggerEvaluation;
 struct Records;
 
 /// Notices that the machine was started from another disk than usual, where the actions may point
@@ -56,6 +56,21 @@ class StartupDisk {
   std::uint64_t mPreviousSize = 0;
   std::uint64_t mPreviousDate = 0;
   bool mAsks = false;
+};
+
+/// Reminds a user who has automatic execution off, or has not yet answered the question about the
+/// start-up disk, that actions were due and none was executed for days. Thread: main.
+class LongDisabledWarning {
+ public:
+  LongDisabledWarning(Records& records, const TriggerEvaluation& evaluation)
+      : m(records), mEvaluation(evaluation) {}
+
+  /// A moment after the start, when the dates of all actions are known.
+  void checkIfExecutionIsDisabled();
+
+ private:
+  Records& m;
+  const TriggerEvaluation& mEvaluation;
 };
 
 }  // namespace corvana

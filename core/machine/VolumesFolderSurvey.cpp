@@ -1,7 +1,6 @@
 #include "core/machine/VolumesFolderSurvey.h"
 
 #include <cmath>
-#include <limits>
 #include <utility>
 
 #include "core/record/Records.h"

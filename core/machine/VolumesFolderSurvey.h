@@ -8,7 +8,6 @@
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "core/record/Deadline.h"
 #include "volumes/StrayRemoval.h"
-#include "volumes/VolumesFolder.h"
 
 namespace corvana {
 

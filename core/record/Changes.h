@@ -4,8 +4,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/Changes.h"
 #include "platform/RunLoop.h"
+#include "platform/UserInterface.h"
 
 namespace corvana {
 

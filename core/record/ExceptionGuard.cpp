@@ -3,7 +3,6 @@
 #include <cxxabi.h>
 
 #include <cstdlib>
-#include <memory>
 #include <typeinfo>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"

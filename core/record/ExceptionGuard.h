@@ -5,7 +5,6 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <string_view>
 
 #include "platform/RunLoop.h"
 

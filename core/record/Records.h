@@ -13,9 +13,7 @@
 #include "core/record/SchedulerLog.h"
 #include "core/record/SchedulerState.h"
 #include "core/record/SiblingChannel.h"
-#include "core/record/SiblingWatch.h"
 #include "core/record/StorageWatch.h"
-#include "core/record/SurveyExecution.h"
 #include "platform/Platform.h"
 
 namespace corvana {

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
 
@@ -9,8 +12,38 @@ namespace corvana {
 
 class DistributedNotifications;
 class Preferences;
-class SiblingWatch;
+class Processes;
+class SurveyExecution;
+struct RunningProcess;
 struct SchedulerState;
+
+/// Whether the other programs of the product run, told by the path of their bundle. Each question
+/// lists the running applications anew. Thread: main.
+class SiblingWatch {
+ public:
+  SiblingWatch(Processes& processes, SurveyExecution& survey, std::string mainAppBundlePath,
+               std::string executeAppBundlePath);
+
+  /// Of the programs that it looks for.
+  std::vector<std::string> bundlePaths() const {
+    return {mMainAppBundlePath, mExecuteAppBundlePath};
+  }
+
+  bool isMainAppLaunched();
+  /// One that was killed and that the system cannot end does not count.
+  bool isExecuteAppLaunched();
+  /// The same of a listing that the caller has at hand.
+  bool isMainAppAmong(std::span<const RunningProcess> running) const;
+  bool isExecuteAppAmong(std::span<const RunningProcess> running) const;
+  /// The processes of the execute application, whoever started them.
+  std::vector<std::int64_t> executeApps();
+
+ private:
+  Processes& mProcesses;
+  SurveyExecution& mSurvey;
+  std::string mMainAppBundlePath;
+  std::string mExecuteAppBundlePath;
+};
 
 /// What the agent listens to; sent by the main application and the execute application.
 inline constexpr std::string_view kSchedulerNotification = "CVA9_SchedulerNotification";

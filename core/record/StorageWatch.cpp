@@ -1,7 +1,5 @@
 #include "core/record/StorageWatch.h"
 
-#include <array>
-#include <memory>
 #include <optional>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"

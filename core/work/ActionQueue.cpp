@@ -8,7 +8,7 @@
 #include "actions/ProgrammedAction.h"
 #include "actions/TaskRequest.h"
 #include "core/record/Records.h"
-#include "core/work/AutomaticExecution.h"
+#include "core/work/ExecutionConditions.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
 #include "platform/UserInterface.h"

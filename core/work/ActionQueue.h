@@ -11,9 +11,8 @@
 #include <vector>
 
 #include "actions/ActionContext.h"
-#include "core/record/BurstGate.h"
-#include "core/work/NextAction.h"
-#include "core/work/QueueRecord.h"
+#include "core/record/Deadline.h"
+#include "core/work/ComingActions.h"
 
 namespace corvana {
 

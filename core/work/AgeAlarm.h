@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "core/record/Deadline.h"

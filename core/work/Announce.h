@@ -2,10 +2,16 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
+
+#include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
 
 class ActionQueue;
+class ExecuteSupervisor;
 struct Records;
 
 /// The strip that names the action about to run and then shows how far it is: when it is there.
@@ -26,5 +32,14 @@ class Announce {
   ActionQueue& mQueue;
   std::optional<std::int64_t> mRef;  ///< of the action it names, while it is open
 };
+
+/// What a report of an execution's progress says besides the per cent: "1.2 GB of 3 GB, 35 MB/s,
+/// 0:03:12 left", or "12,000 items found" while it is still being found out what there is to do.
+/// Empty for a report that says nothing of it.
+std::string progressInWords(const ZAN_Value& report, const ZAN_StringTable& texts,
+                            const ZAN_StringUtils& strings);
+/// The same of the latest report of what is executed; empty while nothing is.
+std::string progressInWords(const ExecuteSupervisor& supervisor, const ZAN_StringTable& texts,
+                            const ZAN_StringUtils& strings);
 
 }  // namespace corvana

@@ -10,7 +10,6 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "core/record/Deadline.h"
 #include "core/work/ActionQueue.h"
-#include "core/work/ChildOutput.h"
 #include "core/work/ExecutionWatch.h"
 #include "core/work/ZAN_TaskWrapper.h"
 

@@ -1,6 +1,5 @@
 #include "core/work/MissedRuns.h"
 
-#include <string>
 #include <utility>
 
 #include "actions/Forecast.h"

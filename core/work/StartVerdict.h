@@ -1,8 +1,9 @@
 #pragma once
 
-#include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <unordered_set>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "actions/ActionContext.h"
@@ -10,10 +11,25 @@
 namespace corvana {
 
 class ActionsTools;
-class ApplicationLists;
+class Processes;
 class ProgrammedAction;
-class Schedule;
 class VolumeIdentity;
+
+/// Which applications run, and which ended between the last two looks, by their names: the last
+/// component of their path without its extension. Thread: main.
+class ApplicationLists {
+ public:
+  /// Compares the running applications with those of the last call.
+  void update(Processes& processes);
+  /// Whether the application of this path ran at the last comparison.
+  bool isOpened(std::string_view path) const;
+  /// Whether it ended between the last two comparisons.
+  bool didQuit(std::string_view path) const;
+
+ private:
+  std::unordered_set<std::string> mOpened;
+  std::unordered_set<std::string> mQuitted;
+};
 
 /// What an evaluation knows beside the action; what is left out is not asked for.
 struct StartSituation {

@@ -1,15 +1,13 @@
 #include "core/work/TriggerEvaluation.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "actions/ActionsTools.h"
-#include "actions/EngineKey.h"
 #include "actions/Forecast.h"
 #include "actions/ProgrammedAction.h"
-#include "actions/TriggerSettings.h"
+#include "actions/RecordKeys.h"
+#include "actions/Schedule.h"
 #include "core/record/Records.h"
-#include "core/work/StartVerdict.h"
 #include "platform/Clock.h"
 #include "platform/Input.h"
 #include "platform/Machine.h"

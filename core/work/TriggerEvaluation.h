@@ -9,9 +9,9 @@
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "core/record/Deadline.h"
 #include "core/work/ActionQueue.h"
-#include "core/work/ApplicationLists.h"
+#include "core/work/ComingActions.h"
 #include "core/work/MissedRuns.h"
-#include "core/work/NextAction.h"
+#include "core/work/StartVerdict.h"
 
 namespace corvana {
 

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/ActionContext.h"
 #include "actions/ActionsTools.h"
 

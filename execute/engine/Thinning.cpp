@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "actions/VersionKey.h"
+#include "actions/RecordKeys.h"
 
 namespace corvana {
 

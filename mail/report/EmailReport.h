@@ -1,11 +1,16 @@
 #pragma once
 
+#include <string>
+
 #include "mail/report/OutgoingMail.h"
 #include "mail/report/ReportComposer.h"
 #include "mail/report/ReportFacts.h"
 
 namespace corvana {
 
+class OutgoingMail;
+class TriggerEvaluation;
+class ZAN_Value;
 struct Records;
 
 /// Mails the daily report: by itself at most once a day, and whenever it is asked for. Thread:
@@ -36,6 +41,26 @@ class EmailReport {
   Records& m;
   OutgoingMail& mMail;
   ReportComposer mComposer;
+};
+
+/// Says by message, by e-mail or both that an action was not executed for many days. Thread: main.
+class NotExecutedNotice {
+ public:
+  NotExecutedNotice(Records& records, TriggerEvaluation& evaluation, OutgoingMail& mail)
+      : m(records), mEvaluation(evaluation), mMail(mail) {}
+
+  /// Whether the evaluation has found such an action.
+  bool isWaiting() const;
+  /// The notice of the first one.
+  void postNext();
+  void actionNotExecutedSince(const ZAN_Value& settings);
+
+ private:
+  void sendByMail(const std::string& text);
+
+  Records& m;
+  TriggerEvaluation& mEvaluation;
+  OutgoingMail& mMail;
 };
 
 }  // namespace corvana

@@ -3,21 +3,20 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <set>
 
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
-#include "actions/ComingRuns.h"
 #include "actions/FolderDescription.h"
+#include "actions/Forecast.h"
 #include "actions/History.h"
 #include "actions/TaskRequest.h"
 #include "core/record/SchedulerLog.h"
 #include "core/work/AgeAlarm.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "volumes/FreeSpaceHistory.h"
+#include "volumes/VolumesHistory.h"
 
 namespace corvana {
 namespace {

@@ -1,6 +1,5 @@
 #include "mail/smtp/SMTPConnector.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "mail/smtp/SMTPTexts.h"

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "mail/smtp/SMTPMessage.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
 #include "platform/Network.h"
 

@@ -5,9 +5,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "mail/smtp/SMTPClientDelegate.h"
+#include "mail/smtp/EmailAddress.h"
 
 namespace corvana {
 
@@ -15,6 +16,55 @@ class Clock;
 class Network;
 class RunLoop;
 class SMTPConnector;
+class ZAN_SMTPClient;
+
+/// What an observer of a session is told of a failure.
+struct SMTPError {
+  static constexpr std::string_view kDomain = "SMTPClientErrorDomain";
+  static constexpr std::int64_t kInvalidAddress = 1;
+  static constexpr std::int64_t kTlsHandshake = 901;
+
+  std::int64_t code = 0;   ///< the server's own code, one of the above, or 0: a text without a code
+  std::string messageKey;  ///< the text
+};
+
+/// An observer of sessions; each part may be missing. Called on the thread of the session.
+struct SMTPClientDelegate {
+  /// Status numbers of the dialogue, and those that no dialogue has.
+  enum Status : std::int64_t {
+    connected = 0,
+    helo = 1,
+    ehlo = 2,
+    starttls = 3,
+    auth = 4,
+    mailFrom = 5,
+    rcptTo = 6,
+    data = 7,
+    quit = 8,
+    unresolved = 9,  ///< the server's name leads nowhere
+    notOpened = 10,  ///< the connection did not open in time
+    streamFailed = 11,
+  };
+
+  std::function<void(const ZAN_SMTPClient&, std::int64_t status)> reportStatus;
+  std::function<void(const ZAN_SMTPClient&, const SMTPError&)> reportError;
+  std::function<void(const ZAN_SMTPClient&, const std::string& text)> reportInformation;
+};
+
+/// What a session sends.
+struct SMTPMessage {
+  /// `message` is all of it, header and body, in lines that end in CR LF; `subject` does not count.
+  /// The session then follows the standard where it otherwise keeps to old habits.
+  bool isFinished = false;
+  std::string message;  ///< the body, HTML, its line ends as they are to be
+  std::string subject;
+  EmailAddress from;
+  std::vector<EmailAddress> to;
+
+  /// Header and body as they go over the wire, the final dot included. Of an unfinished one the
+  /// body is in base64, its pieces of 76 characters joined by line feeds alone.
+  std::string dataBlock() const;
+};
 
 /// Who calls a server. `log` gets one line a call, on the thread of the session.
 struct SMTPCaller {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <set>
-
 #include "platform/Input.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"

@@ -16,7 +16,7 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "platform/Processes.h"
-#include "platform/linux/DeviceFacts.h"
+#include "platform/linux/MountTable.h"
 
 namespace corvana {
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <map>
-
 #include "platform/Machine.h"
 #include "platform/linux/UserDefaults.h"
 

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <memory>
 #include <system_error>
 
 namespace corvana {

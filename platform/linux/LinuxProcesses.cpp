@@ -16,8 +16,6 @@
 #include <filesystem>
 #include <optional>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
-#include "platform/linux/ExpendableChild.h"
 #include "platform/linux/Spawn.h"
 
 namespace corvana {

@@ -10,11 +10,10 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <map>
-#include <thread>
 #include <tuple>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "platform/linux/ExpendableChild.h"
+#include "platform/linux/Spawn.h"
 #include "platform/linux/VolumesFolderAccess.h"
 
 namespace corvana {

@@ -6,7 +6,6 @@
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/RunLoop.h"
 #include "platform/linux/DescriptorWatch.h"
-#include "platform/linux/DeviceFacts.h"
 #include "platform/linux/MountTable.h"
 
 namespace corvana {

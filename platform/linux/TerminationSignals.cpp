@@ -1,6 +1,5 @@
 #include "platform/linux/TerminationSignals.h"
 
-#include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -9,7 +8,6 @@
 #include <fstream>
 #include <string>
 #include <string_view>
-#include <utility>
 
 namespace corvana {
 

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <memory>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "platform/linux/HeldFolder.h"
 #include "platform/linux/MountTable.h"

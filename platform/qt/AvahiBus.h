@@ -9,7 +9,6 @@
 #include <QString>
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace corvana::avahi {

@@ -8,7 +8,6 @@
 #include <optional>
 #include <utility>
 
-#include "platform/qt/BusValues.h"
 #include "platform/qt/QtRunLoop.h"
 
 namespace corvana {

@@ -12,8 +12,6 @@
 #include <map>
 #include <utility>
 
-#include "platform/qt/BusValues.h"
-
 namespace corvana {
 
 namespace {

@@ -8,8 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/qt/BusValues.h"
-
 namespace corvana {
 
 namespace {

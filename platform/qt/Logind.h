@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/WakeAlarm.h"
+#include "platform/linux/SystemClock.h"
 #include "platform/qt/BusConnection.h"
 
 namespace corvana {

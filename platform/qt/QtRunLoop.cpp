@@ -2,10 +2,6 @@
 
 #include <pthread.h>
 
-#include <QCoreApplication>
-#include <QObject>
-#include <QSocketNotifier>
-#include <QTimerEvent>
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -13,10 +9,8 @@
 #include <cmath>
 #include <condition_variable>
 #include <deque>
-#include <exception>
 #include <list>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -25,6 +19,10 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include <QCoreApplication>
+#include <QSocketNotifier>
+#include <QTimerEvent>
 
 #include "platform/linux/SystemClock.h"
 

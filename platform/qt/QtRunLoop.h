@@ -4,12 +4,36 @@
 #include <functional>
 #include <memory>
 
+#include <QObject>
+
 #include "platform/RunLoop.h"
 #include "platform/linux/DescriptorWatch.h"
 
+class QEvent;
 class QCoreApplication;
 
 namespace corvana {
+
+/// One of Qt's application objects, out of whose events no exception gets: it would end the
+/// program, and what Qt has not delivered yet would be lost. Thread: main.
+template <class Application>
+class GuardedApplication final : public Application {
+ public:
+  using Application::Application;
+
+  /// Without it an exception ends the program.
+  std::function<void(const std::exception&)> onException;
+
+  bool notify(QObject* receiver, QEvent* event) override {
+    try {
+      return Application::notify(receiver, event);
+    } catch (const std::exception& exception) {
+      if (!onException) throw;
+      onException(exception);
+      return true;
+    }
+  }
+};
 
 /// The main loop on Qt's event loop. One application object of Qt must live around it. Delays are
 /// measured with the clock that stands still while the machine sleeps. What is performed and

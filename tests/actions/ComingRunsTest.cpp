@@ -1,4 +1,4 @@
-#include "actions/ComingRuns.h"
+#include "actions/Forecast.h"
 
 #include <gmock/gmock.h>
 

@@ -6,7 +6,7 @@
 
 #include "WorkWorld.h"
 #include "actions/TaskRequest.h"
-#include "core/work/ChildOutput.h"
+#include "core/work/ZAN_TaskWrapper.h"
 
 namespace corvana::test {
 namespace {

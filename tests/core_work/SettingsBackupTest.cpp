@@ -11,7 +11,7 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/History.h"
-#include "core/machine/LongDisabledWarning.h"
+#include "core/machine/StartupDisk.h"
 #include "tests/core_work/WorkWorld.h"
 
 namespace corvana::test {

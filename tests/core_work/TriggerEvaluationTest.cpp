@@ -5,7 +5,7 @@
 
 #include "WorkWorld.h"
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "actions/EngineKey.h"
+#include "actions/RecordKeys.h"
 
 namespace corvana::test {
 namespace {

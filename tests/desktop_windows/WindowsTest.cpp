@@ -31,7 +31,7 @@
 #include "desktop/WeekView.h"
 #include "tests/desktop_windows/WidgetIn.h"
 #include "tests/scenario/Scenario.h"
-#include "ui/FloatingIconLines.h"
+#include "ui/FloatingIcon.h"
 #include "ui/StatusMenu.h"
 
 namespace corvana {

@@ -1,4 +1,4 @@
-#include "core/machine/WakeUp.h"
+#include "core/machine/PowerDuties.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "mail/report/NotExecutedNotice.h"
+#include "mail/report/EmailReport.h"
 
 #include <gmock/gmock.h>
 

@@ -3,8 +3,8 @@
 #include <stdexcept>
 
 #include "mail/smtp/EmailAddress.h"
+#include "mail/smtp/MailSender.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
-#include "mail/smtp/ZAN_WebUtils.h"
 #include "tests/mail_smtp/SMTPSession.h"
 
 namespace corvana {

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/ExpendableChild.h"
 #include "platform/linux/LinuxProcesses.h"
 #include "platform/linux/LinuxVolumes.h"
 #include "platform/linux/Spawn.h"

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 
-#include "platform/linux/DeviceFacts.h"
 #include "platform/linux/LinuxMachine.h"
+#include "platform/linux/MountTable.h"
 #include "platform/simulated/TemporaryFolder.h"
 
 namespace corvana {

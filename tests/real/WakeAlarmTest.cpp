@@ -1,4 +1,4 @@
-#include "platform/linux/WakeAlarm.h"
+#include "platform/linux/SystemClock.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -6,7 +6,6 @@
 #include <cmath>
 #include <filesystem>
 
-#include "platform/linux/SystemClock.h"
 #include "platform/simulated/TemporaryFolder.h"
 #include "tests/real/RealLoop.h"
 

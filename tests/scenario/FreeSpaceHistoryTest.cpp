@@ -4,8 +4,7 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "tests/scenario/Scenario.h"
-#include "volumes/FreeSpaceHistory.h"
-#include "volumes/MountedVolumesHistory.h"
+#include "volumes/VolumesHistory.h"
 #include "volumes/ZAN_MountedVolumes.h"
 
 namespace corvana {

@@ -1,4 +1,4 @@
-#include "ui/StatusPicture.h"
+#include "ui/StatusItem.h"
 
 #include <gtest/gtest.h>
 

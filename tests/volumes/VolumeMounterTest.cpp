@@ -7,8 +7,6 @@
 #include "core/machine/MachineDuties.h"
 #include "core/work/Work.h"
 #include "tests/core_record/RecordFixture.h"
-#include "volumes/ZAN_ConnectedVolumes.h"
-#include "volumes/ZAN_MountRemoteVolume.h"
 #include "volumes/ZAN_MountVolume.h"
 #include "volumes/ZAN_MountedVolumes.h"
 

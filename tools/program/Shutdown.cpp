@@ -17,14 +17,13 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "actions/InstallPaths.h"
+#include "actions/InstalledPlaces.h"
 #include "core/record/ExceptionGuard.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/TerminationSignals.h"
 #include "platform/qt/BusAgentClient.h"
 #include "platform/qt/BusConnection.h"
 #include "platform/qt/BusNotifications.h"
-#include "platform/qt/GuardedApplication.h"
 #include "platform/qt/Logind.h"
 #include "platform/qt/QtRunLoop.h"
 #include "tools/ShutdownWatch.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/work/NextAction.h"
+#include "core/work/ComingActions.h"
 #include "ui/UserInterfaceSources.h"
 #include "ui/windows/WindowTable.h"
 

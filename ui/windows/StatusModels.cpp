@@ -6,8 +6,8 @@
 
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionContext.h"
-#include "core/record/SurveyExecution.h"
-#include "core/work/ProgressWords.h"
+#include "core/record/DebugLog.h"
+#include "core/work/Announce.h"
 #include "ui/windows/WindowWords.h"
 
 namespace corvana {

@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <unordered_set>
 
-#include "actions/ComingRuns.h"
 #include "actions/History.h"
 #include "core/work/ExecutionWatch.h"
 #include "ui/windows/ComingModels.h"

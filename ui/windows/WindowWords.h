@@ -6,7 +6,6 @@
 #include "core/record/SchedulerCommands.h"
 #include "core/work/Work.h"
 #include "platform/Clock.h"
-#include "ui/LaunchByHand.h"
 #include "ui/UserInterfaceSources.h"
 
 namespace corvana {
