@@ -9,7 +9,6 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
-#include "actions/TaskRequest.h"
 #include "application/Look.h"
 #include "core/record/SchedulerLog.h"
 #include "desktop/Texts.h"

@@ -3,7 +3,6 @@
 #include <QProcess>
 #include <algorithm>
 #include <filesystem>
-#include <string>
 #include <utility>
 
 #include "core/record/Preferences.h"

@@ -7,7 +7,6 @@
 #include <QStringDecoder>
 #include <QVBoxLayout>
 #include <algorithm>
-#include <utility>
 
 #include "application/Look.h"
 

@@ -1,10 +1,8 @@
 // The account that the reports go out by: finding its server, trying it, storing it.
 
-#include <algorithm>
 #include <filesystem>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "command/MailTalk.h"
 #include "mail/report/MailAccount.h"
 #include "mail/smtp/StoredMailSettings.h"

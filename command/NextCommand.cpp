@@ -3,7 +3,6 @@
 #include <array>
 #include <charconv>
 #include <cmath>
-#include <ostream>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "command/CommandHome.h"

@@ -1,4 +1,3 @@
-#include <ostream>
 
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"

@@ -2,7 +2,6 @@
 #include <charconv>
 #include <fstream>
 #include <iterator>
-#include <ostream>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "command/ActionWords.h"

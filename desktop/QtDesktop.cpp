@@ -9,7 +9,6 @@
 #include <chrono>
 #include <clocale>
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <future>
 #include <utility>

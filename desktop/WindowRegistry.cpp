@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "desktop/AgentWindow.h"
-#include "platform/RunLoop.h"
 
 namespace corvana {
 

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -20,7 +19,6 @@
 #include <new>
 #include <set>
 #include <sstream>
-#include <string>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"

@@ -16,7 +16,6 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/LinuxVolumes.h"
-#include "platform/linux/MountTable.h"
 #include "platform/linux/Spawn.h"
 
 namespace corvana {

@@ -1,6 +1,5 @@
 #include <QApplication>
 #include <clocale>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <optional>
-#include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "execute/engine/FolderWalk.h"

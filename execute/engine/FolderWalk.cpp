@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <vector>
 
 #include "execute/engine/NameList.h"
 #include "execute/engine/VersionItem.h"

@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <optional>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "execute/engine/FileContents.h"

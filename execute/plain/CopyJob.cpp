@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"

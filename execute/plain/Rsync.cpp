@@ -1,11 +1,8 @@
 #include "execute/plain/Rsync.h"
 
-#include <algorithm>
-#include <array>
 #include <cctype>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"

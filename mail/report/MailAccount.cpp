@@ -9,7 +9,7 @@
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "core/record/Records.h"
 #include "mail/report/OutgoingMail.h"
-#include "mail/smtp/EmailAddress.h"
+#include "mail/smtp/MailMessage.h"
 #include "mail/smtp/StoredMailSettings.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"

@@ -10,7 +10,7 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/ProgrammedAction.h"
-#include "mail/report/MailSpool.h"
+#include "mail/report/OutgoingMail.h"
 
 namespace corvana {
 

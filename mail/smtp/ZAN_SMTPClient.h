@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "mail/smtp/EmailAddress.h"
+#include "mail/smtp/MailMessage.h"
 
 namespace corvana {
 

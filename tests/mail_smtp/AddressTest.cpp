@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "mail/smtp/EmailAddress.h"
+#include "mail/smtp/MailMessage.h"
 #include "mail/smtp/MailSender.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
 #include "tests/mail_smtp/SMTPSession.h"

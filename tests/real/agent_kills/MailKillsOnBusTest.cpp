@@ -11,7 +11,7 @@
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "actions/ActionLog.h"
-#include "mail/report/MailSpool.h"
+#include "mail/report/OutgoingMail.h"
 #include "mail/smtp/StoredMailSettings.h"
 #include "tests/real/agent/AgentOnBus.h"
 

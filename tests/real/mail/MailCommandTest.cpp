@@ -7,7 +7,7 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/ActionStore.h"
 #include "command/Commands.h"
-#include "mail/report/MailSpool.h"
+#include "mail/report/OutgoingMail.h"
 #include "mail/smtp/StoredMailSettings.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "tests/real/mail/MailServer.h"
