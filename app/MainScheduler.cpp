@@ -4,12 +4,6 @@
 #include <filesystem>
 #include <utility>
 
-#include "platform/Clock.h"
-#include "platform/DistributedNotifications.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
-#include "platform/RunLoop.h"
-#include "platform/UserInterface.h"
 #include "remote/MachineGlance.h"
 
 namespace corvana {

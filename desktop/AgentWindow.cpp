@@ -7,7 +7,6 @@
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
 #include "desktop/Texts.h"
-#include "platform/Machine.h"
 
 namespace corvana {
 

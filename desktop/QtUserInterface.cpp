@@ -17,8 +17,6 @@
 #include "desktop/WindowParts.h"
 #include "desktop/WindowRegistry.h"
 #include "desktop/X11.h"
-#include "platform/Machine.h"
-#include "platform/RunLoop.h"
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"
 #include "ui/StatusMenu.h"

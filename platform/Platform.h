@@ -1,22 +1,18 @@
 #pragma once
 
+#include "platform/Clock.h"
+#include "platform/DistributedNotifications.h"
+#include "platform/Input.h"
+#include "platform/Machine.h"
+#include "platform/Network.h"
+#include "platform/Processes.h"
+#include "platform/RunLoop.h"
+#include "platform/UserInterface.h"
+#include "platform/Volumes.h"
+
 namespace corvana {
 
-class AgentObject;
-class Clock;
-class DistributedNotifications;
-class Input;
 class KeyedChannels;
-class Machine;
-class Network;
-class Power;
-class Processes;
-class RunLoop;
-class ServerSockets;
-class ServiceDiscovery;
-class SystemLog;
-class UserInterface;
-class Volumes;
 
 /// Everything that the agent asks of its surroundings, in one hand: real, or simulated with a
 /// virtual clock.

@@ -7,8 +7,6 @@
 #include "core/record/Records.h"
 #include "core/work/AgeAlarm.h"
 #include "core/work/Work.h"
-#include "platform/Clock.h"
-#include "platform/DistributedNotifications.h"
 
 namespace corvana {
 

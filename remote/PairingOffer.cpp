@@ -4,8 +4,6 @@
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "core/record/Records.h"
-#include "platform/Machine.h"
-#include "platform/UserInterface.h"
 #include "remote/Frames.h"
 #include "remote/ServiceName.h"
 

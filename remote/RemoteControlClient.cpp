@@ -4,7 +4,6 @@
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionTree.h"
-#include "platform/Machine.h"
 #include "platform/Platform.h"
 #include "remote/LaunchableActions.h"
 #include "remote/ServiceName.h"

@@ -5,7 +5,6 @@
 #include "core/record/Records.h"
 #include "core/work/Announce.h"
 #include "core/work/Work.h"
-#include "platform/Clock.h"
 #include "ui/StatusItem.h"
 
 namespace corvana {

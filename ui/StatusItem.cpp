@@ -7,7 +7,6 @@
 #include "core/record/Records.h"
 #include "core/work/Announce.h"
 #include "core/work/Work.h"
-#include "platform/Clock.h"
 
 namespace corvana {
 

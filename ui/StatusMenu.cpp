@@ -9,9 +9,6 @@
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
 #include "core/work/Work.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
-#include "platform/Volumes.h"
 #include "ui/StatusItem.h"
 
 namespace corvana {

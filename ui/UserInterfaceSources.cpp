@@ -4,8 +4,6 @@
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
 #include "core/work/Work.h"
-#include "platform/Input.h"
-#include "platform/Network.h"
 
 namespace corvana {
 

@@ -6,10 +6,7 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
 #include "platform/Platform.h"
-#include "platform/RunLoop.h"
 #include "volumes/VolumeReference.h"
 
 namespace corvana {

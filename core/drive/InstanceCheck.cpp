@@ -7,11 +7,6 @@
 
 #include "actions/InstalledPlaces.h"
 #include "core/record/Records.h"
-#include "platform/Clock.h"
-#include "platform/DistributedNotifications.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
-#include "platform/UserInterface.h"
 
 namespace corvana {
 

@@ -9,8 +9,6 @@
 #include "core/machine/MachineDuties.h"
 #include "core/record/Records.h"
 #include "core/work/Work.h"
-#include "platform/Clock.h"
-#include "platform/UserInterface.h"
 
 namespace corvana {
 

@@ -10,11 +10,6 @@
 #include "core/machine/MachineDuties.h"
 #include "core/record/Records.h"
 #include "core/work/Work.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
-#include "platform/RunLoop.h"
-#include "platform/UserInterface.h"
 
 namespace corvana {
 

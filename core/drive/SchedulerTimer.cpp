@@ -7,8 +7,6 @@
 #include "core/drive/Controls.h"
 #include "core/drive/SchedulerTick.h"
 #include "core/record/Records.h"
-#include "platform/Clock.h"
-#include "platform/UserInterface.h"
 
 namespace corvana {
 

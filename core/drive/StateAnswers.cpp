@@ -8,10 +8,6 @@
 #include "core/work/Announce.h"
 #include "core/work/WhyNot.h"
 #include "core/work/Work.h"
-#include "platform/Clock.h"
-#include "platform/Input.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
 
 namespace corvana {
 

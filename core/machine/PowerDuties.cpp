@@ -7,9 +7,6 @@
 #include "actions/ProgrammedAction.h"
 #include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
 
 namespace corvana {
 

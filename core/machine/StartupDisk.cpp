@@ -8,10 +8,6 @@
 #include "actions/ProgrammedAction.h"
 #include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
-#include "platform/Clock.h"
-#include "platform/Processes.h"
-#include "platform/RunLoop.h"
-#include "platform/UserInterface.h"
 #include "volumes/VolumeReference.h"
 
 namespace corvana {

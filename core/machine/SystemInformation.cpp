@@ -7,11 +7,6 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
 #include "core/record/Records.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
-#include "platform/RunLoop.h"
-#include "platform/UserInterface.h"
 #include "volumes/ZAN_MountVolume.h"
 
 namespace corvana {

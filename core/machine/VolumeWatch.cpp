@@ -5,11 +5,6 @@
 
 #include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/RunLoop.h"
-#include "platform/UserInterface.h"
-#include "platform/Volumes.h"
 #include "volumes/VolumesHistory.h"
 #include "volumes/ZAN_MountedVolumes.h"
 

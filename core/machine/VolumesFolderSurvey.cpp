@@ -5,10 +5,6 @@
 
 #include "core/record/Records.h"
 #include "core/work/ExecuteSupervisor.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/RunLoop.h"
-#include "platform/UserInterface.h"
 
 namespace corvana {
 

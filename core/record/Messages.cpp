@@ -9,10 +9,7 @@
 #include "core/record/Changes.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerLog.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
 #include "platform/Platform.h"
-#include "platform/RunLoop.h"
 
 namespace corvana {
 

@@ -1,9 +1,6 @@
 #include "core/record/Records.h"
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
 
 namespace corvana {
 

@@ -8,9 +8,7 @@
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerState.h"
 #include "core/record/SiblingChannel.h"
-#include "platform/Clock.h"
 #include "platform/Platform.h"
-#include "platform/UserInterface.h"
 
 namespace corvana {
 

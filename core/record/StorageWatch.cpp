@@ -7,8 +7,6 @@
 #include "core/record/Messages.h"
 #include "core/record/SchedulerLog.h"
 #include "platform/Platform.h"
-#include "platform/RunLoop.h"
-#include "platform/UserInterface.h"
 
 namespace corvana {
 

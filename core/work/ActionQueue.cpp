@@ -9,9 +9,6 @@
 #include "actions/TaskRequest.h"
 #include "core/record/Records.h"
 #include "core/work/ExecutionConditions.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/UserInterface.h"
 #include "volumes/VolumeIdentity.h"
 
 namespace corvana {

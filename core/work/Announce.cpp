@@ -5,7 +5,6 @@
 #include "core/record/Records.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ExecuteSupervisor.h"
-#include "platform/UserInterface.h"
 
 namespace corvana {
 

@@ -12,11 +12,6 @@
 #include "core/record/Records.h"
 #include "core/work/Announce.h"
 #include "core/work/TriggerEvaluation.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
-#include "platform/RunLoop.h"
-#include "platform/UserInterface.h"
 
 namespace corvana {
 namespace {

@@ -5,7 +5,6 @@
 
 #include "core/record/Records.h"
 #include "core/work/ActionQueue.h"
-#include "platform/Clock.h"
 
 namespace corvana {
 

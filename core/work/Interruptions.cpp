@@ -11,7 +11,6 @@
 #include "core/record/Records.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ExecuteSupervisor.h"
-#include "platform/Clock.h"
 
 namespace corvana {
 namespace {

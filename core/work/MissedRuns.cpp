@@ -6,7 +6,6 @@
 #include "actions/ProgrammedAction.h"
 #include "core/record/Records.h"
 #include "core/work/StartVerdict.h"
-#include "platform/Clock.h"
 
 namespace corvana {
 

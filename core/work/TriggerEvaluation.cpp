@@ -8,9 +8,6 @@
 #include "actions/RecordKeys.h"
 #include "actions/Schedule.h"
 #include "core/record/Records.h"
-#include "platform/Clock.h"
-#include "platform/Input.h"
-#include "platform/Machine.h"
 #include "volumes/VolumeIdentity.h"
 
 namespace corvana {

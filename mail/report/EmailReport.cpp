@@ -20,9 +20,6 @@
 #include "core/work/TriggerEvaluation.h"
 #include "mail/report/ReportPage.h"
 #include "mail/smtp/StoredMailSettings.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/RunLoop.h"
 
 namespace corvana {
 

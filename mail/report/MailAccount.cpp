@@ -11,10 +11,6 @@
 #include "mail/report/OutgoingMail.h"
 #include "mail/smtp/MailMessage.h"
 #include "mail/smtp/StoredMailSettings.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
-#include "platform/Processes.h"
-#include "platform/RunLoop.h"
 
 namespace corvana {
 

@@ -12,8 +12,6 @@
 #include "core/record/Records.h"
 #include "mail/smtp/MailMessage.h"
 #include "mail/smtp/StoredMailSettings.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
 
 namespace corvana {
 

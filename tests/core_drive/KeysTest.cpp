@@ -47,6 +47,17 @@ TEST(Keys, TheShortcutFiresOncePerPress) {
        },
        "fronts: 2; opens ~/Applications/Corvana 9.app; opens ~/Applications/Corvana 9.app",
        shortcut(1)},
+      {"a short press while nothing else is watched",
+       [&](Drive& day) {
+         press(day);
+         day.runFor(0.5);
+         day.machine.input.release(kKey);
+       },
+       "fronts: 1; opens ~/Applications/Corvana 9.app",
+       [](Drive& day) {
+         shortcut(1)(day);
+         day.machine.input.position.reset();
+       }},
       {"none is set", [](Drive& day) { day.machine.input.release(kKey); }, ""},
       {"set meanwhile",
        [&](Drive& day) {

@@ -5,7 +5,6 @@
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
 #include "core/work/Work.h"
-#include "platform/Clock.h"
 #include "ui/UserInterfaceSources.h"
 
 namespace corvana {
