@@ -22,12 +22,7 @@ constexpr double kRewriting = 2.0;
 bool isOld(const ZAN_FileIdentity& file, ReferenceTime now) {
   return now - (static_cast<double>(file.modified) / 1e9 - kReferenceEpochInUnixTime) > kRewriting;
 }
-constexpr double kLongestWaitForLock = 2.0;
 constexpr double kKeptInMemory = 1800.0;
-constexpr double kImpatience = 60.0;
-/// For other locks meanwhile: whoever holds one for so long probably holds more of them, while a
-/// sound program has changed its file by then.
-constexpr double kShortWaitForLock = 0.1;
 
 Error emptied(const std::string& path) {
   return {ErrorKind::damaged, path + ": empty, though it was not before"};
@@ -50,29 +45,7 @@ ZAN_FileIdentity standIn(std::uint64_t serial) {
   return {.device = std::numeric_limits<std::uint64_t>::max(), .inode = serial};
 }
 
-/// The tree is never changed without a look at its changes, nor the other way round; likewise the
-/// latest files and errors.
-std::string lockNameFor(std::string_view fileName) {
-  if (fileName == DataFolder::kChanges) fileName = DataFolder::kActions;
-  if (fileName == DataFolder::kErrors) fileName = DataFolder::kFiles;
-  return std::string(fileName) + ".lock";
-}
-
 }  // namespace
-
-DataFiles::Lock& DataFiles::Lock::operator=(Lock&& other) noexcept {
-  std::swap(mFiles, other.mFiles);
-  std::swap(mName, other.mName);
-  return *this;
-}
-
-DataFiles::Lock::~Lock() {
-  if (mFiles != nullptr) mFiles->release(mName);
-}
-
-bool DataFiles::Lock::isHeld() const {
-  return mFiles != nullptr && mFiles->mLocks.at(mName).lock.descriptor() >= 0;
-}
 
 DataFiles::DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, SystemLog& log,
                      const ZAN_FileWriter& writer)
@@ -81,6 +54,7 @@ DataFiles::DataFiles(const DataFolder& folder, LocalDates& dates, Clock& clock, 
       mClock(clock),
       mLog(log),
       mWriter(writer),
+      mLocks(folder, clock, log),
       mGenerations(folder, clock, writer) {}
 
 /// Those who keep something may be gone.
@@ -300,7 +274,6 @@ Outcome DataFiles::writeFileAtPath(const std::string& path,
 
 Outcome DataFiles::showLinesInFile(const std::string& path, std::size_t count,
                                    std::function<std::string(std::size_t)> line, bool isAnew) {
-  const std::string lockName = lockNameFor(ZAN_FilesUtils::lastPathComponent(path));
   return save(
       {.path = path,
        .bytes = {},
@@ -310,7 +283,7 @@ Outcome DataFiles::showLinesInFile(const std::string& path, std::size_t count,
            LineFile::Lines{.count = count,
                            .line = std::move(line),
                            .isAnew = isAnew,
-                           .lockPath = lockPath(lockName),
+                           .lockPath = mLocks.pathFor(ZAN_FilesUtils::lastPathComponent(path)),
                            .pause = [&clock = mClock](double seconds) { clock.sleep(seconds); }}},
       Saving::soon);
 }
@@ -401,7 +374,7 @@ Outcome DataFiles::save(FileSave save, Saving saving) {
   pending->second.serial = serial;
   // Nobody else may read, change and write the file while it waits.
   const std::string_view name = ZAN_FilesUtils::lastPathComponent(path);
-  if (isNew && mLocks.contains(lockNameFor(name))) pending->second.lock = lock(name);
+  if (isNew && mLocks.isTaken(name)) pending->second.lock = lock(name);
   mSaver->save(std::move(save),
                [this, path, serial](const Outcome& outcome) { saved(path, serial, outcome); });
   return {};
@@ -487,43 +460,6 @@ Outcome DataFiles::bringBack(std::string_view name, const std::string& generatio
   mGenerations.storeDamaged(name);
   mTroubles.erase(path);
   return {};
-}
-
-DataFiles::Lock DataFiles::lock(std::string_view fileName) {
-  const std::string name = lockNameFor(fileName);
-  Held& held = mLocks[name];
-  if (held.count++ == 0) {
-    const ReferenceTime now = mClock.now();
-    // A date farther ahead comes from a clock that was set back since.
-    std::erase_if(mRefused, [now](const auto& refused) {
-      return refused.second <= now || refused.second > now + kImpatience;
-    });
-    const bool isRefused = mRefused.contains(name);
-    const double patience = isRefused           ? 0
-                            : !mRefused.empty() ? kShortWaitForLock
-                                                : kLongestWaitForLock;
-    auto lock = ZAN_FileLock::acquire(lockPath(name), patience,
-                                      [this](double seconds) { mClock.sleep(seconds); });
-    if (lock) {
-      held.lock = std::move(*lock);
-      mRefused.erase(name);
-    } else {
-      if (!isRefused) mLog.write("Going on without lock: " + lock.error().text);
-      if (lock.error().kind == ErrorKind::unavailable && !isRefused)
-        mRefused.emplace(name, mClock.now() + kImpatience);
-    }
-  }
-  return Lock(*this, name);
-}
-
-std::string DataFiles::lockPath(std::string_view lockName) const {
-  return ZAN_FilesUtils::joinedPath(ZAN_FilesUtils::joinedPath(mFolder.hiddenFolderPath(), "Locks"),
-                                    lockName);
-}
-
-void DataFiles::release(const std::string& name) {
-  const auto held = mLocks.find(name);
-  if (held != mLocks.end() && --held->second.count == 0) mLocks.erase(held);
 }
 
 bool DataFiles::isKnown(const std::string& path, const std::optional<ZAN_FileIdentity>& identity,

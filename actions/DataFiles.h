@@ -16,6 +16,7 @@
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/FileSaver.h"
+#include "actions/FolderLocks.h"
 #include "actions/Generations.h"
 #include "actions/InstalledPlaces.h"
 #include "platform/RunLoop.h"
@@ -63,27 +64,7 @@ class DataFiles {
     std::string kept = {};  ///< where what is damaged was put; empty: it is where it was
   };
 
-  /// Held while a file that other programs write too is read, changed and written. Taking the same
-  /// lock again while it is held is free. When another program keeps it for longer than two seconds
-  /// the work goes on without it, which is logged. Until that lock was got again, for a minute at
-  /// most, it is not waited for, and others only for the moment that a change takes.
-  class Lock {
-   public:
-    Lock() = default;
-    Lock(Lock&& other) noexcept : mFiles(other.mFiles), mName(std::move(other.mName)) {
-      other.mFiles = nullptr;
-    }
-    Lock& operator=(Lock&& other) noexcept;
-    ~Lock();
-    /// Not when the work goes on without it.
-    bool isHeld() const;
-
-   private:
-    friend class DataFiles;
-    Lock(DataFiles& files, std::string name) : mFiles(&files), mName(std::move(name)) {}
-    DataFiles* mFiles = nullptr;
-    std::string mName;
-  };
+  using Lock = FolderLocks::Lock;
 
   /// When a file is on disk.
   enum class Saving {
@@ -161,8 +142,8 @@ class DataFiles {
                           std::span<const std::byte> data, bool synchronise = true,
                           Saving saving = Saving::now);
 
-  /// Takes the lock that goes with a file of the data folder. The tree and its changes share one.
-  [[nodiscard]] Lock lock(std::string_view fileName);
+  /// Takes the lock that goes with a file of the data folder.
+  [[nodiscard]] Lock lock(std::string_view fileName) { return mLocks.lock(fileName); }
 
   /// A damaged file leaves its place, as it does before it is overwritten; where it is kept,
   /// nothing when it cannot be moved.
@@ -184,10 +165,6 @@ class DataFiles {
   LocalDates& dates() { return mDates; }
 
  private:
-  struct Held {
-    ZAN_FileLock lock;
-    int count = 0;
-  };
   /// Of the same file, so that one cause is logged once and a file without contents is waited for
   /// once.
   struct Known {
@@ -231,8 +208,6 @@ class DataFiles {
   void saved(const std::string& path, std::uint64_t serial, const Outcome& outcome);
   void logFailure(const std::string& path, const Outcome& outcome);
   void report(const Outcome& outcome);
-  std::string lockPath(std::string_view lockName) const;
-  void release(const std::string& name);
 
   const DataFolder& mFolder;
   LocalDates& mDates;
@@ -241,15 +216,13 @@ class DataFiles {
   const ZAN_FileWriter& mWriter;
   std::unique_ptr<FileSaver> mSaver;
   std::uint64_t mSerial = 0;
-  std::map<std::string, Held> mLocks;
+  FolderLocks mLocks;
   std::map<std::string, Known> mKnown;
   std::map<std::string, Alias> mAliases;
   std::map<std::string, Pending> mPending;
   std::map<std::string, Trouble> mTroubles;
   std::set<std::string> mWitnessed;  ///< files known to have had contents
   Generations mGenerations;
-  /// Locks that others would not give, until when they are not waited for.
-  std::map<std::string, ReferenceTime> mRefused;
   RunLoop* mKeeper = nullptr;
   RunLoop::TimerId mKeepingTimer = 0;
   std::shared_ptr<int> mHere = std::make_shared<int>();  ///< gone with this object
