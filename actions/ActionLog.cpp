@@ -88,52 +88,29 @@ class Selection {
 
 }  // namespace
 
-/// What is in memory, and waits, stays where the file cannot be read at the moment.
-bool ActionLog::refresh() {
-  const std::string path = mStore.folder().dataFolderPathWithFileName(DataFolder::kLog);
-  if (mIdentity && mIdentity == mStore.files().identity(path)) return true;
-  DataFiles::List list = mStore.files().readListAtPath(path, {});
-  if (!list.readNow) return false;
-  mList = std::move(list.elements);
-  mIdentity = list.identity;
-  return true;
-}
+ActionLog::ActionLog(ActionStore& store)
+    : mStore(store),
+      mList(store.files(), DataFolder::kLog,
+            [this](const ZAN_Value& list, bool isAnew) { showAsText(list, isAnew); }) {}
 
 ZAN_Value ActionLog::readLogList() {
-  refresh();
-  return mList;
+  mList.refresh();
+  return mList.elements();
 }
 
-void ActionLog::saveLogList(const ZAN_Value& list) { save(list, true); }
-
-void ActionLog::save(const ZAN_Value& list, bool isAnew) {
-  const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
-  mList = list;
-  (void)mStore.files().writeListToFile(mList, DataFolder::kLog, DataFiles::Saving::soon);
-  // What could not be written stays in memory and is written with the next entry.
-  mIdentity = mStore.files().identity(mStore.folder().pathOf(DataFolder::kLog));
-  saveLogListAsLog(mList, isAnew);
-}
+void ActionLog::saveLogList(const ZAN_Value& list) { mList.store(list, true); }
 
 void ActionLog::addLog(const ZAN_Value& entry) {
-  const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
-  mWaiting.push_back(entry);
-  if (!refresh()) return;
-  ZAN_Value list = std::move(mList);
-  for (const ZAN_Value& each : std::exchange(mWaiting, {})) list.append(each);
-  if (list.size() > kMaximum) list.removeRange(0, list.size() - kMaximum);
-  save(list, false);
+  mList.add(entry, [](ZAN_Value& list, const ZAN_Value& each) {
+    list.append(each);
+    if (list.size() > kMaximum) list.removeRange(0, list.size() - kMaximum);
+  });
 }
 
 void ActionLog::cleanLogs(Clean mode, const ZAN_Value& indexes) {
-  const DataFiles::Lock held = mStore.files().lock(DataFolder::kLog);
-  if (!refresh()) return;
   const Selection selection(mode, indexes, mStore.clock().now());
-  std::vector<ZAN_Value> kept;
-  for (std::size_t index = 0; index < mList.size(); ++index) {
-    if (!selection.contains(index, mList.at(index))) kept.push_back(mList.at(index));
-  }
-  saveLogList(ZAN_Value::array(std::move(kept)));
+  mList.keepOnly(
+      [&](std::size_t index, const ZAN_Value& entry) { return !selection.contains(index, entry); });
 }
 
 bool ActionLog::isApplicationEvent(std::int64_t code) {
@@ -162,7 +139,7 @@ void ActionLog::whenSaved(std::function<void()> body) {
   mStore.files().whenSaved(mStore.folder().pathOf(DataFolder::kLog), std::move(body));
 }
 
-void ActionLog::saveLogListAsLog(const ZAN_Value& list, bool isAnew) {
+void ActionLog::showAsText(const ZAN_Value& list, bool isAnew) const {
   const std::string path =
       ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
   (void)mStore.files().showLinesInFile(

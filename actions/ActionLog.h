@@ -3,14 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/DataFiles.h"
+#include "actions/RecordedList.h"
 
 namespace corvana {
 
@@ -33,7 +31,7 @@ class ActionLog {
     listed
   };
 
-  explicit ActionLog(ActionStore& store) : mStore(store) {}
+  explicit ActionLog(ActionStore& store);
 
   /// The stored array, oldest entry first.
   ZAN_Value readLogList();
@@ -51,14 +49,10 @@ class ActionLog {
   static bool isApplicationEvent(std::int64_t code);
 
  private:
-  void saveLogListAsLog(const ZAN_Value& list, bool isAnew);
-  void save(const ZAN_Value& list, bool isAnew);
-  bool refresh();
+  void showAsText(const ZAN_Value& list, bool isAnew) const;
 
   ActionStore& mStore;
-  ZAN_Value mList = ZAN_Value::array();
-  std::optional<ZAN_FileIdentity> mIdentity;
-  std::vector<ZAN_Value> mWaiting;  ///< came while the file could not be read
+  RecordedList mList;
 };
 
 /// The complete log of one execution, for actions that ask for it. Thread: main.

@@ -45,79 +45,56 @@ std::string lineForEntry(const ZAN_Value& entry, const ZAN_DateUtils& calendar) 
 }  // namespace
 
 History::History(ActionStore& store)
-    : mStore(store), mLog(store), mCounters(store), mResults(store) {}
+    : mStore(store),
+      mLog(store),
+      mCounters(store),
+      mResults(store),
+      mList(store.files(), DataFolder::kHistory,
+            [this](const ZAN_Value& list, bool isAnew) { showAsText(list, isAnew); }) {}
 
-/// What is in memory, and waits, stays where the file cannot be read at the moment.
-bool History::refresh() {
-  const std::string path = mStore.folder().dataFolderPathWithFileName(DataFolder::kHistory);
-  if (mIdentity && mIdentity == mStore.files().identity(path)) return true;
-  DataFiles::List list = mStore.files().readListAtPath(path, {});
-  if (!list.readNow) return false;
-  mList = std::move(list.elements);
-  mIdentity = list.identity;
-  return true;
-}
-
-void History::reloadProgrammedHistoryList() { refresh(); }
+void History::reloadProgrammedHistoryList() { mList.refresh(); }
 
 ZAN_Value History::getProgrammedHistoryList() {
-  refresh();
-  return mList;
+  mList.refresh();
+  return mList.elements();
 }
 
 std::size_t History::historyCount() {
-  refresh();
-  return mList.empty() ? 0 : mList.size() - 1;
+  mList.refresh();
+  return mList.elements().empty() ? 0 : mList.elements().size() - 1;
 }
 
 ZAN_Value History::historyEntryAtIndex(std::int64_t index) {
   if (index < 0 || static_cast<std::size_t>(index) >= historyCount()) return {};
-  return mList.at(static_cast<std::size_t>(index) + 1);
+  return mList.elements().at(static_cast<std::size_t>(index) + 1);
 }
 
 void History::addHistoryEntry(const ZAN_Value& entry) {
-  const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
-  mWaiting.push_back(entry);
-  if (!refresh()) return;
-  if (mList.empty()) mList.append(kHeader);
-  for (const ZAN_Value& each : std::exchange(mWaiting, {})) {
+  mList.add(entry, [](ZAN_Value& list, const ZAN_Value& each) {
+    if (list.empty()) list.append(kHeader);
     const auto date = each["Date"].asDate();
-    if (mList.size() > 1 && date && mList.at(mList.size() - 1)["Date"].asDate() == date)
-      mList.removeAt(mList.size() - 1);
-    mList.append(each);
-  }
-  if (mList.size() > kMaximum + 1) mList.removeRange(1, mList.size() - kMaximum - 1);
-  save(false);
+    if (list.size() > 1 && date && list.at(list.size() - 1)["Date"].asDate() == date)
+      list.removeAt(list.size() - 1);
+    list.append(each);
+    if (list.size() > kMaximum + 1) list.removeRange(1, list.size() - kMaximum - 1);
+  });
 }
 
 void History::removeHistoryEntriesBefore(ReferenceTime date) {
-  const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
-  if (!refresh()) return;
-  std::vector<ZAN_Value> kept;
-  for (std::size_t index = 0; index < mList.size(); ++index) {
-    const auto start = mList.at(index)["Date"].asDate();
-    if (index == 0 || !start || *start >= date) kept.push_back(mList.at(index));
-  }
-  mList = ZAN_Value::array(std::move(kept));
-  saveProgrammedHistoryList();
+  mList.keepOnly([date](std::size_t index, const ZAN_Value& entry) {
+    const auto start = entry["Date"].asDate();
+    return index == 0 || !start || *start >= date;
+  });
 }
 
-void History::saveProgrammedHistoryList() { save(true); }
+void History::saveProgrammedHistoryList() { mList.store(mList.elements(), true); }
 
-void History::save(bool isAnew) {
-  const DataFiles::Lock held = mStore.files().lock(DataFolder::kHistory);
-  (void)mStore.files().writeListToFile(mList, DataFolder::kHistory, DataFiles::Saving::soon);
-  // What could not be written stays in memory and is written with the next entry.
-  mIdentity = mStore.files().identity(mStore.folder().pathOf(DataFolder::kHistory));
-  saveProgrammedHistoryListAsLog(isAnew);
-}
-
-void History::saveProgrammedHistoryListAsLog(bool isAnew) {
+void History::showAsText(const ZAN_Value& list, bool isAnew) const {
   const std::string path =
       ZAN_FilesUtils::joinedPath(mStore.folder().userLogsFolderPath(), kTextLog);
   (void)mStore.files().showLinesInFile(
-      path, mList.empty() ? 0 : mList.size() - 1,
-      [list = mList, calendar = mStore.dates().calendar()](std::size_t number) {
+      path, list.empty() ? 0 : list.size() - 1,
+      [list, calendar = mStore.dates().calendar()](std::size_t number) {
         return lineForEntry(list.at(number + 1), calendar);
       },
       isAnew);

@@ -4,12 +4,13 @@
 #include <optional>
 #include <string_view>
 #include <vector>
+#include <string>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/ActionLog.h"
 #include "actions/ActionResults.h"
+#include "actions/RecordedList.h"
 
 namespace corvana {
 
@@ -64,18 +65,13 @@ class History {
   void saveProgrammedHistoryList();
 
  private:
-  void saveProgrammedHistoryListAsLog(bool isAnew);
-  void save(bool isAnew);
-
-  bool refresh();
+  void showAsText(const ZAN_Value& list, bool isAnew) const;
 
   ActionStore& mStore;
   ActionLog mLog;
   ExecutionCounters mCounters;
   ActionResults mResults;
-  ZAN_Value mList = ZAN_Value::array();
-  std::optional<ZAN_FileIdentity> mIdentity;
-  std::vector<ZAN_Value> mWaiting;  ///< came while the file could not be read
+  RecordedList mList;
 };
 
 }  // namespace corvana
