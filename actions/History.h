@@ -1,10 +1,8 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <string_view>
-#include <vector>
 #include <string>
+#include <string_view>
 
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"

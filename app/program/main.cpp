@@ -107,7 +107,7 @@ int run(const Options& options, ReferenceTime start, int count, char** arguments
   const GvfsShares shares(
       bus, [&volumes](std::vector<Mount> all) { volumes.setShares(std::move(all)); });
   BusNotifications notifications(bus, loop, *log);
-  BusAgentObject agentObject(bus, loop);
+  BusAgentObject agentObject(bus, loop, clock);
   QtNetwork network;
   AvahiServices services(loop, *log);
   LinuxServerSockets serverSockets(loop, loop);

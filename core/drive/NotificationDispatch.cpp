@@ -1,6 +1,5 @@
 #include "core/drive/NotificationDispatch.h"
 
-#include <limits>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,13 +18,6 @@ namespace corvana {
 namespace {
 
 constexpr double kManualLaunchDelay = 0.01;
-/// So long the launches of a burst are taken before questions are answered again, and so long the
-/// first of them is kept in memory only. So many in one pass are a burst: it is stored when for
-/// that pause no other has come.
-constexpr double kSecondsOfLaunches = 0.02;
-constexpr double kSecondsUntilStored = 0.5;
-constexpr int kLaunchesOfBurst = 16;
-constexpr double kPauseInBurst = 0.01;
 constexpr double kAnswerDelay = 0.1;
 constexpr double kUnmountDelay = 0.1;
 constexpr double kDefaultMessageSeconds = 10.0;
@@ -77,6 +69,7 @@ NotificationDispatch::NotificationDispatch(Records& records, Work& work, Machine
       mMachine(machine),
       mLaunchStep(launchStep),
       mControls(controls),
+      mBurst(m.platform.clock),
       mMainAppReceiveNotifications(m.state.mMainAppLaunched) {}
 
 NotificationDispatch::~NotificationDispatch() {
@@ -124,39 +117,33 @@ void NotificationDispatch::applicationIsLaunched(const ZAN_Value&) {
 }
 
 void NotificationDispatch::launchTogether() {
-  const double now = m.platform.clock.monotonic();
-  if (!mStoreLaunchesBy) mStoreLaunchesBy = now + kSecondsUntilStored;
-  takeUpLaunches(now + kSecondsOfLaunches, *mStoreLaunchesBy);
-  if (mLaunches.empty() && !mStoreLaunchesBy) return;
-  m.platform.runLoop.performAfter(mLaunches.empty() ? kPauseInBurst : 0,
-                                  [this] { launchTogether(); });
+  mWork.interruptions.settle();
+  mWork.queue.burst([this] {
+    return mBurst.goOn(mLaunches, [this](const ZAN_Value& launch) { takeUpLaunch(launch); });
+  });
+  if (mLaunches.empty() && !mBurst.isOpen()) return;
+  m.platform.runLoop.performAfter(Burst::pause(mLaunches), [this] { launchTogether(); });
 }
 
 void NotificationDispatch::takeUpLaunches() {
-  constexpr double kNever = std::numeric_limits<double>::infinity();
-  if (!mLaunches.empty() || mStoreLaunchesBy) takeUpLaunches(kNever, -kNever);
+  if (mLaunches.empty() && !mBurst.isOpen()) return;
+  mWork.interruptions.settle();
+  mWork.queue.burst([this] {
+    for (const ZAN_Value& launch : std::exchange(mLaunches, {})) takeUpLaunch(launch);
+    mBurst.end();
+    return false;
+  });
 }
 
-void NotificationDispatch::takeUpLaunches(double end, double storeBy) {
-  const auto isBefore = [this](double time) { return m.platform.clock.monotonic() < time; };
-  mWork.interruptions.settle();
-  const bool moreFollow = mWork.queue.burst([&] {
-    int taken = 0;
-    for (; !mLaunches.empty() && (taken == 0 || isBefore(end)); ++taken) {
-      const ZAN_Value launch = std::move(mLaunches.front());
-      mLaunches.pop_front();
-      if (launch.contains(TaskRequest::kFileKey)) {
-        // Who asked for it looks into the queue.
-        (void)mWork.queue.addTask(launch.integer("Ref"), launch.string(TaskRequest::kTaskKey),
-                                  launch.string(TaskRequest::kFileKey));
-        continue;
-      }
-      mWork.queue.addWish(launch.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay, false,
-                          launch.integer("EstimateSize") != 0);
-    }
-    return (!mLaunches.empty() || taken >= kLaunchesOfBurst) && isBefore(storeBy);
-  });
-  if (!moreFollow) mStoreLaunchesBy.reset();
+void NotificationDispatch::takeUpLaunch(const ZAN_Value& launch) {
+  if (launch.contains(TaskRequest::kFileKey)) {
+    // Who asked for it looks into the queue.
+    (void)mWork.queue.addTask(launch.integer("Ref"), launch.string(TaskRequest::kTaskKey),
+                              launch.string(TaskRequest::kFileKey));
+    return;
+  }
+  mWork.queue.addWish(launch.integer("Ref"), m.platform.clock.now() + kManualLaunchDelay, false,
+                      launch.integer("EstimateSize") != 0);
 }
 
 void NotificationDispatch::preferencesDidChange(const ZAN_Value&) {

@@ -3,10 +3,10 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <optional>
 #include <span>
 #include <string_view>
 
+#include "platform/Burst.h"
 #include "platform/DistributedNotifications.h"
 
 namespace corvana {
@@ -49,7 +49,7 @@ class NotificationDispatch {
 
   void launchAction(const ZAN_Value& userInfo);
   void launchTogether();
-  void takeUpLaunches(double end, double storeBy);
+  void takeUpLaunch(const ZAN_Value& launch);
   void applicationIsLaunched(const ZAN_Value&);
   void applicationWillQuit(const ZAN_Value&) { mMainAppReceiveNotifications = false; }
   void preferencesDidChange(const ZAN_Value&);
@@ -88,7 +88,7 @@ class NotificationDispatch {
   LaunchStep& mLaunchStep;
   Controls& mControls;
   std::deque<ZAN_Value> mLaunches;  ///< asked for and not yet taken up
-  std::optional<double> mStoreLaunchesBy;
+  Burst mBurst;                     ///< of launches
   bool mMainAppReceiveNotifications = false;
 };
 

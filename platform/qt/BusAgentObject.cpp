@@ -4,13 +4,14 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusVirtualObject>
-#include <QElapsedTimer>
 #include <algorithm>
 #include <deque>
 #include <functional>
 #include <iterator>
 #include <map>
 #include <utility>
+
+#include "platform/Burst.h"
 
 namespace corvana {
 
@@ -21,14 +22,6 @@ namespace {
 constexpr int kMostOfOneCaller = 32;
 constexpr int kMostOfAll = 256;
 constexpr int kMostLaunches = 4096;
-// What many launches at once, or their answers, may take before others have their turn, and the
-// longest that the first of them waits for the others before all are stored. So many in one pass
-// are a burst: it is stored when for that pause no other has come.
-constexpr int kMillisecondsAtOnce = 20;
-constexpr int kMillisecondsUntilStored = 500;
-constexpr int kLaunchesOfBurst = 16;
-constexpr double kPauseInBurst = 0.01;
-
 constexpr QLatin1String kLaunch("Launch");
 
 using Maps = QList<QVariantMap>;
@@ -61,8 +54,8 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
   Q_OBJECT
 
  public:
-  Private(BusConnection& connection, RunLoop& runLoop)
-      : mConnection(connection), mRunLoop(runLoop) {
+  Private(BusConnection& connection, RunLoop& runLoop, const Clock& clock)
+      : mConnection(connection), mRunLoop(runLoop), mClock(clock), mBurst(clock) {
     BusValues::registerTypes();
     qDBusRegisterMetaType<Maps>();
   }
@@ -78,9 +71,10 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
     if (mAnswers == nullptr) return;
     if (!mLaunched.empty()) {
       mAnswers->together([] { return false; });
+      mBurst.end();
       std::ranges::move(std::exchange(mLaunched, {}), std::back_inserter(mStored));
     }
-    while (!mStored.empty()) answerFirstStored();
+    for (const Question& question : std::exchange(mStored, {})) answerLaunch(question);
     mAnswers = nullptr;
     mConnection.forget(this);
     mRunLoop.cancel(std::exchange(mTelling, 0));
@@ -167,40 +161,29 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
         mWaitingOf.erase(of);
       answer(question.message, question.bus, replyTo(question.message));
     }
-    if (mLaunches.empty() && mLaunched.empty()) return;
-    if (mLaunched.empty()) mSinceFirstLaunch.start();
+    if (mLaunches.empty() && !mBurst.isOpen()) return;
     const auto launch = [this] {
-      QElapsedTimer time;
-      time.start();
-      int taken = 0;
-      for (; !mLaunches.empty() && !time.hasExpired(kMillisecondsAtOnce); ++taken) {
-        Question& question = mLaunched.emplace_back(std::move(mLaunches.front()));
-        mLaunches.pop_front();
-        question.reply = replyTo(question.message);
-      }
-      return (!mLaunches.empty() || taken >= kLaunchesOfBurst) &&
-             !mSinceFirstLaunch.hasExpired(kMillisecondsUntilStored);
+      return mBurst.goOn(mLaunches, [this](Question&& question) {
+        Question& launched = mLaunched.emplace_back(std::move(question));
+        launched.reply = replyTo(launched.message);
+      });
     };
     const bool moreFollow = mAnswers != nullptr ? mAnswers->together(launch) : launch();
     if (!moreFollow) {
       std::ranges::move(std::exchange(mLaunched, {}), std::back_inserter(mStored));
       answerStored();
     }
-    if (moreFollow || !mLaunches.empty())
-      after(mLaunches.empty() ? kPauseInBurst : 0, [this] { answerAll(); });
+    if (moreFollow || !mLaunches.empty()) after(Burst::pause(mLaunches), [this] { answerAll(); });
   }
 
   void answerStored() {
-    QElapsedTimer time;
-    time.start();
-    while (!mStored.empty() && !time.hasExpired(kMillisecondsAtOnce)) answerFirstStored();
+    Burst::takeSlice(mClock, mStored, [this](const Question& question) { answerLaunch(question); });
     if (!mStored.empty()) afterThis([this] { answerStored(); });
   }
 
-  void answerFirstStored() {
+  void answerLaunch(const Question& question) {
     --mWaitingLaunches;
-    answer(mStored.front().message, mStored.front().bus, mStored.front().reply);
-    mStored.pop_front();
+    answer(question.message, question.bus, question.reply);
   }
 
   static void answer(const QDBusMessage& message, const QDBusConnection& bus,
@@ -262,21 +245,22 @@ class BusAgentObject::Private final : public QDBusVirtualObject {
 
   BusConnection& mConnection;
   RunLoop& mRunLoop;
+  const Clock& mClock;
+  Burst mBurst;  // of launches
   AgentAnswers* mAnswers = nullptr;
   RunLoop::TimerId mTelling = 0;
   std::deque<Question> mQuestions;
   std::deque<Question> mLaunches;
   std::deque<Question> mLaunched;  // not stored yet
   std::deque<Question> mStored;
-  QElapsedTimer mSinceFirstLaunch;
   int mWaiting = 0;
   int mWaitingLaunches = 0;
   std::map<QString, int> mWaitingOf;
   std::shared_ptr<int> mAlive = std::make_shared<int>();
 };
 
-BusAgentObject::BusAgentObject(BusConnection& connection, RunLoop& runLoop)
-    : mPrivate(std::make_unique<Private>(connection, runLoop)) {}
+BusAgentObject::BusAgentObject(BusConnection& connection, RunLoop& runLoop, const Clock& clock)
+    : mPrivate(std::make_unique<Private>(connection, runLoop, clock)) {}
 
 BusAgentObject::~BusAgentObject() = default;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Clock.h"
 #include "platform/DistributedNotifications.h"
 #include "platform/qt/BusConnection.h"
 
@@ -15,8 +16,8 @@ namespace corvana {
 /// name belongs to another program, the agent waits for it.
 class BusAgentObject final : public AgentObject {
  public:
-  /// The connection outlives this object.
-  BusAgentObject(BusConnection& connection, RunLoop& runLoop);
+  /// The three outlive this object.
+  BusAgentObject(BusConnection& connection, RunLoop& runLoop, const Clock& clock);
   ~BusAgentObject() override;
 
   void appear(AgentAnswers& answers) override;

@@ -22,7 +22,7 @@ namespace corvana {
 class AgentOnBus final : public AgentAnswers {
  public:
   explicit AgentOnBus(const std::string& home)
-      : mBus(mLoop, mLog), mObject(mBus, mLoop), mNotifications(mBus, mLoop, mLog) {
+      : mBus(mLoop, mLog), mObject(mBus, mLoop, mClock), mNotifications(mBus, mLoop, mLog) {
     answer = ZAN_Value::dictionary({{"home", home}, {"enabled", true}});
     mNotifications.observe(
         "CVA9_SchedulerNotification",
@@ -61,6 +61,7 @@ class AgentOnBus final : public AgentAnswers {
     void write(const std::string&) override {}
   };
   QtRunLoop mLoop;
+  SystemClock mClock;
   SilentLog mLog;
   BusConnection mBus;
   BusAgentObject mObject;

@@ -77,7 +77,7 @@ struct BusAgentObjectTest : testing::Test {
   void SetUp() override {
     bus.start();
     connection = std::make_unique<BusConnection>(real.loop, log, [this] { return bus.address(); });
-    object = std::make_unique<BusAgentObject>(*connection, real.loop);
+    object = std::make_unique<BusAgentObject>(*connection, real.loop, real.clock);
     object->appear(answers);
     connect();
   }
@@ -236,7 +236,7 @@ TEST_F(BusAgentObjectTest, IsFoundAgainWhenTheBusHasComeBack) {
 TEST_F(BusAgentObjectTest, WaitsForItsNameWhileAnotherHasIt) {
   BusConnection second(real.loop, log, [this] { return bus.address(); });
   FewAnswers others;
-  BusAgentObject successor(second, real.loop);
+  BusAgentObject successor(second, real.loop, real.clock);
   ASSERT_TRUE(answersStatus());
   successor.appear(others);
   ASSERT_TRUE(answersStatus());
