@@ -62,21 +62,16 @@ class StandardReportTest : public testing::Test, public test::WorkWorld {
     for (const auto& [key, value] : more) all.setValue(key, value);
     (void)store.settings().saveMainAppSettings(all);
   }
+  static PeerScript greeting() {
+    return PeerScript().line("220 hi").hear("EHLO").line("250 hi").hear("MAIL FROM");
+  }
   static PeerScript upToData() {
-    return PeerScript()
-        .line("220 hi")
-        .hear("EHLO")
-        .line("250 hi")
-        .hear("MAIL FROM")
-        .line("250 ok")
-        .hear("RCPT TO")
-        .line("250 ok")
-        .hear("DATA\r\n")
-        .line("354 go");
+    return greeting().line("250 ok").hear("RCPT TO").line("250 ok").hear("DATA\r\n").line("354 go");
   }
-  static PeerScript taking() {
-    return upToData().hear("\r\n.\r\n").line("250 taken").hear("QUIT\r\n").line("221 bye").close();
+  static PeerScript toItsEnd(PeerScript script) {
+    return script.hear("\r\n.\r\n").line("250 taken").hear("QUIT\r\n").line("221 bye").close();
   }
+  static PeerScript taking() { return toItsEnd(upToData()); }
   bool refuses = false;
   static PeerScript away() { return PeerScript().fail("Connection refused"); }
 
@@ -243,28 +238,16 @@ TEST_F(StandardReportTest, WhatTheUserDropsIsNotSent) {
 
 TEST_F(StandardReportTest, OneRefusedRecipientIsNamedAndTheOthersHaveTheMail) {
   set({{"SendReportEmailAddress", "bob@example.com, eve@example.com, late@example.com"}});
-  const auto refusing = [](const char* bob) {
-    return PeerScript()
-        .line("220 hi")
-        .hear("EHLO")
-        .line("250 hi")
-        .hear("MAIL FROM")
-        .line("250 ok")
-        .hear("bob@")
-        .line(bob)
-        .hear("eve@")
-        .line("550 no such user")
-        .hear("late@")
-        .line("451 greylisted")
-        .hear("DATA\r\n")
-        .line("354 go")
-        .hear("\r\n.\r\n")
-        .line("250 taken")
-        .hear("QUIT\r\n")
-        .line("221 bye")
-        .close();
-  };
-  server = refusing("250 ok");
+  server = toItsEnd(greeting()
+                        .line("250 ok")
+                        .hear("bob@")
+                        .line("250 ok")
+                        .hear("eve@")
+                        .line("550 no such user")
+                        .hear("late@")
+                        .line("451 greylisted")
+                        .hear("DATA\r\n")
+                        .line("354 go"));
   Agent agent(records);
   agent.report.sendEmailReport(true);
   advance(10);
@@ -353,27 +336,22 @@ TEST_F(StandardReportTest, ATestFindsTheServerThatIsMeant) {
   machine.network.script = [&](const std::string& host, std::int64_t port) {
     asked.push_back(host + ":" + std::to_string(port));
     if (asked.back() != "mail.example.com:587") return away();
-    return PeerScript()
-        .line("220 hi")
-        .hear("EHLO")
-        .line("250-hi")
-        .line("250 STARTTLS")
-        .hear("STARTTLS")
-        .line("220 go")
-        .tls()
-        .hear("EHLO")
-        .line("250 hi")
-        .hear("MAIL FROM")
-        .line(refuses ? "550 not from you" : "250 ok")
-        .hear("RCPT TO")
-        .line("250 ok")
-        .hear("DATA\r\n")
-        .line("354 go")
-        .hear("\r\n.\r\n")
-        .line("250 taken")
-        .hear("QUIT\r\n")
-        .line("221 bye")
-        .close();
+    return toItsEnd(PeerScript()
+                        .line("220 hi")
+                        .hear("EHLO")
+                        .line("250-hi")
+                        .line("250 STARTTLS")
+                        .hear("STARTTLS")
+                        .line("220 go")
+                        .tls()
+                        .hear("EHLO")
+                        .line("250 hi")
+                        .hear("MAIL FROM")
+                        .line(refuses ? "550 not from you" : "250 ok")
+                        .hear("RCPT TO")
+                        .line("250 ok")
+                        .hear("DATA\r\n")
+                        .line("354 go"));
   };
   Agent agent(records);
   MailAccount account(records, agent.sender);

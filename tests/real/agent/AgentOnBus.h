@@ -130,18 +130,21 @@ struct AgentOnBus : testing::Test {
     int code = -1;
     std::string text;
   };
-  Said command(const std::vector<std::string>& words) {
+  /// Runs a program to its end.
+  Said run(const std::vector<std::string>& words) {
     Said said;
     bool ended = false;
-    std::vector<std::string> all{CORVANA_COMMAND};
-    all.insert(all.end(), words.begin(), words.end());
     auto child = processes.start(
-        environment(all), false,
-        {[&](std::string_view chunk) { said.text += chunk; }, [&] { ended = true; }});
+        words, false, {[&](std::string_view chunk) { said.text += chunk; }, [&] { ended = true; }});
     EXPECT_TRUE(child);
     EXPECT_TRUE(real.runUntil([&] { return ended && !(*child)->isRunning(); }));
     said.code = (*child)->terminationStatus();
     return said;
+  }
+  Said command(const std::vector<std::string>& words) {
+    std::vector<std::string> all{CORVANA_COMMAND};
+    all.insert(all.end(), words.begin(), words.end());
+    return run(environment(all));
   }
 };
 

@@ -54,15 +54,7 @@ struct UnderFaults : AgentOnBus {
   }
 
   Said runUnder(const std::string& fault, const std::vector<std::string>& words) {
-    Said said;
-    bool ended = false;
-    auto child = processes.start(
-        under(fault, words), false,
-        {[&](std::string_view chunk) { said.text += chunk; }, [&] { ended = true; }});
-    EXPECT_TRUE(child);
-    EXPECT_TRUE(real.runUntil([&] { return ended && !(*child)->isRunning(); }));
-    said.code = (*child)->terminationStatus();
-    return said;
+    return run(under(fault, words));
   }
 };
 
