@@ -6,6 +6,8 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {
 
@@ -45,6 +47,16 @@ struct TaskRequest {
     return ZAN_FilesUtils::joinedPath(hiddenFolder, name);
   }
   static std::string answerOf(const std::string& path) { return path + ".answer"; }
+
+  /// A path as a request names it: JSON has Unicode alone, so that other bytes are data.
+  static ZAN_Value pathValue(const std::string& path) {
+    return isUtf8(path) ? ZAN_Value(path) : ZAN_Value::data(path);
+  }
+  static std::string pathFrom(const ZAN_Value& value) {
+    if (!value.isData()) return value.string();
+    const auto bytes = value.bytes();
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+  }
 
  private:
   static constexpr std::string_view kPrefix = "Request ";

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "actions/TaskRequest.h"
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
 #include "command/CopiesRequest.h"
@@ -75,7 +76,7 @@ Result<Wish> wishFrom(const char* kind, Arguments& arguments, CommandHome& home,
         .string();
   };
   wish.request.setValue("kind", kind);
-  wish.request.setValue("folder", folder);
+  wish.request.setValue("folder", TaskRequest::pathValue(folder));
   if (from) {
     const RepositoryAddress address(*from);
     if (address.hasSecret())
@@ -87,7 +88,7 @@ Result<Wish> wishFrom(const char* kind, Arguments& arguments, CommandHome& home,
   }
   if (passwordFile) wish.request.setValue("passwordFile", absolute(*passwordFile));
   ZAN_Value names = ZAN_Value::array();
-  for (const auto& path : paths) names.append(path);
+  for (const auto& path : paths) names.append(TaskRequest::pathValue(path));
   wish.request.setValue("names", names);
   return wish;
 }
@@ -215,8 +216,9 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
   if (!wish) return wrongWords(wish.error());
   if (to) {
     std::error_code failed;
-    wish->request.setValue("to",
-                           std::filesystem::absolute(*to, failed).lexically_normal().string());
+    wish->request.setValue(
+        "to",
+        TaskRequest::pathValue(std::filesystem::absolute(*to, failed).lexically_normal().string()));
   }
   wish->request.setValue("dryRun", onlyLooks ? 1 : 0);
   wish->request.setValue("overwrite", overwrites ? 1 : 0);
@@ -237,6 +239,8 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
             ") from the version of " + dateOf(home, (*found)["version"]);
     if (found->integer("same") > 0)
       text += "; " + std::to_string(found->integer("same")) + " were there as they were then";
+    if (found->integer("unread") > 0)
+      text += ", by their sizes and dates; without --dry-run their contents are compared";
     text += '\n';
   }
   return answerFrom(found, std::move(text));

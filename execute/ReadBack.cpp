@@ -64,14 +64,14 @@ void ReadBack::afterRun(const ZAN_Value& settings, bool isFirst, Volumes& volume
   if (!end.isExecuted() || settings.integer(VersionKey::none) != 0 ||
       (!isFirst && last && now - *last < kWeek && now >= *last))
     return;
-  const auto kept = mEngine.versions();
-  if (!kept || kept->versions.empty()) return;
+  const auto newest = mEngine.newest();
+  if (!newest) return;
   std::uint64_t errors = 0;
   std::vector<std::string> texts;
   const Outcome verified =
       perform(isFirst ? VerifiedShare{.files = kFilesReadBack, .bytes = kBytesReadBack}
                       : shareOf(now, kPercentAWeek),
-              settings, kept->versions.back(), volumes,
+              settings, *newest, volumes,
               {.inAll = [](std::uint64_t, std::uint64_t) {},
                .goesOn = [&](const std::string&, std::uint64_t,
                              std::uint64_t) { return mWatch.check() && control.waitWhilePaused(); },

@@ -153,8 +153,9 @@ Outcome VersionRequest::choose() {
 Result<std::vector<std::string>> VersionRequest::names() const {
   const VersionPlaces places(mVersion, mSettings, m.volumes);
   std::vector<std::string> names;
+  const std::string folder = TaskRequest::pathFrom(mRequest["folder"]);
   for (const ZAN_Value& given : mRequest["names"].elements()) {
-    auto name = places.nameOf(std::string(given.stringView()), mRequest.string("folder"));
+    auto name = places.nameOf(TaskRequest::pathFrom(given), folder);
     if (!name) return name.error();
     names.push_back(*std::move(name));
   }
@@ -167,7 +168,7 @@ Result<std::vector<VersionTarget>> VersionRequest::targets() const {
   if (wanted->empty()) {
     for (const auto& copy : mVersion.copies) wanted->push_back(copy.name);
   }
-  const std::string to = mRequest.string("to");
+  const std::string to = TaskRequest::pathFrom(mRequest["to"]);
   // Copies that somebody else's action has made belong nowhere here.
   const ZAN_Value nobody;
   const VersionPlaces places(mVersion, mRequest.string("from").empty() ? mSettings : nobody,
@@ -235,6 +236,7 @@ Outcome VersionRequest::restore() {
   mFiles = restored.files;
   mBytes = restored.bytes;
   mAnswer.setValue("same", restored.same);
+  mAnswer.setValue("unread", restored.unread);
   mAnswer.setValue("inTheWay", restored.kept);
   mAnswer.setValue("kept", kept);
   mAnswer.setValue("items", items);

@@ -76,11 +76,11 @@ class Memory(threading.Thread):
                     pass
 
 
-def told(name, ours, peer):
+def told(name, ours, peer, peer_name="rsync"):
     for what, index in (("wall", 0), ("processor", 1)):
         own = statistics.median(one[index] for one in ours)
         other = statistics.median(one[index] for one in peer)
-        print(f"{name}, {what}: {own:.2f} s, rsync {other:.2f} s, {own / other:.2f} x")
+        print(f"{name}, {what}: {own:.2f} s, {peer_name} {other:.2f} s, {own / other:.2f} x", flush=True)
 
 
 def main():
@@ -118,4 +118,5 @@ def main():
             shutil.rmtree(copies)
 
 
-main()
+if __name__ == "__main__":
+    main()

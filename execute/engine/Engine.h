@@ -136,8 +136,10 @@ class Engine {
   /// Removes the versions that need not be kept any more.
   virtual Outcome forget() = 0;
 
-  /// Those of the action; to be called before what follows.
+  /// Those of the action; to be called before what follows but `newest`.
   virtual Result<KeptVersions> versions() = 0;
+  /// The newest one, for `verify`; right after a run the one that it has made.
+  virtual Result<KeptVersion> newest() = 0;
   /// What lay under one name in each of them, Kind::none where nothing did.
   virtual Result<std::vector<VersionItem>> statesOf(const std::string& name) = 0;
   /// What a version has, as long as the engine is there.

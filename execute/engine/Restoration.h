@@ -30,14 +30,16 @@ class Restoration {
   struct Counts {
     std::uint64_t files = 0;  ///< restored, links and the like too
     std::uint64_t bytes = 0;
-    std::uint64_t same = 0;  ///< were there as they are to be
-    std::uint64_t kept = 0;  ///< stood in the way and have another name now
+    std::uint64_t same = 0;    ///< were there as they are to be
+    std::uint64_t unread = 0;  ///< of those: by kind, size and date, without a look at the contents
+    std::uint64_t kept = 0;    ///< stood in the way and have another name now
     std::uint64_t failures = 0;
 
     Counts& operator+=(const Counts& more) {
       files += more.files;
       bytes += more.bytes;
       same += more.same;
+      unread += more.unread;
       kept += more.kept;
       failures += more.failures;
       return *this;

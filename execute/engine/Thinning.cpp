@@ -37,10 +37,34 @@ VersionsKept VersionsKept::fromSettings(const ZAN_Value& settings) {
   return kept;
 }
 
+std::size_t VersionsKept::beforeLeap(const std::vector<ReferenceTime>& dates, ReferenceTime now) {
+  constexpr double kMonth = 31 * kDay;
+  constexpr double kUsualTimes = 4;
+  constexpr double kUntilBelieved = 7 * kDay;
+  constexpr std::size_t kRunsLookedAt = 9;
+  if (!dates.empty()) now = std::min(now, dates.back());
+  for (std::size_t i = dates.size(); i-- > 1;) {
+    // The clock may have been set back again.
+    if (now - dates[i] >= kUntilBelieved) return 0;
+    const double gap = dates[i] - dates[i - 1];
+    if (gap <= kMonth) continue;
+    std::vector<double> usual;
+    for (std::size_t j = i - 1; j > 0 && usual.size() < kRunsLookedAt; --j)
+      usual.push_back(dates[j] - dates[j - 1]);
+    std::ranges::sort(usual);
+    if (usual.empty() || gap > kUsualTimes * usual[usual.size() / 2]) return i;
+  }
+  return 0;
+}
+
 std::vector<std::size_t> VersionsKept::superfluous(const std::vector<ReferenceTime>& dates,
                                                    ReferenceTime now) const {
   std::vector<std::size_t> found;
-  for (std::size_t i = 0; i + 1 < dates.size(); ++i) {
+  if (dates.empty()) return found;
+  // A clock that was put forward during the run makes no version older.
+  now = std::min(now, dates.back());
+  const std::size_t first = none ? 0 : beforeLeap(dates, now);
+  for (std::size_t i = first; i + 1 < dates.size(); ++i) {
     const auto period = periodOf(dates[i], now);
     const bool isTooOld = seconds > 0 && now - dates[i] > seconds;
     if (none || isTooOld || (period && period == periodOf(dates[i + 1], now))) found.push_back(i);

@@ -22,9 +22,16 @@ struct VersionsKept {
 
   /// Which versions need not be kept at that time, by their places among the dates, oldest first:
   /// of the last two days all stay, one a day for a month, one a week for a year, then one a month,
-  /// each the newest of its time; none that is older than the limit. The last one always stays.
+  /// each the newest of its time; none that is older than the limit. The last one always stays, and
+  /// none counts as older than that one is at `now`.
   std::vector<std::size_t> superfluous(const std::vector<ReferenceTime>& dates,
                                        ReferenceTime now) const;
+
+  /// How many of the oldest versions stay for now whatever their age: the clock seems to have run
+  /// ahead after them. That is, between them and the next one lies more than a month, and four
+  /// times what usually lies between runs, and runs have gone on for less than a week since. A
+  /// clock that is wrong is noticed by then; if it is right, it has done no harm to wait.
+  static std::size_t beforeLeap(const std::vector<ReferenceTime>& dates, ReferenceTime now);
 };
 
 }  // namespace corvana

@@ -191,6 +191,13 @@ Result<KeptVersions> PlainEngine::versions() {
   return kept;
 }
 
+Result<KeptVersion> PlainEngine::newest() {
+  auto kept = versions();
+  if (!kept) return kept.error();
+  if (!kept->versions.empty()) return std::move(kept->versions.back());
+  return Error{ErrorKind::absent, place() + ": no version is whole yet"};
+}
+
 Result<std::size_t> PlainEngine::indexOf(const KeptVersion& version) const {
   const auto found = std::ranges::find(mChain, version.id, &VersionFolder::base);
   if (found != mChain.end()) return static_cast<std::size_t>(found - mChain.begin());

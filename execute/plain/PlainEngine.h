@@ -23,6 +23,7 @@ class PlainEngine final : public Engine {
   ExecuteEnd run() override;
   Outcome forget() override;
   Result<KeptVersions> versions() override;
+  Result<KeptVersion> newest() override;
   Result<std::vector<VersionItem>> statesOf(const std::string& name) override;
   Result<std::unique_ptr<VersionTree>> list(const KeptVersion& version) override;
   Outcome restore(const KeptVersion& version, const std::vector<VersionTarget>& targets,

@@ -487,13 +487,15 @@ bool Versions::remove(const std::string& name) {
 
 Outcome Versions::thin(ReferenceTime now, const VersionsKept& kept) {
   if (!mAll) return {};
-  for (const auto& folder : VersionFolder::all(*mAll)) {
-    if (!folder.header && folder.state == State::dated && now - folder.date > kKeptWithoutList)
-      remove(folder.name);
-  }
   auto versions = chain();
   std::vector<ReferenceTime> dates;
   for (const auto& version : versions) dates.push_back(version.date);
+  const bool isTimeBelieved = VersionsKept::beforeLeap(dates, now) == 0;
+  for (const auto& folder : VersionFolder::all(*mAll)) {
+    if (isTimeBelieved && !folder.header && folder.state == State::dated &&
+        now - folder.date > kKeptWithoutList)
+      remove(folder.name);
+  }
   for (const std::size_t index : kept.superfluous(dates, now)) {
     if (Outcome dropped = drop(versions[index], chain()); !dropped) return dropped;
   }

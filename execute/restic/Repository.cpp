@@ -150,10 +150,12 @@ Result<RepositorySecret> RepositorySecret::find(const std::string& shownAddress,
   }
   const auto value = text ? ZAN_Json::valueWithJson(*text) : Result<ZAN_Value>(Error{});
   if (!text || !value || !value->isDictionary()) {
-    return Error{ErrorKind::absent,
-                 shownAddress +
-                     ": its password is not known; give it by --password-file FILE, or let "
-                     "corvana9 edit REF --password-file FILE keep it"};
+    return Error{
+        ErrorKind::absent,
+        shownAddress +
+            ": its password is not known, or the desktop's keyring is locked; unlock that, "
+            "or give the password by --password-file FILE, or let "
+            "corvana9 edit REF --password-file FILE keep it"};
   }
   return RepositorySecret{value->string("password"), value->string("address")};
 }

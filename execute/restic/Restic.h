@@ -17,6 +17,9 @@ namespace corvana {
 /// A pattern that matches this very path.
 std::string resticLiteral(std::string_view path);
 
+/// The user's name as restic writes it into locks and snapshots; empty when it is not known.
+std::string resticUser();
+
 /// How a call of restic ended, by its exit code and its words.
 struct ResticEnd {
   enum class Kind {
@@ -25,6 +28,7 @@ struct ResticEnd {
     stopped,        ///< since somebody wanted that
     skipWanted,     ///< it was stopped since the current item is to be left out
     wrongPassword,  ///< or no key of this repository
+    loginRefused,   ///< the server does not take the keys, or the password, of the address
     noRepository,   ///< nothing is there
     locked,         ///< by another program; the text says by which
     unreachable,    ///< the target does not answer
@@ -53,6 +57,7 @@ class Restic {
     /// Gets each line of the standard output, and of the standard error.
     std::function<void(std::string_view)> onLine{};
     std::function<void(std::string_view)> onErrorLine{};
+    bool wantsEmptyLines = false;
     std::vector<int> descriptors{};  ///< that it gets
     bool obeysSkip = false;
     double patienceForLocks = 1800;  ///< seconds that a lock of somebody else is waited for

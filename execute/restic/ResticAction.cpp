@@ -1,6 +1,7 @@
 #include "execute/restic/ResticAction.h"
 
-#include "execute/restic/Snapshots.h"
+#include <algorithm>
+
 #include "platform/Machine.h"
 
 namespace corvana {
@@ -11,6 +12,28 @@ std::string ResticAction::tags() const {
          std::to_string(reference()) + "," + std::string(SnapshotTag::machine) +
          host.machine.machineIdentifier() + "," + std::string(SnapshotTag::home) +
          SnapshotTag::word(host.machine.homeFolder());
+}
+
+Result<std::vector<Snapshot>> ResticAction::snapshots() const {
+  auto all =
+      Snapshot::all(restic, std::string(SnapshotTag::own) + "," + std::string(SnapshotTag::action) +
+                                std::to_string(reference()));
+  if (!all) return all;
+  const Machine& machine = host.machine;
+  const std::string home = SnapshotTag::word(machine.homeFolder());
+  std::erase_if(*all, [&](const Snapshot& snapshot) {
+    return snapshot.tagged(SnapshotTag::machine) != machine.machineIdentifier();
+  });
+  std::vector<std::vector<std::string>> others;  // what other homes have copied
+  for (const Snapshot& snapshot : *all) {
+    if (snapshot.tagged(SnapshotTag::home).value_or(home) != home) others.push_back(snapshot.paths);
+  }
+  std::erase_if(*all, [&](const Snapshot& snapshot) {
+    if (const auto tagged = snapshot.tagged(SnapshotTag::home)) return *tagged != home;
+    return snapshot.host != machine.hostName() || snapshot.user != resticUser() ||
+           std::ranges::find(others, snapshot.paths) != others.end();
+  });
+  return all;
 }
 
 ExecuteEnd ResticAction::endOf(const Error& error) const {

@@ -202,6 +202,14 @@ ResticEnd ResticBackup::backUp(ReferenceTime date) {
   }
 }
 
+/// Whether it is plain that there is no repository, without asking restic.
+bool ResticBackup::isNothingThere() const {
+  if (!mFolder) return false;
+  if (mFolder->path() != m.place()) return true;
+  const auto names = namesInFolder(mFolder->descriptor());
+  return names && names->empty();
+}
+
 /// Where there is none, unless one has been used.
 ResticEnd ResticBackup::makeRepository() {
   const ZAN_Value& settings = m.order.settings;
@@ -229,13 +237,13 @@ ResticEnd ResticBackup::makeRepository() {
 ExecuteEnd ResticBackup::run(SnapshotNotes& notes) {
   // Clocks are set back; the order of versions stays.
   const ReferenceTime now = std::floor(m.host.store.clock().now());
-  const ReferenceTime date = std::max(now, notes.newest().value_or(0) + 1);
-  ResticEnd end = backUp(date);
+  ReferenceTime date = std::max(now, notes.newest().value_or(0) + 1);
+  ResticEnd end = isNothingThere() ? ResticEnd{Kind::noRepository} : backUp(date);
   if (end.kind == Kind::noRepository) {
     end = makeRepository();
     if (end.isDone()) {
       notes.startAnew();
-      end = backUp(now);
+      end = backUp(date = now);
     }
   }
   if (!end.isDone() && end.kind != Kind::partly) return m.endOf(end);
@@ -256,6 +264,11 @@ ExecuteEnd ResticBackup::run(SnapshotNotes& notes) {
   notes.add(snapshot, {.date = date,
                        .files = mSummary["total_files_processed"].unsignedValue(),
                        .bytes = mSummary["total_bytes_processed"].unsignedValue()});
+  mMade = Snapshot{.id = snapshot, .date = date, .host = m.host.machine.hostName()};
+  for (std::size_t i = 0; i < mSources.size(); ++i) {
+    mMade->paths.push_back(realPath(mSources[i]));
+    if (!mSources[i].isFolder) mMade->tags.push_back(Snapshot::fileTag(i));
+  }
   return std::move(mEnd);
 }
 

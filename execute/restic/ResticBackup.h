@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "execute/engine/HeldSource.h"
 #include "execute/restic/ResticAction.h"
 #include "execute/restic/SnapshotNotes.h"
+#include "execute/restic/Snapshots.h"
 
 namespace corvana {
 
@@ -24,6 +26,8 @@ class ResticBackup {
   /// Makes the repository when there is none and none has been used. An item that is to be left out
   /// on the way is: restic starts over without it. `notes` learns of the snapshot.
   ExecuteEnd run(SnapshotNotes& notes);
+  /// The snapshot of the run, by the beginning of its name.
+  const std::optional<Snapshot>& made() const { return mMade; }
   /// Changes nothing.
   ExecuteEnd plan(const std::function<void(const PlannedItem&)>& planned);
 
@@ -34,6 +38,7 @@ class ResticBackup {
   std::vector<std::string> words(ReferenceTime date) const;
   void addPaths(std::vector<std::string>& words) const;
   ResticEnd backUp(ReferenceTime date);
+  bool isNothingThere() const;
   ResticEnd makeRepository();
   void planFirst(const std::function<void(const PlannedItem&)>& planned) const;
   void readLine(std::string_view line);
@@ -48,6 +53,7 @@ class ResticBackup {
   ZAN_Value mSummary;
   ExecuteProgress mProgress;
   ExecuteEnd mEnd;
+  std::optional<Snapshot> mMade;
 };
 
 }  // namespace corvana

@@ -6,6 +6,7 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionsTools.h"
 #include "execute/restic/ResticBackup.h"
@@ -147,7 +148,13 @@ ResticBackup ResticEngine::backup() const {
   return {*mAction, mSources, mFolder ? &*mFolder : nullptr};
 }
 
-ExecuteEnd ResticEngine::run() { return backup().run(*mNotes); }
+ExecuteEnd ResticEngine::run() {
+  ResticBackup backup = this->backup();
+  ExecuteEnd end = backup.run(*mNotes);
+  // It need not be asked for; each opening of the repository takes its time.
+  if (backup.made()) mSnapshots = {*backup.made()};
+  return end;
+}
 
 ExecuteEnd ResticEngine::plan(const std::function<void(const PlannedItem&)>& planned) {
   return backup().plan(planned);
@@ -159,11 +166,10 @@ Result<KeptVersions> ResticEngine::versions() {
   if (const Outcome opened = open(); !opened) return opened.error();
   const bool isOwn = mOrder.from.empty();
   std::string tags;
-  if (isOwn) tags = mAction->tags();
-  if (!isOwn && mOrder.reference > 0)
+  if (mOrder.reference > 0)
     tags = std::string(SnapshotTag::own) + "," + std::string(SnapshotTag::action) +
            std::to_string(mOrder.reference);
-  auto all = Snapshot::all(*mRestic, tags);
+  auto all = isOwn ? mAction->snapshots() : Snapshot::all(*mRestic, tags);
   if (!all) return all.error();
   mSnapshots = *std::move(all);
   if (isOwn) mNotes->update(mSnapshots);
@@ -181,21 +187,32 @@ Result<KeptVersions> ResticEngine::versions() {
     });
   }
   KeptVersions kept;
-  for (const Snapshot& snapshot : mSnapshots) {
-    KeptVersion version{.id = snapshot.id.substr(0, Snapshot::kShortId),
-                        .date = snapshot.date,
-                        .title = isOwn ? mOrder.settings.string("Title") : snapshot.host};
-    if (const auto* note = isOwn ? mNotes->of(snapshot.id) : nullptr) {
-      version.files = note->files;
-      version.bytes = note->bytes;
-    }
-    for (std::size_t i = 0; i < snapshot.paths.size(); ++i) {
-      const std::string& path = snapshot.paths[i];
-      version.copies.push_back({path.substr(1), path, !snapshot.isFile(i)});
-    }
-    kept.versions.push_back(std::move(version));
-  }
+  for (const Snapshot& snapshot : mSnapshots) kept.versions.push_back(keptVersion(snapshot));
   return kept;
+}
+
+KeptVersion ResticEngine::keptVersion(const Snapshot& snapshot) const {
+  const bool isOwn = mOrder.from.empty();
+  KeptVersion version{.id = snapshot.id.substr(0, Snapshot::kShortId),
+                      .date = snapshot.date,
+                      .title = isOwn ? mOrder.settings.string("Title") : snapshot.host};
+  if (const auto* note = isOwn ? mNotes->of(snapshot.id) : nullptr) {
+    version.files = note->files;
+    version.bytes = note->bytes;
+  }
+  for (std::size_t i = 0; i < snapshot.paths.size(); ++i) {
+    const std::string& path = snapshot.paths[i];
+    version.copies.push_back({path.substr(1), path, !snapshot.isFile(i)});
+  }
+  return version;
+}
+
+Result<KeptVersion> ResticEngine::newest() {
+  if (mSnapshots.empty()) {
+    if (const auto kept = versions(); !kept) return kept.error();
+  }
+  if (!mSnapshots.empty()) return keptVersion(mSnapshots.back());
+  return Error{ErrorKind::absent, place() + ": no version is whole yet"};
 }
 
 Result<const Snapshot*> ResticEngine::snapshotOf(const KeptVersion& version) const {
@@ -216,13 +233,17 @@ Result<std::vector<VersionItem>> ResticEngine::statesOf(const std::string& name)
   // Nothing found is no JSON.
   const auto found = ZAN_Json::valueWithJson(*text);
   if (!found) return states;
+  // Nor are bytes that are no Unicode; it was asked for by them.
+  const std::string told = withReplacedBytes(name);
   for (const ZAN_Value& hit : found->elements()) {
     const std::string id = hit.string("snapshot");
     const auto snapshot = std::ranges::find(mSnapshots, id, &Snapshot::id);
     if (snapshot == mSnapshots.end()) continue;
     for (const ZAN_Value& node : hit["matches"].elements()) {
-      if (auto item = resticItem(node); item && item->name == name)
+      if (auto item = resticItem(node); item && item->name == told) {
+        item->name = name;
         states[static_cast<std::size_t>(snapshot - mSnapshots.begin())] = *std::move(item);
+      }
     }
   }
   return states;

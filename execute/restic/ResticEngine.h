@@ -30,6 +30,7 @@ class ResticEngine final : public Engine {
   ExecuteEnd run() override;
   Outcome forget() override;
   Result<KeptVersions> versions() override;
+  Result<KeptVersion> newest() override;
   Result<std::vector<VersionItem>> statesOf(const std::string& name) override;
   Result<std::unique_ptr<VersionTree>> list(const KeptVersion& version) override;
   Outcome restore(const KeptVersion& version, const std::vector<VersionTarget>& targets,
@@ -45,6 +46,7 @@ class ResticEngine final : public Engine {
   void use(RepositoryAddress address, std::string password);
   Result<std::string> password(const std::string& address, std::string& secretAddress) const;
   ResticBackup backup() const;
+  KeptVersion keptVersion(const Snapshot& snapshot) const;
   Result<const Snapshot*> snapshotOf(const KeptVersion& version) const;
   /// The hidden one, which has secrets, notes, and for a moment files that are read back.
   std::string dataFolder() const;
@@ -57,7 +59,7 @@ class ResticEngine final : public Engine {
   std::unique_ptr<Restic> mRestic;
   std::optional<ResticAction> mAction;
   std::optional<SnapshotNotes> mNotes;  ///< of the action's own repository
-  std::vector<Snapshot> mSnapshots;     ///< those of the action, oldest first
+  std::vector<Snapshot> mSnapshots;     ///< of the action, oldest first; after a run its own
 };
 
 }  // namespace corvana

@@ -15,8 +15,9 @@ class ResticRestoration {
   ResticRestoration(const ResticAction& action, const Snapshot& snapshot, const TaskHooks& hooks)
       : m(action), mSnapshot(snapshot), mHooks(hooks) {}
 
-  /// As Engine::restore. Of a folder that is there only what differs in kind, size, date, owner or
-  /// permissions is fetched, unless that is very much.
+  /// As Engine::restore. All that is wanted is fetched, and what is there already is told by its
+  /// contents; in several pieces where there is no room for all of it at once. With `onlyLooks`
+  /// nothing is read, and what is there is told by restic's list.
   Outcome restore(const std::vector<VersionTarget>& targets, const Restoration::Options& options,
                   Restoration::Counts& restored);
   /// Fetches a few files into the folder that is given, and compares them with what they were
@@ -25,17 +26,30 @@ class ResticRestoration {
                    const std::string& folder, VerifiedCounts& verified);
 
  private:
-  struct Wanted;
+  struct Batch;
   struct Fetched {
     ResticEnd end;
     std::vector<std::string> failed;  ///< names
   };
 
-  Result<Wanted> look(const VersionTarget& target, const Restoration::Options& options,
-                      Restoration::Counts& restored, Restoration::Counts& all);
-  Outcome bring(const VersionTarget& target, const Wanted& wanted,
+  std::vector<Batch> batchesOf(const std::vector<VersionTarget>& targets) const;
+  Outcome look(Batch& batch, const Restoration::Options& options, Restoration::Counts& restored,
+               Restoration::Counts& all);
+  Outcome bring(const Batch& batch, const Restoration::Options& options,
+                Restoration::Counts& restored);
+  Outcome bringInPieces(const Batch& batch, std::uint64_t room, const Restoration::Options& options,
+                        Restoration::Counts& restored);
+  /// Fetches those names, and puts them where they belong.
+  Outcome bring(const Batch& batch, const std::vector<std::string>& names,
                 const Restoration::Options& options, Restoration::Counts& restored);
+  Outcome put(const VersionTree& tree, const Batch& batch, const std::vector<std::string>& names,
+              const Restoration::Options& options, Restoration::Counts& restored);
   Fetched fetch(const std::vector<std::string>& names, const HeldFolder& folder);
+  std::vector<std::string> filesOf(const std::vector<VersionTarget>& sources,
+                                   const VerifiedShare& share) const;
+  Result<std::vector<std::string>> filesListed(const VerifiedShare& share) const;
+  Outcome readBack(const std::vector<std::string>& names, const std::vector<VersionTarget>& sources,
+                   const std::string& folder, VerifiedCounts& verified);
   /// Whether a copy is what lies at its source now; nothing when the source has changed or gone.
   std::optional<bool> isAtItsSource(const std::string& name, const HeldFolder& copies,
                                     const std::vector<VersionTarget>& sources,

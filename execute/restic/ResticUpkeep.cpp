@@ -48,7 +48,7 @@ Outcome ResticUpkeep::thin(const VersionsKept& kept, SnapshotNotes& notes) {
     if (superfluousOf(known, kept, now).empty()) return {};
   }
   // What the repository has decides, not what was known of it.
-  auto snapshots = Snapshot::all(m.restic, m.tags());
+  auto snapshots = m.snapshots();
   if (!snapshots)
     return m.host.control.stopReason() == StopReason::none ? snapshots.error() : Outcome();
   const auto gone = superfluousOf(*snapshots, kept, now);

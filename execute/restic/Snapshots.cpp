@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "execute/engine/FolderWalk.h"
 #include "execute/engine/NameList.h"
 #include "execute/engine/Words.h"
@@ -67,6 +68,54 @@ std::vector<std::string> textsOf(const ZAN_Value& list) {
   return texts;
 }
 
+/// Names that restic's JSON does not tell, since it has Unicode alone: its list for people has
+/// their bytes, a line each, in the same order.
+class UnusualNames {
+ public:
+  /// Counts the item, and keeps it when its name is one of those.
+  bool take(const VersionItem& item) {
+    const std::size_t breaks = static_cast<std::size_t>(std::ranges::count(item.name, '\n'));
+    constexpr std::string_view kReplaced = "\xef\xbf\xbd";
+    const bool isUnusual = item.name.find(kReplaced) != std::string::npos;
+    if (isUnusual) mItems.emplace_back(mLine, item);
+    mLine += 1 + breaks;
+    return isUnusual;
+  }
+  /// Adds those items under their real names.
+  Outcome findOut(Restic& restic, const std::string& snapshot,
+                  const std::vector<std::string>& places, SortedLines& lines) {
+    if (mItems.empty()) return {};
+    std::vector<std::string> words{"ls", "--quiet", "--recursive", snapshot};
+    words.insert(words.end(), places.begin(), places.end());
+    auto item = mItems.begin();
+    std::size_t at = 0;
+    std::string name;
+    const ResticEnd end = restic.call({.words = std::move(words),
+                                       .onLine =
+                                           [&](std::string_view line) {
+                                             const std::size_t number = at++;
+                                             if (item == mItems.end() || number < item->first)
+                                               return;
+                                             name += (name.empty() ? "" : "\n") + std::string(line);
+                                             if (withReplacedBytes(name) != "/" + item->second.name)
+                                               return;
+                                             item->second.name = name.substr(1);
+                                             lines.add(item->second.toLine());
+                                             name.clear();
+                                             ++item;
+                                           },
+                                       .wantsEmptyLines = true});
+    if (!end.isDone()) return end.error(restic.address().shown());
+    if (item == mItems.end()) return {};
+    return Error{ErrorKind::damaged, restic.address().shown() + ": restic's two lists of " +
+                                         snapshot + " differ at /" + item->second.name};
+  }
+
+ private:
+  std::vector<std::pair<std::size_t, VersionItem>> mItems;  ///< with the number of their lines
+  std::size_t mLine = 0;
+};
+
 }  // namespace
 
 std::optional<ReferenceTime> Snapshot::dateFrom(std::string_view text) {
@@ -112,6 +161,7 @@ Result<std::vector<Snapshot>> Snapshot::all(Restic& restic, const std::string& t
     snapshots.push_back({.id = value.string("id"),
                          .date = *date,
                          .host = value.string("hostname"),
+                         .user = value.string("username"),
                          .paths = textsOf(value["paths"]),
                          .tags = textsOf(value["tags"])});
   }
@@ -142,22 +192,29 @@ std::optional<VersionItem> resticItem(const ZAN_Value& node) {
 Outcome SnapshotTree::forEach(const std::string& name,
                               const std::function<bool(const Entry&)>& each,
                               const std::function<void(const std::string&)>&) const {
+  return forEachOf(name.empty() ? std::vector<std::string>() : std::vector{name}, each);
+}
+
+Outcome SnapshotTree::forEachOf(const std::vector<std::string>& names,
+                                const std::function<bool(const Entry&)>& each) const {
+  std::vector<std::string> places;
+  for (const std::string& name : names) places.push_back("/" + name);
+  if (names.empty()) places = mSnapshot.paths;
   std::vector<std::string> words{"ls", "--json", "--recursive", mSnapshot.id};
-  if (!name.empty()) {
-    words.push_back("/" + name);
-  } else {
-    words.insert(words.end(), mSnapshot.paths.begin(), mSnapshot.paths.end());
-  }
+  words.insert(words.end(), places.begin(), places.end());
   // restic's order is another one where a name holds a blank.
   SortedLines lines;
-  std::string targets;
+  UnusualNames unusual;
   const ResticEnd end =
       mRestic.call({.words = std::move(words), .onLine = [&](std::string_view line) {
                       const auto node = ZAN_Json::valueWithJson(line);
                       if (!node || node->string("struct_type") != "node") return;
-                      if (auto item = resticItem(*node)) lines.add(item->toLine());
+                      auto item = resticItem(*node);
+                      if (item && !unusual.take(*item)) lines.add(item->toLine());
                     }});
   if (!end.isDone()) return end.error(mRestic.address().shown());
+  if (const Outcome named = unusual.findOut(mRestic, mSnapshot.id, places, lines); !named)
+    return named;
   bool isWanted = true;
   const bool isWhole = lines.forEach([&](std::string_view line) {
     auto item = VersionItem::fromLine(line);

@@ -30,6 +30,7 @@ struct Snapshot {
   std::string id;
   ReferenceTime date = 0;
   std::string host = {};
+  std::string user = {};
   std::vector<std::string> paths = {};
   std::vector<std::string> tags = {};
 
@@ -54,6 +55,9 @@ class SnapshotTree final : public VersionTree {
   using VersionTree::forEach;
   Outcome forEach(const std::string& name, const std::function<bool(const Entry&)>& each,
                   const std::function<void(const std::string&)>& unreadable) const override;
+  /// All that lies under one of these names.
+  Outcome forEachOf(const std::vector<std::string>& names,
+                    const std::function<bool(const Entry&)>& each) const;
 
  private:
   Restic& mRestic;

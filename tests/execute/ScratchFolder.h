@@ -17,6 +17,17 @@ class ScratchFolder : public TemporaryFolder {
     std::ifstream file(at(name), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
+  /// Changes one byte in place; size and date stay.
+  void damage(const std::string& name) const {
+    const auto time = std::filesystem::last_write_time(at(name));
+    std::fstream file(at(name), std::ios::in | std::ios::out | std::ios::binary);
+    const auto middle = static_cast<std::streamoff>(std::filesystem::file_size(at(name)) / 2);
+    file.seekg(middle);
+    const int byte = file.get();
+    file.seekp(middle).put(static_cast<char>(~byte));
+    file.close();
+    std::filesystem::last_write_time(at(name), time);
+  }
 };
 
 }  // namespace corvana

@@ -206,6 +206,31 @@ TEST_F(VersionsTest, AreThinnedByAge) {
   EXPECT_EQ(versions->chain().size(), 1u) << "the newest are the copies, which stay";
 }
 
+TEST(VersionsKept, OutliveAClockThatRunsAhead) {
+  const VersionsKept quarter{.seconds = 90 * kDay};
+  std::vector<ReferenceTime> dates;
+  for (int day = 0; day < 40; ++day)
+    for (int hour = 0; hour < (day > 37 ? 24 : 1); ++hour)
+      dates.push_back(785'000'000 + day * kDay + hour * kHour);
+  const auto before = quarter.superfluous(dates, dates.back());
+  EXPECT_EQ(quarter.superfluous(dates, dates.back() + 5000 * kDay), before) << "while it ran";
+  // From now on years ahead.
+  const ReferenceTime leap = dates.back() + 5000 * kDay;
+  const std::size_t old = dates.size();
+  for (int day = 0; day < 7; ++day) {
+    dates.push_back(leap + day * kDay);
+    EXPECT_TRUE(quarter.superfluous(dates, dates.back()).empty()) << day;
+    EXPECT_TRUE(quarter.superfluous(dates, dates[old - 1] + kDay).empty()) << "and right again";
+  }
+  dates.push_back(leap + 7 * kDay);
+  EXPECT_EQ(quarter.superfluous(dates, dates.back()).size(), old) << "it is believed";
+  EXPECT_EQ(VersionsKept{.none = true}.superfluous({1, leap}, leap).size(), 1u);
+  // Whoever runs once in two months does so.
+  dates.clear();
+  for (int run = 0; run < 5; ++run) dates.push_back(785'000'000 + run * 61 * kDay);
+  EXPECT_EQ(quarter.superfluous(dates, dates.back()).size(), 3u);
+}
+
 TEST_F(VersionsTest, KeepTheirOrderWhenTheClockIsSetBack) {
   scratch.write("source/a", "one");
   ASSERT_EQ(run().code, ExecuteCode::completed);
@@ -244,6 +269,11 @@ TEST_F(VersionsTest, AreRestoredWithoutALoss) {
     return restoration.counts();
   };
   EXPECT_EQ(restore(false).files, 0u) << "nothing to do";
+  scratch.damage("source/b");
+  EXPECT_EQ(restore(false).kept, 1u) << "though size and date are the same";
+  EXPECT_EQ(scratch.read("source/b"), "same");
+  EXPECT_NE(scratch.read("source/b.before"), "same");
+  fs::remove(scratch / "source/b.before");
   // Newer work, something else in the place of a folder, and what the version did not have.
   fs::remove_all(scratch / "source/d");
   scratch.write("source/d", "a file now");
@@ -285,18 +315,12 @@ TEST_F(VersionsTest, AreVerified) {
     EXPECT_TRUE(verification.perform({}));
     return verification.counts();
   };
-  const auto flip = [&](const std::string& name) {
-    const std::string path = scratch / ("disk/source/" + name);
-    const auto time = fs::last_write_time(path);
-    std::fstream(path, std::ios::in | std::ios::out | std::ios::binary).seekp(270'000).put('y');
-    fs::last_write_time(path, time);
-  };
   auto counts = verify();
   EXPECT_EQ(counts.files, 3u);
   EXPECT_EQ(counts.mismatches, 0u);
   // Rot beside a source that has not changed, and beside one that has.
-  flip("a");
-  flip("b");
+  scratch.damage("disk/source/a");
+  scratch.damage("disk/source/b");
   scratch.write("source/b", "changed since");
   scratch.write("source/c", "changed since");
   counts = verify();

@@ -124,6 +124,18 @@ TEST_F(ResticAccidentsTest, VersionsKeepTheirOrderWhenTheClockIsSetBack) {
   EXPECT_THAT(sizes, testing::ElementsAre(4, 6, 9)) << states.string("reason");
 }
 
+TEST_F(ResticAccidentsTest, SnapshotsWithoutAHomeAreNobodyElses) {
+  ASSERT_EQ(run().integer("C"), 2);
+  const std::string own = "corvana9,action=77,machine=" + simulated.machine.machineIdentifier();
+  const std::string backUp = "backup --host " + simulated.machine.hostName() + " --tag " + own;
+  const auto versions = [&] { return ask(request("versions"))["versions"].size(); };
+  restic(backUp + " '" + scratch / "Documents" + "'");
+  EXPECT_EQ(versions(), 2u) << "one of the time before there were homes";
+  restic(backUp + "-other '" + scratch / "Documents" + "'");
+  restic(backUp + ",home=/home/else '" + scratch / "Documents" + "'");
+  EXPECT_EQ(versions(), 1u) << "it may be the other home's";
+}
+
 TEST_F(ResticAccidentsTest, AnItemIsLeftOutOnTheWay) {
   scratch.write("Documents/film", "");
   fs::resize_file(scratch / "Documents/film", 2'000'000'000);
