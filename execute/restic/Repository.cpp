@@ -76,10 +76,13 @@ bool RepositoryAddress::isRemote() const {
   return false;
 }
 
+bool RepositoryAddress::mayHaveSecret() const {
+  return isRemote() && !mText.starts_with("sftp:") && mText.find("://") != std::string::npos;
+}
+
 std::optional<RepositoryAddress::Login> RepositoryAddress::login() const {
-  const auto start = mText.find("://");
-  if (!isRemote() || start == std::string::npos || mText.starts_with("sftp:")) return std::nullopt;
-  const auto host = start + 3;
+  if (!mayHaveSecret()) return std::nullopt;
+  const auto host = mText.find("://") + 3;
   const auto end = mText.find('/', host);
   const auto at = mText.substr(0, end).rfind('@');
   if (at == std::string::npos || at < host) return std::nullopt;

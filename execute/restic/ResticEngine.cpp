@@ -52,6 +52,9 @@ Result<std::string> ResticEngine::password(const std::string& address,
                                            std::string& secretAddress) const {
   std::string file = mOrder.passwordFile;
   if (file.empty()) file = mOrder.settings.string(RepositoryKey::passwordFile);
+  // The keyring is asked through a program of its own, which takes its time.
+  if (!file.empty() && !RepositoryAddress(address).mayHaveSecret())
+    return RepositorySecret::passwordFrom(file);
   const auto secret = RepositorySecret::find(address, dataFolder());
   if (secret) secretAddress = secret->address;
   if (!file.empty()) return RepositorySecret::passwordFrom(file);

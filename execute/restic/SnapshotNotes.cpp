@@ -80,9 +80,9 @@ void SnapshotNotes::save() const {
   for (const auto& [id, note] : mNotes)
     snapshots.setValue(id, ZAN_Value::array({note.date, valueOf(note.files), valueOf(note.bytes)}));
   const ZAN_Value all = ZAN_Value::dictionary({{kPlace, mPlace}, {kSnapshots, snapshots}});
-  // Lost, it is made again from the repository.
+  // Lost or not whole, it is made again from the repository.
   if (const auto text = ZAN_Json::jsonWithValue(all, {.compact = true, .plain = true}))
-    (void)ZAN_FileWriter({}).write(mFile, *text, {});
+    (void)ZAN_FileWriter({}).write(mFile, *text, {.attributes = {}, .synchronise = false});
 }
 
 }  // namespace corvana

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <thread>
 
+#include "tests/real/MountNamespace.h"
 #include "tests/restic/ResticHome.h"
 
 namespace corvana {
@@ -134,6 +135,40 @@ TEST_F(ResticAccidentsTest, SnapshotsWithoutAHomeAreNobodyElses) {
   restic(backUp + "-other '" + scratch / "Documents" + "'");
   restic(backUp + ",home=/home/else '" + scratch / "Documents" + "'");
   EXPECT_EQ(versions(), 1u) << "it may be the other home's";
+}
+
+TEST_F(ResticAccidentsTest, RestoresInPiecesWhereRoomIsShort) {
+  inOwnMountNamespace([&] {
+    EXPECT_EQ(::mount("tmpfs", (scratch / "Documents").c_str(), "tmpfs", 0, "size=12m"), 0);
+    std::map<std::string, std::string> files;
+    for (int i = 0; i < 9; ++i) {
+      const std::string name = std::string(i < 4 ? "a/b c/" : "a/d/") + std::to_string(i);
+      files[name] = std::string(900'000, static_cast<char>('a' + i));
+      scratch.write("Documents/" + name, files[name]);
+    }
+    fs::create_directory(scratch / "Documents/a/empty");
+    fs::permissions(scratch / "Documents/a/d", fs::perms::owner_all);
+    EXPECT_EQ(run().integer("C"), 2);
+    scratch.damage("Documents/a/d/7");
+    fs::remove_all(scratch / "Documents/a/b c");
+    scratch.write("Documents/a/b c", "a file in its place");
+    fs::remove(scratch / "Documents/a/empty");
+    const ZAN_Value restored = ask(request("restore"));
+    EXPECT_EQ(restored.integer("code"), 0) << restored.string("reason");
+    EXPECT_EQ(restored.integer("files"), 5);
+    EXPECT_EQ(restored.integer("same"), 4);
+    EXPECT_EQ(restored["kept"].size(), 2u);
+    std::vector<fs::path> aside;
+    for (const auto& entry : fs::recursive_directory_iterator(scratch / "Documents"))
+      if (entry.path().string().find(".before-") != std::string::npos) aside.push_back(entry);
+    for (const auto& path : aside) fs::remove(path);
+    EXPECT_EQ(aside.size(), 2u);
+    for (const auto& [name, contents] : files)
+      EXPECT_TRUE(scratch.read("Documents/" + name) == contents) << name;
+    EXPECT_EQ(fs::status(scratch / "Documents/a/d").permissions(), fs::perms::owner_all);
+    EXPECT_TRUE(fs::exists(scratch / "Documents/a/empty"));
+    return !HasFailure();
+  });
 }
 
 TEST_F(ResticAccidentsTest, AnItemIsLeftOutOnTheWay) {
