@@ -408,6 +408,9 @@ TEST_F(WatchedExecutionTest, AStopComesToAnEnd) {
 
   launch({action(9, {{kOwn, "corvana9"}})});
   supervisor.stopExecution();
+  supervisor.stopExecution();
+  follow(5);
+  EXPECT_FALSE(child().terminated) << "a second click takes none of its time";
   machine.processes.endChild(child().pid, 0);
   follow(60);
   EXPECT_EQ(lastLogEntry().integer("C"), LogCode::launched) << "it records its end itself";

@@ -319,6 +319,20 @@ TEST_F(TriggerEvaluationTest, ANewTimeZoneCountsFromTheNextEvaluation) {
   EXPECT_EQ(listed(1), today(12.5));
 }
 
+TEST_F(TriggerEvaluationTest, WhatWaitsToBeMergedIsMergedWhileNobodyElseDoesIt) {
+  setActions({daily(1, 13)});
+  tree.rootItem().actionForReference(1)->incrementExecutionCounter();
+  const auto counted = [&] { return store.tree().readActionsList().at(0).integer("ExecCounter"); };
+  const std::string& mainApp = store.installPaths().installPathForCode(InstallPaths::mainAppBundle);
+  machine.processes.startApplication(mainApp);
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(counted(), 0) << "the main application merges it";
+  machine.processes.quitApplication(mainApp);
+  evaluation.checkActionsToLaunch();
+  EXPECT_EQ(counted(), 1);
+  EXPECT_TRUE(store.tree().readChangesList().empty());
+}
+
 TEST_F(TriggerEvaluationTest, TheListAloneCanBeRebuilt) {
   setActions({daily(1, 11, {{"LastScheduleDate", ZAN_Value::date(now() - kDay)}}),
               automatic(2, 40, {}), daily(3, 13)});
