@@ -280,7 +280,7 @@ Outcome ResticRestoration::bring(const Batch& batch, const std::vector<std::stri
         ErrorKind::unwritable,
         batch.folder().path() + ": there is no room for what is to be restored (" +
             fetched.end.text +
-            "); nothing of it was changed. Make room, or give another disk by --to FOLDER"};
+            "); what did not fit stays as it was. Make room, or give another disk by --to FOLDER"};
   }
   if (!fetched.end.isDone()) return fetched.end.error(m.place());
   Restoration::Options moving = options;
@@ -306,11 +306,15 @@ Outcome ResticRestoration::bringInPieces(const Batch& batch, std::uint64_t room,
   });
   // They are made before what belongs into them, and get their dates afterwards.
   Outcome done = put(divided, batch, folders, options, restored);
+  Outcome tooLarge;
   for (const auto& names : pieces.fetches()) {
     if (!done || m.host.control.stopReason() != StopReason::none) return done;
     done = bring(batch, names, options, restored);
+    // A smaller one may fit all the same.
+    if (!done && done.error().kind == ErrorKind::unwritable) tooLarge = std::exchange(done, {});
   }
-  return done ? put(divided, batch, folders, options, restored) : done;
+  if (done) done = put(divided, batch, folders, options, restored);
+  return done ? tooLarge : done;
 }
 
 Outcome ResticRestoration::bring(const Batch& batch, const Restoration::Options& options,

@@ -176,6 +176,20 @@ TEST_F(ActionCommandsTest, WhatCanNeverRunIsRefusedWithTheReasonUnlessForced) {
   EXPECT_EQ(run({"edit", reference, "--daily", "18:00", "--hours", "any"}), kDone) << err.str();
 }
 
+TEST_F(ActionCommandsTest, RefusesASizeForVersionsThatShareWhatTheyHold) {
+  const std::string password = machine.folder.write("password", "open sesame\n");
+  std::filesystem::permissions(password, std::filesystem::perms::owner_read);
+  const std::vector<std::string> words{"--engine", "restic", "--password-file", password, "--keep"};
+  auto sized = words;
+  sized.emplace_back("1y,5G");
+  EXPECT_EQ(add(sized), 1);
+  EXPECT_THAT(err.str(), HasSubstr("plain folders only"));
+  EXPECT_EQ(storedBytes(), "");
+  auto aged = words;
+  aged.emplace_back("1y");
+  EXPECT_EQ(add(aged), 0) << err.str();
+}
+
 TEST_F(ActionCommandsTest, ContextIsShownAndStoredForTheNextAgent) {
   ASSERT_EQ(add({"--daily", "08:00", "--context", "office"}), kDone);
   ASSERT_EQ(run({"context"}), kDone);
