@@ -195,15 +195,34 @@ struct ZAN_StringUtils::State {
   }
 };
 
+namespace {
+
+/// How many bytes the character at the beginning has, if it is one that moves what stands beside it
+/// or is not to be seen: controls of eight bits, line and paragraph separator, what turns the
+/// direction of text, blanks without width. 0 for others.
+std::size_t bytesOfDeceiver(std::string_view text) {
+  const auto byte = [text](std::size_t at) {
+    return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U;
+  };
+  if (byte(0) == 0xc2) return byte(1) >= 0x80 && byte(1) < 0xa0 ? 2 : 0;
+  const unsigned last = byte(2);
+  if (text.starts_with("\xe2\x80"))
+    return last == 0x8b || (last >= 0xa8 && last <= 0xae) ? 3 : 0;  // U+200B, U+2028 to U+202E
+  if (text.starts_with("\xe2\x81"))
+    return last >= 0xa0 && last <= 0xa9 ? 3 : 0;  // U+2060 to U+2069
+  return text.starts_with("\ufeff") ? 3 : 0;
+}
+
+}  // namespace
+
 std::string ZAN_StringUtils::oneLine(std::string_view text) {
-  std::string line(text);
-  for (char& letter : line) {
-    if (static_cast<unsigned char>(letter) < ' ' || letter == '\x7f') letter = ' ';
-  }
-  // Next line, line separator and paragraph separator.
-  for (const std::string_view end : {"\u0085", "\u2028", "\u2029"}) {
-    for (auto at = line.find(end); at != std::string::npos; at = line.find(end, at))
-      line.replace(at, end.size(), " ");
+  std::string line;
+  line.reserve(text.size());
+  while (!text.empty()) {
+    const auto letter = static_cast<unsigned char>(text.front());
+    const std::size_t deceiver = letter < 0x80 ? 0 : bytesOfDeceiver(text);
+    line += deceiver > 0 || letter < ' ' || letter == 0x7f ? ' ' : text.front();
+    text.remove_prefix(std::max<std::size_t>(deceiver, 1));
   }
   return line;
 }

@@ -163,8 +163,11 @@ ProofChecker::Judgement ProofChecker::check(const CommandProof& proof,
     return Judgement{count(proof, counters), key, last};
   };
   const auto paired = mPaired.find(proof.sender);
-  if (paired != mPaired.end() && paired->second.made(proof.code, covered))
-    return judged(paired->second, mCountersOfPaired);
+  if (paired != mPaired.end() && paired->second.made(proof.code, covered)) {
+    Judgement judgement = judged(paired->second, mCountersOfPaired);
+    judgement.isPaired = true;
+    return judgement;
+  }
   if (mForAll && mForAll->made(proof.code, covered)) return judged(*mForAll, mCounters);
   return {};
 }

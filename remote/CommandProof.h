@@ -108,6 +108,7 @@ class ProofChecker {
     Verdict verdict = Verdict::wrong;
     std::optional<ControlKey> key{};  ///< that made the code, to answer with; nothing when wrong
     std::int64_t lastCounter = 0;     ///< of the commands that this sender has proven by that key
+    bool isPaired = false;            ///< that key is known to the sender alone
   };
   /// Looks at the code first, so that the other verdicts are only for those who know the password.
   Judgement check(const CommandProof& proof, std::span<const std::byte> command);

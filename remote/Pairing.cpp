@@ -126,14 +126,19 @@ Outcome PairedMachines::add(const PairedMachine& machine) {
 
 template <typename Change>
 Result<bool> PairedMachines::changeOne(std::string_view name, const Change& changeIt) {
-  const auto isIt = [&](const PairedMachine& one) {
-    return one.machine.name == name || one.machine.identifier == name ||
-           one.machine.sender() == name;
-  };
   const auto machines = all();
+  // Its name is what it said of itself: it may be what another one is known by.
+  const bool isSender = std::ranges::any_of(
+      machines, [&](const PairedMachine& one) { return one.machine.sender() == name; });
+  const auto isIt = [&](const PairedMachine& one) {
+    if (isSender) return one.machine.sender() == name;
+    return one.machine.name == name || one.machine.identifier == name;
+  };
   const auto count = std::ranges::count_if(machines, isIt);
   if (count > 1)
-    return Error{ErrorKind::refused, "several paired machines are called so; take the identifier"};
+    return Error{ErrorKind::refused,
+                 "several paired machines are called so; take the identifier and the number of the "
+                 "user, as in 5eed0123beef/501"};
   if (count == 0) return false;
   const Outcome saved = change([&](std::vector<PairedMachine>& all) {
     const auto place = std::ranges::find_if(all, isIt);

@@ -58,6 +58,7 @@ RemoteControl::RemoteControl(Records& records, SchedulerCommands& commands,
       mDecoyCode(decoyCode()),
       mAddresses(kCommandsOfOne, kCommandsOfStrangers),
       mControllers(kCommandsOfOne, kCommandsOfStrangers),
+      mPairedControllers(kCommandsOfOne, kCommandsOfStrangers),
       mMessages(kMessagesAtOnce, kMessageSeconds),
       mWithoutProof(kCommandsWithoutProof),
       mRefused(kQuietBetweenBursts),
@@ -294,14 +295,15 @@ std::vector<std::byte> RemoteControl::answerProof(const std::string& address,
       reply.counter = judgement.lastCounter;
       break;
     case Verdict::proven:
-      reply.word = carryOutProven(address, proof.sender, command);
+      reply.word = carryOutProven(address, proof.sender,
+                                  judgement.isPaired ? mPairedControllers : mControllers, command);
       break;
   }
   return CommandReply::encode(reply, proof, judgement.key);
 }
 
 CommandReply::Word RemoteControl::carryOutProven(const std::string& address,
-                                                 const std::string& sender,
+                                                 const std::string& sender, Allowances& controllers,
                                                  const RemoteCommand& command) {
   using Word = CommandReply::Word;
   mAddresses.trust(address);
@@ -309,7 +311,7 @@ CommandReply::Word RemoteControl::carryOutProven(const std::string& address,
     tellOnce(mNotPermitted, "RemoteControlNotPermitted", address);
     return Word::notPermitted;
   }
-  if (!mControllers.take(sender, m.platform.clock.monotonic())) {
+  if (!controllers.take(sender, m.platform.clock.monotonic())) {
     tellOnce(mDroppedCommands, "RemoteControlDropped", address);
     return Word::tooQuickly;
   }
@@ -319,9 +321,10 @@ CommandReply::Word RemoteControl::carryOutProven(const std::string& address,
 ChannelReply RemoteControl::answerPaired(const std::string& address, const std::string& sender,
                                          const ChannelRequest& request) {
   using Word = CommandReply::Word;
-  if (request.command) return {carryOutProven(address, sender, *request.command)};
+  if (request.command)
+    return {carryOutProven(address, sender, mPairedControllers, *request.command)};
   mAddresses.trust(address);
-  if (!mControllers.take(sender, m.platform.clock.monotonic())) return {Word::tooQuickly};
+  if (!mPairedControllers.take(sender, m.platform.clock.monotonic())) return {Word::tooQuickly};
   return {Word::done, mState()};
 }
 

@@ -72,7 +72,7 @@ class RemoteControl {
                             const ChannelRequest& request);
   /// What has come of a command that somebody has proven or said through the channel.
   CommandReply::Word carryOutProven(const std::string& address, const std::string& sender,
-                                    const RemoteCommand& command);
+                                    Allowances& controllers, const RemoteCommand& command);
   /// How many lines of the records a command is good for, in runs of an action.
   double weightOf(const RemoteCommand& command) const;
   bool permits(const RemoteCommand& command) const;
@@ -107,7 +107,8 @@ class RemoteControl {
   bool mToldWithoutPassword = false;
   std::uint32_t mDecoyCode;  ///< stands where others expect a code of the password
   Allowances mAddresses;
-  Allowances mControllers;
+  Allowances mControllers;        ///< whoever knows the password takes any name for itself
+  Allowances mPairedControllers;  ///< whose names are their own
   Allowance mMessages;
   Allowance mWithoutProof;
   BurstGate mRefused;

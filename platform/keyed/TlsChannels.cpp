@@ -109,6 +109,8 @@ class TlsChannel final : public KeyedChannel {
   static int findKey(SSL* ssl, const unsigned char* name, std::size_t size, SSL_SESSION** session) {
     auto* self = static_cast<TlsChannel*>(SSL_get_app_data(ssl));
     *session = nullptr;
+    // One that knows its key names it and no other: thousands of names would all be looked for.
+    if (std::exchange(self->mWasAsked, true)) return 0;
     const auto key = self->mKeyOf(std::string(reinterpret_cast<const char*>(name), size));
     if (!key) return 1;
     self->mKey = *key;
@@ -155,6 +157,7 @@ class TlsChannel final : public KeyedChannel {
   BIO* mIn = nullptr;
   BIO* mOut = nullptr;
   std::vector<std::byte> mSaid;
+  bool mWasAsked = false;  ///< for a key
   bool mSecured = false;
   bool mFailed = false;
   std::string mReason = "there is none";

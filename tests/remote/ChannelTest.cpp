@@ -35,10 +35,12 @@ struct ChannelTest : testing::Test {
     return machine.platform();
   }();
   std::vector<std::string> asked;
+  int looked = 0;  ///< for a key
   bool knowsTheKitchen = true;
   PairedChannel served{
       platform, [](const std::string& address) { return address != "10.0.0.66"; },
       [this] {
+        ++looked;
         if (!knowsTheKitchen) served.setMachines({});
       },
       [this](const std::string& address, const std::string& sender, const ChannelRequest& request) {
@@ -119,6 +121,47 @@ TEST_F(ChannelTest, WithoutTheKeyNobodyGetsAWordIn) {
   knowsTheKitchen = false;
   EXPECT_FALSE(call(keyOf(1), {})) << "forgotten while the channel was open";
   EXPECT_EQ(asked.size(), 1U);
+}
+
+/// Each name would be looked for in the file of keys, on the main thread.
+TEST_F(ChannelTest, AVisitorCannotNameThousandsOfKeys) {
+  constexpr std::size_t kNames = 2000;
+  constexpr std::size_t kBytesOfName = 7;  // the length, one letter, an age
+  ChannelCall stranger(std::move(*channels.asking(keyOf(2).channelKey())), {});
+  Bytes hello = stranger.toNetwork();
+  // At its end stand one name of 32 letters and the proof that belongs to it.
+  constexpr std::size_t kOneName = 2 + 32 + 4;
+  constexpr std::size_t kProof = 2 + 1 + 32;
+  const std::size_t names = hello.size() - kProof - kOneName;
+  const auto number = [&](std::size_t at) {
+    return std::to_integer<std::size_t>(hello[at]) << 8U |
+           std::to_integer<std::size_t>(hello[at + 1]);
+  };
+  ASSERT_EQ(number(names - 6), 0x29U) << "the extension with the names";
+  ASSERT_EQ(number(names - 2), kOneName);
+  const std::size_t more = kNames * kBytesOfName - kOneName;
+  std::size_t all = 5 + 4 + 2 + 32;                     // what stands before the session
+  all += 1 + std::to_integer<std::size_t>(hello[all]);  // the session
+  all += 2 + number(all);                               // ciphers
+  all += 1 + std::to_integer<std::size_t>(hello[all]);  // compressions
+  for (const std::size_t length : {std::size_t{3}, std::size_t{7}, all, names - 4, names - 2}) {
+    const std::size_t longer = number(length) + more;
+    hello[length] = static_cast<std::byte>(longer >> 8U);
+    hello[length + 1] = static_cast<std::byte>(longer);
+  }
+  Bytes many(kNames * kBytesOfName, std::byte{});
+  for (std::size_t i = 0; i < kNames; ++i) {
+    many[i * kBytesOfName + 1] = std::byte{1};
+    many[i * kBytesOfName + 2] = static_cast<std::byte>(i);
+  }
+  const auto place = hello.begin() + static_cast<std::ptrdiff_t>(names);
+  hello.insert(hello.erase(place, place + kOneName), many.begin(), many.end());
+  const auto line = machine.serverSockets.call(served.port(), "10.0.0.3");
+  looked = 0;
+  line->say(hello);
+  machine.runLoop.runFor(0.001);
+  EXPECT_TRUE(line->isOver());
+  EXPECT_EQ(looked, 1);
 }
 
 /// Somebody who answers in the place of the machine, with a certificate instead of the key.

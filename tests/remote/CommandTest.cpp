@@ -52,6 +52,10 @@ TEST(RemoteCommand, MessagesAreCutAndNamed) {
   EXPECT_EQ(message("Hello", "Box").sender, "Box");
   EXPECT_EQ(message("Hello", "").sender, "???");
   EXPECT_EQ(message("Hello", 7).sender, "???");
+  // Nothing that turns, hides or colours what stands beside it.
+  const auto sly = message("a\u202eb\u0085c\u2066", "S\u200bü\u009b1m\x1b");
+  EXPECT_EQ(sly.text, "a b c ");
+  EXPECT_EQ(sly.sender, "S ü 1m ");
   std::string longText;
   for (int i = 0; i < 10'000; ++i) longText += "ü";
   const auto cut = message("x" + longText, "x" + longText);

@@ -206,14 +206,16 @@ TEST_F(RemoteControlScenario, WhatStrangersMayDoWritesLessThanAMegabyteADay) {
   startAgent();
   const auto before = storedBytes();
   const std::string name(300, 'x');
-  for (int i = 0; i < 6 * 360; ++i) {
+  constexpr int kHour = 3600;
+  for (int i = 0; i < kHour + 5 * 360; ++i) {
     const std::string address = "10.0.1." + std::to_string(i % 200);
     for (const RemoteCommand& command : {RemoteCommand{RemoteCommand::Launch{{letters, photos}}},
                                          RemoteCommand{RemoteCommand::Activate{i % 2}},
                                          RemoteCommand{RemoteCommand::Message{"Hello", name}}})
       day.machine.serverSockets.send(day.machine.serverSockets.ports().at(0), address,
                                      command.encode());
-    day.runFor(10);
+    // All of it every second for an hour, then for another five at leisure.
+    day.runFor(i < kHour ? 1 : 10);
   }
   const auto grown = storedBytes() - before;
   EXPECT_GT(grown, 10'000U) << "it does something";
@@ -236,6 +238,7 @@ TEST_F(RemoteControlScenario, OnlyAllowedAddressesConnectAndOthersAreLogged) {
 struct ProvenRemoteControl : RemoteControlScenario {
   using Word = CommandReply::Word;
   std::int64_t counter = 0;
+  std::string sender = "kitchen";
   std::optional<ControlKey> key = ControlKey::of("ab", "5eed0123beef");
 
   ProvenRemoteControl() { settings.setValue(PreferenceKey::remoteProvenOnly, 1); }
@@ -247,7 +250,7 @@ struct ProvenRemoteControl : RemoteControlScenario {
     return {};
   }
   std::vector<std::byte> proven(const RemoteCommand& command, const std::string& withChallenge) {
-    mProof = {withChallenge, "kitchen", ++counter, {}};
+    mProof = {withChallenge, sender, ++counter, {}};
     return command.encode(*key, mProof);
   }
   /// What is answered to bytes that hold the last proof.
@@ -415,6 +418,19 @@ TEST_F(PairedRemoteControl, TheChannelTellsTheStateAndCarriesWhatIsPermitted) {
   preferencesChange();
   EXPECT_FALSE(published()) << "neither a password nor a machine that could prove anything";
   EXPECT_EQ(told("it has no password yet"), 1);
+}
+
+TEST_F(PairedRemoteControl, WhoKnowsThePasswordUsesUpNothingOfAPairedMachine) {
+  settings.setValue(PreferenceKey::remotePassword, "ab");
+  startAgent();
+  sender = "k17c/501";
+  std::optional<CommandReply> last;
+  for (int i = 0; i < 60; ++i)
+    last = answer(proven({RemoteCommand::Launch{{photos}}}, challenge()),
+                  "10.0.1." + std::to_string(i));
+  EXPECT_EQ(last->word, Word::tooQuickly);
+  EXPECT_EQ(through({RemoteCommand::Launch{{photos}}}), Word::done)
+      << "in its name, but not by its key";
 }
 
 TEST_F(PairedRemoteControl, ChannelAndOwnerOutliveAFloodOfStrangers) {
