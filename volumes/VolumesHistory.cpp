@@ -152,15 +152,23 @@ void FreeSpaceHistory::keep(const Sample& sample) {
   mRecent.push_back(std::move(whole));
 }
 
+void FreeSpaceHistory::cleanVolumesSurveyorList() {
+  mIsToBePruned = true;
+  mStore.files().writeRarely(DataFolder::kVolumesInfo, [this] { save(); });
+}
+
 /// What went wrong is in the system log.
 void FreeSpaceHistory::save() {
   const auto lock = mStore.files().lock(DataFolder::kVolumesInfo);
+  const bool prunes = std::exchange(mIsToBePruned, false);
   static_cast<void>(mStore.files().writeMadeListToFile(
       [list = mStore.files().readListFromFile(DataFolder::kVolumesInfo),
-       recent = std::exchange(mRecent, {})] {
+       more = prunes ? mStore.files().readListFromFile(DataFolder::kMoreVolumesInfo) : ZAN_Value(),
+       recent = std::exchange(mRecent, {}), prunes,
+       now = static_cast<std::int64_t>(std::floor(mStore.clock().now()))] {
         ZAN_Value all = list;
         for (const Sample& sample : recent) addSurveyorData(sample, all);
-        return all;
+        return prunes ? pruned(all, more, now) : all;
       },
       DataFolder::kVolumesInfo));
 }
@@ -213,20 +221,6 @@ void FreeSpaceHistory::addSurveyorData(const Sample& sample, ZAN_Value& list) {
   setRecords(entry, hours);
   entry.setValue("E", ZAN_Value::integer(static_cast<std::int64_t>(sample.last), 'q'));
   list.append(std::move(entry));
-}
-
-void FreeSpaceHistory::cleanVolumesSurveyorList() {
-  const auto now = static_cast<std::int64_t>(std::floor(mStore.clock().now()));
-  const auto lock = mStore.files().lock(DataFolder::kVolumesInfo);
-  static_cast<void>(mStore.files().writeMadeListToFile(
-      [list = mStore.files().readListFromFile(DataFolder::kVolumesInfo),
-       more = mStore.files().readListFromFile(DataFolder::kMoreVolumesInfo),
-       recent = std::exchange(mRecent, {}), now] {
-        ZAN_Value all = list;
-        for (const Sample& sample : recent) addSurveyorData(sample, all);
-        return pruned(all, more, now);
-      },
-      DataFolder::kVolumesInfo));
 }
 
 namespace {

@@ -26,7 +26,8 @@ class FreeSpaceHistory {
   /// taken into the file rarely: the history of years is long.
   void addVolumesSurveyorData();
   /// Drops volumes not seen for long, takes in what other programs have recorded, and keeps a
-  /// record a day of what is older than 180 days, none older than five years.
+  /// record a day of what is older than 180 days, none older than five years; when the file is
+  /// written next.
   void cleanVolumesSurveyorList();
 
   /// With the samples that are not in the file yet.
@@ -52,6 +53,7 @@ class FreeSpaceHistory {
 
   ActionStore& mStore;
   ZAN_MountedVolumes& mMounted;
+  bool mIsToBePruned = false;
   std::vector<Sample> mRecent;  ///< not in the file yet, that of the latest sample last
 };
 

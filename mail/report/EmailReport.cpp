@@ -226,7 +226,9 @@ void EmailReport::sendEmailReport(bool askedFor) {
 
 void EmailReport::markDay(ReferenceTime now) {
   m.preferences.setPref(kLastDate, ZAN_Value::date(now));
-  m.preferences.savePrefs();
+  // Where no report is wanted the clock alone changes it.
+  if (m.store.settings().mainAppSettings().integer("SendEmailReport") != 0)
+    m.preferences.savePrefs();
 }
 
 /// The first time of day, and weekday, that was set for reports.

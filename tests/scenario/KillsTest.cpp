@@ -246,8 +246,8 @@ TEST(IdleTest, AnIdleAgentWritesNothingForHalfAnHour) {
   day.machine.volumes.mount({.name = "USB", .free = 500});
   day.writeTree();
   day.start();
-  // What is once kept in memory was written before it was due, and the volumes were sampled.
-  day.runFor(2400);
+  // What the start itself writes, in a home that was never used.
+  day.runFor(60);
   const std::string home = day.machine.folder.path();
   const auto disk = [&] {
     std::map<std::string, std::pair<fs::file_time_type, std::uintmax_t>> files;
@@ -259,7 +259,7 @@ TEST(IdleTest, AnIdleAgentWritesNothingForHalfAnHour) {
   std::vector<int> written;
   std::string names;
   auto before = disk();
-  for (int minute = 1; minute <= 90; ++minute) {
+  for (int minute = 1; minute <= 100; ++minute) {
     day.runFor(60);
     auto after = disk();
     if (after != before) written.push_back(minute);
@@ -268,8 +268,9 @@ TEST(IdleTest, AnIdleAgentWritesNothingForHalfAnHour) {
     before = std::move(after);
   }
   ASSERT_LE(written.size(), 3U) << names;
-  for (std::size_t i = 1; i < written.size(); ++i)
-    EXPECT_GE(written[i] - written[i - 1], 30) << names;
+  // Whatever is kept first is kept for half an hour, so what comes a little later goes with it.
+  int last = -1;
+  for (const int minute : written) EXPECT_GE(minute - std::exchange(last, minute), 30) << names;
   EXPECT_GE(written.size(), 2U) << "it is written at last: " << names;
   EXPECT_EQ(names.find("Scheduler Settings"), std::string::npos)
       << "the clock alone writes no settings: " << names;
