@@ -12,6 +12,8 @@
 #include "core/record/Preferences.h"
 #include "core/work/AgeAlarm.h"
 #include "core/work/ComingActions.h"
+#include "platform/linux/Modules.h"
+#include "remote/Pairing.h"
 
 namespace corvana {
 
@@ -19,6 +21,15 @@ namespace {
 
 constexpr std::size_t kRuns = 3;
 constexpr std::size_t kEvents = 5;
+
+/// Why machines that are paired with this one cannot reach it, though they may; empty else.
+std::string channelTrouble(CommandHome& home, const ZAN_Value& settings) {
+  if (settings.integer(PreferenceKey::allowRemoteControl) == 0 ||
+      PairedMachines(home.store()).all().empty())
+    return {};
+  const Outcome tried = ModuleChannels::tried();
+  return tried ? std::string() : tried.error().text;
+}
 
 /// From the agent, else from the files.
 ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
@@ -81,6 +92,7 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
        {"noSuccess", overdue},
        {"unprovenControl", settings.integer(PreferenceKey::allowRemoteControl) != 0 &&
                                settings.integer(PreferenceKey::remoteProvenOnly) == 0},
+       {"channelTrouble", channelTrouble(home, settings)},
        {"next", runs},
        {"log", events},
        {"status", status}});
@@ -106,6 +118,7 @@ constexpr std::string_view kStatusLines =
     "{noSuccess*No success for {days} days: {:action}\n}"
     "{unprovenControl?Remote control is unproven: anybody on the network may control this machine; "
     "corvana9 remote --on makes it safe.\n}"
+    "{channelTrouble?Paired machines cannot reach this one: {channelTrouble}\n}"
     "{next?Next:\n}{next!Next: no run is scheduled\n}{next*  {date:date}  {:action}{:held}\n}"
     "{log?Last events:\n{log*  {date:date}  {text}\n}}";
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -59,11 +60,19 @@ namespace {
 /// They live as long as the process.
 Result<KeyedChannels*> channels() {
   const auto open = functionOfModule<OpenKeyedChannels>(kChannelModule, kOpenKeyedChannels);
-  if (!open) return Error{open.error().kind, "encrypted channel: " + open.error().text};
+  if (!open)
+    return Error{open.error().kind, "encrypted channel: " + open.error().text +
+                                        "; it needs OpenSSL (the package libssl3)"};
   return (*open)();
 }
 
 }  // namespace
+
+Outcome ModuleChannels::tried() {
+  const auto channel = ModuleChannels().answering(
+      [](const std::string&) -> std::optional<ChannelKey> { return std::nullopt; });
+  return channel ? Outcome() : Outcome(channel.error());
+}
 
 Result<std::unique_ptr<KeyedChannel>> ModuleChannels::asking(const ChannelKey& key) {
   const auto all = channels();

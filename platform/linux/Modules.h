@@ -24,6 +24,9 @@ Result<Function> functionOfModule(const std::string& module, const char* functio
 /// The channels of a module that is opened when the first one is wanted. Thread: main.
 class ModuleChannels final : public KeyedChannels {
  public:
+  /// Why there can be none on this machine, with the remedy; done where there can.
+  static Outcome tried();
+
   Result<std::unique_ptr<KeyedChannel>> asking(const ChannelKey& key) override;
   Result<std::unique_ptr<KeyedChannel>> answering(KeyOf keyOf) override;
 };
