@@ -40,6 +40,7 @@ void CommandChild::run(const QStringList& words, Ended ended, News news, const Q
     return;
   }
   mErrors.clear();
+  const bool goesOn = static_cast<bool>(news);
   mProcess = new QProcess(this);
   QObject::connect(mProcess, &QProcess::readyReadStandardError, this,
                    [this, news = std::move(news)] { takeNews(news); });
@@ -58,7 +59,11 @@ void CommandChild::run(const QStringList& words, Ended ended, News news, const Q
   all.insert(1, QStringLiteral("--json"));
   mProcess->start(path, all);
   if (!input.isEmpty()) mProcess->write(input);
-  mProcess->closeWriteChannel();
+  if (!goesOn) mProcess->closeWriteChannel();
+}
+
+void CommandChild::say(const QByteArray& line) {
+  if (mProcess != nullptr) mProcess->write(line + '\n');
 }
 
 void CommandChild::takeNews(const News& news) {

@@ -30,8 +30,10 @@ class CommandChild final : public QObject {
 
   /// Runs `words`, the first of which is the subcommand, with "--json"; one that goes on is
   /// forgotten first. `input` is its standard input, `news` gets what it tells as it goes on, a
-  /// dictionary each.
+  /// dictionary each; to one that tells news more can be said as well.
   void run(const QStringList& words, Ended ended, News news = {}, const QByteArray& input = {});
+  /// One more line of its standard input.
+  void say(const QByteArray& line);
   bool runs() const { return mProcess != nullptr; }
   /// Asks it to end, as an interrupt at a terminal does; `Ended` hears of it.
   void stop();

@@ -13,6 +13,7 @@
 #include "application/BackupCard.h"
 #include "application/Banner.h"
 #include "application/Look.h"
+#include "application/NetworkMachines.h"
 #include "command/ActionDraft.h"
 #include "desktop/Texts.h"
 
@@ -121,6 +122,7 @@ QWidget* OverviewPage::listPage() {
   column->addLayout(head);
   mList->setSpacing(Look::space(3));
   column->addLayout(mList);
+  column->addWidget(new NetworkMachines(household()));
   column->addStretch(1);
   // More are made when the end of those that are there comes near.
   QObject::connect(mScroll->verticalScrollBar(), &QScrollBar::valueChanged, this,

@@ -15,6 +15,7 @@
 #include <algorithm>
 
 #include "application/Look.h"
+#include "application/PairingDialog.h"
 #include "desktop/Texts.h"
 #include "mail/smtp/StoredMailSettings.h"
 
@@ -372,32 +373,8 @@ void SettingsPage::mailTried(const CommandChild::Ending& ending) {
 void SettingsPage::makeMachinesPage() {
   QVBoxLayout* page = addPage("SettingsMachines", "SettingsMachinesText");
   addPreferences(page, Preference::Page::network, "SettingsRemote");
-  auto* card = new Card;
-  card->column()->addWidget(new TextLabel(household().text("SettingsPaired"), Look::Size::heading));
-  mPairs = new QVBoxLayout;
-  mPairs->setSpacing(Look::space(2));
-  card->column()->addLayout(mPairs);
-  page->addWidget(card);
-}
-
-void SettingsPage::loadPairs() {
-  mPairsChild.run({QStringLiteral("pair"), QStringLiteral("--list")},
-                  [this](const CommandChild::Ending& ending) {
-                    clear(mPairs);
-                    for (const ZAN_Value& one : ending.answer.elements()) {
-                      const QString name = qt(one.string("name"));
-                      auto* row = new QHBoxLayout;
-                      row->addWidget(new TextLabel(name), 1);
-                      row->addWidget(makeButton(household().text("SettingsForget"), [this, name] {
-                        mPairsChild.run({QStringLiteral("pair"), QStringLiteral("--forget"), name},
-                                        [this](const CommandChild::Ending&) { loadPairs(); });
-                      }));
-                      mPairs->addLayout(row);
-                    }
-                    if (mPairs->count() == 0)
-                      mPairs->addWidget(new TextLabel(household().text("SettingsNoPairs"),
-                                                      Look::Size::body, Look::Meaning::muted));
-                  });
+  mPairs = new PairedComputers(household());
+  page->addWidget(mPairs);
 }
 
 void SettingsPage::makeCopiesPage() {
@@ -462,7 +439,7 @@ void SettingsPage::refresh(ChangeSet changed) {
 
 /// What is not in the preferences is asked for when it is seen.
 void SettingsPage::loadShown() {
-  if (mStack->currentWidget()->isAncestorOf(mPairs->parentWidget())) loadPairs();
+  if (mStack->currentWidget()->isAncestorOf(mPairs)) mPairs->load();
   if (mStack->currentWidget()->isAncestorOf(mCopies->parentWidget())) loadCopies();
 }
 

@@ -19,6 +19,7 @@ class QVBoxLayout;
 
 namespace corvana {
 
+class PairedComputers;
 class TextLabel;
 
 /// Everything that can be chosen beyond the single backup, a few pages. What is changed counts at
@@ -47,7 +48,6 @@ class SettingsPage final : public Page {
   void trySettings();
   void mailTried(const CommandChild::Ending& ending);
   void loadShown();
-  void loadPairs();
   void loadCopies();
   void bringBack(const QString& which, int number);
 
@@ -55,7 +55,6 @@ class SettingsPage final : public Page {
   Preferences mPreferences;
   std::vector<std::function<void()>> mReads;  ///< take each value anew
   CommandChild mMailChild;
-  CommandChild mPairsChild;
   CommandChild mCopiesChild;
 
   QListWidget* mSide = nullptr;
@@ -70,7 +69,7 @@ class SettingsPage final : public Page {
   QCheckBox* mMailOn = nullptr;
   QComboBox* mEvery = nullptr;
   QTimeEdit* mTime = nullptr;
-  QVBoxLayout* mPairs = nullptr;
+  PairedComputers* mPairs = nullptr;
   QVBoxLayout* mCopies = nullptr;
 };
 

@@ -232,7 +232,9 @@ constexpr std::array kCommands{
             "look. Volumes that are not mounted are shown while the agent remembers them.\n",
             volumesCommand},
     Command{"peers", "[--json]", "list the machines of the network that can be controlled",
-            "Each with its state and the actions that it lets others launch.\n", peersCommand},
+            "Each with its state and the actions that it lets others launch, and those that this\n"
+            "machine is paired with but which do not answer.\n",
+            peersCommand},
     Command{"peer", "NAME status | launch REF… | activate | deactivate | message TEXT [--json]",
             "see how another machine stands, or control it",
             "NAME is the machine's name, its identifier, or the name of its service in full. A\n"
@@ -263,11 +265,13 @@ constexpr std::array kCommands{
         "                         machines connect to the port after it as well\n"
         "  --hide-titles, --show-titles   whether the network sees the actions\n",
         remoteCommand},
-    Command{"pair", "NAME | --accept | --list | --rename NAME NEW | --forget NAME [--json]",
+    Command{"pair",
+            "NAME | --accept | --waiting | --list | --rename NAME NEW | --forget NAME [--json]",
             "have two machines know each other, so that no password is needed",
             "Begin with --accept on one machine, then name it on the other. Both show six digits:\n"
             "only when they are equal say yes on both. In place of --accept the preferences of a\n"
-            "desktop have a button.\n"
+            "desktop have a button, and the settings of the main application do both.\n"
+            "  --waiting  which machines of the network wait to be paired now\n"
             "  --list     who is paired with this machine\n"
             "  --rename   call that machine otherwise here\n"
             "  --forget   let that machine control this one no longer, and the other way round\n",

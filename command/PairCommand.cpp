@@ -1,9 +1,11 @@
 // Two machines get to know each other: one waits for it, the other comes, both show the same
 // digits.
 
+#include <algorithm>
 #include <istream>
 #include <ostream>
 #include <utility>
+#include <vector>
 
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"
@@ -74,16 +76,50 @@ class Messages {
   Frames mHeard{Pairing::kLengthBytes, Pairing::kMostBytes};
 };
 
-bool saysYes(const Console& console, const std::string& question) {
-  console.out << question << " [y/N] " << std::flush;
-  std::string answer;
-  std::getline(console.in, answer);
-  return answer == "y" || answer == "yes";
+ZAN_Value asValue(const MachineIdentity& machine) {
+  return ZAN_Value::dictionary(
+      {{"name", machine.name}, {"identifier", machine.identifier}, {"user", machine.user}});
 }
+
+/// Tells the user how it goes on: in lines, or for a program that shows them by objects on `err`.
+class Guide {
+ public:
+  Guide(const Console& console, bool forProgram) : mConsole(console), mForProgram(forProgram) {}
+
+  void waits(const std::string& name) const {
+    if (mForProgram)
+      tell(ZAN_Value::dictionary({{"waits", name}}));
+    else
+      mConsole.out << "Waiting for the other machine; there:  corvana9 pair " << printable(name)
+                   << std::endl;
+  }
+  /// Whether the user has seen the same digits on the other machine.
+  bool confirms(const MachineIdentity& other, const std::string& digits) const {
+    if (mForProgram) {
+      ZAN_Value shown = asValue(other);
+      shown.setValue("digits", digits);
+      tell(shown);
+    } else {
+      mConsole.out << printable(other.name) + " (machine " + other.identifier + ", user " +
+                          std::to_string(other.user) + ")\nThe digits: " + digits.substr(0, 3) +
+                          " " + digits.substr(3) + "\nDoes the other machine show the same? [y/N] "
+                   << std::flush;
+    }
+    std::string answer;
+    std::getline(mConsole.in, answer);
+    return answer == "y" || answer == "yes";
+  }
+
+ private:
+  void tell(const ZAN_Value& news) const { mConsole.err << jsonText(news, true) << std::flush; }
+
+  const Console& mConsole;
+  const bool mForProgram;
+};
 
 /// The talk of both sides, the user's yes within it.
 Result<PairedMachine> talk(Messages& messages, Pairing& pairing, Pairing::Role role,
-                           const Console& console) {
+                           const Guide& guide) {
   if (role == Pairing::Role::asking)
     if (const Outcome said = messages.say(pairing.begin()); !said) return said.error();
   while (!pairing.digits()) {
@@ -94,11 +130,7 @@ Result<PairedMachine> talk(Messages& messages, Pairing& pairing, Pairing::Role r
     if (!answer->empty())
       if (const Outcome said = messages.say(*answer); !said) return said.error();
   }
-  const std::string digits = pairing.digits()->substr(0, 3) + " " + pairing.digits()->substr(3);
-  const MachineIdentity& other = pairing.other();
-  if (!saysYes(console, printable(other.name) + " (machine " + other.identifier + ", user " +
-                            std::to_string(other.user) + ")\nThe digits: " + digits +
-                            "\nDoes the other machine show the same?"))
+  if (!guide.confirms(pairing.other(), *pairing.digits()))
     return Error{ErrorKind::refused, "not paired: the digits were not confirmed here"};
   if (const Outcome said = messages.say(pairing.confirm()); !said) return said.error();
   const auto yes = messages.hear(kPatienceOfUser);
@@ -114,16 +146,12 @@ class Meeting {
  public:
   explicit Meeting(const Console& console) : mLog(console) {}
 
-  Result<std::unique_ptr<StreamConnection>> accept(const std::string& name,
-                                                   const Console& console) {
+  Result<std::unique_ptr<StreamConnection>> accept(const std::string& name, const Guide& guide) {
     auto listener = StreamListener::open();
     if (!listener) return listener.error();
     mPublication = mServices.publish(
         {name, kPairingServiceType, kRemoteServiceDomain, listener->port(), {}},
-        {[&](const std::string& known) {
-           console.out << "Waiting for the other machine; there:  corvana9 pair " << known
-                       << std::endl;
-         },
+        {[&](const std::string& known) { guide.waits(known); },
          [name, number = 1](const std::string&) mutable {
            return ++number > 9 ? std::string() : name + "-" + std::to_string(number);
          },
@@ -146,19 +174,13 @@ class Meeting {
 
   Result<std::unique_ptr<StreamConnection>> ask(const std::string& name) {
     std::optional<FoundService> found;
-    const auto browsing = mServices.browse(
-        kPairingServiceType, kRemoteServiceDomain,
-        {[&](const FoundService& service) {
-           if (service.name != name) return;
-           found = service;
-           mLoop.quit(0);
-         },
-         [](const std::string&) {}, [](const std::string&, int, const std::string&) {}, [] {},
-         [this](const std::string& reason) {
-           mFailure = reason;
-           mLoop.quit(0);
-         }});
-    run(kPatienceOfTalk);
+    browse(
+        [&](const FoundService& service) {
+          if (service.name != name) return;
+          found = service;
+          mLoop.quit(0);
+        },
+        [] {});
     if (!found)
       return Error{ErrorKind::absent,
                    name + ": " +
@@ -177,7 +199,29 @@ class Meeting {
     return Error{ErrorKind::unavailable, name + ": it does not answer"};
   }
 
+  /// The machines that wait now, by their names.
+  Result<std::vector<FoundService>> waiting() {
+    std::vector<FoundService> all;
+    browse([&](const FoundService& service) { all.push_back(service); }, [this] { mLoop.quit(0); });
+    if (!mFailure.empty())
+      return Error{ErrorKind::unavailable, "search of the network: " + mFailure};
+    std::ranges::sort(all, {}, &FoundService::name);
+    return all;
+  }
+
  private:
+  /// Until one of both ends it, or nobody answers.
+  void browse(std::function<void(const FoundService&)> found, std::function<void()> settled) {
+    const auto browsing =
+        mServices.browse(kPairingServiceType, kRemoteServiceDomain,
+                         {std::move(found), [](const std::string&) {},
+                          [](const std::string&, int, const std::string&) {}, std::move(settled),
+                          [this](const std::string& reason) {
+                            mFailure = reason;
+                            mLoop.quit(0);
+                          }});
+    run(kPatienceOfTalk);
+  }
   void run(double seconds) {
     const auto limit = mLoop.performAfter(seconds, [this] { mLoop.quit(0); });
     mLoop.run();
@@ -193,11 +237,6 @@ class Meeting {
   std::string mFailure;
 };
 
-ZAN_Value asValue(const MachineIdentity& machine) {
-  return ZAN_Value::dictionary(
-      {{"name", machine.name}, {"identifier", machine.identifier}, {"user", machine.user}});
-}
-
 Answer listed(CommandHome& home) {
   ZAN_Value list = ZAN_Value::array();
   if (home.isThere())
@@ -207,6 +246,16 @@ Answer listed(CommandHome& home) {
                     .fill("{!No machine is paired with this one.\n}"
                           "{*{name}: machine {identifier}, user {user}\n}",
                           list)};
+}
+
+Answer waiting(Meeting& meeting, const ZAN_DateUtils& calendar) {
+  const auto found = meeting.waiting();
+  if (!found) return found.error();
+  ZAN_Value list = ZAN_Value::array();
+  for (const FoundService& one : *found)
+    list.append(ZAN_Value::dictionary({{"name", one.name}, {"address", one.address}}));
+  return {list, TextForm(calendar).fill("{!No machine waits to be paired.\n}{*{name}, {address}\n}",
+                                        list)};
 }
 
 /// An agent that runs takes it over.
@@ -240,9 +289,10 @@ Answer pairCommand(Arguments& arguments, const Console& console) {
   arguments.json();
   const bool accepts = arguments.flag("--accept");
   const bool lists = arguments.flag("--list");
+  const bool looks = arguments.flag("--waiting");
   const auto forget = arguments.option("--forget");
   const auto rename = arguments.option("--rename");
-  const bool asks = !accepts && !lists && !forget && !rename;
+  const bool asks = !accepts && !lists && !looks && !forget && !rename;
   const std::size_t names = asks || rename ? 1 : 0;
   const auto words = arguments.words(names, names);
   if (!words) return wrongWords(words.error());
@@ -250,15 +300,17 @@ Answer pairCommand(Arguments& arguments, const Console& console) {
   if (lists) return listed(home);
   if (forget) return forgotten(home, *forget);
   if (rename) return renamed(home, *rename, words->front());
+  Meeting meeting(console);
+  if (looks) return waiting(meeting, home.calendar());
   const Pairing::Role role = accepts ? Pairing::Role::accepting : Pairing::Role::asking;
   Pairing pairing(role, MachineIdentity::of(home.machine()));
-  Meeting meeting(console);
+  const Guide guide(console, arguments.wantsJson());
   auto stream =
-      accepts ? meeting.accept(ServiceName::machineName({}, home.machine().networkName()), console)
+      accepts ? meeting.accept(ServiceName::machineName({}, home.machine().networkName()), guide)
               : meeting.ask(words->front());
   if (!stream) return stream.error();
   Messages messages(std::move(*stream));
-  const auto paired = talk(messages, pairing, role, console);
+  const auto paired = talk(messages, pairing, role, guide);
   if (!paired) return paired.error();
   if (const Outcome kept = PairedMachines(home.store()).add(*paired); !kept) return kept.error();
   if (const Outcome told = tellAgent(home); !told) return told.error();

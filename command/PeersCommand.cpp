@@ -12,6 +12,7 @@
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
 #include "command/NetworkPeers.h"
+#include "platform/linux/Modules.h"
 #include "remote/Pairing.h"
 #include "remote/UtilsCommon.h"
 
@@ -48,31 +49,51 @@ ZAN_Value asValue(const NetworkPeer& peer, CommandHome& home) {
                    ZAN_Value::date(static_cast<double>(action.lastScheduleDate)));
     actions.append(one);
   }
-  return ZAN_Value::dictionary({{"name", peer.name.machine},
-                                {"identifier", peer.name.identifier},
-                                {"user", peer.name.user},
-                                {"active", peer.name.active},
-                                {"locked", peer.name.locked},
-                                {"password", peer.name.passwordCode != 0},
-                                {"proven", !peer.challenge.empty()},
-                                {"permits", peer.permits},
-                                {"paired", pairedWith(peer, home).has_value()},
-                                {"encrypted", peer.channelPort != 0},
-                                {"host", peer.service.host},
-                                {"address", peer.service.address},
-                                {"port", static_cast<int>(peer.service.port)},
-                                {"service", peer.service.name},
-                                {"actions", actions}});
+  const auto paired = pairedWith(peer, home);
+  ZAN_Value machine = ZAN_Value::dictionary({{"name", peer.name.machine},
+                                             {"identifier", peer.name.identifier},
+                                             {"user", peer.name.user},
+                                             {"active", peer.name.active},
+                                             {"locked", peer.name.locked},
+                                             {"password", peer.name.passwordCode != 0},
+                                             {"proven", !peer.challenge.empty()},
+                                             {"permits", peer.permits},
+                                             {"paired", paired.has_value()},
+                                             {"encrypted", peer.channelPort != 0},
+                                             {"host", peer.service.host},
+                                             {"address", peer.service.address},
+                                             {"port", static_cast<int>(peer.service.port)},
+                                             {"service", peer.service.name},
+                                             {"actions", actions}});
+  if (paired) {
+    machine.setValue("pairedAs", paired->machine.name);
+    if (const Outcome tried = ModuleChannels::tried(); !tried)
+      machine.setValue("trouble", tried.error().text);
+  }
+  return machine;
+}
+
+/// Paired machines that do not answer.
+void addAbsent(ZAN_Value& list, const std::vector<NetworkPeer>& peers, CommandHome& home) {
+  for (const PairedMachine& one : pairedMachines(home))
+    if (std::ranges::none_of(peers, [&](const NetworkPeer& peer) { return isThat(peer, one); }))
+      list.append(ZAN_Value::dictionary({{"name", one.machine.name},
+                                         {"identifier", one.machine.identifier},
+                                         {"user", one.machine.user},
+                                         {"paired", true},
+                                         {"absent", true}}));
 }
 
 constexpr std::string_view kPeerLines =
     "{!No machine of the network can be controlled.\n}"
-    "{*{name}: {active?active}{active!switched off}{locked?, locked}"
-    "{paired?, paired with this machine{encrypted!, but offers no encrypted channel}}"
+    "{*{absent?{name}: paired with this machine, but not to be seen on the network; user {user}, "
+    "machine {identifier}\n}{absent!{name}: {active?active}{active!switched off}{locked?, locked}"
+    "{paired?, paired with this machine{encrypted!, but offers no encrypted channel}"
+    "{trouble?, but this machine cannot talk with it: {trouble}}}"
     "{proven?, {paired!asks for a proof of its password and }permits: {permits}}"
     "{proven!, unproven: anybody on the network may control it}; user {user}, machine "
     "{identifier}, {address}\n"
-    "{actions*  {:action}{lastScheduleDate?, last on {lastScheduleDate:date}}\n}}";
+    "{actions*  {:action}{lastScheduleDate?, last on {lastScheduleDate:date}}\n}}}";
 
 /// A machine that this one is paired with goes before all that only call themselves so.
 Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name, CommandHome& home) {
@@ -286,6 +307,7 @@ Answer peersCommand(Arguments& arguments, const Console& console) {
   CommandHome home(console);
   ZAN_Value list = ZAN_Value::array();
   for (const NetworkPeer& peer : *peers) list.append(asValue(peer, home));
+  addAbsent(list, *peers, home);
   return {list, TextForm(home.calendar()).fill(kPeerLines, list)};
 }
 
