@@ -27,7 +27,18 @@ constexpr std::ptrdiff_t kAskedAtOnce = 4;
 constexpr std::int64_t kCopies = 2;  ///< kinds of backups as all machines know them
 constexpr std::int64_t kSynchronises = 3;
 
-std::string lineOf(const ZAN_Value& text) { return ZAN_StringUtils::oneLine(text.stringView()); }
+/// What another machine says fits a card, however long it is.
+std::string lineOf(const ZAN_Value& text) {
+  constexpr qsizetype kMost = 100;
+  return utf8(qt(ZAN_StringUtils::oneLine(text.stringView())).left(kMost));
+}
+
+/// The command says last why it could not; before that come strangers that did not answer.
+std::string shortReason(const std::string& reason) {
+  constexpr qsizetype kMost = 300;
+  const QString last = qt(reason).trimmed().section('\n', -1);
+  return ZAN_StringUtils::oneLine(utf8(last.left(kMost)));
+}
 
 }  // namespace
 
@@ -149,7 +160,7 @@ class MachineCard final : public Card {
     if (isAsking()) return mHousehold.text("NetAsking");
     if (canBeAsked()) {
       mStanding->setMeaning(Look::Meaning::caution);
-      return qt(ZAN_StringUtils::oneLine(mTrouble));
+      return qt(shortReason(mTrouble));
     }
     if (!mMachine["locked"].boolValue()) mDetails->setText(mHousehold.text("NetUnknown"));
     return mHousehold.text(mMachine["active"].boolValue() ? "NetOn" : "NetOff");
@@ -283,8 +294,7 @@ class MachineCard final : public Card {
     mRun.run(
         words(options, {QStringLiteral("launch"), QString::number(action.integer("ref"))}),
         [this, title = lineOf(action["title"])](const CommandChild::Ending& ending) {
-          if (!ending.isDone())
-            return tell(Look::Meaning::bad, qt(ZAN_StringUtils::oneLine(ending.reason)));
+          if (!ending.isDone()) return tell(Look::Meaning::bad, qt(shortReason(ending.reason)));
           tell(Look::Meaning::good, mHousehold.text("NetAsked", {title}));
           mLater.start();
         },
@@ -370,8 +380,7 @@ void NetworkMachines::found(const CommandChild::Ending& ending) {
   mAgain.start();
   mLook->setEnabled(true);
   if (!ending.isDone())
-    return note(mHousehold.text("NetSearchFailed", {ZAN_StringUtils::oneLine(ending.reason)}),
-                true);
+    return note(mHousehold.text("NetSearchFailed", {shortReason(ending.reason)}), true);
   std::vector<ZAN_Value> machines(ending.answer.elements().begin(), ending.answer.elements().end());
   // Anybody can call himself anything: those that may be known come first.
   std::ranges::stable_sort(machines, std::ranges::greater{},

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <istream>
+#include <optional>
 #include <ostream>
 #include <utility>
 #include <vector>
@@ -23,6 +24,7 @@ namespace {
 
 constexpr double kPatience = 120;       ///< until the other machine comes
 constexpr double kPatienceOfTalk = 10;  ///< for a message of the other program
+constexpr double kPatienceOfFirst = 3;  ///< for those of one that has come by itself
 constexpr double kPatienceOfUser = 120;
 
 /// What both programs say to each other.
@@ -123,7 +125,8 @@ Result<PairedMachine> talk(Messages& messages, Pairing& pairing, Pairing::Role r
   if (role == Pairing::Role::asking)
     if (const Outcome said = messages.say(pairing.begin()); !said) return said.error();
   while (!pairing.digits()) {
-    const auto heard = messages.hear(kPatienceOfTalk);
+    const auto heard =
+        messages.hear(role == Pairing::Role::asking ? kPatienceOfTalk : kPatienceOfFirst);
     if (!heard) return heard.error();
     const auto answer = pairing.receive(*heard);
     if (!answer) return answer.error();
@@ -146,26 +149,23 @@ class Meeting {
  public:
   explicit Meeting(const Console& console) : mLog(console) {}
 
+  /// The first that comes, and with each call the next.
   Result<std::unique_ptr<StreamConnection>> accept(const std::string& name, const Guide& guide) {
-    auto listener = StreamListener::open();
-    if (!listener) return listener.error();
-    mPublication = mServices.publish(
-        {name, kPairingServiceType, kRemoteServiceDomain, listener->port(), {}},
-        {[&](const std::string& known) { guide.waits(known); },
-         [name, number = 1](const std::string&) mutable {
-           return ++number > 9 ? std::string() : name + "-" + std::to_string(number);
-         },
-         [this](int, const std::string& reason) {
-           mFailure = reason;
-           mLoop.quit(0);
-         }});
+    const SystemClock clock;
+    if (!mListener) {
+      auto listener = StreamListener::open();
+      if (!listener) return listener.error();
+      mListener.emplace(*std::move(listener));
+      mLimit = clock.monotonic() + kPatience;
+      publish(name, guide);
+    }
     std::unique_ptr<StreamConnection> stream;
     std::string from;
-    const auto watch = mLoop.watch(listener->descriptor(), DescriptorWatch::Event::readable, [&] {
-      stream = listener->accept(from);
+    const auto watch = mLoop.watch(mListener->descriptor(), DescriptorWatch::Event::readable, [&] {
+      stream = mListener->accept(from);
       if (stream) mLoop.quit(0);
     });
-    run(kPatience);
+    if (mFailure.empty()) run(std::max(0.0, mLimit - clock.monotonic()));
     mLoop.unwatch(watch);
     if (stream) return stream;
     return Error{ErrorKind::unavailable,
@@ -210,6 +210,19 @@ class Meeting {
   }
 
  private:
+  void publish(const std::string& name, const Guide& guide) {
+    mPublication = mServices.publish(
+        {name, kPairingServiceType, kRemoteServiceDomain, mListener->port(), {}},
+        {[&guide](const std::string& known) { guide.waits(known); },
+         [name, number = 1](const std::string&) mutable {
+           return ++number > 9 ? std::string() : name + "-" + std::to_string(number);
+         },
+         [this](int, const std::string& reason) {
+           mFailure = reason;
+           mLoop.quit(0);
+         }});
+  }
+
   /// Until one of both ends it, or nobody answers.
   void browse(std::function<void(const FoundService&)> found, std::function<void()> settled) {
     const auto browsing =
@@ -233,6 +246,8 @@ class Meeting {
   ConsoleLog mLog;
   AvahiServices mServices{mLoop, mLog};
   LinuxNetwork mNetwork;
+  std::optional<StreamListener> mListener;
+  double mLimit = 0;  ///< monotonic time until which another machine may come
   std::unique_ptr<ServicePublication> mPublication;
   std::string mFailure;
 };
@@ -303,14 +318,20 @@ Answer pairCommand(Arguments& arguments, const Console& console) {
   Meeting meeting(console);
   if (looks) return waiting(meeting, home.calendar());
   const Pairing::Role role = accepts ? Pairing::Role::accepting : Pairing::Role::asking;
-  Pairing pairing(role, MachineIdentity::of(home.machine()));
   const Guide guide(console, arguments.wantsJson());
-  auto stream =
-      accepts ? meeting.accept(ServiceName::machineName({}, home.machine().networkName()), guide)
-              : meeting.ask(words->front());
-  if (!stream) return stream.error();
-  Messages messages(std::move(*stream));
-  const auto paired = talk(messages, pairing, role, guide);
+  const MachineIdentity own = MachineIdentity::of(home.machine());
+  const auto paired = [&]() -> Result<PairedMachine> {
+    for (;;) {
+      auto stream = accepts ? meeting.accept(ServiceName::machineName({}, own.name), guide)
+                            : meeting.ask(words->front());
+      if (!stream) return stream.error();
+      Pairing pairing(role, own);
+      Messages messages(std::move(*stream));
+      auto talked = talk(messages, pairing, role, guide);
+      // Who comes and has nothing to show does not end it for the one that is meant.
+      if (talked || !accepts || pairing.digits()) return talked;
+    }
+  }();
   if (!paired) return paired.error();
   if (const Outcome kept = PairedMachines(home.store()).add(*paired); !kept) return kept.error();
   if (const Outcome told = tellAgent(home); !told) return told.error();

@@ -88,12 +88,27 @@ constexpr std::string_view kPeerLines =
     "{!No machine of the network can be controlled.\n}"
     "{*{absent?{name}: paired with this machine, but not to be seen on the network; user {user}, "
     "machine {identifier}\n}{absent!{name}: {active?active}{active!switched off}{locked?, locked}"
-    "{paired?, paired with this machine{encrypted!, but offers no encrypted channel}"
-    "{trouble?, but this machine cannot talk with it: {trouble}}}"
+    "{paired?, paired with this machine{trouble?, but this machine cannot talk with it: "
+    "{trouble}}{trouble!{encrypted!, but offers no encrypted channel}}}"
     "{proven?, {paired!asks for a proof of its password and }permits: {permits}}"
     "{proven!, unproven: anybody on the network may control it}; user {user}, machine "
     "{identifier}, {address}\n"
     "{actions*  {:action}{lastScheduleDate?, last on {lastScheduleDate:date}}\n}}}";
+
+/// Of several that call themselves by the identity of one paired machine, the one that has its key.
+std::optional<NetworkPeer> provenAmong(const std::vector<NetworkPeer>& named, CommandHome& home) {
+  constexpr std::size_t kMostTries = 5;
+  const auto paired = pairedWith(named.front(), home);
+  if (!paired ||
+      !std::ranges::all_of(named, [&](const NetworkPeer& peer) { return isThat(peer, *paired); }))
+    return std::nullopt;
+  std::size_t tries = 0;
+  for (const NetworkPeer& peer : named)
+    if (peer.channelPort != 0 && ++tries <= kMostTries &&
+        NetworkPeers::ask(peer, paired->toControl, {}))
+      return peer;
+  return std::nullopt;
+}
 
 /// A machine that this one is paired with goes before all that only call themselves so.
 Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name, CommandHome& home) {
@@ -119,6 +134,7 @@ Result<NetworkPeer> peerNamed(NetworkPeers& network, const std::string& name, Co
   if (named.empty())
     return Error{ErrorKind::absent, name + ": no such machine answers; corvana9 peers lists them"};
   if (named.size() > 1) {
+    if (auto proven = provenAmong(named, home)) return *std::move(proven);
     std::string text = name + ": several machines answer; take one of these names:";
     for (const NetworkPeer& peer : named) text += "\n  " + printable(peer.service.name);
     return Error{ErrorKind::refused, text};
@@ -170,11 +186,13 @@ struct Way {
 Result<ChannelReply> askPaired(const NetworkPeer& peer, const PairedMachine& paired,
                                const ChannelRequest& request) {
   if (peer.channelPort == 0)
-    return Error{ErrorKind::refused,
-                 printable(peer.name.machine) +
-                     ": it is paired with this machine, but offers no encrypted channel. Its "
-                     "program is older, it is set to check nobody, it does not know this machine "
-                     "any more, or another machine answers in its place"};
+    return Error{
+        ErrorKind::refused,
+        printable(peer.name.machine) +
+            ": it is paired with this machine, but offers no encrypted channel. Its "
+            "program is older, OpenSSL is missing there (its status says so), it is set to "
+            "check nobody, it does not know this machine any more, or another machine answers in "
+            "its place"};
   return NetworkPeers::ask(peer, paired.toControl, request);
 }
 

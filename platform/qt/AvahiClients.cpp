@@ -69,6 +69,7 @@ void Browsing::daemonIsGone() {
   ++*mAttempt;
   mEarly.clear();
   mQuestions = 0;
+  mToAsk.clear();
   mAllForNow = false;
   for (const auto& [name, seen] : std::exchange(mSeen, {}))
     if (seen.found && mEvents.lost) mEvents.lost(name);
@@ -104,11 +105,22 @@ void Browsing::itemNew(const QList<QVariant>& item) {
   Seen& seen = mSeen[name];
   ++seen.places;
   ++seen.questions;
-  ++mQuestions;
-  ask(QStringLiteral("/"), server(), QStringLiteral("ResolveService"),
-      {item[0].toInt(), item[1].toInt(), item[2].toString(), item[3].toString(), item[4].toString(),
-       item[1].toInt(), 0U},
-      [this, name](const QDBusMessage& reply) { resolved(name, reply); });
+  mToAsk.push_back(item);
+  askNext();
+}
+
+void Browsing::askNext() {
+  while (mQuestions < kMostQuestions && !mToAsk.empty()) {
+    const QList<QVariant> item = std::move(mToAsk.front());
+    mToAsk.pop_front();
+    ++mQuestions;
+    ask(QStringLiteral("/"), server(), QStringLiteral("ResolveService"),
+        {item[0].toInt(), item[1].toInt(), item[2].toString(), item[3].toString(),
+         item[4].toString(), item[1].toInt(), 0U},
+        [this, name = item[2].toString().toStdString()](const QDBusMessage& reply) {
+          resolved(name, reply);
+        });
+  }
 }
 
 void Browsing::resolved(const std::string& name, const QDBusMessage& reply) {
@@ -128,6 +140,7 @@ void Browsing::resolved(const std::string& name, const QDBusMessage& reply) {
       mEvents.notResolved(name, errorCode(reply.errorName()), reply.errorMessage().toStdString());
     }
   }
+  askNext();
   settleWhenAnswered();
 }
 

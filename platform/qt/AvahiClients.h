@@ -2,6 +2,7 @@
 
 #include <QDBusMessage>
 #include <QString>
+#include <deque>
 #include <map>
 
 #include "platform/Network.h"
@@ -45,7 +46,9 @@ class Daemon {
 class Browsing final : public ServiceBrowsing, private Client {
  public:
   /// More names than that are not looked at: anybody on the network can make them up.
-  static constexpr std::size_t kMostServices = 500;
+  static constexpr std::size_t kMostServices = 2000;
+  /// Questions at a time: the bus refuses those that are more than a hundred or so.
+  static constexpr int kMostQuestions = 50;
 
   Browsing(Daemon& daemon, const std::string& type, const std::string& domain,
            ServiceDiscovery::BrowsingEvents events);
@@ -67,6 +70,7 @@ class Browsing final : public ServiceBrowsing, private Client {
            const QList<QVariant>& arguments, std::function<void(const QDBusMessage&)> done);
   void hear(const QDBusMessage& message);
   void itemNew(const QList<QVariant>& item);
+  void askNext();
   void itemRemoved(const std::string& name);
   void resolved(const std::string& name, const QDBusMessage& reply);
   void settleWhenAnswered();
@@ -79,6 +83,7 @@ class Browsing final : public ServiceBrowsing, private Client {
   QString mBrowser;                  ///< empty: none yet
   std::vector<QDBusMessage> mEarly;  ///< of browsers, before this one's path is known
   std::map<std::string, Seen> mSeen;
+  std::deque<QList<QVariant>> mToAsk;  ///< items whose place is not asked for yet
   int mQuestions = 0;
   bool mAllForNow = false;
   bool mSettled = false;

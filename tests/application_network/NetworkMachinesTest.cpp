@@ -101,12 +101,14 @@ TEST_F(NetworkMachinesTest, EachIsShownAsFarAsItHasProvenItself) {
       saying("anna&&x status",
              std::string(R"({"enabled":true,"actions":[)") + kAction +
                  R"(],"attention":[{"kind":"failed","ref":7,"title":"Let\u202eters"}]})") +
-      "*\"liar&&x status\"*) echo '{\"reason\":\"another machine answers\"}'; exit 1;;\n");
+      "*\"liar&&x status\"*) for i in 1 2 3; do echo \"stranger $i: nothing\" >&2; done\n"
+      "echo 'corvana9: another machine answers' >&2; exit 1;;\n");
   NetworkMachines page(*household);
   page.resize(700, 900);
   page.show();
   ASSERT_TRUE(waitFor([&] { return says(page, "another machine answers"); }));
   ASSERT_TRUE(waitFor([&] { return says(page, household->text("NetNeeds", {1})); }));
+  EXPECT_FALSE(says(page, "stranger"));
   EXPECT_TRUE(says(page, "Attic")) << "as its user calls it here";
   EXPECT_TRUE(says(page, household->text("NetFailed", {std::string("Let ters")})));
   for (const char* key :
