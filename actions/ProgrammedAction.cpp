@@ -93,11 +93,11 @@ std::string ProgrammedAction::getTitle() const {
   return ZAN_StringUtils::oneLine(mSettings["Title"].stringView());
 }
 
-std::string ProgrammedAction::getShortcut() const { return mSettings.string("Shortcut"); }
+std::string ProgrammedAction::getShortcut() const { return mSettings.string(ActionKey::shortcut); }
 
 std::int64_t ProgrammedAction::getBackGroundColor() const { return mSettings.integer("Color"); }
 
-bool ProgrammedAction::isFavorite() const { return mSettings.integer("Favorite") != 0; }
+bool ProgrammedAction::isFavorite() const { return mSettings.integer(ActionKey::favourite) != 0; }
 
 std::int64_t ProgrammedAction::getExecuteWithAdminPrivileges() const {
   constexpr std::int64_t kTypeWithoutAdminMode = 1;
@@ -330,7 +330,7 @@ int ProgrammedAction::triggerStatus() const {
 
 void ProgrammedAction::setActionContext(ActionContext context) {
   if (!isGroup()) {
-    setSetting("TriggerContextPopup", static_cast<int>(context));
+    setSetting(ActionKey::context, static_cast<int>(context));
     return;
   }
   for (const auto& child : getChildrenList()) child->setActionContext(context);

@@ -69,7 +69,7 @@ int comparedByMode(const ProgrammedAction& a, const ProgrammedAction& b, const A
     case SortMode::executions:
       return hasGroup ? groupsFirst(a, b) : comparedIntegers(b, a, "ExecCounter");
     case SortMode::context:
-      return hasGroup ? groupsFirst(a, b) : comparedIntegers(b, a, "TriggerContextPopup");
+      return hasGroup ? groupsFirst(a, b) : comparedIntegers(b, a, ActionKey::context);
     case SortMode::creationDate:
       return comparedDates(a.getCreationDate(), b.getCreationDate());
     case SortMode::reference:

@@ -277,20 +277,20 @@ std::optional<std::int64_t> ScheduleDays::nextYearly() {
 TriggerSettings::TriggerSettings(const ZAN_Value& settings)
     : schedule(settings),
       title(settings["Title"]),
-      shortcut(settings["Shortcut"]),
+      shortcut(settings[ActionKey::shortcut]),
       mode(settings.integer("Mode")),
-      context(static_cast<ActionContext>(settings.integer("TriggerContextPopup"))),
+      context(static_cast<ActionContext>(settings.integer(ActionKey::context))),
       idleMinutes(settings.integer("TriggerScheduleMinutes")),
-      notExecuted(settings.integer("TriggerNotificationNotExecuted")),
-      notExecutedDays(settings.integer("TriggerDelayNotExecuted")) {
+      notExecuted(settings.integer(ActionKey::notExecuted)),
+      notExecutedDays(settings.integer(ActionKey::notExecutedDays)) {
   const ZAN_Value& path = settings["TriggerAppQuitPath"];
   if (path.isString()) appQuitPath = path;
 }
 
 bool TriggerSettings::dependsOnKey(std::string_view key) {
-  return Schedule::dependsOnKey(key) || key == "Title" || key == "Shortcut" || key == "Mode" ||
-         key == "TriggerContextPopup" || key == "TriggerScheduleMinutes" ||
-         key == "TriggerNotificationNotExecuted" || key == "TriggerDelayNotExecuted" ||
+  return Schedule::dependsOnKey(key) || key == "Title" || key == ActionKey::shortcut ||
+         key == "Mode" || key == ActionKey::context || key == "TriggerScheduleMinutes" ||
+         key == ActionKey::notExecuted || key == ActionKey::notExecutedDays ||
          key == "TriggerAppQuitPath";
 }
 

@@ -134,6 +134,17 @@ class ScheduleDays {
   std::int64_t mYear;
 };
 
+/// Keys of a record that are named in more than one place.
+namespace ActionKey {
+inline constexpr std::string_view shortcut = "Shortcut";
+inline constexpr std::string_view favourite = "Favorite";
+inline constexpr std::string_view context = "TriggerContextPopup";
+inline constexpr std::string_view makesUpMissed = "TriggerMakeUpMissed";
+inline constexpr std::string_view ageAlarm = "TriggerAgeAlarm";
+inline constexpr std::string_view notExecuted = "TriggerNotificationNotExecuted";
+inline constexpr std::string_view notExecutedDays = "TriggerDelayNotExecuted";
+}  // namespace ActionKey
+
 /// What the evaluation asks of a settings record at every pass, decoded once: beside the schedule
 /// the events that start the action, the notice that it was not executed for long, and what it is
 /// listed with.

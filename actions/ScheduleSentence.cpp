@@ -7,6 +7,7 @@
 #include "actions/ActionContext.h"
 #include "actions/ActionsTools.h"
 #include "actions/Forecast.h"
+#include "actions/Schedule.h"
 
 // What the user reads about schedules.
 
@@ -64,7 +65,7 @@ std::string ScheduleSentence::sentence(const ZAN_Value& settings,
   if (schedule.hasAllowedHours)
     text =
         mTable.text("ScheduleHours", {text, time(schedule.allowedFrom), time(schedule.allowedTo)});
-  switch (static_cast<ActionContext>(settings.integer("TriggerContextPopup"))) {
+  switch (static_cast<ActionContext>(settings.integer(ActionKey::context))) {
     case ActionContext::office:
       return mTable.text("ScheduleInOffice", {text});
     case ActionContext::home:

@@ -27,6 +27,15 @@ void groupsIn(const ProgrammedAction& node, std::vector<const ProgrammedAction*>
   }
 }
 
+/// "Work › Letters".
+QString wayTo(const ProgrammedAction& group) {
+  const ProgrammedAction* const above = group.parent();
+  const QString title = qt(group.getTitle());
+  return above == nullptr || above->parent() == nullptr
+             ? title
+             : wayTo(*above) + QStringLiteral(" › ") + title;
+}
+
 }  // namespace
 
 DetailsStep::DetailsStep(Household& household)
@@ -85,8 +94,22 @@ void DetailsStep::fillGroups(const ProgrammedAction* parent) {
   mGroup->clear();
   std::vector<const ProgrammedAction*> groups;
   groupsIn(mHousehold.actions(), groups);
-  for (const ProgrammedAction* group : groups) mGroup->addItem(qt(group->getTitle()));
-  mShownGroup = parent == nullptr ? QString() : qt(parent->getTitle());
+  mGroups.clear();
+  mShownGroup.clear();
+  const auto isKnown = [this](const QString& name) {
+    return std::ranges::find(mGroups, name, &Group::name) != mGroups.end();
+  };
+  for (const ProgrammedAction* group : groups) {
+    const QString title = qt(group->getTitle());
+    const bool isOnly = std::ranges::count(groups, group->getTitle(),
+                                           [](const auto* one) { return one->getTitle(); }) == 1;
+    const QString way = isOnly ? title : wayTo(*group);
+    QString name = way;
+    for (int number = 2; isKnown(name); ++number) name = way + QStringLiteral(" (%1)").arg(number);
+    mGroups.push_back({name, group->getReference()});
+    mGroup->addItem(name);
+    if (group == parent) mShownGroup = name;
+  }
   mGroup->setCurrentText(mShownGroup);
 }
 
@@ -97,8 +120,8 @@ void DetailsStep::show(const ProgrammedAction& action) {
   mFavourite->setChecked(action.isFavorite());
   mContext->setCurrentIndex(
       std::max(0, mContext->findData(static_cast<int>(action.getActionContext()))));
-  mAgeAlarm->setChecked(settings.integer("TriggerAgeAlarm") != 0);
-  mMakeUp->setChecked(settings.integer("TriggerMakeUpMissed") != 0);
+  mAgeAlarm->setChecked(settings.integer(ActionKey::ageAlarm) != 0);
+  mMakeUp->setChecked(settings.integer(ActionKey::makesUpMissed) != 0);
   mDisks.clear();
   for (const ZAN_Value& stored : settings[VolumeIdentity::kRotation].elements())
     mDisks.push_back({std::string(FolderDescription(stored).path()), stored});
@@ -138,11 +161,12 @@ void DetailsStep::applyTo(ZAN_Value& record, const ActionFolders& folders) const
     if (record.integer(key) != value) record.setValue(key, value);
   };
   const std::string shortcut = utf8(mShortcut->text().trimmed());
-  if (record.string("Shortcut") != shortcut) record.setValue("Shortcut", shortcut);
-  set("Favorite", mFavourite->isChecked() ? 1 : 0);
-  set("TriggerContextPopup", mContext->currentData().toInt());
-  set("TriggerAgeAlarm", mAgeAlarm->isChecked() ? 1 : 0);
-  set("TriggerMakeUpMissed", mMakeUp->isChecked() ? 1 : 0);
+  if (record.string(ActionKey::shortcut) != shortcut)
+    record.setValue(ActionKey::shortcut, shortcut);
+  set(ActionKey::favourite, mFavourite->isChecked() ? 1 : 0);
+  set(ActionKey::context, mContext->currentData().toInt());
+  set(ActionKey::ageAlarm, mAgeAlarm->isChecked() ? 1 : 0);
+  set(ActionKey::makesUpMissed, mMakeUp->isChecked() ? 1 : 0);
   ZAN_Value disks = ZAN_Value::array();
   for (const Disk& disk : mDisks)
     if (!disk.stored.isNull()) disks.append(disk.stored);
@@ -158,11 +182,10 @@ void DetailsStep::moveIn(ProgrammedAction& root, ProgrammedAction& action) const
   if (wanted == mShownGroup) return;
   ProgrammedAction* target = &root;
   if (!wanted.isEmpty()) {
-    std::vector<const ProgrammedAction*> groups;
-    groupsIn(root, groups);
-    const auto known = std::ranges::find(groups, utf8(wanted), &ProgrammedAction::getTitle);
-    target = known != groups.end() ? root.actionOrGroupForReference((*known)->getReference())
-                                   : root.addGroup(utf8(wanted), {}, 0);
+    const auto known = std::ranges::find(mGroups, wanted, &Group::name);
+    // One that is gone meanwhile leaves the action where it is.
+    target = known != mGroups.end() ? root.actionOrGroupForReference(known->reference)
+                                    : root.addGroup(utf8(wanted), {}, 0);
   }
   if (target != nullptr) action.moveActionTo(*target, target->numberOfChildren(), SortMode::title);
 }

@@ -36,11 +36,18 @@ class DetailsStep final : public QWidget {
     ZAN_Value stored;  ///< null: not described yet
   };
 
+  /// A group to choose from. Where several have one title it is shown with what it lies in.
+  struct Group {
+    QString name;
+    std::int64_t reference;
+  };
+
   void fillGroups(const ProgrammedAction* parent);
   void showDisks();
 
   Household& mHousehold;
   QComboBox* mGroup;
+  std::vector<Group> mGroups;
   QString mShownGroup;
   QLineEdit* mShortcut;
   QCheckBox* mFavourite;

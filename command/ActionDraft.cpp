@@ -143,8 +143,8 @@ ZAN_Value newActionRecord(const std::string& title, ReferenceTime now) {
                                 {"Mode", 2},
                                 {"OptionsPerformer", "corvana9"},
                                 {"TriggerAutomatic", 0},
-                                {"TriggerMakeUpMissed", 1},
-                                {"TriggerAgeAlarm", 1},
+                                {ActionKey::makesUpMissed, 1},
+                                {ActionKey::ageAlarm, 1},
                                 {"SaveEditDate", ZAN_Value::date(now)}});
 }
 

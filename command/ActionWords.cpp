@@ -206,7 +206,7 @@ Outcome ActionWords::describeFolders(CommandHome& home) {
 
 Outcome ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mTitle) record.setValue("Title", *mTitle);
-  if (mShortcut) record.setValue("Shortcut", *mShortcut);
+  if (mShortcut) record.setValue(ActionKey::shortcut, *mShortcut);
   if (mMode) record.setValue("Mode", *mMode);
   if (mDeleteLimit) record.setValue(DeletionKey::limit, *mDeleteLimit);
   mFolders.applyTo(record);
@@ -240,9 +240,9 @@ Outcome ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
     record.setValue(VersionKey::days, kept->days);
     record.setValue(VersionKey::bytes, kept->bytes);
   }
-  if (mContext) record.setValue("TriggerContextPopup", *mContext);
-  if (mMakeUp) record.setValue("TriggerMakeUpMissed", *mMakeUp);
-  if (mAgeAlarm) record.setValue("TriggerAgeAlarm", *mAgeAlarm);
+  if (mContext) record.setValue(ActionKey::context, *mContext);
+  if (mMakeUp) record.setValue(ActionKey::makesUpMissed, *mMakeUp);
+  if (mAgeAlarm) record.setValue(ActionKey::ageAlarm, *mAgeAlarm);
   mSchedule.plan().applyTo(record, home.calendar(), home.now());
   return RepositoryWords::check(record);
 }

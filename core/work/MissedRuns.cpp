@@ -41,7 +41,7 @@ bool MissedRuns::wasMissed(const ProgrammedAction& action, const StartVerdict& v
   const std::int64_t ref = action.getReference();
   if (!verdict.automatic || !verdict.inContext || !mThis.active) return false;
   if (!mIsGap && !mWaiting.contains(ref)) return false;
-  if (action.getSettings().integer("TriggerMakeUpMissed") == 0) return false;
+  if (action.getSettings().integer(ActionKey::makesUpMissed) == 0) return false;
   const Schedule& schedule = action.schedule();
   if (mIsGap && !isOtherContext(action.getActionContext(), mLast->context)) {
     if (const auto missed = Forecast(*mCalendar, schedule).lastWithin(mLast->at, mThis.at))

@@ -15,7 +15,7 @@ struct StartVerdict;
 
 /// What fell due while nobody looked, since the agent was off or the machine
 /// asleep, and is made up: the last run of each action that asks for it
-/// ("TriggerMakeUpMissed"), once, at the next chance that its hours give. Not
+/// (ActionKey::makesUpMissed), once, at the next chance that its hours give. Not
 /// made up is what fell into a time at whose begin or end the user had
 /// execution off or paused, or the action belonged to another context; nor what
 /// runs anyway.
