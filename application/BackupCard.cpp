@@ -94,9 +94,9 @@ void RunBar::paintEvent(QPaintEvent* /*event*/) {
   }
 }
 
-BackupCard::BackupCard(Household& household, Hooks hooks)
+BackupCard::BackupCard(Household& household, const Hooks& hooks)
     : mHousehold(household),
-      mHooks(std::move(hooks)),
+      mHooks(hooks),
       mGrid(new QGridLayout),
       mTitle(new TextLabel({}, Look::Size::strong)),
       mWay(new TextLabel({}, Look::Size::small, Look::Meaning::muted)),
@@ -253,27 +253,35 @@ void BackupCard::show(const BackupFacts& facts, const ZAN_Value& current, bool i
   if (isOther || !mMenu->isVisible()) fillMenu(facts, isRunning);
 }
 
+void BackupCard::comeAfter(const BackupCard& other) {
+  setTabOrder(other.mMore, mPause);
+  setTabOrder(mPause, mStop);
+  setTabOrder(mStop, mMore);
+}
+
 void BackupCard::fillMenu(const BackupFacts& facts, bool isRunning) {
   mMenu->clear();
-  const auto add = [this](const QString& text, const std::function<void()>& hook) {
-    mMenu->addAction(text, mMenu, [hook] { hook(); });
+  const auto add = [this](const QString& text, const std::function<void(std::int64_t)>& hook) {
+    mMenu->addAction(text, mMenu, [this, &hook] { hook(mReference); });
   };
   if (!isRunning) add(mHousehold.text("CardRun"), mHooks.run);
   if (!isRunning) add(mHousehold.text("CardWhy"), mHooks.why);
   add(mHousehold.text("CardRestore"), mHooks.restore);
   if (!facts.folder.empty()) {
-    add(mHousehold.text("RestoreShowFolder"),
-        [folder = qt(facts.folder)] { QDesktopServices::openUrl(QUrl::fromLocalFile(folder)); });
+    mMenu->addAction(mHousehold.text("RestoreShowFolder"), mMenu, [folder = qt(facts.folder)] {
+      QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
+    });
   }
   mMenu->addSeparator();
-  if (facts.failure && !facts.isFailureSeen) add(mHousehold.text("CardSeen"), mHooks.seen);
+  if (facts.failure && !facts.isFailureSeen)
+    mMenu->addAction(mHousehold.text("CardSeen"), mMenu, [this] { mHooks.seen(); });
   if (facts.deletionsToConfirm > 0)
     add(mHousehold.text("CardConfirm", {facts.deletionsToConfirm}), mHooks.confirmDeletions);
   add(mHousehold.text("CardHistory"), mHooks.history);
   add(mHousehold.text("CardChange"), mHooks.change);
   add(mHousehold.text("CardDuplicate"), mHooks.duplicate);
-  add(mHousehold.text("CardUp"), [this] { mHooks.move(-1); });
-  add(mHousehold.text("CardDown"), [this] { mHooks.move(1); });
+  mMenu->addAction(mHousehold.text("CardUp"), mMenu, [this] { mHooks.move(mReference, -1); });
+  mMenu->addAction(mHousehold.text("CardDown"), mMenu, [this] { mHooks.move(mReference, 1); });
   mMenu->addSeparator();
   add(mHousehold.text("CardRemove"), mHooks.remove);
 }

@@ -29,19 +29,23 @@ class RunBar final : public QWidget {
 /// One backup on the overview. It shows what it is given; what is wanted of it goes to the hooks.
 class BackupCard final : public Card {
  public:
+  /// What is wanted of a backup, by its reference.
   struct Hooks {
-    std::function<void()> run, why, restore, change, history, duplicate, remove, seen,
+    std::function<void(std::int64_t)> run, why, restore, change, history, duplicate, remove,
         confirmDeletions;
+    std::function<void(std::int64_t, int places)> move;  ///< in its group; less than 0: up
     std::function<void(bool)> pause;
-    std::function<void(int places)> move;  ///< in its group; less than 0: up
-    std::function<void()> stop;
+    std::function<void()> seen, stop;
   };
 
-  BackupCard(Household& household, Hooks hooks);
+  /// `hooks` outlive it.
+  BackupCard(Household& household, const Hooks& hooks);
 
   std::int64_t reference() const { return mReference; }
   /// `current`: the record of the agent's status while this one is executed, else null.
   void show(const BackupFacts& facts, const ZAN_Value& current, bool isQueued, bool isPaused);
+  /// In the order in which the keyboard goes through the window.
+  void comeAfter(const BackupCard& other);
 
  protected:
   void resizeEvent(QResizeEvent* event) override;
@@ -51,7 +55,7 @@ class BackupCard final : public Card {
   void fillMenu(const BackupFacts& facts, bool isRunning);
 
   Household& mHousehold;
-  Hooks mHooks;
+  const Hooks& mHooks;
   std::int64_t mReference = 0;
   bool mIsNarrow = false;
   bool mIsPaused = false;

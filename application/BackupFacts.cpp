@@ -139,7 +139,10 @@ std::vector<BackupFacts> factsOf(Household& household) {
     const ZAN_Value& record = action->getSettings();
     facts.reference = action->getReference();
     facts.title = action->getTitle();
-    if (action->parent() != nullptr) facts.group = action->parent()->getTitle();
+    if (const ProgrammedAction* const group = action->parent(); group != nullptr) {
+      facts.group = group->getTitle();
+      facts.groupReference = group->getReference();
+    }
     const auto sources = ActionsTools::getSourcesForAction(record);
     facts.sources = listOf(sources);
     destinations.describe(record, facts);

@@ -18,7 +18,8 @@ struct BackupFacts {
 
   std::int64_t reference = 0;
   std::string title;
-  std::string group;        ///< that it lies in; empty: none
+  std::string group;  ///< that it lies in; empty: none
+  std::int64_t groupReference = 0;
   std::string sources;      ///< "Documents, Letters"
   std::string destination;  ///< as the user calls it: a volume, with the folder on it
   std::string folder;       ///< where the copies are now; empty while their volume is not there

@@ -189,6 +189,9 @@ QString styleSheet() {
     QFrame[look="well-bad"] { background: %sbad; border: none; border-radius: %roundpx; }
     QFrame[look="well-accent"] { background: %saccent; border: none; border-radius: %roundpx; }
     QFrame[look="well-muted"] { background: %smuted; border: none; border-radius: %roundpx; }
+    QFrame[look="drop-line"] { background: %accent; border: none; }
+    QLabel[look="drop-words"] { background: %accent; color: %onaccent; border-radius: %smallpx;
+      padding: %pad1px %pad2px; }
     QListWidget[look="side-list"] { background: transparent; border: none; outline: none; }
     QListWidget[look="side-list"]::item { color: %muted; padding: %pad2px; margin: 1px %pad2px;
       border-radius: %smallpx; }

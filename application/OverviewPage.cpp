@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "application/BackupCard.h"
 #include "application/Banner.h"
 #include "application/Look.h"
 #include "application/NetworkMachines.h"
@@ -21,9 +20,8 @@ namespace corvana {
 
 namespace {
 
-constexpr int kLater = 60;          // ms
-constexpr int kProgress = 1000;     // ms
-constexpr std::size_t kBatch = 24;  ///< cards that are made at a time
+constexpr int kLater = 60;       // ms
+constexpr int kProgress = 1000;  // ms
 constexpr std::size_t kManyBackups = 8;
 constexpr int kWidest = 190;  ///< of the cards, in characters
 
@@ -36,8 +34,8 @@ OverviewPage::OverviewPage(Household& household, Navigator& navigator)
       mBanner(new Banner),
       mTold(new Banner),
       mSearch(new QLineEdit),
-      mList(new QVBoxLayout),
-      mShown(kBatch) {
+      mHooks(hooks()),
+      mList(new CardList(household, mHooks, *mScroll)) {
   auto* column = new QVBoxLayout(this);
   column->setContentsMargins(0, 0, 0, 0);
   column->addWidget(mStack);
@@ -50,11 +48,6 @@ OverviewPage::OverviewPage(Household& household, Navigator& navigator)
   QObject::connect(&mProgress, &QTimer::timeout, this, [this] {
     if (isVisible()) this->household().askAgent();
   });
-}
-
-OverviewPage::~OverviewPage() {
-  // As its cards go it scrolls once more, and would look for them.
-  mScroll->verticalScrollBar()->disconnect(this);
 }
 
 QWidget* OverviewPage::emptyPage() {
@@ -112,29 +105,21 @@ QWidget* OverviewPage::listPage() {
   mSearch->setPlaceholderText(household().text("OverviewSearch"));
   mSearch->setAccessibleName(household().text("OverviewSearch"));
   mSearch->setClearButtonEnabled(true);
-  QObject::connect(mSearch, &QLineEdit::textChanged, this, [this] {
-    mShown = kBatch;
-    showCards();
-  });
+  QObject::connect(mSearch, &QLineEdit::textChanged, this, [this] { showCards(); });
   head->addWidget(mSearch);
   head->addWidget(makeButton(
       household().text("OverviewNew"), [this] { navigator().createBackup(); }, true));
   column->addLayout(head);
-  mList->setSpacing(Look::space(3));
-  column->addLayout(mList);
+  column->addWidget(mList);
   column->addWidget(new NetworkMachines(household()));
   column->addStretch(1);
-  // More are made when the end of those that are there comes near.
-  QObject::connect(mScroll->verticalScrollBar(), &QScrollBar::valueChanged, this,
-                   [this](int value) {
-                     if (mShown >= mFacts.size()) return;
-                     if (value < mScroll->verticalScrollBar()->maximum() - mScroll->height())
-                       return;
-                     mShown += kBatch;
-                     placeCards();
-                   });
-  QObject::connect(mScroll->verticalScrollBar(), &QScrollBar::valueChanged, this,
-                   [this] { fillCards(); });
+  mList->onFill = [this](BackupCard& card, std::size_t row) { fillCard(card, mFacts[mRows[row]]); };
+  mList->onLook = [this](std::int64_t reference, const CardList::Place& place) {
+    return lookAt(reference, place);
+  };
+  mList->onDrop = [this](std::int64_t reference, const CardList::Place& place) {
+    moveTo(reference, place);
+  };
   return mScroll;
 }
 
@@ -228,8 +213,7 @@ void OverviewPage::showBanner() {
     if (facts.isAway())
       return say(meaning, title,
                  household().text("BannerNotConnected", {facts.title, facts.destination, since}),
-                 household().text("BannerWhy"),
-                 [this, reference, title = qt(facts.title)] { explain(reference, title); });
+                 household().text("BannerWhy"), [this, reference] { explain(reference); });
     if (facts.failure && !facts.isFailureSeen)
       return say(meaning, title,
                  household().text("BannerFailed", {facts.title, facts.shortReason(), since}),
@@ -258,34 +242,29 @@ void OverviewPage::showBanner() {
                        {last->title, pastDateOf(household(), *last->lastSuccess)}));
 }
 
-BackupCard* OverviewPage::cardFor(std::size_t row) {
-  while (mCards.size() <= row) {
-    // What it stands for may be another one later: it is asked when something is wanted.
-    const std::size_t index = mCards.size();
-    const auto reference = [this, index] { return mCards[index]->reference(); };
-    BackupCard::Hooks hooks;
-    hooks.run = [this, reference] { run(reference()); };
-    hooks.why = [this, index, reference] { explain(reference(), mCards[index]->accessibleName()); };
-    hooks.restore = [this, reference] { navigator().showRestore(reference()); };
-    hooks.change = [this, reference] { navigator().changeBackup(reference()); };
-    hooks.history = [this, reference] { navigator().showHistory(reference(), false); };
-    hooks.duplicate = [this, reference] { duplicate(reference()); };
-    hooks.move = [this, reference](int places) { move(reference(), places); };
-    hooks.remove = [this, index, reference] {
-      remove(reference(), mCards[index]->accessibleName());
-    };
-    hooks.seen = [this] { markAsSeen(); };
-    hooks.confirmDeletions = [this, reference] {
-      for (const BackupFacts& facts : mFacts)
-        if (facts.reference == reference())
-          return confirmDeletions(facts.reference, facts.deletionsToConfirm);
-    };
-    hooks.pause = [this](bool isPaused) { pause(isPaused); };
-    hooks.stop = [this] { household().tellAgent("StopExecution"); };
-    mCards.push_back(new BackupCard(household(), std::move(hooks)));
-    mList->addWidget(mCards.back());
-  }
-  return mCards[row];
+BackupCard::Hooks OverviewPage::hooks() {
+  BackupCard::Hooks hooks;
+  hooks.run = [this](std::int64_t reference) { run(reference); };
+  hooks.why = [this](std::int64_t reference) { explain(reference); };
+  hooks.restore = [this](std::int64_t reference) { navigator().showRestore(reference); };
+  hooks.change = [this](std::int64_t reference) { navigator().changeBackup(reference); };
+  hooks.history = [this](std::int64_t reference) { navigator().showHistory(reference, false); };
+  hooks.duplicate = [this](std::int64_t reference) { duplicate(reference); };
+  hooks.move = [this](std::int64_t reference, int places) { move(reference, places); };
+  hooks.remove = [this](std::int64_t reference) { remove(reference); };
+  hooks.seen = [this] { markAsSeen(); };
+  hooks.confirmDeletions = [this](std::int64_t reference) {
+    if (const BackupFacts* facts = factsFor(reference))
+      confirmDeletions(reference, facts->deletionsToConfirm);
+  };
+  hooks.pause = [this](bool isPaused) { pause(isPaused); };
+  hooks.stop = [this] { household().tellAgent("StopExecution"); };
+  return hooks;
+}
+
+const BackupFacts* OverviewPage::factsFor(std::int64_t reference) const {
+  const auto found = std::ranges::find(mFacts, reference, &BackupFacts::reference);
+  return found == mFacts.end() ? nullptr : &*found;
 }
 
 void OverviewPage::showCards() {
@@ -295,54 +274,24 @@ void OverviewPage::showCards() {
     if (!record["running"].boolValue()) mQueued.insert(record.integer("ref"));
   const QString wanted = mSearch->text().trimmed();
   mRows.clear();
+  std::vector<std::int64_t> references;
   for (std::size_t index = 0; index < mFacts.size(); ++index) {
     const BackupFacts& facts = mFacts[index];
     if (wanted.isEmpty() ||
         qt(facts.title + '\n' + facts.group + '\n' + facts.sources + '\n' + facts.destination)
-            .contains(wanted, Qt::CaseInsensitive))
+            .contains(wanted, Qt::CaseInsensitive)) {
       mRows.push_back(index);
-  }
-  mIsFilled.assign(mCards.size(), false);
-  placeCards();
-}
-
-void OverviewPage::placeCards() {
-  const std::size_t count = std::min(mShown, mRows.size());
-  for (std::size_t row = 0; row < count; ++row) {
-    if (row < mCards.size()) {
-      mCards[row]->setVisible(true);
-      continue;
+      references.push_back(facts.reference);
     }
-    // A new one has its height by what is in it.
-    cardFor(row);
-    mIsFilled.push_back(false);
-    fillCard(row);
-    mCards[row]->setVisible(true);
   }
-  for (std::size_t row = count; row < mCards.size(); ++row) mCards[row]->setVisible(false);
-  fillCards();
+  mList->setRows(std::move(references));
 }
 
-void OverviewPage::fillCard(std::size_t row) {
-  if (mIsFilled[row]) return;
-  mIsFilled[row] = true;
-  const BackupFacts& facts = mFacts[mRows[row]];
+void OverviewPage::fillCard(BackupCard& card, const BackupFacts& facts) {
   const ZAN_Value& status = household().status();
   const ZAN_Value& current = status["current"];
-  mCards[row]->show(facts, current.integer("ref") == facts.reference ? current : ZAN_Value(),
-                    mQueued.contains(facts.reference), status["paused"].boolValue());
-}
-
-/// Those in sight and about it; the others when they come there.
-void OverviewPage::fillCards() {
-  const int top = mScroll->verticalScrollBar()->value() - mScroll->height();
-  const int bottom = top + 3 * mScroll->height();
-  const std::size_t count = std::min({mShown, mRows.size(), mCards.size()});
-  for (std::size_t row = 0; row < count; ++row) {
-    const QRect place = mCards[row]->geometry();
-    // One that was shown just now has its place later.
-    if (row < kBatch || (place.bottom() >= top && place.top() <= bottom)) fillCard(row);
-  }
+  card.show(facts, current.integer("ref") == facts.reference ? current : ZAN_Value(),
+            mQueued.contains(facts.reference), status["paused"].boolValue());
 }
 
 void OverviewPage::run(std::int64_t reference) {
@@ -352,7 +301,8 @@ void OverviewPage::run(std::int64_t reference) {
   });
 }
 
-void OverviewPage::explain(std::int64_t reference, const QString& title) {
+void OverviewPage::explain(std::int64_t reference) {
+  const std::string title = household().tree().titleOf(reference);
   mWhyChild.run({QStringLiteral("why"), QStringLiteral("--"), QString::number(reference)},
                 [this, title](const CommandChild::Ending& ending) {
                   if (!ending.isDone())
@@ -363,7 +313,7 @@ void OverviewPage::explain(std::int64_t reference, const QString& title) {
                   const bool agentRuns = ending.answer["agent"].boolValue();
                   if (lines.isEmpty())
                     lines << household().text(agentRuns ? "WhyDueSoon" : "WhyDue");
-                  mTold->say(Look::Meaning::caution, household().text("OverviewWhy", {utf8(title)}),
+                  mTold->say(Look::Meaning::caution, household().text("OverviewWhy", {title}),
                              lines.join('\n'), household().text("CloseButton"),
                              [this] { mTold->hide(); });
                   mTold->show();
@@ -411,9 +361,34 @@ void OverviewPage::move(std::int64_t reference, int places) {
   }));
 }
 
-void OverviewPage::remove(std::int64_t reference, const QString& title) {
-  ask(household().text("RemoveTitle", {utf8(title)}), household().text("RemoveText"),
-      household().text("RemoveButton"), [this, reference] {
+std::optional<QString> OverviewPage::lookAt(std::int64_t reference,
+                                            const CardList::Place& place) const {
+  const BackupFacts* const moved = factsFor(reference);
+  const BackupFacts* const other = factsFor(place.other);
+  if (moved == nullptr || other == nullptr || moved == other) return {};
+  const bool isSameGroup = moved->groupReference == other->groupReference;
+  if (isSameGroup && (place.isBehind ? other + 1 == moved : moved + 1 == other)) return {};
+  return isSameGroup            ? QString()
+         : other->group.empty() ? household().text("DropOutOfGroup")
+                                : household().text("DropIntoGroup", {other->group});
+}
+
+void OverviewPage::moveTo(std::int64_t reference, const CardList::Place& place) {
+  complain(household().edit([&](ProgrammedAction& root) -> Outcome {
+    ProgrammedAction* const action = root.actionForReference(reference);
+    ProgrammedAction* const other = root.actionForReference(place.other);
+    if (action == nullptr || other == nullptr || other->parent() == nullptr)
+      return Error{ErrorKind::absent, utf8(household().text("DropGone"))};
+    ProgrammedAction& group = *other->parent();
+    const std::size_t at = group.indexOfChild(*other).value_or(0) + (place.isBehind ? 1 : 0);
+    action->moveActionTo(group, at, SortMode::manual);
+    return {};
+  }));
+}
+
+void OverviewPage::remove(std::int64_t reference) {
+  ask(household().text("RemoveTitle", {household().tree().titleOf(reference)}),
+      household().text("RemoveText"), household().text("RemoveButton"), [this, reference] {
         complain(household().edit([&](ProgrammedAction& root) -> Outcome {
           if (ProgrammedAction* action = root.actionForReference(reference))
             action->removeFromList();

@@ -3,10 +3,11 @@
 #include <QTimer>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <set>
 #include <vector>
 
-#include "application/BackupFacts.h"
+#include "application/CardList.h"
 #include "application/CommandChild.h"
 #include "application/Page.h"
 
@@ -20,7 +21,6 @@ class QVBoxLayout;
 
 namespace corvana {
 
-class BackupCard;
 class Banner;
 
 /// Whether everything is well, in one sentence and with the button that mends it; below, each
@@ -28,7 +28,6 @@ class Banner;
 class OverviewPage final : public Page {
  public:
   OverviewPage(Household& household, Navigator& navigator);
-  ~OverviewPage() override;
 
   void refresh(ChangeSet changed) override;
   /// Something that the agent wants the user to know, until it is closed.
@@ -43,19 +42,21 @@ class OverviewPage final : public Page {
   void show();
   void showBanner();
   void showCards();
-  void placeCards();
-  void fillCards();
-  void fillCard(std::size_t row);
-  BackupCard* cardFor(std::size_t row);
+  void fillCard(BackupCard& card, const BackupFacts& facts);
+  BackupCard::Hooks hooks();
+  const BackupFacts* factsFor(std::int64_t reference) const;
   void run(std::int64_t reference);
   /// What keeps it from running, in place.
-  void explain(std::int64_t reference, const QString& title);
+  void explain(std::int64_t reference);
   void pause(bool isPaused);
   void markAsSeen();
   void confirmDeletions(std::int64_t reference, std::int64_t count);
   void duplicate(std::int64_t reference);
   void move(std::int64_t reference, int places);
-  void remove(std::int64_t reference, const QString& title);
+  /// Before or behind another one, and into the group of that.
+  void moveTo(std::int64_t reference, const CardList::Place& place);
+  std::optional<QString> lookAt(std::int64_t reference, const CardList::Place& place) const;
+  void remove(std::int64_t reference);
   /// `then` when the user presses `button` and not the other one.
   void ask(const QString& title, const QString& text, const QString& button,
            std::function<void()> then);
@@ -67,10 +68,8 @@ class OverviewPage final : public Page {
   Banner* mTold;
   CommandChild mWhyChild;
   QLineEdit* mSearch;
-  QVBoxLayout* mList;
-  std::vector<BackupCard*> mCards;  ///< as many as were looked at so far
-  std::size_t mShown = 0;           ///< that may be there
-  std::vector<bool> mIsFilled;      ///< which of them show what was read last
+  const BackupCard::Hooks mHooks;
+  CardList* mList;
   std::vector<BackupFacts> mFacts;
   std::vector<std::size_t> mRows;  ///< of the facts that have what is searched for
   std::set<std::int64_t> mQueued;

@@ -3,9 +3,15 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QProcess>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <map>
+#include <set>
 
+#include "application/BackupCard.h"
 #include "application/MainWindow.h"
 #include "command/ActionDraft.h"
 #include "command/SchedulePlan.h"
@@ -235,6 +241,124 @@ TEST_F(PagesTest, ShowsWhatTheAgentPosts) {
   agent->post("SurveyFolderResults", ZAN_Value::dictionary({{"Msg", "Three files are new"}}));
   add(backup());
   EXPECT_TRUE(eventually([&] { return isSaid("Three files are new"); }));
+}
+
+TEST_F(PagesTest, ACardIsDraggedToAnotherPlaceAndIntoAGroup) {
+  household->begin();
+  std::map<std::string, std::int64_t> references;
+  const auto addIn = [&](std::int64_t group, const std::string& title) {
+    ZAN_Value record = backup();
+    record.setValue("Title", title);
+    ASSERT_TRUE(household->edit([&](ProgrammedAction& root) -> Outcome {
+      ProgrammedAction& parent = group == 0 ? root : *root.actionOrGroupForReference(group);
+      parent.addActionsFromList(ZAN_Value::array({record}), false, std::nullopt);
+      references[title] = parent.childAtIndex(parent.numberOfChildren() - 1).getReference();
+      return {};
+    }));
+  };
+  for (const char* title : {"A", "B", "C"}) addIn(0, title);
+  // The second of two groups of one title.
+  for (const char* title : {"G", "G"})
+    ASSERT_TRUE(household->edit([&](ProgrammedAction& root) -> Outcome {
+      references["group"] = root.addGroup(title, {}, 0)->getReference();
+      return {};
+    }));
+  addIn(references["group"], "D");
+  begin();
+  const auto titlesIn = [&](std::int64_t group) {
+    std::string titles;
+    const ProgrammedAction& root = household->actions();
+    const ProgrammedAction& parent =
+        group == 0 ? root : *household->actions().actionOrGroupForReference(group);
+    for (const auto& child : parent.getChildrenList())
+      if (!child->isGroup()) titles += child->getTitle();
+    return titles;
+  };
+  const auto drag = [&](const char* title, const char* other, double part,
+                        const std::function<void()>& meanwhile, bool isDropped = true) {
+    auto& card = widgetIn<BackupCard>(*window, title);
+    const QPoint grip(20, 20);
+    QTest::mousePress(&card, Qt::LeftButton, {}, grip);
+    QTest::mouseMove(&card, grip + QPoint(2, 30));
+    meanwhile();
+    const auto& below = widgetIn<BackupCard>(*window, other);
+    const QPoint target(20, static_cast<int>(below.height() * part));
+    QTest::mouseMove(&card, card.mapFromGlobal(below.mapToGlobal(target)));
+    if (!isDropped) QTest::keyClick(card.parentWidget(), Qt::Key_Escape);
+    QTest::mouseRelease(&card, Qt::LeftButton, {}, card.mapFromGlobal(below.mapToGlobal(target)));
+  };
+  drag(
+      "C", "A", 0.1, [] {}, false);
+  EXPECT_EQ(titlesIn(0), "ABC") << "taken back";
+  // Another program adds one and changes what is being dragged.
+  drag("C", "A", 0.1, [&] {
+    QProcess::execute(CORVANA_COMMAND,
+                      {"add", "E", "--source", QString::fromStdString(at("Documents")),
+                       "--destination", QString::fromStdString(at("elsewhere"))});
+    QProcess::execute(CORVANA_COMMAND,
+                      {"edit", QString::number(references["C"]), "--shortcut", "c"});
+    QCoreApplication::processEvents();
+  });
+  ASSERT_TRUE(eventually([&] { return titlesIn(0) == "CABE"; })) << titlesIn(0);
+  EXPECT_EQ(recordOf(references["C"]).string("Shortcut"), "c");
+
+  const auto isShownAs = [&](const char* title, const QString& words) {
+    return eventually([&] {
+      const auto& card = widgetIn<BackupCard>(*window, title);
+      return card.isVisible() && card.y() < widgetIn<BackupCard>(*window, words).y();
+    });
+  };
+  ASSERT_TRUE(isShownAs("C", "A"));
+  drag("A", "D", 0.9, [&] { EXPECT_FALSE(isSaid("“G”")); });
+  EXPECT_TRUE(eventually([&] { return titlesIn(references["group"]) == "DA"; }));
+  EXPECT_EQ(titlesIn(0), "CBE");
+
+  // Its place is known by more than the title of its group.
+  window->changeBackup(references["A"]);
+  const auto& groups = widgetIn<QComboBox>(*window, household->text("DetailsGroup"));
+  EXPECT_EQ(groups.currentText(), "G (2)");
+  window->changeBackup(references["B"]);
+  widgetIn<QComboBox>(*window, household->text("DetailsGroup")).setCurrentText("G (2)");
+  widgetIn<QCheckBox>(*window, household->text("DetailsFavourite")).setChecked(true);
+  press(household->text("CreateSave"));
+  EXPECT_TRUE(eventually([&] { return titlesIn(references["group"]).find('B') == 2; }));
+  EXPECT_TRUE(household->actions().actionForReference(references["B"])->isFavorite());
+}
+
+TEST_F(PagesTest, ManyBackupsAreShownByFewCards) {
+  constexpr int kBackups = 600;
+  household->begin();
+  ASSERT_TRUE(household->edit([&](ProgrammedAction& root) -> Outcome {
+    ZAN_Value list = ZAN_Value::array();
+    for (int number = 0; number < kBackups; ++number)
+      list.append(ZAN_Value::dictionary({{"Title", "Backup " + std::to_string(number)}}));
+    root.addActionsFromList(list, false, std::nullopt);
+    return {};
+  }));
+  begin();
+  const auto cards = [&] {
+    std::vector<BackupCard*> found;
+    for (auto* widget : window->findChildren<QWidget*>())
+      if (auto* card = dynamic_cast<BackupCard*>(widget)) found.push_back(card);
+    return found;
+  };
+  QScrollArea& area = widgetIn<QScrollArea>(*window, {});
+  QScrollBar& bar = *area.verticalScrollBar();
+  std::set<QString> seen;
+  for (int value = 0;; value = std::min(value + area.height() / 2, bar.maximum())) {
+    bar.setValue(value);
+    QCoreApplication::processEvents();
+    int bottom = 0;
+    for (const BackupCard* card : cards()) {
+      if (!card->isVisible() || card->visibleRegion().isEmpty()) continue;
+      seen.insert(card->accessibleName());
+      bottom = std::max(bottom, card->mapTo(&area, QPoint(0, card->height())).y());
+    }
+    if (bar.value() == bar.maximum()) break;
+    ASSERT_GE(bottom, area.height() - 40) << "a gap at " << value;
+  }
+  EXPECT_EQ(seen.size(), std::size_t(kBackups));
+  EXPECT_LT(cards().size(), 60U);
 }
 
 TEST_F(PagesTest, EveryControlHasANameAndARole) {
