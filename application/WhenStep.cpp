@@ -34,6 +34,8 @@ constexpr std::int64_t kAsItWas = -2;
 
 /// Days of a month: the numbers themselves, else a mode behind these.
 constexpr int kModes = 100;
+/// ... and this many times the weekday that goes with them.
+constexpr int kWeekdays = 1000;
 
 int secondsOf(const QTimeEdit* field) { return field->time().msecsSinceStartOfDay() / 1000; }
 
@@ -55,7 +57,8 @@ WhenStep::WhenStep(Household& household)
       mEvery(mChoices.add(household.text("WhenEveryName"))),
       mMonthly(mChoices.add(household.text("WhenMonthlyName"))),
       mYearly(mChoices.add(household.text("WhenYearlyName"))),
-      mStartUp(mChoices.add(household.text("WhenStartUp"))),
+      mHourly(mChoices.add(household.text("WhenHourlyName"))),
+      mStartUp(mChoices.add(household.text("WhenStartUpName"))),
       mShutDown(mChoices.add(household.text("WhenShutDown"))),
       mQuit(mChoices.add(household.text("WhenQuitName"))),
       mManual(mChoices.add(household.text("WhenManual"))),
@@ -138,7 +141,7 @@ void WhenStep::buildMore() {
   auto* column = new QVBoxLayout(mMore);
   column->setContentsMargins(0, 0, 0, 0);
   column->setSpacing(Look::space(2));
-  for (Choice* choice : {mEvery, mMonthly, mYearly, mStartUp, mShutDown, mQuit, mManual})
+  for (Choice* choice : {mEvery, mHourly, mMonthly, mYearly, mStartUp, mShutDown, mQuit, mManual})
     column->addWidget(choice);
 
   mEveryCount = new QSpinBox;
@@ -156,6 +159,24 @@ void WhenStep::buildMore() {
   QObject::connect(mEveryCount, &QSpinBox::valueChanged, this, [this] { changed(); });
   QObject::connect(mEveryUnit, &QComboBox::currentIndexChanged, this, [this] { changed(); });
 
+  const auto occasions = [this](Choice* choice, const char* name,
+                                std::initializer_list<std::pair<const char*, ScheduleKind>> kinds) {
+    auto* box = new QComboBox;
+    for (const auto& [words, kind] : kinds)
+      box->addItem(mHousehold.text(words), static_cast<int>(kind));
+    box->setAccessibleName(mHousehold.text(name));
+    choice->add(box);
+    QObject::connect(box, &QComboBox::currentIndexChanged, this, [this] { changed(); });
+    return box;
+  };
+  mHourlyKind = occasions(
+      mHourly, "WhenHourlyName",
+      {{"WhenHourly", ScheduleKind::hourly}, {"WhenThreeHourly", ScheduleKind::threeHourly}});
+  mStartUpKind = occasions(mStartUp, "WhenStartUpName",
+                           {{"WhenStartUp", ScheduleKind::startUp},
+                            {"WhenFirstStartUp", ScheduleKind::firstStartUpOfDay},
+                            {"WhenNextDay", ScheduleKind::nextDay}});
+
   using Mode = ScheduleEntry::MonthMode;
   const auto mode = [](Mode one) { return kModes + static_cast<int>(one); };
   mMonthDay = new QComboBox;
@@ -165,6 +186,12 @@ void WhenStep::buildMore() {
   mMonthDay->addItem(mHousehold.text("WhenLastDay"), mode(Mode::lastDay));
   for (int day = 2; day <= 31; ++day)
     mMonthDay->addItem(mHousehold.text("WhenMonthDay", {day}), day);
+  for (const auto& [key, which] : {std::pair("WhenFirstOf", Mode::firstWeekday),
+                                   {"WhenSecondOf", Mode::secondWeekday},
+                                   {"WhenLastOf", Mode::lastWeekday}})
+    for (const QPushButton* day : mWeekdays)
+      mMonthDay->addItem(mHousehold.text(key, {utf8(day->accessibleName())}),
+                         mode(which) + kWeekdays * day->property("weekday").toInt());
   mMonthDay->setAccessibleName(mHousehold.text("WhenMonthlyName"));
   mMonthlyTime = timeField(12, 0);
   mMonthly->say(mHousehold.text("WhenMonthly"));
@@ -190,7 +217,6 @@ void WhenStep::buildMore() {
   QObject::connect(mYearDay, &QSpinBox::valueChanged, this, [this] { changed(); });
   QObject::connect(mYearMonth, &QComboBox::currentIndexChanged, this, [this] { changed(); });
 
-  mStartUp->say(mHousehold.text("WhenStartUp"));
   mShutDown->say(mHousehold.text("WhenShutDown"));
   mApplication = new QLineEdit;
   mApplication->setAccessibleName(mHousehold.text("WhenApplication"));
@@ -321,16 +347,18 @@ SchedulePlan WhenStep::plan() const {
   }
   if (chosen == mMonthly) {
     const int day = mMonthDay->currentData().toInt();
-    plan.entries = {
-        day < kModes ? SchedulePlan::monthly(std::to_string(day))
-                     : SchedulePlan::monthly(static_cast<ScheduleEntry::MonthMode>(day - kModes))};
+    plan.entries = {day < kModes ? SchedulePlan::monthly(std::to_string(day))
+                                 : SchedulePlan::monthly(static_cast<ScheduleEntry::MonthMode>(
+                                                             day % kWeekdays - kModes),
+                                                         day / kWeekdays)};
     plan.at = secondsOf(mMonthlyTime);
   }
   if (chosen == mYearly) {
     plan.entries = {SchedulePlan::yearly(mYearDay->value(), mYearMonth->currentData().toInt())};
     plan.at = secondsOf(mYearlyTime);
   }
-  if (chosen == mStartUp) plan.kind = ScheduleKind::startUp;
+  for (const auto& [choice, box] : {std::pair(mHourly, mHourlyKind), {mStartUp, mStartUpKind}})
+    if (chosen == choice) plan.kind = static_cast<ScheduleKind>(box->currentData().toInt());
   if (chosen == mShutDown) plan.atShutDown = true;
   if (chosen == mQuit) {
     plan.kind = ScheduleKind::applicationQuit;

@@ -69,7 +69,10 @@ class WhenStep final : public QWidget {
   QSpinBox* mYearDay = nullptr;
   QComboBox* mYearMonth = nullptr;
   QTimeEdit* mYearlyTime = nullptr;
+  Choice* mHourly;
+  QComboBox* mHourlyKind = nullptr;
   Choice* mStartUp;
+  QComboBox* mStartUpKind = nullptr;
   Choice* mShutDown;
   Choice* mQuit;
   QLineEdit* mApplication = nullptr;
