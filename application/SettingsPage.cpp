@@ -14,6 +14,8 @@
 #include <QVBoxLayout>
 #include <algorithm>
 
+#include "application/AgeAlarms.h"
+#include "application/AppearancePreview.h"
 #include "application/Look.h"
 #include "application/PairingDialog.h"
 #include "desktop/Texts.h"
@@ -65,7 +67,11 @@ SettingsPage::SettingsPage(Household& household, Navigator& navigator)
   QVBoxLayout* running = addPage("SettingsRunning", "SettingsRunningText");
   addPreferences(running, Preference::Page::general, "SettingsGeneral");
   addPreferences(running, Preference::Page::execution, "SettingsWhileRunning");
+  mAlarms = new AgeAlarms(household);
+  addPage("SettingsAlarms", "SettingsAlarmsText")->addWidget(mAlarms);
   QVBoxLayout* look = addPage("SettingsLook", "SettingsLookText");
+  mPreview = new AppearancePreview(household, mPreferences);
+  look->addWidget(mPreview);
   addPreferences(look, Preference::Page::icon, "SettingsIcon");
   addPreferences(look, Preference::Page::messages, "SettingsMessages");
   look->addWidget(makeButton(household.text("SettingsSample"), [this] { showSample(); }), 0,
@@ -240,9 +246,7 @@ void SettingsPage::change(const Preference& one, const ZAN_Value& value) {
   mPreferences.savePrefs();
   mPreferences.loadPrefs();
   household().tellAgent("PreferencesDidChange");
-  const bool isOfMessages =
-      one.kind == Preference::Kind::number || one.kind == Preference::Kind::choice;
-  if (one.page == Preference::Page::messages && isOfMessages) showSample();
+  mPreview->load();
 }
 
 /// By the agent, so that it looks as the real ones do.
@@ -430,6 +434,7 @@ void SettingsPage::bringBack(const QString& which, int number) {
 }
 
 void SettingsPage::refresh(ChangeSet changed) {
+  if (changed.hasAnyOf({Change::tree, Change::history})) loadAlarms();
   if (!changed.has(Change::preferences)) return;
   mPreferences.loadPrefs();
   for (const auto& read : mReads) read();
@@ -437,8 +442,14 @@ void SettingsPage::refresh(ChangeSet changed) {
   loadShown();
 }
 
+void SettingsPage::loadAlarms() {
+  if (mStack->currentWidget()->isAncestorOf(mAlarms)) mAlarms->load();
+}
+
 /// What is not in the preferences is asked for when it is seen.
 void SettingsPage::loadShown() {
+  loadAlarms();
+  if (mStack->currentWidget()->isAncestorOf(mPreview)) mPreview->load();
   if (mStack->currentWidget()->isAncestorOf(mPairs)) mPairs->load();
   if (mStack->currentWidget()->isAncestorOf(mCopies->parentWidget())) loadCopies();
 }

@@ -19,6 +19,8 @@ class QVBoxLayout;
 
 namespace corvana {
 
+class AgeAlarms;
+class AppearancePreview;
 class PairedComputers;
 class TextLabel;
 
@@ -48,6 +50,7 @@ class SettingsPage final : public Page {
   void trySettings();
   void mailTried(const CommandChild::Ending& ending);
   void loadShown();
+  void loadAlarms();
   void loadCopies();
   void bringBack(const QString& which, int number);
 
@@ -57,6 +60,8 @@ class SettingsPage final : public Page {
   CommandChild mMailChild;
   CommandChild mCopiesChild;
 
+  AgeAlarms* mAlarms = nullptr;
+  AppearancePreview* mPreview = nullptr;
   QListWidget* mSide = nullptr;
   QStackedWidget* mStack = nullptr;
   QLineEdit* mAddress = nullptr;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 
+#include "core/record/Preferences.h"
 #include "desktop/ScreenInput.h"
 #include "desktop/Texts.h"
 #include "desktop/X11.h"
@@ -58,6 +59,14 @@ constexpr int kStripMargin = 6;
 constexpr int kLongestWaitMs = 500;
 
 }  // namespace
+
+MessageView::Look MessageView::lookOf(const Preferences& preferences, const QImage& icon) {
+  Look look;
+  look.icon = icon;
+  look.colour = preferences.mPrefShowMessageColor;
+  look.opacity = preferences.mPrefShowMessageTransparency / 100;
+  return look;
+}
 
 MessageView::MessageView(bool composed, const QString& title, const QString& text, const Look& look)
     : FloatingWidget(composed, false),

@@ -9,6 +9,7 @@
 
 namespace corvana {
 
+class Preferences;
 class X11Screen;
 
 /// A message above all windows, which clicks go through. Thread: main.
@@ -20,6 +21,9 @@ class MessageView final : public FloatingWidget {
     QImage icon;
     double widest = 0;  ///< of the window
   };
+
+  /// As the preferences want it; how wide it may be is left open.
+  static Look lookOf(const Preferences& preferences, const QImage& icon);
 
   MessageView(bool composed, const QString& title, const QString& text, const Look& look);
 

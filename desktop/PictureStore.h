@@ -11,6 +11,9 @@ namespace corvana {
 /// The pictures of the resources, at 1x and 2x. Thread: main.
 class PictureStore {
  public:
+  /// Of messages and of the floating icon.
+  static constexpr const char* kLogo = "logo_cva_dialogs";
+
   explicit PictureStore(std::string resourcesFolder);
 
   /// Null images where the resource is missing. `scale` is 1 or 2.

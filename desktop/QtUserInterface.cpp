@@ -27,7 +27,6 @@ namespace corvana {
 namespace {
 
 constexpr const char* kFloatingPlace = "FloatingIconPlace";
-constexpr const char* kLogo = "logo_cva_dialogs";
 constexpr double kGap = 8;
 constexpr double kFallbackSeconds = 5.0;
 
@@ -43,9 +42,9 @@ class QtUserInterface::Private {
       : services(given),
         pictures(resourcesOf(given.machine)),
         messages(screen),
-        notifier(resourcesOf(given.machine) + "/" + kLogo + "@2x.png"),
+        notifier(resourcesOf(given.machine) + "/" + PictureStore::kLogo + "@2x.png"),
         windows(given.runLoop) {
-    QGuiApplication::setWindowIcon(pictures.icon(std::string(kLogo)));
+    QGuiApplication::setWindowIcon(pictures.icon(std::string(PictureStore::kLogo)));
     messages.onClosedByUser = [this] {
       if (sources != nullptr) sources->commands.messageClosedByUser();
     };
@@ -150,8 +149,8 @@ void QtUserInterface::Private::drawFloatingMenu(const QPoint& place) {
 void QtUserInterface::Private::showFloatingIcon() {
   if (sources == nullptr) return;
   if (floatingIcon == nullptr) {
-    floatingIcon = std::make_unique<FloatingIconView>(screen.hasCompositor(),
-                                                      pictures.icon(std::string(kLogo)));
+    floatingIcon = std::make_unique<FloatingIconView>(
+        screen.hasCompositor(), pictures.icon(std::string(PictureStore::kLogo)));
     floatingIcon->onMenu = [this](const QPoint& place) { drawFloatingMenu(place); };
     floatingIcon->onMoved = [this] { rememberFloatingPlace(); };
     floatingIcon->onDoubleClick = [this] { sources->commands.showWindow(Window::nextActions); };
@@ -215,11 +214,11 @@ void QtUserInterface::Private::changed() {
 
 MessageWindows::Look QtUserInterface::Private::messageLook() const {
   MessageWindows::Look look;
-  look.view.icon = pictures.image(kLogo, 2);
+  const QImage logo = pictures.image(PictureStore::kLogo, 2);
+  look.view.icon = logo;
   if (sources == nullptr) return look;
   const Preferences& preferences = sources->records.preferences;
-  look.view.colour = preferences.mPrefShowMessageColor;
-  look.view.opacity = preferences.mPrefShowMessageTransparency / 100;
+  look.view = MessageView::lookOf(preferences, logo);
   look.position = preferences.mShowMessagePosition;
   look.closeName = text("CloseButton");
   return look;

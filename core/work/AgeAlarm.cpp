@@ -44,19 +44,23 @@ AgeAlarm::AgeAlarm(Records& records, const ActionQueue& queue)
       mQueue(queue),
       mNextLook(m.state.deadlines, m.platform.clock.now() + kFirstLook) {}
 
+std::optional<double> AgeAlarm::limitOf(const ProgrammedAction& action,
+                                        const ZAN_DateUtils& calendar, ReferenceTime now) {
+  if (!action.schedule().automatic) return {};
+  const auto period = periodOf(action.schedule(), calendar, now);
+  return period ? std::max(std::clamp(3 * *period, kLeast, kMost), *period + kLeast) : kMost;
+}
+
 std::optional<ReferenceTime> AgeAlarm::overdueSince(const ProgrammedAction& action,
                                                     const ZAN_DateUtils& calendar,
                                                     ReferenceTime now) {
   const ZAN_Value& settings = action.getSettings();
-  if (settings.integer("TriggerAgeAlarm") == 0 || !action.schedule().automatic) return {};
+  if (settings.integer(ActionKey::ageAlarm) == 0 || !action.schedule().automatic) return {};
   const auto success = ActionsTools::getLastExecutionDateForSettings(settings);
   const auto since = success ? success : settings["SaveEditDate"].asDate();
   // No limit is shorter.
   if (!since || now - *since < kLeast) return {};
-  const auto period = periodOf(action.schedule(), calendar, now);
-  const double limit =
-      period ? std::max(std::clamp(3 * *period, kLeast, kMost), *period + kLeast) : kMost;
-  return now - *since >= limit ? since : std::nullopt;
+  return now - *since >= *limitOf(action, calendar, now) ? since : std::nullopt;
 }
 
 void AgeAlarm::look(const ZAN_DateUtils& calendar) {

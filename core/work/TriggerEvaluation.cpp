@@ -19,7 +19,6 @@ constexpr double kDay = 86400.0;
 /// So long after its date an action has not missed it.
 constexpr double kOnTime = 2.0;
 constexpr double kActiveUser = 60.0;
-constexpr std::int64_t kUsualLimitInDays = 7;
 
 NextAction groupEntry(const ProgrammedAction& group) {
   NextAction entry;

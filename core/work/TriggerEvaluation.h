@@ -25,6 +25,9 @@ struct TriggerSettings;
 /// the order of their dates; all are listed with their next date. Thread: main.
 class TriggerEvaluation {
  public:
+  /// So many days without an execution are told of where the action does not say how many.
+  static constexpr std::int64_t kUsualLimitInDays = 7;
+
   TriggerEvaluation(Records& records, VolumeIdentity& volumes, ActionQueue& queue);
 
   /// Evaluates the whole tree, for the mounting of the volume at `mountedDevice` when there is one.
