@@ -99,7 +99,11 @@ void CommandChild::stop() {
     ::kill(static_cast<pid_t>(mProcess->processId()), SIGINT);
 }
 
-void CommandChild::forget() {
+void CommandChild::forget() { leave(SIGTERM); }
+
+void CommandChild::cancel() { leave(SIGINT); }
+
+void CommandChild::leave(int signal) {
   if (mProcess == nullptr) return;
   QProcess* const process = std::exchange(mProcess, nullptr);
   process->disconnect(this);
@@ -108,8 +112,8 @@ void CommandChild::forget() {
   QObject::connect(process, &QProcess::finished, process, &QObject::deleteLater);
   if (process->state() == QProcess::NotRunning)
     process->deleteLater();
-  else
-    process->terminate();
+  else if (process->processId() > 0)
+    ::kill(static_cast<pid_t>(process->processId()), signal);
 }
 
 }  // namespace corvana

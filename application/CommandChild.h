@@ -37,8 +37,10 @@ class CommandChild final : public QObject {
   bool runs() const { return mProcess != nullptr; }
   /// Asks it to end, as an interrupt at a terminal does; `Ended` hears of it.
   void stop();
-  /// Ends it, and nobody hears of it.
+  /// Ends it, and nobody hears of it; what it had others do goes on.
   void forget();
+  /// The same, and that stops, too.
+  void cancel();
 
   /// Where the command lies that belongs to this program; empty: it is not installed.
   static QString program();
@@ -46,6 +48,7 @@ class CommandChild final : public QObject {
  private:
   void takeNews(const News& news);
   void finished(const Ended& ended, int code);
+  void leave(int signal);
 
   QProcess* mProcess = nullptr;
   QByteArray mErrors;

@@ -1,11 +1,14 @@
 #include "application/ItemDetails.h"
 
+#include <QDir>
 #include <QListWidget>
 #include <QVBoxLayout>
+#include <utility>
 
 #include "application/Household.h"
 #include "application/Preview.h"
 #include "desktop/Texts.h"
+#include "execute/restic/Repository.h"
 
 namespace corvana {
 
@@ -13,6 +16,21 @@ namespace {
 
 constexpr int kVersionRole = Qt::UserRole;
 constexpr int kMostVersions = 200;
+constexpr std::uint64_t kLargestFetched = 8 << 20;
+constexpr int kFetchDelay = 300;  // ms
+constexpr const char* kFetchFolder = "/Preview-";
+
+/// Where the copies of a backup are, so that what is read from there is no run of the backup.
+CopiesSource placeOf(Household& household, const CopiesSource& source) {
+  const ProgrammedAction* const action =
+      household.actions().actionForReference(source.reference);
+  if (!source.from.isEmpty() || action == nullptr) return source;
+  const ZAN_Value& record = action->getSettings();
+  const std::string address = record.string(RepositoryKey::address);
+  return {.from = qt(address.empty()
+                         ? ActionsTools::getDestinationForAction(record).path()
+                         : std::string_view(address))};
+}
 
 }  // namespace
 
@@ -32,6 +50,14 @@ ItemDetails::ItemDetails(Household& household)
   mVersions->setStyleSheet(QStringLiteral("QListView { border: none; }"));
   mVersions->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   mVersions->setMinimumHeight(Look::space(10));
+  // What a program that was killed has left.
+  const QString hidden = qt(household.store().folder().hiddenFolderPath());
+  for (const QString& name : QDir(hidden).entryList(
+           {QLatin1String(kFetchFolder + 1) + QLatin1Char('*')}, QDir::Dirs | QDir::NoSymLinks))
+    QDir(hidden + '/' + name).removeRecursively();
+  mFetchTimer.setSingleShot(true);
+  mFetchTimer.setInterval(kFetchDelay);
+  QObject::connect(&mFetchTimer, &QTimer::timeout, this, [this] { fetch(); });
   const auto wanted = [this](const QListWidgetItem* row) {
     onVersion(row->data(kVersionRole).toInt());
   };
@@ -52,23 +78,26 @@ void ItemDetails::setPossible(bool isRestorable, bool isRestorableElsewhere) {
   mElsewhere->setEnabled(isRestorableElsewhere);
 }
 
-void ItemDetails::clearVersions() {
+void ItemDetails::clear() {
   mChild.forget();
+  mFetchTimer.stop();
+  mFetchChild.cancel();
+  mFetched.reset();
   mVersions->clear();
   mVersions->hide();
   mVersionsTitle->hide();
 }
 
 void ItemDetails::showSeveral(const QString& name, const QString& facts) {
-  clearVersions();
+  clear();
   mPreview->show({});
   mName->setText(name);
   mFacts->setText(facts);
 }
 
 void ItemDetails::showItem(const CopiesSource& source, const CopiedItem& item, const QString& path,
-                           int version) {
-  clearVersions();
+                           const Version& version) {
+  clear();
   mName->setText(CopiedItem::lastOf(item.name));
   mFacts->setText(item.isFolder
                       ? mHousehold.text("RestoreFolder")
@@ -77,9 +106,36 @@ void ItemDetails::showItem(const CopiesSource& source, const CopiedItem& item, c
                                          mHousehold.strings().getMediumDateTime(item.changed)}));
   mPreview->show(item.isFolder ? QString() : item.path);
   if (item.isFolder) return;
+  if (item.path.isEmpty() && item.bytes > 0 && item.bytes <= kLargestFetched) {
+    mFetchWords = placeOf(mHousehold, source).words(
+        {QStringLiteral("restore"), QStringLiteral("--at"), version.date}, {path});
+    mFetchTimer.start();
+  }
   mChild.run(
       source.words({QStringLiteral("versions")}, {path}),
-      [this, version](const CommandChild::Ending& ending) { showVersions(ending, version); });
+      [this, place = version.place](const CommandChild::Ending& ending) {
+        showVersions(ending, place);
+      });
+}
+
+/// Into a folder that nobody else may read, and only as long as it is being looked at.
+void ItemDetails::fetch() {
+  mFetched = std::make_shared<QTemporaryDir>(
+      qt(mHousehold.store().folder().hiddenFolderPath()) + QLatin1String(kFetchFolder) +
+      QStringLiteral("XXXXXX"));
+  if (!mFetched->isValid()) return;
+  QStringList words = mFetchWords;
+  words.insert(1, QStringLiteral("--to"));
+  words.insert(2, mFetched->path());
+  mFetchChild.run(words, [this](const CommandChild::Ending& ending) { fetched(ending); });
+}
+
+/// Where it could not be had there is no preview; why, restoring it would say.
+void ItemDetails::fetched(const CommandChild::Ending& ending) {
+  const auto& items = ending.answer["items"];
+  if (ending.isDone() && !items.empty())
+    mPreview->show(qt(items.at(0).stringView()), std::exchange(mFetched, nullptr));
+  mFetched.reset();
 }
 
 /// What did not change from one version to the next is one.

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QTemporaryDir>
+#include <QTimer>
 #include <functional>
+#include <memory>
 
 #include "application/VersionBrowser.h"
 
@@ -16,10 +19,15 @@ class ItemDetails final : public Card {
  public:
   explicit ItemDetails(Household& household);
 
-  /// One thing. `path`: as it was called where it was copied from; `version`: the place of the one
-  /// that is shown among those of the source, the oldest first.
+  /// A version among those of the source: its place, the oldest first, and its date as the commands
+  /// take it.
+  struct Version {
+    int place = -1;
+    QString date;
+  };
+  /// One thing. `path`: as it was called where it was copied from.
   void showItem(const CopiesSource& source, const CopiedItem& item, const QString& path,
-                int version);
+                const Version& version);
   /// Several, or all that is shown.
   void showSeveral(const QString& name, const QString& facts);
   void setPossible(bool isRestorable, bool isRestorableElsewhere);
@@ -29,11 +37,18 @@ class ItemDetails final : public Card {
   std::function<void()> onRestore, onRestoreElsewhere;
 
  private:
-  void clearVersions();
+  void clear();
+  /// Gets what is in no file of this machine, if it is small, and shows it.
+  void fetch();
+  void fetched(const CommandChild::Ending& ending);
   void showVersions(const CommandChild::Ending& ending, int shownVersion);
 
   Household& mHousehold;
   CommandChild mChild;
+  CommandChild mFetchChild;
+  QTimer mFetchTimer;  ///< what is only passed by is not fetched
+  QStringList mFetchWords;
+  std::shared_ptr<QTemporaryDir> mFetched;
   TextLabel* mName;
   TextLabel* mFacts;
   Preview* mPreview;

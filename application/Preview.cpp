@@ -73,13 +73,15 @@ Preview::Preview(RunLoop& loop) : mLoop(loop), mText(new QLabel), mPicture(new Q
   hide();
 }
 
-void Preview::show(const QString& path) {
+void Preview::show(const QString& path, std::shared_ptr<void> keeps) {
   mWanted.reset();
   hide();
   if (path.isEmpty()) return;
   mWanted = std::make_shared<int>();
-  mLoop.detachThread("preview", [this, path, wanted = std::weak_ptr(mWanted), &loop = mLoop] {
+  mLoop.detachThread("preview", [this, path, keeps = std::move(keeps), wanted = std::weak_ptr(mWanted),
+                                  &loop = mLoop]() mutable {
     auto contents = std::make_shared<Contents>(contentsOf(path));
+    keeps.reset();
     loop.performOnMain([this, contents, wanted] {
       if (wanted.expired()) return;
       mPixmap = QPixmap::fromImage(contents->picture);

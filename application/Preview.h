@@ -16,7 +16,8 @@ class Preview final : public QFrame {
   explicit Preview(RunLoop& loop);
 
   /// Shows nothing until it is read; stays hidden for what has nothing to show, and for "".
-  void show(const QString& path);
+  /// `keeps` lives until it is read.
+  void show(const QString& path, std::shared_ptr<void> keeps = {});
 
  private:
   void fit();

@@ -15,6 +15,7 @@
 
 #include "application/ItemDetails.h"
 #include "application/ProgressStrip.h"
+#include "application/ServerPlace.h"
 #include "application/TimeLine.h"
 #include "desktop/Texts.h"
 
@@ -24,7 +25,9 @@ namespace {
 
 constexpr int kSearchDelay = 300;  // ms
 constexpr int kLoadDelay = 500;
-constexpr int kFromFolder = -1;  ///< of the chooser's data: another place is to be asked for
+// Of the chooser's data: another place is to be asked for.
+constexpr int kFromFolder = -1;
+constexpr int kFromServer = -2;
 
 QTimer* delay(QWidget* page, int milliseconds, const std::function<void()>& then) {
   auto* timer = new QTimer(page);
@@ -153,6 +156,7 @@ QWidget* RestorePage::makeNothing() {
   buttons->addWidget(makeButton(
       household().text("RestoreFirstBackup"), [this] { navigator().createBackup(); }, true));
   buttons->addWidget(makeButton(household().text("RestoreFromFolder"), [this] { chooseFolder(); }));
+  buttons->addWidget(makeButton(household().text("RestoreFromServer"), [this] { askForServer({}); }));
   buttons->addStretch(1);
   column->addWidget(mFirstButtons);
   column->addStretch(2);
@@ -223,14 +227,15 @@ void RestorePage::fillChooser() {
   if (!mSource.from.isEmpty()) mChooser->addItem(mSource.from, 0);
   mChooser->insertSeparator(mChooser->count());
   mChooser->addItem(household().text("RestoreFromFolder"), kFromFolder);
+  mChooser->addItem(household().text("RestoreFromServer"), kFromServer);
   mChooser->setCurrentIndex(at());
 }
 
 void RestorePage::chooseSource(int row) {
   const qlonglong chosen = mChooser->itemData(row).toLongLong();
-  if (chosen == kFromFolder) {
+  if (chosen == kFromFolder || chosen == kFromServer) {
     fillChooser();
-    return chooseFolder();
+    return chosen == kFromFolder ? chooseFolder() : askForServer({});
   }
   setSource(chosen > 0 ? CopiesSource{.reference = chosen} : mSource);
   loadVersions();
@@ -238,10 +243,24 @@ void RestorePage::chooseSource(int row) {
 
 void RestorePage::chooseFolder() {
   askForFolder(this, household().text("RestoreFromTitle"), [this](const QString& folder) {
-    setSource({.from = folder});
-    fillChooser();
-    loadVersions();
+    // A repository wants its password.
+    if (QFileInfo(folder + QStringLiteral("/config")).isFile() &&
+        QFileInfo(folder + QStringLiteral("/snapshots")).isDir())
+      return askForServer(folder);
+    restoreFrom(folder);
   });
+}
+
+void RestorePage::askForServer(const QString& address) {
+  auto* dialog = new RepositoryDialog(this, household(), address);
+  dialog->onOpened = [this](const QString& place) { restoreFrom(place); };
+  dialog->open();
+}
+
+void RestorePage::restoreFrom(const QString& place) {
+  setSource({.from = place});
+  fillChooser();
+  loadVersions();
 }
 
 void RestorePage::loadVersions() {
@@ -317,7 +336,7 @@ void RestorePage::showChosen() {
   const std::vector<CopiedItem> chosen = mBrowser->chosen();
   if (chosen.size() == 1)
     return mDetails->showItem(mSource, chosen.front(), mBrowser->pathOf(chosen.front().name),
-                              mTimeLine->chosen());
+                              {mTimeLine->chosen(), dateWord()});
   if (!chosen.empty())
     return mDetails->showSeveral(household().text("RestoreItems", {chosen.size()}), {});
   const auto size = mSizes.find(date());

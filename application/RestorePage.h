@@ -35,6 +35,9 @@ class RestorePage final : public Page {
   void fillChooser();
   void chooseSource(int row);
   void chooseFolder();
+  /// The address of a repository, and what opens it; `address` may be known already.
+  void askForServer(const QString& address);
+  void restoreFrom(const QString& place);
   void setSource(const CopiesSource& source);
   void loadVersions();
   void takeVersions(const CommandChild::Ending& ending);

@@ -168,26 +168,32 @@ void RepositoryLock::say(const char* look, const QString& text) {
   mStrip->show();
 }
 
-void RepositoryLock::tryIt() {
+void RepositoryLock::keep(std::function<void(const RepositoryKeeping&, bool)> kept) {
   const auto keeping = std::make_shared<RepositoryKeeping>(mKeeping());
   if (keeping->place.empty()) return say("well-caution", mHousehold.text("ServerNoAddress"));
   mTest->setEnabled(false);
   say("well-accent", mHousehold.text("ServerTrying"));
   QtRunLoop& loop = mHousehold.loop();
   // A keyring may ask to be unlocked, and the window goes on meanwhile.
-  loop.detachThread("repository", [self = QPointer(this), keeping, &loop,
+  loop.detachThread("repository", [self = QPointer(this), keeping, &loop, kept = std::move(kept),
                                    folder = mHousehold.store().folder().hiddenFolderPath()] {
-    const auto kept = std::make_shared<Outcome>(keeping->keepIn(folder));
+    const auto outcome = std::make_shared<Outcome>(keeping->keepIn(folder));
     std::error_code unknown;
     const bool isNew =
         keeping->address.empty() && !std::filesystem::exists(keeping->place, unknown) && !unknown;
-    loop.performOnMain([self, keeping, kept, isNew] {
+    loop.performOnMain([self, keeping, outcome, isNew, kept] {
       if (self.isNull()) return;
       self->mTest->setEnabled(true);
-      if (!*kept) return self->say("well-bad", qt(kept->error().text));
-      if (isNew) return self->say("well-good", self->mHousehold.text("RepositoryNew"));
-      self->ask(qt(keeping->place));
+      if (!*outcome) return self->say("well-bad", qt(outcome->error().text));
+      kept(*keeping, isNew);
     });
+  });
+}
+
+void RepositoryLock::tryIt() {
+  keep([this](const RepositoryKeeping& keeping, bool isNew) {
+    if (isNew) return say("well-good", mHousehold.text("RepositoryNew"));
+    ask(qt(keeping.place));
   });
 }
 
@@ -199,6 +205,49 @@ void RepositoryLock::ask(const QString& place) {
                say(ending.isDone() ? "well-good" : "well-bad",
                    ending.isDone() ? qt(ending.answer.string("text")) : qt(ending.reason));
              });
+}
+
+RepositoryDialog::RepositoryDialog(QWidget* parent, Household& household, const QString& address)
+    : QDialog(parent),
+      mFields(new ServerFields(household)),
+      mLock(new RepositoryLock(household, [this] { return keeping(); })),
+      mOpen(makeButton(
+          household.text("RestoreServerOpen"), [this] { goOn(); }, true)) {
+  setWindowTitle(household.text("RestoreServerTitle"));
+  setProperty("look", "page");
+  setAttribute(Qt::WA_DeleteOnClose);
+  auto* column = new QVBoxLayout(this);
+  const int margin = Look::space(6);
+  column->setContentsMargins(margin, margin, margin, margin);
+  column->setSpacing(Look::space(3));
+  column->addWidget(new TextLabel(household.text("RestoreServerTitle"), Look::Size::heading));
+  column->addWidget(
+      new TextLabel(household.text("RestoreServerText"), Look::Size::body, Look::Meaning::muted));
+  column->addWidget(mFields);
+  column->addWidget(mLock);
+  column->addStretch(1);
+  auto* buttons = new QHBoxLayout;
+  buttons->addWidget(makeButton(household.text("CancelButton"), [this] { reject(); }));
+  buttons->addStretch(1);
+  buttons->addWidget(mOpen);
+  column->addLayout(buttons);
+  mFields->onChange = [this] { mOpen->setEnabled(!mFields->address().isEmpty()); };
+  mFields->show(address);
+  mFields->onChange();
+}
+
+RepositoryKeeping RepositoryDialog::keeping() const {
+  const std::string address = utf8(mFields->address());
+  const std::string shown = RepositoryAddress(address).shown();
+  return {.place = shown, .address = address, .password = mLock->password()};
+}
+
+void RepositoryDialog::goOn() {
+  mLock->keep([this](const RepositoryKeeping& keeping, bool) {
+    const auto opened = onOpened;
+    accept();
+    opened(qt(keeping.place));
+  });
 }
 
 }  // namespace corvana

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDialog>
 #include <functional>
 #include <string>
 
@@ -55,6 +56,9 @@ class RepositoryLock final : public QWidget {
 
   void clear();
   std::string password() const;
+  /// Keeps what was typed, and then calls; else says why it could not. `isNew`: nothing is there
+  /// yet.
+  void keep(std::function<void(const RepositoryKeeping& keeping, bool isNew)> kept);
   std::function<void()> onChange;
 
  private:
@@ -69,6 +73,25 @@ class RepositoryLock final : public QWidget {
   QPushButton* mTest;
   QFrame* mStrip;
   TextLabel* mResult;
+};
+
+/// Asks for a repository whose backup is not known here, by its address and password. It deletes
+/// itself. Thread: main.
+class RepositoryDialog final : public QDialog {
+ public:
+  /// `address`: what is known of it already.
+  RepositoryDialog(QWidget* parent, Household& household, const QString& address);
+
+  /// What opens it is kept; by its address without passwords.
+  std::function<void(const QString& place)> onOpened;
+
+ private:
+  RepositoryKeeping keeping() const;
+  void goOn();
+
+  ServerFields* mFields;
+  RepositoryLock* mLock;
+  QPushButton* mOpen;
 };
 
 }  // namespace corvana
