@@ -115,6 +115,8 @@ BackupCard::BackupCard(Household& household, const Hooks& hooks)
   mGrid->setHorizontalSpacing(Look::space(5));
   mGrid->setVerticalSpacing(Look::space(2));
   column()->addLayout(mGrid);
+  // A reason has the whole width.
+  column()->addWidget(mTrouble);
   mProgress->setTextVisible(false);
   mRoom->setTextVisible(false);
   auto* buttons = new QHBoxLayout;
@@ -128,7 +130,7 @@ BackupCard::BackupCard(Household& household, const Hooks& hooks)
   sideColumn->addWidget(columnOf({mRoom, mFree}), 1);
   sideColumn->addLayout(buttons);
   mParts[0] = columnOf({mTitle, mWay});
-  mParts[1] = columnOf({mLast, mResult, mTrouble});
+  mParts[1] = columnOf({mLast, mResult});
   mParts[2] = columnOf({mRuns, mProgress, mNext});
   mParts[3] = side;
   // The columns of all cards stand below each other, whatever is in them.
@@ -163,7 +165,16 @@ void BackupCard::arrange() {
 
 void BackupCard::resizeEvent(QResizeEvent* event) {
   Card::resizeEvent(event);
-  const bool isNarrow = width() < kNarrow * fontMetrics().averageCharWidth();
+  fit(width());
+}
+
+int BackupCard::heightFor(int width) {
+  fit(width);
+  return heightForWidth(width);
+}
+
+void BackupCard::fit(int width) {
+  const bool isNarrow = width < kNarrow * fontMetrics().averageCharWidth();
   if (isNarrow == mIsNarrow) return;
   mIsNarrow = isNarrow;
   arrange();

@@ -44,6 +44,8 @@ class BackupCard final : public Card {
   std::int64_t reference() const { return mReference; }
   /// `current`: the record of the agent's status while this one is executed, else null.
   void show(const BackupFacts& facts, const ZAN_Value& current, bool isQueued, bool isPaused);
+  /// As high as what it shows wants to be.
+  int heightFor(int width);
   /// In the order in which the keyboard goes through the window.
   void comeAfter(const BackupCard& other);
 
@@ -51,6 +53,7 @@ class BackupCard final : public Card {
   void resizeEvent(QResizeEvent* event) override;
 
  private:
+  void fit(int width);
   void arrange();
   void fillMenu(const BackupFacts& facts, bool isRunning);
 

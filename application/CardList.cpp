@@ -89,18 +89,13 @@ CardList::Shown& CardList::shownFor(std::size_t row, std::size_t first, std::siz
 void CardList::fill(Shown& shown) {
   if (shown.isFilled) return;
   shown.isFilled = true;
-  BackupCard& card = *shown.card;
-  onFill(card, shown.row);
-  // How its parts lie depends on its width.
-  card.resize(width(), card.height());
-  card.ensurePolished();
-  const int height =
-      card.hasHeightForWidth() ? card.heightForWidth(width()) : card.sizeHint().height();
-  mHeights[shown.row] = mUsualHeight = height;
+  onFill(*shown.card, shown.row);
+  mHeights[shown.row] = mUsualHeight = shown.card->heightFor(width());
 }
 
 void CardList::place() {
-  if (mPlaces) return;
+  // How wide it is is known when it is shown.
+  if (mPlaces || !isVisible()) return;
   mPlaces = true;
   if (width() != std::exchange(mWidth, width()))
     for (Shown& shown : mShown) shown.isFilled = false;
@@ -146,6 +141,11 @@ void CardList::orderTabs() {
   std::ranges::sort(mShown, isBefore);
   for (std::size_t index = 1; index < mShown.size(); ++index)
     mShown[index].card->comeAfter(*mShown[index - 1].card);
+}
+
+void CardList::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  place();
 }
 
 void CardList::resizeEvent(QResizeEvent* event) {

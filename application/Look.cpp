@@ -174,7 +174,7 @@ QString styleSheet() {
   const QColor onAccent = isDark() ? QColor(16, 22, 30) : QColor(255, 255, 255);
   const QColor card = cardColour();
   const QColor line = lineColour();
-  const int round = space(2) - 1;
+  const int round = space(2) + 2;
   const int mark = space(3) + 2;
   QString sheet = QStringLiteral(R"(
     QWidget[look="page"] { background: %page; }
@@ -247,6 +247,12 @@ QString styleSheet() {
     QScrollBar::handle:vertical { background: %line; border-radius: 3px; min-height: %toggle2px;
       margin: 2px 4px; }
     QScrollBar::handle:vertical:hover { background: %muted; }
+    QScrollBar:horizontal { background: transparent; height: %markpx; margin: 0px; }
+    QScrollBar::handle:horizontal { background: %line; border-radius: 3px; min-width: %toggle2px;
+      margin: 4px 2px; }
+    QScrollBar::handle:horizontal:hover { background: %muted; }
+    QScrollBar::add-line:horizontal, QScrollBar::sub-line:horizontal { width: 0px; }
+    QScrollBar::add-page:horizontal, QScrollBar::sub-page:horizontal { background: transparent; }
     QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0px; }
     QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: transparent; }
     QToolTip { background: %card; color: %text; border: 1px solid %line; padding: %pad1px; }
