@@ -22,14 +22,12 @@ constexpr const char* kFetchFolder = "/Preview-";
 
 /// Where the copies of a backup are, so that what is read from there is no run of the backup.
 CopiesSource placeOf(Household& household, const CopiesSource& source) {
-  const ProgrammedAction* const action =
-      household.actions().actionForReference(source.reference);
+  const ProgrammedAction* const action = household.actions().actionForReference(source.reference);
   if (!source.from.isEmpty() || action == nullptr) return source;
   const ZAN_Value& record = action->getSettings();
   const std::string address = record.string(RepositoryKey::address);
-  return {.from = qt(address.empty()
-                         ? ActionsTools::getDestinationForAction(record).path()
-                         : std::string_view(address))};
+  return {.from = qt(address.empty() ? ActionsTools::getDestinationForAction(record).path()
+                                     : std::string_view(address))};
 }
 
 }  // namespace
@@ -107,22 +105,22 @@ void ItemDetails::showItem(const CopiesSource& source, const CopiedItem& item, c
   mPreview->show(item.isFolder ? QString() : item.path);
   if (item.isFolder) return;
   if (item.path.isEmpty() && item.bytes > 0 && item.bytes <= kLargestFetched) {
-    mFetchWords = placeOf(mHousehold, source).words(
-        {QStringLiteral("restore"), QStringLiteral("--at"), version.date}, {path});
+    mFetchWords =
+        placeOf(mHousehold, source)
+            .words({QStringLiteral("restore"), QStringLiteral("--at"), version.date}, {path});
     mFetchTimer.start();
   }
-  mChild.run(
-      source.words({QStringLiteral("versions")}, {path}),
-      [this, place = version.place](const CommandChild::Ending& ending) {
-        showVersions(ending, place);
-      });
+  mChild.run(source.words({QStringLiteral("versions")}, {path}),
+             [this, place = version.place](const CommandChild::Ending& ending) {
+               showVersions(ending, place);
+             });
 }
 
 /// Into a folder that nobody else may read, and only as long as it is being looked at.
 void ItemDetails::fetch() {
-  mFetched = std::make_shared<QTemporaryDir>(
-      qt(mHousehold.store().folder().hiddenFolderPath()) + QLatin1String(kFetchFolder) +
-      QStringLiteral("XXXXXX"));
+  mFetched =
+      std::make_shared<QTemporaryDir>(qt(mHousehold.store().folder().hiddenFolderPath()) +
+                                      QLatin1String(kFetchFolder) + QStringLiteral("XXXXXX"));
   if (!mFetched->isValid()) return;
   QStringList words = mFetchWords;
   words.insert(1, QStringLiteral("--to"));

@@ -78,8 +78,8 @@ void Preview::show(const QString& path, std::shared_ptr<void> keeps) {
   hide();
   if (path.isEmpty()) return;
   mWanted = std::make_shared<int>();
-  mLoop.detachThread("preview", [this, path, keeps = std::move(keeps), wanted = std::weak_ptr(mWanted),
-                                  &loop = mLoop]() mutable {
+  mLoop.detachThread("preview", [this, path, keeps = std::move(keeps),
+                                 wanted = std::weak_ptr(mWanted), &loop = mLoop]() mutable {
     auto contents = std::make_shared<Contents>(contentsOf(path));
     keeps.reset();
     loop.performOnMain([this, contents, wanted] {

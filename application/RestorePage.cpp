@@ -156,7 +156,8 @@ QWidget* RestorePage::makeNothing() {
   buttons->addWidget(makeButton(
       household().text("RestoreFirstBackup"), [this] { navigator().createBackup(); }, true));
   buttons->addWidget(makeButton(household().text("RestoreFromFolder"), [this] { chooseFolder(); }));
-  buttons->addWidget(makeButton(household().text("RestoreFromServer"), [this] { askForServer({}); }));
+  buttons->addWidget(
+      makeButton(household().text("RestoreFromServer"), [this] { askForServer({}); }));
   buttons->addStretch(1);
   column->addWidget(mFirstButtons);
   column->addStretch(2);
