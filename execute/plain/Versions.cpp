@@ -414,12 +414,24 @@ Outcome Versions::merge(const VersionFolder& older, const VersionFolder& newer) 
   auto into = mAll->below(older.name);
   auto from = mAll->below(newer.name);
   if (!into || !from) return into ? from.error() : into.error();
-  auto first = VersionListReader::open(into->descriptor(), std::string(kList), into->path());
-  auto second = VersionListReader::open(from->descriptor(), std::string(kList), from->path());
+  const std::string merging = named(newer.base, State::merging);
+  if (Outcome listed = listMerged(*into, *from, merging); !listed) return listed;
+  if (Outcome done = synchronise(*into); !done) return done;
+  // From here on the newer one is no version any more.
+  if (!rename(newer.name, merging)) return failed(newer.name);
+  if (Outcome done = synchronise(*mAll); !done) return done;
+  return finishMerge(*into, merging);
+}
+
+/// Its lists are closed at the end: on a share a file that is open does not go, nor its folder.
+Outcome Versions::listMerged(const HeldFolder& into, const HeldFolder& from,
+                             const std::string& merging) {
+  auto first = VersionListReader::open(into.descriptor(), std::string(kList), into.path());
+  auto second = VersionListReader::open(from.descriptor(), std::string(kList), from.path());
   if (!first || !second) return first ? second.error() : first.error();
   VersionHeader header = first->header();
-  header.merges = named(newer.base, State::merging);
-  VersionListWriter writer(into->descriptor(), std::string(kMerged), header);
+  header.merges = merging;
+  VersionListWriter writer(into.descriptor(), std::string(kMerged), header);
   auto one = first->next();
   auto two = second->next();
   std::string closedName;
@@ -437,12 +449,7 @@ Outcome Versions::merge(const VersionFolder& older, const VersionFolder& newer) 
     if (item.kind != VersionItem::Kind::folder) closedName = item.name;
     writer.add(item.toLine());
   }
-  if (!writer.finish()) return failed(older.name);
-  if (Outcome done = synchronise(*into); !done) return done;
-  // From here on the newer one is no version any more.
-  if (!rename(newer.name, header.merges)) return failed(newer.name);
-  if (Outcome done = synchronise(*mAll); !done) return done;
-  return finishMerge(*into, header.merges);
+  return writer.finish() ? Outcome() : failed(into.path());
 }
 
 Outcome Versions::finishMerge(const HeldFolder& older, const std::string& merging) {

@@ -111,6 +111,8 @@ class Versions {
   Outcome close(VersionHeader next);
   Outcome writeList(const HeldFolder& folder, const VersionHeader& header);
   Outcome merge(const VersionFolder& older, const VersionFolder& newer);
+  /// Writes what `into` has when it has taken up `from`, which is called `merging` by then.
+  Outcome listMerged(const HeldFolder& into, const HeldFolder& from, const std::string& merging);
   Outcome finishMerge(const HeldFolder& older, const std::string& merging);
   Outcome drop(const VersionFolder& version, const std::vector<VersionFolder>& chain);
   bool remove(const std::string& name);

@@ -29,11 +29,6 @@ serve() { # NAME OPTION...
   servers+=($!)
   until_true 5 grep -q " $CORVANA9_VOLUMES/$name " /proc/self/mountinfo
 }
-reference() { "$corvana9" tree --json | tr -d '\n' | grep -o "\"reference\": *[0-9]*[^}]*\"$1\"" | grep -o '[0-9][0-9]*' | head -1; }
-log_says() { "$corvana9" log | grep -q -- "$1"; }
-executes() { "$corvana9" status --json | grep -q '"executing": *true'; }
-rests() { ! executes; }
-has_file() { [ -e "$1" ]; }
 started() { "$corvana9" status --json | grep '"started"' | head -1; }
 is_fresh() { local time; time="$(started)" && [ -n "$time" ] && [ "$time" != "$1" ]; }
 
@@ -54,13 +49,7 @@ reading="$(reference FromDisk)"
 writing="$(reference ToDisk)"
 photos="$(reference Photos)"
 
-"$resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler" --headless > "$scratch/agent.log" 2>&1 &
-agent=$!
-agent_answers() { "$corvana9" status 2> /dev/null | grep -q 'Automatic execution'; }
-expect "the agent answers" until_true 20 agent_answers
-sleep 1
-"$corvana9" continue > /dev/null 2>&1
-"$corvana9" post agent MessageOff > /dev/null
+start_agent
 
 # A run whose volume stops answering in its middle.
 hang_in_the_middle() { # WHAT REFERENCE SERVER VOLUME COPYING-FOLDER
@@ -105,10 +94,7 @@ start="$(now)"
 expect "it is there again" until_true 30 is_fresh "$before"
 echo "started anew after $(($(now) - start)) ms"
 expect "as the same process" kill -0 "$agent"
-expect "the agent answers" until_true 20 agent_answers
-sleep 1
-"$corvana9" continue > /dev/null 2>&1
-"$corvana9" post agent MessageOff > /dev/null
+speed_up
 
 hang_in_the_middle "a destination that stops answering" "$writing" "$to" To "$scratch/disks/To/Backup/Films"
 

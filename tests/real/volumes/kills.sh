@@ -27,20 +27,18 @@ put_before() { # PROGRAM SCRIPT
 put_before rsync "case \"\$*\" in *--dry-run*) hold look; exec $scratch/rsync \"\$@\";; esac
 [ \"\$(cat $scratch/phase)\" != copy ] || { echo \$\$ > $scratch/held; set -- --bwlimit=300 \"\$@\"; exec $scratch/rsync \"\$@\"; }
 $scratch/rsync \"\$@\"; result=\$?; hold delete; exit \$result"
-put_before sync "hold sync; exec $scratch/sync \"\$@\""
+# Then all is copied and nothing recorded: whoever wants to record waits for a lock that another holds.
+locks="$HOME/Library/Application Support/.Corvana 9/Locks"
+put_before sync "hold sync; $scratch/sync \"\$@\"; result=\$?
+phase=\"\$(cat $scratch/phase)\"
+case \"\$phase\" in *.cva9data)
+  setsid flock \"$locks/\$phase\" sh -c 'echo 0 > $scratch/held; while [ -e $scratch/hold ]; do sleep 0.02; done' \
+    < /dev/null > /dev/null 2>&1 &
+  while [ ! -e $scratch/held ]; do sleep 0.01; done;;
+esac
+exit \$result"
 echo none > "$scratch/phase"
 
-has() { [ -e "$1" ]; }
-agent_answers() { "$corvana9" status 2> /dev/null | grep -q 'Automatic execution'; }
-start_agent() {
-  "$resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler" --headless >> "$scratch/agent.log" 2>&1 &
-  agent=$!
-  until_true 20 agent_answers || expect "the agent answers" false
-  # The first word may come too early to end the wait after the start.
-  sleep 1
-  "$corvana9" continue > /dev/null 2>&1
-  "$corvana9" post agent MessageOff > /dev/null
-}
 executes() { pgrep -f "Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute $reference" > /dev/null; }
 rests() { ! executes && "$corvana9" status --json | tr -d ' \n' | grep -q '"executing":false.*"queueCount":0'; }
 same() { diff -r --exclude=.corvana9-copy --exclude=.corvana9-partial "$HOME/Documents" "$disk/Backup/Documents" > /dev/null; }
@@ -69,7 +67,7 @@ try() { # VICTIM PHASE
   echo "kept $round" > "$HOME/Documents/gone $round"
   before="$(runs)"
   "$corvana9" launch "$reference" > /dev/null
-  expect "it comes there" until_true 20 has "$scratch/held"
+  expect "it comes there" until_true 20 has_file "$scratch/held"
   [ "$phase" != copy ] || until_true 5 sh -c "ls -A '$disk/Backup/Documents' | grep -q '^.large'"
   case "$victim" in
     agent) kill -9 "$agent"; wait "$agent" 2> /dev/null ;;
@@ -90,6 +88,7 @@ try() { # VICTIM PHASE
   expect "the next run completes" until_true 60 ran_since "$before"
   until_true 20 rests
   expect "with everything" same
+  expect "and each run has an end" test "$("$corvana9" history --json | grep -c '"code": *1,')" -eq 0
   [ "$round" -lt 3 ] || expect "and what it deleted is kept" kept "kept $((round - 1))"
 }
 try agent copy
@@ -100,5 +99,8 @@ try keeper copy
 try keeper sync
 try worker look
 try worker delete
+for record in "Programmed History Data.cva9data" "Corvana 9 Log.cva9data"; do
+  for victim in agent keeper worker; do try "$victim" "$record"; done
+done
 
 [ "$failures" -eq 0 ] || { echo "--- the agent said:"; cat "$scratch/agent.log"; "$corvana9" log; exit 1; }

@@ -41,3 +41,23 @@ until_true() { # SECONDS COMMAND...
     sleep 0.05
   done
 }
+
+# With the agent.
+agent_answers() { "$corvana9" status 2> /dev/null | grep -q 'Automatic execution'; }
+# Its first word may come too early to end the wait after the start.
+speed_up() {
+  expect "the agent answers" until_true 20 agent_answers
+  sleep 1
+  "$corvana9" continue > /dev/null 2>&1
+  "$corvana9" post agent MessageOff > /dev/null
+}
+start_agent() {
+  "$resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler" --headless >> "$scratch/agent.log" 2>&1 &
+  agent=$!
+  speed_up
+}
+reference() { "$corvana9" tree --json | tr -d '\n' | grep -o "\"reference\": *[0-9]*[^}]*\"$1\"" | grep -o '[0-9][0-9]*' | head -1; }
+log_says() { "$corvana9" log | grep -q -- "$1"; }
+executes() { "$corvana9" status --json | grep -q '"executing": *true'; }
+rests() { ! executes; }
+has_file() { [ -e "$1" ]; }

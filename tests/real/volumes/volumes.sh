@@ -22,7 +22,6 @@ make_disk() { # NAME MB
 plug() { mkdir -p "$CORVANA9_VOLUMES/$2" && mount "$1" "$CORVANA9_VOLUMES/$2"; }
 pull() { umount "$CORVANA9_VOLUMES/$1" && rmdir "$CORVANA9_VOLUMES/$1"; }
 is_gone() { ! grep -q " $1 " /proc/self/mountinfo; }
-has_file() { [ -e "$1" ]; }
 
 make_disk Disk 16
 disk="$device"
@@ -38,14 +37,7 @@ pull Disk
 
 echo '{"SchedulerPrefAutoUnmountVolumes": 1}' |
   "$corvana9" pack - "$HOME/Library/Application Support/Corvana 9/Corvana 9 Scheduler Settings.cva9data"
-"$resources/Corvana 9 Scheduler.app/Contents/MacOS/Corvana 9 Scheduler" --headless > "$scratch/agent.log" 2>&1 &
-agent=$!
-agent_answers() { "$corvana9" status 2> /dev/null | grep -q 'Automatic execution'; }
-expect "the agent answers" until_true 20 agent_answers
-# Whoever speaks to it ends the wait after the start; the first word may come too early.
-sleep 1
-"$corvana9" continue > /dev/null 2>&1
-"$corvana9" post agent MessageOff > /dev/null
+start_agent
 
 echo "--- a folder where the disk used to be"
 mkdir -p "$CORVANA9_VOLUMES/Disk/Backup"
