@@ -315,6 +315,18 @@ FolderDescription ActionsTools::getDestinationForAction(const ZAN_Value& setting
   return folders.empty() ? FolderDescription() : folders.front();
 }
 
+void ActionsTools::leaveOutMissing(ZAN_Value& settings) {
+  ZAN_Value patterns = ZAN_Value::array();
+  for (const std::string_view key : {CopyKey::exclusions, CopyKey::notPossible}) {
+    for (const ZAN_Value& pattern : settings[key].elements()) {
+      const auto known = patterns.elements();
+      if (std::ranges::find(known, pattern) == known.end()) patterns.append(pattern);
+    }
+  }
+  settings.setValue(CopyKey::exclusions, std::move(patterns));
+  settings.setValue(CopyKey::notPossible, ZAN_Value::array());
+}
+
 bool ActionsTools::toleratesOtherVolumes(const ZAN_Value& settings) {
   return settings.integer("ItemsVolumeTolerance") != 0;
 }

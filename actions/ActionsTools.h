@@ -96,6 +96,8 @@ class ActionsTools {
   /// actions by what their records describe: both fill it, from different sources, or the copies of
   /// one lie in a copy out of which the other deletes. Nothing when they get along.
   static std::optional<std::string> copyInDispute(const ZAN_Value& one, const ZAN_Value& other);
+  /// What the last run could not copy is left out from now on, and is not missed any more.
+  static void leaveOutMissing(ZAN_Value& settings);
   /// Whether any volume in the place of a described one will do.
   static bool toleratesOtherVolumes(const ZAN_Value& settings);
 
@@ -194,6 +196,8 @@ inline constexpr std::string_view notPossible = "ItemsNotPossible";
 inline constexpr std::string_view reason = "Reason";  ///< in words; missing when all went well
 /// 1: it was completed but for what is not possible (also in the log).
 inline constexpr std::string_view onlyLacks = "OnlyLacks";
+/// 1: what it lacks is not what the run before has lacked (of the log).
+inline constexpr std::string_view lacksOthers = "LacksOthers";
 /// 1: the first one, of which a part was read back and found good (of the log).
 inline constexpr std::string_view isReadBack = "FirstReadBack";
 }  // namespace RunKey

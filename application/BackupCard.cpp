@@ -236,7 +236,8 @@ void BackupCard::show(const BackupFacts& facts, const ZAN_Value& current, bool i
                        ? mHousehold.text("CardNext", {comingDateOf(mHousehold, facts.next->date)})
                        : qt(facts.schedule));
     if (facts.failure && !facts.isFailureSeen) {
-      mTrouble->setText(qt(facts.shortReason()));
+      mTrouble->setText(facts.onlyLacks ? mHousehold.text("ResultOnlyLacks")
+                                        : qt(facts.shortReason()));
       mTrouble->setToolTip(qt(facts.reason));
     } else if (facts.overdueSince) {
       const auto days = (mHousehold.now() - *facts.overdueSince) / 86400;
@@ -286,6 +287,8 @@ void BackupCard::fillMenu(const BackupFacts& facts, bool isRunning) {
   mMenu->addSeparator();
   if (facts.failure && !facts.isFailureSeen)
     mMenu->addAction(mHousehold.text("CardSeen"), mMenu, [this] { mHooks.seen(); });
+  if (facts.onlyLacks && !facts.isFailureSeen)
+    add(mHousehold.text("CardLeaveOut"), mHooks.leaveOut);
   if (facts.deletionsToConfirm > 0)
     add(mHousehold.text("CardConfirm", {facts.deletionsToConfirm}), mHooks.confirmDeletions);
   add(mHousehold.text("CardHistory"), mHooks.history);

@@ -37,9 +37,10 @@ std::map<std::int64_t, Past> pastOfAll(History& history) {
     if (kind == RunKind::running) continue;
     Past& past = all[entry.integer("Ref")];
     past.runs.push_back(kind);
-    if (kind == RunKind::completed) {
+    const bool onlyLacks = entry.integer(RunKey::onlyLacks) != 0;
+    if (kind == RunKind::completed || onlyLacks) {
       past.lastSuccess = entry["EndDate"].asDate().value_or(*date);
-      past.lastBad = {};
+      past.lastBad = onlyLacks ? entry : ZAN_Value();
       const auto counted = [&](std::string_view key) {
         return entry.contains(key) ? std::optional(entry[key].unsignedValue()) : std::nullopt;
       };
@@ -128,6 +129,8 @@ std::vector<BackupFacts> factsOf(Household& household) {
   const ZAN_Value settings = household.store().settings().schedulerSettings();
   for (const ZAN_Value& failure : settings[PreferenceKey::failures].elements())
     unseen.insert(failure.integer("R"));
+  for (const ZAN_Value& lacking : settings[PreferenceKey::lacking].elements())
+    unseen.insert(lacking.integerValue());
   Destinations destinations(household);
   const Circumstances circumstances = household.circumstances();
   const ReferenceTime now = household.now();
@@ -161,7 +164,10 @@ std::vector<BackupFacts> factsOf(Household& household) {
           known.lastBad["EndDate"].asDate().value_or(known.lastBad["Date"].asDate().value_or(now));
       facts.reason = known.lastBad.string(RunKey::reason);
       if (facts.reason.empty()) facts.reason = resultInWords(code, household.texts());
-      facts.isFailureSeen = !unseen.contains(facts.reference);
+      facts.onlyLacks = known.lastBad.integer(RunKey::onlyLacks) != 0;
+      // What was left out since is missed no more.
+      facts.isFailureSeen = !unseen.contains(facts.reference) ||
+                            (facts.onlyLacks && record[CopyKey::notPossible].empty());
     }
     facts.overdueSince = AgeAlarm::overdueSince(*action, household.calendar(), now);
     facts.deletionsToConfirm = record.integer(DeletionKey::toConfirm);

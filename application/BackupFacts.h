@@ -29,11 +29,12 @@ struct BackupFacts {
   std::optional<ReferenceTime> lastSuccess;
   std::optional<std::uint64_t> files, bytes;  ///< copied then; nothing where it was not counted
   std::vector<RunKind> runs;                  ///< the last ones that have ended, the oldest first
-  /// How the last one ended that is no success, when there was none after it.
+  /// How the last one ended that is no success, or no whole one, when there was none after it.
   std::optional<RunKind> failure;
   ReferenceTime failedAt = 0;
   std::string reason;          ///< of that one, in words
   bool isFailureSeen = false;  ///< the user has said so
+  bool onlyLacks = false;      ///< it is a success but for what cannot be copied
   std::optional<ReferenceTime> overdueSince;
   std::int64_t deletionsToConfirm = 0;  ///< files that the next run would delete and asks about
 

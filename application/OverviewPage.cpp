@@ -210,6 +210,9 @@ void OverviewPage::showBanner() {
                  [this, reference] { navigator().changeBackup(reference); });
     const std::string since = facts.lastSuccess ? pastDateOf(household(), *facts.lastSuccess)
                                                 : utf8(household().text("BannerNever"));
+    if (facts.onlyLacks && !facts.isFailureSeen && !facts.overdueSince)
+      return say(meaning, title, household().text("BannerLacking", {facts.title}),
+                 household().text("BannerLeaveOut"), [this, reference] { leaveOut(reference); });
     if (facts.isAway())
       return say(meaning, title,
                  household().text("BannerNotConnected", {facts.title, facts.destination, since}),
@@ -257,6 +260,7 @@ BackupCard::Hooks OverviewPage::hooks() {
     if (const BackupFacts* facts = factsFor(reference))
       confirmDeletions(reference, facts->deletionsToConfirm);
   };
+  hooks.leaveOut = [this](std::int64_t reference) { leaveOut(reference); };
   hooks.pause = [this](bool isPaused) { pause(isPaused); };
   hooks.stop = [this] { household().tellAgent("StopExecution"); };
   return hooks;
@@ -337,6 +341,19 @@ void OverviewPage::confirmDeletions(std::int64_t reference, std::int64_t count) 
           return confirmed ? Outcome() : confirmed.error();
         }));
       });
+}
+
+void OverviewPage::leaveOut(std::int64_t reference) {
+  const Outcome left = household().edit([&](ProgrammedAction& root) -> Outcome {
+    ProgrammedAction* action = root.actionForReference(reference);
+    if (action == nullptr) return {};
+    ZAN_Value record = action->getSettings();
+    ActionsTools::leaveOutMissing(record);
+    action->changeSettings(record);
+    return {};
+  });
+  complain(left);
+  if (left) run(reference);
 }
 
 void OverviewPage::duplicate(std::int64_t reference) {

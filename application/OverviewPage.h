@@ -51,6 +51,7 @@ class OverviewPage final : public Page {
   void pause(bool isPaused);
   void markAsSeen();
   void confirmDeletions(std::int64_t reference, std::int64_t count);
+  void leaveOut(std::int64_t reference);
   void duplicate(std::int64_t reference);
   void move(std::int64_t reference, int places);
   /// Before or behind another one, and into the group of that.

@@ -26,6 +26,7 @@ foreach(name Normal NormalTimer Disabled DisabledDiskChanged WillDisable Running
     corvana_picture(Menu${name} 22 ${style})
   endforeach()
 endforeach()
+corvana_picture(MenuAmber 22)
 corvana_picture(MenuRed 22)
 foreach(name Office Home Nomad)
   corvana_picture(Badge${name} 11)

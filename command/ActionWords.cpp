@@ -214,14 +214,11 @@ Outcome ActionWords::applyTo(ZAN_Value& record, const CommandHome& home) const {
   if (mBandwidth) record.setValue(CopyKey::bandwidth, *mBandwidth);
   if (!mRotation.empty()) record.setValue(VolumeIdentity::kRotation, mFolders.rotation());
   if (!mExcluded.empty() || !mTakenBack.empty() || mExcludesMissing || mExcludesProposed) {
+    if (mExcludesMissing) ActionsTools::leaveOutMissing(record);
     std::vector<std::string> patterns;
     for (const ZAN_Value& pattern : record[CopyKey::exclusions].elements())
       patterns.emplace_back(pattern.stringView());
     patterns.insert(patterns.end(), mExcluded.begin(), mExcluded.end());
-    if (mExcludesMissing) {
-      for (const ZAN_Value& pattern : record[CopyKey::notPossible].elements())
-        patterns.emplace_back(pattern.stringView());
-    }
     if (mExcludesProposed) {
       for (std::string& pattern : proposedExclusions(record))
         patterns.push_back(std::move(pattern));

@@ -52,6 +52,8 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
   ZAN_Value runs = ZAN_Value::array();
   ZAN_Value events = ZAN_Value::array();
   ZAN_Value overdue = ZAN_Value::array();
+  ZAN_Value lacking =
+      agent.answers() && status.contains("lacking") ? status["lacking"] : ZAN_Value::array();
   if (home.isThere()) {
     ProgrammedAction::Nodes actions;
     home.tree().rootItem().getListOfAllProgrammedActions(actions);
@@ -63,6 +65,13 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
            {"title", action->getTitle()},
            {"since", ZAN_Value::date(*since)},
            {"days", static_cast<std::int64_t>((home.now() - *since) / 86400)}}));
+    }
+    if (!agent.answers()) {
+      for (const ZAN_Value& ref : settings[PreferenceKey::lacking].elements()) {
+        const ProgrammedAction* action = home.action(ref.integerValue());
+        lacking.append(ZAN_Value::dictionary(
+            {{"ref", ref}, {"title", action == nullptr ? std::string() : action->getTitle()}}));
+      }
     }
     const ZAN_Value coming = home.comingRuns(kRuns, agent.circumstances());
     for (ZAN_Value run : coming.elements()) {
@@ -85,6 +94,7 @@ ZAN_Value statusOf(CommandHome& home, RunningAgent& agent) {
        {"paused", status["paused"].boolValue()},
        {"context", fact("context", settings[PreferenceKey::currentContext]).integerValue()},
        {"errorCode", fact("errorCode", settings[PreferenceKey::errorInExecution]).integerValue()},
+       {"lacking", lacking},
        {"executing", agent.executeRuns()},
        {"current", status["current"]},
        {"waiting", waiting},
@@ -115,6 +125,8 @@ constexpr std::string_view kStatusLines =
     "Waiting in the queue: {waiting}\n{hold?{hold.text}\n}"
     "{status.storage*{}\n}"
     "{errorCode?There were failures: corvana9 log\n}"
+    "{lacking*Complete but for what cannot be copied: {:action}; corvana9 edit {ref} "
+    "--exclude-missing leaves that out\n}"
     "{noSuccess*No success for {days} days: {:action}\n}"
     "{unprovenControl?Remote control is unproven: anybody on the network may control this machine; "
     "corvana9 remote --on makes it safe.\n}"

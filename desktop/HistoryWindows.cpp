@@ -110,6 +110,7 @@ class ErrorSummaryWindow final : public AgentWindow {
   QCheckBox* mShown;
   QPushButton* mAgain;
   QPushButton* mConfirm;
+  QPushButton* mLeaveOut;
   QPushButton* mSeen;
   QString mAnswer;  ///< of the latest command, until something else is chosen
 };
@@ -148,6 +149,11 @@ ErrorSummaryWindow::ErrorSummaryWindow(const UserInterfaceSources& sources)
       });
     }
   });
+  mLeaveOut = addButton(row, text("ButtonLeaveOut"), [this] {
+    if (const auto selected = mList->selectedRow()) mAnswer = qt(mModel.leaveOutMissing(*selected));
+    refresh();
+  });
+  mLeaveOut->setToolTip(text("ButtonLeaveOutTip"));
   addButton(row, text("ButtonLatest"), [this] { mModel.showLatestActions(); });
   row->addStretch();
   mSeen = addButton(row, text("ButtonSeen"), [this] {
@@ -197,6 +203,7 @@ void ErrorSummaryWindow::showDetails() {
   const auto selected = mList->selectedRow();
   mAgain->setEnabled(selected.has_value());
   mConfirm->setVisible(selected && mModel.asksToDelete(*selected));
+  mLeaveOut->setVisible(selected && mModel.lacksSomething(*selected));
   mDetails->setText(selected ? qt(mModel.details(*selected)) : QString());
 }
 

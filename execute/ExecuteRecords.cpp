@@ -100,7 +100,7 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
          {DeletionKey::confirmed, CopyKey::isNew, CopyKey::takesOver, CopyKey::isDoubted}) {
       if (settings.integer(key) != 0) action->addInChangesList(std::uint64_t{0}, key);
     }
-    keepIfOther(*action, CopyKey::notPossible, end.patterns);
+    mLacksOthers = keepIfOther(*action, CopyKey::notPossible, end.patterns);
     if (keepIfOther(*action, CopyKey::losses, end.losses)) {
       for (const std::string& loss : end.losses)
         mNewLosses += (mNewLosses.empty() ? "" : ", ") + loss;
@@ -195,7 +195,10 @@ void ExecuteRecords::addToLog(const ExecuteEnd& end, std::string_view task) {
       ZAN_Value::dictionary({{"C", static_cast<int>(end.code)}, {"N", mTitle}, {"R", mReference}});
   if (!task.empty()) entry.setValue(TaskRequest::kTaskKey, task);
   if (const std::string reason = reasonOf(end); !reason.empty()) entry.setValue("F", reason);
-  if (end.onlyLacks()) entry.setValue(RunKey::onlyLacks, 1);
+  if (end.onlyLacks()) {
+    entry.setValue(RunKey::onlyLacks, 1);
+    if (mLacksOthers) entry.setValue(RunKey::lacksOthers, 1);
+  }
   if (end.isReadBack) entry.setValue(RunKey::isReadBack, 1);
   if (!mNewLosses.empty()) {
     entry.setValue(CopyKey::losses, mNewLosses);

@@ -63,7 +63,8 @@ class ExecuteRecords {
   Files mFiles;
   ExecuteMessages& mMessages;
   std::function<bool()> mAgentRuns;
-  std::string mNewLosses;  ///< what the copies cannot have and nobody was told yet; empty: none
+  bool mLacksOthers = false;  ///< what could not be copied is not what the run before has named
+  std::string mNewLosses;     ///< what the copies cannot have and nobody was told yet; empty: none
   std::int64_t mReference;
   std::string mTitle;
   ReferenceTime mStart = 0;

@@ -90,6 +90,7 @@ enum class StatusIcon {
   running,
   pause,
   surveyResult,
+  lacking,  ///< nothing has failed, but something cannot be copied
   error
 };
 

@@ -31,6 +31,8 @@ std::string nameOf(StatusIcon icon) {
       return "MenuPause";
     case StatusIcon::surveyResult:
       return "MenuSurvey";
+    case StatusIcon::lacking:
+      return "MenuAmber";
     case StatusIcon::error:
       return "MenuRed";
   }
@@ -62,9 +64,10 @@ double StatusPie::sweep() const {
 
 StatusPicture StatusPicture::of(StatusIcon icon, int context, int style) {
   StatusPicture picture;
-  // The alarm has one colour whatever the style.
-  picture.image = icon == StatusIcon::error ? nameOf(icon) : inStyle(nameOf(icon), style);
-  if (icon == StatusIcon::normal) picture.badge = badgeOf(context);
+  // What is said by its colour has it whatever the style.
+  const bool isSaidByColour = icon == StatusIcon::error || icon == StatusIcon::lacking;
+  picture.image = isSaidByColour ? nameOf(icon) : inStyle(nameOf(icon), style);
+  if (icon == StatusIcon::normal || icon == StatusIcon::lacking) picture.badge = badgeOf(context);
   return picture;
 }
 
@@ -216,7 +219,8 @@ void StatusItem::setMenuBarTimerIcon(int minutes) {
     setMenuBarIcon(StatusIcon::diskChanged);
   } else if (minutes > 59) {
     setMenuBarIcon(m.state.mScheduleDisabledWhenDone ? StatusIcon::willDisable
-                                                     : StatusIcon::normal);
+                   : m.state.mLacking.empty()        ? StatusIcon::normal
+                                                     : StatusIcon::lacking);
   } else {
     mUserInterface.setStatusCountDown(minutes, m.state.mContext);
     mCurrent.reset();
@@ -237,6 +241,13 @@ std::string StatusItem::shownTitle() const {
   return m.state.mStatusTitle.empty() ? m.texts.text("NoNextAction") : m.state.mStatusTitle;
 }
 
+std::string StatusItem::lackingText() const {
+  const auto& lacking = m.state.mLacking;
+  if (lacking.size() > 1) return m.texts.text("LackingCount", {lacking.size()});
+  return lacking.empty() ? std::string()
+                         : m.texts.text("LackingOne", {m.tree.titleOf(lacking.front())});
+}
+
 void StatusItem::showTexts() {
   if (std::string title = shownTitle(); title != mDrawnTitle)
     mUserInterface.setStatusTitle(mDrawnTitle = std::move(title));
@@ -246,6 +257,8 @@ void StatusItem::showTexts() {
   if (const std::string progress = progressInWords(mWork.supervisor, m.texts, m.strings);
       !progress.empty())
     toolTip = progress + "\n" + toolTip;
+  if (const std::string lacking = lackingText(); !lacking.empty())
+    toolTip = lacking + "\n" + toolTip;
   if (toolTip != mDrawnToolTip) mUserInterface.setToolTip(mDrawnToolTip = std::move(toolTip));
 }
 

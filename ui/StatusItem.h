@@ -39,7 +39,7 @@ struct StatusPicture {
   bool operator==(const StatusPicture&) const = default;
 
   /// `style`: 1 black, 2 white, else coloured. The badge of a context only goes with the normal
-  /// picture.
+  /// picture, in its amber form too.
   static StatusPicture of(StatusIcon icon, int context, int style);
   /// More than 59 minutes shows the normal picture.
   static StatusPicture ofCountDown(int minutes, int context, int style);
@@ -64,7 +64,8 @@ class StatusItem {
 
   /// Its turn at tick `n`: shows or hides the item as the user wants it, and draws what the state
   /// asks for; errors, pause and survey results alternate with the normal picture, two ticks a
-  /// round. `secondsToNext` draws the count-down and is only given while it is due.
+  /// round. The normal picture is amber while something lacks what cannot be copied.
+  /// `secondsToNext` draws the count-down and is only given while it is due.
   void turn(std::int64_t n, std::optional<int> secondsToNext);
   /// From when on a turn has something to do.
   ReferenceTime nextTurn() const;
@@ -73,6 +74,8 @@ class StatusItem {
   /// running action is stuck, else the running action or the next one.
   std::string shownTitle() const;
   MenuColour titleColour() const;
+  /// What has run well but for what cannot be copied, and was not seen; empty for nothing.
+  std::string lackingText() const;
 
  private:
   void follow(ChangeSet changes);

@@ -118,6 +118,11 @@ MenuItem::List StatusMenu::attentionItems() const {
                           [this] { m.commands.showWindow(Window::errorSummary); }));
     items.back().colour = MenuColour::alarm;
   }
+  if (const std::string lacking = m.statusItem.lackingText(); !lacking.empty()) {
+    items.push_back(
+        MenuItem::command(lacking + "…", [this] { m.commands.showWindow(Window::errorSummary); }));
+    items.back().colour = MenuColour::warning;
+  }
   if (!state.mSurveyFolderResult.isNull()) {
     items.push_back(MenuItem::command(text("SurveyResultsMenu"),
                                       [this] { m.commands.showSurveyFolderResults(); }));

@@ -39,6 +39,12 @@ ZAN_Value StateAnswers::status() {
        {"idleTimeIsSeen", m.platform.input.idleSeconds().has_value()},
        {"queueCount", static_cast<long long>(mWork.queue.actionsList().size())},
        {"nextCheck", ZAN_Value::date(m.state.mNextCheck.at())}});
+  if (!m.state.mLacking.empty()) {
+    ZAN_Value lacking = ZAN_Value::array();
+    for (const std::int64_t ref : m.state.mLacking)
+      lacking.append(ZAN_Value::dictionary({{"ref", ref}, {"title", m.tree.titleOf(ref)}}));
+    status.setValue("lacking", std::move(lacking));
+  }
   if (ZAN_Value storage = m.storage.lasting(); !storage.empty())
     status.setValue("storage", std::move(storage));
   const auto& next = mWork.evaluation.actionsNextList();

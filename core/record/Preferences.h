@@ -29,6 +29,7 @@ inline constexpr std::string_view scheduleDisabled = "SchedulerPrefScheduleDisab
 inline constexpr std::string_view currentContext = "SchedulerPrefCurrentContext";
 inline constexpr std::string_view errorInExecution = "SchedulerPrefErrorInExecution";
 inline constexpr std::string_view failures = "SchedulerFailuresNotSeen";
+inline constexpr std::string_view lacking = "SchedulerLackingNotSeen";
 inline constexpr std::string_view showErrorWindows = "SchedulerShowErrorWindows";
 inline constexpr std::string_view announcePositionX = "SchedulerPrefShowAnnouncePositionX";
 inline constexpr std::string_view announcePositionY = "SchedulerPrefShowAnnouncePositionY";

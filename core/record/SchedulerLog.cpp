@@ -1,5 +1,7 @@
 #include "core/record/SchedulerLog.h"
 
+#include <algorithm>
+
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "actions/ActionsTools.h"
 #include "actions/History.h"
@@ -68,7 +70,7 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
     case LogCode::completed:
       if (entry.integer(RunKey::isReadBack) != 0 && showStandardMessage)
         showStandardMessage(mTexts.text("FirstBackupDone", {entry.string("N")}), 0);
-      removeFailure(entry.integer("R"));
+      succeeded(entry);
       break;
     case LogCode::volumeNotFound:
     case LogCode::volumeNotAvailable:
@@ -84,7 +86,7 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
     case LogCode::unexpectedError:
     case LogCode::completedWithErrors:
       if (onlyLacks) {
-        removeFailure(entry.integer("R"));
+        succeeded(entry);
         break;
       }
       if (const std::int64_t asked = entry.integer(DeletionKey::toConfirm);
@@ -123,8 +125,9 @@ void SchedulerLog::addSchedulerLog(int code, std::string_view text) {
 }
 
 void SchedulerLog::clearErrorState() {
-  if (mState.mErrorInExecution == 0) return;
+  if (mState.mErrorInExecution == 0 && mState.mLacking.empty()) return;
   mState.mFailures.clear();
+  mState.mLacking.clear();
   failuresChanged();
 }
 
@@ -136,11 +139,20 @@ void SchedulerLog::addFailure(std::int64_t ref, int code) {
   failuresChanged();
 }
 
-void SchedulerLog::removeFailure(std::int64_t ref) {
+void SchedulerLog::succeeded(const ZAN_Value& entry) {
+  const std::int64_t ref = entry.integer("R");
   // What is no action's has no success.
   if (ref == 0) return;
-  if (std::erase_if(mState.mFailures, [ref](const auto& one) { return one.ref == ref; }) != 0)
-    failuresChanged();
+  bool changes =
+      std::erase_if(mState.mFailures, [ref](const auto& one) { return one.ref == ref; }) != 0;
+  if (entry.integer(RunKey::onlyLacks) == 0) {
+    changes = std::erase(mState.mLacking, ref) != 0 || changes;
+  } else if (entry.integer(RunKey::lacksOthers) != 0 &&
+             std::ranges::find(mState.mLacking, ref) == mState.mLacking.end()) {
+    mState.mLacking.push_back(ref);
+    changes = true;
+  }
+  if (changes) failuresChanged();
 }
 
 void SchedulerLog::failuresChanged() {
@@ -153,6 +165,9 @@ void SchedulerLog::failuresChanged() {
     stored.append(ZAN_Value::dictionary({{"R", failure.ref}, {"C", failure.code}}));
   mPreferences.setPref(PreferenceKey::errorInExecution, mState.mErrorInExecution);
   mPreferences.setPref(PreferenceKey::failures, failures.empty() ? ZAN_Value() : stored);
+  ZAN_Value lacking = ZAN_Value::array();
+  for (const std::int64_t ref : mState.mLacking) lacking.append(ref);
+  mPreferences.setPref(PreferenceKey::lacking, lacking.empty() ? ZAN_Value() : lacking);
   // A failure to save is logged by the store, and the state holds for this run.
   mPreferences.savePrefs();
   mChanges.note(Change::execution);
@@ -160,6 +175,9 @@ void SchedulerLog::failuresChanged() {
 
 void SchedulerLog::restoreErrorState() {
   mState.mFailures.clear();
+  mState.mLacking.clear();
+  for (const ZAN_Value& ref : mPreferences.prefForKey(PreferenceKey::lacking).elements())
+    mState.mLacking.push_back(ref.integerValue());
   for (const ZAN_Value& one : mPreferences.prefForKey(PreferenceKey::failures).elements()) {
     if (isFailure(one.integer("C")) || one.integer("C") == LogCode::message)
       mState.mFailures.push_back({one.integer("R"), static_cast<int>(one.integer("C"))});

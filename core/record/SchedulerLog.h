@@ -52,14 +52,16 @@ class SchedulerLog {
   /// menus show and open the error summary for a user who wants that, and then by code: a missing
   /// volume and a completion with errors are said to the user, errors and crashes are counted; an
   /// interruption by hand is said to the user who wants to hear of it. A success of an action takes
-  /// its failure back. Anything but a dictionary is ignored.
+  /// its failure back, and so does a run that only lacks what cannot be copied: that is no failure,
+  /// but noted in the state until the user has seen it, once for the same things. Anything but a
+  /// dictionary is ignored.
   void addSchedulerLog(const ZAN_Value& entry);
   /// The usual short form {"N": text, "C": code}, without "N" for an empty text.
   void addSchedulerLog(int code, std::string_view text = {});
 
   /// A failure outside of the actions: what could not be done is in the log already.
   void showErrorState(int code) { addFailure(0, code); }
-  /// The user has seen the errors: the error state goes.
+  /// The user has seen the errors and what is lacking: both go from the state.
   void clearErrorState();
   /// What an earlier run of the agent left of them.
   void restoreErrorState();
@@ -70,7 +72,8 @@ class SchedulerLog {
  private:
   void tellTask(const ZAN_Value& entry);
   void addFailure(std::int64_t ref, int code);
-  void removeFailure(std::int64_t ref);
+  /// The action has run well, or so but for what cannot be copied.
+  void succeeded(const ZAN_Value& entry);
   void failuresChanged();
 
   const Clock& mClock;

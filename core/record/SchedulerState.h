@@ -57,6 +57,10 @@ struct SchedulerState {
   std::vector<Failure> mFailures;
   /// The code of the last one; 0: none. What the menus show as the error state.
   int mErrorInExecution = 0;
+  /// The actions, by reference, whose last run lacks nothing but what cannot be copied, and that
+  /// the user has not seen so yet. No failure: shown in amber, once, until what is lacking is
+  /// another.
+  std::vector<std::int64_t> mLacking;
   /// What the last survey of a folder found, until the user has seen it: {"Date", "Msg", "Ref",
   /// "SurveyResults"}, else null.
   ZAN_Value mSurveyFolderResult;

@@ -272,7 +272,7 @@ void EmailReport::sendPage(const MailSettings& settings, bool askedFor) {
   ReportGatherer gatherer(m.store, m.history, m.tree, m.texts, m.strings);
   const ReportFacts facts = gatherer.gather({std::min(since, now), now});
   const std::int64_t frequency = m.store.settings().mainAppSettings().integer(MailKey::frequency);
-  if (askedFor || frequency != MailKey::kAfterFailures || facts.needsAttention()) {
+  if (askedFor || frequency != MailKey::kAfterFailures || facts.hasFailures()) {
     const ReportPage page(facts, gatherer, m.texts, m.strings, frequency);
     const ComposedReport report{settings, page.subject(), page.text()};
     if (mMail.send(settings, {report.subject, report.message, page.html(), facts.period}))

@@ -90,7 +90,11 @@ RunKind kindOfRun(std::int64_t code) {
 
 bool ReportFacts::Disk::isTight() const { return full || (size != 0 && free < size / 10); }
 
-bool ReportFacts::needsAttention() const { return !attention.empty(); }
+bool ReportFacts::hasFailures() const {
+  return std::ranges::any_of(attention, [](const ReportAttention& one) {
+    return one.weight != ReportAttention::Weight::lacking;
+  });
+}
 
 std::int64_t ReportFacts::overdue() const {
   return std::ranges::count(attention, ReportAttention::Weight::overdue, &ReportAttention::weight);
@@ -103,6 +107,7 @@ struct ReportGatherer::Action {
   ReportFacts::Ran ran;
   std::int64_t bad = 0;  ///< runs
   ZAN_Value lastBad;
+  ZAN_Value lack;  ///< the last run in the period, when it lacks only what cannot be copied
   std::optional<ReferenceTime> lastSuccess;  ///< at any time
 };
 
@@ -159,6 +164,7 @@ void ReportGatherer::takeRuns(ReportFacts& facts) {
     if (action.ran.runs == 0) continue;
     action.ran.title = action.title;
     if (action.bad > 0) facts.attention.push_back(attentionOf(action, facts.period.until));
+    if (!action.lack.isNull()) facts.attention.push_back(lackOf(action));
     if (action.bad < action.ran.runs || action.ran.bytes) facts.ran.push_back(action.ran);
   }
   std::ranges::sort(facts.ran, {},
@@ -172,6 +178,9 @@ void ReportGatherer::takeRun(const ZAN_Value& entry, Action& action, ReportFacts
     kind = RunKind::failed;
   }
   const ReferenceTime date = *entry["Date"].asDate();
+  const bool isWhole = isWholeButForLacks(entry);
+  action.lack = isWhole ? entry : ZAN_Value();
+  if (isWhole) kind = RunKind::completed;
   ++action.ran.runs;
   action.ran.seconds += std::max(entry["EndDate"].asDate().value_or(date) - date, 0.0);
   if (entry.contains("FilesCopied"))
@@ -190,9 +199,7 @@ void ReportGatherer::takeRun(const ZAN_Value& entry, Action& action, ReportFacts
           mTexts.text("ReportStopped", {action.title, pastDate(date, facts.period.until)}));
       break;
     default:
-      ++(kind == RunKind::failed     ? facts.failed
-         : isWholeButForLacks(entry) ? facts.completed
-                                     : facts.withErrors);
+      ++(kind == RunKind::failed ? facts.failed : facts.withErrors);
       ++action.bad;
       action.lastBad = entry;
   }
@@ -272,6 +279,12 @@ ReportAttention ReportGatherer::attentionOf(const Action& action, ReferenceTime 
     add(what);
   }
   return attention;
+}
+
+ReportAttention ReportGatherer::lackOf(const Action& action) const {
+  return {ReportAttention::Weight::lacking,
+          mTexts.text("ReportLacks", {action.title, action.lack.integer("ActionErrors")}),
+          mTexts.text("ReportDoLacks", {action.reference})};
 }
 
 void ReportGatherer::takeComing(const ProgrammedAction::Nodes& actions, ReportFacts& facts) const {

@@ -24,7 +24,8 @@ RunKind kindOfRun(std::int64_t code);
 
 /// Something that the user should look after. This is what a report begins with.
 struct ReportAttention {
-  enum class Weight { failed, overdue, caution };
+  /// What is only lacking, since it cannot be copied, is told and is no failure.
+  enum class Weight { failed, overdue, caution, lacking };
   Weight weight = Weight::caution;
   std::string title;  ///< "Photos: a disk or folder was not there"
   std::string text;   ///< the reason, when it last went well, and what to do
@@ -65,7 +66,8 @@ struct ReportFacts {
   std::vector<std::string> notes;    ///< what the agent had to say
   std::optional<ReferenceTime> lastRun;
 
-  bool needsAttention() const;
+  /// Something failed or is overdue, be it mended since.
+  bool hasFailures() const;
   std::int64_t overdue() const;
 };
 
@@ -87,6 +89,7 @@ class ReportGatherer {
   void takeRuns(ReportFacts& facts);
   void takeRun(const ZAN_Value& entry, Action& action, ReportFacts& facts) const;
   ReportAttention attentionOf(const Action& action, ReferenceTime now) const;
+  ReportAttention lackOf(const Action& action) const;
   std::string reasonOf(const ZAN_Value& run) const;
   bool hasCrashed(const ZAN_Value& run) const;
   void takeComing(const ProgrammedAction::Nodes& actions, ReportFacts& facts) const;

@@ -1,3 +1,5 @@
+#include <gmock/gmock.h>
+
 #include "tests/core_record/RecordFixture.h"
 
 namespace corvana {
@@ -72,6 +74,39 @@ TEST_F(SchedulerLogTest, ASuccessTakesBackTheFailureOfItsOwnAction) {
   next.schedulerLog.restoreErrorState();
   log(next, 2, 1);
   EXPECT_EQ(next.state.mErrorInExecution, 11);
+}
+
+TEST_F(SchedulerLogTest, WhatCannotBeCopiedIsShownOnceAndIsNoFailure) {
+  RecordedAgent agent(p);
+  const auto lacks = [](RecordedAgent& to, std::int64_t ref, bool others) {
+    ZAN_Value entry = ZAN_Value::dictionary({{"C", 14}, {"R", ref}, {RunKey::onlyLacks, 1}});
+    if (others) entry.setValue(RunKey::lacksOthers, 1);
+    to.schedulerLog.addSchedulerLog(entry);
+  };
+  const auto logged = [](RecordedAgent& to, int code, std::int64_t ref) {
+    to.schedulerLog.addSchedulerLog(ZAN_Value::dictionary({{"C", code}, {"R", ref}}));
+  };
+  logged(agent, 5, 1);
+  p.userInterface.message.reset();
+  lacks(agent, 1, true);
+  lacks(agent, 1, false);
+  EXPECT_EQ(agent.state.mErrorInExecution, 0) << "it is as good as a success";
+  EXPECT_FALSE(p.userInterface.message);
+  EXPECT_EQ(agent.counters.counter(ExecutionCounters::kErrors, 1), 1);
+
+  RecordedAgent next(p);
+  next.schedulerLog.restoreErrorState();
+  EXPECT_THAT(next.state.mLacking, testing::ElementsAre(1)) << "nobody has seen it";
+  next.schedulerLog.clearErrorState();
+  EXPECT_TRUE(next.preferences.prefForKey("SchedulerLackingNotSeen").isNull());
+  lacks(next, 1, false);
+  EXPECT_TRUE(next.state.mLacking.empty()) << "the same was seen";
+  lacks(next, 1, true);
+  logged(next, 5, 1);
+  lacks(next, 1, false);
+  EXPECT_THAT(next.state.mLacking, testing::ElementsAre(1)) << "a failure between does not hide it";
+  logged(next, 2, 1);
+  EXPECT_TRUE(next.state.mLacking.empty());
 }
 
 TEST_F(SchedulerLogTest, ErrorsAndCrashesAreCountedForTheirAction) {

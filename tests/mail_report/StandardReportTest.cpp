@@ -151,8 +151,11 @@ TEST_F(StandardReportTest, ComesEveryDayAtItsTimeAlsoWhenNothingRan) {
   // After failures only.
   set({{MailKey::time, 13 * 3600}, {MailKey::frequency, MailKey::kAfterFailures}});
   ran(1, "Fine", now() + kHour, LogCode::completed);
+  ZAN_Value lacks = run(3, "Home", now() + kHour, LogCode::completedWithErrors, 2, 0);
+  lacks.setValue(RunKey::onlyLacks, 1);
+  records.history.addHistoryEntry(lacks);
   advance(kDay);
-  EXPECT_THAT(heard(), SizeIs(4));
+  EXPECT_THAT(heard(), SizeIs(4)) << "what cannot be copied is no failure";
   ran(2, "Bad", now() - kHour, LogCode::timeOut);
   advance(kDay);
   ASSERT_THAT(heard(), SizeIs(5));
@@ -408,12 +411,19 @@ TEST_F(StandardReportTest, ThePageBeginsWithWhatNeedsAttention) {
   for (int i = 0; i < 11; ++i)
     ran(3, "Projects", now() - kDay - i * kMinute, LogCode::completed, 0, i < 2 ? 1'000'000 : 0);
   ran(4, "Stopped", now() - 5 * kHour, LogCode::abortedByUser);
+  for (const int ref : {7, 8}) {
+    ZAN_Value lacks = run(ref, ref == 7 ? "Home" : "Since left out", now() - ref * kHour,
+                          LogCode::completedWithErrors, 2, 0);
+    lacks.setValue(RunKey::onlyLacks, 1);
+    records.history.addHistoryEntry(lacks);
+  }
+  ran(8, "Since left out", now() - kHour, LogCode::completed, 0, 0);
   const auto facts = factsSince(since);
   EXPECT_EQ(facts.failed, 2);
-  EXPECT_EQ(facts.completed, 12);
+  EXPECT_EQ(facts.completed, 15);
   const ReportPage page(facts, gatherer, texts, strings);
   EXPECT_EQ(page.subject(), "Backups of " + machine.machine.networkName() +
-                                ": 2 failed, 1 overdue, 1 with errors, 12 completed");
+                                ": 2 failed, 1 overdue, 1 with errors, 15 completed");
   EXPECT_THAT(page.text(), HasSubstr("\n* Photos <Summer & more>: a disk or folder was not there\n"
                                      "  the disk “Attic” is not connected. So it went 2 times. "
                                      "Last success: Saturday at 12:00 PM. Connect the disk;"));
@@ -423,6 +433,9 @@ TEST_F(StandardReportTest, ThePageBeginsWithWhatNeedsAttention) {
                                      "today at 10:00 AM. It has run well since."));
   EXPECT_LT(page.text().find("* Photos"), page.text().find("* Letters"));
   EXPECT_LT(page.text().find("* Letters"), page.text().find("* Documents"));
+  EXPECT_THAT(page.text(), HasSubstr("\n* Home: 2 items cannot be copied\n  Everything else is"));
+  EXPECT_LT(page.text().find("* Documents"), page.text().find("* Home"));
+  EXPECT_THAT(page.text(), Not(HasSubstr("* Since left out")));
   EXPECT_THAT(page.text(), HasSubstr("\n  Projects, 11 runs, nothing new in 9, 2 MB, 0:12:50\n"));
   EXPECT_THAT(page.text(), HasSubstr("\n  Music, Today at 2:00 PM\n"));
   EXPECT_THAT(page.text(), HasSubstr("\n  Stopped: stopped by the user today at 7:00 AM\n"));

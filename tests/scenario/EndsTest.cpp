@@ -132,5 +132,41 @@ TEST(EndsTest, WhileTheTreeIsAwayNothingLeavesTheQueue) {
   EXPECT_EQ(day.executionsOf("Photos") + day.executionsOf("Mail"), 3U) << day.executions();
 }
 
+TEST(EndsTest, WhatCannotBeCopiedIsAmberUntilItIsSeenAndNeverRed) {
+  EndingDay day;
+  bool lacksOthers = true;
+  day.scripts["Mail"] = {
+      .seconds = 20, .status = 0, .onEnd = [&](StartedChild&) {
+        ZAN_Value entry = ZAN_Value::dictionary(
+            {{"C", LogCode::completedWithErrors}, {"R", day.mail}, {RunKey::onlyLacks, 1}});
+        if (lacksOthers) entry.setValue(RunKey::lacksOthers, 1);
+        day.machine.notifications.post({std::string(kSchedulerNotification), "AddToLog", entry});
+      }};
+  const auto icon = [&] { return day.machine.userInterface.statusIcon->first; };
+  day.runUntil("2024-01-02 13:02:00");
+  EXPECT_EQ(icon(), StatusIcon::lacking);
+  EXPECT_EQ(day.agent->state().mErrorInExecution, 0);
+  EXPECT_THAT(day.machine.userInterface.toolTip, HasSubstr("“Mail” is complete but for"));
+  EXPECT_EQ(day.agentObject.answers->status()["lacking"].at(0).string("title"), "Mail");
+  day.kill();
+  day.start();
+  day.runUntil("2024-01-02 13:10:00");
+  EXPECT_EQ(icon(), StatusIcon::lacking) << "nobody has seen it";
+  day.agent->commands().errorsWereSeen();
+  lacksOthers = false;
+  day.runUntil("2024-01-02 15:10:00");
+  EXPECT_EQ(icon(), StatusIcon::normal) << "the same has been seen";
+  lacksOthers = true;
+  day.runUntil("2024-01-02 16:02:00");
+  EXPECT_EQ(icon(), StatusIcon::lacking);
+  day.scripts["Mail"].onEnd = [&](StartedChild&) {
+    day.machine.notifications.post(
+        {std::string(kSchedulerNotification), "AddToLog",
+         ZAN_Value::dictionary({{"C", LogCode::completed}, {"R", day.mail}})});
+  };
+  day.runUntil("2024-01-02 17:02:00");
+  EXPECT_EQ(icon(), StatusIcon::normal);
+}
+
 }  // namespace
 }  // namespace corvana

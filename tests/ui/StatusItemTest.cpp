@@ -16,7 +16,15 @@ TEST(StatusItem, oneStateGoesBeforeAnother) {
   SimulatedUserInterface& screen = day.machine.userInterface;
   ASSERT_TRUE(screen.statusItem);
 
-  enum State { kError = 1, kDisabled = 2, kPaused = 4, kSurvey = 8, kRuns = 16, kWillDisable = 32 };
+  enum State {
+    kError = 1,
+    kDisabled = 2,
+    kPaused = 4,
+    kSurvey = 8,
+    kRuns = 16,
+    kWillDisable = 32,
+    kLacks = 64
+  };
   using Icon = StatusIcon;
   struct Row {
     int states;
@@ -42,6 +50,12 @@ TEST(StatusItem, oneStateGoesBeforeAnother) {
       {0, 1, 59, Icon::normal, false},
       {kWillDisable, 2, 60, Icon::willDisable, false},
       {kError, 2, 59, {}, true},
+      {kLacks, 2, 59, {}, false},
+      {kLacks, 1, 59, Icon::lacking, false},
+      {kLacks | kError, 1, {}, Icon::error, true},
+      {kLacks | kError, 2, {}, Icon::lacking, true},
+      {kLacks | kRuns, 2, {}, Icon::running, false},
+      {kLacks | kWillDisable, 1, {}, Icon::willDisable, false},
       {0, 2, {}, Icon::normal, false},
   };
   for (const bool otherDisk : {false, true}) {
@@ -50,6 +64,7 @@ TEST(StatusItem, oneStateGoesBeforeAnother) {
                                       << ", other disk " << otherDisk);
       const auto has = [&](State state) { return (row.states & state) != 0; };
       sources.records.state.mErrorInExecution = has(kError) ? 6 : 0;
+      sources.records.state.mLacking.assign(has(kLacks) ? 1 : 0, 101);
       sources.records.state.mScheduleDisabled = has(kDisabled);
       sources.records.state.mPause = has(kPaused);
       sources.records.state.mSurveyFolderResult = has(kSurvey) ? ZAN_Value("found") : ZAN_Value();

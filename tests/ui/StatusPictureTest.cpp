@@ -36,6 +36,8 @@ TEST(StatusPicture, onlyTheNormalPictureHasABadgeAndOnlyTheAlarmHasNoStyle) {
             (StatusPicture{"MenuNormalBlack", "BadgeHome", {}}));
   EXPECT_EQ(StatusPicture::of(StatusIcon::running, 2, 0), (StatusPicture{"MenuRunning", "", {}}));
   EXPECT_EQ(StatusPicture::of(StatusIcon::error, 1, 2), (StatusPicture{"MenuRed", "", {}}));
+  EXPECT_EQ(StatusPicture::of(StatusIcon::lacking, 2, 1),
+            (StatusPicture{"MenuAmber", "BadgeHome", {}}));
   EXPECT_EQ(StatusPicture::of(StatusIcon::normal, 1, 2).badge, "BadgeOffice");
   EXPECT_EQ(StatusPicture::of(StatusIcon::normal, 7, 2).badge, "BadgeNomad");
   EXPECT_EQ(StatusPicture::of(StatusIcon::normal, 0, 2).badge, "");
@@ -43,9 +45,9 @@ TEST(StatusPicture, onlyTheNormalPictureHasABadgeAndOnlyTheAlarmHasNoStyle) {
 }
 
 TEST(StatusPicture, everyPictureHasADrawing) {
-  for (const StatusIcon icon :
-       {StatusIcon::normal, StatusIcon::disabled, StatusIcon::diskChanged, StatusIcon::willDisable,
-        StatusIcon::running, StatusIcon::pause, StatusIcon::surveyResult, StatusIcon::error}) {
+  for (const StatusIcon icon : {StatusIcon::normal, StatusIcon::disabled, StatusIcon::diskChanged,
+                                StatusIcon::willDisable, StatusIcon::running, StatusIcon::pause,
+                                StatusIcon::surveyResult, StatusIcon::lacking, StatusIcon::error}) {
     for (const int context : {1, 2, 3}) {
       const StatusPicture picture = StatusPicture::of(icon, context, 0);
       const std::string icons = CORVANA_SOURCE_FOLDER "/resources/icons/";

@@ -135,7 +135,11 @@ std::string ErrorSummaryModel::text(std::size_t row, std::size_t column) const {
   const auto date = one["M"].asDate();
   if (column == 0) return date ? m.records.strings.getShortTimeDate(*date) : std::string();
   return column == 1 ? titleOf(one, m.records.texts)
-                     : resultInWords(one.integer("C"), m.records.texts);
+                     : RunWords(m.records.texts, m.records.strings).result(one);
+}
+
+WindowTable::Tone ErrorSummaryModel::tone(std::size_t row) const {
+  return mFailures[row].integer(RunKey::onlyLacks) != 0 ? Tone::caution : Tone::alert;
 }
 
 std::int64_t ErrorSummaryModel::id(std::size_t row) const {
@@ -144,7 +148,7 @@ std::int64_t ErrorSummaryModel::id(std::size_t row) const {
 
 std::string ErrorSummaryModel::details(std::size_t row) const {
   const ZAN_Value& one = mFailures[row];
-  std::string text = resultInWords(one.integer("C"), m.records.texts);
+  std::string text = RunWords(m.records.texts, m.records.strings).result(one);
   for (const char* key : {"F", "P"})
     if (one[key].isString() && !one.string(key).empty()) text += '\n' + one.string(key);
   return text;
@@ -183,13 +187,34 @@ void ErrorSummaryModel::confirmDeletion(std::size_t row,
       });
 }
 
+bool ErrorSummaryModel::lacksSomething(std::size_t row) const {
+  const ProgrammedAction* action = actionOf(row);
+  return action != nullptr && !action->getSettings()[CopyKey::notPossible].empty();
+}
+
+std::string ErrorSummaryModel::leaveOutMissing(std::size_t row) const {
+  const std::int64_t ref = mFailures[row].integer("R");
+  ActionTree& tree = m.records.tree;
+  ProgrammedAction* const action = tree.rootItem().actionForReference(ref);
+  if (action == nullptr) return {};
+  ZAN_Value settings = action->getSettings();
+  ActionsTools::leaveOutMissing(settings);
+  tree.holdChanges();
+  for (const auto key : {CopyKey::exclusions, CopyKey::notPossible})
+    tree.addInChangesList(*action, settings[key], key);
+  tree.storeHeldChanges();
+  return launchByHand(m, {ref});
+}
+
 const ProgrammedAction* ErrorSummaryModel::actionOf(std::size_t row) const {
   return m.records.tree.rootItem().actionForReference(mFailures[row].integer("R"));
 }
 
 void ErrorSummaryModel::showLatestActions() const { m.commands.showLatestActions(); }
 
-bool ErrorSummaryModel::hasUnseen() const { return m.records.state.mErrorInExecution != 0; }
+bool ErrorSummaryModel::hasUnseen() const {
+  return m.records.state.mErrorInExecution != 0 || !m.records.state.mLacking.empty();
+}
 
 void ErrorSummaryModel::markAsSeen() const {
   if (hasUnseen()) m.commands.errorsWereSeen();

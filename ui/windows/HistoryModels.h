@@ -63,7 +63,7 @@ class ErrorSummaryModel final : public WindowTable {
   std::vector<Column> columns() const override;
   std::size_t rowCount() const override { return mFailures.size(); }
   std::string text(std::size_t row, std::size_t column) const override;
-  Tone tone(std::size_t /*row*/) const override { return Tone::alert; }
+  Tone tone(std::size_t row) const override;
   std::int64_t id(std::size_t row) const override;
 
   /// What is known beside the result: the reason, and the path where it happened.
@@ -74,8 +74,12 @@ class ErrorSummaryModel final : public WindowTable {
   /// Asks the user about the number that was counted; a yes holds for that one and runs the action
   /// again. `said`: called then with what came of it in a line.
   void confirmDeletion(std::size_t row, std::function<void(std::string)> said) const;
+  /// Whether the action of that row could not copy something that it may leave out.
+  bool lacksSomething(std::size_t row) const;
+  /// It leaves that out from now on and runs again; what came of it, in a line.
+  std::string leaveOutMissing(std::size_t row) const;
   void showLatestActions() const;
-  /// Something failed that the user has not seen.
+  /// Something failed, or lacks what cannot be copied, that the user has not seen.
   bool hasUnseen() const;
   void markAsSeen() const;
   /// "Show this window when an action fails".

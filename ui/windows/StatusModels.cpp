@@ -8,6 +8,7 @@
 #include "actions/ActionContext.h"
 #include "core/record/DebugLog.h"
 #include "core/work/Announce.h"
+#include "ui/StatusItem.h"
 #include "ui/windows/WindowWords.h"
 
 namespace corvana {
@@ -96,7 +97,7 @@ std::vector<std::pair<std::string, std::string>> StatusModel::facts() const {
 std::string StatusModel::failureText() const {
   const auto& failures = m.records.state.mFailures;
   const ZAN_StringTable& texts = m.records.texts;
-  if (failures.empty()) return {};
+  if (failures.empty()) return m.statusItem.lackingText();
   if (failures.size() > 1) return texts.text("StatusFailures", {failures.size()});
   if (failures[0].code == LogCode::message) return texts.text("StatusOtherFailure");
   const std::string result = resultInWords(failures[0].code, texts);

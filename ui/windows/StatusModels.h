@@ -21,7 +21,8 @@ class StatusModel final : public WindowTable {
   /// Label and text of each line of facts. Their number does not change when something begins or
   /// ends, so that nothing below them moves.
   std::vector<std::pair<std::string, std::string>> facts() const;
-  /// What failed and was not seen yet, in a sentence; empty when nothing has.
+  /// What failed, or only lacks what cannot be copied, and was not seen yet, in a sentence; empty
+  /// for nothing.
   std::string failureText() const;
   void showFailures() const;
   void markFailuresAsSeen() const { m.commands.errorsWereSeen(); }
