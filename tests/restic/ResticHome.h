@@ -140,7 +140,7 @@ class ResticTest : public testing::Test {
                   "/locks' 2> /dev/null)\" = \"$before\" ] && { [ " + work +
                   " != init ] || [ -z \"$(ls '" + place +
                   "/keys')\" ]; }; do sleep 0.01; done; kill -KILL " + processes +
-                  ") 2> /dev/null & ;; esac\nexec \"$restic\" \"$@\"");
+                  ") > /dev/null 2>&1 & ;; esac\nexec \"$restic\" \"$@\"");
   }
 
   ScratchFolder scratch;
