@@ -50,8 +50,8 @@ class ZAN_StringUtils {
 
   /// Without blanks, tabs and line ends at both ends.
   static std::string_view trimmed(std::string_view text);
-  /// The text as it may stand in a line: control characters and every kind of line end become
-  /// blanks.
+  /// The text as it may stand in a line: control characters, every kind of line end, and what turns
+  /// the direction of text or cannot be seen become blanks.
   static std::string oneLine(std::string_view text);
   /// The text as one entry of a file of lines: what follows a line end is set in, so that it cannot
   /// be taken for another entry. A line end at the end stays.
