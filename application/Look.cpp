@@ -359,6 +359,14 @@ QVBoxLayout* makeScrollingColumn(QScrollArea* area, int widest) {
   return new QVBoxLayout(page);
 }
 
+void clearLayout(QLayout* layout) {
+  while (QLayoutItem* item = layout->takeAt(0)) {
+    if (item->widget() != nullptr) item->widget()->deleteLater();
+    if (item->layout() != nullptr) clearLayout(item->layout());
+    delete item;
+  }
+}
+
 QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool isPrimary) {
   auto* button = new QPushButton(text);
   button->setAutoDefault(isPrimary);

@@ -10,6 +10,7 @@
 
 class QBoxLayout;
 class QHBoxLayout;
+class QLayout;
 class QScrollArea;
 class QVBoxLayout;
 
@@ -92,6 +93,9 @@ class Card : public QFrame {
 /// Puts a page into the area, as wide as that but no wider than `widest` characters,
 /// since long lines are hard to read; it scrolls up and down. Gives the page's column.
 QVBoxLayout* makeScrollingColumn(QScrollArea* area, int widest);
+
+/// Takes out all that is in it; widgets go with the next pass of the loop.
+void clearLayout(QLayout* layout);
 
 /// `pressed` is called for mouse and keyboard. A primary one is what the page is there for.
 QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool isPrimary = false);

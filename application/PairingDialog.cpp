@@ -21,14 +21,6 @@ constexpr int kColumns = 60;      ///< of the dialog, in characters
 constexpr qsizetype kMostShown = 12;
 constexpr double kDigitsSize = 2.6;  ///< times the usual type
 
-void clear(QLayout* layout) {
-  while (QLayoutItem* item = layout->takeAt(0)) {
-    if (item->widget() != nullptr) item->widget()->deleteLater();
-    if (item->layout() != nullptr) clear(item->layout());
-    delete item;
-  }
-}
-
 QString lineOf(const ZAN_Value& text) { return qt(ZAN_StringUtils::oneLine(text.stringView())); }
 
 QVBoxLayout* columnIn(QWidget* page) {
@@ -160,7 +152,7 @@ QWidget* PairingDialog::endPage() {
 
 void PairingDialog::begin() {
   mStack->setCurrentIndex(0);
-  clear(mWaiting);
+  clearLayout(mWaiting);
   mNobody->setText(mHousehold.text("NetSearching"));
   mNobody->show();
   look();
@@ -186,7 +178,7 @@ void PairingDialog::found(const CommandChild::Ending& ending) {
   QStringList shown;
   for (int i = 0; i < mWaiting->count(); ++i) shown << mWaiting->itemAt(i)->widget()->objectName();
   if (shown == names) return;
-  clear(mWaiting);
+  clearLayout(mWaiting);
   for (const QString& name : names) {
     const std::string line = ZAN_StringUtils::oneLine(utf8(name));
     QPushButton* button = makeButton(
@@ -275,7 +267,7 @@ void PairedComputers::load() {
 }
 
 void PairedComputers::fill(const CommandChild::Ending& ending) {
-  clear(mList);
+  clearLayout(mList);
   if (!ending.isDone()) {
     mTrouble->setText(qt(ending.reason));
     return mTrouble->show();

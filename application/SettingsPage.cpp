@@ -28,14 +28,6 @@ namespace {
 constexpr int kTextColumns = 26;
 constexpr int kWidestColumns = 90;  ///< of a card
 
-void clear(QLayout* layout) {
-  while (QLayoutItem* item = layout->takeAt(0)) {
-    if (item->widget() != nullptr) item->widget()->deleteLater();
-    if (item->layout() != nullptr) clear(item->layout());
-    delete item;
-  }
-}
-
 /// Of what `corvana9 recover` calls so.
 const char* headingOf(const QString& which) {
   if (which == QLatin1String("actions")) return "SettingsCopyActions";
@@ -390,7 +382,7 @@ void SettingsPage::makeCopiesPage() {
 
 void SettingsPage::loadCopies() {
   mCopiesChild.run({QStringLiteral("recover")}, [this](const CommandChild::Ending& ending) {
-    clear(mCopies);
+    clearLayout(mCopies);
     for (const ZAN_Value& file : ending.answer.elements()) {
       auto* card = new Card;
       const QString which = qt(file.string("name"));
