@@ -20,7 +20,7 @@ let_go() {
   kill -9 "$(cat "$scratch/server.pid")" 2> /dev/null
   umount -l "$scratch/net/Share" 2> /dev/null
 }
-export CORVANA9_PATIENCE=5
+export CORVANA9_PATIENCE=15
 share="$scratch/net/Share"
 mkdir -p "$scratch/served/Films" "$scratch/served/Backup" "$scratch/other/Backup" "$HOME/Films" "$HOME/Photos" "$HOME/Copy"
 mount_share() { mkdir -p "$share"; sshfs "${1:-nas:$scratch/served}" "$share" -o "ssh_command=$scratch/server,max_conns=1,dir_cache=no"; }
