@@ -108,7 +108,7 @@ std::optional<Result<ZAN_Value>> CopiesRequest::look() {
   std::error_code failed;
   std::filesystem::remove(mFile, failed);
   std::filesystem::remove(TaskRequest::answerOf(mFile), failed);
-  return Result<ZAN_Value>(*std::move(ended));
+  return std::optional<Result<ZAN_Value>>(std::in_place, *std::move(ended));
 }
 
 /// Whether the agent would still say that it is executed, which whoever has the answer would read.
