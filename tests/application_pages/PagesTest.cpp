@@ -1,13 +1,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <QComboBox>
+#include <QDialog>
+#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QPointer>
 #include <QProcess>
 #include <QPushButton>
 #include <QSpinBox>
+#include <QStandardPaths>
 #include <QTest>
 #include <QTreeWidget>
 #include <filesystem>
@@ -214,6 +219,94 @@ TEST_F(PagesTest, WhatIsSetIsStoredForTheAgent) {
   EXPECT_TRUE(
       waitFor([&] { return says(page, "nothing was changed") || says(page, "localhost:25"); }));
   EXPECT_EQ(home.store().settings().mainAppSettings().integer("SendEmailReport"), 0);
+}
+
+TEST_F(PagesTest, WhatAnotherMachineHasKeptIsOpenedByItsAddressAndSeenInSmall) {
+  if (QStandardPaths::findExecutable("restic").isEmpty()) GTEST_SKIP() << "restic is missing";
+  folder.write("Documents/thesis.txt", "first thoughts\n");
+  folder.write("password", "open sesame\n");
+  ::chmod(folder.at("password").c_str(), 0600);
+  const QString place = qt(folder.at("far away"));
+  command({"add", "Papers", "--source", qt(folder.at("Documents")), "--engine", "restic",
+           "--repository", place, "--password-file", qt(folder.at("password")), "--manual"});
+  copy();
+  qputenv("HOME", folder.makeFolder("other home").c_str());
+  Household home(log, CORVANA_TEXTS);
+  home.store().createMissingDataFiles();
+  RestorePage page(home, navigator);
+  page.show();
+  page.refresh(kEverything);
+  const auto open = [&](const char* password) {
+    for (QComboBox* box : page.findChildren<QComboBox*>())
+      if (box->accessibleName() == home.text("RestoreChooser"))
+        emit box->activated(box->findText(home.text("RestoreFromServer")));
+    auto* const dialog = page.findChild<QDialog*>();
+    ASSERT_NE(dialog, nullptr);
+    dialog->findChild<QComboBox*>()->setCurrentIndex(3);
+    for (QLineEdit* edit : dialog->findChildren<QLineEdit*>()) {
+      if (edit->accessibleName() == home.text("ServerAddress")) edit->setText(place);
+      if (edit->accessibleName() == home.text("RepositoryPassword")) edit->setText(password);
+    }
+    const QPointer<QDialog> seen(dialog);
+    QTest::mouseClick(button(*dialog, home.text("RestoreServerOpen")), Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] { return seen.isNull(); }));
+  };
+  open("wrong");
+  EXPECT_TRUE(waitFor([&] { return says(page, "password"); })) << "in restic's words";
+  open("open sesame");
+  auto* const list = page.findChild<QTreeWidget*>();
+  ASSERT_TRUE(waitFor([&] { return row(*list, "thesis.txt") != nullptr; }));
+  row(*list, "thesis.txt")->setSelected(true);
+  EXPECT_TRUE(waitFor([&] { return says(page, "first thoughts"); }));
+  const auto left = [&] {
+    return QDir(qt(home.store().folder().hiddenFolderPath())).entryList({"Preview-*"});
+  };
+  EXPECT_TRUE(waitFor([&] { return left().isEmpty(); })) << "nobody reads it afterwards";
+}
+
+TEST_F(PagesTest, AllAgeAlarmsAreSetOnOnePage) {
+  folder.write("Documents/x", "x");
+  const auto add = [&](const QString& title, const QStringList& when) {
+    command(QStringList{"add", title, "--source", qt(folder.at("Documents")), "--destination",
+                        qt(folder.makeFolder("copies of " + utf8(title)))} +
+            when);
+  };
+  add("Daily", {"--daily", "08:00"});
+  add("By hand", {"--manual"});
+  Household home(log, CORVANA_TEXTS);
+  SettingsPage page(home, navigator);
+  page.refresh(kEverything);
+  auto* const side = page.findChild<QListWidget*>();
+  side->setCurrentItem(side->findItems(home.text("SettingsAlarms"), Qt::MatchExactly).front());
+  auto* const list = page.findChild<QTreeWidget*>();
+  ASSERT_EQ(list->topLevelItemCount(), 2);
+  QTreeWidgetItem* const daily = row(*list, "Daily");
+  EXPECT_EQ(daily->text(1), home.text("AlarmsDays", {3}));
+  EXPECT_EQ(row(*list, "By hand")->text(1), home.text("AlarmsByHand"));
+  EXPECT_FALSE(row(*list, "By hand")->flags() & Qt::ItemIsUserCheckable);
+  const auto record = [&] { return home.actions().childAtIndex(0).getSettings(); };
+  daily->setCheckState(0, Qt::Unchecked);
+  EXPECT_EQ(record().integer(ActionKey::ageAlarm), 0);
+  daily->setData(3, Qt::EditRole, 5);
+  EXPECT_EQ(record().integer(ActionKey::notExecutedDays), 5);
+  EXPECT_NE(record().integer(ActionKey::notExecuted), 0);
+  daily->setData(3, Qt::EditRole, 0);
+  EXPECT_EQ(record().integer(ActionKey::notExecuted), 0);
+
+  // The looks are seen as they are chosen.
+  side->setCurrentItem(side->findItems(home.text("SettingsLook"), Qt::MatchExactly).front());
+  QWidget* preview = nullptr;
+  for (QWidget* one : page.findChildren<QWidget*>())
+    if (one->accessibleName() == home.text("SettingsPreview")) preview = one;
+  ASSERT_NE(preview, nullptr);
+  preview->resize(700, 300);
+  const QImage before = preview->grab().toImage();
+  for (QComboBox* box : page.findChildren<QComboBox*>())
+    if (box->accessibleName() == home.text("PrefMessageColour")) {
+      box->setCurrentIndex(3);
+      emit box->activated(3);
+    }
+  EXPECT_NE(preview->grab().toImage(), before);
 }
 
 }  // namespace
