@@ -146,12 +146,14 @@ class MachineCard final : public Card {
     const bool isProven = mMachine["proven"].boolValue();
     const bool isBad = !isPaired && !isProven && !mMachine["locked"].boolValue();
     mProtection->setMeaning(isBad ? Look::Meaning::caution : Look::Meaning::muted);
-    mProtection->setText(mHousehold.text(mMachine["absent"].boolValue()   ? "NetKnown"
-                                         : mMachine["locked"].boolValue() ? "NetLocked"
-                                         : mState.isDictionary()          ? "NetPaired"
-                                         : isPaired                       ? "NetPairedUnsure"
-                                         : isProven                       ? "NetPassword"
-                                                                          : "NetUnproven"));
+    mProtection->setText(mHousehold.text(protection()));
+  }
+  const char* protection() const {
+    if (mMachine["absent"].boolValue()) return "NetKnown";
+    if (mMachine["locked"].boolValue()) return "NetLocked";
+    if (mState.isDictionary()) return "NetPaired";
+    if (mMachine["paired"].boolValue()) return "NetPairedUnsure";
+    return mMachine["proven"].boolValue() ? "NetPassword" : "NetUnproven";
   }
 
   /// Of one that has not said how it stands.
@@ -163,7 +165,8 @@ class MachineCard final : public Card {
       return qt(shortReason(mTrouble));
     }
     if (!mMachine["locked"].boolValue()) mDetails->setText(mHousehold.text("NetUnknown"));
-    return mHousehold.text(mMachine["active"].boolValue() ? "NetOn" : "NetOff");
+    const bool isOn = mMachine["active"].boolValue();
+    return mHousehold.text(isOn ? "NetOn" : "NetOff");
   }
 
   void fillState() {

@@ -84,8 +84,9 @@ std::string Drive::queue() { return text(agentObject.answers->queue(), false); }
 std::string Drive::next() { return text(agentObject.answers->next(), false); }
 
 std::map<std::string, std::string> Drive::values() {
-  static constexpr const char* kIcons[] = {"normal",  "disabled", "diskChanged",  "willDisable",
-                                           "running", "pause",    "surveyResult", "error"};
+  static constexpr const char* kIcons[] = {"normal",       "disabled", "diskChanged",
+                                           "willDisable",  "running",  "pause",
+                                           "surveyResult", "lacking",  "error"};
   static constexpr const char* kWindows[] = {
       "queue",           "nextActions",        "latestActions", "status",      "mountVolumes",
       "allDisks",        "volumesFolderError", "lowSpace",      "startupDisk", "errorSummary",

@@ -153,7 +153,7 @@ TEST(Ticks, DoEachDutyAtItsTime) {
        },
        prefers("SchedulerPrefDisplayIconWindow", 1)},
       {"an error and a pause", icon, 3,
-       "0.25 icon 5, 0.75 icon 7, 1.25 icon 5, 1.75 icon 7, 2.25 icon 5, 2.75 icon 7",
+       "0.25 icon 5, 0.75 icon 8, 1.25 icon 5, 1.75 icon 8, 2.25 icon 5, 2.75 icon 8",
        [](Drive& day) {
          ZAN_Value entry = info("C", 5);
          day.tell("AddToLog", entry);

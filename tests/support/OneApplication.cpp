@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <QApplication>
+#include <QElapsedTimer>
+#include <cerrno>
 #include <clocale>
 #include <memory>
 
@@ -19,7 +22,17 @@ class OneApplication final : public testing::Environment {
     mApplication = std::make_unique<QApplication>(mCount, mArguments);
     std::setlocale(LC_NUMERIC, "C");
   }
-  void TearDown() override { mApplication.reset(); }
+  void TearDown() override {
+    // A child that nobody wants any more ends by itself, and what held it goes then.
+    QElapsedTimer time;
+    siginfo_t child;
+    for (time.start(); !time.hasExpired(10'000);) {
+      if (::waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) != 0 && errno == ECHILD) break;
+      QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 10);
+    }
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    mApplication.reset();
+  }
 
  private:
   int mCount = 1;
