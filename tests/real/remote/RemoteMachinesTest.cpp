@@ -211,7 +211,9 @@ TEST_F(RemoteMachinesTest, PairedMachinesNeedNoPassword) {
   anna.stop(agent);
   second = startAgent(berta, secondOutput, false, "anna");
   ASSERT_TRUE(sees([](const ZAN_Value& list) {
-    return list.size() == 1 && list.at(0).string("name") == "anna";
+    // Beside the one that is paired and away.
+    return list.size() == 2 && list.at(0).string("name") == "anna" &&
+           !list.at(0)["absent"].boolValue() && list.at(1)["absent"].boolValue();
   })) << secondOutput;
   EXPECT_EQ(command({"peer", "anna", "launch", "101"}), 1) << "another machine took the name";
   EXPECT_THAT(berta.said, HasSubstr("the machine that this one is paired with does not answer"));
