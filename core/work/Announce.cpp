@@ -37,7 +37,8 @@ std::string progressInWords(const ZAN_Value& report, const ZAN_StringTable& text
     return texts.text("ProgressPlanning",
                       {strings.getIntegerWithSeparators(report.integer(ProgressKey::itemsSeen))});
   }
-  if (!report.contains(ProgressKey::bytesToCopy)) return {};
+  // Some know how much it is only after a while.
+  if (report[ProgressKey::bytesToCopy].unsignedValue() == 0) return {};
   const auto size = [&](std::string_view key) {
     return strings.getShortSizeBytes(report[key].unsignedValue());
   };
