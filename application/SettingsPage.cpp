@@ -126,7 +126,7 @@ void SettingsPage::addPreferences(QVBoxLayout* column, Preference::Page page, co
   card->column()->setSpacing(Look::space(3));
   card->column()->addWidget(new TextLabel(household().text(heading), Look::Size::heading));
   for (const Preference& one : Preferences::table())
-    if (one.page == page) addField(card->column(), one);
+    if (one.page == page && one.kind != Preference::Kind::command) addField(card->column(), one);
   column->addWidget(card);
 }
 
@@ -296,6 +296,8 @@ void SettingsPage::makeMailPage() {
   mTime->setKeyboardTracking(false);
   mTime->setDisplayFormat(QStringLiteral("HH:mm"));
   addRow(report->column(), household().text("PrefMailTime"), mTime, {});
+  for (const Preference& one : Preferences::table())
+    if (one.kind == Preference::Kind::command) addField(report->column(), one);
   QObject::connect(mMailOn, &QCheckBox::clicked, this,
                    [this](bool on) { changeMail("SendEmailReport", on ? 1 : 0); });
   QObject::connect(mEvery, &QComboBox::activated, this,
