@@ -213,7 +213,9 @@ TEST_F(ResticPlacesTest, KeepsSecretsInTheKeyringOrAFile) {
   const std::string call =
       "gdbus call --session --dest org.freedesktop.secrets --object-path /org/freedesktop/secrets "
       "--method org.freedesktop.";
-  while (!inIt(call + "DBus.Peer.Ping")) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  // It is on the bus before it has its keyring.
+  while (!inIt(call + "Secret.Service.ReadAlias default | grep collection"))
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(*secret.keep(place, hidden), "in the desktop's keyring");
   EXPECT_FALSE(isInFile());
   EXPECT_EQ(found(), secret.password);
