@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <initializer_list>
+#include <map>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "WorkWorld.h"
 #include "actions/TaskRequest.h"

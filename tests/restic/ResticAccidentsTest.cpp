@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 #include "tests/real/MountNamespace.h"

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
