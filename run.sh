@@ -179,8 +179,9 @@ agent=''
 
 title "What was copied"
 for folder in Photos Music Letters; do
-  diff -r "$HOME/$folder" "$HOME/Backup/$folder"
-  echo "$folder: $(find "$HOME/Backup/$folder" -type f | wc -l) files, equal to their sources"
+  # A hidden file says whose copy it is.
+  diff -r --exclude .corvana9-copy "$HOME/$folder" "$HOME/Backup/$folder"
+  echo "$folder: $(find "$HOME/Backup/$folder" -type f ! -name .corvana9-copy | wc -l) files, equal to their sources"
 done
 
 title "The log"
