@@ -203,13 +203,20 @@ TEST_F(MailCommandTest, AnAccountIsTriedKeptShownAndSwitchedOff) {
 }
 
 TEST_F(MailCommandTest, TheKeyringKeepsThePassword) {
-  for (const char* program : {"/usr/bin/gnome-keyring-daemon", "/usr/bin/secret-tool"})
+  for (const char* program :
+       {"/usr/bin/gnome-keyring-daemon", "/usr/bin/secret-tool", "/usr/bin/gdbus"})
     if (!ZAN_FilesUtils::exists(program)) GTEST_SKIP() << program << " is not installed";
   setenv("XDG_RUNTIME_DIR", machine.folder.makeFolder("run").c_str(), 1);
   setenv("HOME", machine.folder.makeFolder("keyring").c_str(), 1);
-  const test::ServerScript bus({"/usr/bin/dbus-run-session", "--", "/bin/sh", "-c",
-                                "printf pw | gnome-keyring-daemon --unlock --components=secrets > "
-                                "/dev/null; echo bus=$DBUS_SESSION_BUS_ADDRESS; cat > /dev/null"});
+  // The service is on the bus before it has its keyring.
+  const test::ServerScript bus(
+      {"/usr/bin/dbus-run-session", "--", "/bin/sh", "-c",
+       "printf pw | gnome-keyring-daemon --unlock --components=secrets > "
+       "/dev/null; until gdbus call --session --dest org.freedesktop.secrets "
+       "--object-path /org/freedesktop/secrets --method "
+       "org.freedesktop.Secret.Service.ReadAlias default | "
+       "grep -q collection; do sleep 0.05; done; "
+       "echo bus=$DBUS_SESSION_BUS_ADDRESS; cat > /dev/null"});
   if (!bus.ports.contains("bus")) GTEST_SKIP() << "no bus for a keyring";
   setenv("DBUS_SESSION_BUS_ADDRESS", bus.ports.at("bus").c_str(), 1);
   ASSERT_EQ(setUp("-", "pa ss\n"), kDone) << err.str();
