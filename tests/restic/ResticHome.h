@@ -38,8 +38,9 @@ class ResticTest : public testing::Test {
  protected:
   ResticTest() {
     clock.time = real.now();
-    // Its cache, and what the real one of the user would say to it.
+    // Neither the cache nor the keyring of the user.
     ::setenv("RESTIC_CACHE_DIR", (scratch / "cache").c_str(), 1);
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
     scratch.write("Documents/letter", "dear");
     scratch.write("Documents/sub/we ird [1]*.txt", "figures");
     scratch.write("password", "open sesame\n");

@@ -11,8 +11,9 @@
 #include <memory>
 #include <thread>
 
-#include "tests/restic/LoopbackServer.h"
 #include "tests/restic/ResticHome.h"
+#include "tests/support/Keyring.h"
+#include "tests/support/LoopbackServer.h"
 
 namespace corvana {
 namespace {
@@ -166,20 +167,7 @@ TEST_F(ResticPlacesTest, ReachesObjectStorage) {
 }
 
 TEST_F(ResticPlacesTest, KeepsSecretsInTheKeyringOrAFile) {
-  SKIP_WITHOUT("/usr/bin/secret-tool");
-  SKIP_WITHOUT("/usr/bin/gnome-keyring-daemon");
-  SKIP_WITHOUT("/usr/bin/gdbus");
-  const std::string bus = "unix:path=" + scratch / "bus";
-  scratch.write("bus.conf", "<busconfig><type>session</type><listen>" + bus +
-                                "</listen><policy context=\"default\"><allow send_destination="
-                                "\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/><allow "
-                                "own=\"*\"/></policy></busconfig>");
-  const auto inIt = [&](const std::string& command) {
-    return std::system((command + " > /dev/null 2>&1").c_str()) == 0;
-  };
-  const char* const before = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-  const std::string usual = before ? before : "";
-  ::setenv("DBUS_SESSION_BUS_ADDRESS", bus.c_str(), 1);
+  if (!Keyring::isInstalled()) GTEST_SKIP() << "no keyring of a desktop is installed";
   const std::string place = "sftp:me@host:/backup";
   const std::string hidden = scratch / "hidden";
   const RepositorySecret secret{.password = "open\tsesame", .address = ""};
@@ -195,39 +183,24 @@ TEST_F(ResticPlacesTest, KeepsSecretsInTheKeyringOrAFile) {
     const auto secret = RepositorySecret::find(place, hidden);
     return secret ? secret->password : secret.error().text;
   };
-  // Without a service, and with one that is not there.
+  // Without a bus, and with one on which no keyring is.
   EXPECT_THAT(*secret.keep(place, hidden), HasSubstr("in the file"));
-  Server daemon({"/usr/bin/dbus-daemon", "--nofork", "--config-file=" + scratch / "bus.conf"});
-  while (!fs::exists(scratch / "bus")) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  Keyring keyring;
   EXPECT_THAT(*secret.keep(place, hidden), HasSubstr("in the file"));
   EXPECT_TRUE(isInFile());
   EXPECT_EQ(found(), secret.password);
 
-  fs::create_directories(scratch / "home/.local/share/keyrings");
-  fs::create_directory(scratch / "runtime");
-  fs::permissions(scratch / "runtime", fs::perms::owner_all);
-  Server keyring({"/bin/sh", "-c",
-                  "printf login | HOME='" + scratch / "home" + "' XDG_RUNTIME_DIR='" +
-                      scratch / "runtime" +
-                      "' gnome-keyring-daemon --unlock --components=secrets --foreground"});
-  const std::string call =
-      "gdbus call --session --dest org.freedesktop.secrets --object-path /org/freedesktop/secrets "
-      "--method org.freedesktop.";
-  // It is on the bus before it has its keyring.
-  while (!inIt(call + "Secret.Service.ReadAlias default | grep collection"))
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  keyring.start();
   EXPECT_EQ(*secret.keep(place, hidden), "in the desktop's keyring");
   EXPECT_FALSE(isInFile());
   EXPECT_EQ(found(), secret.password);
 
   // Locked, and nobody there who would open it.
-  ASSERT_TRUE(inIt(call + "Secret.Service.Lock \"['/org/freedesktop/secrets/aliases/default']\""));
+  ASSERT_TRUE(keyring.lock());
   EXPECT_THAT(found(), HasSubstr("keyring is locked"));
   EXPECT_THAT(*secret.keep(place, hidden), HasSubstr("in the file"));
   EXPECT_TRUE(isInFile());
   EXPECT_EQ(found(), secret.password);
-  usual.empty() ? ::unsetenv("DBUS_SESSION_BUS_ADDRESS")
-                : ::setenv("DBUS_SESSION_BUS_ADDRESS", usual.c_str(), 1);
 }
 
 TEST(RepositoryAddress, ShowsNoPasswordAndFindsItsServer) {

@@ -9,8 +9,8 @@
 
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/TaskRequest.h"
-#include "tests/restic/LoopbackServer.h"
 #include "tests/restic/ResticHome.h"
+#include "tests/support/LoopbackServer.h"
 
 namespace corvana {
 namespace {

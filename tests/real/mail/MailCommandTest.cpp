@@ -11,6 +11,7 @@
 #include "mail/smtp/StoredMailSettings.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "tests/real/mail/MailServer.h"
+#include "tests/support/Keyring.h"
 
 namespace corvana {
 namespace {
@@ -203,22 +204,9 @@ TEST_F(MailCommandTest, AnAccountIsTriedKeptShownAndSwitchedOff) {
 }
 
 TEST_F(MailCommandTest, TheKeyringKeepsThePassword) {
-  for (const char* program :
-       {"/usr/bin/gnome-keyring-daemon", "/usr/bin/secret-tool", "/usr/bin/gdbus"})
-    if (!ZAN_FilesUtils::exists(program)) GTEST_SKIP() << program << " is not installed";
-  setenv("XDG_RUNTIME_DIR", machine.folder.makeFolder("run").c_str(), 1);
-  setenv("HOME", machine.folder.makeFolder("keyring").c_str(), 1);
-  // The service is on the bus before it has its keyring.
-  const test::ServerScript bus(
-      {"/usr/bin/dbus-run-session", "--", "/bin/sh", "-c",
-       "printf pw | gnome-keyring-daemon --unlock --components=secrets > "
-       "/dev/null; until gdbus call --session --dest org.freedesktop.secrets "
-       "--object-path /org/freedesktop/secrets --method "
-       "org.freedesktop.Secret.Service.ReadAlias default | "
-       "grep -q collection; do sleep 0.05; done; "
-       "echo bus=$DBUS_SESSION_BUS_ADDRESS; cat > /dev/null"});
-  if (!bus.ports.contains("bus")) GTEST_SKIP() << "no bus for a keyring";
-  setenv("DBUS_SESSION_BUS_ADDRESS", bus.ports.at("bus").c_str(), 1);
+  if (!Keyring::isInstalled()) GTEST_SKIP() << "no keyring of a desktop is installed";
+  Keyring keyring;
+  keyring.start();
   ASSERT_EQ(setUp("-", "pa ss\n"), kDone) << err.str();
   EXPECT_THAT(out.str(), HasSubstr("as user, password in the keyring\n"));
   EXPECT_FALSE(ZAN_FilesUtils::exists(machine.folder.at("config/corvana9/mail-password")));
