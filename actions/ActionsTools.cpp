@@ -290,6 +290,14 @@ std::optional<ReferenceTime> ActionsTools::getLastExecutionDateForSettings(
   return date && std::isfinite(*date) ? date : std::nullopt;
 }
 
+std::optional<ReferenceTime> ActionsTools::getLastSuccessDateForSettings(
+    const ZAN_Value& settings) {
+  if (!isExecutedByUs(settings) || !settings.contains(ActionKey::lastSuccess))
+    return getLastExecutionDateForSettings(settings);
+  const std::optional<ReferenceTime> date = settings[ActionKey::lastSuccess].asDate();
+  return date && std::isfinite(*date) && *date != 0 ? date : std::nullopt;
+}
+
 std::int64_t ActionsTools::getExecutionsCountForSettings(const ZAN_Value& settings) {
   return settings.integer("ExecCounter");
 }
@@ -327,6 +335,10 @@ void ActionsTools::leaveOutMissing(ZAN_Value& settings) {
   settings.setValue(CopyKey::notPossible, ZAN_Value::array());
 }
 
+bool ActionsTools::isExecutedByUs(const ZAN_Value& settings) {
+  return settings["OptionsPerformer"].stringView() == "corvana9";
+}
+
 bool ActionsTools::toleratesOtherVolumes(const ZAN_Value& settings) {
   return settings.integer("ItemsVolumeTolerance") != 0;
 }
@@ -345,7 +357,7 @@ struct FilledCopy {
 
 std::vector<FilledCopy> copiesOf(const ZAN_Value& settings) {
   std::vector<FilledCopy> copies;
-  if (settings["OptionsPerformer"].stringView() != "corvana9") return copies;
+  if (!ActionsTools::isExecutedByUs(settings)) return copies;
   const std::string destination(ActionsTools::getDestinationForAction(settings).path());
   if (destination.empty()) return copies;
   for (auto& source : ActionsTools::getSourcesForAction(settings)) {

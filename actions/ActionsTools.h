@@ -82,6 +82,9 @@ class ActionsTools {
   bool isLastScheduleDateAhead(const ZAN_Value& settings) const;
 
   static std::optional<ReferenceTime> getLastExecutionDateForSettings(const ZAN_Value& settings);
+  /// Nothing without one. Whatever other programs execute counts as one, and so does what was
+  /// executed before successes were noted.
+  static std::optional<ReferenceTime> getLastSuccessDateForSettings(const ZAN_Value& settings);
   static std::int64_t getExecutionsCountForSettings(const ZAN_Value& settings);
 
   /// The folder descriptions of an action's sources: those of "ItemsListOfSourcePath", an array of
@@ -99,6 +102,8 @@ class ActionsTools {
   /// What the last run could not copy is left out from now on, and is not missed any more.
   static void leaveOutMissing(ZAN_Value& settings);
   /// Whether any volume in the place of a described one will do.
+  /// Whether the execute program of our own performs it.
+  static bool isExecutedByUs(const ZAN_Value& settings);
   static bool toleratesOtherVolumes(const ZAN_Value& settings);
 
   /// What the texts below are formed with. `strings` is of the calendar's zone.

@@ -255,7 +255,7 @@ ProgrammedAction* ProgrammedAction::createActionCopy() {
   if (mSettings.isNull() || mParent == nullptr) return nullptr;
   ZAN_Value record = mSettings;
   for (const char* key : {"Ref", "Shortcut", "CreationDate", "ExecCounter", "LastExecutionDate",
-                          "LastScheduleDate", "LastBackupDateForFilter"}) {
+                          "LastScheduleDate", "LastBackupDateForFilter", "LastSuccessDate"}) {
     record.removeKey(key);
   }
   record.setValue("Title", mTree.texts().text("ActionCopy", {getTitle()}));

@@ -139,7 +139,7 @@ void AgeAlarms::fill(QTreeWidgetItem& row, const ProgrammedAction& action) {
                                               {static_cast<std::int64_t>(std::ceil(*limit / kDay))})
                             : mHousehold.text("AlarmsByHand"));
   row.setForeground(kAfter, Look::colour(isOn ? Look::Meaning::plain : Look::Meaning::muted));
-  const auto success = ActionsTools::getLastExecutionDateForSettings(record);
+  const auto success = ActionsTools::getLastSuccessDateForSettings(record);
   row.setText(kLast,
               success ? qt(pastDateOf(mHousehold, *success)) : mHousehold.text("CardNoSuccess"));
   const bool isOverdue =

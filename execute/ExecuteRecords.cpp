@@ -90,6 +90,7 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
 
   auto* action = mFiles.tree.rootItem().actionForReference(mReference);
   if (action && end.isExecuted()) {
+    noteSuccess(*action, end.isSuccess());
     action->incrementExecutionCounter();
     action->setLastExecutionDate();
     const ZAN_Value& settings = action->getSettings();
@@ -115,6 +116,23 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
   addToLog(end);
   mMessages.postHistoryChanged();
   forgetCurrentPath();
+}
+
+/// Records of before know only that something was executed, be it with errors; the history tells.
+void ExecuteRecords::noteSuccess(ProgrammedAction& action, bool isSuccess) {
+  if (isSuccess) {
+    action.addInChangesList(ZAN_Value::date(mFiles.store.clock().now()), ActionKey::lastSuccess);
+    return;
+  }
+  if (action.getSettings().contains(ActionKey::lastSuccess)) return;
+  ReferenceTime last = 0;
+  for (const ZAN_Value& entry : mFiles.history.getProgrammedHistoryList().elements()) {
+    const bool isWhole = entry.integer("C") == static_cast<int>(ExecuteCode::completed) ||
+                         entry.integer(RunKey::onlyLacks) != 0;
+    if (isWhole && entry.integer("Ref") == mReference && !entry.contains(TaskRequest::kTaskKey))
+      last = entry["EndDate"].asDate().value_or(last);
+  }
+  action.addInChangesList(ZAN_Value::date(last), ActionKey::lastSuccess);
 }
 
 /// A target that was away is tried again soon, later and much later; then the schedule goes on.

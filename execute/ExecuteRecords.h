@@ -52,8 +52,9 @@ class ExecuteRecords {
  private:
   void addToLog(const ExecuteEnd& end, std::string_view task = {});
   std::string reasonOf(const ExecuteEnd& end) const;
-  /// Whether they are others than those kept so far.
+  void noteSuccess(ProgrammedAction& action, bool isSuccess);
   void noteReach(ProgrammedAction& action, bool isUnreachable);
+  /// Whether they are others than those kept so far.
   static bool keepIfOther(ProgrammedAction& action, std::string_view key,
                           const std::vector<std::string>& texts);
   void saveResults(const ExecuteEnd& end);

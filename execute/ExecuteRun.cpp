@@ -104,7 +104,7 @@ void ExecuteRun::perform(const ExecuteArguments& arguments) {
 Result<std::unique_ptr<Engine>> ExecuteRun::engineFor(
     const ZAN_Value& settings, FolderWatch& watch,
     std::function<void(const ExecuteProgress&)> tell) const {
-  if (settings["OptionsPerformer"].stringView() != "corvana9") {
+  if (!ActionsTools::isExecutedByUs(settings)) {
     return Error{ErrorKind::refused, "OptionsPerformer: the action was not made for this program"};
   }
   return makeEngine({.settings = settings}, mSurroundings.host(watch, std::move(tell)));

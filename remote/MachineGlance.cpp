@@ -57,7 +57,7 @@ ZAN_Value MachineGlance::of(Records& m, const Work& work, AgentAnswers& answers)
          {"title", action->getTitle()},
          {"mode", action->actionType()},
          {"launchable", settings.integer("TriggerPreventRemoteLaunch") == 0}});
-    if (const auto success = ActionsTools::getLastExecutionDateForSettings(settings))
+    if (const auto success = ActionsTools::getLastSuccessDateForSettings(settings))
       one.setValue("lastSuccess", ZAN_Value::date(*success));
     const auto date = next.find(action->getReference());
     if (date != next.end()) one.setValue("next", date->second);

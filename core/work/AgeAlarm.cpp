@@ -56,7 +56,7 @@ std::optional<ReferenceTime> AgeAlarm::overdueSince(const ProgrammedAction& acti
                                                     ReferenceTime now) {
   const ZAN_Value& settings = action.getSettings();
   if (settings.integer(ActionKey::ageAlarm) == 0 || !action.schedule().automatic) return {};
-  const auto success = ActionsTools::getLastExecutionDateForSettings(settings);
+  const auto success = ActionsTools::getLastSuccessDateForSettings(settings);
   const auto since = success ? success : settings["SaveEditDate"].asDate();
   // No limit is shorter.
   if (!since || now - *since < kLeast) return {};

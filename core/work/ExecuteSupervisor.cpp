@@ -197,7 +197,7 @@ void ExecuteSupervisor::beginWatch(const ZAN_Value& settings) {
   constexpr double kMostMinutes = 10'080;
   mStop.forget();
   mToldStall.reset();
-  mIsOurOwn = settings["OptionsPerformer"].stringView() == "corvana9";
+  mIsOurOwn = ActionsTools::isExecutedByUs(settings);
   const double minutes = settings.contains(kNoProgressMinutes)
                              ? settings[kNoProgressMinutes].doubleValue()
                              : m.preferences.mPrefNoProgressMinutes;

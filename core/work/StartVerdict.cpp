@@ -80,7 +80,7 @@ bool concernsMountedVolume(const ZAN_Value& settings, const StartSituation& situ
   const auto mount = situation.volumes->reference().ofPath(std::string(situation.mountedDevice));
   const bool isKnown = mount && mount->target == situation.mountedDevice;
   // Our own program would only say that it is another one.
-  const bool isStrict = isKnown && settings["OptionsPerformer"].stringView() == "corvana9" &&
+  const bool isStrict = isKnown && ActionsTools::isExecutedByUs(settings) &&
                         !ActionsTools::toleratesOtherVolumes(settings);
   const auto onVolume = [&](const FolderDescription& item) {
     if (isKnown && situation.volumes->isOn(item, *mount)) return true;

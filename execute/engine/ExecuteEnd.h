@@ -67,6 +67,7 @@ struct ExecuteEnd {
     return code == ExecuteCode::completedWithErrors && reason.empty() && notPossible > 0 &&
            errors == notPossible;
   }
+  bool isSuccess() const { return code == ExecuteCode::completed || onlyLacks(); }
 };
 
 }  // namespace corvana

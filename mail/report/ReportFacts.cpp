@@ -311,7 +311,7 @@ void ReportGatherer::takeOverdue(const ProgrammedAction::Nodes& actions, ReportF
     if (mFailed.contains(action->getReference()) ||
         !AgeAlarm::overdueSince(*action, mStore.dates().calendar(), now))
       continue;
-    const auto success = ActionsTools::getLastExecutionDateForSettings(action->getSettings());
+    const auto success = ActionsTools::getLastSuccessDateForSettings(action->getSettings());
     facts.attention.push_back(
         {ReportAttention::Weight::overdue,
          mTexts.text("ReportOverdueTitle", {shortened(action->getTitle())}),

@@ -297,7 +297,27 @@ TEST_F(ExecuteRunTest, TellsOfAnItemThatCannotBeCopiedAndHowToLeaveItOut) {
   EXPECT_EQ(lastHistory().integer(RunKey::notPossible), 1);
   EXPECT_EQ(lastHistory().integer(RunKey::onlyLacks), 1);
   EXPECT_EQ(record()[CopyKey::notPossible], ZAN_Value::array({"/mine"}));
-  EXPECT_TRUE(record()["LastExecutionDate"].isDate()) << "a success for the age alarm";
+  EXPECT_EQ(record()[ActionKey::lastSuccess].asDate(), lastHistory()["EndDate"].asDate());
+}
+
+TEST_F(ExecuteRunTest, NotesItsLastSuccessApartFromItsLastRun) {
+  makeAction(2);
+  run();
+  const ZAN_Value good = lastHistory();
+  ASSERT_EQ(good.integer("C"), 2);
+  rsync = testing::TempDir() + "rsync" + std::to_string(::getpid());
+  std::ofstream(rsync) << "#!/bin/sh\nexit 23\n";
+  fs::permissions(rsync, fs::perms::owner_all);
+  for (int i = 0; i < 2; ++i) {
+    real.clock.sleep(1);
+    run();
+    EXPECT_EQ(lastHistory().integer("C"), 14);
+    EXPECT_EQ(record()[ActionKey::lastSuccess].asDate(), good["EndDate"].asDate());
+    EXPECT_GT(*record()["LastExecutionDate"].asDate(), *good["EndDate"].asDate());
+    // The first of them found a record of a version that noted runs alone.
+    settings = record();
+  }
+  fs::remove(rsync);
 }
 
 TEST_F(ExecuteRunTest, EstimatesWithoutCopying) {

@@ -161,9 +161,17 @@ TEST(AgeAlarms, AreSaidOnceADayAndEndWithASuccess) {
   EXPECT_EQ(alarms(), 1U);
   month.runUntil("2024-01-08 14:00:00");
   EXPECT_EQ(alarms(), 4U) << "once a day, restarts or not";
-  month.agent->tree().rootItem().actionForReference(photos)->setLastExecutionDate();
+  const auto noteRun = [&](ZAN_Value success) {
+    ProgrammedAction* const action = month.agent->tree().rootItem().actionForReference(photos);
+    action->setLastExecutionDate();
+    action->setSetting(ActionKey::lastSuccess, std::move(success));
+  };
+  noteRun(ZAN_Value::date(0));
   month.runUntil("2024-01-10 14:00:00");
-  EXPECT_EQ(alarms(), 4U);
+  EXPECT_EQ(alarms(), 6U) << "a run with errors is no success";
+  noteRun(ZAN_Value::date(month.machine.clock.now()));
+  month.runUntil("2024-01-12 14:00:00");
+  EXPECT_EQ(alarms(), 6U);
 }
 
 }  // namespace
