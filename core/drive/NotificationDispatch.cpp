@@ -154,9 +154,16 @@ void NotificationDispatch::openPreferences(const ZAN_Value&) {
   mControls.showWindow(Window::preferences);
 }
 
-void NotificationDispatch::actionListChanged(const ZAN_Value&) {
+void NotificationDispatch::readTreeAnew() {
   m.tree.releaseRootItem();
   mWork.supervisor.stopIfActionIsGone();
+  m.log.keepLacking([this](std::int64_t reference) {
+    return m.tree.rootItem().actionForReference(reference) != nullptr;
+  });
+}
+
+void NotificationDispatch::actionListChanged(const ZAN_Value&) {
+  readTreeAnew();
   mWork.evaluation.checkActionsToLaunch();
   mWork.evaluation.rebuildActionsList();
   mMachine.shutdownHelper.update();
@@ -164,8 +171,7 @@ void NotificationDispatch::actionListChanged(const ZAN_Value&) {
 }
 
 void NotificationDispatch::actionChanged(const ZAN_Value&) {
-  m.tree.releaseRootItem();
-  mWork.supervisor.stopIfActionIsGone();
+  readTreeAnew();
   m.channel.postToMainApp("ActionListChanged");
 }
 

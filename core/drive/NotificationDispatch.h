@@ -54,6 +54,7 @@ class NotificationDispatch {
   void applicationWillQuit(const ZAN_Value&) { mMainAppReceiveNotifications = false; }
   void preferencesDidChange(const ZAN_Value&);
   void openPreferences(const ZAN_Value&);
+  void readTreeAnew();
   void actionListChanged(const ZAN_Value&);
   void actionChanged(const ZAN_Value&);
   void cleanVolumesFolder(const ZAN_Value&);

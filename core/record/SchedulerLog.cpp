@@ -131,6 +131,11 @@ void SchedulerLog::clearErrorState() {
   failuresChanged();
 }
 
+void SchedulerLog::keepLacking(const std::function<bool(std::int64_t reference)>& isThere) {
+  if (std::erase_if(mState.mLacking, [&](std::int64_t ref) { return !isThere(ref); }) != 0)
+    failuresChanged();
+}
+
 void SchedulerLog::addFailure(std::int64_t ref, int code) {
   auto& failures = mState.mFailures;
   if (!failures.empty() && failures.back().ref == ref && failures.back().code == code) return;

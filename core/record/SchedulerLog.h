@@ -63,6 +63,8 @@ class SchedulerLog {
   void showErrorState(int code) { addFailure(0, code); }
   /// The user has seen the errors and what is lacking: both go from the state.
   void clearErrorState();
+  /// What an action that is gone was lacking goes with it.
+  void keepLacking(const std::function<bool(std::int64_t reference)>& isThere);
   /// What an earlier run of the agent left of them.
   void restoreErrorState();
 

@@ -107,6 +107,10 @@ TEST_F(SchedulerLogTest, WhatCannotBeCopiedIsShownOnceAndIsNoFailure) {
   EXPECT_THAT(next.state.mLacking, testing::ElementsAre(1)) << "a failure between does not hide it";
   logged(next, 2, 1);
   EXPECT_TRUE(next.state.mLacking.empty());
+  lacks(next, 1, true);
+  lacks(next, 2, true);
+  next.schedulerLog.keepLacking([](std::int64_t reference) { return reference == 2; });
+  EXPECT_THAT(next.state.mLacking, testing::ElementsAre(2)) << "the other was deleted";
 }
 
 TEST_F(SchedulerLogTest, ErrorsAndCrashesAreCountedForTheirAction) {
