@@ -23,9 +23,6 @@ constexpr double kHigh = 460;
 constexpr double kPanel = 32;
 constexpr double kIcon = 22;
 constexpr double kGap = 16;
-/// Values of the preferences that mean that something is not there.
-constexpr int kIconNever = 3;
-constexpr int kFloatingNever = 2;
 
 }  // namespace
 
@@ -88,7 +85,7 @@ void AppearancePreview::paintEvent(QPaintEvent* /*event*/) {
   painter.fillRect(all, sky);
   painter.fillRect(QRectF(0, 0, kWide, kPanel),
                    Look::isDark() ? QColor(20, 24, 30) : QColor(244, 245, 247));
-  if (mPreferences.mShowIconMenuMode != kIconNever) {
+  if (mPreferences.mShowIconMenuMode != IconShown::statusIconNever) {
     const StatusPicture picture =
         StatusPicture::of(StatusIcon::normal, 0, mPreferences.mShowIconMenuType);
     mPictures.icon(picture).paint(
@@ -102,7 +99,7 @@ void AppearancePreview::paintEvent(QPaintEvent* /*event*/) {
     painter.drawPixmap(QPointF(place.x, kHigh - place.y - size.height()), picture);
     painter.setOpacity(1);
   };
-  if (mPreferences.mShowFloatingIconMode != kFloatingNever) {
+  if (mPreferences.mShowFloatingIconMode != IconShown::floatingIconNever) {
     const QSizeF size = mFloating.deviceIndependentSize();
     draw(mFloating, {kWide - kGap - size.width(), visible.height - kGap - size.height()},
          mPreferences.mPrefFloatingIconTransparency / 100);

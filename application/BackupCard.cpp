@@ -43,17 +43,6 @@ QColor markColour(RunKind kind) {
   return colour;
 }
 
-QWidget* columnOf(std::initializer_list<QWidget*> widgets) {
-  auto* column = new QWidget;
-  auto* layout = new QVBoxLayout(column);
-  layout->setContentsMargins(0, 0, 0, 0);
-  layout->setSpacing(Look::space(1));
-  layout->addStretch(1);
-  for (QWidget* widget : widgets) layout->addWidget(widget);
-  layout->addStretch(1);
-  return column;
-}
-
 }  // namespace
 
 RunBar::RunBar(Household& household) : mHousehold(household) {
@@ -127,11 +116,11 @@ BackupCard::BackupCard(Household& household, const Hooks& hooks)
   auto* sideColumn = new QHBoxLayout(side);
   sideColumn->setContentsMargins(0, 0, 0, 0);
   sideColumn->setSpacing(Look::space(3));
-  sideColumn->addWidget(columnOf({mRoom, mFree}), 1);
+  sideColumn->addWidget(makeColumn({mRoom, mFree}), 1);
   sideColumn->addLayout(buttons);
-  mParts[0] = columnOf({mTitle, mWay});
-  mParts[1] = columnOf({mLast, mResult});
-  mParts[2] = columnOf({mRuns, mProgress, mNext});
+  mParts[0] = makeColumn({mTitle, mWay});
+  mParts[1] = makeColumn({mLast, mResult});
+  mParts[2] = makeColumn({mRuns, mProgress, mNext});
   mParts[3] = side;
   // The columns of all cards stand below each other, whatever is in them.
   for (QWidget* part : {mParts[0], mParts[1], mParts[2]})

@@ -367,6 +367,17 @@ void clearLayout(QLayout* layout) {
   }
 }
 
+QWidget* makeColumn(std::initializer_list<QWidget*> widgets) {
+  auto* column = new QWidget;
+  auto* layout = new QVBoxLayout(column);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(Look::space(1));
+  layout->addStretch(1);
+  for (QWidget* widget : widgets) layout->addWidget(widget);
+  layout->addStretch(1);
+  return column;
+}
+
 QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool isPrimary) {
   auto* button = new QPushButton(text);
   button->setAutoDefault(isPrimary);

@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <functional>
+#include <initializer_list>
 
 class QBoxLayout;
 class QHBoxLayout;
@@ -96,6 +97,9 @@ QVBoxLayout* makeScrollingColumn(QScrollArea* area, int widest);
 
 /// Takes out all that is in it; widgets go with the next pass of the loop.
 void clearLayout(QLayout* layout);
+
+/// One below the other, in the middle of the height, as the parts of a card stand.
+QWidget* makeColumn(std::initializer_list<QWidget*> widgets);
 
 /// `pressed` is called for mouse and keyboard. A primary one is what the page is there for.
 QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool isPrimary = false);

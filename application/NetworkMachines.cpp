@@ -62,8 +62,11 @@ class MachineCard final : public Card {
         mMenu(new QMenu(this)) {
     auto* row = new QHBoxLayout;
     row->setSpacing(Look::space(4));
-    row->addWidget(columnOf({mName, mProtection}), 1);
-    row->addWidget(columnOf({mStanding, mDetails, mTold}), 1);
+    for (QWidget* part :
+         {makeColumn({mName, mProtection}), makeColumn({mStanding, mDetails, mTold})}) {
+      part->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+      row->addWidget(part, 1);
+    }
     row->addWidget(mMore);
     column()->addLayout(row);
     mMore->setFlat(true);
@@ -103,18 +106,6 @@ class MachineCard final : public Card {
   }
 
  private:
-  static QWidget* columnOf(std::initializer_list<QWidget*> widgets) {
-    auto* column = new QWidget;
-    auto* layout = new QVBoxLayout(column);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(Look::space(1));
-    layout->addStretch(1);
-    for (QWidget* widget : widgets) layout->addWidget(widget);
-    layout->addStretch(1);
-    column->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-    return column;
-  }
-
   QStringList words(QStringList options, const QStringList& verb) const {
     return QStringList(QStringLiteral("peer")) + options + QStringList(QStringLiteral("--")) +
            QStringList(qt(mMachine.string("service"))) + verb;

@@ -41,9 +41,6 @@ std::vector<std::string> floatingIconLines(const UserInterfaceSources& sources, 
 
 namespace {
 
-constexpr int kAlways = 0;
-constexpr int kOnHover = 1;
-constexpr int kNeverShown = 2;
 constexpr double kKeepFloatingIcon = 7.0;
 constexpr double kKeepStatusItem = 10.0;
 /// Where the right third of the menu bar begins, in parts of the screen's width.
@@ -74,9 +71,9 @@ void FloatingIcon::follow(ChangeSet changes) {
 
 void FloatingIcon::applyMode() {
   mUserInterface.setFloatingIconOpacity(m.preferences.mPrefFloatingIconTransparency);
-  if (m.preferences.mShowFloatingIconMode == kNeverShown)
+  if (m.preferences.mShowFloatingIconMode == IconShown::floatingIconNever)
     mUserInterface.hideWindow(Window::floatingIcon);
-  if (m.preferences.mShowFloatingIconMode == kAlways) show();
+  if (m.preferences.mShowFloatingIconMode == IconShown::always) show();
 }
 
 void FloatingIcon::show() {
@@ -110,15 +107,16 @@ void FloatingIcon::turn() {
 
 ReferenceTime FloatingIcon::nextTurn() const {
   const int mode = m.preferences.mShowFloatingIconMode;
-  const bool watches = mode == kOnHover || m.preferences.mShowIconMenuMode == kOnHover ||
-                       (mode != kAlways && mUserInterface.isWindowVisible(Window::floatingIcon));
+  const bool watches =
+      mode == IconShown::onHover || m.preferences.mShowIconMenuMode == IconShown::onHover ||
+      (mode != IconShown::always && mUserInterface.isWindowVisible(Window::floatingIcon));
   Input& input = m.platform.input;
   const auto pointer = watches ? input.pointer() : std::nullopt;
   if (!pointer) return kNever;
   // What is shown on hover stays as long as the pointer does.
   if (!m.state.mUserRests || isHoverPlace(*pointer, input.mainScreen(), input.visibleFrame()))
     return kAtOnce;
-  return mode != kAlways && mUserInterface.isWindowVisible(Window::floatingIcon)
+  return mode != IconShown::always && mUserInterface.isWindowVisible(Window::floatingIcon)
              ? mCloseFloatingIcon.passing()
              : kNever;
 }
@@ -126,15 +124,16 @@ ReferenceTime FloatingIcon::nextTurn() const {
 void FloatingIcon::hover(const Point& pointer, const Rect& screen, const Rect& visibleFrame) {
   const ReferenceTime now = m.platform.clock.now();
   if (isHoverPlace(pointer, screen, visibleFrame)) {
-    if (m.preferences.mShowFloatingIconMode == kOnHover) {
+    if (m.preferences.mShowFloatingIconMode == IconShown::onHover) {
       if (!mUserInterface.isWindowVisible(Window::floatingIcon)) show();
       mCloseFloatingIcon.set(now + kKeepFloatingIcon);
     }
-    if (m.preferences.mShowIconMenuMode == kOnHover) {
+    if (m.preferences.mShowIconMenuMode == IconShown::onHover) {
       mStatusItem.createStatusItem();
       m.state.mCanHideMenubarIcon.set(now + kKeepStatusItem);
     }
-  } else if (m.preferences.mShowFloatingIconMode != kAlways && mCloseFloatingIcon.isPassed(now) &&
+  } else if (m.preferences.mShowFloatingIconMode != IconShown::always &&
+             mCloseFloatingIcon.isPassed(now) &&
              mUserInterface.isWindowVisible(Window::floatingIcon)) {
     mUserInterface.hideWindow(Window::floatingIcon);
   }

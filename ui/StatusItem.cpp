@@ -92,8 +92,6 @@ StatusPie StatusPicture::pie(int minutes, double width, double height) {
 
 namespace {
 
-constexpr int kIconAlways = 0;
-constexpr int kIconNever = 3;
 /// More than 59: the pie of the count-down is full, the plain picture is shown.
 constexpr int kFullCountDown = 100;
 
@@ -111,7 +109,7 @@ bool StatusItem::exists() const { return mUserInterface.hasStatusItem(); }
 
 void StatusItem::createStatusItem() {
   if (exists() || mNobodySees) return;
-  if (m.preferences.mShowIconMenuMode == kIconNever && !m.state.mMainAppLaunched &&
+  if (m.preferences.mShowIconMenuMode == IconShown::statusIconNever && !m.state.mMainAppLaunched &&
       m.state.mErrorInExecution == 0)
     return;
   mUserInterface.createStatusItem();
@@ -135,28 +133,30 @@ void StatusItem::followErrorState() {
   const bool hasError = m.state.mErrorInExecution != 0;
   if (hasError) createStatusItem();
   if (std::exchange(mShowsError, hasError) && !hasError && exists() &&
-      m.preferences.mShowIconMenuMode == kIconNever && !m.state.mMainAppLaunched)
+      m.preferences.mShowIconMenuMode == IconShown::statusIconNever && !m.state.mMainAppLaunched)
     mUserInterface.removeStatusItem();
 }
 
 void StatusItem::followPreferences() {
   mCurrent.reset();
-  if (m.state.mErrorInExecution != 0 || m.preferences.mShowIconMenuMode == kIconAlways) {
+  if (m.state.mErrorInExecution != 0 || m.preferences.mShowIconMenuMode == IconShown::always) {
     createStatusItem();
-  } else if (m.preferences.mShowIconMenuMode == kIconNever && exists()) {
+  } else if (m.preferences.mShowIconMenuMode == IconShown::statusIconNever && exists()) {
     mUserInterface.removeStatusItem();
   }
 }
 
 bool StatusItem::isNeeded() const {
-  return m.preferences.mShowIconMenuMode == kIconAlways || m.state.mMainAppLaunched ||
+  return m.preferences.mShowIconMenuMode == IconShown::always || m.state.mMainAppLaunched ||
          m.state.mExecuting || !mWork.queue.empty() ||
          mUserInterface.isWindowVisible(Window::nextActions) ||
          mUserInterface.isWindowVisible(Window::status);
 }
 
 void StatusItem::applyMode() {
-  if (m.state.mErrorInExecution != 0 || m.preferences.mShowIconMenuMode == kIconNever) return;
+  if (m.state.mErrorInExecution != 0 ||
+      m.preferences.mShowIconMenuMode == IconShown::statusIconNever)
+    return;
   if (isNeeded()) {
     createStatusItem();
   } else if (exists() && m.state.mCanHideMenubarIcon.isPassed(m.platform.clock.now())) {
@@ -166,7 +166,8 @@ void StatusItem::applyMode() {
 
 ReferenceTime StatusItem::nextTurn() const {
   if (m.state.mMenuMustBeUpdatedTicks != 0 && exists()) return kAtOnce;
-  if (m.state.mErrorInExecution != 0 || m.preferences.mShowIconMenuMode == kIconNever)
+  if (m.state.mErrorInExecution != 0 ||
+      m.preferences.mShowIconMenuMode == IconShown::statusIconNever)
     return kNever;
   if (isNeeded()) return exists() || mNobodySees ? kNever : kAtOnce;
   return exists() ? m.state.mCanHideMenubarIcon.passing() : kNever;

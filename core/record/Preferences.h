@@ -16,6 +16,14 @@
 
 namespace corvana {
 
+/// When status icon and floating icon are shown; each has its own value for never.
+namespace IconShown {
+inline constexpr int always = 0;
+inline constexpr int onHover = 1;
+inline constexpr int floatingIconNever = 2;
+inline constexpr int statusIconNever = 3;
+}  // namespace IconShown
+
 class Machine;
 class Preferences;
 class SettingsFiles;
@@ -149,9 +157,9 @@ class Preferences {
   int mPrefAlertIfManualInterruption = 0;
   int mPrefShowMessageInNotificationCenter = 0;
   int mPrefShowActionsQueue = 0;
-  int mShowIconMenuMode = 0;      ///< 0 always, 1 on hover, 3 never
-  int mShowIconMenuType = 0;      ///< 1 black, 2 white
-  int mShowFloatingIconMode = 0;  ///< 0 always, 1 on hover, 2 never
+  int mShowIconMenuMode = IconShown::always;      ///< or onHover, statusIconNever
+  int mShowIconMenuType = 0;                      ///< 1 black, 2 white
+  int mShowFloatingIconMode = IconShown::always;  ///< or onHover, floatingIconNever
   int mPrefShowMessageBeforeAction = 0;
   int mPrefNoProgressMinutes = 0;  ///< so long without progress is too long; 0: any
   int mPrefShowMessageColor = 0;
