@@ -302,7 +302,8 @@ void ExecuteRun::execute(Engine& engine, FolderWatch& watch, const ZAN_Value& se
         .afterRun(settings, isFirst, mSurroundings.volumes, mSurroundings.control, end);
   }
   if (end.isReadBack) std::cout << "The first backup is there and was read back" << std::endl;
-  if (end.toConfirm > 0) end.reason += ". " + remedyFor(end.toConfirm, settings.integer("Ref"));
+  if (end.toConfirm > 0 && !end.reason.empty())
+    end.reason += ". " + remedyFor(end.toConfirm, settings.integer("Ref"));
   mSurroundings.messages.postProgress(end.progress, true);
   for (const auto& text : end.errorTexts) std::cerr << text << '\n';
   if (!end.reason.empty()) std::cerr << end.reason << std::endl;

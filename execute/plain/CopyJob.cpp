@@ -134,12 +134,13 @@ void CopyJob::addError(const std::string& path, std::string text) {
 
 /// What leaves the item out, kept for whoever wants to leave out all of them.
 std::string CopyJob::remedyFor(const std::string& item) {
+  constexpr std::size_t kLongest = 200;
   const std::string pattern = CopyPlan::literalPattern(item);
   if (mEnd.patterns.size() < kKeptPatterns &&
       std::ranges::find(mEnd.patterns, pattern) == mEnd.patterns.end())
     mEnd.patterns.push_back(pattern);
   return "; to leave it out for good: corvana9 edit " + std::to_string(mOwner.mark.reference) +
-         " --exclude " + shellWord(pattern);
+         (pattern.size() > kLongest ? " --exclude-missing" : " --exclude " + shellWord(pattern));
 }
 
 void CopyJob::addLack(const Copy& copy, const std::string& item, std::string text) {
@@ -148,12 +149,14 @@ void CopyJob::addLack(const Copy& copy, const std::string& item, std::string tex
   addError(path, path + ": " + std::move(text) + remedyFor(item));
 }
 
-void CopyJob::takeErrors(const RsyncOutput& output) {
+void CopyJob::takeErrors(const RsyncOutput& output, const Copy& copy) {
   mEnd.errors += output.errorCount();
   mEnd.notPossible += output.lackCount();
   for (const auto& error : output.errors()) {
     std::string remedy = error.lack ? remedyFor(*error.lack) : std::string();
-    if (mEnd.errorTexts.size() < kKeptErrors) mEnd.errorTexts.push_back(error.text + remedy);
+    if (mEnd.errorTexts.size() >= kKeptErrors) continue;
+    if (error.hindered) remedy = hindrance(copy.folder, *error.hindered);
+    mEnd.errorTexts.push_back(error.text + remedy);
   }
   if (!mEnd.firstErrorPath) mEnd.firstErrorPath = output.firstErrorPath();
   if (output.lastErrorPath()) mEnd.lastErrorPath = output.lastErrorPath();
@@ -203,7 +206,7 @@ Result<RsyncProcess::End> CopyJob::run(RsyncProcess::Task task, RsyncOutput& out
 bool CopyJob::endsWith(const RsyncProcess::End& end, const RsyncOutput& output, const Copy& copy) {
   if (!isInOrder()) return true;
   if (isThrough(end)) return false;
-  takeErrors(output);
+  takeErrors(output, copy);
   // A disk that was pulled out fails in many ways; what counts is that it is gone.
   if (const Outcome alive = mPlan.checkAlive(); !alive) {
     fail(ExecuteCode::volumeGone, alive.error().text);

@@ -116,7 +116,7 @@ class CopyJob {
                                 const std::function<void()>& onNews);
   std::vector<RsyncOutput::Place> placesOf(const Copy& copy) const;
 
-  void takeErrors(const RsyncOutput& output);
+  void takeErrors(const RsyncOutput& output, const Copy& copy);
   void addError(const std::string& path, std::string text);
   void addLack(const Copy& copy, const std::string& item, std::string text);
   void tell(const Copy& copy, const RsyncOutput& output);
@@ -132,6 +132,7 @@ class CopyJob {
   std::vector<Copy> mCopies;
   bool mMayDelete = false;
   std::uint64_t mBytesToCopy = 0;
+  std::uint64_t mHoles = 0;  ///< of these bytes, in sparse files: they take up no room
   std::uint64_t mFilesToCopy = 0;
   std::uint64_t mItemsSeen = 0;  ///< in the sources before the one that is looked at
   ExecuteProgress mProgress;

@@ -21,6 +21,14 @@ const std::vector<std::string> kMarkAlone{std::string(CopyMark::kName)};
 constexpr std::uint64_t kLarge = 16'000'000;
 constexpr std::size_t kMostLeft = 1000;
 
+/// Of the bytes of a file those that take up no room.
+std::uint64_t holesOf(const HeldFolder& folder, const RsyncOutput::Item& item) {
+  constexpr std::uint64_t kBlock = 512;
+  struct stat state {};
+  if (::fstatat(folder.descriptor(), item.name.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0) return 0;
+  return item.size - std::min(item.size, static_cast<std::uint64_t>(state.st_blocks) * kBlock);
+}
+
 std::string number(std::uint64_t count) { return std::to_string(count); }
 
 }  // namespace
@@ -176,6 +184,7 @@ bool CopyLook::lookAt(Copy& copy) {
     if (!isInOrder()) return false;
     std::uint64_t bytes = 0;
     std::uint64_t files = 0;
+    std::uint64_t holes = 0;
     copy.deletions = NameList();
     copy.changes = NameList();
     copy.newFiles = 0;
@@ -208,7 +217,9 @@ bool CopyLook::lookAt(Copy& copy) {
       if (!item.isTransfer()) return;
       ++files;
       bytes += item.size;
-      if (item.size >= kLarge) copy.largeItems.insert(item.name);
+      if (item.size < kLarge) return;
+      copy.largeItems.insert(item.name);
+      holes += holesOf(copy.source.held, item);
     });
     const auto end =
         start(CopyPlan::Pass::look, copy, output, {.tellsAll = isFirst && !watched.empty()});
@@ -224,9 +235,10 @@ bool CopyLook::lookAt(Copy& copy) {
     copy.addUnread(output.unread());
     mBytesToCopy += bytes;
     mFilesToCopy += files;
+    mHoles += holes;
     if (copy.hasWork && !mPlanned) return true;
     // What is the same already is not looked at again, so this is where its errors are told.
-    takeErrors(output);
+    takeErrors(output, copy);
     if (end->status == kRsyncPartial) mEnd.errors = std::max<std::uint64_t>(mEnd.errors, 1);
     return true;
   }

@@ -27,7 +27,8 @@ ExecuteEnd CopyRun::perform() {
       isAlive()) {
     std::ranges::all_of(mCopies, [this](Copy& copy) { return deleteFrom(copy); });
   }
-  if (mHasWritten && mEnd.isExecuted()) isOnDisk();
+  // After a failure, too: what was written before it may be lost with it.
+  if (mHasWritten && (mEnd.isExecuted() || mEnd.code == ExecuteCode::unexpectedError)) isOnDisk();
   if (mVersions && mEnd.isExecuted()) finishVersion();
   mVersions.reset();
   finish();
@@ -40,9 +41,10 @@ bool CopyRun::isOnDisk() {
   RsyncProcess::Task task{.arguments = {m.sync, "--file-system", mDestination->heldPath()},
                           .descriptors = {mDestination->descriptor()}};
   const auto end = run(std::move(task), output, [] {});
+  if (end && !end->isGivenUp && !end->signalled && end->status == 0) return isInOrder();
   if (!isInOrder()) return false;
-  if (end && !end->isGivenUp && !end->signalled && end->status == 0) return true;
   mEnd.isDoubted = true;
+  if (!mEnd.isExecuted()) return false;
   std::string cause = "the file system does not answer";
   if (!end) {
     cause = end.error().text;
@@ -61,6 +63,12 @@ std::uint64_t CopyRun::freeSpace() const {
   return static_cast<std::uint64_t>(space.f_bavail) * space.f_frsize;
 }
 
+/// For what is still to be copied.
+std::uint64_t CopyRun::roomWanted() const {
+  const std::uint64_t done = mHoles + mProgress.sizeCopied;
+  return mBytesToCopy - std::min(done, mBytesToCopy);
+}
+
 /// Older versions go before a copy does not find room.
 bool CopyRun::makeRoom() {
   const bool hasWork = std::ranges::any_of(mCopies, [this](const Copy& copy) {
@@ -73,7 +81,7 @@ bool CopyRun::makeRoom() {
     }
   }
   if (!beginVersion(hasWork)) return false;
-  if (hasWork) mVersions->makeRoom(mBytesToCopy);
+  if (hasWork) mVersions->makeRoom(roomWanted());
   return isInOrder();
 }
 
@@ -94,7 +102,12 @@ VersionHeader CopyRun::version(ReferenceTime date) const {
 /// Notes what the run is going to change, and makes the folders that take it in.
 bool CopyRun::beginVersion(bool hasWork) {
   auto versions = Versions::open(*mDestination, version(mOwner.lastRun));
-  if (!versions) return failWith(versions.error());
+  if (!versions) {
+    Error error = versions.error();
+    if (error.kind == ErrorKind::unreadable)
+      error.text += hindrance(*mDestination, std::string(Versions::kName));
+    return failWith(error);
+  }
   mVersions = *std::move(versions);
   if (mKept.none) {
     // They would lead back to what was not: from now on nobody tells what changes.
@@ -135,11 +148,11 @@ void CopyRun::finishVersion() {
 }
 
 bool CopyRun::lacksSpace() {
-  const std::uint64_t done = mProgress.sizeCopied + freeSpace();
+  const std::uint64_t wanted = roomWanted();
+  const std::uint64_t free = freeSpace();
   std::string reason = mPlan.destination() + ": " + std::strerror(ENOSPC);
-  if (mBytesToCopy > done) {
-    reason += ": " + ZAN_StringUtils().getShortSizeBytes(mBytesToCopy - done) + " more are needed";
-  }
+  if (wanted > free)
+    reason += ": " + ZAN_StringUtils().getShortSizeBytes(wanted - free) + " more are needed";
   return fail(ExecuteCode::unexpectedError, std::move(reason));
 }
 
@@ -188,10 +201,8 @@ bool CopyRun::transfer(Copy& copy, const std::optional<std::string>& onlyItem) {
     }
     if (!end->signalled && end->status == kFull && (output.isFull() || output.tooLarge()) &&
         isInOrder()) {
-      const std::uint64_t copied = std::min(mProgress.sizeCopied, mBytesToCopy);
-      if (output.isFull() && mVersions->makeRoom(std::max(mBytesToCopy - copied, freeSpace() + 1)))
-        continue;
-      takeErrors(output);
+      if (output.isFull() && mVersions->makeRoom(std::max(roomWanted(), freeSpace() + 1))) continue;
+      takeErrors(output, copy);
       if (output.isFull()) return lacksSpace();
       copy.skipped.push_back(*output.tooLarge());
       if (onlyItem) return true;
@@ -200,7 +211,7 @@ bool CopyRun::transfer(Copy& copy, const std::optional<std::string>& onlyItem) {
     if (endsWith(*end, output, copy)) return false;
     // What is wrong with one item is said by the pass over all of them.
     if (onlyItem) return true;
-    takeErrors(output);
+    takeErrors(output, copy);
     if (end->status == kRsyncPartial) mEnd.errors = std::max<std::uint64_t>(mEnd.errors, 1);
     return true;
   }
@@ -218,15 +229,21 @@ bool CopyRun::deleteFrom(Copy& copy) {
     if (!copy.isToGo(name, deletion, twins)) return true;
     const std::uint64_t size = sizeIn(copy.folder, name);
     const std::uint64_t movedBefore = deletion.filesMoved();
-    if (const Outcome moved = deletion.moveAside(name); !moved)
-      addError(ZAN_FilesUtils::joinedPath(copy.folder.path(), name), moved.error().text);
+    if (const Outcome moved = deletion.moveAside(name); !moved) {
+      if (deletion.isDiskFailing()) {
+        fail(ExecuteCode::unexpectedError, moved.error().text + "; nothing more was deleted");
+        return goesOn = false;
+      }
+      addError(ZAN_FilesUtils::joinedPath(copy.folder.path(), name),
+               moved.error().text + hindrance(copy.folder, name));
+    }
     if (deletion.filesMoved() > movedBefore) mEnd.bytesDeleted += size;
     return true;
   });
   mEnd.filesDeleted += deletion.filesMoved();
   if (!isWhole)
     addError(copy.folder.path(), copy.folder.path() + ": no room for the list of what is gone");
-  return goesOn ? isInOrder() : isInOrder() && false;
+  return isInOrder() && goesOn;
 }
 
 }  // namespace corvana

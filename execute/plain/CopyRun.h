@@ -33,6 +33,7 @@ class CopyRun : public CopyLook {
   void finishVersion();
   VersionHeader version(ReferenceTime date) const;
   std::uint64_t freeSpace() const;
+  std::uint64_t roomWanted() const;
   bool lacksSpace();
 
   VersionsKept mKept;

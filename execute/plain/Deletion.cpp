@@ -1,20 +1,36 @@
 #include "execute/plain/Deletion.h"
 
 #include <fcntl.h>
+#include <linux/stat.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "execute/engine/Words.h"
 
 namespace corvana {
 
 namespace {
 
 bool isNothingThere(int code) { return code == ENOENT || code == ENOTDIR || code == ELOOP; }
+
+constexpr std::array kOfTheDisk{EIO, EROFS, ENODEV, ENXIO, ESTALE, ENOTCONN, ETIMEDOUT};
+
+std::string userName(uid_t user) {
+  constexpr std::size_t kRoom = 4096;
+  std::array<char, kRoom> room{};
+  passwd entry{};
+  passwd* found = nullptr;
+  ::getpwuid_r(user, &entry, room.data(), room.size(), &found);
+  return found ? "the user \"" + std::string(found->pw_name) + "\""
+               : "the user with the number " + std::to_string(user);
+}
 
 /// Leaves a folder the time that it was given by what was copied.
 class KeptTime {
@@ -37,6 +53,25 @@ class KeptTime {
 
 }  // namespace
 
+std::string hindrance(const HeldFolder& folder, const std::string& name) {
+  // What it is, and then the folder in which it has its name.
+  for (const std::string& item : {name, splitName(name).first}) {
+    const ZAN_Descriptor held = openPathBelow(folder.descriptor(), item, O_PATH);
+    struct statx state {};
+    if (!held || ::statx(held.get(), "", AT_EMPTY_PATH, STATX_UID, &state) != 0) continue;
+    const std::string path = ZAN_FilesUtils::joinedPath(folder.path(), item);
+    const bool isFixed = (state.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+    if (isFixed || (state.stx_attributes & STATX_ATTR_APPEND) != 0)
+      return "; it is protected from changes, which ends with: sudo chattr " +
+             std::string(isFixed ? "-i " : "-a ") + shellWord(path);
+    const uid_t self = ::geteuid();
+    if (self != 0 && state.stx_uid != self)
+      return "; " + path + " belongs to " + userName(state.stx_uid) +
+             ": have it given to you (chown), or choose a folder of your own as the destination";
+  }
+  return {};
+}
+
 bool Deletion::isGone(const std::string& name) {
   const auto [above, entry] = splitName(name);
   const int parent = mSourceFolders.open(above);
@@ -50,6 +85,7 @@ Outcome Deletion::moveAside(const std::string& name) {
   const auto [above, entry] = splitName(name);
   const auto failed = [&] {
     const int code = errno;
+    mIsDiskFailing = std::ranges::find(kOfTheDisk, code) != kOfTheDisk.end();
     return Error{ErrorKind::unwritable,
                  ZAN_FilesUtils::joinedPath(mCopy.path(), name) + ": " + std::strerror(code)};
   };

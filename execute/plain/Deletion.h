@@ -8,6 +8,10 @@
 
 namespace corvana {
 
+/// Why something in that folder, or what lies there, may not be changed, and what helps, as the end
+/// of a sentence ("; ..."): it is protected, or another user's. Empty when neither is so.
+std::string hindrance(const HeldFolder& folder, const std::string& name);
+
 /// Takes out of a copy what its source no longer has, item by item, and puts it aside. Each name is
 /// looked up again in the held source: only what is certainly not there is moved.
 class Deletion {
@@ -26,6 +30,8 @@ class Deletion {
   /// done.
   Outcome moveAside(const std::string& name);
   std::uint64_t filesMoved() const { return mFiles; }
+  /// The last failure was one of the whole disk, which nothing else can be moved on either.
+  bool isDiskFailing() const { return mIsDiskFailing; }
 
  private:
   const HeldFolder& mCopy;
@@ -34,6 +40,7 @@ class Deletion {
   bool mKeeps;
   ParentFolders mAsideFolders;
   std::uint64_t mFiles = 0;
+  bool mIsDiskFailing = false;
 };
 
 }  // namespace corvana

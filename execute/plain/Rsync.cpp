@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t kKeptErrors = 200;
 constexpr std::size_t kLongestLine = 1 << 16;
 constexpr std::size_t kMostUnread = 10'000;
+constexpr std::string_view kLongPath = "filename overflows max-path len by ";
 
 /// Hands out the whole lines of `rest` + `bytes` and keeps what follows the last of them.
 template <class Handler>
@@ -184,35 +185,61 @@ bool isLackOfCopy(std::string_view line, const std::string& item) {
 }  // namespace
 
 /// The path with what it stands for; what lies in the source counts as not read.
-std::string RsyncOutput::placed(std::string path, std::string_view line,
-                                std::optional<std::string>& lack) {
+std::string RsyncOutput::placed(std::string path, std::string_view line, Failure& failure) {
   for (const Place& place : mPlaces) {
     const auto rest = ZAN_FilesUtils::relativePath(path, place.held);
     if (!rest) continue;
-    std::string item(*rest);
+    std::string item(*rest == "." ? std::string_view() : *rest);
     if (place.isSource && mUnread) mUnread->insert(item);
     if (mUnread && mUnread->size() > kMostUnread) mUnread.reset();
-    if (place.isSource && !item.empty() && isLackOfSource(line)) lack = item;
+    if (place.isSource && !item.empty() && isLackOfSource(line)) failure.lack = item;
     if (place.isCopy) {
       if (auto whole = itemOfHalf(item)) item = *std::move(whole);
-      if (!item.empty() && isLackOfCopy(line, item)) lack = item;
+      if (!item.empty() && isLackOfCopy(line, item)) {
+        failure.lack = item;
+      } else if (isLackOfSource(line)) {
+        failure.hindered = item;
+      }
     }
     return ZAN_FilesUtils::joinedPath(place.path, item);
   }
   return path;
 }
 
+/// It names an item that the sender cannot list, by its path in the source; what leaves that out is
+/// the folder around it.
+void RsyncOutput::readLongPath(std::string_view line) {
+  constexpr std::size_t kShown = 100;
+  const std::string_view path =
+      line.substr(std::min(line.find(' ', kLongPath.size()), line.size() - 1) + 1);
+  const std::string folder(path.substr(0, std::min(path.rfind('/'), path.size())));
+  const auto source = std::ranges::find(mPlaces, true, &Place::isSource);
+  const std::string start = source == mPlaces.end() ? std::string() : source->path + "/";
+  ++mErrorCount;
+  ++mLackCount;
+  if (mErrors.size() < kKeptErrors) {
+    mErrors.push_back(
+        {start + folder.substr(0, kShown) + (folder.size() > kShown ? "...: " : ": ") +
+             "deep in it there is a path longer than the 4095 bytes that programs can "
+             "name at once, and what lies there is not copied; shorten names above it",
+         folder});
+  }
+  mLastErrorPath = start + folder;
+  if (!mFirstErrorPath) mFirstErrorPath = mLastErrorPath;
+}
+
 void RsyncOutput::readErrorLine(std::string_view line) {
   std::string text = decodedName(line);
+  if (line.starts_with(kLongPath)) return readLongPath(text);
   std::optional<std::string> path;
-  std::optional<std::string> lack;
+  Failure failure;
   const auto open = text.find('"');
   auto close = text.rfind('"');
   if (open != std::string::npos && close != open) {
     // Of two names the first is the path.
     for (const std::string_view between : {"\" -> \"", "\",\""})
       close = std::min(close, text.find(between, open + 1));
-    path = placed(text.substr(open + 1, close - open - 1), line, lack);
+    path = placed(text.substr(open + 1, close - open - 1), line, failure);
     text.replace(open + 1, close - open - 1, *path);
   }
   if (line.find("No space left on device") != std::string_view::npos ||
@@ -225,10 +252,15 @@ void RsyncOutput::readErrorLine(std::string_view line) {
         "IO error encountered", "rsync: [sender] IO error encountered"}) {
     if (line.starts_with(harmless)) return;
   }
+  // A folder that its owner has closed is closed in the copy, too.
+  if (failure.hindered && mUnread && mUnread->contains(*failure.hindered) &&
+      line.find("opendir") != std::string_view::npos)
+    return;
   ++mErrorCount;
-  if (lack) ++mLackCount;
-  if (lack && errorNumber(line) == EFBIG) mTooLarge = lack;
-  if (mErrors.size() < kKeptErrors) mErrors.push_back({std::move(text), std::move(lack)});
+  if (failure.lack) ++mLackCount;
+  if (failure.lack && errorNumber(line) == EFBIG) mTooLarge = failure.lack;
+  failure.text = std::move(text);
+  if (mErrors.size() < kKeptErrors) mErrors.push_back(std::move(failure));
   if (!path) return;
   mLastErrorPath = path;
   if (!mFirstErrorPath) mFirstErrorPath = std::move(path);

@@ -47,6 +47,8 @@ class RsyncOutput {
     /// the copy's file system does not take its name, its kind or its attributes. Relative; nothing
     /// for an error of another kind.
     std::optional<std::string> lack = {};
+    /// Relative, too: what lies in the copy and may not be changed.
+    std::optional<std::string> hindered = {};
   };
 
   RsyncOutput() = default;
@@ -97,7 +99,8 @@ class RsyncOutput {
   void readItemLine(std::string_view line);
   void readProgressLine(std::string_view line);
   void readErrorLine(std::string_view line);
-  std::string placed(std::string path, std::string_view line, std::optional<std::string>& lack);
+  void readLongPath(std::string_view line);
+  std::string placed(std::string path, std::string_view line, Failure& failure);
 
   std::vector<Place> mPlaces;
   std::function<void(const Item&)> mOnItem;

@@ -1,7 +1,11 @@
 // What disks cannot hold or do.
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "tests/execute/Accidents.h"
 
 namespace corvana {
@@ -108,6 +112,60 @@ TEST_F(FileSystemLimitsTest, GoesOnWithoutAFileThatIsTooLarge) {
   EXPECT_EQ(filesBelow("disk/source"), 2u);
 }
 
+TEST_F(FileSystemLimitsTest, SaysWhichPathsAreTooLong) {
+  mountMemory("disk");
+  fill("source", 2);
+  const std::string name(100, 'd');
+  ZAN_Descriptor folder(::open(scratch->at("source").c_str(), O_RDONLY | O_DIRECTORY));
+  for (int depth = 0; depth < 45; ++depth) {
+    ASSERT_EQ(::mkdirat(folder.get(), name.c_str(), 0700), 0);
+    folder = ZAN_Descriptor(::openat(folder.get(), name.c_str(), O_RDONLY | O_DIRECTORY));
+  }
+  const ExecuteEnd said = synchronise("source");
+  EXPECT_TRUE(said.onlyLacks()) << testing::PrintToString(said.errorTexts);
+  ASSERT_EQ(said.patterns.size(), 1u);
+  EXPECT_THAT(said.errorTexts.front(), HasSubstr("is not copied; shorten names above it"));
+  EXPECT_THAT(said.errorTexts.front(), HasSubstr("corvana9 edit 7 --exclude-missing"));
+  ZAN_Value settings = record(CopyPlan::kSynchronise, {"source"}, "disk");
+  settings.setValue(CopyKey::exclusions, ZAN_Value::array({said.patterns.front()}));
+  EXPECT_EQ(run(settings).code, ExecuteCode::completed);
+}
+
+TEST_F(FileSystemLimitsTest, SaysWhatProtectsACopyAndEndsWhenItsDiskFails) {
+  if (!mountImage("disk", "mkfs.ext4 -q", "mount -o loop")) GTEST_SKIP() << "no ext4 here";
+  fill("source", 200);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  for (const char* name : {"f1", "f2"})
+    ASSERT_TRUE(shell("chattr +i '" + scratch->at(std::string("disk/source/") + name) + "'"));
+  scratch->write("source/f1", "changed");
+  fs::remove(scratch->at("source/f2"));
+  const ExecuteEnd held = synchronise("source");
+  EXPECT_EQ(held.code, ExecuteCode::completedWithErrors);
+  EXPECT_FALSE(held.onlyLacks());
+  ASSERT_EQ(held.errorTexts.size(), 2u);
+  for (const std::string& text : held.errorTexts) EXPECT_THAT(text, HasSubstr("sudo chattr -i '"));
+  ASSERT_TRUE(shell("chattr -i '" + scratch->at("disk/source") + "'/*"));
+  EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
+
+  // The disk goes when everything is copied.
+  const std::string isCopied = scratch->at("copied");
+  replaceRsync("$RSYNC \"$@\" || exit; case \"$*\" in *--dry-run*) ;; *) > '" + isCopied +
+               "';; esac");
+  const ZAN_Descriptor disk(::open(scratch->at("disk").c_str(), O_RDONLY | O_DIRECTORY));
+  onProgress = [&](const ExecuteProgress&) {
+    constexpr unsigned kWithoutLastWrites = 2;
+    if (fs::exists(isCopied)) ::ioctl(disk.get(), _IOR('X', 125, unsigned), &kWithoutLastWrites);
+  };
+  for (int number = 10; number < 60; ++number)
+    fs::remove(scratch->at("source/f" + std::to_string(number)));
+  scratch->write("source/f1", "changed again");
+  const ExecuteEnd gone = synchronise("source");
+  EXPECT_EQ(gone.code, ExecuteCode::unexpectedError);
+  EXPECT_THAT(gone.reason, HasSubstr("Input/output error; nothing more was deleted"));
+  EXPECT_EQ(gone.errors, 0u);
+  EXPECT_TRUE(gone.isDoubted);
+}
+
 TEST_F(FileSystemLimitsTest, FailsWhenTheDiskDoesNotConfirmAndComparesContentsThen) {
   mountMemory("disk");
   fill("source", 3);
@@ -138,7 +196,10 @@ TEST_F(FileSystemLimitsTest, MakesRoomByOlderVersionsAndSaysWhatIsLacking) {
   fs::remove(scratch->at("source/a"));
   of("b", 25);
   ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
-  EXPECT_EQ(filesAside(), 1u);
+  scratch->write("source/holes", "");
+  fs::resize_file(scratch->at("source/holes"), 30 << 20);
+  ASSERT_EQ(synchronise("source").code, ExecuteCode::completed);
+  EXPECT_EQ(filesAside(), 1u) << "holes take up no room";
   of("c", 30);  // fits only where the older version lay
   const ExecuteEnd end = synchronise("source");
   EXPECT_EQ(end.code, ExecuteCode::completed) << end.reason;

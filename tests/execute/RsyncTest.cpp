@@ -63,11 +63,13 @@ TEST(RsyncOutput, TellsEachChangeAndHowMuchThereIs) {
 }
 
 TEST(RsyncOutput, KnowsWhatOfTheSourceWasNotRead) {
-  RsyncOutput output({{"/proc/self/fd/5", "/home/me", true}, {"/proc/self/fd/6", "/disk/me"}});
+  RsyncOutput output(
+      {{"/proc/self/fd/5", "/home/me", true}, {"/proc/self/fd/6", "/disk/me", false, true}});
   output.readErrors(
       "rsync: [sender] opendir \"/proc/self/fd/5/a/b\" failed: Permission denied (13)\n"
       "file has vanished: \"/proc/self/fd/5/c\\#012d\"\n"
       "directory has vanished: \"/proc/self/fd/5/e\"\n"
+      "rsync: [generator] opendir \"/proc/self/fd/6/a/b\" failed: Permission denied (13)\n"
       "rsync: [generator] mkdir \"/proc/self/fd/6/f\" failed: No space left on device (28)\n");
   ASSERT_TRUE(output.unread());
   EXPECT_THAT(*output.unread(), testing::ElementsAre("a/b", "c\nd", "e"));
