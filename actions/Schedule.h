@@ -141,7 +141,7 @@ inline constexpr std::string_view favourite = "Favorite";
 inline constexpr std::string_view context = "TriggerContextPopup";
 inline constexpr std::string_view makesUpMissed = "TriggerMakeUpMissed";
 inline constexpr std::string_view ageAlarm = "TriggerAgeAlarm";
-/// Of the last run after which everything was there but for what cannot be copied; date 0: none was.
+/// Of the last run after which everything was there but what cannot be copied; date 0: none was.
 inline constexpr std::string_view lastSuccess = "LastSuccessDate";
 inline constexpr std::string_view notExecuted = "TriggerNotificationNotExecuted";
 inline constexpr std::string_view notExecutedDays = "TriggerDelayNotExecuted";
