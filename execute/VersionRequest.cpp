@@ -5,9 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 #include <utility>
 
@@ -28,7 +26,6 @@ namespace corvana {
 
 namespace {
 
-constexpr double kInterval = 0.25;
 constexpr std::size_t kMostTold = 10'000;
 
 const char* wordFor(VersionItem::Kind kind) {
@@ -63,77 +60,14 @@ std::string sinceOf(const VersionItem& then, const std::string& source) {
   return isOther ? "changed" : "same";
 }
 
-/// Bytes and a little for each file, so that it moves with small ones, too.
-double work(std::uint64_t files, std::uint64_t bytes) {
-  return static_cast<double>(bytes) + 4096.0 * static_cast<double>(files);
-}
-
 }  // namespace
-
-void VersionRequest::answer(bool isDone) {
-  mAnswer.setValue("done", isDone ? 1 : 0);
-  mAnswer.setValue("files", mFiles);
-  mAnswer.setValue("bytes", mBytes);
-  mAnswer.setValue("filesInAll", mFilesInAll);
-  mAnswer.setValue("bytesInAll", mBytesInAll);
-  const auto text = ZAN_Json::jsonWithValue(mAnswer, {.compact = true, .plain = true});
-  if (!text) return;
-  const std::string file = TaskRequest::answerOf(mFile);
-  const std::string fresh = file + ".new";
-  const ZAN_Descriptor open(
-      ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (open && writeAll(open.get(), *text)) std::rename(fresh.c_str(), file.c_str());
-}
-
-/// Whether nobody wants it to end, and no volume has gone.
-bool VersionRequest::goesOn(const std::string& path, std::uint64_t files, std::uint64_t bytes) {
-  mFiles = files;
-  mBytes = bytes;
-  if (mRecords && !std::exchange(mHasBegun, true)) mRecords->began(mKind);
-  m.control.waitWhilePaused();
-  mWatch.check();
-  const double now = m.files.store.clock().monotonic();
-  if (now >= mNextAnswer) {
-    mNextAnswer = now + kInterval;
-    mAnswer.setValue("path", path);
-    answer(false);
-    const double all = work(mFilesInAll, mBytesInAll);
-    ExecuteProgress progress{.currentPath = path,
-                             .value = all <= 0 ? 0 : std::min(99.0, 100 * work(files, bytes) / all),
-                             .sizeCopied = bytes,
-                             .filesCopied = files,
-                             .errors = mErrors};
-    progress.bytesToCopy = mBytesInAll;
-    progress.filesToCopy = mFilesInAll;
-    m.messages.postProgress(progress, false);
-    if (mRecords) mRecords->workingOn(path);
-  }
-  return m.control.stopReason() == StopReason::none;
-}
-
-void VersionRequest::failed(std::string text) {
-  ++mErrors;
-  if (mErrorTexts.size() < kMostTold) mErrorTexts.push_back(std::move(text));
-}
-
-TaskHooks VersionRequest::hooks() {
-  return {.inAll =
-              [this](std::uint64_t files, std::uint64_t bytes) {
-                mFilesInAll = files;
-                mBytesInAll = bytes;
-              },
-          .goesOn = [this](const std::string& path, std::uint64_t files,
-                           std::uint64_t bytes) { return goesOn(path, files, bytes); },
-          .failed = [this](std::string text) { failed(std::move(text)); },
-          .done = {}};
-}
 
 /// The version that is wanted, of those that there are.
 Outcome VersionRequest::choose() {
   auto kept = mEngine->versions();
   if (!kept) return kept.error();
   mKept = *std::move(kept);
-  mAnswer.setValue("older", mKept.withoutList);
+  mAnswer.set("older", mKept.withoutList);
   const ZAN_Value& at = mRequest["at"];
   const auto isWanted = [&](const KeptVersion& version) {
     return !at.isNumber() || version.date <= at.doubleValue();
@@ -145,8 +79,8 @@ Outcome VersionRequest::choose() {
                                                    : ": no version is whole yet")};
   }
   mVersion = *found;
-  mAnswer.setValue("version", mVersion.date);
-  mAnswer.setValue("title", mVersion.title);
+  mAnswer.set("version", mVersion.date);
+  mAnswer.set("title", mVersion.title);
   return {};
 }
 
@@ -191,7 +125,7 @@ Outcome VersionRequest::versions() {
     auto found = mEngine->statesOf(wanted->front());
     if (!found) return found.error();
     states = *std::move(found);
-    mAnswer.setValue("name", wanted->front());
+    mAnswer.set("name", wanted->front());
   }
   for (std::size_t i = 0; i < mKept.versions.size(); ++i) {
     const KeptVersion& version = mKept.versions[i];
@@ -210,8 +144,8 @@ Outcome VersionRequest::versions() {
     }
     list.append(std::move(entry));
   }
-  mAnswer.setValue("areCopies", mKept.areCopies ? 1 : 0);
-  mAnswer.setValue("versions", list);
+  mAnswer.set("areCopies", mKept.areCopies ? 1 : 0);
+  mAnswer.set("versions", list);
   return {};
 }
 
@@ -221,7 +155,7 @@ Outcome VersionRequest::restore() {
   for (const VersionTarget& target : *targets) mWatch.add(target.folder);
   ZAN_Value kept = ZAN_Value::array();
   ZAN_Value items = ZAN_Value::array();
-  TaskHooks hooks = this->hooks();
+  TaskHooks hooks = mAnswer.hooks();
   hooks.done = [&](const std::string& path, bool isInTheWay) {
     ZAN_Value& list = isInTheWay ? kept : items;
     if (list.size() < kMostTold) list.append(path);
@@ -233,17 +167,16 @@ Outcome VersionRequest::restore() {
                         .onlyLooks = mRequest["dryRun"].boolValue(),
                         .suffix = ".before-" + versionDateText(m.files.store.clock().now())},
                        hooks, restored);
-  mFiles = restored.files;
-  mBytes = restored.bytes;
-  mAnswer.setValue("same", restored.same);
-  mAnswer.setValue("unread", restored.unread);
-  mAnswer.setValue("inTheWay", restored.kept);
-  mAnswer.setValue("kept", kept);
-  mAnswer.setValue("items", items);
+  mAnswer.setDone(restored.files, restored.bytes);
+  mAnswer.set("same", restored.same);
+  mAnswer.set("unread", restored.unread);
+  mAnswer.set("inTheWay", restored.kept);
+  mAnswer.set("kept", kept);
+  mAnswer.set("items", items);
   mWatch.clear();
   if (!done) return done;
-  if (mFilesInAll == 0 && targets->size() == 1 && items.empty() && restored.same == 0 &&
-      mErrors == 0) {
+  if (mAnswer.filesInAll() == 0 && targets->size() == 1 && items.empty() && restored.same == 0 &&
+      mAnswer.errors() == 0) {
     const VersionTarget& only = targets->front();
     struct stat state {};
     const bool isFolder = ::fstatat(only.folder.descriptor(), only.target.c_str(), &state,
@@ -252,8 +185,9 @@ Outcome VersionRequest::restore() {
     if (!isFolder)
       return Error{ErrorKind::absent, only.name + ": the version has nothing of that name"};
   }
-  if (mErrors > 0)
-    return Error{ErrorKind::damaged, std::to_string(mErrors) + " items could not be restored"};
+  if (mAnswer.errors() > 0)
+    return Error{ErrorKind::damaged,
+                 std::to_string(mAnswer.errors()) + " items could not be restored"};
   return {};
 }
 
@@ -264,13 +198,12 @@ Outcome VersionRequest::verify() {
       readBack.perform(ReadBack::shareOf(m.files.store.clock().now(),
                                          sample.isNumber() ? sample.doubleValue() : 100),
                        mRequest.string("from").empty() ? mSettings : ZAN_Value(),
-                       mKept.versions.back(), m.volumes, hooks());
+                       mKept.versions.back(), m.volumes, mAnswer.hooks());
   const VerifiedCounts& counts = readBack.counts();
-  mFiles = counts.files;
-  mBytes = counts.bytes;
-  mAnswer.setValue("unit", counts.unit);
-  mAnswer.setValue("unknown", counts.unknown);
-  mAnswer.setValue("mismatches", counts.mismatches);
+  mAnswer.setDone(counts.files, counts.bytes);
+  mAnswer.set("unit", counts.unit);
+  mAnswer.set("unknown", counts.unknown);
+  mAnswer.set("mismatches", counts.mismatches);
   if ((done || counts.mismatches > 0) && m.control.stopReason() == StopReason::none)
     readBack.note(mSettings.integer("Ref"));
   return done;
@@ -286,7 +219,7 @@ Outcome VersionRequest::diff() {
   for (const VersionTarget& target : *targets) {
     const Outcome found =
         Difference(**tree, target.folder,
-                   {.goesOn = [&](const std::string& path) { return goesOn(path, mFiles + 1, 0); },
+                   {.goesOn = [&](const std::string& path) { return mAnswer.goesOn(path); },
                     .tell =
                         [&](const char* what, const std::string& path) {
                           ++differences;
@@ -296,8 +229,8 @@ Outcome VersionRequest::diff() {
             .find(target.name, target.target);
     if (!found) return found;
   }
-  mAnswer.setValue("differences", list);
-  mAnswer.setValue("count", differences);
+  mAnswer.set("differences", list);
+  mAnswer.set("count", differences);
   return {};
 }
 
@@ -341,7 +274,7 @@ Outcome VersionRequest::list() {
   for (const std::string& root : roots) {
     const Outcome read = (*tree)->forEach(root, [&](const VersionTree::Entry& entry) {
       const std::string& name = entry.item.name;
-      if (!goesOn(name, mFiles + 1, 0)) return false;
+      if (!mAnswer.goesOn(name)) return false;
       if (isTop) {
         if (name == root) tell(entry);
         return false;
@@ -355,28 +288,14 @@ Outcome VersionRequest::list() {
     });
     if (!read) return read;
   }
-  mAnswer.setValue("items", items);
-  mAnswer.setValue("more", more);
+  mAnswer.set("items", items);
+  mAnswer.set("more", more);
   return {};
 }
 
-ExecuteEnd VersionRequest::end(const Outcome& outcome) const {
-  const auto stopped = m.control.endOfStop(mWatch.gone());
-  ExecuteEnd end = stopped.value_or(ExecuteEnd());
-  end.errors = mErrors;
-  end.errorTexts = mErrorTexts;
-  end.progress.filesCopied = mFiles;
-  end.progress.sizeCopied = mBytes;
-  if (stopped && end.reason.empty()) end.reason = "stopped; what was restored stays";
-  if (stopped || outcome) return end;
-  end.code = mErrors > 0 ? ExecuteCode::completedWithErrors : ExecuteCode::unexpectedError;
-  end.reason = outcome.error().text;
-  return end;
-}
-
 void VersionRequest::take(const ExecuteArguments& arguments) {
-  mFile = arguments.request;
-  std::ifstream stream(mFile, std::ios::binary);
+  mAnswer.begin(arguments.request);
+  std::ifstream stream(arguments.request, std::ios::binary);
   const auto request =
       ZAN_Json::valueWithJson(std::string(std::istreambuf_iterator<char>(stream), {}));
   mRequest = request ? *request : ZAN_Value::dictionary();
@@ -384,14 +303,14 @@ void VersionRequest::take(const ExecuteArguments& arguments) {
   const auto* action = m.files.tree.rootItem().actionForReference(arguments.reference);
   mSettings = action ? action->getSettings() : ZAN_Value();
   if (action && TaskRequest::isTask(mKind) && !mRequest["dryRun"].boolValue()) {
-    mRecords.emplace(m.files, m.messages, m.agentRuns, arguments.reference, action->getTitle());
+    mAnswer.record(mKind, arguments.reference, action->getTitle());
   }
 }
 
-Outcome VersionRequest::carryOut(std::int64_t reference) {
+Outcome VersionRequest::carryOut(const ExecuteArguments& arguments) {
   if (mSettings.isNull() && mRequest.string("from").empty())
     return Error{ErrorKind::refused,
-                 "Ref " + std::to_string(reference) + ": there is no such action"};
+                 "Ref " + std::to_string(arguments.reference) + ": there is no such action"};
   auto engine = makeEngine({.settings = mSettings,
                             .from = mRequest.string("from"),
                             .reference = mRequest.integer("reference"),
@@ -403,8 +322,8 @@ Outcome VersionRequest::carryOut(std::int64_t reference) {
   if (mKind == "test") {
     const auto found = mEngine->test();
     if (!found) return found.error();
-    mAnswer.setValue("place", mEngine->place());
-    mAnswer.setValue("text", *found);
+    mAnswer.set("place", mEngine->place());
+    mAnswer.set("text", *found);
     return {};
   }
   if (const Outcome chosen = choose(); !chosen) return chosen;
@@ -413,32 +332,18 @@ Outcome VersionRequest::carryOut(std::int64_t reference) {
   if (mKind == TaskRequest::kVerify) return verify();
   if (mKind == "diff") return diff();
   if (mKind == "list") return list();
-  return Error{ErrorKind::refused, mFile + ": it asks for nothing that is known"};
+  return Error{ErrorKind::refused, arguments.request + ": it asks for nothing that is known"};
 }
 
 void VersionRequest::perform(const ExecuteArguments& arguments) {
   take(arguments);
-  finish(end(carryOut(arguments.reference)));
+  mAnswer.finish(mAnswer.end(carryOut(arguments)));
 }
 
 void VersionRequest::recordEnd(const ExecuteArguments& arguments, const ExecuteEnd& end) {
   take(arguments);
-  mHasBegun = true;
-  if (mRecords) mRecords->takeUp();
-  finish(end);
-}
-
-void VersionRequest::finish(const ExecuteEnd& end) {
-  mAnswer.setValue("code", end.code == ExecuteCode::completed ? 0 : 1);
-  if (!end.reason.empty()) mAnswer.setValue("reason", end.reason);
-  ZAN_Value failed = ZAN_Value::array();
-  for (const auto& error : mErrorTexts) failed.append(error);
-  mAnswer.setValue("failed", failed);
-  if (mRecords && mHasBegun) mRecords->taskEnded(mKind, end);
-  ::unlink(mFile.c_str());
-  // Last, since whoever waits for it goes on then.
-  answer(true);
-  if (!end.reason.empty()) std::cerr << end.reason << std::endl;
+  mAnswer.takeUp();
+  mAnswer.finish(end);
 }
 
 }  // namespace corvana

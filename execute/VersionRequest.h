@@ -1,15 +1,12 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "execute/ExecuteRecords.h"
-#include "execute/ExecuteRun.h"
+#include "execute/VersionAnswer.h"
 #include "execute/engine/Engine.h"
 
 namespace corvana {
@@ -27,7 +24,7 @@ namespace corvana {
 class VersionRequest {
  public:
   explicit VersionRequest(const ExecuteRun::Surroundings& surroundings)
-      : m(surroundings), mWatch(surroundings.control) {}
+      : m(surroundings), mWatch(surroundings.control), mAnswer(surroundings, mWatch) {}
   /// The request that the arguments name. A restore or a verification is in the history from its
   /// first item on.
   void perform(const ExecuteArguments& arguments);
@@ -36,8 +33,7 @@ class VersionRequest {
 
  private:
   void take(const ExecuteArguments& arguments);
-  Outcome carryOut(std::int64_t reference);
-  void finish(const ExecuteEnd& end);
+  Outcome carryOut(const ExecuteArguments& arguments);
   Outcome choose();
   Result<std::vector<std::string>> names() const;
   /// The names that are wanted, or all of the version, and where they belong.
@@ -47,31 +43,16 @@ class VersionRequest {
   Outcome verify();
   Outcome diff();
   Outcome list();
-  TaskHooks hooks();
-  bool goesOn(const std::string& path, std::uint64_t files, std::uint64_t bytes);
-  void failed(std::string text);
-  void answer(bool isDone);
-  ExecuteEnd end(const Outcome& outcome) const;
 
   const ExecuteRun::Surroundings& m;
   FolderWatch mWatch;
   ZAN_Value mRequest;
-  ZAN_Value mAnswer = ZAN_Value::dictionary();
-  std::string mFile;
+  VersionAnswer mAnswer;
   std::string mKind;
-  std::optional<ExecuteRecords> mRecords;  ///< of a task that is to be recorded
-  bool mHasBegun = false;
   ZAN_Value mSettings;
   std::unique_ptr<Engine> mEngine;
   KeptVersions mKept;
   KeptVersion mVersion;  ///< the one that is wanted
-  std::uint64_t mFilesInAll = 0;
-  std::uint64_t mBytesInAll = 0;
-  std::uint64_t mFiles = 0;
-  std::uint64_t mBytes = 0;
-  std::uint64_t mErrors = 0;
-  std::vector<std::string> mErrorTexts;
-  double mNextAnswer = 0;
 };
 
 }  // namespace corvana

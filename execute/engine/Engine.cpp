@@ -10,4 +10,10 @@ std::string EngineHost::program(std::string_view name) const {
                                  : found->second;
 }
 
+std::string VersionTarget::placeOf(const std::string& other) const {
+  const std::string rest = other.substr(name.size());
+  if (target != ".") return target + rest;
+  return rest.empty() ? "." : rest.substr(1);
+}
+
 }  // namespace corvana

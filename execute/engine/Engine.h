@@ -101,6 +101,9 @@ struct VersionTarget {
   std::string name;  ///< in the version
   HeldFolder folder;
   std::string target;  ///< below the folder; "." for that one itself
+
+  /// Where what has that name, this one's or below it, lies below the folder.
+  std::string placeOf(const std::string& other) const;
 };
 
 /// How something that takes its time goes on, and whether it is to.

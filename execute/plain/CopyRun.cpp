@@ -122,7 +122,7 @@ bool CopyRun::beginVersion(bool hasWork) {
   for (Copy& copy : mCopies) {
     const std::string prefix = copy.source.isFolder ? copy.source.name : std::string();
     const auto note = [&](const std::string& name) {
-      mVersions->willChange(copy.folder, prefix, name);
+      mVersions->journal().willChange(copy.folder, prefix, name);
       return true;
     };
     if (!copy.changes.forEach(note) || (mMayDelete && !copy.deletions.forEach(note))) {
@@ -136,7 +136,7 @@ bool CopyRun::beginVersion(bool hasWork) {
     if (!aside) return failWith(aside.error());
     copy.aside = *std::move(aside);
   }
-  const Outcome noted = mVersions->willChangeNoMore();
+  const Outcome noted = mVersions->journal().willChangeNoMore();
   return noted || failWith(noted.error());
 }
 
@@ -177,7 +177,8 @@ bool CopyRun::transfer(Copy& copy, const std::optional<std::string>& onlyItem) {
     std::uint64_t replacedBytes = 0;
     RsyncOutput output(placesOf(copy), [&](const RsyncOutput::Item& item) {
       if (item.isNew())
-        mVersions->hasAdded(copy.source.isFolder ? copy.source.name : std::string(), item.name);
+        mVersions->journal().hasAdded(copy.source.isFolder ? copy.source.name : std::string(),
+                                      item.name);
       if (!item.isTransfer() || item.isNew()) return;
       ++replaced;
       replacedBytes += item.size;

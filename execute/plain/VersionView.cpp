@@ -127,8 +127,8 @@ Result<std::vector<VersionItem>> VersionView::statesOf(const HeldFolder& destina
   for (std::size_t index = chain.size(); index-- > 0;) {
     const auto folder = versions.below(chain[index].name);
     if (!folder) return folder.error();
-    auto reader =
-        VersionListReader::open(folder->descriptor(), std::string(Versions::kList), folder->path());
+    auto reader = VersionListReader::open(folder->descriptor(), std::string(VersionFolder::kList),
+                                          folder->path());
     if (!reader) return reader.error();
     Layer layer{&*folder, *std::move(reader)};
     layer.advance(name);
@@ -153,8 +153,8 @@ Outcome VersionView::forEach(const std::string& name, const std::function<bool(c
                              const std::function<void(const std::string&)>& unreadable) const {
   std::vector<Layer> layers;
   for (const auto& folder : mLayers) {
-    auto reader =
-        VersionListReader::open(folder.descriptor(), std::string(Versions::kList), folder.path());
+    auto reader = VersionListReader::open(folder.descriptor(), std::string(VersionFolder::kList),
+                                          folder.path());
     if (!reader) return reader.error();
     layers.push_back({&folder, *std::move(reader)});
   }

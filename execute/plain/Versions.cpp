@@ -7,13 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <charconv>
 #include <cmath>
-#include <cstring>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "execute/engine/FolderWalk.h"
+#include "execute/plain/VersionMerge.h"
 
 namespace corvana {
 
@@ -21,97 +19,9 @@ namespace {
 
 using State = VersionFolder::State;
 
-constexpr std::size_t kBuffer = 1 << 16;
 constexpr int kMostASecond = 100;
-constexpr std::string_view kNewList = ".corvana9-list.new";
-constexpr std::string_view kMerged = ".corvana9-merged";
-constexpr std::array<std::pair<State, std::string_view>, 4> kStates{{{State::current, ".current"},
-                                                                     {State::fresh, ".new"},
-                                                                     {State::going, ".deleting"},
-                                                                     {State::merging, ".merging"}}};
-
-std::string named(const std::string& base, State state) {
-  const auto found = std::ranges::find(kStates, state, &std::pair<State, std::string_view>::first);
-  return found == kStates.end() ? base : base + std::string(found->second);
-}
-
-bool exists(int folder, std::string_view name) {
-  struct stat state {};
-  return ::fstatat(folder, std::string(name).c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
-bool isOwnFile(std::string_view name) {
-  return name == Versions::kList || name == Versions::kJournal || name == kNewList ||
-         name == kMerged;
-}
-
-Outcome synchronise(const HeldFolder& folder) {
-  const ZAN_Descriptor open(::openat(folder.descriptor(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (open && ::fsync(open.get()) == 0) return {};
-  // Some file systems cannot do it to a folder.
-  if (open && errno == EINVAL) return {};
-  return Error{ErrorKind::unwritable, folder.path() + ": " + std::strerror(errno)};
-}
-
-std::uint64_t sizeOf(int all, const std::string& name) {
-  const ZAN_Descriptor folder = openFolderBelow(all, name);
-  std::uint64_t blocks = 0;
-  if (!folder) return 0;
-  TreeCursor cursor(folder.get(), {});
-  while (const auto entry = cursor.next()) {
-    struct stat state {};
-    if (::fstatat(entry->folder, entry->entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0)
-      blocks += static_cast<std::uint64_t>(state.st_blocks);
-  }
-  return blocks * 512;
-}
 
 }  // namespace
-
-std::optional<VersionFolder> VersionFolder::fromName(const std::string& name) {
-  VersionFolder folder{.name = name, .base = name};
-  for (const auto& [state, ending] : kStates) {
-    if (!name.ends_with(ending)) continue;
-    folder.state = state;
-    folder.base.resize(name.size() - ending.size());
-    break;
-  }
-  const auto dash = folder.base.find("Z-");
-  const auto date = versionDate(
-      std::string_view(folder.base).substr(0, dash == std::string::npos ? dash : dash + 1));
-  if (!date) return std::nullopt;
-  folder.date = *date;
-  if (dash == std::string::npos) return folder;
-  const std::string_view number = std::string_view(folder.base).substr(dash + 2);
-  const auto [end, error] =
-      std::from_chars(number.data(), number.data() + number.size(), folder.number);
-  if (error != std::errc() || end != number.data() + number.size()) return std::nullopt;
-  return folder;
-}
-
-std::vector<VersionFolder> VersionFolder::all(const HeldFolder& versions) {
-  std::vector<VersionFolder> found;
-  for (const auto& name :
-       namesInFolder(versions.descriptor()).value_or(std::vector<std::string>())) {
-    auto folder = fromName(name);
-    if (!folder) continue;
-    if (const ZAN_Descriptor open = openFolderBelow(versions.descriptor(), name)) {
-      const auto header =
-          VersionListReader::headerOf(open.get(), std::string(Versions::kList), name);
-      if (header) folder->header = *header;
-    }
-    found.push_back(*std::move(folder));
-  }
-  std::ranges::sort(found, [](const auto& one, const auto& two) { return one.isOlderThan(two); });
-  return found;
-}
-
-Error Versions::failed(const std::string& name) const {
-  const int code = errno;
-  const std::string path = ZAN_FilesUtils::joinedPath(mDestination.path(), std::string(kName));
-  return {ErrorKind::unwritable,
-          ZAN_FilesUtils::joinedPath(path, name) + ": " + std::strerror(code)};
-}
 
 /// Those of the action, oldest first, without what is going.
 std::vector<VersionFolder> Versions::chain() const {
@@ -141,7 +51,7 @@ bool Versions::rename(const std::string& from, const std::string& to) const {
 
 Outcome Versions::settle() {
   mLock = ZAN_Descriptor(::openat(mAll->descriptor(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!mLock) return failed({});
+  if (!mLock) return unwritable(*mAll);
   if (::flock(mLock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
     return Error{ErrorKind::unavailable, mAll->path() + ": another run works there"};
 
@@ -149,7 +59,7 @@ Outcome Versions::settle() {
     if (folder.state == State::going) {
       removeTree(mAll->descriptor(), folder.name);
     } else if (folder.state == State::current && folder.header && folder.header->isClosed) {
-      if (!rename(folder.name, folder.base)) return failed(folder.name);
+      if (!rename(folder.name, folder.base)) return unwritable(*mAll, folder.name);
     }
   }
   const auto all = VersionFolder::all(*mAll);
@@ -162,21 +72,11 @@ Outcome Versions::settle() {
           });
       if (isSucceeded) {
         removeTree(mAll->descriptor(), folder.name);
-      } else if (!rename(folder.name, named(folder.base, State::current))) {
-        return failed(folder.name);
+      } else if (!rename(folder.name, VersionFolder::named(folder.base, State::current))) {
+        return unwritable(*mAll, folder.name);
       }
     } else if (folder.state == State::dated) {
-      const ZAN_Descriptor open = openFolderBelow(mAll->descriptor(), folder.name);
-      if (!open || !exists(open.get(), kMerged)) continue;
-      const auto merged =
-          VersionListReader::headerOf(open.get(), std::string(kMerged), folder.name);
-      auto held = mAll->below(folder.name);
-      if (!held) return held.error();
-      if (merged && exists(mAll->descriptor(), merged->merges)) {
-        if (Outcome done = finishMerge(*held, merged->merges); !done) return done;
-      } else {
-        ::unlinkat(open.get(), std::string(kMerged).c_str(), 0);
-      }
+      if (Outcome done = VersionMerge(*mAll).settle(folder); !done) return done;
     }
   }
   for (const auto& folder : all) {
@@ -190,14 +90,14 @@ Outcome Versions::settle() {
 }
 
 Outcome Versions::openCurrent(const std::string& base) {
-  auto held = mAll->below(named(base, State::current));
+  auto held = mAll->below(VersionFolder::named(base, State::current));
   if (!held) return held.error();
   mCurrent = *std::move(held);
   mBase = base;
   return {};
 }
 
-bool Versions::wasCut() const { return mCurrent && exists(mCurrent->descriptor(), kJournal); }
+bool Versions::wasCut() const { return mCurrent && VersionJournal::isIn(*mCurrent); }
 
 /// A folder of its own for the header's date, or later where there is one already.
 Outcome Versions::makeFolder(const VersionHeader& header, State state, std::string& base) {
@@ -206,19 +106,20 @@ Outcome Versions::makeFolder(const VersionHeader& header, State state, std::stri
     base = versionDateText(header.date);
     if (number > 1) base += "-" + std::to_string(number);
     if (std::ranges::any_of(all, [&](const auto& other) { return other.base == base; })) continue;
-    const std::string name = named(base, state);
+    const std::string name = VersionFolder::named(base, state);
     if (::mkdirat(mAll->descriptor(), name.c_str(), 0700) != 0) break;
     auto folder = mAll->below(name);
     if (!folder) return folder.error();
-    if (!VersionListWriter(folder->descriptor(), std::string(kList), header).finish()) {
-      const Error error = failed(name);
+    if (!VersionListWriter(folder->descriptor(), std::string(VersionFolder::kList), header)
+             .finish()) {
+      const Error error = unwritable(*mAll, name);
       removeTree(mAll->descriptor(), name);
       return error;
     }
     if (Outcome done = synchronise(*folder); !done) return done;
     return synchronise(*mAll);
   }
-  return failed(base);
+  return unwritable(*mAll, base);
 }
 
 Outcome Versions::endCut() {
@@ -248,246 +149,66 @@ Outcome Versions::begin(ReferenceTime now, bool isFirst) {
   }
   // Of what was never whole nothing is needed, unless something older is.
   const auto versions = chain();
-  mRecords = versions.size() != 1 || !versions.front().header->isUnfinished;
-  if (!mRecords) return {};
-  mJournal = ZAN_Descriptor(::openat(mCurrent->descriptor(), std::string(kJournal).c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!mJournal) return failed(std::string(kJournal));
-  return {};
+  if (versions.size() == 1 && versions.front().header->isUnfinished) return {};
+  return mJournal.begin(*mCurrent);
 }
 
 Result<HeldFolder> Versions::folderOf(const std::string& copy) const {
   return mCurrent->makeBelow(copy);
 }
 
-void Versions::note(std::string line) {
-  mBuffer.append(line).push_back('\n');
-  if (mBuffer.size() < kBuffer) return;
-  if (!writeAll(mJournal.get(), mBuffer) && mFailure == 0) mFailure = errno;
-  mBuffer.clear();
-}
-
-void Versions::willChange(const HeldFolder& copy, const std::string& prefix,
-                          const std::string& name) {
-  if (!mRecords) return;
-  if (mNoted != &copy) {
-    mNoted = &copy;
-    mParents.emplace(copy.descriptor());
-  }
-  auto [above, entry] = splitName(name);
-  std::string full =
-      ZAN_FilesUtils::joinedPath(prefix, above.empty() ? entry : above + "/" + entry);
-  if (entry == ".") full = prefix;
-  const int parent = mParents->open(above);
-  // Below what is no folder there is nothing.
-  if (parent < 0 && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP))
-    return note(VersionItem{.name = std::move(full)}.toLine());
-  auto item = parent < 0 ? std::nullopt : VersionItem::read(parent, entry, full, true);
-  if (!item) {
-    if (mFailure == 0) mFailure = errno;
-    return;
-  }
-  note(item->toLine());
-}
-
-Outcome Versions::willChangeNoMore() {
-  mParents.reset();
-  mNoted = nullptr;
-  if (!mRecords) return {};
-  if (mFailure == 0 && !writeAll(mJournal.get(), mBuffer)) mFailure = errno;
-  if (mFailure == 0 && ::fsync(mJournal.get()) != 0) mFailure = errno;
-  mBuffer.clear();
-  if (mFailure != 0) {
-    errno = mFailure;
-    return failed(std::string(kJournal));
-  }
-  return synchronise(*mCurrent);
-}
-
-void Versions::hasAdded(const std::string& prefix, const std::string& name) {
-  if (!mRecords) return;
-  const auto [above, entry] = splitName(name);
-  note(VersionItem{
-      .name = ZAN_FilesUtils::joinedPath(prefix, above.empty() ? entry : above + "/" + entry)}
-           .toLine());
-}
-
-/// Puts the journal in order, with what lies in the folder: what no run could note is told by that.
-Outcome Versions::writeList(const HeldFolder& folder, const VersionHeader& header) {
-  SortedLines lines;
-  const ZAN_Descriptor journal(::openat(folder.descriptor(), std::string(kJournal).c_str(),
-                                        O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (journal) {
-    LineReader reader(journal.get());
-    for (std::string_view line; reader.next(line);) lines.add(line);
-  }
-  TreeCursor cursor(folder.descriptor(), {});
-  while (const auto entry = cursor.next()) {
-    if (entry->isFolder || isOwnFile(entry->name)) continue;
-    if (const auto item = VersionItem::read(entry->folder, entry->entry, entry->name, true))
-      lines.add(item->toLine());
-  }
-  ParentFolders aside(folder.descriptor());
-  ParentFolders copies(mDestination.descriptor());
-  const auto kindIn = [](ParentFolders& parents, const std::string& name) {
-    const auto [above, entry] = splitName(name);
-    struct stat state {};
-    const int parent = parents.open(above);
-    return parent >= 0 && ::fstatat(parent, entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0
-               ? VersionItem::kindOf(state)
-               : VersionItem::Kind::none;
-  };
-  VersionListWriter writer(folder.descriptor(), std::string(kNewList), header);
-  std::string closedName;
-  const bool isSorted = lines.forEach([&](std::string_view line) {
-    auto item = VersionItem::fromLine(line);
-    // Below what is no folder there is nothing to tell.
-    if (!item || (!closedName.empty() && isBelow(item->name, closedName))) return true;
-    if (item->kind == VersionItem::Kind::none &&
-        kindIn(copies, item->name) == VersionItem::Kind::none)
-      return true;
-    if (item->kind != VersionItem::Kind::folder) closedName = item->name;
-    if (item->contents == VersionItem::Contents::open) {
-      item->contents = kindIn(aside, item->name) == item->kind ? VersionItem::Contents::here
-                                                               : VersionItem::Contents::newer;
-    }
-    writer.add(item->toLine());
-    return true;
-  });
-  if (!writer.finish() || !isSorted) return failed(folder.path());
-  return {};
-}
-
 /// The current version gets its list and its final name, and the next one takes its place.
 Outcome Versions::close(VersionHeader next) {
-  auto header =
-      VersionListReader::headerOf(mCurrent->descriptor(), std::string(kList), mCurrent->path());
+  auto header = VersionListReader::headerOf(mCurrent->descriptor(),
+                                            std::string(VersionFolder::kList), mCurrent->path());
   if (!header) return header.error();
   header->isClosed = true;
-  if (Outcome written = writeList(*mCurrent, *header); !written) return written;
+  if (Outcome written = VersionJournal::writeList(*mCurrent, mDestination, *header); !written)
+    return written;
   // Clocks are set back; the order of versions stays.
   next.date = std::max(std::floor(next.date), header->date + 1);
   std::string base;
   if (Outcome made = makeFolder(next, State::fresh, base); !made) return made;
-  const int folder = mCurrent->descriptor();
-  if (::renameat(folder, std::string(kNewList).c_str(), folder, std::string(kList).c_str()) != 0)
-    return failed(mBase);
-  ::unlinkat(folder, std::string(kJournal).c_str(), 0);
+  if (!VersionFolder::takeNewList(*mCurrent)) return unwritable(*mCurrent);
+  ::unlinkat(mCurrent->descriptor(), std::string(VersionFolder::kJournal).c_str(), 0);
   if (Outcome done = synchronise(*mCurrent); !done) return done;
-  if (!rename(named(mBase, State::current), mBase) ||
-      !rename(named(base, State::fresh), named(base, State::current)))
-    return failed(mBase);
+  if (!rename(VersionFolder::named(mBase, State::current), mBase) ||
+      !rename(VersionFolder::named(base, State::fresh), VersionFolder::named(base, State::current)))
+    return unwritable(*mAll, mBase);
   if (Outcome done = synchronise(*mAll); !done) return done;
   return openCurrent(base);
 }
 
 Outcome Versions::finish(VersionHeader now) {
   if (!mCurrent) return {};
-  if (mRecords) {
-    if (mFailure == 0 && !writeAll(mJournal.get(), mBuffer)) mFailure = errno;
-    mBuffer.clear();
-    mJournal.close();
-    if (mFailure != 0) {
-      errno = mFailure;
-      return failed(std::string(kJournal));
-    }
-  }
+  if (Outcome noted = mJournal.finish(); !noted) return noted;
   now.isUnfinished = now.isClosed = false;
   if (Outcome closed = close(std::move(now)); !closed) return closed;
-  mRecords = false;
-  for (auto versions = chain(); const auto& version : versions) {
+  auto versions = chain();
+  for (const auto& version : std::vector(versions)) {
     if (!version.header->isUnfinished || version.state != State::dated) continue;
-    if (Outcome dropped = drop(version, chain()); !dropped) return dropped;
+    if (Outcome dropped = drop(version, versions); !dropped) return dropped;
   }
   return {};
 }
 
 /// What the version alone had is gone; what older ones need goes to the next older one.
-Outcome Versions::drop(const VersionFolder& version, const std::vector<VersionFolder>& chain) {
+Outcome Versions::drop(const VersionFolder& version, std::vector<VersionFolder>& chain) {
   const auto found = std::ranges::find(chain, version.name, &VersionFolder::name);
   if (found == chain.end()) return {};
-  if (found != chain.begin()) return merge(*std::prev(found), version);
-  return remove(version.name) ? Outcome() : failed(version.name);
-}
-
-Outcome Versions::merge(const VersionFolder& older, const VersionFolder& newer) {
-  auto into = mAll->below(older.name);
-  auto from = mAll->below(newer.name);
-  if (!into || !from) return into ? from.error() : into.error();
-  const std::string merging = named(newer.base, State::merging);
-  if (Outcome listed = listMerged(*into, *from, merging); !listed) return listed;
-  if (Outcome done = synchronise(*into); !done) return done;
-  // From here on the newer one is no version any more.
-  if (!rename(newer.name, merging)) return failed(newer.name);
-  if (Outcome done = synchronise(*mAll); !done) return done;
-  return finishMerge(*into, merging);
-}
-
-/// Its lists are closed at the end: on a share a file that is open does not go, nor its folder.
-Outcome Versions::listMerged(const HeldFolder& into, const HeldFolder& from,
-                             const std::string& merging) {
-  auto first = VersionListReader::open(into.descriptor(), std::string(kList), into.path());
-  auto second = VersionListReader::open(from.descriptor(), std::string(kList), from.path());
-  if (!first || !second) return first ? second.error() : first.error();
-  VersionHeader header = first->header();
-  header.merges = merging;
-  VersionListWriter writer(into.descriptor(), std::string(kMerged), header);
-  auto one = first->next();
-  auto two = second->next();
-  std::string closedName;
-  const auto before = [](const VersionItem& item, const VersionItem& other) {
-    return comesBefore(VersionItem::escaped(item.name), VersionItem::escaped(other.name));
-  };
-  while (one || two) {
-    const bool isOlder = one && (!two || !before(*two, *one));
-    const bool isBoth = isOlder && two && one->name == two->name;
-    VersionItem item = isOlder ? *one : *two;
-    if (isBoth && item.contents == VersionItem::Contents::newer) item.contents = two->contents;
-    if (isOlder) one = first->next();
-    if (!isOlder || isBoth) two = second->next();
-    if (!closedName.empty() && isBelow(item.name, closedName)) continue;
-    if (item.kind != VersionItem::Kind::folder) closedName = item.name;
-    writer.add(item.toLine());
+  if (found != chain.begin()) {
+    if (Outcome done = VersionMerge(*mAll).perform(*std::prev(found), version); !done) return done;
+  } else if (!remove(version.name)) {
+    return unwritable(*mAll, version.name);
   }
-  return writer.finish() ? Outcome() : failed(into.path());
-}
-
-Outcome Versions::finishMerge(const HeldFolder& older, const std::string& merging) {
-  auto from = mAll->below(merging);
-  if (!from) return from.error();
-  auto list = VersionListReader::open(older.descriptor(), std::string(kMerged), older.path());
-  if (!list) return list.error();
-  ParentFolders source(from->descriptor());
-  ParentFolders target(older.descriptor());
-  while (auto item = list->next()) {
-    if (item->contents != VersionItem::Contents::here) continue;
-    const auto [above, entry] = splitName(item->name);
-    const int parent = source.open(above);
-    if (parent < 0 || !exists(parent, entry)) continue;
-    const int folder = target.make(above);
-    if (folder < 0) return failed(older.path());
-    // What the older one has is what it had.
-    if (!renameBeside(parent, folder, entry) && errno != EEXIST) return failed(item->name);
-  }
-  VersionHeader header = list->header();
-  header.merges.clear();
-  auto again = VersionListReader::open(older.descriptor(), std::string(kMerged), older.path());
-  if (!again) return again.error();
-  VersionListWriter writer(older.descriptor(), std::string(kNewList), header);
-  for (auto line = again->nextLine(); !line.empty(); line = again->nextLine()) writer.add(line);
-  const int folder = older.descriptor();
-  if (!writer.finish() ||
-      ::renameat(folder, std::string(kNewList).c_str(), folder, std::string(kList).c_str()) != 0)
-    return failed(older.path());
-  ::unlinkat(folder, std::string(kMerged).c_str(), 0);
-  if (Outcome done = synchronise(older); !done) return done;
-  return removeTree(mAll->descriptor(), merging) ? Outcome() : failed(merging);
+  chain.erase(found);
+  return {};
 }
 
 bool Versions::remove(const std::string& name) {
   // Half of a folder is not to be taken for a whole one.
   const auto folder = VersionFolder::fromName(name);
-  const std::string going = folder ? named(folder->base, State::going) : name;
+  const std::string going = folder ? VersionFolder::named(folder->base, State::going) : name;
   if (going != name && !rename(name, going)) return false;
   return removeTree(mAll->descriptor(), going);
 }
@@ -495,6 +216,7 @@ bool Versions::remove(const std::string& name) {
 Outcome Versions::thin(ReferenceTime now, const VersionsKept& kept) {
   if (!mAll) return {};
   auto versions = chain();
+  const auto all = versions;
   std::vector<ReferenceTime> dates;
   for (const auto& version : versions) dates.push_back(version.date);
   const bool isTimeBelieved = VersionsKept::beforeLeap(dates, now) == 0;
@@ -504,18 +226,17 @@ Outcome Versions::thin(ReferenceTime now, const VersionsKept& kept) {
       remove(folder.name);
   }
   for (const std::size_t index : kept.superfluous(dates, now)) {
-    if (Outcome dropped = drop(versions[index], chain()); !dropped) return dropped;
+    if (Outcome dropped = drop(all[index], versions); !dropped) return dropped;
   }
   if (kept.bytes > 0) {
-    versions = chain();
     std::uint64_t bytes = 0;
     std::vector<std::uint64_t> sizes;
     for (const auto& version : versions) {
-      sizes.push_back(sizeOf(mAll->descriptor(), version.name));
+      sizes.push_back(version.bytesOnDisk(*mAll));
       bytes += sizes.back();
     }
     for (std::size_t i = 0; i + 1 < versions.size() && bytes > kept.bytes; ++i) {
-      if (!remove(versions[i].name)) return failed(versions[i].name);
+      if (!remove(versions[i].name)) return unwritable(*mAll, versions[i].name);
       bytes -= sizes[i];
     }
   }
@@ -526,7 +247,7 @@ Outcome Versions::thin(ReferenceTime now, const VersionsKept& kept) {
     // What others have written is not for the versions to make good.
     if (freeSpace() >= kept.freeSpace || given + size > kept.added || now - folder.date < kTwoDays)
       break;
-    if (!remove(folder.name)) return failed(folder.name);
+    if (!remove(folder.name)) return unwritable(*mAll, folder.name);
     given += size;
   }
   return {};
@@ -542,7 +263,7 @@ std::vector<std::pair<VersionFolder, std::uint64_t>> Versions::removable() const
   std::vector<std::pair<VersionFolder, std::uint64_t>> found;
   for (auto& folder : mAll ? VersionFolder::all(*mAll) : std::vector<VersionFolder>()) {
     if (folder.state == State::dated || folder.state == State::going)
-      found.emplace_back(folder, sizeOf(mAll->descriptor(), folder.name));
+      found.emplace_back(folder, folder.bytesOnDisk(*mAll));
   }
   return found;
 }

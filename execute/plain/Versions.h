@@ -4,42 +4,17 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
-#include "execute/engine/FolderWalk.h"
 #include "execute/engine/Thinning.h"
-#include "execute/plain/VersionList.h"
+#include "execute/plain/VersionFolder.h"
+#include "execute/plain/VersionJournal.h"
 #include "platform/linux/HeldFolder.h"
 
 namespace corvana {
-
-/// A folder of a version, by its name: "2026-11-22T041503Z", a number behind it when there are
-/// several of that second, and what it is in the middle of.
-struct VersionFolder {
-  enum class State {
-    dated,    ///< whole
-    current,  ///< that of the newest version: takes in what the next run replaces
-    fresh,    ///< is to be the current one
-    going,    ///< is being removed
-    merging,  ///< is being merged into the next older one
-  };
-  std::string name;
-  std::string base;  ///< the name without its state
-  State state = State::dated;
-  ReferenceTime date = 0;
-  int number = 1;
-  /// Nothing for a folder without a list that can be read, as earlier runs made them.
-  std::optional<VersionHeader> header = {};
-
-  static std::optional<VersionFolder> fromName(const std::string& name);
-  bool isOlderThan(const VersionFolder& other) const {
-    return date != other.date ? date < other.date : number < other.number;
-  }
-  /// All that lie there with their headers, oldest first.
-  static std::vector<VersionFolder> all(const HeldFolder& versions);
-};
 
 /// The folder beside the copies that makes them versions: ".corvana9-versions". The newest version
 /// of an action are its copies themselves. Each version has a folder named after its date, which
@@ -56,8 +31,6 @@ class Versions {
   /// What lies in a copy and is none of it: its mark, and halves of files.
   static constexpr std::string_view kMark = ".corvana9-copy";
   static constexpr std::string_view kHalves = ".corvana9-partial";
-  static constexpr std::string_view kList = ".corvana9-list";
-  static constexpr std::string_view kJournal = ".corvana9-journal";
   /// How long folders without a list stay, in seconds.
   static constexpr double kKeptWithoutList = 30 * 86400.0;
 
@@ -73,13 +46,8 @@ class Versions {
   /// Where the run puts what it takes out of that copy, or with "." out of the destination; made
   /// when it is not there.
   Result<HeldFolder> folderOf(const std::string& copy) const;
-  /// Before anything is changed: notes what lies under a name of that copy, or nothing. `prefix`:
-  /// the copy's name in the destination, empty for that of a file.
-  void willChange(const HeldFolder& copy, const std::string& prefix, const std::string& name);
-  /// All of it was told, and is on the disk afterwards.
-  Outcome willChangeNoMore();
-  /// The run has added something that was not expected.
-  void hasAdded(const std::string& prefix, const std::string& name);
+  /// To be told what the run changes, before it does.
+  VersionJournal& journal() { return mJournal; }
   /// The copies, which are on the disk, are a version now, of that date.
   Outcome finish(VersionHeader now);
 
@@ -109,19 +77,13 @@ class Versions {
   Outcome makeFolder(const VersionHeader& header, VersionFolder::State state, std::string& base);
   Outcome openCurrent(const std::string& base);
   Outcome close(VersionHeader next);
-  Outcome writeList(const HeldFolder& folder, const VersionHeader& header);
-  Outcome merge(const VersionFolder& older, const VersionFolder& newer);
-  /// Writes what `into` has when it has taken up `from`, which is called `merging` by then.
-  Outcome listMerged(const HeldFolder& into, const HeldFolder& from, const std::string& merging);
-  Outcome finishMerge(const HeldFolder& older, const std::string& merging);
-  Outcome drop(const VersionFolder& version, const std::vector<VersionFolder>& chain);
+  /// `chain`: all of the action; without it afterwards.
+  Outcome drop(const VersionFolder& version, std::vector<VersionFolder>& chain);
   bool remove(const std::string& name);
   /// The older versions of all actions, oldest first, with the bytes that they take up.
   std::vector<std::pair<VersionFolder, std::uint64_t>> removable() const;
   std::uint64_t freeSpace() const;
   bool rename(const std::string& from, const std::string& to) const;
-  Error failed(const std::string& name) const;
-  void note(std::string line);
 
   HeldFolder mDestination;
   std::optional<HeldFolder> mAll;
@@ -129,12 +91,7 @@ class Versions {
   VersionHeader mOwn;
   std::optional<HeldFolder> mCurrent;
   std::string mBase;  ///< name of the current one without its state
-  bool mRecords = false;
-  ZAN_Descriptor mJournal;
-  std::string mBuffer;
-  int mFailure = 0;
-  const HeldFolder* mNoted = nullptr;  ///< the copy that is being told of
-  std::optional<ParentFolders> mParents;
+  VersionJournal mJournal;
 };
 
 }  // namespace corvana

@@ -31,9 +31,6 @@ class ResticBackup {
   /// Changes nothing.
   ExecuteEnd plan(const std::function<void(const PlannedItem&)>& planned);
 
-  /// Leaves what was restored for a moment, and could not be removed, out of copies.
-  static constexpr const char* kStaging = ".corvana9-restored";
-
  private:
   std::vector<std::string> words(ReferenceTime date) const;
   void addPaths(std::vector<std::string>& words) const;

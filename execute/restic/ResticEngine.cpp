@@ -10,6 +10,7 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionsTools.h"
 #include "execute/restic/ResticBackup.h"
+#include "execute/restic/ResticReadBack.h"
 #include "execute/restic/ResticRestoration.h"
 #include "execute/restic/ResticUpkeep.h"
 
@@ -270,8 +271,8 @@ Outcome ResticEngine::verify(const VerifiedShare& share, const std::vector<Versi
                              const TaskHooks& hooks, VerifiedCounts& verified) {
   if (share.files == UINT64_MAX || mSnapshots.empty())
     return ResticUpkeep(*mAction).check(share, hooks, verified);
-  return ResticRestoration(*mAction, mSnapshots.back(), hooks)
-      .readBack(share, sources, dataFolder(), verified);
+  return ResticReadBack(*mAction, mSnapshots.back(), sources, dataFolder())
+      .perform(share, hooks, verified);
 }
 
 Result<std::string> ResticEngine::test() {

@@ -20,17 +20,9 @@ class ResticRestoration {
   /// nothing is read, and what is there is told by restic's list.
   Outcome restore(const std::vector<VersionTarget>& targets, const Restoration::Options& options,
                   Restoration::Counts& restored);
-  /// Fetches a few files into the folder that is given, and compares them with what they were
-  /// copied from as far as that has not changed since.
-  Outcome readBack(const VerifiedShare& share, const std::vector<VersionTarget>& sources,
-                   const std::string& folder, VerifiedCounts& verified);
 
  private:
   struct Batch;
-  struct Fetched {
-    ResticEnd end;
-    std::vector<std::string> failed;  ///< names
-  };
 
   std::vector<Batch> batchesOf(const std::vector<VersionTarget>& targets) const;
   Outcome look(Batch& batch, const Restoration::Options& options, Restoration::Counts& restored,
@@ -44,16 +36,6 @@ class ResticRestoration {
                 const Restoration::Options& options, Restoration::Counts& restored);
   Outcome put(const VersionTree& tree, const Batch& batch, const std::vector<std::string>& names,
               const Restoration::Options& options, Restoration::Counts& restored);
-  Fetched fetch(const std::vector<std::string>& names, const HeldFolder& folder);
-  std::vector<std::string> filesOf(const std::vector<VersionTarget>& sources,
-                                   const VerifiedShare& share) const;
-  Result<std::vector<std::string>> filesListed(const VerifiedShare& share) const;
-  Outcome readBack(const std::vector<std::string>& names, const std::vector<VersionTarget>& sources,
-                   const std::string& folder, VerifiedCounts& verified);
-  /// Whether a copy is what lies at its source now; nothing when the source has changed or gone.
-  std::optional<bool> isAtItsSource(const std::string& name, const HeldFolder& copies,
-                                    const std::vector<VersionTarget>& sources,
-                                    std::uint64_t& bytes) const;
 
   const ResticAction& m;
   const Snapshot& mSnapshot;

@@ -225,25 +225,4 @@ Outcome SnapshotTree::forEachOf(const std::vector<std::string>& names,
   return Error{ErrorKind::unwritable, "no room for the list of what a version has"};
 }
 
-Outcome StagedTree::forEach(const std::string& name, const std::function<bool(const Entry&)>& each,
-                            const std::function<void(const std::string&)>& unreadable) const {
-  const auto isGood = [&](const std::string& item) {
-    return std::ranges::find(mFailed, item) == mFailed.end();
-  };
-  const auto [above, entry] = splitName(name);
-  const ZAN_Descriptor parent = openPathBelow(mFolder.descriptor(), above, O_PATH | O_DIRECTORY);
-  auto first = parent ? VersionItem::read(parent.get(), entry, name, true) : std::nullopt;
-  if (!first || first->kind == VersionItem::Kind::none || !isGood(name)) return {};
-  const bool isFolder = first->kind == VersionItem::Kind::folder;
-  if (!each({*std::move(first), &mFolder}) || !isFolder) return {};
-  const ZAN_Descriptor folder = openFolderBelow(parent.get(), entry);
-  if (!folder) return Error{ErrorKind::unreadable, name + ": " + std::strerror(errno)};
-  TreeCursor cursor(folder.get(), name, unreadable);
-  while (const auto found = cursor.next()) {
-    auto item = VersionItem::read(found->folder, found->entry, found->name, true);
-    if (item && isGood(found->name) && !each({*std::move(item), &mFolder})) return {};
-  }
-  return {};
-}
-
 }  // namespace corvana

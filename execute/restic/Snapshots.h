@@ -64,19 +64,4 @@ class SnapshotTree final : public VersionTree {
   Snapshot mSnapshot;
 };
 
-/// What restic has brought back into a folder of its own, less what it could not.
-class StagedTree final : public VersionTree {
- public:
-  /// The folder outlives the tree. `failed`: names that are not to be trusted.
-  StagedTree(const HeldFolder& folder, std::vector<std::string> failed)
-      : mFolder(folder), mFailed(std::move(failed)) {}
-  using VersionTree::forEach;
-  Outcome forEach(const std::string& name, const std::function<bool(const Entry&)>& each,
-                  const std::function<void(const std::string&)>& unreadable) const override;
-
- private:
-  const HeldFolder& mFolder;
-  std::vector<std::string> mFailed;
-};
-
 }  // namespace corvana

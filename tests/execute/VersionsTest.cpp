@@ -169,7 +169,7 @@ TEST_F(VersionsTest, AreThinnedByAge) {
     auto versions = Versions::open(*disk, own());
     ASSERT_TRUE(versions);
     ASSERT_TRUE(versions->begin(clock.time, round == 0));
-    ASSERT_TRUE(versions->willChangeNoMore());
+    ASSERT_TRUE(versions->journal().willChangeNoMore());
     VersionHeader header = own();
     header.date = clock.time;
     ASSERT_TRUE(versions->finish(header));
