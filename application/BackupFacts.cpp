@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 
+#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "actions/ScheduleSentence.h"
 #include "actions/TaskRequest.h"
 #include "application/Household.h"
@@ -162,7 +163,7 @@ std::vector<BackupFacts> factsOf(Household& household) {
       facts.failure = kindOfRun(code);
       facts.failedAt =
           known.lastBad["EndDate"].asDate().value_or(known.lastBad["Date"].asDate().value_or(now));
-      facts.reason = known.lastBad.string(RunKey::reason);
+      facts.reason = translated(household.texts(), known.lastBad.string(RunKey::reason));
       if (facts.reason.empty()) facts.reason = resultInWords(code, household.texts());
       facts.onlyLacks = known.lastBad.integer(RunKey::onlyLacks) != 0;
       // What was left out since is missed no more.

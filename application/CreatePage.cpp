@@ -418,8 +418,8 @@ void CreatePage::showRun() {
                       [this] { navigator().showRestore(mReference); });
     } else {
       mRunBanner->say(kind == RunKind::failed ? Look::Meaning::bad : Look::Meaning::caution,
-                      qt(result), qt(entry->string("F")), household().text("BannerAgain"),
-                      [this] { run(); });
+                      qt(result), household().said(entry->string("F")),
+                      household().text("BannerAgain"), [this] { run(); });
     }
     return;
   }

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "core/record/Preferences.h"
 #include "core/record/SiblingChannel.h"
 #include "desktop/Texts.h"
@@ -76,6 +77,8 @@ QString Household::text(std::string_view key) const { return qt(mTexts.text(key)
 QString Household::text(std::string_view key, ZAN_StringUtils::Arguments arguments) const {
   return qt(mTexts.text(key, arguments));
 }
+
+QString Household::said(std::string_view english) const { return qt(translated(mTexts, english)); }
 
 bool Household::claim() {
   auto lock = ZAN_FileLock::acquire(

@@ -78,6 +78,8 @@ class Household {
   /// A text that the user sees; empty for a key that is not there.
   QString text(std::string_view key) const;
   QString text(std::string_view key, ZAN_StringUtils::Arguments arguments) const;
+  /// What a subcommand or the execute program has said in English, as the user reads it.
+  QString said(std::string_view english) const;
 
   /// Changes the stored tree so that nothing that others do is lost, and tells the agent. The
   /// reason when it failed; nothing has changed then.

@@ -34,9 +34,9 @@ std::string lineOf(const ZAN_Value& text) {
 }
 
 /// The command says last why it could not; before that come strangers that did not answer.
-std::string shortReason(const std::string& reason) {
+std::string shortReason(const Household& household, const std::string& reason) {
   constexpr qsizetype kMost = 300;
-  const QString last = qt(reason).trimmed().section('\n', -1);
+  const QString last = household.said(reason).trimmed().section('\n', -1);
   return ZAN_StringUtils::oneLine(utf8(last.left(kMost)));
 }
 
@@ -153,7 +153,7 @@ class MachineCard final : public Card {
     if (isAsking()) return mHousehold.text("NetAsking");
     if (canBeAsked()) {
       mStanding->setMeaning(Look::Meaning::caution);
-      return qt(shortReason(mTrouble));
+      return qt(shortReason(mHousehold, mTrouble));
     }
     if (!mMachine["locked"].boolValue()) mDetails->setText(mHousehold.text("NetUnknown"));
     const bool isOn = mMachine["active"].boolValue();
@@ -288,7 +288,8 @@ class MachineCard final : public Card {
     mRun.run(
         words(options, {QStringLiteral("launch"), QString::number(action.integer("ref"))}),
         [this, title = lineOf(action["title"])](const CommandChild::Ending& ending) {
-          if (!ending.isDone()) return tell(Look::Meaning::bad, qt(shortReason(ending.reason)));
+          if (!ending.isDone())
+            return tell(Look::Meaning::bad, qt(shortReason(mHousehold, ending.reason)));
           tell(Look::Meaning::good, mHousehold.text("NetAsked", {title}));
           mLater.start();
         },
@@ -374,7 +375,7 @@ void NetworkMachines::found(const CommandChild::Ending& ending) {
   mAgain.start();
   mLook->setEnabled(true);
   if (!ending.isDone())
-    return note(mHousehold.text("NetSearchFailed", {shortReason(ending.reason)}), true);
+    return note(mHousehold.text("NetSearchFailed", {shortReason(mHousehold, ending.reason)}), true);
   std::vector<ZAN_Value> machines(ending.answer.elements().begin(), ending.answer.elements().end());
   // Anybody can call himself anything: those that may be known come first.
   std::ranges::stable_sort(machines, std::ranges::greater{},

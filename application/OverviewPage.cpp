@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "application/Banner.h"
 #include "application/Look.h"
 #include "application/NetworkMachines.h"
@@ -310,7 +311,8 @@ void OverviewPage::explain(std::int64_t reference) {
   mWhyChild.run({QStringLiteral("why"), QStringLiteral("--"), QString::number(reference)},
                 [this, title](const CommandChild::Ending& ending) {
                   if (!ending.isDone())
-                    return complain(Error{ErrorKind::unavailable, ending.reason});
+                    return complain(Error{ErrorKind::unavailable,
+                                          translated(household().texts(), ending.reason)});
                   QStringList lines;
                   for (const ZAN_Value& reason : ending.answer["reasons"].elements())
                     lines << QStringLiteral("•  ") + qt(reason.string("text"));

@@ -8,6 +8,7 @@
 #include <QVBoxLayout>
 #include <utility>
 
+#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "application/Household.h"
 #include "core/record/Preferences.h"
 #include "desktop/Texts.h"
@@ -173,7 +174,8 @@ void PairingDialog::found(const CommandChild::Ending& ending) {
   mNobody->setVisible(names.isEmpty());
   mNobody->setText(ending.isDone() ? mHousehold.text("PairNobody")
                                    : mHousehold.text("NetSearchFailed",
-                                                     {ZAN_StringUtils::oneLine(ending.reason)}));
+                                                     {ZAN_StringUtils::oneLine(translated(
+                                                         mHousehold.texts(), ending.reason))}));
   // Those that stay keep the keyboard's focus.
   QStringList shown;
   for (int i = 0; i < mWaiting->count(); ++i) shown << mWaiting->itemAt(i)->widget()->objectName();
@@ -239,7 +241,7 @@ void PairingDialog::ended(const CommandChild::Ending& ending) {
     mEndText->setText(mHousehold.text(isControlled ? "PairDoneText" : "PairDoneButOff"));
   } else {
     mEndTitle->setText(mHousehold.text("PairNot"));
-    mEndText->setText(qt(ZAN_StringUtils::oneLine(ending.reason)));
+    mEndText->setText(qt(ZAN_StringUtils::oneLine(translated(mHousehold.texts(), ending.reason))));
   }
   mStack->setCurrentIndex(3);
   if (ending.isDone()) mPaired();
@@ -269,7 +271,7 @@ void PairedComputers::load() {
 void PairedComputers::fill(const CommandChild::Ending& ending) {
   clearLayout(mList);
   if (!ending.isDone()) {
-    mTrouble->setText(qt(ending.reason));
+    mTrouble->setText(mHousehold.said(ending.reason));
     return mTrouble->show();
   }
   for (const ZAN_Value& one : ending.answer.elements()) {
@@ -333,7 +335,7 @@ void PairedComputers::forget(const QString& sender, const QString& name) {
 void PairedComputers::change(const QStringList& words) {
   mChild.run(QStringList(QStringLiteral("pair")) + words,
              [this](const CommandChild::Ending& ending) {
-               mTrouble->setText(qt(ending.reason));
+               mTrouble->setText(mHousehold.said(ending.reason));
                mTrouble->setVisible(!ending.isDone());
                load();
              });

@@ -284,7 +284,7 @@ void RestorePage::takeVersions(const CommandChild::Ending& ending) {
   if (dates.empty()) {
     mTimeLine->setDates({});
     updateSentence();
-    return showNothing(household().text("RestoreNoVersions"), qt(ending.reason));
+    return showNothing(household().text("RestoreNoVersions"), household().said(ending.reason));
   }
   std::ranges::sort(dates);
   mChooser->show();
@@ -400,7 +400,7 @@ void RestorePage::restoreEnded(const CommandChild::Ending& ending, const QString
   const QString folder =
       !to.isEmpty() || items.empty() ? to : QFileInfo(qt(items.at(0).stringView())).absolutePath();
   QStringList lines;
-  if (!ending.isDone()) lines << qt(ending.reason);
+  if (!ending.isDone()) lines << household().said(ending.reason);
   for (std::size_t index = 0; index < std::min<std::size_t>(answer["failed"].size(), 3); ++index)
     lines << qt(answer["failed"].at(index).stringView());
   if (const auto kept = answer["kept"].size(); kept > 0)

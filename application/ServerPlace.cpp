@@ -203,7 +203,7 @@ void RepositoryLock::ask(const QString& place) {
              [this](const CommandChild::Ending& ending) {
                mTest->setEnabled(true);
                say(ending.isDone() ? "well-good" : "well-bad",
-                   ending.isDone() ? qt(ending.answer.string("text")) : qt(ending.reason));
+                   mHousehold.said(ending.isDone() ? ending.answer.string("text") : ending.reason));
              });
 }
 

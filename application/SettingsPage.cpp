@@ -360,7 +360,7 @@ void SettingsPage::mailTried(const CommandChild::Ending& ending) {
   mMailResult->setText(ending.isDone()
                            ? household().text("SettingsMailTaken", {ending.answer.string("server"),
                                                                     ending.answer.string("to")})
-                           : qt(ending.reason));
+                           : household().said(ending.reason));
   if (!ending.isDone()) return;
   mPassword->clear();
   for (QLineEdit* edit : {mAddress, mRecipients, mServer}) edit->setModified(false);

@@ -116,7 +116,7 @@ void VersionBrowser::take(const CommandChild::Ending& ending, bool isFound) {
   });
   fill(isFound);
   const std::int64_t more = ending.answer.integer("more");
-  mNote->setText(!ending.isDone() ? qt(ending.reason)
+  mNote->setText(!ending.isDone() ? mHousehold.said(ending.reason)
                  : more > 0       ? mHousehold.text("RestoreMore", {more})
                  : mItems.empty() ? mHousehold.text(isFound ? "RestoreNotFound" : "RestoreEmpty")
                                   : QString());

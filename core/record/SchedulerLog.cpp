@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "actions/ActionsTools.h"
 #include "actions/History.h"
 #include "actions/TaskRequest.h"
@@ -114,7 +115,7 @@ void SchedulerLog::tellTask(const ZAN_Value& entry) {
   if (!isFailure(code) || code == LogCode::crashed || !showStandardMessage) return;
   const bool restores = entry.string(TaskRequest::kTaskKey) == TaskRequest::kRestore;
   showStandardMessage(mTexts.text(restores ? "RestoreFailed" : "VerifyFailed",
-                                  {entry.string("N"), entry.string("F")}),
+                                  {entry.string("N"), translated(mTexts, entry.string("F"))}),
                       0);
 }
 

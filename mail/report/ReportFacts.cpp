@@ -4,6 +4,7 @@
 #include <cmath>
 #include <map>
 
+#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
@@ -221,7 +222,7 @@ std::string ReportGatherer::reasonOf(const ZAN_Value& run) const {
       continue;
     const ReferenceTime date = entry["M"].asDate().value_or(0);
     if (date < run["Date"].asDate().value_or(0) - 1 || date > end + kLogDelay) continue;
-    reason = entry.string("F");
+    reason = translated(mTexts, entry.string("F"));
     if (const std::string path = entry.string("P"); !path.empty())
       reason += (reason.empty() ? "" : ": ") + path;
   }

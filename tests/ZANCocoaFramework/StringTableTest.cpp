@@ -1,4 +1,5 @@
 #include "ZANCocoaFramework/ZAN_StringTable.h"
+#include "ZANCocoaFramework/ZAN_Translation.h"
 
 #include <gtest/gtest.h>
 
@@ -106,6 +107,24 @@ TEST(StringTable, EnglishStandsBehindTheWantedLanguages) {
 
   ASSERT_FALSE(table.load(folder.at("nowhere"), {"../fr"}));
   EXPECT_EQ(table.text("A"), "");
+}
+
+TEST(Translation, FindsTheSentenceAndWhatDiffersInIt) {
+  const ZAN_StringTable texts(
+      {{"Said: %@: it is gone", "%1$@ ist weg"},
+       {"Said: %@: %@", "%1$@ - %2$@"},
+       {"Said: %@ of %@ are lost; stop %@", "Halt %3$@: %1$@ von %2$@ fehlen"},
+       {"Said: all", "alle"},
+       {"Said: no room", "kein Platz"},
+       {"Unsaid: all", "falsch"}});
+  EXPECT_EQ(translated(texts, "/a: b: it is gone"), "/a - b ist weg") << "most words first";
+  EXPECT_EQ(translated(texts, "all of 5 are lost; stop it"), "Halt it: alle von 5 fehlen");
+  EXPECT_EQ(translated(texts, "2 of 5 are lost; stop "), "Halt : 2 von 5 fehlen");
+  EXPECT_EQ(translated(texts, "all\n\nno room\nfalse"), "alle\n\nkein Platz\nfalse");
+  const ZAN_StringTable few(ZAN_StringTable::Entries{{"Said: no room", "kein Platz"}});
+  EXPECT_EQ(translated(few, "tool: /d: no room"), "tool: /d: kein Platz");
+  EXPECT_EQ(translated(few, "tool: /d: %@ no room %"), "tool: /d: %@ no room %");
+  EXPECT_EQ(translated(ZAN_StringTable(), "no room"), "no room");
 }
 
 /// The literals in the first argument of each `text(` of a source.

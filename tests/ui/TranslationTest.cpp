@@ -59,7 +59,8 @@ TEST(Translation, germanIsCompleteAndTakesTheSameArguments) {
     EXPECT_EQ(placeholdersOf(found->second), placeholdersOf(original)) << key;
     EXPECT_EQ(found->second == original, kEqualWords.contains(key)) << key << ": " << original;
   }
-  for (const auto& [key, text] : german) EXPECT_TRUE(english.contains(key)) << key;
+  for (const auto& [key, text] : german)
+    EXPECT_TRUE(english.contains(key) || key.starts_with("Said: ")) << key;
 }
 
 TEST(Translation, singularsStandBesideTheirPlurals) {

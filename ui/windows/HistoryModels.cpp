@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "actions/ActionsTools.h"
 #include "actions/History.h"
 #include "core/record/Preferences.h"
@@ -150,7 +151,8 @@ std::string ErrorSummaryModel::details(std::size_t row) const {
   const ZAN_Value& one = mFailures[row];
   std::string text = RunWords(m.records.texts, m.records.strings).result(one);
   for (const char* key : {"F", "P"})
-    if (one[key].isString() && !one.string(key).empty()) text += '\n' + one.string(key);
+    if (one[key].isString() && !one.string(key).empty())
+      text += '\n' + translated(m.records.texts, one.string(key));
   return text;
 }
 

@@ -1,5 +1,6 @@
 #include "ui/windows/WindowWords.h"
 
+#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "actions/ActionResults.h"
 #include "actions/ActionsTools.h"
 #include "actions/TaskRequest.h"
@@ -76,7 +77,7 @@ std::string RunWords::work(const ZAN_Value& entry) const {
                                count(RunKey::skipped), count(RunKey::notPossible)}));
   if (const auto speed = bytesPerSecond(entry))
     add(mT.text("ProgressSpeed", {mS.getShortSizeBytes(static_cast<std::uint64_t>(*speed))}));
-  if (entry.contains(RunKey::reason)) add(entry.string(RunKey::reason));
+  if (entry.contains(RunKey::reason)) add(translated(mT, entry.string(RunKey::reason)));
   return text;
 }
 
@@ -88,7 +89,7 @@ std::string RunWords::list(const std::string& title, const ZAN_Value& lines) con
       text += '\n' + mT.text("LatestMoreErrors", {lines.size() - kMostLines});
       break;
     }
-    if (const std::string line = lineOf(one); !line.empty()) text += '\n' + line;
+    if (const std::string line = lineOf(one); !line.empty()) text += '\n' + translated(mT, line);
   }
   return text;
 }

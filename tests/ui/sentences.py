@@ -1,0 +1,46 @@
+#!/usr/bin/env python3
+"""Whether the table knows in every language but English what the execute program says of a run.
+
+Records are English, and windows and mail translate them as they show them. A sentence that is new or was changed in
+execute/ has to be known under "Said: ", or its readers get English.
+"""
+import pathlib
+import re
+import sys
+
+TOP = pathlib.Path(__file__).resolve().parents[2]
+SAYING = [*sorted((TOP / "execute").glob("**/*.cpp")), TOP / "volumes/VolumeIdentity.cpp"]
+# Statements in which words are looked for, written into files or told to whoever typed them.
+NOT_SAID = re.compile(r"holdsOneOf\(|constexpr |std::cout|std::cerr|\.find\(|log\.write|starts_with|numberAfter\(|"
+                      r"REFERENCE|not a number|asks for nothing")
+LITERAL = re.compile(r'"((?:[^"\\]|\\.)*)"')
+
+
+def plain(text):
+    return re.sub(r"\\(.)", r"\1", text)
+
+
+def main():
+    failures = []
+    for table in sorted((TOP / "resources").glob("*.lproj/Localizable.strings")):
+        if table.parent.name == "en.lproj":
+            continue
+        pairs = re.findall(r'^"Said: ((?:[^"\\]|\\.)*)" = "((?:[^"\\]|\\.)*)";$', table.read_text(), re.M)
+        known = "\n".join(": " + plain(said).replace("%@", "\n") for said, _ in pairs)
+        for said, words in pairs:
+            if any(int(number) > said.count("%@") for number in re.findall(r"%(\d)\$@", words)):
+                failures.append(f"{table.parent.name}: {said}: a place too many in the translation")
+        for file in SAYING:
+            code = re.sub(r"^\s*//.*", "", file.read_text(), flags=re.M)
+            for statement in code.split(";\n"):
+                if NOT_SAID.search(statement):
+                    continue
+                for literal in LITERAL.findall(re.sub(r'"\s*\n\s*"', "", statement)):
+                    literal = plain(literal)
+                    if re.search(r"[a-z]+ [a-z]+ [a-z]+", literal) and literal not in known:
+                        failures.append(f"{table.parent.name} lacks what {file.relative_to(TOP)} says: {literal}")
+    print("\n".join(failures), end="\n" if failures else "")
+    return 1 if failures else 0
+
+
+sys.exit(main())
