@@ -134,6 +134,7 @@ TEST(AgeAlarms, AreSaidOnceADayAndEndWithASuccess) {
   const ReferenceTime begin = month.machine.clock.now();
   ZAN_Value record = with(daily(month.timeOfDay("08:00"), begin), "TriggerAgeAlarm", 1);
   record.setValue("SaveEditDate", ZAN_Value::date(begin));
+  record.setValue("OptionsPerformer", "corvana9");
   const std::int64_t photos = month.action("Photos", record);
   // Nobody hears of these: by hand, weekly and so not yet, and one that does not ask for it.
   month.action("Hand", with(with(record, "TriggerAutomatic", 0), "Title", "Hand"));
