@@ -26,7 +26,7 @@ constexpr double kDay = 86400;
 constexpr int kMostDays = 365;
 /// Of "not executed": tells by a message.
 constexpr std::int64_t kMessage = 1;
-constexpr int kLeastRows = 8;
+constexpr int kLeastRows = 3;
 constexpr int kMostRows = 16;
 
 /// Days in words, and a field with steps where they are edited.
@@ -140,8 +140,8 @@ void AgeAlarms::fill(QTreeWidgetItem& row, const ProgrammedAction& action) {
                             : mHousehold.text("AlarmsByHand"));
   row.setForeground(kAfter, Look::colour(isOn ? Look::Meaning::plain : Look::Meaning::muted));
   const auto success = ActionsTools::getLastSuccessDateForSettings(record);
-  row.setText(kLast,
-              success ? qt(pastDateOf(mHousehold, *success)) : mHousehold.text("CardNoSuccess"));
+  row.setText(kLast, success ? withCapital(pastDateOf(mHousehold, *success))
+                             : mHousehold.text("CardNoSuccess"));
   const bool isOverdue =
       AgeAlarm::overdueSince(action, mHousehold.calendar(), mHousehold.now()).has_value();
   row.setForeground(kLast, Look::colour(isOverdue ? Look::Meaning::bad : Look::Meaning::muted));

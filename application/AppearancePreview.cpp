@@ -35,6 +35,7 @@ AppearancePreview::AppearancePreview(Household& household, const Preferences& pr
   policy.setHeightForWidth(true);
   setSizePolicy(policy);
   setAccessibleName(household.text("SettingsPreview"));
+  readAs(this, QAccessible::Graphic);
 }
 
 int AppearancePreview::heightForWidth(int width) const {

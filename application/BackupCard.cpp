@@ -47,6 +47,7 @@ QColor markColour(RunKind kind) {
 
 RunBar::RunBar(Household& household) : mHousehold(household) {
   setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+  readAs(this, QAccessible::Graphic);
 }
 
 QSize RunBar::sizeHint() const { return {Look::space(40), Look::space(4)}; }
@@ -211,7 +212,7 @@ void BackupCard::show(const BackupFacts& facts, const ZAN_Value& current, bool i
     mTrouble->setText(qt(current.string("stuck")));
   } else {
     mLast->setMeaning(Look::Meaning::plain);
-    mLast->setText(facts.lastSuccess ? qt(pastDateOf(mHousehold, *facts.lastSuccess))
+    mLast->setText(facts.lastSuccess ? withCapital(pastDateOf(mHousehold, *facts.lastSuccess))
                                      : mHousehold.text("CardNoSuccess"));
     mResult->setText(
         !facts.files ? QString()

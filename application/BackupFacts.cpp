@@ -1,6 +1,5 @@
 #include "application/BackupFacts.h"
 
-#include <QString>
 #include <algorithm>
 #include <map>
 #include <set>
@@ -113,12 +112,6 @@ class Destinations {
   std::map<std::string, Volume> mKnown;
 };
 
-std::string withCapital(std::string text) {
-  QString whole = qt(text);
-  if (!whole.isEmpty()) whole[0] = whole[0].toUpper();
-  return utf8(whole);
-}
-
 }  // namespace
 
 std::vector<BackupFacts> factsOf(Household& household) {
@@ -188,14 +181,20 @@ std::string BackupFacts::shortReason() const {
 }
 
 std::string pastDateOf(Household& household, ReferenceTime date) {
-  return withCapital(ReportGatherer(household.store(), household.history(), household.tree(),
-                                    household.texts(), household.strings())
-                         .pastDate(date, household.now()));
+  return ReportGatherer(household.store(), household.history(), household.tree(), household.texts(),
+                        household.strings())
+      .pastDate(date, household.now());
 }
 
 std::string comingDateOf(Household& household, ReferenceTime date) {
   return household.tools().getScheduleStringForDate(
       date, {.table = household.texts(), .strings = household.strings()});
+}
+
+QString withCapital(const std::string& text) {
+  QString whole = qt(text);
+  if (!whole.isEmpty()) whole[0] = whole[0].toUpper();
+  return whole;
 }
 
 }  // namespace corvana

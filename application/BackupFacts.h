@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QString>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -62,5 +63,7 @@ std::vector<BackupFacts> factsOf(Household& household);
 std::string pastDateOf(Household& household, ReferenceTime date);
 /// The same for one to come.
 std::string comingDateOf(Household& household, ReferenceTime date);
+/// Of what stands by itself.
+QString withCapital(const std::string& text);
 
 }  // namespace corvana

@@ -8,6 +8,7 @@
 #include <QScrollArea>
 #include <QScrollBar>
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace corvana {
@@ -16,6 +17,7 @@ namespace {
 
 constexpr int kScrollInterval = 16;  // ms
 constexpr int kLine = 3;
+constexpr std::size_t kNowhere = std::numeric_limits<std::size_t>::max();  ///< a row
 constexpr double kLeftBehind = 0.35;  ///< opacity of what is being dragged, in its old place
 
 int gap() { return Look::space(3); }
@@ -48,6 +50,14 @@ CardList::~CardList() {
 void CardList::setRows(std::vector<std::int64_t> references) {
   if (references != mReferences) {
     if (mDrag && std::ranges::find(references, mDrag->reference) == references.end()) letGo(false);
+    // A card stays with its backup: what is held, or has the keyboard, shows nothing else.
+    for (Shown& shown : mShown) {
+      const auto now = shown.row < mReferences.size()
+                           ? std::ranges::find(references, mReferences[shown.row])
+                           : references.end();
+      shown.row =
+          now == references.end() ? kNowhere : static_cast<std::size_t>(now - references.begin());
+    }
     mReferences = std::move(references);
     mHeights.assign(mReferences.size(), mUsualHeight);
   }

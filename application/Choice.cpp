@@ -29,8 +29,21 @@ void Choice::say(const QString& words) {
   mLine->insertWidget(mLine->count() - 1, label);
 }
 
-void Choice::add(QWidget* field) {
-  mLine->insertWidget(mLine->count() - 1, field);
+void Choice::head(const QString& picture, std::initializer_list<QWidget*> words) {
+  auto* mark = new QLabel;
+  mark->setPixmap(Look::picture(picture, Look::space(7), Look::Meaning::accent));
+  mLine->insertWidget(mLine->count() - 1, mark);
+  if (words.size() == 0) return;
+  auto* column = new QVBoxLayout;
+  column->setSpacing(0);
+  for (QWidget* one : words) column->addWidget(one);
+  mLine->insertLayout(mLine->count() - 1, column, 1);
+  mLine->setStretch(mLine->count() - 1, 0);
+}
+
+void Choice::add(QWidget* field, bool isWide) {
+  mLine->insertWidget(mLine->count() - 1, field, isWide ? 1 : 0);
+  if (isWide) mLine->setStretch(mLine->count() - 1, 0);
   field->installEventFilter(this);
 }
 

@@ -3,6 +3,7 @@
 #include <QButtonGroup>
 #include <QRadioButton>
 #include <functional>
+#include <initializer_list>
 #include <vector>
 
 #include "application/Look.h"
@@ -18,9 +19,11 @@ class Choice final : public Card {
   explicit Choice(const QString& name);
 
   QHBoxLayout* line() const { return mLine; }
+  /// One of our own pictures, and what stands beside it, one below the other.
+  void head(const QString& picture, std::initializer_list<QWidget*> words = {});
   /// A part of the sentence; a field in it chooses it when it is used.
   void say(const QString& words);
-  void add(QWidget* field);
+  void add(QWidget* field, bool isWide = false);
   QRadioButton* button() const { return mButton; }
   bool isChosen() const { return mButton->isChecked(); }
 

@@ -53,6 +53,7 @@ CreatePage::CreatePage(Household& household, Navigator& navigator)
   auto* outer = new QVBoxLayout(this);
   outer->setContentsMargins(0, 0, 0, 0);
   outer->setSpacing(0);
+  mScroll->setAccessibleName(household.text("OverviewNew"));
   QVBoxLayout* const column = makeScrollingColumn(mScroll, kWidest);
   const int side = Look::space(8);
   column->setContentsMargins(side, Look::space(6), side, Look::space(4));

@@ -23,6 +23,7 @@ namespace {
 constexpr std::size_t kMostRows = 1000;
 constexpr qsizetype kMostNotices = 500;
 constexpr int kColumns = 8;
+constexpr int kFirstNumber = 3;  ///< of the columns
 enum Part { kPast, kWeek, kNotices };
 constexpr int kRowRole = Qt::UserRole;
 
@@ -97,6 +98,8 @@ QWidget* HistoryPage::makeRuns() {
                           "HistorySize", "ColumnDuration", "HistorySpeed", "HistoryDeleted"})
     titles << household().text(key);
   mRuns->setHeaderLabels(titles);
+  for (int column = kFirstNumber; column < kColumns; ++column)
+    mRuns->headerItem()->setTextAlignment(column, Qt::AlignRight | Qt::AlignVCenter);
   mRuns->header()->setStretchLastSection(false);
   for (int index = 0; index < kColumns; ++index)
     mRuns->header()->setSectionResizeMode(
@@ -112,15 +115,27 @@ QWidget* HistoryPage::makeRuns() {
   scroll->setWidgetResizable(true);
   scroll->setFrameShape(QFrame::NoFrame);
   scroll->setAccessibleName(household().text("HistoryDetails"));
-  mDetails = new TextLabel;
-  mDetails->setAlignment(Qt::AlignTop | Qt::AlignLeft);
-  mDetails->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-  scroll->setWidget(mDetails);
+  auto* details = new QWidget;
+  auto* words = new QVBoxLayout(details);
+  words->setContentsMargins(0, 0, 0, 0);
+  words->setSpacing(Look::space(1));
+  mResult = new TextLabel({}, Look::Size::heading);
+  mWhich = new TextLabel({}, Look::Size::small, Look::Meaning::muted);
+  mWork = new TextLabel;
+  mLists = new TextLabel({}, Look::Size::small, Look::Meaning::muted);
+  for (TextLabel* label : {mResult, mWhich, mWork, mLists}) {
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    words->addWidget(label);
+  }
+  words->insertSpacing(2, Look::space(2));
+  words->insertSpacing(4, Look::space(2));
+  words->addStretch(1);
+  scroll->setWidget(details);
   scroll->setStyleSheet(
       QStringLiteral("QScrollArea, QScrollArea > QWidget > QWidget "
                      "{ background: transparent; border: none; }"));
   mDetailsCard->column()->addWidget(scroll);
-  column->addWidget(mDetailsCard, 3);
+  column->addWidget(mDetailsCard, 2);
   return part;
 }
 
@@ -266,7 +281,7 @@ void HistoryPage::fillRuns() {
     };
     auto* row = new QTreeWidgetItem(
         {qt(start ? strings.getShortTimeDate(*start) : std::string()),
-         qt(titleOf(entry, household().texts())), QStringLiteral("●  ") + qt(words.result(entry)),
+         qt(titleOf(entry, household().texts())), qt(words.result(entry)),
          number(RunKey::filesCopied),
          isCounted ? qt(strings.getShortSizeBytes(entry[RunKey::bytesCopied].unsignedValue()))
                    : QString(),
@@ -277,8 +292,9 @@ void HistoryPage::fillRuns() {
                : QString(),
          entry.integer(RunKey::filesDeleted) > 0 ? number(RunKey::filesDeleted) : QString()});
     row->setData(0, kRowRole, static_cast<qulonglong>(mEntries.size()));
+    row->setIcon(2, Look::dot(meaningOf(entry)));
     row->setForeground(2, Look::colour(meaningOf(entry)));
-    for (int column = 3; column < kColumns; ++column) {
+    for (int column = kFirstNumber; column < kColumns; ++column) {
       row->setTextAlignment(column, Qt::AlignRight | Qt::AlignVCenter);
       row->setForeground(column, Look::colour(Look::Meaning::muted));
     }
@@ -300,11 +316,17 @@ void HistoryPage::fillRuns() {
 
 void HistoryPage::showChosen() {
   const QTreeWidgetItem* const item = mRuns->currentItem();
-  if (item == nullptr) return mDetails->setText({});
+  if (item == nullptr) return;
   const ZAN_Value& entry = mEntries[item->data(0, kRowRole).toULongLong()];
-  mDetails->setText(
-      qt(RunWords(household().texts(), household().strings())
-             .details(entry, RunWords::resultsOf(entry, household().history().results()))));
+  const RunWords words(household().texts(), household().strings());
+  mResult->setMeaning(meaningOf(entry));
+  mResult->setText(qt(words.result(entry)));
+  const auto start = entry["Date"].asDate();
+  mWhich->setText(household().text("HistoryWhich",
+                                   {titleOf(entry, household().texts()),
+                                    start ? household().strings().getMediumDateTime(*start) : ""}));
+  mWork->setText(qt(words.work(entry)));
+  mLists->setText(qt(words.lists(RunWords::resultsOf(entry, household().history().results()))));
 }
 
 void HistoryPage::refreshWeek() {
@@ -316,7 +338,10 @@ void HistoryPage::refreshWeek() {
   if (mWeekView == nullptr) {
     mWeekView = new WeekView(mWeek, household().text("HistoryWeek"), mWeekPart);
     mWeekView->onChosen = [this](const QString& words) { mWeekWords->setText(words); };
-    static_cast<QVBoxLayout*>(mWeekPart->layout())->insertWidget(1, mWeekView, 1);
+    mWeekView->setFrameShape(QFrame::NoFrame);
+    auto* card = new Card;
+    card->column()->addWidget(mWeekView);
+    static_cast<QVBoxLayout*>(mWeekPart->layout())->insertWidget(1, card, 1);
   }
   if (isNew) mWeekView->refresh();
 }

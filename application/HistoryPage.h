@@ -54,7 +54,10 @@ class HistoryPage final : public Page {
   QComboBox* mFilter = nullptr;
   QTreeWidget* mRuns = nullptr;
   TextLabel* mNone = nullptr;
-  TextLabel* mDetails = nullptr;
+  TextLabel* mResult = nullptr;  ///< of the chosen run
+  TextLabel* mWhich = nullptr;
+  TextLabel* mWork = nullptr;
+  TextLabel* mLists = nullptr;
   Card* mDetailsCard = nullptr;
   QWidget* mWeekPart = nullptr;
   WeekView* mWeekView = nullptr;

@@ -1,5 +1,6 @@
 #include "application/Look.h"
 
+#include <QAccessibleWidget>
 #include <QApplication>
 #include <QEvent>
 #include <QFontMetrics>
@@ -17,6 +18,15 @@ namespace corvana {
 namespace {
 
 constexpr double kMiddle = 128;
+constexpr const char* kRole = "role";
+
+QAccessibleInterface* drawnByItself(const QString& /*kind*/, QObject* object) {
+  auto* const widget = qobject_cast<QWidget*>(object);
+  const QVariant role = widget == nullptr ? QVariant() : widget->property(kRole);
+  return role.isValid()
+             ? new QAccessibleWidget(widget, static_cast<QAccessible::Role>(role.toInt()))
+             : nullptr;
+}
 
 QColor mixed(const QColor& one, const QColor& other, double part) {
   const auto of = [part](double a, double b) { return a * (1 - part) + b * part; };
@@ -168,6 +178,23 @@ QIcon icon(const QString& themeName, Meaning meaning) {
   return InkIcon::of(own, plain, colour(Meaning::plain));
 }
 
+QIcon dot(Meaning meaning) {
+  constexpr int kSize = 16;
+  constexpr int kDrawnAt = 4;  // times, for screens with more points
+  QPixmap mark(kDrawnAt * kSize, kDrawnAt * kSize);
+  mark.fill(Qt::transparent);
+  QPainter painter(&mark);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.setPen(Qt::NoPen);
+  painter.setBrush(colour(meaning));
+  const double edge = mark.width() * 0.25;
+  painter.drawEllipse(QRectF(mark.rect()).adjusted(edge, edge, -edge, -edge));
+  painter.end();
+  QIcon icon(mark);
+  icon.addPixmap(mark, QIcon::Selected);
+  return icon;
+}
+
 QString styleSheet() {
   const QColor text = textColour();
   const QColor accent = colour(Meaning::accent);
@@ -233,12 +260,13 @@ QString styleSheet() {
     QComboBox::drop-down { border: none; width: %dropdownpx; }
     QTimeEdit::up-button, QTimeEdit::down-button, QSpinBox::up-button, QSpinBox::down-button
       { border: none; width: %dropdownpx; }
-    QRadioButton::indicator, QCheckBox::indicator { width: %markpx; height: %markpx;
+    QRadioButton::indicator, QCheckBox::indicator, QTreeView::indicator { width: %markpx; height: %markpx;
       background: %card; border: 1px solid %muted; border-radius: 4px; }
     QRadioButton::indicator { border-radius: %markroundpx; }
     QRadioButton::indicator:checked { border: %markthickpx solid %accent; width: %markinpx;
       height: %markinpx; }
-    QCheckBox::indicator:checked { background: %accent; border: 1px solid %accent; image: url("%check"); }
+    QCheckBox::indicator:checked, QTreeView::indicator:checked { background: %accent;
+      border: 1px solid %accent; image: url("%check"); }
     QRadioButton::indicator:focus, QCheckBox::indicator:focus { border-color: %accent; }
     QProgressBar { background: %smuted; border: none; border-radius: 3px; max-height: 6px;
       min-height: 6px; }
@@ -367,6 +395,15 @@ void clearLayout(QLayout* layout) {
   }
 }
 
+void readAs(QWidget* widget, QAccessible::Role role) {
+  static const bool isInstalled = [] {
+    QAccessible::installFactory(&drawnByItself);
+    return true;
+  }();
+  static_cast<void>(isInstalled);
+  widget->setProperty(kRole, static_cast<int>(role));
+}
+
 QWidget* makeColumn(std::initializer_list<QWidget*> widgets) {
   auto* column = new QWidget;
   auto* layout = new QVBoxLayout(column);
@@ -385,6 +422,16 @@ QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool
   if (isPrimary) button->setProperty("look", "primary");
   QObject::connect(button, &QPushButton::clicked, button,
                    [pressed = std::move(pressed)] { pressed(); });
+  return button;
+}
+
+QPushButton* addInvitation(QVBoxLayout* column, const QString& text, std::function<void()> pressed,
+                           bool isPrimary) {
+  constexpr int kColumns = 44;
+  QPushButton* button = makeButton(text, std::move(pressed), isPrimary);
+  button->setFixedWidth(kColumns * button->fontMetrics().averageCharWidth());
+  button->setMinimumHeight(Look::space(10));
+  column->addWidget(button, 0, Qt::AlignHCenter);
   return button;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QAccessible>
 #include <QColor>
 #include <QFont>
 #include <QFrame>
@@ -52,6 +53,8 @@ void set(QWidget* widget, const char* look);
 
 /// From the desktop's theme in the colour of the text, else our own.
 QIcon icon(const QString& themeName, Meaning meaning = Meaning::plain);
+/// A mark of that colour, the same in a row that is chosen.
+QIcon dot(Meaning meaning);
 /// One of our own, by its file in the resources, in that colour.
 QPixmap picture(const QString& name, int size, Meaning meaning);
 QPixmap ink(const QString& name, int size, const QColor& colour);
@@ -98,10 +101,17 @@ QVBoxLayout* makeScrollingColumn(QScrollArea* area, int widest);
 /// Takes out all that is in it; widgets go with the next pass of the loop.
 void clearLayout(QLayout* layout);
 
+/// Has it be read out as that. Of a widget that is drawn by itself nothing else says what it is.
+void readAs(QWidget* widget, QAccessible::Role role);
+
 /// One below the other, in the middle of the height, as the parts of a card stand.
 QWidget* makeColumn(std::initializer_list<QWidget*> widgets);
 
 /// `pressed` is called for mouse and keyboard. A primary one is what the page is there for.
 QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool isPrimary = false);
+
+/// The same, large and in the middle of a page that has nothing else yet.
+QPushButton* addInvitation(QVBoxLayout* column, const QString& text, std::function<void()> pressed,
+                           bool isPrimary = false);
 
 }  // namespace corvana

@@ -321,18 +321,21 @@ class MachineCard final : public Card {
 
 NetworkMachines::NetworkMachines(Household& household)
     : mHousehold(household),
+      mHead(new QWidget),
       mNote(new TextLabel({}, Look::Size::body, Look::Meaning::muted)),
       mLook(makeButton(household.text("NetAgain"), [this] { search(); })),
       mList(new QVBoxLayout) {
   auto* column = new QVBoxLayout(this);
+  // With nothing in it there is still something that is painted when it is in sight.
   column->setContentsMargins(0, Look::space(4), 0, 0);
   column->setSpacing(Look::space(3));
-  auto* head = new QHBoxLayout;
+  auto* head = new QHBoxLayout(mHead);
+  head->setContentsMargins(0, 0, 0, 0);
   head->setSpacing(Look::space(2));
   head->addWidget(new TextLabel(household.text("NetTitle"), Look::Size::heading), 1);
   head->addWidget(mLook);
   head->addWidget(makeButton(household.text("NetPair"), [this] { pair(); }));
-  column->addLayout(head);
+  column->addWidget(mHead);
   mList->setSpacing(Look::space(3));
   column->addLayout(mList);
   column->addWidget(mNote);
@@ -360,7 +363,19 @@ void NetworkMachines::pair() {
 void NetworkMachines::note(const QString& text, bool isTrouble) {
   mNote->setMeaning(isTrouble ? Look::Meaning::caution : Look::Meaning::muted);
   mNote->setText(text);
-  mNote->setVisible(!text.isEmpty());
+  showParts();
+}
+
+void NetworkMachines::setQuiet(bool isQuiet) {
+  if (mIsQuiet == isQuiet) return;
+  mIsQuiet = isQuiet;
+  showParts();
+}
+
+void NetworkMachines::showParts() {
+  const bool isAny = !mIsQuiet || !mCards.empty();
+  mHead->setVisible(isAny);
+  mNote->setVisible(isAny && !mNote->text().isEmpty());
 }
 
 void NetworkMachines::search() {
@@ -405,6 +420,7 @@ void NetworkMachines::found(const CommandChild::Ending& ending) {
     if (card->canBeAsked()) mToAsk.push_back(key);
   }
   for (const auto& [key, card] : before) card->deleteLater();
+  showParts();
   askNext();
 }
 

@@ -26,6 +26,9 @@ class NetworkMachines final : public QWidget {
   explicit NetworkMachines(Household& household);
   ~NetworkMachines() override;
 
+  /// Nothing but the machines is shown, as long as there are none nothing at all.
+  void setQuiet(bool isQuiet);
+
  protected:
   void paintEvent(QPaintEvent* event) override;
 
@@ -34,6 +37,7 @@ class NetworkMachines final : public QWidget {
   void pair();
   void found(const CommandChild::Ending& ending);
   void note(const QString& text, bool isTrouble);
+  void showParts();
   void askNext();
 
   Household& mHousehold;
@@ -42,6 +46,8 @@ class NetworkMachines final : public QWidget {
   bool mIsOld = true;  ///< what is shown is to be asked anew as soon as somebody sees it
   std::map<std::string, MachineCard*, std::less<>> mCards;  ///< by machine and user
   std::deque<std::string> mToAsk;                           ///< of those
+  bool mIsQuiet = false;
+  QWidget* mHead;
   TextLabel* mNote;
   QPushButton* mLook;
   QVBoxLayout* mList;

@@ -36,7 +36,8 @@ OverviewPage::OverviewPage(Household& household, Navigator& navigator)
       mTold(new Banner),
       mSearch(new QLineEdit),
       mHooks(hooks()),
-      mList(new CardList(household, mHooks, *mScroll)) {
+      mList(new CardList(household, mHooks, *mScroll)),
+      mNetwork(new NetworkMachines(household)) {
   auto* column = new QVBoxLayout(this);
   column->setContentsMargins(0, 0, 0, 0);
   column->addWidget(mStack);
@@ -52,8 +53,11 @@ OverviewPage::OverviewPage(Household& household, Navigator& navigator)
 }
 
 QWidget* OverviewPage::emptyPage() {
-  auto* page = new QWidget;
-  auto* column = new QVBoxLayout(page);
+  auto* page = new QScrollArea;
+  page->setFocusPolicy(Qt::NoFocus);
+  page->setAlignment(Qt::AlignHCenter);
+  auto* column = makeScrollingColumn(page, kWidest);
+  mEmptyColumn = column;
   column->setSpacing(Look::space(3));
   column->setContentsMargins(Look::space(8), Look::space(4), Look::space(8), Look::space(8));
   auto* picture = new QLabel;
@@ -67,32 +71,22 @@ QWidget* OverviewPage::emptyPage() {
   text->setFixedWidth(64 * fontMetrics().averageCharWidth());
   // Centred, it would be given the height of the lines that it has when it is as wide as it likes.
   text->setMinimumHeight(text->heightForWidth(text->width()));
-  const auto wide = [this](const QString& words, std::function<void()> pressed, bool isPrimary) {
-    QPushButton* button = makeButton(words, std::move(pressed), isPrimary);
-    button->setFixedWidth(44 * fontMetrics().averageCharWidth());
-    button->setMinimumHeight(Look::space(10));
-    return button;
-  };
   column->addStretch(2);
   column->addWidget(picture);
   column->addSpacing(Look::space(3));
   column->addWidget(title);
   column->addWidget(text, 0, Qt::AlignHCenter);
   column->addSpacing(Look::space(3));
-  column->addWidget(
-      wide(
-          household().text("FirstCreate"), [this] { navigator().createBackup(); }, true),
-      0, Qt::AlignHCenter);
-  column->addWidget(
-      wide(
-          household().text("FirstRestore"), [this] { navigator().showRestore(0); }, false),
-      0, Qt::AlignHCenter);
+  addInvitation(
+      column, household().text("FirstCreate"), [this] { navigator().createBackup(); }, true);
+  addInvitation(column, household().text("FirstRestore"), [this] { navigator().showRestore(0); });
   column->addStretch(3);
   return page;
 }
 
 QWidget* OverviewPage::listPage() {
   QVBoxLayout* const column = makeScrollingColumn(mScroll, kWidest);
+  mScroll->setAccessibleName(household().text("OverviewBackups"));
   const int side = Look::space(7);
   column->setContentsMargins(side, Look::space(6), side, Look::space(6));
   column->setSpacing(Look::space(3));
@@ -112,7 +106,8 @@ QWidget* OverviewPage::listPage() {
       household().text("OverviewNew"), [this] { navigator().createBackup(); }, true));
   column->addLayout(head);
   column->addWidget(mList);
-  column->addWidget(new NetworkMachines(household()));
+  mListColumn = column;
+  column->addWidget(mNetwork);
   column->addStretch(1);
   mList->onFill = [this](BackupCard& card, std::size_t row) { fillCard(card, mFacts[mRows[row]]); };
   mList->onLook = [this](std::int64_t reference, const CardList::Place& place) {
@@ -148,11 +143,21 @@ void OverviewPage::read() {
 
 void OverviewPage::show() {
   mStack->setCurrentIndex(mFacts.empty() ? 1 : 0);
+  placeNetwork();
   const bool isRunning = !household().status()["current"].isNull();
   if (isRunning != mProgress.isActive()) isRunning ? mProgress.start() : mProgress.stop();
   if (mFacts.empty()) return;
   showBanner();
   showCards();
+}
+
+/// Who has no backup here may yet want to see how those of other machines stand.
+void OverviewPage::placeNetwork() {
+  QVBoxLayout* const column = mFacts.empty() ? mEmptyColumn : mListColumn;
+  mNetwork->setQuiet(mFacts.empty());
+  if (column->indexOf(mNetwork) >= 0) return;
+  // Above the last stretch; adding takes it from the other page.
+  column->insertWidget(column->count() - 1, mNetwork);
 }
 
 void OverviewPage::showBanner() {

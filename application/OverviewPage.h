@@ -22,6 +22,7 @@ class QVBoxLayout;
 namespace corvana {
 
 class Banner;
+class NetworkMachines;
 
 /// Whether everything is well, in one sentence and with the button that mends it; below, each
 /// backup with what became of it last and what comes next. Without any it invites to the first one.
@@ -40,6 +41,7 @@ class OverviewPage final : public Page {
   void read();
   /// Shows again what was read, with what the agent says now.
   void show();
+  void placeNetwork();
   void showBanner();
   void showCards();
   void fillCard(BackupCard& card, const BackupFacts& facts);
@@ -71,6 +73,9 @@ class OverviewPage final : public Page {
   QLineEdit* mSearch;
   const BackupCard::Hooks mHooks;
   CardList* mList;
+  QVBoxLayout* mListColumn = nullptr;
+  QVBoxLayout* mEmptyColumn = nullptr;
+  NetworkMachines* mNetwork;  ///< on the page that is shown
   std::vector<BackupFacts> mFacts;
   std::vector<std::size_t> mRows;  ///< of the facts that have what is searched for
   std::set<std::int64_t> mQueued;

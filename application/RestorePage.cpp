@@ -147,18 +147,23 @@ QWidget* RestorePage::makeNothing() {
   auto* column = new QVBoxLayout(nothing);
   column->setSpacing(Look::space(3));
   column->addStretch(1);
+  auto* picture = new QLabel;
+  picture->setPixmap(Look::picture(QStringLiteral("document-open-recent"), Look::space(16),
+                                   Look::Meaning::accent));
+  picture->setAlignment(Qt::AlignCenter);
+  column->addWidget(picture);
+  column->addSpacing(Look::space(2));
   for (TextLabel* label : {mNothingTitle, mNothingText}) {
     label->setAlignment(Qt::AlignHCenter);
     column->addWidget(label);
   }
-  auto* buttons = new QHBoxLayout(mFirstButtons);
-  buttons->addStretch(1);
-  buttons->addWidget(makeButton(
-      household().text("RestoreFirstBackup"), [this] { navigator().createBackup(); }, true));
-  buttons->addWidget(makeButton(household().text("RestoreFromFolder"), [this] { chooseFolder(); }));
-  buttons->addWidget(
-      makeButton(household().text("RestoreFromServer"), [this] { askForServer({}); }));
-  buttons->addStretch(1);
+  auto* buttons = new QVBoxLayout(mFirstButtons);
+  buttons->setSpacing(Look::space(3));
+  addInvitation(
+      buttons, household().text("RestoreFirstBackup"), [this] { navigator().createBackup(); },
+      true);
+  addInvitation(buttons, household().text("RestoreFromFolder"), [this] { chooseFolder(); });
+  addInvitation(buttons, household().text("RestoreFromServer"), [this] { askForServer({}); });
   column->addWidget(mFirstButtons);
   column->addStretch(2);
   return nothing;

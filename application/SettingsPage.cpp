@@ -26,6 +26,7 @@ namespace corvana {
 namespace {
 
 constexpr int kTextColumns = 26;
+constexpr int kAddressColumns = 44;
 constexpr int kWidestColumns = 90;  ///< of a card
 
 /// Of what `corvana9 recover` calls so.
@@ -214,7 +215,7 @@ QWidget* SettingsPage::fieldFor(const Preference& one) {
       return label;
     }
     case Kind::command:
-      return makeButton(household().text(one.label),
+      return makeButton(household().text(one.label).remove('&'),
                         [this] { household().tellAgent("SendReportEmail"); });
     case Kind::shortcut:
     case Kind::place:
@@ -258,7 +259,7 @@ void SettingsPage::makeMailPage() {
       new TextLabel(household().text("SettingsAccount"), Look::Size::heading));
   const auto edit = [&](const char* label, const char* help) {
     auto* field = new QLineEdit;
-    field->setMinimumWidth(kTextColumns * fontMetrics().averageCharWidth());
+    field->setMinimumWidth(kAddressColumns * fontMetrics().averageCharWidth());
     addRow(account->column(), household().text(label), field,
            help == nullptr ? QString() : household().text(help));
     return field;

@@ -21,6 +21,7 @@ constexpr int kMostTicks = 5;
 
 TimeLine::TimeLine(Words words) : mWords(std::move(words)) {
   setFocusPolicy(Qt::StrongFocus);
+  readAs(this, QAccessible::Slider);
   setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
   setCursor(Qt::PointingHandCursor);
 }

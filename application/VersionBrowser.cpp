@@ -54,6 +54,8 @@ VersionBrowser::VersionBrowser(Household& household)
   mList->setHeaderLabels({household.text("RestoreColumnName"), household.text("RestoreColumnSince"),
                           household.text("RestoreColumnSize"),
                           household.text("RestoreColumnChanged")});
+  for (const int column : {2, 3})
+    mList->headerItem()->setTextAlignment(column, Qt::AlignRight | Qt::AlignVCenter);
   mList->header()->setStretchLastSection(false);
   mList->header()->setSectionResizeMode(0, QHeaderView::Stretch);
   for (int column = 1; column < mList->columnCount(); ++column)

@@ -85,16 +85,8 @@ WhatStep::WhatStep(Household& household)
   column->setSpacing(Look::space(2));
   const auto head = [](Choice* choice, const QString& icon, const QString& title,
                        const QString& text, TextLabel* size) {
-    auto* picture = new QLabel;
-    picture->setPixmap(Look::picture(icon, Look::space(7), Look::Meaning::accent));
-    auto* words = new QVBoxLayout;
-    words->setSpacing(0);
-    words->addWidget(new TextLabel(title, Look::Size::strong));
-    words->addWidget(new TextLabel(text, Look::Size::small, Look::Meaning::muted));
-    words->addWidget(size);
-    delete choice->line()->takeAt(choice->line()->count() - 1);
-    choice->line()->addWidget(picture);
-    choice->line()->addLayout(words, 1);
+    choice->head(icon, {new TextLabel(title, Look::Size::strong),
+                        new TextLabel(text, Look::Size::small, Look::Meaning::muted), size});
   };
   head(mHome, QStringLiteral("user-home"), household.text("WhatHome"),
        household.text("WhatHomeText"), mHomeSize);

@@ -36,11 +36,11 @@ WhereStep::WhereStep(Household& household)
   mList->setSpacing(Look::space(2));
   column->addWidget(mNone);
   column->addLayout(mList);
+  mFolder->head(QStringLiteral("folder"));
   mFolder->say(household.text("WhereFolder"));
   mPath->setAccessibleName(household.text("WhereFolder"));
   mPath->setMinimumWidth(30 * fontMetrics().averageCharWidth());
-  mFolder->add(mPath);
-  mFolder->line()->setStretchFactor(mPath, 8);
+  mFolder->add(mPath, true);
   mFolder->add(makeButton(household.text("WhereChoose"), [this] {
     const QString folder =
         QFileDialog::getExistingDirectory(this, mHousehold.text("WhereFolder"), QDir::homePath());
@@ -48,6 +48,7 @@ WhereStep::WhereStep(Household& household)
     mChoices.choose(mFolder);
   }));
   column->addWidget(mFolder);
+  mServer->head(QStringLiteral("network-server"));
   mServer->say(household.text("WhereServer"));
   mServer->column()->addWidget(mFields);
   column->addWidget(mServer);
@@ -119,18 +120,9 @@ WhereStep::Volume& WhereStep::volumeFor(const Mount& mount, const QString& name)
       mount.target, utf8(mHousehold.text("WhereFolderName", {mHousehold.machine().networkName()})));
   volume.choice = mChoices.add(name);
   volume.fitness = new TextLabel({}, Look::Size::small, Look::Meaning::muted);
-  auto* picture = new QLabel;
-  picture->setPixmap(Look::picture(
+  volume.choice->head(
       mount.isServer ? QStringLiteral("network-server") : QStringLiteral("drive-harddisk"),
-      Look::space(7), Look::Meaning::accent));
-  auto* words = new QVBoxLayout;
-  words->setSpacing(0);
-  words->addWidget(new TextLabel(name, Look::Size::strong));
-  words->addWidget(volume.fitness);
-  QHBoxLayout* line = volume.choice->line();
-  delete line->takeAt(line->count() - 1);
-  line->addWidget(picture);
-  line->addLayout(words, 1);
+      {new TextLabel(name, Look::Size::strong), volume.fitness});
   mList->addWidget(volume.choice);
   return volume;
 }

@@ -87,6 +87,11 @@ void WeekView::layOut() {
   }
   mTitleWidth += 2 * kGap;
   const int visible = viewport()->height() - mHeaderHeight;
+  // Where there is room, the days share it.
+  const auto count = static_cast<int>(days.size());
+  const int room = count == 0 ? 0 : std::max(0, visible - mTops.back()) / count;
+  mPadding = kGap + std::min(room, 2 * mLaneHeight) / 2;
+  for (int day = 0; day <= count; ++day) mTops[day] += day * 2 * (mPadding - kGap);
   verticalScrollBar()->setPageStep(visible);
   verticalScrollBar()->setSingleStep(mLaneHeight);
   verticalScrollBar()->setRange(0, std::max(0, mTops.back() - visible));
@@ -113,7 +118,7 @@ QRectF WeekView::rectOf(const Place& place) const {
   const double from = xOf(bar.from);
   const double to = xOf(bar.to);
   const double width = std::max(kThinnest, std::abs(to - from));
-  const double y = mTops[place.day] + mHeaderHeight + kGap + bar.lane * mLaneHeight -
+  const double y = mTops[place.day] + mHeaderHeight + mPadding + bar.lane * mLaneHeight -
                    verticalScrollBar()->value();
   return {isRightToLeft() ? from - width : from, y + 1, width, mLaneHeight - 2.0};
 }
@@ -168,7 +173,7 @@ void WeekView::drawDay(QPainter& painter, std::size_t day) const {
   }
   painter.setPen(text);
   const QRectF title(isRightToLeft() ? viewport()->width() - mTitleWidth + kGap : kGap, top,
-                     mTitleWidth - 2 * kGap, mLaneHeight + 2 * kGap);
+                     mTitleWidth - 2 * kGap, mLaneHeight + 2 * mPadding);
   painter.drawText(title, Qt::AlignLeading | Qt::AlignVCenter, qt(mModel.dayTitle(day)));
   for (std::size_t bar = 0; bar < one.bars.size(); ++bar) drawBar(painter, {day, bar});
   if (day == 0) {

@@ -56,6 +56,7 @@ class WeekView final : public QAbstractScrollArea {
   std::vector<int> mTops;  ///< of each day, and the bottom of the last; before scrolling
   int mTitleWidth = 0;
   int mLaneHeight = 0;
+  int mPadding = 0;  ///< above and below the lanes of a day
   int mHeaderHeight = 0;
   std::optional<Place> mChosen;
   std::int64_t mChosenRef = 0;  ///< of its run, and when that begins

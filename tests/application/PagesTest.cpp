@@ -3,6 +3,8 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
 #include <QProcess>
 #include <QPushButton>
 #include <QRadioButton>
@@ -15,6 +17,8 @@
 #include "application/MainWindow.h"
 #include "command/ActionDraft.h"
 #include "command/SchedulePlan.h"
+#include "core/record/Preferences.h"
+#include "core/record/SchedulerLog.h"
 #include "desktop/Texts.h"
 #include "execute/restic/Repository.h"
 #include "tests/application/ApplicationTest.h"
@@ -66,7 +70,7 @@ class PagesTest : public ApplicationTest {
     SchedulePlan{.daily = {8 * 3600}}.applyTo(record, household->calendar(), household->now());
     return record;
   }
-  void note(int code, double ago, std::int64_t reference) {
+  void note(int code, double ago, std::int64_t reference, bool onlyLacks = false) {
     const ReferenceTime date = household->now() - ago;
     household->history().addHistoryEntry(ZAN_Value::dictionary({{"Date", ZAN_Value::date(date)},
                                                                 {"EndDate", ZAN_Value::date(date)},
@@ -74,6 +78,7 @@ class PagesTest : public ApplicationTest {
                                                                 {"Ref", reference},
                                                                 {"C", code},
                                                                 {"Reason", "it went wrong"},
+                                                                {RunKey::onlyLacks, onlyLacks},
                                                                 {"ActionErrors", 0}}));
   }
 
@@ -236,6 +241,36 @@ TEST_F(PagesTest, SaysWhatIsWrongUntilItIsSeenOrMended) {
   EXPECT_TRUE(eventually([&] { return isSaid(household->text("BannerNoAgent")); }));
 }
 
+TEST_F(PagesTest, WhatCannotBeCopiedIsLeftOutByEitherButton) {
+  household->begin();
+  ZAN_Value lacking = ZAN_Value::array();
+  std::vector<std::int64_t> references;
+  for (const char* title : {"First", "Second"}) {
+    ZAN_Value record = backup();
+    record.setValue("Title", title);
+    record.setValue(CopyKey::exclusions, ZAN_Value::array({"*.tmp"}));
+    record.setValue(CopyKey::notPossible, ZAN_Value::array({"/Documents/pipe"}));
+    references.push_back(add(record));
+    lacking.append(references.back());
+    note(LogCode::completedWithErrors, 60, references.back(), true);
+  }
+  ASSERT_TRUE(household->store().settings().saveSchedulerSettings(
+      ZAN_Value::dictionary({{PreferenceKey::lacking, lacking}})));
+  begin();
+  EXPECT_TRUE(isSaid(household->text("BannerNeedCare", {2})));
+  press(household->text("BannerLeaveOut"));
+  ASSERT_TRUE(eventually([&] { return agent->launched.size() == 1; }));
+  ASSERT_TRUE(eventually([&] { return isSaid(household->text("BannerOneNeedsCare")); }));
+  for (QAction* entry : widgetIn<BackupCard>(*window, "Second").findChild<QMenu*>()->actions())
+    if (entry->text() == household->text("CardLeaveOut")) entry->trigger();
+  ASSERT_TRUE(eventually([&] { return agent->launched == references; }));
+  for (const std::int64_t reference : references) {
+    EXPECT_EQ(recordOf(reference)[CopyKey::exclusions],
+              ZAN_Value::array({"*.tmp", "/Documents/pipe"}));
+    EXPECT_TRUE(recordOf(reference)[CopyKey::notPossible].empty());
+  }
+}
+
 TEST_F(PagesTest, ShowsWhatTheAgentPosts) {
   begin();
   agent->post("SurveyFolderResults", ZAN_Value::dictionary({{"Msg", "Three files are new"}}));
@@ -274,6 +309,11 @@ TEST_F(PagesTest, ACardIsDraggedToAnotherPlaceAndIntoAGroup) {
       if (!child->isGroup()) titles += child->getTitle();
     return titles;
   };
+  const auto isShown = [&](const QString& title) {
+    for (const auto* widget : window->findChildren<QWidget*>())
+      if (widget->isVisible() && widget->accessibleName() == title) return true;
+    return false;
+  };
   const auto drag = [&](const char* title, const char* other, double part,
                         const std::function<void()>& meanwhile, bool isDropped = true) {
     auto& card = widgetIn<BackupCard>(*window, title);
@@ -290,8 +330,16 @@ TEST_F(PagesTest, ACardIsDraggedToAnotherPlaceAndIntoAGroup) {
   drag(
       "C", "A", 0.1, [] {}, false);
   EXPECT_EQ(titlesIn(0), "ABC") << "taken back";
-  // Another program adds one and changes what is being dragged.
+  // Another program adds one above all and changes what is being dragged, which stays in hand.
   drag("C", "A", 0.1, [&] {
+    const auto& held = widgetIn<BackupCard>(*window, "C");
+    addIn(0, "F");
+    ASSERT_TRUE(household->edit([&](ProgrammedAction& root) -> Outcome {
+      root.actionForReference(references["F"])->moveActionTo(root, 0, SortMode::manual);
+      return {};
+    }));
+    ASSERT_TRUE(eventually([&] { return isShown("F"); }));
+    EXPECT_EQ(held.accessibleName(), "C");
     QProcess::execute(CORVANA_COMMAND,
                       {"add", "E", "--source", QString::fromStdString(at("Documents")),
                        "--destination", QString::fromStdString(at("elsewhere"))});
@@ -299,7 +347,7 @@ TEST_F(PagesTest, ACardIsDraggedToAnotherPlaceAndIntoAGroup) {
                       {"edit", QString::number(references["C"]), "--shortcut", "c"});
     QCoreApplication::processEvents();
   });
-  ASSERT_TRUE(eventually([&] { return titlesIn(0) == "CABE"; })) << titlesIn(0);
+  ASSERT_TRUE(eventually([&] { return titlesIn(0) == "FCABE"; })) << titlesIn(0);
   EXPECT_EQ(recordOf(references["C"]).string("Shortcut"), "c");
 
   const auto isShownAs = [&](const char* title, const QString& words) {
@@ -311,7 +359,7 @@ TEST_F(PagesTest, ACardIsDraggedToAnotherPlaceAndIntoAGroup) {
   ASSERT_TRUE(isShownAs("C", "A"));
   drag("A", "D", 0.9, [&] { EXPECT_FALSE(isSaid("“G”")); });
   EXPECT_TRUE(eventually([&] { return titlesIn(references["group"]) == "DA"; }));
-  EXPECT_EQ(titlesIn(0), "CBE");
+  EXPECT_EQ(titlesIn(0), "FCBE");
 
   // Its place is known by more than the title of its group.
   window->changeBackup(references["A"]);
@@ -342,7 +390,7 @@ TEST_F(PagesTest, ManyBackupsAreShownByFewCards) {
       if (auto* card = dynamic_cast<BackupCard*>(widget)) found.push_back(card);
     return found;
   };
-  QScrollArea& area = widgetIn<QScrollArea>(*window, {});
+  QScrollArea& area = widgetIn<QScrollArea>(*window, household->text("OverviewBackups"));
   QScrollBar& bar = *area.verticalScrollBar();
   std::set<QString> seen;
   for (int value = 0;; value = std::min(value + area.height() / 2, bar.maximum())) {
@@ -361,11 +409,18 @@ TEST_F(PagesTest, ManyBackupsAreShownByFewCards) {
   EXPECT_LT(cards().size(), 60U);
 }
 
-TEST_F(PagesTest, EveryControlHasANameAndARole) {
+TEST_F(PagesTest, EveryControlHasANameAndARoleAndFitsASmallScreen) {
+  // The longer words.
+  household.reset();
+  setenv("LC_ALL", "de_DE.UTF-8", 1);
+  household = makeHousehold();
+  unsetenv("LC_ALL");
+  ASSERT_EQ(household->text("MainHistory"), "Verlauf");
   household->begin();
   const std::int64_t reference = add(backup());
   begin();
   const auto check = [&](const char* page) {
+    EXPECT_LE(window->minimumSizeHint().width(), 800) << page;
     for (QWidget* widget : window->findChildren<QWidget*>()) {
       if (!widget->isVisible() || widget->focusPolicy() == Qt::NoFocus) continue;
       // The field within a field with steps is read out as that.
@@ -375,7 +430,8 @@ TEST_F(PagesTest, EveryControlHasANameAndARole) {
       ASSERT_NE(seen, nullptr);
       EXPECT_FALSE(seen->text(QAccessible::Name).isEmpty())
           << page << ": " << widget->metaObject()->className();
-      EXPECT_NE(seen->role(), QAccessible::NoRole);
+      EXPECT_NE(seen->role(), QAccessible::Client)
+          << page << ": " << widget->accessibleName().toStdString();
     }
   };
   check("overview");
@@ -383,6 +439,19 @@ TEST_F(PagesTest, EveryControlHasANameAndARole) {
   check("change");
   window->createBackup();
   check("create");
+  window->showRestore(0);
+  check("restore");
+  window->showHistory(0, false);
+  for (const char* part : {"HistoryPast", "HistoryWeek", "HistoryNotices"}) {
+    press(household->text(part));
+    check(part);
+  }
+  window->showSettings();
+  auto& parts = widgetIn<QListWidget>(*window, household->text("MainSettings"));
+  for (int part = 0; part < parts.count(); ++part) {
+    parts.setCurrentRow(part);
+    check(parts.item(part)->text().toUtf8());
+  }
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <QScrollArea>
 #include <QTest>
 #include <QVBoxLayout>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -88,6 +89,25 @@ class NetworkMachinesTest : public testing::Test {
   SilentLog log;
   std::unique_ptr<Household> household;
 };
+
+TEST_F(NetworkMachinesTest, BesideNoBackupNothingIsShownButMachines) {
+  for (const bool isAny : {false, true}) {
+    answer(saying("peers", "[" + (isAny ? machine("anna", R"("proven":true)") : "") + "]"));
+    QWidget window;
+    QVBoxLayout column(&window);
+    auto* const page = new NetworkMachines(*household);
+    page->setQuiet(true);
+    column.addWidget(page);
+    column.addStretch(1);
+    window.resize(600, 400);
+    window.show();
+    SCOPED_TRACE(isAny);
+    EXPECT_FALSE(says(window, text("NetTitle")));
+    ASSERT_TRUE(waitFor([&] { return !asked().empty() && (!isAny || says(window, "anna")); }));
+    EXPECT_EQ(says(window, text("NetTitle")), isAny);
+    std::filesystem::remove(folder.at("asked"));
+  }
+}
 
 TEST_F(NetworkMachinesTest, EachIsShownAsFarAsItHasProvenItself) {
   answer(

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <QAccessible>
 #include <QComboBox>
 #include <QDialog>
 #include <QDir>
@@ -133,6 +134,7 @@ TEST_F(PagesTest, AFileThatChangedComesBackFromItsDateByAFewClicks) {
   ASSERT_TRUE(waitFor([&] { return row(*list, "thesis.txt") != nullptr; }));
   ASSERT_EQ(line->dates().size(), 2U);
   EXPECT_EQ(line->chosen(), 1);
+  EXPECT_EQ(QAccessible::queryAccessibleInterface(line)->role(), QAccessible::Slider);
   QTest::keyClick(line, Qt::Key_Left);
   ASSERT_TRUE(waitFor([&] {
     QTreeWidgetItem* const file = row(*list, "thesis.txt");

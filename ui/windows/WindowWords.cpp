@@ -71,10 +71,18 @@ std::string RunWords::work(const ZAN_Value& entry) const {
   const auto size = [&](std::string_view key) {
     return mS.getShortSizeBytes(entry[key].unsignedValue());
   };
-  if (entry.contains(RunKey::filesCopied))
-    add(mT.text("LatestWork", {count(RunKey::filesCopied), size(RunKey::bytesCopied),
-                               count(RunKey::filesReplaced), count(RunKey::filesDeleted),
-                               count(RunKey::skipped), count(RunKey::notPossible)}));
+  if (entry.contains(RunKey::filesCopied)) {
+    std::string line =
+        mT.text("LatestWork", {count(RunKey::filesCopied), size(RunKey::bytesCopied)});
+    const std::pair<std::string_view, const char*> more[] = {
+        {RunKey::filesReplaced, "LatestReplaced"},
+        {RunKey::filesDeleted, "LatestDeleted"},
+        {RunKey::skipped, "LatestSkipped"},
+        {RunKey::notPossible, "LatestNotPossible"}};
+    for (const auto& [key, words] : more)
+      if (entry.integer(key) != 0) line += ", " + mT.text(words, {count(key)});
+    add(line);
+  }
   if (const auto speed = bytesPerSecond(entry))
     add(mT.text("ProgressSpeed", {mS.getShortSizeBytes(static_cast<std::uint64_t>(*speed))}));
   if (entry.contains(RunKey::reason)) add(translated(mT, entry.string(RunKey::reason)));
@@ -94,18 +102,26 @@ std::string RunWords::list(const std::string& title, const ZAN_Value& lines) con
   return text;
 }
 
+std::string RunWords::lists(const ZAN_Value& results) const {
+  std::string text;
+  const auto add = [&](const char* key, const char* title) {
+    if (results[key].empty()) return;
+    text +=
+        (text.empty() ? "" : "\n\n") + list(mT.text(title, {results[key].size()}), results[key]);
+  };
+  add("Errors", "LatestErrors");
+  add("Excluded", "LatestExcluded");
+  add("Files", "LatestFiles");
+  return text;
+}
+
 std::string RunWords::details(const ZAN_Value& entry, const ZAN_Value& results) const {
   const auto start = entry["Date"].asDate();
   std::string text =
       mT.text("LatestDetails",
               {titleOf(entry, mT), start ? mS.getMediumDateTime(*start) : "", result(entry)});
   if (const std::string done = work(entry); !done.empty()) text += '\n' + done;
-  const auto add = [&](const char* key, const std::string& title) {
-    if (!results[key].empty()) text += "\n\n" + list(title, results[key]);
-  };
-  add("Errors", mT.text("LatestErrors", {results["Errors"].size()}));
-  add("Excluded", mT.text("LatestExcluded", {results["Excluded"].size()}));
-  add("Files", mT.text("LatestFiles", {results["Files"].size()}));
+  if (const std::string kept = lists(results); !kept.empty()) text += "\n\n" + kept;
   return text;
 }
 

@@ -28,7 +28,9 @@ class RunWords {
   std::string work(const ZAN_Value& entry) const;
   /// Under a title, a line each, not too many.
   std::string list(const std::string& title, const ZAN_Value& lines) const;
-  /// All of it; `results`: "Errors", "Excluded" and "Files" as far as they were kept.
+  /// "Errors", "Excluded" and "Files" as far as they were kept, an empty line between them.
+  std::string lists(const ZAN_Value& results) const;
+  /// All of it.
   std::string details(const ZAN_Value& entry, const ZAN_Value& results) const;
 
   /// What was kept of an execution beside its entry, a dictionary of lists.
