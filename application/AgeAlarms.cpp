@@ -28,6 +28,7 @@ constexpr int kMostDays = 365;
 constexpr std::int64_t kMessage = 1;
 constexpr int kLeastRows = 3;
 constexpr int kMostRows = 16;
+constexpr int kNarrow = 78;  ///< characters; below that a column less
 
 /// Days in words, and a field with steps where they are edited.
 class DaysDelegate final : public QStyledItemDelegate {
@@ -94,6 +95,12 @@ AgeAlarms::AgeAlarms(Household& household)
   QObject::connect(mList, &QTreeWidget::itemChanged, this,
                    [this](const QTreeWidgetItem* row, int column) { change(*row, column); });
   column()->addWidget(mList);
+}
+
+/// What it is comes before when it was done.
+void AgeAlarms::resizeEvent(QResizeEvent* event) {
+  Card::resizeEvent(event);
+  mList->setColumnHidden(kLast, width() < kNarrow * fontMetrics().averageCharWidth());
 }
 
 void AgeAlarms::load() {

@@ -19,6 +19,9 @@ class AgeAlarms final : public Card {
   /// Reads them anew, unless one is being edited.
   void load();
 
+ protected:
+  void resizeEvent(QResizeEvent* event) override;
+
  private:
   void fill(QTreeWidgetItem& row, const ProgrammedAction& action);
   void change(const QTreeWidgetItem& row, int column);

@@ -343,6 +343,10 @@ void HistoryPage::refreshWeek() {
     card->column()->addWidget(mWeekView);
     static_cast<QVBoxLayout*>(mWeekPart->layout())->insertWidget(1, card, 1);
   }
+  // It lies on a card.
+  QPalette colours = mWeekView->palette();
+  colours.setColor(QPalette::Base, Look::cardColour());
+  mWeekView->setPalette(colours);
   if (isNew) mWeekView->refresh();
 }
 
