@@ -48,7 +48,7 @@ if [ "$preset" = fuzz ]; then
   corvana_build fuzz $(basename -s .cpp fuzz/fuzz_*.cpp)
 elif [ "$preset" = tsan ]; then
   # Qt's own threads are not instrumented, so what runs with the platform's real half or with windows stays out.
-  apart='agent_bus|agent_kills|app|command|desktop|execute|faults|install|real|remote_machines|shutdown|walls'
+  apart='agent_bus|agent_kills|app|command|desktop|execute|faults|install|real|remote_machines|sentences|shutdown|walls'
   corvana_configure tsan
   # A test is called like its program.
   # shellcheck disable=SC2046
