@@ -349,6 +349,8 @@ QString CreatePage::inWords(const FolderTrouble& trouble) const {
                               : household().text("TroubleNoFolderAbove", {trouble.path});
     case Kind::notAFolder:
       return household().text("TroubleNotAFolder", {trouble.path});
+    case Kind::notUnicode:
+      return household().text("TroubleNotUnicode", {trouble.path});
     case Kind::noAnswer:
       return household().text("TroubleNoAnswer", {trouble.path});
     case Kind::noVolume:

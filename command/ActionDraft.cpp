@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
+#include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionsTools.h"
 #include "platform/linux/HeldFolder.h"
 #include "platform/linux/Spawn.h"
@@ -65,6 +66,7 @@ std::optional<FolderTrouble> describe(const std::string& path, ActionFolders::Ro
   const bool isSource = role == ActionFolders::Role::source;
   const std::string absolute = absolutePath(path);
   if (path.empty() || absolute == "/") return FolderTrouble{Kind::notAPlace, path, isSource};
+  if (!isUtf8(absolute)) return FolderTrouble{Kind::notUnicode, absolute, isSource};
   const auto look = ExpendableChild::valueOf(
       [&]() -> std::optional<Kind> {
         if (ZAN_FilesUtils::exists(absolute))
@@ -121,6 +123,11 @@ Error FolderTrouble::error() const {
               path + (isSource ? ": not there" : ": neither it nor the folder above it is there")};
     case Kind::notAFolder:
       return {ErrorKind::refused, path + ": not a folder"};
+    case Kind::notUnicode:
+      return {ErrorKind::refused,
+              withReplacedBytes(path) +
+                  ": its name has bytes that are no Unicode, which an action cannot store; rename "
+                  "it, or choose the folder that it lies in (names below are no matter)"};
     case Kind::noAnswer:
       return {ErrorKind::unavailable, path + ": its volume does not answer"};
     case Kind::noVolume:

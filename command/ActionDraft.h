@@ -19,6 +19,7 @@ struct FolderTrouble {
     notAPlace,  ///< "/" or nothing
     notThere,   ///< of a destination the folder above it neither
     notAFolder,
+    notUnicode,     ///< its name has bytes that a record cannot hold
     noAnswer,       ///< its volume does not say
     noVolume,       ///< no volume is mounted there
     inSource,       ///< the destination lies in the source `other`

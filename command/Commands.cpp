@@ -104,11 +104,12 @@ constexpr std::array kCommands{
             "deletes nothing and asks. The consent covers the number that was shown and one run;\n"
             "launch runs it now. What is deleted can be brought back: corvana9 restore.\n",
             confirmCommand},
-    Command{"versions", "REF [PATH] [--from PLACE] [--json]",
+    Command{"versions", "REF [PATH] [--from PLACE [--password-file FILE]] [--json]",
             "show the versions of what an action has copied, newest last",
             "With a path those of that file or folder: when it changed, and how large it was.\n"
             "  --from PLACE    of copies whose action is gone, or that another machine made: the\n"
-            "                  folder that they lie in, or a repository; REF is left out then\n",
+            "                  folder that they lie in, or a repository; REF is left out then\n"
+            "  --password-file FILE   opens that repository, where nothing is kept that does\n",
             versionsCommand},
     Command{"browse", "REF [FOLDER] [--at DATE] [--find WORD] [--from PLACE] [--json]",
             "list what a version of an action's copies has in a folder",
@@ -128,7 +129,7 @@ constexpr std::array kCommands{
         "other executions.\n"
         "  --at DATE       as it was then: yesterday, 2026-11-14 (its end), \"2026-11-14 18:30\",\n"
         "                  \"3 days ago\"; the newest version not later than that\n"
-        "  --to FOLDER     not back to its place but there\n"
+        "  --to FOLDER     not back to its place but there; not into the copies themselves\n"
         "  --dry-run       say what would be done, and do nothing; of a repository by its list,\n"
         "                  without a look at contents, which the restoring itself compares\n"
         "  --overwrite     keep nothing of files that stand in the way\n"
@@ -136,12 +137,15 @@ constexpr std::array kCommands{
         "  --from PLACE    of copies whose action is gone, or that another machine made: the\n"
         "                  folder that they lie in, or a repository; REF is left out then\n",
         restoreCommand},
-    Command{"verify", "REF [--sample PERCENT] [--from PLACE] [--json]",
+    Command{"verify", "REF [--sample PERCENT] [--from PLACE] [--progress] [--json]",
             "read copies and compare them with what was copied",
             "With the sources where they have not changed since, else with the checksums of an\n"
             "earlier verification. The agent does so by itself once a week, with a tenth of the\n"
-            "copies.\n"
-            "  --sample PERCENT   only so much of them, each week another part\n",
+            "copies. Of a repository the stored data is read and checked. Ends with 1 when\n"
+            "anything is damaged.\n"
+            "  --sample PERCENT   only so much of them, each week another part\n"
+            "  --from PLACE       as for versions; with the checksums alone\n"
+            "  --progress         as for restore\n",
             verifyCommand},
     Command{"diff", "REF [PATH…] [--at DATE] [--json]",
             "show what differs between the sources of an action and a version",

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <ostream>
+#include <string_view>
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
@@ -53,6 +54,14 @@ Result<Wish> wishFrom(const char* kind, Arguments& arguments, CommandHome& home,
   const auto from = arguments.option("--from");
   const auto at = arguments.option("--at");
   const auto passwordFile = arguments.option("--password-file");
+  if (from && std::string_view(kind) == "diff")
+    return Error{ErrorKind::refused,
+                 "--from: the sources are known only of an action here; give its "
+                 "REF"};
+  if (passwordFile && !from)
+    return Error{ErrorKind::refused,
+                 "--password-file opens what --from names; corvana9 edit REF "
+                 "--password-file FILE changes that of an action"};
   const auto words = arguments.words(from ? 0 : 1, mostPaths + 1);
   if (!words) return words.error();
   auto paths = *words;

@@ -51,6 +51,7 @@ namespace {
 ExecuteEnd refusal(const Error& error) {
   ExecuteEnd end;
   end.reason = error.text;
+  end.isUnreachable = error.kind == ErrorKind::unavailable;
   switch (error.kind) {
     case ErrorKind::absent:
       end.code = ExecuteCode::volumeNotFound;
@@ -93,8 +94,9 @@ void ExecuteRun::perform(const ExecuteArguments& arguments) {
   auto engine = there ? engineFor(settings, watch, newsFor(records)) : there.error();
   const Outcome prepared = engine ? (*engine)->prepare() : engine.error();
   if (!prepared) {
-    std::cerr << prepared.error().text << std::endl;
-    const ExecuteEnd end = refusal(prepared.error());
+    const ExecuteEnd end =
+        mSurroundings.control.endOfStop(watch.gone()).value_or(refusal(prepared.error()));
+    if (!end.reason.empty()) std::cerr << end.reason << std::endl;
     return arguments.estimateSize ? records.logged(end) : records.ended(end);
   }
   arguments.estimateSize ? estimate((*engine)->sources(), records)
@@ -153,8 +155,10 @@ void ExecuteRun::recordSilence(const ExecuteArguments& arguments, double seconds
                                               : ExecuteCode::timeOut;
   end.reason = action ? silentVolumes(action->getSettings()) : std::string();
   if (end.reason.empty()) {
-    end.reason = "Nothing was read or written for " +
-                 ZAN_StringUtils::getDuration(static_cast<std::int64_t>(seconds));
+    end.reason = stop == StopReason::none
+                     ? "Nothing was read or written for " +
+                           ZAN_StringUtils::getDuration(static_cast<std::int64_t>(seconds))
+                     : "It did not end when it was asked to, and was ended";
   }
   recordEnd(arguments, end);
 }

@@ -59,7 +59,10 @@ Result<VersionTarget> VersionPlaces::origin(const std::string& name) const {
     return name == other.name || isBelow(name, other.name);
   });
   if (copy == mVersion.copies.end() || mSettings.isNull())
-    return Error{ErrorKind::refused, name + ": where it came from is not known; --to FOLDER"};
+    return Error{ErrorKind::refused,
+                 name +
+                     ": nothing says where it belongs on this machine; give a place by "
+                     "--to FOLDER"};
   const std::string rest = name.substr(copy->name.size());
   // The source as the action describes it, so that the right volume is there.
   FolderDescription described = FolderDescription().setPath(copy->source);

@@ -186,8 +186,9 @@ Outcome VersionRequest::restore() {
       return Error{ErrorKind::absent, only.name + ": the version has nothing of that name"};
   }
   if (mAnswer.errors() > 0)
-    return Error{ErrorKind::damaged,
-                 std::to_string(mAnswer.errors()) + " items could not be restored"};
+    return Error{ErrorKind::damaged, mAnswer.errors() == 1 ? "one item could not be restored"
+                                                           : std::to_string(mAnswer.errors()) +
+                                                                 " items could not be restored"};
   return {};
 }
 

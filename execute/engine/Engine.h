@@ -104,6 +104,9 @@ struct VersionTarget {
 
   /// Where what has that name, this one's or below it, lies below the folder.
   std::string placeOf(const std::string& other) const;
+  /// `refused` when it lies at or below what holds copies: what a restore brings, and what it puts
+  /// aside, would become a part of them.
+  Outcome checkOutside(const HeldFolder& holder, const std::string& nameInIt = {}) const;
 };
 
 /// How something that takes its time goes on, and whether it is to.

@@ -37,6 +37,17 @@ bool hasSameAttributes(const VersionItem& one, const VersionItem& two) {
          one.attributes == two.attributes;
 }
 
+/// A file system may keep less of the attributes than the version has: then what is there is as
+/// good as what could be made.
+bool isWhatIsThere(const VersionItem& there, int parent, const std::string& name) {
+  if (there.kind != Kind::file) return false;
+  const auto made = VersionItem::read(parent, kTemporary, there.name, true);
+  const ZAN_Descriptor one = openPathBelow(parent, kTemporary, O_RDONLY | O_NONBLOCK);
+  const ZAN_Descriptor two = openPathBelow(parent, name, O_RDONLY | O_NONBLOCK);
+  return made && hasSameAttributes(there, *made) && one && two &&
+         hasSameContents(one.get(), two.get());
+}
+
 }  // namespace
 
 void Restoration::fail(const std::string& target, const std::string& why) {
@@ -128,7 +139,11 @@ void Restoration::restore(const VersionTree::Entry& entry, const std::string& ta
       if (item.kind != Kind::folder) ++mCounts.files, mCounts.bytes += item.size;
       if (mHooks.done) mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), target), false);
     } else {
-      fail(target, std::strerror(errno));
+      fail(target,
+           errno == ENOTDIR || errno == ELOOP
+               ? "a file or a link stands where the folder was that it lay in; restore that "
+                 "folder, or rename what stands there"
+               : std::strerror(errno));
     }
     return;
   }
@@ -228,20 +243,30 @@ void Restoration::restoreFile(const VersionTree::Entry& entry, int parent, const
     }
   } else if (item.kind == Kind::link) {
     if (::symlinkat(item.target.c_str(), parent, kTemporary.c_str()) != 0)
-      return fail(target, std::strerror(errno));
+      return fail(target, errno == ENOSYS || errno == EPERM || errno == EOPNOTSUPP
+                              ? "its file system has no links"
+                              : std::strerror(errno));
   } else {
     errno = 0;
     makeNode(entry, parent, kTemporary);
     if (errno != 0) return fail(target, std::strerror(errno));
   }
   setAttributes(item, parent, kTemporary, target);
+  if (there && isWhatIsThere(*there, parent, name)) {
+    ::unlinkat(parent, kTemporary.c_str(), 0);
+    ++mCounts.same;
+    return;
+  }
   if (isInTheWay && !clear(parent, name, target, there->kind == Kind::folder)) {
     ::unlinkat(parent, kTemporary.c_str(), 0);
     return;
   }
   parent = mFolders.open(splitName(target).first);
-  if (parent < 0 || ::renameat(parent, kTemporary.c_str(), parent, name.c_str()) != 0)
-    return fail(target, std::strerror(errno));
+  if (parent < 0 || ::renameat(parent, kTemporary.c_str(), parent, name.c_str()) != 0) {
+    const std::string why = std::strerror(errno);
+    if (parent >= 0) ::unlinkat(parent, kTemporary.c_str(), 0);
+    return fail(target, why);
+  }
   ++mCounts.files;
   mCounts.bytes += item.size;
   if (mHooks.done) mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), target), false);

@@ -231,6 +231,14 @@ Outcome PlainEngine::restore(const KeptVersion& version, const std::vector<Versi
                              Restoration::Counts& restored) {
   auto index = indexOf(version);
   if (!index) return index.error();
+  for (const VersionTarget& target : targets) {
+    std::vector<std::string> holders{std::string(Versions::kName)};
+    for (const auto& copy : version.copies) holders.push_back(copy.name);
+    for (const std::string& name : holders) {
+      if (const Outcome outside = target.checkOutside(*mDestination, name); !outside)
+        return outside;
+    }
+  }
   // Nothing else may change them meanwhile, and what was cut off is no part of a version.
   auto versions = Versions::open(*mDestination, *mChain[*index].header);
   if (!versions) return versions.error();

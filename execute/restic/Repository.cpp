@@ -22,7 +22,6 @@ namespace corvana {
 namespace {
 
 constexpr const char* kSecretTool = "/usr/bin/secret-tool";
-constexpr double kKeyringSeconds = 60;
 constexpr std::size_t kLongestSecret = 1 << 16;
 constexpr std::string_view kS3 = "s3:";
 
@@ -139,7 +138,7 @@ std::string RepositoryAddress::sftpCommand(const std::string& ssh) const {
 }
 
 Result<RepositorySecret> RepositorySecret::find(const std::string& shownAddress,
-                                                const std::string& folder) {
+                                                const std::string& folder, const Ask& ask) {
   std::optional<std::string> text;
   const std::string file = fileFor(shownAddress, folder);
   if (ZAN_FilesUtils::exists(file)) {
@@ -147,9 +146,15 @@ Result<RepositorySecret> RepositorySecret::find(const std::string& shownAddress,
     if (!found) return found.error();
     text = *std::move(found);
   } else if (ZAN_FilesUtils::exists(kSecretTool)) {
-    if (const auto found = runToolBlocking(keyringWords("lookup", shownAddress), kKeyringSeconds);
-        found && !found->empty())
-      text = *found;
+    const auto words = keyringWords("lookup", shownAddress);
+    const auto found = ask ? ask(words) : runToolBlocking(words, kKeyringSeconds);
+    if (!found && found.error().kind == ErrorKind::unavailable)
+      return Error{ErrorKind::unavailable,
+                   shownAddress +
+                       ": its password is in the desktop's keyring, which does not answer (" +
+                       found.error().text +
+                       "); unlock that, or let corvana9 edit REF --password-file FILE do without"};
+    if (found && !found->empty()) text = *found;
   }
   const auto value = text ? ZAN_Json::valueWithJson(*text) : Result<ZAN_Value>(Error{});
   if (!text || !value || !value->isDictionary()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -58,8 +59,15 @@ struct RepositorySecret {
   std::string password = {};
   std::string address = {};  ///< with passwords, when there are some in it
 
-  /// `absent` when nothing is kept for that address.
-  static Result<RepositorySecret> find(const std::string& shownAddress, const std::string& folder);
+  /// Asks the keyring by a program with these words: its standard output, `unavailable` when it
+  /// does not end in `kKeyringSeconds`, which somebody may need to unlock it.
+  using Ask = std::function<Result<std::string>(const std::vector<std::string>& words)>;
+  static constexpr double kKeyringSeconds = 60;
+
+  /// `absent` when nothing is kept for that address, `unavailable` when the keyring does not
+  /// answer. Without `ask` it is asked in a way that nothing ends sooner.
+  static Result<RepositorySecret> find(const std::string& shownAddress, const std::string& folder,
+                                       const Ask& ask = {});
   /// Where it is now, in words.
   Result<std::string> keep(const std::string& shownAddress, const std::string& folder) const;
   /// The first line of a file that nobody else may read.

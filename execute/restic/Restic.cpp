@@ -141,6 +141,15 @@ bool isResticThere(std::int64_t process) {
   return text == "restic";
 }
 
+/// How far a line of progress says that it is, without the time; empty for any other line.
+std::string_view progressIn(std::string_view line) {
+  if (line.starts_with('[')) return line.substr(std::min(line.find(']'), line.size() - 1));
+  if (line.find("\"message_type\":\"status\"") == std::string_view::npos) return {};
+  const auto bytes = line.find("\"bytes_done\":");
+  return bytes == std::string_view::npos ? line.substr(0, 1)
+                                         : line.substr(bytes, line.find(',', bytes) - bytes);
+}
+
 /// What restic says of itself besides a failure.
 bool isOfFailure(std::string_view line) {
   return !line.empty() && line.front() != '{' &&
@@ -245,11 +254,14 @@ ResticEnd Restic::callOnce(const Call& call) {
   std::string errors;
   std::optional<double> vainSince;
   std::string vain;
+  std::string done;
   bool isGivenUp = false;
   Lines output(
       [&](std::string_view line) {
-        // It has got through again.
-        vainSince.reset();
+        // It has got through again; how long it takes it tells all the while.
+        const std::string_view told = progressIn(line);
+        if (told != done || told.empty()) vainSince.reset();
+        done = told;
         if (call.onLine) call.onLine(line);
       },
       call.wantsEmptyLines);

@@ -56,11 +56,29 @@ Result<std::string> ResticEngine::password(const std::string& address,
   // The keyring is asked through a program of its own, which takes its time.
   if (!file.empty() && !RepositoryAddress(address).mayHaveSecret())
     return RepositorySecret::passwordFrom(file);
-  const auto secret = RepositorySecret::find(address, dataFolder());
+  const auto secret = RepositorySecret::find(
+      address, dataFolder(),
+      [this](const std::vector<std::string>& words) { return askKeyring(words); });
   if (secret) secretAddress = secret->address;
   if (!file.empty()) return RepositorySecret::passwordFrom(file);
   if (!secret) return secret.error();
   return secret->password;
+}
+
+Result<std::string> ResticEngine::askKeyring(const std::vector<std::string>& words) const {
+  const auto seconds = std::to_string(static_cast<int>(RepositorySecret::kKeyringSeconds));
+  ChildProgram::Task task{.arguments = {"/usr/bin/timeout", seconds}, .obeysSkip = false};
+  task.arguments.insert(task.arguments.end(), words.begin(), words.end());
+  std::string said;
+  task.onOutput = [&](std::string_view bytes) { said += bytes; };
+  const auto end = ChildProgram::run(task, m.control);
+  constexpr int kTimeIsUp = 124;
+  if (!end) return end.error();
+  if (!end->signalled && end->status == 0) return said;
+  const bool isLate = end->signalled || end->status == kTimeIsUp;
+  return Error{
+      isLate ? ErrorKind::unavailable : ErrorKind::refused,
+      words.front() + ": " + (isLate ? "no answer in " + seconds + " s" : "nothing there")};
 }
 
 /// The folder of a repository on a volume, or the one that is to hold it.
@@ -264,6 +282,10 @@ Outcome ResticEngine::restore(const KeptVersion& version, const std::vector<Vers
                               Restoration::Counts& restored) {
   const auto snapshot = snapshotOf(version);
   if (!snapshot) return snapshot.error();
+  for (const VersionTarget& target : targets) {
+    const Outcome outside = mFolder ? target.checkOutside(*mFolder) : Outcome();
+    if (!outside) return outside;
+  }
   return ResticRestoration(*mAction, **snapshot, hooks).restore(targets, options, restored);
 }
 

@@ -45,6 +45,8 @@ class ResticEngine final : public Engine {
   Outcome openFolder();
   void use(RepositoryAddress address, std::string password);
   Result<std::string> password(const std::string& address, std::string& secretAddress) const;
+  /// A keyring that is being unlocked, or hangs, holds no stop.
+  Result<std::string> askKeyring(const std::vector<std::string>& words) const;
   ResticBackup backup() const;
   KeptVersion keptVersion(const Snapshot& snapshot) const;
   Result<const Snapshot*> snapshotOf(const KeptVersion& version) const;

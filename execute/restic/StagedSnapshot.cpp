@@ -42,12 +42,25 @@ ResticEnd StagedSnapshot::fetch(Restic& restic, const Snapshot& snapshot,
                          line.remove_prefix(kIgnoring.size());
                          const std::string path(line.substr(0, line.find(": ")));
                          mFailed.push_back(path.substr(std::min<std::size_t>(1, path.size())));
-                         if (failed) failed(std::string(line));
+                         if (failed) failed(inWords(path, line));
                        },
                    .descriptors = {mFolder.descriptor()}});
   // What could not be read is told one by one; anything else leaves it open what is good.
   if (end.kind == ResticEnd::Kind::failed && !mFailed.empty()) end = {};
   return end;
+}
+
+/// Without the place where it was fetched to, which nobody knows.
+std::string StagedSnapshot::inWords(const std::string& path, std::string_view line) const {
+  if (line.find("CreateHardlink") != std::string_view::npos)
+    return path +
+           ": it is another name of a file, and its file system has no such links; restore it by "
+           "its name alone";
+  std::string text(line);
+  const std::string held = mFolder.heldPath();
+  for (auto at = text.find(held); at != std::string::npos; at = text.find(held, at))
+    text.erase(at, held.size());
+  return text;
 }
 
 bool StagedSnapshot::isGood(const std::string& name) const {

@@ -2,6 +2,8 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "execute/engine/VersionTree.h"
@@ -37,6 +39,7 @@ class StagedSnapshot final : public VersionTree {
  private:
   StagedSnapshot(const HeldFolder& parent, HeldFolder folder)
       : mParent(&parent), mFolder(std::move(folder)) {}
+  std::string inWords(const std::string& path, std::string_view line) const;
 
   const HeldFolder* mParent;
   HeldFolder mFolder;

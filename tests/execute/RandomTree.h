@@ -29,10 +29,11 @@ constexpr double kDay = 24 * kHour;
 class SetClock final : public Clock {
  public:
   ReferenceTime now() const override { return time; }
-  double monotonic() const override { return SystemClock().monotonic(); }
+  double monotonic() const override { return SystemClock().monotonic() + waited; }
   void sleep(double seconds) override { time += seconds; }
   void observe(std::function<void()>) override {}
   ReferenceTime time = 785'000'000;
+  double waited = 0;  ///< seconds that need not be waited for
 };
 
 /// So many, or those that VERSION_SEED (the first) and VERSION_SEEDS (how many) name.

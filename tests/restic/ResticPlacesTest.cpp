@@ -11,6 +11,7 @@
 #include <memory>
 #include <thread>
 
+#include "tests/real/MountNamespace.h"
 #include "tests/restic/ResticHome.h"
 #include "tests/support/Keyring.h"
 #include "tests/support/LoopbackServer.h"
@@ -61,6 +62,23 @@ TEST_F(ResticPlacesTest, ReachesServersAndTellsOfThoseThatAreAway) {
   EXPECT_EQ(end.integer("C"), 2) << end.string("Reason");
   EXPECT_THAT(test().string("text"), HasSubstr("1 snapshot"));
   EXPECT_EQ(record().integer(EngineKey::putOff), 0);
+}
+
+TEST_F(ResticPlacesTest, ATargetThatDiesInARunIsGivenUpInTime) {
+  ASSERT_EQ(run().integer("C"), 2);
+  // As restic tells of a server that has gone: it goes on to say how far it is.
+  replaceRestic(
+      "case \"$*\" in *backup*) echo 'Save(<data/1>) returned error, retrying after 1s: refused' "
+      ">&2;"
+      " i=0; while [ $((i += 1)) -lt 200 ]; do echo '{\"message_type\":\"status\","
+      "\"seconds_elapsed\":'$i',\"percent_done\":0.5,\"bytes_done\":5}'; sleep 0.05; done; exit 1;;"
+      " *) exec \"$restic\" \"$@\";; esac");
+  onPost = [&](const DistributedNotification& post) {
+    if (post.object == "ExecuteProgress") clock.waited += 60;
+  };
+  const ZAN_Value end = run();
+  EXPECT_EQ(end.integer("C"), 17) << end.string("Reason");
+  EXPECT_THAT(end.string("Reason"), HasSubstr("target not reachable"));
 }
 
 TEST_F(ResticPlacesTest, ReachesAnSftpServer) {
@@ -201,6 +219,23 @@ TEST_F(ResticPlacesTest, KeepsSecretsInTheKeyringOrAFile) {
   EXPECT_THAT(*secret.keep(place, hidden), HasSubstr("in the file"));
   EXPECT_TRUE(isInFile());
   EXPECT_EQ(found(), secret.password);
+}
+
+TEST_F(ResticPlacesTest, AKeyringThatHangsHoldsNoStop) {
+  if (!isThere("/usr/bin/secret-tool")) GTEST_SKIP() << "secret-tool is not installed";
+  settings.removeKey(RepositoryKey::passwordFile);
+  inOwnMountNamespace([&] {
+    scratch.write("hangs", "#!/bin/sh\n: > '" + scratch / "asked" + "'\nexec sleep 600\n");
+    fs::permissions(scratch / "hangs", fs::perms::owner_all);
+    const std::string tool = scratch / "hangs";
+    EXPECT_EQ(::mount(tool.c_str(), "/usr/bin/secret-tool", nullptr, MS_BIND, nullptr), 0);
+    std::jthread user([&] {
+      while (!fs::exists(scratch / "asked")) std::this_thread::yield();
+      control->stop(StopReason::user);
+    });
+    EXPECT_EQ(run().integer("C"), 3);
+    return !HasFailure();
+  });
 }
 
 TEST(RepositoryAddress, ShowsNoPasswordAndFindsItsServer) {

@@ -116,6 +116,41 @@ TEST_F(ResticTest, TakesNothingForRestoredWithoutComparingIt) {
   EXPECT_EQ(again.integer("same"), 4);
 }
 
+TEST_F(ResticTest, WritesNeitherIntoTheCopiesNorThroughALink) {
+  const std::string name = "we ird [1]*.txt";
+  scratch.write("outside/" + name, "precious");
+  for (const char* place : {"Repository", "Copies"}) {
+    SCOPED_TRACE(place);
+    if (place == std::string("Copies")) {
+      settings = record();
+      settings.removeKey(EngineKey::name);
+      settings.setValue("ItemsDestination", folder(place));
+      settings.setValue(CopyKey::isNew, 1);
+      fs::create_directory(scratch / place);
+    }
+    ASSERT_TRUE(store.tree().saveActionsTree(ZAN_Value::array({settings})));
+    ASSERT_EQ(run().integer("C"), 2);
+    ZAN_Value wish = ZAN_Value::dictionary({{"kind", "restore"}, {"to", scratch / place}});
+    EXPECT_THAT(ask(wish).string("reason"), HasSubstr("the copies themselves"));
+    wish.removeKey("to");
+
+    fs::rename(scratch / "Documents/sub", scratch / "away");
+    fs::create_directory_symlink(scratch / "outside", scratch / "Documents/sub");
+    ZAN_Value one = wish;
+    one.setValue("names", ZAN_Value::array({scratch / "Documents/sub" + "/" + name}));
+    EXPECT_EQ(ask(one).integer("code"), 1) << "the link is not followed, nor taken away unasked";
+    EXPECT_TRUE(fs::is_symlink(scratch / "Documents/sub"));
+    const ZAN_Value restored = ask(wish);
+    EXPECT_EQ(restored.integer("code"), 0) << restored.string("reason");
+    ASSERT_EQ(restored["kept"].size(), 1u);
+    EXPECT_EQ(scratch.read("Documents/sub/" + name), "figures");
+    EXPECT_EQ(scratch.read("outside/" + name), "precious");
+    for (const auto& entry : fs::directory_iterator(scratch / "Documents"))
+      if (fs::is_symlink(entry.path())) fs::remove(entry.path());
+    fs::remove_all(scratch / "away");
+  }
+}
+
 TEST_F(ResticTest, KnowsNamesThatAreNoUnicode) {
   const std::string folder = "Documents/d\xff";
   const std::string file = folder + "/a\n\n\xfe\xef\xbf\xbd\n";
