@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <charconv>
 #include <fstream>
-#include <iterator>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "command/ActionWords.h"
@@ -29,11 +28,11 @@ struct Seen {
 /// The reference that an execute program was started with; 0 when it cannot be told.
 std::int64_t executedReference(std::int64_t pid) {
   std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
-  const std::string words(std::istreambuf_iterator<char>(file), {});
-  const auto first = words.find('\0');
+  std::string program;
+  std::string words;
   std::int64_t reference = 0;
-  if (first != std::string::npos) {
-    std::from_chars(words.data() + first + 1, words.data() + words.size(), reference);
+  if (std::getline(file, program, '\0') && std::getline(file, words, '\0')) {
+    std::from_chars(words.data(), words.data() + words.size(), reference);
   }
   return reference;
 }

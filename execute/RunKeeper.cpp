@@ -15,10 +15,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <new>
 #include <set>
-#include <sstream>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
@@ -45,19 +43,16 @@ std::vector<pid_t> descendantsOf(const ProcessTable& table, pid_t process) {
   return all;
 }
 
-std::string contents(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 /// What the disks with the volumes that a process has opened have read and written so far. It may
 /// wait for a slow one for long after its last write.
 std::string countsOfDisks(pid_t process) {
   std::set<std::uint64_t> opened;
   std::error_code gone;
   const std::string place = "/proc/" + std::to_string(process) + "/fdinfo";
-  for (const auto& descriptor : std::filesystem::directory_iterator(place, gone)) {
-    std::istringstream lines(contents(descriptor.path()));
+  // It closes some meanwhile, and may end; what reads words of a stream takes that for its end.
+  for (std::filesystem::directory_iterator descriptor(place, gone), end; !gone && descriptor != end;
+       descriptor.increment(gone)) {
+    std::ifstream lines(descriptor->path());
     for (std::string word; lines >> word;) {
       std::uint64_t id = 0;
       if (word == "mnt_id:" && lines >> id) opened.insert(id);
@@ -68,8 +63,8 @@ std::string countsOfDisks(pid_t process) {
   for (const Mount& mount : MountTable::read({.volumesFolder = {}, .home = home ? home : ""})) {
     // Those of the system and of the home are never at rest.
     if (!mount.isForeign || !opened.contains(mount.id)) continue;
-    std::istringstream facts(contents("/sys/dev/block/" + std::to_string(major(mount.device)) +
-                                      ':' + std::to_string(minor(mount.device)) + "/stat"));
+    std::ifstream facts("/sys/dev/block/" + std::to_string(major(mount.device)) + ':' +
+                        std::to_string(minor(mount.device)) + "/stat");
     // Requests and sectors, read and written; the times in between grow while a disk hangs, too.
     std::string fact;
     for (int number = 1; number <= 7 && facts >> fact; ++number)
@@ -139,6 +134,11 @@ RunKeeper::End RunKeeper::keep(const TerminationSignals& wishes) {
 
 /// Whether anything of the execution has worked since the last sign of it.
 bool RunKeeper::hasSigns() {
+  // What copies onto a slow share uses next to no processor and tells how far it is.
+  if (const std::uint64_t news = mSigns->news; news != mNews) {
+    mNews = news;
+    return true;
+  }
   const ProcessTable table{std::string()};
   std::map<pid_t, long> used;
   const auto note = [&](const std::string& place, pid_t id) {

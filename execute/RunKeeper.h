@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -17,9 +18,9 @@ class TerminationSignals;
 /// end and ends in the same way. When the first one and what it has started do nothing at all for
 /// too long, they are killed and given up, and the second one is left to record that.
 ///
-/// To do nothing is to use no processor, which reading, copying and looking all do, while the disks
-/// rest, too. Time in which the execution is paused or the machine sleeps does not count. Thread:
-/// the only one.
+/// To do nothing is to use no processor, which reading, copying and looking all do, and to say
+/// nothing, while the disks rest, too. Time in which the execution is paused or the machine sleeps
+/// does not count. Thread: the only one.
 class RunKeeper {
  public:
   struct Patience {
@@ -58,6 +59,7 @@ class RunKeeper {
   double mLatestSign = 0;       ///< monotonic
   std::map<pid_t, long> mUsed;  ///< of the processor, then
   std::string mCounts;          ///< of the disks, then
+  std::uint64_t mNews = 0;      ///< heard then
 };
 
 }  // namespace corvana

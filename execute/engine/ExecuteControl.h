@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,6 +21,7 @@ struct RunSigns {
   std::atomic<pid_t> thread = 0;  ///< the one that executes, as the system numbers it
   std::atomic<bool> paused = false;
   std::atomic<StopReason> stop = StopReason::none;
+  std::atomic<std::uint64_t> news = 0;  ///< of programs that speak when they get on
 };
 
 inline constexpr std::string_view kSessionEnded = "the session of the user ended";
@@ -42,6 +44,11 @@ class ExecuteControl {
   bool isPaused() const { return mPaused; }
   /// Whether an item is to be skipped; asking forgets it.
   bool takeSkip() { return mSkip.exchange(false); }
+
+  /// A program that only speaks when it gets on has said something.
+  void noteNews() const {
+    if (mSigns) ++mSigns->news;
+  }
 
   /// Blocks during a pause; whether nothing wants an end.
   bool waitWhilePaused();

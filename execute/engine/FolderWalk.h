@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <functional>
 #include <optional>
 #include <string>
@@ -15,6 +16,10 @@ namespace corvana {
 std::pair<std::string, std::string> splitName(std::string_view name);
 /// Whether the name is that of something in that folder, however deep.
 bool isBelow(std::string_view name, std::string_view folder);
+
+/// Whether a name that could not be looked up has nothing to it: there is none of it, or it is
+/// below what is no folder. With other errors nobody knows.
+inline bool isNothingThere(int code) { return code == ENOENT || code == ENOTDIR || code == ELOOP; }
 
 /// Opens the folders of names that come in some order, and keeps the last one. Never by a link or
 /// onto another mount.

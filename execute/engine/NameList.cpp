@@ -92,6 +92,7 @@ bool LineReader::next(std::string_view& line) {
       count = ::pread(mDescriptor, mBuffer.data() + before, kBuffer, mOffset);
     } while (count < 0 && errno == EINTR);
     mBuffer.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    mHasFailed = count < 0;
     if (count <= 0) return false;
     mOffset += count;
   }

@@ -46,9 +46,12 @@ class LineReader {
   /// The next one without its line feed, valid until the next call; false at the end, and for what
   /// has no line feed.
   bool next(std::string_view& line);
+  /// The end came by an error.
+  bool hasFailed() const { return mHasFailed; }
 
  private:
   int mDescriptor;
+  bool mHasFailed = false;
   std::int64_t mOffset = 0;
   std::string mBuffer;
   std::size_t mStart = 0;

@@ -77,8 +77,11 @@ std::string CopyJob::Copy::placeOfCopy() const {
   return missing.empty() ? folder.heldPath() : folder.heldPath() + "/" + missing;
 }
 
-bool CopyJob::Copy::isToGo(const std::string& name, Deletion& deletion, CaseTwins& twins) const {
-  return !isUnread(name) && deletion.isGone(name) && (tellsCase || !twins.has(name));
+std::optional<bool> CopyJob::Copy::isToGo(const std::string& name, Deletion& deletion,
+                                          CaseTwins& twins) const {
+  if (isUnread(name)) return false;
+  const auto isGone = deletion.isGone(name);
+  return isGone && *isGone ? tellsCase || !twins.has(name) : isGone;
 }
 
 bool CopyJob::fail(ExecuteCode code, std::string reason) {

@@ -90,8 +90,8 @@ class CopyJob {
     void addUnread(const std::optional<std::set<std::string>>& names);
     std::string pathOf(const std::string& item) const;
     std::string placeOfCopy() const;
-    /// Whether the source has certainly lost what the copy has.
-    bool isToGo(const std::string& name, Deletion& deletion, CaseTwins& twins) const;
+    /// Whether the source has lost what the copy has; nothing with errno when it cannot tell.
+    std::optional<bool> isToGo(const std::string& name, Deletion& deletion, CaseTwins& twins) const;
   };
 
   // Each says whether the job goes on; if not, mEnd tells why.

@@ -285,7 +285,7 @@ void CopyLook::tellPlan(Copy& copy) {
   Deletion deletion(copy.source.held, copy.folder, nullptr);
   CaseTwins twins(copy.source.held);
   copy.deletions.forEach([&](const std::string& name) {
-    if (!copy.isToGo(name, deletion, twins)) return true;
+    if (!copy.isToGo(name, deletion, twins).value_or(false)) return true;
     mPlanned({Planned::Kind::deleted, ZAN_FilesUtils::joinedPath(copy.folder.path(), name),
               sizeIn(copy.folder, name)});
     return m.control.stopReason() == StopReason::none;

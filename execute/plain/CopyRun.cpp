@@ -104,7 +104,7 @@ bool CopyRun::beginVersion(bool hasWork) {
   auto versions = Versions::open(*mDestination, version(mOwner.lastRun));
   if (!versions) {
     Error error = versions.error();
-    if (error.kind == ErrorKind::unreadable)
+    if (error.kind == ErrorKind::unreadable || error.kind == ErrorKind::unwritable)
       error.text += hindrance(*mDestination, std::string(Versions::kName));
     return failWith(error);
   }
@@ -227,7 +227,13 @@ bool CopyRun::deleteFrom(Copy& copy) {
   const bool isWhole = copy.deletions.forEach([&](const std::string& name) {
     if (!m.control.waitWhilePaused() || !mPlan.checkMounted(mMounts.mounts()))
       return goesOn = false;
-    if (!copy.isToGo(name, deletion, twins)) return true;
+    const auto isToGo = copy.isToGo(name, deletion, twins);
+    if (!isToGo) {
+      const std::string path = copy.pathOf(name);
+      addError(path, path + ": whether it is still there cannot be told: " + std::strerror(errno) +
+                         "; its copy stays until the next run");
+    }
+    if (!isToGo.value_or(false)) return true;
     const std::uint64_t size = sizeIn(copy.folder, name);
     const std::uint64_t movedBefore = deletion.filesMoved();
     if (const Outcome moved = deletion.moveAside(name); !moved) {

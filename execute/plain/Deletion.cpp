@@ -18,8 +18,6 @@ namespace corvana {
 
 namespace {
 
-bool isNothingThere(int code) { return code == ENOENT || code == ENOTDIR || code == ELOOP; }
-
 constexpr std::array kOfTheDisk{EIO, EROFS, ENODEV, ENXIO, ESTALE, ENOTCONN, ETIMEDOUT};
 
 std::string userName(uid_t user) {
@@ -72,13 +70,14 @@ std::string hindrance(const HeldFolder& folder, const std::string& name) {
   return {};
 }
 
-bool Deletion::isGone(const std::string& name) {
+std::optional<bool> Deletion::isGone(const std::string& name) {
   const auto [above, entry] = splitName(name);
   const int parent = mSourceFolders.open(above);
   // Without the folder above it, or with something else in its place, it is not there either.
-  if (parent < 0) return isNothingThere(errno);
   struct stat state {};
-  return ::fstatat(parent, entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+  if (parent >= 0 && ::fstatat(parent, entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0)
+    return false;
+  return isNothingThere(errno) ? std::optional(true) : std::nullopt;
 }
 
 Outcome Deletion::moveAside(const std::string& name) {

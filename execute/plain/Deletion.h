@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "execute/engine/FolderWalk.h"
@@ -24,8 +25,8 @@ class Deletion {
         mKeeps(aside != nullptr),
         mAsideFolders(aside ? aside->descriptor() : -1) {}
 
-  /// Whether the source certainly has nothing of that name, and could have told.
-  bool isGone(const std::string& name);
+  /// Whether the source has nothing of that name; nothing with errno when it cannot tell.
+  std::optional<bool> isGone(const std::string& name);
   /// Moves it aside, or removes it; of a folder only what is empty by now. What is not there is
   /// done.
   Outcome moveAside(const std::string& name);

@@ -274,7 +274,11 @@ Result<RsyncProcess::End> RsyncProcess::run(const Task& task, ExecuteControl& co
                          .descriptors = task.descriptors,
                          .watched = task.watched,
                          .onWatched = task.onWatched,
-                         .onOutput = [&](std::string_view bytes) { output.readOutput(bytes); },
+                         .onOutput =
+                             [&](std::string_view bytes) {
+                               control.noteNews();
+                               output.readOutput(bytes);
+                             },
                          .onErrors = [&](std::string_view bytes) { output.readErrors(bytes); },
                          .onNews = onProgress},
                         control);

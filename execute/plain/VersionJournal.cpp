@@ -60,7 +60,7 @@ void VersionJournal::willChange(const HeldFolder& copy, const std::string& prefi
   if (entry == ".") full = prefix;
   const int parent = mParents->open(above);
   // Below what is no folder there is nothing.
-  if (parent < 0 && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP))
+  if (parent < 0 && isNothingThere(errno))
     return note(VersionItem{.name = std::move(full)}.toLine());
   auto item = parent < 0 ? std::nullopt : VersionItem::read(parent, entry, full, true);
   if (!item) {
@@ -105,28 +105,37 @@ Outcome VersionJournal::written() {
 Outcome VersionJournal::writeList(const HeldFolder& folder, const HeldFolder& destination,
                                   const VersionHeader& header) {
   SortedLines lines;
+  int failure = 0;
+  const auto fail = [&failure] {
+    if (failure == 0) failure = errno;
+  };
   const ZAN_Descriptor journal(::openat(folder.descriptor(),
                                         std::string(VersionFolder::kJournal).c_str(),
                                         O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   if (journal) {
     LineReader reader(journal.get());
     for (std::string_view line; reader.next(line);) lines.add(line);
+    if (reader.hasFailed()) fail();
+  } else if (errno != ENOENT) {
+    fail();
   }
-  TreeCursor cursor(folder.descriptor(), {});
+  TreeCursor cursor(folder.descriptor(), {}, [&](const std::string&) { fail(); });
   while (const auto entry = cursor.next()) {
     if (entry->isFolder || isOwnFile(entry->name)) continue;
-    if (const auto item = VersionItem::read(entry->folder, entry->entry, entry->name, true))
-      lines.add(item->toLine());
+    const auto item = VersionItem::read(entry->folder, entry->entry, entry->name, true);
+    item ? lines.add(item->toLine()) : fail();
   }
   ParentFolders aside(folder.descriptor());
   ParentFolders copies(destination.descriptor());
-  const auto kindIn = [](ParentFolders& parents, const std::string& name) {
+  const auto kindIn = [&](ParentFolders& parents, const std::string& name) {
     const auto [above, entry] = splitName(name);
     struct stat state {};
     const int parent = parents.open(above);
-    return parent >= 0 && ::fstatat(parent, entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0
-               ? VersionItem::kindOf(state)
-               : VersionItem::Kind::none;
+    if (parent >= 0 && ::fstatat(parent, entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0)
+      return VersionItem::kindOf(state);
+    // What is mounted there is none of it.
+    if (!isNothingThere(errno) && errno != EXDEV) fail();
+    return VersionItem::Kind::none;
   };
   VersionListWriter writer(folder.descriptor(), std::string(VersionFolder::kNewList), header);
   std::string closedName;
@@ -145,8 +154,9 @@ Outcome VersionJournal::writeList(const HeldFolder& folder, const HeldFolder& de
     writer.add(item->toLine());
     return true;
   });
-  if (!writer.finish() || !isSorted) return unwritable(folder);
-  return {};
+  if (failure == 0 && writer.finish() && isSorted) return {};
+  if (failure != 0) errno = failure;
+  return unwritable(folder);
 }
 
 }  // namespace corvana

@@ -32,7 +32,8 @@ class VersionJournal {
   Outcome finish();
 
   /// The journal of a version in order as its new list, with what lies in the version's folder:
-  /// what no run could note is told by that. `destination`: of the copies.
+  /// what no run could note is told by that. `destination`: of the copies. An error when anything
+  /// of it cannot be told now; the journal stays in any case.
   static Outcome writeList(const HeldFolder& version, const HeldFolder& destination,
                            const VersionHeader& header);
 

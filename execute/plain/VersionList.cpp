@@ -170,7 +170,8 @@ Result<VersionListReader> VersionListReader::opened(int folder, const std::strin
 std::string_view VersionListReader::nextLine() {
   std::string_view line;
   while (mLines.next(line)) {
-    if (line.starts_with(kEnd)) break;
+    mIsAtEnd = line.starts_with(kEnd);
+    if (mIsAtEnd) break;
     if (!line.starts_with('#')) return line;
   }
   return {};

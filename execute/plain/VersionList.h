@@ -75,6 +75,8 @@ class VersionListReader {
   std::optional<VersionItem> next();
   /// The same as it is written, valid until the next call; empty at the end.
   std::string_view nextLine();
+  /// After the last one: whether that was the end, and not an error.
+  bool isAtEnd() const { return mIsAtEnd; }
 
  private:
   static Result<VersionListReader> opened(int folder, const std::string& name,
@@ -83,6 +85,7 @@ class VersionListReader {
 
   ZAN_Descriptor mFile;
   LineReader mLines;
+  bool mIsAtEnd = false;
   VersionHeader mHeader;
   std::uint64_t mCount = 0;
 };

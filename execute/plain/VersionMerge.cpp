@@ -62,7 +62,7 @@ Outcome VersionMerge::list(const HeldFolder& into, const HeldFolder& from,
     if (item.kind != VersionItem::Kind::folder) closedName = item.name;
     writer.add(item.toLine());
   }
-  return writer.finish() ? Outcome() : unwritable(into);
+  return writer.finish() && first->isAtEnd() && second->isAtEnd() ? Outcome() : unwritable(into);
 }
 
 Outcome VersionMerge::finish(const HeldFolder& older, const std::string& merging) const {
@@ -77,13 +77,19 @@ Outcome VersionMerge::finish(const HeldFolder& older, const std::string& merging
     if (item->contents != VersionItem::Contents::here) continue;
     const auto [above, entry] = splitName(item->name);
     const int parent = source.open(above);
-    if (parent < 0 || !exists(parent, entry)) continue;
+    struct stat state {};
+    if (parent < 0 || ::fstatat(parent, entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0) {
+      // A merge that was cut off has taken it over.
+      if (isNothingThere(errno)) continue;
+      return unwritable(older, item->name);
+    }
     const int folder = target.make(above);
     if (folder < 0) return unwritable(older);
     // What the older one has is what it had.
     if (!renameBeside(parent, folder, entry) && errno != EEXIST)
       return unwritable(older, item->name);
   }
+  if (!list->isAtEnd()) return unwritable(older);
   VersionHeader header = list->header();
   header.merges.clear();
   auto again = VersionListReader::open(older.descriptor(), std::string(VersionFolder::kMerged),
@@ -91,7 +97,8 @@ Outcome VersionMerge::finish(const HeldFolder& older, const std::string& merging
   if (!again) return again.error();
   VersionListWriter writer(older.descriptor(), std::string(VersionFolder::kNewList), header);
   for (auto line = again->nextLine(); !line.empty(); line = again->nextLine()) writer.add(line);
-  if (!writer.finish() || !VersionFolder::takeNewList(older)) return unwritable(older);
+  if (!again->isAtEnd() || !writer.finish() || !VersionFolder::takeNewList(older))
+    return unwritable(older);
   ::unlinkat(older.descriptor(), std::string(VersionFolder::kMerged).c_str(), 0);
   if (Outcome done = synchronise(older); !done) return done;
   return removeTree(mAll.descriptor(), merging) ? Outcome() : unwritable(mAll, merging);
@@ -102,6 +109,7 @@ Outcome VersionMerge::settle(const VersionFolder& older) const {
   if (!held || !exists(held->descriptor(), VersionFolder::kMerged)) return {};
   const auto merged = VersionListReader::headerOf(held->descriptor(),
                                                   std::string(VersionFolder::kMerged), older.name);
+  if (!merged && merged.error().kind == ErrorKind::unreadable) return merged.error();
   if (merged && exists(mAll.descriptor(), merged->merges)) return finish(*held, merged->merges);
   ::unlinkat(held->descriptor(), std::string(VersionFolder::kMerged).c_str(), 0);
   return {};

@@ -94,8 +94,10 @@ std::vector<pid_t> ProcessTable::childrenOf(pid_t parent) const {
   std::vector<pid_t> children;
   bool areListed = false;
   std::error_code gone;
-  for (const auto& thread : std::filesystem::directory_iterator(pathOf(parent, "/task"), gone)) {
-    const std::string list = thread.path() / "children";
+  // It may end meanwhile.
+  for (std::filesystem::directory_iterator thread(pathOf(parent, "/task"), gone), end;
+       !gone && thread != end; thread.increment(gone)) {
+    const std::string list = thread->path() / "children";
     areListed |= access(list.c_str(), R_OK) == 0;
     std::istringstream pids(contents(list));
     for (pid_t pid = 0; pids >> pid;) children.push_back(pid);

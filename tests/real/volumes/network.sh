@@ -20,19 +20,19 @@ let_go() {
   kill -9 "$(cat "$scratch/server.pid")" 2> /dev/null
   umount -l "$scratch/net/Share" 2> /dev/null
 }
-export CORVANA9_PATIENCE=15
+export CORVANA9_PATIENCE=5
 share="$scratch/net/Share"
 mkdir -p "$scratch/served/Films" "$scratch/served/Backup" "$scratch/other/Backup" "$HOME/Films" "$HOME/Photos" "$HOME/Copy"
 mount_share() { mkdir -p "$share"; sshfs "${1:-nas:$scratch/served}" "$share" -o "ssh_command=$scratch/server,max_conns=1,dir_cache=no"; }
 mount_share || skip "sshfs cannot mount here"
 for number in 1 2 3 4 5 6 7 8; do
-  head -c 3000000 /dev/urandom > "$HOME/Films/$number"
-  head -c 3000000 /dev/urandom > "$scratch/served/Films/$number"
+  head -c 2000000 /dev/urandom > "$HOME/Films/$number"
+  head -c 2000000 /dev/urandom > "$scratch/served/Films/$number"
 done
 echo flower > "$HOME/Photos/flower"
 add() { "$corvana9" add "$@" > /dev/null || exit 1; sleep 1.1; }
-add There --source "$HOME/Films" --destination "$share/Backup" --mode synchronise --bandwidth 2000000
-add Back --source "$share/Films" --destination "$HOME/Copy" --mode synchronise --bandwidth 2000000
+add There --source "$HOME/Films" --destination "$share/Backup" --mode synchronise --bandwidth 3000000
+add Back --source "$share/Films" --destination "$HOME/Copy" --mode synchronise --bandwidth 3000000
 add Photos --source "$HOME/Photos" --destination "$HOME/Copy"
 photos="$(reference Photos)"
 start_agent
