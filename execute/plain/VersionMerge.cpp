@@ -105,8 +105,11 @@ Outcome VersionMerge::finish(const HeldFolder& older, const std::string& merging
 }
 
 Outcome VersionMerge::settle(const VersionFolder& older) const {
+  // Most have none, and to hold a folder takes its time.
+  const ZAN_Descriptor open = openFolderBelow(mAll.descriptor(), older.name);
+  if (!open || !exists(open.get(), VersionFolder::kMerged)) return {};
   const auto held = mAll.below(older.name);
-  if (!held || !exists(held->descriptor(), VersionFolder::kMerged)) return {};
+  if (!held) return held.error();
   const auto merged = VersionListReader::headerOf(held->descriptor(),
                                                   std::string(VersionFolder::kMerged), older.name);
   if (!merged && merged.error().kind == ErrorKind::unreadable) return merged.error();
