@@ -226,8 +226,9 @@ void BackupCard::show(const BackupFacts& facts, const ZAN_Value& current, bool i
                        ? mHousehold.text("CardNext", {comingDateOf(mHousehold, facts.next->date)})
                        : qt(facts.schedule));
     if (facts.failure && !facts.isFailureSeen) {
-      mTrouble->setText(facts.onlyLacks ? mHousehold.text("ResultOnlyLacks")
-                                        : qt(facts.shortReason()));
+      mTrouble->setText(facts.onlyLacks  ? mHousehold.text("ResultOnlyLacks")
+                        : facts.isAway() ? mHousehold.text("CardNotConnected", {facts.destination})
+                                         : qt(facts.shortReason()));
       mTrouble->setToolTip(qt(facts.reason));
     } else if (facts.overdueSince) {
       const auto days = (mHousehold.now() - *facts.overdueSince) / 86400;
