@@ -1,6 +1,7 @@
 #include "execute/plain/VersionView.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -99,6 +100,14 @@ class CopyCursor {
   std::optional<TreeCursor> mBelow;
 };
 
+/// A process usually begins with 1,024, and may have as many as the system lets it.
+void allowDescriptors(std::size_t wanted) {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted) return;
+  limit.rlim_cur = std::min<rlim_t>(wanted, limit.rlim_max);
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
 }  // namespace
 
 Result<VersionView> VersionView::open(const HeldFolder& destination, const HeldFolder& versions,
@@ -106,6 +115,9 @@ Result<VersionView> VersionView::open(const HeldFolder& destination, const HeldF
   auto held = destination.again();
   if (!held) return held.error();
   VersionView view(*std::move(held), chain[index].header.value_or(VersionHeader()));
+  // Of each newer version the folder and its list are open at once.
+  constexpr std::size_t kOthers = 256;
+  allowDescriptors(2 * (chain.size() - index) + kOthers);
   for (std::size_t i = index; i < chain.size(); ++i) {
     auto layer = versions.below(chain[i].name);
     if (!layer) return layer.error();
