@@ -14,6 +14,8 @@ namespace {
 constexpr std::size_t kKeptErrors = 200;
 constexpr std::size_t kLongestLine = 1 << 16;
 constexpr std::size_t kMostUnread = 10'000;
+/// For a file, where the copy has a folder that is not empty.
+constexpr std::string_view kNoWay = "could not make way for new ";
 constexpr std::string_view kLongPath = "filename overflows max-path len by ";
 
 /// Hands out the whole lines of `rest` + `bytes` and keeps what follows the last of them.
@@ -241,6 +243,13 @@ void RsyncOutput::readErrorLine(std::string_view line) {
       close = std::min(close, text.find(between, open + 1));
     path = placed(text.substr(open + 1, close - open - 1), line, failure);
     text.replace(open + 1, close - open - 1, *path);
+  } else if (const auto stands = text.find(": "); line.starts_with(kNoWay) && stands != text.npos) {
+    const auto copy = std::ranges::find(mPlaces, true, &Place::isCopy);
+    const std::string name = text.substr(stands + 2);
+    path = copy == mPlaces.end() ? name : ZAN_FilesUtils::joinedPath(copy->path, name);
+    text = *path +
+           ": in the copy there is a folder of this name, and copying removes nothing; remove or "
+           "rename that folder";
   }
   if (line.find("No space left on device") != std::string_view::npos ||
       line.find("Disk quota exceeded") != std::string_view::npos)

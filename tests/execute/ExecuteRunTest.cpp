@@ -320,6 +320,20 @@ TEST_F(ExecuteRunTest, NotesItsLastSuccessApartFromItsLastRun) {
   fs::remove(rsync);
 }
 
+TEST_F(ExecuteRunTest, NamesTheFolderThatStandsWhereAFileIsToBe) {
+  makeAction(2);
+  run();
+  fs::remove_all(scratch / "Documents/sub");
+  scratch.write("Documents/sub", "a file now");
+  scratch.write("Documents/other", "new");
+  real.clock.sleep(1);
+  run();
+  EXPECT_EQ(lastLog().integer("C"), 14);
+  EXPECT_EQ(lastLog().string("P"), scratch / "Backup/Documents/sub");
+  EXPECT_EQ(scratch.read("Backup/Documents/other"), "new");
+  EXPECT_EQ(scratch.read("Backup/Documents/sub/report"), "figures");
+}
+
 TEST_F(ExecuteRunTest, EstimatesWithoutCopying) {
   makeAction(2);
   run(true);
