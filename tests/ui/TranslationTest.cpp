@@ -42,7 +42,7 @@ const std::set<std::string, std::less<>> kEqualWords{
     "OKButton",       "PrefMailPort",   "PrefMailStartTls", "PrefPageVolumes",  "PrefPercent",
     "PrefPlaceAt",    "PrefRemotePort", "StatusTitle",      "WhyRemedyCommand", "WhyRemedy",
     "StatusNextText", "WeekDay",        "WhyVolumeUuid",    "HistoryPerSecond", "RestoreColumnName",
-    "RestoreVersion", "SettingsCopy"};
+    "RestoreVersion", "SettingsCopy",   "HistoryWhich"};
 
 TEST(Translation, germanIsCompleteAndTakesTheSameArguments) {
   const auto english = textsOf("en");
