@@ -124,6 +124,13 @@ WhereStep::Volume& WhereStep::volumeFor(const Mount& mount, const QString& name)
       mount.isServer ? QStringLiteral("network-server") : QStringLiteral("drive-harddisk"),
       {new TextLabel(name, Look::Size::strong), volume.fitness});
   mList->addWidget(volume.choice);
+  // It is made last, and read out and reached by the keyboard where it stands.
+  volume.choice->stackUnder(mFolder);
+  QWidget* before = mFolder->button();
+  do {
+    before = before->previousInFocusChain();
+  } while (before->focusPolicy() == Qt::NoFocus);
+  setTabOrder(before, volume.choice->button());
   return volume;
 }
 

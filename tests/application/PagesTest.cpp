@@ -96,6 +96,16 @@ TEST_F(PagesTest, SetsUpAFirstBackupByTheKeyboardAlone) {
   }
   press(household->text("CreateNext"));
   auto& path = widgetIn<QLineEdit>(*window, household->text("WhereFolder"));
+  const auto heightOf = [&](const QWidget& widget) { return widget.mapTo(&*window, QPoint()).y(); };
+  const QWidget* last = nullptr;
+  for (QWidget* one = window->nextInFocusChain(); one != &*window; one = one->nextInFocusChain()) {
+    const bool isField = one == &path || qobject_cast<QRadioButton*>(one) != nullptr;
+    if (!isField || !one->isVisible()) continue;
+    EXPECT_GE(heightOf(*one) + one->height(), last == nullptr ? 0 : heightOf(*last))
+        << utf8(one->accessibleName()) << " by Tab";
+    last = one;
+  }
+  EXPECT_NE(last, nullptr);
   path.setFocus();
   QTest::keyClicks(&path, QString::fromStdString(at("elsewhere")));
   press(household->text("CreateNext"));
