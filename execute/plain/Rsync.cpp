@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kKeptErrors = 200;
 constexpr std::size_t kLongestLine = 1 << 16;
 constexpr std::size_t kMostUnread = 10'000;
-/// For a file, where the copy has a folder that is not empty.
+/// Where the copy has something of another kind that stays, such as a folder that is not empty.
 constexpr std::string_view kNoWay = "could not make way for new ";
 constexpr std::string_view kLongPath = "filename overflows max-path len by ";
 
@@ -248,8 +248,7 @@ void RsyncOutput::readErrorLine(std::string_view line) {
     const std::string name = text.substr(stands + 2);
     path = copy == mPlaces.end() ? name : ZAN_FilesUtils::joinedPath(copy->path, name);
     text = *path +
-           ": in the copy there is a folder of this name, and copying removes nothing; remove or "
-           "rename that folder";
+           ": what stands there in the copy could not be removed to make way; remove or rename it";
   }
   if (line.find("No space left on device") != std::string_view::npos ||
       line.find("Disk quota exceeded") != std::string_view::npos)
