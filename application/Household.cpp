@@ -7,7 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_Translation.h"
 #include "core/record/Preferences.h"
-#include "core/record/SiblingChannel.h"
+#include "core/record/Siblings.h"
 #include "desktop/Texts.h"
 #include "platform/linux/ProcessTable.h"
 

@@ -10,7 +10,7 @@
 #include "core/record/Changes.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerState.h"
-#include "core/record/SiblingChannel.h"
+#include "core/record/Siblings.h"
 #include "platform/Platform.h"
 
 namespace corvana {

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "core/record/SiblingChannel.h"
+#include "core/record/Siblings.h"
 
 namespace corvana {
 

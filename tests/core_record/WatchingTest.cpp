@@ -1,4 +1,4 @@
-#include "core/record/DebugLog.h"
+#include "core/record/Diagnostics.h"
 #include "tests/core_record/RecordFixture.h"
 
 namespace corvana {

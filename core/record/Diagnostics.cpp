@@ -1,4 +1,4 @@
-#include "core/record/DebugLog.h"
+#include "core/record/Diagnostics.h"
 
 #include <algorithm>
 #include <cstdint>

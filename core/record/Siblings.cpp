@@ -1,9 +1,9 @@
-#include "core/record/SiblingChannel.h"
+#include "core/record/Siblings.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "core/record/DebugLog.h"
+#include "core/record/Diagnostics.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerState.h"
 #include "platform/DistributedNotifications.h"
