@@ -2,7 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 
 #include "platform/simulated/TemporaryFolder.h"
@@ -14,8 +14,9 @@ class ScratchFolder : public TemporaryFolder {
  public:
   std::string operator/(const std::string& name) const { return at(name); }
   std::string read(const std::string& name) const {
-    std::ifstream file(at(name), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream contents;
+    contents << std::ifstream(at(name), std::ios::binary).rdbuf();
+    return contents.str();
   }
   /// Changes one byte in place; size and date stay.
   void damage(const std::string& name) const {

@@ -39,9 +39,13 @@ esac
 exit \$result"
 echo none > "$scratch/phase"
 
-executes() { pgrep -f "Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute $reference" > /dev/null; }
+# Other tests have programs of the same name beside these. The first one keeps the run of the second, whatever their numbers.
+keeper() { pgrep --ns $$ --nslist mnt -o -f "Corvana 9 Execute.app/Contents/MacOS/Corvana 9 Execute $reference"; }
+executes() { keeper > /dev/null; }
 rests() { ! executes && "$corvana9" status --json | tr -d ' \n' | grep -q '"executing":false.*"queueCount":0'; }
-same() { diff -r --exclude=.corvana9-copy --exclude=.corvana9-partial "$HOME/Documents" "$disk/Backup/Documents" > /dev/null; }
+differences() { diff -r --exclude=.corvana9-copy --exclude=.corvana9-partial "$HOME/Documents" "$disk/Backup/Documents" 2>&1; }
+same() { differences > /dev/null; }
+all_there() { same || { differences | head -3; false; }; }
 runs() { grep -c '" completed;' "$HOME/Library/Logs/Corvana 9 Actions.log"; }
 ran_since() { [ "$(runs)" -gt "$1" ]; }
 kept() { grep -rqF -- "$1" "$disk/Backup"; }
@@ -55,7 +59,6 @@ expect "the first run" until_true 30 same
 until_true 30 rests
 
 crashes() { "$corvana9" log --count 5000 | grep -c "aborted (crash)"; }
-keeper() { pgrep -f "Corvana 9 Execute $reference" | head -1; }
 crashed_since() { [ "$(crashes)" -gt "$1" ]; }
 
 round=0
@@ -77,9 +80,12 @@ try() { # VICTIM PHASE
   case "$victim" in
     agent) kill -9 "$agent"; wait "$agent" 2> /dev/null ;;
     rsync) kill -9 "$(cat "$scratch/held")" ;;
-    # On a busy machine it may be through before: a lock is waited for for two seconds.
     keeper) kill -9 "$(keeper)" && hit=1 ;;
     worker) kill -9 "$(pgrep -P "$(keeper)" | head -1)" && hit=1 ;;
+  esac
+  # A lock is waited for for two seconds, and a busy machine may come after them.
+  case "$phase" in *.cva9data)
+    [ $(($(now) - $(date -r "$scratch/held" +%s%3N))) -lt 1800 ] || hit='' ;;
   esac
   [ "$round" -eq 1 ] || expect "nothing that was there is lost" kept "$old"
   echo none > "$scratch/phase"
@@ -96,12 +102,12 @@ try() { # VICTIM PHASE
   expect "it comes to an end" until_true 40 rests
   [ "$victim" = rsync ] && [ "$phase" != sync ] &&
     expect "that it failed is said" grep -q 'unexpected error.*signal 9' <<< "$("$corvana9" log | tail -3)"
-  [ "$(runs)" = "$before" ] || expect "what is called completed is there" same
+  [ "$(runs)" = "$before" ] || expect "what is called completed is there" all_there
   before="$(runs)"
   "$corvana9" launch "$reference" > /dev/null
   expect "the next run completes" until_true 60 ran_since "$before"
   until_true 20 rests
-  expect "with everything" same
+  expect "with everything" all_there
   expect "and each run has an end" test "$("$corvana9" history --json | grep -c '"code": *1,')" -eq 0
   [ "$round" -lt 3 ] || expect "and what it deleted is kept" kept "kept $((round - 1))"
 }
