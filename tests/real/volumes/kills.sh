@@ -48,7 +48,7 @@ same() { differences > /dev/null; }
 all_there() { same || { differences | head -3; false; }; }
 runs() { grep -c '" completed;' "$HOME/Library/Logs/Corvana 9 Actions.log"; }
 ran_since() { [ "$(runs)" -gt "$1" ]; }
-kept() { grep -rqF -- "$1" "$disk/Backup"; }
+kept() { grep -rqsF -- "$1" "$disk/Backup"; } # A folder of versions may get its name meanwhile.
 
 "$corvana9" add Letters --source "$HOME/Documents" --destination "$disk/Backup" --mode synchronise > /dev/null || exit 1
 reference="$("$corvana9" tree --json | grep -o '"reference": *[0-9]*' | head -1 | grep -o '[0-9]*')"
@@ -89,7 +89,7 @@ try() { # VICTIM PHASE
     keeper) kill -9 "$(keeper)" && hit=1 ;;
     worker) kill -9 "$(pgrep -P "$(keeper)" | head -1)" && hit=1 ;;
   esac
-  [ "$round" -eq 1 ] || expect "nothing that was there is lost" kept "$old"
+  [ "$round" -eq 1 ] || expect "nothing that was there is lost" until_true 5 kept "$old"
   echo none > "$scratch/phase"
   rm -f "$scratch/hold"
   case "$victim $phase" in
