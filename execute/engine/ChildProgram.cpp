@@ -60,8 +60,8 @@ Error systemError(const std::string& what) {
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
   ::signal(SIGPIPE, SIG_DFL);
-  const int input = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-  ::dup2(input, STDIN_FILENO);
+  const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ::dup2(task.input >= 0 ? task.input : nothing, STDIN_FILENO);
   ::dup2(output, STDOUT_FILENO);
   ::dup2(errors, STDERR_FILENO);
   ::execve(words[0], words, environment);

@@ -29,6 +29,7 @@ class ChildProgram {
     std::vector<std::string> arguments;      ///< the first is the full path of the program
     std::vector<std::string> environment{};  ///< "NAME=value", besides this process's own
     std::vector<int> descriptors{};          ///< that it gets
+    int input = -1;                          ///< what it reads, or nothing
     int stopSignal = SIGTERM;                ///< asks it to end, also when this process dies
     int patience = 10;                       ///< seconds from that to SIGKILL
     bool obeysSkip = true;                   ///< wanted of it, it is asked to end

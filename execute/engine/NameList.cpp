@@ -53,12 +53,11 @@ void NameList::flush() {
 
 int NameList::descriptor() {
   flush();
-  return mIsWhole ? mFile.get() : -1;
+  return mIsWhole && ::lseek(mFile.get(), 0, SEEK_SET) == 0 ? mFile.get() : -1;
 }
 
 bool NameList::forEach(const std::function<bool(const std::string&)>& each) {
-  flush();
-  if (!mIsWhole || (mCount > 0 && ::lseek(mFile.get(), 0, SEEK_SET) != 0)) return false;
+  if (mCount > 0 && descriptor() < 0) return false;
   std::string rest;
   std::string piece(kBuffer, '\0');
   for (;;) {

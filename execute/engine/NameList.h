@@ -21,7 +21,7 @@ class NameList {
   /// In the order in which they were added, until `each` says no. False when the list could not be
   /// kept whole; then nothing is called.
   bool forEach(const std::function<bool(const std::string&)>& each);
-  /// The file, with a NUL behind each name; invalid when it could not be kept whole.
+  /// The file at its beginning, with a NUL behind each name; -1 when it could not be kept whole.
   int descriptor();
 
  private:

@@ -184,9 +184,11 @@ Result<RsyncProcess::End> CopyJob::start(CopyPlan::Pass pass, Copy& copy, RsyncO
                             .mayRemoveFolders = mMayDelete,
                             .tellsAll = special.tellsAll,
                             .keepsHalves = !copy.largeItems.empty(),
-                            .onlyItem = special.onlyItem};
+                            .onlyItem = special.onlyItem,
+                            .readsItems = special.items >= 0};
   RsyncProcess::Task task{.arguments = mPlan.arguments(m.rsync, pass, what),
-                          .descriptors = {copy.source.held.descriptor(), copy.folder.descriptor()}};
+                          .descriptors = {copy.source.held.descriptor(), copy.folder.descriptor()},
+                          .input = special.items};
   if (copy.aside) task.descriptors.push_back(copy.aside->descriptor());
 
   return run(std::move(task), output,

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -78,12 +79,14 @@ class CopyJob {
     std::uint64_t filesListed = 0;
     std::uint64_t bytesListed = 0;
     NameList deletions = {};
-    NameList changes = {};  ///< names of what is new or to be changed
-    bool isEmpty = false;   ///< before the run
+    NameList changes = {};     ///< names of what is new or to be changed
+    bool isLookWhole = false;  ///< nothing kept the look from telling all of them
+    bool isEmpty = false;      ///< before the run
     std::optional<std::set<std::string>> unread{std::in_place};
     std::vector<std::string> skipped = {};
-    std::set<std::string> largeItems = {};  ///< that are to be copied
-    std::vector<std::string> left = {};     ///< in the copy, by an rsync that was killed
+    /// That are to be copied, with the bytes of each that take up no room.
+    std::map<std::string, std::uint64_t> largeItems = {};
+    std::vector<std::string> left = {};  ///< in the copy, by an rsync that was killed
 
     std::uint64_t filesOfCopy() const;
     bool isUnread(const std::string& name) const;
@@ -106,6 +109,7 @@ class CopyJob {
   struct Special {
     bool tellsAll = false;
     std::optional<std::string> onlyItem = {};
+    int items = -1;  ///< the only ones to be copied, as of CopyPlan::Task; -1: all
   };
   Result<RsyncProcess::End> start(CopyPlan::Pass pass, Copy& copy, RsyncOutput& output,
                                   const Special& special);

@@ -218,8 +218,9 @@ bool CopyLook::lookAt(Copy& copy) {
       ++files;
       bytes += item.size;
       if (item.size < kLarge) return;
-      copy.largeItems.insert(item.name);
-      holes += holesOf(copy.source.held, item);
+      const std::uint64_t unused = holesOf(copy.source.held, item);
+      copy.largeItems.emplace(item.name, unused);
+      holes += unused;
     });
     const auto end =
         start(CopyPlan::Pass::look, copy, output, {.tellsAll = isFirst && !watched.empty()});
@@ -233,6 +234,7 @@ bool CopyLook::lookAt(Copy& copy) {
     copy.filesListed = output.filesListed();
     copy.bytesListed = output.bytesListed();
     copy.addUnread(output.unread());
+    copy.isLookWhole = end->status == 0 && output.errorCount() == 0;
     mBytesToCopy += bytes;
     mFilesToCopy += files;
     mHoles += holes;

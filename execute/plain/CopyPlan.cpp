@@ -271,6 +271,9 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass
     if (task.aside)
       words.insert(words.end(), {"--backup", "--backup-dir=" + task.aside->heldPath()});
     if (task.onlyItem) words.emplace_back("--no-whole-file");
+    // With the folders above them, which keep their times so; what has just gone is no error.
+    if (task.readsItems)
+      words.insert(words.end(), {"--files-from=-", "--from0", "--ignore-missing-args"});
     if (mBandwidth > 0)
       words.push_back("--bwlimit=" + std::to_string(std::max<std::uint64_t>(mBandwidth / 1024, 1)));
   }

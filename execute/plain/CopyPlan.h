@@ -82,6 +82,7 @@ class CopyPlan {
     bool tellsAll = false;                         ///< of what is the same already, too
     bool keepsHalves = false;                      ///< of a file that is not copied to its end
     std::optional<std::string> onlyItem = {};      ///< goes on with that file alone from its half
+    bool readsItems = false;  ///< the only ones to be copied, each as "./name" and a NUL
   };
   /// rsync with its arguments.
   std::vector<std::string> arguments(const std::string& rsync, Pass pass, const Task& task) const;

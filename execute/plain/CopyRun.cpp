@@ -1,5 +1,7 @@
 #include "execute/plain/CopyRun.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 #include <algorithm>
@@ -65,7 +67,7 @@ std::uint64_t CopyRun::freeSpace() const {
 
 /// For what is still to be copied.
 std::uint64_t CopyRun::roomWanted() const {
-  const std::uint64_t done = mHoles + mProgress.sizeCopied;
+  const std::uint64_t done = mHoles + mRoomTaken;
   return mBytesToCopy - std::min(done, mBytesToCopy);
 }
 
@@ -159,14 +161,55 @@ bool CopyRun::lacksSpace() {
 bool CopyRun::transfer(Copy& copy) {
   if (!copy.hasWork) return true;
   mHasWritten = true;
-  for (const auto& item : copy.largeItems) {
+  for (const auto& [item, holes] : copy.largeItems) {
     if (HalfFiles::has(copy.folder, item) && !transfer(copy, item)) return false;
   }
   return transfer(copy, std::nullopt);
 }
 
-/// The whole source, or the one item of which there is a half.
+/// What the look has found, where that is little of a large source: to go through all of it again
+/// would cost more than to copy. Nothing where the look may not have told all, where something is
+/// not any more what it told of, and where there are other names to what is copied, which have to
+/// be seen together.
+std::optional<NameList> CopyRun::itemsToCopy(Copy& copy) {
+  constexpr std::uint64_t kFew = 4;  // of so many one
+  if (!copy.source.isFolder || !copy.isLookWhole || copy.changes.count() > copy.filesListed / kFew)
+    return std::nullopt;
+  NameList items;
+  ParentFolders sources(copy.source.held.descriptor());
+  ParentFolders copies(copy.folder.descriptor());
+  bool isSure = true;
+  const auto isAlone = [](const struct stat& state) {
+    return S_ISDIR(state.st_mode) || state.st_nlink == 1;
+  };
+  const bool isRead = copy.changes.forEach([&](const std::string& name) {
+    const auto [above, entry] = splitName(name);
+    struct stat state {};
+    const int from = sources.open(above);
+    isSure = from >= 0 && ::fstatat(from, entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0 &&
+             S_ISDIR(state.st_mode) == name.ends_with('/') && isAlone(state);
+    if (!isSure) return false;
+    const int to = copies.open(above);
+    isSure = to >= 0 && ::fstatat(to, entry.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0
+                 ? isAlone(state)
+                 : isNothingThere(errno);
+    // A folder's name without its "/" stands for the folder alone. The source itself is above all
+    // of them, and by itself stands for what lies right in it, too.
+    if (entry != ".") {
+      items.add("./" + ZAN_FilesUtils::joinedPath(above, entry));
+    } else if (copy.changes.count() == 1) {
+      items.add(entry);
+    }
+    return isSure;
+  });
+  if (!isRead || !isSure || items.descriptor() < 0) return std::nullopt;
+  return items;
+}
+
+/// The whole source or what is to be copied of it, or the one item of which there is a half.
 bool CopyRun::transfer(Copy& copy, const std::optional<std::string>& onlyItem) {
+  // After something has come between, with all of it.
+  auto items = onlyItem ? std::nullopt : itemsToCopy(copy);
   const std::uint64_t replacedBefore = mEnd.filesReplaced;
   const std::uint64_t replacedBytesBefore = mEnd.bytesReplaced;
   for (;;) {
@@ -175,7 +218,13 @@ bool CopyRun::transfer(Copy& copy, const std::optional<std::string>& onlyItem) {
     const std::uint64_t bytesBefore = mProgress.sizeCopied;
     std::uint64_t replaced = 0;
     std::uint64_t replacedBytes = 0;
+    std::uint64_t roomOfItem = 0;  // that is being copied
     RsyncOutput output(placesOf(copy), [&](const RsyncOutput::Item& item) {
+      if (item.isTransfer()) {
+        const auto large = copy.largeItems.find(item.name);
+        const std::uint64_t unused = large == copy.largeItems.end() ? 0 : large->second;
+        mRoomTaken += std::exchange(roomOfItem, item.size - std::min(unused, item.size));
+      }
       if (item.isNew())
         mVersions->journal().hasAdded(copy.source.isFolder ? copy.source.name : std::string(),
                                       item.name);
@@ -183,7 +232,9 @@ bool CopyRun::transfer(Copy& copy, const std::optional<std::string>& onlyItem) {
       ++replaced;
       replacedBytes += item.size;
     });
-    const auto end = start(CopyPlan::Pass::copy, copy, output, {.onlyItem = onlyItem});
+    const auto end = start(CopyPlan::Pass::copy, copy, output,
+                           {.onlyItem = onlyItem, .items = items ? items->descriptor() : -1});
+    items.reset();
     tell(copy, output);
     mProgress.filesCopied = filesBefore + output.filesCopied();
     mProgress.sizeCopied = bytesBefore + output.bytesCopied();
@@ -210,6 +261,7 @@ bool CopyRun::transfer(Copy& copy, const std::optional<std::string>& onlyItem) {
       continue;
     }
     if (endsWith(*end, output, copy)) return false;
+    mRoomTaken += roomOfItem;
     // What is wrong with one item is said by the pass over all of them.
     if (onlyItem) return true;
     takeErrors(output, copy);
@@ -228,9 +280,9 @@ bool CopyRun::deleteFrom(Copy& copy) {
     if (!m.control.waitWhilePaused() || !mPlan.checkMounted(mMounts.mounts()))
       return goesOn = false;
     const auto isToGo = copy.isToGo(name, deletion, twins);
-    if (!isToGo) {
+    if (const int cause = errno; !isToGo) {
       const std::string path = copy.pathOf(name);
-      addError(path, path + ": whether it is still there cannot be told: " + std::strerror(errno) +
+      addError(path, path + ": whether it is still there cannot be told: " + std::strerror(cause) +
                          "; its copy stays until the next run");
     }
     if (!isToGo.value_or(false)) return true;

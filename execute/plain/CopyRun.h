@@ -27,6 +27,7 @@ class CopyRun : public CopyLook {
   bool beginVersion(bool hasWork);
   bool transfer(Copy& copy);
   bool transfer(Copy& copy, const std::optional<std::string>& onlyItem);
+  std::optional<NameList> itemsToCopy(Copy& copy);
   bool deleteFrom(Copy& copy);
   bool isOnDisk();
 
@@ -39,6 +40,7 @@ class CopyRun : public CopyLook {
   VersionsKept mKept;
   ReferenceTime mBegun = 0;
   std::optional<Versions> mVersions;
+  std::uint64_t mRoomTaken = 0;  ///< by what was copied
   bool mHasWritten = false;
   bool mHasBegun = false;  ///< with changes
 };

@@ -280,6 +280,7 @@ Result<RsyncProcess::End> RsyncProcess::run(const Task& task, ExecuteControl& co
   auto end =
       ChildProgram::run({.arguments = task.arguments,
                          .descriptors = task.descriptors,
+                         .input = task.input,
                          .watched = task.watched,
                          .onWatched = task.onWatched,
                          .onOutput =

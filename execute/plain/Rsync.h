@@ -130,6 +130,7 @@ class RsyncProcess {
   struct Task {
     std::vector<std::string> arguments;  ///< the first is the full path of the program
     std::vector<int> descriptors = {};   ///< that it gets
+    int input = -1;                      ///< what it reads, or nothing
     int watched = -1;                    ///< a descriptor; what POLLPRI on it calls is
     std::function<void()> onWatched = {};
   };

@@ -204,6 +204,8 @@ TEST_F(FileSystemLimitsTest, MakesRoomByOlderVersionsAndSaysWhatIsLacking) {
   const ExecuteEnd end = synchronise("source");
   EXPECT_EQ(end.code, ExecuteCode::completed) << end.reason;
   EXPECT_EQ(filesAside(), 0u);
+  scratch->write("source/a hole", "");
+  fs::resize_file(scratch->at("source/a hole"), 30 << 20);
   of("d", 30);
   const ExecuteEnd full = synchronise("source");
   EXPECT_EQ(full.code, ExecuteCode::unexpectedError);
