@@ -13,6 +13,11 @@ inline constexpr std::string_view tryAgain = "TryAgainDate";
 inline constexpr std::string_view putOff = "TryAgainCount";
 }  // namespace EngineKey
 
+/// What an entry of the log says, in keys of this system's own.
+namespace LogKey {
+inline constexpr std::string_view untold = "Untold";  ///< 1: no agent was there to take it
+}  // namespace LogKey
+
 /// What a record says, in keys of this system's own, of the older versions of what it copies.
 namespace VersionKey {
 inline constexpr std::string_view none = "VersionsNone";  ///< 1: none are kept; missing: 0

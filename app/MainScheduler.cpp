@@ -173,6 +173,7 @@ void MainScheduler::applicationDidFinishLaunching() {
   mTimer.start();
   loop.performAfter(kStartupDiskCheckDelay, [this] { checkStartupDiskAgain(); });
   mRemoteControl.start();
+  m.log.takeUpUntold();
   m.log.addSchedulerLog(LogCode::agentStarted);
   mWork.evaluation.rebuildActionsList();
   mMachine.shutdownHelper.update();

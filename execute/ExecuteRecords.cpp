@@ -247,6 +247,7 @@ void ExecuteRecords::addToLog(const ExecuteEnd& end, std::string_view task) {
     }
   }
   entry.setValue("M", ZAN_Value::date(clock.now()));
+  entry.setValue(LogKey::untold, 1);
   mFiles.history.log().addLog(entry);
 }
 

@@ -6,6 +6,7 @@
 #include "ZANCocoaFramework/ZAN_Translation.h"
 #include "actions/ActionsTools.h"
 #include "actions/History.h"
+#include "actions/RecordKeys.h"
 #include "actions/TaskRequest.h"
 #include "core/record/Changes.h"
 #include "core/record/Preferences.h"
@@ -69,7 +70,8 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
     showStandardMessage(mTexts.text("CopyLosses", {entry.string("N"), losses}), 0);
   switch (code) {
     case LogCode::completed:
-      if (entry.integer(RunKey::isReadBack) != 0 && showStandardMessage)
+      // Whoever has the main application open reads it there.
+      if (entry.integer(RunKey::isReadBack) != 0 && showStandardMessage && !mState.mMainAppLaunched)
         showStandardMessage(mTexts.text("FirstBackupDone", {entry.string("N")}), 0);
       succeeded(entry);
       break;
@@ -193,6 +195,23 @@ void SchedulerLog::restoreErrorState() {
   if (code == 0) mState.mFailures.clear();
   if (code != 0 && mState.mFailures.empty()) mState.mFailures.push_back({0, code});
   mState.mErrorInExecution = mState.mFailures.empty() ? 0 : mState.mFailures.back().code;
+}
+
+void SchedulerLog::takeUpUntold() {
+  const ZAN_Value log = mHistory.log().readLogList();
+  const auto entries = log.elements();
+  const auto start = std::find_if(entries.rbegin(), entries.rend(), [](const ZAN_Value& entry) {
+    return entry.integer("C") == LogCode::agentStarted;
+  });
+  for (auto entry = start.base(); entry != entries.end(); ++entry) {
+    if (entry->integer(LogKey::untold) == 0) continue;
+    const std::int64_t code = entry->integer("C");
+    const bool onlyLacks = entry->integer(RunKey::onlyLacks) != 0;
+    if (isFailure(code) && !onlyLacks)
+      addFailure(entry->integer("R"), static_cast<int>(code));
+    else if (!entry->contains(TaskRequest::kTaskKey) && (code == LogCode::completed || onlyLacks))
+      succeeded(*entry);
+  }
 }
 
 }  // namespace corvana

@@ -68,6 +68,11 @@ class SchedulerLog {
   /// What an earlier run of the agent left of them.
   void restoreErrorState();
 
+  /// What runs that no agent heard of have left in the log since the last one started: their
+  /// failures count as not seen, their successes take failures back. Before this one logs its own
+  /// start.
+  void takeUpUntold();
+
   /// Shows a text to the user as a standard message with that log code; set by Messages.
   std::function<void(const std::string& text, int logCode)> showStandardMessage;
 

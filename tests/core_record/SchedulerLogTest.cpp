@@ -76,6 +76,27 @@ TEST_F(SchedulerLogTest, ASuccessTakesBackTheFailureOfItsOwnAction) {
   EXPECT_EQ(next.state.mErrorInExecution, 11);
 }
 
+TEST_F(SchedulerLogTest, WhatRanWithoutAnAgentIsTakenUpByTheNextOneOnly) {
+  RecordedAgent agent(p);
+  const auto log = [](RecordedAgent& to, int code, std::int64_t ref, bool untold) {
+    to.log.addLog(ZAN_Value::dictionary({{"C", code}, {"R", ref}, {"Untold", untold ? 1 : 0}}));
+  };
+  agent.schedulerLog.addSchedulerLog(ZAN_Value::dictionary({{"C", 5}, {"R", 1}}));
+  log(agent, LogCode::agentStarted, 0, false);
+  log(agent, 5, 2, false);
+  log(agent, 5, 3, true);
+  log(agent, 2, 1, true);
+  RecordedAgent next(p);
+  next.schedulerLog.restoreErrorState();
+  next.schedulerLog.takeUpUntold();
+  ASSERT_EQ(next.state.mFailures.size(), 1U) << "told ones are as the user left them";
+  EXPECT_EQ(next.state.mFailures[0].ref, 3);
+  next.schedulerLog.addSchedulerLog(LogCode::agentStarted);
+  next.schedulerLog.clearErrorState();
+  next.schedulerLog.takeUpUntold();
+  EXPECT_EQ(next.state.mErrorInExecution, 0) << "the user has seen it";
+}
+
 TEST_F(SchedulerLogTest, WhatCannotBeCopiedIsShownOnceAndIsNoFailure) {
   RecordedAgent agent(p);
   const auto lacks = [](RecordedAgent& to, std::int64_t ref, bool others) {

@@ -355,10 +355,12 @@ TEST_F(ExecuteRunTest, LeavesTheLogToAnAgentThatTakesItAndWritesItElse) {
   };
   run();
   EXPECT_EQ(history.log().readLogList().size(), 1u);
+  EXPECT_FALSE(lastLog().contains("Untold"));
   onPost = {};
   real.clock.sleep(1);
   run();
   EXPECT_EQ(history.log().readLogList().size(), 2u);
+  EXPECT_EQ(lastLog().integer("Untold"), 1) << "for the next agent";
   EXPECT_EQ(count("AddToLog"), 2u);
 }
 
