@@ -54,6 +54,13 @@ void CommandChild::run(const QStringList& words, Ended ended, News news, const Q
                    [this, ended](int code, QProcess::ExitStatus status) {
                      finished(ended, status == QProcess::NormalExit ? code : -1);
                    });
+  // This program holds signals back to hear of them in its loop; a child would never get them.
+  mProcess->setChildProcessModifier([] {
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::signal(SIGINT, SIG_DFL);
+  });
   // What follows "--" is no option.
   QStringList all = words;
   all.insert(1, QStringLiteral("--json"));

@@ -8,7 +8,6 @@
 #include <QVBoxLayout>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "application/Household.h"
 #include "core/record/Preferences.h"
 #include "desktop/Texts.h"
@@ -172,10 +171,11 @@ void PairingDialog::found(const CommandChild::Ending& ending) {
     if (names.size() < kMostShown) names << qt(one.string("name"));
   names.removeDuplicates();
   mNobody->setVisible(names.isEmpty());
-  mNobody->setText(ending.isDone() ? mHousehold.text("PairNobody")
-                                   : mHousehold.text("NetSearchFailed",
-                                                     {ZAN_StringUtils::oneLine(translated(
-                                                         mHousehold.texts(), ending.reason))}));
+  mNobody->setText(
+      ending.isDone()
+          ? mHousehold.text("PairNobody")
+          : mHousehold.text("NetSearchFailed",
+                            {ZAN_StringUtils::oneLine(utf8(mHousehold.said(ending.reason)))}));
   // Those that stay keep the keyboard's focus.
   QStringList shown;
   for (int i = 0; i < mWaiting->count(); ++i) shown << mWaiting->itemAt(i)->widget()->objectName();
@@ -241,7 +241,7 @@ void PairingDialog::ended(const CommandChild::Ending& ending) {
     mEndText->setText(mHousehold.text(isControlled ? "PairDoneText" : "PairDoneButOff"));
   } else {
     mEndTitle->setText(mHousehold.text("PairNot"));
-    mEndText->setText(qt(ZAN_StringUtils::oneLine(translated(mHousehold.texts(), ending.reason))));
+    mEndText->setText(qt(ZAN_StringUtils::oneLine(utf8(mHousehold.said(ending.reason)))));
   }
   mStack->setCurrentIndex(3);
   if (ending.isDone()) mPaired();

@@ -1,8 +1,11 @@
 // Two machines get to know each other: one waits for it, the other comes, both show the same
 // digits.
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <istream>
+#include <iostream>
 #include <optional>
 #include <ostream>
 #include <utility>
@@ -58,9 +61,27 @@ class Messages {
         const std::string bytes = mStream->read(4096);
         mHeard.take(std::as_bytes(std::span(bytes)));
       }
-      if (*event == StreamConnection::Event::ended)
-        return Error{ErrorKind::refused, "the other machine has ended it"};
+      if (*event == StreamConnection::Event::ended) return hasEnded();
     }
+  }
+  static Error hasEnded() { return {ErrorKind::refused, "the other machine has ended it"}; }
+
+  /// Waits until there is something to read at `descriptor`; fails when the other one ends it
+  /// before. What that one says is kept.
+  Outcome waitFor(int descriptor) {
+    constexpr int kTurn = 200;  // ms
+    pollfd answer{descriptor, POLLIN, 0};
+    while (::poll(&answer, 1, kTurn) == 0) {
+      const auto event = mStream->wait(0, false);
+      if (event == StreamConnection::Event::received) {
+        const std::string bytes = mStream->read(4096);
+        mHeard.take(std::as_bytes(std::span(bytes)));
+      } else if (event == StreamConnection::Event::ended ||
+                 event == StreamConnection::Event::failed) {
+        return hasEnded();
+      }
+    }
+    return {};
   }
 
  private:
@@ -95,8 +116,10 @@ class Guide {
       mConsole.out << "Waiting for the other machine; there:  corvana9 pair " << printable(name)
                    << std::endl;
   }
-  /// Whether the user has seen the same digits on the other machine.
-  bool confirms(const MachineIdentity& other, const std::string& digits) const {
+  /// Whether the user has seen the same digits on the other machine; fails when that one has ended
+  /// it before he has answered.
+  Result<bool> confirms(const MachineIdentity& other, const std::string& digits,
+                        Messages& messages) const {
     if (mForProgram) {
       ZAN_Value shown = asValue(other);
       shown.setValue("digits", digits);
@@ -107,6 +130,8 @@ class Guide {
                           " " + digits.substr(3) + "\nDoes the other machine show the same? [y/N] "
                    << std::flush;
     }
+    if (mConsole.in.rdbuf() == std::cin.rdbuf())
+      if (const Outcome waited = messages.waitFor(STDIN_FILENO); !waited) return waited.error();
     std::string answer;
     std::getline(mConsole.in, answer);
     return answer == "y" || answer == "yes";
@@ -133,7 +158,11 @@ Result<PairedMachine> talk(Messages& messages, Pairing& pairing, Pairing::Role r
     if (!answer->empty())
       if (const Outcome said = messages.say(*answer); !said) return said.error();
   }
-  if (!guide.confirms(pairing.other(), *pairing.digits()))
+  const auto confirmed = guide.confirms(pairing.other(), *pairing.digits(), messages);
+  if (!confirmed)
+    return Error{confirmed.error().kind,
+                 "not paired: not confirmed there (" + confirmed.error().text + ")"};
+  if (!*confirmed)
     return Error{ErrorKind::refused, "not paired: the digits were not confirmed here"};
   if (const Outcome said = messages.say(pairing.confirm()); !said) return said.error();
   const auto yes = messages.hear(kPatienceOfUser);

@@ -10,6 +10,7 @@
 #include <QScrollArea>
 #include <QTest>
 #include <QVBoxLayout>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -211,7 +212,8 @@ class PairingDialogTest : public NetworkMachinesTest {
   static constexpr const char* kTalk =
       "*--accept*|*\"-- berta\"*) echo '{\"waits\":\"anna\"}' >&2\n"
       "echo '{\"name\":\"berta\",\"identifier\":\"b1\",\"user\":7,\"digits\":\"012345\"}' >&2\n"
-      "read said; echo \"said $said\" >> \"$HOME/asked\"\n"
+      "trap 'echo ended >> \"$HOME/asked\"; exit 1' TERM; read said; echo \"said $said\" >> "
+      "\"$HOME/asked\"\n"
       "[ $said = y ] && echo '{\"name\":\"berta\"}' || { echo '{\"reason\":\"not confirmed\"}'; "
       "exit 1; };;\n";
 
@@ -253,6 +255,22 @@ TEST_F(PairingDialogTest, BothWaysLeadToTheDigitsAndOnlyYesPairs) {
   EXPECT_TRUE(says(*dialog, text("PairDoneButOff"))) << "remote control is not switched on here";
   EXPECT_THAT(asked(), HasSubstr("said n"));
   EXPECT_THAT(asked(), HasSubstr("said y"));
+
+  // The program hears of signals in its loop, and holds them back for that.
+  sigset_t held, before;
+  sigemptyset(&held);
+  sigaddset(&held, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &held, &before);
+  dialog->accept();
+  QTRY_VERIFY(page.findChild<PairingDialog*>() == nullptr);
+  press(page, text("NetPair"));
+  dialog = page.findChild<PairingDialog*>();
+  press(*dialog, text("PairHere"));
+  ASSERT_TRUE(waitFor([&] { return says(*dialog, "012  345"); }));
+  dialog->reject();
+  EXPECT_TRUE(waitFor([&] { return asked().find("ended") != std::string::npos; }))
+      << "whoever closes the window lets the other machine know";
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 TEST_F(PairingDialogTest, ForgettingIsConfirmedAndNamesTheMachineExactly) {
