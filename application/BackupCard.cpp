@@ -280,6 +280,7 @@ void BackupCard::fillMenu(const BackupFacts& facts, bool isRunning) {
     mMenu->addAction(mHousehold.text("CardSeen"), mMenu, [this] { mHooks.seen(); });
   if (facts.onlyLacks && !facts.isFailureSeen)
     add(mHousehold.text("CardLeaveOut"), mHooks.leaveOut);
+  if (facts.mayTakeOver) add(mHousehold.text("CardTakeOver"), mHooks.takeOver);
   if (facts.deletionsToConfirm > 0)
     add(mHousehold.text("CardConfirm", {facts.deletionsToConfirm}), mHooks.confirmDeletions);
   add(mHousehold.text("CardHistory"), mHooks.history);

@@ -32,7 +32,7 @@ class BackupCard final : public Card {
   /// What is wanted of a backup, by its reference.
   struct Hooks {
     std::function<void(std::int64_t)> run, why, restore, change, history, duplicate, remove,
-        confirmDeletions, leaveOut;
+        confirmDeletions, leaveOut, takeOver;
     std::function<void(std::int64_t, int places)> move;  ///< in its group; less than 0: up
     std::function<void(bool)> pause;
     std::function<void()> seen, stop;

@@ -4,7 +4,6 @@
 #include <map>
 #include <set>
 
-#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "actions/ScheduleSentence.h"
 #include "actions/TaskRequest.h"
 #include "application/Household.h"
@@ -156,7 +155,9 @@ std::vector<BackupFacts> factsOf(Household& household) {
       facts.failure = kindOfRun(code);
       facts.failedAt =
           known.lastBad["EndDate"].asDate().value_or(known.lastBad["Date"].asDate().value_or(now));
-      facts.reason = translated(household.texts(), known.lastBad.string(RunKey::reason));
+      const std::string reason = known.lastBad.string(RunKey::reason);
+      facts.mayTakeOver = reason.ends_with(" --adopt");
+      facts.reason = utf8(household.said(reason));
       if (facts.reason.empty()) facts.reason = resultInWords(code, household.texts());
       facts.onlyLacks = known.lastBad.integer(RunKey::onlyLacks) != 0;
       // What was left out since is missed no more.

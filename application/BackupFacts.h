@@ -35,6 +35,7 @@ struct BackupFacts {
   ReferenceTime failedAt = 0;
   std::string reason;          ///< of that one, in words
   bool isFailureSeen = false;  ///< the user has said so
+  bool mayTakeOver = false;    ///< it failed over copies there that are not known as its own
   bool onlyLacks = false;      ///< it is a success but for what cannot be copied
   std::optional<ReferenceTime> overdueSince;
   std::int64_t deletionsToConfirm = 0;  ///< files that the next run would delete and asks about

@@ -78,7 +78,9 @@ QString Household::text(std::string_view key, ZAN_StringUtils::Arguments argumen
   return qt(mTexts.text(key, arguments));
 }
 
-QString Household::said(std::string_view english) const { return qt(translated(mTexts, english)); }
+QString Household::said(std::string_view english) const {
+  return qt(translated(mTexts, english, ReadAt::window));
+}
 
 bool Household::claim() {
   auto lock = ZAN_FileLock::acquire(

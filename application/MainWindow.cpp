@@ -3,9 +3,9 @@
 #include <QApplication>
 #include <QCloseEvent>
 #include <QHBoxLayout>
-#include <QKeyEvent>
 #include <QListWidget>
 #include <QScreen>
+#include <QShortcut>
 #include <QStackedWidget>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -85,6 +85,15 @@ MainWindow::MainWindow(Household& household)
   QObject::connect(mSide, &QListWidget::itemClicked, mSide, back);
   QObject::connect(mSide, &QListWidget::itemActivated, mSide, back);
   mSide->setCurrentRow(kOverview);
+  // Wherever the keyboard's focus is, also when it is nowhere.
+  const auto key = [this](int letter, auto does) {
+    QObject::connect(new QShortcut(QKeySequence(Qt::CTRL | Qt::Key(letter)), this),
+                     &QShortcut::activated, this, does);
+  };
+  key(Qt::Key_N, [this] { createBackup(); });
+  key(Qt::Key_Q, [this] { close(); });
+  for (int row = 0; row < mSide->count(); ++row)
+    key(Qt::Key_1 + row, [this, row] { showRow(row); });
 
   mHousehold.changes().listen([this](ChangeSet changed) {
     if (auto* page = static_cast<Page*>(mStack->currentWidget())) page->refresh(changed);
@@ -204,18 +213,6 @@ void MainWindow::changeEvent(QEvent* event) {
                        event->type() == QEvent::ApplicationFontChange ||
                        event->type() == QEvent::ThemeChange;
   if (isOther && !mIsDressing) dress();
-}
-
-void MainWindow::keyPressEvent(QKeyEvent* event) {
-  const bool isControl = event->modifiers() == Qt::ControlModifier;
-  if (isControl && event->key() == Qt::Key_N) return createBackup();
-  if (isControl && event->key() == Qt::Key_Q) {
-    close();
-    return;
-  }
-  const int page = event->key() - Qt::Key_1;
-  if (isControl && page >= 0 && page < mSide->count()) return showRow(page);
-  QWidget::keyPressEvent(event);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

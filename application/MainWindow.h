@@ -36,7 +36,6 @@ class MainWindow final : public QWidget, public Navigator {
 
  protected:
   void changeEvent(QEvent* event) override;
-  void keyPressEvent(QKeyEvent* event) override;
   void closeEvent(QCloseEvent* event) override;
 
  private:

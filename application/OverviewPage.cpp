@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_Translation.h"
 #include "application/Banner.h"
 #include "application/Look.h"
 #include "application/NetworkMachines.h"
@@ -226,7 +225,10 @@ void OverviewPage::showBanner() {
     if (facts.failure && !facts.isFailureSeen)
       return say(meaning, title,
                  household().text("BannerFailed", {facts.title, facts.shortReason(), since}),
-                 household().text("BannerAgain"), [this, reference] { run(reference); });
+                 household().text(facts.mayTakeOver ? "BannerLook" : "BannerAgain"),
+                 [this, reference, takesOver = facts.mayTakeOver] {
+                   takesOver ? takeOver(reference) : run(reference);
+                 });
     return say(meaning, title, household().text("BannerOverdue", {facts.title, since}),
                household().text("BannerRun"), [this, reference] { run(reference); });
   }
@@ -267,6 +269,7 @@ BackupCard::Hooks OverviewPage::hooks() {
       confirmDeletions(reference, facts->deletionsToConfirm);
   };
   hooks.leaveOut = [this](std::int64_t reference) { leaveOut(reference); };
+  hooks.takeOver = [this](std::int64_t reference) { takeOver(reference); };
   hooks.pause = [this](bool isPaused) { pause(isPaused); };
   hooks.stop = [this] { household().tellAgent("StopExecution"); };
   return hooks;
@@ -313,23 +316,21 @@ void OverviewPage::run(std::int64_t reference) {
 
 void OverviewPage::explain(std::int64_t reference) {
   const std::string title = household().tree().titleOf(reference);
-  mWhyChild.run({QStringLiteral("why"), QStringLiteral("--"), QString::number(reference)},
-                [this, title](const CommandChild::Ending& ending) {
-                  if (!ending.isDone())
-                    return complain(Error{ErrorKind::unavailable,
-                                          translated(household().texts(), ending.reason)});
-                  QStringList lines;
-                  for (const ZAN_Value& reason : ending.answer["reasons"].elements())
-                    lines << QStringLiteral("•  ") + qt(reason.string("text"));
-                  const bool agentRuns = ending.answer["agent"].boolValue();
-                  if (lines.isEmpty())
-                    lines << household().text(agentRuns ? "WhyDueSoon" : "WhyDue");
-                  mTold->say(Look::Meaning::caution, household().text("OverviewWhy", {title}),
-                             lines.join('\n'), household().text("CloseButton"),
-                             [this] { mTold->hide(); });
-                  mTold->show();
-                  mScroll->verticalScrollBar()->setValue(0);
-                });
+  mWhyChild.run(
+      {QStringLiteral("why"), QStringLiteral("--"), QString::number(reference)},
+      [this, title](const CommandChild::Ending& ending) {
+        if (!ending.isDone())
+          return complain(Error{ErrorKind::unavailable, utf8(household().said(ending.reason))});
+        QStringList lines;
+        for (const ZAN_Value& reason : ending.answer["reasons"].elements())
+          lines << QStringLiteral("•  ") + qt(reason.string("text"));
+        const bool agentRuns = ending.answer["agent"].boolValue();
+        if (lines.isEmpty()) lines << household().text(agentRuns ? "WhyDueSoon" : "WhyDue");
+        mTold->say(Look::Meaning::caution, household().text("OverviewWhy", {title}),
+                   lines.join('\n'), household().text("CloseButton"), [this] { mTold->hide(); });
+        mTold->show();
+        mScroll->verticalScrollBar()->setValue(0);
+      });
 }
 
 void OverviewPage::pause(bool isPaused) {
@@ -350,17 +351,30 @@ void OverviewPage::confirmDeletions(std::int64_t reference, std::int64_t count) 
       });
 }
 
-void OverviewPage::leaveOut(std::int64_t reference) {
-  const Outcome left = household().edit([&](ProgrammedAction& root) -> Outcome {
+void OverviewPage::runChanged(std::int64_t reference, void (*change)(ZAN_Value& record)) {
+  const Outcome changed = household().edit([&](ProgrammedAction& root) -> Outcome {
     ProgrammedAction* action = root.actionForReference(reference);
     if (action == nullptr) return {};
     ZAN_Value record = action->getSettings();
-    ActionsTools::leaveOutMissing(record);
+    change(record);
     action->changeSettings(record);
     return {};
   });
-  complain(left);
-  if (left) run(reference);
+  complain(changed);
+  if (changed) run(reference);
+}
+
+void OverviewPage::leaveOut(std::int64_t reference) {
+  runChanged(reference, [](ZAN_Value& record) { ActionsTools::leaveOutMissing(record); });
+}
+
+void OverviewPage::takeOver(std::int64_t reference) {
+  const BackupFacts* const facts = factsFor(reference);
+  if (facts == nullptr) return;
+  ask(household().text("TakeOverTitle", {facts->destination}), household().text("TakeOverText"),
+      household().text("TakeOverButton"), [this, reference] {
+        runChanged(reference, [](ZAN_Value& record) { record.setValue(CopyKey::takesOver, 1); });
+      });
 }
 
 void OverviewPage::duplicate(std::int64_t reference) {

@@ -54,6 +54,9 @@ class OverviewPage final : public Page {
   void markAsSeen();
   void confirmDeletions(std::int64_t reference, std::int64_t count);
   void leaveOut(std::int64_t reference);
+  void takeOver(std::int64_t reference);
+  /// It runs with its record changed.
+  void runChanged(std::int64_t reference, void (*change)(ZAN_Value& record));
   void duplicate(std::int64_t reference);
   void move(std::int64_t reference, int places);
   /// Before or behind another one, and into the group of that.

@@ -116,9 +116,12 @@ TEST(Translation, FindsTheSentenceAndWhatDiffersInIt) {
        {"Said: %@ of %@ are lost; stop %@", "Halt %3$@: %1$@ von %2$@ fehlen"},
        {"Said: all", "alle"},
        {"Said: no room", "kein Platz"},
+       {"In windows: all of %@ are lost; %@", "%1$@ fehlen; %2$@"},
        {"Unsaid: all", "falsch"}});
   EXPECT_EQ(translated(texts, "/a: b: it is gone"), "/a - b ist weg") << "most words first";
   EXPECT_EQ(translated(texts, "all of 5 are lost; stop it"), "Halt it: alle von 5 fehlen");
+  EXPECT_EQ(translated(texts, "all of 5 are lost; no room", ReadAt::window),
+            "5 fehlen; kein Platz");
   EXPECT_EQ(translated(texts, "2 of 5 are lost; stop "), "Halt : 2 von 5 fehlen");
   EXPECT_EQ(translated(texts, "all\n\nno room\nfalse"), "alle\n\nkein Platz\nfalse");
   const ZAN_StringTable few(ZAN_StringTable::Entries{{"Said: no room", "kein Platz"}});

@@ -152,7 +152,7 @@ std::string ErrorSummaryModel::details(std::size_t row) const {
   std::string text = RunWords(m.records.texts, m.records.strings).result(one);
   for (const char* key : {"F", "P"})
     if (one[key].isString() && !one.string(key).empty())
-      text += '\n' + translated(m.records.texts, one.string(key));
+      text += '\n' + translated(m.records.texts, one.string(key), ReadAt::window);
   return text;
 }
 

@@ -85,7 +85,8 @@ std::string RunWords::work(const ZAN_Value& entry) const {
   }
   if (const auto speed = bytesPerSecond(entry))
     add(mT.text("ProgressSpeed", {mS.getShortSizeBytes(static_cast<std::uint64_t>(*speed))}));
-  if (entry.contains(RunKey::reason)) add(translated(mT, entry.string(RunKey::reason)));
+  if (entry.contains(RunKey::reason))
+    add(translated(mT, entry.string(RunKey::reason), ReadAt::window));
   return text;
 }
 
@@ -97,7 +98,8 @@ std::string RunWords::list(const std::string& title, const ZAN_Value& lines) con
       text += '\n' + mT.text("LatestMoreErrors", {lines.size() - kMostLines});
       break;
     }
-    if (const std::string line = lineOf(one); !line.empty()) text += '\n' + translated(mT, line);
+    if (const std::string line = lineOf(one); !line.empty())
+      text += '\n' + translated(mT, line, ReadAt::window);
   }
   return text;
 }
