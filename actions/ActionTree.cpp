@@ -107,6 +107,9 @@ void ActionTree::applyChanges(const ZAN_Value& changes) {
 
 Outcome ActionTree::updateActionsWithChanges(bool mergeIntoFile) {
   if (!mergeIntoFile) {
+    // What another program has merged is in the tree's file, and in the list no more.
+    if (hasRoot() && !mUnsaved && mActionsIdentity != mFiles.actionsFileIdentity())
+      releaseRootItem();
     rootItem();
     const auto identity = mFiles.changesFileIdentity();
     if (identity == mChangesIdentity) return {};

@@ -58,6 +58,20 @@ struct Change {
   std::function<void(Program&)> before = {};
 };
 
+TEST(TwoPrograms, WhatAnotherOneHasMergedIsKnownHereToo) {
+  SimulatedPlatform machine;
+  Program agent(machine);
+  Program child(machine);
+  Program application(machine);
+  ASSERT_TRUE(agent.store.tree().saveActionsTree(ZAN_Value::array({actionRecord("One", 1)})));
+  agent.home.tree.rootItem();
+  child.home.tree.rootItem().actionForReference(1)->addInChangesList(5, "LastSuccessDate");
+  ASSERT_TRUE(application.home.tree.updateActionsWithChanges(true));
+  ASSERT_TRUE(agent.home.tree.updateActionsWithChanges(false));
+  const auto* action = agent.home.tree.rootItem().actionForReference(1);
+  EXPECT_EQ(action->getSettings().integer("LastSuccessDate"), 5) << "it left the list before";
+}
+
 TEST(TwoPrograms, LoseNoneOfTheirChanges) {
   const auto log = [](Program& one) { return joined(one.history.log().readLogList(), "N"); };
   const auto titles = [](Program& one) {
