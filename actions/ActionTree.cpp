@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <map>
 #include <unordered_map>
 
 #include "actions/TreeFiles.h"

@@ -1,7 +1,6 @@
 #include "actions/ActivityRecord.h"
 
 #include <algorithm>
-#include <string>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"

@@ -7,14 +7,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
 #include <exception>
 #include <mutex>
 #include <system_error>
 #include <utility>
-
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
 
 namespace corvana {
 

@@ -1,7 +1,6 @@
 #include "actions/FileTypes.h"
 
 #include <algorithm>
-#include <vector>
 
 namespace corvana {
 

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/DataFiles.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <functional>
 #include <set>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"

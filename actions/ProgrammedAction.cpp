@@ -4,7 +4,6 @@
 #include <limits>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionTree.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"

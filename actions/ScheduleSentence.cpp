@@ -1,13 +1,10 @@
 #include "actions/ScheduleSentence.h"
 
-#include <cstdint>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "actions/ActionContext.h"
 #include "actions/ActionsTools.h"
 #include "actions/Forecast.h"
-#include "actions/Schedule.h"
 
 // What the user reads about schedules.
 

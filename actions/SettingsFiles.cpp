@@ -1,7 +1,6 @@
 #include "actions/SettingsFiles.h"
 
 #include <limits>
-#include <span>
 
 #include "ZANCocoaFramework/ZAN_DataUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"

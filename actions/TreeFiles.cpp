@@ -1,7 +1,5 @@
 #include "actions/TreeFiles.h"
 
-#include <string_view>
-
 namespace corvana {
 
 namespace {

@@ -4,8 +4,6 @@
 #include <filesystem>
 #include <utility>
 
-#include "remote/MachineGlance.h"
-
 namespace corvana {
 
 namespace {

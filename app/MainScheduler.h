@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <string>
-
 #include "core/drive/Controls.h"
 #include "core/drive/InstanceCheck.h"
 #include "core/drive/LaunchStep.h"
@@ -18,7 +14,7 @@
 #include "mail/report/MailAccount.h"
 #include "mail/report/OutgoingMail.h"
 #include "mail/smtp/MailSender.h"
-#include "remote/PairingOffer.h"
+#include "remote/Pairing.h"
 #include "remote/RemoteControl.h"
 #include "ui/FloatingIcon.h"
 #include "ui/StatusItem.h"

@@ -19,7 +19,7 @@
 #include "application/Look.h"
 #include "application/PairingDialog.h"
 #include "desktop/Texts.h"
-#include "mail/smtp/StoredMailSettings.h"
+#include "mail/smtp/MailSender.h"
 
 namespace corvana {
 

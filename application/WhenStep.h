@@ -5,7 +5,7 @@
 
 #include "application/Choice.h"
 #include "application/Household.h"
-#include "command/SchedulePlan.h"
+#include "command/ScheduleWords.h"
 
 class QCheckBox;
 class QComboBox;

@@ -13,7 +13,7 @@
 #include "actions/RecordKeys.h"
 #include "desktop/Texts.h"
 #include "execute/restic/Repository.h"
-#include "volumes/VolumeReference.h"
+#include "volumes/VolumeIdentity.h"
 
 namespace corvana {
 

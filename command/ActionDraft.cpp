@@ -9,11 +9,9 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
-#include "actions/ActionsTools.h"
 #include "platform/linux/HeldFolder.h"
 #include "platform/linux/Spawn.h"
 #include "volumes/VolumeIdentity.h"
-#include "volumes/VolumeReference.h"
 
 namespace corvana {
 

@@ -1,7 +1,6 @@
 #include "command/Answer.h"
 
 #include <ostream>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"

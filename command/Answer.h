@@ -3,9 +3,6 @@
 #include <functional>
 #include <iosfwd>
 #include <map>
-#include <optional>
-#include <string>
-#include <string_view>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_Result.h"

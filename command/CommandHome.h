@@ -1,11 +1,10 @@
 #pragma once
 
-#include <memory>
-
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
 #include "actions/Forecast.h"
+#include "command/Answer.h"
 #include "command/Commands.h"
 #include "platform/Volumes.h"
 #include "platform/linux/LinuxMachine.h"
@@ -83,5 +82,13 @@ class CommandHome {
   ActionsTools mTools;
   bool mTextsAreRead = false;
 };
+
+/// What is wrong with the actions, the settings and the history as they are stored, with a remedy:
+/// damaged, not readable, or damaged within the last month and put aside. Reads them.
+std::vector<std::string> storageTroubles(CommandHome& home);
+
+/// The answer of a command that tells how things are, which is not all when there are such
+/// troubles: they become its reason, and it has failed.
+Answer withStorageTroubles(Answer answer, CommandHome& home);
 
 }  // namespace corvana

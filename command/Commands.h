@@ -1,10 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <span>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"

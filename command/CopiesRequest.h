@@ -3,9 +3,6 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <memory>
-#include <optional>
-#include <string>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"

@@ -11,8 +11,8 @@
 #include "mail/report/OutgoingMail.h"
 #include "mail/report/ReportPage.h"
 #include "mail/smtp/MailMessage.h"
+#include "mail/smtp/MailSender.h"
 #include "mail/smtp/SMTPConnector.h"
-#include "mail/smtp/StoredMailSettings.h"
 #include "mail/smtp/ZAN_SMTPClient.h"
 #include "platform/qt/QtNetwork.h"
 

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "command/CommandHome.h"
 #include "mail/report/OutgoingMail.h"

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
-#include <map>
-#include <optional>
 #include <set>
 #include <tuple>
 

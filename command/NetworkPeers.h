@@ -1,18 +1,11 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "command/Commands.h"
 #include "platform/Network.h"
-#include "remote/LaunchableActions.h"
 #include "remote/PairedChannel.h"
+#include "remote/PublishedService.h"
 #include "remote/RemoteCommand.h"
-#include "remote/ServiceName.h"
 
 namespace corvana {
 

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <optional>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "command/ActionWords.h"
@@ -14,7 +13,7 @@
 #include "command/NetworkPeers.h"
 #include "platform/linux/Modules.h"
 #include "remote/Pairing.h"
-#include "remote/UtilsCommon.h"
+#include "remote/PublishedService.h"
 
 namespace corvana {
 

@@ -4,7 +4,6 @@
 #include <system_error>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/RecordKeys.h"
 #include "command/ActionWords.h"
 #include "command/CopiesRequest.h"

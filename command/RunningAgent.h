@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 #include "command/CommandHome.h"
 #include "platform/qt/BusAgentClient.h"
 

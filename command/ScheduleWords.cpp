@@ -3,8 +3,117 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdio>
+#include <sstream>
+
+#include "ZANCocoaFramework/ZAN_Archiver.h"
 
 namespace corvana {
+
+namespace {
+
+constexpr std::array<std::string_view, 8> kWeekdayKeys{"",
+                                                       "TriggerScheduleSunday",
+                                                       "TriggerScheduleMonday",
+                                                       "TriggerScheduleTuesday",
+                                                       "TriggerScheduleWednesday",
+                                                       "TriggerScheduleThursday",
+                                                       "TriggerScheduleFriday",
+                                                       "TriggerScheduleSaturday"};
+
+int modeNumber(ScheduleEntry::Mode mode) { return static_cast<int>(mode); }
+
+/// A date whose time of day on the clock is that one. A day on which a change of the clocks skips
+/// it will not do.
+ZAN_Value storedTime(int seconds, const ZAN_DateUtils& calendar, ReferenceTime now) {
+  ReferenceTime day = calendar.dayAt0h00(now);
+  while (calendar.secondsInDay(calendar.timeOfDay(day, seconds)) != seconds) {
+    day = calendar.nextDay(day);
+  }
+  return ZAN_Value::date(calendar.timeOfDay(day, seconds));
+}
+
+ZAN_Value entryOf(ScheduleEntry::Mode mode) {
+  return ZAN_Value::dictionary({{"TriggerScheduleMode", modeNumber(mode)}});
+}
+
+}  // namespace
+
+ZAN_Value SchedulePlan::weekly(const std::vector<int>& weekdays) {
+  ZAN_Value entry = entryOf(ScheduleEntry::Mode::daysOfWeek);
+  for (const int day : weekdays) entry.setValue(kWeekdayKeys.at(static_cast<std::size_t>(day)), 1);
+  return entry;
+}
+
+ZAN_Value SchedulePlan::monthly(const std::string& days) {
+  ZAN_Value entry = entryOf(ScheduleEntry::Mode::daysOfMonth);
+  entry.setValue("TriggerScheduleMonthMode", static_cast<int>(ScheduleEntry::MonthMode::days));
+  entry.setValue("TriggerScheduleMonthDays", days);
+  return entry;
+}
+
+ZAN_Value SchedulePlan::monthly(ScheduleEntry::MonthMode mode, int weekday) {
+  ZAN_Value entry = entryOf(ScheduleEntry::Mode::daysOfMonth);
+  if (weekday != 0) entry.setValue("TriggerScheduleMonthWeekDay", weekday);
+  entry.setValue("TriggerScheduleMonthMode", static_cast<int>(mode));
+  return entry;
+}
+
+ZAN_Value SchedulePlan::yearly(int day, int month) {
+  ZAN_Value entry = entryOf(ScheduleEntry::Mode::yearly);
+  entry.setValue("TriggerScheduleDay", day);
+  entry.setValue("TriggerScheduleMonth", month);
+  return entry;
+}
+
+void SchedulePlan::applyTo(ZAN_Value& record, const ZAN_DateUtils& calendar,
+                           ReferenceTime now) const {
+  if (!saysWhen() && !hours) return;
+  record.setValue("LastScheduleDate", ZAN_Value::date(now));
+  if (hours) {
+    record.setValue("TriggerAllowedHours", hours->isAny ? 0 : 1);
+    record.setValue("TriggerAllowedHoursFrom", storedTime(hours->from, calendar, now));
+    record.setValue("TriggerAllowedHoursTo", storedTime(hours->to, calendar, now));
+  }
+  if (!saysWhen()) return;
+  record.setValue("TriggerAutomatic", isManual ? 0 : 1);
+  if (isManual) return;
+
+  for (const char* key : {"TriggerScheduleTime", "TriggerScheduleMinutes", "TriggerHourDelay",
+                          "TriggerScheduleList", "TriggerAppQuitPath"}) {
+    record.removeKey(key);
+  }
+  std::vector<ZAN_Value> list;
+  const bool isDaily = !kind && daily.size() == 1;
+  if (isDaily) {
+    record.setValue("TriggerScheduleTime", storedTime(daily[0], calendar, now));
+  } else {
+    for (const int time : daily) {
+      list.push_back(
+          ZAN_Value::dictionary({{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::everyDay)},
+                                 {"TriggerScheduleTime", storedTime(time, calendar, now)}}));
+    }
+  }
+  for (ZAN_Value entry : entries) {
+    if (at) entry.setValue("TriggerScheduleTime", storedTime(*at, calendar, now));
+    list.push_back(std::move(entry));
+  }
+  // Without a time the entry has no date that could stand before those of the others.
+  if (atShutDown) {
+    list.push_back(ZAN_Value::dictionary(
+        {{"TriggerScheduleMode", modeNumber(ScheduleEntry::Mode::everyDay)},
+         {"TriggerFrequencyPopup", static_cast<int>(ScheduleEntry::Occasion::shutDown)}}));
+  }
+  record.setValue(
+      "TriggerFrequencyPopup",
+      static_cast<int>(kind.value_or(isDaily ? ScheduleKind::daily : ScheduleKind::listOnly)));
+  if (minutes != 0) record.setValue("TriggerScheduleMinutes", static_cast<int>(minutes));
+  if (!application.empty()) record.setValue("TriggerAppQuitPath", application);
+  if (!list.empty()) {
+    record.setValue("TriggerScheduleList", ZAN_Value::data(ZAN_Archiver::archivedDataWithRootObject(
+                                               ZAN_Value::array(std::move(list)))));
+  }
+}
 
 namespace {
 
@@ -193,6 +302,77 @@ void ScheduleWords::takeHours(Arguments& arguments) {
                               *text + "\"");
   }
   mPlan.hours = SchedulePlan::Hours{.from = *from, .to = *to};
+}
+
+namespace {
+
+/// A date as it is shown begins with its day of the week.
+std::string withoutWeekday(const std::string& words) {
+  constexpr std::array<std::string_view, 7> kDays{"Mon ", "Tue ", "Wed ", "Thu ",
+                                                  "Fri ", "Sat ", "Sun "};
+  const bool hasDay =
+      std::ranges::any_of(kDays, [&](std::string_view day) { return words.starts_with(day); });
+  return hasDay ? words.substr(kDays.front().size()) : words;
+}
+
+}  // namespace
+
+Result<ReferenceTime> pastDate(const std::string& given, ReferenceTime now,
+                               const ZAN_DateUtils& calendar) {
+  const std::string words = withoutWeekday(given);
+  const Error refused{ErrorKind::refused, "\"" + words +
+                                              "\" is no date; for instance yesterday, 2026-11-14, "
+                                              "\"2026-11-14 18:30\", \"3 days ago\""};
+  // Whatever was made within the second belongs to it.
+  constexpr double kNearlyASecond = 0.999;
+  if (words == "now" || words == "today") return now;
+  if (words == "yesterday") return calendar.dayAt0h00(now) - 1 + kNearlyASecond;
+  int year = 0;
+  int month = 0;
+  int day = 0;
+  int length = 0;
+  if (std::sscanf(words.c_str(), "%4d-%2d-%2d%n", &year, &month, &day, &length) == 3) {
+    const auto number = calendar.dayNumberForDay(day, month, year);
+    if (!number) return refused;
+    const std::string rest = words.substr(static_cast<std::size_t>(length));
+    if (rest.empty()) return calendar.firstInstantOfDay(*number + 1) - 1 + kNearlyASecond;
+    int hour = 0;
+    int minute = 0;
+    int second = 59;
+    int end = 0;
+    char between = ' ';
+    const bool isMinute =
+        std::sscanf(rest.c_str(), "%c%2d:%2d%n", &between, &hour, &minute, &end) == 3;
+    std::string_view behind = isMinute
+                                  ? std::string_view(rest).substr(static_cast<std::size_t>(end))
+                                  : std::string_view();
+    if (isMinute && !behind.empty()) {
+      int more = 0;
+      if (std::sscanf(std::string(behind).c_str(), ":%2d%n", &second, &more) != 1 ||
+          static_cast<std::size_t>(more) != behind.size())
+        return refused;
+    }
+    if (!isMinute || (between != ' ' && between != 'T') || hour < 0 || hour > 23 || minute < 0 ||
+        minute > 59 || second < 0 || second > 59)
+      return refused;
+    return calendar.timeOnDay(*number, hour * 3600 + minute * 60 + second) + kNearlyASecond;
+  }
+  std::istringstream stream(words);
+  int count = 0;
+  std::string unit;
+  std::string ago;
+  std::string more;
+  if (!(stream >> count >> unit >> ago) || ago != "ago" || stream >> more || count < 0)
+    return refused;
+  if (unit.ends_with('s')) unit.pop_back();
+  if (unit == "minute") return now - count * 60.0;
+  if (unit == "hour") return now - count * 3600.0;
+  if (unit == "day") return calendar.addClockSeconds(now, -std::int64_t{count} * 86400);
+  if (unit == "week") return calendar.addClockSeconds(now, -std::int64_t{count} * 7 * 86400);
+  if (unit != "month" && unit != "year") return refused;
+  auto parts = calendar.components(now);
+  (unit == "month" ? parts.month : parts.year) -= count;
+  return calendar.dateForComponents(parts);
 }
 
 }  // namespace corvana

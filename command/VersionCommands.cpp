@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <optional>
 #include <ostream>
-#include <string_view>
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
@@ -14,7 +12,7 @@
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
 #include "command/CopiesRequest.h"
-#include "command/PastDate.h"
+#include "command/ScheduleWords.h"
 #include "command/VersionCommands.h"
 #include "execute/restic/Repository.h"
 

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <optional>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/FolderDescription.h"

@@ -16,7 +16,7 @@
 #include "execute/ReadBack.h"
 #include "execute/VersionRequest.h"
 #include "platform/Clock.h"
-#include "volumes/VolumeReference.h"
+#include "volumes/VolumeIdentity.h"
 
 namespace corvana {
 

@@ -9,12 +9,10 @@
 #include <string_view>
 
 #include "platform/keyed/TlsChannels.h"
-#include "remote/LaunchableActions.h"
 #include "remote/PairedChannel.h"
 #include "remote/Pairing.h"
+#include "remote/PublishedService.h"
 #include "remote/RemoteCommand.h"
-#include "remote/ServiceName.h"
-#include "remote/UtilsCommon.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace corvana;

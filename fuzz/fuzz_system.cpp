@@ -12,7 +12,6 @@
 
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/ProcessTable.h"
-#include "platform/linux/UserDefaults.h"
 #include "platform/simulated/TemporaryFolder.h"
 
 namespace {

@@ -1,25 +1,17 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <span>
-#include <string>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "platform/KeyedChannel.h"
 #include "platform/Network.h"
-#include "remote/CommandProof.h"
-#include "remote/Frames.h"
+#include "remote/Pairing.h"
 #include "remote/RemoteCommand.h"
 
 namespace corvana {
 
+class AgentAnswers;
 struct Platform;
+struct Records;
+struct Work;
 
 /// What a machine asks of one that it is paired with, through the encrypted channel: one command,
 /// or how everything stands. Thread: any.
@@ -101,6 +93,21 @@ class ChannelCall {
   std::vector<std::byte> mRequest;  ///< not said yet
   Frames mFrames;
   std::optional<ChannelReply> mReply;
+};
+
+/// How everything stands on this machine, for those that are paired with it.
+struct MachineGlance {
+  /// Of so many actions at most, in the order of the tree.
+  static constexpr std::size_t kMostActions = 500;
+
+  /// "date" (now, there), of the agent's status "enabled", "disabledWhenDone", "paused", "context",
+  /// "executing", "queueCount", "nextDate", "hold", "current"; "actions": {"ref", "title", "mode",
+  /// "launchable", "lastSuccess", "next"} each, dates that do not exist left out; "leftOut"
+  /// (actions beyond the bound); and "attention": what its user should look at, {"kind"} each with
+  /// "failed"
+  /// ("ref", "title", "code" of the log), "overdue" ("ref", "title", "since") or "storage"
+  /// ("text"). Thread: main.
+  static ZAN_Value of(Records& records, const Work& work, AgentAnswers& answers);
 };
 
 }  // namespace corvana

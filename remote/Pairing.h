@@ -1,22 +1,36 @@
 #pragma once
 
 #include <array>
-#include <cstddef>
-#include <cstdint>
-#include <optional>
-#include <span>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "remote/CommandProof.h"
+#include "ZANCocoaFramework/ZAN_Value.h"
+#include "platform/Network.h"
+#include "platform/RunLoop.h"
+#include "remote/RemoteCommand.h"
 
 namespace corvana {
 
 class ActionStore;
 class Machine;
+struct Records;
+
+/// Messages of a stream, each behind its length in so many bytes, the highest first. Thread: any.
+class Frames {
+ public:
+  Frames(std::size_t lengthBytes, std::size_t mostBytes)
+      : mLengthBytes(lengthBytes), mMostBytes(mostBytes) {}
+
+  void take(std::span<const std::byte> bytes);
+  /// The next message that has come whole, or nothing yet; fails when one is longer than allowed.
+  Result<std::optional<std::vector<std::byte>>> next();
+  static std::vector<std::byte> framed(std::size_t lengthBytes, std::span<const std::byte> message);
+
+ private:
+  const std::size_t mLengthBytes;
+  const std::size_t mMostBytes;
+  std::vector<std::byte> mBytes;
+};
 
 /// Seen only while somebody waits to be paired.
 inline constexpr const char* kPairingServiceType = "_rcfz9pair._tcp";
@@ -112,6 +126,49 @@ class Pairing {
   Bytes mShared{};
   std::optional<std::string> mDigits;
   bool mConfirmed = false;
+};
+
+/// Lets another machine be paired with this one, for two minutes after the user has said so: it is
+/// seen on the network meanwhile, and whoever comes is shown with six digits, which the user
+/// accepts or refuses. Thread: main.
+class PairingOffer {
+ public:
+  explicit PairingOffer(Records& records);
+  PairingOffer(const PairingOffer&) = delete;
+  PairingOffer& operator=(const PairingOffer&) = delete;
+  ~PairingOffer();
+
+  /// Begins, or begins anew.
+  void begin();
+  /// Nobody can come any more; a question that is open comes to nothing.
+  void end();
+  /// What stands, as a sentence; empty before the first offer.
+  const std::string& text() const { return mText; }
+
+  /// The machines that are paired with this one, {"name", "sender"} each.
+  ZAN_Value machines() const;
+  /// Gives the machine of that sender another name; forgets it for an empty one.
+  void rename(const std::string& sender, const std::string& name);
+
+ private:
+  class Talk;
+
+  void publish();
+  void tell(std::string text);
+  void ask(Talk& talk);
+  void answered(bool accepted);
+  void gone(const Talk& talk);
+  void endSoon();
+  void paired(const PairedMachine& machine);
+
+  Records& m;
+  PairedMachines mMachines;
+  std::unique_ptr<ServerSocket> mSocket;
+  std::unique_ptr<ServicePublication> mPublication;
+  RunLoop::TimerId mEnd = 0;
+  Talk* mAsked = nullptr;  ///< whose digits the user sees, or has accepted
+  std::string mText;
+  std::shared_ptr<int> mOffer;  ///< another one with each offer
 };
 
 }  // namespace corvana

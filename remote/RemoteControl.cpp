@@ -1,18 +1,14 @@
 #include "remote/RemoteControl.h"
 
 #include <algorithm>
-#include <map>
 #include <random>
 #include <utility>
 #include <variant>
-#include <vector>
 
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"
-#include "remote/ServiceName.h"
-#include "remote/UtilsCommon.h"
 
 namespace corvana {
 

@@ -1,25 +1,15 @@
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <deque>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <span>
-#include <string>
-#include <vector>
 
 #include "core/record/Deadline.h"
 #include "platform/RunLoop.h"
 #include "platform/UserInterface.h"
-#include "remote/Allowance.h"
-#include "remote/AllowedAddresses.h"
-#include "remote/CommandProof.h"
+#include "remote/Admission.h"
 #include "remote/PairedChannel.h"
 #include "remote/Pairing.h"
+#include "remote/PublishedService.h"
 #include "remote/RemoteCommand.h"
-#include "remote/RemoteControlClient.h"
 
 namespace corvana {
 

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
 #include <iosfwd>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Value.h"

@@ -1,10 +1,5 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "platform/Machine.h"
 #include "platform/RunLoop.h"

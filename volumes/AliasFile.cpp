@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <filesystem>
-#include <string_view>
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"

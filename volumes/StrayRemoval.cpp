@@ -7,7 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "platform/Platform.h"
-#include "volumes/VolumeReference.h"
+#include "volumes/VolumeIdentity.h"
 
 namespace corvana {
 

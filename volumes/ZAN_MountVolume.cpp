@@ -1,6 +1,5 @@
 #include "volumes/ZAN_MountVolume.h"
 
-#include <span>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"

@@ -7,7 +7,7 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "platform/RunLoop.h"
-#include "volumes/VolumeReference.h"
+#include "volumes/VolumeIdentity.h"
 #include "volumes/ZAN_MountVolume.h"
 
 namespace corvana {

@@ -1,22 +1,19 @@
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <QCoreApplication>
 #include <clocale>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
+#include <filesystem>
 #include <vector>
 
 #include "actions/ActionStore.h"
 #include "app/MainScheduler.h"
-#include "app/program/DesktopModule.h"
-#include "app/program/Options.h"
-#include "app/program/StandardStreams.h"
 #include "core/record/ExceptionGuard.h"
 #include "platform/linux/HeadlessUserInterface.h"
 #include "platform/linux/LinuxMachine.h"
@@ -34,9 +31,99 @@
 #include "platform/qt/Logind.h"
 #include "platform/qt/QtNetwork.h"
 #include "platform/qt/QtRunLoop.h"
+#include "ui/Desktop.h"
 
 namespace corvana {
 namespace {
+
+/// What the program was asked for by its arguments.
+struct Options {
+  enum class Wish { run, help, version, refuse };
+  Wish wish = Wish::run;
+  bool headless = false;  ///< no windows even where there is a desktop
+  std::string wrong;      ///< the argument that is not understood, with `refuse`
+
+  /// `arguments` without the program's name.
+  static Options parse(const std::vector<std::string>& arguments);
+  static std::string help();
+};
+
+Options Options::parse(const std::vector<std::string>& arguments) {
+  Options options;
+  for (const std::string& argument : arguments) {
+    if (argument == "--help" || argument == "-h") {
+      options.wish = Wish::help;
+    } else if (argument == "--version") {
+      options.wish = Wish::version;
+    } else if (argument == "--headless") {
+      options.headless = true;
+      continue;
+    } else {
+      options.wish = Wish::refuse;
+      options.wrong = argument;
+    }
+    break;
+  }
+  return options;
+}
+
+std::string Options::help() {
+  return "Usage: corvana9-scheduler [--headless]\n"
+         "\n"
+         "Runs the scheduler of Corvana 9: it executes the programmed actions when they fall due,\n"
+         "until it is told to quit. One of them runs for each user.\n"
+         "\n"
+         "  --headless  show no windows; what there is to tell goes to the standard error stream\n"
+         "  --help      show this text\n"
+         "  --version   show the version\n"
+         "\n"
+         "SIGTERM, SIGINT and SIGHUP end it in good order. The command corvana9 speaks to it.\n";
+}
+
+/// Opens /dev/null for each of the three standard streams that this process was started without, so
+/// that no other file takes its number.
+void openMissingStandardStreams() {
+  int descriptor = -1;
+  do {
+    descriptor = open("/dev/null", O_RDWR);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor > STDERR_FILENO) close(descriptor);
+}
+
+bool mayHaveDisplay() {
+  for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) {
+    const char* value = std::getenv(name);
+    if (value != nullptr && *value != '\0') return true;
+  }
+  return false;
+}
+
+std::string modulePath() {
+  std::error_code failed;
+  const auto program = std::filesystem::read_symlink("/proc/self/exe", failed);
+  return (program.parent_path().parent_path() / "PlugIns" / "Desktop.so").string();
+}
+
+/// Opens the desktop's file beside the program. Null without a display, or when the file cannot be
+/// opened, which `log` is told; the agent then goes on without windows.
+std::unique_ptr<Desktop> openDesktop(int& count, char** arguments, SystemLog& log) {
+  if (!mayHaveDisplay()) return nullptr;
+  // It stays open: Qt leaves objects behind that live until the process ends.
+  void* module = dlopen(modulePath().c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+  if (module == nullptr) {
+    log.write(std::string("No windows: ") + dlerror());
+    return nullptr;
+  }
+  const auto make = reinterpret_cast<OpenDesktop>(dlsym(module, kOpenDesktop));
+  if (make == nullptr) {
+    log.write("No windows: " + modulePath() + " is not the desktop of this program");
+    return nullptr;
+  }
+  std::string reason;
+  std::unique_ptr<Desktop> desktop(make(count, arguments, reason));
+  if (desktop == nullptr) log.write("No windows: " + reason);
+  return desktop;
+}
 
 /// How long threads that still mount or copy something may take to end.
 constexpr double kLastWait = 10;

@@ -1,8 +1,6 @@
 #include "core/drive/NotificationDispatch.h"
 
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "actions/ActionsTools.h"
 #include "actions/ProgrammedAction.h"

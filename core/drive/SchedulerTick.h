@@ -1,10 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <optional>
 #include <string_view>
-#include <vector>
 
 #include "core/record/Deadline.h"
 #include "platform/Input.h"

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-
 #include "platform/Input.h"
 #include "platform/RunLoop.h"
 

@@ -4,9 +4,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <optional>
-#include <span>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -17,7 +14,6 @@
 #include "actions/FolderDescription.h"
 #include "core/record/Records.h"
 #include "volumes/VolumeIdentity.h"
-#include "volumes/VolumeReference.h"
 #include "volumes/ZAN_MountVolume.h"
 
 namespace corvana {

@@ -8,7 +8,7 @@
 #include "actions/ProgrammedAction.h"
 #include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
-#include "volumes/VolumeReference.h"
+#include "volumes/VolumeIdentity.h"
 
 namespace corvana {
 

@@ -1,7 +1,6 @@
 #include "core/record/Diagnostics.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <limits>
 #include <utility>
 

@@ -1,7 +1,5 @@
 #include "core/record/Records.h"
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
-
 namespace corvana {
 
 Records::Records(const Platform& given)

@@ -1,7 +1,5 @@
 #include "core/record/StorageWatch.h"
 
-#include <optional>
-
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "actions/ActionStore.h"
 #include "core/record/Messages.h"

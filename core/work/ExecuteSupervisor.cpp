@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <system_error>
 #include <utility>
-#include <vector>
 
 #include "actions/ProgrammedAction.h"
 #include "actions/TaskRequest.h"

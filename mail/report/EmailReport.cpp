@@ -4,22 +4,16 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <span>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
-#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
-#include "actions/ActionsTools.h"
-#include "actions/FolderDescription.h"
 #include "actions/History.h"
 #include "actions/TaskRequest.h"
 #include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
 #include "mail/report/ReportPage.h"
-#include "mail/smtp/StoredMailSettings.h"
 
 namespace corvana {
 

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
-#include <string>
-
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Time.h"

@@ -9,8 +9,6 @@
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "core/record/Records.h"
 #include "mail/report/OutgoingMail.h"
-#include "mail/smtp/MailMessage.h"
-#include "mail/smtp/StoredMailSettings.h"
 
 namespace corvana {
 

@@ -1,13 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "mail/smtp/MailSender.h"
 

@@ -4,14 +4,10 @@
 #include <array>
 #include <cstdio>
 #include <random>
-#include <span>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "core/record/Records.h"
-#include "mail/smtp/MailMessage.h"
-#include "mail/smtp/StoredMailSettings.h"
 
 namespace corvana {
 

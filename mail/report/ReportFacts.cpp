@@ -2,14 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 
 #include "ZANCocoaFramework/ZAN_Translation.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
-#include "actions/ActionsTools.h"
-#include "actions/FolderDescription.h"
 #include "actions/Forecast.h"
 #include "actions/History.h"
 #include "actions/TaskRequest.h"

@@ -1,10 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"

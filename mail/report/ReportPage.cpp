@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "mail/smtp/MailMessage.h"
-
 namespace corvana {
 namespace {
 

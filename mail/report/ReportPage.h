@@ -1,9 +1,7 @@
 #pragma once
 
-#include <string>
-
 #include "mail/report/ReportFacts.h"
-#include "mail/smtp/StoredMailSettings.h"
+#include "mail/smtp/MailSender.h"
 
 namespace corvana {
 

@@ -1,14 +1,7 @@
 #pragma once
 
 #include <algorithm>
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "mail/smtp/ZAN_SMTPClient.h"

@@ -3,10 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "mail/smtp/MailMessage.h"
 

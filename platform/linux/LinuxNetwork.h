@@ -1,7 +1,6 @@
 #pragma once
 
 #include <deque>
-#include <memory>
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"

@@ -9,10 +9,8 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <functional>
 #include <list>
 #include <utility>
-#include <vector>
 
 #include "platform/linux/LinuxNetwork.h"
 

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <string>
-
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/Network.h"
 #include "platform/RunLoop.h"

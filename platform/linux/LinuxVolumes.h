@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <mutex>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"

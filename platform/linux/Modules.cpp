@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <optional>
 #include <system_error>
 #include <utility>
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "platform/KeyedChannel.h"
 

@@ -11,14 +11,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <system_error>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "platform/linux/Spawn.h"
 
 namespace corvana {

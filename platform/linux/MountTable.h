@@ -2,8 +2,6 @@
 
 #include <sys/types.h>
 
-#include <string_view>
-
 #include "platform/Machine.h"
 #include "platform/Volumes.h"
 

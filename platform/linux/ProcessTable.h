@@ -2,7 +2,6 @@
 
 #include <sys/types.h>
 
-#include <optional>
 #include <unordered_map>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"

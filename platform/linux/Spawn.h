@@ -5,7 +5,6 @@
 #include <cstring>
 #include <functional>
 #include <optional>
-#include <string>
 #include <type_traits>
 #include <vector>
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "platform/Clock.h"

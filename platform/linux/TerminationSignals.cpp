@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <string>
 #include <string_view>
 
 namespace corvana {

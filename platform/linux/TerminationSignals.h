@@ -2,8 +2,6 @@
 
 #include <signal.h>
 
-#include <cstdint>
-#include <functional>
 #include <optional>
 #include <utility>
 

@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <vector>
-
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "platform/Volumes.h"

@@ -2,10 +2,8 @@
 
 #include <QDBusMetaType>
 #include <algorithm>
-#include <optional>
 #include <set>
 
-#include "platform/qt/AvahiBus.h"
 #include "platform/qt/AvahiClients.h"
 
 namespace corvana {

@@ -5,7 +5,6 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QObject>
-#include <optional>
 #include <utility>
 
 #include "platform/qt/QtRunLoop.h"

@@ -6,7 +6,6 @@
 #include <QDBusVirtualObject>
 #include <algorithm>
 #include <deque>
-#include <functional>
 #include <iterator>
 #include <map>
 #include <utility>

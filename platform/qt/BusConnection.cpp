@@ -6,9 +6,7 @@
 #include <cstdlib>
 #include <limits>
 #include <map>
-#include <string_view>
 #include <utility>
-#include <vector>
 
 #include <QDBusArgument>
 #include <QDBusConnection>

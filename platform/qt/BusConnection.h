@@ -1,8 +1,5 @@
 #pragma once
 
-#include <memory>
-#include <optional>
-
 #include <QString>
 #include <QVariant>
 #include <QVariantMap>

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <map>
 #include <utility>
-#include <vector>
 
 namespace corvana {
 

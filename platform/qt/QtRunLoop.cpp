@@ -13,7 +13,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <system_error>
 #include <thread>
 #include <unordered_map>

@@ -16,7 +16,7 @@
 #include "application/BackupCard.h"
 #include "application/MainWindow.h"
 #include "command/ActionDraft.h"
-#include "command/SchedulePlan.h"
+#include "command/ScheduleWords.h"
 #include "core/record/Preferences.h"
 #include "core/record/SchedulerLog.h"
 #include "desktop/Texts.h"

@@ -1,4 +1,4 @@
-#include "command/PastDate.h"
+#include "command/ScheduleWords.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 #include <sys/mount.h>
 
 #include "tests/execute/Accidents.h"
-#include "volumes/VolumeReference.h"
+#include "volumes/VolumeIdentity.h"
 
 namespace corvana {
 namespace {

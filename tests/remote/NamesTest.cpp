@@ -4,11 +4,8 @@
 
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
-#include "remote/Allowance.h"
-#include "remote/AllowedAddresses.h"
-#include "remote/LaunchableActions.h"
-#include "remote/ServiceName.h"
-#include "remote/UtilsCommon.h"
+#include "remote/Admission.h"
+#include "remote/PublishedService.h"
 
 namespace corvana {
 namespace {

@@ -10,13 +10,11 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "platform/keyed/TlsChannels.h"
-#include "remote/Frames.h"
-#include "remote/LaunchableActions.h"
 #include "remote/PairedChannel.h"
 #include "remote/Pairing.h"
+#include "remote/PublishedService.h"
 #include "remote/RemoteCommand.h"
 #include "remote/RemoteControl.h"
-#include "remote/ServiceName.h"
 #include "tests/scenario/Scenario.h"
 
 namespace corvana {

@@ -3,7 +3,7 @@
 #include <chrono>
 
 #include "actions/History.h"
-#include "mail/smtp/StoredMailSettings.h"
+#include "mail/smtp/MailSender.h"
 #include "tests/scenario/Scenario.h"
 #include "ui/StatusItem.h"
 #include "ui/windows/ComingModels.h"

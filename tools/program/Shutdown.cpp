@@ -9,11 +9,7 @@
 #include <QStringList>
 #include <QVariantMap>
 #include <exception>
-#include <functional>
 #include <iostream>
-#include <memory>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"

@@ -7,8 +7,6 @@
 #include <istream>
 #include <ostream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"

@@ -4,8 +4,6 @@
 #include <QCoreApplication>
 #include <charconv>
 #include <iostream>
-#include <string_view>
-#include <vector>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "actions/ActionStore.h"
-#include "mail/smtp/StoredMailSettings.h"
+#include "mail/smtp/MailSender.h"
 #include "ui/windows/WindowWords.h"
 
 namespace corvana {

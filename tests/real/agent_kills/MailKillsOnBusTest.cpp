@@ -12,7 +12,7 @@
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "actions/ActionLog.h"
 #include "mail/report/OutgoingMail.h"
-#include "mail/smtp/StoredMailSettings.h"
+#include "mail/smtp/MailSender.h"
 #include "tests/real/agent/AgentOnBus.h"
 
 namespace corvana {

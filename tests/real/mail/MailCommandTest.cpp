@@ -8,7 +8,7 @@
 #include "actions/ActionStore.h"
 #include "command/Commands.h"
 #include "mail/report/OutgoingMail.h"
-#include "mail/smtp/StoredMailSettings.h"
+#include "mail/smtp/MailSender.h"
 #include "platform/simulated/SimulatedPlatform.h"
 #include "tests/real/mail/MailServer.h"
 #include "tests/support/Keyring.h"

@@ -1,8 +1,6 @@
-#include "remote/AllowedAddresses.h"
+#include "remote/Admission.h"
 
-#include <algorithm>
 #include <charconv>
-#include <optional>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
 
