@@ -62,6 +62,16 @@ class ForecastTest : public testing::Test {
     }
     return texts;
   }
+  /// "action day hour:minute" of the first runs of several.
+  static std::vector<std::string> first(ComingRuns& runs, int count) {
+    std::vector<std::string> texts;
+    for (int i = 0; i < count; ++i) {
+      const auto run = runs.next();
+      if (!run) break;
+      texts.push_back(std::to_string(run->action) + paris().format(run->date, " %d %H:%M"));
+    }
+    return texts;
+  }
 };
 
 TEST_F(ForecastTest, NoMonthAndNoYearIsTooFar) {
@@ -271,6 +281,54 @@ TEST_F(ForecastTest, TheLastOfManyMissedRunsIsFoundFromTheEnd) {
             at(2024, 2, 29, 8));
   leapDay.list[0].occasion = ScheduleEntry::Occasion::shutDown;
   EXPECT_EQ(Forecast(paris(), leapDay).lastWithin(at(2020, 1, 1), at(2026, 11, 22)), std::nullopt);
+}
+
+TEST_F(ForecastTest, SeveralActionsTakeTurnsAcrossAChangeOfTheClocks) {
+  const ReferenceTime now = at(2026, 10, 24, 1);
+  ComingRuns runs(paris(), now, {});
+  Schedule daily = periodic(ScheduleKind::daily, now);
+  daily.time = clock(2, 30);
+  for (const Schedule& schedule : {daily, periodic(ScheduleKind::threeHourly, now),
+                                   periodic(static_cast<ScheduleKind>(25), now)})
+    runs.add(schedule, ActionContext::none);
+  EXPECT_THAT(first(runs, 12), ElementsAre("0 24 02:30", "1 24 03:00", "1 24 06:00", "1 24 09:00",
+                                           "1 24 12:00", "1 24 15:00", "1 24 18:00", "1 24 21:00",
+                                           "1 25 00:00", "0 25 02:30", "1 25 02:00", "1 25 05:00"))
+      << "three hours after 0:00 it is 2:00 again";
+}
+
+TEST_F(ForecastTest, WhatIsOverdueRunsNowAndAllowedHoursComeAgainTheNextDay) {
+  const ReferenceTime now = at(2026, 11, 21, 12);
+  ComingRuns runs(paris(), now, {});
+  Schedule daily = periodic(ScheduleKind::daily, at(2026, 11, 19, 8));
+  daily.time = clock(8);
+  const Schedule hourly = periodic(ScheduleKind::hourly, now);
+  runs.add(daily, ActionContext::none);
+  runs.add(within(hourly, clock(10), clock(14)), ActionContext::none);
+  runs.add(within(hourly, clock(10), clock(9)), ActionContext::none);
+  EXPECT_THAT(first(runs, 6), ElementsAre("0 21 08:00", "1 21 13:00", "1 21 14:00", "0 22 08:00",
+                                          "1 22 10:00", "1 22 11:00"));
+}
+
+TEST_F(ForecastTest, EachRunSaysWhatWouldHoldItUp) {
+  const ReferenceTime now = at(2026, 11, 21, 12);
+  const auto holds = [&](const Circumstances& circumstances) {
+    ComingRuns runs(paris(), now, circumstances);
+    Schedule daily = periodic(ScheduleKind::daily, now);
+    daily.time = clock(8);
+    runs.add(daily, ActionContext::none);
+    daily.time = clock(9);
+    runs.add(daily, ActionContext::office);
+    std::vector<Hold> list;
+    for (int i = 0; i < 4; ++i) list.push_back(runs.next().value_or(ComingRuns::Run{}).hold);
+    return list;
+  };
+  EXPECT_THAT(holds({.context = ActionContext::office}),
+              ElementsAre(Hold::none, Hold::none, Hold::none, Hold::none));
+  EXPECT_THAT(holds({.paused = true, .context = ActionContext::home}),
+              ElementsAre(Hold::paused, Hold::otherContext, Hold::paused, Hold::otherContext));
+  EXPECT_THAT(holds({.disabled = true, .context = ActionContext::home}),
+              ElementsAre(Hold::disabled, Hold::disabled, Hold::disabled, Hold::disabled));
 }
 
 }  // namespace

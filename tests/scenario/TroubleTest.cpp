@@ -17,30 +17,6 @@ bool anyContains(const std::vector<std::string>& lines, std::string_view text) {
       lines, [&](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
-TEST(Trouble, AMissingExecuteProgramHoldsTheHeadAndIsSaidOnce) {
-  Scenario day;
-  day.action("Photos", daily(day.timeOfDay("12:30"), day.machine.clock.now()));
-  day.writeTree();
-  const std::string program =
-      day.store().installPaths().installPathForCode(InstallPaths::executeExecutable);
-  fs::rename(program, program + ".away");
-  day.start();
-  day.runUntil("2024-01-02 12:50:00");
-  EXPECT_EQ(day.agent->queue().actionsList().size(), 1U);
-  EXPECT_EQ(std::ranges::count_if(
-                day.report(),
-                [&](const std::string& line) { return line.find(program) != std::string::npos; }) +
-                    std::ranges::count_if(day.machine.systemLog.lines,
-                                          [&](const std::string& line) {
-                                            return line.find(program) != std::string::npos;
-                                          }) >=
-                1,
-            true);
-  fs::rename(program + ".away", program);
-  day.runUntil("2024-01-02 12:52:00");
-  EXPECT_EQ(day.executionsOf("Photos"), 1U);
-}
-
 TEST(Trouble, AnActionDeletedWhileItWaitsLeavesTheQueue) {
   Scenario day;
   const ReferenceTime begin = day.machine.clock.now();
