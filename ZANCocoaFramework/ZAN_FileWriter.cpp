@@ -17,6 +17,9 @@ namespace {
 
 // Whoever edits again and again leaves short gaps; who looks seldom would miss them all.
 constexpr double kPause = 0.002;
+/// Held by whoever is the next to get the lock.
+constexpr std::string_view kInFront = ".next";
+constexpr double kLongestInFront = 0.5;
 
 ZAN_Descriptor openLockFile(const std::string& path) {
   ZAN_Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
@@ -31,6 +34,20 @@ ZAN_Descriptor openLockFile(const std::string& path) {
 
 Result<ZAN_FileLock> ZAN_FileLock::acquire(const std::string& path, double seconds,
                                            const std::function<void(double)>& pause) {
+  double patience = seconds;
+  ZAN_FileLock place;
+  // One that was stopped in front keeps the others out for a moment only.
+  if (double moment = std::min(seconds, kLongestInFront); moment > 0) {
+    patience -= moment;
+    if (auto inFront = take(path + std::string(kInFront), moment, pause))
+      place = *std::move(inFront);
+    patience += moment;
+  }
+  return take(path, patience, pause);
+}
+
+Result<ZAN_FileLock> ZAN_FileLock::take(const std::string& path, double& patience,
+                                        const std::function<void(double)>& pause) {
   ZAN_Descriptor file = openLockFile(path);
   if (!file && errno == ENOENT) {
     const Outcome folder =
@@ -42,7 +59,7 @@ Result<ZAN_FileLock> ZAN_FileLock::acquire(const std::string& path, double secon
     return Error{kind, path + ": " + std::generic_category().message(errno)};
   };
   if (!file) return failed(ErrorKind::unwritable);
-  for (double waited = 0;;) {
+  for (;;) {
     if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
       // A file that only its maker may open would keep the user's own programs out.
       struct stat status;
@@ -53,10 +70,10 @@ Result<ZAN_FileLock> ZAN_FileLock::acquire(const std::string& path, double secon
     }
     if (errno == EINTR) continue;
     if (errno != EWOULDBLOCK) return failed(ErrorKind::unwritable);
-    if (waited >= seconds) return Error{ErrorKind::unavailable, path + ": held by another program"};
-    const double next = std::min(kPause, seconds - waited);
+    if (patience <= 0) return Error{ErrorKind::unavailable, path + ": held by another program"};
+    const double next = std::min(kPause, patience);
     pause(next);
-    waited += next;
+    patience -= next;
   }
 }
 

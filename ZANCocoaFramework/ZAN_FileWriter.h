@@ -19,7 +19,8 @@ class ZAN_FileLock {
   /// Takes the lock of that file, which is created (with its folder) when missing and never
   /// removed. While another holds it, tries again after each `pause`, which blocks for the given
   /// number of seconds, until `seconds` have passed in pauses. `unavailable` when it is still held
-  /// then.
+  /// then. Whoever waits is let in before one that has just released it and takes it again, by a
+  /// second file beside it.
   static Result<ZAN_FileLock> acquire(const std::string& path, double seconds,
                                       const std::function<void(double)>& pause);
 
@@ -32,6 +33,9 @@ class ZAN_FileLock {
 
  private:
   explicit ZAN_FileLock(ZAN_Descriptor file) : mFile(std::move(file)) {}
+  /// Without minding who waits; `patience` loses the seconds that it took.
+  static Result<ZAN_FileLock> take(const std::string& path, double& patience,
+                                   const std::function<void(double)>& pause);
 
   ZAN_Descriptor mFile;
 };

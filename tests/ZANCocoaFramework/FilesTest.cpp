@@ -187,12 +187,22 @@ TEST_F(Files, ALockExcludesOthersUntilItsHolderDies) {
   EXPECT_NEAR(waited, 2, 1e-6);
 
   // The holder ends while we wait.
-  const auto lock = ZAN_FileLock::acquire(path, 2, [&](double) {
+  auto lock = ZAN_FileLock::acquire(path, 2, [&](double) {
     ::close(end[1]);
     ::waitpid(holder, nullptr, 0);
   });
   ASSERT_TRUE(lock);
   EXPECT_FALSE(ZAN_FileLock::acquire(path, 0, [](double) {})) << "excludes within a program too";
+
+  // Who takes it again and again stands back for one that waits, as long as that one moves.
+  double stoodBack = 0;
+  const auto next = ZAN_FileLock::acquire(path, 2, [&](double) {
+    lock->release();
+    lock = ZAN_FileLock::acquire(path, 2, [&](double seconds) { stoodBack += seconds; });
+    lock->release();
+  });
+  EXPECT_TRUE(next);
+  EXPECT_NEAR(stoodBack, 0.5, 1e-6);
   for (const int descriptor : {ready[0], ready[1], end[0]}) ::close(descriptor);
 }
 

@@ -32,7 +32,7 @@ locks="$HOME/Library/Application Support/.Corvana 9/Locks"
 put_before sync "hold sync; $scratch/sync \"\$@\"; result=\$?
 phase=\"\$(cat $scratch/phase)\"
 case \"\$phase\" in *.cva9data)
-  setsid flock \"$locks/\$phase\" sh -c 'echo 0 > $scratch/held; while [ -e $scratch/hold ]; do sleep 0.02; done' \
+  setsid flock \"$locks/\$phase.lock\" sh -c 'echo 0 > $scratch/held; while [ -e $scratch/hold ]; do sleep 0.02; done' \
     < /dev/null > /dev/null 2>&1 &
   while [ ! -e $scratch/held ]; do sleep 0.01; done;;
 esac
