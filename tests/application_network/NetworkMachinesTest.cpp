@@ -58,7 +58,7 @@ class NetworkMachinesTest : public testing::Test {
     return {std::istreambuf_iterator<char>(file), {}};
   }
   static bool waitFor(const std::function<bool()>& condition) {
-    return QTest::qWaitFor(condition, 20'000);
+    return QTest::qWaitFor(condition, 60'000);
   }
   static bool says(const QWidget& page, const QString& words) {
     for (const QLabel* label : page.findChildren<QLabel*>())
