@@ -15,18 +15,18 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "execute/engine/Words.h"
+#include "platform/KeyringTool.h"
 #include "platform/linux/Spawn.h"
 
 namespace corvana {
 
 namespace {
 
-constexpr const char* kSecretTool = "/usr/bin/secret-tool";
 constexpr std::size_t kLongestSecret = 1 << 16;
 constexpr std::string_view kS3 = "s3:";
 
-std::vector<std::string> keyringWords(const char* verb, const std::string& address) {
-  return {kSecretTool, verb, "application", "corvana9", "repository", address};
+KeyringTool::Attributes keyringAttributes(const std::string& address) {
+  return {"repository", address};
 }
 
 std::string decoded(std::string_view text) {
@@ -145,9 +145,9 @@ Result<RepositorySecret> RepositorySecret::find(const std::string& shownAddress,
     auto found = passwordFrom(file);
     if (!found) return found.error();
     text = *std::move(found);
-  } else if (ZAN_FilesUtils::exists(kSecretTool)) {
-    const auto words = keyringWords("lookup", shownAddress);
-    const auto found = ask ? ask(words) : runToolBlocking(words, kKeyringSeconds);
+  } else if (KeyringTool::isThere()) {
+    const auto words = KeyringTool::lookUp(keyringAttributes(shownAddress));
+    const auto found = ask ? ask(words) : runToolBlocking(words, KeyringTool::kSeconds);
     if (!found && found.error().kind == ErrorKind::unavailable)
       return Error{ErrorKind::unavailable,
                    shownAddress +
@@ -180,14 +180,13 @@ Result<std::string> RepositorySecret::keep(const std::string& shownAddress,
   options.attributes.mode = 0600;
   if (const Outcome written = ZAN_FileWriter({}).write(file, *text + "\n", options); !written)
     return written.error();
-  if (!ZAN_FilesUtils::exists(kSecretTool)) return "in the file " + file;
-  // From a file, as a password is no argument of a program.
-  std::vector<std::string> words{"/bin/sh", "-c", "exec \"$@\" < \"$0\"", file};
-  for (const auto& word : keyringWords("store", shownAddress)) words.push_back(word);
-  words.insert(words.begin() + 6, "--label=Corvana 9: " + shownAddress);
-  const auto stored = runToolBlocking(words, kKeyringSeconds);
-  const auto found = stored ? runToolBlocking(keyringWords("lookup", shownAddress), kKeyringSeconds)
-                            : Result<std::string>(stored.error());
+  if (!KeyringTool::isThere()) return "in the file " + file;
+  const auto attributes = keyringAttributes(shownAddress);
+  const auto stored =
+      runToolBlocking(KeyringTool::store(attributes, shownAddress, file), KeyringTool::kSeconds);
+  const auto found = stored
+                         ? runToolBlocking(KeyringTool::lookUp(attributes), KeyringTool::kSeconds)
+                         : Result<std::string>(stored.error());
   if (!found || found->substr(0, found->find('\n')) != *text) return "in the file " + file;
   if (const Outcome removed = ZAN_FilesUtils::removeFile(file); !removed) return removed.error();
   return std::string("in the desktop's keyring");

@@ -60,9 +60,8 @@ struct RepositorySecret {
   std::string address = {};  ///< with passwords, when there are some in it
 
   /// Asks the keyring by a program with these words: its standard output, `unavailable` when it
-  /// does not end in `kKeyringSeconds`, which somebody may need to unlock it.
+  /// does not end in `KeyringTool::kSeconds`, which somebody may need to unlock it.
   using Ask = std::function<Result<std::string>(const std::vector<std::string>& words)>;
-  static constexpr double kKeyringSeconds = 60;
 
   /// `absent` when nothing is kept for that address, `unavailable` when the keyring does not
   /// answer. Without `ask` it is asked in a way that nothing ends sooner.

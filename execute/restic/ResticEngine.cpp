@@ -13,6 +13,7 @@
 #include "execute/restic/ResticReadBack.h"
 #include "execute/restic/ResticRestoration.h"
 #include "execute/restic/ResticUpkeep.h"
+#include "platform/KeyringTool.h"
 
 namespace corvana {
 
@@ -66,7 +67,7 @@ Result<std::string> ResticEngine::password(const std::string& address,
 }
 
 Result<std::string> ResticEngine::askKeyring(const std::vector<std::string>& words) const {
-  const auto seconds = std::to_string(static_cast<int>(RepositorySecret::kKeyringSeconds));
+  const auto seconds = std::to_string(static_cast<int>(KeyringTool::kSeconds));
   ChildProgram::Task task{.arguments = {"/usr/bin/timeout", seconds}, .obeysSkip = false};
   task.arguments.insert(task.arguments.end(), words.begin(), words.end());
   std::string said;

@@ -149,9 +149,6 @@ void MailTrial::start(MailTrial trial, MailSender& sender, const MailSettings& s
 
 namespace {
 
-constexpr const char* kSecretTool = "/usr/bin/secret-tool";
-constexpr double kKeyringSeconds = 60;
-
 /// In a file of the user's own.
 Outcome keepInFile(const std::string& path, const std::string& password) {
   if (const Outcome made =
@@ -163,13 +160,11 @@ Outcome keepInFile(const std::string& path, const std::string& password) {
   return ZAN_FileWriter({}).write(path, password + "\n", options);
 }
 
-/// From a file, as a password is no argument of a program.
 bool movedToKeyring(const std::string& file, const MailSettings& settings, Processes& processes) {
-  if (!ZAN_FilesUtils::exists(kSecretTool)) return false;
-  std::vector<std::string> words{"/bin/sh", "-c", "exec \"$@\" < \"$0\"", file};
-  for (const std::string& word : MailSender::keyringWords("store", settings)) words.push_back(word);
-  words.insert(words.begin() + 6, "--label=Corvana 9: " + settings.username);
-  if (!processes.runTool(words, kKeyringSeconds)) return false;
+  if (!KeyringTool::isThere()) return false;
+  const auto words =
+      KeyringTool::store(MailSender::keyringAttributes(settings), settings.username, file);
+  if (!processes.runTool(words, KeyringTool::kSeconds)) return false;
   if (!keyringPassword(settings, processes)) return false;
   const Outcome removed = ZAN_FilesUtils::removeFile(file);
   return static_cast<bool>(removed);
@@ -178,9 +173,9 @@ bool movedToKeyring(const std::string& file, const MailSettings& settings, Proce
 }  // namespace
 
 std::optional<std::string> keyringPassword(const MailSettings& settings, Processes& processes) {
-  if (!ZAN_FilesUtils::exists(kSecretTool)) return std::nullopt;
-  const auto found =
-      processes.runTool(MailSender::keyringWords("lookup", settings), kKeyringSeconds);
+  if (!KeyringTool::isThere()) return std::nullopt;
+  const auto found = processes.runTool(KeyringTool::lookUp(MailSender::keyringAttributes(settings)),
+                                       KeyringTool::kSeconds);
   if (!found || found->empty()) return std::nullopt;
   return found->substr(0, found->find('\n'));
 }

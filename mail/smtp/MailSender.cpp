@@ -73,10 +73,7 @@ std::optional<ZAN_WebUtils::MailError> ZAN_WebUtils::sendMailTo(
 namespace {
 
 constexpr const char* kSendmail = "/usr/sbin/sendmail";
-constexpr const char* kSecretTool = "/usr/bin/secret-tool";
 constexpr double kPollSeconds = 0.1;
-/// Whoever has to unlock the keyring first needs a while.
-constexpr double kKeyringSeconds = 60;
 constexpr std::uint64_t kLongestPassword = 4096;
 
 /// A running mail program, kept by its own timer until it has ended.
@@ -154,7 +151,8 @@ Result<std::string> passwordOf(const MailSettings& settings, Processes& processe
   if (settings.username.empty() || settings.authMethod == 0) return std::string();
   if (!settings.passwordFile.empty()) return passwordFrom(settings.passwordFile);
   if (!settings.passwordIsInKeyring) return settings.password;
-  auto found = processes.runTool(MailSender::keyringWords("lookup", settings), kKeyringSeconds);
+  auto found = processes.runTool(KeyringTool::lookUp(MailSender::keyringAttributes(settings)),
+                                 KeyringTool::kSeconds);
   if (!found) {
     return Error{ErrorKind::unavailable,
                  "the password of " + settings.username +
@@ -243,10 +241,8 @@ Outcome MailSender::send(const MailSettings& settings, const std::string& subjec
   return {};
 }
 
-std::vector<std::string> MailSender::keyringWords(const std::string& verb,
-                                                  const MailSettings& settings) {
-  return {kSecretTool,     verb,   "application",    "corvana9", "server",
-          settings.server, "user", settings.username};
+KeyringTool::Attributes MailSender::keyringAttributes(const MailSettings& settings) {
+  return {"server", settings.server, "user", settings.username};
 }
 
 SMTPCaller MailSender::caller() const {

@@ -2,6 +2,7 @@
 
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "mail/smtp/SMTPConnector.h"
+#include "platform/KeyringTool.h"
 
 namespace corvana {
 
@@ -110,9 +111,8 @@ class MailSender {
   /// Whether a message is on its way, which the end of this process would cut off.
   bool isSending() const { return mSessions.use_count() > 1; }
 
-  /// The arguments of the program that keeps passwords, for what the verb does with the account's.
-  static std::vector<std::string> keyringWords(const std::string& verb,
-                                               const MailSettings& settings);
+  /// By which the keyring knows the account's password.
+  static KeyringTool::Attributes keyringAttributes(const MailSettings& settings);
 
  private:
   SMTPCaller caller() const;
