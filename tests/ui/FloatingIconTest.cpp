@@ -1,0 +1,95 @@
+#include "ui/FloatingIcon.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/core_work/WorkWorld.h"
+#include "ui/StatusItem.h"
+
+namespace corvana {
+namespace {
+
+struct FloatingIconTest : testing::Test, test::WorkWorld {
+  FloatingIconTest() { prefer(IconShown::onHover, IconShown::onHover); }
+
+  void prefer(int floating, int inMenuBar) {
+    preferences.setPref("SchedulerPrefDisplayIconWindow", floating);
+    preferences.setPref("SchedulerPrefDisplayIcon", inMenuBar);
+    preferences.savePrefs();
+    preferences.loadPrefs();
+  }
+  void point(std::optional<Point> at) {
+    machine.input.position = at;
+    icon.turn();
+  }
+  bool isShown() const { return machine.userInterface.isWindowVisible(Window::floatingIcon); }
+
+  static constexpr Point kInMenuBar{1000, 890}, kElsewhere{400, 300};
+  StatusItem statusItem{records, work};
+  FloatingIcon icon{records, work.announce, statusItem};
+};
+
+TEST_F(FloatingIconTest, ComesWithThePointerInTheMenuBarAndGoesSevenSecondsAfterIt) {
+  for (const Point& beside : {kElsewhere, Point{964, 890}, Point{1000, 876}}) {
+    point(beside);
+    EXPECT_FALSE(isShown() || statusItem.exists()) << beside.x << ", " << beside.y;
+  }
+  point(kInMenuBar);
+  EXPECT_TRUE(isShown() && statusItem.exists());
+  advance(60);
+  point(kInMenuBar);
+  for (const auto& [after, shown] : {std::pair{6.9, true}, {0.2, false}}) {
+    advance(after);
+    point(kElsewhere);
+    EXPECT_EQ(isShown(), shown) << after;
+  }
+  prefer(IconShown::always, IconShown::always);
+  icon.applyMode();
+  advance(60);
+  point(kElsewhere);
+  EXPECT_TRUE(isShown()) << "what is always there does not go";
+  prefer(IconShown::floatingIconNever, IconShown::statusIconNever);
+  icon.applyMode();
+  point(kInMenuBar);
+  EXPECT_FALSE(isShown());
+}
+
+TEST_F(FloatingIconTest, LooksForThePointerOnlyWhereItMayMatter) {
+  state.mUserRests = true;
+  point(kInMenuBar);
+  EXPECT_EQ(icon.nextTurn(), kAtOnce);
+  machine.input.position = kElsewhere;
+  EXPECT_GT(icon.nextTurn(), now() + 7);
+  EXPECT_LT(icon.nextTurn(), now() + 7.1);
+  advance(8);
+  icon.turn();
+  EXPECT_EQ(icon.nextTurn(), kNever) << "until the user does something";
+  state.mUserRests = false;
+  EXPECT_EQ(icon.nextTurn(), kAtOnce);
+  machine.input.position.reset();
+  EXPECT_EQ(icon.nextTurn(), kNever) << "nobody says where it is";
+  machine.input.position = kInMenuBar;
+  for (const int floating : {IconShown::always, IconShown::floatingIconNever}) {
+    prefer(floating, IconShown::always);
+    EXPECT_EQ(icon.nextTurn(), kNever) << "nothing comes on hover";
+    prefer(floating, IconShown::onHover);
+    EXPECT_EQ(icon.nextTurn(), kAtOnce);
+  }
+}
+
+TEST_F(FloatingIconTest, ShowsHowFarTheExecutionIs) {
+  setActions({action(1)});
+  enqueue({1});
+  work.announce.showAnnounceForQueueHead();
+  state.mProgress.sizeCopied = 2'000'000;
+  state.mProgress.filesCopied = 1'234;
+  state.mProgress.errors = 3;
+  records.changes.note(Change::progress);
+  advance(0);
+  ASSERT_TRUE(machine.userInterface.announceProgress);
+  EXPECT_EQ(machine.userInterface.announceProgress->second, "1,234 (2 MB) Errors: 3");
+  EXPECT_EQ(machine.userInterface.sizeCopied, 2'000'000);
+  EXPECT_EQ(machine.userInterface.errors, 3);
+}
+
+}  // namespace
+}  // namespace corvana
