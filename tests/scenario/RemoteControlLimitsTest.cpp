@@ -95,6 +95,7 @@ TEST_F(PairedRemoteControl, WhoKnowsThePasswordUsesUpNothingOfAPairedMachine) {
     last = answer(proven({RemoteCommand::Launch{{photos}}}, challenge()),
                   "10.0.1." + std::to_string(i));
   EXPECT_EQ(last->word, Word::tooQuickly);
+  EXPECT_EQ(told("came too quickly"), 1);
   EXPECT_EQ(through({RemoteCommand::Launch{{photos}}}), Word::done)
       << "in its name, but not by its key";
 }

@@ -151,6 +151,7 @@ TEST_F(ProvenRemoteControl, TheServiceTellsNothingThatThePasswordMakes) {
   ASSERT_TRUE(published());
   const RemoteCommand launch{RemoteCommand::Launch{{photos}}};
   EXPECT_EQ(tell(launch), Word::wrongPassword) << "the old password";
+  EXPECT_EQ(told("did not prove the password"), 1);
   key = ControlKey::of("abc", "5eed0123beef");
   EXPECT_EQ(tell(launch), Word::done);
 }
