@@ -88,6 +88,7 @@ Kind kindOf(std::string_view text) {
   if (holdsOneOf(text, {"repository contains errors", "contains errors", "does not match id",
                         "ciphertext verification failed", "invalid data returned"}))
     return Kind::damaged;
+  if (holdsOneOf(text, {"unsupported repository version"})) return Kind::tooNew;
   return Kind::failed;
 }
 
@@ -219,6 +220,9 @@ Error ResticEnd::error(const std::string& place) const {
                   "); make room, or keep less by corvana9 edit REF --keep 90d"};
     case Kind::damaged:
       return {ErrorKind::damaged, place + ": the repository is damaged: " + text};
+    case Kind::tooNew:
+      return {ErrorKind::refused, place + ": a newer restic has made the repository (" + text +
+                                      "); install that one here, or name another repository"};
     case Kind::stopped:
       return {ErrorKind::refused, place + ": stopped"};
     default:

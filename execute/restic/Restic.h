@@ -34,6 +34,7 @@ struct ResticEnd {
     unreachable,    ///< the target does not answer
     full,           ///< the target
     damaged,        ///< the repository
+    tooNew,         ///< the repository, for this restic
     failed
   };
   Kind kind = Kind::done;
