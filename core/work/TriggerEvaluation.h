@@ -20,7 +20,6 @@ namespace corvana {
 class ProgrammedAction;
 class VolumeIdentity;
 struct Records;
-struct StartVerdict;
 struct TriggerSettings;
 
 /// What fell due while nobody looked, since the agent was off or the machine
