@@ -20,8 +20,9 @@ namespace corvana {
 
 namespace {
 
-constexpr int kInterval = 60'000;    // ms
-constexpr int kAfterCommand = 3000;  // ms
+constexpr int kInterval = 60'000;                // ms
+constexpr int kAfterCommand = 3000;              // ms
+constexpr int kAfterPairing[] = {4000, 12'000};  // ms
 constexpr std::size_t kMostCards = 24;
 constexpr std::ptrdiff_t kAskedAtOnce = 4;
 constexpr std::int64_t kCopies = 2;  ///< kinds of backups as all machines know them
@@ -89,9 +90,12 @@ class MachineCard final : public Card {
     if (!canBeAsked()) mState = {};
     fill();
   }
-  bool canBeAsked() const {
+  bool isPairedHere() const {
     return mMachine["paired"].boolValue() && !mMachine["absent"].boolValue() &&
            !mMachine["locked"].boolValue();
+  }
+  bool canBeAsked() const {
+    return isPairedHere() && mMachine["encrypted"].boolValue() && !mMachine.contains("trouble");
   }
   bool isAsking() const { return mStatus.runs(); }
   void ask() {
@@ -151,6 +155,12 @@ class MachineCard final : public Card {
   QString standing() {
     if (mMachine["absent"].boolValue()) return mHousehold.text("NetAbsent");
     if (isAsking()) return mHousehold.text("NetAsking");
+    if (isPairedHere() && !canBeAsked()) {
+      mStanding->setMeaning(Look::Meaning::caution);
+      mDetails->setText(
+          mHousehold.text(mMachine.contains("trouble") ? "NetNoChannelHere" : "NetNoChannelThere"));
+      return mHousehold.text("NetNoChannel");
+    }
     if (canBeAsked()) {
       mStanding->setMeaning(Look::Meaning::caution);
       return qt(shortReason(mHousehold, mTrouble));
@@ -357,7 +367,11 @@ void NetworkMachines::paintEvent(QPaintEvent* event) {
 }
 
 void NetworkMachines::pair() {
-  PairingDialog::open(mHousehold, window(), [this] { search(); });
+  PairingDialog::open(mHousehold, window(), [this] {
+    search();
+    // The agents take the key up soon, and then offer the channel.
+    for (const int later : kAfterPairing) QTimer::singleShot(later, this, [this] { search(); });
+  });
 }
 
 void NetworkMachines::note(const QString& text, bool isTrouble) {
@@ -382,8 +396,10 @@ void NetworkMachines::search() {
   if (mSearch.runs()) return;
   mIsOld = false;
   mLook->setEnabled(false);
-  mSearch.run({QStringLiteral("peers")},
-              [this](const CommandChild::Ending& ending) { found(ending); });
+  mLimit = 0;
+  mSearch.run(
+      {QStringLiteral("peers")}, [this](const CommandChild::Ending& ending) { found(ending); },
+      [this](const ZAN_Value& news) { mLimit = news.integer("limit"); });
 }
 
 void NetworkMachines::found(const CommandChild::Ending& ending) {
@@ -392,15 +408,17 @@ void NetworkMachines::found(const CommandChild::Ending& ending) {
   if (!ending.isDone())
     return note(mHousehold.text("NetSearchFailed", {shortReason(mHousehold, ending.reason)}), true);
   std::vector<ZAN_Value> machines(ending.answer.elements().begin(), ending.answer.elements().end());
+  std::erase_if(machines, [](const ZAN_Value& one) { return one["own"].boolValue(); });
   // Anybody can call himself anything: those that may be known come first.
   std::ranges::stable_sort(machines, std::ranges::greater{},
                            [](const ZAN_Value& one) { return one["paired"].boolValue(); });
   const std::size_t leftOut = machines.size() - std::min(machines.size(), kMostCards);
   machines.resize(machines.size() - leftOut);
-  note(leftOut > 0        ? mHousehold.text("NetMoreOfThem", {static_cast<std::int64_t>(leftOut)})
+  note(mLimit > 0         ? mHousehold.text("NetLimit", {mLimit})
+       : leftOut > 0      ? mHousehold.text("NetMoreOfThem", {static_cast<std::int64_t>(leftOut)})
        : machines.empty() ? mHousehold.text("NetNone")
                           : QString(),
-       false);
+       mLimit > 0);
   auto before = std::exchange(mCards, {});
   while (QLayoutItem* item = mList->takeAt(0)) delete item;
   mToAsk.clear();

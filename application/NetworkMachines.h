@@ -46,6 +46,7 @@ class NetworkMachines final : public QWidget {
   bool mIsOld = true;  ///< what is shown is to be asked anew as soon as somebody sees it
   std::map<std::string, MachineCard*, std::less<>> mCards;  ///< by machine and user
   std::deque<std::string> mToAsk;                           ///< of those
+  std::int64_t mLimit = 0;  ///< as many were looked at, of more; 0: of all
   bool mIsQuiet = false;
   QWidget* mHead;
   TextLabel* mNote;

@@ -59,7 +59,8 @@ class NetworkPeers::Search {
          [this](const std::string& reason) {
            mFailure = reason;
            end();
-         }});
+         },
+         [this](std::size_t most) { mMost = most; }});
   }
 
   /// The loop runs until something ends it, so many seconds at most.
@@ -90,6 +91,7 @@ class NetworkPeers::Search {
   std::function<void()> onLost;
   std::map<std::string, NetworkPeer> mPeers;
   std::string mFailure;
+  std::optional<std::size_t> mMost;
 
  private:
   QtApplication mApplication;
@@ -118,6 +120,8 @@ Result<std::vector<NetworkPeer>> NetworkPeers::all() {
   for (const auto& [name, peer] : mSearch->mPeers) peers.push_back(peer);
   return peers;
 }
+
+std::optional<std::size_t> NetworkPeers::limit() const { return mSearch->mMost; }
 
 bool NetworkPeers::waitFor(const std::function<bool(const NetworkPeer&)>& condition,
                            double seconds) {

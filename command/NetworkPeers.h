@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 #include "ZANCocoaFramework/ZAN_Result.h"
 #include "command/Commands.h"
 #include "platform/Network.h"
@@ -31,6 +33,9 @@ class NetworkPeers {
   /// Waits until all that answer have answered, 8 seconds at most, and gives them in order of their
   /// names.
   Result<std::vector<NetworkPeer>> all();
+  /// As many services as were looked at, where there are more: anybody can make them up. Else
+  /// nothing.
+  std::optional<std::size_t> limit() const;
   /// Goes on looking until the condition holds for one of them; false when it does for none within
   /// so many seconds.
   bool waitFor(const std::function<bool(const NetworkPeer&)>& condition, double seconds);

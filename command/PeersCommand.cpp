@@ -49,6 +49,7 @@ ZAN_Value asValue(const NetworkPeer& peer, CommandHome& home) {
     actions.append(one);
   }
   const auto paired = pairedWith(peer, home);
+  const MachineIdentity own = MachineIdentity::of(home.machine());
   ZAN_Value machine = ZAN_Value::dictionary({{"name", peer.name.machine},
                                              {"identifier", peer.name.identifier},
                                              {"user", peer.name.user},
@@ -64,6 +65,8 @@ ZAN_Value asValue(const NetworkPeer& peer, CommandHome& home) {
                                              {"port", static_cast<int>(peer.service.port)},
                                              {"service", peer.service.name},
                                              {"actions", actions}});
+  if (peer.name.identifier == own.identifier && peer.name.user == own.user)
+    machine.setValue("own", true);
   if (paired) {
     machine.setValue("pairedAs", paired->machine.name);
     if (const Outcome tried = ModuleChannels::tried(); !tried)
@@ -86,7 +89,8 @@ void addAbsent(ZAN_Value& list, const std::vector<NetworkPeer>& peers, CommandHo
 constexpr std::string_view kPeerLines =
     "{!No machine of the network can be controlled.\n}"
     "{*{absent?{name}: paired with this machine, but not to be seen on the network; user {user}, "
-    "machine {identifier}\n}{absent!{name}: {active?active}{active!switched off}{locked?, locked}"
+    "machine {identifier}\n}{absent!{name}: {own?this machine itself, "
+    "}{active?active}{active!switched off}{locked?, locked}"
     "{paired?, paired with this machine{trouble?, but this machine cannot talk with it: "
     "{trouble}}{trouble!{encrypted!, but offers no encrypted channel}}}"
     "{proven?, {paired!asks for a proof of its password and }permits: {permits}}"
@@ -315,7 +319,7 @@ Result<std::string> typedPassword(const std::string& machine) {
 }
 
 Answer peersCommand(Arguments& arguments, const Console& console) {
-  arguments.json();
+  const bool isForProgram = arguments.json();
   const auto words = arguments.words(0, 0);
   if (!words) return wrongWords(words.error());
   NetworkPeers network(console);
@@ -325,7 +329,16 @@ Answer peersCommand(Arguments& arguments, const Console& console) {
   ZAN_Value list = ZAN_Value::array();
   for (const NetworkPeer& peer : *peers) list.append(asValue(peer, home));
   addAbsent(list, *peers, home);
-  return {list, TextForm(home.calendar()).fill(kPeerLines, list)};
+  std::string text = TextForm(home.calendar()).fill(kPeerLines, list);
+  if (const auto limit = network.limit()) {
+    text += "There are more than " + std::to_string(*limit) +
+            " of them on the network, and the others were not looked at: somebody may be making "
+            "them up.\n";
+    if (isForProgram)
+      console.err << jsonText(ZAN_Value::dictionary({{"limit", static_cast<std::int64_t>(*limit)}}),
+                              true);
+  }
+  return {list, text};
 }
 
 Answer peerCommand(Arguments& arguments, const Console& console) {

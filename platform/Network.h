@@ -186,6 +186,8 @@ class ServiceDiscovery {
     /// What answers at all has answered; what comes now is new.
     std::function<void()> settled;
     std::function<void(const std::string& reason)> failed;
+    /// There are more than are looked at, which are `most`; once.
+    std::function<void(std::size_t most)> full{};
   };
 
   virtual ~ServiceDiscovery() = default;

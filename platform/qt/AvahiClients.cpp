@@ -176,7 +176,10 @@ void Browsing::hear(const QDBusMessage& message) {
 
 void Browsing::itemNew(const QList<QVariant>& item) {
   const std::string name = item[2].toString().toStdString();
-  if (!mSeen.contains(name) && mSeen.size() >= kMostServices) return;
+  if (!mSeen.contains(name) && mSeen.size() >= kMostServices) {
+    if (!std::exchange(mFull, true) && mEvents.full) mEvents.full(kMostServices);
+    return;
+  }
   Seen& seen = mSeen[name];
   ++seen.places;
   ++seen.questions;

@@ -126,6 +126,7 @@ class Browsing final : public ServiceBrowsing, private Client {
   int mQuestions = 0;
   bool mAllForNow = false;
   bool mSettled = false;
+  bool mFull = false;
   std::shared_ptr<int> mAttempt = std::make_shared<int>(0);
 };
 

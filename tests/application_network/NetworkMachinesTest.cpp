@@ -111,25 +111,29 @@ TEST_F(NetworkMachinesTest, BesideNoBackupNothingIsShownButMachines) {
 }
 
 TEST_F(NetworkMachinesTest, EachIsShownAsFarAsItHasProvenItself) {
-  answer(
-      saying("peers",
-             "[" + machine("dora", R"("proven":false)") + "," +
-                 machine("carla", R"("proven":true,"password":true,"permits":"")") + "," +
-                 machine("anna",
-                         R"("proven":true,"paired":true,"pairedAs":"Attic","permits":"launch")") +
-                 "," + machine("liar", R"("proven":true,"paired":true)") +
-                 R"(,{"name":"emil","identifier":"e","user":1,"paired":true,"absent":true}])") +
-      saying("anna&&x status",
-             std::string(R"({"enabled":true,"actions":[)") + kAction +
-                 R"(],"attention":[{"kind":"failed","ref":7,"title":"Let\u202eters"}]})") +
-      "*\"liar&&x status\"*) for i in 1 2 3; do echo \"stranger $i: nothing\" >&2; done\n"
-      "echo 'corvana9: another machine answers' >&2; exit 1;;\n");
+  answer(saying("peers",
+                "[" + machine("dora", R"("proven":false)") + "," +
+                    machine("carla", R"("proven":true,"password":true,"permits":"")") + "," +
+                    machine("anna",
+                            R"("proven":true,"paired":true,"encrypted":true,"pairedAs":"Attic",)"
+                            R"("permits":"launch")") +
+                    "," + machine("liar", R"("proven":true,"paired":true,"encrypted":true)") + "," +
+                    machine("old", R"("proven":true,"paired":true)") + "," +
+                    machine("myself", R"("proven":true,"own":true)") +
+                    R"(,{"name":"emil","identifier":"e","user":1,"paired":true,"absent":true}])") +
+         saying("anna&&x status",
+                std::string(R"({"enabled":true,"actions":[)") + kAction +
+                    R"(],"attention":[{"kind":"failed","ref":7,"title":"Let\u202eters"}]})") +
+         "*\"liar&&x status\"*) for i in 1 2 3; do echo \"stranger $i: nothing\" >&2; done\n"
+         "echo 'corvana9: another machine answers' >&2; exit 1;;\n");
   NetworkMachines page(*household);
   page.resize(700, 900);
   page.show();
   ASSERT_TRUE(waitFor([&] { return says(page, "another machine answers"); }));
   ASSERT_TRUE(waitFor([&] { return says(page, household->text("NetNeeds", {1})); }));
   EXPECT_FALSE(says(page, "stranger"));
+  EXPECT_FALSE(says(page, "myself")) << "it is no other computer";
+  EXPECT_TRUE(says(page, text("NetNoChannelThere"))) << "the old one is not asked";
   EXPECT_TRUE(says(page, "Attic")) << "as its user calls it here";
   EXPECT_TRUE(says(page, household->text("NetFailed", {std::string("Let ters")})));
   for (const char* key :
@@ -204,6 +208,9 @@ TEST_F(NetworkMachinesTest, NothingIsSearchedOutOfSight) {
   answer(saying("peers", "[]"));
   press(*page, text("NetAgain"));
   EXPECT_TRUE(waitFor([&] { return says(*page, text("NetNone")); })) << "empty, it invites";
+  answer("*) echo '{\"limit\":2000}' >&2; echo '[]';;\n");
+  press(*page, text("NetAgain"));
+  EXPECT_TRUE(waitFor([&] { return says(*page, household->text("NetLimit", {2000})); }));
 }
 
 class PairingDialogTest : public NetworkMachinesTest {
