@@ -111,12 +111,16 @@ void RsyncOutput::readItemLine(std::string_view line) {
   if (!size || line.size() < 2 || line.front() != ' ') return;
   item.size = *size;
   item.name = decodedName(line.substr(1));
+  if (item.isTransfer()) {
+    ++mFiles;
+    mBytesBegun += item.size;
+  }
   if (mOnItem) mOnItem(item);
   if (!item.isDeletion()) mCurrentItem = std::move(item.name);
 }
 
 // "        30000007 100%  286.10MB/s    0:00:00 (xfr#5, to-chk=0/7)". The percentage is one of what
-// is known so far, and the count is of what was listed, so neither says how far it is.
+// is known so far, and bytes and count are also of what could not be opened or has vanished.
 void RsyncOutput::readProgressLine(std::string_view line) {
   skipBlanks(line);
   const auto bytes = leadingNumber(line);
@@ -125,7 +129,6 @@ void RsyncOutput::readProgressLine(std::string_view line) {
   const auto percent = leadingNumber(line);
   if (!bytes || !percent || !line.starts_with('%')) return;
   mBytes = std::max(mBytes, *bytes);
-  if (const auto files = numberAfter(line, "xfr#")) mFiles = std::max(mFiles, *files);
 }
 
 std::optional<std::string> RsyncOutput::itemOfHalf(const std::string& name) {

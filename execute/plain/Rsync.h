@@ -70,8 +70,9 @@ class RsyncOutput {
   /// Name of the item at work, relative to the folder that is copied; empty before the first.
   const std::string& currentItem() const { return mCurrentItem; }
   std::uint64_t itemsSeen() const { return mSeen; }  ///< while the source is being listed
-  std::uint64_t bytesCopied() const { return mBytes; }
-  std::uint64_t filesCopied() const { return mFiles; }
+  /// With what has been copied so far of the item at work.
+  std::uint64_t bytesCopied() const { return std::min(mBytes, mBytesBegun); }
+  std::uint64_t filesCopied() const { return mFiles; }  ///< the one at work included
   /// How many items the source has that are no folders; said at the end.
   std::uint64_t filesListed() const { return mListed - std::min(mFoldersListed, mListed); }
   /// And their bytes.
@@ -109,6 +110,7 @@ class RsyncOutput {
   std::string mCurrentItem;
   std::uint64_t mSeen = 0;
   std::uint64_t mBytes = 0;
+  std::uint64_t mBytesBegun = 0;  ///< of the items that rsync has opened
   std::uint64_t mFiles = 0;
   std::uint64_t mListed = 0;
   std::uint64_t mFoldersListed = 0;

@@ -16,7 +16,7 @@ TEST(RsyncOutput, ReadsItemsAndProgressInAnyPieces) {
       "@*deleting   0 src/old\n@>f+++++++++ 2 src/back\\#134#012slash\n"
       "\r              2   0%    0.00kB/s    0:00:00 (xfr#1, ir-chk=1000/1007)"
       "\r       30000007  60%  286.10MB/s    0:00:00 (xfr#5, to-chk=3/7)\n"
-      "@>f+++++++++ 1 src/new\\#012line bad\\#377\n@cd+++++++++ 4096 src/d/\n"
+      "@>f+++++++++ 20000001 src/new\\#012line bad\\#377\n@cd+++++++++ 4096 src/d/\n"
       "\r       30000007  40%  286.10MB/s    0:00:00 (xfr#6, to-chk=5/7)\n";
   for (const std::size_t piece : {text.size(), std::size_t{1}, std::size_t{7}}) {
     RsyncOutput output;
@@ -32,8 +32,8 @@ TEST(RsyncOutput, ReadsItemsAndProgressInAnyPieces) {
       EXPECT_THAT(items, testing::ElementsAre("", "src/back\\#012slash", "src/new\nline bad\xff",
                                               "src/d/"));
     }
-    EXPECT_EQ(output.bytesCopied(), 30000007u);
-    EXPECT_EQ(output.filesCopied(), 6u);
+    EXPECT_EQ(output.bytesCopied(), 20000003u) << "four have vanished";
+    EXPECT_EQ(output.filesCopied(), 2u);
   }
 }
 
