@@ -157,8 +157,8 @@ class MachineCard final : public Card {
     if (isAsking()) return mHousehold.text("NetAsking");
     if (isPairedHere() && !canBeAsked()) {
       mStanding->setMeaning(Look::Meaning::caution);
-      mDetails->setText(
-          mHousehold.text(mMachine.contains("trouble") ? "NetNoChannelHere" : "NetNoChannelThere"));
+      const bool isHere = mMachine.contains("trouble");
+      mDetails->setText(mHousehold.text(isHere ? "NetNoChannelHere" : "NetNoChannelThere"));
       return mHousehold.text("NetNoChannel");
     }
     if (canBeAsked()) {
