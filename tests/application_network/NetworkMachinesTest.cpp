@@ -153,8 +153,11 @@ TEST_F(NetworkMachinesTest, EachIsShownAsFarAsItHasProvenItself) {
 
 TEST_F(NetworkMachinesTest, WhatDeletesThereIsAskedForFirst) {
   answer(saying("peers",
-                "[" + machine("anna", R"("proven":true,"paired":true,"permits":"launch")") + "," +
-                    machine("carla", R"("proven":true,"password":true,"permits":"launch")") + "]") +
+                "[" +
+                    machine("anna",
+                            R"("proven":true,"paired":true,"encrypted":true,"permits":"launch")") +
+                    "," + machine("carla", R"("proven":true,"password":true,"permits":"launch")") +
+                    "]") +
          saying("anna&&x status", std::string(R"({"enabled":true,"actions":[)") + kAction + "]}") +
          "*launch*) cat >> \"$HOME/asked\"; echo '{}';;\n");
   NetworkMachines page(*household);
