@@ -129,6 +129,9 @@ void RsyncOutput::readProgressLine(std::string_view line) {
   const auto percent = leadingNumber(line);
   if (!bytes || !percent || !line.starts_with('%')) return;
   mBytes = std::max(mBytes, *bytes);
+  // Before an error rsync ends this line among the errors, so that the next one follows in it.
+  const auto next = std::min(line.find('@'), line.find("Number of files: "));
+  if (next != line.npos) readOutputLine(line.substr(next));
 }
 
 std::optional<std::string> RsyncOutput::itemOfHalf(const std::string& name) {

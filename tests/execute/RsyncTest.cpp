@@ -17,7 +17,11 @@ TEST(RsyncOutput, ReadsItemsAndProgressInAnyPieces) {
       "\r              2   0%    0.00kB/s    0:00:00 (xfr#1, ir-chk=1000/1007)"
       "\r       30000007  60%  286.10MB/s    0:00:00 (xfr#5, to-chk=3/7)\n"
       "@>f+++++++++ 20000001 src/new\\#012line bad\\#377\n@cd+++++++++ 4096 src/d/\n"
-      "\r       30000007  40%  286.10MB/s    0:00:00 (xfr#6, to-chk=5/7)\n";
+      "\r       30000007  40%  286.10MB/s    0:00:00 (xfr#6, to-chk=5/7)@>f+++++++++ 5 behind an "
+      "error\n"
+      "\r       30000012  40%  286.10MB/s    0:00:00 (xfr#7, to-chk=5/7)Number of files: 9 (reg: "
+      "8, "
+      "dir: 1)\n";
   for (const std::size_t piece : {text.size(), std::size_t{1}, std::size_t{7}}) {
     RsyncOutput output;
     std::vector<std::string> items;
@@ -27,13 +31,14 @@ TEST(RsyncOutput, ReadsItemsAndProgressInAnyPieces) {
         items.push_back(output.currentItem());
     }
     output.finish();
-    EXPECT_EQ(output.currentItem(), "src/d/");
+    EXPECT_EQ(output.currentItem(), "behind an error");
+    EXPECT_EQ(output.filesListed(), 8u);
     if (piece == 1) {
       EXPECT_THAT(items, testing::ElementsAre("", "src/back\\#012slash", "src/new\nline bad\xff",
-                                              "src/d/"));
+                                              "src/d/", "behind an error"));
     }
-    EXPECT_EQ(output.bytesCopied(), 20000003u) << "four have vanished";
-    EXPECT_EQ(output.filesCopied(), 2u);
+    EXPECT_EQ(output.bytesCopied(), 20000008u) << "others have vanished";
+    EXPECT_EQ(output.filesCopied(), 3u);
   }
 }
 
