@@ -104,7 +104,7 @@ Result<std::vector<VersionTarget>> VersionRequest::targets() const {
   }
   const std::string to = TaskRequest::pathFrom(mRequest["to"]);
   // Copies that somebody else's action has made belong nowhere here.
-  const ZAN_Value nobody;
+  const ZAN_Value nobody{};
   const VersionPlaces places(mVersion, mRequest.string("from").empty() ? mSettings : nobody,
                              m.volumes);
   std::vector<VersionTarget> targets;

@@ -359,8 +359,7 @@ DescriptorWatch::WatchId QtRunLoop::watch(int descriptor, Event event, std::func
   auto notifier = std::make_unique<QSocketNotifier>(descriptor, typeOf(event));
   const auto shared = std::make_shared<std::function<void()>>(std::move(body));
   QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(), [shared, &my] {
-    const auto kept = shared;
-    if (!my.mQuit) my.perform(*kept);
+    if (!my.mQuit) my.perform([kept = shared] { (*kept)(); });
   });
   my.mWatches.emplace(id, std::move(notifier));
   return id;

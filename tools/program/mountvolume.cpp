@@ -105,7 +105,7 @@ Outcome AliasTool::mountPlace(const std::string& place) const {
   const auto disks = DiskList::read();
   if (!disks) return disks.error();
   const Disk* disk = disks->find(place).disk;
-  const std::string folder = tool.volumesFolder();
+  const std::string& folder = tool.volumesFolder();
   if (!disk && ZAN_FilesUtils::isBelow(place, folder)) {
     const std::string_view below = *ZAN_FilesUtils::relativePath(place, folder);
     const std::string name(below.substr(0, below.find('/')));
