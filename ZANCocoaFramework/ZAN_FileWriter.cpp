@@ -34,19 +34,21 @@ ZAN_Descriptor openLockFile(const std::string& path) {
 
 Result<ZAN_FileLock> ZAN_FileLock::acquire(const std::string& path, double seconds,
                                            const std::function<void(double)>& pause) {
-  double patience = seconds;
+  double waited = 0;
+  const auto counted = [&](double moment) {
+    pause(moment);
+    waited += moment;
+  };
   ZAN_FileLock place;
   // One that was stopped in front keeps the others out for a moment only.
-  if (double moment = std::min(seconds, kLongestInFront); moment > 0) {
-    patience -= moment;
-    if (auto inFront = take(path + std::string(kInFront), moment, pause))
-      place = *std::move(inFront);
-    patience += moment;
+  if (seconds > 0) {
+    auto inFront = take(path + std::string(kInFront), std::min(seconds, kLongestInFront), counted);
+    if (inFront) place = *std::move(inFront);
   }
-  return take(path, patience, pause);
+  return take(path, seconds - waited, pause);
 }
 
-Result<ZAN_FileLock> ZAN_FileLock::take(const std::string& path, double& patience,
+Result<ZAN_FileLock> ZAN_FileLock::take(const std::string& path, double patience,
                                         const std::function<void(double)>& pause) {
   ZAN_Descriptor file = openLockFile(path);
   if (!file && errno == ENOENT) {

@@ -33,8 +33,8 @@ class ZAN_FileLock {
 
  private:
   explicit ZAN_FileLock(ZAN_Descriptor file) : mFile(std::move(file)) {}
-  /// Without minding who waits; `patience` loses the seconds that it took.
-  static Result<ZAN_FileLock> take(const std::string& path, double& patience,
+  /// Without minding who waits; `patience` in seconds.
+  static Result<ZAN_FileLock> take(const std::string& path, double patience,
                                    const std::function<void(double)>& pause);
 
   ZAN_Descriptor mFile;
