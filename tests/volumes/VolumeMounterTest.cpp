@@ -69,6 +69,8 @@ TEST_F(VolumeMounterTest, OffersAliasesThenPartitionsThatAreNoSystemPartitions) 
   EXPECT_THAT(offered(), ElementsAre("share.desktop alias", "Recovery HD 2 sdd1", "Photos sde1"));
   mounter.setMountsSystemPartitions(true);
   EXPECT_EQ(offered().size(), 5U);
+  EXPECT_THAT(ZAN_ConnectedVolumes::getAllPartitionsBSDName(tools),
+              ElementsAre("sda1", "sdb1", "sdc1", "sdd1", "sde1", "sdf1"));
 
   // A second request while one runs is dropped.
   p.processes.toolRuns.clear();
