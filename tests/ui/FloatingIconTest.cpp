@@ -91,5 +91,71 @@ TEST_F(FloatingIconTest, ShowsHowFarTheExecutionIs) {
   EXPECT_EQ(machine.userInterface.errors, 3);
 }
 
+/// When the icon in the menu bar is there, for each way that the user wants it.
+TEST_F(FloatingIconTest, TheStatusItemComesWhenItIsNeededAndGoes) {
+  const auto note = [&](Change change) {
+    records.changes.note(change);
+    advance(0);
+  };
+  const auto isThere = [&](bool comesAnew) {
+    if (comesAnew) machine.userInterface.removeStatusItem();
+    statusItem.turn(1, {});
+    return statusItem.exists();
+  };
+  prefer(IconShown::floatingIconNever, IconShown::statusIconNever);
+  statusItem.createStatusItem();
+  EXPECT_FALSE(statusItem.exists());
+  for (const bool mainApp : {false, true}) {
+    state.mMainAppLaunched = mainApp;
+    state.mErrorInExecution = 6;
+    note(Change::execution);
+    EXPECT_TRUE(statusItem.exists()) << "for an error";
+    EXPECT_EQ(statusItem.nextTurn(), kAtOnce) << "which is drawn";
+    state.mMenuMustBeUpdatedTicks = 0;
+    EXPECT_EQ(statusItem.nextTurn(), kNever);
+    state.mErrorInExecution = 0;
+    note(Change::execution);
+    EXPECT_EQ(statusItem.exists(), mainApp);
+  }
+  note(Change::preferences);
+  EXPECT_FALSE(statusItem.exists());
+
+  prefer(IconShown::floatingIconNever, IconShown::onHover);
+  EXPECT_TRUE(isThere(true)) << "the main application is open";
+  state.mMainAppLaunched = false;
+  EXPECT_FALSE(isThere(true));
+  EXPECT_EQ(statusItem.nextTurn(), kNever);
+  state.mExecuting = true;
+  EXPECT_EQ(statusItem.nextTurn(), kAtOnce);
+  EXPECT_TRUE(isThere(true));
+  state.mMenuMustBeUpdatedTicks = 0;
+  EXPECT_EQ(statusItem.nextTurn(), kNever);
+  state.mExecuting = false;
+  for (const Window window : {Window::nextActions, Window::status}) {
+    machine.userInterface.showWindow(window);
+    EXPECT_TRUE(isThere(true));
+    machine.userInterface.hideWindow(window);
+  }
+  state.mMenuMustBeUpdatedTicks = 0;
+  state.mCanHideMenubarIcon.set(now() + 5);
+  EXPECT_TRUE(isThere(false));
+  EXPECT_EQ(statusItem.nextTurn(), state.mCanHideMenubarIcon.passing());
+  advance(6);
+  EXPECT_FALSE(isThere(false));
+
+  // What it says comes when it is another.
+  prefer(IconShown::floatingIconNever, IconShown::always);
+  note(Change::preferences);
+  EXPECT_TRUE(statusItem.exists());
+  state.mLacking = {7};
+  setActions({action(7)});
+  note(Change::execution);
+  EXPECT_NE(machine.userInterface.toolTip.find("A7"), std::string::npos);
+  state.mLacking = {7, 8};
+  note(Change::execution);
+  EXPECT_EQ(machine.userInterface.toolTip.find("A7"), std::string::npos);
+  EXPECT_NE(machine.userInterface.toolTip.find("2"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace corvana

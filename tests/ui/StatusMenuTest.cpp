@@ -10,6 +10,7 @@
 
 #include "core/machine/VolumeMounter.h"
 #include "tests/scenario/Scenario.h"
+#include "ui/FloatingIcon.h"
 #include "volumes/ZAN_MountVolume.h"
 
 namespace corvana {
@@ -168,6 +169,101 @@ TEST_F(StatusMenuTest, volumesToMountAreNamedWithWhatTheyAre) {
   day.runFor(2);
   EXPECT_TRUE(std::filesystem::exists(day.machine.volumes.folder + "/Music"));
   EXPECT_TRUE(day.agent->state().mMenuWasUsed);
+}
+
+TEST_F(StatusMenuTest, everyChoiceLeadsToWhatItNames) {
+  start();
+  sources->records.tree.rootItem().addGroup("Letters", "", 0);
+  SimulatedUserInterface& screen = day.machine.userInterface;
+  const std::pair<const char*, Window> windows[] = {
+      {"Preferences…", Window::preferences},
+      {"Status and automatic execution…", Window::status},
+      {"Next actions…", Window::nextActions},
+      {"Queue…", Window::queue},
+      {"Latest actions…", Window::latestActions},
+      {"Errors…", Window::errorSummary},
+      {"Execution survey…", Window::executionSurvey},
+      {"Volumes to mount…", Window::mountVolumes}};
+  for (const auto& [title, window] : windows) {
+    SCOPED_TRACE(title);
+    MenuItem::List items = this->items();
+    for (MenuItem& item : find(items, "Mount a volume")->fill()) items.push_back(std::move(item));
+    for (MenuItem& item : menu->floatingItems()) items.push_back(std::move(item));
+    screen.windows.clear();
+    int times = 0;
+    for (const MenuItem& item : items) {
+      if (item.title != title) continue;
+      item.action();
+      ++times;
+    }
+    EXPECT_GE(times, 1);
+    EXPECT_EQ(screen.windows, std::set{window});
+  }
+  EXPECT_THAT(titlesOf(menu->floatingItems()),
+              ElementsAre("No action is scheduled", "", "Pause", "Stop", "Run an action",
+                          "Favourites", "", "Overview…", "Next actions…", "Queue…",
+                          "Latest actions…", "", "Turn automatic execution off", "Preferences…"));
+  MenuItem::List items = this->items();
+  const auto filled = [&](const char* title) { return titlesOf(find(items, title)->fill()); };
+  EXPECT_THAT(filled("Favourites"), ElementsAre("No favourites"));
+  EXPECT_THAT(titlesOf(find(items, "Run an action")->fill()[2].fill()), ElementsAre("No actions"));
+  const MenuItem::List places = find(items, "Go to")->fill();
+  EXPECT_THAT(titlesOf(places),
+              ElementsAre("Settings folder",
+                          std::filesystem::path(day.machine.folder.path()).filename().string(),
+                          "Start-up disk"));
+  for (const char* name : {"b/inside.txt", ".hidden", "A.txt", "c.txt"})
+    day.machine.folder.write(std::string("Many/") + name, "");
+  const MenuItem::List files =
+      folderItems(day.machine.processes, day.machine.folder.at("Many"),
+                  [&](const std::string& path) { (void)day.machine.processes.open(path); });
+  EXPECT_THAT(titlesOf(files), ElementsAre("A.txt", "b", "c.txt"));
+  EXPECT_EQ(files[0].icon, MenuIcon::file);
+  EXPECT_FALSE(files[0].read);
+  EXPECT_EQ(files[1].icon, MenuIcon::folder);
+  files[1].read()[0].action();
+  EXPECT_EQ(day.machine.processes.opened.back(), day.machine.folder.at("Many/b/inside.txt"));
+  for (int i = 0; i < 70; ++i) day.machine.folder.write("Many/b/" + std::to_string(i), "");
+  EXPECT_EQ(files[1].read().size(), 60U);
+  for (const char* title : {"Stop", "Skip this item", "Show progress"})
+    EXPECT_FALSE(find(items, title)->enabled) << title;
+  find(items, "Context")->fill()[2].action();
+  EXPECT_EQ(day.agent->state().mContext, 2);
+  EXPECT_TRUE(find(items, "Context")->fill()[2].checked);
+
+  // What needs the user's attention stands behind the title, the worst first.
+  SchedulerState& state = sources->records.state;
+  state.mStartedFromNewMachine = true;
+  state.mSurveyFolderResult = ZAN_Value("found");
+  state.mLacking = {1, 2};
+  items = menu->items();
+  EXPECT_EQ(items[0].colour, MenuColour::alarm);
+  EXPECT_EQ(items[1].colour, MenuColour::alarm);
+  EXPECT_EQ(items[2].colour, MenuColour::warning);
+  EXPECT_EQ(items[3].colour, MenuColour::warning);
+  EXPECT_TRUE(items[4].title.empty());
+  items[2].action();
+  EXPECT_TRUE(screen.windows.contains(Window::errorSummary));
+}
+
+TEST_F(StatusMenuTest, theFloatingIconNamesWhatIsGoingOnAndWhatComes) {
+  const auto add = [&](const char* title, double from) {
+    const ReferenceTime at = day.machine.clock.now() + from;
+    return day.action(title, daily(at, at - 86400));
+  };
+  add("Soon", 3600);
+  const std::int64_t later = add("Later", 7200);
+  start();
+  day.runFor(5);
+  const auto lines = [&](std::size_t count) { return floatingIconLines(*sources, count); };
+  EXPECT_THAT(lines(0), testing::IsEmpty());
+  EXPECT_THAT(lines(2), ElementsAre(testing::HasSubstr("Soon"), "2:00 PM  Later"));
+  EXPECT_EQ(lines(1).size(), 1U);
+  sources->work.queue.addActionToQueue(later, day.machine.clock.now() + 600, -1, true, false,
+                                       false);
+  EXPECT_THAT(lines(9), testing::Contains("1:00 PM  Soon")) << "it is not the title any more";
+  choose("Pause");
+  EXPECT_EQ(lines(9)[0], "Paused");
 }
 
 TEST_F(StatusMenuTest, allDisksAreReadBeforeTheirWindowComesUp) {
