@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
+#include "actions/ActionStore.h"
+#include "platform/simulated/SimulatedPlatform.h"
 #include "remote/Pairing.h"
 #include "remote/RemoteCommand.h"
 
@@ -273,6 +276,60 @@ TEST_F(PairingTest, AMessageChangedInOneBitEndsItOrIsSeen) {
   }
   for (const std::size_t size : {0, 31, 33, 5000})
     EXPECT_FALSE(Pairing(Role::accepting, {"b", "b", 1}).receive(std::vector<std::byte>(size)));
+}
+
+TEST(PairedMachines, AreKeptRenamedAndForgotten) {
+  SimulatedPlatform machine;
+  ActionStore store(machine.clock, machine.machine, machine.systemLog);
+  PairedMachines paired(store);
+  const auto key = [](int fill) {
+    return *ControlKey::from(std::vector<std::byte>(32, static_cast<std::byte>(fill)));
+  };
+  const auto names = [&] {
+    std::string names;
+    for (const PairedMachine& one : PairedMachines(store).all())
+      names += one.machine.name + "=" + one.machine.sender() + " ";
+    return names;
+  };
+  EXPECT_TRUE(paired.haveChanged());
+  EXPECT_FALSE(paired.haveChanged());
+  ASSERT_TRUE(paired.add({{"anna", "a11a", 501}, key(1), key(2)}));
+  ASSERT_TRUE(paired.add({{"berta", "be27a", 501}, key(3), key(4)}));
+  ASSERT_TRUE(paired.add({{"anna 2", "a11a", 501}, key(5), key(6)}));
+  ASSERT_TRUE(paired.add({{"be27a/501", "a11a", 502}, key(7), key(8)}));
+  EXPECT_TRUE(paired.haveChanged());
+  EXPECT_EQ(names(), "berta=be27a/501 anna 2=a11a/501 be27a/501=a11a/502 ");
+  EXPECT_EQ(paired.all()[1].toControl.bytes()[0], std::byte{5});
+  EXPECT_EQ(paired.all()[1].toBeControlled.bytes()[0], std::byte{6});
+  EXPECT_FALSE(paired.forget("a11a")) << "several";
+  EXPECT_FALSE(paired.forget("nobody").valueOr(true));
+  EXPECT_FALSE(paired.rename("berta", ""));
+  EXPECT_TRUE(paired.rename("berta", "my\nberta").valueOr(false));
+  EXPECT_TRUE(paired.forget("be27a/501").valueOr(false))
+      << "the one that it is, not the one called so";
+  EXPECT_EQ(names(), "anna 2=a11a/501 be27a/501=a11a/502 ");
+
+  // What was damaged is left out, and what could be no sender.
+  const std::string path = store.folder().pathOf(DataFolder::kPaired);
+  const ZAN_Value good = store.files().readListFromFile(DataFolder::kPaired).at(0);
+  ZAN_Value list = ZAN_Value::array({good});
+  for (const auto& [field, value] : std::initializer_list<std::pair<const char*, ZAN_Value>>{
+           {"Identifier", "a/b"},
+           {"Identifier", ""},
+           {"Identifier", std::string(300, 'a')},
+           {"Name", ""},
+           {"KeyToControl", ZAN_Value::data(std::vector<std::byte>(31))},
+           {"KeyToBeControlled", ZAN_Value()}}) {
+    ZAN_Value bad = good;
+    bad.setValue(field, value);
+    list.append(bad);
+  }
+  ASSERT_TRUE(store.files().writeListToPath(list, path));
+  EXPECT_EQ(names(), "anna 2=a11a/501 ");
+  struct stat status;
+  ASSERT_TRUE(paired.rename("anna 2", "anna"));
+  ASSERT_EQ(::stat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600U) << "keys are nobody else's business";
 }
 
 }  // namespace
