@@ -238,6 +238,63 @@ TEST(Dates, YearlyAndMonthlyDaysAreThoseThatExist) {
   EXPECT_EQ(monthly("2026-11-21 12:00", 5, 0, "1,2,3"), "none");
 }
 
+TEST(Dates, DaysOfMonthsFollowTheirWeekdays) {
+  // August 2026 begins on a Saturday, February and March 2026 on a Sunday; May ends on a Sunday,
+  // October on a Saturday.
+  const auto next = [](std::string_view now, int mode, int weekday = 0, int parity = 0) {
+    const std::string date = paris(now)
+                                 .entry({{"TriggerScheduleMode", 2},
+                                         {"TriggerScheduleMonthMode", mode},
+                                         {"TriggerScheduleEvenOdd", parity},
+                                         {"TriggerScheduleMonthWeekDay", weekday}},
+                                        "2020-01-01 09:00")
+                                 .next();
+    return date == "none" ? date : date.substr(0, 10);
+  };
+  constexpr int kFirstDay = 10, kFirstWorkingDay = 11, kLastDay = 12, kLastWorkingDay = 13,
+                kFirst = 14, kLast = 15, kSecond = 16;
+  EXPECT_EQ(next("2026-07-31 12:00", kFirstDay), "2026-08-01");
+  EXPECT_EQ(next("2026-07-31 12:00", kFirstWorkingDay), "2026-08-03");
+  EXPECT_EQ(next("2026-02-01 12:00", kFirstWorkingDay), "2026-02-02");
+  EXPECT_EQ(next("2026-03-31 12:00", kFirstWorkingDay), "2026-04-01");
+  EXPECT_EQ(next("2028-02-10 12:00", kLastDay), "2028-02-29");
+  EXPECT_EQ(next("2026-05-10 12:00", kLastWorkingDay), "2026-05-29");
+  EXPECT_EQ(next("2026-10-10 12:00", kLastWorkingDay), "2026-10-30");
+  EXPECT_EQ(next("2026-09-10 12:00", kLastWorkingDay), "2026-09-30");
+  EXPECT_EQ(next("2026-07-31 12:00", kFirst, 7), "2026-08-01") << "a Saturday";
+  EXPECT_EQ(next("2026-07-31 12:00", kFirst, 6), "2026-08-07");
+  EXPECT_EQ(next("2026-07-31 12:00", kFirst, 1), "2026-08-02");
+  EXPECT_EQ(next("2026-05-10 12:00", kLast, 1), "2026-05-31") << "a Sunday";
+  EXPECT_EQ(next("2026-05-10 12:00", kLast, 2), "2026-05-25");
+  EXPECT_EQ(next("2026-07-31 12:00", kSecond, 7), "2026-08-08");
+  for (const int none : {0, 8, -1}) {
+    for (const int mode : {kFirst, kLast, kSecond})
+      EXPECT_EQ(next("2026-07-31 12:00", mode, none), "none");
+  }
+  for (const int mode : {9, 17}) EXPECT_EQ(next("2026-07-31 12:00", mode, 2), "none");
+  EXPECT_EQ(next("2026-07-31 12:00", kFirstDay, 0, 1), "2026-09-01") << "of odd months";
+  EXPECT_EQ(next("2026-07-31 12:00", kFirstDay, 0, 2), "2026-08-01");
+  EXPECT_EQ(next("2026-12-10 12:00", kFirstDay, 0, 2), "2027-02-01");
+  const auto yearly = [](int day, int month) {
+    return paris()
+        .entry({{"TriggerScheduleMode", 3},
+                {"TriggerScheduleDay", day},
+                {"TriggerScheduleMonth", month}},
+               "2020-01-01 09:00")
+        .next();
+  };
+  EXPECT_EQ(yearly(31, 12), "2026-12-31 09:00:00");
+  EXPECT_EQ(yearly(1, 1), "2027-01-01 09:00:00");
+  for (const auto& [day, month] : {std::pair{0, 1}, {1, 0}, {32, 12}, {1, 13}})
+    EXPECT_EQ(yearly(day, month), "none");
+  const auto everyDay = [](std::string_view now, int parity) {
+    return paris(now).entry({{"TriggerScheduleEvenOdd", parity}}, "2020-01-01 09:00").next();
+  };
+  EXPECT_EQ(everyDay("2026-08-31 08:00", 2), "2026-09-02 09:00:00");
+  EXPECT_EQ(everyDay("2026-08-31 09:30", 1), "2026-08-31 09:00:00");
+  EXPECT_EQ(everyDay("2026-08-30 12:00", 1), "2026-08-31 09:00:00");
+}
+
 TEST(Dates, OddAndEvenWeeksAreTheRegions) {
   const auto evenSundays = [](std::string_view region) {
     return Case("Europe/Paris", "2026-11-19 12:00", region)
@@ -403,6 +460,10 @@ TEST(ActionItems, SourcesComeAsOneOrMany) {
   EXPECT_EQ(paths(ZAN_Value::dictionary(
                 {{"ItemsListOfSourcePath", ZAN_Value::array()}, {"ItemsDestination", "text"}})),
             "|");
+  EXPECT_TRUE(ActionsTools::hasSourceList(ZAN_Value::dictionary({{"ItemsSource", one}})));
+  EXPECT_TRUE(ActionsTools::hasSourceList(
+      ZAN_Value::dictionary({{"ItemsListOfSourcePath", ZAN_Value::array()}})));
+  EXPECT_FALSE(ActionsTools::hasSourceList(ZAN_Value::dictionary({{"ItemsSource", "text"}})));
 }
 
 TEST(ActionItems, DescriptionsKeepWhatTheyDoNotKnow) {

@@ -260,8 +260,9 @@ TEST_F(ForecastTest, WhatCanNeverRunIsToldWithTheReason) {
   spring.time = clock(2, 30);
   EXPECT_THAT(whys(within(spring, clock(3), clock(4))), ElementsAre(Why::outsideHours))
       << "on the one day on which the clocks go forward it would";
-  EXPECT_THAT(whys(within(periodic(ScheduleKind::volumeMounted, now), clock(8), clock(9))),
-              IsEmpty());
+  for (const ScheduleKind kind :
+       {ScheduleKind::volumeMounted, ScheduleKind::firstStartUpOfDay, ScheduleKind::nextDay})
+    EXPECT_THAT(whys(within(periodic(kind, now), clock(8), clock(9))), IsEmpty());
 }
 
 TEST_F(ForecastTest, TheLastOfManyMissedRunsIsFoundFromTheEnd) {

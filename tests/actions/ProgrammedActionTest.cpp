@@ -115,6 +115,49 @@ TEST_F(ProgrammedActionTest, DecodedScheduleFollowsTheRecord) {
   action.setSetting("TriggerScheduleMinutes", 30);
   EXPECT_EQ(action.schedule().kind, ScheduleKind::hourly);
   EXPECT_EQ(action.triggerSettings().idleMinutes, 30);
+
+  const auto shown = [](const Schedule& of, const TriggerSettings& trigger) {
+    ZAN_Value list = ZAN_Value::array();
+    const auto date = [&](const std::optional<ReferenceTime>& one) {
+      list.append(one.value_or(-1));
+    };
+    for (const ZAN_Value& one : std::initializer_list<ZAN_Value>{
+             of.automatic, static_cast<int>(of.kind), static_cast<int>(of.hourDelay), of.minutes,
+             of.hasAllowedHours, of.list.size(), trigger.title, trigger.shortcut, trigger.mode,
+             static_cast<int>(trigger.context), trigger.idleMinutes, trigger.notExecuted,
+             trigger.notExecutedDays, trigger.appQuitPath})
+      list.append(one);
+    date(of.time);
+    date(of.allowedFrom);
+    date(of.allowedTo);
+    return list;
+  };
+  const ZAN_Value noon = ZAN_Value::date(43200);
+  for (const auto& [key, value] : std::initializer_list<std::pair<std::string_view, ZAN_Value>>{
+           {"TriggerHourDelay", 2},
+           {"TriggerFrequencyPopup", 20},
+           {"TriggerScheduleMinutes", 45},
+           {"TriggerFrequencyPopup", 1},
+           {"TriggerScheduleTime", noon},
+           {"TriggerAllowedHours", 1},
+           {"TriggerAllowedHoursFrom", noon},
+           {"TriggerAllowedHoursTo", noon},
+           {"TriggerScheduleList", archived(ZAN_Value::array({ZAN_Value::dictionary()}))},
+           {"TriggerAutomatic", 0},
+           {"Title", "other"},
+           {ActionKey::shortcut, "x"},
+           {"Mode", 3},
+           {ActionKey::context, 2},
+           {ActionKey::notExecuted, 1},
+           {ActionKey::notExecutedDays, 9},
+           {"TriggerAppQuitPath", "/a"}}) {
+    const ZAN_Value before = shown(action.schedule(), action.triggerSettings());
+    action.setSetting(key, value);
+    const ZAN_Value after = shown(action.schedule(), action.triggerSettings());
+    EXPECT_NE(after, before) << key;
+    EXPECT_EQ(after, shown(Schedule(action.getSettings()), TriggerSettings(action.getSettings())))
+        << key;
+  }
 }
 
 TEST_F(ProgrammedActionTest, SortsByEachMode) {

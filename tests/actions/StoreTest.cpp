@@ -228,6 +228,14 @@ TEST_F(Store, SettingsOfTwoProgramsAreMerged) {
   ASSERT_TRUE(store.settings().setMainAppSetting({}, "one"));
   EXPECT_EQ(other.settings().mainAppSettings(),
             ZAN_Value::dictionary({{"two", "b"}, {"starts", 2}}));
+
+  // The region that the user chose for dates counts for both calendars of texts.
+  ZAN_StringUtils strings("en_US");
+  const auto noon = [](const ZAN_StringUtils& in) { return in.getShortTime(12 * 3600); };
+  ASSERT_TRUE(store.settings().setMainAppSetting("de_DE", "ZAN_StringUtils_dateLocale"));
+  other.settings().applyDateLocaleFromSettings(strings);
+  EXPECT_EQ(noon(strings), "12:00");
+  EXPECT_EQ(noon(other.dates().strings()), "12:00");
 }
 
 TEST_F(Store, PasswordsAreReadInEveryStoredForm) {
