@@ -46,7 +46,6 @@ class Scenario {
   /// Adds an action to the stored tree and gives its reference. Keys of `record` go over the
   /// defaults: automatic, last scheduled at the beginning.
   std::int64_t action(const std::string& title, const ZAN_Value& record);
-  std::int64_t group(const std::string& title);
   void writeTree();
   /// Changes the stored tree as the main application does, without telling anybody.
   void removeAction(std::int64_t ref);

@@ -3,7 +3,8 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "tests/scenario/Scenario.h"
+#include "actions/ActionStore.h"
+#include "platform/simulated/SimulatedPlatform.h"
 #include "volumes/VolumesHistory.h"
 #include "volumes/ZAN_MountedVolumes.h"
 
@@ -14,8 +15,8 @@ constexpr std::int64_t kDay = 86'400;
 
 class Histories : public testing::Test {
  protected:
-  SimulatedVolumes& disks() { return day.machine.volumes; }
-  std::int64_t now() const { return static_cast<std::int64_t>(day.machine.clock.now()); }
+  SimulatedVolumes& disks() { return machine.volumes; }
+  std::int64_t now() const { return static_cast<std::int64_t>(machine.clock.now()); }
 
   static ZAN_Value hourRecord(std::int64_t date) {
     return ZAN_Value::dictionary(
@@ -37,9 +38,11 @@ class Histories : public testing::Test {
     return result;
   }
 
-  Scenario day{"2024-01-02 12:10:00"};
-  ZAN_MountedVolumes mounted{day.machine.volumes};
-  FreeSpaceHistory history{day.store(), mounted};
+  static constexpr ReferenceTime kNoon = SimulatedPlatform::kFirstDate;
+  SimulatedPlatform machine{kNoon + 600};
+  ActionStore store{machine.clock, machine.machine, machine.systemLog};
+  ZAN_MountedVolumes mounted{machine.volumes};
+  FreeSpaceHistory history{store, mounted};
 };
 
 TEST_F(Histories, AnHourIsOneRecordOfItsExtremes) {
@@ -49,9 +52,9 @@ TEST_F(Histories, AnHourIsOneRecordOfItsExtremes) {
   for (const std::uint64_t free : {500U, 900U, 300U, 700U}) {
     disks().setFree(usb, free);
     history.addVolumesSurveyorData();
-    day.machine.clock.sleep(600);
+    machine.clock.sleep(600);
   }
-  day.machine.clock.sleep(1800);
+  machine.clock.sleep(1800);
   history.addVolumesSurveyorData();
   const ZAN_Value list = history.readVolumesSurveyorList();
   ASSERT_EQ(list.size(), 2U) << "neither what is locked nor a small volume of the system";
@@ -61,7 +64,7 @@ TEST_F(Histories, AnHourIsOneRecordOfItsExtremes) {
   const ZAN_Value records = FreeSpaceHistory::records(entry);
   ASSERT_EQ(records.size(), 2U);
   const ZAN_Value& first = records.at(0);
-  EXPECT_EQ(first.integer("D"), static_cast<std::int64_t>(day.at("2024-01-02 12:00:00")));
+  EXPECT_EQ(first.integer("D"), static_cast<std::int64_t>(kNoon));
   EXPECT_EQ(first.integer("F"), 500);
   EXPECT_EQ(first.integer("E"), 700);
   EXPECT_EQ(first.integer("L"), 300);
@@ -79,10 +82,10 @@ TEST_F(Histories, PruningKeepsADayOfWhatIsOldAndTurnsTheOrderRound) {
                         volume("once", at(16, 1)), volume("gone", at(91, 50)), volume("empty", {}),
                         volume("old", {before(1831), dayBegin + 3600, dayBegin + 7200, before(10),
                                        before(-1), before(-3)})});
-  ASSERT_TRUE(day.store().files().writeListToFile(list, DataFolder::kVolumesInfo));
-  ASSERT_TRUE(day.store().files().writeListToFile(
-      ZAN_Value::array({volume("old", {before(10), before(5)})}),
-      "Corvana 9 Volumes Info+.cva9data"));
+  ASSERT_TRUE(store.files().writeListToFile(list, DataFolder::kVolumesInfo));
+  ASSERT_TRUE(
+      store.files().writeListToFile(ZAN_Value::array({volume("old", {before(10), before(5)})}),
+                                    "Corvana 9 Volumes Info+.cva9data"));
   history.cleanVolumesSurveyorList();
   list = history.readVolumesSurveyorList();
   ASSERT_EQ(list.size(), 2U);
@@ -93,7 +96,7 @@ TEST_F(Histories, PruningKeepsADayOfWhatIsOldAndTurnsTheOrderRound) {
 }
 
 TEST_F(Histories, SnapshotsOfWhatIsMountedFollowTheirOddRule) {
-  MountedVolumesHistory snapshots(day.store(), mounted);
+  MountedVolumesHistory snapshots(store, mounted);
   snapshots.updateSurveyMountedVolumes();
   EXPECT_EQ(snapshots.readSurveyMountedVolumesList().size(), 1U);
   snapshots.updateSurveyMountedVolumes();
@@ -103,10 +106,10 @@ TEST_F(Histories, SnapshotsOfWhatIsMountedFollowTheirOddRule) {
   const ZAN_Value other = ZAN_Value::array({ZAN_Value::dictionary({{"VolumeFolderName", "X"}})});
   for (int i = 0; i < 29; ++i) {
     list.append(ZAN_Value::dictionary(
-        {{"date", ZAN_Value::date(day.machine.clock.now() - (i < 10 ? 1'296'001 : 1'296'000))},
+        {{"date", ZAN_Value::date(machine.clock.now() - (i < 10 ? 1'296'001 : 1'296'000))},
          {"list", other}}));
   }
-  ASSERT_TRUE(day.store().files().writeListToFile(list, DataFolder::kVolumesMounted));
+  ASSERT_TRUE(store.files().writeListToFile(list, DataFolder::kVolumesMounted));
   snapshots.updateSurveyMountedVolumes();
   EXPECT_EQ(snapshots.readSurveyMountedVolumesList().size(), 31U)
       << "as many volumes, and each another: nothing is recorded";
