@@ -69,7 +69,7 @@ TEST(LaunchableActions, ATitleOfAnyLengthLeavesTheNumbers) {
   EXPECT_EQ(parsed->ref, action.ref);
   EXPECT_EQ(parsed->lastScheduleDate, action.lastScheduleDate);
   for (const char* other : {"RemoteControlMachineUpdated=YES", "Ref-1", "Ref-1=a\t2\t1",
-                            "Ref-1=", "Ref-1=a\t2\t0\t0", "Ref-1=a\t2\tx\t0"})
+                            "Ref-1=", "Ref-1=5", "Ref-1=a\t2\t0\t0", "Ref-1=a\t2\tx\t0"})
     EXPECT_FALSE(LaunchableAction::parse(other)) << other;
 }
 

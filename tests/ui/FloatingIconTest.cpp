@@ -74,6 +74,9 @@ TEST_F(FloatingIconTest, LooksForThePointerOnlyWhereItMayMatter) {
     prefer(floating, IconShown::onHover);
     EXPECT_EQ(icon.nextTurn(), kAtOnce);
   }
+  machine.userInterface.showWindow(Window::floatingIcon);
+  prefer(IconShown::floatingIconNever, IconShown::always);
+  EXPECT_EQ(icon.nextTurn(), kAtOnce) << "one that is no longer wanted is to go";
 }
 
 TEST_F(FloatingIconTest, ShowsHowFarTheExecutionIs) {

@@ -199,6 +199,16 @@ TEST_F(StatusMenuTest, everyChoiceLeadsToWhatItNames) {
     EXPECT_GE(times, 1);
     EXPECT_EQ(screen.windows, std::set{window});
   }
+  EXPECT_THAT(titlesOf(menu->items()),
+              ElementsAre("No action is scheduled", "", "Pause", "Stop", "Run an action", "",
+                          "Overview…", "Restore…", "Preferences…", "More", "", "Quit…"));
+  EXPECT_THAT(
+      titlesOf(find(menu->items(), "More")->fill()),
+      ElementsAre("Execute automatically", "Turn off when all is done",
+                  "Do not execute automatically", "Context", "", "Skip this item", "Show progress",
+                  "Favourites", "", "Status and automatic execution…", "Next actions…", "Queue…",
+                  "Latest actions…", "Errors…", "", "Mount a volume", "Go to", "Last notifications",
+                  "Open Corvana 9", "", "All disks…", "Execution survey…"));
   EXPECT_THAT(titlesOf(menu->floatingItems()),
               ElementsAre("No action is scheduled", "", "Pause", "Stop", "Run an action",
                           "Favourites", "", "Overview…", "Next actions…", "Queue…",
