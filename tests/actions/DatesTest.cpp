@@ -6,7 +6,6 @@
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/ActionsTools.h"
 #include "actions/ScheduleSentence.h"
-#include "tests/actions/ModelDates.h"
 
 namespace corvana {
 namespace {
@@ -149,18 +148,17 @@ TEST(Dates, MinutesCountFromTheLastRun) {
 }
 
 TEST(Dates, StepsOfADayGoAroundADayThatWasLeftOut) {
-  // After the first one they come every second midnight, so the day that the zone left out shifts
-  // them all.
-  const model::Zone zone("Pacific/Apia");
-  const ReferenceTime now = 817032774;
-  const ZAN_DateUtils calendar("Pacific/Apia", "C");
-  for (ReferenceTime last = 346000000; last < 348000000; last += 43000) {
-    model::Record record;
-    record.frequency = 20;
-    record.minutes = 1440;
-    record.last = last;
-    EXPECT_EQ(ActionsTools(calendar, now).getNextScheduleDateForSettings(record.schedule(), false),
-              model::Dates(zone, false, now).nextDate(record, false).date);
+  // After the first one they come every second midnight, so the day that the zone left out, the
+  // 30th, shifts them all.
+  for (const auto& [last, next] : {std::pair{"2011-12-19 05:06", "2026-11-24"},
+                                   {"2011-12-20 17:13", "2026-11-23"},
+                                   {"2011-12-28 05:46", "2026-11-23"},
+                                   {"2011-12-29 17:53", "2026-11-24"},
+                                   {"2012-01-01 06:00", "2026-11-24"},
+                                   {"2012-01-02 18:06", "2026-11-23"}}) {
+    Case steps("Pacific/Apia", "2026-11-22 22:32:54");
+    steps.set("TriggerFrequencyPopup", 20).set("TriggerScheduleMinutes", 1440).last(last);
+    EXPECT_EQ(steps.next(), std::string(next) + " 00:00:00") << last;
   }
 }
 
@@ -231,7 +229,7 @@ TEST(Dates, YearlyAndMonthlyDaysAreThoseThatExist) {
                "2020-01-01 09:00")
         .next();
   };
-  EXPECT_EQ(monthly("2026-11-21 12:00", 1, 0, "5, 31 ,x,30"), "2026-11-30 09:00:00");
+  EXPECT_EQ(monthly("2026-11-21 12:00", 1, 0, "5, 31 ,x,22x,30"), "2026-11-30 09:00:00");
   EXPECT_EQ(monthly("2027-01-31 12:00", 1, 0, "30"), "none") << "32 days end on 3 March";
   EXPECT_EQ(monthly("2026-10-21 12:00", 13, 0, ""), "2026-10-30 09:00:00");
   EXPECT_EQ(monthly("2026-11-21 12:00", 16, 6, ""), "2026-12-11 09:00:00") << "second Friday";
@@ -464,6 +462,44 @@ TEST(ActionItems, SourcesComeAsOneOrMany) {
   EXPECT_TRUE(ActionsTools::hasSourceList(
       ZAN_Value::dictionary({{"ItemsListOfSourcePath", ZAN_Value::array()}})));
   EXPECT_FALSE(ActionsTools::hasSourceList(ZAN_Value::dictionary({{"ItemsSource", "text"}})));
+}
+
+TEST(ActionItems, TwoActionsMayNotFillOneCopy) {
+  const auto folder = [](const char* path, const char* uuid = "") {
+    ZAN_Value value = ZAN_Value::dictionary({{"VolumeFolderPath", path}});
+    if (*uuid != '\0') value.setValue("uuid", uuid);
+    return value;
+  };
+  const auto action = [&](const ZAN_Value& source, const ZAN_Value& destination, int mode = 2) {
+    return ZAN_Value::dictionary({{"Mode", mode},
+                                  {"OptionsPerformer", "corvana9"},
+                                  {"ItemsSource", source},
+                                  {"ItemsDestination", destination}});
+  };
+  const auto dispute = [](const ZAN_Value& one, const ZAN_Value& other) {
+    return ActionsTools::copyInDispute(one, other).value_or("none");
+  };
+  const ZAN_Value mine = action(folder("/a/x"), folder("/d"));
+  EXPECT_EQ(dispute(mine, action(folder("/b/x"), folder("/d"))), "/d/x");
+  EXPECT_EQ(dispute(mine, mine), "none") << "the same source";
+  EXPECT_EQ(
+      dispute(action(folder("/a/x", "1"), folder("/d")), action(folder("/a/x", "2"), folder("/d"))),
+      "/d/x")
+      << "of another volume at that place";
+  EXPECT_EQ(dispute(mine, action(folder("/b/x"), folder("/d/x"))), "none");
+  EXPECT_EQ(
+      dispute(action(folder("/a/x"), folder("/d"), 3), action(folder("/b/y"), folder("/d/x"))),
+      "/d/x/y")
+      << "what synchronises deletes what is not its own";
+  EXPECT_EQ(
+      dispute(action(folder("/b/y"), folder("/d/x")), action(folder("/a/x"), folder("/d"), 3)),
+      "/d/x/y");
+  EXPECT_EQ(
+      dispute(action(folder("/a/x"), folder("/d", "1")), action(folder("/b/x"), folder("/d", "2"))),
+      "none")
+      << "disks that take turns";
+  EXPECT_EQ(dispute(action(folder("/a/x"), folder("")), action(folder("/b/x"), folder(""))),
+            "none");
 }
 
 TEST(ActionItems, DescriptionsKeepWhatTheyDoNotKnow) {
