@@ -44,6 +44,15 @@ QString& picturesFolder() {
 
 QString name(const QColor& colour) { return colour.name(); }
 
+/// The second click of a double one finds another page below the same button.
+class DoubleClickIsOne final : public QObject {
+ public:
+  using QObject::QObject;
+  bool eventFilter(QObject* /*watched*/, QEvent* event) override {
+    return event->type() == QEvent::MouseButtonDblClick;
+  }
+};
+
 QPixmap tinted(QPixmap pixmap, const QColor& colour) {
   if (pixmap.isNull()) return pixmap;
   QPainter painter(&pixmap);
@@ -120,7 +129,10 @@ QColor pageColour() {
   return isDark() ? mixed(darker, cardColour(), 0.2) : mixed(darker, cardColour(), 0.5);
 }
 
-QColor lineColour() { return mixed(pageColour(), textColour(), isDark() ? 0.14 : 0.10); }
+QColor lineColour() {
+  return isDark() ? mixed(cardColour(), textColour(), 0.16)
+                  : mixed(pageColour(), textColour(), 0.10);
+}
 
 QColor colour(Meaning meaning) {
   switch (meaning) {
@@ -225,9 +237,9 @@ QString styleSheet() {
     QListWidget[look="side-list"]::item:hover { background: %smuted; }
     QListWidget[look="side-list"]::item:selected { background: %card; color: %text; }
     QListWidget[look="side-list"]::item:selected:focus { background: %saccent; color: %text; }
-    QPushButton { background: %card; color: %text; border: 1px solid %line; border-radius: %smallpx;
+    QPushButton { background: %button; color: %text; border: 1px solid %line; border-radius: %smallpx;
       padding: %pad1px %pad3px; min-height: %minpx; }
-    QPushButton:hover { background: %smuted; }
+    QPushButton:hover { background: %hover; }
     QPushButton:pressed { background: %line; }
     QPushButton:focus { border: 2px solid %accent; padding: %pad1fpx %pad3fpx; }
     QPushButton:disabled { color: %muted; background: %page; }
@@ -243,7 +255,7 @@ QString styleSheet() {
     QPushButton[look="toggle"]:checked { background: %saccent; border: 1px solid %accent;
       font-weight: 600; }
     QPushButton[look="toggle"]:focus { border: 2px solid %accent; padding: %pad1fpx %pad2px; }
-    QLineEdit, QComboBox, QTimeEdit, QSpinBox { background: %card; color: %text;
+    QLineEdit, QComboBox, QTimeEdit, QSpinBox { background: %field; color: %text;
       border: 1px solid %line; border-radius: %smallpx; padding: %pad1px %pad2px;
       min-height: %minpx; selection-background-color: %accent; selection-color: %onaccent; }
     QLineEdit:focus, QComboBox:focus, QTimeEdit:focus, QSpinBox:focus { border: 2px solid %accent; }
@@ -288,6 +300,10 @@ QString styleSheet() {
   const std::pair<const char*, QString> values[] = {
       {"%page", name(pageColour())},
       {"%card", name(card)},
+      // In the dark a surface that is above or below the card says more than a line around it.
+      {"%button", name(isDark() ? surface(Meaning::muted) : card)},
+      {"%hover", name(isDark() ? line : surface(Meaning::muted))},
+      {"%field", name(isDark() ? pageColour() : card)},
       {"%line", name(line)},
       {"%text", name(text)},
       {"%muted", name(colour(Meaning::muted))},
@@ -419,7 +435,10 @@ QPushButton* makeButton(const QString& text, std::function<void()> pressed, bool
   auto* button = new QPushButton(text);
   button->setAutoDefault(isPrimary);
   button->setCursor(Qt::PointingHandCursor);
-  if (isPrimary) button->setProperty("look", "primary");
+  if (isPrimary) {
+    button->setProperty("look", "primary");
+    button->installEventFilter(new DoubleClickIsOne(button));
+  }
   QObject::connect(button, &QPushButton::clicked, button,
                    [pressed = std::move(pressed)] { pressed(); });
   return button;

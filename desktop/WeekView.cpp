@@ -20,14 +20,17 @@ QColor withAlpha(QColor colour, int alpha) {
   return colour;
 }
 
-/// Of every second day. A colour scheme that leaves the usual one out is given white for it.
+/// Of every second day. What colour schemes have for it may be as strong as what is drawn on it.
 QColor bandColour(const QPalette& palette) {
-  constexpr int kFarOff = 60;
-  const QColor base = palette.color(QPalette::Base);
-  const QColor band = palette.color(QPalette::AlternateBase);
-  return std::abs(band.lightness() - base.lightness()) < kFarOff
-             ? band
-             : withAlpha(palette.color(QPalette::Text), 16);
+  return withAlpha(palette.color(QPalette::Text), isDark() ? 10 : 8);
+}
+
+/// Dark schemes mark what is chosen by a colour that is as dark as the page.
+QColor runColour(const QPalette& palette) {
+  constexpr int kLight = 160;
+  const QColor colour = palette.color(QPalette::Highlight);
+  if (!isDark() || colour.lightness() >= kLight) return colour;
+  return QColor::fromHsl(std::max(0, colour.hslHue()), colour.hslSaturation(), kLight);
 }
 
 }  // namespace
@@ -188,8 +191,7 @@ void WeekView::drawBar(QPainter& painter, const Place& place) const {
   const QRectF rect = rectOf(place);
   const bool chosen = mChosen == place;
   const bool overlaps = mModel.week().runs()[bar.run].overlaps();
-  const QColor colour =
-      overlaps && bar.count == 1 ? cautionColour() : palette().color(QPalette::Highlight);
+  const QColor colour = overlaps && bar.count == 1 ? cautionColour() : runColour(palette());
   // What is held up is only an outline.
   const bool held = mModel.isHeld(bar);
   painter.setPen(chosen ? QPen(palette().color(QPalette::Text), 2)
