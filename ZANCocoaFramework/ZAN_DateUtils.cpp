@@ -119,10 +119,14 @@ std::string ZAN_DateUtils::systemZoneName(const std::string& localTime) {
 }
 
 std::string ZAN_DateUtils::systemRegionName() {
-  for (const char* name : {"LC_ALL", "LC_TIME", "LANG"}) {
+  for (const char* name : {"LC_ALL", "LC_TIME"}) {
     if (std::string value = environmentVariable(name); !value.empty()) return value;
   }
-  return "C";
+  std::string general = environmentVariable("LANG");
+  if (!general.empty() && general != "POSIX" && general.substr(0, general.find('.')) != "C")
+    return general;
+  std::string words = environmentVariable("LC_MESSAGES");
+  return words.empty() ? "C" : words;
 }
 
 ReferenceTime ZAN_DateUtils::dayAt0h00(ReferenceTime date) const {

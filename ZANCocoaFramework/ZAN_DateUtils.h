@@ -71,7 +71,7 @@ class ZAN_DateUtils {
   /// "UTC".
   static std::string systemZoneName(const std::string& localTime = "/etc/localtime");
   /// The name of the process's region for dates: LC_ALL, LC_TIME, LANG, the first that is not
-  /// empty, or "C".
+  /// empty; LC_MESSAGES, in whose language the texts are, where LANG names no region; or "C".
   static std::string systemRegionName();
 
   // Days as instants.

@@ -1,4 +1,5 @@
 #include <QApplication>
+#include <QLocale>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
@@ -38,6 +39,7 @@ int run(int count, char** arguments) {
   if (!household.claim()) return 0;
   terminations.watch(household.loop(),
                      [&household](const TerminationSignal&) { household.loop().quit(0); });
+  QLocale::setDefault(QLocale(qt(household.machine().regionName())));
   const DesktopLanguage language(household.texts().text("LanguageCode"));
   const std::string& resources =
       household.store().installPaths().installPathForCode(InstallPaths::schedulerResources);

@@ -91,6 +91,16 @@ TEST_F(LinuxMachineTest, LanguagesComeInTheOrderOfWish) {
   EXPECT_THAT(LinuxMachine().languageNames(), ElementsAre("en"));
 }
 
+TEST_F(LinuxMachineTest, DatesSpeakTheLanguageOfTheTextsWhereNoRegionIsSaid) {
+  environment.set("LC_ALL", std::nullopt);
+  environment.set("LC_TIME", std::nullopt);
+  environment.set("LC_MESSAGES", "de_DE.UTF-8");
+  environment.set("LANG", "C.UTF-8");
+  EXPECT_EQ(LinuxMachine().regionName(), "de_DE.UTF-8");
+  environment.set("LC_TIME", "C");
+  EXPECT_EQ(LinuxMachine().regionName(), "C") << "dates of no region were wished for";
+}
+
 TEST_F(LinuxMachineTest, TheBundleIsTheOneAroundTheProgram) {
   LinuxMachine::Places places;
   places.executable = home.at("exe");
