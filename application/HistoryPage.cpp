@@ -22,6 +22,7 @@ namespace {
 /// Older ones are in the file "Corvana 9 Actions.log".
 constexpr std::size_t kMostRows = 1000;
 constexpr qsizetype kMostNotices = 500;
+constexpr int kTitleColumns = 30;  ///< characters; whole among the details
 constexpr int kColumns = 8;
 constexpr int kFirstNumber = 3;  ///< of the columns
 enum Part { kPast, kWeek, kNotices };
@@ -103,7 +104,7 @@ QWidget* HistoryPage::makeRuns() {
   mRuns->header()->setStretchLastSection(false);
   for (int index = 0; index < kColumns; ++index)
     mRuns->header()->setSectionResizeMode(
-        index, index == 1 ? QHeaderView::Stretch : QHeaderView::ResizeToContents);
+        index, index == 2 ? QHeaderView::Stretch : QHeaderView::ResizeToContents);
   mRuns->header()->setMinimumSectionSize(Look::space(8));
   QObject::connect(mRuns, &QTreeWidget::itemSelectionChanged, this, [this] { showChosen(); });
   column->addWidget(mRuns, 5);
@@ -279,10 +280,12 @@ void HistoryPage::fillRuns() {
                  ? qt(strings.getIntegerWithSeparators(entry.integer(key)))
                  : QString();
     };
+    const QString title =
+        mRuns->fontMetrics().elidedText(qt(titleOf(entry, household().texts())), Qt::ElideRight,
+                                        kTitleColumns * mRuns->fontMetrics().averageCharWidth());
     auto* row = new QTreeWidgetItem(
-        {qt(start ? strings.getShortTimeDate(*start) : std::string()),
-         qt(titleOf(entry, household().texts())), qt(words.result(entry)),
-         number(RunKey::filesCopied),
+        {qt(start ? strings.getShortTimeDate(*start) : std::string()), title,
+         qt(words.result(entry)), number(RunKey::filesCopied),
          isCounted ? qt(strings.getShortSizeBytes(entry[RunKey::bytesCopied].unsignedValue()))
                    : QString(),
          start && end ? qt(ZAN_StringUtils::getDuration(static_cast<std::int64_t>(*end - *start)))

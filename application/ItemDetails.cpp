@@ -48,6 +48,8 @@ ItemDetails::ItemDetails(Household& household)
   mVersions->setStyleSheet(QStringLiteral("QListView { border: none; }"));
   mVersions->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   mVersions->setMinimumHeight(Look::space(10));
+  // A name may be one long word.
+  for (TextLabel* label : {mName, mFacts}) label->setMinimumWidth(1);
   // What a program that was killed has left.
   const QString hidden = qt(household.store().folder().hiddenFolderPath());
   for (const QString& name : QDir(hidden).entryList(

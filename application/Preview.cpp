@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QFontDatabase>
+#include <QFontMetrics>
 #include <QImage>
 #include <QImageReader>
 #include <QStringDecoder>
@@ -67,8 +68,9 @@ Preview::Preview(RunLoop& loop) : mLoop(loop), mText(new QLabel), mPicture(new Q
   QFont fixed = QFontDatabase::systemFont(QFontDatabase::FixedFont);
   fixed.setPointSizeF(Look::font(Look::Size::small).pointSizeF());
   mText->setFont(fixed);
-  // Long lines are cut, not the window widened.
-  mText->setMinimumWidth(1);
+  // What is too long is cut, not the window enlarged.
+  mText->setMinimumSize(1, 3 * QFontMetrics(fixed).lineSpacing());
+  mText->setAlignment(Qt::AlignTop | Qt::AlignLeading);
   mText->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
   hide();
 }
@@ -103,7 +105,8 @@ void Preview::resizeEvent(QResizeEvent* event) {
 void Preview::fit() {
   if (mPixmap.isNull() || mFittedTo == width()) return;
   mFittedTo = width();
-  const QSize room(std::max(16, width() - 2 * Look::space(2)), Look::space(40));
+  const QSize room(std::max(16, width() - 2 * Look::space(2)),
+                   std::min(Look::space(40), window()->height() / 4));
   QPixmap fitted =
       mPixmap.scaled(room * devicePixelRatioF(), Qt::KeepAspectRatio, Qt::SmoothTransformation);
   fitted.setDevicePixelRatio(devicePixelRatioF());

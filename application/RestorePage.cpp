@@ -323,12 +323,9 @@ void RestorePage::showNothing(const QString& title, const QString& text) {
 }
 
 void RestorePage::updateSentence() {
-  const QString title =
-      mSource.from.isEmpty() ? qt(household().tree().titleOf(mSource.reference)) : mSource.from;
-  mSentence->setText(
-      mTimeLine->chosen() < 0
-          ? title
-          : household().text("RestoreSentence", {utf8(title), utf8(timeText(date()))}));
+  mSentence->setText(mTimeLine->chosen() < 0
+                         ? QString()
+                         : household().text("RestoreSentence", {utf8(timeText(date()))}));
 }
 
 void RestorePage::loadItems() {

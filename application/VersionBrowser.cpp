@@ -2,6 +2,8 @@
 
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QSignalBlocker>
 #include <QTreeWidget>
 #include <QVBoxLayout>
@@ -34,15 +36,31 @@ QStringList CopiesSource::words(QStringList command, const QStringList& paths) c
 
 VersionBrowser::VersionBrowser(Household& household)
     : mHousehold(household),
-      mCrumbs(new QHBoxLayout),
+      mWay(new QScrollArea),
+      mCrumbs(nullptr),
       mShowFolder(makeFlat(household.text("RestoreShowFolder"), [this] { onShowFolder(); })),
       mList(new QTreeWidget),
       mNote(new TextLabel({}, Look::Size::small, Look::Meaning::muted)) {
   const int margin = Look::space(3);
   column()->setContentsMargins(margin, margin, margin, margin);
   auto* top = new QHBoxLayout;
+  auto* crumbs = new QWidget;
+  mCrumbs = new QHBoxLayout(crumbs);
+  mCrumbs->setContentsMargins(0, 0, 0, 0);
   mCrumbs->setSpacing(0);
-  top->addLayout(mCrumbs, 1);
+  mWay->setWidget(crumbs);
+  mWay->setWidgetResizable(true);
+  mWay->setFocusPolicy(Qt::NoFocus);
+  mWay->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  mWay->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  mWay->setStyleSheet(
+      QStringLiteral("QScrollArea, QScrollArea > QWidget > QWidget "
+                     "{ background: transparent; }"));
+  mWay->setFixedHeight(mShowFolder->sizeHint().height());
+  QScrollBar* const along = mWay->horizontalScrollBar();
+  QObject::connect(along, &QScrollBar::rangeChanged, along,
+                   [along] { along->setValue(along->maximum()); });
+  top->addWidget(mWay, 1);
   top->addWidget(mShowFolder);
   column()->addLayout(top);
   mList->setAccessibleName(household.text("RestoreList"));
@@ -161,18 +179,14 @@ void VersionBrowser::fill(bool isFound) {
     row->setSelected(before.contains(row->data(0, kNameRole).toString()));
 }
 
-QString VersionBrowser::titleOfTop() const {
-  return mSource.from.isEmpty() ? qt(mHousehold.tree().titleOf(mSource.reference))
-                                : CopiedItem::lastOf(mSource.from);
-}
-
 void VersionBrowser::showCrumbs() {
   while (QLayoutItem* item = mCrumbs->takeAt(0)) {
     if (item->widget() != nullptr) item->widget()->deleteLater();
     delete item;
   }
   // What has but one source begins with that.
-  if (mTops.size() != 1) mCrumbs->addWidget(makeFlat(titleOfTop(), [this] { goTo({}); }));
+  if (mTops.size() != 1)
+    mCrumbs->addWidget(makeFlat(mHousehold.text("RestoreEverything"), [this] { goTo({}); }));
   QString path;
   for (const QString& part : mFolder.split('/', Qt::SkipEmptyParts)) {
     path += (path.isEmpty() ? "" : "/") + part;

@@ -10,6 +10,7 @@
 #include "application/Look.h"
 
 class QHBoxLayout;
+class QScrollArea;
 class QTreeWidget;
 
 namespace corvana {
@@ -69,7 +70,6 @@ class VersionBrowser final : public Card {
   void fill(bool isFound);
   void showCrumbs();
   void goTo(const QString& folder);
-  QString titleOfTop() const;
   const CopiedItem* itemOf(int row) const;
 
   Household& mHousehold;
@@ -79,6 +79,7 @@ class VersionBrowser final : public Card {
   std::map<QString, QString> mTops;  ///< what was copied, by its name in the version: its path
   std::vector<CopiedItem> mItems;
   CommandChild mChild;
+  QScrollArea* mWay;  ///< a deep one shows its end
   QHBoxLayout* mCrumbs;
   QPushButton* mShowFolder;
   QTreeWidget* mList;

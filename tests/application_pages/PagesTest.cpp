@@ -141,9 +141,11 @@ TEST_F(PagesTest, AFileThatChangedComesBackFromItsDateByAFewClicks) {
     return file != nullptr && file->text(1) == home.text("RestoreChanged");
   }));
 
+  const int height = page.minimumSizeHint().height();
   row(*list, "thesis.txt")->setSelected(true);
   ASSERT_TRUE(waitFor([&] { return page.findChildren<QListWidget*>().front()->count() == 2; }));
   EXPECT_TRUE(waitFor([&] { return says(page, "first thoughts"); })) << "what it was is shown";
+  EXPECT_LE(page.minimumSizeHint().height(), height + 150) << "a preview takes the room there is";
   QTest::mouseClick(button(page, home.text("RestoreButton")), Qt::LeftButton);
   ASSERT_TRUE(waitFor([&] {
     return says(page, home.text("Restored", {1, std::string("15 bytes")}));
