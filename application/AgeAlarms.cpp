@@ -177,7 +177,9 @@ void AgeAlarms::change(const QTreeWidgetItem& row, int column) {
     return {};
   });
   mTrouble->setVisible(!done);
-  if (!done) mTrouble->setText(mHousehold.text("OverviewCouldNot", {done.error().text}));
+  if (!done)
+    mTrouble->setText(
+        mHousehold.text("OverviewCouldNot", {utf8(mHousehold.said(done.error().text))}));
 }
 
 }  // namespace corvana

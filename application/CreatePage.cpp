@@ -146,7 +146,10 @@ bool CreatePage::change(std::int64_t reference) {
 }
 
 void CreatePage::refresh(ChangeSet changed) {
-  if (changed.has(Change::volumes) && !mStarted) mWhere->refresh(mWhat->bytes());
+  if (changed.has(Change::volumes) && !mStarted) {
+    mWhere->refresh(mWhat->bytes());
+    update();
+  }
   if (mStarted && changed.hasAnyOf({Change::history, Change::messages, Change::progress,
                                     Change::queue, Change::execution}))
     showRun();
@@ -155,6 +158,7 @@ void CreatePage::refresh(ChangeSet changed) {
 void CreatePage::showStep(int step) {
   mStep = step;
   mTrouble->hide();
+  mSaysAway = false;
   for (TextLabel* head : mHeads) head->hide();
   mWhat->setVisible(step == what);
   mWhere->setVisible(step == where);
@@ -180,6 +184,7 @@ void CreatePage::showStep(int step) {
 
 void CreatePage::showAll() {
   mTrouble->hide();
+  mSaysAway = false;
   for (TextLabel* head : mHeads) head->show();
   for (QWidget* one : std::initializer_list<QWidget*>{mWhat, mWhere, mWhen, mDetails, mNameRow})
     one->show();
@@ -206,6 +211,11 @@ void CreatePage::update() {
                                         : hasWhat && hasWhere;
   mNext->setEnabled(isReady && !mIsSaving);
   mSave->setEnabled(isReady && !mIsSaving);
+  if (const bool isAway = mWhere->isAway() && mWhere->isChanged(); isAway != mSaysAway) {
+    mSaysAway = isAway;
+    if (isAway) return complain(household().text("TroubleAway", {utf8(mWhere->volume())}));
+    mTrouble->hide();
+  }
 }
 
 void CreatePage::goOn() {
@@ -279,7 +289,7 @@ void CreatePage::save(bool isRun) {
       mIsSaving = false;
       update();
       if (wanted->trouble) return complain(inWords(*wanted->trouble));
-      if (wanted->error) return complain(qt(wanted->error->text));
+      if (wanted->error) return complain(household().said(wanted->error->text));
       store(wanted->folders, isRun);
     });
   });
@@ -323,11 +333,7 @@ void CreatePage::store(const ActionFolders& folders, bool isRun) {
     return {};
   });
   if (dispute) return complain(inWords(*dispute));
-  if (!done) {
-    mTrouble->say(Look::Meaning::bad, household().text("OverviewCouldNot", {done.error().text}),
-                  {});
-    return mTrouble->show();
-  }
+  if (!done) return complain(household().said(done.error().text));
   if (!isRun) return navigator().showOverview();
   mReference = reference;
   run();
@@ -375,9 +381,10 @@ void CreatePage::run() {
   const std::uint64_t serial = mSerial;
   household().launch(mReference, [this, serial](const Result<ZAN_Value>& answer) {
     if (serial != mSerial) return;
-    const QString reason = !answer                            ? qt(answer.error().text)
-                           : answer->stringView() != "queued" ? qt(answer->string())
-                                                              : QString();
+    const QString reason = !answer ? household().said(answer.error().text)
+                           : answer->stringView() != "queued"
+                               ? household().said(answer->stringView())
+                               : QString();
     household().askAgent();
     if (reason.isEmpty()) return;
     mRunBanner->say(Look::Meaning::caution, household().text("FirstRunNot"), reason);

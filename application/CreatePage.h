@@ -35,6 +35,8 @@ class CreatePage final : public Page {
   void begin();
   /// Whether there is a backup of that reference, which can be changed then.
   bool change(std::int64_t reference);
+  /// Whether there is something in it that was not stored yet.
+  bool isOpen() const { return !mStarted; }
 
   void refresh(ChangeSet changed) override;
 
@@ -78,6 +80,7 @@ class CreatePage final : public Page {
   std::int64_t mReference = 0;
   QString mProposedName;
   bool mIsSaving = false;
+  bool mSaysAway = false;
   std::uint64_t mSerial = 0;  ///< of what is being edited, so that a late answer goes nowhere else
   std::optional<ReferenceTime> mStarted;  ///< when the first run was asked for
 };

@@ -7,6 +7,7 @@
 #include <QScreen>
 #include <QShortcut>
 #include <QStackedWidget>
+#include <QStyle>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <utility>
@@ -142,7 +143,9 @@ void MainWindow::showCreate() {
 }
 
 void MainWindow::createBackup() {
-  made(mCreate)->begin();
+  // What is half set up is not thrown away by a key.
+  if (mCreate == nullptr || mStack->currentWidget() != mCreate || !mCreate->isOpen())
+    made(mCreate)->begin();
   showCreate();
 }
 
@@ -203,8 +206,10 @@ void MainWindow::dress() {
 void MainWindow::placeOnScreen() {
   const QFontMetrics metrics(font());
   const QSize wanted(kColumns * metrics.averageCharWidth(), kRows * metrics.lineSpacing());
-  const QSize room = screen()->availableSize();
-  resize(wanted.boundedTo(room));
+  // What the window manager puts around it has its place there, too.
+  const QSize frame(2 * style()->pixelMetric(QStyle::PM_MdiSubWindowFrameWidth),
+                    2 * style()->pixelMetric(QStyle::PM_TitleBarHeight));
+  resize(wanted.boundedTo(screen()->availableSize() - frame));
 }
 
 void MainWindow::changeEvent(QEvent* event) {

@@ -141,13 +141,25 @@ void OverviewPage::read() {
 }
 
 void OverviewPage::show() {
-  mStack->setCurrentIndex(mFacts.empty() ? 1 : 0);
+  const bool isLost = areBackupsLost();
+  mStack->setCurrentIndex(mFacts.empty() && !isLost ? 1 : 0);
   placeNetwork();
   const bool isRunning = !household().status()["current"].isNull();
   if (isRunning != mProgress.isActive()) isRunning ? mProgress.start() : mProgress.stop();
-  if (mFacts.empty()) return;
-  showBanner();
+  if (isLost)
+    mBanner->say(Look::Meaning::bad, household().text("BannerLost"),
+                 household().text("BannerLostText"), household().text("MainSettings"),
+                 [this] { navigator().showSettings(); });
+  if (mFacts.empty() && !isLost) return;
+  if (!isLost) showBanner();
   showCards();
+}
+
+/// None is shown, and that is not because there is none.
+bool OverviewPage::areBackupsLost() const {
+  ActionStore& store = household().store();
+  return mFacts.empty() &&
+         store.files().troubles().contains(store.folder().pathOf(DataFolder::kActions));
 }
 
 /// Who has no backup here may yet want to see how those of other machines stand.
@@ -449,7 +461,7 @@ void OverviewPage::ask(const QString& title, const QString& text, const QString&
 
 void OverviewPage::complain(const Outcome& outcome) {
   if (outcome) return;
-  tell(household().text("OverviewCouldNot", {outcome.error().text}));
+  tell(household().text("OverviewCouldNot", {utf8(household().said(outcome.error().text))}));
 }
 
 }  // namespace corvana

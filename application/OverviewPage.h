@@ -41,6 +41,7 @@ class OverviewPage final : public Page {
   void read();
   /// Shows again what was read, with what the agent says now.
   void show();
+  bool areBackupsLost() const;
   void placeNetwork();
   void showBanner();
   void showCards();

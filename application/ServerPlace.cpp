@@ -184,7 +184,7 @@ void RepositoryLock::keep(std::function<void(const RepositoryKeeping&, bool)> ke
     loop.performOnMain([self, keeping, outcome, isNew, kept] {
       if (self.isNull()) return;
       self->mTest->setEnabled(true);
-      if (!*outcome) return self->say("well-bad", qt(outcome->error().text));
+      if (!*outcome) return self->say("well-bad", self->mHousehold.said(outcome->error().text));
       kept(*keeping, isNew);
     });
   });

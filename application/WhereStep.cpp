@@ -88,6 +88,7 @@ void WhereStep::begin() {
   mEngineBefore.reset();
   mEngine->setCurrentIndex(0);
   setFixed(false);
+  mChoices.choose(mFolder);
   refresh(0);
   // A disk beside the machine's own is what a backup wants.
   mChoices.choose(mVolumes.empty() ? mFolder : mVolumes.begin()->second.choice);
@@ -104,6 +105,7 @@ void WhereStep::show(const ZAN_Value& settings) {
   mEngineBefore.reset();
   mEngine->setCurrentIndex(isEncrypted ? 1 : 0);
   setFixed(true);
+  mChoices.choose(mFolder);
   refresh(0);
   if (!address.empty()) return mChoices.choose(mServer);
   for (auto& [place, volume] : mVolumes)
@@ -145,6 +147,7 @@ void WhereStep::refresh(std::uint64_t bytes) {
     there.insert(mount.target);
     const auto known = volumes.information(mount);
     Volume& volume = volumeFor(mount, qt(VolumeReference::nameOf(mount, known)));
+    volume.isAway = false;
     const bool isSameDisk = home != nullptr && home->device == mount.device;
     if (!known) {
       volume.fitness->setText(mHousehold.text("WhereSilent"));
@@ -160,6 +163,13 @@ void WhereStep::refresh(std::uint64_t bytes) {
   }
   for (auto volume = mVolumes.begin(); volume != mVolumes.end();) {
     if (there.contains(volume->first)) {
+      ++volume;
+      continue;
+    }
+    if (Volume& one = volume->second; one.choice->isChosen()) {
+      one.isAway = true;
+      one.fitness->setText(mHousehold.text("CardNotConnected", {utf8(one.name)}));
+      one.fitness->setMeaning(Look::Meaning::caution);
       ++volume;
       continue;
     }
@@ -207,7 +217,8 @@ RepositoryKeeping WhereStep::keeping() const {
 
 bool WhereStep::isComplete() const {
   const bool isOpen = !isEncrypted() || mIsFixed || !mLock->password().empty();
-  return isOpen && (!folder().empty() || !repository().empty());
+  const bool isThere = !isAway() || !isChanged();
+  return isOpen && isThere && (!folder().empty() || !repository().empty());
 }
 
 void WhereStep::applyTo(ZAN_Value& record) const {
@@ -221,20 +232,28 @@ void WhereStep::applyTo(ZAN_Value& record) const {
   }
 }
 
-std::string WhereStep::folder() const {
+const WhereStep::Volume* WhereStep::chosenVolume() const {
   const Choice* chosen = mChoices.chosen();
   for (const auto& [place, volume] : mVolumes)
-    if (volume.choice == chosen) return volume.folder;
-  if (chosen != mFolder) return {};
+    if (volume.choice == chosen) return &volume;
+  return nullptr;
+}
+
+bool WhereStep::isAway() const {
+  const Volume* const volume = chosenVolume();
+  return volume != nullptr && volume->isAway;
+}
+
+std::string WhereStep::folder() const {
+  if (const Volume* const volume = chosenVolume()) return volume->folder;
+  if (mChoices.chosen() != mFolder) return {};
   const QString path = mPath->text().trimmed();
   return path.isEmpty() ? std::string() : utf8(QDir::cleanPath(path));
 }
 
 QString WhereStep::volume() const {
-  const Choice* chosen = mChoices.chosen();
-  for (const auto& [place, volume] : mVolumes)
-    if (volume.choice == chosen) return volume.name;
-  return {};
+  const Volume* const volume = chosenVolume();
+  return volume == nullptr ? QString() : volume->name;
 }
 
 }  // namespace corvana

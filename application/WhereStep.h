@@ -39,6 +39,8 @@ class WhereStep final : public QWidget {
   /// Whether everything was said that a place needs.
   bool isComplete() const;
   bool isChanged() const { return folder() + repository() != mShown; }
+  /// The disk that was chosen has been unplugged; it is waited for.
+  bool isAway() const;
   /// Says in the record what keeps the copies, and where if that is a server.
   void applyTo(ZAN_Value& record) const;
   /// Of the disk; empty for a folder.
@@ -51,8 +53,10 @@ class WhereStep final : public QWidget {
     TextLabel* fitness = nullptr;
     std::string folder;
     QString name;
+    bool isAway = false;
   };
 
+  const Volume* chosenVolume() const;
   Volume& volumeFor(const Mount& mount, const QString& name);
   void setFixed(bool isFixed);
   void showKeeping();

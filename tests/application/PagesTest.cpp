@@ -281,6 +281,16 @@ TEST_F(PagesTest, WhatCannotBeCopiedIsLeftOutByEitherButton) {
   }
 }
 
+TEST_F(PagesTest, BackupsThatCannotBeReadAreNotTakenForNone) {
+  add(backup());
+  const std::string file = household->store().folder().pathOf(DataFolder::kActions);
+  std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+  household = makeHousehold();
+  begin();
+  EXPECT_TRUE(isSaid(household->text("BannerLostText")));
+  EXPECT_FALSE(isSaid(household->text("FirstTitle")));
+}
+
 TEST_F(PagesTest, ShowsWhatTheAgentPosts) {
   begin();
   agent->post("SurveyFolderResults", ZAN_Value::dictionary({{"Msg", "Three files are new"}}));
@@ -431,6 +441,7 @@ TEST_F(PagesTest, EveryControlHasANameAndARoleAndFitsASmallScreen) {
   begin();
   const auto check = [&](const char* page) {
     EXPECT_LE(window->minimumSizeHint().width(), 800) << page;
+    EXPECT_LE(window->minimumSizeHint().height(), 560) << page;
     for (QWidget* widget : window->findChildren<QWidget*>()) {
       if (!widget->isVisible() || widget->focusPolicy() == Qt::NoFocus) continue;
       // The field within a field with steps is read out as that.
@@ -449,6 +460,12 @@ TEST_F(PagesTest, EveryControlHasANameAndARoleAndFitsASmallScreen) {
   check("change");
   window->createBackup();
   check("create");
+  // Who clicks twice goes one step, and asking for a new one again throws none away.
+  for (auto* button : window->findChildren<QPushButton*>())
+    if (button->isVisible() && button->text() == household->text("CreateNext"))
+      QTest::mouseDClick(button, Qt::LeftButton);
+  window->createBackup();
+  EXPECT_TRUE(isSaid(household->text("CreateWhere")));
   window->showRestore(0);
   check("restore");
   window->showHistory(0, false);
