@@ -262,12 +262,29 @@ void ExecuteSupervisor::endOfExecution() {
   const int status = mProcessTask->terminationStatus();
   if (status != 0 && mStop.isWanted()) {
     recordStop(ref, {});
-  } else if (status != 0) {
+  } else if (status != 0 && !hasToldItsEnd()) {
     answerCrash(ref, status);
     return;
   }
   clearFinishedProcess();
   m.state.mProcessStatus = 0;
+}
+
+/// Whether it was killed after it had recorded how it ended, which is all but its last deed.
+bool ExecuteSupervisor::hasToldItsEnd() const {
+  if (mQueue.empty()) return false;
+  const QueueRecord& record = mQueue.head();
+  const ZAN_Value log = m.history.log().readLogList();
+  for (std::size_t index = log.size(); index-- > 0;) {
+    const ZAN_Value& entry = log.at(index);
+    if (entry["M"].asDate().value_or(0) < mLaunchTime) break;
+    if (entry.integer("R") != record.ref || entry.string(TaskRequest::kTaskKey) != record.task)
+      continue;
+    // What comes before its own start is of the try before.
+    const std::int64_t code = entry.integer("C");
+    return code != LogCode::launched && code != LogCode::crashed;
+  }
+  return false;
 }
 
 void ExecuteSupervisor::answerCrash(std::int64_t ref, int status) {

@@ -134,6 +134,7 @@ class ExecuteSupervisor : private TaskController {
   void giveUp();
   void recordStop(std::int64_t ref, const std::string& reason);
   void endOfExecution();
+  bool hasToldItsEnd() const;
   void answerCrash(std::int64_t ref, int status);
   std::optional<std::string> crashPath() const;
   LaunchResult treeUnreadable();

@@ -113,6 +113,22 @@ TEST_F(ExecuteSupervisorTest, ACrashIsAnsweredByOneNewTry) {
   execute({.seconds = 1, .status = 0});
   EXPECT_EQ(supervisor.retryNb(), 0);
   EXPECT_TRUE(queue.empty());
+
+  // Killed after it has told how it ended, it has not crashed; what it told before does not count.
+  enqueue({7, 8});
+  machine.processes.next({.seconds = 1, .status = 9});
+  ASSERT_EQ(supervisor.launchNextAction(), LaunchResult::launched);
+  log.addSchedulerLog(ZAN_Value::dictionary({{"R", 7}, {"C", LogCode::completed}}));
+  for (int tick = 0; tick < 4; ++tick) {
+    advance(0.5);
+    supervisor.supervise();
+  }
+  EXPECT_THAT(queued(), ElementsAre(8));
+  EXPECT_EQ(lastLogEntry().integer("C"), LogCode::completed);
+  enqueue({7});
+  execute({.seconds = 1, .status = 0});
+  execute({.seconds = 1, .status = 9});
+  EXPECT_EQ(lastLogEntry().integer("C"), LogCode::crashed);
 }
 
 TEST_F(ExecuteSupervisorTest, ATaskIsNeitherARunNorInTheWayOfOne) {
