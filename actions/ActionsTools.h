@@ -201,6 +201,8 @@ inline constexpr std::string_view notPossible = "ItemsNotPossible";
 inline constexpr std::string_view reason = "Reason";  ///< in words; missing when all went well
 /// 1: it was completed but for what is not possible (also in the log).
 inline constexpr std::string_view onlyLacks = "OnlyLacks";
+/// 1: it was refused over what lies in the places of the copies, which the action may take over.
+inline constexpr std::string_view mayTakeOver = "MayTakeOver";
 /// 1: what it lacks is not what the run before has lacked (of the log).
 inline constexpr std::string_view lacksOthers = "LacksOthers";
 /// 1: the first one, of which a part was read back and found good (of the log).

@@ -156,7 +156,7 @@ std::vector<BackupFacts> factsOf(Household& household) {
       facts.failedAt =
           known.lastBad["EndDate"].asDate().value_or(known.lastBad["Date"].asDate().value_or(now));
       const std::string reason = known.lastBad.string(RunKey::reason);
-      facts.mayTakeOver = reason.ends_with(" --adopt");
+      facts.mayTakeOver = known.lastBad.integer(RunKey::mayTakeOver) != 0;
       facts.reason = utf8(household.said(reason));
       if (facts.reason.empty()) facts.reason = resultInWords(code, household.texts());
       facts.onlyLacks = known.lastBad.integer(RunKey::onlyLacks) != 0;

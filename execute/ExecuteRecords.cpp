@@ -84,6 +84,7 @@ void ExecuteRecords::ended(const ExecuteEnd& end) {
   entry.setValue(RunKey::skipped, std::uint64_t{end.skipped.size()});
   entry.setValue(RunKey::notPossible, end.notPossible);
   if (end.onlyLacks()) entry.setValue(RunKey::onlyLacks, 1);
+  if (end.mayTakeOver) entry.setValue(RunKey::mayTakeOver, 1);
   if (const std::string reason = reasonOf(end); !reason.empty())
     entry.setValue(RunKey::reason, reason);
   mFiles.history.addHistoryEntry(entry);

@@ -54,6 +54,7 @@ struct ExecuteEnd {
   std::vector<std::string> losses = {};  ///< what the file system of the copies cannot keep
   bool isReadBack = false;               ///< the first copy, and a part of it was found good
   bool isDoubted = false;                ///< the disk did not confirm what was written
+  bool mayTakeOver = false;              ///< once the user lets it have what is there
   bool isUnreachable = false;            ///< the target did not answer, or others hold it
   /// So many deletions wait for the user's consent.
   std::uint64_t toConfirm = 0;

@@ -102,6 +102,11 @@ bool CopyLook::open(const CopyPlan::Source& source) {
   return true;
 }
 
+bool CopyLook::refuseUntilTakenOver(ExecuteCode code, std::string reason) {
+  mEnd.mayTakeOver = true;
+  return fail(code, std::move(reason));
+}
+
 /// A volume that cannot be told from the folder below it is known by the copies on it.
 bool CopyLook::checkIdentity() {
   if (mPlan.identity() == CopyPlan::Identity::sure || !mOwner.hasRun || mOwner.takesOver)
@@ -113,11 +118,12 @@ bool CopyLook::checkIdentity() {
         0)
       return true;
   }
-  return fail(ExecuteCode::volumeNotFound,
-              mPlan.destination() +
-                  ": the copies that were made there are not there, so that "
-                  "another volume, or none, is mounted. If it is the right one: corvana9 edit " +
-                  std::to_string(mOwner.mark.reference) + " --adopt");
+  return refuseUntilTakenOver(
+      ExecuteCode::volumeNotFound,
+      mPlan.destination() +
+          ": the copies that were made there are not there, so that "
+          "another volume, or none, is mounted. If it is the right one: corvana9 edit " +
+          std::to_string(mOwner.mark.reference) + " --adopt");
 }
 
 /// Whether the copy is this action's to fill; a new one becomes it.
@@ -133,9 +139,9 @@ bool CopyLook::checkOwner(const CopyPlan::Source& source, const HeldFolder& copy
       std::to_string(own.reference) + " --adopt";
   if (*found && (*found)->isOfSameSource(own)) return true;
   if (*found && !mOwner.takesOver) {
-    return fail(ExecuteCode::unexpectedError, copy.path() + ": it is the copy of " +
-                                                  (*found)->toText() + "; nothing was changed. " +
-                                                  remedy);
+    return refuseUntilTakenOver(ExecuteCode::unexpectedError,
+                                copy.path() + ": it is the copy of " + (*found)->toText() +
+                                    "; nothing was changed. " + remedy);
   }
   // Since volumes are told by their names, copies have marks.
   const bool isKnown = mOwner.takesOver || (mOwner.hasRun && mOwner.isAlone &&
@@ -146,11 +152,11 @@ bool CopyLook::checkOwner(const CopyPlan::Source& source, const HeldFolder& copy
     if (!names->empty()) {
       // A copy that deletes nothing adds to what is there, and leaves it unmarked.
       if (!mPlan.deletes()) return true;
-      return fail(ExecuteCode::unexpectedError,
-                  copy.path() +
-                      ": there are files in it which this action has not copied; "
-                      "nothing was changed. " +
-                      remedy);
+      return refuseUntilTakenOver(ExecuteCode::unexpectedError,
+                                  copy.path() +
+                                      ": there are files in it which this action has not copied; "
+                                      "nothing was changed. " +
+                                      remedy);
     }
   }
   if (mPlanned) return true;

@@ -41,6 +41,7 @@ class CopyLook : protected CopyJob {
   bool lookAtAll();
 
  private:
+  bool refuseUntilTakenOver(ExecuteCode code, std::string reason);
   bool checkIdentity();
   bool open(const CopyPlan::Source& source);
   bool checkOwner(const CopyPlan::Source& source, const HeldFolder& copy);

@@ -210,17 +210,14 @@ bool ResticBackup::isNothingThere() const {
   return names && names->empty();
 }
 
-/// Where there is none, unless one has been used.
-ResticEnd ResticBackup::makeRepository() {
+/// Where one has been used, an empty place is the wrong one, or the copies are lost.
+bool ResticBackup::expectsRepository() const {
   const ZAN_Value& settings = m.order.settings;
-  const bool hasRun =
-      settings["LastExecutionDate"].asDate() && settings.integer(CopyKey::isNew) == 0;
-  if (hasRun && settings.integer(CopyKey::takesOver) == 0) {
-    return {Kind::failed,
-            "the repository of the action is not there any more; to begin a new one: corvana9 "
-            "edit " +
-                std::to_string(m.reference()) + " --adopt"};
-  }
+  return settings["LastExecutionDate"].asDate() && settings.integer(CopyKey::isNew) == 0 &&
+         settings.integer(CopyKey::takesOver) == 0;
+}
+
+ResticEnd ResticBackup::makeRepository() {
   const bool isThere = mFolder && mFolder->path() == m.place();
   const auto names = isThere ? namesInFolder(mFolder->descriptor()) : std::nullopt;
   if (names && !names->empty()) {
@@ -239,6 +236,14 @@ ExecuteEnd ResticBackup::run(SnapshotNotes& notes) {
   const ReferenceTime now = std::floor(m.host.store.clock().now());
   ReferenceTime date = std::max(now, notes.newest().value_or(0) + 1);
   ResticEnd end = isNothingThere() ? ResticEnd{Kind::noRepository} : backUp(date);
+  if (end.kind == Kind::noRepository && expectsRepository()) {
+    ExecuteEnd missing = m.endOf(
+        {Kind::failed,
+         "the repository of the action is not there any more; to begin a new one: corvana9 edit " +
+             std::to_string(m.reference()) + " --adopt"});
+    missing.mayTakeOver = true;
+    return missing;
+  }
   if (end.kind == Kind::noRepository) {
     end = makeRepository();
     if (end.isDone()) {

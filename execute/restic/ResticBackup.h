@@ -36,6 +36,7 @@ class ResticBackup {
   void addPaths(std::vector<std::string>& words) const;
   ResticEnd backUp(ReferenceTime date);
   bool isNothingThere() const;
+  bool expectsRepository() const;
   ResticEnd makeRepository();
   void planFirst(const std::function<void(const PlannedItem&)>& planned) const;
   void readLine(std::string_view line);

@@ -147,6 +147,7 @@ TEST_F(AccidentsTest, DeletesOnlyInItsOwnCopies) {
   const ExecuteEnd refused = synchronise("source");
   EXPECT_EQ(refused.code, ExecuteCode::unexpectedError);
   EXPECT_THAT(refused.reason, HasSubstr("corvana9 edit 7 --adopt"));
+  EXPECT_TRUE(refused.mayTakeOver);
   EXPECT_EQ(scratch->read("disk/source/f4"), "another's");
   // An action that has filled it before there were marks goes on, unless another one does, too.
   owner.hasRun = true;
