@@ -4,6 +4,7 @@
 #include "command/CommandHome.h"
 #include "command/Commands.h"
 #include "command/RunningAgent.h"
+#include "execute/restic/Repository.h"
 
 namespace corvana {
 
@@ -43,6 +44,8 @@ ZAN_Value nodesAsValue(const ProgrammedAction& group, CommandHome& home,
       node.setValue("sources", ZAN_Value::array(std::move(sources)));
       const FolderDescription destination = ActionsTools::getDestinationForAction(settings);
       if (!destination.isNull()) node.setValue("destination", destination.path());
+      if (settings.contains(RepositoryKey::address))
+        node.setValue("destination", settings.string(RepositoryKey::address));
     }
     nodes.push_back(std::move(node));
   }

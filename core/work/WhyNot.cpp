@@ -6,6 +6,7 @@
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/Forecast.h"
 #include "actions/ProgrammedAction.h"
+#include "actions/RecordKeys.h"
 #include "core/record/SchedulerState.h"
 #include "core/work/ActionQueue.h"
 #include "core/work/ExecuteSupervisor.h"
@@ -156,7 +157,9 @@ void WhyNot::addVolumes(Reasons& reasons, const ProgrammedAction& action) const 
   const bool tolerant = ActionsTools::toleratesOtherVolumes(settings);
   auto items = ActionsTools::getSourcesForAction(settings);
   const auto destinations = VolumeIdentity::destinationsOf(settings);
-  if (items.empty() || destinations.empty()) {
+  // Other engines may keep copies where no volume is.
+  const bool isMissing = destinations.empty() && !settings.contains(EngineKey::name);
+  if (items.empty() || isMissing) {
     reasons.push_back(reason(Cause::incomplete,
                              table.text(items.empty() ? "WhyNoSource" : "WhyNoDestination"),
                              table.text("WhyIncompleteRemedy"), edit(action.getReference())));

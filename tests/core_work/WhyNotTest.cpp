@@ -5,6 +5,7 @@
 
 #include "WorkWorld.h"
 #include "ZANCocoaFramework/ZAN_Archiver.h"
+#include "actions/RecordKeys.h"
 
 namespace corvana::test {
 namespace {
@@ -49,7 +50,12 @@ class WhyNotTest : public testing::Test, protected WorkWorld {
   WhyNot::Situation situation;
 };
 
-TEST_F(WhyNotTest, HasNothingToSayOfAnActionThatIsDue) { EXPECT_THAT(causes(due()), IsEmpty()); }
+TEST_F(WhyNotTest, HasNothingToSayOfAnActionThatIsDue) {
+  EXPECT_THAT(causes(due()), IsEmpty());
+  ZAN_Value elsewhere = due({{EngineKey::name, "restic"}});
+  elsewhere.removeKey("ItemsDestination");
+  EXPECT_THAT(causes(elsewhere), IsEmpty()) << "a server is no destination among volumes";
+}
 
 TEST_F(WhyNotTest, ADateIsNeverTooFarAwayToBeTold) {
   // Only on 29 February at 8:00, and not before 2028 for who looks in March 2024.
