@@ -177,6 +177,9 @@ Result<KeptVersions> PlainEngine::versions() {
            (version.state != VersionFolder::State::dated &&
             version.state != VersionFolder::State::current);
   });
+  const auto known = static_cast<std::ptrdiff_t>(VersionFolder::firstKnown(mChain));
+  kept.withoutList += static_cast<std::size_t>(known);
+  mChain.erase(mChain.begin(), mChain.begin() + known);
   for (const auto& version : mChain) {
     if (version.header->isUnfinished) continue;
     KeptVersion one{.id = version.base,

@@ -97,6 +97,15 @@ std::uint64_t VersionFolder::bytesOnDisk(const HeldFolder& versions) const {
   return blocks * 512;
 }
 
+std::size_t VersionFolder::firstKnown(const std::vector<VersionFolder>& chain) {
+  std::size_t first = chain.size();
+  for (; first > 0; --first) {
+    const std::string& next = chain[first - 1].header->next;
+    if (first < chain.size() && !next.empty() && next != chain[first].base) break;
+  }
+  return first;
+}
+
 bool VersionFolder::takeNewList(const HeldFolder& folder) {
   const int open = folder.descriptor();
   return ::renameat(open, std::string(kNewList).c_str(), open, std::string(kList).c_str()) == 0;

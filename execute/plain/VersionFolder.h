@@ -47,6 +47,9 @@ struct VersionFolder {
   static std::vector<VersionFolder> all(const HeldFolder& versions);
   /// What it takes up on its disk, `versions` being the folder that it lies in.
   std::uint64_t bytesOnDisk(const HeldFolder& versions) const;
+  /// Of the versions of one action, oldest first, the first one that is known: where one is
+  /// missing, nobody knows what the older ones had.
+  static std::size_t firstKnown(const std::vector<VersionFolder>& chain);
   /// Its new list, which is whole and synchronised, takes the place of its list; errno else.
   static bool takeNewList(const HeldFolder& folder);
 };

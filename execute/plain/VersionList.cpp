@@ -39,6 +39,7 @@ std::vector<std::string> linesOf(const VersionHeader& header) {
                                  line("bytes", std::to_string(header.bytes))};
   if (header.isUnfinished) lines.emplace_back("#unfinished");
   if (header.isClosed) lines.emplace_back("#closed");
+  if (!header.next.empty()) lines.push_back(line("next", header.next));
   if (!header.merges.empty()) lines.push_back(line("merges", header.merges));
   for (const auto& copy : header.copies) {
     lines.push_back(line("copy", copy.name) + (copy.isFolder ? " folder " : " file ") +
@@ -66,6 +67,7 @@ bool readHeaderLine(std::string_view line, VersionHeader& header) {
   if (key == "machine") header.machine = *value;
   if (key == "home") header.home = *value;
   if (key == "title") header.title = *value;
+  if (key == "next") header.next = *value;
   if (key == "merges") header.merges = *value;
   if (key == "copy") {
     const std::string_view kind = takeWord(line);

@@ -33,6 +33,9 @@ struct VersionHeader {
   bool isClosed = false;
   std::uint64_t files = 0;  ///< in all of its copies
   std::uint64_t bytes = 0;
+  /// Of the next newer version the folder without its state; what this version has is known by it.
+  /// Empty for the newest one, and for those of earlier programs.
+  std::string next = {};
   std::string merges = {};  ///< the folder that is being merged into this one
   std::vector<Copy> copies = {};
 

@@ -25,7 +25,7 @@ Outcome VersionMerge::perform(const VersionFolder& older, const VersionFolder& n
   auto from = mAll.below(newer.name);
   if (!into || !from) return into ? from.error() : into.error();
   const std::string merging = VersionFolder::named(newer.base, VersionFolder::State::merging);
-  if (Outcome listed = list(*into, *from, merging); !listed) return listed;
+  if (Outcome listed = list(*into, *from, newer.base); !listed) return listed;
   if (Outcome done = synchronise(*into); !done) return done;
   // From here on the newer one is no version any more.
   if (::renameat(mAll.descriptor(), newer.name.c_str(), mAll.descriptor(), merging.c_str()) != 0)
@@ -36,14 +36,15 @@ Outcome VersionMerge::perform(const VersionFolder& older, const VersionFolder& n
 
 /// Its lists are closed at the end: on a share a file that is open does not go, nor its folder.
 Outcome VersionMerge::list(const HeldFolder& into, const HeldFolder& from,
-                           const std::string& merging) {
+                           const std::string& newer) {
   auto first =
       VersionListReader::open(into.descriptor(), std::string(VersionFolder::kList), into.path());
   auto second =
       VersionListReader::open(from.descriptor(), std::string(VersionFolder::kList), from.path());
   if (!first || !second) return first ? second.error() : first.error();
   VersionHeader header = first->header();
-  header.merges = merging;
+  header.merges = VersionFolder::named(newer, VersionFolder::State::merging);
+  if (header.next == newer) header.next = second->header().next;
   VersionListWriter writer(into.descriptor(), std::string(VersionFolder::kMerged), header);
   auto one = first->next();
   auto two = second->next();

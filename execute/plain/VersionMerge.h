@@ -19,8 +19,8 @@ class VersionMerge {
   Outcome settle(const VersionFolder& older) const;
 
  private:
-  /// Writes what `into` has when it has taken up `from`, which is called `merging` by then.
-  static Outcome list(const HeldFolder& into, const HeldFolder& from, const std::string& merging);
+  /// Writes what `into` has when it has taken up `from`, whose name without its state is `newer`.
+  static Outcome list(const HeldFolder& into, const HeldFolder& from, const std::string& newer);
   Outcome finish(const HeldFolder& older, const std::string& merging) const;
 
   const HeldFolder& mAll;

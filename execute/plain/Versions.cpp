@@ -19,8 +19,6 @@ namespace {
 
 using State = VersionFolder::State;
 
-constexpr int kMostASecond = 100;
-
 }  // namespace
 
 /// Those of the action, oldest first, without what is going.
@@ -99,27 +97,28 @@ Outcome Versions::openCurrent(const std::string& base) {
 
 bool Versions::wasCut() const { return mCurrent && VersionJournal::isIn(*mCurrent); }
 
-/// A folder of its own for the header's date, or later where there is one already.
-Outcome Versions::makeFolder(const VersionHeader& header, State state, std::string& base) {
+/// A name for the folder of a version of that date that no other has.
+std::string Versions::newBase(ReferenceTime date) const {
   const auto all = VersionFolder::all(*mAll);
-  for (int number = 1; number <= kMostASecond; ++number) {
-    base = versionDateText(header.date);
-    if (number > 1) base += "-" + std::to_string(number);
-    if (std::ranges::any_of(all, [&](const auto& other) { return other.base == base; })) continue;
-    const std::string name = VersionFolder::named(base, state);
-    if (::mkdirat(mAll->descriptor(), name.c_str(), 0700) != 0) break;
-    auto folder = mAll->below(name);
-    if (!folder) return folder.error();
-    if (!VersionListWriter(folder->descriptor(), std::string(VersionFolder::kList), header)
-             .finish()) {
-      const Error error = unwritable(*mAll, name);
-      removeTree(mAll->descriptor(), name);
-      return error;
-    }
-    if (Outcome done = synchronise(*folder); !done) return done;
-    return synchronise(*mAll);
+  std::string base = versionDateText(date);
+  for (int number = 2; std::ranges::find(all, base, &VersionFolder::base) != all.end(); ++number)
+    base = versionDateText(date) + "-" + std::to_string(number);
+  return base;
+}
+
+Outcome Versions::makeFolder(const VersionHeader& header, State state, const std::string& base) {
+  const std::string name = VersionFolder::named(base, state);
+  if (::mkdirat(mAll->descriptor(), name.c_str(), 0700) != 0) return unwritable(*mAll, base);
+  auto folder = mAll->below(name);
+  if (!folder) return folder.error();
+  if (!VersionListWriter(folder->descriptor(), std::string(VersionFolder::kList), header)
+           .finish()) {
+    const Error error = unwritable(*mAll, name);
+    removeTree(mAll->descriptor(), name);
+    return error;
   }
-  return unwritable(*mAll, base);
+  if (Outcome done = synchronise(*folder); !done) return done;
+  return synchronise(*mAll);
 }
 
 Outcome Versions::endCut() {
@@ -143,7 +142,7 @@ Outcome Versions::begin(ReferenceTime now, bool isFirst) {
     // What is there was made before there were versions, and may be as old as that.
     if (next.date == 0 || next.date >= now) next.date = now - 1;
     next.isUnfinished = isFirst;
-    std::string base;
+    const std::string base = newBase(next.date);
     if (Outcome made = makeFolder(next, State::current, base); !made) return made;
     if (Outcome opened = openCurrent(base); !opened) return opened;
   }
@@ -162,12 +161,13 @@ Outcome Versions::close(VersionHeader next) {
   auto header = VersionListReader::headerOf(mCurrent->descriptor(),
                                             std::string(VersionFolder::kList), mCurrent->path());
   if (!header) return header.error();
-  header->isClosed = true;
-  if (Outcome written = VersionJournal::writeList(*mCurrent, mDestination, *header); !written)
-    return written;
   // Clocks are set back; the order of versions stays.
   next.date = std::max(std::floor(next.date), header->date + 1);
-  std::string base;
+  const std::string base = newBase(next.date);
+  header->isClosed = true;
+  header->next = base;
+  if (Outcome written = VersionJournal::writeList(*mCurrent, mDestination, *header); !written)
+    return written;
   if (Outcome made = makeFolder(next, State::fresh, base); !made) return made;
   if (!VersionFolder::takeNewList(*mCurrent)) return unwritable(*mCurrent);
   ::unlinkat(mCurrent->descriptor(), std::string(VersionFolder::kJournal).c_str(), 0);

@@ -74,7 +74,9 @@ class Versions {
       : mDestination(std::move(destination)), mOwn(std::move(own)) {}
 
   Outcome settle();
-  Outcome makeFolder(const VersionHeader& header, VersionFolder::State state, std::string& base);
+  std::string newBase(ReferenceTime date) const;
+  Outcome makeFolder(const VersionHeader& header, VersionFolder::State state,
+                     const std::string& base);
   Outcome openCurrent(const std::string& base);
   Outcome close(VersionHeader next);
   /// `chain`: all of the action; without it afterwards.

@@ -20,6 +20,7 @@
 #include "execute/engine/Restoration.h"
 #include "execute/plain/CopyRun.h"
 #include "execute/plain/Verification.h"
+#include "execute/plain/VersionMerge.h"
 #include "platform/linux/LinuxVolumes.h"
 #include "tests/execute/RandomTree.h"
 #include "tests/execute/ScratchFolder.h"
@@ -93,6 +94,7 @@ class VersionsTest : public testing::Test {
     const Outcome ended = versions->endCut();
     EXPECT_TRUE(ended) << ended.error().text;
     const auto chain = versions->chain();
+    EXPECT_EQ(VersionFolder::firstKnown(chain), 0u);
     std::size_t count = 0;
     for (std::size_t index = 0; index < chain.size(); ++index) {
       if (chain[index].header->isUnfinished) continue;
@@ -229,6 +231,29 @@ TEST(VersionsKept, OutliveAClockThatRunsAhead) {
   dates.clear();
   for (int run = 0; run < 5; ++run) dates.push_back(785'000'000 + run * 61 * kDay);
   EXPECT_EQ(quarter.superfluous(dates, dates.back()).size(), 3u);
+}
+
+TEST_F(VersionsTest, AreNotGuessedWhereOneIsMissing) {
+  for (int number = 0; number < 6; ++number) {
+    clock.time += 60;
+    scratch.write("source/file", std::to_string(number));
+    ASSERT_EQ(run().code, ExecuteCode::completed);
+  }
+  const auto disk = HeldFolder::open(scratch / "disk");
+  const auto chain = [&] { return Versions::open(*disk, own())->chain(); };
+  const auto all = chain();
+  ASSERT_EQ(all.size(), 6u);
+  const std::string folder = scratch / "disk/.corvana9-versions/";
+  fs::rename(folder + all[2].name, scratch / "away");
+  EXPECT_EQ(VersionFolder::firstKnown(chain()), 2u) << "the fourth of six is";
+  // Merging over the gap does not close it, and elsewhere makes none.
+  const auto versions = disk->below(std::string(Versions::kName));
+  ASSERT_TRUE(VersionMerge(*versions).perform(all[3], all[4]));
+  EXPECT_EQ(VersionFolder::firstKnown(chain()), 2u);
+  ASSERT_TRUE(VersionMerge(*versions).perform(all[1], all[3]));
+  EXPECT_EQ(VersionFolder::firstKnown(chain()), 2u) << "only the copies are";
+  std::ofstream(folder + all[1].name + "/.corvana9-list") << "rot";
+  EXPECT_EQ(VersionFolder::firstKnown(chain()), 1u);
 }
 
 TEST_F(VersionsTest, KeepTheirOrderWhenTheClockIsSetBack) {
