@@ -33,20 +33,24 @@ ResticEnd StagedSnapshot::fetch(Restic& restic, const Snapshot& snapshot,
                                 const std::function<void(std::string text)>& failed) {
   std::vector<std::string> words{"restore", snapshot.id, "--target", mFolder.heldPath()};
   for (const auto& name : names) words.push_back("--include=" + resticLiteral("/" + name));
-  ResticEnd end =
-      restic.call({.words = std::move(words),
-                   .onErrorLine =
-                       [&](std::string_view line) {
-                         constexpr std::string_view kIgnoring = "ignoring error for ";
-                         if (!line.starts_with(kIgnoring)) return;
-                         line.remove_prefix(kIgnoring.size());
-                         const std::string path(line.substr(0, line.find(": ")));
-                         mFailed.push_back(path.substr(std::min<std::size_t>(1, path.size())));
-                         if (failed) failed(inWords(path, line));
-                       },
-                   .descriptors = {mFolder.descriptor()}});
+  ResticEnd end = restic.call(
+      {.words = std::move(words),
+       .onErrorLine =
+           [&](std::string_view line) {
+             constexpr std::string_view kIgnoring = "ignoring error for ";
+             if (!line.starts_with(kIgnoring)) return;
+             line.remove_prefix(kIgnoring.size());
+             const std::string path(line.substr(0, line.find(": ")));
+             // Of what is not there it tells again that it gets no date.
+             const bool isNew =
+                 mFailed.insert(path.substr(std::min<std::size_t>(1, path.size()))).second;
+             if (failed && isNew) failed(inWords(path, line));
+           },
+       .descriptors = {mFolder.descriptor()}});
   // What could not be read is told one by one; anything else leaves it open what is good.
-  if (end.kind == ResticEnd::Kind::failed && !mFailed.empty()) end = {};
+  const bool isToldOfAll =
+      end.kind == ResticEnd::Kind::failed || end.kind == ResticEnd::Kind::damaged;
+  if (isToldOfAll && !mFailed.empty()) end = {};
   return end;
 }
 
@@ -63,9 +67,7 @@ std::string StagedSnapshot::inWords(const std::string& path, std::string_view li
   return text;
 }
 
-bool StagedSnapshot::isGood(const std::string& name) const {
-  return std::ranges::find(mFailed, name) == mFailed.end();
-}
+bool StagedSnapshot::isGood(const std::string& name) const { return !mFailed.contains(name); }
 
 Outcome StagedSnapshot::forEach(const std::string& name,
                                 const std::function<bool(const Entry&)>& each,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -43,7 +44,7 @@ class StagedSnapshot final : public VersionTree {
 
   const HeldFolder* mParent;
   HeldFolder mFolder;
-  std::vector<std::string> mFailed;  ///< names
+  std::set<std::string> mFailed;  ///< names
 };
 
 }  // namespace corvana

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <thread>
 
 #include "ZANCocoaFramework/ZAN_Utf8.h"
@@ -206,6 +207,11 @@ TEST_F(ResticTest, TellsFailuresApart) {
   scratch.write("password", "open sesame\n");
 
   // Four bytes of a pack; the check that reads nothing does not see it.
+  std::string noise(200'000, ' ');
+  std::mt19937 random(1);
+  for (char& byte : noise) byte = static_cast<char>(random());
+  scratch.write("Documents/noise", noise);
+  ASSERT_EQ(run().integer("C"), 2);
   std::string pack;
   for (const auto& entry : fs::recursive_directory_iterator(scratch / "Repository/data")) {
     if (entry.is_regular_file() && (pack.empty() || entry.file_size() > fs::file_size(pack)))
@@ -217,9 +223,17 @@ TEST_F(ResticTest, TellsFailuresApart) {
   EXPECT_EQ(verified.integer("code"), 1);
   EXPECT_THAT(verified.string("reason"), HasSubstr("THE COPY IS DAMAGED"));
   EXPECT_GT(record().integer(VersionKey::mismatches), 0);
+  // What lies in other packs comes back, and what does not is told once.
+  const ZAN_Value restored =
+      ask(ZAN_Value::dictionary({{"kind", "restore"}, {"to", scratch / "out"}}));
+  EXPECT_EQ(restored.integer("code"), 1);
+  EXPECT_EQ(restored["failed"].size(), 1u) << restored["failed"].at(0).string();
+  EXPECT_EQ(restored.integer("files"), 2) << restored.string("reason");
 
   fs::remove_all(scratch / "Repository");
-  EXPECT_THAT(run().string("Reason"), HasSubstr("--adopt"));
+  const ZAN_Value gone = run();
+  EXPECT_THAT(gone.string("Reason"), HasSubstr("--adopt"));
+  EXPECT_EQ(gone.integer(RunKey::mayTakeOver), 1);
   EXPECT_FALSE(fs::exists(scratch / "Repository/config")) << "no new one unasked";
 }
 
