@@ -13,6 +13,14 @@ namespace corvana {
 namespace {
 
 constexpr std::size_t kPiece = 1 << 18;
+/// A slow disk has done that much within a few seconds.
+constexpr off_t kBetweenLooks = 1 << 24;
+
+bool isToGoOn(const GoesOnWithin& goesOn, off_t bytes) {
+  if (!goesOn || goesOn(static_cast<std::uint64_t>(bytes))) return true;
+  errno = ECANCELED;
+  return false;
+}
 
 std::optional<std::size_t> fill(int file, std::string& piece, off_t at) {
   std::size_t done = 0;
@@ -27,9 +35,11 @@ std::optional<std::size_t> fill(int file, std::string& piece, off_t at) {
   return done;
 }
 
-bool copyPiece(int from, int to, off_t start, off_t end) {
+bool copyPiece(int from, int to, off_t start, off_t end, const GoesOnWithin& goesOn) {
   while (start < end) {
-    const auto length = static_cast<std::size_t>(std::min<off_t>(end - start, 1 << 30));
+    // At the same places, however much is copied at once.
+    const off_t stop = std::min(end, (start / kBetweenLooks + 1) * kBetweenLooks);
+    const auto length = static_cast<std::size_t>(stop - start);
     off_t source = start;
     off_t target = start;
     ssize_t count = ::copy_file_range(from, &source, to, &target, length, 0);
@@ -45,13 +55,14 @@ bool copyPiece(int from, int to, off_t start, off_t end) {
       return false;
     }
     start += count;
+    if (start % kBetweenLooks == 0 && !isToGoOn(goesOn, start)) return false;
   }
   return true;
 }
 
 }  // namespace
 
-bool copyContents(int from, int to, off_t size) {
+bool copyContents(int from, int to, off_t size, const GoesOnWithin& goesOn) {
   if (::ftruncate(to, size) != 0) return false;
   for (off_t at = 0; at < size;) {
     off_t data = ::lseek(from, at, SEEK_DATA);
@@ -59,13 +70,14 @@ bool copyContents(int from, int to, off_t size) {
     if (data < 0) data = at;
     off_t hole = ::lseek(from, data, SEEK_HOLE);
     if (hole <= data) hole = size;
-    if (!copyPiece(from, to, data, std::min(hole, size))) return false;
+    if (!copyPiece(from, to, data, std::min(hole, size), goesOn)) return false;
     at = hole;
   }
   return true;
 }
 
-std::optional<std::pair<bool, std::uint32_t>> readTogether(int one, int two) {
+std::optional<std::pair<bool, std::uint32_t>> readTogether(int one, int two,
+                                                           const GoesOnWithin& goesOn) {
   std::string first(kPiece, '\0');
   std::string second(kPiece, '\0');
   std::uint32_t sum = 0;
@@ -79,6 +91,7 @@ std::optional<std::pair<bool, std::uint32_t>> readTogether(int one, int two) {
     if (two >= 0 && (*count != *other || std::memcmp(first.data(), second.data(), *count) != 0))
       isSame = false;
     if (*count < kPiece) return std::pair(isSame, sum);
+    if (at % kBetweenLooks == 0 && !isToGoOn(goesOn, at)) return std::nullopt;
   }
 }
 

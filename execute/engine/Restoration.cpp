@@ -25,8 +25,8 @@ std::array<timespec, 2> timesOf(const VersionItem& item) {
   return {time, time};
 }
 
-bool hasSameContents(int one, int two) {
-  const auto found = readTogether(one, two);
+bool hasSameContents(int one, int two, const GoesOnWithin& goesOn) {
+  const auto found = readTogether(one, two, goesOn);
   return found && found->first;
 }
 
@@ -39,13 +39,19 @@ bool hasSameAttributes(const VersionItem& one, const VersionItem& two) {
 
 /// A file system may keep less of the attributes than the version has: then what is there is as
 /// good as what could be made.
-bool isWhatIsThere(const VersionItem& there, int parent, const std::string& name) {
+bool isWhatIsThere(const VersionItem& there, int parent, const std::string& name,
+                   const GoesOnWithin& goesOn) {
   if (there.kind != Kind::file) return false;
   const auto made = VersionItem::read(parent, kTemporary, there.name, true);
   const ZAN_Descriptor one = openPathBelow(parent, kTemporary, O_RDONLY | O_NONBLOCK);
   const ZAN_Descriptor two = openPathBelow(parent, name, O_RDONLY | O_NONBLOCK);
   return made && hasSameAttributes(there, *made) && one && two &&
-         hasSameContents(one.get(), two.get());
+         hasSameContents(one.get(), two.get(), goesOn);
+}
+
+std::string whyItFailed(int code) {
+  const bool isOfName = code == ENOENT || code == EINVAL || code == EILSEQ || code == ENAMETOOLONG;
+  return isOfName ? "its file system has no such names" : std::strerror(code);
 }
 
 }  // namespace
@@ -80,7 +86,7 @@ Outcome Restoration::perform(const Wish& wish) {
         goesOn = !mHooks.goesOn ||
                  mHooks.goesOn(ZAN_FilesUtils::joinedPath(mTarget.path(), target), mCounts);
         if (goesOn) restore(entry, target);
-        return goesOn;
+        return goesOn && !mIsStopped;
       },
       [&](const std::string& name) { fail(name, std::strerror(errno)); });
   finishFolders({});
@@ -148,7 +154,7 @@ void Restoration::restore(const VersionTree::Entry& entry, const std::string& ta
     return;
   }
   const auto there = VersionItem::read(parent, name, target, true);
-  if (!there) return fail(target, std::strerror(errno));
+  if (!there) return fail(target, whyItFailed(errno));
   if (item.kind == Kind::folder) {
     mOpen.push_back({item, target});
     if (there->kind == Kind::folder) return;
@@ -159,7 +165,7 @@ void Restoration::restore(const VersionTree::Entry& entry, const std::string& ta
     // With --overwrite a file makes way for a folder.
     if (there->kind != Kind::none && mOptions.overwrites) ::unlinkat(parent, name.c_str(), 0);
     if (::mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST)
-      return fail(target, std::strerror(errno));
+      return fail(target, whyItFailed(errno));
     return mFolders.forget();
   }
   restoreFile(entry, parent, name, target);
@@ -168,6 +174,14 @@ void Restoration::restore(const VersionTree::Entry& entry, const std::string& ta
 void Restoration::restoreFile(const VersionTree::Entry& entry, int parent, const std::string& name,
                               const std::string& target) {
   const VersionItem& item = entry.item;
+  const auto goesOn = [&](std::uint64_t bytes) {
+    Counts counts = mCounts;
+    counts.bytes += bytes;
+    mIsStopped =
+        mHooks.goesOn && !mHooks.goesOn(ZAN_FilesUtils::joinedPath(mTarget.path(), target), counts);
+    return !mIsStopped;
+  };
+  const auto goesOnComparing = [&](std::uint64_t /*bytes*/) { return goesOn(0); };
   const auto there = VersionItem::read(parent, name, item.name, true);
   ZAN_Descriptor source;
   if (item.kind == Kind::file) {
@@ -213,10 +227,11 @@ void Restoration::restoreFile(const VersionTree::Entry& entry, int parent, const
                                    ? openPathBelow(parent, name, O_RDONLY | O_NONBLOCK)
                                    : ZAN_Descriptor();
     if (item.kind == Kind::link || item.kind == Kind::other ||
-        (now && hasSameContents(source.get(), now.get()))) {
+        (now && hasSameContents(source.get(), now.get(), goesOnComparing))) {
       ++mCounts.same;
       return;
     }
+    if (mIsStopped) return;
   }
   const bool isInTheWay = there && there->kind != Kind::none;
   if (mOptions.onlyLooks) {
@@ -236,10 +251,11 @@ void Restoration::restoreFile(const VersionTree::Entry& entry, int parent, const
   } else if (item.kind == Kind::file) {
     const ZAN_Descriptor file(::openat(parent, kTemporary.c_str(),
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!file || !copyContents(source.get(), file.get(), static_cast<off_t>(item.size))) {
+    if (!file || !copyContents(source.get(), file.get(), static_cast<off_t>(item.size), goesOn)) {
       const std::string why = std::strerror(errno);
       ::unlinkat(parent, kTemporary.c_str(), 0);
-      return fail(target, why);
+      if (!mIsStopped) fail(target, why);
+      return;
     }
   } else if (item.kind == Kind::link) {
     if (::symlinkat(item.target.c_str(), parent, kTemporary.c_str()) != 0)
@@ -252,9 +268,10 @@ void Restoration::restoreFile(const VersionTree::Entry& entry, int parent, const
     if (errno != 0) return fail(target, std::strerror(errno));
   }
   setAttributes(item, parent, kTemporary, target);
-  if (there && isWhatIsThere(*there, parent, name)) {
+  const bool isSame = there && isWhatIsThere(*there, parent, name, goesOnComparing);
+  if (isSame || mIsStopped) {
     ::unlinkat(parent, kTemporary.c_str(), 0);
-    ++mCounts.same;
+    if (isSame) ++mCounts.same;
     return;
   }
   if (isInTheWay && !clear(parent, name, target, there->kind == Kind::folder)) {
@@ -263,7 +280,7 @@ void Restoration::restoreFile(const VersionTree::Entry& entry, int parent, const
   }
   parent = mFolders.open(splitName(target).first);
   if (parent < 0 || ::renameat(parent, kTemporary.c_str(), parent, name.c_str()) != 0) {
-    const std::string why = std::strerror(errno);
+    const std::string why = whyItFailed(errno);
     if (parent >= 0) ::unlinkat(parent, kTemporary.c_str(), 0);
     return fail(target, why);
   }

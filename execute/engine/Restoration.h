@@ -49,7 +49,8 @@ class Restoration {
     /// Before each item: its path in the target, and whether to go on.
     std::function<bool(const std::string& path, const Counts& counts)> goesOn;
     std::function<void(std::string text)> failed;
-    /// Tells of what is done, or with `onlyLooks` would be.
+    /// Tells of what is done, or with `onlyLooks` would be: of what stood in the way by the name
+    /// that it has now.
     std::function<void(const std::string& path, bool isInTheWay)> done;
   };
 
@@ -91,6 +92,7 @@ class Restoration {
   /// Where files with several names were restored to first.
   std::map<std::pair<std::uint64_t, std::uint64_t>, std::string> mLinked;
   bool mSaidAttributes = false;
+  bool mIsStopped = false;  ///< in the middle of a file
 };
 
 }  // namespace corvana

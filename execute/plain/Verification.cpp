@@ -68,7 +68,13 @@ void Verification::verify(const VersionView::Entry& entry, const std::string& kn
     ++mCounts.unknown;
     return;
   }
-  const auto found = copy ? readTogether(copy.get(), source.get()) : std::nullopt;
+  const auto goesOn = [&](std::uint64_t bytes) {
+    Counts counts = mCounts;
+    counts.bytes += bytes;
+    return !mHooks.goesOn || mHooks.goesOn(item.name, counts);
+  };
+  const auto found = copy ? readTogether(copy.get(), source.get(), goesOn) : std::nullopt;
+  if (!found && copy && errno == ECANCELED) return;
   if (!found) {
     ++mCounts.mismatches;
     return fail(std::string("it cannot be read: ") + std::strerror(errno));

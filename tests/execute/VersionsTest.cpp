@@ -324,6 +324,25 @@ TEST_F(VersionsTest, AreRestoredWithoutALoss) {
   EXPECT_EQ(scratch.read("source/b.before-2/deep"), "precious");
 }
 
+TEST_F(VersionsTest, CanBeLeftInTheMiddleOfAFile) {
+  scratch.write("source/large", std::string(40 << 20, 'x'));
+  ASSERT_EQ(run().code, ExecuteCode::completed);
+  const auto disk = HeldFolder::open(scratch / "disk");
+  auto versions = Versions::open(*disk, own());
+  const auto view = VersionView::open(*disk, *versions->folder(), versions->chain(), 0);
+  const auto source = HeldFolder::open(scratch / "source");
+  const auto failed = [](const std::string& text) { ADD_FAILURE() << text; };
+  const auto goesOn = [](const std::string&, const auto& counts) { return counts.bytes == 0; };
+  Verification verification(*view, *versions->folder(), "sums", {{"source", &*source}},
+                            {.goesOn = goesOn, .failed = failed});
+  EXPECT_TRUE(verification.perform({}));
+  EXPECT_EQ(verification.counts().files + verification.counts().mismatches, 0u);
+  fs::remove(scratch / "source/large");
+  Restoration restoration(*view, *source, {}, {.goesOn = goesOn, .failed = failed, .done = {}});
+  EXPECT_TRUE(restoration.perform({"source", "."}));
+  EXPECT_TRUE(fs::is_empty(scratch / "source")) << "half of a file is none";
+}
+
 TEST_F(VersionsTest, AreVerified) {
   const std::string contents(300'000, 'x');
   for (const char* name : {"a", "b", "c"}) scratch.write(std::string("source/") + name, contents);
