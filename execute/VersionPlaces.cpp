@@ -1,6 +1,7 @@
 #include "execute/VersionPlaces.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <optional>
 #include <utility>
 
@@ -20,16 +21,21 @@ std::string withoutEnd(std::string path) {
 }  // namespace
 
 Result<std::string> VersionPlaces::nameOf(std::string path, const std::string& folder) const {
-  path = withoutEnd(std::move(path));
+  if (path.empty()) return Error{ErrorKind::refused, "an empty path names nothing"};
   const bool isAbsolute = path.starts_with('/');
-  const std::string full = isAbsolute ? path : ZAN_FilesUtils::joinedPath(folder, path);
+  const auto normal = [](const std::string& given) {
+    return withoutEnd(std::filesystem::path(given).lexically_normal().string());
+  };
+  const std::string full = normal(isAbsolute ? path : ZAN_FilesUtils::joinedPath(folder, path));
+  path = normal(path);
+  const bool isOfVersion = !isAbsolute && path != "." && path != ".." && !path.starts_with("../");
   std::optional<std::string> name;
   for (const auto& copy : mVersion.copies) {
     if (const auto rest = ZAN_FilesUtils::relativePath(full, copy.source); rest && !name)
       name = ZAN_FilesUtils::joinedPath(copy.name, *rest);
-    if (!name && !isAbsolute && (path == copy.name || isBelow(path, copy.name))) name = path;
+    if (!name && isOfVersion && (path == copy.name || isBelow(path, copy.name))) name = path;
   }
-  if (!name && !isAbsolute && mVersion.copies.size() == 1 && mVersion.copies[0].isFolder)
+  if (!name && isOfVersion && mVersion.copies.size() == 1 && mVersion.copies[0].isFolder)
     name = ZAN_FilesUtils::joinedPath(mVersion.copies[0].name, path);
   if (!name) return Error{ErrorKind::refused, path + ": it lies in no source of the action"};
   return withoutEnd(*name);
@@ -77,7 +83,11 @@ Result<VersionTarget> VersionPlaces::origin(const std::string& name) const {
   if (copy->isFolder) {
     auto held = VolumeGuard::hold(place->path, *place);
     if (held) return VersionTarget{name, *std::move(held), rest.empty() ? "." : rest.substr(1)};
-    if (held.error().kind != ErrorKind::absent || ZAN_FilesUtils::exists(place->path))
+    std::error_code failed;
+    const auto status = std::filesystem::symlink_status(place->path, failed);
+    // A file in its place is in the way of it as of anything else that is restored.
+    if (!std::filesystem::is_regular_file(status) &&
+        (held.error().kind != ErrorKind::absent || ZAN_FilesUtils::exists(place->path)))
       return held.error();
   }
   auto above = VolumeGuard::hold(std::string(ZAN_FilesUtils::parentPath(place->path)), *place);

@@ -149,6 +149,23 @@ TEST_F(ResticTest, WritesNeitherIntoTheCopiesNorThroughALink) {
     for (const auto& entry : fs::directory_iterator(scratch / "Documents"))
       if (fs::is_symlink(entry.path())) fs::remove(entry.path());
     fs::remove_all(scratch / "away");
+
+    // Words of a user who stands somewhere, and a file where the whole source was.
+    const auto askFrom = [&](const std::string& folder, const char* path) {
+      ZAN_Value words = wish;
+      words.setValue("folder", folder);
+      words.setValue("names", ZAN_Value::array({path}));
+      return ask(words);
+    };
+    EXPECT_EQ(askFrom(scratch / "Documents", "./sub/../letter").integer("same"), 1);
+    EXPECT_EQ(askFrom(scratch / "Documents/sub", "..").integer("same"), 2);
+    EXPECT_THAT(askFrom(scratch / ".", ".").string("reason"), HasSubstr("in no source"));
+    EXPECT_EQ(askFrom(scratch / "Documents", "").integer("code"), 1) << "not all of it";
+    fs::rename(scratch / "Documents", scratch / "away");
+    scratch.write("Documents", "a file");
+    EXPECT_EQ(ask(wish)["kept"].size(), 1u);
+    EXPECT_TRUE(isSame("away", "Documents"));
+    fs::remove_all(scratch / "away");
   }
 }
 
