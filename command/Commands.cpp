@@ -135,7 +135,8 @@ constexpr std::array kCommands{
         "  --overwrite     keep nothing of files that stand in the way\n"
         "  --progress      tell how far it is on the error output, a line of JSON each\n"
         "  --from PLACE    of copies whose action is gone, or that another machine made: the\n"
-        "                  folder that they lie in, or a repository; REF is left out then\n",
+        "                  folder that they lie in, or a repository; REF is left out then\n"
+        "  --password-file FILE   opens that repository, as for versions\n",
         restoreCommand},
     Command{"verify", "REF [--sample PERCENT] [--from PLACE] [--progress] [--json]",
             "read copies and compare them with what was copied",
@@ -144,7 +145,7 @@ constexpr std::array kCommands{
             "copies. Of a repository the stored data is read and checked. Ends with 1 when\n"
             "anything is damaged.\n"
             "  --sample PERCENT   only so much of them, each week another part\n"
-            "  --from PLACE       as for versions; with the checksums alone\n"
+            "  --from PLACE       as for versions, with --password-file; by the checksums alone\n"
             "  --progress         as for restore\n",
             verifyCommand},
     Command{"diff", "REF [PATH…] [--at DATE] [--json]",

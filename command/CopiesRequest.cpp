@@ -44,7 +44,8 @@ bool CopiesRequest::isForAgent() const {
 }
 
 Outcome CopiesRequest::begin() {
-  if (isForAgent()) {
+  // Without the action there is nothing for the agent to do, and the program below says why.
+  if (isForAgent() && mHome.tree().rootItem().actionForReference(mReference) != nullptr) {
     auto agent = std::make_unique<RunningAgent>(mHome);
     if (agent->presence() == RunningAgent::Presence::silent)
       return Error{ErrorKind::unavailable, agent->absence()};

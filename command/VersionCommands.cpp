@@ -116,12 +116,14 @@ std::string dateOf(const CommandHome& home, const ZAN_Value& date) {
 }
 
 /// What the answer says, or why there is none; its reason goes with it.
-Answer answerFrom(const Result<ZAN_Value>& found, std::string text) {
+Answer answerFrom(const CommandHome& home, const Result<ZAN_Value>& found, std::string text) {
   if (!found) return found.error();
   Answer answer(*found, std::move(text));
   if (found->integer("code") != 0) {
     answer.code = kCouldNot;
     answer.reason = printable(found->string("reason"));
+    if (found->contains("oldest"))
+      answer.reason += "; the oldest is of " + dateOf(home, (*found)["oldest"]);
   }
   return answer;
 }
@@ -206,9 +208,10 @@ Answer versionsCommand(Arguments& arguments, const Console& console) {
     }
     if (const auto older = found->integer("older"); older > 0)
       text += counted(older, "older folder", "older folders") +
-              " without a list in .corvana9-versions: to be looked through by hand\n";
+              " in .corvana9-versions without a list, or behind one that is missing: to be looked "
+              "through by hand\n";
   }
-  return answerFrom(found, std::move(text));
+  return answerFrom(home, found, std::move(text));
 }
 
 Answer restoreCommand(Arguments& arguments, const Console& console) {
@@ -238,19 +241,21 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
         text += before + printable(path.stringView()) + '\n';
     };
     if (onlyLooks) list("items", "would restore ");
-    list("kept", onlyLooks ? "would keep under another name " : "kept under another name ");
+    list("kept", onlyLooks ? "would keep under another name " : "kept what stood in the way as ");
     for (const ZAN_Value& failure : (*found)["failed"].elements())
       text += "not restored: " + printable(failure.stringView()) + '\n';
     text += (onlyLooks ? "Would restore " : "Restored ") +
             counted(found->integer("files"), "file", "files") + " (" + sizeOf(*found, "bytes") +
             ") from the version of " + dateOf(home, (*found)["version"]);
     if (found->integer("same") > 0)
-      text += "; " + std::to_string(found->integer("same")) + " were there as they were then";
+      text += "; " + std::to_string(found->integer("same")) +
+              (found->integer("same") == 1 ? " was there as it was then"
+                                           : " were there as they were then");
     if (found->integer("unread") > 0)
-      text += ", by their sizes and dates; without --dry-run their contents are compared";
+      text += ", by size and date; without --dry-run the contents are compared";
     text += '\n';
   }
-  return answerFrom(found, std::move(text));
+  return answerFrom(home, found, std::move(text));
 }
 
 Answer verifyCommand(Arguments& arguments, const Console& console) {
@@ -273,12 +278,15 @@ Answer verifyCommand(Arguments& arguments, const Console& console) {
       text += counted(found->integer("files"), "file was", "files were") + " read and compared (" +
               sizeOf(*found, "bytes") + ")";
     }
+    if (found->integer("mismatches") == 0 && found->integer("files") > 0)
+      text += "; all as it was copied";
     if (const auto unknown = found->integer("unknown"); unknown > 0)
-      text += "; " + counted(unknown, "file has", "files have") +
-              " changed since, and no checksum is known yet";
-    text += found->integer("mismatches") == 0 ? "; all as it was copied\n" : "\n";
+      text += "; nothing to compare " + counted(unknown, "other file", "other files") + " with, " +
+              (wish->reference == 0 ? "" : "changed at the source since and ") +
+              "without a checksum so far";
+    text += '\n';
   }
-  return answerFrom(found, std::move(text));
+  return answerFrom(home, found, std::move(text));
 }
 
 Answer browseCommand(Arguments& arguments, const Console& console) {
@@ -305,7 +313,7 @@ Answer browseCommand(Arguments& arguments, const Console& console) {
     if (const auto more = found->integer("more"); more > 0)
       text += "and " + counted(more, "other", "others") + '\n';
   }
-  return answerFrom(found, std::move(text));
+  return answerFrom(home, found, std::move(text));
 }
 
 Answer diffCommand(Arguments& arguments, const Console& console) {
@@ -325,7 +333,7 @@ Answer diffCommand(Arguments& arguments, const Console& console) {
     text += counted(found->integer("count"), "difference", "differences") +
             " since the version of " + dateOf(home, (*found)["version"]) + '\n';
   }
-  return answerFrom(found, std::move(text));
+  return answerFrom(home, found, std::move(text));
 }
 
 }  // namespace corvana

@@ -74,6 +74,7 @@ Outcome VersionRequest::choose() {
   };
   const auto found = std::find_if(mKept.versions.rbegin(), mKept.versions.rend(), isWanted);
   if (found == mKept.versions.rend()) {
+    if (!mKept.versions.empty()) mAnswer.set("oldest", mKept.versions.front().date);
     return Error{ErrorKind::absent,
                  mEngine->place() + (at.isNumber() ? ": there is no version as old as that"
                                                    : ": no version is whole yet")};

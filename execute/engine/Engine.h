@@ -114,7 +114,7 @@ struct TaskHooks {
   std::function<void(std::uint64_t files, std::uint64_t bytes)> inAll;  ///< once it is known
   std::function<bool(const std::string& path, std::uint64_t files, std::uint64_t bytes)> goesOn;
   std::function<void(std::string text)> failed;
-  /// Tells of what is done, or would be.
+  /// Tells of what is done, or would be; of what stood in the way by the name that it has now.
   std::function<void(const std::string& path, bool isInTheWay)> done;
 };
 

@@ -113,22 +113,25 @@ bool Restoration::clear(int parent, const std::string& name, const std::string& 
                         bool isFolder) {
   // A folder may hold anything.
   if (mOptions.overwrites && !isFolder) return true;
-  ++mCounts.kept;
-  if (mHooks.done) mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), target), true);
-  if (mOptions.onlyLooks) return true;
+  const auto isKept = [&](const std::string& as) {
+    ++mCounts.kept;
+    const std::string above = splitName(target).first;
+    if (mHooks.done)
+      mHooks.done(ZAN_FilesUtils::joinedPath(mTarget.path(), ZAN_FilesUtils::joinedPath(above, as)),
+                  true);
+    mFolders.forget();
+    return true;
+  };
+  if (mOptions.onlyLooks) return isKept(name);
   for (int number = 1; number < 1000; ++number) {
     const std::string kept =
         name + mOptions.suffix + (number > 1 ? "-" + std::to_string(number) : "");
-    if (::renameat2(parent, name.c_str(), parent, kept.c_str(), RENAME_NOREPLACE) == 0) {
-      mFolders.forget();
-      return true;
-    }
+    if (::renameat2(parent, name.c_str(), parent, kept.c_str(), RENAME_NOREPLACE) == 0)
+      return isKept(kept);
     struct stat state {};
     if (errno == EINVAL && ::fstatat(parent, kept.c_str(), &state, AT_SYMLINK_NOFOLLOW) != 0 &&
-        ::renameat(parent, name.c_str(), parent, kept.c_str()) == 0) {
-      mFolders.forget();
-      return true;
-    }
+        ::renameat(parent, name.c_str(), parent, kept.c_str()) == 0)
+      return isKept(kept);
     if (errno != EEXIST && errno != EINVAL && errno != 0) break;
   }
   fail(target, std::string("what stands in the way cannot be renamed: ") + std::strerror(errno));
@@ -211,8 +214,11 @@ void Restoration::restoreFile(const VersionTree::Entry& entry, int parent, const
         ::unlinkat(parent, kTemporary.c_str(), 0);
         if (isThere && ::linkat(folder.get(), first.c_str(), parent, kTemporary.c_str(), 0) == 0) {
           if (there && there->kind != Kind::none &&
-              !clear(parent, name, target, there->kind == Kind::folder))
+              !clear(parent, name, target, there->kind == Kind::folder)) {
+            ::unlinkat(parent, kTemporary.c_str(), 0);
             return;
+          }
+          parent = mFolders.open(splitName(target).first);
           if (::renameat(parent, kTemporary.c_str(), parent, name.c_str()) != 0)
             return fail(target, std::strerror(errno));
           ++mCounts.files;

@@ -12,6 +12,7 @@
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/ActionsTools.h"
+#include "actions/RecordKeys.h"
 #include "execute/plain/Verification.h"
 #include "execute/plain/VersionView.h"
 #include "platform/Clock.h"
@@ -147,6 +148,13 @@ Outcome PlainEngine::findPlace() {
 Result<HeldFolder> PlainEngine::versionsFolder() const {
   auto versions = mDestination->below(std::string(Versions::kName));
   if (versions) return versions;
+  if (mOrder.from.empty() && mOrder.settings.integer(VersionKey::none) != 0)
+    return Error{ErrorKind::absent, mDestination->path() +
+                                        ": the action keeps no versions; its copies are the "
+                                        "ordinary folders there"};
+  if (mOrder.from.empty() && !mOrder.settings["LastExecutionDate"].asDate())
+    return Error{ErrorKind::absent,
+                 mDestination->path() + ": the action has copied nothing there yet"};
   return Error{ErrorKind::absent, mDestination->path() + ": there are no versions of copies"};
 }
 

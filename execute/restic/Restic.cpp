@@ -158,6 +158,12 @@ bool isOfFailure(std::string_view line) {
                             "returned error, retrying after", "operation failed"});
 }
 
+/// restic may end before it has handed on what ssh says, which alone tells what is the matter.
+bool isMissingWordsOfSsh(const ResticEnd& end) {
+  return end.text.find("unable to start the sftp session") != std::string::npos &&
+         end.text.find("subprocess ") == std::string::npos;
+}
+
 }  // namespace
 
 std::string resticLiteral(std::string_view path) {
@@ -304,6 +310,7 @@ ResticEnd Restic::callOnce(const Call& call) {
 
 ResticEnd Restic::call(const Call& call) {
   ResticEnd end = callOnce(call);
+  if (isMissingWordsOfSsh(end)) end = callOnce(call);
   std::string whose;
   while (end.kind == Kind::locked && waitForLocks(call, whose)) end = callOnce(call);
   if (m.control.stopReason() != StopReason::none) return {Kind::stopped};

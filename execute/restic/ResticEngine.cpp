@@ -193,6 +193,9 @@ Result<KeptVersions> ResticEngine::versions() {
     tags = std::string(SnapshotTag::own) + "," + std::string(SnapshotTag::action) +
            std::to_string(mOrder.reference);
   auto all = isOwn ? mAction->snapshots() : Snapshot::all(*mRestic, tags);
+  if (!all && all.error().kind == ErrorKind::absent && isOwn &&
+      !mOrder.settings["LastExecutionDate"].asDate())
+    return Error{ErrorKind::absent, place() + ": the action has copied nothing there yet"};
   if (!all) return all.error();
   mSnapshots = *std::move(all);
   if (isOwn) mNotes->update(mSnapshots);
