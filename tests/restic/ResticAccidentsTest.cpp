@@ -90,9 +90,10 @@ TEST_F(ResticAccidentsTest, ALockOfANamesakeIsNotTakenForOurs) {
   // As another machine of this name and user would leave it: nobody here has started that process.
   inChild([&] {
     killWhenLocked("backup", "$$");
-    std::system(("'" + programs["restic"] + "' --password-file '" + scratch / "password" +
-                 "' -r '" + scratch / "Repository" + "' backup '" + scratch / "Documents" + "'")
-                    .c_str());
+    [[maybe_unused]] const int killed =
+        std::system(("'" + programs["restic"] + "' --password-file '" + scratch / "password" +
+                     "' -r '" + scratch / "Repository" + "' backup '" + scratch / "Documents" + "'")
+                        .c_str());
   });
   ASSERT_NE(restic("list locks"), "");
   std::string held;
