@@ -277,9 +277,12 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass
     if (mBandwidth > 0)
       words.push_back("--bwlimit=" + std::to_string(std::max<std::uint64_t>(mBandwidth / 1024, 1)));
   }
-  // A half is neither copied nor deleted.
-  if (task.keepsHalves || pass == Pass::look)
+  // A half is neither copied nor deleted; a look need not see whether each file has one.
+  if (task.keepsHalves) {
     words.push_back("--partial-dir=" + std::string(HalfFiles::kName));
+  } else if (pass == Pass::look) {
+    words.push_back("--filter=-p " + std::string(HalfFiles::kName) + "/");
+  }
   // A link to a file means the file.
   if (!source.isFolder) words.emplace_back("--copy-links");
   for (auto& word : RsyncOutput::arguments(pass == Pass::copy)) words.push_back(std::move(word));

@@ -198,6 +198,9 @@ TEST_F(AccidentsTest, GoesOnWithALargeFileWhereItWasStopped) {
   EXPECT_GT(half, 1u << 20);
   onProgress = {};
   control.emplace();
+  std::vector<CopyRun::Planned> planned;
+  look(record(CopyPlan::kSynchronise, {"source"}, "disk"), planned);
+  for (const auto& one : planned) EXPECT_NE(one.kind, CopyRun::Planned::Kind::deleted) << one.path;
   replaceRsync("case \"$*\" in *--no-whole-file*) exec $RSYNC --stats \"$@\" | tee -a '" + log +
                "';; esac; exec $RSYNC \"$@\"");
   EXPECT_EQ(synchronise("source").code, ExecuteCode::completed);
