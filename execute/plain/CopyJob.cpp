@@ -183,6 +183,7 @@ Result<RsyncProcess::End> CopyJob::start(CopyPlan::Pass pass, Copy& copy, RsyncO
                             .options = mOptions,
                             .mayRemoveFolders = mMayDelete,
                             .tellsAll = special.tellsAll,
+                            .comparesAttributes = special.comparesAttributes,
                             .keepsHalves = !copy.largeItems.empty(),
                             .onlyItem = special.onlyItem,
                             .readsItems = special.items >= 0};

@@ -108,6 +108,7 @@ class CopyJob {
 
   struct Special {
     bool tellsAll = false;
+    bool comparesAttributes = true;
     std::optional<std::string> onlyItem = {};
     int items = -1;  ///< the only ones to be copied, as of CopyPlan::Task; -1: all
   };

@@ -228,8 +228,10 @@ bool CopyLook::lookAt(Copy& copy) {
       copy.largeItems.emplace(item.name, unused);
       holes += unused;
     });
-    const auto end =
-        start(CopyPlan::Pass::look, copy, output, {.tellsAll = isFirst && !watched.empty()});
+    // Where nothing is, all is new whatever its attributes; a plan is to tell which cannot be read.
+    const auto end = start(CopyPlan::Pass::look, copy, output,
+                           {.tellsAll = isFirst && !watched.empty(),
+                            .comparesAttributes = mPlanned || mOwner.hasRun || !copy.isEmpty});
     if (!end) return fail(ExecuteCode::unexpectedError, end.error().text);
     if (end->skipWanted && isInOrder()) continue;
     if (endsWith(*end, output, copy)) return false;

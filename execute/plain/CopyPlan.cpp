@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
@@ -258,7 +259,9 @@ std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass
                                              const Task& task) const {
   const Source& source = task.source;
   std::vector<std::string> words{rsync, "--archive", "--one-file-system"};
-  words.insert(words.end(), task.options.begin(), task.options.end());
+  std::ranges::copy_if(task.options, std::back_inserter(words), [&](const std::string& option) {
+    return task.comparesAttributes || (option != "--xattrs" && option != "--acls");
+  });
   if (mComparesContents) words.emplace_back("--checksum");
   if (pass == Pass::look) {
     words.insert(words.end(), {"--dry-run", "--no-inc-recursive"});

@@ -80,6 +80,7 @@ class CopyPlan {
     std::vector<std::string> options;              ///< of the file system
     bool mayRemoveFolders = false;                 ///< that stand where a file is to be
     bool tellsAll = false;                         ///< of what is the same already, too
+    bool comparesAttributes = true;                ///< access lists and extended attributes, too
     bool keepsHalves = false;                      ///< of a file that is not copied to its end
     std::optional<std::string> onlyItem = {};      ///< goes on with that file alone from its half
     bool readsItems = false;  ///< the only ones to be copied, each as "./name" and a NUL
