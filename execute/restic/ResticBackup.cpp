@@ -93,7 +93,7 @@ std::vector<std::string> ResticBackup::words(ReferenceTime date) const {
     if (!mSources[i].isFolder) words.insert(words.end(), {"--tag", Snapshot::fileTag(i)});
   }
   const auto exclude = [&](const std::string& pattern) { words.push_back("--exclude=" + pattern); };
-  exclude(std::string(StagedSnapshot::kFolder) + "*");
+  exclude(StagedSnapshot::kFolder);
   for (const HeldSource& source : mSources) {
     const std::string path = realPath(source);
     for (const auto& mount : source.mountsWithin)
