@@ -13,6 +13,7 @@ namespace corvana {
 namespace {
 
 constexpr std::size_t kBuffer = 1 << 16;
+constexpr std::size_t kFirst = 1 << 12;  // often all that is wanted
 constexpr std::size_t kMostInMemory = 4 << 20;
 
 }  // namespace
@@ -85,10 +86,11 @@ bool LineReader::next(std::string_view& line) {
     mBuffer.erase(0, mStart);
     mStart = 0;
     const std::size_t before = mBuffer.size();
-    mBuffer.resize(before + kBuffer);
+    const std::size_t piece = mOffset == 0 ? kFirst : kBuffer;
+    mBuffer.resize(before + piece);
     ssize_t count = 0;
     do {
-      count = ::pread(mDescriptor, mBuffer.data() + before, kBuffer, mOffset);
+      count = ::pread(mDescriptor, mBuffer.data() + before, piece, mOffset);
     } while (count < 0 && errno == EINTR);
     mBuffer.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     mHasFailed = count < 0;

@@ -10,6 +10,7 @@
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -64,6 +65,18 @@ std::string resourcesFolder(const Machine& machine) {
   return ZAN_FilesUtils::joinedPath(bundle, "Corvana 9 Scheduler.app/Contents/Resources");
 }
 
+/// The user's, for answers.
+struct Language {
+  Language(const Machine& machine, SystemLog& log)
+      : strings(machine.regionName(), machine.timeZoneName()) {
+    const Outcome loaded = texts.load(resourcesFolder(machine), machine.languageNames());
+    if (!loaded) log.write(loaded.error().text);
+  }
+
+  ZAN_StringTable texts;
+  const ZAN_StringUtils strings;
+};
+
 /// A disk that sleeps takes its time to wake up; one that was given up has had it.
 constexpr double kSecondsForSilentVolumes = 5;
 
@@ -100,17 +113,16 @@ int perform(const ExecuteArguments& arguments, RunKeeper& keeper, double patienc
   ExecuteMessages messages(clock, [&](const DistributedNotification& message) {
     loop.performOnMain([&notifications, message] { notifications.post(message); });
   });
-  ZAN_StringTable texts;
-  if (const Outcome loaded = texts.load(resourcesFolder(machine), machine.languageNames()); !loaded)
-    log.write(loaded.error().text);
-  const ZAN_StringUtils strings(machine.regionName(), machine.timeZoneName());
+  std::optional<Language> language;  // of few executions anything is asked
   notifications.observe("CVA9_ExecuteNotification", [&](const DistributedNotification& message) {
-    messages.handle(message, control, {texts, strings, arguments.reference});
+    if (!language) language.emplace(machine, log);
+    messages.handle(message, control, {language->texts, language->strings, arguments.reference});
   });
+  const ZAN_StringTable noTexts;
   const auto work = [&](const std::function<void(ExecuteRun&)>& what) {
     keeper.signs().thread = ::gettid();
     ActionStore store(clock, machine, log);
-    ActionTree tree(store.tree(), clock, log, texts);
+    ActionTree tree(store.tree(), clock, log, noTexts);
     History history(store);
     const auto volumes = GvfsShares::volumesNow(machine, patience);
     ExecuteRun run({{store, tree, history},
