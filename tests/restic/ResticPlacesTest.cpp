@@ -68,10 +68,11 @@ TEST_F(ResticPlacesTest, ATargetThatDiesInARunIsGivenUpInTime) {
   ASSERT_EQ(run().integer("C"), 2);
   // As restic tells of a server that has gone: it goes on to say how far it is.
   replaceRestic(
-      "case \"$*\" in *backup*) echo 'Save(<data/1>) returned error, retrying after 1s: refused' "
-      ">&2;"
-      " i=0; while [ $((i += 1)) -lt 200 ]; do echo '{\"message_type\":\"status\","
-      "\"seconds_elapsed\":'$i',\"percent_done\":0.5,\"bytes_done\":5}'; sleep 0.05; done; exit 1;;"
+      "case \"$*\" in *backup*) i=0; while [ $((i += 1)) -lt 200 ]; do echo"
+      " '{\"message_type\":\"status\",\"seconds_elapsed\":'$i',\"percent_done\":0.5,\"bytes_done\":"
+      "5}';"
+      " [ $i = 1 ] && echo 'Save(<data/1>) returned error, retrying after 1s: refused' >&2;"
+      " sleep 0.05; done; exit 1;;"
       " *) exec \"$restic\" \"$@\";; esac");
   onPost = [&](const DistributedNotification& post) {
     if (post.object == "ExecuteProgress") clock.waited += 60;
