@@ -9,10 +9,26 @@ TEST_F(PreferencesTest, BuiltInValuesAreUsedAndNeverWritten) {
   RecordedAgent agent(p);
   const Preferences& prefs = agent.preferences;
   EXPECT_EQ(prefs.mPrefKeepQueueAtShutdown, 1);
-  EXPECT_EQ(prefs.mSurveyVolumesFolder, 1);
   EXPECT_TRUE(prefs.mCheckFreeSpace);
-  EXPECT_EQ(prefs.mPrefFloatingIconNbLines, 5);
   EXPECT_EQ(prefs.mPrefShowMessageTransparency, 80.0);
+  // Nothing else is on that nobody has switched on, and what may be typed has its limits.
+  std::string builtIn, limits;
+  for (const Preference& one : Preferences::table()) {
+    const std::string key(one.key.substr(std::min(one.key.size(), std::size_t{13})));
+    const auto number = [](double value) { return std::to_string(static_cast<int>(value)); };
+    if (one.builtIn != 0) builtIn += key + " " + number(one.builtIn) + "\n";
+    if (one.kind == Preference::Kind::number)
+      limits += key + " " + number(one.least) + " " + number(one.most) + "\n";
+  }
+  EXPECT_EQ(builtIn,
+            "KeepQueueAtShutdown 1\nFloatingIconNbLines 5\nFloatingIconTransparency 80\n"
+            "ShowMessageTransparency 80\nShowMessagePositionX 50\nShowMessagePositionY 10\n"
+            "NoProgressMinutes 10\nSurveyVolumesFolder 1\nSurveyFreeSpace 1\n"
+            "RemoteControlMayLaunch 1\n");
+  EXPECT_EQ(limits,
+            "FloatingIconNbLines 1 20\nFloatingIconTransparency 10 100\n"
+            "ShowMessageTransparency 10 100\nShowMessagePositionX 0 100\n"
+            "ShowMessagePositionY 0 100\nNoProgressMinutes 0 10080\nRemoteControlPort 0 65535\n");
   EXPECT_EQ(prefs.mShowMessagePosition, (Point{50, 10}));
   EXPECT_FALSE(prefs.mShowMiniProgressPosition);
   EXPECT_EQ(prefs.mRemoteControlLocalName, "annas machine");
@@ -47,9 +63,11 @@ TEST_F(PreferencesTest, StoredValuesComeBackInTheNextRun) {
   EXPECT_EQ(agent.preferences.keysForShortcut()[1], 2);
 
   agent.preferences.setPref("SchedulerPrefShowMountMessage", {});
+  agent.preferences.setPref("SchedulerPrefShowAnnouncePositionY", {});
   agent.preferences.savePrefs();
   agent.preferences.loadPrefs();
   EXPECT_EQ(agent.preferences.mPrefShowMountMessage, 0);
+  EXPECT_FALSE(agent.preferences.mShowMiniProgressPosition) << "one coordinate is no place";
   EXPECT_EQ(agent.store.settings().schedulerSettings().string("Another program's"), "value");
 }
 

@@ -68,6 +68,10 @@ TEST_F(SchedulerLogTest, ASuccessTakesBackTheFailureOfItsOwnAction) {
   log(next, 2, 2);
   EXPECT_EQ(next.state.mErrorInExecution, 0);
   EXPECT_TRUE(next.preferences.prefForKey("SchedulerFailuresNotSeen").isNull());
+  RecordedAgent third(p);
+  third.schedulerLog.restoreErrorState();
+  EXPECT_TRUE(third.state.mFailures.empty()) << "nothing has failed";
+  EXPECT_EQ(third.state.mErrorInExecution, 0);
 
   // Of an agent that kept no list.
   next.preferences.setPref("SchedulerPrefErrorInExecution", 11);

@@ -30,6 +30,19 @@ TEST_F(WatchingTest, SiblingsAreToldByTheirBundle) {
   p.processes.startApplication(paths.installPathForCode(InstallPaths::mainAppBundle));
   agent.channel.postToMainApp("UpdateHistory");
   EXPECT_EQ(p.notifications.count("CVA9_MainAppliNotification", "UpdateHistory"), 1U);
+
+  const auto status = [&](bool disabled, bool byUser, bool paused, bool executing) {
+    agent.state.mScheduleDisabled = disabled;
+    agent.preferences.mPrefScheduleDisabled = byUser ? 1 : 0;
+    agent.state.mPause = paused;
+    agent.state.mExecuting = executing;
+    agent.channel.sendSchedulerStatusToMainApp();
+    return p.notifications.posts.back().userInfo.integer("SchedulerStatus");
+  };
+  EXPECT_EQ(status(true, true, true, true), 4);
+  EXPECT_EQ(status(true, false, true, true), 3) << "off until the user has answered a question";
+  EXPECT_EQ(status(false, true, false, true), 2);
+  EXPECT_EQ(status(false, false, false, false), 1);
 }
 
 TEST_F(WatchingTest, DebugLinesNeedTheMainApplicationAtStartUp) {

@@ -71,6 +71,7 @@ TEST_F(PairingAtTheDesktop, TheUserComparesTheDigitsAndBothKnowEachOther) {
   EXPECT_EQ(sources->pairingState(), "Paired with kitchen");
   day.runFor(5);
   EXPECT_EQ(port(), 0) << "nobody else can come";
+  EXPECT_EQ(sources->pairingState(), "Paired with kitchen");
 
   sources->renamePaired("k17c/501", "Cooking");
   EXPECT_EQ(sources->pairedMachines().at(0).string("name"), "Cooking");
@@ -92,6 +93,7 @@ TEST_F(PairingAtTheDesktop, WhoIsRefusedOrComesTooLateIsNotPaired) {
   other->say(Frames::framed(Pairing::kLengthBytes, *second.receive(**heard.next())));
   day.runFor(0.1);
   EXPECT_TRUE(other->isOver()) << "one at a time";
+  EXPECT_EQ(sources->pairingState(), "kitchen wants to be paired");
   EXPECT_EQ(day.machine.userInterface.questions.size(), 1U);
   say(kitchen.confirm());
   answer(false);
@@ -102,6 +104,19 @@ TEST_F(PairingAtTheDesktop, WhoIsRefusedOrComesTooLateIsNotPaired) {
   day.runFor(60);
   EXPECT_NE(port(), 0);
   day.runFor(61);
+  EXPECT_EQ(port(), 0);
+  EXPECT_TRUE(PairedMachines(day.store()).all().empty());
+}
+
+TEST_F(PairingAtTheDesktop, WhoGoesWhileTheDigitsAreComparedIsNotPaired) {
+  offer();
+  come();
+  line.reset();
+  day.runFor(0.1);
+  EXPECT_EQ(sources->pairingState(), "Not paired: the other machine has ended it");
+  EXPECT_TRUE(day.machine.userInterface.answer(Window::preferences, true));
+  day.runFor(0.1);
+  EXPECT_EQ(sources->pairingState(), "Not paired: the other machine has ended it");
   EXPECT_EQ(port(), 0);
   EXPECT_TRUE(PairedMachines(day.store()).all().empty());
 }
