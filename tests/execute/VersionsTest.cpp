@@ -313,7 +313,9 @@ TEST_F(VersionsTest, AreRestoredWithoutALoss) {
   EXPECT_EQ(scratch.read("source/b.before"), "newer");
   EXPECT_EQ(scratch.read("source/new"), "stays");
   scratch.write("source/b", "again");
+  const fs::path half = scratch.write("source/.corvana9-restoring", "of one that was killed");
   EXPECT_EQ(restore(true).kept, 0u);
+  EXPECT_FALSE(fs::exists(half));
   EXPECT_EQ(scratch.read("source/b"), "same");
   EXPECT_EQ(scratch.read("source/b.before"), "newer");
   // A folder may hold anything and is never overwritten.
