@@ -16,6 +16,8 @@ inline constexpr std::string_view putOff = "TryAgainCount";
 /// What an entry of the log says, in keys of this system's own.
 namespace LogKey {
 inline constexpr std::string_view untold = "Untold";  ///< 1: no agent was there to take it
+/// 1: the place of the copies did not answer, or others hold it.
+inline constexpr std::string_view unreachable = "Unreachable";
 }  // namespace LogKey
 
 /// What a record says, in keys of this system's own, of the older versions of what it copies.

@@ -219,6 +219,7 @@ void ExecuteRecords::addToLog(const ExecuteEnd& end, std::string_view task) {
     if (mLacksOthers) entry.setValue(RunKey::lacksOthers, 1);
   }
   if (end.isReadBack) entry.setValue(RunKey::isReadBack, 1);
+  if (end.isUnreachable) entry.setValue(LogKey::unreachable, 1);
   if (!mNewLosses.empty()) {
     entry.setValue(CopyKey::losses, mNewLosses);
     if (!entry.contains("F"))

@@ -78,8 +78,11 @@ void SchedulerLog::addSchedulerLog(const ZAN_Value& entry) {
     case LogCode::volumeNotFound:
     case LogCode::volumeNotAvailable:
       if (showStandardMessage) {
-        showStandardMessage(mTexts.text("ActionNotExecutedNoVolume", {entry.string("N")}),
-                            LogCode::message);
+        const bool isReached = entry.integer(LogKey::unreachable) == 0;
+        showStandardMessage(
+            mTexts.text(isReached ? "ActionNotExecutedNoVolume" : "ActionTargetNotReachable",
+                        {entry.string("N")}),
+            LogCode::message);
       }
       break;
     case LogCode::abortedByUser:

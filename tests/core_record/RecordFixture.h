@@ -15,8 +15,9 @@ namespace corvana {
 /// The record of the scheduler on a simulated machine, as one run of the agent has it.
 struct RecordedAgent {
   explicit RecordedAgent(SimulatedPlatform& platform) : p(platform) {
-    records.texts = ZAN_StringTable(
-        ZAN_StringTable::Entries{{"ActionNotExecutedNoVolume", "%@ has no volume"}});
+    records.texts =
+        ZAN_StringTable(ZAN_StringTable::Entries{{"ActionNotExecutedNoVolume", "%@ has no volume"},
+                                                 {"ActionTargetNotReachable", "%@ has no answer"}});
     preferences.loadPrefs();
   }
 

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "actions/RecordKeys.h"
 #include "tests/core_record/RecordFixture.h"
 
 namespace corvana {
@@ -156,6 +157,9 @@ TEST_F(SchedulerLogTest, AMissingVolumeIsSaidToTheUser) {
   EXPECT_EQ(agent.lastLogEntry().integer("C"), 13);
   EXPECT_EQ(agent.log.readLogList().size(), 2U);
   EXPECT_EQ(agent.state.mErrorInExecution, 17);
+  agent.schedulerLog.addSchedulerLog(
+      ZAN_Value::dictionary({{"C", 17}, {"N", "Photos"}, {LogKey::unreachable, 1}}));
+  EXPECT_EQ(agent.lastLogEntry().string("N"), "Photos has no answer") << "a server is no volume";
 }
 
 }  // namespace
