@@ -164,7 +164,8 @@ Result<KeptVersions> PlainEngine::versions() {
   }
   const auto folder = versionsFolder();
   if (!folder) return folder.error();
-  mChain = VersionFolder::all(*folder);
+  const auto all = VersionFolder::all(*folder);
+  mChain = all;
   VersionHeader own = this->own();
   if (mOrder.settings.isNull()) {
     // Of several actions the one that ran last there, or the one that is wanted.
@@ -185,7 +186,7 @@ Result<KeptVersions> PlainEngine::versions() {
            (version.state != VersionFolder::State::dated &&
             version.state != VersionFolder::State::current);
   });
-  const auto known = static_cast<std::ptrdiff_t>(VersionFolder::firstKnown(mChain));
+  const auto known = static_cast<std::ptrdiff_t>(VersionFolder::firstKnown(mChain, all));
   kept.withoutList += static_cast<std::size_t>(known);
   mChain.erase(mChain.begin(), mChain.begin() + known);
   for (const auto& version : mChain) {

@@ -97,11 +97,16 @@ std::uint64_t VersionFolder::bytesOnDisk(const HeldFolder& versions) const {
   return blocks * 512;
 }
 
-std::size_t VersionFolder::firstKnown(const std::vector<VersionFolder>& chain) {
+std::size_t VersionFolder::firstKnown(const std::vector<VersionFolder>& chain,
+                                      const std::vector<VersionFolder>& all) {
   std::size_t first = chain.size();
   for (; first > 0; --first) {
     const std::string& next = chain[first - 1].header->next;
-    if (first < chain.size() && !next.empty() && next != chain[first].base) break;
+    const bool isNext = first == chain.size() || next.empty() || next == chain[first].base;
+    const auto isMerging = [&](const VersionFolder& other) {
+      return other.state == State::merging && other.base == next;
+    };
+    if (!isNext && std::ranges::none_of(all, isMerging)) break;
   }
   return first;
 }

@@ -48,8 +48,10 @@ struct VersionFolder {
   /// What it takes up on its disk, `versions` being the folder that it lies in.
   std::uint64_t bytesOnDisk(const HeldFolder& versions) const;
   /// Of the versions of one action, oldest first, the first one that is known: where one is
-  /// missing, nobody knows what the older ones had.
-  static std::size_t firstKnown(const std::vector<VersionFolder>& chain);
+  /// missing, nobody knows what the older ones had. `all`: that lie there; what is being merged is
+  /// not missing.
+  static std::size_t firstKnown(const std::vector<VersionFolder>& chain,
+                                const std::vector<VersionFolder>& all);
   /// Its new list, which is whole and synchronised, takes the place of its list; errno else.
   static bool takeNewList(const HeldFolder& folder);
 };
