@@ -44,9 +44,12 @@ Outcome ReadBack::perform(const VerifiedShare& share, const ZAN_Value& settings,
   const Outcome done = mEngine.verify(share, sources, told, mCounts);
   mWatch.clear();
   if (mCounts.mismatches == 0) return done;
+  const bool isOne = mCounts.mismatches == 1;
+  const char* const what = mCounts.unit == "pack" ? (isOne ? " pack of the repository is"
+                                                           : " packs of the repository are")
+                                                  : (isOne ? " file is" : " files are");
   return Error{ErrorKind::damaged, "THE COPY IS DAMAGED: " + std::to_string(mCounts.mismatches) +
-                                       (mCounts.mismatches == 1 ? " file is" : " files are") +
-                                       " not what was copied (" + first +
+                                       what + " not what was copied (" + first +
                                        "). Check the disk, and restore nothing over good files"};
 }
 

@@ -138,7 +138,10 @@ Result<VersionListReader> VersionListReader::opened(int folder, const std::strin
   if (!file)
     return Error{errno == ENOENT ? ErrorKind::absent : ErrorKind::unreadable,
                  shownPath + ": " + std::strerror(errno)};
-  const Error damaged{ErrorKind::damaged, shownPath + ": the list of the version is not whole"};
+  const Error damaged{ErrorKind::damaged,
+                      shownPath +
+                          ": the list of the version is damaged, and what is older cannot be told; "
+                          "rename that folder, and newer versions go on without it"};
   VersionListReader reader(std::move(file));
   LineReader lines(reader.mFile.get());
   std::string_view line;
