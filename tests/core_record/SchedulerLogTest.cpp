@@ -49,6 +49,9 @@ TEST_F(SchedulerLogTest, FailuresShowUntilTheyWereSeen) {
   EXPECT_EQ(agent.state.mErrorInExecution, 0);
   p.runLoop.runFor(0);
   EXPECT_EQ(changes, 8);
+  agent.schedulerLog.clearErrorState();
+  p.runLoop.runFor(0);
+  EXPECT_EQ(changes, 8) << "nothing is left to be seen";
 }
 
 TEST_F(SchedulerLogTest, ASuccessTakesBackTheFailureOfItsOwnAction) {
@@ -160,6 +163,27 @@ TEST_F(SchedulerLogTest, AMissingVolumeIsSaidToTheUser) {
   agent.schedulerLog.addSchedulerLog(
       ZAN_Value::dictionary({{"C", 17}, {"N", "Photos"}, {LogKey::unreachable, 1}}));
   EXPECT_EQ(agent.lastLogEntry().string("N"), "Photos has no answer") << "a server is no volume";
+
+  const auto isSaid = [&](const ZAN_Value& entry) {
+    agent.messages.closeMessageWindow();
+    agent.schedulerLog.addSchedulerLog(entry);
+    return p.userInterface.message.has_value();
+  };
+  const auto ended = [](int code, std::string_view key = "x", const ZAN_Value& value = 1) {
+    return ZAN_Value::dictionary({{"C", code}, {"N", "Photos"}, {"R", 12}, {key, value}});
+  };
+  EXPECT_FALSE(isSaid(ended(LogCode::abortedByUser)));
+  agent.preferences.mPrefAlertIfManualInterruption = 1;
+  EXPECT_TRUE(isSaid(ended(LogCode::abortedByUser)));
+  EXPECT_FALSE(isSaid(ended(LogCode::unexpectedError)));
+  EXPECT_TRUE(isSaid(ended(LogCode::unexpectedError, DeletionKey::toConfirm, 3)));
+  EXPECT_TRUE(isSaid(ended(LogCode::completedWithErrors)));
+  EXPECT_FALSE(isSaid(ended(LogCode::completedWithErrors, RunKey::onlyLacks)));
+  EXPECT_FALSE(isSaid(ended(LogCode::completed)));
+  EXPECT_TRUE(isSaid(ended(LogCode::completed, CopyKey::losses, "two names")));
+  EXPECT_TRUE(isSaid(ended(LogCode::completed, RunKey::isReadBack)));
+  agent.state.mMainAppLaunched = true;
+  EXPECT_FALSE(isSaid(ended(LogCode::completed, RunKey::isReadBack))) << "it is read there";
 }
 
 }  // namespace

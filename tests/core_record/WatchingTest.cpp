@@ -43,6 +43,16 @@ TEST_F(WatchingTest, SiblingsAreToldByTheirBundle) {
   EXPECT_EQ(status(true, false, true, true), 3) << "off until the user has answered a question";
   EXPECT_EQ(status(false, true, false, true), 2);
   EXPECT_EQ(status(false, false, false, false), 1);
+  const auto extra = [&](bool executing, bool endsWhenDone, bool otherMachine) {
+    agent.state.mExecuting = executing;
+    agent.state.mScheduleDisabledWhenDone = endsWhenDone;
+    agent.state.mStartedFromNewMachine = otherMachine;
+    agent.channel.sendStatus();
+    return p.notifications.posts.back().userInfo.integer("extraStatus");
+  };
+  EXPECT_EQ(extra(true, false, false), 1);
+  EXPECT_EQ(extra(false, true, false), 2);
+  EXPECT_EQ(extra(false, false, true), 4);
 }
 
 TEST_F(WatchingTest, DebugLinesNeedTheMainApplicationAtStartUp) {

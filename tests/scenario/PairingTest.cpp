@@ -69,6 +69,7 @@ TEST_F(PairingAtTheDesktop, TheUserComparesTheDigitsAndBothKnowEachOther) {
       std::ranges::equal(known[0].toBeControlled.bytes(), kitchen.paired()->toControl.bytes()));
   EXPECT_TRUE(line->isOver());
   EXPECT_EQ(sources->pairingState(), "Paired with kitchen");
+  line.reset();
   day.runFor(5);
   EXPECT_EQ(port(), 0) << "nobody else can come";
   EXPECT_EQ(sources->pairingState(), "Paired with kitchen");
@@ -82,7 +83,7 @@ TEST_F(PairingAtTheDesktop, TheUserComparesTheDigitsAndBothKnowEachOther) {
 TEST_F(PairingAtTheDesktop, WhoIsRefusedOrComesTooLateIsNotPaired) {
   offer();
   Pairing second{Pairing::Role::asking, {"cellar", "ce11a", 501}};
-  const auto other = day.machine.serverSockets.call(port(), "10.0.0.3");
+  auto other = day.machine.serverSockets.call(port(), "10.0.0.3");
   come();
   EXPECT_EQ(day.machine.serverSockets.call(port(), "10.0.0.4"), nullptr)
       << "it could push out the one whose digits are shown";
@@ -93,6 +94,8 @@ TEST_F(PairingAtTheDesktop, WhoIsRefusedOrComesTooLateIsNotPaired) {
   other->say(Frames::framed(Pairing::kLengthBytes, *second.receive(**heard.next())));
   day.runFor(0.1);
   EXPECT_TRUE(other->isOver()) << "one at a time";
+  other.reset();
+  day.runFor(0.1);
   EXPECT_EQ(sources->pairingState(), "kitchen wants to be paired");
   EXPECT_EQ(day.machine.userInterface.questions.size(), 1U);
   say(kitchen.confirm());
