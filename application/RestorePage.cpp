@@ -273,6 +273,7 @@ void RestorePage::loadVersions() {
   mBrowser->setShowsFolder(!folderOfCopies().isEmpty());
   if (mSource.isNone()) {
     mTimeLine->setDates({});
+    updateSentence();
     return showNothing(household().text("RestoreNoneTitle"), household().text("RestoreNoneText"));
   }
   mVersionsChild.run(mSource.words({QStringLiteral("versions")}),

@@ -56,7 +56,6 @@ VersionBrowser::VersionBrowser(Household& household)
   mWay->setStyleSheet(
       QStringLiteral("QScrollArea, QScrollArea > QWidget > QWidget "
                      "{ background: transparent; }"));
-  mWay->setFixedHeight(mShowFolder->sizeHint().height());
   QScrollBar* const along = mWay->horizontalScrollBar();
   QObject::connect(along, &QScrollBar::rangeChanged, along,
                    [along] { along->setValue(along->maximum()); });
@@ -196,6 +195,7 @@ void VersionBrowser::showCrumbs() {
     mCrumbs->addWidget(makeFlat(part, [this, path] { goTo(path); }));
   }
   mCrumbs->addStretch(1);
+  mWay->setFixedHeight(mShowFolder->sizeHint().height());
 }
 
 QString VersionBrowser::pathOf(const QString& name) const {
