@@ -1,7 +1,6 @@
 #pragma once
 
 #include "ZANCocoaFramework/ZAN_ArchiveStream.h"
-#include "ZANCocoaFramework/ZAN_Opaque.h"
 #include "ZANCocoaFramework/ZAN_ValueNodes.h"
 
 namespace corvana {

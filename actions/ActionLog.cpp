@@ -7,7 +7,6 @@
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
-#include "actions/LocalDates.h"
 #include "actions/TaskRequest.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"

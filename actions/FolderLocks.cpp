@@ -1,7 +1,5 @@
 #include "actions/FolderLocks.h"
 
-#include <utility>
-
 #include "actions/DataFiles.h"
 #include "platform/Clock.h"
 #include "platform/Machine.h"

@@ -1,7 +1,5 @@
 #include "actions/History.h"
 
-#include <utility>
-
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionsTools.h"

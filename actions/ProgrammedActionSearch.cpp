@@ -5,10 +5,8 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionTree.h"
-#include "actions/ProgrammedAction.h"
 #include "platform/Clock.h"
 
 namespace corvana {

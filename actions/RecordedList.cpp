@@ -1,7 +1,5 @@
 #include "actions/RecordedList.h"
 
-#include <utility>
-
 #include "actions/DataFiles.h"
 
 namespace corvana {

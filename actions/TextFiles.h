@@ -4,7 +4,6 @@
 #include <string>
 #include <string_view>
 
-#include "ZANCocoaFramework/ZAN_Result.h"
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "actions/DataFiles.h"
 

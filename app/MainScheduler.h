@@ -8,8 +8,6 @@
 #include "core/drive/SchedulerTimer.h"
 #include "core/drive/StateAnswers.h"
 #include "core/machine/MachineDuties.h"
-#include "core/record/Records.h"
-#include "core/work/Work.h"
 #include "mail/report/EmailReport.h"
 #include "mail/report/MailAccount.h"
 #include "mail/report/OutgoingMail.h"

@@ -4,7 +4,6 @@
 #include <QPainter>
 #include <QPainterPath>
 
-#include "actions/Forecast.h"
 #include "application/Household.h"
 #include "application/Look.h"
 #include "core/record/Preferences.h"

@@ -9,7 +9,6 @@
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 #include "application/Household.h"
 #include "desktop/Texts.h"

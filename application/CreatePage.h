@@ -3,7 +3,6 @@
 #include <QString>
 #include <cstdint>
 #include <optional>
-#include <vector>
 
 #include "application/Page.h"
 #include "command/ActionDraft.h"

@@ -11,8 +11,6 @@
 #include <string_view>
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
-#include "ZANCocoaFramework/ZAN_FileWriter.h"
-#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"

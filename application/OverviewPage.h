@@ -3,7 +3,6 @@
 #include <QTimer>
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <set>
 #include <vector>
 

@@ -12,7 +12,6 @@
 #include <QStackedWidget>
 #include <QTimeEdit>
 #include <QVBoxLayout>
-#include <algorithm>
 
 #include "application/AgeAlarms.h"
 #include "application/AppearancePreview.h"

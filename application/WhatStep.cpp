@@ -11,7 +11,6 @@
 #include <set>
 #include <system_error>
 
-#include "actions/ActionsTools.h"
 #include "command/ActionDraft.h"
 #include "desktop/Texts.h"
 

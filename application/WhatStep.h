@@ -2,7 +2,6 @@
 
 #include <QString>
 #include <QStringList>
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>

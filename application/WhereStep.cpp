@@ -9,7 +9,6 @@
 #include <set>
 #include <utility>
 
-#include "actions/ActionsTools.h"
 #include "actions/RecordKeys.h"
 #include "desktop/Texts.h"
 #include "execute/restic/Repository.h"

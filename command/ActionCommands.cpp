@@ -2,7 +2,6 @@
 
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
-#include "command/Commands.h"
 #include "command/RunningAgent.h"
 #include "execute/restic/Repository.h"
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "command/ActionDraft.h"
 #include "command/CommandHome.h"
 #include "command/RepositoryWords.h"

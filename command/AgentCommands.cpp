@@ -2,7 +2,6 @@
 #include <cmath>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
-#include "actions/ActionLog.h"
 #include "command/ActionWords.h"
 #include "command/CommandHome.h"
 #include "command/RunningAgent.h"

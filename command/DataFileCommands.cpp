@@ -1,12 +1,9 @@
 #include <array>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_FileWriter.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
 #include "command/CommandHome.h"
-#include "command/Commands.h"
 #include "command/RunningAgent.h"
 
 // The commands for data files: dump shows one as JSON, pack writes one from JSON.

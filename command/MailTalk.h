@@ -1,6 +1,5 @@
 #pragma once
 
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "command/CommandHome.h"
 #include "mail/report/OutgoingMail.h"
 #include "mail/smtp/MailSender.h"

@@ -9,7 +9,6 @@
 #include "command/CommandHome.h"
 #include "platform/linux/LinuxNetwork.h"
 #include "platform/linux/Modules.h"
-#include "platform/linux/SystemClock.h"
 #include "platform/qt/AvahiServices.h"
 #include "platform/qt/QtRunLoop.h"
 

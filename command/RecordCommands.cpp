@@ -4,7 +4,6 @@
 #include <cmath>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "actions/ActionsTools.h"
 #include "actions/History.h"
 #include "actions/TaskRequest.h"
 #include "command/ActionWords.h"

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdio>
 #include <sstream>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"

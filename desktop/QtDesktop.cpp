@@ -14,7 +14,6 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
-#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "core/record/Records.h"
 #include "desktop/ScreenInput.h"
 #include "desktop/X11.h"

@@ -5,7 +5,6 @@
 
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/record/Siblings.h"
 #include "desktop/FloatingWidget.h"
 #include "desktop/MessageWindows.h"
 #include "desktop/ModelMenu.h"

@@ -1,6 +1,5 @@
 #include "desktop/AgentWindow.h"
 
-#include "core/record/SchedulerCommands.h"
 #include "desktop/TableView.h"
 #include "desktop/WindowParts.h"
 #include "ui/StatusItem.h"

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "core/record/Records.h"
-#include "core/record/SchedulerCommands.h"
 #include "desktop/TableView.h"
 #include "desktop/WindowParts.h"
 #include "ui/windows/VolumeModels.h"

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionsTools.h"
 #include "platform/Clock.h"
 

@@ -5,11 +5,9 @@
 #include <functional>
 #include <mutex>
 #include <string>
-#include <string_view>
 
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/engine/ExecuteControl.h"
-#include "execute/engine/ExecuteEnd.h"
 #include "platform/DistributedNotifications.h"
 
 namespace corvana {

@@ -9,7 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Result.h"
 #include "execute/ExecuteMessages.h"
 #include "execute/ExecuteRecords.h"
 #include "execute/engine/Engine.h"

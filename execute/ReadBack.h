@@ -1,11 +1,5 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
-#include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/ExecuteRecords.h"
 #include "execute/engine/Engine.h"
 

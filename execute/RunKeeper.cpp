@@ -19,7 +19,6 @@
 #include <set>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "platform/linux/MountTable.h"
 #include "platform/linux/ProcessTable.h"
 #include "platform/linux/SystemClock.h"

@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/ExecuteRecords.h"
 #include "execute/ExecuteRun.h"
 #include "execute/engine/Engine.h"

@@ -3,8 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/engine/Engine.h"
 #include "execute/engine/HeldSource.h"
 

@@ -9,7 +9,6 @@
 #include <iterator>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"

@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/VersionAnswer.h"
 #include "execute/engine/Engine.h"
 

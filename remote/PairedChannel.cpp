@@ -5,11 +5,7 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "actions/ActionsTools.h"
-#include "actions/ProgrammedAction.h"
-#include "core/record/Records.h"
-#include "core/work/AgeAlarm.h"
 #include "core/work/Work.h"
-#include "platform/Platform.h"
 
 namespace corvana {
 

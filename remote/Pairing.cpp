@@ -7,11 +7,8 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
-#include "actions/ActionStore.h"
 #include "core/record/Records.h"
-#include "platform/Machine.h"
 #include "remote/PublishedService.h"
 
 namespace corvana {

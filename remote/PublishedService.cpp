@@ -9,7 +9,6 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionTree.h"
-#include "actions/ProgrammedAction.h"
 #include "platform/Platform.h"
 
 namespace corvana {

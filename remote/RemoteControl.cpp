@@ -7,8 +7,6 @@
 
 #include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "platform/Clock.h"
-#include "platform/Machine.h"
 
 namespace corvana {
 

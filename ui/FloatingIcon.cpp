@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "core/record/Records.h"
-#include "core/work/Announce.h"
 #include "core/work/Work.h"
 #include "ui/StatusItem.h"
 

@@ -4,8 +4,6 @@
 #include <cmath>
 
 #include "actions/ActionContext.h"
-#include "core/record/Records.h"
-#include "core/work/Announce.h"
 #include "core/work/Work.h"
 
 namespace corvana {

@@ -4,11 +4,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "actions/ProgrammedAction.h"
 #include "core/machine/MachineDuties.h"
-#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/work/Work.h"
 #include "ui/StatusItem.h"
 
 namespace corvana {

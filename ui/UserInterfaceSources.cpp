@@ -1,9 +1,7 @@
 #include "ui/UserInterfaceSources.h"
 
 #include "core/machine/MachineDuties.h"
-#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/work/Work.h"
 
 namespace corvana {
 

@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <vector>
 
-#include "actions/ActionStore.h"
 #include "app/MainScheduler.h"
 #include "core/record/ExceptionGuard.h"
 #include "platform/linux/HeadlessUserInterface.h"

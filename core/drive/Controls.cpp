@@ -2,11 +2,8 @@
 
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "core/drive/LaunchStep.h"
 #include "core/machine/MachineDuties.h"
-#include "core/record/Records.h"
-#include "core/work/Work.h"
 
 namespace corvana {
 

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <utility>
 
-#include "actions/InstalledPlaces.h"
 #include "core/record/Records.h"
 
 namespace corvana {

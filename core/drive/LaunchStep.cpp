@@ -5,10 +5,7 @@
 #include <utility>
 
 #include "actions/ActionContext.h"
-#include "actions/ProgrammedAction.h"
 #include "core/machine/MachineDuties.h"
-#include "core/record/Records.h"
-#include "core/work/Work.h"
 
 namespace corvana {
 

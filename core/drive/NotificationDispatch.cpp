@@ -3,13 +3,10 @@
 #include <utility>
 
 #include "actions/ActionsTools.h"
-#include "actions/ProgrammedAction.h"
 #include "actions/TaskRequest.h"
 #include "core/drive/Controls.h"
 #include "core/drive/LaunchStep.h"
 #include "core/machine/MachineDuties.h"
-#include "core/record/Records.h"
-#include "core/work/Work.h"
 
 namespace corvana {
 

@@ -8,8 +8,6 @@
 #include "core/drive/Controls.h"
 #include "core/drive/LaunchStep.h"
 #include "core/machine/MachineDuties.h"
-#include "core/record/Records.h"
-#include "core/work/Work.h"
 
 namespace corvana {
 

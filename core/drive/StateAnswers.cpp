@@ -1,11 +1,8 @@
 #include "core/drive/StateAnswers.h"
 
 #include "actions/ActionsTools.h"
-#include "actions/ProgrammedAction.h"
 #include "core/drive/LaunchStep.h"
-#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/work/Announce.h"
 #include "core/work/WhyNot.h"
 #include "core/work/Work.h"
 

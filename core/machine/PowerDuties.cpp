@@ -4,7 +4,6 @@
 #include <cmath>
 #include <filesystem>
 
-#include "actions/ProgrammedAction.h"
 #include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
 

@@ -9,8 +9,6 @@
 
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
-#include "ZANCocoaFramework/ZAN_FileWriter.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "actions/FolderDescription.h"
 #include "core/record/Records.h"
 #include "volumes/VolumeIdentity.h"

@@ -5,7 +5,6 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "actions/FolderDescription.h"
-#include "actions/ProgrammedAction.h"
 #include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"
 #include "volumes/VolumeIdentity.h"

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_FileWriter.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
 #include "core/record/Records.h"
 #include "volumes/ZAN_MountVolume.h"

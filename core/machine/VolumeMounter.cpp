@@ -5,8 +5,6 @@
 #include <atomic>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_FileWriter.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "core/machine/VolumeWatch.h"
 #include "core/record/Records.h"
 #include "volumes/AliasFile.h"

@@ -1,6 +1,5 @@
 #include "core/machine/VolumesFolderSurvey.h"
 
-#include <cmath>
 #include <utility>
 
 #include "core/record/Records.h"

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"

@@ -5,7 +5,6 @@
 #include <system_error>
 #include <utility>
 
-#include "actions/ProgrammedAction.h"
 #include "actions/TaskRequest.h"
 #include "core/record/Records.h"
 #include "core/work/ExecutionConditions.h"

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "actions/Forecast.h"
-#include "actions/ProgrammedAction.h"
 #include "core/record/Records.h"
 #include "core/work/ActionQueue.h"
 

@@ -1,9 +1,7 @@
 #include "core/work/Announce.h"
 
 #include "actions/ActionsTools.h"
-#include "actions/ProgrammedAction.h"
 #include "core/record/Records.h"
-#include "core/work/ActionQueue.h"
 #include "core/work/ExecuteSupervisor.h"
 
 namespace corvana {

@@ -1,12 +1,10 @@
 #include "core/work/ExecuteSupervisor.h"
 
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
-#include "actions/ProgrammedAction.h"
 #include "actions/TaskRequest.h"
 #include "core/record/Records.h"
 #include "core/work/Announce.h"

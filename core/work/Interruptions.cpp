@@ -5,8 +5,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "actions/ProgrammedAction.h"
 #include "actions/TaskRequest.h"
 #include "core/record/Records.h"
 #include "core/work/ActionQueue.h"

@@ -5,7 +5,6 @@
 
 #include "actions/ActionsTools.h"
 #include "actions/Forecast.h"
-#include "actions/ProgrammedAction.h"
 #include "actions/RecordKeys.h"
 #include "actions/Schedule.h"
 #include "core/record/Records.h"

@@ -17,8 +17,6 @@
 #include <optional>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
-
 namespace corvana {
 
 namespace {

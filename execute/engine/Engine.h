@@ -13,7 +13,6 @@
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/engine/ExecuteControl.h"
-#include "execute/engine/ExecuteEnd.h"
 #include "execute/engine/FolderWatch.h"
 #include "execute/engine/Restoration.h"
 #include "execute/engine/VersionTree.h"

@@ -4,8 +4,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <cstdint>
-
 namespace corvana {
 
 ExecuteControl::ExecuteControl(RunSigns* signs)

@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 
 #include "execute/engine/NameList.h"
 #include "execute/engine/VersionItem.h"

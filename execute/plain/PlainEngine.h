@@ -7,7 +7,6 @@
 #include "execute/engine/Engine.h"
 #include "execute/plain/CopyPlan.h"
 #include "execute/plain/CopyRun.h"
-#include "execute/plain/Versions.h"
 
 namespace corvana {
 

@@ -15,13 +15,10 @@
 #include <system_error>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/History.h"
-#include "actions/InstalledPlaces.h"
 #include "execute/ExecuteRun.h"
 #include "execute/RunKeeper.h"
 #include "platform/linux/LinuxMachine.h"

@@ -5,9 +5,6 @@
 #include <string_view>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Descriptor.h"
-#include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/engine/ChildProgram.h"
 #include "execute/engine/Engine.h"
 #include "execute/restic/Repository.h"

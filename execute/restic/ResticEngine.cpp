@@ -9,7 +9,6 @@
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionsTools.h"
-#include "execute/restic/ResticBackup.h"
 #include "execute/restic/ResticReadBack.h"
 #include "execute/restic/ResticRestoration.h"
 #include "execute/restic/ResticUpkeep.h"

@@ -1,7 +1,6 @@
 #include "execute/restic/ResticUpkeep.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <string_view>
 #include <utility>
 

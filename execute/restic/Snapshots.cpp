@@ -1,11 +1,6 @@
 #include "execute/restic/Snapshots.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <utility>

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <string_view>
-#include <utility>
 
 #include "execute/engine/FolderWalk.h"
 

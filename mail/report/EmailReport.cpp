@@ -8,8 +8,6 @@
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
-#include "actions/ActionStore.h"
-#include "actions/History.h"
 #include "actions/TaskRequest.h"
 #include "core/record/Records.h"
 #include "core/work/TriggerEvaluation.h"

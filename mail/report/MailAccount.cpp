@@ -4,8 +4,6 @@
 #include <array>
 #include <utility>
 
-#include "ZANCocoaFramework/ZAN_FileWriter.h"
-#include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "core/record/Records.h"
 #include "mail/report/OutgoingMail.h"

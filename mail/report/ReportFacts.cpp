@@ -1,7 +1,6 @@
 #include "mail/report/ReportFacts.h"
 
 #include <algorithm>
-#include <cmath>
 
 #include "ZANCocoaFramework/ZAN_Translation.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"

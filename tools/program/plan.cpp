@@ -6,7 +6,6 @@
 #include <iostream>
 
 #include "ZANCocoaFramework/ZAN_Json.h"
-#include "ZANCocoaFramework/ZAN_StringTable.h"
 #include "actions/ActionStore.h"
 #include "actions/ActionTree.h"
 #include "actions/History.h"

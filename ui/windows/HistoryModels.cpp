@@ -5,7 +5,6 @@
 
 #include "ZANCocoaFramework/ZAN_Translation.h"
 #include "actions/ActionsTools.h"
-#include "actions/History.h"
 #include "core/record/Preferences.h"
 #include "ui/windows/WindowWords.h"
 

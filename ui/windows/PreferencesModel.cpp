@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "actions/ActionStore.h"
 #include "mail/smtp/MailSender.h"
 #include "ui/windows/WindowWords.h"
 

@@ -6,7 +6,6 @@
 
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "actions/ActionContext.h"
-#include "core/record/Diagnostics.h"
 #include "core/work/Announce.h"
 #include "ui/StatusItem.h"
 #include "ui/windows/WindowWords.h"

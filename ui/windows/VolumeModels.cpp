@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <functional>
 
-#include "platform/Machine.h"
-#include "platform/Processes.h"
 #include "ui/windows/WindowWords.h"
 
 namespace corvana {

@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 
-#include "actions/History.h"
 #include "core/work/ExecutionWatch.h"
 #include "ui/windows/ComingModels.h"
 #include "ui/windows/WindowWords.h"

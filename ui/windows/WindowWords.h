@@ -2,9 +2,7 @@
 
 #include "core/drive/LaunchStep.h"
 #include "core/machine/MachineDuties.h"
-#include "core/record/Records.h"
 #include "core/record/SchedulerCommands.h"
-#include "core/work/Work.h"
 #include "ui/UserInterfaceSources.h"
 
 namespace corvana {
