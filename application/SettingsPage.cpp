@@ -18,7 +18,7 @@
 #include "application/Look.h"
 #include "application/PairingDialog.h"
 #include "desktop/Texts.h"
-#include "mail/smtp/MailSender.h"
+#include "mail/smtp/MailSettings.h"
 
 namespace corvana {
 

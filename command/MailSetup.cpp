@@ -5,7 +5,6 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "command/MailTalk.h"
 #include "mail/report/MailAccount.h"
-#include "mail/smtp/MailSender.h"
 
 namespace corvana {
 

@@ -2,7 +2,6 @@
 
 #include "command/CommandHome.h"
 #include "mail/report/OutgoingMail.h"
-#include "mail/smtp/MailSender.h"
 #include "platform/linux/LinuxProcesses.h"
 #include "platform/qt/QtNetwork.h"
 #include "platform/qt/QtRunLoop.h"

@@ -5,7 +5,6 @@
 #include "ZANCocoaFramework/ZAN_Time.h"
 #include "mail/report/OutgoingMail.h"
 #include "mail/report/ReportFacts.h"
-#include "mail/smtp/MailSender.h"
 
 namespace corvana {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "mail/report/ReportFacts.h"
-#include "mail/smtp/MailSender.h"
+#include "mail/smtp/MailSettings.h"
 
 namespace corvana {
 

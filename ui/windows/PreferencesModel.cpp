@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "mail/smtp/MailSender.h"
+#include "mail/smtp/MailSettings.h"
 #include "ui/windows/WindowWords.h"
 
 namespace corvana {
