@@ -4,7 +4,6 @@
 #include <optional>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 
 namespace corvana {
 

@@ -6,7 +6,6 @@
 #include <string>
 #include <string_view>
 
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/DataFiles.h"
 #include "actions/RecordedList.h"
 

@@ -9,7 +9,6 @@
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/InstalledPlaces.h"
 

@@ -4,7 +4,6 @@
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_FileWriter.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/ActionLog.h"
 #include "actions/ActivityRecord.h"
 #include "actions/DataFiles.h"

@@ -9,7 +9,6 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/FolderDescription.h"
 #include "actions/Schedule.h"
 

@@ -7,8 +7,6 @@
 #include <span>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Time.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/DataFiles.h"
 #include "platform/Processes.h"
 

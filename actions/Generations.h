@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {

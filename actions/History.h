@@ -4,7 +4,6 @@
 #include <string>
 #include <string_view>
 
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/ActionLog.h"
 #include "actions/ActionResults.h"

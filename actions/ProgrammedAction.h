@@ -11,7 +11,6 @@
 #include <string_view>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/ActionContext.h"
 #include "actions/ActionsTools.h"

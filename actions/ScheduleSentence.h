@@ -7,7 +7,6 @@
 
 #include "ZANCocoaFramework/ZAN_DateUtils.h"
 #include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/Schedule.h"
 
 namespace corvana {

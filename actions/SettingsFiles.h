@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/DataFiles.h"
 
 namespace corvana {

@@ -5,7 +5,6 @@
 #include <string_view>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Utf8.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 

@@ -1,7 +1,6 @@
 // The commands that show the stored tree and change it: tree, add, edit, remove, group.
 
 #include "command/ActionWords.h"
-#include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "execute/restic/Repository.h"
 

@@ -3,7 +3,6 @@
 
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "command/ActionWords.h"
-#include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "core/record/Preferences.h"
 #include "core/work/AgeAlarm.h"

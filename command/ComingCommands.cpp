@@ -7,7 +7,6 @@
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "command/ActionWords.h"
-#include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "core/record/Preferences.h"
 #include "core/work/ComingActions.h"

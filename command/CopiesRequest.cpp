@@ -11,7 +11,6 @@
 
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "actions/TaskRequest.h"
-#include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "platform/linux/Spawn.h"
 

@@ -3,7 +3,6 @@
 #include "ZANCocoaFramework/ZAN_Archiver.h"
 #include "ZANCocoaFramework/ZAN_Json.h"
 #include "ZANCocoaFramework/ZAN_PropertyList.h"
-#include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 
 // The commands for data files: dump shows one as JSON, pack writes one from JSON.

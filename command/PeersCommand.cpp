@@ -9,7 +9,6 @@
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
 #include "command/ActionWords.h"
-#include "command/CommandHome.h"
 #include "command/NetworkPeers.h"
 #include "platform/linux/Modules.h"
 #include "remote/Pairing.h"

@@ -7,7 +7,6 @@
 #include "actions/History.h"
 #include "actions/TaskRequest.h"
 #include "command/ActionWords.h"
-#include "command/CommandHome.h"
 
 namespace corvana {
 

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "command/CommandHome.h"
 #include "command/RunningAgent.h"
 #include "core/record/Preferences.h"
 #include "platform/linux/LinuxNetwork.h"

@@ -10,7 +10,6 @@
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "actions/TaskRequest.h"
 #include "command/ActionWords.h"
-#include "command/CommandHome.h"
 #include "command/CopiesRequest.h"
 #include "command/ScheduleWords.h"
 #include "command/VersionCommands.h"

@@ -6,7 +6,6 @@
 #include <string_view>
 #include <vector>
 
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/ExecuteMessages.h"
 

@@ -5,7 +5,6 @@
 #include <string>
 #include <string_view>
 
-#include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/DataFiles.h"
 
 namespace corvana {

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_StringUtils.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {

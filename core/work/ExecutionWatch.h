@@ -4,7 +4,6 @@
 #include <map>
 #include <optional>
 
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 
 namespace corvana {

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "ZANCocoaFramework/ZAN_Result.h"
-#include "ZANCocoaFramework/ZAN_Time.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "execute/engine/ExecuteControl.h"
 #include "execute/engine/FolderWatch.h"

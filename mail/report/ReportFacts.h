@@ -3,7 +3,6 @@
 #include <set>
 
 #include "ZANCocoaFramework/ZAN_StringTable.h"
-#include "ZANCocoaFramework/ZAN_StringUtils.h"
 #include "ZANCocoaFramework/ZAN_Value.h"
 #include "actions/ProgrammedAction.h"
 #include "mail/report/OutgoingMail.h"
