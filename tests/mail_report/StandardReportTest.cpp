@@ -239,6 +239,18 @@ TEST_F(StandardReportTest, WhatTheUserDropsIsNotSent) {
   EXPECT_THAT(spool(), IsEmpty());
 }
 
+TEST(FinishedMail, NeedsASenderAndSomebodyWhoGetsIt) {
+  const auto isMade = [](const char* sender, const char* recipients) {
+    MailSettings settings;
+    settings.sender = sender;
+    settings.recipients = recipients;
+    return bool(finishedMail(settings, Letter{}, 0, ZAN_DateUtils("UTC", "C")));
+  };
+  EXPECT_TRUE(isMade("ann@example.org", "bob@example.org, eve@example.org"));
+  EXPECT_FALSE(isMade("ann@", "bob@example.org"));
+  EXPECT_FALSE(isMade("ann@example.org", "bob@example.org, eve@"));
+}
+
 TEST_F(StandardReportTest, OneRefusedRecipientIsNamedAndTheOthersHaveTheMail) {
   set({{"SendReportEmailAddress", "bob@example.com, eve@example.com, late@example.com"}});
   server = toItsEnd(greeting()
