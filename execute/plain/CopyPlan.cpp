@@ -258,13 +258,15 @@ Outcome CopyPlan::checkAlive() const {
 std::vector<std::string> CopyPlan::arguments(const std::string& rsync, Pass pass,
                                              const Task& task) const {
   const Source& source = task.source;
-  std::vector<std::string> words{rsync, "--archive", "--one-file-system"};
+  // To list the source piece by piece while it is copied costs an eighth more of the processor; all
+  // of the list, the look holds in memory anyway.
+  std::vector<std::string> words{rsync, "--archive", "--one-file-system", "--no-inc-recursive"};
   std::ranges::copy_if(task.options, std::back_inserter(words), [&](const std::string& option) {
     return task.comparesAttributes || (option != "--xattrs" && option != "--acls");
   });
   if (mComparesContents) words.emplace_back("--checksum");
   if (pass == Pass::look) {
-    words.insert(words.end(), {"--dry-run", "--no-inc-recursive"});
+    words.emplace_back("--dry-run");
     if (task.tellsAll) words.emplace_back("-ii");
     // What could not be read is kept from deletion one by one.
     if (mDeletes && source.isFolder)

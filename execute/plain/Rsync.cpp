@@ -59,7 +59,7 @@ std::vector<std::string> RsyncOutput::arguments(bool isAtOnce) {
   // "@" tells an item's line from the progress lines; a name comes last, since it may hold blanks.
   // Of what is buffered each line is written whole, and at once all the same.
   return {"--no-human-readable", "--out-format=@%i %l %n", "--outbuf=B",
-          std::string("--info=name0,del0,stats2,") + (isAtOnce ? "progress2,flist0" : "flist2")};
+          std::string("--info=name0,del0,stats2,flist2") + (isAtOnce ? ",progress2" : "")};
 }
 
 std::string RsyncOutput::decodedName(std::string_view text) {
