@@ -100,14 +100,15 @@ TaskHooks VersionAnswer::hooks() {
           .done = {}};
 }
 
-ExecuteEnd VersionAnswer::end(const Outcome& outcome) const {
+ExecuteEnd VersionAnswer::end(const Outcome& outcome, bool isRestore) const {
   const auto stopped = m.control.endOfStop(mWatch.gone());
   ExecuteEnd end = stopped.value_or(ExecuteEnd());
   end.errors = mErrors;
   end.errorTexts = mErrorTexts;
   end.progress.filesCopied = mFiles;
   end.progress.sizeCopied = mBytes;
-  if (stopped && end.reason.empty()) end.reason = "stopped; what was restored stays";
+  if (stopped && end.reason.empty())
+    end.reason = isRestore ? "stopped; what was restored stays" : "stopped";
   if (stopped || outcome) return end;
   end.code = mErrors > 0 ? ExecuteCode::completedWithErrors : ExecuteCode::unexpectedError;
   end.reason = outcome.error().text;

@@ -35,7 +35,7 @@ class VersionAnswer {
   std::uint64_t filesInAll() const { return mFilesInAll; }
   std::uint64_t errors() const { return mErrors; }
 
-  ExecuteEnd end(const Outcome& outcome) const;
+  ExecuteEnd end(const Outcome& outcome, bool isRestore) const;
   /// The request is taken away, then whoever waits for the answer goes on.
   void finish(const ExecuteEnd& end);
 

@@ -338,7 +338,7 @@ Outcome VersionRequest::carryOut(const ExecuteArguments& arguments) {
 
 void VersionRequest::perform(const ExecuteArguments& arguments) {
   take(arguments);
-  mAnswer.finish(mAnswer.end(carryOut(arguments)));
+  mAnswer.finish(mAnswer.end(carryOut(arguments), mKind == TaskRequest::kRestore));
 }
 
 void VersionRequest::recordEnd(const ExecuteArguments& arguments, const ExecuteEnd& end) {

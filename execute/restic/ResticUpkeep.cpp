@@ -112,7 +112,8 @@ Outcome ResticUpkeep::check(const VerifiedShare& share, const TaskHooks& hooks,
                  line.find("Pack") != line.npos)
                damages.emplace_back(line);
            },
-       .onWait = [&](const std::string& whose) { hooks.goesOn(place + ": " + whose, 0, 0); }});
+       .onWait =
+           [&](const std::string& whose) { hooks.goesOn(place + ": locked by " + whose, 0, 0); }});
   if (end.isDone() || m.host.control.stopReason() != StopReason::none) return {};
   if (end.kind != Kind::damaged) return end.error(place);
   std::erase_if(damages, [](const std::string& line) {
