@@ -55,6 +55,8 @@ Result<Wish> wishFrom(const char* kind, Arguments& arguments, CommandHome& home,
     return Error{ErrorKind::refused,
                  "--from: the sources are known only of an action here; give its "
                  "REF"};
+  if (from && from->empty())
+    return Error{ErrorKind::refused, "--from wants a folder or a repository"};
   if (passwordFile && !from)
     return Error{ErrorKind::refused,
                  "--password-file opens what --from names; corvana9 edit REF "
@@ -223,6 +225,8 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
   constexpr std::size_t kMostPaths = 10'000;
   auto wish = wishFrom("restore", arguments, home, kMostPaths);
   if (!wish) return wrongWords(wish.error());
+  // As a script may give it; it would mean the place where all came from.
+  if (to && to->empty()) return wrongWords({ErrorKind::refused, "--to wants a folder"});
   if (to) {
     std::error_code failed;
     wish->request.setValue(
@@ -233,7 +237,8 @@ Answer restoreCommand(Arguments& arguments, const Console& console) {
   wish->request.setValue("overwrite", overwrites ? 1 : 0);
   const auto found = performRequest(home, console, wish->reference, wish->request, tellsNews);
   std::string text;
-  const bool hasBegun = found && (*found)["version"].isNumber() && found->integer("filesInAll") > 0;
+  const bool hasBegun = found && (*found)["version"].isNumber() &&
+                        (found->integer("filesInAll") > 0 || (*found)["failed"].size() > 1);
   if (hasBegun || (found && found->integer("code") == 0)) {
     const auto list = [&](const char* key, const std::string& before) {
       for (const ZAN_Value& path : (*found)[key].elements())

@@ -34,6 +34,8 @@ class VersionAnswer {
   bool goesOn(const std::string& path) { return goesOn(path, mFiles + 1, 0); }
   std::uint64_t filesInAll() const { return mFilesInAll; }
   std::uint64_t errors() const { return mErrors; }
+  /// Of at least one.
+  const std::string& firstError() const { return mErrorTexts.front(); }
 
   ExecuteEnd end(const Outcome& outcome, bool isRestore) const;
   /// The request is taken away, then whoever waits for the answer goes on.

@@ -175,16 +175,8 @@ Outcome VersionRequest::restore() {
   mAnswer.set("items", items);
   mWatch.clear();
   if (!done) return done;
-  if (mAnswer.filesInAll() == 0 && targets->size() == 1 && items.empty() && restored.same == 0 &&
-      mAnswer.errors() == 0) {
-    const VersionTarget& only = targets->front();
-    struct stat state {};
-    const bool isFolder = ::fstatat(only.folder.descriptor(), only.target.c_str(), &state,
-                                    AT_SYMLINK_NOFOLLOW) == 0 &&
-                          S_ISDIR(state.st_mode);
-    if (!isFolder)
-      return Error{ErrorKind::absent, only.name + ": the version has nothing of that name"};
-  }
+  if (mAnswer.errors() == 1 && targets->size() == 1 && mAnswer.filesInAll() == 0)
+    return Error{ErrorKind::absent, mAnswer.firstError()};
   if (mAnswer.errors() > 0)
     return Error{ErrorKind::damaged, mAnswer.errors() == 1 ? "one item could not be restored"
                                                            : std::to_string(mAnswer.errors()) +

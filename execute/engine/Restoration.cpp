@@ -63,7 +63,9 @@ void Restoration::fail(const std::string& target, const std::string& why) {
 
 Result<Restoration::Counts> Restoration::count(const Wish& wish) const {
   Counts counts;
+  counts.failures = wish.name.empty() ? 0 : 1;
   const Outcome read = mView.forEach(wish.name, [&](const VersionTree::Entry& entry) {
+    counts.failures = 0;
     if (entry.item.kind == Kind::folder) return true;
     ++counts.files;
     counts.bytes += entry.item.size;

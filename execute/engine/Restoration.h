@@ -61,8 +61,12 @@ class Restoration {
         mHooks(std::move(hooks)),
         mFolders(target.descriptor()) {}
 
-  /// How much a wish comes to.
+  /// How much a wish comes to; with a failure when the version has nothing of that name.
   Result<Counts> count(const Wish& wish) const;
+  /// What is told then.
+  static std::string notThere(const std::string& name) {
+    return name + ": the version has nothing of that name";
+  }
   /// An error when the version cannot be read; what of it could not be restored is told.
   Outcome perform(const Wish& wish);
   const Counts& counts() const { return mCounts; }

@@ -279,6 +279,7 @@ Outcome PlainEngine::restore(const KeptVersion& version, const std::vector<Versi
                            .done = hooks.done});
     const auto counted = restoration.count({target.name, target.target});
     if (!counted) return counted.error();
+    if (counted->failures > 0) hooks.failed(Restoration::notThere(target.name));
     all += *counted;
   }
   hooks.inAll(all.files, all.bytes);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "ZANCocoaFramework/ZAN_FilesUtils.h"
@@ -68,8 +69,11 @@ Outcome ResticRestoration::look(Batch& batch, const Restoration::Options& option
                                 Restoration::Counts& restored, Restoration::Counts& all) {
   ParentFolders folders(batch.folder().descriptor());
   const SnapshotTree tree(m.restic, mSnapshot);
-  return tree.forEachOf(batch.names(), [&](const VersionTree::Entry& entry) {
+  const auto names = batch.names();
+  std::set<std::string, std::less<>> notSeen(names.begin(), names.end());
+  const Outcome looked = tree.forEachOf(names, [&](const VersionTree::Entry& entry) {
     const VersionItem& item = entry.item;
+    notSeen.erase(item.name);
     if (item.kind == ItemKind::folder) return true;
     ++all.files;
     all.bytes += item.size;
@@ -95,6 +99,9 @@ Outcome ResticRestoration::look(Batch& batch, const Restoration::Options& option
     mHooks.done(path, false);
     return mHooks.goesOn(path, all.files, all.bytes);
   });
+  if (!looked || m.host.control.stopReason() != StopReason::none) return looked;
+  for (const std::string& name : notSeen) mHooks.failed(Restoration::notThere(name));
+  return {};
 }
 
 Outcome ResticRestoration::put(const VersionTree& tree, const Batch& batch,

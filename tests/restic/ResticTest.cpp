@@ -161,6 +161,13 @@ TEST_F(ResticTest, WritesNeitherIntoTheCopiesNorThroughALink) {
     EXPECT_EQ(askFrom(scratch / "Documents/sub", "..").integer("same"), 2);
     EXPECT_THAT(askFrom(scratch / ".", ".").string("reason"), HasSubstr("in no source"));
     EXPECT_EQ(askFrom(scratch / "Documents", "").integer("code"), 1) << "not all of it";
+    EXPECT_THAT(askFrom(scratch / "Documents", "typo").string("reason"), HasSubstr("nothing of"));
+    one.setValue("names", ZAN_Value::array({scratch / "Documents/letter", scratch / "Documents",
+                                            scratch / "Documents/typo"}));
+    const ZAN_Value all = ask(one);
+    EXPECT_EQ(all.integer("code"), 1) << "one of them is not there";
+    EXPECT_EQ(all["failed"].size(), 1u);
+    EXPECT_EQ(all.integer("same"), 3);
     fs::rename(scratch / "Documents", scratch / "away");
     scratch.write("Documents", "a file");
     EXPECT_EQ(ask(wish)["kept"].size(), 1u);
