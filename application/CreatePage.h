@@ -34,8 +34,8 @@ class CreatePage final : public Page {
   void begin();
   /// Whether there is a backup of that reference, which can be changed then.
   bool change(std::int64_t reference);
-  /// Whether there is something in it that was not stored yet.
-  bool isOpen() const { return !mStarted; }
+  /// Whether a new one is being set up that was not stored yet.
+  bool isOpen() const { return mIsNew && !mStarted; }
 
   void refresh(ChangeSet changed) override;
 

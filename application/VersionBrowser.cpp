@@ -16,6 +16,7 @@ namespace corvana {
 
 namespace {
 
+constexpr int kNarrow = 60;  ///< characters
 constexpr int kRowRole = Qt::UserRole;
 constexpr int kNameRole = Qt::UserRole + 1;
 
@@ -84,6 +85,12 @@ VersionBrowser::VersionBrowser(Household& household)
   });
   column()->addWidget(mList, 1);
   column()->addWidget(mNote);
+}
+
+/// What it is called comes before when it was changed.
+void VersionBrowser::resizeEvent(QResizeEvent* event) {
+  Card::resizeEvent(event);
+  mList->setColumnHidden(3, width() < kNarrow * fontMetrics().averageCharWidth());
 }
 
 void VersionBrowser::setSource(const CopiesSource& source) {

@@ -65,6 +65,9 @@ class VersionBrowser final : public Card {
   std::function<void()> onShowFolder;  ///< that of the copies is wanted
   void setShowsFolder(bool isPossible) { mShowFolder->setVisible(isPossible); }
 
+ protected:
+  void resizeEvent(QResizeEvent* event) override;
+
  private:
   void take(const CommandChild::Ending& ending, bool isFound);
   void fill(bool isFound);
