@@ -102,6 +102,11 @@ TEST_F(VolumeIdentityTest, KnowsADiskUnderANewNameAndNoTwinInItsPlace) {
   EXPECT_TRUE(identity.isAnother(mine, at(twin)));
   EXPECT_FALSE(identity.isAnother(FolderDescription(item(place, 7)), at(twin))) << "nobody knows";
   EXPECT_TRUE(isMounted(mine.toValue())) << "elsewhere, and another one in its place";
+  const auto found = identity.locate(mine, false);
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->path, renamed + "/Backup");
+  EXPECT_TRUE(identity.locate(FolderDescription(item(place, 9)), false));
+  EXPECT_FALSE(identity.locate(FolderDescription(item(place, 8)), false)) << "of another size";
   // Disks that take turns: one of them is enough.
   ZAN_Value record = ZAN_Value::dictionary(
       {{"ItemsListOfSourcePath", ZAN_Value::array({item(renamed + "/a", 8, "mine")})},
@@ -111,6 +116,8 @@ TEST_F(VolumeIdentityTest, KnowsADiskUnderANewNameAndNoTwinInItsPlace) {
                   ZAN_Value::array({item(place, 5, "second"), item(place, 9, "twin")}));
   EXPECT_TRUE(identity.checkIfAllVolumesMounted(record));
   EXPECT_EQ(VolumeIdentity::destinationsOf(record).size(), 3u);
+  volumes.unmount(renamed);
+  EXPECT_FALSE(identity.locate(mine, false)) << "nobody writes to its twin";
 }
 
 TEST_F(VolumeIdentityTest, FollowsLinksButNotOntoVolumes) {
