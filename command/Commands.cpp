@@ -77,7 +77,7 @@ constexpr std::string_view kActionHelp =
     "  --yearly 29.2.             once a year, with --at 18:30\n"
     "  --every 15m                every 15 minutes (or 2h)\n"
     "  --hourly                   at every full hour\n"
-    "  --on-mount                 when one of its volumes is mounted\n"
+    "  --on-mount                 when one of its disks or shares is mounted\n"
     "  --on-idle 20               when nobody has used the machine for 20 minutes\n"
     "  --on-quit APP              when an application quits\n"
     "  --at-startup               when the agent starts\n"

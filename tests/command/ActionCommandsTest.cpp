@@ -84,7 +84,7 @@ TEST_F(ActionCommandsTest, EachScheduleRunsWhenItSays) {
       {{"--monthly", "1,15", "--at", "08:05"}, "Mon 2024-01-15 08:05", "on day 1 and 15"},
       {{"--yearly", "29.2.", "--at", "23:59"}, "Thu 2024-02-29 23:59", "every year on 29.2."},
       {{"--weekly", "fri", "--at", "01:00", "--at-shutdown"}, "Fri 2024-01-05 01:00", "shut-down"},
-      {{"--on-mount"}, "", "when one of its volumes is mounted"},
+      {{"--on-mount"}, "", "when one of its disks is plugged in"},
       {{"--on-idle", "20"}, "", "after 20 minutes without use"},
       {{"--on-quit", "Mail"}, "", "when Mail quits"},
       {{"--at-startup"}, "", "at start-up"},
