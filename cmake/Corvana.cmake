@@ -7,8 +7,10 @@ option(CORVANA_PRECOMPILE "read the headers of the standard library and of the t
 
 find_program(CORVANA_CCACHE ccache)
 if(CORVANA_CCACHE)
-  # Without these it keeps nothing that was compiled with a precompiled header.
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CORVANA_CCACHE})
+  # Without the first it keeps nothing that was compiled with a precompiled header, without the others it takes the
+  # same source in another checkout for another one.
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros
+      CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${CORVANA_CCACHE})
   set(CMAKE_C_COMPILER_LAUNCHER ${CORVANA_CCACHE})
 endif()
 find_program(CORVANA_LLD ld.lld)
