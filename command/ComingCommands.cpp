@@ -117,6 +117,8 @@ std::string_view nameOf(WhyNot::Cause cause) {
       return "volume missing";
     case WhyNot::Cause::incomplete:
       return "incomplete";
+    case WhyNot::Cause::targetAway:
+      return "target away";
     case WhyNot::Cause::deletionsToConfirm:
       return "deletions to confirm";
   }

@@ -102,6 +102,7 @@ std::vector<WhyNot::Reason> WhyNot::reasons(const ProgrammedAction& action,
         edit(action.getReference()) + " --context any"));
   }
   addVolumes(reasons, action);
+  if (verdict.automatic) addTarget(reasons, action);
   addDeletions(reasons, action);
   if (reasons.empty() || reasons.front().cause != Cause::queued) {
     addHours(reasons, verdict);
@@ -185,6 +186,15 @@ void WhyNot::addVolumes(Reasons& reasons, const ProgrammedAction& action) const 
                table.text(refused ? "WhyVolumeNotQueued" : "WhyVolumeCancelled", {name}),
                table.text("WhyVolumeRemedy")));
   }
+}
+
+void WhyNot::addTarget(Reasons& reasons, const ProgrammedAction& action) const {
+  const auto again = action.getSettings()[EngineKey::tryAgain].asDate();
+  if (!again || *again <= mTools.now()) return;
+  reasons.push_back(
+      reasonToLaunch(Cause::targetAway,
+                     mTexts.table.text("WhyTargetAway", {mTexts.strings.getShortTimeDate(*again)}),
+                     action.getReference()));
 }
 
 void WhyNot::addDeletions(Reasons& reasons, const ProgrammedAction& action) const {

@@ -38,6 +38,7 @@ class WhyNot {
     paused,
     volumeMissing,
     incomplete,
+    targetAway,  ///< its target did not answer, and is tried again later
     /// It runs, but would delete so much that it asks first.
     deletionsToConfirm
   };
@@ -91,6 +92,7 @@ class WhyNot {
   void addVolumes(Reasons& reasons, const ProgrammedAction& action) const;
   void addTrigger(Reasons& reasons, const ProgrammedAction& action, const StartVerdict& verdict,
                   const Situation& situation) const;
+  void addTarget(Reasons& reasons, const ProgrammedAction& action) const;
   void addDeletions(Reasons& reasons, const ProgrammedAction& action) const;
   void addHours(Reasons& reasons, const StartVerdict& verdict) const;
   void addWaiting(Reasons& reasons, const ProgrammedAction& action,

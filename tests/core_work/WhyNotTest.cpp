@@ -57,6 +57,15 @@ TEST_F(WhyNotTest, HasNothingToSayOfAnActionThatIsDue) {
   EXPECT_THAT(causes(elsewhere), IsEmpty()) << "a server is no destination among volumes";
 }
 
+TEST_F(WhyNotTest, TellsWhenATargetThatWasAwayIsTriedAgain) {
+  ZAN_Value away = due({{EngineKey::tryAgain, ZAN_Value::date(now() + 900)},
+                        {"LastScheduleDate", ZAN_Value::date(now())}});
+  EXPECT_THAT(causes(away), ElementsAre(Cause::targetAway, Cause::notDue));
+  EXPECT_THAT(text(away), testing::HasSubstr("12:15"));
+  away.setValue(EngineKey::tryAgain, ZAN_Value::date(now()));
+  EXPECT_THAT(causes(away), ElementsAre(Cause::notDue)) << "it is being tried";
+}
+
 TEST_F(WhyNotTest, ADateIsNeverTooFarAwayToBeTold) {
   // Only on 29 February at 8:00, and not before 2028 for who looks in March 2024.
   const ZAN_Value leapDay =
