@@ -229,9 +229,14 @@ TEST_F(TriggerEvaluationTest, TheListIsSortedByDateThenName) {
   setActions({named(daily(1, 13), "b"), named(action(2), "ähre"), named(daily(3, 13), "A"), group,
               named(daily(4, 12.5), "Z")});
   evaluation.checkActionsToLaunch();
-  std::vector<std::string> names;
-  for (const NextAction& next : evaluation.actionsNextList()) names.push_back(next.name());
-  EXPECT_THAT(names, ElementsAre("Z", "A", "b", "zebra", "ähre", "Ätna"));
+  const auto isSorted = [&] {
+    std::vector<std::string> names;
+    for (const NextAction& next : evaluation.actionsNextList()) names.push_back(next.name());
+    EXPECT_THAT(names, ElementsAre("Z", "A", "b", "zebra", "ähre", "Ätna"));
+  };
+  isSorted();
+  evaluation.rebuildActionsList();
+  isSorted();
   EXPECT_TRUE(evaluation.actionsNextList().back().isGroup);
   EXPECT_THAT(state.mStatusTitle, HasSubstr("Z at 12:30"));
   EXPECT_THAT(evaluation.nextActionText(), HasSubstr("Z at 12:30"));
