@@ -224,7 +224,7 @@ void BackupCard::show(const BackupFacts& facts, const ZAN_Value& current, bool i
                    : facts.next
                        ? mHousehold.text("CardNext", {comingDateOf(mHousehold, facts.next->date)})
                        : qt(facts.schedule));
-    if (facts.failure && !facts.isFailureSeen) {
+    if (facts.failure && (!facts.isFailureSeen || facts.isUnmended())) {
       mTrouble->setText(facts.onlyLacks  ? mHousehold.text("ResultOnlyLacks")
                         : facts.isAway() ? mHousehold.text("CardNotConnected", {facts.destination})
                                          : qt(facts.shortReason()));

@@ -51,6 +51,8 @@ struct BackupFacts {
   /// The reason, no longer than there is room for; it is whole in the history.
   std::string shortReason() const;
   bool isBad() const { return failure && *failure == RunKind::failed && !isFailureSeen; }
+  /// It is known that the last run failed, and none has succeeded since.
+  bool isUnmended() const { return failure && isFailureSeen && !onlyLacks; }
   /// Something is lacking, or it has gone without success for long.
   bool needsCare() const {
     return (failure && !isFailureSeen) || overdueSince || deletionsToConfirm > 0 || !isComplete;

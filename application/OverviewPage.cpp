@@ -225,23 +225,13 @@ void OverviewPage::showBanner() {
       return say(meaning, title, household().text("BannerIncomplete", {facts.title}),
                  household().text("BannerChange"),
                  [this, reference] { navigator().changeBackup(reference); });
-    const std::string since = facts.lastSuccess ? pastDateOf(household(), *facts.lastSuccess)
-                                                : utf8(household().text("BannerNever"));
     if (facts.onlyLacks && !facts.isFailureSeen && !facts.overdueSince)
       return say(meaning, title, household().text("BannerLacking", {facts.title}),
                  household().text("BannerLeaveOut"), [this, reference] { leaveOut(reference); });
-    if (facts.isAway())
-      return say(meaning, title,
-                 household().text("BannerNotConnected", {facts.title, facts.destination, since}),
-                 household().text("BannerWhy"), [this, reference] { explain(reference); });
-    if (facts.failure && !facts.isFailureSeen)
-      return say(meaning, title,
-                 household().text("BannerFailed", {facts.title, facts.shortReason(), since}),
-                 household().text(facts.mayTakeOver ? "BannerLook" : "BannerAgain"),
-                 [this, reference, takesOver = facts.mayTakeOver] {
-                   takesOver ? takeOver(reference) : run(reference);
-                 });
-    return say(meaning, title, household().text("BannerOverdue", {facts.title, since}),
+    if (facts.isAway() || (facts.failure && !facts.isFailureSeen))
+      return sayWhatFailed(meaning, title, facts);
+    return say(meaning, title,
+               household().text("BannerOverdue", {facts.title, lastSuccessOf(facts)}),
                household().text("BannerRun"), [this, reference] { run(reference); });
   }
   if (status["storage"].size() > 0)
@@ -256,6 +246,9 @@ void OverviewPage::showBanner() {
   if (const ZAN_Value& current = status["current"]; !current.isNull())
     return say(Look::Meaning::accent, household().text("BannerRunning"),
                household().text("BannerRunningText", {current.string("title")}));
+  if (const auto unmended = std::ranges::find_if(mFacts, &BackupFacts::isUnmended);
+      unmended != mFacts.end())
+    return sayWhatFailed(Look::Meaning::caution, household().text("BannerUnmended"), *unmended);
   if (!last->lastSuccess)
     return say(Look::Meaning::accent, household().text("BannerFresh"),
                household().text("BannerFreshText"), household().text("BannerRun"),
@@ -263,6 +256,29 @@ void OverviewPage::showBanner() {
   say(Look::Meaning::good, household().text("BannerWell"),
       household().text("BannerWellText",
                        {last->title, pastDateOf(household(), *last->lastSuccess)}));
+}
+
+std::string OverviewPage::lastSuccessOf(const BackupFacts& facts) const {
+  return facts.lastSuccess ? pastDateOf(household(), *facts.lastSuccess)
+                           : utf8(household().text("BannerNever"));
+}
+
+/// With the button that mends it.
+void OverviewPage::sayWhatFailed(Look::Meaning meaning, const QString& title,
+                                 const BackupFacts& facts) {
+  const std::int64_t reference = facts.reference;
+  const std::string since = lastSuccessOf(facts);
+  if (facts.isAway())
+    return mBanner->say(
+        meaning, title,
+        household().text("BannerNotConnected", {facts.title, facts.destination, since}),
+        household().text("BannerWhy"), [this, reference] { explain(reference); });
+  mBanner->say(meaning, title,
+               household().text("BannerFailed", {facts.title, facts.shortReason(), since}),
+               household().text(facts.mayTakeOver ? "BannerLook" : "BannerAgain"),
+               [this, reference, takesOver = facts.mayTakeOver] {
+                 takesOver ? takeOver(reference) : run(reference);
+               });
 }
 
 BackupCard::Hooks OverviewPage::hooks() {

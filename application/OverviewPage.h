@@ -43,6 +43,8 @@ class OverviewPage final : public Page {
   bool areBackupsLost() const;
   void placeNetwork();
   void showBanner();
+  std::string lastSuccessOf(const BackupFacts& facts) const;
+  void sayWhatFailed(Look::Meaning meaning, const QString& title, const BackupFacts& facts);
   void showCards();
   void fillCard(BackupCard& card, const BackupFacts& facts);
   BackupCard::Hooks hooks();

@@ -10,6 +10,8 @@
 #include <QRadioButton>
 #include <QScrollArea>
 #include <QScrollBar>
+#include <QTimeEdit>
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -129,8 +131,11 @@ TEST_F(PagesTest, KeepsWhatOpensAServerApartFromItsRecord) {
   for (auto* box : window->findChildren<QCheckBox*>())
     if (box->text() == "Documents") box->setChecked(true);
   press(household->text("CreateNext"));
+  auto& kind = widgetIn<QComboBox>(*window, household->text("ServerKind"));
+  EXPECT_FALSE(kind.isVisible());
   widgetIn<QRadioButton>(*window, household->text("WhereServer")).setChecked(true);
-  widgetIn<QComboBox>(*window, household->text("ServerKind")).setCurrentIndex(1);
+  EXPECT_TRUE(kind.isVisible());
+  kind.setCurrentIndex(1);
   const auto type = [&](const char* field, const QString& text) {
     widgetIn<QLineEdit>(*window, household->text(field)).setText(text);
   };
@@ -164,6 +169,14 @@ TEST_F(PagesTest, KeepsWhatOpensAServerApartFromItsRecord) {
   ASSERT_TRUE(
       eventually([&] { return household->actions().childAtIndex(0).getTitle() == "Far away"; }));
   EXPECT_EQ(household->actions().childAtIndex(0).getSettings().string("Repository"), shown);
+
+  ZAN_Value other = household->actions().childAtIndex(0).getSettings();
+  other.setValue("Repository", "sftp:me@host:/backup");
+  other.removeKey("Ref");
+  window->changeBackup(add(other));
+  EXPECT_EQ(widgetIn<QComboBox>(*window, household->text("ServerKind")).currentIndex(), 0);
+  EXPECT_EQ(utf8(widgetIn<QLineEdit>(*window, household->text("ServerAddress")).text()),
+            "me@host:/backup");
 }
 
 TEST_F(PagesTest, ChangesOneWordAndLeavesTheRestOfARecord) {
@@ -193,6 +206,14 @@ TEST_F(PagesTest, ChangesOneWordAndLeavesTheRestOfARecord) {
   widgetIn<QComboBox>(*window, household->text("DetailsGroup")).setCurrentText("Family");
   widgetIn<QComboBox>(*window, household->text("DetailsContext")).setCurrentIndex(2);
   widgetIn<QCheckBox>(*window, household->text("DetailsAgeAlarm")).setChecked(false);
+  auto& hours = widgetIn<QCheckBox>(*window, household->text("WhenHours"));
+  const auto times = [&] {
+    return std::ranges::count_if(window->findChildren<QTimeEdit*>(), &QWidget::isEnabled);
+  };
+  const auto without = times();
+  hours.setChecked(true);
+  EXPECT_EQ(times(), without + 2);
+  hours.setChecked(false);
   press(household->text("CreateSave"));
   ASSERT_TRUE(eventually([&] { return recordOf(reference).integer("TriggerAgeAlarm") == 0; }));
   const ProgrammedAction* moved = household->actions().actionForReference(reference);
@@ -236,11 +257,17 @@ TEST_F(PagesTest, SaysWhatIsWrongUntilItIsSeenOrMended) {
   EXPECT_TRUE(eventually([&] { return agent->launched.size() == 1; }));
 
   failed(false);
-  EXPECT_TRUE(eventually([&] { return isSaid(household->text("BannerWell")); })) << "seen";
+  EXPECT_TRUE(eventually([&] { return isSaid(household->text("BannerUnmended")); })) << "seen";
+  EXPECT_TRUE(isSaid("it went wrong"));
   failed(true);
-  EXPECT_TRUE(eventually([&] { return !isSaid(household->text("BannerWell")); }));
+  EXPECT_TRUE(eventually([&] { return isSaid(household->text("BannerOneNeedsCare")); }));
   note(2, 10, reference);
   EXPECT_TRUE(eventually([&] { return isSaid(household->text("BannerWell")); })) << "mended";
+  window->showHistory(reference, false);
+  auto& whose = widgetIn<QComboBox>(*window, household->text("HistoryBackup"));
+  EXPECT_EQ(whose.currentText(), "Letters");
+  EXPECT_EQ(whose.itemText(0), household->text("HistoryAllBackups"));
+  window->showOverview();
 
   agent->answer.setValue("enabled", false);
   agent->tellChanged();
