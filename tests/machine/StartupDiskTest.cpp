@@ -94,6 +94,7 @@ TEST_F(StartupDiskTest, TheAnswerDecidesAndIsAskedForOnce) {
   disk.askAboutStartupDiskChange();
   auto& ui = machine.userInterface;
   ASSERT_EQ(ui.questions.size(), 1U);
+  EXPECT_EQ(ui.broughtToFront, 1);
   EXPECT_THAT(ui.questions[0].text, HasSubstr("Its size differs by 5 bytes."));
   EXPECT_TRUE(ui.answer(Window::startupDisk, false));
   EXPECT_TRUE(state.mStartedFromNewMachine);

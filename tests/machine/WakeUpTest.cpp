@@ -212,6 +212,9 @@ TEST_F(WakeUpTest, SwitchedOffItIsTakenBack) {
   wakeUp.followPreferences();
   EXPECT_THAT(power.wakes, IsEmpty());
   EXPECT_EQ(stored(), 0);
+  const std::size_t events = power.events.size();
+  wakeUp.followPreferences();
+  EXPECT_EQ(power.events.size(), events) << "what was taken back is not taken back again";
 }
 
 }  // namespace

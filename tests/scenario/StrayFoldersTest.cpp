@@ -94,7 +94,9 @@ TEST_F(StrayFolders, AreTakenAwayUnaskedWithoutLosingWhatIsInThem) {
   day.runUntil("2024-01-02 12:01:10");
   EXPECT_FALSE(fs::exists(stray.parent_path() / "Sticky"));
   EXPECT_FALSE(fs::exists(stray.parent_path() / ".Moved aside/Sticky")) << "it was empty";
+  fs::create_directories(stray.parent_path() / "Later");
   day.runUntil("2024-01-02 12:12:00");
+  EXPECT_FALSE(fs::exists(stray.parent_path() / "Later")) << "the survey goes on";
   EXPECT_EQ(day.executionsOf("Photos"), 1U);
 }
 
