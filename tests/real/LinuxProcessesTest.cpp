@@ -18,6 +18,7 @@
 #include <thread>
 
 #include "ZANCocoaFramework/ZAN_Descriptor.h"
+#include "platform/linux/ProcessTable.h"
 #include "platform/linux/TerminationSignals.h"
 #include "platform/simulated/TemporaryFolder.h"
 #include "tests/real/MountNamespace.h"
@@ -56,6 +57,18 @@ struct LinuxProcessesTest : testing::Test {
   bool waitFor(ChildProcess& child) {
     return real.runUntil([&] { return outputEnded && ended && !child.isRunning(); });
   }
+  /// What a test has started is waited for, but for what others have left behind.
+  bool isAlone() {
+    return real.runUntil([&] {
+      (void)processes.running();
+      return std::ranges::all_of(table.childrenOf(getpid()), [&](pid_t pid) {
+        return std::ranges::find(childrenOfOthers, pid) != childrenOfOthers.end();
+      });
+    });
+  }
+
+  ProcessTable table{std::getenv("HOME")};
+  const std::vector<pid_t> childrenOfOthers = table.childrenOf(getpid());
 };
 
 TEST_F(LinuxProcessesTest, AChildHandsBackItsOutputAndItsExitCode) {
@@ -269,10 +282,7 @@ TEST_F(LinuxProcessesTest, AChildThatNobodyListensToGoesOn) {
   // Its input ends with this, and nobody reads what it then writes.
   child.reset();
   EXPECT_TRUE(real.runUntil([&] { return std::filesystem::exists(mark); }));
-  EXPECT_TRUE(real.runUntil([&] {
-    (void)processes.running();
-    return waitpid(-1, nullptr, WNOHANG) == -1;
-  })) << "whoever kept its pipe goes with it";
+  EXPECT_TRUE(isAlone()) << "whoever kept its pipe goes with it";
 }
 
 TEST_F(LinuxProcessesTest, AChildMayBeLetGoInItsOwnCallBack) {
@@ -288,10 +298,7 @@ TEST_F(LinuxProcessesTest, AChildMayBeLetGoInItsOwnCallBack) {
   child = std::move(started).value();
   EXPECT_TRUE(real.runUntil([&] { return called; }));
   // It is waited for all the same: no ended process stays behind.
-  EXPECT_TRUE(real.runUntil([&] {
-    (void)processes.running();
-    return waitpid(-1, nullptr, WNOHANG) == -1;
-  }));
+  EXPECT_TRUE(isAlone());
 }
 
 TEST_F(LinuxProcessesTest, ChildrenInheritNothingAndLeaveNothingOpen) {
