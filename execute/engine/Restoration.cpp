@@ -50,7 +50,9 @@ bool isWhatIsThere(const VersionItem& there, int parent, const std::string& name
 }
 
 std::string whyItFailed(int code) {
-  const bool isOfName = code == ENOENT || code == EINVAL || code == EILSEQ || code == ENAMETOOLONG;
+  // With ENOENT some refuse a name, too.
+  if (code == ENOENT) return "its file system has no such names, or the folder has gone";
+  const bool isOfName = code == EINVAL || code == EILSEQ || code == ENAMETOOLONG;
   return isOfName ? "its file system has no such names" : std::strerror(code);
 }
 
