@@ -23,6 +23,8 @@ constexpr std::size_t kMostUnlogged = 1 << 14;
 constexpr double kRetryOfMissingProgram = 60.0;
 /// So long after its launch a child is looked at for the first time.
 constexpr double kSeenAfter = 1.0;
+/// What the execute program ends with when it could not store what it has told.
+constexpr int kNotRecorded = 1;
 /// In an action's settings: its own value of the preference.
 constexpr std::string_view kNoProgressMinutes = "OptionsNoProgressMinutes";
 constexpr double kRetryBesideOther = 5.0;
@@ -260,7 +262,7 @@ void ExecuteSupervisor::endOfExecution() {
   const int status = mProcessTask->terminationStatus();
   if (status != 0 && mStop.isWanted()) {
     recordStop(ref, {});
-  } else if (status != 0 && !hasToldItsEnd()) {
+  } else if (status == kNotRecorded || (status != 0 && !hasToldItsEnd())) {
     answerCrash(ref, status);
     return;
   }
